@@ -1,0 +1,63 @@
+# How the folders' targets are made. Each folder names its own sources.
+
+find_package(Threads REQUIRED)
+
+# Warnings are for our own code only: GoogleTest is built without them.
+add_library(vlt_warnings INTERFACE)
+target_compile_options(vlt_warnings INTERFACE -Wall -Wextra $<$<BOOL:${VLT_WERROR}>:-Werror>)
+
+# A 32-bit host without 64-bit atomic instructions takes them from a library.
+set(VLT_ATOMIC_LIBRARY "")
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "powerpc")
+  set(VLT_ATOMIC_LIBRARY atomic)
+endif()
+
+# vlt_add_library(NAME [SOURCES ...] [LIBS ...])
+# The static library of one folder. LIBS are the folders that it may include.
+function(vlt_add_library name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PUBLIC ${arg_LIBS} PRIVATE vlt_warnings)
+endfunction()
+
+# vlt_add_program(NAME SOURCES ... [LIBS ...])
+function(vlt_add_program name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_LIBS} vlt_warnings)
+  install(TARGETS ${name} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endfunction()
+
+# vlt_add_merged_library(NAME STATIC|SHARED OBJECTS...)
+# One real library of several folders' objects, installed as libvlt.
+function(vlt_add_merged_library name kind)
+  add_library(${name} ${kind} ${ARGN})
+  set_target_properties(${name} PROPERTIES OUTPUT_NAME vlt LINKER_LANGUAGE CXX
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  target_include_directories(${name} INTERFACE
+    ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/platform/include)
+  target_link_libraries(${name} PUBLIC Threads::Threads ${VLT_ATOMIC_LIBRARY})
+  install(TARGETS ${name} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endfunction()
+
+# What stands before a test program's name, how much longer than natively it may take, and what its
+# environment adds.
+set(VLT_TEST_LAUNCHER "")
+set(VLT_TEST_SLOWNESS 1)
+set(VLT_TEST_ENVIRONMENT "")
+if(CMAKE_CROSSCOMPILING)
+  set(VLT_TEST_LAUNCHER ${CMAKE_CROSSCOMPILING_EMULATOR})
+  set(VLT_TEST_SLOWNESS 4)
+elseif(VLT_SANITIZE)
+  set(VLT_TEST_SLOWNESS 4)
+endif()
+if(VLT_SANITIZE MATCHES "thread")
+  # The sanitizer's shadow memory does not fit beside a widely randomised address space.
+  find_program(VLT_SETARCH setarch REQUIRED)
+  execute_process(COMMAND ${VLT_SETARCH} -R true RESULT_VARIABLE result OUTPUT_QUIET ERROR_QUIET)
+  if(result EQUAL 0)
+    set(VLT_TEST_LAUNCHER ${VLT_SETARCH} -R)
+  endif()
+endif()

@@ -1,0 +1,2 @@
+vlt_add_fuzz_target(event_decoder event_decoder_fuzz.cpp)
+vlt_add_fuzz_target(coercion coercion_fuzz.cpp)

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <CoreServices/AEDataModel.h>
+#include <sys/uio.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "platform/host/frame_buffer.h"
+
+// The flattened form of an Apple Event: what stands behind the frame header on the wire. All
+// numbers are big-endian; docs/protocol.md has the byte table.
+
+// Largest flattened event, in bytes, the 32-byte frame header in front of it included.
+inline constexpr size_t kHostFrameLimit = size_t{16} << 20;
+// Room that a gather list keeps free in front for the frame header, in bytes.
+inline constexpr size_t kHostFrameHeaderSize = 32;
+// Deepest nesting of lists and records, the event's own parameters counting as level 1.
+inline constexpr int kHostNestingLimit = 64;
+
+// HostGather collects an outgoing frame: small things are copied into one head buffer, large byte
+// runs are pointed at where they lie, so they are copied once, by the kernel. The event that was
+// flattened must stay alive and unchanged while the list is used. Reusable: Clear keeps storage,
+// up to a megabyte. Not thread-safe.
+class HostGather {
+ public:
+  void Clear();
+  void Append(const void* bytes, size_t count);  // copies
+  // Appends room for the caller to fill; valid until the next change.
+  uint8_t* Extend(size_t count);
+  void Borrow(const void* bytes, size_t count);  // points at; copies when short
+
+  // The pieces in order, valid until the next change. The first piece begins with
+  // kHostFrameHeaderSize bytes for the caller to fill through Header().
+  const std::vector<iovec>& Pieces();
+  uint8_t* Header();
+  size_t TotalSize() const { return total; }  // bytes, header room included
+
+  // A number whose value is known later only.
+  size_t AppendHole32();                         // a name for it, valid until Clear
+  void FillHole32(size_t hole, uint32_t value);  // big-endian
+
+ private:
+  struct Piece {
+    const uint8_t* borrowed;  // null: a run of `head`
+    size_t offset;            // into `head` when not borrowed
+    size_t size;
+  };
+  void CloseRun();
+
+  std::vector<uint8_t> head;
+  std::vector<Piece> pieces;
+  std::vector<iovec> vectors;
+  size_t used = 0;      // of `head`
+  size_t runStart = 0;  // the part of `head` that is no piece yet
+  size_t total = 0;
+};
+
+// Appends the flattened form of `event` to a cleared gather list.
+//
+// Result  0; paramErr, errAENotAEDesc, errAENotAppleEvent (no event), memFullErr (over
+//         kHostFrameLimit). The list's contents are then undefined.
+OSStatus HostFlattenEvent(const AppleEvent* event, HostGather& out);
+
+// Makes an event of the flattened bytes `body` (no frame header). The event keeps a reference to
+// the frame and points into it; scalars of the slice are swapped in place to native order, so a
+// slice is decoded once. Checks everything before it trusts anything; no recursion. Attributes that
+// do not travel (address, reply port, reply wanted, source) are for the caller to set.
+//
+// Result  0 with `*out` for the caller to dispose; errAECorruptData, errAENewerVersion or
+//         memFullErr, with `*out` null.
+OSStatus HostDecodeEvent(HostFrameSlice body, AppleEvent* out);

@@ -1,0 +1,216 @@
+#include "platform/host/ae_value.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "platform/host/ae_types.h"
+
+namespace {
+
+constexpr uint32_t kFirstCapacity = 4;
+constexpr uint32_t kKeptCapacity = 32;
+
+bool IsContainerCode(DescType type) {
+  return type == typeAEList || type == typeAERecord || type == typeAppleEvent;
+}
+
+}  // namespace
+
+bool HostFormFits(HostAEForm form, DescType type) {
+  switch (form) {
+    case HostAEForm::kValue:
+      return !IsContainerCode(type);
+    case HostAEForm::kList:
+      return type == typeAEList;
+    case HostAEForm::kRecord:
+      return type == typeAERecord || !(IsContainerCode(type) || HostIsValueType(type));
+    case HostAEForm::kEvent:
+      return type == typeAppleEvent;
+  }
+  return false;
+}
+
+HostAEItem* HostAEItems::Find(AEKeyword key) const {
+  for (HostAEItem& item : *this) {
+    if (item.key == key) return &item;
+  }
+  return nullptr;
+}
+
+bool HostAEItems::Reserve(uint32_t capacity) {
+  if (block != nullptr && capacity <= block->capacity) return true;
+  const uint64_t bytes = sizeof(Block) + uint64_t{capacity} * sizeof(HostAEItem);
+  if (bytes > SIZE_MAX / 2) return false;
+  auto* grown = static_cast<Block*>(realloc(block, static_cast<size_t>(bytes)));
+  if (grown == nullptr) return false;
+  if (block == nullptr) {
+    grown->count = 0;
+    grown->tallestItem = 0;
+  }
+  grown->capacity = capacity;
+  block = grown;
+  return true;
+}
+
+bool HostAEItems::Append(const HostAEItem& item) {
+  if (block == nullptr || block->count == block->capacity) {
+    const uint64_t wanted = std::max<uint64_t>(kFirstCapacity, uint64_t{Count()} * 2);
+    if (wanted > UINT32_MAX || !Reserve(static_cast<uint32_t>(wanted))) return false;
+  }
+  memcpy(begin() + block->count, &item, sizeof item);
+  ++block->count;
+  NoteHeight(item.Height());
+  return true;
+}
+
+void HostAEItems::NoteHeight(int itemHeight) {
+  block->tallestItem = std::max(block->tallestItem, int32_t{itemHeight});
+}
+
+void HostAEItems::RecomputeHeight() {
+  block->tallestItem = 0;
+  for (const HostAEItem& item : *this) NoteHeight(item.Height());
+}
+
+void HostAEItems::Replace(uint32_t index, const HostAEItem& item) {
+  HostAEItem& place = (*this)[index];
+  const int before = place.Height();
+  place.Release();
+  memcpy(&place, &item, sizeof item);
+  if (item.Height() >= before) return NoteHeight(item.Height());
+  RecomputeHeight();
+}
+
+void HostAEItems::Remove(uint32_t index) {
+  HostAEItem* place = &(*this)[index];
+  const int before = place->Height();
+  place->Release();
+  memmove(place, place + 1, (end() - place - 1) * sizeof *place);
+  --block->count;
+  if (before > 0) RecomputeHeight();
+}
+
+void HostAEItems::Clear() {
+  if (block == nullptr) return;
+  for (HostAEItem& item : *this) item.Release();
+  block->count = 0;
+  block->tallestItem = 0;
+  if (block->capacity > kKeptCapacity) Destroy();
+}
+
+void HostAEItems::Destroy() {
+  for (HostAEItem& item : *this) item.Release();
+  free(block);
+  block = nullptr;
+}
+
+OSStatus HostAEItems::CopyFrom(const HostAEItems& source) {
+  if (source.Count() == 0) return 0;
+  if (!Reserve(source.Count())) return memFullErr;
+  for (const HostAEItem& item : source) {
+    HostAEItem& place = begin()[block->count];
+    place.key = item.key;
+    const OSStatus err = place.CopyFrom(item);
+    if (err != 0) {
+      Destroy();
+      return err;
+    }
+    ++block->count;
+  }
+  block->tallestItem = source.block->tallestItem;
+  return 0;
+}
+
+int HostAEItem::Height() const {
+  switch (form) {
+    case HostAEForm::kValue:
+      return 0;
+    case HostAEForm::kEvent:
+      return event->Height();
+    default:
+      return items.Height();
+  }
+}
+
+OSStatus HostAEItem::SetBytes(DescType newType, const void* bytes, size_t count) {
+  if (count <= kInlineSize) {
+    SetBorrowed(newType, bytes, count);
+    return 0;
+  }
+  SetNull();
+  HostFrameBuffer* buffer = HostFrameBuffer::Create(count);
+  if (buffer == nullptr) return memFullErr;
+  memcpy(buffer->Bytes(), bytes, count);
+  SetBorrowed(newType, buffer->Bytes(), count);
+  run.owner = buffer;
+  return 0;
+}
+
+void HostAEItem::SetBorrowed(DescType newType, const void* bytes, size_t count) {
+  type = newType;
+  size = static_cast<uint32_t>(count);
+  form = HostAEForm::kValue;
+  if (count > kInlineSize) {
+    run = {static_cast<const uint8_t*>(bytes), nullptr};
+  } else if (count > 0) {
+    memcpy(inlineBytes, bytes, count);
+  }
+}
+
+OSStatus HostAEItem::CopyFrom(const HostAEItem& source) {
+  OSStatus err = 0;
+  if (source.form == HostAEForm::kValue) {
+    // A short run would keep the whole frame that it lies in.
+    HostFrameBuffer* owner = source.size > kInlineSize ? source.run.owner : nullptr;
+    if (owner == nullptr || source.size < owner->Capacity() / 2) {
+      return SetBytes(source.type, source.Bytes(), source.size);
+    }
+    owner->Retain();
+    SetBorrowed(source.type, source.run.bytes, source.size);
+    run.owner = owner;
+    return 0;
+  }
+  if (source.form == HostAEForm::kEvent) {
+    HostAEEvent* copy = nullptr;
+    err = HostCopyEvent(*source.event, &copy);
+    if (err == 0) SetEvent(copy);
+  } else {
+    SetEmpty(source.type, source.form);
+    err = items.CopyFrom(source.items);
+  }
+  if (err != 0) SetNull();
+  return err;
+}
+
+void HostAEItem::Release() {
+  if (form == HostAEForm::kValue) {
+    if (size > kInlineSize && run.owner != nullptr) run.owner->Release();
+  } else if (form == HostAEForm::kEvent) {
+    HostReleaseEvent(event);
+  } else {
+    items.Destroy();
+  }
+  SetNull();
+}
+
+int HostAEEvent::Height() const { return std::max(attributes.Height(), parameters.Height()); }
+
+OSStatus HostCopyEvent(const HostAEEvent& source, HostAEEvent** out) {
+  HostAEEvent* copy = HostAcquireEvent();
+  if (copy == nullptr) return memFullErr;
+  copy->fields = source.fields;
+  copy->fields.ownsReturnID = false;
+  copy->fields.address.SetNull();
+  copy->fields.originalAddress.SetNull();
+
+  OSStatus err = copy->fields.address.CopyFrom(source.fields.address);
+  if (err == 0) err = copy->fields.originalAddress.CopyFrom(source.fields.originalAddress);
+  if (err == 0) err = copy->attributes.CopyFrom(source.attributes);
+  if (err == 0) err = copy->parameters.CopyFrom(source.parameters);
+  if (err != 0) {
+    HostReleaseEvent(copy);
+    copy = nullptr;
+  }
+  *out = copy;
+  return err;
+}

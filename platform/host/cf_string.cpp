@@ -1,0 +1,301 @@
+#include "platform/host/cf_string.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string>
+#include <unordered_map>
+
+namespace {
+
+constexpr size_t kMaxUnits = INT32_MAX;  // what a CFIndex can tell
+
+bool IsUTF16(CFStringEncoding encoding) { return HostMaxBytesPerUnit(encoding) == 2; }
+
+// The form a text is stored in: the smaller one that holds every unit.
+struct Form {
+  bool isASCII = true;
+  bool isWide = false;
+};
+
+Form FormOf(HostTextView text) {
+  Form form;
+  if (text.narrow != nullptr) {
+    form.isASCII = HostIsASCII(text.narrow, text.length);
+    return form;
+  }
+  UInt32 bits = 0;
+  for (size_t i = 0; i < text.length; ++i) bits |= text.wide[i];
+  form.isASCII = bits < 0x80;
+  form.isWide = bits > 0xFF;
+  return form;
+}
+
+bool IsInside(CFRange range, size_t length) {
+  return range.location >= 0 && range.length >= 0 &&
+         int64_t{range.location} + range.length <= static_cast<int64_t>(length);
+}
+
+// Puts the mark that tells the order of UTF-16 units; false when there is no room.
+bool PutByteOrderMark(UInt8* out, size_t room) {
+  constexpr UniChar kMark = 0xFEFF;
+  if (room < sizeof kMark) return false;
+  if (out != nullptr) std::memcpy(out, &kMark, sizeof kMark);
+  return true;
+}
+
+// The constant strings by their bytes. Made on first use and never destroyed: a CFSTR may be used
+// by the destructors of globals.
+struct ConstantTable {
+  std::mutex lock;
+  std::unordered_map<std::string, HostCFString*> strings;
+};
+
+ConstantTable& Constants() {
+  static auto* table = new ConstantTable;
+  return *table;
+}
+
+}  // namespace
+
+__CFString* __CFString::Make(HostTextView text, Constant constant) {
+  const Form form = FormOf(text);
+  const uint64_t unitSize = form.isWide ? sizeof(UniChar) : 1;
+  const uint64_t size = sizeof(__CFString) + (uint64_t{text.length} + 1) * unitSize;
+  if (text.length > kMaxUnits || size > PTRDIFF_MAX) return nullptr;
+  void* block = ::operator new(static_cast<size_t>(size), std::nothrow);
+  if (block == nullptr) return nullptr;
+
+  auto* string = new (block) __CFString(form.isASCII, form.isWide, text.length, constant);
+  auto* bytes = reinterpret_cast<UInt8*>(string + 1);
+  if (form.isWide) {
+    auto* units = reinterpret_cast<UniChar*>(bytes);
+    std::copy_n(text.wide, text.length, units);
+    units[text.length] = 0;
+  } else {
+    for (size_t i = 0; i < text.length; ++i) bytes[i] = static_cast<UInt8>(text.At(i));
+    bytes[text.length] = 0;
+  }
+  return string;
+}
+
+__CFString* __CFString::Create(HostTextView text) { return Make(text, Constant::kNo); }
+
+__CFString* __CFString::Create(CFStringEncoding encoding, const UInt8* bytes, size_t count,
+                               bool external) {
+  if (!HostIsKnownEncoding(encoding) || count > kMaxUnits) return nullptr;
+  if (count == 0) bytes = reinterpret_cast<const UInt8*>("");
+  const bool storedAsIs =
+      encoding == kCFStringEncodingISOLatin1 || (!IsUTF16(encoding) && HostIsASCII(bytes, count));
+  if (storedAsIs) return Make({bytes, nullptr, count}, Constant::kNo);
+
+  const std::unique_ptr<UniChar[]> units(new (std::nothrow) UniChar[count]);
+  size_t length = 0;
+  if (units == nullptr) return nullptr;
+  if (!HostDecodeText(encoding, bytes, count, external, units.get(), &length)) return nullptr;
+  return Make({nullptr, units.get(), length}, Constant::kNo);
+}
+
+__CFString* __CFString::CreateConstant(const char* text) {
+  std::vector<UniChar> units;
+  for (; *text != 0; ++text) units.push_back(HostMacRomanToUnicode(static_cast<UInt8>(*text)));
+  return Make({nullptr, units.data(), units.size()}, Constant::kYes);
+}
+
+void __CFString::LastRelease() {
+  static_assert(std::is_trivially_destructible_v<__CFString>);
+  ::operator delete(this);
+}
+
+const UInt8* __CFString::Narrow() const {
+  return reinterpret_cast<const UInt8*>(
+      literalText != nullptr ? static_cast<const void*>(literalText) : this + 1);
+}
+
+HostTextView __CFString::Text() const {
+  if (!isWide) return {Narrow(), nullptr, length};
+  return {nullptr, reinterpret_cast<const UniChar*>(this + 1), length};
+}
+
+bool __CFString::Equal(const HostCFObject& object) const {
+  const auto& other = static_cast<const __CFString&>(object);
+  if (length != other.length || isWide != other.isWide) return false;
+  const HostTextView a = Text();
+  const HostTextView b = other.Text();
+  if (!isWide) return std::memcmp(a.narrow, b.narrow, length) == 0;
+  return std::equal(a.wide, a.wide + length, b.wide);
+}
+
+CFHashCode __CFString::Hash() const {
+  const HostTextView text = Text();
+  UInt32 hash = 2166136261u;  // FNV-1a over code units
+  for (size_t i = 0; i < text.length; ++i) hash = (hash ^ text.At(i)) * 16777619u;
+  return hash;
+}
+
+CFStringRef __CFString::CopyDescription() const {
+  Retain();
+  return this;
+}
+
+CFTypeID CFStringGetTypeID(void) { return kHostTypeString; }
+
+CFStringRef CFStringCreateWithCString(CFAllocatorRef, const char* text, CFStringEncoding encoding) {
+  if (text == nullptr) return nullptr;
+  return HostCFString::Create(encoding, reinterpret_cast<const UInt8*>(text), std::strlen(text),
+                              false);
+}
+
+CFStringRef CFStringCreateWithPascalString(CFAllocatorRef, ConstStr255Param text,
+                                           CFStringEncoding encoding) {
+  return text != nullptr ? HostCFString::Create(encoding, text + 1, text[0], false) : nullptr;
+}
+
+CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8* bytes, CFIndex count,
+                                    CFStringEncoding encoding, Boolean isExternalRepresentation) {
+  if (count < 0 || (bytes == nullptr && count > 0)) return nullptr;
+  return HostCFString::Create(encoding, bytes, static_cast<size_t>(count),
+                              isExternalRepresentation != 0);
+}
+
+CFStringRef CFStringCreateWithCharacters(CFAllocatorRef, const UniChar* characters, CFIndex count) {
+  if (count < 0 || (characters == nullptr && count > 0)) return nullptr;
+  return HostCFString::Create(HostTextView{nullptr, characters, static_cast<size_t>(count)});
+}
+
+CFStringRef CFStringCreateWithSubstring(CFAllocatorRef, CFStringRef ref, CFRange range) {
+  const auto* string = HostCast<HostCFString>(ref);
+  if (string == nullptr || !IsInside(range, string->Length())) return nullptr;
+  return HostCFString::Create(
+      string->Text().Part(static_cast<size_t>(range.location), static_cast<size_t>(range.length)));
+}
+
+CFStringRef CFStringCreateCopy(CFAllocatorRef, CFStringRef ref) {
+  return static_cast<CFStringRef>(CFRetain(HostCast<HostCFString>(ref)));
+}
+
+CFStringRef CFStringCreateWithFormat(CFAllocatorRef allocator, CFDictionaryRef options,
+                                     CFStringRef format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  CFStringRef result = CFStringCreateWithFormatAndArguments(allocator, options, format, arguments);
+  va_end(arguments);
+  return result;
+}
+
+CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef, CFDictionaryRef,
+                                                 CFStringRef format, va_list arguments) {
+  const auto* string = HostCast<HostCFString>(format);
+  return string != nullptr ? HostFormatString(*string, arguments) : nullptr;
+}
+
+CFIndex CFStringGetLength(CFStringRef ref) {
+  const auto* string = HostCast<HostCFString>(ref);
+  return string != nullptr ? static_cast<CFIndex>(string->Length()) : 0;
+}
+
+UniChar CFStringGetCharacterAtIndex(CFStringRef ref, CFIndex index) {
+  const auto* string = HostCast<HostCFString>(ref);
+  if (string == nullptr || !IsInside({index, 1}, string->Length())) return 0;
+  return string->Text().At(static_cast<size_t>(index));
+}
+
+void CFStringGetCharacters(CFStringRef ref, CFRange range, UniChar* buffer) {
+  const auto* string = HostCast<HostCFString>(ref);
+  if (string == nullptr || buffer == nullptr || !IsInside(range, string->Length())) return;
+  const HostTextView text = string->Text();
+  for (CFIndex i = 0; i < range.length; ++i) {
+    buffer[i] = text.At(static_cast<size_t>(range.location + i));
+  }
+}
+
+Boolean CFStringGetCString(CFStringRef ref, char* buffer, CFIndex size, CFStringEncoding encoding) {
+  if (buffer == nullptr || size <= 0) return false;
+  buffer[0] = 0;
+  const auto* string = HostCast<HostCFString>(ref);
+  if (string == nullptr || IsUTF16(encoding)) return false;
+  size_t used = 0;
+  const size_t taken = HostEncodeText(encoding, string->Text(), 0, reinterpret_cast<UInt8*>(buffer),
+                                      static_cast<size_t>(size) - 1, &used);
+  buffer[used] = 0;
+  return taken == string->Length() && HostIsKnownEncoding(encoding);
+}
+
+Boolean CFStringGetPascalString(CFStringRef ref, StringPtr buffer, CFIndex size,
+                                CFStringEncoding encoding) {
+  if (buffer == nullptr || size <= 0) return false;
+  buffer[0] = 0;
+  const auto* string = HostCast<HostCFString>(ref);
+  if (string == nullptr || IsUTF16(encoding)) return false;
+  size_t used = 0;
+  const size_t taken = HostEncodeText(encoding, string->Text(), 0, buffer + 1,
+                                      std::min<size_t>(static_cast<size_t>(size) - 1, 255), &used);
+  buffer[0] = static_cast<unsigned char>(used);
+  return taken == string->Length() && HostIsKnownEncoding(encoding);
+}
+
+const char* CFStringGetCStringPtr(CFStringRef ref, CFStringEncoding encoding) {
+  const auto* string = HostCast<HostCFString>(ref);
+  if (string == nullptr || IsUTF16(encoding) || !HostIsKnownEncoding(encoding)) return nullptr;
+  const char* text = encoding == kCFStringEncodingISOLatin1
+                         ? reinterpret_cast<const char*>(string->Latin1())
+                         : string->ASCII();
+  // A text with a NUL inside would look shorter than it is.
+  return text != nullptr && std::strlen(text) == string->Length() ? text : nullptr;
+}
+
+CFIndex CFStringGetBytes(CFStringRef ref, CFRange range, CFStringEncoding encoding, UInt8 lossByte,
+                         Boolean isExternalRepresentation, UInt8* buffer, CFIndex max,
+                         CFIndex* used) {
+  if (used != nullptr) *used = 0;
+  const auto* string = HostCast<HostCFString>(ref);
+  if (string == nullptr || !IsInside(range, string->Length())) return 0;
+
+  size_t room = buffer != nullptr ? static_cast<size_t>(std::max<CFIndex>(max, 0)) : kMaxUnits;
+  size_t markSize = 0;
+  if (isExternalRepresentation && encoding == kCFStringEncodingUnicode) {
+    if (!PutByteOrderMark(buffer, room)) return 0;
+    markSize = sizeof(UniChar);
+  }
+  const HostTextView part =
+      string->Text().Part(static_cast<size_t>(range.location), static_cast<size_t>(range.length));
+  size_t size = 0;
+  const size_t taken =
+      HostEncodeText(encoding, part, lossByte, buffer != nullptr ? buffer + markSize : nullptr,
+                     room - markSize, &size);
+  if (used != nullptr) {
+    *used = static_cast<CFIndex>(std::min<uint64_t>(uint64_t{size} + markSize, INT32_MAX));
+  }
+  return static_cast<CFIndex>(taken);
+}
+
+CFIndex CFStringGetMaximumSizeForEncoding(CFIndex count, CFStringEncoding encoding) {
+  const uint64_t unitSize = HostMaxBytesPerUnit(encoding);
+  const uint64_t size = unitSize * static_cast<uint64_t>(std::max<CFIndex>(count, 0));
+  return unitSize != 0 && count >= 0 && size <= INT32_MAX ? static_cast<CFIndex>(size) : -1;
+}
+
+CFComparisonResult CFStringCompare(CFStringRef a, CFStringRef b, CFOptionFlags) {
+  const auto* left = HostCast<HostCFString>(a);
+  const auto* right = HostCast<HostCFString>(b);
+  if (left == nullptr || right == nullptr) return (left != nullptr) - (right != nullptr);
+  const HostTextView x = left->Text();
+  const HostTextView y = right->Text();
+  const size_t common = std::min(x.length, y.length);
+  for (size_t i = 0; i < common; ++i) {
+    if (x.At(i) != y.At(i)) return x.At(i) < y.At(i) ? kCFCompareLessThan : kCFCompareGreaterThan;
+  }
+  return (x.length > y.length) - (x.length < y.length);
+}
+
+CFStringRef __CFStringMakeConstantString(const char* text) {
+  if (text == nullptr) return nullptr;
+  ConstantTable& table = Constants();
+  const std::lock_guard<std::mutex> held(table.lock);
+  HostCFString*& string = table.strings[text];
+  if (string == nullptr) string = HostCFString::CreateConstant(text);
+  return string;
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <CoreFoundation/CFString.h>
+
+#include <cstddef>
+
+#include "platform/host/cf_object.h"
+#include "platform/host/text_codec.h"
+
+// The string object. Its code units are stored one byte each when all are below U+0100, else two
+// bytes each: always the smaller form, so equal strings have the same form. The units of a created
+// string lie behind the object in the same block, NUL-terminated. Immutable; any thread.
+//
+// A constant string is a global made from an ASCII literal at compile time:
+//
+//   constinit HostCFString gDefaultMode{"kCFRunLoopDefaultMode"};
+//   constinit const CFStringRef kCFRunLoopDefaultMode = &gDefaultMode;
+struct __CFString final : HostCFObject {
+  static constexpr HostTypeID kClass = kHostTypeString;
+
+  template <size_t N>
+  constexpr explicit __CFString(const char (&literal)[N])
+      : HostCFObject(kClass, Constant::kYes),
+        isASCII(true),
+        isWide(false),
+        length(N - 1),
+        literalText(literal) {
+    for (char c : literal) {
+      if (static_cast<signed char>(c) < 0) throw "a constant string must be ASCII";
+    }
+  }
+
+  // Copies the units, one reference for the caller. Null when there is no memory or more than
+  // INT32_MAX units.
+  static __CFString* Create(HostTextView text);
+  // Null also when the bytes are not well formed.
+  static __CFString* Create(CFStringEncoding encoding, const UInt8* bytes, size_t count,
+                            bool external);
+  // Of Mac Roman text; never destroyed.
+  static __CFString* CreateConstant(const char* text);
+
+  size_t Length() const { return length; }
+  HostTextView Text() const;
+  // The bytes when all are ASCII, NUL-terminated; else null.
+  const char* ASCII() const { return isASCII ? reinterpret_cast<const char*>(Narrow()) : nullptr; }
+  // The bytes when all units are below U+0100 (ISO Latin-1), NUL-terminated; else null.
+  const UInt8* Latin1() const { return isWide ? nullptr : Narrow(); }
+
+  bool Equal(const HostCFObject& other) const override;
+  CFHashCode Hash() const override;
+  CFStringRef CopyDescription() const override;
+
+ private:
+  __CFString(bool ascii, bool wide, size_t units, Constant constant)
+      : HostCFObject(kClass, constant),
+        isASCII(ascii),
+        isWide(wide),
+        length(static_cast<UInt32>(units)) {}
+
+  static __CFString* Make(HostTextView text, Constant constant);
+  void LastRelease() override;
+  const UInt8* Narrow() const;
+
+  const bool isASCII;
+  const bool isWide;
+  const UInt32 length;
+  const char* const literalText = nullptr;  // null: the units lie behind the object
+};
+using HostCFString = __CFString;
+
+// The text of `format` with the arguments put in, as CFStringCreateWithFormat documents it.
+CFStringRef HostFormatString(const HostCFString& format, va_list arguments);

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <CoreServices/MacTypes.h>
+
+#include <cstdint>
+
+#include "platform/host/ae_codec.h"
+#include "platform/host/frame.h"
+
+// The client's end of the transport. Each thread keeps connections of its own, one to each port it
+// talks to: what it sends to a port arrives in order, and a late reply can reach nobody else. A
+// time-out never breaks a connection: a frame that was begun is finished before the next.
+
+// Sends `frame` (its header room is filled in here, from `header`) to the port and, when
+// `replyBody` is not null, waits for the reply to this very request.
+//
+// deadline  monotonic nanoseconds, kHostNever waits for ever.
+// Result    0; connectionInvalid (the port is dead, or died while we waited); errAETimeout (no
+//           room, or no reply, in time); errAECorruptData (the peer speaks something else);
+//           memFullErr (descriptors, memory).
+OSStatus HostConverse(uint64_t portID, HostFrameHeader header, HostGather& frame, int64_t deadline,
+                      HostFrameSlice* replyBody);
+
+// A number that no other request of this process has.
+uint64_t HostNextRequestNumber();
+
+// The calling thread's random number, so that a server can tell a thread that reconnected.
+uint64_t HostThreadNumber();

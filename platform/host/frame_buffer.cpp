@@ -1,0 +1,74 @@
+#include "platform/host/frame_buffer.h"
+
+#include <cstdlib>
+#include <new>
+
+// Each thread keeps the last blocks that it released if they are of the size that connections read
+// into, or that large values take: fresh memory of that size costs a page fault per page.
+
+namespace {
+
+constexpr size_t kSpareCount = 2;
+constexpr size_t kSpareLeast = size_t{48} << 10;
+constexpr size_t kSpareMost = size_t{2} << 20;
+
+struct Spares {
+  HostFrameBuffer* blocks[kSpareCount];
+  bool ended;  // the thread is going: keep nothing any more
+};
+constinit thread_local Spares sSpares = {};
+
+struct SparesEnd {
+  bool armed = false;
+  ~SparesEnd() {
+    sSpares.ended = true;
+    for (HostFrameBuffer*& block : sSpares.blocks) free(std::exchange(block, nullptr));
+  }
+};
+thread_local SparesEnd sSparesEnd;
+
+bool Keep(HostFrameBuffer* block) {
+  Spares& spares = sSpares;
+  if (spares.ended || block->Capacity() < kSpareLeast || block->Capacity() > kSpareMost) {
+    return false;
+  }
+  for (HostFrameBuffer*& place : spares.blocks) {
+    if (place != nullptr) continue;
+    sSparesEnd.armed = true;  // its first use is what makes it run at the thread's end
+    place = block;
+    return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+HostFrameBuffer* HostFrameBuffer::Create(size_t capacity) {
+  if (capacity > SIZE_MAX - sizeof(HostFrameBuffer)) return nullptr;
+  if (capacity >= kSpareLeast && capacity <= kSpareMost) {
+    if (HostFrameBuffer* spare = TakeSpare(capacity)) return spare;
+  }
+  void* memory = malloc(sizeof(HostFrameBuffer) + capacity);
+  return memory == nullptr ? nullptr : new (memory) HostFrameBuffer(capacity);
+}
+
+HostFrameBuffer* HostFrameBuffer::TakeSpare(size_t capacity) {
+  // A block much too large would be better used for something large.
+  const size_t most = capacity <= SIZE_MAX / 2 ? capacity * 2 : capacity;
+  for (HostFrameBuffer*& place : sSpares.blocks) {
+    if (place == nullptr || place->capacity < capacity || place->capacity > most) continue;
+    HostFrameBuffer* block = std::exchange(place, nullptr);
+    block->references.store(1, std::memory_order_relaxed);
+    return block;
+  }
+  return nullptr;
+}
+
+void HostFrameBuffer::Release() {
+  // A sole owner needs no locked instruction: nobody else can take a reference.
+  if (references.load(std::memory_order_acquire) != 1 &&
+      references.fetch_sub(1, std::memory_order_acq_rel) != 1) {
+    return;
+  }
+  if (!Keep(this)) free(this);
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+#include "platform/host/frame.h"
+#include "platform/host/frame_buffer.h"
+
+// Both directions of a stream of frames. One owner at a time; not thread-safe.
+
+// HostFrameReader cuts what a connection delivers into frames. The bytes of a frame are handed out
+// where they were received, without a copy. No allocation runs ahead of the bytes that have come:
+// a frame's buffer grows as it fills, whatever length its header claims.
+class HostFrameReader {
+ public:
+  // One receive call on `fd` with `flags` (MSG_DONTWAIT or 0).
+  // Result  bytes received; 0 at the end of the stream; -1 with errno: EAGAIN, EINTR, ENOMEM,
+  //         EBADMSG (somebody passed a descriptor: the stream is to be closed), others.
+  ssize_t Receive(int fd, int flags);
+
+  enum class Next { kFrame, kIncomplete, kBad };
+  // The next complete frame. kBad: the stream is no stream of frames, nothing follows.
+  Next Take(HostFrameHeader* header, HostFrameSlice* body);
+
+  bool HasCompleteFrame() const;
+  bool IsBad() const { return bad; }  // kBad comes, behind the complete frames before it
+  // The header of the complete frame that Take would give; false without one.
+  bool Peek(HostFrameHeader* header) const;
+  // Bytes of a frame that has begun and is not complete.
+  size_t PartialBytes() const { return HasCompleteFrame() ? 0 : end - begin; }
+
+ private:
+  bool MakeRoom();
+  void LookAtHeader();
+
+  HostFrameRef block;
+  size_t begin = 0;  // of the first frame not yet taken, in `block`
+  size_t end = 0;    // of what was received
+  size_t wanted = kHostFrameHeaderSize;  // size of the frame at `begin`, as far as it is known
+  bool bad = false;
+};
+
+// HostOutQueue holds what a socket did not take at once.
+class HostOutQueue {
+ public:
+  bool IsEmpty() const { return sent == bytes.size(); }
+  size_t Size() const { return bytes.size() - sent; }
+  // Bytes behind the frame that is being written.
+  size_t WaitingSize() const { return frameEnds.empty() ? 0 : bytes.size() - frameEnds.front(); }
+
+  // Appends what is left of a frame of which `written` bytes are out. False without memory.
+  bool Append(const std::vector<iovec>& pieces, size_t written);
+
+  // Writes as much as the socket takes without waiting.
+  // Result  0, or errno: EAGAIN when something is left, others when the connection is lost.
+  int Flush(int fd);
+
+ private:
+  void DropSent();
+
+  std::vector<uint8_t> bytes;
+  size_t sent = 0;
+  std::deque<size_t> frameEnds;  // offsets in `bytes` of the ends of the frames not yet out
+};
+
+// Writes the pieces to `fd` without waiting and without SIGPIPE, beginning `*written` bytes in;
+// `*written` moves on. Result: 0 when all is out, else errno (EAGAIN, EPIPE, ...).
+int HostWritePieces(int fd, const std::vector<iovec>& pieces, size_t* written);

@@ -1,0 +1,313 @@
+#include "platform/host/name_registry.h"
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <ctime>
+#include <memory>
+#include <optional>
+
+#include "platform/host/context_directory.h"
+#include "platform/host/descriptors.h"
+#include "platform/host/proc_status.h"
+
+namespace {
+
+constexpr size_t kMaxNameBytes = BOOTSTRAP_MAX_NAME_LEN - 1;
+constexpr int kStaleFilesPerClaim = 8;
+constexpr int kEntriesPerClaim = 256;  // looked at; a claim must not take longer the more names
+constexpr time_t kStaleSeconds = 24 * 60 * 60;
+// Sticky, so that directory cleaners spare the file.
+constexpr mode_t kNameFileMode = S_ISVTX | 0600;
+
+struct NameFile {
+  char text[2 * kMaxNameBytes + 1];
+};
+
+bool EncodeName(const char* name, NameFile* file) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  const size_t size = strnlen(name, kMaxNameBytes + 1);
+  if (size == 0 || size > kMaxNameBytes) return false;
+  char* out = file->text;
+  for (size_t i = 0; i < size; i++) {
+    const auto byte = static_cast<unsigned char>(name[i]);
+    *out++ = kDigits[byte >> 4];
+    *out++ = kDigits[byte & 15];
+  }
+  *out = 0;
+  return true;
+}
+
+int DigitValue(char digit) {
+  if (digit >= '0' && digit <= '9') return digit - '0';
+  if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
+  return -1;
+}
+
+std::optional<std::string> DecodeName(const char* text) {
+  const size_t size = strlen(text);
+  if (size == 0 || size % 2 != 0 || size > 2 * kMaxNameBytes) return std::nullopt;
+  std::string name;
+  for (size_t i = 0; i < size; i += 2) {
+    const int high = DigitValue(text[i]), low = DigitValue(text[i + 1]);
+    if (high < 0 || low < 0 || (high == 0 && low == 0)) return std::nullopt;
+    name.push_back(static_cast<char>(high << 4 | low));
+  }
+  return name;
+}
+
+struct flock LockOf(short type, off_t start, off_t length) {
+  struct flock lock = {};
+  lock.l_type = type;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = start;
+  lock.l_len = length;  // 0: to the end
+  return lock;
+}
+
+// Open file description locks belong to the description, not to the process: they are dropped with
+// its last descriptor and are not disturbed by another descriptor of the same file being closed.
+bool TryLock(int fd, off_t start) {
+  struct flock lock = LockOf(F_WRLCK, start, 1);
+  while (fcntl(fd, F_OFD_SETLK, &lock) != 0) {
+    if (errno != EINTR) return false;
+  }
+  return true;
+}
+
+off_t OffsetOf(uint64_t portId) { return static_cast<off_t>(portId + 1); }
+
+// 0 when no owner has published a port; errors read as nobody.
+uint64_t PublishedPort(int fd) {
+  struct flock lock = LockOf(F_WRLCK, 1, 0);
+  if (fcntl(fd, F_OFD_GETLK, &lock) != 0 || lock.l_type == F_UNLCK || lock.l_start < 2) return 0;
+  return static_cast<uint64_t>(lock.l_start) - 1;
+}
+
+// What an owner writes about itself: for people, and for whoever cleans up behind it.
+struct OwnerRecord {
+  long pid = 0;
+  unsigned long uid = 0;
+  uint64_t startTicks = 0;
+  uint64_t portId = 0;
+};
+
+std::optional<OwnerRecord> ReadRecord(int fd) {
+  char text[160];
+  const ssize_t size = pread(fd, text, sizeof text - 1, 0);
+  if (size <= 0) return std::nullopt;
+  text[size] = 0;
+  OwnerRecord record;
+  if (sscanf(text, "pid %10ld uid %10lu start %20" SCNu64 " port %16" SCNx64, &record.pid,
+             &record.uid, &record.startTicks, &record.portId) != 4) {
+    return std::nullopt;
+  }
+  return record;
+}
+
+bool WriteRecord(int fd, uint64_t portId) {
+  char text[160];
+  const int size = snprintf(text, sizeof text, "pid %ld uid %lu start %" PRIu64 " port %016" PRIx64
+                            "\n", static_cast<long>(getpid()),
+                            static_cast<unsigned long>(geteuid()), HostOwnStartTicks(), portId);
+  return ftruncate(fd, 0) == 0 && pwrite(fd, text, static_cast<size_t>(size), 0) == size;
+}
+
+void RemoveSocket(const HostContext& context, uint64_t portId) {
+  char file[17];
+  HostPortFileName(portId, file);
+  unlinkat(context.ports, file, 0);
+}
+
+bool SameFile(int directory, const char* file, int fd) {
+  struct stat opened, named;
+  return fstat(fd, &opened) == 0 &&
+         fstatat(directory, file, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+         opened.st_ino == named.st_ino && opened.st_dev == named.st_dev;
+}
+
+int OpenNameFile(const HostContext& context, const char* file) {
+  HostDescriptorOpening opening;
+  return opening.Enter(
+      openat(context.names, file, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kNameFileMode),
+      HostDescriptorKind::kNameFile);
+}
+
+// Takes byte 0 of `file`: then the name is ours.
+kern_return_t TakeOwnership(const HostContext& context, const char* file, int* claim) {
+  for (;;) {
+    const int fd = OpenNameFile(context, file);
+    if (fd < 0) return HostRegistrationStatus(errno);
+    if (!TryLock(fd, 0)) {
+      const int error = errno;
+      HostCloseDescriptor(fd);
+      return error == EAGAIN || error == EACCES ? BOOTSTRAP_NAME_IN_USE : HostRegistrationStatus(error);
+    }
+    // A file that was removed between open and lock guards nothing: start again.
+    if (SameFile(context.names, file, fd)) {
+      *claim = fd;
+      return 0;
+    }
+    struct stat info;
+    const bool gone = fstat(context.names, &info) != 0 || info.st_nlink == 0;
+    HostCloseDescriptor(fd);
+    if (gone) return KERN_FAILURE;
+  }
+}
+
+// Takes over a file that nobody owns and that has not been touched for a day, and removes it.
+bool RemoveIfStale(const HostContext& context, const char* file) {
+  struct stat info;
+  if (fstatat(context.names, file, &info, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  if (!S_ISREG(info.st_mode) || info.st_mtime > time(nullptr) - kStaleSeconds) return false;
+  const int fd = openat(context.names, file, O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+  if (fd < 0) return false;
+  const bool ours = TryLock(fd, 0) && SameFile(context.names, file, fd);
+  if (ours) {
+    if (const auto record = ReadRecord(fd)) RemoveSocket(context, record->portId);
+    unlinkat(context.names, file, 0);
+  }
+  close(fd);
+  return ours;
+}
+
+struct DirectoryCloser {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+using Directory = std::unique_ptr<DIR, DirectoryCloser>;
+
+Directory OpenDirectory(int fd) {
+  // A description of its own: the shared one has a position.
+  const int copy = openat(fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  DIR* directory = copy < 0 ? nullptr : fdopendir(copy);
+  if (directory == nullptr && copy >= 0) close(copy);
+  return Directory(directory);
+}
+
+void RemoveStaleFiles(const HostContext& context) {
+  const Directory directory = OpenDirectory(context.names);
+  if (directory == nullptr) return;
+  int removed = 0;
+  for (int seen = 0; seen < kEntriesPerClaim && removed < kStaleFilesPerClaim; seen++) {
+    const dirent* entry = readdir(directory.get());
+    if (entry == nullptr) return;
+    if (entry->d_name[0] != '.' && RemoveIfStale(context, entry->d_name)) removed++;
+  }
+}
+
+std::optional<HostNameInfo> ReadNameFile(const HostContext& context, const char* file) {
+  const auto name = DecodeName(file);
+  if (!name) return std::nullopt;
+  const int fd = openat(context.names, file, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  if (fd < 0) return std::nullopt;
+  const uint64_t port = PublishedPort(fd);
+  const auto record = ReadRecord(fd);
+  struct stat info = {};
+  fstat(fd, &info);
+  close(fd);
+  if (port == 0) return std::nullopt;
+
+  HostNameInfo result;
+  result.name = *name;
+  result.hidden = (*name)[0] == 1;
+  result.ageSeconds = std::max<double>(0, difftime(time(nullptr), info.st_mtime));
+  if (record && record->portId == port && record->pid > 0) {
+    result.ownerPid = static_cast<pid_t>(record->pid);
+    result.ownerUid = static_cast<uid_t>(record->uid);
+    result.program = HostProgramPath(result.ownerPid);
+  }
+  return result;
+}
+
+}  // namespace
+
+kern_return_t HostRegistrationStatus(int error) {
+  switch (error) {
+    case EACCES:
+    case EPERM:
+    case EROFS:
+      return BOOTSTRAP_NOT_PRIVILEGED;
+    case EMFILE:
+    case ENFILE:
+    case ENOMEM:
+    case ENOSPC:
+    case EDQUOT:
+    case ENOLCK:
+      return BOOTSTRAP_NO_MEMORY;
+    default:
+      return KERN_FAILURE;
+  }
+}
+
+kern_return_t HostClaimName(const char* name, uint64_t portId, int* claim) {
+  const HostContext* context = HostGetContext();
+  if (context == nullptr) return KERN_FAILURE;
+  NameFile file;
+  if (!EncodeName(name, &file)) return KERN_INVALID_ARGUMENT;
+  int fd = -1;
+  if (const kern_return_t err = TakeOwnership(*context, file.text, &fd); err != 0) return err;
+
+  if (const auto record = ReadRecord(fd)) RemoveSocket(*context, record->portId);
+  fchmod(fd, kNameFileMode);  // whatever the umask is
+  // Published last: from here on others find the port.
+  if (!WriteRecord(fd, portId) || !TryLock(fd, OffsetOf(portId))) {
+    const kern_return_t err = HostRegistrationStatus(errno);
+    HostReleaseName(name, fd);
+    return err;
+  }
+  futimens(fd, nullptr);  // a lock wakes no file watcher, this does
+  *claim = fd;
+  RemoveStaleFiles(*context);
+  return 0;
+}
+
+void HostReleaseName(const char* name, int claim) {
+  const HostContext* context = HostGetContext();
+  NameFile file;
+  // Still locked: whoever opens the file meanwhile finds, once it has the lock, that it is gone.
+  if (context != nullptr && EncodeName(name, &file) &&
+      SameFile(context->names, file.text, claim)) {
+    unlinkat(context->names, file.text, 0);
+  }
+  HostCloseDescriptor(claim);
+}
+
+kern_return_t HostFindName(const char* name, uint64_t* portId) {
+  const HostContext* context = HostGetContext();
+  if (context == nullptr) return KERN_FAILURE;
+  NameFile file;
+  if (!EncodeName(name, &file)) return KERN_INVALID_ARGUMENT;
+  const int fd = openat(context->names, file.text, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+  if (fd < 0) return errno == ENOENT ? BOOTSTRAP_UNKNOWN_SERVICE : HostRegistrationStatus(errno);
+  *portId = PublishedPort(fd);
+  close(fd);
+  return *portId != 0 ? BOOTSTRAP_SUCCESS : BOOTSTRAP_UNKNOWN_SERVICE;
+}
+
+std::vector<HostNameInfo> HostReadNames() {
+  std::vector<HostNameInfo> names;
+  const HostContext* context = HostGetContext();
+  if (context == nullptr) return names;
+  const Directory directory = OpenDirectory(context->names);
+  if (directory == nullptr) return names;
+  while (const dirent* entry = readdir(directory.get())) {
+    if (auto info = ReadNameFile(*context, entry->d_name)) names.push_back(std::move(*info));
+  }
+  return names;
+}
+
+std::string HostEventPortName(const ProcessSerialNumber& psn) {
+  char text[18];
+  snprintf(text, sizeof text, "\x01%08" PRIx32 "%08" PRIx32, psn.highLongOfPSN, psn.lowLongOfPSN);
+  return text;
+}
+
+void HostPortFileName(uint64_t portId, char (&text)[17]) {
+  snprintf(text, sizeof text, "%016" PRIx64, portId);
+}

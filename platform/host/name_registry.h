@@ -1,0 +1,39 @@
+#pragma once
+
+#include <servers/bootstrap.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/host/introspect.h"
+
+// Names of the session. A name is a file lock: byte 0 is held by whoever owns the name, byte 1 +
+// port id by an owner that can be reached. The kernel drops both with the owner, so nothing that is
+// read here can be stale. Any thread.
+
+// Claims `name` (1 to 127 bytes) and publishes `portId`, whose socket is bound and listening.
+//
+// Result  0 with the descriptor that holds the claim, entered as a name file: the caller gives it
+//         to HostReleaseName. BOOTSTRAP_NAME_IN_USE, BOOTSTRAP_NOT_PRIVILEGED,
+//         BOOTSTRAP_NO_MEMORY, KERN_FAILURE.
+kern_return_t HostClaimName(const char* name, uint64_t portId, int* claim);
+
+// Gives a claim up and removes its file.
+void HostReleaseName(const char* name, int claim);
+
+// The port id that the owner of `name` published. BOOTSTRAP_UNKNOWN_SERVICE when nobody has.
+kern_return_t HostFindName(const char* name, uint64_t* portId);
+
+// The bootstrap status of a failed system call: BOOTSTRAP_NOT_PRIVILEGED, BOOTSTRAP_NO_MEMORY
+// (descriptors, disk or memory), else KERN_FAILURE.
+kern_return_t HostRegistrationStatus(int error);
+
+// All published names, for people. Unsorted.
+std::vector<HostNameInfo> HostReadNames();
+
+// The hidden name of a process's own event port: byte 1, then its serial number.
+std::string HostEventPortName(const ProcessSerialNumber& psn);
+
+// The file name of a port's socket in ports/: 16 lower-case hexadecimal digits and a NUL.
+void HostPortFileName(uint64_t portId, char (&text)[17]);

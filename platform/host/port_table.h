@@ -1,0 +1,78 @@
+#pragma once
+
+#include <mach/mach.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+class HostReceiver;
+class HostLocalWaiter;
+
+// The names of this task's port rights. One name for each port, whatever rights are held; numbers
+// carry a generation and are not reused soon. Any thread. A forked child starts with an empty
+// table: it owns no rights.
+
+inline constexpr mach_port_t kHostTaskPort = 0x103;
+inline constexpr mach_port_t kHostBootstrapPort = 0x203;
+inline constexpr mach_port_t kHostDiscardPort = 0x303;  // a reply right without an asker
+
+// Where a reply goes.
+struct HostReplyTarget {
+  std::shared_ptr<HostReceiver> receiver;  // with `connection`: the asker is another process
+  uint32_t connection = 0;
+  uint64_t requestNumber = 0;
+  std::shared_ptr<HostLocalWaiter> waiter;  // the asker is a thread of this process
+};
+
+// What a port name stands for, as a destination.
+struct HostDestination {
+  enum class Kind { kNone, kOwn, kRemote, kReply };
+  Kind kind = Kind::kNone;
+  uint64_t portID = 0;                     // kRemote
+  std::shared_ptr<HostReceiver> receiver;  // kOwn
+};
+HostDestination HostResolvePort(mach_port_t name);
+
+// A new receive right: an entry, nothing more. MACH_PORT_NULL when the table is full.
+mach_port_t HostAllocateReceiveRight();
+
+// The receiver behind a receive right, made on first use. Null when `name` is none.
+std::shared_ptr<HostReceiver> HostReceiverOf(mach_port_t name);
+
+// A send right to the port with this id: the receive right's own name when it is ours. Adds a
+// reference. MACH_PORT_NULL when the table is full.
+mach_port_t HostInsertSendRight(uint64_t portID);
+
+// The own receive right that is registered under `service`, or MACH_PORT_NULL.
+mach_port_t HostFindOwnService(const char* service);
+void HostNoteOwnService(const char* service, mach_port_t name);
+void HostForgetOwnService(const char* service);
+
+// A reply right: used up by HostTakeReplyRight, removed when its asker has gone.
+mach_port_t HostInsertReplyRight(HostReplyTarget target);
+bool HostTakeReplyRight(mach_port_t name, HostReplyTarget* target);
+void HostRemoveReplyRight(mach_port_t name);
+
+// The port turned out to be dead: send rights to it go.
+void HostForgetDeadPort(uint64_t portID);
+
+kern_return_t HostAddSendReference(mach_port_t name);
+kern_return_t HostDropReference(mach_port_t name);
+kern_return_t HostDestroyRight(mach_port_t name);
+
+// Orderly end of all receive rights, at exit.
+void HostDestroyAllReceivers();
+
+struct HostTableCounts {
+  size_t names = 0;
+  size_t receivers = 0;
+  size_t connections = 0;
+  size_t queuedBytes = 0;
+  size_t partialBytes = 0;
+};
+HostTableCounts HostCountTable();
+
+// Called (with no lock held) whenever a receive right has been destroyed.
+void HostSetDeathObserver(void (*observer)(mach_port_t name));

@@ -1,0 +1,21 @@
+target_sources(vlt_platform PRIVATE
+  host/apple_event_send.cpp
+  host/callout.cpp
+  host/cf_mach_port.cpp
+  host/context_directory.cpp
+  host/conversation.cpp
+  host/descriptors.cpp
+  host/event_loop.cpp
+  host/frame.cpp
+  host/frame_stream.cpp
+  host/introspect.cpp
+  host/mach_port.cpp
+  host/name_registry.cpp
+  host/port_address.cpp
+  host/port_table.cpp
+  host/proc_status.cpp
+  host/receiver.cpp
+  host/run_loop.cpp
+  host/run_loop_calls.cpp
+  host/run_loop_source.cpp
+)

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <CoreServices/MacTypes.h>
+
+// Counted objects. *Create* and *Copy* give the caller one reference, *Get* lends one. Every
+// function checks what it is given: null or an object of another class gives a neutral result (0,
+// null, false), never a crash. Counts are atomic; objects that are immutable may be used from any
+// thread.
+
+using CFIndex = SInt32;
+using CFTypeID = UInt32;
+using CFHashCode = UInt32;
+using CFOptionFlags = UInt32;
+using CFTypeRef = const void*;
+using CFAbsoluteTime = double;  // seconds since 2001-01-01 00:00:00 UTC
+using CFTimeInterval = double;  // seconds
+
+using CFAllocatorRef = const struct __CFAllocator*;
+using CFStringRef = const struct __CFString*;
+using CFMutableStringRef = struct __CFString*;
+
+using CFComparisonResult = SInt32;
+enum : CFComparisonResult { kCFCompareLessThan = -1, kCFCompareEqualTo = 0, kCFCompareGreaterThan = 1 };
+
+struct CFRange {
+  CFIndex location;
+  CFIndex length;
+};
+inline CFRange CFRangeMake(CFIndex location, CFIndex length) { return {location, length}; }
+
+extern "C" {
+
+// Allocators. Only these four exist; memory always comes from the C++ heap. kCFAllocatorNull as a
+// "bytes deallocator" leaves the bytes alone.
+#define kCFAllocatorDefault (static_cast<CFAllocatorRef>(nullptr))
+extern const CFAllocatorRef kCFAllocatorSystemDefault;
+extern const CFAllocatorRef kCFAllocatorMalloc;
+extern const CFAllocatorRef kCFAllocatorNull;
+
+CFTypeRef CFRetain(CFTypeRef object);  // its argument; null stays null
+void CFRelease(CFTypeRef object);      // the last release destroys; null is ignored
+CFIndex CFGetRetainCount(CFTypeRef object);
+Boolean CFEqual(CFTypeRef a, CFTypeRef b);
+CFHashCode CFHash(CFTypeRef object);    // equal objects have equal hashes
+CFTypeID CFGetTypeID(CFTypeRef object);  // 0 for null
+CFAllocatorRef CFGetAllocator(CFTypeRef object);
+CFStringRef CFCopyTypeIDDescription(CFTypeID type);
+CFStringRef CFCopyDescription(CFTypeRef object);
+
+}  // extern "C"

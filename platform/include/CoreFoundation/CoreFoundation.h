@@ -1,0 +1,6 @@
+#pragma once
+
+#include <CoreFoundation/CFBase.h>
+#include <CoreFoundation/CFMachPort.h>
+#include <CoreFoundation/CFRunLoop.h>
+#include <CoreFoundation/CFString.h>

@@ -1,0 +1,225 @@
+#pragma once
+
+#include <CoreServices/MacErrors.h>
+#include <CoreServices/MacTypes.h>
+
+// The Apple Event Manager's data: descriptors (a typed value), lists and records of them, and
+// Apple Events (a record of parameters plus attributes).
+//
+// A descriptor is a small record that names its storage by number; copying the record copies the
+// name, not the data. Whoever receives a descriptor from a call below disposes of it once.
+// Disposing twice, or through a copied record, is harmless: a number that no longer names anything
+// is refused with errAENotAEDesc.
+//
+// Threads: any, for different descriptors. One descriptor used by two threads at a time is for the
+// callers to prevent.
+//
+// Contracts shared by all calls:
+//   - a descriptor written by a call ("dst") is output only: what it held is not disposed of, and
+//     a call that fails sets it to the null descriptor, { typeNull, null };
+//   - data put is copied; data sizes are bytes; a negative size, or a null pointer with a size
+//     above 0, is paramErr;
+//   - values are in the host's byte order, except typeUTF16ExternalRepresentation, and
+//     typeExtended and type128BitFloatingPoint, whose first byte is the most significant;
+//   - a null descriptor where a container is needed is errAENotAEDesc; a descriptor of another
+//     shape is errAEWrongDataType, or errAENotAppleEvent where only an event will do;
+//   - containers nest at most 64 deep: putting one that would go deeper is errAEBadListItem;
+//   - a container has no bytes of its own: its data size is 0;
+//   - memFullErr when there is no memory.
+
+using DescType = ResType;
+using AEKeyword = FourCharCode;
+using AEEventClass = FourCharCode;
+using AEEventID = FourCharCode;
+using AEReturnID = SInt16;
+using AETransactionID = SInt32;
+using AEArrayType = SInt8;
+
+// Not an address: never followed, and null for the null descriptor.
+using AEDataStorage = struct OpaqueAEDataStorage*;
+
+struct AEDesc {
+  DescType descriptorType;
+  AEDataStorage dataHandle;
+};
+using AEAddressDesc = AEDesc;
+using AEDescList = AEDesc;
+using AERecord = AEDesc;
+using AppleEvent = AEDesc;
+
+struct AEKeyDesc {
+  AEKeyword descKey;
+  AEDesc descContent;
+};
+
+enum : AEArrayType {
+  kAEDataArray = 0,
+  kAEPackedArray = 1,
+  kAEHandleArray = 2,
+  kAEDescArray = 3,
+  kAEKeyDescArray = 4,
+};
+
+// Descriptor types. The remark tells the data; a value may hold any number of bytes whatever its
+// type says, so a typeSInt32 of 4n bytes carries n integers.
+enum : DescType {
+  typeNull = FourCC('n', 'u', 'l', 'l'),      // none
+  typeWildCard = FourCC('*', '*', '*', '*'),  // only as a desired type: no coercion
+  typeBest = FourCC('b', 'e', 's', 't'),      // only as a desired type: no coercion
+
+  typeBoolean = FourCC('b', 'o', 'o', 'l'),  // 1 byte, 0 or 1
+  typeTrue = FourCC('t', 'r', 'u', 'e'),     // none
+  typeFalse = FourCC('f', 'a', 'l', 's'),    // none
+
+  typeSInt16 = FourCC('s', 'h', 'o', 'r'),
+  typeSMInt = typeSInt16,
+  typeShortInteger = typeSInt16,
+  typeUInt16 = FourCC('u', 's', 'h', 'r'),
+  typeSInt32 = FourCC('l', 'o', 'n', 'g'),
+  typeInteger = typeSInt32,
+  typeLongInteger = typeSInt32,
+  typeUInt32 = FourCC('m', 'a', 'g', 'n'),
+  typeMagnitude = typeUInt32,
+  typeSInt64 = FourCC('c', 'o', 'm', 'p'),
+  typeComp = typeSInt64,
+  typeUInt64 = FourCC('u', 'c', 'o', 'm'),
+  typeIEEE32BitFloatingPoint = FourCC('s', 'i', 'n', 'g'),
+  typeSMFloat = typeIEEE32BitFloatingPoint,
+  typeShortFloat = typeIEEE32BitFloatingPoint,
+  typeIEEE64BitFloatingPoint = FourCC('d', 'o', 'u', 'b'),
+  typeFloat = typeIEEE64BitFloatingPoint,
+  typeLongFloat = typeIEEE64BitFloatingPoint,
+  type128BitFloatingPoint = FourCC('l', 'd', 'b', 'l'),  // 16 bytes, quadruple precision
+  typeExtended = FourCC('e', 'x', 't', 'e'),             // 10 bytes
+  typeDecimalStruct = FourCC('d', 'e', 'c', 'm'),
+  typeFixed = FourCC('f', 'i', 'x', 'd'),  // 4 bytes, 16.16
+
+  typeChar = FourCC('T', 'E', 'X', 'T'),     // Mac Roman, no terminator
+  typePString = FourCC('p', 's', 't', 'r'),  // length byte, Mac Roman
+  typeCString = FourCC('c', 's', 't', 'r'),  // Mac Roman, NUL
+  typeUnicodeText = FourCC('u', 't', 'x', 't'),
+  typeUTF16ExternalRepresentation = FourCC('u', 't', '1', '6'),  // big-endian unless a mark leads
+  typeUTF8Text = FourCC('u', 't', 'f', '8'),
+  typeStyledUnicodeText = FourCC('s', 'u', 't', 'x'),
+  typeEncodedString = FourCC('e', 'n', 'c', 's'),
+  typeStyledText = FourCC('S', 'T', 'X', 'T'),  // a record with keyAEText
+  typeIntlText =
+      FourCC('i', 't', 'x', 't'),  // script, language (2 bytes each, most significant first), text
+
+  typeType = FourCC('t', 'y', 'p', 'e'),
+  typeEnumerated = FourCC('e', 'n', 'u', 'm'),
+  typeEnumeration = typeEnumerated,
+  typeProperty = FourCC('p', 'r', 'o', 'p'),
+  typeKeyword = FourCC('k', 'e', 'y', 'w'),
+  typeApplSignature = FourCC('s', 'i', 'g', 'n'),
+
+  typeProcessSerialNumber = FourCC('p', 's', 'n', ' '),  // two UInt32, high then low
+  typeKernelProcessID = FourCC('k', 'p', 'i', 'd'),      // 4 bytes
+  typeMachPort = FourCC('p', 'o', 'r', 't'),             // 4 bytes, a port name of this task
+  typeApplicationBundleID = FourCC('b', 'u', 'n', 'd'),  // UTF-8
+  typeApplicationURL = FourCC('a', 'p', 'r', 'l'),
+  typeAppParameters = FourCC('a', 'p', 'p', 'a'),
+
+  typeAlias = FourCC('a', 'l', 'i', 's'),
+  typeFSRef = FourCC('f', 's', 'r', 'f'),
+  typeFSS = FourCC('f', 's', 's', ' '),
+  typeFileURL = FourCC('f', 'u', 'r', 'l'),
+
+  typeAEList = FourCC('l', 'i', 's', 't'),
+  typeAERecord = FourCC('r', 'e', 'c', 'o'),
+  typeAppleEvent = FourCC('a', 'e', 'v', 't'),
+};
+
+// Keywords of the record behind typeStyledText.
+enum : AEKeyword {
+  keyAEText = FourCC('k', 't', 'x', 't'),
+  keyAEStyles = FourCC('k', 's', 't', 'y'),
+};
+
+inline void AEInitializeDesc(AEDesc* desc) { *desc = {typeNull, nullptr}; }
+
+extern "C" {
+
+// Descriptors.
+
+// `type` may be any code but that of a container. typeNull makes the null descriptor.
+OSErr AECreateDesc(DescType type, const void* data, Size size, AEDesc* dst);
+// Always 0; sets *desc to the null descriptor.
+OSErr AEDisposeDesc(AEDesc* desc);
+OSErr AEDuplicateDesc(const AEDesc* source, AEDesc* dst);
+// A value's size; 0 for a container or the null descriptor.
+Size AEGetDescDataSize(const AEDesc* desc);
+// Copies the first min(maxSize, size) bytes of a value. errAEWrongDataType for a container,
+// errAENotAEDesc for the null descriptor.
+OSErr AEGetDescData(const AEDesc* desc, void* buffer, Size maxSize);
+// Gives the descriptor new contents in place: copies of the record see them too. The null
+// descriptor becomes a new one. Unchanged on failure.
+OSErr AEReplaceDescData(DescType type, const void* data, Size size, AEDesc* desc);
+
+// Coercion: to the same type, typeWildCard or typeBest is a copy. errAECoercionFail when the value
+// has no form of the wanted type (wrong size, out of range, a character that cannot be encoded).
+OSErr AECoerceDesc(const AEDesc* source, DescType toType, AEDesc* dst);
+OSErr AECoercePtr(DescType type, const void* data, Size size, DescType toType, AEDesc* dst);
+
+// Lists. An index is 1-based; where one is read, outside 1..count is errAEDescNotFound.
+
+// `factoring` is accepted for compatibility and has no effect.
+OSErr AECreateList(const void* factoring, Size factoredSize, Boolean isRecord, AEDescList* dst);
+// Items of a list or record, parameters of an event.
+OSErr AECountItems(const AEDescList* list, SInt32* count);
+// Index 0 or count + 1 appends, 1..count replaces, anything else is errAEIllegalIndex.
+OSErr AEPutPtr(AEDescList* list, SInt32 index, DescType type, const void* data, Size size);
+OSErr AEPutDesc(AEDescList* list, SInt32 index, const AEDesc* desc);
+// Reading by pointer: copies at most maxSize bytes and reports the (coerced) value's whole size;
+// a cut is no error. Any output may be null; outputs are untouched on failure. A null buffer or a
+// maxSize of 0 only asks for type and size. A negative maxSize is paramErr.
+OSErr AEGetNthPtr(const AEDescList* list, SInt32 index, DescType desiredType, AEKeyword* key,
+                  DescType* type, void* buffer, Size maxSize, Size* actualSize);
+OSErr AEGetNthDesc(const AEDescList* list, SInt32 index, DescType desiredType, AEKeyword* key,
+                   AEDesc* dst);
+// The stored type and size. Either output may be null.
+OSErr AESizeOfNthItem(const AEDescList* list, SInt32 index, DescType* type, Size* size);
+OSErr AEDeleteItem(AEDescList* list, SInt32 index);
+
+// Parameters of an event, fields of a record. Putting replaces what is there under the keyword;
+// reading what is not there is errAEDescNotFound. Reading by pointer is as for AEGetNthPtr.
+OSErr AEPutParamPtr(AppleEvent* event, AEKeyword key, DescType type, const void* data, Size size);
+OSErr AEPutParamDesc(AppleEvent* event, AEKeyword key, const AEDesc* desc);
+OSErr AEGetParamPtr(const AppleEvent* event, AEKeyword key, DescType desiredType,
+                    DescType* actualType, void* buffer, Size maxSize, Size* actualSize);
+OSErr AEGetParamDesc(const AppleEvent* event, AEKeyword key, DescType desiredType, AEDesc* dst);
+OSErr AESizeOfParam(const AppleEvent* event, AEKeyword key, DescType* type, Size* size);
+OSErr AEDeleteParam(AppleEvent* event, AEKeyword key);
+
+// The same calls under the names that records use.
+OSErr AEPutKeyPtr(AERecord* record, AEKeyword key, DescType type, const void* data, Size size);
+OSErr AEPutKeyDesc(AERecord* record, AEKeyword key, const AEDesc* desc);
+OSErr AEGetKeyPtr(const AERecord* record, AEKeyword key, DescType desiredType, DescType* actualType,
+                  void* buffer, Size maxSize, Size* actualSize);
+OSErr AEGetKeyDesc(const AERecord* record, AEKeyword key, DescType desiredType, AEDesc* dst);
+OSErr AESizeOfKeyDesc(const AERecord* record, AEKeyword key, DescType* type, Size* size);
+OSErr AEDeleteKeyDesc(AERecord* record, AEKeyword key);
+Boolean AECheckIsRecord(const AEDesc* desc);  // a record of any type, or an event
+
+// Apple Events.
+
+// `target` may be null or the null descriptor for an event that has no address yet; it is copied,
+// not looked up. kAutoGenerateReturnID makes a return id that no other event of this process has
+// that was made so and still exists (as long as fewer than 65534 of them do).
+OSErr AECreateAppleEvent(AEEventClass eventClass, AEEventID eventID, const AEAddressDesc* target,
+                         AEReturnID returnID, AETransactionID transactionID, AppleEvent* dst);
+// Attributes: shapes and rules as for parameters. An attribute with a type of its own coerces what
+// is put; "repq" and "esrc" are set by sending alone, and putting them is errAEWrongDataType.
+OSErr AEPutAttributePtr(AppleEvent* event, AEKeyword key, DescType type, const void* data,
+                        Size size);
+OSErr AEPutAttributeDesc(AppleEvent* event, AEKeyword key, const AEDesc* desc);
+OSErr AEGetAttributePtr(const AppleEvent* event, AEKeyword key, DescType desiredType,
+                        DescType* actualType, void* buffer, Size maxSize, Size* actualSize);
+OSErr AEGetAttributeDesc(const AppleEvent* event, AEKeyword key, DescType desiredType, AEDesc* dst);
+OSErr AESizeOfAttribute(const AppleEvent* event, AEKeyword key, DescType* type, Size* size);
+
+// A text for people (Mac Roman, no terminator) in a new handle, which the caller disposes of; the
+// spelling is not a contract. On failure *out is null.
+OSStatus AEPrintDescToHandle(const AEDesc* desc, Handle* out);
+
+}  // extern "C"

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <CoreServices/Debugging.h>
+#include <CoreServices/DriverSynchronization.h>
+#include <CoreServices/MacErrors.h>
+#include <CoreServices/MacMemory.h>
+#include <CoreServices/MacTypes.h>
+#include <CoreServices/Processes.h>
+#include <CoreServices/TextUtils.h>
+
+#include <CoreServices/AEDataModel.h>
+#include <CoreServices/AEMach.h>
+#include <CoreServices/AppleEvents.h>

@@ -1,0 +1,47 @@
+# Sourced by the scripts. Installs what a Debian 12 machine lacks, and says so.
+
+# need PACKAGE FILE... : the package is there when one of the files is (wildcards allowed).
+missing=()
+need() {
+  local package=$1 file
+  shift
+  for file in "$@"; do
+    compgen -G "$file" >/dev/null && return
+  done
+  missing+=("$package")
+}
+
+need_build_tools() {
+  need cmake /usr/bin/cmake /usr/local/bin/cmake
+  need ninja-build /usr/bin/ninja /usr/local/bin/ninja
+  need g++ /usr/bin/g++ /usr/local/bin/g++
+}
+
+need_test_tools() { need googletest /usr/src/googletest/googletest/CMakeLists.txt; }
+
+need_powerpc_tools() {
+  need g++-powerpc-linux-gnu /usr/bin/powerpc-linux-gnu-g++
+  need qemu-user-static /usr/bin/qemu-ppc-static
+}
+
+need_fuzz_tools() {
+  need clang /usr/bin/clang++
+  need libclang-rt-dev '/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a'
+}
+
+install_missing() {
+  ((${#missing[@]} == 0)) && return
+  local as_root=()
+  if ((EUID != 0)); then
+    if ! command -v sudo >/dev/null; then
+      echo "Missing packages: ${missing[*]}. Install them as root, or install sudo." >&2
+      return 1
+    fi
+    as_root=(sudo)
+  fi
+  echo "Installing with apt: ${missing[*]}"
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -qq
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq \
+    --no-install-recommends "${missing[@]}"
+  missing=()
+}

@@ -1,0 +1,175 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+// Every include of the tree against the picture of which folder may use which: root-relative
+// includes let any file name any other, so only this keeps the direction. Also the seam to the
+// host: the upper folders see documented interfaces only, and no condition on a host.
+
+namespace {
+
+using Folders = std::set<std::string>;
+
+// What a folder may include besides itself. Folders that are not listed may include nothing.
+const std::map<std::string, Folders>& AllowedIncludes() {
+  static const std::map<std::string, Folders> allowed = [] {
+    std::map<std::string, Folders> rows = {
+        {"util", {}},
+        {"plist", {"util"}},
+        {"threads", {"util"}},
+        {"aeport", {"util"}},
+        {"launch", {"plist", "util"}},
+        {"clients", {"launch", "aeport", "plist", "util"}},
+        {"daemon", {"clients", "launch", "aeport", "plist", "util"}},
+        {"tools", {"clients", "launch", "aeport", "plist", "util"}},
+        {"examples", {"clients", "launch", "aeport", "plist", "util"}},
+        {"platform/host", {"platform/notify"}},
+        {"platform/include", {}},
+        {"platform/notify", {}},
+    };
+    // What tries and measures the rest may use it all.
+    for (const char* folder : {"tests", "bench", "fuzz"}) {
+      rows[folder] = {"util",   "plist",    "threads", "aeport",        "launch", "clients",
+                      "daemon", "examples", "tools",   "platform/host", "tests"};
+    }
+    return rows;
+  }();
+  return allowed;
+}
+
+const Folders kUpperFolders = {"daemon", "clients", "launch", "aeport", "plist", "threads", "util"};
+
+// The one private header that shows what no documented interface tells, and who may look.
+constexpr char kIntrospection[] = "platform/host/introspect.h";
+const Folders kMayIntrospect = {"tools", "bench", "tests", "platform/host"};
+
+// Documented interfaces that the upper folders may name, each folder by its umbrella.
+const Folders kPlatformHeaders = {"CoreFoundation/CoreFoundation.h",
+                                  "CoreServices/CoreServices.h",
+                                  "Carbon/Carbon.h",
+                                  "Security/Security.h",
+                                  "mach/mach.h",
+                                  "servers/bootstrap.h",
+                                  "syslog.h"};
+
+// C headers that the upper folders may name: those of the language, and POSIX where documented
+// behaviour names a call (identity, file modes, waiting, threads).
+const Folders kPlainHeaders = {"pthread.h",  "pwd.h",       "stdint.h",
+                               "sys/stat.h", "sys/types.h", "unistd.h"};
+
+std::string FolderOf(const std::string& path) {
+  const size_t first = path.find('/');
+  if (first == std::string::npos) return "";
+  const std::string top = path.substr(0, first);
+  if (top != "platform") return top;
+  return path.substr(0, path.find('/', first + 1));
+}
+
+// What is wrong with a line of a file of `folder`, or "".
+std::string Complaint(const std::string& folder, const std::string& line) {
+  size_t hash = line.find_first_not_of(" \t");
+  if (hash == std::string::npos || line[hash] != '#') return "";
+  const size_t word = line.find_first_not_of(" \t", hash + 1);
+  if (word == std::string::npos) return "";
+  const bool isUpper = kUpperFolders.contains(folder);
+  const std::string rest = line.substr(word);
+  if (isUpper && rest.starts_with("if")) {
+    const bool isBuildSwitch = rest.starts_with("ifndef VLT_");
+    return isBuildSwitch ? "" : "a condition on the host or compiler";
+  }
+  if (!rest.starts_with("include")) return "";
+  const size_t open = rest.find_first_of("<\"");
+  if (open == std::string::npos) return "an include that cannot be read";
+  const size_t close = rest.find_first_of(">\"", open + 1);
+  if (close == std::string::npos) return "an include that cannot be read";
+  const std::string name = rest.substr(open + 1, close - open - 1);
+
+  if (rest[open] == '"') {
+    if (name == kIntrospection && kMayIntrospect.contains(folder)) return "";
+    const std::string target = FolderOf(name);
+    const auto allowed = AllowedIncludes().find(folder);
+    if (allowed == AllowedIncludes().end()) return "a folder that the picture does not have";
+    if (target == folder || allowed->second.contains(target)) return "";
+    return "includes upward, sideways, or not from the root";
+  }
+  if (!isUpper) return "";
+  if (kPlatformHeaders.contains(name) || kPlainHeaders.contains(name)) return "";
+  if (name.find_first_of("./") == std::string::npos) return "";  // of the language
+  return "a header that the upper folders may not see";
+}
+
+TEST(Layering, TheRulesNoticeWhatTheyForbid) {
+  const struct {
+    const char* folder;
+    const char* line;
+    bool isFine;
+  } rows[] = {
+      {"aeport", "#include \"util/strings.h\"", true},
+      {"aeport", "#include \"plist/dictionary.h\"", false},
+      {"plist", "#include \"aeport/event.h\"", false},
+      {"util", "#include \"aeport/event.h\"", false},
+      {"daemon", "#include \"aeport/event.h\"", true},
+      {"daemon", "#include \"platform/host/introspect.h\"", false},
+      {"tools", "#include \"platform/host/introspect.h\"", true},
+      {"tools", "#include \"platform/host/frame.h\"", false},
+      {"platform/host", "#include \"util/strings.h\"", false},
+      {"platform/include", "#include \"platform/host/frame.h\"", false},
+      {"threads", "#include \"event.h\"", false},
+      {"aeport", "  #  include <sys/epoll.h>", false},
+      {"aeport", "#include <linux/limits.h>", false},
+      {"aeport", "#include <CoreServices/CoreServices.h>", true},
+      {"aeport", "#include <CoreServices/AEMach.h>", false},
+      {"aeport", "#include <cstring>", true},
+      {"aeport", "#include <atomic>", true},
+      {"util", "#ifdef __linux__", false},
+      {"util", "#if defined(__BIG_ENDIAN__)", false},
+      {"platform/host", "#ifdef __linux__", true},
+      {"elsewhere", "#include \"util/strings.h\"", false},
+      {"util", "int x;  // #include \"aeport/event.h\"", true},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(row.isFine, Complaint(row.folder, row.line).empty())
+        << row.folder << ": " << row.line;
+  }
+}
+
+std::vector<std::filesystem::path> SourceFiles(const std::filesystem::path& root) {
+  std::vector<std::filesystem::path> files;
+  for (auto it = std::filesystem::recursive_directory_iterator(root);
+       it != std::filesystem::recursive_directory_iterator(); ++it) {
+    const std::string name = it->path().filename();
+    if (it->is_directory() && (name == "build" || name.starts_with("."))) {
+      it.disable_recursion_pending();
+    } else if (it->path().extension() == ".h" || it->path().extension() == ".cpp") {
+      files.push_back(it->path());
+    }
+  }
+  return files;
+}
+
+TEST(Layering, EveryIncludePointsDownThePicture) {
+  const std::filesystem::path root = VLT_SOURCE_DIR;
+  Folders seen;
+  for (const auto& path : SourceFiles(root)) {
+    const std::string relative = path.lexically_relative(root);
+    const std::string folder = FolderOf(relative);
+    seen.insert(folder);
+    std::ifstream file(path);
+    std::string line;
+    for (int number = 1; std::getline(file, line); ++number) {
+      const std::string complaint = Complaint(folder, line);
+      EXPECT_EQ("", complaint) << relative << ":" << number << ": " << line;
+    }
+  }
+  for (const char* folder : {"util", "aeport", "daemon", "platform/host", "platform/include"}) {
+    EXPECT_TRUE(seen.contains(folder)) << folder << " was not looked at";
+  }
+}
+
+}  // namespace

@@ -1,0 +1,385 @@
+#include "platform/host/ae_codec.h"
+
+#include <utility>
+
+#include "platform/host/ae_event.h"
+#include "tests/platform/ae_support.h"
+
+namespace {
+
+constexpr AEKeyword kKey = FourCC('k', 'e', 'y', '1');
+
+// The body of the frame that an event makes.
+std::string Flatten(const AppleEvent& event) {
+  HostGather frame;
+  frame.Clear();
+  EXPECT_EQ(0, HostFlattenEvent(&event, frame));
+  std::string bytes;
+  for (const iovec& piece : frame.Pieces()) {
+    bytes.append(static_cast<const char*>(piece.iov_base), piece.iov_len);
+  }
+  EXPECT_EQ(frame.TotalSize(), bytes.size());
+  return bytes.substr(kHostFrameHeaderSize);
+}
+
+OSStatus Decode(const std::string& body, AppleEvent* out) {
+  HostFrameSlice slice;
+  slice.owner = HostFrameRef(HostFrameBuffer::Create(body.size()));
+  slice.bytes = slice.owner->Bytes();
+  slice.size = body.size();
+  memcpy(slice.bytes, body.data(), body.size());
+  return HostDecodeEvent(std::move(slice), out);
+}
+
+OSErr PutRaw(AEDesc* container, AEKeyword key, const Raw& raw) {
+  return AEPutParamPtr(container, key, raw.type, raw.bytes.data(), raw.ByteCount());
+}
+
+// An event that has something of everything, with text at its keys' ends.
+void MakeRichEvent(AppleEvent* event) {
+  StDesc target, list, record, inner;
+  Make(ULong(77), &target);
+  ASSERT_EQ(0, AECreateAppleEvent(FourCC('c', 'l', 's', 's'), FourCC('i', 'd', 'i', 'd'), &target,
+                                  -2, 0x01020304, event));
+  const SInt32 ticks = 60;
+  ASSERT_EQ(0, AEPutAttributePtr(event, keyTimeoutAttr, typeSInt32, &ticks, sizeof ticks));
+  ASSERT_EQ(0, AEPutAttributePtr(event, kKey, typeChar, "attr", 4));
+  ASSERT_EQ(0, PutRaw(event, kKey, Short(-2)));
+
+  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+  ASSERT_EQ(0, AEPutPtr(&list, 0, typeBoolean, "\1", 1));
+  ASSERT_EQ(0, AECreateList(nullptr, 0, true, &record));
+  ASSERT_EQ(0, PutRaw(&record, kKey, Comp(-2)));
+  ASSERT_EQ(0, AEPutDesc(&list, 0, &record));
+  ASSERT_EQ(0, AEPutParamDesc(event, FourCC('l', 's', 't', '1'), &list));
+
+  ASSERT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 3, 4, &inner));
+  ASSERT_EQ(0, PutRaw(&inner, keyErrorNumber, Long(-1708)));
+  ASSERT_EQ(0, AEPutParamDesc(event, FourCC('e', 'v', 't', '1'), &inner));
+}
+
+// What it must be on the wire, on every host.
+const char kRichEvent[] =
+    "636c7373 69646964 fffe 01 00 01020304 00000002 00000003"  // head
+    "74696d6f 6c6f6e67 00000004 0000003c"                      // attribute timo, long
+    "6b657931 54455854 00000004 61747472"                      // attribute key1, TEXT
+    "6b657931 73686f72 00000002 fffe"                          // parameter key1, shor
+    "6c737431 6c697374 40000035 00000002"                      // lst1, a list of two
+    "  2a2a2a2a 626f6f6c 00000001 01"                          //   bool
+    "  2a2a2a2a 7265636f 80000018 00000001"                    //   a record of one
+    "    6b657931 636f6d70 00000008 fffffffffffffffe"          //     key1, comp
+    "65767431 61657674 c0000028"                               // evt1, an event
+    "  61657674 616e7372 0003 01 00 00000004 00000000 00000001"
+    "  6572726e 6c6f6e67 00000004 fffff954";
+
+TEST(Codec, BytesAreTheSameOnEveryHost) {
+  const DescCheck noLeaks;
+  StDesc event, decoded;
+  MakeRichEvent(&event);
+  EXPECT_EQ(Hex(FromHex(kRichEvent)), Hex(Flatten(event)));
+
+  ASSERT_EQ(0, Decode(FromHex(kRichEvent), &decoded));
+  EXPECT_EQ(Hex(FromHex(kRichEvent)), Hex(Flatten(decoded)));
+  // The address does not travel; everything else does.
+  AEPutAttributePtr(&decoded, keyAddressAttr, typeUInt32, Number(typeUInt32, 77).bytes.data(), 4);
+  EXPECT_EQ(Printed(event), Printed(decoded));
+}
+
+TEST(Codec, EveryTypeArrivesInTheReceiversOrder) {
+  const DescCheck noLeaks;
+  const Raw values[] = {
+      Short(-2),
+      UShort(65534),
+      Long(-3),
+      ULong(0xFFFFFFFD),
+      Comp(-4),
+      UComp(UINT64_MAX - 3),
+      Float(1.25f),
+      Double(-1.0 / 3),
+      FixedPoint(0x18000),
+      Bool(1),
+      {typeTrue, ""},
+      {typeNull, ""},
+      Code(typeType, typeChar),
+      Code(typeEnumerated, 1),
+      Code(typeProperty, 2),
+      Code(typeKeyword, 3),
+      Code(typeApplSignature, 4),
+      Code(typeMachPort, 5),
+      Code(typeKernelProcessID, 6),
+      {typeProcessSerialNumber, Number(typeNull, SInt32{7}).bytes + Number(typeNull, 8).bytes},
+      {typeExtended, "0123456789"},
+      {type128BitFloatingPoint, "0123456789abcdef"},
+      Text("text"),
+      Text(""),
+      Text(std::string(5000, 't')),
+      UTF8("utf8"),
+      UTF16(u"utf16"),
+      UTF16(std::u16string(4000, u'u')),
+      {typeSInt16, Short(1).bytes + Short(2).bytes + Short(3).bytes},
+      {typeSInt32, std::string(4000, '\1') + Long(-9).bytes},
+      {typeSInt32, "abc"},  // not made of numbers: travels as bytes
+      {typeUnicodeText, "abc"},
+      {FourCC('w', 'h', 'a', 't'), std::string(17, 'w')},
+  };
+  StDesc event, decoded;
+  ASSERT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, &event));
+  AEKeyword key = 1;
+  for (const Raw& value : values) ASSERT_EQ(0, PutRaw(&event, key++, value));
+  ASSERT_EQ(0, Decode(Flatten(event), &decoded));
+  key = 1;
+  for (const Raw& value : values) {
+    SCOPED_TRACE(testing::PrintToString(value));
+    StDesc desc;
+    ASSERT_EQ(0, AEGetParamDesc(&decoded, key++, typeWildCard, &desc));
+    EXPECT_EQ(value, Contents(desc));
+  }
+}
+
+TEST(Codec, WhatIsTakenOutOutlivesTheFrame) {
+  const DescCheck noLeaks;
+  const Raw large = {typeChar, std::string(size_t{4} << 20, 'L')};
+  const Raw small = {typeChar, std::string(100, 's')};
+  StDesc event, list, largeCopy, smallCopy, listCopy, eventCopy;
+  ASSERT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, &event));
+  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+  ASSERT_EQ(0, AEPutPtr(&list, 0, small.type, small.bytes.data(), small.ByteCount()));
+  ASSERT_EQ(0, PutRaw(&event, 1, large));
+  ASSERT_EQ(0, PutRaw(&event, 2, small));
+  ASSERT_EQ(0, AEPutParamDesc(&event, 3, &list));
+  {
+    StDesc decoded;
+    ASSERT_EQ(0, Decode(Flatten(event), &decoded));
+    ASSERT_EQ(0, AEGetParamDesc(&decoded, 1, typeWildCard, &largeCopy));
+    ASSERT_EQ(0, AEGetParamDesc(&decoded, 2, typeWildCard, &smallCopy));
+    ASSERT_EQ(0, AEGetParamDesc(&decoded, 3, typeWildCard, &listCopy));
+    ASSERT_EQ(0, AEDuplicateDesc(&decoded, &eventCopy));
+  }
+  EXPECT_EQ(large, Contents(largeCopy));
+  EXPECT_EQ(small, Contents(smallCopy));
+  EXPECT_EQ("[ \xD2" + small.bytes + "\xD3 ]", Printed(listCopy));
+  EXPECT_EQ(Hex(Flatten(event)), Hex(Flatten(eventCopy)));
+}
+
+TEST(Codec, LargeValuesAreBorrowed) {
+  StDesc event;
+  const std::string large(size_t{1} << 20, 'L');
+  ASSERT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, &event));
+  ASSERT_EQ(0, PutRaw(&event, 1, Text("before")));
+  ASSERT_EQ(0, PutRaw(&event, 2, Text(large)));
+  ASSERT_EQ(0, PutRaw(&event, 3, Text("behind")));
+  HostGather frame;
+  for (int round = 0; round < 2; ++round) {
+    frame.Clear();
+    ASSERT_EQ(0, HostFlattenEvent(&event, frame));
+    const std::vector<iovec>& pieces = frame.Pieces();
+    ASSERT_EQ(3u, pieces.size());
+    EXPECT_EQ(frame.Header(), pieces[0].iov_base);
+    EXPECT_EQ(large.size(), pieces[1].iov_len);
+  }
+}
+
+TEST(Codec, LimitOfSizeIsExact) {
+  const DescCheck noLeaks;
+  constexpr size_t kOverhead = kHostFrameHeaderSize + 24 + 12;
+  for (const DescType type : {DescType{typeChar}, DescType{typeSInt16}}) {
+    for (const size_t size : {kHostFrameLimit - kOverhead, kHostFrameLimit - kOverhead + 2}) {
+      StDesc event, decoded;
+      ASSERT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, &event));
+      ASSERT_EQ(0, PutRaw(&event, 1, {type, std::string(size, 'x')}));
+      HostGather frame;
+      frame.Clear();
+      const bool fits = size + kOverhead <= kHostFrameLimit;
+      EXPECT_EQ(fits ? 0 : memFullErr, HostFlattenEvent(&event, frame));
+      if (fits) {
+        ASSERT_EQ(0, Decode(Flatten(event), &decoded));
+      }
+    }
+  }
+}
+
+TEST(Codec, OnlyEventsAreFlattened) {
+  StDesc null, value;
+  Make(Long(1), &value);
+  HostGather frame;
+  frame.Clear();
+  EXPECT_EQ(errAENotAEDesc, HostFlattenEvent(&null, frame));
+  EXPECT_EQ(errAENotAppleEvent, HostFlattenEvent(&value, frame));
+  EXPECT_EQ(paramErr, HostFlattenEvent(nullptr, frame));
+}
+
+// Lists within lists, `levels` deep below the event's own parameters.
+std::string NestedBody(int levels) {
+  std::string content = FromHex("00000000");
+  for (int level = 1; level < levels; ++level) {
+    const auto size = static_cast<UInt32>(content.size());
+    std::string head = FromHex("00000001 2a2a2a2a 6c697374 40000000");
+    for (int i = 0; i < 3; ++i) head[15 - i] = static_cast<char>(size >> (8 * i));
+    content.insert(0, head);
+  }
+  std::string head =
+      FromHex("61657674 616e7372 0001 01 00 00000000 00000000 00000001 2d2d2d2d 6c697374 40000000");
+  for (int i = 0; i < 3; ++i)
+    head[head.size() - 1 - i] = static_cast<char>(content.size() >> (8 * i));
+  return head + content;
+}
+
+TEST(Decode, NestingIsLimited) {
+  const DescCheck noLeaks;
+  const struct {
+    int levels;
+    OSStatus err;
+  } rows[] = {{1, 0}, {2, 0}, {63, 0}, {64, errAECorruptData}, {10000, errAECorruptData}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.levels);
+    StDesc event, copy;
+    EXPECT_EQ(row.err, Decode(NestedBody(row.levels), &event));
+    if (row.err == 0) {
+      EXPECT_EQ(NestedBody(row.levels), Flatten(event));
+      EXPECT_EQ(0, AEDuplicateDesc(&event, &copy));
+      // As deep as it came, it counts when it is put somewhere.
+      const OSErr err = AEPutParamDesc(&copy, kKey, &event);
+      EXPECT_EQ(row.levels == 63 ? errAEBadListItem : 0, err);
+    }
+  }
+}
+
+TEST(Decode, RefusesWhatIsNoEvent) {
+  const DescCheck noLeaks;
+  const std::string head = "61657674 616e7372 0001 01 00 00000000 ";
+  const struct {
+    const char* why;
+    std::string body;
+    OSStatus err;
+  } rows[] = {
+      {"as it should be", head + "00000000 00000000", 0},
+      {"empty", "", errAECorruptData},
+      {"one byte", "61", errAECorruptData},
+      {"cut head", head + "00000000 000000", errAECorruptData},
+      {"trailing byte", head + "00000000 00000000 00", errAECorruptData},
+      {"version 0", "61657674 616e7372 0001 00 00 00000000 00000000 00000000", errAECorruptData},
+      {"version 2", "61657674 616e7372 0001 02 00 00000000 00000000 00000000", errAENewerVersion},
+      {"flags", "61657674 616e7372 0001 01 80 00000000 00000000 00000000", errAECorruptData},
+      {"parameter count", head + "00000000 00000001", errAECorruptData},
+      {"huge count", head + "00000000 ffffffff", errAECorruptData},
+      {"huge counts", head + "ffffffff ffffffff", errAECorruptData},
+      {"count of attributes", head + "00000001 00000000 2d2d2d2d 626f6f6c 00000001 01 00",
+       errAECorruptData},
+      {"fewer than there are", head + "00000000 00000000 2d2d2d2d 626f6f6c 00000001 01",
+       errAECorruptData},
+      {"size too large", head + "00000000 00000001 2d2d2d2d 626f6f6c 00000002 01",
+       errAECorruptData},
+      {"huge size", head + "00000000 00000001 2d2d2d2d 626f6f6c 00ffffff 01", errAECorruptData},
+      {"reserved bits", head + "00000000 00000001 2d2d2d2d 626f6f6c 01000001 01", errAECorruptData},
+      {"null with data", head + "00000000 00000001 2d2d2d2d 6e756c6c 00000001 01",
+       errAECorruptData},
+      {"list as value", head + "00000000 00000001 2d2d2d2d 6c697374 00000004 00000000",
+       errAECorruptData},
+      {"value as list", head + "00000000 00000001 2d2d2d2d 54455854 40000004 00000000",
+       errAECorruptData},
+      {"value as record", head + "00000000 00000001 2d2d2d2d 6c6f6e67 80000004 00000000",
+       errAECorruptData},
+      {"record with a type of its own",
+       head + "00000000 00000001 2d2d2d2d 6f626a20 80000004 00000000", 0},
+      {"list without a count", head + "00000000 00000001 2d2d2d2d 6c697374 40000003 000000",
+       errAECorruptData},
+      {"list's count", head + "00000000 00000001 2d2d2d2d 6c697374 40000004 00000001",
+       errAECorruptData},
+      {"list's trailing byte", head + "00000000 00000001 2d2d2d2d 6c697374 40000005 00000000 00",
+       errAECorruptData},
+      {"item beyond its list",
+       head + "00000000 00000002 2d2d2d2d 6c697374 40000010 00000001 2a2a2a2a 626f6f6c 00000001"
+              "00000001 626f6f6c 00000000",
+       errAECorruptData},
+      {"key in a list",
+       head + "00000000 00000001 2d2d2d2d 6c697374 40000010 00000001 2d2d2d2d 626f6f6c 00000000",
+       errAECorruptData},
+      {"parameter twice",
+       head + "00000000 00000002 2d2d2d2d 626f6f6c 00000000 2d2d2d2d 54455854 00000000",
+       errAECorruptData},
+      {"record's key twice",
+       head + "00000000 00000001 2d2d2d2d 7265636f 8000001c 00000002"
+              "2d2d2d2d 626f6f6c 00000000 2d2d2d2d 54455854 00000000",
+       errAECorruptData},
+      {"attribute twice",
+       head + "00000002 00000000 6b657931 626f6f6c 00000000 6b657931 626f6f6c 00000000",
+       errAECorruptData},
+      {"timeout twice",
+       head + "00000002 00000000 74696d6f 6c6f6e67 00000004 00000001"
+              "74696d6f 6c6f6e67 00000004 00000001",
+       errAECorruptData},
+      {"timeout of another type", head + "00000001 00000000 74696d6f 73686f72 00000002 0001",
+       errAECorruptData},
+      {"timeout as a list", head + "00000001 00000000 74696d6f 6c697374 40000004 00000000",
+       errAECorruptData},
+      {"an address", head + "00000001 00000000 61646472 706f7274 00000004 00000001",
+       errAECorruptData},
+      {"reply wanted", head + "00000001 00000000 72657071 626f6f6c 00000001 01", errAECorruptData},
+      {"event class", head + "00000001 00000000 6576636c 74797065 00000004 00000001",
+       errAECorruptData},
+      {"inner event cut",
+       head + "00000000 00000001 2d2d2d2d 61657674 c0000014 " + head + "00000000",
+       errAECorruptData},
+      {"inner event newer",
+       head + "00000000 00000001 2d2d2d2d 61657674 c0000018 61657674 616e7372 0001 02 00 00000000"
+              "00000000 00000000",
+       errAENewerVersion},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.why);
+    AEDesc event = {typeChar, reinterpret_cast<AEDataStorage>(1)};
+    EXPECT_EQ(row.err, Decode(FromHex(row.body), &event));
+    if (row.err == 0) {
+      EXPECT_EQ(Hex(FromHex(row.body)), Hex(Flatten(event)));
+    } else {
+      EXPECT_EQ(nullptr, event.dataHandle);
+    }
+    AEDisposeDesc(&event);
+  }
+}
+
+TEST(Decode, CutAnywhereIsCorrupt) {
+  const DescCheck noLeaks;
+  const std::string whole = FromHex(kRichEvent);
+  for (size_t size = 0; size < whole.size(); ++size) {
+    AEDesc event = {typeNull, nullptr};
+    EXPECT_EQ(errAECorruptData, Decode(whole.substr(0, size), &event)) << size;
+  }
+}
+
+TEST(Decode, ManyKeysAreStillCompared) {
+  const DescCheck noLeaks;
+  for (const bool twice : {false, true}) {
+    StDesc event, decoded;
+    ASSERT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, &event));
+    for (AEKeyword key = 0; key < 100; ++key) ASSERT_EQ(0, PutRaw(&event, key, {typeTrue, ""}));
+    std::string body = Flatten(event);
+    if (twice) body[body.size() - 12 + 3] = 1;  // the last key becomes the second
+    EXPECT_EQ(twice ? errAECorruptData : 0, Decode(body, &decoded));
+  }
+}
+
+// A server takes in one event after another: nothing may be left of those before.
+TEST(Decode, RecycledEventsAreEmpty) {
+  const DescCheck noLeaks;
+  const std::string plain = FromHex("61657674 616e7372 0001 01 00 00000000 00000000 00000000");
+  StDesc fresh;
+  ASSERT_EQ(0, Decode(plain, &fresh));
+  const std::string expected = Printed(fresh);
+  for (int round = 0; round < 100; ++round) {
+    StDesc rich, next;
+    ASSERT_EQ(0, Decode(FromHex(kRichEvent), &rich));
+    const Boolean yes = 1;
+    ASSERT_EQ(0, HostSetEventAttribute(&rich, keyReplyRequestedAttr, typeBoolean, &yes, 1));
+    ASSERT_EQ(0, HostSetEventAttribute(&rich, keyAddressAttr, typeMachPort, "addr", 4));
+    AEDisposeDesc(&rich);
+    ASSERT_EQ(0, Decode(plain, &next));
+    EXPECT_EQ(expected, Printed(next));
+    Boolean wanted = 7;
+    EXPECT_EQ(0, AEGetAttributePtr(&next, keyReplyRequestedAttr, typeBoolean, nullptr, &wanted, 1,
+                                   nullptr));
+    EXPECT_EQ(0, wanted);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,192 @@
+#include <memory>
+#include <set>
+#include <thread>
+
+#include "platform/host/ae_event.h"
+#include "tests/platform/ae_support.h"
+
+namespace {
+
+TEST(Descriptor, HoldsAnyNumberOfBytes) {
+  const DescCheck noLeaks;
+  for (const int size : {0, 1, 15, 16, 17, 1000, 100000}) {
+    SCOPED_TRACE(size);
+    const Raw raw = {FourCC('x', 'y', 'z', ' '), std::string(static_cast<size_t>(size), 'q')};
+    StDesc desc, copy;
+    Make(raw, &desc);
+    EXPECT_NE(nullptr, desc.dataHandle);
+    EXPECT_EQ(0, AEDuplicateDesc(&desc, &copy));
+    EXPECT_NE(desc.dataHandle, copy.dataHandle);
+    AEDisposeDesc(&desc);
+    EXPECT_EQ(raw, Contents(copy));
+  }
+}
+
+TEST(Descriptor, RefusesWhatItCannotHold) {
+  const char byte = 0;
+  const struct {
+    DescType type;
+    const void* data;
+    Size size;
+    OSErr err;
+  } rows[] = {
+      {typeChar, &byte, -1, paramErr},
+      {typeChar, nullptr, 1, paramErr},
+      {typeAEList, &byte, 1, errAEWrongDataType},
+      {typeAERecord, &byte, 1, errAEWrongDataType},
+      {typeAppleEvent, nullptr, 0, errAEWrongDataType},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(CodeText(row.type));
+    AEDesc desc = {typeChar, reinterpret_cast<AEDataStorage>(1)};
+    EXPECT_EQ(row.err, AECreateDesc(row.type, row.data, row.size, &desc));
+    EXPECT_EQ(DescType{typeNull}, desc.descriptorType);
+    EXPECT_EQ(nullptr, desc.dataHandle);
+  }
+}
+
+TEST(Descriptor, StaleNumbersNameNothing) {
+  const DescCheck noLeaks;
+  AEDesc desc, copy;
+  Make(Long(7), &desc);
+  copy = desc;
+  EXPECT_EQ(0, AEDisposeDesc(&desc));
+  EXPECT_EQ(nullptr, desc.dataHandle);
+  EXPECT_EQ(0, AEDisposeDesc(&desc));
+
+  // The storage is used again, under other numbers.
+  std::vector<std::unique_ptr<StDesc>> others;
+  for (int i = 0; i < 3000; ++i) {
+    others.push_back(std::make_unique<StDesc>());
+    Make(Long(i), others.back().get());
+    EXPECT_NE(copy.dataHandle, others.back()->dataHandle);
+  }
+  AEDesc out = desc;
+  char byte;
+  EXPECT_EQ(errAENotAEDesc, AEGetDescData(&copy, &byte, 1));
+  EXPECT_EQ(0, AEGetDescDataSize(&copy));
+  EXPECT_EQ(errAENotAEDesc, AEDuplicateDesc(&copy, &out));
+  EXPECT_EQ(errAENotAEDesc, AEReplaceDescData(typeChar, "x", 1, &copy));
+  EXPECT_EQ(errAENotAEDesc, AEPutParamDesc(&copy, keyDirectObject, &desc));
+  EXPECT_EQ(0, AEDisposeDesc(&copy));
+  for (int i = 0; i < 3000; ++i) EXPECT_EQ(Long(i), Contents(*others[i]));
+}
+
+TEST(Descriptor, ForgedNumbersNameNothing) {
+  for (const uintptr_t number : {uintptr_t{1}, uintptr_t{0xfffff}, uintptr_t{0x12345678},
+                                 ~uintptr_t{0}, uintptr_t{1} << 31}) {
+    AEDesc forged = {typeChar, reinterpret_cast<AEDataStorage>(number)};
+    AEDesc out;
+    SInt32 count = 0;
+    EXPECT_EQ(errAENotAEDesc, AEDuplicateDesc(&forged, &out)) << number;
+    EXPECT_EQ(errAENotAEDesc, AECountItems(&forged, &count)) << number;
+    EXPECT_EQ(0, AEDisposeDesc(&forged));
+  }
+}
+
+TEST(Descriptor, ARecordsTypeCodeMustFitItsStorage) {
+  StDesc list, value;
+  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+  Make(Text("abcd"), &value);
+  AEDesc asText = {typeChar, list.dataHandle};
+  AEDesc asList = {typeAEList, value.dataHandle};
+  AEDesc asData = {FourCC('d', 'a', 't', 'a'), value.dataHandle};
+  AEDesc out = {typeNull, nullptr};
+  EXPECT_EQ(errAENotAEDesc, AEDuplicateDesc(&asText, &out));
+  EXPECT_EQ(errAENotAEDesc, AEDuplicateDesc(&asList, &out));
+  ASSERT_EQ(0, AEDuplicateDesc(&asData, &out));
+  EXPECT_EQ(FourCC('d', 'a', 't', 'a'), out.descriptorType);
+  AEDisposeDesc(&out);
+}
+
+TEST(Descriptor, ReplacingKeepsTheNumber) {
+  const DescCheck noLeaks;
+  StDesc desc;
+  Make(Text(std::string(300, 'a')), &desc);
+  AEDesc copy = desc;
+  EXPECT_EQ(0, AEReplaceDescData(typeSInt32, "\1\2\3\4", 4, &desc));
+  EXPECT_EQ(copy.dataHandle, desc.dataHandle);
+  EXPECT_EQ(4, AEGetDescDataSize(&copy));
+  EXPECT_EQ((Raw{typeSInt32, "\1\2\3\4"}), Contents(desc));
+
+  EXPECT_EQ(paramErr, AEReplaceDescData(typeSInt32, nullptr, 4, &desc));
+  EXPECT_EQ((Raw{typeSInt32, "\1\2\3\4"}), Contents(desc));
+
+  EXPECT_EQ(0, AEReplaceDescData(typeNull, nullptr, 0, &desc));
+  EXPECT_TRUE(desc.IsNull());
+  EXPECT_EQ(0, AEReplaceDescData(typeChar, "new", 3, &desc));
+  EXPECT_EQ(Text("new"), Contents(desc));
+}
+
+TEST(Descriptor, ReadsNoMoreThanAsked) {
+  StDesc desc, list, null;
+  Make(Text("abcdef"), &desc);
+  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+  char buffer[8] = "-------";
+  EXPECT_EQ(0, AEGetDescData(&desc, buffer, 2));
+  EXPECT_STREQ("ab-----", buffer);
+  EXPECT_EQ(0, AEGetDescData(&desc, buffer, 7));
+  EXPECT_STREQ("abcdef-", buffer);
+  EXPECT_EQ(0, AEGetDescData(&desc, nullptr, 7));
+  EXPECT_EQ(paramErr, AEGetDescData(&desc, buffer, -1));
+  EXPECT_EQ(errAEWrongDataType, AEGetDescData(&list, buffer, 7));
+  EXPECT_EQ(errAENotAEDesc, AEGetDescData(&null, buffer, 7));
+  EXPECT_EQ(0, AEGetDescDataSize(&list));
+  EXPECT_EQ(0, AEGetDescDataSize(&null));
+}
+
+TEST(Descriptor, NullDuplicatesToNull) {
+  StDesc null;
+  AEDesc out = {typeChar, reinterpret_cast<AEDataStorage>(1)};
+  EXPECT_EQ(0, AEDuplicateDesc(&null, &out));
+  EXPECT_EQ(DescType{typeNull}, out.descriptorType);
+  EXPECT_EQ(nullptr, out.dataHandle);
+}
+
+// Of many that dispose of one number at once, one does it: the slot must not be handed out twice.
+TEST(DescriptorThreads, RacingDisposals) {
+  const DescCheck noLeaks;
+  constexpr int kRounds = 2000;
+  std::vector<AEDesc> shared(kRounds);
+  for (int i = 0; i < kRounds; ++i) Make(Long(i), &shared[i]);
+  const auto disposeAll = [&shared] {
+    for (AEDesc desc : shared) AEDisposeDesc(&desc);
+  };
+  std::thread first(disposeAll), second(disposeAll), third(disposeAll);
+  first.join();
+  second.join();
+  third.join();
+
+  std::set<AEDataStorage> numbers;
+  std::vector<std::unique_ptr<StDesc>> descs;
+  for (int i = 0; i < 2 * kRounds; ++i) {
+    descs.push_back(std::make_unique<StDesc>());
+    Make(Long(i), descs.back().get());
+    EXPECT_TRUE(numbers.insert(descs.back()->dataHandle).second);
+  }
+  for (int i = 0; i < 2 * kRounds; ++i) EXPECT_EQ(Long(i), Contents(*descs[i]));
+}
+
+// What one thread makes another may dispose of, and a thread's end loses nothing.
+TEST(DescriptorThreads, HandedOver) {
+  const DescCheck noLeaks;
+  for (int round = 0; round < 20; ++round) {
+    std::vector<AEDesc> made(500);
+    std::thread([&made] {
+      for (AEDesc& desc : made) {
+        ASSERT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 2, &desc));
+        ASSERT_EQ(0, AEPutParamPtr(&desc, keyDirectObject, typeChar, "0123456789abcdefghij", 20));
+      }
+    }).join();
+    std::thread([&made] {
+      for (AEDesc& desc : made) {
+        Size size = 0;
+        EXPECT_EQ(0, AESizeOfParam(&desc, keyDirectObject, nullptr, &size));
+        EXPECT_EQ(20, size);
+        AEDisposeDesc(&desc);
+      }
+    }).join();
+  }
+}
+
+}  // namespace

@@ -1,0 +1,80 @@
+#include "tests/platform/ae_support.h"
+
+namespace {
+
+TEST(Print, Values) {
+  const DescCheck noLeaks;
+  const struct {
+    Raw value;
+    std::string text;
+  } rows[] = {
+      {{typeNull, ""}, "'null'()"},
+      {Short(-2), "-2"},
+      {Long(INT32_MIN), "-2147483648"},
+      {ULong(65536), "65536"},
+      {Comp(-1), "-1"},
+      {Double(1.5), "1.5"},
+      {Float(0.1f), "0.1"},
+      {Bool(1), "'true'"},
+      {Bool(0), "'fals'"},
+      {Code(typeType, typeProperty), "'prop'"},
+      {Code(typeEnumerated, FourCC('y', 'e', 's', ' ')), "'yes '"},
+      {Code(typeType, 0x01610A62), "'?a?b'"},
+      {Code(typeMachPort, 0x1234), "'port'($00001234$)"},
+      {Text("text"), "\xD2text\xD3"},
+      {Text(""), "\xD2\xD3"},
+      {UTF8("\xC3\xA4"), "'utf8'(\xD2\x8A\xD3)"},
+      {UTF16(u"u"), "'utxt'(\xD2u\xD3)"},
+      {UTF8("\xF0\x9F\x98\x80"), "'utf8'($F09F9880$)"},  // no such character in Mac Roman
+      {{typeTrue, ""}, "'true'()"},
+      {{FourCC('w', 'h', 'a', 't'), "\x01\xFF"}, "'what'($01FF$)"},
+      // Numbers of an odd size, or several: as bytes, in the order of the wire.
+      {{typeSInt16, Short(1).bytes + Short(2).bytes}, "'shor'($00010002$)"},
+      {{typeSInt32, "abc"}, "'long'($616263$)"},
+      {{typeSInt32, ""}, "'long'()"},
+      {{typeProcessSerialNumber, ULong(0).bytes + ULong(0xC0001).bytes},
+       "'psn '($00000000000C0001$)"},
+  };
+  for (const auto& row : rows) {
+    StDesc desc;
+    Make(row.value, &desc);
+    EXPECT_EQ(row.text, Printed(desc));
+  }
+}
+
+TEST(Print, Containers) {
+  StDesc list, record, object, event, empty;
+  ASSERT_EQ(0, AECreateList(nullptr, 0, true, &record));
+  EXPECT_EQ("{ }", Printed(record));
+  const SInt32 one = 1;
+  ASSERT_EQ(0, AEPutKeyPtr(&record, FourCC('k', 'e', 'y', '1'), typeSInt32, &one, sizeof one));
+  ASSERT_EQ(0, AEPutKeyPtr(&record, FourCC('k', 'e', 'y', '2'), typeChar, "two", 3));
+  EXPECT_EQ("{ 'key1':1, 'key2':\xD2two\xD3 }", Printed(record));
+  ASSERT_EQ(0, AECoerceDesc(&record, FourCC('o', 'b', 'j', ' '), &object));
+  EXPECT_EQ("'obj '{ 'key1':1, 'key2':\xD2two\xD3 }", Printed(object));
+
+  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+  EXPECT_EQ("[ ]", Printed(list));
+  ASSERT_EQ(0, AEPutPtr(&list, 0, typeSInt32, &one, sizeof one));
+  ASSERT_EQ(0, AEPutDesc(&list, 0, &list));
+  EXPECT_EQ("[ 1, [ 1 ] ]", Printed(list));
+
+  ASSERT_EQ(0, AECreateAppleEvent(FourCC('c', 'o', 'r', 'e'), FourCC('g', 'e', 't', 'd'), nullptr,
+                                  3, 0, &event));
+  ASSERT_EQ(0, AEPutParamDesc(&event, keyDirectObject, &list));
+  ASSERT_EQ(0, AEPutAttributePtr(&event, FourCC('c', 's', 'i', 'g'), typeSInt32, &one, 4));
+  EXPECT_EQ("'core'\\'getd'{ '----':[ 1, [ 1 ] ], &'rtid':3, &'tran':0, &'csig':1 }",
+            Printed(event));
+}
+
+TEST(Print, FailureGivesNoHandle) {
+  char* master = nullptr;
+  Handle handle = &master;
+  AEDesc stale = {typeChar, reinterpret_cast<AEDataStorage>(1)};
+  EXPECT_EQ(errAENotAEDesc, AEPrintDescToHandle(&stale, &handle));
+  EXPECT_EQ(nullptr, handle);
+  EXPECT_EQ(paramErr, AEPrintDescToHandle(nullptr, &handle));
+  EXPECT_EQ(paramErr, AEPrintDescToHandle(&stale, nullptr));
+}
+
+}  // namespace

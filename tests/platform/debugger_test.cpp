@@ -1,0 +1,40 @@
+#include <CoreServices/Debugging.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kChildDone = 42;
+
+// Waits for the next stop of `child`; the signal that stopped it, 0 when it ended instead.
+int NextStop(pid_t child, int* status) {
+  EXPECT_EQ(child, waitpid(child, status, 0));
+  return WIFSTOPPED(*status) ? WSTOPSIG(*status) : 0;
+}
+
+}  // namespace
+
+// The tracer here is none that keeps signals to itself, as a debugger does: it passes on what it
+// sees, and the process must survive that too.
+TEST(DebuggerStop, StopsInTheTracerAndGoesOn) {
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    alarm(20);  // ends it if the tracer fails
+    ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+    raise(SIGSTOP);
+    Debugger();
+    _exit(kChildDone);
+  }
+  int status = 0;
+  ASSERT_EQ(SIGSTOP, NextStop(child, &status));
+  ASSERT_EQ(0, ptrace(PTRACE_CONT, child, nullptr, nullptr));
+  EXPECT_EQ(SIGTRAP, NextStop(child, &status));
+  ASSERT_EQ(0, ptrace(PTRACE_CONT, child, nullptr, reinterpret_cast<void*>(intptr_t{SIGTRAP})));
+  EXPECT_EQ(0, NextStop(child, &status));
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(kChildDone, WEXITSTATUS(status));
+}

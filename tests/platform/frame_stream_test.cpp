@@ -1,0 +1,225 @@
+#include "platform/host/frame_stream.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "platform/host/byte_order.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+struct SocketPair {
+  SocketPair() { EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends)); }
+  ~SocketPair() {
+    close(ends[0]);
+    close(ends[1]);
+  }
+  void Write(const uint8_t* bytes, size_t size) {
+    ASSERT_EQ(static_cast<ssize_t>(size), send(ends[0], bytes, size, MSG_NOSIGNAL));
+  }
+  int ends[2];
+};
+
+Bytes FrameOf(const std::string& body, uint64_t number, HostFrameKind kind) {
+  HostFrameHeader header;
+  header.kind = kind;
+  header.bodySize = static_cast<uint32_t>(body.size());
+  header.requestNumber = number;
+  uint8_t head[kHostFrameHeaderSize];
+  HostEncodeFrameHeader(header, head);
+  Bytes frame(head, head + sizeof head);
+  frame.insert(frame.end(), body.begin(), body.end());
+  return frame;
+}
+
+std::string PatternOf(size_t size) {
+  std::string text(size, 0);
+  for (size_t i = 0; i < size; i++) text[i] = static_cast<char>(i * 31 + i / 251);
+  return text;
+}
+
+std::string TextOf(const HostFrameSlice& slice) {
+  return std::string(reinterpret_cast<const char*>(slice.bytes), slice.size);
+}
+
+// Receives until a frame is complete; fails when the stream has nothing more.
+bool ReadFrame(HostFrameReader& reader, int fd, HostFrameHeader* header, std::string* body) {
+  for (;;) {
+    HostFrameSlice slice;
+    const auto next = reader.Take(header, &slice);
+    if (next == HostFrameReader::Next::kBad) return false;
+    if (next == HostFrameReader::Next::kFrame) {
+      *body = TextOf(slice);
+      return true;
+    }
+    if (reader.Receive(fd, MSG_DONTWAIT) <= 0) return false;
+  }
+}
+
+TEST(FrameReader, EverySplitOfAFrameGivesTheSameBytes) {
+  const std::string body = PatternOf(1024 - kHostFrameHeaderSize);
+  Bytes stream = FrameOf(body, 7, HostFrameKind::kRequest);
+  const Bytes second = FrameOf("second", 8, HostFrameKind::kRequest);
+  stream.insert(stream.end(), second.begin(), second.end());
+  for (size_t split = 1; split < stream.size(); split++) {
+    SCOPED_TRACE(split);
+    SocketPair sockets;
+    HostFrameReader reader;
+    sockets.Write(stream.data(), split);
+    ASSERT_GT(reader.Receive(sockets.ends[1], MSG_DONTWAIT), 0);
+    ASSERT_EQ(split >= 1024, reader.HasCompleteFrame());
+    sockets.Write(stream.data() + split, stream.size() - split);
+    HostFrameHeader header;
+    std::string text;
+    ASSERT_TRUE(ReadFrame(reader, sockets.ends[1], &header, &text));
+    ASSERT_EQ(7u, header.requestNumber);
+    ASSERT_EQ(body, text);
+    ASSERT_TRUE(ReadFrame(reader, sockets.ends[1], &header, &text));
+    ASSERT_EQ("second", text);
+    ASSERT_EQ(0u, reader.PartialBytes());
+  }
+}
+
+TEST(FrameReader, OneByteAtATime) {
+  SocketPair sockets;
+  HostFrameReader reader;
+  const std::string body = PatternOf(1000);
+  const Bytes stream = FrameOf(body, 9, HostFrameKind::kReply);
+  for (size_t i = 0; i < stream.size(); i++) {
+    ASSERT_FALSE(reader.HasCompleteFrame());
+    sockets.Write(&stream[i], 1);
+    ASSERT_EQ(1, reader.Receive(sockets.ends[1], MSG_DONTWAIT));
+  }
+  HostFrameHeader header;
+  std::string text;
+  ASSERT_TRUE(ReadFrame(reader, sockets.ends[1], &header, &text));
+  EXPECT_EQ(HostFrameKind::kReply, header.kind);
+  EXPECT_EQ(body, text);
+}
+
+// A frame that is still held by an event must not change while later ones arrive.
+TEST(FrameReader, SlicesOutliveWhatFollows) {
+  SocketPair sockets;
+  HostFrameReader reader;
+  std::vector<HostFrameSlice> slices;
+  std::vector<std::string> bodies;
+  for (const size_t size : {10u, 70000u, 0u, 3000u, 130000u, 1u}) {
+    bodies.push_back(PatternOf(size));
+    const Bytes frame = FrameOf(bodies.back(), size, HostFrameKind::kRequest);
+    size_t sent = 0;
+    while (sent < frame.size() || reader.HasCompleteFrame()) {
+      const size_t part = std::min<size_t>(40000, frame.size() - sent);
+      if (part > 0) sockets.Write(frame.data() + sent, part);
+      sent += part;
+      if (!reader.HasCompleteFrame()) {
+        ASSERT_GT(reader.Receive(sockets.ends[1], MSG_DONTWAIT), 0);
+      }
+      HostFrameHeader header;
+      HostFrameSlice slice;
+      if (reader.Take(&header, &slice) == HostFrameReader::Next::kFrame) slices.push_back(slice);
+    }
+  }
+  ASSERT_EQ(bodies.size(), slices.size());
+  for (size_t i = 0; i < bodies.size(); i++) EXPECT_EQ(bodies[i], TextOf(slices[i])) << i;
+}
+
+TEST(FrameReader, WhatIsNoFrameEndsTheStream) {
+  const struct {
+    const char* what;
+    size_t offset;
+    Bytes bytes;
+  } rows[] = {
+      {"magic", 0, {'x'}},
+      {"version", 4, {2}},
+      {"kind 0", 5, {0}},
+      {"kind 3", 5, {3}},
+      {"unknown flag", 6, {0x80, 0}},
+      {"limit + 1", 8, {0x01, 0, 0, 0}},
+      {"2^31", 8, {0x80, 0, 0, 0}},
+      {"2^32 - 1", 8, {0xFF, 0xFF, 0xFF, 0xFF}},
+      {"reserved", 12, {0, 0, 0, 1}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    SocketPair sockets;
+    HostFrameReader reader;
+    Bytes stream = FrameOf("before", 1, HostFrameKind::kRequest);
+    Bytes broken = FrameOf("body", 2, HostFrameKind::kRequest);
+    std::copy(row.bytes.begin(), row.bytes.end(),
+              broken.begin() + static_cast<ptrdiff_t>(row.offset));
+    stream.insert(stream.end(), broken.begin(), broken.end());
+    sockets.Write(stream.data(), stream.size());
+    HostFrameHeader header;
+    std::string text;
+    ASSERT_TRUE(ReadFrame(reader, sockets.ends[1], &header, &text));
+    EXPECT_EQ("before", text);
+    HostFrameSlice slice;
+    EXPECT_EQ(HostFrameReader::Next::kBad, reader.Take(&header, &slice));
+    EXPECT_TRUE(reader.IsBad());
+  }
+}
+
+TEST(FrameReader, APassedDescriptorIsRefused) {
+  SocketPair sockets;
+  HostFrameReader reader;
+  Bytes frame = FrameOf("with a descriptor", 1, HostFrameKind::kRequest);
+  iovec piece = {frame.data(), frame.size()};
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+  msghdr message = {};
+  message.msg_iov = &piece;
+  message.msg_iovlen = 1;
+  message.msg_control = control;
+  message.msg_controllen = sizeof control;
+  cmsghdr* rights = CMSG_FIRSTHDR(&message);
+  rights->cmsg_level = SOL_SOCKET;
+  rights->cmsg_type = SCM_RIGHTS;
+  rights->cmsg_len = CMSG_LEN(sizeof(int));
+  const int passed = STDERR_FILENO;
+  memcpy(CMSG_DATA(rights), &passed, sizeof passed);
+  ASSERT_GT(sendmsg(sockets.ends[0], &message, MSG_NOSIGNAL), 0);
+  EXPECT_EQ(-1, reader.Receive(sockets.ends[1], MSG_DONTWAIT));
+  EXPECT_EQ(EBADMSG, errno);
+}
+
+// What a full socket does not take goes out later, in order, and the rest of the frame that is
+// being written does not count as waiting.
+TEST(OutQueue, KeepsTheOrderThroughAFullSocket) {
+  SocketPair sockets;
+  HostOutQueue queue;
+  std::string expected, received;
+  size_t written = 0;
+  for (int i = 0; i < 20; i++) {
+    std::string part = PatternOf(100000);
+    part[0] = static_cast<char>(i);
+    expected += part;
+    const std::vector<iovec> pieces = {{part.data(), 1000}, {part.data() + 1000, 99000}};
+    written = 0;
+    if (queue.IsEmpty() && HostWritePieces(sockets.ends[0], pieces, &written) == 0) continue;
+    const bool first = queue.IsEmpty();
+    ASSERT_TRUE(queue.Append(pieces, written));
+    if (first) {
+      EXPECT_EQ(0u, queue.WaitingSize());
+    }
+  }
+  ASSERT_GT(queue.WaitingSize(), 0u);
+  char buffer[70001];
+  while (received.size() < expected.size()) {
+    const ssize_t size = recv(sockets.ends[1], buffer, sizeof buffer, MSG_DONTWAIT);
+    if (size > 0) received.append(buffer, static_cast<size_t>(size));
+    const int error = queue.Flush(sockets.ends[0]);
+    ASSERT_TRUE(error == 0 || error == EAGAIN) << strerror(error);
+    ASSERT_TRUE(size > 0 || error == 0);
+  }
+  EXPECT_EQ(expected, received);
+  EXPECT_TRUE(queue.IsEmpty());
+  EXPECT_EQ(0u, queue.Size());
+}
+
+}  // namespace

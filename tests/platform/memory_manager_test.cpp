@@ -1,0 +1,203 @@
+#include <CoreServices/MacErrors.h>
+#include <CoreServices/MacMemory.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <thread>
+
+namespace {
+
+Handle MakeHandle(const std::string& text) {
+  Handle handle = nullptr;
+  EXPECT_EQ(0, PtrToHand(text.data(), &handle, static_cast<Size>(text.size())));
+  return handle;
+}
+
+std::string TextOf(Handle handle) {
+  return std::string(*handle, static_cast<size_t>(GetHandleSize(handle)));
+}
+
+}  // namespace
+
+TEST(MemoryManager, BlocksOfEverySize) {
+  const struct {
+    Size size;
+    bool made;
+  } rows[] = {{0, true}, {1, true}, {17, true}, {100000, true}, {-1, false}, {INT32_MIN, false}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.size);
+    Ptr block = NewPtrClear(row.size);
+    EXPECT_EQ(row.made ? noErr : memFullErr, MemError());
+    Handle handle = NewHandleClear(row.size);
+    EXPECT_EQ(row.made ? noErr : memFullErr, MemError());
+    ASSERT_EQ(row.made, block != nullptr);
+    ASSERT_EQ(row.made, handle != nullptr);
+    if (!row.made) continue;
+    EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(block) % 16);
+    EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(*handle) % 16);
+    EXPECT_EQ(row.size, GetPtrSize(block));
+    EXPECT_EQ(row.size, GetHandleSize(handle));
+    EXPECT_EQ(std::string(static_cast<size_t>(row.size), '\0'), TextOf(handle));
+    DisposePtr(block);
+    DisposeHandle(handle);
+    EXPECT_EQ(noErr, MemError());
+  }
+}
+
+TEST(MemoryManager, DeadAndForeignBlocksAreRefused) {
+  Ptr block = NewPtr(8);
+  Handle handle = NewHandle(8);
+  char master[] = "foreign";
+  Ptr foreign = master;
+  DisposeHandle(reinterpret_cast<Handle>(block));
+  EXPECT_EQ(memWZErr, MemError());
+  DisposePtr(reinterpret_cast<Ptr>(handle));
+  EXPECT_EQ(memWZErr, MemError());
+  DisposePtr(block);
+  DisposeHandle(handle);
+
+  for (Handle dead : {handle, &foreign}) {
+    DisposeHandle(dead);
+    EXPECT_EQ(memWZErr, MemError());
+    SetHandleSize(dead, 4);
+    EXPECT_EQ(memWZErr, MemError());
+    EXPECT_EQ(0, GetHandleSize(dead));
+    EXPECT_EQ(memWZErr, MemError());
+    HLock(dead);
+    EXPECT_EQ(memWZErr, MemError());
+    EXPECT_EQ(0, HGetState(dead));
+    EmptyHandle(dead);
+    EXPECT_EQ(memWZErr, MemError());
+    EXPECT_EQ(memWZErr, PtrAndHand("a", dead, 1));
+    EXPECT_EQ(memWZErr, HandAndHand(dead, dead));
+    EXPECT_EQ(memWZErr, HandToHand(&dead));
+  }
+  DisposePtr(block);
+  EXPECT_EQ(memWZErr, MemError());
+  EXPECT_EQ(0, GetPtrSize(block));
+  EXPECT_EQ(memWZErr, MemError());
+  EXPECT_STREQ("foreign", master);
+
+  DisposePtr(nullptr);
+  DisposeHandle(nullptr);
+  EXPECT_EQ(nilHandleErr, MemError());
+  SetHandleSize(nullptr, 1);
+  EXPECT_EQ(nilHandleErr, MemError());
+  EXPECT_EQ(nilHandleErr, PtrToXHand("a", nullptr, 1));
+}
+
+TEST(MemoryManager, ResizingKeepsTheContents) {
+  Handle handle = MakeHandle("0123456789");
+  for (Size size : {100000, 10, 5000, 20, 10}) {
+    SetHandleSize(handle, size);
+    EXPECT_EQ(noErr, MemError());
+    EXPECT_EQ(size, GetHandleSize(handle));
+    EXPECT_EQ("0123456789", std::string(*handle, 10));
+  }
+  SetHandleSize(handle, -1);
+  EXPECT_EQ(memFullErr, MemError());
+  EXPECT_EQ("0123456789", TextOf(handle));
+  SetHandleSize(handle, 3);
+  EXPECT_EQ("012", TextOf(handle));
+  DisposeHandle(handle);
+}
+
+TEST(MemoryManager, ALockedBlockStaysWhereItIs) {
+  Handle handle = MakeHandle(std::string(10000, 'a'));
+  HLock(handle);
+  const Ptr before = *handle;
+  SetHandleSize(handle, 10);
+  EXPECT_EQ(noErr, MemError());
+  EXPECT_EQ(before, *handle);
+  SetHandleSize(handle, 20000);
+  EXPECT_EQ(memFullErr, MemError());
+  EXPECT_EQ(10, GetHandleSize(handle));
+  EmptyHandle(handle);
+  EXPECT_EQ(memPurErr, MemError());
+  ReallocateHandle(handle, 5);
+  EXPECT_EQ(memPurErr, MemError());
+  EXPECT_EQ(std::string(10, 'a'), TextOf(handle));
+
+  HLock(handle);
+  HUnlock(handle);  // locks do not nest
+  SetHandleSize(handle, 20000);
+  EXPECT_EQ(noErr, MemError());
+  DisposeHandle(handle);
+}
+
+TEST(MemoryManager, StateBits) {
+  Handle handle = NewHandle(1);
+  EXPECT_EQ(0, HGetState(handle));
+  HLock(handle);
+  HPurge(handle);
+  EXPECT_EQ(static_cast<SInt8>(0xC0), HGetState(handle));
+  const SInt8 saved = HGetState(handle);
+  HNoPurge(handle);
+  EXPECT_EQ(static_cast<SInt8>(0x80), HGetState(handle));
+  HSetState(handle, saved);
+  EXPECT_EQ(saved, HGetState(handle));
+  HSetState(handle, 0x2F);
+  EXPECT_EQ(0x20, HGetState(handle));
+  DisposeHandle(handle);
+}
+
+TEST(MemoryManager, AnEmptiedHandleIsRefilled) {
+  Handle handle = MakeHandle("abc");
+  EmptyHandle(handle);
+  EXPECT_EQ(nullptr, *handle);
+  EXPECT_EQ(0, GetHandleSize(handle));
+  SetHandleSize(handle, 4);
+  EXPECT_EQ(nilHandleErr, MemError());
+  EXPECT_EQ(nilHandleErr, PtrAndHand("a", handle, 1));
+  ReallocateHandle(handle, 4);
+  EXPECT_EQ(noErr, MemError());
+  EXPECT_EQ(4, GetHandleSize(handle));
+  EXPECT_NE(nullptr, *handle);
+  EmptyHandle(handle);
+  DisposeHandle(handle);
+  EXPECT_EQ(noErr, MemError());
+}
+
+TEST(MemoryManager, CopiesAndAppends) {
+  Handle handle = MakeHandle("abc");
+  Handle copy = handle;
+  EXPECT_EQ(0, HandToHand(&copy));
+  EXPECT_NE(handle, copy);
+  EXPECT_EQ(0, HandAndHand(handle, handle));  // onto itself
+  EXPECT_EQ("abcabc", TextOf(handle));
+  EXPECT_EQ(0, PtrAndHand(*handle + 1, handle, 2));  // from inside the block that moves
+  EXPECT_EQ("abcabcbc", TextOf(handle));
+  EXPECT_EQ(0, PtrToXHand(*handle + 6, handle, 2));
+  EXPECT_EQ("bc", TextOf(handle));
+  EXPECT_EQ("abc", TextOf(copy));
+  EXPECT_EQ(0, PtrAndHand(nullptr, handle, 0));
+  EXPECT_EQ(paramErr, PtrAndHand(nullptr, handle, 1));
+  EXPECT_EQ(paramErr, PtrAndHand("a", handle, -1));
+  EXPECT_EQ(memFullErr, PtrToXHand("a", handle, -1));
+  EXPECT_EQ("bc", TextOf(handle));
+  DisposeHandle(handle);
+  DisposeHandle(copy);
+}
+
+TEST(MemoryManager, ResultsBelongToTheThread) {
+  DisposePtr(nullptr);
+  OSErr seen = -1;
+  std::thread([&seen] { seen = MemError(); }).join();
+  EXPECT_EQ(noErr, seen);
+  EXPECT_EQ(nilHandleErr, MemError());
+}
+
+TEST(MemoryManager, BlockMoves) {
+  char text[] = "abcdef";
+  BlockMoveData(text, text + 2, 4);
+  EXPECT_STREQ("ababcd", text);
+  BlockMove(text + 1, text, 5);
+  EXPECT_STREQ("babcdd", text);
+  BlockMoveData(text, text + 3, 0);
+  BlockMoveData(text, text + 3, -2);
+  BlockZero(text, -1);
+  EXPECT_STREQ("babcdd", text);
+  BlockZero(text + 2, 2);
+  EXPECT_EQ(0, memcmp(text, "ba\0\0dd", 7));
+}

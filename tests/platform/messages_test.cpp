@@ -1,0 +1,292 @@
+#include <Carbon/Carbon.h>
+#include <CoreFoundation/CoreFoundation.h>
+#include <CoreServices/CoreServices.h>
+#include <gtest/gtest.h>
+#include <mach/mach.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/host/introspect.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr AEKeyword kNumberKey = FourCC('n', 'u', 'm', 'b');
+constexpr AEEventClass kTestClass = FourCC('t', 'e', 's', 't');
+constexpr SInt32 kShortTicks = 12;  // 0.2 s
+
+class Event {
+ public:
+  Event() : desc{typeNull, nullptr} {}
+  ~Event() { AEDisposeDesc(&desc); }
+  Event(const Event&) = delete;
+  Event& operator=(const Event&) = delete;
+  AppleEvent* operator&() { return &desc; }
+  AppleEvent desc;
+};
+
+void MakeEvent(mach_port_t target, SInt32 number, AppleEvent* event) {
+  AEDesc address;
+  ASSERT_EQ(0, AECreateDesc(typeMachPort, &target, sizeof target, &address));
+  EXPECT_EQ(0, AECreateAppleEvent(kTestClass, FourCC('n', 'u', 'm', 'b'), &address,
+                                  kAutoGenerateReturnID, kAnyTransactionID, event));
+  EXPECT_EQ(0, AEPutParamPtr(event, kNumberKey, typeSInt32, &number, sizeof number));
+  AEDisposeDesc(&address);
+}
+
+SInt32 NumberOf(const AppleEvent* event) {
+  SInt32 number = -1;
+  AEGetParamPtr(event, kNumberKey, typeSInt32, nullptr, &number, sizeof number, nullptr);
+  return number;
+}
+
+// A port on the loop of the thread that makes it. The function gets each request and its reply.
+class Server {
+ public:
+  using Handler = std::function<void(const AppleEvent&, AppleEvent&)>;
+
+  explicit Server(Handler body) : handler(std::move(body)) {
+    CFMachPortContext context = {};
+    context.info = this;
+    port = CFMachPortCreate(kCFAllocatorDefault, Receive, &context, nullptr);
+    source = CFMachPortCreateRunLoopSource(kCFAllocatorDefault, port, 0);
+    CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
+  }
+  ~Server() {
+    CFMachPortInvalidate(port);
+    CFRelease(source);
+    CFRelease(port);
+  }
+
+  mach_port_t Port() const { return CFMachPortGetPort(port); }
+  void Destroy() { mach_port_destroy(mach_task_self(), Port()); }
+
+  static bool Run(std::function<bool()> done) {
+    const auto end = std::chrono::steady_clock::now() + 20s;
+    while (!done() && std::chrono::steady_clock::now() < end) {
+      CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.05, true);
+    }
+    return done();
+  }
+
+ private:
+  static void Receive(CFMachPortRef, void* message, CFIndex, void* info) {
+    AppleEvent event, reply;
+    ASSERT_EQ(0, AEDecodeMessage(static_cast<mach_msg_header_t*>(message), &event, &reply));
+    // A message is decoded once; neither that nor a copy that is disposed of twice does harm.
+    AppleEvent second;
+    EXPECT_EQ(errAENotAppleEvent,
+              AEDecodeMessage(static_cast<mach_msg_header_t*>(message), &second, nullptr));
+    AppleEvent copy = event;
+    static_cast<Server*>(info)->handler(event, reply);
+    AEDisposeDesc(&copy);
+    AEDisposeDesc(&event);
+  }
+
+  Handler handler;
+  CFMachPortRef port;
+  CFRunLoopSourceRef source;
+};
+
+void Echo(const AppleEvent& event, AppleEvent& reply) {
+  const SInt32 number = NumberOf(&event);
+  AEPutParamPtr(&reply, kNumberKey, typeSInt32, &number, sizeof number);
+  AESendMessage(&reply, nullptr, kAENoReply, kAEDefaultTimeout);
+}
+
+TEST(Messages, AThreadAsksAnotherOfItsProcess) {
+  Server server(Echo);
+  std::atomic<int> answered{0};
+  const auto ask = [&](SInt32 first) {
+    for (SInt32 i = first; i < first + 100; i++) {
+      Event event, reply;
+      MakeEvent(server.Port(), i, &event);
+      EXPECT_EQ(0, AESendMessage(&event, &reply, kAEWaitReply, 600));
+      EXPECT_EQ(i, NumberOf(&reply));
+      answered++;
+    }
+  };
+  std::thread a(ask, 0), b(ask, 1000);
+  EXPECT_TRUE(Server::Run([&] { return answered == 200; }));
+  a.join();
+  b.join();
+}
+
+TEST(Messages, OnesOwnQueueNeverWaitsAndKeepsTheOrder) {
+  std::vector<SInt32> seen;
+  Server server([&](const AppleEvent& event, AppleEvent& reply) {
+    seen.push_back(NumberOf(&event));
+    EXPECT_EQ(typeNull, reply.descriptorType);
+    UInt8 wanted = 9;
+    SInt16 from = 0;
+    AEGetAttributePtr(&event, keyReplyRequestedAttr, typeBoolean, nullptr, &wanted, 1, nullptr);
+    AEGetAttributePtr(&event, keyEventSourceAttr, typeSInt16, nullptr, &from, 2, nullptr);
+    EXPECT_EQ(0, wanted);
+    EXPECT_EQ(2, from);
+  });
+  for (SInt32 i = 0; i < 300; i++) {
+    Event event;
+    MakeEvent(server.Port(), i, &event);
+    ASSERT_EQ(0, AESendMessage(&event, nullptr, kAENoReply, kAEDefaultTimeout));
+  }
+  EXPECT_TRUE(seen.empty());
+  EXPECT_TRUE(Server::Run([&] { return seen.size() == 300; }));
+  for (SInt32 i = 0; i < 300; i++) EXPECT_EQ(i, seen[static_cast<size_t>(i)]);
+}
+
+TEST(Messages, OnesOwnQueueHasALimit) {
+  size_t seen = 0;
+  Server server([&](const AppleEvent&, AppleEvent&) { seen++; });
+  const std::string large(size_t{15} << 20, 'x');
+  OSStatus err = 0;
+  size_t sent = 0;
+  for (; err == 0 && sent < 10; sent++) {
+    Event event;
+    MakeEvent(server.Port(), 0, &event);
+    ASSERT_EQ(0, AEPutParamPtr(&event, FourCC('d', 'a', 't', 'a'), typeChar, large.data(),
+                               static_cast<Size>(large.size())));
+    err = AESendMessage(&event, nullptr, kAENoReply, kAEDefaultTimeout);
+  }
+  EXPECT_EQ(errAETimeout, err);
+  EXPECT_EQ(5u, sent);
+  EXPECT_TRUE(Server::Run([&] { return seen == 4; }));
+}
+
+TEST(Messages, WaitingOnTheServingThreadTimesOut) {
+  int handled = 0;
+  Server server([&](const AppleEvent& event, AppleEvent& reply) {
+    handled++;
+    Echo(event, reply);
+  });
+  const size_t before = HostCountPorts().portNames;
+  Event event, reply;
+  MakeEvent(server.Port(), 5, &event);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(errAETimeout, AESendMessage(&event, &reply, kAEWaitReply, kShortTicks));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 199ms);
+  EXPECT_EQ(typeNull, reply.desc.descriptorType);
+  // The late answer reaches nobody and leaves nothing behind.
+  EXPECT_TRUE(Server::Run([&] { return handled == 1; }));
+  EXPECT_EQ(before, HostCountPorts().portNames);
+}
+
+// Whether its request was still queued or had been seen and not answered.
+TEST(Messages, TheDeathOfThePortEndsTheWait) {
+  for (const bool dispatched : {false, true}) {
+    SCOPED_TRACE(dispatched);
+    int seen = 0;
+    Server server([&](const AppleEvent&, AppleEvent&) { seen++; });
+    std::promise<OSStatus> result;
+    std::thread asker([&, port = server.Port()] {
+      Event event, reply;
+      MakeEvent(port, 1, &event);
+      result.set_value(AESendMessage(&event, &reply, kAEWaitReply, kNoTimeOut));
+    });
+    if (dispatched) {
+      EXPECT_TRUE(Server::Run([&] { return seen == 1; }));
+    }
+    server.Destroy();
+    EXPECT_EQ(connectionInvalid, result.get_future().get());
+    asker.join();
+  }
+}
+
+TEST(Messages, TheHandlerMayEndItsPort) {
+  std::unique_ptr<Server> server;
+  server = std::make_unique<Server>([&](const AppleEvent& event, AppleEvent& reply) {
+    server->Destroy();
+    Echo(event, reply);
+  });
+  std::promise<OSStatus> result;
+  std::thread asker([&, port = server->Port()] {
+    Event event, reply;
+    MakeEvent(port, 77, &event);
+    result.set_value(AESendMessage(&event, &reply, kAEWaitReply, 600));
+    EXPECT_EQ(77, NumberOf(&reply));
+  });
+  auto future = result.get_future();
+  EXPECT_TRUE(Server::Run([&] { return future.wait_for(0s) == std::future_status::ready; }));
+  EXPECT_EQ(0, future.get());
+  asker.join();
+}
+
+TEST(Messages, ANestedRunReclaimsOnlyItsOwn) {
+  std::string log;
+  Server inner([&](const AppleEvent& event, AppleEvent&) {
+    log += "inner " + std::to_string(NumberOf(&event)) + ",";
+  });
+  Server outer([&](const AppleEvent& event, AppleEvent& reply) {
+    Event nested;
+    MakeEvent(inner.Port(), 2, &nested);
+    EXPECT_EQ(0, AESendMessage(&nested, nullptr, kAENoReply, 0));
+    EXPECT_EQ(kCFRunLoopRunHandledSource, CFRunLoopRunInMode(kCFRunLoopDefaultMode, 5, true));
+    log += "outer " + std::to_string(NumberOf(&event));
+    Echo(event, reply);
+  });
+  std::promise<OSStatus> result;
+  std::thread asker([&] {
+    Event event, reply;
+    MakeEvent(outer.Port(), 1, &event);
+    result.set_value(AESendMessage(&event, &reply, kAEWaitReply, 600));
+  });
+  auto future = result.get_future();
+  EXPECT_TRUE(Server::Run([&] { return future.wait_for(0s) == std::future_status::ready; }));
+  EXPECT_EQ(0, future.get());
+  EXPECT_EQ("inner 2,outer 1", log);
+  asker.join();
+}
+
+TEST(Messages, BadSendsGetTheirCodes) {
+  Server server(Echo);
+  Event good, reply;
+  MakeEvent(server.Port(), 1, &good);
+  AppleEvent null = {typeNull, nullptr};
+  EXPECT_EQ(errAEUnknownSendMode, AESendMessage(&good, &reply, 0, 60));
+  EXPECT_EQ(errAEUnknownSendMode, AESendMessage(&good, &reply, kAECanInteract, 60));
+  EXPECT_NE(0, AESendMessage(&null, &reply, kAENoReply, 60));
+  EXPECT_NE(0, AESendMessage(nullptr, &reply, kAENoReply, 60));
+  const struct {
+    DescType type;
+    std::vector<UInt32> words;
+    OSStatus err;
+  } rows[] = {
+      {typeMachPort, {4711}, connectionInvalid},
+      {typeMachPort, {MACH_PORT_NULL}, connectionInvalid},
+      {typeProcessSerialNumber, {1, 2}, procNotFound},
+      {typeKernelProcessID, {0x7FFFFFFF}, procNotFound},
+      {typeApplSignature, {FourCC('n', 'o', 'n', 'e')}, procNotFound},
+      {typeSInt32, {1}, errAEUnknownAddressType},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.type);
+    AEDesc address;
+    const auto size = static_cast<Size>(4 * row.words.size());
+    ASSERT_EQ(0, AECreateDesc(row.type, row.words.data(), size, &address));
+    Event event;
+    ASSERT_EQ(0, AECreateAppleEvent(kTestClass, 1, &address, -1, 0, &event));
+    EXPECT_EQ(row.err, AESendMessage(&event, &reply, kAEWaitReply, 60));
+    AEDisposeDesc(&address);
+  }
+}
+
+TEST(Messages, TheProcessItselfAnswersThatNothingIsHandled) {
+  const ProcessSerialNumber self = {0, kCurrentProcess};
+  AEDesc address;
+  ASSERT_EQ(0, AECreateDesc(typeProcessSerialNumber, &self, sizeof self, &address));
+  Event event, reply;
+  ASSERT_EQ(0, AECreateAppleEvent(kTestClass, 1, &address, -1, 0, &event));
+  EXPECT_EQ(0, AESend(&event, &reply, kAEWaitReply, kAENormalPriority, 60, nullptr, nullptr));
+  SInt32 result = 0;
+  EXPECT_EQ(0, AEGetParamPtr(&reply, keyErrorNumber, typeSInt32, nullptr, &result, 4, nullptr));
+  EXPECT_EQ(errAEEventNotHandled, result);
+  AEDisposeDesc(&address);
+}
+
+}  // namespace

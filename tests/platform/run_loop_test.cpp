@@ -1,0 +1,300 @@
+#include <CoreFoundation/CoreFoundation.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/host/cf_object.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+template <class Ref>
+struct ReleaseRef {
+  using pointer = Ref;
+  void operator()(Ref ref) const { CFRelease(ref); }
+};
+using OwnedSource = std::unique_ptr<void, ReleaseRef<CFRunLoopSourceRef>>;
+using OwnedTimer = std::unique_ptr<void, ReleaseRef<CFRunLoopTimerRef>>;
+
+constexpr CFTimeInterval kLong = 20;  // a failing test's end, never waited for
+
+CFRunLoopRef Current() { return CFRunLoopGetCurrent(); }
+
+// A source that runs a function.
+struct Action {
+  explicit Action(std::function<void()> body = {}, CFIndex order = 0) : run(std::move(body)) {
+    CFRunLoopSourceContext context = {};
+    context.info = this;
+    context.schedule = [](void* info, CFRunLoopRef, CFStringRef) {
+      static_cast<Action*>(info)->scheduled++;
+    };
+    context.cancel = [](void* info, CFRunLoopRef, CFStringRef) {
+      static_cast<Action*>(info)->cancelled++;
+    };
+    context.perform = [](void* info) {
+      auto* self = static_cast<Action*>(info);
+      self->performed++;
+      if (self->run) self->run();
+    };
+    source.reset(CFRunLoopSourceCreate(kCFAllocatorDefault, order, &context));
+  }
+  ~Action() { CFRunLoopSourceInvalidate(source.get()); }
+
+  void Add() { CFRunLoopAddSource(Current(), source.get(), kCFRunLoopDefaultMode); }
+  void Signal() { CFRunLoopSourceSignal(source.get()); }
+
+  std::function<void()> run;
+  OwnedSource source;
+  std::atomic<int> performed{0};
+  std::atomic<int> scheduled{0};
+  std::atomic<int> cancelled{0};
+};
+
+TEST(RunLoop, AnEmptyModeIsFinishedAtOnce) {
+  EXPECT_EQ(kCFRunLoopRunFinished, CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, false));
+  EXPECT_EQ(kCFRunLoopRunFinished, CFRunLoopRunInMode(CFSTR("nobody's"), kLong, false));
+  CFRunLoopRun();
+}
+
+TEST(RunLoop, NullAndForeignObjectsAreNeutral) {
+  EXPECT_FALSE(CFRunLoopContainsSource(nullptr, nullptr, nullptr));
+  EXPECT_FALSE(CFRunLoopIsWaiting(nullptr));
+  CFRunLoopAddSource(Current(), nullptr, kCFRunLoopDefaultMode);
+  auto* wrong = reinterpret_cast<CFRunLoopSourceRef>(const_cast<__CFString*>(CFSTR("a string")));
+  CFRunLoopAddSource(Current(), wrong, kCFRunLoopDefaultMode);
+  CFRunLoopSourceSignal(wrong);
+  CFRunLoopSourceInvalidate(wrong);
+  EXPECT_FALSE(CFRunLoopSourceIsValid(wrong));
+  EXPECT_EQ(kCFRunLoopRunFinished, CFRunLoopRunInMode(nullptr, kLong, false));
+  CFRunLoopSourceContext context = {};
+  context.version = 2;
+  EXPECT_EQ(nullptr, CFRunLoopSourceCreate(kCFAllocatorDefault, 0, &context));
+}
+
+TEST(RunLoop, StopBeforeTheRunIsKept) {
+  Action action;
+  action.Add();
+  action.Signal();
+  CFRunLoopStop(Current());
+  EXPECT_EQ(kCFRunLoopRunStopped, CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, false));
+  EXPECT_EQ(0, action.performed);
+  EXPECT_EQ(kCFRunLoopRunTimedOut, CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false));
+  EXPECT_EQ(1, action.performed);
+}
+
+TEST(RunLoop, SourcesFireByOrderOncePerPass) {
+  std::string log;
+  Action last([&] { log += "3"; }, 3), first([&] { log += "1"; }, 1), middle([&] { log += "2"; }, 2);
+  for (Action* action : {&last, &first, &middle}) {
+    action->Add();
+    action->Add();
+    action->Signal();
+    action->Signal();
+  }
+  EXPECT_EQ(kCFRunLoopRunTimedOut, CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false));
+  EXPECT_EQ("123", log);
+  EXPECT_EQ(1, first.scheduled);
+  EXPECT_EQ(kCFRunLoopRunTimedOut, CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false));
+  EXPECT_EQ("123", log);
+}
+
+TEST(RunLoop, ASignalDuringPerformGivesAnotherPass) {
+  Action action;
+  action.run = [&] {
+    if (action.performed == 3) CFRunLoopStop(Current());
+    action.Signal();
+  };
+  action.Add();
+  action.Signal();
+  EXPECT_EQ(kCFRunLoopRunStopped, CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, false));
+  EXPECT_EQ(3, action.performed);
+}
+
+TEST(RunLoop, ReturnsAfterASourceWhenAsked) {
+  Action action;
+  action.Add();
+  action.Signal();
+  EXPECT_EQ(kCFRunLoopRunHandledSource, CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, true));
+  EXPECT_EQ(1, action.performed);
+}
+
+TEST(RunLoop, RemovedAndInvalidatedSourcesDoNotFire) {
+  Action victim({}, 2), survivor({}, 3), killer({}, 1);
+  killer.run = [&] { CFRunLoopSourceInvalidate(victim.source.get()); };
+  for (Action* action : {&victim, &survivor, &killer}) {
+    action->Add();
+    action->Signal();
+  }
+  CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
+  EXPECT_EQ(0, victim.performed);
+  EXPECT_EQ(1, victim.cancelled);
+  EXPECT_EQ(1, survivor.performed);
+  EXPECT_FALSE(CFRunLoopContainsSource(Current(), victim.source.get(), kCFRunLoopDefaultMode));
+
+  CFRunLoopAddSource(Current(), victim.source.get(), kCFRunLoopDefaultMode);
+  EXPECT_FALSE(CFRunLoopContainsSource(Current(), victim.source.get(), kCFRunLoopDefaultMode));
+  survivor.Signal();
+  CFRunLoopRemoveSource(Current(), survivor.source.get(), kCFRunLoopDefaultMode);
+  EXPECT_EQ(1, survivor.cancelled);
+  CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
+  EXPECT_EQ(1, survivor.performed);
+}
+
+TEST(RunLoop, ANestedRunEndsAlone) {
+  std::string log;
+  Action inner([&] {
+    log += "i";
+    CFRunLoopStop(Current());
+  });
+  Action outer([&] {
+    log += "o";
+    inner.Signal();
+    EXPECT_EQ(kCFRunLoopRunStopped, CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, false));
+    log += "O";
+  });
+  outer.Add();
+  inner.Add();
+  outer.Signal();
+  EXPECT_EQ(kCFRunLoopRunTimedOut, CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.01, false));
+  EXPECT_EQ("oiO", log);
+}
+
+TEST(RunLoop, ModesAreServedApart) {
+  const CFStringRef mode = CFSTR("a mode of one's own");
+  Action other, common;
+  CFRunLoopAddSource(Current(), other.source.get(), mode);
+  CFRunLoopAddSource(Current(), common.source.get(), kCFRunLoopCommonModes);
+  other.Signal();
+  common.Signal();
+  CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
+  EXPECT_EQ(0, other.performed);
+  EXPECT_EQ(1, common.performed);
+  CFRunLoopAddCommonMode(Current(), mode);
+  common.Signal();
+  CFRunLoopRunInMode(mode, 0, false);
+  EXPECT_EQ(1, other.performed);
+  EXPECT_EQ(2, common.performed);
+  CFRunLoopRemoveSource(Current(), common.source.get(), kCFRunLoopCommonModes);
+  EXPECT_FALSE(CFRunLoopContainsSource(Current(), common.source.get(), mode));
+}
+
+TEST(RunLoop, AnExceptionPassesThroughAndTheLoopGoesOn) {
+  Action thrower([] { throw std::runtime_error("from a callout"); });
+  Action other;
+  thrower.Add();
+  other.Add();
+  thrower.Signal();
+  EXPECT_THROW(CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, false), std::runtime_error);
+  other.Signal();
+  EXPECT_EQ(kCFRunLoopRunHandledSource, CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, true));
+  EXPECT_EQ(1, other.performed);
+}
+
+// 2000 signals from another thread, each awaited: a lost wake-up would hang the pair.
+TEST(RunLoop, WakesFromAnotherThread) {
+  constexpr int kRounds = 2000;
+  std::promise<CFRunLoopRef> started;
+  Action action;
+  std::atomic<int> seen{0};
+  action.run = [&] {
+    seen++;
+    seen.notify_one();
+    if (seen == kRounds) CFRunLoopStop(Current());
+  };
+  std::thread thread([&] {
+    action.Add();
+    started.set_value(Current());
+    EXPECT_EQ(kCFRunLoopRunStopped, CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, false));
+  });
+  const CFRunLoopRef loop = started.get_future().get();
+  for (int i = 0; i < kRounds; i++) {
+    action.Signal();
+    CFRunLoopWakeUp(loop);
+    seen.wait(i);
+  }
+  thread.join();
+  EXPECT_EQ(1, action.cancelled);  // the thread's end took it out
+}
+
+// Adding, removing, signalling and invalidating from other threads while the loop fires.
+TEST(RunLoop, SourcesComeAndGoFromOtherThreads) {
+  std::promise<CFRunLoopRef> started;
+  std::atomic<bool> done{false};
+  std::thread thread([&] {
+    Action idle;
+    idle.Add();
+    started.set_value(Current());
+    while (!done) CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, true);
+  });
+  const CFRunLoopRef loop = started.get_future().get();
+  const auto churn = [loop] {
+    for (int i = 0; i < 500; i++) {
+      CFRunLoopSourceContext context = {};
+      context.perform = [](void*) {};
+      OwnedSource source(CFRunLoopSourceCreate(kCFAllocatorDefault, i % 3, &context));
+      CFRunLoopAddSource(loop, source.get(), kCFRunLoopDefaultMode);
+      CFRunLoopSourceSignal(source.get());
+      CFRunLoopWakeUp(loop);
+      if (i % 2 == 0) CFRunLoopRemoveSource(loop, source.get(), kCFRunLoopDefaultMode);
+      CFRunLoopSourceInvalidate(source.get());
+      EXPECT_FALSE(CFRunLoopContainsSource(loop, source.get(), kCFRunLoopDefaultMode));
+    }
+  };
+  std::thread other(churn);
+  churn();
+  other.join();
+  done = true;
+  CFRunLoopStop(loop);
+  thread.join();
+}
+
+TEST(RunLoop, TimersFireInTimeAndKeepTheirRhythm) {
+  struct Log {
+    std::vector<std::chrono::steady_clock::time_point> times;
+  } log;
+  CFRunLoopTimerContext context = {};
+  context.info = &log;
+  const auto record = [](CFRunLoopTimerRef timer, void* info) {
+    auto* times = &static_cast<Log*>(info)->times;
+    times->push_back(std::chrono::steady_clock::now());
+    if (times->size() == 5) CFRunLoopTimerInvalidate(timer);
+  };
+  const auto start = std::chrono::steady_clock::now();
+  OwnedTimer timer(CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + 0.02,
+                                        0.01, 0, 0, record, &context));
+  CFRunLoopAddTimer(Current(), timer.get(), kCFRunLoopDefaultMode);
+  EXPECT_TRUE(CFRunLoopContainsTimer(Current(), timer.get(), kCFRunLoopDefaultMode));
+  EXPECT_EQ(kCFRunLoopRunFinished, CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, false));
+  ASSERT_EQ(5u, log.times.size());
+  EXPECT_GE(log.times[0] - start, 19ms);
+  EXPECT_GE(log.times[4] - start, 59ms);
+  EXPECT_FALSE(CFRunLoopTimerIsValid(timer.get()));
+}
+
+TEST(RunLoop, TheTimeRunsOut) {
+  Action idle;
+  idle.Add();
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(kCFRunLoopRunTimedOut, CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.05, false));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 50ms);
+}
+
+TEST(RunLoop, MainIsTheMainThreads) {
+  const CFRunLoopRef here = Current();
+  EXPECT_EQ(here, CFRunLoopGetMain());
+  std::thread([here] {
+    EXPECT_EQ(here, CFRunLoopGetMain());
+    EXPECT_NE(here, CFRunLoopGetCurrent());
+  }).join();
+}
+
+}  // namespace

@@ -1,0 +1,139 @@
+#include "tests/support/test_process.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <limits.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <servers/bootstrap.h>
+
+#include <atomic>
+#include <cstdlib>
+
+#include "tests/support/test_role.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kRoleOut = 3;  // descriptors of the role's ends
+constexpr int kRoleIn = 4;
+
+std::string OwnProgram() {
+  char path[PATH_MAX];
+  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
+  return length > 0 ? std::string(path, length) : "";
+}
+
+// The command that starts this test program as `peer`. A test that needs the other host's programs
+// is registered only where the build knows them, and then names their folder and their emulator.
+std::vector<std::string> PeerCommand(TestPeer peer) {
+  const std::string own = OwnProgram();
+  if (peer == TestPeer::kSameHost) {
+    std::vector<std::string> command = TestLauncher();
+    command.push_back(own);
+    return command;
+  }
+  const char* folder = std::getenv("VLT_PEER_TESTS");
+  const char* emulator = std::getenv("VLT_PEER_EMULATOR");
+  if (folder == nullptr || emulator == nullptr) {
+    ADD_FAILURE()
+        << "VLT_PEER_TESTS and VLT_PEER_EMULATOR tell where the other host's programs are";
+    return {};
+  }
+  return {emulator, folder + own.substr(own.rfind('/'))};
+}
+
+bool IsPublished(const std::string& name) {
+  mach_port_t bootstrap = MACH_PORT_NULL;
+  mach_port_t port = MACH_PORT_NULL;
+  if (task_get_special_port(mach_task_self(), TASK_BOOTSTRAP_PORT, &bootstrap) != 0) return false;
+  if (bootstrap_look_up(bootstrap, name.c_str(), &port) != 0) return false;
+  mach_port_deallocate(mach_task_self(), port);
+  return true;
+}
+
+}  // namespace
+
+std::string UniquePortName() {
+  static std::atomic<int> count;
+  return "test." + std::to_string(getpid()) + "." + std::to_string(++count);
+}
+
+TestProcess::TestProcess(const std::string& role, std::vector<std::string> arguments, TestPeer peer)
+    : portName(UniquePortName()) {
+  Start(role, arguments, peer);
+}
+
+TestProcess::TestProcess(const std::string& role, const char* name,
+                         std::vector<std::string> arguments, TestPeer peer)
+    : portName(name) {
+  Start(role, arguments, peer);
+}
+
+TestProcess::~TestProcess() {
+  child.KillAndWait(10s);
+  for (const int descriptor : {toRole, fromRole}) {
+    if (descriptor >= 0) close(descriptor);
+  }
+}
+
+void TestProcess::Start(const std::string& role, const std::vector<std::string>& arguments,
+                        TestPeer peer) {
+  int out[2];
+  int in[2];
+  ASSERT_EQ(0, pipe2(out, O_CLOEXEC));
+  ASSERT_EQ(0, pipe2(in, O_CLOEXEC));
+  fromRole = out[0];
+  toRole = in[1];
+
+  ChildOptions options;
+  options.arguments = PeerCommand(peer);
+  if (options.arguments.empty()) return;
+  options.arguments.push_back("--role=" + role);
+  options.arguments.push_back("--port-name=" + portName);
+  options.arguments.push_back("--pipes=" + std::to_string(kRoleOut) + "," +
+                              std::to_string(kRoleIn));
+  options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
+  options.descriptors = {{kRoleOut, out[1]}, {kRoleIn, in[0]}};
+  EXPECT_TRUE(child.Start(options)) << options.arguments[0];
+  close(out[1]);
+  close(in[0]);
+}
+
+std::optional<std::string> TestProcess::Hear(std::chrono::milliseconds limit) {
+  return ReadLine(fromRole, heard, limit);
+}
+
+bool TestProcess::Tell(const std::string& line) { return WriteLine(toRole, line); }
+
+bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
+  const auto end = Clock::now() + limit;
+  while (!condition()) {
+    if (Clock::now() >= end) return false;
+    poll(nullptr, 0, 2);
+  }
+  return true;
+}
+
+bool WaitForPort(const std::string& name, std::chrono::milliseconds limit) {
+  return WaitUntil([&] { return IsPublished(name); }, limit);
+}
+
+bool WaitForNoPort(const std::string& name, std::chrono::milliseconds limit) {
+  return WaitUntil([&] { return !IsPublished(name); }, limit);
+}
+
+bool RunLoopUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
+  const auto end = Clock::now() + limit;
+  while (!condition()) {
+    const double left = std::chrono::duration<double>(end - Clock::now()).count();
+    if (left <= 0) return false;
+    if (CFRunLoopRunInMode(kCFRunLoopDefaultMode, left, true) == kCFRunLoopRunFinished) {
+      return condition();  // nothing is left that could make it hold
+    }
+  }
+  return true;
+}

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tests/support/child_process.h"
+
+// A process of this test that plays a role (see test_role.h). It runs this very program, or, with
+// TestPeer::kOtherHost, the same program built for another kind of machine, through its emulator.
+// The process ends with this object at the latest. Not thread-safe.
+
+enum class TestPeer { kSameHost, kOtherHost };
+
+class TestProcess {
+ public:
+  explicit TestProcess(const std::string& role, std::vector<std::string> arguments = {},
+                       TestPeer peer = TestPeer::kSameHost);
+  // A role that uses a name of the test's choice, for instance another process's.
+  TestProcess(const std::string& role, const char* portName, std::vector<std::string> arguments,
+              TestPeer peer = TestPeer::kSameHost);
+  ~TestProcess();
+  TestProcess(const TestProcess&) = delete;
+  TestProcess& operator=(const TestProcess&) = delete;
+
+  const char* PortName() const { return portName.c_str(); }
+  pid_t Pid() const { return child.Pid(); }
+  void Signal(int number) { child.Signal(number); }
+
+  bool WaitReady(std::chrono::milliseconds limit) { return Hear(limit) == "ready"; }
+  // The role's next line; empty when it ended or `limit` has passed.
+  std::optional<std::string> Hear(std::chrono::milliseconds limit);
+  bool Tell(const std::string& line);
+
+  // As ChildProcess: the exit status, or the negated signal.
+  std::optional<int> Wait(std::chrono::milliseconds limit) { return child.Wait(limit); }
+  bool KillAndWait(std::chrono::milliseconds limit) { return child.KillAndWait(limit); }
+
+ private:
+  void Start(const std::string& role, const std::vector<std::string>& arguments, TestPeer peer);
+
+  std::string portName;
+  ChildProcess child;
+  int toRole = -1;
+  int fromRole = -1;
+  std::string heard;
+};
+
+// A port name that no other test uses.
+std::string UniquePortName();
+
+// Waits for what only a question tells: asks every other millisecond, at most `limit`.
+bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit);
+bool WaitForPort(const std::string& name, std::chrono::milliseconds limit);    // published
+bool WaitForNoPort(const std::string& name, std::chrono::milliseconds limit);  // owned by nobody
+
+// Runs the calling thread's run loop until `condition` holds after a callout, at most `limit`.
+bool RunLoopUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit);

@@ -1,0 +1,76 @@
+#include "tests/support/test_role.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <map>
+
+namespace {
+
+std::map<std::string, TestRoleBody>& Roles() {
+  static std::map<std::string, TestRoleBody> roles;
+  return roles;
+}
+
+}  // namespace
+
+TestRoleEntry::TestRoleEntry(const char* name, TestRoleBody body) { Roles()[name] = body; }
+
+std::optional<std::string> ReadLine(int descriptor, std::string& pending,
+                                    std::chrono::milliseconds limit) {
+  using Clock = std::chrono::steady_clock;
+  const auto end = Clock::now() + limit;
+  for (;;) {
+    if (const size_t newline = pending.find('\n'); newline != std::string::npos) {
+      std::string line = pending.substr(0, newline);
+      pending.erase(0, newline + 1);
+      return line;
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+    pollfd entry = {descriptor, POLLIN, 0};
+    const int ready = poll(&entry, 1, static_cast<int>(left > 0 ? left : 0));
+    if (ready == 0 && left <= 0) return std::nullopt;
+    if (ready <= 0) continue;
+    char block[4096];
+    const ssize_t count = read(descriptor, block, sizeof block);
+    if (count <= 0) return std::nullopt;
+    pending.append(block, count);
+  }
+}
+
+bool WriteLine(int descriptor, const std::string& line) {
+  const std::string text = line + "\n";
+  for (size_t done = 0; done < text.size();) {
+    const ssize_t count = write(descriptor, text.data() + done, text.size() - done);
+    if (count <= 0) return false;
+    done += count;
+  }
+  return true;
+}
+
+void TestRole::Tell(const std::string& line) { WriteLine(toTest, line); }
+
+std::optional<std::string> TestRole::Hear(std::chrono::milliseconds limit) {
+  return ReadLine(fromTest, heard, limit);
+}
+
+// --role=NAME --port-name=NAME --pipes=OUT,IN, then the role's own arguments.
+std::optional<int> RunRoleOfCommandLine(int argc, char** argv) {
+  if (argc < 4 || std::strncmp(argv[1], "--role=", 7) != 0) return std::nullopt;
+  const std::string name = argv[1] + 7;
+  const std::string portName = argv[2] + std::strlen("--port-name=");
+  int out = -1;
+  int in = -1;
+  if (std::sscanf(argv[3], "--pipes=%d,%d", &out, &in) != 2) return kRoleFailed;
+  const auto found = Roles().find(name);
+  if (found == Roles().end()) {
+    std::fprintf(stderr, "no role \"%s\" in %s\n", name.c_str(), argv[0]);
+    return kRoleFailed;
+  }
+  signal(SIGPIPE, SIG_IGN);  // for the pipes to a test that has ended
+  TestRole role(portName, {argv + 4, argv + argc}, out, in);
+  return found->second(role);
+}

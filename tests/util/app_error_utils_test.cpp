@@ -1,0 +1,107 @@
+#include "util/app_error_utils.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/platform/test_sink.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+class AppErrorUtils : public testing::Test {
+ protected:
+  ~AppErrorUtils() override {
+    VLTAppErrorUtils::sSysLogErrs = false;
+    VLTAppErrorUtils::sNotificationFlags = 0;
+    NMRemove(&VLTAppErrorUtils::sNotificationRecord);
+  }
+
+  const TestSink log{"VLTHOST_LOG"}, notices{"VLTHOST_NOTICES"}, stops{"VLTHOST_DEBUGGER"};
+};
+
+}  // namespace
+
+TEST_F(AppErrorUtils, NameIsTheLastPartOfThePath) {
+  EXPECT_STREQ("(AppNameHere)", VLTAppErrorUtils::getAppName());
+  EXPECT_STREQ("(AppExecutablePathHere)", VLTAppErrorUtils::sExecutableName);
+  const struct {
+    const char* path;
+    const char* name;
+  } rows[] = {{"/usr/local/bin/daemon", "daemon"}, {"tool", "tool"}, {"dir/", ""}, {"/x", "x"}};
+  for (const auto& row : rows) {
+    VLTAppErrorUtils::setAppName(row.path);
+    EXPECT_EQ(row.path, VLTAppErrorUtils::sExecutableName);
+    EXPECT_STREQ(row.name, VLTAppErrorUtils::getAppName());
+  }
+  VLTAppErrorUtils::setAppName(nullptr);
+  EXPECT_STREQ("x", VLTAppErrorUtils::getAppName());
+}
+
+TEST_F(AppErrorUtils, LogfileNameChangesNothing) {
+  EXPECT_EQ(0, VLTAppErrorUtils::setLogfileName("other", true, "/tmp"));
+  EXPECT_STREQ("/var/log/Veltrane debug.log", VLTAppErrorUtils::sLogFileName);
+  EXPECT_FALSE(VLTAppErrorUtils::sSysLogErrs);
+}
+
+TEST_F(AppErrorUtils, IOStatusFields) {
+  const struct {
+    UInt32 status;
+    const char* text;
+  } rows[] = {{0, "(sys=0, sub=0, code=0)"},
+              {0xE00002C2, "(sys=38, sub=0, code=2c2)"},
+              {0xFFFFFFFF, "(sys=3f, sub=fff, code=3fff)"},
+              {0x04004001, "(sys=1, sub=1, code=1)"}};
+  const char* shared = VLTAppErrorUtils::logIOReturn(0);
+  for (const auto& row : rows) {
+    EXPECT_STREQ(row.text, VLTAppErrorUtils::logIOReturn(static_cast<SInt32>(row.status)));
+    EXPECT_STREQ(row.text, shared);
+  }
+}
+
+TEST_F(AppErrorUtils, ReportsStopInTheDebuggerLoggedOrNot) {
+  VLTAppErrorUtils::reportError("who", "what", "file.cpp", 12, true);
+  EXPECT_TRUE(log.Lines().empty());
+  VLTAppErrorUtils::sSysLogErrs = true;
+  VLTAppErrorUtils::reportError("who", "what", "file.cpp", -12, false);
+  EXPECT_EQ((Lines{"404 who Assert Failed: file.cpp line -12 : what"}), log.Lines());
+  EXPECT_EQ((Lines{"Debugger", "Debugger"}), stops.Lines());
+  EXPECT_TRUE(notices.Lines().empty());
+}
+
+TEST_F(AppErrorUtils, ReportsWithANoticeLogTheLengthByteToo) {
+  VLTAppErrorUtils::sSysLogErrs = true;
+  // Not terminated, and followed by what must not be shown.
+  const char message[] = {'!', 'x', 'y'};
+  std::string text(message, sizeof message);
+  text[0] = 2;
+  text += "more";
+  EXPECT_EQ(0, VLTAppErrorUtils::reportErrorNotify("who", text.data(), "f", 1, false));
+  EXPECT_EQ((Lines{"404 who Assert Failed: f line 1 : \x02xy", "5 xy"}), log.Lines());
+  EXPECT_EQ((Lines{"xy"}), notices.Lines());
+  EXPECT_EQ(1u, stops.Lines().size());
+}
+
+TEST_F(AppErrorUtils, EveryNoticeIsPosted) {
+  unsigned char first[] =
+      "\x05"
+      "first",
+                second[] = "\x06second";
+  EXPECT_EQ(0, VLTAppErrorUtils::userNotify(first));
+  EXPECT_EQ(0u, VLTAppErrorUtils::sNotificationFlags);  // meant: the busy bit is undone at once
+  EXPECT_EQ(first, VLTAppErrorUtils::sNotificationRecord.nmStr);
+  EXPECT_EQ(0, VLTAppErrorUtils::userNotify(second));
+  EXPECT_EQ((Lines{"first", "second"}), notices.Lines());
+}
+
+TEST_F(AppErrorUtils, ASetBusyBitStays) {
+  unsigned char text[] = "\x04text";
+  VLTAppErrorUtils::sNotificationFlags = 3;
+  EXPECT_EQ(0, VLTAppErrorUtils::userNotify(text));
+  EXPECT_TRUE(notices.Lines().empty());
+  // Meant: completion stores the word from before it cleared the bit.
+  VLTAppErrorUtils::notifyNMCompletion(&VLTAppErrorUtils::sNotificationRecord);
+  EXPECT_EQ(3u, VLTAppErrorUtils::sNotificationFlags);
+}

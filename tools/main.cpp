@@ -1,0 +1,18 @@
+#include <cstdio>
+#include <exception>
+
+#include "tools/verbs.h"
+
+// vltctl, the command-line face of the library.
+
+int main(int argc, char** argv) {
+  try {
+    const int status = RunTool({argv + (argc > 0 ? 1 : 0), argv + argc});
+    // Data that could not be written (a full disk, a closed pipe) must not look like success.
+    if (std::fflush(stdout) != 0 && status == kExitOk) return kExitGeneral;
+    return status;
+  } catch (const std::exception& problem) {
+    Say(problem.what());
+    return kExitGeneral;
+  }
+}

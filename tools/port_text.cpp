@@ -1,0 +1,31 @@
+#include "tools/port_text.h"
+
+#include <cstdio>
+
+std::string EscapedBytes(std::string_view bytes) {
+  std::string text;
+  for (const char byte : bytes) {
+    const auto code = static_cast<unsigned char>(byte);
+    if (code > 0x20 && code < 0x7F && byte != '\\') {
+      text += byte;
+    } else {
+      char escape[5];
+      std::snprintf(escape, sizeof escape, "\\x%02x", code);
+      text += escape;
+    }
+  }
+  return text;
+}
+
+std::string AgeText(double seconds) {
+  const struct {
+    double seconds;
+    char letter;
+  } units[] = {{86400, 'd'}, {3600, 'h'}, {60, 'm'}};
+  for (const auto& unit : units) {
+    if (seconds >= unit.seconds) {
+      return std::to_string(static_cast<int>(seconds / unit.seconds)) + unit.letter;
+    }
+  }
+  return std::to_string(seconds > 0 ? static_cast<int>(seconds) : 0) + "s";
+}

@@ -1,0 +1,79 @@
+#include <cstdio>
+#include <set>
+
+#include <CoreServices/CoreServices.h>
+
+#include "aeport/event.h"
+#include "tools/error_names.h"
+#include "tools/parameter_text.h"
+#include "tools/verbs.h"
+
+namespace {
+
+constexpr int kDefaultTicks = 10 * 60;
+
+struct Request {
+  std::string port;
+  FourCharCode eventClass = 0;
+  FourCharCode eventID = 0;
+  std::vector<ParameterValue> parameters;
+  bool wantsReply = true;
+  int timeoutTicks = kDefaultTicks;
+};
+
+bool ParseRequest(const CommandLine& line, Request& request, std::string& problem) {
+  request.port = line.words[0];
+  if (!ParseCode(line.words[1], request.eventClass)) {
+    return problem = "no event class: " + line.words[1], false;
+  }
+  if (!ParseCode(line.words[2], request.eventID)) {
+    return problem = "no event id: " + line.words[2], false;
+  }
+  std::set<AEKeyword> keys;
+  for (size_t i = 3; i < line.words.size(); ++i) {
+    ParameterValue& value = request.parameters.emplace_back();
+    if (!ParseParameter(line.words[i], value, problem)) return false;
+    if (!keys.insert(value.key).second) {
+      return problem = "the key " + CodeText(value.key) + " is given twice", false;
+    }
+  }
+  request.wantsReply = !line.Has("--no-reply");
+  if (!line.Has("--timeout")) return true;
+  const std::string& seconds = line.options.at("--timeout");
+  if (ParseSeconds(seconds, request.timeoutTicks)) return true;
+  return problem = "no seconds: " + seconds, false;
+}
+
+OSStatus PutParameters(const Request& request, AEDesc& event) {
+  OSStatus err = 0;
+  for (const ParameterValue& value : request.parameters) {
+    if (err != 0) break;
+    err = AEPutParamPtr(&event, value.key, value.type, value.bytes.data(),
+                        static_cast<Size>(value.bytes.size()));
+  }
+  return err;
+}
+
+}  // namespace
+
+int RunSend(const CommandLine& line) {
+  Request request;
+  std::string problem;
+  if (!ParseRequest(line, request, problem)) return Say("send: " + problem), kExitUsage;
+
+  VLTPortDestinationAddress address(request.port.c_str());
+  VLTPortAppleEvent event(request.eventClass, request.eventID,
+                          request.wantsReply ? kAEWaitReply : kAENoReply, &address,
+                          kAutoGenerateReturnID, kAnyTransactionID);
+  OSStatus err = address.initialize();
+  if (err == -1) return Say("send: a port name has 1 to 127 bytes"), kExitUsage;
+  if (err == 0) err = event.createEvent();
+  if (err == 0) err = PutParameters(request, event.event);
+  if (err == 0) err = event.sendEvent(0, request.timeoutTicks, kAENormalPriority);
+  event.finalizeEvent();
+
+  for (const std::string& text : ParameterLines(event.reply)) std::printf("%s\n", text.c_str());
+  if (err == 0) return kExitOk;
+  Say(request.port + ": error " + ErrorText(err));
+  return event.getReplyHasError() ? kExitRefused : ExitForStatus(err);
+}
