@@ -160,11 +160,9 @@ void HostAEItem::SetBorrowed(DescType newType, const void* bytes, size_t count) 
 OSStatus HostAEItem::CopyFrom(const HostAEItem& source) {
   OSStatus err = 0;
   if (source.form == HostAEForm::kValue) {
-    // A short run would keep the whole frame that it lies in.
+    // Whoever set an owner has seen to it that the run is most of what it keeps.
     HostFrameBuffer* owner = source.size > kInlineSize ? source.run.owner : nullptr;
-    if (owner == nullptr || source.size < owner->Capacity() / 2) {
-      return SetBytes(source.type, source.Bytes(), source.size);
-    }
+    if (owner == nullptr) return SetBytes(source.type, source.Bytes(), source.size);
     owner->Retain();
     SetBorrowed(source.type, source.run.bytes, source.size);
     run.owner = owner;

@@ -74,9 +74,11 @@ struct HostAEItem {
     uint8_t inlineBytes[kInlineSize];  // values up to this size
     struct {
       const uint8_t* bytes;
-      HostFrameBuffer* owner;  // null: the root event's frame, or the caller's memory, keeps them
-    } run;                     // longer values
-    HostAEItems items;         // lists, records
+      // Null: the root event's frame, or the caller's memory, keeps the bytes. Set only where the
+      // run is at least half of the buffer, since every copy keeps the whole.
+      HostFrameBuffer* owner;
+    } run;              // longer values
+    HostAEItems items;  // lists, records
     HostAEEvent* event;
   };
 

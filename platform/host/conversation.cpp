@@ -115,6 +115,7 @@ OSStatus Conversation::Open(uint64_t port, int64_t deadline) {
     return connectionInvalid;
   }
   portID = port;
+  HostWidenSocket(descriptor);
   return 0;
 }
 

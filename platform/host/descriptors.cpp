@@ -6,13 +6,12 @@
 
 #include <atomic>
 #include <mutex>
-#include <new>
 
 namespace {
 
 // One byte for each descriptor number. Untouched pages cost nothing.
 constexpr int kTableSize = 1 << 20;
-constinit std::atomic<uint8_t> sKinds[kTableSize] = {};
+constinit uint8_t sKinds[kTableSize] = {};
 constinit std::atomic<int> sHighest{-1};
 constinit std::atomic<uint32_t> sForkGeneration{1};
 
@@ -23,14 +22,16 @@ constexpr int kMaxResets = 8;
 constinit std::atomic<void (*)()> sResets[kMaxResets] = {};
 constinit std::atomic<int> sResetCount{0};
 
+std::atomic_ref<uint8_t> Kind(int fd) { return std::atomic_ref<uint8_t>(sKinds[fd]); }
+
 void LockBeforeFork() { sOpening.lock(); }
 void UnlockInParent() { sOpening.unlock(); }
 
 void CloseKind(HostDescriptorKind kind, int highest) {
   for (int fd = 0; fd <= highest; fd++) {
-    if (sKinds[fd].load(std::memory_order_relaxed) != static_cast<uint8_t>(kind)) continue;
+    if (Kind(fd).load(std::memory_order_relaxed) != static_cast<uint8_t>(kind)) continue;
     close(fd);
-    sKinds[fd].store(0, std::memory_order_relaxed);
+    Kind(fd).store(0, std::memory_order_relaxed);
   }
 }
 
@@ -70,7 +71,7 @@ int HostDescriptorOpening::Enter(int fd, HostDescriptorKind kind) {
     errno = EMFILE;
     return -1;
   }
-  sKinds[fd].store(static_cast<uint8_t>(kind), std::memory_order_relaxed);
+  Kind(fd).store(static_cast<uint8_t>(kind), std::memory_order_relaxed);
   int highest = sHighest.load(std::memory_order_relaxed);
   while (highest < fd && !sHighest.compare_exchange_weak(highest, fd)) {
   }
@@ -80,7 +81,7 @@ int HostDescriptorOpening::Enter(int fd, HostDescriptorKind kind) {
 void HostCloseDescriptor(int fd) {
   if (fd < 0) return;
   // Taken out first: the number may be another thread's the moment it is closed.
-  sKinds[fd].store(0, std::memory_order_relaxed);
+  Kind(fd).store(0, std::memory_order_relaxed);
   close(fd);
 }
 

@@ -8,12 +8,15 @@
 
 namespace {
 
-constexpr size_t kSpareCount = 2;
+constexpr size_t kSpareCount = 4;
 constexpr size_t kSpareLeast = size_t{48} << 10;
 constexpr size_t kSpareMost = size_t{2} << 20;
+constexpr size_t kSpareInAll = size_t{4} << 20;
 
 struct Spares {
   HostFrameBuffer* blocks[kSpareCount];
+  size_t bytes;  // in all
+  size_t turn;   // the place that is given up next
   bool ended;  // the thread is going: keep nothing any more
 };
 constinit thread_local Spares sSpares = {};
@@ -32,13 +35,21 @@ bool Keep(HostFrameBuffer* block) {
   if (spares.ended || block->Capacity() < kSpareLeast || block->Capacity() > kSpareMost) {
     return false;
   }
-  for (HostFrameBuffer*& place : spares.blocks) {
-    if (place != nullptr) continue;
-    sSparesEnd.armed = true;  // its first use is what makes it run at the thread's end
-    place = block;
-    return true;
+  sSparesEnd.armed = true;  // its first use is what makes it run at the thread's end
+  // What was kept for frames of another size makes room in turn.
+  HostFrameBuffer** place = nullptr;
+  for (HostFrameBuffer*& each : spares.blocks) {
+    if (each == nullptr) place = &each;
   }
-  return false;
+  while (place == nullptr || spares.bytes + block->Capacity() > kSpareInAll) {
+    place = &spares.blocks[spares.turn++ % kSpareCount];
+    if (*place == nullptr) continue;
+    spares.bytes -= (*place)->Capacity();
+    free(std::exchange(*place, nullptr));
+  }
+  *place = block;
+  spares.bytes += block->Capacity();
+  return true;
 }
 
 }  // namespace
@@ -58,6 +69,7 @@ HostFrameBuffer* HostFrameBuffer::TakeSpare(size_t capacity) {
   for (HostFrameBuffer*& place : sSpares.blocks) {
     if (place == nullptr || place->capacity < capacity || place->capacity > most) continue;
     HostFrameBuffer* block = std::exchange(place, nullptr);
+    sSpares.bytes -= block->capacity;
     block->references.store(1, std::memory_order_relaxed);
     return block;
   }

@@ -6,7 +6,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <new>
+#include <utility>
 
 namespace {
 
@@ -14,8 +14,10 @@ namespace {
 constexpr size_t kBlockSize = size_t{64} << 10;
 // The least room worth a receive call when no frame's size is known.
 constexpr size_t kLeastRoom = size_t{4} << 10;
-// Queued bytes are moved to the front once so many lie written before them.
-constexpr size_t kCompactAt = size_t{256} << 10;
+// Bytes of send buffer asked for; the kernel cuts it to its own limit.
+constexpr int kSendBuffer = 1 << 20;
+// Queued blocks are moved to the front once so many before them are out.
+constexpr size_t kCompactAt = 64;
 
 }  // namespace
 
@@ -107,45 +109,49 @@ HostFrameReader::Next HostFrameReader::Take(HostFrameHeader* header, HostFrameSl
 }
 
 bool HostOutQueue::Append(const std::vector<iovec>& pieces, size_t written) {
-  try {
-    for (const iovec& piece : pieces) {
-      const size_t skip = std::min(written, piece.iov_len);
-      written -= skip;
-      const auto* first = static_cast<const uint8_t*>(piece.iov_base);
-      bytes.insert(bytes.end(), first + skip, first + piece.iov_len);
-    }
-    frameEnds.push_back(bytes.size());
-  } catch (const std::bad_alloc&) {
-    bytes.resize(frameEnds.empty() ? sent : frameEnds.back());
-    return false;
+  size_t left = 0;
+  for (const iovec& piece : pieces) left += piece.iov_len;
+  left -= written;
+  HostFrameSlice block;
+  block.owner = HostFrameRef(HostFrameBuffer::Create(left));
+  if (!block.owner) return false;
+  block.bytes = block.owner->Bytes();
+  block.size = left;
+  uint8_t* to = block.bytes;
+  for (const iovec& piece : pieces) {
+    const size_t skip = std::min(written, piece.iov_len);
+    written -= skip;
+    memcpy(to, static_cast<const uint8_t*>(piece.iov_base) + skip, piece.iov_len - skip);
+    to += piece.iov_len - skip;
   }
+  blocks.push_back(std::move(block));
+  size += left;
   return true;
 }
 
-void HostOutQueue::DropSent() {
-  while (!frameEnds.empty() && frameEnds.front() <= sent) frameEnds.pop_front();
-  if (IsEmpty()) {
-    std::vector<uint8_t>().swap(bytes);
-    sent = 0;
-  } else if (sent >= kCompactAt && sent * 2 >= bytes.size()) {
-    bytes.erase(bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(sent));
-    for (size_t& frameEnd : frameEnds) frameEnd -= sent;
-    sent = 0;
+void HostOutQueue::DropFirst() {
+  blocks[first++].owner = HostFrameRef();
+  if (first == blocks.size()) {
+    std::vector<HostFrameSlice>().swap(blocks);
+    first = 0;
+  } else if (first >= kCompactAt && first * 2 >= blocks.size()) {
+    blocks.erase(blocks.begin(), blocks.begin() + static_cast<ptrdiff_t>(first));
+    first = 0;
   }
 }
 
 int HostOutQueue::Flush(int fd) {
-  int error = 0;
-  while (error == 0 && !IsEmpty()) {
-    const ssize_t size = send(fd, bytes.data() + sent, Size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-    if (size >= 0) {
-      sent += static_cast<size_t>(size);
-    } else if (errno != EINTR) {
-      error = errno;
-    }
+  while (!IsEmpty()) {
+    HostFrameSlice& block = blocks[first];
+    const ssize_t sent = send(fd, block.bytes, block.size, MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (sent < 0 && errno == EINTR) continue;
+    if (sent < 0) return errno;
+    block.bytes += sent;
+    block.size -= static_cast<size_t>(sent);
+    size -= static_cast<size_t>(sent);
+    if (block.size == 0) DropFirst();
   }
-  DropSent();
-  return error;
+  return 0;
 }
 
 int HostWritePieces(int fd, const std::vector<iovec>& pieces, size_t* written) {
@@ -174,4 +180,8 @@ int HostWritePieces(int fd, const std::vector<iovec>& pieces, size_t* written) {
     *written += static_cast<size_t>(size);
   }
   return 0;
+}
+
+void HostWidenSocket(int fd) {
+  setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &kSendBuffer, sizeof kSendBuffer);
 }

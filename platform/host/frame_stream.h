@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <vector>
 
 #include "platform/host/frame.h"
@@ -44,13 +43,13 @@ class HostFrameReader {
   bool bad = false;
 };
 
-// HostOutQueue holds what a socket did not take at once.
+// HostOutQueue holds what a socket did not take at once, one block for each frame.
 class HostOutQueue {
  public:
-  bool IsEmpty() const { return sent == bytes.size(); }
-  size_t Size() const { return bytes.size() - sent; }
+  bool IsEmpty() const { return size == 0; }
+  size_t Size() const { return size; }
   // Bytes behind the frame that is being written.
-  size_t WaitingSize() const { return frameEnds.empty() ? 0 : bytes.size() - frameEnds.front(); }
+  size_t WaitingSize() const { return IsEmpty() ? 0 : size - blocks[first].size; }
 
   // Appends what is left of a frame of which `written` bytes are out. False without memory.
   bool Append(const std::vector<iovec>& pieces, size_t written);
@@ -60,13 +59,17 @@ class HostOutQueue {
   int Flush(int fd);
 
  private:
-  void DropSent();
+  void DropFirst();
 
-  std::vector<uint8_t> bytes;
-  size_t sent = 0;
-  std::deque<size_t> frameEnds;  // offsets in `bytes` of the ends of the frames not yet out
+  std::vector<HostFrameSlice> blocks;
+  size_t first = 0;  // of the blocks not yet out
+  size_t size = 0;   // bytes in all
 };
 
 // Writes the pieces to `fd` without waiting and without SIGPIPE, beginning `*written` bytes in;
 // `*written` moves on. Result: 0 when all is out, else errno (EAGAIN, EPIPE, ...).
 int HostWritePieces(int fd, const std::vector<iovec>& pieces, size_t* written);
+
+// Asks for as large a send buffer as the kernel gives without privilege: a large frame then takes
+// fewer turns between its two ends.
+void HostWidenSocket(int fd);

@@ -1,5 +1,7 @@
 #include "platform/host/name_registry.h"
 
+#include <CoreServices/Processes.h>
+
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -94,7 +96,7 @@ uint64_t PublishedPort(int fd) {
 struct OwnerRecord {
   long pid = 0;
   unsigned long uid = 0;
-  uint64_t startTicks = 0;
+  UInt32 startTicks = 0;
   uint64_t portId = 0;
 };
 
@@ -104,7 +106,7 @@ std::optional<OwnerRecord> ReadRecord(int fd) {
   if (size <= 0) return std::nullopt;
   text[size] = 0;
   OwnerRecord record;
-  if (sscanf(text, "pid %10ld uid %10lu start %20" SCNu64 " port %16" SCNx64, &record.pid,
+  if (sscanf(text, "pid %10ld uid %10lu start %10" SCNu32 " port %16" SCNx64, &record.pid,
              &record.uid, &record.startTicks, &record.portId) != 4) {
     return std::nullopt;
   }
@@ -112,10 +114,12 @@ std::optional<OwnerRecord> ReadRecord(int fd) {
 }
 
 bool WriteRecord(int fd, uint64_t portId) {
+  ProcessSerialNumber psn = {0, 0};
+  GetCurrentProcess(&psn);
   char text[160];
-  const int size = snprintf(text, sizeof text, "pid %ld uid %lu start %" PRIu64 " port %016" PRIx64
+  const int size = snprintf(text, sizeof text, "pid %ld uid %lu start %" PRIu32 " port %016" PRIx64
                             "\n", static_cast<long>(getpid()),
-                            static_cast<unsigned long>(geteuid()), HostOwnStartTicks(), portId);
+                            static_cast<unsigned long>(geteuid()), psn.highLongOfPSN, portId);
   return ftruncate(fd, 0) == 0 && pwrite(fd, text, static_cast<size_t>(size), 0) == size;
 }
 

@@ -7,11 +7,13 @@
 
 // What /proc tells about a process. Any thread.
 
-// Start time in clock ticks since boot of this process; 0 when /proc is not readable. Cached.
-uint64_t HostOwnStartTicks();
+struct HostProcessStatus {
+  uint64_t startTicks = 0;  // clock ticks from the machine's start to the process's
+  uid_t uid = 0;            // its owner
+};
 
-// The same for another process; false when it is gone or not readable. `uid` gets its owner.
-bool HostReadProcess(pid_t pid, uint64_t* startTicks, uid_t* uid);
+// False when there is no such process, or it has ended and only waits to be waited for.
+bool HostReadProcessStatus(pid_t pid, HostProcessStatus* status);
 
 // The path of a process's program, "" when it cannot be read.
 std::string HostProgramPath(pid_t pid);

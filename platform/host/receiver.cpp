@@ -315,6 +315,7 @@ void HostReceiver::Accept() {
     HostPeer peer;
     if (fd >= 0) {
       if (ReadPeer(fd, &peer) && MaySpeak(peer)) {
+        HostWidenSocket(fd);
         Admit(fd, peer);
       } else {
         HostCloseDescriptor(fd);

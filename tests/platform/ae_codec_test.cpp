@@ -22,12 +22,13 @@ std::string Flatten(const AppleEvent& event) {
   return bytes.substr(kHostFrameHeaderSize);
 }
 
-OSStatus Decode(const std::string& body, AppleEvent* out) {
+OSStatus Decode(const std::string& body, AppleEvent* out, HostFrameRef* frame = nullptr) {
   HostFrameSlice slice;
   slice.owner = HostFrameRef(HostFrameBuffer::Create(body.size()));
   slice.bytes = slice.owner->Bytes();
   slice.size = body.size();
   memcpy(slice.bytes, body.data(), body.size());
+  if (frame != nullptr) *frame = slice.owner;
   return HostDecodeEvent(std::move(slice), out);
 }
 
@@ -147,18 +148,36 @@ TEST(Codec, WhatIsTakenOutOutlivesTheFrame) {
   ASSERT_EQ(0, PutRaw(&event, 1, large));
   ASSERT_EQ(0, PutRaw(&event, 2, small));
   ASSERT_EQ(0, AEPutParamDesc(&event, 3, &list));
+  HostFrameRef frame;
   {
     StDesc decoded;
-    ASSERT_EQ(0, Decode(Flatten(event), &decoded));
+    ASSERT_EQ(0, Decode(Flatten(event), &decoded, &frame));
     ASSERT_EQ(0, AEGetParamDesc(&decoded, 1, typeWildCard, &largeCopy));
     ASSERT_EQ(0, AEGetParamDesc(&decoded, 2, typeWildCard, &smallCopy));
     ASSERT_EQ(0, AEGetParamDesc(&decoded, 3, typeWildCard, &listCopy));
     ASSERT_EQ(0, AEDuplicateDesc(&decoded, &eventCopy));
   }
+  EXPECT_TRUE(frame->IsShared());  // with the large value
   EXPECT_EQ(large, Contents(largeCopy));
   EXPECT_EQ(small, Contents(smallCopy));
   EXPECT_EQ("[ \xD2" + small.bytes + "\xD3 ]", Printed(listCopy));
-  EXPECT_EQ(Hex(Flatten(event)), Hex(Flatten(eventCopy)));
+  EXPECT_TRUE(Flatten(event) == Flatten(eventCopy));
+  AEDisposeDesc(&largeCopy);
+  AEDisposeDesc(&eventCopy);
+  EXPECT_FALSE(frame->IsShared());  // a small one must not keep it
+}
+
+TEST(Codec, AttributesMayBeContainers) {
+  const DescCheck noLeaks;
+  StDesc event, list, decoded;
+  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+  ASSERT_EQ(0, AEPutPtr(&list, 0, typeBoolean, "\1", 1));
+  ASSERT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, &event));
+  ASSERT_EQ(0, AEPutAttributeDesc(&event, kKey, &list));
+  ASSERT_EQ(0, PutRaw(&event, kKey, Long(5)));
+  ASSERT_EQ(0, Decode(Flatten(event), &decoded));
+  EXPECT_EQ("'aevt'\\'ansr'{ 'key1':5, &'rtid':1, &'tran':0, &'key1':[ 'true' ] }",
+            Printed(decoded));
 }
 
 TEST(Codec, LargeValuesAreBorrowed) {

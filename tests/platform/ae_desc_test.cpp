@@ -1,3 +1,4 @@
+#include <atomic>
 #include <memory>
 #include <set>
 #include <thread>
@@ -99,6 +100,17 @@ TEST(Descriptor, ARecordsTypeCodeMustFitItsStorage) {
   AEDisposeDesc(&out);
 }
 
+// As programs write them by hand.
+TEST(Descriptor, WithoutStorageIsAnEmptyValue) {
+  const DescCheck noLeaks;
+  AEDesc emptyText = {typeChar, nullptr};
+  AEDesc noList = {typeAEList, nullptr};
+  StDesc copy;
+  EXPECT_EQ(0, AEDuplicateDesc(&emptyText, &copy));
+  EXPECT_EQ(Text(""), Contents(copy));
+  EXPECT_EQ(errAENotAEDesc, AECoerceDesc(&noList, typeWildCard, &emptyText));
+}
+
 TEST(Descriptor, ReplacingKeepsTheNumber) {
   const DescCheck noLeaks;
   StDesc desc;
@@ -143,19 +155,25 @@ TEST(Descriptor, NullDuplicatesToNull) {
   EXPECT_EQ(nullptr, out.dataHandle);
 }
 
-// Of many that dispose of one number at once, one does it: the slot must not be handed out twice.
+// Of two that dispose of one number at once, one does it: the slot must not be handed out twice.
 TEST(DescriptorThreads, RacingDisposals) {
   const DescCheck noLeaks;
-  constexpr int kRounds = 2000;
+  constexpr int kRounds = 5000;
   std::vector<AEDesc> shared(kRounds);
   for (int i = 0; i < kRounds; ++i) Make(Long(i), &shared[i]);
-  const auto disposeAll = [&shared] {
-    for (AEDesc desc : shared) AEDisposeDesc(&desc);
+  std::atomic<int> arrived = 0;
+  const auto disposeAll = [&] {
+    for (int i = 0; i < kRounds; ++i) {
+      // They meet at each one, so that they go for it together.
+      ++arrived;
+      while (arrived < 2 * (i + 1)) std::this_thread::yield();
+      AEDesc desc = shared[i];
+      AEDisposeDesc(&desc);
+    }
   };
-  std::thread first(disposeAll), second(disposeAll), third(disposeAll);
-  first.join();
-  second.join();
-  third.join();
+  std::thread other(disposeAll);
+  disposeAll();
+  other.join();
 
   std::set<AEDataStorage> numbers;
   std::vector<std::unique_ptr<StDesc>> descs;

@@ -96,6 +96,7 @@ TEST(Event, PuttingAttributes) {
        0,
        {typeApplicationBundleID, "com.veltrane.monitor"}},
       {keyTransactionIDAttr, Long(12), 0, Long(12)},
+      {keyReturnIDAttr, Long(-9), 0, Short(-9)},
       {keyReturnIDAttr, Long(40000), errAECoercionFail, Short(5)},
       {keyReplyRequestedAttr, Bool(1), errAEWrongDataType, Bool(0)},
       {keyEventSourceAttr, Short(3), errAEWrongDataType, Short(0)},
@@ -111,6 +112,25 @@ TEST(Event, PuttingAttributes) {
     AEDisposeDesc(&event);
     EXPECT_EQ(row.after, Attribute(&copy, row.key));
   }
+}
+
+TEST(Event, AttributesByDescriptor) {
+  const DescCheck noLeaks;
+  StDesc event, list, value, out, absent;
+  MakeEvent(&event);
+  Make(Short(60), &value);
+  ASSERT_EQ(0, AECoerceDesc(&value, typeAEList, &list));
+  EXPECT_EQ(0, AEPutAttributeDesc(&event, keyTimeoutAttr, &list));  // one item, as good as that
+  EXPECT_EQ(Long(60), Attribute(&event, keyTimeoutAttr));
+  EXPECT_EQ(0, AEPutAttributeDesc(&event, kCustom, &list));
+  EXPECT_EQ(errAEWrongDataType, AEPutAttributeDesc(&event, keyAddressAttr, &list));
+  EXPECT_EQ(0, AEPutAttributeDesc(&event, keyAddressAttr, &value));
+  EXPECT_EQ(Short(60), Attribute(&event, keyAddressAttr));
+
+  ASSERT_EQ(0, AEGetAttributeDesc(&event, kCustom, typeChar, &out));
+  EXPECT_EQ(Text("60"), Contents(out));
+  EXPECT_EQ(errAEDescNotFound, AEGetAttributeDesc(&event, keyReplyPortAttr, typeBest, &absent));
+  EXPECT_EQ(errAECoercionFail, AEGetAttributeDesc(&event, kCustom, typeType, &absent));
 }
 
 TEST(Event, TheTransportSetsWhatCallersCannot) {
@@ -167,6 +187,10 @@ TEST(ReturnID, GeneratedOnesAreDistinct) {
   StDesc kept;
   MakeEvent(&kept, nullptr, kAutoGenerateReturnID);
   const SInt16 keptID = ReturnID(&kept);
+  StDesc copy;
+  ASSERT_EQ(0, AEDuplicateDesc(&kept, &copy));
+  EXPECT_EQ(keptID, ReturnID(&copy));
+  AEDisposeDesc(&copy);
   EXPECT_NE(kAutoGenerateReturnID, keptID);
   // More than there are ids: the one in use is passed over every time.
   for (int i = 0; i < 140000; ++i) {
@@ -180,6 +204,10 @@ TEST(ReturnID, GeneratedOnesAreDistinct) {
 
 TEST(ReturnID, RunningOutIsNoFailure) {
   const DescCheck noLeaks;
+  // An id that its event gave up is no longer in use.
+  StDesc renamed;
+  MakeEvent(&renamed, nullptr, kAutoGenerateReturnID);
+  ASSERT_EQ(0, PutRaw(&renamed, keyReturnIDAttr, Short(7)));
   std::vector<AppleEvent> events(70000);
   std::map<SInt16, int> uses;
   for (AppleEvent& event : events) {
@@ -187,6 +215,11 @@ TEST(ReturnID, RunningOutIsNoFailure) {
     ++uses[ReturnID(&event)];
   }
   EXPECT_EQ(65534u, uses.size());
+  // The only one that is free is found.
+  const SInt16 freed = ReturnID(&events[1000]);
+  AEDisposeDesc(&events[1000]);
+  MakeEvent(&events[1000], nullptr, kAutoGenerateReturnID);
+  EXPECT_EQ(freed, ReturnID(&events[1000]));
   for (AppleEvent& event : events) AEDisposeDesc(&event);
   StDesc event;
   MakeEvent(&event, nullptr, kAutoGenerateReturnID);

@@ -237,8 +237,14 @@ TEST(Nesting, StopsAtTheLimit) {
   EXPECT_EQ(Text("1"), Contents(coerced));
 
   // What was deep and is not any more may be put again.
+  StDesc lowered;
+  ASSERT_EQ(0, AEDuplicateDesc(&deep, &lowered));
+  EXPECT_EQ(0, AEPutPtr(&lowered, 0, typeBoolean, "\0", 1));
+  EXPECT_EQ(0, AEDeleteItem(&lowered, 1));
   EXPECT_EQ(0, AEPutPtr(&deep, 1, typeBoolean, "\1", 1));
+  EXPECT_EQ(0, AEPutDesc(&outer, 0, &lowered));
   EXPECT_EQ(0, AEPutDesc(&outer, 0, &deep));
+  EXPECT_EQ("[ 1, [ 'fals' ], [ 'true' ] ]", Printed(outer));
 }
 
 }  // namespace

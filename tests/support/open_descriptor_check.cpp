@@ -19,7 +19,13 @@ bool HasChildren() {
 }
 
 void MakeWhatAProcessKeeps() {
-  CFRunLoopGetCurrent();
+  CFRunLoopSourceContext nothing = {};
+  CFRunLoopSourceRef source = CFRunLoopSourceCreate(kCFAllocatorDefault, 0, &nothing);
+  CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
+  CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, true);
+  CFRunLoopSourceInvalidate(source);
+  CFRelease(source);
+
   mach_port_t bootstrap = MACH_PORT_NULL;
   mach_port_t port = MACH_PORT_NULL;
   if (task_get_special_port(mach_task_self(), TASK_BOOTSTRAP_PORT, &bootstrap) == 0) {

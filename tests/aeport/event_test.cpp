@@ -1,0 +1,280 @@
+#include "aeport/event.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <servers/bootstrap.h>
+
+#include "tests/aeport/serving.h"
+#include "tests/support/open_descriptor_check.h"
+
+namespace {
+
+constexpr UInt32 kTest = FourCC('t', 'e', 's', 't');
+constexpr AEKeyword kBytes = FourCC('b', 'y', 't', 'e');
+
+// An event for `address` in one of the reply modes.
+class TestEvent : public VLTPortAppleEvent {
+ public:
+  explicit TestEvent(VLTPortDestinationAddress* address, SInt32 mode = kAEWaitReply)
+      : VLTPortAppleEvent(kTest, kPing, mode, address, kAutoGenerateReturnID, kAnyTransactionID) {}
+  ~TestEvent() override { finalizeEvent(); }
+
+  bool ReplyReceived() const { return replyReceived; }
+  const AEDesc& Target() const { return target; }
+};
+
+// A listener on a name of its own, on this thread's run loop.
+struct Server {
+  explicit Server(EventHandler what) : handler(std::move(what)), name(UniquePortName()) {
+    EXPECT_EQ(0, listener.ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), CallHandler, &handler));
+  }
+  EventHandler handler;
+  std::string name;
+  VLTPortAEMachPortListener listener;
+};
+
+TEST(PortDestinationAddress, MustBeLocatedFirst) {
+  const Server server([](const ServedEvent&) { return 0; });
+  const std::string tooLong = server.name + std::string(128 - server.name.size(), 'x');
+  const struct {
+    const char* name;
+    OSStatus err;
+  } rows[] = {{nullptr, -1},
+              {"", -1},
+              {tooLong.c_str(), -1},  // never cut
+              {"test.nobody", BOOTSTRAP_UNKNOWN_SERVICE},
+              {server.name.c_str(), 0}};
+  for (const auto& row : rows) {
+    VLTPortDestinationAddress address(row.name);
+    AEDesc desc = {typeNull, nullptr};
+    EXPECT_EQ(-1, address.getDestinationAddress(&desc));
+    EXPECT_EQ(row.err, address.initialize());
+    EXPECT_EQ(row.err, address.initialize());
+    EXPECT_EQ(row.err == 0 ? 0 : -1, address.getDestinationAddress(&desc));
+    if (row.err != 0) continue;
+    EXPECT_EQ(typeMachPort, desc.descriptorType);
+    EXPECT_EQ(4, AEGetDescDataSize(&desc));
+    AEDisposeDesc(&desc);
+  }
+}
+
+TEST(PortDestinationAddress, AFailedSearchIsRepeatedAndACopyIsLocated) {
+  const std::string name = UniquePortName();
+  VLTPortDestinationAddress address(name.c_str());
+  EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, address.initialize());
+  VLTPortAEMachPortListener listener;
+  ASSERT_EQ(0, listener.ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), CallHandler, nullptr));
+  EXPECT_EQ(0, address.initialize());
+
+  VLTPortDestinationAddress copy;
+  copy = address;
+  AEDesc desc = {typeNull, nullptr};
+  EXPECT_EQ(0, copy.getDestinationAddress(&desc));
+  AEDisposeDesc(&desc);
+}
+
+TEST(ProcessDestinationAddress, HoldsTheHighWordFirst) {
+  VLTProcessDestinationAddress address({0x01020304, 0xA0B0C0D0});
+  AEDesc desc = {typeNull, nullptr};
+  EXPECT_EQ(0, address.initialize());
+  ASSERT_EQ(0, address.getDestinationAddress(&desc));
+  EXPECT_EQ(typeProcessSerialNumber, desc.descriptorType);
+  std::array<UInt32, 2> words = {};
+  ASSERT_EQ(8, AEGetDescDataSize(&desc));
+  EXPECT_EQ(0, AEGetDescData(&desc, words.data(), sizeof words));
+  EXPECT_EQ((std::array<UInt32, 2>{0x01020304, 0xA0B0C0D0}), words);
+  AEDisposeDesc(&desc);
+}
+
+TEST(AppleEvent, AProcessThatDoesNotExistIsNotFound) {
+  VLTProcessDestinationAddress address({1, 0x7FFFFFFF});
+  VLTAppleEvent event(kTest, kPing, kAEWaitReply, &address, kAutoGenerateReturnID, 0);
+  ASSERT_EQ(0, event.createEvent());
+  EXPECT_EQ(procNotFound, event.sendEvent(0, 60, kAENormalPriority));
+  event.finalizeEvent();
+}
+
+TEST(PortAppleEvent, CannotBeMadeWithoutADestination) {
+  OpenDescriptorCheck noLeaks;
+  TestEvent lost(nullptr);
+  EXPECT_EQ(paramErr, lost.createEvent());
+  VLTPortDestinationAddress unlocated("test.nobody");
+  lost.setDestinationAddress(&unlocated);
+  EXPECT_EQ(-1, lost.createEvent());
+  EXPECT_EQ(typeNull, lost.event.descriptorType);
+}
+
+// What the reply's error number says, in every form that it may have.
+TEST(PortAppleEvent, TheRepliesErrorNumberIsTheResult) {
+  OpenDescriptorCheck noLeaks;
+  const struct {
+    const char* what;
+    std::function<void(AEDesc*)> put;
+    OSStatus handlerResult;
+    OSStatus result;
+    bool hasError;
+  } rows[] = {
+      {"none", [](AEDesc*) {}, 0, 0, false},
+      {"zero",
+       [](AEDesc* reply) {
+         const SInt32 zero = 0;
+         AEPutParamPtr(reply, keyErrorNumber, typeSInt32, &zero, sizeof zero);
+       },
+       0, 0, true},
+      {"the handler's own",
+       [](AEDesc* reply) {
+         const SInt32 number = -50;
+         AEPutParamPtr(reply, keyErrorNumber, typeSInt32, &number, sizeof number);
+       },
+       0, -50, true},
+      {"the result replaces it",
+       [](AEDesc* reply) {
+         const SInt32 number = -50;
+         AEPutParamPtr(reply, keyErrorNumber, typeSInt32, &number, sizeof number);
+       },
+       -43, -43, true},
+      {"a short is coerced",
+       [](AEDesc* reply) {
+         const SInt16 number = -50;
+         AEPutParamPtr(reply, keyErrorNumber, typeSInt16, &number, sizeof number);
+       },
+       0, -50, true},
+      {"text that is no number",
+       [](AEDesc* reply) { AEPutParamPtr(reply, keyErrorNumber, typeChar, "abc", 3); }, 0, 0, true},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    const Server server([&](const ServedEvent& served) {
+      row.put(served.reply);
+      return row.handlerResult;
+    });
+    const Answer answer = AskServed(server.name, kPing);
+    EXPECT_EQ(row.result, answer.status);
+    EXPECT_EQ(row.hasError, answer.hasError);
+  }
+}
+
+// The mode of the constructor counts, and the reply bits of the send do not.
+TEST(PortAppleEvent, TheConstructorsReplyModeWins) {
+  OpenDescriptorCheck noLeaks;
+  const struct {
+    SInt32 constructed;
+    SInt32 sent;
+    OSStatus result;
+    bool hasReply;
+    bool hasError;
+  } rows[] = {
+      {kAENoReply, kAEWaitReply, 0, false, false},
+      {kAENoReply | kAECanInteract, 0, 0, false, false},
+      {kAEWaitReply, kAENoReply | kAECanSwitchLayer, -7, true, true},
+      {kAEWaitReply | kAEAlwaysInteract, -4, -7, true, true},
+      // Nothing to read yet, which is not the same as a reply without an error number.
+      {kAEQueueReply, kAEWaitReply, 0, true, true},
+      {0, kAEWaitReply, errAEUnknownSendMode, false, false},
+      {kAECanInteract, 3, errAEUnknownSendMode, false, false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.constructed << " " << row.sent);
+    const Server server([](const ServedEvent&) { return -7; });
+    ServeWhile([&] {
+      VLTPortDestinationAddress address(server.name.c_str());
+      ASSERT_EQ(0, address.initialize());
+      TestEvent event(&address, row.constructed);
+      ASSERT_EQ(0, event.createEvent());
+      EXPECT_EQ((row.constructed & 3) == kAENoReply, event.getSndReply() == nullptr);
+      EXPECT_EQ(row.result, event.sendEvent(row.sent, 20 * 60, kAENormalPriority));
+      EXPECT_EQ(row.hasReply, event.ReplyReceived());
+      EXPECT_EQ(row.hasError, event.getReplyHasError());
+    });
+  }
+}
+
+TEST(PortAppleEvent, MayBeSentAgain) {
+  OpenDescriptorCheck noLeaks;
+  OSStatus next = -1;
+  const Server server([&](const ServedEvent& served) {
+    AEPutParamPtr(served.reply, kBytes, typeSInt32, &next, sizeof next);
+    return next++;
+  });
+  ServeWhile([&] {
+    VLTPortDestinationAddress address(server.name.c_str());
+    ASSERT_EQ(0, address.initialize());
+    TestEvent event(&address);
+    ASSERT_EQ(0, event.createEvent());
+    EXPECT_EQ(-1, event.sendEvent(0, 20 * 60, kAENormalPriority));
+    EXPECT_TRUE(event.getReplyHasError());
+    EXPECT_EQ(0, event.sendEvent(0, 20 * 60, kAENormalPriority));
+    EXPECT_FALSE(event.getReplyHasError());
+    SInt32 number = 99;
+    EXPECT_EQ(0, AEGetParamPtr(&event.reply, kBytes, typeSInt32, nullptr, &number, sizeof number,
+                               nullptr));
+    EXPECT_EQ(0, number);
+  });
+}
+
+TEST(PortAppleEvent, WaitingOnTheServingThreadTimesOut) {
+  const Server server([](const ServedEvent&) { return 0; });
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(errAETimeout, Ask(server.name, kPing, kAEWaitReply, 12).status);
+  const auto waited = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(waited, 190ms);
+  EXPECT_LT(waited, 5s);
+}
+
+TEST(PortAppleEvent, AServerThatGivesItsPortUpAnswersNobody) {
+  OpenDescriptorCheck noLeaks;
+  auto server = std::make_unique<Server>([](const ServedEvent&) { return 0; });
+  VLTPortDestinationAddress address(server->name.c_str());
+  ASSERT_EQ(0, address.initialize());
+  server.reset();
+  TestEvent event(&address);
+  ASSERT_EQ(0, event.createEvent());
+  EXPECT_EQ(connectionInvalid, event.sendEvent(0, 20 * 60, kAENormalPriority));
+}
+
+// Before its run loop runs a process can send itself what no socket would buffer.
+TEST(PortAppleEvent, AProcessSendsItselfALargeEventBeforeItServes) {
+  OpenDescriptorCheck noLeaks;
+  std::vector<UInt8> sent(4 * 1024 * 1024);
+  for (size_t i = 0; i < sent.size(); ++i) sent[i] = static_cast<UInt8>(i * 7 + i / 251);
+  std::vector<UInt8> received;
+  const Server server([&](const ServedEvent& served) {
+    Size size = 0;
+    EXPECT_EQ(0, AESizeOfParam(served.event, kBytes, nullptr, &size));
+    received.resize(size);
+    return AEGetParamPtr(served.event, kBytes, typeWildCard, nullptr, received.data(), size,
+                         nullptr);
+  });
+  VLTPortDestinationAddress address(server.name.c_str());
+  ASSERT_EQ(0, address.initialize());
+  TestEvent event(&address, kAENoReply);
+  ASSERT_EQ(0, event.createEvent());
+  ASSERT_EQ(0, AEPutParamPtr(&event.event, kBytes, FourCC('t', 'd', 't', 'a'), sent.data(),
+                             static_cast<Size>(sent.size())));
+  EXPECT_EQ(0, event.sendEvent(0, 60, kAENormalPriority));
+  EXPECT_TRUE(RunLoopUntil([&] { return !received.empty(); }, 20s));
+  EXPECT_EQ(sent, received);
+}
+
+TEST(EventText, IsAStringOfItsOwn) {
+  AEDesc desc = {typeNull, nullptr};
+  ASSERT_EQ(0, AECreateDesc(typeChar, "hello", 5, &desc));
+  char* text = nullptr;
+  ASSERT_EQ(0, VLTAppleEventWrapper::printDescToBufAlloc(&desc, text));
+  EXPECT_NE(std::string::npos, std::string(text).find("hello"));
+  delete[] text;
+  VLTAppleEventWrapper::printDesc("label", &desc);
+  AEDisposeDesc(&desc);
+
+  char* untouched = nullptr;
+  EXPECT_NE(0, VLTAppleEventWrapper::printDescToBufAlloc(nullptr, untouched));
+  EXPECT_EQ(nullptr, untouched);
+}
+
+}  // namespace

@@ -1,0 +1,277 @@
+#include "aeport/port_listener.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include <servers/bootstrap.h>
+
+#include "tests/aeport/serving.h"
+#include "tests/support/open_descriptor_check.h"
+
+namespace {
+
+const std::string kName127(127, 'n');
+const std::string kName128(128, 'n');
+
+bool IsRegistered(const std::string& name) {
+  mach_port_t port = MACH_PORT_NULL;
+  return VLTPortAEMachPortListener::CheckPortRegistered(name.c_str(), port) == 0 &&
+         port != MACH_PORT_NULL;
+}
+
+// Counts what arrives and answers with a fixed result.
+struct Counter {
+  EventHandler handler;
+  OSStatus result;
+  int count = 0;
+
+  explicit Counter(OSStatus answer) : result(answer) {
+    handler = [this](const ServedEvent&) {
+      ++count;
+      return result;
+    };
+  }
+  OSStatus Listen(VLTPortAEMachPortListener& listener, const std::string& name) {
+    return listener.ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), CallHandler, &handler);
+  }
+};
+
+// Shows what only subclasses see.
+class OpenListener : public VLTPortAEMachPortListener {
+ public:
+  void ForgetCallback() { callback = nullptr; }
+  mach_port_t Port() const { return port; }
+  CFRunLoopSourceRef Source() const { return runLoopSource; }
+  void PortInvalidated(CFMachPortRef invalid) override {
+    ++invalidations;
+    VLTPortAEMachPortListener::PortInvalidated(invalid);
+  }
+  int invalidations = 0;
+};
+
+TEST(PortListener, NamesOf1To127BytesAreListenedOn) {
+  OpenDescriptorCheck noLeaks;
+  const struct {
+    std::string name;
+    OSStatus err;
+  } rows[] = {
+      {"", paramErr},  {"x", 0},     {kName127, 0},       {kName128, paramErr},
+      {"a/../b%s", 0}, {" a b ", 0}, {"\xff\x01\x80", 0}, {"..", 0},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    Counter counter(0);
+    VLTPortAEMachPortListener listener;
+    EXPECT_EQ(row.err, counter.Listen(listener, row.name));
+    EXPECT_EQ(row.err == 0, IsRegistered(row.name));
+    if (row.err != 0) continue;
+    EXPECT_EQ(0, AskServed(row.name, kPing).status);
+    EXPECT_EQ(1, counter.count);
+  }
+  EXPECT_FALSE(IsRegistered("x"));
+}
+
+TEST(PortListener, CheckPortRegisteredTellsWhy) {
+  const struct {
+    const char* name;
+    OSStatus err;
+  } rows[] = {{nullptr, paramErr},
+              {"", paramErr},
+              {kName128.c_str(), paramErr},
+              {kName127.c_str(), BOOTSTRAP_UNKNOWN_SERVICE}};
+  for (const auto& row : rows) {
+    mach_port_t port = 77;
+    EXPECT_EQ(row.err, VLTPortAEMachPortListener::CheckPortRegistered(row.name, port));
+    EXPECT_EQ(MACH_PORT_NULL, port);
+  }
+}
+
+TEST(PortListener, BadCallsLeaveAListenerAsItIs) {
+  OpenDescriptorCheck noLeaks;
+  const std::string name = UniquePortName();
+  Counter counter(0);
+  OpenListener listener;
+  CFRunLoopRef loop = CFRunLoopGetCurrent();
+  EXPECT_EQ(paramErr, listener.ListenOnPort(nullptr, loop, CallHandler, nullptr));
+  EXPECT_EQ(paramErr, listener.ListenOnPort(name.c_str(), loop, nullptr, nullptr));
+  ASSERT_EQ(0, counter.Listen(listener, name));
+
+  EXPECT_EQ(paramErr, listener.ListenOnPort("another", loop, CallHandler, nullptr));
+  EXPECT_EQ(paramErr, listener.ListenOnPort(nullptr, loop, CallHandler, nullptr));
+  EXPECT_EQ(paramErr, listener.ListenOnPort(name.c_str(), loop, nullptr, nullptr));
+  EXPECT_FALSE(IsRegistered("another"));
+  EXPECT_EQ(0, listener.invalidations);
+  EXPECT_EQ(0, AskServed(name, kPing).status);
+  EXPECT_EQ(1, counter.count);
+}
+
+TEST(PortListener, ListeningTwiceIsOneRegistrationAndOneSource) {
+  OpenDescriptorCheck noLeaks;
+  const std::string name = UniquePortName();
+  Counter counter(0);
+  OpenListener listener;
+  ASSERT_EQ(0, counter.Listen(listener, name));
+  const mach_port_t port = listener.Port();
+  const CFRunLoopSourceRef source = listener.Source();
+  EXPECT_EQ(0, counter.Listen(listener, name));
+  EXPECT_EQ(port, listener.Port());
+  EXPECT_EQ(source, listener.Source());
+  EXPECT_EQ(0, AskServed(name, kPing).status);
+  EXPECT_EQ(1, counter.count);
+}
+
+TEST(PortListener, WhatWentStaleIsRepaired) {
+  OpenDescriptorCheck noLeaks;
+  const std::string name = UniquePortName();
+  Counter counter(0);
+  OpenListener listener;
+  ASSERT_EQ(0, counter.Listen(listener, name));
+  mach_port_destroy(mach_task_self(), listener.Port());  // behind its back
+  EXPECT_EQ(1, listener.invalidations);
+  EXPECT_FALSE(IsRegistered(name));
+  EXPECT_EQ(0, counter.Listen(listener, name));
+  EXPECT_EQ(0, AskServed(name, kPing).status);
+
+  CFRunLoopSourceInvalidate(listener.Source());
+  EXPECT_EQ(0, counter.Listen(listener, name));
+  EXPECT_EQ(0, AskServed(name, kPing).status);
+  EXPECT_EQ(2, counter.count);
+}
+
+TEST(PortListener, ASecondListenerOfTheProcessIsRefused) {
+  OpenDescriptorCheck noLeaks;
+  const std::string name = UniquePortName();
+  Counter first(0);
+  Counter second(0);
+  VLTPortAEMachPortListener holder;
+  VLTPortAEMachPortListener waiter;
+  ASSERT_EQ(0, first.Listen(holder, name));
+  EXPECT_EQ(portInUse, second.Listen(waiter, name));
+  EXPECT_EQ(0, AskServed(name, kPing).status);
+  EXPECT_EQ(1, first.count);
+
+  // The refused one has taken its name for good.
+  EXPECT_EQ(-5, holder.Deallocate(-5));
+  EXPECT_EQ(paramErr, second.Listen(waiter, UniquePortName()));
+  EXPECT_EQ(0, second.Listen(waiter, name));
+  EXPECT_EQ(0, AskServed(name, kPing).status);
+  EXPECT_EQ(1, second.count);
+}
+
+// Meant: rights coalesce in a process, so the repair step of the one destroys the other's.
+TEST(PortListener, ATornDownListenerTakesItsNameOver) {
+  OpenDescriptorCheck noLeaks;
+  const std::string name = UniquePortName();
+  Counter first(0);
+  Counter second(0);
+  VLTPortAEMachPortListener old;
+  OpenListener usurped;
+  ASSERT_EQ(0, first.Listen(old, name));
+  EXPECT_EQ(0, old.Deallocate(0));
+  EXPECT_EQ(0, old.Deallocate(0));
+  EXPECT_FALSE(IsRegistered(name));
+  ASSERT_EQ(0, second.Listen(usurped, name));
+
+  EXPECT_EQ(0, first.Listen(old, name));
+  EXPECT_EQ(1, usurped.invalidations);
+  EXPECT_EQ(0, AskServed(name, kPing).status);
+  EXPECT_EQ(1, first.count);
+  EXPECT_EQ(0, second.count);
+}
+
+TEST(PortListener, TheHandlersResultBecomesTheSenders) {
+  OpenDescriptorCheck noLeaks;
+  const std::string name = UniquePortName();
+  const struct {
+    OSStatus result;
+    bool hasError;  // whether the reply holds an error number
+  } rows[] = {{0, false}, {errAEEventNotHandled, true}, {-50, true}, {1, true}, {-70000, true}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.result);
+    Counter counter(row.result);
+    VLTPortAEMachPortListener listener;
+    ASSERT_EQ(0, counter.Listen(listener, name));
+    const Answer answer = AskServed(name, kPing);
+    EXPECT_EQ(row.result, answer.status);
+    EXPECT_EQ(row.hasError, answer.hasError);
+  }
+}
+
+TEST(PortListener, WithoutACallbackNothingIsHandled) {
+  OpenDescriptorCheck noLeaks;
+  const std::string name = UniquePortName();
+  Counter counter(0);
+  OpenListener listener;
+  ASSERT_EQ(0, counter.Listen(listener, name));
+  listener.ForgetCallback();
+  EXPECT_EQ(errAEEventNotHandled, AskServed(name, kPing).status);
+  EXPECT_EQ(0, counter.count);
+}
+
+TEST(PortListener, TheHandlerSeesWhatWasSent) {
+  OpenDescriptorCheck noLeaks;
+  const std::string name = UniquePortName();
+  DescType replyType = 0;
+  UInt32 seenClass = 0;
+  UInt32 seenID = 0;
+  UInt8 replyWanted = 9;
+  EventHandler handler = [&](const ServedEvent& served) {
+    replyType = served.reply->descriptorType;
+    EXPECT_EQ(0, VLTGetAEDispatchAttributes(*served.event, &seenClass, &seenID, &replyWanted));
+    EXPECT_EQ(served.eventClass, seenClass);
+    EXPECT_EQ(served.eventID, seenID);
+    return -1;
+  };
+  VLTPortAEMachPortListener listener;
+  ASSERT_EQ(0, listener.ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), CallHandler, &handler));
+
+  EXPECT_EQ(-1, AskServed(name, kPing).status);
+  EXPECT_EQ(FourCC('t', 'e', 's', 't'), seenClass);
+  EXPECT_EQ(kPing, seenID);
+  EXPECT_EQ(1, replyWanted);
+  EXPECT_NE(typeNull, replyType);
+
+  // Nobody wants this one's result, although the event carries a reply port.
+  EXPECT_EQ(0, Ask(name, kPing, kAENoReply).status);
+  replyWanted = 9;
+  EXPECT_TRUE(RunLoopUntil([&] { return replyWanted != 9; }, 10s));
+  EXPECT_EQ(0, replyWanted);
+  EXPECT_EQ(typeNull, replyType);
+}
+
+TEST(DispatchAttributes, FirstErrorStopsAndOutputsMayBeNull) {
+  AEDesc event = {typeNull, nullptr};
+  UInt32 code = 5;
+  UInt8 wanted = 6;
+  EXPECT_EQ(0, VLTGetAEDispatchAttributes(event, nullptr, nullptr, nullptr));
+  EXPECT_EQ(errAENotAEDesc, VLTGetAEDispatchAttributes(event, nullptr, &code, &wanted));
+  EXPECT_EQ(5u, code);
+  EXPECT_EQ(6, wanted);
+}
+
+TEST(PortListener, MayBeDeletedByItsHandler) {
+  OpenDescriptorCheck noLeaks;
+  const std::string name = UniquePortName();
+  auto listener = std::make_unique<VLTPortAEMachPortListener>();
+  EventHandler handler = [&](const ServedEvent&) {
+    listener.reset();
+    return -5;
+  };
+  ASSERT_EQ(0, listener->ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), CallHandler, &handler));
+  EXPECT_EQ(-5, AskServed(name, kPing).status);
+  EXPECT_EQ(nullptr, listener);
+  EXPECT_FALSE(IsRegistered(name));
+}
+
+TEST(PortListener, IgnoresMessagesOfOtherPorts) {
+  Counter counter(0);
+  VLTPortAEMachPortListener listener;
+  ASSERT_EQ(0, counter.Listen(listener, UniquePortName()));
+  mach_msg_header_t message = {};
+  listener.PortCallback(nullptr, &message, sizeof message);
+  EXPECT_EQ(0, counter.count);
+}
+
+}  // namespace

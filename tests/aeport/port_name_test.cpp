@@ -1,0 +1,70 @@
+#include "aeport/port_name.h"
+
+#include <gtest/gtest.h>
+
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include <servers/bootstrap.h>
+
+TEST(MakePortName, ComposesInOrderAndFits) {
+  const std::string base250(250, 'b');
+  const std::string base255(255, 'b');
+  const std::string base256(256, 'b');
+  const struct {
+    const char* base;
+    const char* suffix;
+    int instance;
+    UInt32 size;
+    OSStatus err;
+    std::string name;
+  } rows[] = {
+      {"com.a", nullptr, -1, 128, 0, "com.a"},
+      {"com.a", "", -1, 128, 0, "com.a"},
+      {"com.a", "user", 2, 128, 0, "com.a.user.2"},
+      {"com.a", nullptr, 0, 128, 0, "com.a.0"},
+      {"com.a", "s", -7, 128, 0, "com.a.s"},
+      {"com.a", nullptr, 2147483647, 128, 0, "com.a.2147483647"},
+      {"com.a", nullptr, -1, 5, paramErr, ""},  // no room for the terminator
+      {"com.a", nullptr, -1, 6, 0, "com.a"},
+      {"com.a", nullptr, -1, 0, paramErr, ""},
+      {"", "user", 2, 128, paramErr, ""},
+      {nullptr, "user", 2, 128, paramErr, ""},
+      {base250.c_str(), "1234", -1, 1000, 0, base250 + ".1234"},
+      {base250.c_str(), "12345", -1, 1000, paramErr, ""},  // 256 characters
+      {base255.c_str(), nullptr, -1, 256, 0, base255},
+      {base256.c_str(), nullptr, -1, 1000, paramErr, ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name + " " + std::to_string(row.size));
+    char name[1000] = "untouched";
+    EXPECT_EQ(row.err,
+              VLTAEMakePortName(name, row.size, row.base, false, row.suffix, row.instance));
+    EXPECT_EQ(row.err == 0 ? row.name : "untouched", name);
+  }
+  EXPECT_EQ(paramErr, VLTAEMakePortName(nullptr, 128, "com.a", false, nullptr, -1));
+}
+
+TEST(MakePortName, TheSerialNumbersLowWordComesFirst) {
+  ProcessSerialNumber psn = {};
+  ASSERT_EQ(0, GetCurrentProcess(&psn));
+  ASSERT_NE(psn.highLongOfPSN, psn.lowLongOfPSN);
+  char expected[64];
+  std::snprintf(expected, sizeof expected, "a.s.%08" PRIx32 "%08" PRIx32 ".3", psn.lowLongOfPSN,
+                psn.highLongOfPSN);
+  char name[64] = "";
+  EXPECT_EQ(0, VLTAEMakePortName(name, sizeof name, "a", true, "s", 3));
+  EXPECT_STREQ(expected, name);
+  EXPECT_EQ(std::strlen("a.s.0123456789abcdef.3"), std::strlen(name));
+}
+
+TEST(IsBootstrapError, ExactlyTheServersOwnCodes) {
+  const struct {
+    OSStatus status;
+    bool isOne;
+  } rows[] = {{0, false},   {1099, false}, {1100, true},   {BOOTSTRAP_NAME_IN_USE, true},
+              {1105, true}, {1106, false}, {-1102, false}, {procNotFound, false}};
+  for (const auto& row : rows) EXPECT_EQ(row.isOne, IsBootstrapError(row.status)) << row.status;
+}

@@ -1,0 +1,56 @@
+#include "daemon/event_service.h"
+
+#include <gtest/gtest.h>
+
+#include <Carbon/Carbon.h>
+
+#include "tests/aeport/serving.h"
+#include "tests/support/open_descriptor_check.h"
+
+namespace {
+
+TEST(EventService, OpensClosesAndRemembers) {
+  EXPECT_EQ(0, removeAEHandlers());
+  EXPECT_FALSE(isAEHandlerRegistered());
+  EXPECT_FALSE(checkPortRegistered(kSessionDaemonPortName));
+  {
+    OpenDescriptorCheck noLeaks;
+    ASSERT_EQ(0, installAEHandlers());
+    EXPECT_TRUE(isAEHandlerRegistered());
+    EXPECT_TRUE(checkPortRegistered(kSessionDaemonPortName));
+    EXPECT_EQ(errAEEventNotHandled, AskServed(kSessionDaemonPortName, kPing).status);
+    EXPECT_EQ(0, removeAEHandlers());
+    EXPECT_EQ(0, removeAEHandlers());
+  }
+  EXPECT_FALSE(checkPortRegistered(kSessionDaemonPortName));
+  EXPECT_TRUE(isAEHandlerRegistered());  // meant: it tells that there was a service
+}
+
+TEST(EventService, NoNameIsNotRegistered) {
+  EXPECT_FALSE(checkPortRegistered(nullptr));
+  EXPECT_FALSE(checkPortRegistered(""));
+  EXPECT_FALSE(checkPortRegistered(std::string(128, 'x').c_str()));
+}
+
+// A quit that came before the loop ends it at once, and would hang this test if it did not.
+TEST(EventService, OnlyTheQuitEventEndsTheLoop) {
+  const struct {
+    UInt32 eventClass;
+    UInt32 eventID;
+  } rows[] = {
+      {kCoreEventClass, kAEOpenApplication},
+      {FourCC('C', 'm', 'o', 'N'), kAEQuitApplication},
+      {FourCC('A', 'E', 'V', 'T'), kAEQuitApplication},
+      {kCoreEventClass, FourCC('Q', 'U', 'I', 'T')},
+      {0, 0},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(errAEEventNotHandled,
+              SMAEDispatchCallback(row.eventClass, row.eventID, nullptr, nullptr, nullptr));
+  }
+  EXPECT_EQ(0,
+            SMAEDispatchCallback(kCoreEventClass, kAEQuitApplication, nullptr, nullptr, nullptr));
+  RunApplicationEventLoop();
+}
+
+}  // namespace

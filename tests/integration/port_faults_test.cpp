@@ -1,0 +1,467 @@
+#include <Carbon/Carbon.h>
+#include <CoreFoundation/CoreFoundation.h>
+#include <CoreServices/CoreServices.h>
+#include <gtest/gtest.h>
+#include <mach/mach.h>
+#include <servers/bootstrap.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <memory>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "aeport/port_listener.h"
+#include "platform/host/byte_order.h"
+#include "platform/host/clock.h"
+#include "platform/host/frame.h"
+#include "platform/host/introspect.h"
+#include "platform/host/name_registry.h"
+#include "platform/host/port_address.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/session_directory.h"
+#include "tests/support/test_process.h"
+#include "tests/support/test_role.h"
+
+namespace {
+
+constexpr AEEventClass kTestClass = FourCC('t', 'e', 's', 't');
+constexpr AEEventID kSilentID = FourCC('s', 'i', 'l', 'e');
+
+// Answers everything, but what is to stay without an answer: that ends the server's patience.
+OSStatus Answer(UInt32, UInt32 eventID, const AEDesc*, AEDesc*, void*) {
+  if (eventID == kSilentID) pause();
+  return 0;
+}
+
+OSStatus LookUp(const char* name) {
+  mach_port_t port = MACH_PORT_NULL;
+  return VLTPortAEMachPortListener::CheckPortRegistered(name, port);
+}
+
+// Sends one event to `name`, waits for the answer, and gives the status of the sending.
+OSStatus Ask(const char* name, AEEventID eventID = 1, SInt32 ticks = 600) {
+  mach_port_t port = MACH_PORT_NULL;
+  OSStatus err = VLTPortAEMachPortListener::CheckPortRegistered(name, port);
+  AEDesc address = {typeNull, nullptr};
+  AppleEvent event = {typeNull, nullptr}, reply = {typeNull, nullptr};
+  if (err == 0) err = AECreateDesc(typeMachPort, &port, sizeof port, &address);
+  if (err == 0) {
+    err = AECreateAppleEvent(kTestClass, eventID, &address, kAutoGenerateReturnID, 0, &event);
+  }
+  if (err == 0) err = AESendMessage(&event, &reply, kAEWaitReply, ticks);
+  AEDisposeDesc(&address);
+  AEDisposeDesc(&event);
+  AEDisposeDesc(&reply);
+  return err;
+}
+
+OSStatus Listen(VLTPortAEMachPortListener& listener, const char* name) {
+  return listener.ListenOnPort(name, CFRunLoopGetCurrent(), Answer, nullptr);
+}
+
+TEST_ROLE(Server) {
+  VLTPortAEMachPortListener listener;
+  if (Listen(listener, role.PortName()) != 0) return kRoleFailed;
+  role.SignalReady();
+  CFRunLoopRun();
+  return kRoleFailed;  // the test kills us first
+}
+
+// Racing for a name.
+
+void WaitUntil(int64_t instant) {
+  timespec time = {};
+  time.tv_sec = static_cast<time_t>(instant / kHostSecond);
+  time.tv_nsec = static_cast<long>(instant % kHostSecond);
+  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &time, nullptr) == EINTR) {
+  }
+}
+
+// Each line from the test is the instant at which all try to claim; empty means let go.
+TEST_ROLE(Racer) {
+  VLTPortAEMachPortListener listener;
+  role.SignalReady();
+  while (const auto line = role.Hear(60s)) {
+    if (*line == "end") return kRoleDone;
+    if (*line == "free") {
+      listener.Deallocate(0);
+      role.Tell("freed");
+      continue;
+    }
+    WaitUntil(std::stoll(*line));
+    const OSStatus err = Listen(listener, role.PortName());
+    if (err != 0) listener.Deallocate(err);
+    role.Tell(std::to_string(err));
+  }
+  return kRoleFailed;
+}
+
+TEST(PortRace, OneOfFiftyWinsEachOfAHundredRounds) {
+  OpenDescriptorCheck noLeaks;
+  constexpr int kRacers = 50, kRounds = 100;
+  const std::string name = UniquePortName();
+  std::vector<std::unique_ptr<TestProcess>> racers;
+  for (int i = 0; i < kRacers; i++) {
+    racers.push_back(std::make_unique<TestProcess>("Racer", name.c_str(), std::vector<std::string>()));
+  }
+  for (auto& racer : racers) ASSERT_TRUE(racer->WaitReady(20s));
+  for (int round = 0; round < kRounds; round++) {
+    const std::string instant = std::to_string(HostNow() + 4 * kHostMillisecond);
+    for (auto& racer : racers) ASSERT_TRUE(racer->Tell(instant));
+    int winner = -1, winners = 0;
+    for (int i = 0; i < kRacers; i++) {
+      const std::string result = racers[static_cast<size_t>(i)]->Hear(20s).value_or("nothing");
+      if (result == "0") {
+        winner = i;
+        winners++;
+      } else if (result != std::to_string(portInUse)) {
+        ASSERT_EQ(std::to_string(BOOTSTRAP_NAME_IN_USE), result);
+      }
+    }
+    ASSERT_EQ(1, winners) << "round " << round;
+    ASSERT_EQ(0, LookUp(name.c_str()));
+    ASSERT_TRUE(racers[static_cast<size_t>(winner)]->Tell("free"));
+    ASSERT_EQ("freed", racers[static_cast<size_t>(winner)]->Hear(20s));
+    ASSERT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, LookUp(name.c_str()));
+  }
+  for (auto& racer : racers) racer->Tell("end");
+  for (auto& racer : racers) EXPECT_EQ(kRoleDone, racer->Wait(20s));
+}
+
+// Death of the owner.
+
+TEST(PortOwner, ItsDeathFreesTheNameAtOnce) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess server("Server");
+  ASSERT_TRUE(server.WaitReady(20s));
+  VLTPortAEMachPortListener refused, successor;
+  EXPECT_EQ(portInUse, Listen(refused, server.PortName()));
+  ASSERT_TRUE(server.KillAndWait(20s));
+  EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, LookUp(server.PortName()));
+  EXPECT_EQ(0, Listen(successor, server.PortName()));
+}
+
+TEST(PortOwner, ItsDeathEndsAWait) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess server("Server");
+  ASSERT_TRUE(server.WaitReady(20s));
+  RunOnThread([&server] {
+    EXPECT_EQ(0, Ask(server.PortName()));
+    std::atomic<int64_t> killed{0};
+    std::thread killer([&] {
+      // The request has arrived once the server sleeps in its handler.
+      std::string state;
+      while (state != "S") {
+        std::ifstream stat("/proc/" + std::to_string(server.Pid()) + "/stat");
+        std::string pid, program;
+        stat >> pid >> program >> state;
+        std::ifstream wait("/proc/" + std::to_string(server.Pid()) + "/syscall");
+        std::string number;
+        wait >> number;
+        if (state == "S" && number == "running") state.clear();
+        std::this_thread::yield();
+      }
+      killed = HostNow();
+      server.Signal(SIGKILL);
+    });
+    EXPECT_EQ(connectionInvalid, Ask(server.PortName(), kSilentID, kNoTimeOut));
+    killer.join();
+    EXPECT_LT(HostNow() - killed, 2 * kHostSecond);
+    EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, Ask(server.PortName()));
+  });
+}
+
+// A child that the owner forked and that lives on must keep neither name nor port.
+TEST_ROLE(ForkingServer) {
+  VLTPortAEMachPortListener listener;
+  if (Listen(listener, role.PortName()) != 0) return kRoleFailed;
+  const pid_t child = fork();
+  if (child == 0) {
+    const bool ends = role.Argument(0) == "ends";
+    if (!ends) role.Hear(60s);  // until the test is through
+    exit(0);                    // with all that runs at an exit
+  }
+  if (role.Argument(0) == "ends") waitpid(child, nullptr, 0);
+  role.SignalReady();
+  CFRunLoopRun();
+  return kRoleFailed;
+}
+
+TEST(PortOwner, AForkedChildKeepsNothingAlive) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess server("ForkingServer", {"sleeps"});
+  ASSERT_TRUE(server.WaitReady(20s));
+  RunOnThread([&server] { EXPECT_EQ(0, Ask(server.PortName())); });
+  ASSERT_TRUE(server.KillAndWait(20s));
+  EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, LookUp(server.PortName()));
+  VLTPortAEMachPortListener successor;
+  EXPECT_EQ(0, Listen(successor, server.PortName()));
+}
+
+TEST(PortOwner, AForkedChildsEndLeavesThePortAlone) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess server("ForkingServer", {"ends"});
+  ASSERT_TRUE(server.WaitReady(20s));
+  RunOnThread([&server] { EXPECT_EQ(0, Ask(server.PortName())); });
+}
+
+TEST_ROLE(ChildOfAClient) {
+  // The connection that the parent has is not the child's; each has its own conversation.
+  if (Ask(role.PortName()) != 0) return kRoleFailed;
+  const pid_t child = fork();
+  if (child == 0) {
+    for (int i = 0; i < 20; i++) {
+      if (Ask(role.PortName()) != 0) _exit(1);
+    }
+    VLTPortAEMachPortListener listener;
+    const std::string own = std::string(role.PortName()) + ".child";
+    _exit(Listen(listener, own.c_str()) == 0 && Ask(role.PortName()) == 0 ? 0 : 2);
+  }
+  for (int i = 0; i < 20; i++) {
+    if (Ask(role.PortName()) != 0) return kRoleFailed;
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  return status == 0 ? kRoleDone : kRoleFailed;
+}
+
+TEST(PortClient, ParentAndForkedChildSpeakForThemselves) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess server("Server");
+  ASSERT_TRUE(server.WaitReady(20s));
+  TestProcess client("ChildOfAClient", server.PortName(), {});
+  EXPECT_EQ(kRoleDone, client.Wait(20s));
+}
+
+// Hostile peers: what they write raw must disturb nobody.
+
+size_t DescriptorsOf(pid_t pid) {
+  size_t count = 0;
+  const std::string folder = "/proc/" + std::to_string(pid) + "/fd/";
+  for (int fd = 0; fd < 1024; fd++) {
+    struct stat info;
+    if (lstat((folder + std::to_string(fd)).c_str(), &info) == 0) count++;
+  }
+  return count;
+}
+
+// Resident bytes.
+size_t MemoryOf(pid_t pid) {
+  std::ifstream statm("/proc/" + std::to_string(pid) + "/statm");
+  size_t total = 0, resident = 0;
+  statm >> total >> resident;
+  return resident * static_cast<size_t>(sysconf(_SC_PAGESIZE));
+}
+
+class RawConnection {
+ public:
+  explicit RawConnection(const char* name) : fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    uint64_t port = 0;
+    sockaddr_un address;
+    socklen_t size = 0;
+    EXPECT_EQ(0, HostFindName(name, &port));
+    EXPECT_TRUE(HostPortAddress(port, &address, &size));
+    EXPECT_EQ(0, connect(fd, reinterpret_cast<sockaddr*>(&address), size));
+  }
+  ~RawConnection() { close(fd); }
+  RawConnection(const RawConnection&) = delete;
+  RawConnection& operator=(const RawConnection&) = delete;
+
+  // The server may have hung up already.
+  void Write(const std::string& bytes) {
+    size_t sent = 0;
+    while (sent < bytes.size()) {
+      const ssize_t size = send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+      if (size <= 0) return;
+      sent += static_cast<size_t>(size);
+    }
+  }
+
+ private:
+  int fd;
+};
+
+std::string HeaderOf(uint32_t bodySize) {
+  HostFrameHeader header;
+  header.flags = kHostFrameReplyWanted;
+  header.bodySize = 0;
+  header.requestNumber = 1;
+  header.sender = 99;
+  uint8_t bytes[kHostFrameHeaderSize];
+  HostEncodeFrameHeader(header, bytes);
+  HostStoreBig32(bytes + 8, bodySize);
+  return std::string(reinterpret_cast<const char*>(bytes), sizeof bytes);
+}
+
+std::string RandomBytes(size_t size) {
+  std::minstd_rand random(4711);
+  std::string bytes(size, 0);
+  for (char& byte : bytes) byte = static_cast<char>(random());
+  return bytes;
+}
+
+// A list in a list in a list, ten thousand deep, each claiming to hold the next.
+std::string NestedBody() {
+  std::string body(20, '\0');
+  for (int i = 0; i < 10000; i++) body += std::string("****list\0\0\xFF\xFF\0\0\0\x01", 16);
+  return body;
+}
+
+TEST(PortServer, SurvivesWhatIsNoMessage) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess server("Server");
+  ASSERT_TRUE(server.WaitReady(20s));
+  const std::string nested = NestedBody();
+  std::string wrongMagic = HeaderOf(0);
+  wrongMagic[0] = 'X';
+  const struct {
+    const char* what;
+    std::string bytes;
+  } rows[] = {
+      {"nothing", ""},
+      {"one byte", "v"},
+      {"half a header", HeaderOf(100).substr(0, 16)},
+      {"huge length", HeaderOf(0xFFFFFFFF)},
+      {"limit", HeaderOf(kHostFrameLimit - kHostFrameHeaderSize)},
+      {"truncated body", HeaderOf(1000) + std::string(500, 'b')},
+      {"empty body", HeaderOf(0)},
+      {"zero body", HeaderOf(64) + std::string(64, '\0')},
+      {"random", RandomBytes(1024)},
+      {"random body", HeaderOf(1024) + RandomBytes(1024)},
+      {"wrong magic", wrongMagic},
+      {"nested", HeaderOf(static_cast<uint32_t>(nested.size())) + nested},
+  };
+  RunOnThread([&] {
+    EXPECT_EQ(0, Ask(server.PortName()));
+    // Counted with this thread's own connection open.
+    const size_t descriptors = DescriptorsOf(server.Pid());
+    const size_t memory = MemoryOf(server.Pid());
+    ClearTestLog();
+    for (int round = 0; round < 20; round++) {
+      std::vector<std::unique_ptr<RawConnection>> hostile;
+      for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        hostile.push_back(std::make_unique<RawConnection>(server.PortName()));
+        hostile.back()->Write(row.bytes);
+        ASSERT_EQ(0, Ask(server.PortName()));
+      }
+    }
+    // The closed ones are seen at the latest when a later request has been answered twice.
+    const int64_t end = HostNow() + 20 * kHostSecond;
+    while (DescriptorsOf(server.Pid()) != descriptors && HostNow() < end) Ask(server.PortName());
+    EXPECT_EQ(descriptors, DescriptorsOf(server.Pid()));
+    EXPECT_LT(MemoryOf(server.Pid()), memory + (size_t{4} << 20));
+    EXPECT_EQ("", TestLogText());
+  });
+}
+
+// The session directory.
+
+TEST_ROLE(Visitor) {
+  setenv("XDG_RUNTIME_DIR", role.Argument(0).c_str(), 1);
+  mach_port_t port = MACH_PORT_NULL;
+  role.Tell(std::to_string(task_get_special_port(mach_task_self(), TASK_BOOTSTRAP_PORT, &port)));
+  task_get_special_port(mach_task_self(), TASK_BOOTSTRAP_PORT, &port);  // not logged again
+  role.Tell(HostDescribeContext().problem);
+  return kRoleDone;
+}
+
+std::string NewFolder() {
+  char path[] = "/tmp/vlt-session-XXXXXX";
+  EXPECT_NE(nullptr, mkdtemp(path));
+  return path;
+}
+
+TEST(SessionDirectory, AnUnusableOneIsRefusedWithTheReason) {
+  enum class Trouble { kMode, kLink, kFile, kMissing, kOwner };
+  for (const Trouble trouble : {Trouble::kMode, Trouble::kLink, Trouble::kFile, Trouble::kMissing,
+                                Trouble::kOwner}) {
+    SCOPED_TRACE(static_cast<int>(trouble));
+    if (trouble == Trouble::kOwner && geteuid() != 0) continue;  // only root can give one away
+    const std::string runtime = NewFolder();
+    const std::string session = runtime + "/veltrane";
+    std::string named = runtime, part;
+    switch (trouble) {
+      case Trouble::kMode:
+        ASSERT_EQ(0, mkdir(session.c_str(), 0700));
+        ASSERT_EQ(0, chmod(session.c_str(), 0755));
+        part = "mode 0755";
+        break;
+      case Trouble::kLink:
+        ASSERT_EQ(0, symlink("/tmp", session.c_str()));
+        part = "symbolic link";
+        break;
+      case Trouble::kFile:
+        std::ofstream(session) << "a file";
+        part = "Not a directory";
+        break;
+      case Trouble::kMissing:
+        named = runtime + "/absent";
+        part = "No such file";
+        break;
+      case Trouble::kOwner:
+        ASSERT_EQ(0, mkdir(session.c_str(), 0700));
+        ASSERT_EQ(0, chown(session.c_str(), 12345, 12345));
+        part = "owner 12345";
+        break;
+    }
+    ClearTestLog();
+    TestProcess visitor("Visitor", {named});
+    EXPECT_EQ(std::to_string(KERN_FAILURE), visitor.Hear(20s));
+    const std::string problem = visitor.Hear(20s).value_or("");
+    EXPECT_NE(std::string::npos, problem.find(named + "/veltrane")) << problem;
+    EXPECT_NE(std::string::npos, problem.find(part)) << problem;
+    EXPECT_NE(std::string::npos, problem.find("chmod")) << problem;
+    EXPECT_EQ(kRoleDone, visitor.Wait(20s));
+    const std::string log = TestLogText();
+    EXPECT_NE(std::string::npos, log.find(problem)) << log;
+    EXPECT_EQ(log.find(problem), log.rfind(problem)) << log;
+    unlink(session.c_str());
+    rmdir(session.c_str());
+    rmdir(runtime.c_str());
+  }
+}
+
+TEST_ROLE(DeepServer) {
+  setenv("XDG_RUNTIME_DIR", role.Argument(0).c_str(), 1);
+  VLTPortAEMachPortListener listener;
+  if (Listen(listener, role.PortName()) != 0) return kRoleFailed;
+  role.SignalReady();
+  CFRunLoopRun();
+  return kRoleFailed;
+}
+
+TEST_ROLE(DeepClient) {
+  setenv("XDG_RUNTIME_DIR", role.Argument(0).c_str(), 1);
+  role.Tell(std::to_string(Ask(role.PortName())));
+  return kRoleDone;
+}
+
+TEST(SessionDirectory, ALongPathWorks) {
+  std::vector<std::string> folders = {NewFolder()};
+  for (int i = 0; i < 10; i++) {
+    folders.push_back(folders.back() + "/" + std::string(60, 'd'));
+    ASSERT_EQ(0, mkdir(folders.back().c_str(), 0700));
+  }
+  {
+    TestProcess server("DeepServer", {folders.back()});
+    ASSERT_TRUE(server.WaitReady(20s));
+    TestProcess client("DeepClient", server.PortName(), {folders.back()});
+    EXPECT_EQ("0", client.Hear(20s));
+  }
+  EXPECT_EQ(0, system(("rm -r " + folders.front()).c_str()));
+}
+
+}  // namespace

@@ -1,0 +1,111 @@
+#include "tools/command_line.h"
+
+#include <gtest/gtest.h>
+
+#include "tools/error_names.h"
+#include "tools/port_text.h"
+
+namespace {
+
+TEST(CommandLine, OptionsAndWords) {
+  const std::vector<OptionSpec> specs = {{"--all", nullptr, ""}, {"--timeout", "SECONDS", ""}};
+  const struct {
+    std::vector<std::string> given;
+    const char* problem;
+    std::vector<std::string> words;
+    std::map<std::string, std::string> options;
+  } rows[] = {
+      {{}, "", {}, {}},
+      {{"a", "--all", "b"}, "", {"a", "b"}, {{"--all", ""}}},
+      {{"--timeout", "3", "a"}, "", {"a"}, {{"--timeout", "3"}}},
+      {{"--timeout=3"}, "", {}, {{"--timeout", "3"}}},
+      {{"--timeout=", "x"}, "", {"x"}, {{"--timeout", ""}}},
+      {{"--timeout", "--all"}, "", {}, {{"--timeout", "--all"}}},
+      {{"--", "--all", "--"}, "", {"--all", "--"}, {}},
+      {{"----:long=1", "-", "-x", "---"}, "", {"----:long=1", "-", "-x", "---"}, {}},
+      {{"--timeout"}, "--timeout needs SECONDS", {}, {}},
+      {{"--all=1"}, "--all takes no value", {}, {}},
+      {{"--all", "--all"}, "--all is given twice", {}, {}},
+      {{"--al"}, "unknown option --al; did you mean --all?", {}, {}},
+      {{"--nothing-like-it"}, "unknown option --nothing-like-it", {}, {}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.given));
+    CommandLine line;
+    std::string problem;
+    EXPECT_EQ(row.problem[0] == 0, ParseCommandLine(specs, row.given, line, problem));
+    EXPECT_EQ(row.problem, problem);
+    if (row.problem[0] != 0) continue;
+    EXPECT_EQ(row.words, line.words);
+    EXPECT_EQ(row.options, line.options);
+  }
+}
+
+TEST(NearestWord, WithinReachOnly) {
+  const std::vector<std::string_view> verbs = {"help", "ports", "send", "quit"};
+  const struct {
+    const char* word;
+    const char* nearest;
+  } rows[] = {{"port", "ports"}, {"prots", "ports"}, {"qiut", "quit"},   {"sned", "send"},
+              {"end", "send"},   {"hepl", "help"},   {"completely", ""}, {"", ""},
+              {"xyzw", ""},      {"po", ""},         {"ports-list", ""}, {"SEND", ""}};
+  for (const auto& row : rows) EXPECT_EQ(row.nearest, NearestWord(row.word, verbs)) << row.word;
+}
+
+TEST(ParseSeconds, StrictAndRoundedUp) {
+  const struct {
+    const char* text;
+    bool isFine;
+    int ticks;
+  } rows[] = {{"1", true, 60},
+              {"0.5", true, 30},
+              {"0.001", true, 1},
+              {"600", true, 36000},
+              {"35791394", true, 2147483640},
+              {"35791395", false, 0},
+              {"0", false, 0},
+              {"-1", false, 0},
+              {"", false, 0},
+              {" 1", false, 0},
+              {"1 ", false, 0},
+              {"1s", false, 0},
+              {"1e3", false, 0},
+              {"+1", false, 0},
+              {"0x10", false, 0},
+              {"nan", false, 0},
+              {"inf", false, 0}};
+  for (const auto& row : rows) {
+    int ticks = 0;
+    EXPECT_EQ(row.isFine, ParseSeconds(row.text, ticks)) << row.text;
+    EXPECT_EQ(row.ticks, ticks) << row.text;
+  }
+}
+
+TEST(ErrorText, NumberAndName) {
+  EXPECT_EQ("-1708 (errAEEventNotHandled)", ErrorText(-1708));
+  EXPECT_EQ("1102 (BOOTSTRAP_UNKNOWN_SERVICE)", ErrorText(1102));
+  EXPECT_EQ("-31999", ErrorText(-31999));
+}
+
+TEST(ExitForStatus, FailuresThatScriptsTellApart) {
+  const struct {
+    OSStatus status;
+    ExitStatus exit;
+  } rows[] = {{0, kExitOk},          {1102, kExitNotFound}, {-600, kExitNotFound},
+              {-1712, kExitTimeout}, {1100, kExitRefused},  {-609, kExitPeerDied},
+              {-1702, kExitBadData}, {-108, kExitBadData},  {-50, kExitGeneral}};
+  for (const auto& row : rows) EXPECT_EQ(row.exit, ExitForStatus(row.status)) << row.status;
+}
+
+TEST(PortText, NamesAndAges) {
+  EXPECT_EQ("com.a/b%", EscapedBytes("com.a/b%"));
+  EXPECT_EQ("\\x01\\x20\\x5c\\xff\\x7f", EscapedBytes("\x01 \\\xff\x7f"));
+  const struct {
+    double seconds;
+    const char* text;
+  } rows[] = {{-3, "0s"},    {0, "0s"},    {59.9, "59s"},  {60, "1m"},
+              {3599, "59m"}, {3600, "1h"}, {86399, "23h"}, {86400 * 400.0, "400d"}};
+  for (const auto& row : rows) EXPECT_EQ(row.text, AgeText(row.seconds)) << row.seconds;
+}
+
+}  // namespace

@@ -1,0 +1,5 @@
+vlt_add_test(NAME command_line_test LABEL unit SOURCES command_line_test.cpp LIBS vlt_tools)
+vlt_add_test(NAME parameter_text_test LABEL unit SOURCES parameter_text_test.cpp LIBS vlt_tools)
+vlt_add_test(NAME vltctl_test LABEL integration SOURCES vltctl_test.cpp LIBS vlt_tools)
+target_compile_definitions(vltctl_test PRIVATE VLTCTL_PROGRAM="$<TARGET_FILE:vltctl>")
+add_dependencies(vltctl_test vltctl)
