@@ -61,3 +61,9 @@ if(VLT_SANITIZE MATCHES "thread")
     set(VLT_TEST_LAUNCHER ${VLT_SETARCH} -R)
   endif()
 endif()
+
+# A build for another kind of machine, with whose programs this one's tests talk.
+set(VLT_PEER_BUILD "" CACHE PATH "Build directory of the powerpc preset, for tests that mix hosts")
+if(VLT_PEER_BUILD)
+  find_program(VLT_PEER_EMULATOR NAMES qemu-ppc-static qemu-ppc REQUIRED)
+endif()

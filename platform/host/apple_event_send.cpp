@@ -16,6 +16,7 @@
 #include "platform/host/port_table.h"
 #include "platform/host/process_manager.h"
 #include "platform/host/receiver.h"
+#include "platform/host/thread_object.h"
 
 namespace {
 
@@ -53,7 +54,7 @@ HostFrameHeader RequestHeader(const Delivery& delivery) {
 
 // The thread's own gather list, so that a send allocates nothing.
 OSStatus Flatten(const AppleEvent* event, HostGather** frame) {
-  thread_local HostGather gather;
+  HostGather& gather = HostThreadObject<HostGather>();
   gather.Clear();
   *frame = &gather;
   return HostFlattenEvent(event, gather);

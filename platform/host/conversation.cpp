@@ -20,6 +20,7 @@
 #include "platform/host/frame_stream.h"
 #include "platform/host/port_address.h"
 #include "platform/host/port_table.h"
+#include "platform/host/thread_object.h"
 
 namespace {
 
@@ -292,10 +293,7 @@ Conversation* Conversations::FindOrOpen(uint64_t portID, int64_t deadline, OSSta
   return conversation;
 }
 
-Conversations& ThreadConversations() {
-  thread_local Conversations conversations;
-  return conversations;
-}
+Conversations& ThreadConversations() { return HostThreadObject<Conversations>(); }
 
 }  // namespace
 

@@ -8,6 +8,7 @@
 #include "platform/host/descriptors.h"
 #include "platform/host/run_loop.h"
 #include "platform/host/thread_loop.h"
+#include "platform/host/thread_object.h"
 
 namespace {
 
@@ -40,10 +41,7 @@ struct ThreadLoop {
   }
 };
 
-ThreadLoop& OwnLoop() {
-  thread_local ThreadLoop own;
-  return own;
-}
+ThreadLoop& OwnLoop() { return HostThreadObject<ThreadLoop>(); }
 
 SInt32 RunFor(HostCFString* mode, CFTimeInterval seconds, bool returnAfterSource) {
   __CFRunLoop* loop = CFRunLoopGetCurrent();

@@ -5,14 +5,14 @@
 #include <mach/mach.h>
 #include <servers/bootstrap.h>
 
-#include <cerrno>
-#include <csignal>
-#include <cstdlib>
-#include <ctime>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
 
 #include <atomic>
 #include <fstream>
@@ -114,7 +114,8 @@ TEST(PortRace, OneOfFiftyWinsEachOfAHundredRounds) {
   const std::string name = UniquePortName();
   std::vector<std::unique_ptr<TestProcess>> racers;
   for (int i = 0; i < kRacers; i++) {
-    racers.push_back(std::make_unique<TestProcess>("Racer", name.c_str(), std::vector<std::string>()));
+    racers.push_back(
+        std::make_unique<TestProcess>("Racer", name.c_str(), std::vector<std::string>()));
   }
   for (auto& racer : racers) ASSERT_TRUE(racer->WaitReady(20s));
   for (int round = 0; round < kRounds; round++) {
@@ -386,8 +387,8 @@ std::string NewFolder() {
 
 TEST(SessionDirectory, AnUnusableOneIsRefusedWithTheReason) {
   enum class Trouble { kMode, kLink, kFile, kMissing, kOwner };
-  for (const Trouble trouble : {Trouble::kMode, Trouble::kLink, Trouble::kFile, Trouble::kMissing,
-                                Trouble::kOwner}) {
+  for (const Trouble trouble :
+       {Trouble::kMode, Trouble::kLink, Trouble::kFile, Trouble::kMissing, Trouble::kOwner}) {
     SCOPED_TRACE(static_cast<int>(trouble));
     if (trouble == Trouble::kOwner && geteuid() != 0) continue;  // only root can give one away
     const std::string runtime = NewFolder();
