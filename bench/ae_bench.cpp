@@ -54,11 +54,10 @@ AppleEvent MakeRequest(UInt32 port, const std::vector<UInt8>& data) {
 
 // The server's part: reads three attributes and the data, and answers with a number.
 AppleEvent Answer(AppleEvent& request, std::vector<UInt8>& buffer) {
-  const Boolean wanted = 1;
   UInt32 eventClass = 0;
   UInt32 eventID = 0;
   Boolean replyWanted = 0;
-  HostSetEventAttribute(&request, keyReplyRequestedAttr, typeBoolean, &wanted, sizeof wanted);
+  HostSetArrival(&request, {true, kAELocalProcess, 0});
   AEGetAttributePtr(&request, keyEventClassAttr, typeType, nullptr, &eventClass, 4, nullptr);
   AEGetAttributePtr(&request, keyEventIDAttr, typeType, nullptr, &eventID, 4, nullptr);
   AEGetAttributePtr(&request, keyReplyRequestedAttr, typeBoolean, nullptr, &replyWanted, 1,

@@ -84,6 +84,21 @@ void SetReturnID(HostAEEvent* event, AEReturnID id) {
       id == kAutoGenerateReturnID ? MakeReturnID(&event->fields.ownsReturnID) : id;
 }
 
+constexpr uint16_t BitOfKey(AEKeyword key) {
+  uint16_t bit = 1;
+  for (const HostAttributeRow& row : kRows) {
+    if (row.key == key) return bit;
+    bit = static_cast<uint16_t>(bit << 1);
+  }
+  return 0;
+}
+
+// The address of an event that has none yet.
+void SetPortAddress(HostAEEvent* event, UInt32 port) {
+  event->fields.address.Release();
+  event->fields.address.SetBytes(typeMachPort, &port, sizeof port);
+}
+
 // Takes the item over also when it fails.
 OSStatus SetField(HostAEEvent* event, const HostAttributeRow& row, HostAEItem* item) {
   OSStatus err = 0;
@@ -103,11 +118,11 @@ OSStatus SetField(HostAEEvent* event, const HostAttributeRow& row, HostAEItem* i
 }
 
 // Takes the item over also when it fails.
-OSStatus SetAttribute(AppleEvent* desc, AEKeyword key, HostAEItem* item, bool sending) {
+OSStatus SetAttribute(AppleEvent* desc, AEKeyword key, HostAEItem* item) {
   HostAEEvent* event = nullptr;
   OSStatus err = HostFindEvent(desc, &event);
   const HostAttributeRow* row = HostFindAttributeRow(key);
-  if (err == 0 && row != nullptr && (row->flags & kSending) != 0 && !sending) {
+  if (err == 0 && row != nullptr && (row->flags & kSending) != 0) {
     err = errAEWrongDataType;
   }
   // An address is one value: what would need a container is none.
@@ -201,11 +216,31 @@ OSStatus HostGetEventAddress(const AppleEvent* desc, DescType* type, Size* size,
   return 0;
 }
 
-OSStatus HostSetEventAttribute(AppleEvent* event, AEKeyword key, DescType type, const void* data,
-                               Size size) {
-  HostAEItem item;
-  const OSStatus err = HostItemFromBytes(type, data, size, &item);
-  return err == 0 ? SetAttribute(event, key, &item, true) : err;
+OSStatus HostSetArrival(AppleEvent* desc, const HostArrival& arrival) {
+  HostAEEvent* event = nullptr;
+  const OSStatus err = HostFindEvent(desc, &event);
+  if (err != 0) return err;
+  event->fields.replyRequested = arrival.replyRequested ? 1 : 0;
+  event->fields.source = arrival.source;
+  event->fields.present |= BitOfKey(keyReplyRequestedAttr) | BitOfKey(keyEventSourceAttr);
+  if (arrival.replyPort == 0) return 0;
+  event->fields.replyPort = arrival.replyPort;
+  event->fields.present |= BitOfKey(keyReplyPortAttr);
+  SetPortAddress(event, arrival.replyPort);
+  return 0;
+}
+
+OSStatus HostMakeAnswer(const AppleEvent* request, UInt32 replyPort, AppleEvent* answer) {
+  HostAEEvent* asked = nullptr;
+  OSStatus err = HostFindEvent(request, &asked);
+  if (err == 0) {
+    err = AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, asked->fields.returnID,
+                             asked->fields.transactionID, answer);
+  }
+  HostAEEvent* made = nullptr;
+  if (err == 0 && replyPort != 0) err = HostFindEvent(answer, &made);
+  if (made != nullptr) SetPortAddress(made, replyPort);
+  return err;
 }
 
 extern "C" {
@@ -243,14 +278,14 @@ OSErr AEPutAttributePtr(AppleEvent* event, AEKeyword key, DescType type, const v
                         Size size) {
   HostAEItem item;
   OSStatus err = HostItemFromBytes(type, data, size, &item);
-  if (err == 0) err = SetAttribute(event, key, &item, false);
+  if (err == 0) err = SetAttribute(event, key, &item);
   return static_cast<OSErr>(err);
 }
 
 OSErr AEPutAttributeDesc(AppleEvent* event, AEKeyword key, const AEDesc* desc) {
   HostAEItem item;
   OSStatus err = HostItemFromDesc(desc, &item);
-  if (err == 0) err = SetAttribute(event, key, &item, false);
+  if (err == 0) err = SetAttribute(event, key, &item);
   return static_cast<OSErr>(err);
 }
 

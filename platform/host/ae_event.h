@@ -23,12 +23,17 @@ OSStatus HostGetEventHead(const AppleEvent* event, HostEventHead* head);
 OSStatus HostGetEventAddress(const AppleEvent* event, DescType* type, Size* size,
                              UInt8 (&first)[8]);
 
-// Sets any attribute, those included that callers cannot put. One that has a type of its own
-// coerces the data.
-// Result  0; paramErr, errAENotAEDesc, errAENotAppleEvent, errAEWrongDataType (a container's
-//         code), errAECoercionFail, memFullErr; the event is then unchanged.
-OSStatus HostSetEventAttribute(AppleEvent* event, AEKeyword key, DescType type, const void* data,
-                               Size size);
+// What the transport knows of an event that arrived.
+struct HostArrival {
+  bool replyRequested = false;
+  SInt16 source = 0;     // a value of the event source attribute
+  UInt32 replyPort = 0;  // also the event's address then; 0: none
+};
+OSStatus HostSetArrival(AppleEvent* event, const HostArrival& arrival);
+
+// Makes the event to answer `request` with: the answer's class and id, the request's return and
+// transaction id, addressed to `replyPort` (0: to nobody). Results of AECreateAppleEvent.
+OSStatus HostMakeAnswer(const AppleEvent* request, UInt32 replyPort, AppleEvent* answer);
 
 // One attribute that has a field of its own.
 struct HostAttributeRow {

@@ -123,12 +123,7 @@ OSStatus SendToPort(mach_port_t port, const Delivery& delivery) {
 // What a process without handlers answers itself.
 OSStatus AnswerUnhandled(const Delivery& delivery) {
   if (delivery.reply == nullptr) return 0;
-  HostEventHead head;
-  OSStatus err = HostGetEventHead(delivery.event, &head);
-  if (err == 0) {
-    err = AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, head.returnID,
-                             head.transactionID, delivery.reply);
-  }
+  OSStatus err = HostMakeAnswer(delivery.event, MACH_PORT_NULL, delivery.reply);
   const SInt32 result = errAEEventNotHandled;
   if (err == 0) {
     err = AEPutParamPtr(delivery.reply, keyErrorNumber, typeSInt32, &result, sizeof result);

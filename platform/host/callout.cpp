@@ -12,10 +12,6 @@ namespace {
 
 thread_local HostCallout* sInnermost = nullptr;
 
-// Values of the event source attribute, as the Apple Event Manager documents them.
-constexpr SInt16 kSameProcess = 2;
-constexpr SInt16 kLocalProcess = 3;
-
 }  // namespace
 
 HostCallout::HostCallout(std::shared_ptr<HostReceiver> servedBy, HostMessage taken)
@@ -46,8 +42,16 @@ HostCallout* HostCallout::Find(const mach_msg_header_t* header) {
 OSStatus HostCallout::Decode(AppleEvent* event, AppleEvent* reply) {
   if (std::exchange(decoded, true)) return errAENotAppleEvent;
   OSStatus err = HostDecodeEvent(std::move(message.body), &decodedEvent);
-  if (err == 0) err = SetArrivalAttributes(&decodedEvent);
-  if (err == 0 && message.header.ReplyWanted()) err = MakeReply(&decodedEvent, &decodedReply);
+  HostArrival arrival;
+  arrival.replyRequested = message.header.ReplyWanted();
+  arrival.source = message.connection == 0 ? kAESameProcess : kAELocalProcess;
+  if (err == 0 && arrival.replyRequested) {
+    arrival.replyPort = MakeReplyRight();
+    err = arrival.replyPort == MACH_PORT_NULL
+              ? OSStatus{memFullErr}
+              : HostMakeAnswer(&decodedEvent, arrival.replyPort, &decodedReply);
+  }
+  if (err == 0) err = HostSetArrival(&decodedEvent, arrival);
   if (err != 0) {
     AEDisposeDesc(&decodedEvent);
     AEDisposeDesc(&decodedReply);
@@ -58,41 +62,19 @@ OSStatus HostCallout::Decode(AppleEvent* event, AppleEvent* reply) {
   return 0;
 }
 
-OSStatus HostCallout::SetArrivalAttributes(AppleEvent* request) const {
-  const UInt8 wanted = message.header.ReplyWanted() ? 1 : 0;
-  const SInt16 source = message.connection == 0 ? kSameProcess : kLocalProcess;
-  OSStatus err = HostSetEventAttribute(request, keyReplyRequestedAttr, typeBoolean, &wanted, 1);
-  if (err != 0) return err;
-  return HostSetEventAttribute(request, keyEventSourceAttr, typeSInt16, &source, sizeof source);
-}
-
 // The answer is addressed to a reply right of this process; the asker's own number for its reply
 // port means nothing here.
-OSStatus HostCallout::MakeReply(AppleEvent* request, AppleEvent* answer) {
-  HostEventHead head;
-  OSStatus err = HostGetEventHead(request, &head);
-  if (err == 0) {
-    err = AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, head.returnID,
-                             head.transactionID, answer);
-  }
-  if (err != 0) return err;
-
-  mach_port_t right = kHostDiscardPort;
+mach_port_t HostCallout::MakeReplyRight() {
   if (message.connection != 0) {
-    right = HostInsertReplyRight(
+    const mach_port_t right = HostInsertReplyRight(
         {receiver, message.connection, message.header.requestNumber, nullptr});
     // A connection has one asker at a time: whoever asked before waits no more.
     const mach_port_t before = receiver->ExchangeReplyRight(message.connection, right);
     if (before != MACH_PORT_NULL) HostRemoveReplyRight(before);
-  } else if (message.waiter != nullptr) {
-    right = HostInsertReplyRight({nullptr, 0, 0, message.waiter});
-    if (right != MACH_PORT_NULL && !message.waiter->Expect(right)) HostRemoveReplyRight(right);
+    return right;
   }
-  if (right == MACH_PORT_NULL) return memFullErr;
-  err = HostSetEventAttribute(request, keyReplyPortAttr, typeMachPort, &right, sizeof right);
-  if (err == 0) {
-    err = HostSetEventAttribute(request, keyAddressAttr, typeMachPort, &right, sizeof right);
-  }
-  if (err != 0) return err;
-  return HostSetEventAttribute(answer, keyAddressAttr, typeMachPort, &right, sizeof right);
+  if (message.waiter == nullptr) return kHostDiscardPort;
+  const mach_port_t right = HostInsertReplyRight({nullptr, 0, 0, message.waiter});
+  if (right != MACH_PORT_NULL && !message.waiter->Expect(right)) HostRemoveReplyRight(right);
+  return right;
 }

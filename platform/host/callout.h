@@ -25,8 +25,7 @@ class HostCallout {
   OSStatus Decode(AppleEvent* event, AppleEvent* reply);
 
  private:
-  OSStatus SetArrivalAttributes(AppleEvent* request) const;
-  OSStatus MakeReply(AppleEvent* request, AppleEvent* answer);
+  mach_port_t MakeReplyRight();
 
   mach_msg_header_t header = {};
   std::shared_ptr<HostReceiver> receiver;

@@ -80,7 +80,7 @@ class Conversation {
 
   int descriptor = -1;
   uint64_t portID = 0;
-  HostFrameReader in;
+  HostFrameReader in{false};
   HostOutQueue unfinished;  // the rest of a frame whose sender's time ran out
   int64_t receiveTimeout = 0;  // as set on the socket, ns; 0: none
 };
@@ -123,7 +123,7 @@ OSStatus Conversation::Open(uint64_t port, int64_t deadline) {
 void Conversation::Close() {
   HostCloseDescriptor(descriptor);
   descriptor = -1;
-  in = HostFrameReader();
+  in = HostFrameReader(false);
   unfinished = HostOutQueue();
   receiveTimeout = 0;
 }

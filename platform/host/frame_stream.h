@@ -16,6 +16,10 @@
 // a frame's buffer grows as it fills, whatever length its header claims.
 class HostFrameReader {
  public:
+  // With `refuse`, a descriptor that the peer passes along is noticed (and never installed); else
+  // the kernel drops it.
+  explicit HostFrameReader(bool refuse = true) : refuseDescriptors(refuse) {}
+
   // One receive call on `fd` with `flags` (MSG_DONTWAIT or 0).
   // Result  bytes received; 0 at the end of the stream; -1 with errno: EAGAIN, EINTR, ENOMEM,
   //         EBADMSG (somebody passed a descriptor: the stream is to be closed), others.
@@ -36,6 +40,7 @@ class HostFrameReader {
   bool MakeRoom();
   void LookAtHeader();
 
+  bool refuseDescriptors;
   HostFrameRef block;
   size_t begin = 0;  // of the first frame not yet taken, in `block`
   size_t end = 0;    // of what was received

@@ -15,7 +15,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <new>
 #include <tuple>
 #include <utility>
@@ -31,16 +30,12 @@ namespace {
 
 constexpr int kBacklog = 4096;
 constexpr int kAcceptsPerEvent = 64;
-constexpr size_t kLocalLimit = size_t{64} << 20;           // bytes queued by this process itself
-constexpr size_t kQueuedPerConnection = size_t{8} << 20;   // behind the reply being written
-constexpr size_t kQueuedInAll = size_t{64} << 20;
 constexpr size_t kPartialInAll = size_t{64} << 20;
 constexpr size_t kPartialAlways = size_t{64} << 10;  // a frame may begin whatever others hold
 constexpr int64_t kPartialAge = 30 * kHostSecond;
 constexpr int64_t kRetryAfter = 50 * kHostMillisecond;
 constexpr int64_t kDestroyGrace = kHostSecond;
 
-constinit std::atomic<size_t> sQueuedInAll{0};
 constinit std::atomic<size_t> sPartialInAll{0};
 
 // 62 random bits, so that 1 + id is a file offset; never 0.
@@ -83,50 +78,6 @@ void ChangeEpoll(int epollSet, int fd, uint64_t data, uint32_t before, uint32_t 
 uint64_t EventData(uint32_t tag, uint32_t connection) { return uint64_t{tag} << 32 | connection; }
 
 }  // namespace
-
-void HostLocalWaiter::Answer(HostFrameSlice body) {
-  const std::lock_guard<std::mutex> lock(mutex);
-  if (state != State::kWaiting) return;
-  state = State::kAnswered;
-  reply = std::move(body);
-  changed.notify_all();
-}
-
-void HostLocalWaiter::Abandon() {
-  const std::lock_guard<std::mutex> lock(mutex);
-  if (state != State::kWaiting) return;
-  state = State::kAbandoned;
-  changed.notify_all();
-}
-
-bool HostLocalWaiter::Expect(mach_port_t right) {
-  const std::lock_guard<std::mutex> lock(mutex);
-  if (state != State::kWaiting) return false;
-  replyRight = right;
-  return true;
-}
-
-OSStatus HostLocalWaiter::Wait(int64_t deadline, HostFrameSlice* body) {
-  mach_port_t right = MACH_PORT_NULL;
-  State result = State::kWaiting;
-  {
-    std::unique_lock<std::mutex> lock(mutex);
-    const auto settled = [this] { return state != State::kWaiting; };
-    if (deadline == kHostNever) {
-      changed.wait(lock, settled);
-    } else {
-      using Clock = std::chrono::steady_clock;
-      changed.wait_until(lock, Clock::time_point(std::chrono::nanoseconds(deadline)), settled);
-    }
-    if (state == State::kWaiting) state = State::kTimedOut;
-    result = state;
-    right = std::exchange(replyRight, MACH_PORT_NULL);
-    *body = std::move(reply);
-  }
-  if (right != MACH_PORT_NULL) HostRemoveReplyRight(right);
-  if (result == State::kAnswered) return 0;
-  return result == State::kAbandoned ? OSStatus{connectionInvalid} : OSStatus{errAETimeout};
-}
 
 HostReceiver::HostReceiver(mach_port_t portName)
     : name(portName),
@@ -583,17 +534,6 @@ bool HostReceiver::DropIfFinished(HostConnection& connection) {
   return true;
 }
 
-// Waits for the peer to read its replies, at most until `end`.
-void HostReceiver::FlushUntil(HostConnection& connection, int64_t end) {
-  for (;;) {
-    const int error = connection.out.Flush(connection.descriptor);
-    const int wait = HostMillisecondsUntil(end, HostNow());
-    if (error != EAGAIN || wait == 0) return;
-    pollfd entry = {connection.descriptor, POLLOUT, 0};
-    if (poll(&entry, 1, wait) < 0 && errno != EINTR) return;
-  }
-}
-
 void HostReceiver::Destroy() {
   if (IsForeign()) return;
   const std::lock_guard<std::mutex> lock(mutex);
@@ -638,76 +578,6 @@ HostReceiver::Counts HostReceiver::Count() {
     counts.partialBytes += connection->countedPartial;
   }
   return counts;
-}
-
-// Sending.
-
-OSStatus HostReceiver::PostLocal(const HostFrameHeader& header, HostGather& frame,
-                                 std::shared_ptr<HostLocalWaiter> waiter) {
-  HostFrameSlice body = HostCopyFrameBody(frame);
-  if (!body.owner) return memFullErr;
-  const size_t size = body.size;
-
-  const std::lock_guard<std::mutex> lock(mutex);
-  if (IsForeign() || IsDestroyed()) return connectionInvalid;
-  if (localBytes + size > kLocalLimit) return errAETimeout;
-  local.push_back({header, std::move(body), std::move(waiter)});
-  localBytes += size;
-  UpdateWaiting();
-  for (const Watcher& watcher : watchers) {
-    const uint64_t one = 1;
-    // Full means woken already.
-    (void)!write(watcher.wakeDescriptor, &one, sizeof one);
-  }
-  return 0;
-}
-
-OSStatus HostReceiver::Reply(uint32_t number, HostGather& frame) {
-  const std::lock_guard<std::mutex> lock(mutex);
-  if (IsForeign()) return connectionInvalid;
-  HostConnection* connection = Find(number);
-  if (connection == nullptr) return connectionInvalid;
-  size_t written = 0;
-  const std::vector<iovec>& pieces = frame.Pieces();
-  if (connection->out.IsEmpty()) {
-    const int error = HostWritePieces(connection->descriptor, pieces, &written);
-    if (error == 0) return 0;
-    if (error != EAGAIN) return connectionInvalid;
-  }
-  if (!connection->out.Append(pieces, written)) {
-    Drop(*connection);
-    return memFullErr;
-  }
-  CountQueued(*connection);
-  UpdateInterest(*connection);
-  EnforceQueueLimits(*connection);
-  return 0;
-}
-
-mach_port_t HostReceiver::ExchangeReplyRight(uint32_t number, mach_port_t right) {
-  const std::lock_guard<std::mutex> lock(mutex);
-  HostConnection* connection = IsForeign() ? nullptr : Find(number);
-  if (connection == nullptr) return right;
-  return std::exchange(connection->replyRight, right);
-}
-
-void HostReceiver::EnforceQueueLimits(HostConnection& connection) {
-  if (connection.out.WaitingSize() > kQueuedPerConnection) {
-    Drop(connection);
-    return;
-  }
-  if (sQueuedInAll.load(std::memory_order_relaxed) <= kQueuedInAll) return;
-  HostConnection* fullest = nullptr;
-  for (const auto& [number, other] : connections) {
-    if (fullest == nullptr || other->countedQueued > fullest->countedQueued) fullest = other.get();
-  }
-  Drop(*fullest);
-}
-
-void HostReceiver::CountQueued(HostConnection& connection) {
-  const size_t size = connection.out.Size();
-  sQueuedInAll.fetch_add(size - connection.countedQueued, std::memory_order_relaxed);
-  connection.countedQueued = size;
 }
 
 // Bounds on what is partly received.

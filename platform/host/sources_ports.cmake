@@ -9,12 +9,14 @@ target_sources(vlt_platform PRIVATE
   host/frame.cpp
   host/frame_stream.cpp
   host/introspect.cpp
+  host/local_waiter.cpp
   host/mach_port.cpp
   host/name_registry.cpp
   host/port_address.cpp
   host/port_table.cpp
   host/proc_status.cpp
   host/receiver.cpp
+  host/receiver_output.cpp
   host/run_loop.cpp
   host/run_loop_calls.cpp
   host/run_loop_source.cpp

@@ -1,3 +1,7 @@
 vlt_add_test(NAME port_name_test LABEL unit SOURCES port_name_test.cpp LIBS vlt_aeport)
 vlt_add_test(NAME port_listener_test LABEL unit SOURCES port_listener_test.cpp LIBS vlt_aeport)
 vlt_add_test(NAME event_test LABEL unit SOURCES event_test.cpp LIBS vlt_aeport)
+vlt_add_test(NAME params_test LABEL unit SOURCES params_test.cpp LIBS vlt_aeport)
+vlt_add_test(NAME param_copy_test LABEL unit SOURCES param_copy_test.cpp LIBS vlt_aeport)
+vlt_add_test(NAME coercion_test LABEL unit SOURCES coercion_test.cpp LIBS vlt_aeport)
+vlt_add_test(NAME desc_bytes_test LABEL unit SOURCES desc_bytes_test.cpp LIBS vlt_aeport)

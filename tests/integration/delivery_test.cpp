@@ -69,7 +69,10 @@ TEST_ROLE(Recorder) {
       return AEPutParamPtr(served.reply, kValue, kData, bytes.data(),
                            static_cast<Size>(bytes.size()));
     }
-    if (served.eventID == kHang) raise(SIGSTOP);
+    if (served.eventID == kHang) {
+      role.Tell("hanging");
+      raise(SIGSTOP);
+    }
     if (served.eventID == kThrow) throw VLTAppException(-1);
     return OSErr{0};
   };
@@ -191,8 +194,7 @@ TEST(Delivery, AServerThatDiesEndsTheWaitAtOnce) {
     Request hang(&address, kHang, kAEWaitReply);
     OSStatus status = 0;
     std::thread waiter([&] { status = hang.Send(0); });  // for ever, but for the death
-    VLTPortDestinationAddress second(server.PortName());
-    EXPECT_EQ(errAETimeout, Request(&second, kTell, kAEWaitReply).Send(12));
+    EXPECT_EQ("hanging", server.Hear(20s));
     EXPECT_TRUE(server.KillAndWait(20s));
     waiter.join();
     EXPECT_EQ(connectionInvalid, status);

@@ -388,9 +388,7 @@ TEST(Decode, RecycledEventsAreEmpty) {
   for (int round = 0; round < 100; ++round) {
     StDesc rich, next;
     ASSERT_EQ(0, Decode(FromHex(kRichEvent), &rich));
-    const Boolean yes = 1;
-    ASSERT_EQ(0, HostSetEventAttribute(&rich, keyReplyRequestedAttr, typeBoolean, &yes, 1));
-    ASSERT_EQ(0, HostSetEventAttribute(&rich, keyAddressAttr, typeMachPort, "addr", 4));
+    ASSERT_EQ(0, HostSetArrival(&rich, {true, kAELocalProcess, 4711}));
     AEDisposeDesc(&rich);
     ASSERT_EQ(0, Decode(plain, &next));
     EXPECT_EQ(expected, Printed(next));

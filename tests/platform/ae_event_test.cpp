@@ -136,10 +136,7 @@ TEST(Event, AttributesByDescriptor) {
 TEST(Event, TheTransportSetsWhatCallersCannot) {
   StDesc event;
   MakeEvent(&event);
-  const Boolean yes = 1;
-  const SInt16 source = kAELocalProcess;
-  EXPECT_EQ(0, HostSetEventAttribute(&event, keyReplyRequestedAttr, typeBoolean, &yes, 1));
-  EXPECT_EQ(0, HostSetEventAttribute(&event, keyEventSourceAttr, typeSInt16, &source, 2));
+  EXPECT_EQ(0, HostSetArrival(&event, {true, kAELocalProcess, 0}));
   EXPECT_EQ(Bool(1), Attribute(&event, keyReplyRequestedAttr));
   EXPECT_EQ(Short(3), Attribute(&event, keyEventSourceAttr));
 

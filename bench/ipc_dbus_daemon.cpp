@@ -1,0 +1,66 @@
+#include "bench/ipc_dbus_daemon.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "platform/host/clock.h"
+
+namespace {
+
+constexpr char kProgram[] = "/usr/bin/dbus-daemon";
+constexpr int kStartMs = 10'000;
+
+// Everything is allowed and nothing is limited that a measurement could run into.
+constexpr char kConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC
+ "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>session</type>
+  <listen>%ADDRESS%</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow send_destination="*"/>
+    <allow receive_sender="*"/>
+    <allow own="*"/>
+  </policy>
+  <limit name="max_incoming_bytes">1000000000</limit>
+  <limit name="max_outgoing_bytes">1000000000</limit>
+  <limit name="max_message_size">134217728</limit>
+  <limit name="max_replies_per_connection">50000</limit>
+</busconfig>
+)";
+
+}  // namespace
+
+bool IpcDBusDaemon::IsInstalled() { return access(kProgram, X_OK) == 0; }
+
+bool IpcDBusDaemon::WriteConfiguration() const {
+  std::string text = kConfiguration;
+  const std::string mark = "%ADDRESS%";
+  text.replace(text.find(mark), mark.size(), Address());
+  std::ofstream file(ConfigurationPath());
+  file << text;
+  file.close();
+  return !file.fail();
+}
+
+bool IpcDBusDaemon::Start(const IpcProcessors& processors) {
+  int ends[2];
+  if (!IsInstalled() || !WriteConfiguration() || pipe2(ends, O_CLOEXEC) != 0) return false;
+  const bool started = process.Exec(
+      processors,
+      {kProgram, "--config-file=" + ConfigurationPath(), "--nofork", "--nopidfile", "--nosyslog",
+       "--print-address=" + std::to_string(ends[1])},
+      ends[1]);
+  close(ends[1]);
+  // It says its address when it listens; an end of file means that it gave up.
+  char first = 0;
+  const bool listens =
+      started && IpcWaitReadable(ends[0], kStartMs) && read(ends[0], &first, 1) == 1;
+  startTime = HostNow() - process.ExecTime();
+  close(ends[0]);
+  if (!listens) Stop();
+  return listens;
+}

@@ -1,0 +1,284 @@
+#include "aeport/coercion.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/platform/ae_support.h"
+
+namespace {
+
+constexpr DescType kWild = FourCC('w', 'i', 'l', 'd');
+constexpr DescType kBest = FourCC('g', 'o', 'o', 'd');
+
+SInt32 CountOf(const std::vector<DescType>& types) { return static_cast<SInt32>(types.size()); }
+
+TEST(TypeLists, WhichTypeSuits) {
+  const struct {
+    const char* what;
+    DescType type;
+    std::vector<DescType> list;
+    DescType found;
+  } rows[] = {
+      {"in the list", typeChar, {typeSInt32, typeChar}, typeChar},
+      {"not in the list", typeChar, {typeSInt32}, 0},
+      {"empty", typeChar, {}, 0},
+      {"anything", typeWildCard, {typeSInt32}, kWild},
+      {"the best", typeBest, {typeSInt32}, kBest},
+      {"an equal first entry", typeWildCard, {typeWildCard, typeChar}, typeWildCard},
+      // Meant: the first entry that differs decides.
+      {"an equal later entry", typeBest, {typeSInt32, typeBest}, kBest},
+      {"anything, empty", typeWildCard, {}, 0},
+      {"a wildcard entry is no match", typeChar, {typeWildCard, typeBest}, 0},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(row.found, OSTypeInList(row.type, row.list.data(), CountOf(row.list), kWild, kBest))
+        << row.what;
+  }
+  const DescType one = typeChar;
+  EXPECT_EQ(0u, OSTypeInList(typeChar, nullptr, 1, kWild, kBest));
+  EXPECT_EQ(0u, OSTypeInList(typeChar, &one, -1, kWild, kBest));
+}
+
+// What a coercion leaves in a destination that held the text "old".
+struct Outcome {
+  OSStatus err;
+  Raw held;
+  bool operator==(const Outcome&) const = default;
+};
+void PrintTo(const Outcome& outcome, std::ostream* out) {
+  *out << outcome.err << ' ' << testing::PrintToString(outcome.held);
+}
+const Raw kOld = Text("old");
+const Outcome kRefused = {errAECoercionFail, kOld};
+
+// One row serves a descriptor and plain bytes alike.
+TEST(Coercions, ToOneType) {
+  const struct {
+    Raw source;
+    DescType target;
+    Outcome outcome;
+  } rows[] = {
+      {Long(7), typeSInt32, {0, Long(7)}},
+      {Long(7), typeWildCard, {0, Long(7)}},
+      {Long(7), typeBest, {0, Long(7)}},
+      {{typeSInt32, "odd"}, typeSInt32, {0, {typeSInt32, "odd"}}},  // copied, not looked at
+      {Short(-7), typeSInt32, {0, Long(-7)}},
+      {Long(70000), typeSInt16, kRefused},
+      {{typeSInt32, "odd"}, typeSInt16, kRefused},
+      {Text("12"), typeSInt32, {0, Long(12)}},
+      {Text("twelve"), typeSInt32, kRefused},
+      {Text("abc"),
+       typePString,
+       {0,
+        {typePString,
+         "\x03"
+         "abc"}}},
+      {Text(std::string(256, 'x')), typePString, kRefused},
+      {Text("abc"), typeCString, {0, {typeCString, std::string("abc\0", 4)}}},
+      // By way of a text, which has no direct form of these.
+      {Long(-12), typePString, {0, {typePString, "\x03-12"}}},
+      {Code(typeType, 0x61626364), typeCString, {0, {typeCString, std::string("abcd\0", 5)}}},
+      {{typeCString, std::string("e\x8E\0", 3)}, typeUnicodeText, {0, UTF16(u"e\u00E9")}},
+      {{typePString,
+        "\x02"
+        "ab"},
+       typeCString,
+       {0, {typeCString, std::string("ab\0", 3)}}},
+      {UTF8("\xC3\xA9"), typePString, {0, {typePString, "\x01\x8E"}}},
+      // The way through text ends: once, not for ever.
+      {Text("abc"), typeEncodedString, kRefused},
+      {Text("abc"), typeStyledUnicodeText, kRefused},
+      {Long(5), typeEncodedString, kRefused},
+      {UTF8("\xE4\xB8\xAD"), typePString, kRefused},  // no Mac Roman character
+      {Bool(1), typePString, kRefused},               // no text
+      // Only these go through text.
+      {{typePString,
+        "\x01"
+        "5"},
+       typeSInt32,
+       kRefused},
+      {{typeNull, ""}, typeSInt32, kRefused},
+      {{typeNull, ""}, typeNull, {0, {typeNull, ""}}},
+      {Text(""), typeChar, {0, Text("")}},
+      {Text({"a\0b", 3}), typeCString, {0, {typeCString, std::string("a\0b\0", 4)}}},
+  };
+  DescCheck noLeaks;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.source) + " to " + CodeText(row.target));
+    StDesc source, byDesc, byPtr;
+    Make(row.source, &source);
+    Make(kOld, &byDesc);
+    Make(kOld, &byPtr);
+    OSStatus err = AECoerceDescToType(source, row.target, byDesc);
+    EXPECT_EQ(row.outcome, (Outcome{err, Contents(byDesc)}));
+    EXPECT_EQ(row.source, Contents(source));
+    err = AECoercePtrToDesc(row.source.type, row.source.bytes.data(), row.source.ByteCount(),
+                            row.target, byPtr);
+    EXPECT_EQ(row.outcome, (Outcome{err, Contents(byPtr)}));
+
+    // Into the source itself.
+    err = AECoerceDescToType(source, row.target, source);
+    EXPECT_EQ(row.outcome.err, err);
+    EXPECT_EQ(err == 0 ? row.outcome.held : row.source, Contents(source));
+  }
+}
+
+TEST(Coercions, ToTheFirstTypeThatWorks) {
+  const std::vector<DescType> none = {};
+  const struct {
+    const char* what;
+    Raw source;
+    std::vector<DescType> list;
+    DescType wild, best;
+    Outcome outcome;
+  } rows[] = {
+      {"own type, later in the list",
+       Text("12"),
+       {typeSInt32, typeChar},
+       kWild,
+       kBest,
+       {0, Text("12")}},
+      {"first that works",
+       Text("12"),
+       {typeBoolean, typeSInt16, typeSInt32},
+       kWild,
+       kBest,
+       {0, Short(12)}},
+      {"wildcard entry", Long(5), {typeWildCard}, typeSInt16, kBest, {0, Short(5)}},
+      {"best entry", Long(5), {typeBest}, kWild, typeSInt16, {0, Short(5)}},
+      {"anything goes", Long(5), {typeWildCard}, typeWildCard, kBest, {0, Long(5)}},
+      {"through text",
+       Long(5),
+       {typeType, typePString},
+       kWild,
+       kBest,
+       {0,
+        {typePString,
+         "\x01"
+         "5"}}},
+      {"last error", Text("x"), {typeSInt32, kWild}, kWild, kBest, kRefused},
+      {"empty list", Text("x"), none, kWild, kBest, kRefused},
+  };
+  DescCheck noLeaks;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    StDesc source, byDesc, byPtr;
+    Make(row.source, &source);
+    Make(kOld, &byDesc);
+    Make(kOld, &byPtr);
+    OSStatus err = AECoerceDescToTypeList(source, byDesc, row.list.data(), CountOf(row.list),
+                                          row.wild, row.best);
+    EXPECT_EQ(row.outcome, (Outcome{err, Contents(byDesc)}));
+    err = AECoercePtrToTypeList(row.source.type, row.source.bytes.data(), row.source.ByteCount(),
+                                byPtr, row.list.data(), CountOf(row.list), row.wild, row.best);
+    EXPECT_EQ(row.outcome, (Outcome{err, Contents(byPtr)}));
+  }
+  StDesc source, destination;
+  Make(Long(5), &source);
+  EXPECT_EQ(errAECoercionFail,
+            AECoerceDescToTypeList(source, destination, nullptr, 3, typeSInt16, typeSInt16));
+  const SInt32 five = 5;
+  EXPECT_EQ(errAECoercionFail, AECoercePtrToTypeList(typeSInt32, &five, 4, destination, nullptr, 3,
+                                                     typeSInt16, typeSInt16));
+}
+
+TEST(Coercions, ListsOfOneItemCountAsThatItem) {
+  DescCheck noLeaks;
+  StDesc list, destination;
+  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+  EXPECT_EQ(errAECoercionFail, AECoerceDescToType(list, typeSInt32, destination));
+  ASSERT_EQ(0, AEPutPtr(&list, 0, typeChar, "12", 2));
+  EXPECT_EQ(0, AECoerceDescToType(list, typeSInt32, destination));
+  EXPECT_EQ(Long(12), Contents(destination));
+  EXPECT_EQ(0, AECoerceDescToType(list, typePString, destination));
+  EXPECT_EQ((Raw{typePString,
+                 "\x02"
+                 "12"}),
+            Contents(destination));
+  ASSERT_EQ(0, AEPutPtr(&list, 0, typeChar, "13", 2));
+  EXPECT_EQ(errAECoercionFail, AECoerceDescToType(list, typePString, destination));
+
+  // And the other way.
+  SInt32 count = 0;
+  const SInt32 five = 5;
+  EXPECT_EQ(0, AECoercePtrToDesc(typeSInt32, &five, 4, typeAEList, destination));
+  EXPECT_EQ(typeAEList, destination.descriptorType);
+  EXPECT_EQ(0, AECountItems(&destination, &count));
+  EXPECT_EQ(1, count);
+  EXPECT_EQ(0, AECoerceDescToType(list, typeAEList, destination));
+  EXPECT_EQ(0, AECountItems(&destination, &count));
+  EXPECT_EQ(2, count);
+}
+
+// The deepest list that can be is carried around like any other; one level more is refused.
+TEST(Coercions, OfListsNestedToTheLimit) {
+  DescCheck noLeaks;
+  StDesc deepest;
+  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &deepest));
+  ASSERT_EQ(0, AEPutPtr(&deepest, 0, typeChar, "12", 2));
+  for (int level = 1; level < 64; ++level) {
+    StDesc outer;
+    ASSERT_EQ(0, AECreateList(nullptr, 0, false, &outer));
+    ASSERT_EQ(0, AEPutDesc(&outer, 0, &deepest)) << level;
+    ASSERT_EQ(0, AECoerceDescToType(outer, typeAEList, deepest));
+  }
+  StDesc oneMore, number;
+  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &oneMore));
+  EXPECT_EQ(errAEBadListItem, AEPutDesc(&oneMore, 0, &deepest));
+  EXPECT_EQ(0, AECoerceDescToType(deepest, typeSInt32, number));
+  EXPECT_EQ(Long(12), Contents(number));
+  EXPECT_EQ(0, AECoerceDescToType(deepest, typePString, number));
+}
+
+TEST(Coercions, OfWhatIsNoDescriptor) {
+  DescCheck noLeaks;
+  StDesc source, destination;
+  Make(Text("abc"), &source);
+  const AEDesc stale = source;
+  Make(kOld, &destination);
+  AEDisposeDesc(&source);
+  EXPECT_EQ(errAENotAEDesc, AECoerceDescToType(stale, typePString, destination));
+  EXPECT_EQ(kOld, Contents(destination));
+  EXPECT_EQ(errAENotAEDesc, AECoerceDescToType(stale, typeChar, destination));
+  EXPECT_TRUE(destination.IsNull());
+
+  const struct {
+    DescType type;
+    const void* data;
+    SInt32 size;
+    OSStatus err;
+  } rows[] = {
+      {typeSInt32, nullptr, 4, paramErr},
+      {typeSInt32, "abcd", -1, paramErr},
+      {typeChar, "", INT32_MIN, paramErr},
+      {typeAEList, "abcd", 4, errAEWrongDataType},
+      {typeAppleEvent, "abcd", 4, errAEWrongDataType},
+      {typeChar, nullptr, 0, 0},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << CodeText(row.type) << " " << row.size);
+    StDesc copy, coerced, listed;
+    EXPECT_EQ(row.err, AECopyPtrToDesc(row.type, row.data, row.size, copy));
+    EXPECT_EQ(row.err, AECoercePtrToDesc(row.type, row.data, row.size, typeUTF8Text, coerced));
+    const DescType types[] = {typeSInt16, typeUTF8Text};
+    EXPECT_EQ(row.err, AECoercePtrToTypeList(row.type, row.data, row.size, listed, types, 2,
+                                             typeSInt16, typeSInt16));
+  }
+}
+
+// Two records of one storage: neither is used after the other's disposal.
+TEST(Coercions, IntoACopyOfTheSourcesRecord) {
+  DescCheck noLeaks;
+  for (const DescType target : {typeSInt32, typeSInt16, typeWildCard, typePString}) {
+    StDesc source;
+    Make(Long(5), &source);
+    StDesc twin;
+    static_cast<AEDesc&>(twin) = source;
+    EXPECT_EQ(0, AECoerceDescToType(source, target, twin)) << CodeText(target);
+    EXPECT_LT(0, AEGetDescDataSize(&twin)) << CodeText(target);
+  }
+}
+
+}  // namespace

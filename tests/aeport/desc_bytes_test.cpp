@@ -1,0 +1,132 @@
+#include "aeport/desc_bytes.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/platform/ae_support.h"
+
+namespace {
+
+constexpr SInt32 kLowest = INT32_MIN;
+constexpr SInt32 kHighest = INT32_MAX;
+
+// Every call is asked for part of a text; "~" stands for bytes that must not be touched.
+std::string Untouched() { return std::string(16, '~'); }
+
+std::string Filled(const std::string& start) {
+  std::string bytes = Untouched();
+  return bytes.replace(0, start.size(), start);
+}
+
+TEST(DescBytes, PartOfAValue) {
+  const struct {
+    const char* text;
+    SInt32 bufferSize;
+    SInt32 offset;
+    SInt32 result;
+    const char* copied;
+    SInt32 sameTypeResult;  // of plain bytes, which know no negative offsets
+  } rows[] = {
+      {"0123456789", 16, 0, 10, "0123456789", 10},
+      {"0123456789", 4, 0, 4, "0123", 4},
+      {"0123456789", 16, 7, 3, "789", 3},
+      {"0123456789", 2, 7, 2, "78", 2},
+      {"0123456789", 16, -4, 4, "6789", paramErr},
+      {"0123456789", 2, -4, 2, "67", paramErr},
+      {"0123456789", 16, -10, 10, "0123456789", paramErr},
+      {"0123456789", 16, 10, 0, "", 0},
+      {"0123456789", 0, 3, 0, "", 0},
+      {"", 16, 0, 0, "", 0},
+      {"0123456789", 16, 11, paramErr, "", 0},
+      {"0123456789", 16, -11, paramErr, "", paramErr},
+      {"0123456789", -1, 0, paramErr, "", 0},
+      {"0123456789", -1, 20, paramErr, "", 0},
+      {"0123456789", 16, kHighest, paramErr, "", 0},
+      {"0123456789", 16, kLowest, paramErr, "", paramErr},
+      {"0123456789", kLowest, kHighest, paramErr, "", 0},
+      {"", 16, -1, paramErr, "", paramErr},
+  };
+  DescCheck noLeaks;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message()
+                 << '"' << row.text << "\", " << row.bufferSize << " bytes from " << row.offset);
+    const Raw text = Text(row.text);
+    const Raw utf8 = UTF8(row.text);
+    const Size size = text.ByteCount();
+    StDesc source;
+    Make(text, &source);
+    std::string buffer = Untouched();
+    SInt32 fullSize = -1;
+    EXPECT_EQ(row.result,
+              AECopyDescToPtr(source, buffer.data(), row.bufferSize, &fullSize, row.offset));
+    EXPECT_EQ(Filled(row.copied), buffer);
+    EXPECT_EQ(size, fullSize);
+
+    // Coerced, the bytes are the same here.
+    for (const DescType target : {typeChar, typeWildCard, typeUTF8Text}) {
+      buffer = Untouched();
+      fullSize = -1;
+      EXPECT_EQ(row.result, AECoerceDescToPtr(source, buffer.data(), row.bufferSize, target,
+                                              &fullSize, row.offset));
+      EXPECT_EQ(Filled(row.copied), buffer);
+      EXPECT_EQ(size, fullSize);
+    }
+    buffer = Untouched();
+    fullSize = -1;
+    EXPECT_EQ(row.result, AECoercePtrToPtr(typeUTF8Text, utf8.bytes.data(), size, typeChar,
+                                           buffer.data(), row.bufferSize, &fullSize, row.offset));
+    EXPECT_EQ(Filled(row.copied), buffer);
+    EXPECT_EQ(size, fullSize);
+
+    buffer = Untouched();
+    fullSize = -1;
+    EXPECT_EQ(row.sameTypeResult,
+              AECoercePtrToPtr(typeChar, text.bytes.data(), size, typeChar, buffer.data(),
+                               row.bufferSize, &fullSize, row.offset));
+    EXPECT_EQ(Filled(row.sameTypeResult > 0 ? row.copied : ""), buffer);
+    EXPECT_EQ(size, fullSize);
+  }
+}
+
+TEST(DescBytes, ANullBufferAsksHowManyItWouldBe) {
+  StDesc source;
+  Make(Text("0123456789"), &source);
+  EXPECT_EQ(10, AECopyDescToPtr(source, nullptr, kHighest, nullptr, 0));
+  EXPECT_EQ(4, AECopyDescToPtr(source, nullptr, 4, nullptr, 2));
+  EXPECT_EQ(3, AECopyDescToPtr(source, nullptr, 4, nullptr, -3));
+  EXPECT_EQ(0, AECoercePtrToPtr(typeChar, "abc", 3, typeChar, nullptr, 4, nullptr, 0));
+}
+
+TEST(DescBytes, WhatHasNoBytes) {
+  DescCheck noLeaks;
+  StDesc list, none;
+  char buffer[4];
+  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+  ASSERT_EQ(0, AEPutPtr(&list, 0, typeChar, "ab", 2));
+  ASSERT_EQ(0, AEPutPtr(&list, 0, typeChar, "cd", 2));
+  for (const AEDesc* source : {static_cast<AEDesc*>(&list), static_cast<AEDesc*>(&none)}) {
+    SInt32 fullSize = -1;
+    EXPECT_EQ(0, AECopyDescToPtr(*source, buffer, 4, &fullSize, 0));
+    EXPECT_EQ(0, fullSize);
+    EXPECT_EQ(paramErr, AECopyDescToPtr(*source, buffer, 4, nullptr, 1));
+    EXPECT_EQ(errAECoercionFail, AECoerceDescToPtr(*source, buffer, 4, typeSInt32, nullptr, 0));
+  }
+}
+
+TEST(DescBytes, FailedCoercionsTellNoSize) {
+  StDesc source;
+  Make(Text("x"), &source);
+  SInt32 fullSize = -1;
+  char buffer[4];
+  EXPECT_EQ(errAECoercionFail, AECoerceDescToPtr(source, buffer, 4, typeSInt32, &fullSize, 0));
+  EXPECT_EQ(errAECoercionFail,
+            AECoercePtrToPtr(typeChar, "x", 1, typeSInt32, buffer, 4, &fullSize, 0));
+  EXPECT_EQ(paramErr, AECoercePtrToPtr(typeChar, "x", -1, typeChar, buffer, 4, &fullSize, 0));
+  EXPECT_EQ(paramErr, AECoercePtrToPtr(typeChar, nullptr, 1, typeChar, buffer, 4, &fullSize, 0));
+  EXPECT_EQ(paramErr,
+            AECoercePtrToPtr(typeChar, nullptr, 1, typeUTF8Text, buffer, 4, &fullSize, 0));
+  EXPECT_EQ(-1, fullSize);
+}
+
+}  // namespace

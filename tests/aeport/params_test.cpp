@@ -1,0 +1,388 @@
+#include "aeport/params.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "tests/platform/ae_support.h"
+
+namespace {
+
+constexpr AEKeyword kKey = FourCC('d', 'a', 't', 'a');
+constexpr AEKeyword kAbsent = FourCC('n', 'o', 'n', 'e');
+
+// An event without an address, empty.
+struct StEvent : StDesc {
+  StEvent() { EXPECT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, this)); }
+  void Put(const Raw& value) {
+    ASSERT_EQ(0, AEPutParamPtr(this, kKey, value.type, value.bytes.data(), value.ByteCount()));
+  }
+  // What the parameter holds, uncoerced.
+  Raw Held() const {
+    StDesc desc;
+    EXPECT_EQ(0, AEGetParamDesc(this, kKey, typeWildCard, &desc));
+    return Contents(desc);
+  }
+};
+
+// A helper that puts one value, and what the event must hold then.
+template <class Value>
+auto Putting(OSErr (*put)(AEDesc*, AEKeyword, const Value*), Value value) {
+  return [put, value](AEDesc* event) { return put(event, kKey, &value); };
+}
+template <class Value>
+auto PuttingArray(OSErr (*put)(AEDesc*, AEKeyword, const Value*, SInt32), std::vector<Value> values,
+                  SInt32 count) {
+  return [put, values, count](AEDesc* event) { return put(event, kKey, values.data(), count); };
+}
+
+TEST(Params, EachHelperPutsItsTypeAndWidth) {
+  using PutBool = OSErr (*)(AEDesc*, AEKeyword, const bool*);
+  using PutByte = OSErr (*)(AEDesc*, AEKeyword, const unsigned char*);
+  const struct {
+    const char* what;
+    std::function<OSErr(AEDesc*)> put;
+    Raw held;
+  } rows[] = {
+      {"true", Putting<bool>(PutBool(PutAEBoolean), true), Bool(1)},
+      {"false", Putting<bool>(PutBool(PutAEBoolean), false), Bool(0)},
+      {"raw byte", Putting<unsigned char>(PutByte(PutAEBoolean), 0xA5), Bool(0xA5)},
+      {"short", Putting<SInt16>(PutAEShort, -2), Short(-2)},
+      {"long", Putting<SInt32>(PutAELong, -70000), Long(-70000)},
+      {"integer", Putting<int>(PutAEInteger, 70000), Long(70000)},
+      {"comp", Putting<SInt64>(PutAELongLong, -5000000000), Comp(-5000000000)},
+      {"unsigned comp", Putting<UInt64>(PutAEUInt64, 0xFFFFFFFFFFFFFFFE), Comp(-2)},
+      {"float", Putting<float>(PutAEFloat, 1.5f), Float(1.5f)},
+      {"double", Putting<double>(PutAEDouble, -0.1), Double(-0.1)},
+      {"type", Putting<OSType>(PutAEOSType, typeChar), Code(typeType, 0x54455854)},
+      {"C text", [](AEDesc* e) { return PutAECString(e, kKey, "abc"); }, Text("abc")},
+      {"empty C text", [](AEDesc* e) { return PutAECString(e, kKey, ""); }, Text("")},
+      {"P text", PuttingArray<unsigned char>(PutAEText, {'a', 0, 'c'}, 3), Text({"a\0c", 3})},
+      {"part", PuttingArray<unsigned char>(PutAEText, {'a', 'b'}, 1), Text("a")},
+      {"nothing", PuttingArray<unsigned char>(PutAEText, {}, 0), Text("")},
+      {"shorts",
+       PuttingArray<SInt16>(PutAEShortArray, {1, -1}, 2),
+       {typeSInt16, Short(1).bytes + Short(-1).bytes}},
+      {"longs",
+       PuttingArray<SInt32>(PutAELongArray, {1, -1}, 2),
+       {typeSInt32, Long(1).bytes + Long(-1).bytes}},
+      {"no longs", PuttingArray<SInt32>(PutAELongArray, {}, 0), {typeSInt32, ""}},
+  };
+  DescCheck noLeaks;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    StEvent event;
+    event.Put(Text("what was there"));
+    EXPECT_EQ(0, row.put(&event));
+    EXPECT_EQ(row.held, event.Held());
+  }
+}
+
+TEST(Params, APascalTextIsAsLongAsItsLengthByteSays) {
+  StEvent event;
+  unsigned char text[256] = {3, 'a', 'b', 'c', 'd'};
+  EXPECT_EQ(0, PutAEPString(&event, kKey, text));
+  EXPECT_EQ(Text("abc"), event.Held());
+  text[0] = 255;
+  EXPECT_EQ(0, PutAEPString(&event, kKey, text));
+  EXPECT_EQ(255, event.Held().ByteCount());
+  text[0] = 0;
+  EXPECT_EQ(0, PutAEPString(&event, kKey, text));
+  EXPECT_EQ(Text(""), event.Held());
+}
+
+// Reads with a helper; the result beside the value, which starts as 77.
+template <class Value>
+auto Getting(OSErr (*get)(const AEDesc*, AEKeyword, Value*)) {
+  return [get](const AEDesc* event, AEKeyword key, double* value) {
+    Value got = 77;
+    const OSErr err = get(event, key, &got);
+    *value = static_cast<double>(got);
+    return err;
+  };
+}
+OSErr GettingFlag(const AEDesc* event, AEKeyword key, double* value) {
+  bool flag = true;
+  bool other = false;
+  const OSErr err = GetAEBoolean(event, key, &flag);
+  EXPECT_EQ(err, GetAEBoolean(event, key, &other));
+  *value = flag == other ? flag : 77;  // only a written one is the same in both
+  return err;
+}
+
+TEST(Params, EachHelperGetsItsTypeOrWhatCanBecomeIt) {
+  using GetByte = OSErr (*)(const AEDesc*, AEKeyword, unsigned char*);
+  const auto flag = GettingFlag;
+  const auto byte = Getting<unsigned char>(GetByte(GetAEBoolean));
+  const auto shorter = Getting<SInt16>(GetAEShort);
+  const auto longer = Getting<SInt32>(GetAELong);
+  const auto comp = Getting<SInt64>(GetAELongLong);
+  const auto uint64 = Getting<UInt64>(GetAEUInt64);
+  const auto code = Getting<OSType>(GetAEOSType);
+  const auto real = Getting<double>(GetAEParam<double, typeIEEE64BitFloatingPoint>);
+  const struct {
+    std::function<OSErr(const AEDesc*, AEKeyword, double*)> get;
+    Raw held;
+    OSErr err;
+    double value;
+  } rows[] = {
+      {flag, Bool(1), 0, 1},
+      {flag, Bool(0), 0, 0},
+      {flag, Bool(0x80), 0, 1},  // any non-zero byte
+      {flag, Short(1), 0, 1},
+      {flag, Code(typeEnumerated, typeFalse), 0, 0},
+      {flag, {typeTrue, ""}, 0, 1},
+      {flag, {typeBoolean, ""}, 0, 0},          // no byte at all
+      {flag, {typeBoolean, "\x00\x01"}, 0, 0},  // the first counts
+      {flag, Short(2), errAECoercionFail, 77},  // nothing stored
+      {byte, Bool(0x80), 0, 0x80},
+      {byte, {typeBoolean, ""}, 0, 77},
+      {shorter, Short(-1), 0, -1},
+      {shorter, Long(32767), 0, 32767},
+      {shorter, Long(32768), errAECoercionFail, 77},
+      {shorter, Text(" -12 "), 0, -12},
+      {shorter, Bool(1), 0, 1},
+      {longer, Short(-1), 0, -1},
+      {longer, Double(2.5), 0, 2},  // to even
+      {longer, Double(2147483647.4), 0, 2147483647},
+      {longer, Double(2147483648), errAECoercionFail, 77},
+      {longer, Comp(-2147483648), 0, -2147483648.0},
+      {longer, Comp(-2147483649), errAECoercionFail, 77},
+      {longer, Text("12a"), errAECoercionFail, 77},
+      {longer, Text({"1\0", 2}), errAECoercionFail, 77},
+      {longer, {typeSInt32, Long(7).bytes + Long(8).bytes}, 0, 7},  // the first of two
+      {longer, {typeSInt32, ""}, 0, 77},                            // not one byte to store
+      {longer, {typeSInt16, "abc"}, errAECoercionFail, 77},
+      {longer, Code(typeType, 7), errAECoercionFail, 77},
+      {longer, {typeNull, ""}, errAECoercionFail, 77},
+      {comp, UComp(0x7FFFFFFFFFFFFC00), 0, 9223372036854774784.0},
+      {comp, UComp(0x8000000000000000), errAECoercionFail, 77},
+      {uint64, Comp(5), 0, 77},  // meant: never written
+      {uint64, Short(5), 0, 77},
+      {uint64, Text("x"), errAECoercionFail, 77},
+      {code, Code(typeType, 0x61626364), 0, 0x61626364},
+      {code, Code(typeEnumerated, 0x61626364), 0, 0x61626364},
+      {code, Text("abcd"), 0, 0x61626364},
+      {code, Text("abc"), errAECoercionFail, 77},
+      {code, Long(5), errAECoercionFail, 77},
+      {real, Float(0.5f), 0, 0.5},
+      {real, Text("1e3"), 0, 1000},
+      {real, Bool(1), 0, 1},
+  };
+  DescCheck noLeaks;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(&row - rows) + ": " + testing::PrintToString(row.held));
+    StEvent event;
+    event.Put(row.held);
+    double value = 0;
+    EXPECT_EQ(row.err, row.get(&event, kKey, &value));
+    EXPECT_EQ(row.value, value);
+    EXPECT_EQ(errAEDescNotFound, row.get(&event, kAbsent, &value));
+    EXPECT_EQ(77, value);
+    const StDesc none;
+    EXPECT_EQ(errAENotAEDesc, row.get(&none, kKey, &value));
+    EXPECT_EQ(77, value);
+  }
+}
+
+// Texts of 0 to 300 characters into buffers of every kind: what the two text helpers leave.
+TEST(Params, TextsInBuffers) {
+  const struct {
+    SInt32 length;
+    SInt32 size;
+    SInt32 stored;
+    SInt32 nulAt;
+    int lengthByte;
+  } rows[] = {
+      {0, 1, 0, 0, 0},           {3, 10, 3, 3, 3},          {3, 4, 3, 3, 3},
+      {5, 3, 2, 5, 5},  // meant: the NUL at the full length, the length byte unclamped
+      {5, 1, 0, 5, 5},  // meant, as above
+      {255, 256, 255, 255, 255}, {300, 256, 255, 300, 255},  // meant: 255 is the cap, whatever was
+                                                             // stored
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.length << " into " << row.size);
+    StEvent event;
+    event.Put(Text(std::string(static_cast<size_t>(row.length), 'x')));
+    // Larger than what the helper is told of: a C text's NUL may come behind it.
+    std::string c(400, '#');
+    EXPECT_EQ(0, GetAECString(&event, kKey, c.data(), row.size));
+    std::string expected(400, '#');
+    std::fill_n(expected.begin(), row.stored, 'x');
+    expected[static_cast<size_t>(row.nulAt)] = 0;
+    EXPECT_EQ(Hex(expected), Hex(c));
+
+    std::string p(400, '#');
+    EXPECT_EQ(0, GetAEPString(&event, kKey, reinterpret_cast<unsigned char*>(p.data()), row.size));
+    expected.assign(400, '#');
+    expected[0] = static_cast<char>(row.lengthByte);
+    std::fill_n(expected.begin() + 1, row.stored, 'x');
+    EXPECT_EQ(Hex(expected), Hex(p));
+  }
+}
+
+TEST(Params, TextsThatCannotBeRead) {
+  StEvent event;
+  event.Put({typeType, "abc"});
+  char c[4] = "###";
+  unsigned char p[4] = {9, 9, 9, 9};
+  for (const SInt32 size : {0, -1, std::numeric_limits<SInt32>::min()}) {
+    EXPECT_EQ(paramErr, GetAECString(&event, kKey, c, size));
+    EXPECT_EQ(paramErr, GetAEPString(&event, kKey, p, size));
+  }
+  EXPECT_EQ(paramErr, GetAECString(&event, kKey, nullptr, 4));
+  EXPECT_EQ(paramErr, GetAEPString(&event, kKey, nullptr, 4));
+  EXPECT_EQ('#', c[0]);
+  EXPECT_EQ(9, p[0]);
+  // From here on the buffer is touched: an empty text.
+  EXPECT_EQ(errAECoercionFail, GetAECString(&event, kKey, c, sizeof c));
+  EXPECT_EQ(errAECoercionFail, GetAEPString(&event, kKey, p, sizeof p));
+  EXPECT_STREQ("", c);
+  EXPECT_EQ(0, p[0]);
+  EXPECT_EQ('#', c[1]);
+}
+
+TEST(Params, ArraysTellHowManyThereAre) {
+  const struct {
+    const char* what;
+    Raw held;
+    SInt32 capacity;
+    OSErr err;
+    SInt32 count;
+    std::vector<SInt16> stored;  // of four places filled with 9
+  } rows[] = {
+      {"fits", {typeSInt16, Short(1).bytes + Short(2).bytes}, 4, 0, 2, {1, 2, 9, 9}},
+      {"cut, not the count",
+       {typeSInt16,
+        Short(1).bytes + Short(2).bytes + Short(3).bytes + Short(4).bytes + Short(5).bytes},
+       2,
+       0,
+       5,
+       {1, 2, 9, 9}},
+      {"no room", Short(1), 0, 0, 1, {9, 9, 9, 9}},
+      {"none", {typeSInt16, ""}, 4, 0, 0, {9, 9, 9, 9}},
+      {"an odd byte", {typeSInt16, Short(0x0101).bytes + "\x01"}, 1, 0, 1, {0x0101, 9, 9, 9}},
+      {"coerced", Long(-3), 4, 0, 1, {-3, 9, 9, 9}},
+      {"two longs are no shorts",
+       {typeSInt32, std::string(8, 0)},
+       4,
+       errAECoercionFail,
+       4,
+       {9, 9, 9, 9}},
+      {"negative", Short(1), -1, paramErr, -1, {9, 9, 9, 9}},
+      {"lowest", Short(1), INT32_MIN, paramErr, INT32_MIN, {9, 9, 9, 9}},
+      {"too many to be true", Short(1), 0x40000000, paramErr, 0x40000000, {9, 9, 9, 9}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    StEvent event;
+    event.Put(row.held);
+    std::vector<SInt16> values(4, 9);
+    SInt32 count = row.capacity;
+    EXPECT_EQ(row.err, GetAEShortArray(&event, kKey, values.data(), count));
+    EXPECT_EQ(row.count, count);
+    EXPECT_EQ(row.stored, values);
+  }
+  StEvent event;
+  event.Put({typeSInt32, Long(1).bytes + Long(2).bytes + Long(3).bytes});
+  SInt32 longs[2] = {}, count = 2;
+  EXPECT_EQ(0, GetAELongArray(&event, kKey, longs, count));
+  EXPECT_EQ(3, count);
+  EXPECT_EQ(2, longs[1]);
+  event.Put(Text({"a\0b", 3}));
+  unsigned char text[3] = {};
+  count = 2;
+  EXPECT_EQ(0, GetAEText(&event, kKey, text, count));
+  EXPECT_EQ(3, count);
+  EXPECT_EQ(0, text[2]);
+}
+
+TEST(Params, NullPointersAreAnswered) {
+  StEvent event;
+  event.Put(Long(1));
+  SInt32 count = 9;
+  EXPECT_EQ(0, GetAELong(&event, kKey, nullptr));
+  EXPECT_EQ(0, GetAEBoolean(&event, kKey, static_cast<bool*>(nullptr)) + errAECoercionFail);
+  EXPECT_EQ(0, GetAEUInt64(&event, kKey, nullptr));
+  EXPECT_EQ(0, GetAELongArray(&event, kKey, nullptr, count));
+  EXPECT_EQ(1, count);  // how to ask for the size
+  EXPECT_EQ(paramErr, GetAELong(nullptr, kKey, &count));
+
+  const OSErr refused[] = {
+      PutAEBoolean(&event, kKey, static_cast<const bool*>(nullptr)),
+      PutAEBoolean(&event, kKey, static_cast<const unsigned char*>(nullptr)),
+      PutAEShort(&event, kKey, nullptr),
+      PutAEDouble(&event, kKey, nullptr),
+      PutAECString(&event, kKey, nullptr),
+      PutAEPString(&event, kKey, nullptr),
+      PutAEText(&event, kKey, nullptr, 1),
+      PutAEText(&event, kKey, reinterpret_cast<const unsigned char*>("abc"), -1),
+      PutAELongArray(&event, kKey, &count, -1),
+      PutAELongArray(&event, kKey, &count, 0x40000001),  // times 4 is 4, cut to 32 bits
+      PutAEShortArray(&event, kKey, nullptr, INT32_MIN),
+      PutAELong(nullptr, kKey, &count),
+  };
+  for (const OSErr& err : refused) EXPECT_EQ(paramErr, err) << &err - refused;
+  EXPECT_EQ(Long(1), event.Held());
+  EXPECT_EQ(0, PutAEText(&event, kKey, nullptr, 0));
+
+  StDesc none, list;
+  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+  EXPECT_EQ(errAENotAEDesc, PutAELong(&none, kKey, &count));
+  EXPECT_EQ(errAEWrongDataType, PutAELong(&list, kKey, &count));
+  EXPECT_EQ(errAEWrongDataType, GetAELong(&list, kKey, &count));
+}
+
+TEST(Params, RecordsAreReadAndWrittenLikeEvents) {
+  StDesc record;
+  ASSERT_EQ(0, AECreateList(nullptr, 0, true, &record));
+  const SInt16 put = 12;
+  SInt32 got = 0;
+  EXPECT_EQ(0, PutAEShort(&record, kKey, &put));
+  EXPECT_EQ(0, GetAELong(&record, kKey, &got));
+  EXPECT_EQ(12, got);
+}
+
+TEST(Params, WhetherOneExists) {
+  DescCheck noLeaks;
+  StEvent event;
+  StDesc list;
+  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+  for (const bool before : {false, true}) {
+    bool exists = before;
+    EXPECT_EQ(0, GetAEParamExists(&event, kAbsent, exists));
+    event.Put({typeNull, ""});
+    EXPECT_EQ(1, GetAEParamExists(&event, kKey, exists));
+    EXPECT_EQ(0, AEPutParamDesc(&event, kKey, &list));
+    EXPECT_EQ(1, GetAEParamExists(&event, kKey, exists));
+    EXPECT_EQ(0, GetAEParamExists(nullptr, kKey, exists));
+    EXPECT_EQ(before, exists);  // meant: the result alone tells
+  }
+}
+
+TEST(Params, CodesAsHexadecimalDigits) {
+  const struct {
+    OSType code;
+    UInt32 size;
+    OSStatus err;
+    std::string bytes;
+  } rows[] = {
+      {typeChar, 9, 0, std::string("54455854\0#", 10)},
+      {typeChar, 100, 0, std::string("54455854\0#", 10)},
+      {0, 9, 0, std::string("00000000\0#", 10)},
+      {0xFFFFFFFF, 9, 0, std::string("ffffffff\0#", 10)},
+      {typeChar, 8, paramErr, "##########"},
+      {typeChar, 0, paramErr, "##########"},
+  };
+  for (const auto& row : rows) {
+    std::string bytes(10, '#');
+    EXPECT_EQ(row.err, OSTypeToLongCString(row.code, bytes.data(), row.size));
+    EXPECT_EQ(Hex(row.bytes), Hex(bytes));
+  }
+  EXPECT_EQ(paramErr, OSTypeToLongCString(typeChar, nullptr, 9));
+}
+
+}  // namespace
