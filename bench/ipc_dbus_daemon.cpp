@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <fstream>
 
 #include "platform/host/clock.h"
@@ -49,18 +50,29 @@ bool IpcDBusDaemon::WriteConfiguration() const {
 bool IpcDBusDaemon::Start(const IpcProcessors& processors) {
   int ends[2];
   if (!IsInstalled() || !WriteConfiguration() || pipe2(ends, O_CLOEXEC) != 0) return false;
+  const int errors = open(ErrorsPath().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   const bool started = process.Exec(
       processors,
       {kProgram, "--config-file=" + ConfigurationPath(), "--nofork", "--nopidfile", "--nosyslog",
        "--print-address=" + std::to_string(ends[1])},
-      ends[1]);
+      ends[1], errors);
   close(ends[1]);
+  if (errors >= 0) close(errors);
   // It says its address when it listens; an end of file means that it gave up.
   char first = 0;
   const bool listens =
       started && IpcWaitReadable(ends[0], kStartMs) && read(ends[0], &first, 1) == 1;
   startTime = HostNow() - process.ExecTime();
   close(ends[0]);
-  if (!listens) Stop();
-  return listens;
+  if (listens) return true;
+  Stop();
+  PrintErrors();
+  return false;
+}
+
+// It complains of limits that it cannot raise, which is of interest only when it does not start.
+void IpcDBusDaemon::PrintErrors() const {
+  std::ifstream file(ErrorsPath());
+  std::string line;
+  while (std::getline(file, line)) std::fprintf(stderr, "%s\n", line.c_str());
 }

@@ -22,7 +22,9 @@ class IpcDBusDaemon {
 
  private:
   bool WriteConfiguration() const;
+  void PrintErrors() const;
   std::string ConfigurationPath() const { return folder + "/bus.conf"; }
+  std::string ErrorsPath() const { return folder + "/bus.errors"; }
 
   const std::string folder;
   IpcProcess process;

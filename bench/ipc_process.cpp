@@ -103,18 +103,20 @@ bool IpcProcess::Prepare() {
   return true;
 }
 
-void IpcProcess::EnterChild(const IpcProcessors& processors) {
+void IpcProcess::EnterChild(pid_t parent, const IpcProcessors& processors) {
   SetSignals(SIG_DFL);
   prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != parent) _exit(126);  // it was gone before we asked to be told
   if (!IpcPin(0, processors)) _exit(126);
 }
 
 bool IpcProcess::Fork(const IpcProcessors& processors, const Body& body) {
   int ends[2];
   if (!Prepare() || socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return false;
+  const pid_t self = getpid();
   pid = fork();
   if (pid == 0) {
-    EnterChild(processors);
+    EnterChild(self, processors);
     close(ends[0]);
     IpcChannel parent(ends[1]);
     exit(body(parent) ? 0 : 1);
@@ -126,15 +128,17 @@ bool IpcProcess::Fork(const IpcProcessors& processors, const Body& body) {
 }
 
 bool IpcProcess::Exec(const IpcProcessors& processors, const std::vector<std::string>& arguments,
-                      int passed) {
+                      int passed, int errors) {
   if (!Prepare()) return false;
   std::vector<char*> pointers;
   for (const std::string& text : arguments) pointers.push_back(const_cast<char*>(text.c_str()));
   pointers.push_back(nullptr);
+  const pid_t self = getpid();
   pid = fork();
   if (pid == 0) {
-    EnterChild(processors);
+    EnterChild(self, processors);
     dup2(open("/dev/null", O_RDWR | O_CLOEXEC), STDOUT_FILENO);
+    if (errors >= 0) dup2(errors, STDERR_FILENO);
     if (passed >= 0) fcntl(passed, F_SETFD, 0);
     *execTime = HostNow();
     execv(pointers[0], pointers.data());

@@ -56,9 +56,10 @@ class IpcProcess {
   // A copy of this program that runs `body` and exits.
   bool Fork(const IpcProcessors& processors, const Body& body);
 
-  // Another program, found by its path. `passed` (or -1) keeps its number in it; its standard
-  // output goes nowhere.
-  bool Exec(const IpcProcessors& processors, const std::vector<std::string>& arguments, int passed);
+  // Another program, found by its path. `passed` (or -1) keeps its number in it. Standard output
+  // goes nowhere, standard error to `errors` unless that is -1.
+  bool Exec(const IpcProcessors& processors, const std::vector<std::string>& arguments, int passed,
+            int errors = -1);
 
   IpcChannel& Channel() { return channel; }
   pid_t Pid() const { return pid; }
@@ -70,7 +71,7 @@ class IpcProcess {
 
  private:
   bool Prepare();
-  void EnterChild(const IpcProcessors& processors);
+  static void EnterChild(pid_t parent, const IpcProcessors& processors);
   void Reap();
 
   pid_t pid = 0;

@@ -1,0 +1,1 @@
+vlt_add_fuzz_target(frame_stream frame_stream_fuzz.cpp)
