@@ -134,8 +134,8 @@ class DBusClient : public IpcClient {
  private:
   Message NewCall(const char* member, const Bytes* payload) {
     sd_bus_message* raw = nullptr;
-    int err = sd_bus_message_new_method_call(bus.get(), &raw, name.c_str(), kPath, kInterface,
-                                             member);
+    int err =
+        sd_bus_message_new_method_call(bus.get(), &raw, name.c_str(), kPath, kInterface, member);
     Message call(raw);
     if (err >= 0 && payload != nullptr) {
       err = sd_bus_message_append_array(raw, 'y', payload->data(), payload->size());

@@ -51,11 +51,11 @@ bool IpcDBusDaemon::Start(const IpcProcessors& processors) {
   int ends[2];
   if (!IsInstalled() || !WriteConfiguration() || pipe2(ends, O_CLOEXEC) != 0) return false;
   const int errors = open(ErrorsPath().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  const bool started = process.Exec(
-      processors,
-      {kProgram, "--config-file=" + ConfigurationPath(), "--nofork", "--nopidfile", "--nosyslog",
-       "--print-address=" + std::to_string(ends[1])},
-      ends[1], errors);
+  const bool started =
+      process.Exec(processors,
+                   {kProgram, "--config-file=" + ConfigurationPath(), "--nofork", "--nopidfile",
+                    "--nosyslog", "--print-address=" + std::to_string(ends[1])},
+                   ends[1], errors);
   close(ends[1]);
   if (errors >= 0) close(errors);
   // It says its address when it listens; an end of file means that it gave up.

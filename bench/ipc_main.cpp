@@ -27,7 +27,8 @@ constexpr char kUsage[] =
     "  --quick   a short run, to see that all of it works\n"
     "  --rounds  how often each figure is taken (7)\n"
     "  --only    only the figures that have TEXT in their names\n"
-    "  --loop    one row of one figure for N requests (100000), to be looked at with strace or perf:\n"
+    "  --loop    one row of one figure for N requests (100000), to be looked at with strace or "
+    "perf:\n"
     "            ours-160, raw-echo-65536, sd-bus-oneway-160, ours-lookup, ...\n";
 
 struct Options {
@@ -86,7 +87,8 @@ class SessionFolder {
     std::ifstream log(path + "/log");
     std::string line;
     bool isEmpty = true;
-    for (; std::getline(log, line); isEmpty = false) std::fprintf(stderr, "log: %s\n", line.c_str());
+    for (; std::getline(log, line); isEmpty = false)
+      std::fprintf(stderr, "log: %s\n", line.c_str());
     return isEmpty;
   }
 
@@ -152,9 +154,10 @@ class Bench {
     for (const auto& transport : transports) {
       if (!IsWanted(metric)) continue;
       IpcMeeting meeting(*transport, figure.work, placement);
-      const bool done = meeting.Start() && (figure.work.clients > 1
-                                                ? TakeCrowd(meeting, transport->Name(), metric)
-                                                : TakeOne(meeting, figure, transport->Name(), metric));
+      const bool done =
+          meeting.Start() &&
+          (figure.work.clients > 1 ? TakeCrowd(meeting, transport->Name(), metric)
+                                   : TakeOne(meeting, figure, transport->Name(), metric));
       Check(done && meeting.End(), transport->Name(), metric);
     }
   }
@@ -182,7 +185,7 @@ class Bench {
       report.Add(row, metric + "-us", nanoseconds / 1e3);
     }
     if (figure.work.kind == IpcKind::kLookUp) {
-      report.Add(row, metric + "-switches", static_cast<double>(after - before));
+      report.AddIncomparable(row, metric + "-switches", static_cast<double>(after - before));
     }
     return true;
   }
@@ -212,9 +215,9 @@ class Bench {
 
   void RunStart(const IpcPlacement& placement) {
     const std::string metric = "start-" + placement.name + "-us";
-    for (const Program& each : {Program{"empty", IpcProgram::kEmpty},
-                                Program{"vltsessiond", IpcProgram::kSessionDaemon},
-                                Program{"dbus-daemon", IpcProgram::kDBusDaemon}}) {
+    for (const Program& each :
+         {Program{"empty", IpcProgram::kEmpty}, Program{"vltsessiond", IpcProgram::kSessionDaemon},
+          Program{"dbus-daemon", IpcProgram::kDBusDaemon}}) {
       if (!IsWanted(metric) || !IsHere(each.program)) continue;
       double microseconds = 0;
       const bool done = IpcMeasureStart(each.program, placement, SystemFolder(), &microseconds);
@@ -232,8 +235,8 @@ class Bench {
           IpcMeasureIdle(each.program, placements.back(), SystemFolder(), options.idleMs, &idle);
       Check(done, each.row, "idle");
       if (!done) continue;
-      report.Add(each.row, "idle-wake-ups", idle.wakeUps);
-      report.Add(each.row, "idle-cpu-ms", idle.cpuMs);
+      report.AddIncomparable(each.row, "idle-wake-ups", idle.wakeUps);
+      report.AddIncomparable(each.row, "idle-cpu-ms", idle.cpuMs);
       report.Add(each.row, "idle-uss-kib", idle.ussKiB);
       report.Add(each.row, "idle-rss-kib", idle.rssKiB);
     }

@@ -149,11 +149,9 @@ bool IpcMeeting::Start() {
 
 bool IpcMeeting::StartServer() {
   std::vector<double> ready;
-  return server.Fork(placement.server,
-                     [this](IpcChannel& parent) {
-                       return transport.Serve(work, place, [&parent] { parent.Tell({1}); });
-                     }) &&
-         server.Channel().Hear(&ready);
+  return server.Fork(placement.server, [this](IpcChannel& parent) {
+    return transport.Serve(work, place, [&parent] { parent.Tell({1}); });
+  }) && server.Channel().Hear(&ready);
 }
 
 bool IpcMeeting::StartClient() {

@@ -95,8 +95,8 @@ bool IpcChannel::Hear(std::vector<double>* numbers, int patienceMs) {
 
 bool IpcProcess::Prepare() {
   Kill();
-  void* page = mmap(nullptr, sizeof *execTime, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
-                    -1, 0);
+  void* page =
+      mmap(nullptr, sizeof *execTime, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (page == MAP_FAILED) return false;
   execTime = new (page) int64_t(0);
   fflush(nullptr);  // what is buffered is printed once, by us

@@ -18,7 +18,7 @@ namespace {
 
 // A larger payload goes in several messages, so that each fits an unprivileged process's socket
 // buffer with room for a second one.
-constexpr size_t kLargestMessage = size_t{64} << 10;
+constexpr size_t kLargestMessage = size_t{256} << 10;
 constexpr int kSendBuffer = 1 << 20;  // the kernel cuts it to what it allows
 constexpr size_t kNumberSize = sizeof(uint64_t);
 
@@ -64,7 +64,8 @@ bool LockName(const std::string& path) {
 
 class RawServer {
  public:
-  explicit RawServer(const IpcWork& theWork) : work(theWork), buffer(std::max(work.size, kNumberSize)) {}
+  explicit RawServer(const IpcWork& theWork)
+      : work(theWork), buffer(std::max(work.size, kNumberSize)) {}
 
   // False when the client has gone.
   bool ServeOne(int client) {
@@ -94,7 +95,8 @@ class RawServer {
 
 class RawClient : public IpcClient {
  public:
-  RawClient(const IpcWork& theWork, std::string thePath) : work(theWork), path(std::move(thePath)) {}
+  RawClient(const IpcWork& theWork, std::string thePath)
+      : work(theWork), path(std::move(thePath)) {}
   ~RawClient() override {
     if (descriptor >= 0) close(descriptor);
   }

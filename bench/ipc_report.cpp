@@ -11,7 +11,7 @@ Element& Named(std::vector<Element>& list, const std::string& name) {
   for (Element& each : list) {
     if (each.name == name) return each;
   }
-  list.push_back({name, {}});
+  list.emplace_back().name = name;
   return list.back();
 }
 
@@ -50,16 +50,23 @@ void IpcReport::Add(const std::string& row, const std::string& metric, double va
   std::fflush(stdout);
 }
 
+void IpcReport::AddIncomparable(const std::string& row, const std::string& metric, double value) {
+  Add(row, metric, value);
+  Named(metrics, metric).isComparable = false;
+}
+
 void IpcReport::PrintRow(const Metric& metric, const Row& row) {
   const auto [least, greatest] = std::minmax_element(row.values.begin(), row.values.end());
+  const std::string ratio =
+      metric.isComparable ? Ratio(row.values, metric.rows.front().values) : "";
   std::printf("| %-30s | %-11s | %10s | %10s | %10s | %8s |\n", metric.name.c_str(),
               row.name.c_str(), Text(IpcMedian(row.values)).c_str(), Text(*least).c_str(),
-              Text(*greatest).c_str(), Ratio(row.values, metric.rows.front().values).c_str());
+              Text(*greatest).c_str(), ratio.c_str());
 }
 
 void IpcReport::PrintTable() const {
-  std::printf("\n| %-30s | %-11s | %10s | %10s | %10s | %8s |\n", "metric", "row", "median", "least",
-              "greatest", "ratio");
+  std::printf("\n| %-30s | %-11s | %10s | %10s | %10s | %8s |\n", "metric", "row", "median",
+              "least", "greatest", "ratio");
   std::printf("|---|---|--:|--:|--:|--:|\n");
   for (const Metric& metric : metrics) {
     for (const Row& row : metric.rows) PrintRow(metric, row);

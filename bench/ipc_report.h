@@ -10,6 +10,9 @@ class IpcReport {
   // others are compared with.
   void Add(const std::string& row, const std::string& metric, double value);
 
+  // For counts where a ratio says nothing.
+  void AddIncomparable(const std::string& row, const std::string& metric, double value);
+
   // Markdown: median, least and greatest of each row's values, and the median of the ratios to the
   // first row. Values of the same round were measured right after each other, so the ratio is taken
   // round by round.
@@ -23,6 +26,7 @@ class IpcReport {
   struct Metric {
     std::string name;
     std::vector<Row> rows;
+    bool isComparable = true;
   };
 
   static void PrintRow(const Metric& metric, const Row& row);

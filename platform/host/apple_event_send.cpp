@@ -97,12 +97,11 @@ OSStatus SendReply(mach_port_t right, const AppleEvent* event) {
     target.waiter->Answer(std::move(body));
   }
   if (target.receiver == nullptr) return 0;
-  target.receiver->ExchangeReplyRight(target.connection, MACH_PORT_NULL);
   HostFrameHeader header;
   header.kind = HostFrameKind::kReply;
   header.requestNumber = target.requestNumber;
   HostFillFrameHeader(header, frame);
-  return target.receiver->Reply(target.connection, *frame);
+  return target.receiver->Reply(target.connection, right, *frame);
 }
 
 OSStatus SendToPort(mach_port_t port, const Delivery& delivery) {

@@ -39,7 +39,7 @@ struct Entry {
   uint32_t sendReferences = 0;
   uint64_t portID = 0;  // kSend
   std::shared_ptr<HostReceiver> receiver;  // kReceive: null until something is done with it
-  std::unique_ptr<HostReplyTarget> reply;
+  HostReplyTarget reply;                   // kReply
 };
 
 struct Table {
@@ -109,7 +109,6 @@ void Remove(Table& table, mach_port_t name, Entry& entry) {
   entry.sendReferences = 0;
   entry.portID = 0;
   entry.receiver = nullptr;
-  entry.reply = nullptr;
   table.used--;
   table.free.push_back((name & kIndexMask) - kFirstIndex);
 }
@@ -238,7 +237,7 @@ mach_port_t HostInsertReplyRight(HostReplyTarget target) {
   Table& table = LockedTable();
   const mach_port_t name = Insert(table, Kind::kReply);
   if (name != MACH_PORT_NULL) {
-    Find(table, name)->reply = std::make_unique<HostReplyTarget>(std::move(target));
+    Find(table, name)->reply = std::move(target);
   }
   return name;
 }
@@ -249,7 +248,7 @@ bool HostTakeReplyRight(mach_port_t name, HostReplyTarget* target) {
   Table& table = LockedTable();
   Entry* entry = Find(table, name);
   if (entry == nullptr || entry->kind != Kind::kReply) return false;
-  *target = std::move(*entry->reply);
+  *target = std::exchange(entry->reply, HostReplyTarget());
   Remove(table, name, *entry);
   return true;
 }
@@ -280,13 +279,13 @@ kern_return_t HostAddSendReference(mach_port_t name) {
 }
 
 kern_return_t HostDropReference(mach_port_t name) {
-  std::unique_ptr<HostReplyTarget> dropped;
+  HostReplyTarget dropped;  // released after the lock
   const std::lock_guard<std::mutex> lock(*sMutex);
   Table& table = LockedTable();
   Entry* entry = Find(table, name);
   if (entry == nullptr) return KERN_INVALID_NAME;
   if (entry->kind == Kind::kReply) {
-    dropped = std::move(entry->reply);
+    dropped = std::exchange(entry->reply, HostReplyTarget());
     Remove(table, name, *entry);
     return KERN_SUCCESS;
   }
@@ -297,7 +296,7 @@ kern_return_t HostDropReference(mach_port_t name) {
 
 kern_return_t HostDestroyRight(mach_port_t name) {
   std::shared_ptr<HostReceiver> receiver;
-  std::unique_ptr<HostReplyTarget> dropped;
+  HostReplyTarget dropped;
   bool receive = false;
   {
     const std::lock_guard<std::mutex> lock(*sMutex);
@@ -306,7 +305,7 @@ kern_return_t HostDestroyRight(mach_port_t name) {
     if (entry == nullptr) return KERN_INVALID_NAME;
     receive = entry->kind == Kind::kReceive;
     receiver = entry->receiver;
-    dropped = std::move(entry->reply);
+    dropped = std::exchange(entry->reply, HostReplyTarget());
     if (receiver != nullptr) {
       std::erase_if(table.services, [name](const auto& service) { return service.second == name; });
     }

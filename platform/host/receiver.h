@@ -72,9 +72,9 @@ class HostReceiver : public std::enable_shared_from_this<HostReceiver> {
   OSStatus PostLocal(const HostFrameHeader& header, HostGather& frame,
                      std::shared_ptr<HostLocalWaiter> waiter);
 
-  // Writes or queues the reply `frame` (header room filled) on `connection`. Never waits.
-  // Result: 0; connectionInvalid (the asker has gone); memFullErr.
-  OSStatus Reply(uint32_t connection, HostGather& frame);
+  // Writes or queues the reply `frame` (header room filled) on `connection`; `right` is used up by
+  // it. Never waits. Result: 0; connectionInvalid (the asker has gone); memFullErr.
+  OSStatus Reply(uint32_t connection, mach_port_t right, HostGather& frame);
 
   // The reply right that stands for the latest unanswered request of `connection`; gives the one
   // before, which no longer has an asker that waits for it. 0 for none.

@@ -41,11 +41,12 @@ OSStatus HostReceiver::PostLocal(const HostFrameHeader& header, HostGather& fram
   return 0;
 }
 
-OSStatus HostReceiver::Reply(uint32_t number, HostGather& frame) {
+OSStatus HostReceiver::Reply(uint32_t number, mach_port_t right, HostGather& frame) {
   const std::lock_guard<std::mutex> lock(mutex);
   if (IsForeign()) return connectionInvalid;
   HostConnection* connection = Find(number);
   if (connection == nullptr) return connectionInvalid;
+  if (connection->replyRight == right) connection->replyRight = MACH_PORT_NULL;
   size_t written = 0;
   const std::vector<iovec>& pieces = frame.Pieces();
   if (connection->out.IsEmpty()) {

@@ -164,6 +164,7 @@ void __CFRunLoop::AddSourceToMode(__CFRunLoopSource* source, HostCFString* modeN
           [](CFIndex order, const SourceRef& each) { return order < each->Order(); });
       mode->sources.insert(place, SourceRef::Retaining(source));
     }
+    mode->NoteChange();
   }
   source->Joined(this, modeName);
   // Invalidated meanwhile: the invalidation may have looked for the source before it was here.
@@ -195,6 +196,7 @@ bool __CFRunLoop::RemoveSourceFromMode(__CFRunLoopSource* source, HostCFString* 
     } else {
       mode->sources.erase(FindItem(mode->sources, source));
     }
+    mode->NoteChange();
   }
   source->Left(this, modeName);
   WakeUp();
@@ -229,6 +231,7 @@ void __CFRunLoop::AddTimerToMode(__CFRunLoopTimer* timer, HostCFString* modeName
     HostRunLoopMode* mode = FindOrMakeMode(modeName);
     if (mode == nullptr || FindItem(mode->timers, timer) != mode->timers.end()) return;
     mode->timers.push_back(TimerRef::Retaining(timer));
+    mode->NoteChange();
   }
   WakeUp();
 }
@@ -246,6 +249,7 @@ void __CFRunLoop::RemoveTimer(__CFRunLoopTimer* timer, HostCFString* modeName) {
     if (mode == nullptr) continue;
     const auto found = FindItem(mode->timers, timer);
     if (found != mode->timers.end()) mode->timers.erase(found);
+    mode->NoteChange();
   }
 }
 
@@ -317,17 +321,19 @@ SInt32 __CFRunLoop::Run(HostCFString* modeName, const RunOptions& options) {
 }
 
 bool __CFRunLoop::IsFinished(HostRunLoopMode& mode) {
+  if (mode.hasPorts.load(std::memory_order_acquire) && !mode.hasTimers.load()) return false;
   const std::lock_guard<std::mutex> lock(mutex);
   std::erase_if(mode.timers, [](const TimerRef& timer) { return !timer->IsValid(); });
+  mode.NoteChange();
   return mode.IsEmpty();
 }
 
 bool __CFRunLoop::FireTimers(HostRunLoopMode& mode) {
+  if (!mode.hasTimers.load(std::memory_order_acquire)) return false;
   std::vector<TimerRef> due;
   int64_t now = 0;
   {
     const std::lock_guard<std::mutex> lock(mutex);
-    if (mode.timers.empty()) return false;
     now = HostNow();
     for (const TimerRef& timer : mode.timers) {
       if (timer->NextFire() <= now) due.push_back(timer);
@@ -343,6 +349,7 @@ bool __CFRunLoop::FireTimers(HostRunLoopMode& mode) {
 }
 
 bool __CFRunLoop::PerformSources(HostRunLoopMode& mode, const RunOptions& options) {
+  if (!mode.hasSources.load(std::memory_order_acquire)) return false;
   std::vector<SourceRef> signalled;
   {
     const std::lock_guard<std::mutex> lock(mutex);

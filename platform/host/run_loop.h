@@ -98,8 +98,17 @@ struct HostRunLoopMode {
   std::vector<PortEntry> ports;
   std::vector<HostRetained<__CFRunLoopTimer>> timers;
   size_t turn = 0;  // the port that is served next
+  // Whether there are any, readable without the loop's mutex.
+  std::atomic<bool> hasSources{false};
+  std::atomic<bool> hasPorts{false};
+  std::atomic<bool> hasTimers{false};
 
   bool IsEmpty() const { return sources.empty() && ports.empty() && timers.empty(); }
+  void NoteChange() {
+    hasSources.store(!sources.empty(), std::memory_order_release);
+    hasPorts.store(!ports.empty(), std::memory_order_release);
+    hasTimers.store(!timers.empty(), std::memory_order_release);
+  }
 };
 
 // One thread's loop. The thread owns it (and everything that is added to it) until it ends.

@@ -1,0 +1,165 @@
+#include "tests/integration/fault_server.h"
+
+#include <sys/resource.h>
+
+#include <cstring>
+
+#include "platform/host/clock.h"
+
+TEST_ROLE(FaultServer) {
+  if (role.HasArgument(0)) {
+    const auto most = static_cast<rlim_t>(role.NumberArgument(0));
+    const rlimit limit = {most, most};
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0) return kRoleFailed;
+  }
+  FaultListener listener(&role);
+  if (listener.Listen() != 0) return kRoleFailed;
+  role.SignalReady();
+  CFRunLoopRun();
+  return kRoleFailed;  // the test kills us first
+}
+
+OSStatus FaultListener::Listen() {
+  // The callback is never called: messages come to PortCallback.
+  const auto nothing = [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return OSStatus{0}; };
+  return ListenOnPort(role->PortName(), CFRunLoopGetCurrent(), nothing, nullptr);
+}
+
+void FaultListener::PortCallback(CFMachPortRef, void* message, CFIndex) {
+  AppleEvent event = {typeNull, nullptr}, reply = {typeNull, nullptr};
+  UInt32 eventID = 0;
+  OSStatus err = AEDecodeMessage(static_cast<mach_msg_header_t*>(message), &event, &reply);
+  if (err == 0) err = VLTGetAEDispatchAttributes(event, nullptr, &eventID, nullptr);
+  if (err != 0) return;
+  // Serve may delete the listener.
+  if (!Serve(eventID, NumberOf(event), event, &reply)) return;
+  if (reply.descriptorType != typeNull) {
+    AESendMessage(&reply, nullptr, kAENoReply, kAEDefaultTimeout);
+  }
+}
+
+bool FaultListener::Serve(AEEventID eventID, SInt32 number, const AppleEvent& event,
+                          AppleEvent* reply) {
+  std::string data;
+  switch (eventID) {
+    case kEchoID:
+      data = DataOf(event);
+      break;
+    case kMarkID:
+      marks.push_back(number);
+      break;
+    case kTellID:
+      data.assign(reinterpret_cast<const char*>(marks.data()), marks.size() * sizeof(SInt32));
+      break;
+    case kFillID:
+      data = PatternBytes(static_cast<size_t>(number));
+      break;
+    case kHoldID:
+      role->Tell("held");
+      return false;
+    default:
+      return false;
+  }
+  AEPutParamPtr(reply, kNumberKey, typeSInt32, &number, sizeof number);
+  AEPutParamPtr(reply, kDataKey, typeChar, data.data(), static_cast<Size>(data.size()));
+  return true;
+}
+
+OSStatus MakeFaultEvent(const AEDesc* address, AEEventID eventID, SInt32 number,
+                        const std::string& data, AppleEvent* event) {
+  OSStatus err = AECreateAppleEvent(kFaultClass, eventID, address, 1, 0, event);
+  if (err == 0) err = AEPutParamPtr(event, kNumberKey, typeSInt32, &number, sizeof number);
+  if (err == 0) {
+    err = AEPutParamPtr(event, kDataKey, typeChar, data.data(), static_cast<Size>(data.size()));
+  }
+  return err;
+}
+
+SInt32 NumberOf(const AppleEvent& event) {
+  SInt32 number = -1;
+  AEGetParamPtr(&event, kNumberKey, typeSInt32, nullptr, &number, sizeof number, nullptr);
+  return number;
+}
+
+std::string DataOf(const AppleEvent& event) {
+  Size size = 0;
+  if (AESizeOfParam(&event, kDataKey, nullptr, &size) != 0) return "";
+  std::string data(static_cast<size_t>(size), '\0');
+  AEGetParamPtr(&event, kDataKey, typeChar, nullptr, data.data(), size, nullptr);
+  return data;
+}
+
+std::vector<SInt32> FaultAnswer::Marks() const {
+  std::vector<SInt32> all(data.size() / sizeof(SInt32));
+  std::memcpy(all.data(), data.data(), all.size() * sizeof(SInt32));
+  return all;
+}
+
+namespace {
+
+// Sends one event in the given mode. `reply` is the caller's to dispose.
+OSStatus SendEvent(mach_port_t port, AEEventID eventID, SInt32 number, const std::string& data,
+                   AESendMode mode, SInt32 ticks, AppleEvent* reply) {
+  AEDesc address = {typeNull, nullptr};
+  AppleEvent event = {typeNull, nullptr};
+  OSStatus err = AECreateDesc(typeMachPort, &port, sizeof port, &address);
+  if (err == 0) err = MakeFaultEvent(&address, eventID, number, data, &event);
+  if (err == 0) err = AESendMessage(&event, reply, mode, ticks);
+  AEDisposeDesc(&address);
+  AEDisposeDesc(&event);
+  return err;
+}
+
+}  // namespace
+
+FaultAnswer AskPort(mach_port_t port, AEEventID eventID, SInt32 number, const std::string& data,
+                    SInt32 ticks) {
+  FaultAnswer answer;
+  const int64_t start = HostNow();
+  AppleEvent reply = {typeNull, nullptr};
+  answer.status = SendEvent(port, eventID, number, data, kAEWaitReply, ticks, &reply);
+  answer.finished = HostNow();
+  answer.elapsed = answer.finished - start;
+  if (answer.status == 0) {
+    answer.number = NumberOf(reply);
+    answer.data = DataOf(reply);
+  }
+  AEDisposeDesc(&reply);
+  return answer;
+}
+
+FaultAnswer AskServer(const char* name, AEEventID eventID, SInt32 number, const std::string& data,
+                      SInt32 ticks) {
+  const int64_t start = HostNow();
+  mach_port_t port = MACH_PORT_NULL;
+  FaultAnswer answer;
+  const OSStatus err = LookUpPort(name, &port);
+  if (err == 0) answer = AskPort(port, eventID, number, data, ticks);
+  if (err != 0) answer.status = err;
+  answer.finished = HostNow();
+  answer.elapsed = answer.finished - start;
+  return answer;
+}
+
+OSStatus SendOneWay(mach_port_t port, AEEventID eventID, SInt32 number, SInt32 ticks) {
+  return SendEvent(port, eventID, number, "", kAENoReply, ticks, nullptr);
+}
+
+OSStatus LookUpPort(const char* name, mach_port_t* port) {
+  mach_port_t found = MACH_PORT_NULL;
+  const OSStatus err = VLTPortAEMachPortListener::CheckPortRegistered(name, found);
+  if (port != nullptr) *port = found;
+  return err;
+}
+
+std::string PatternBytes(size_t size) {
+  std::string bytes(size, '\0');
+  uint32_t state = 2463534242u;
+  for (char& byte : bytes) {
+    state ^= state << 13;
+    state ^= state >> 17;
+    state ^= state << 5;
+    byte = static_cast<char>(state >> 24);
+  }
+  return bytes;
+}

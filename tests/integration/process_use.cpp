@@ -1,0 +1,92 @@
+#include "tests/integration/process_use.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <time.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "platform/host/clock.h"
+
+namespace {
+
+std::string ProcFolder(pid_t pid) { return "/proc/" + std::to_string(pid); }
+
+size_t EntriesOf(const std::string& folder) {
+  std::error_code gone;
+  size_t count = 0;
+  for (std::filesystem::directory_iterator entry(folder, gone), end; !gone && entry != end;
+       entry.increment(gone)) {
+    count++;
+  }
+  return count;
+}
+
+size_t PrivateMemoryOf(pid_t pid) {
+  std::ifstream file(ProcFolder(pid) + "/smaps_rollup");
+  size_t total = 0;
+  for (std::string word; file >> word;) {
+    size_t kilobytes = 0;
+    if ((word == "Private_Clean:" || word == "Private_Dirty:") && file >> kilobytes) {
+      total += kilobytes * 1024;
+    }
+  }
+  return total;
+}
+
+int64_t ProcessorTimeOf(pid_t pid) {
+  clockid_t clock;
+  timespec time = {};
+  if (clock_getcpuclockid(pid, &clock) != 0 || clock_gettime(clock, &time) != 0) return 0;
+  return int64_t{time.tv_sec} * kHostSecond + time.tv_nsec;
+}
+
+}  // namespace
+
+ProcessUse UseOf(pid_t pid) {
+  ProcessUse use;
+  use.descriptors = EntriesOf(ProcFolder(pid) + "/fd");
+  use.threads = EntriesOf(ProcFolder(pid) + "/task");
+  use.memory = PrivateMemoryOf(pid);
+  use.processorTime = ProcessorTimeOf(pid);
+  return use;
+}
+
+int64_t ExpectBackAt(const ProcessUse& before, pid_t pid, std::chrono::milliseconds limit) {
+  const int64_t start = HostNow();
+  size_t descriptors = 0, threads = 0;
+  WaitUntil(
+      [&] {
+        descriptors = EntriesOf(ProcFolder(pid) + "/fd");
+        threads = EntriesOf(ProcFolder(pid) + "/task");
+        return descriptors == before.descriptors && threads == before.threads;
+      },
+      limit);
+  EXPECT_EQ(before.descriptors, descriptors);
+  EXPECT_EQ(before.threads, threads);
+  return (HostNow() - start) / kHostMillisecond;
+}
+
+char ProcessStateOf(pid_t pid) {
+  std::ifstream stat(ProcFolder(pid) + "/stat");
+  std::string text;
+  std::getline(stat, text);
+  const size_t name = text.rfind(") ");  // the name itself may hold anything
+  return name == std::string::npos || name + 2 >= text.size() ? '\0' : text[name + 2];
+}
+
+int TestScale() {
+  const char* text = std::getenv("VLT_TEST_SCALE");
+  return text == nullptr ? 1 : std::clamp(std::atoi(text), 1, 1000);
+}
+
+void RaiseDescriptorLimit() {
+  rlimit limit;
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}

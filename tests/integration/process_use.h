@@ -1,0 +1,32 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+#include "tests/support/test_process.h"
+
+// What a process holds at this moment, as the kernel tells. A test takes it before it disturbs a
+// server and asks afterwards whether the server came back to it. Any thread.
+struct ProcessUse {
+  size_t descriptors = 0;
+  size_t threads = 0;
+  size_t memory = 0;          // bytes that only this process has in memory
+  int64_t processorTime = 0;  // nanoseconds, of all its threads together
+};
+ProcessUse UseOf(pid_t pid);
+
+// Waits until the process has as many descriptors and threads as `before`. Fails the test, with the
+// numbers, when that takes longer than `limit`. Returns how long it took, in milliseconds.
+int64_t ExpectBackAt(const ProcessUse& before, pid_t pid, std::chrono::milliseconds limit = 10s);
+
+// The kernel's letter for what a process does: R, S, T (stopped), Z, ...; 0 when there is none.
+char ProcessStateOf(pid_t pid);
+
+// How much longer than in everyday use a test is to go on: VLT_TEST_SCALE, 1 without it.
+int TestScale();
+
+// Lets this process have as many descriptors as it may.
+void RaiseDescriptorLimit();

@@ -1,0 +1,162 @@
+#include "tests/integration/raw_peer.h"
+
+#include <gtest/gtest.h>
+#include <linux/sockios.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+#include "platform/host/byte_order.h"
+#include "platform/host/clock.h"
+#include "platform/host/name_registry.h"
+#include "platform/host/port_address.h"
+#include "tests/integration/fault_server.h"
+
+namespace {
+
+constexpr timeval kSendLimit = {20, 0};
+
+}  // namespace
+
+RawPeer::RawPeer(const char* name) : fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  uint64_t port = 0;
+  sockaddr_un address = {};
+  socklen_t size = 0;
+  EXPECT_EQ(0, setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &kSendLimit, sizeof kSendLimit));
+  EXPECT_EQ(0, HostFindName(name, &port));
+  EXPECT_TRUE(HostPortAddress(port, &address, &size));
+  EXPECT_EQ(0, connect(fd, reinterpret_cast<sockaddr*>(&address), size)) << strerror(errno);
+}
+
+RawPeer::RawPeer(RawPeer&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
+
+RawPeer& RawPeer::operator=(RawPeer&& other) noexcept {
+  std::swap(fd, other.fd);
+  return *this;
+}
+
+RawPeer::~RawPeer() {
+  if (fd >= 0) close(fd);
+}
+
+bool RawPeer::Write(const std::string& bytes) {
+  for (size_t sent = 0; sent < bytes.size();) {
+    const ssize_t size = send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+    if (size < 0 && errno == EINTR) continue;
+    if (size <= 0) return false;
+    sent += static_cast<size_t>(size);
+  }
+  return true;
+}
+
+bool RawPeer::WriteWithDescriptor(const std::string& bytes, int passed) {
+  std::string copy = bytes;
+  iovec piece = {copy.data(), copy.size()};
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof passed)] = {};
+  msghdr message = {};
+  message.msg_iov = &piece;
+  message.msg_iovlen = 1;
+  message.msg_control = control;
+  message.msg_controllen = sizeof control;
+  cmsghdr* const rights = CMSG_FIRSTHDR(&message);
+  rights->cmsg_level = SOL_SOCKET;
+  rights->cmsg_type = SCM_RIGHTS;
+  rights->cmsg_len = CMSG_LEN(sizeof passed);
+  std::memcpy(CMSG_DATA(rights), &passed, sizeof passed);
+  return sendmsg(fd, &message, MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+}
+
+bool RawPeer::WaitTaken(std::chrono::milliseconds limit) {
+  const int64_t end = HostNow() + limit.count() * kHostMillisecond;
+  for (;;) {
+    int waiting = 0;
+    if (ioctl(fd, SIOCOUTQ, &waiting) != 0) return false;
+    if (waiting == 0) return true;
+    if (HostNow() >= end) return false;
+    sched_yield();
+  }
+}
+
+bool RawPeer::Read(size_t size, std::string* bytes, std::chrono::milliseconds limit) {
+  const int64_t end = HostNow() + limit.count() * kHostMillisecond;
+  bytes->resize(size);
+  for (size_t got = 0; got < size;) {
+    pollfd entry = {fd, POLLIN, 0};
+    const int ready = poll(&entry, 1, HostMillisecondsUntil(end, HostNow()));
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready <= 0) return false;
+    const ssize_t count = recv(fd, bytes->data() + got, size - got, MSG_DONTWAIT);
+    if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+    if (count <= 0) return false;
+    got += static_cast<size_t>(count);
+  }
+  return true;
+}
+
+std::optional<RawPeer::Frame> RawPeer::ReadFrame(std::chrono::milliseconds limit) {
+  Frame frame;
+  std::string head;
+  if (!Read(kHostFrameHeaderSize, &head, limit)) return std::nullopt;
+  const auto* bytes = reinterpret_cast<const uint8_t*>(head.data());
+  if (!HostDecodeFrameHeader(bytes, &frame.header)) return std::nullopt;
+  if (!Read(frame.header.bodySize, &frame.body, limit)) return std::nullopt;
+  return frame;
+}
+
+bool RawPeer::WaitHungUp(std::chrono::milliseconds limit) {
+  const int64_t end = HostNow() + limit.count() * kHostMillisecond;
+  std::vector<char> dropped(1 << 16);
+  for (;;) {
+    pollfd entry = {fd, POLLIN, 0};
+    const int ready = poll(&entry, 1, HostMillisecondsUntil(end, HostNow()));
+    if (ready == 0) return false;
+    if (ready < 0) continue;
+    const ssize_t count = recv(fd, dropped.data(), dropped.size(), MSG_DONTWAIT);
+    if (count == 0 || (count < 0 && errno == ECONNRESET)) return true;
+  }
+}
+
+std::string RawHeader(uint32_t bodySize) {
+  HostFrameHeader header = RawRequest(1);
+  header.sender = 99;
+  uint8_t bytes[kHostFrameHeaderSize];
+  HostEncodeFrameHeader(header, bytes);
+  HostStoreBig32(bytes + 8, bodySize);
+  return std::string(reinterpret_cast<const char*>(bytes), sizeof bytes);
+}
+
+std::string RawFrame(HostFrameHeader header, AEEventID eventID, SInt32 number,
+                     const std::string& data) {
+  AppleEvent event = {typeNull, nullptr};
+  EXPECT_EQ(0, MakeFaultEvent(nullptr, eventID, number, data, &event));
+  HostGather gather;
+  EXPECT_EQ(0, HostFlattenEvent(&event, gather));
+  HostFillFrameHeader(header, &gather);
+  std::string bytes;
+  for (const iovec& piece : gather.Pieces()) {
+    bytes.append(static_cast<const char*>(piece.iov_base), piece.iov_len);
+  }
+  AEDisposeDesc(&event);
+  return bytes;
+}
+
+HostFrameHeader RawRequest(uint64_t requestNumber) {
+  HostFrameHeader header;
+  header.flags = kHostFrameReplyWanted;
+  header.requestNumber = requestNumber;
+  return header;
+}
+
+HostFrameHeader RawReply(uint64_t requestNumber) {
+  HostFrameHeader header;
+  header.kind = HostFrameKind::kReply;
+  header.requestNumber = requestNumber;
+  return header;
+}

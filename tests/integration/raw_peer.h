@@ -1,0 +1,54 @@
+#pragma once
+
+#include <CoreServices/CoreServices.h>
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "platform/host/frame.h"
+#include "tests/support/test_process.h"
+
+// RawPeer is one end of a connection whose bytes the test writes and reads itself: what a broken or
+// hostile program might do to a server, or as a server to its clients. Every wait is bounded. One
+// thread at a time; the destructor hangs up.
+class RawPeer {
+ public:
+  explicit RawPeer(const char* name);  // connects to the port that is published under `name`
+  explicit RawPeer(int descriptor) : fd(descriptor) {}  // takes a connection over
+  RawPeer(RawPeer&& other) noexcept;
+  RawPeer& operator=(RawPeer&& other) noexcept;
+  ~RawPeer();
+
+  // False when the other end has hung up, or took nothing for 20 s.
+  bool Write(const std::string& bytes);
+  // The bytes with a descriptor beside them.
+  bool WriteWithDescriptor(const std::string& bytes, int passed);
+  // Waits until the other end has taken all that was written.
+  bool WaitTaken(std::chrono::milliseconds limit = 20s);
+
+  struct Frame {
+    HostFrameHeader header;
+    std::string body;
+  };
+  // The next frame; empty at the end of the stream, for what is no frame, and after `limit`.
+  std::optional<Frame> ReadFrame(std::chrono::milliseconds limit = 20s);
+  // Waits until the other end hangs up; whatever comes before is dropped.
+  bool WaitHungUp(std::chrono::milliseconds limit = 20s);
+
+ private:
+  bool Read(size_t size, std::string* bytes, std::chrono::milliseconds limit);
+
+  int fd = -1;
+};
+
+// The header of a request whose body claims to have this many bytes.
+std::string RawHeader(uint32_t bodySize);
+
+// One whole frame with an event in it: its id, its number and its data (see fault_server.h).
+// `header` tells all but the size.
+std::string RawFrame(HostFrameHeader header, AEEventID eventID, SInt32 number,
+                     const std::string& data = "");
+HostFrameHeader RawRequest(uint64_t requestNumber);
+HostFrameHeader RawReply(uint64_t requestNumber);
