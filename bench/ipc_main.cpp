@@ -130,7 +130,8 @@ class Bench {
       const std::string wanted = options.loop.substr(row.size() + 1);
       for (const Figure& figure : kFigures) {
         if (wanted == figure.name || "request-" + wanted == figure.name) {
-          return LoopFigure(*transport, figure);
+          Check(LoopFigure(*transport, figure), row, figure.name);
+          return !failed;
         }
       }
     }
@@ -208,7 +209,7 @@ class Bench {
 
   // A bus that is measured has its own folder: the transport's bus lives in ours.
   std::string SystemFolder() const {
-    const std::string path = folder + "/system";
+    std::string path = folder + "/system";
     mkdir(path.c_str(), 0700);
     return path;
   }

@@ -131,6 +131,7 @@ bool IpcProcess::Exec(const IpcProcessors& processors, const std::vector<std::st
                       int passed, int errors) {
   if (!Prepare()) return false;
   std::vector<char*> pointers;
+  pointers.reserve(arguments.size() + 1);
   for (const std::string& text : arguments) pointers.push_back(const_cast<char*>(text.c_str()));
   pointers.push_back(nullptr);
   const pid_t self = getpid();

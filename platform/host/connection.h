@@ -32,7 +32,7 @@ struct HostConnection {
   int dispatching = 0;       // callouts that run for its requests
   mach_port_t replyRight = MACH_PORT_NULL;  // of its latest unanswered request
 
-  uint64_t sender = 0;       // the peer's thread, known from its first frame
+  uint64_t sender = 0;       // the peer's thread, known from its first header
   uint32_t waitsFor = 0;     // an older connection of that thread, not yet drained
   bool isWaitedFor = false;
   bool identified = false;

@@ -26,7 +26,8 @@ bool HostFrameReader::HasCompleteFrame() const {
 }
 
 bool HostFrameReader::Peek(HostFrameHeader* header) const {
-  return HasCompleteFrame() && HostDecodeFrameHeader(block->Bytes() + begin, header);
+  if (bad || end - begin < kHostFrameHeaderSize) return false;
+  return HostDecodeFrameHeader(block->Bytes() + begin, header);
 }
 
 void HostFrameReader::LookAtHeader() {

@@ -31,7 +31,7 @@ class HostFrameReader {
 
   bool HasCompleteFrame() const;
   bool IsBad() const { return bad; }  // kBad comes, behind the complete frames before it
-  // The header of the complete frame that Take would give; false without one.
+  // The header of the frame that comes next, complete or not; false while it has not arrived.
   bool Peek(HostFrameHeader* header) const;
   // Bytes of a frame that has begun and is not complete.
   size_t PartialBytes() const { return HasCompleteFrame() ? 0 : end - begin; }

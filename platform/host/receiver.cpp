@@ -57,7 +57,11 @@ bool ReadPeer(int fd, HostPeer* peer) {
   return true;
 }
 
-bool MaySpeak(const HostPeer& peer) { return peer.uid == 0 || peer.uid == geteuid(); }
+// The session's user and root; whose session it is does not change with a later seteuid.
+bool MaySpeak(const HostPeer& peer) {
+  const HostContext* context = HostGetContext();
+  return peer.uid == 0 || (context != nullptr && peer.uid == context->uid);
+}
 
 bool IsDescriptorShortage(int error) { return error == EMFILE || error == ENFILE; }
 
@@ -378,8 +382,8 @@ void HostReceiver::Read(HostConnection& connection) {
 }
 
 void HostReceiver::AfterRead(HostConnection& connection) {
+  Identify(connection);
   if (connection.in.HasCompleteFrame()) {
-    Identify(connection);
     MakeReady(connection);
   } else if (connection.in.IsBad()) {
     Drop(connection);
@@ -393,11 +397,11 @@ void HostReceiver::AfterRead(HostConnection& connection) {
 // A thread that closed a connection and made another must still be heard in its order: the younger
 // waits until the older is drained.
 void HostReceiver::Identify(HostConnection& connection) {
-  if (connection.identified) return;
-  connection.identified = true;
   HostFrameHeader header;
-  if (!connection.in.Peek(&header) || header.sender == 0) return;
+  if (connection.identified || !connection.in.Peek(&header)) return;
+  connection.identified = true;
   connection.sender = header.sender;
+  if (connection.sender == 0) return;
   HostConnection* before = nullptr;
   for (const auto& [number, other] : connections) {
     if (other->sender != connection.sender || other->peer.pid != connection.peer.pid ||

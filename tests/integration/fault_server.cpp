@@ -6,17 +6,25 @@
 
 #include "platform/host/clock.h"
 
-TEST_ROLE(FaultServer) {
-  if (role.HasArgument(0)) {
-    const auto most = static_cast<rlim_t>(role.NumberArgument(0));
-    const rlimit limit = {most, most};
-    if (setrlimit(RLIMIT_NOFILE, &limit) != 0) return kRoleFailed;
-  }
+namespace {
+
+int ServeForEver(TestRole& role) {
   FaultListener listener(&role);
   if (listener.Listen() != 0) return kRoleFailed;
   role.SignalReady();
   CFRunLoopRun();
   return kRoleFailed;  // the test kills us first
+}
+
+}  // namespace
+
+TEST_ROLE(FaultServer) { return ServeForEver(role); }
+
+TEST_ROLE(NarrowFaultServer) {
+  const auto most = static_cast<rlim_t>(role.NumberArgument(0));
+  const rlimit limit = {most, most};
+  if (setrlimit(RLIMIT_NOFILE, &limit) != 0) return kRoleFailed;
+  return ServeForEver(role);
 }
 
 OSStatus FaultListener::Listen() {

@@ -12,8 +12,8 @@
 
 // The server that the fault tests talk to, and how they ask it. Every event has a number and data.
 //
-// It runs as the role "FaultServer". Its first argument, if any, is the most descriptors that it
-// may have open.
+// It runs as the role "FaultServer", and as "NarrowFaultServer" with no more descriptors than its
+// first argument says.
 
 inline constexpr AEEventClass kFaultClass = FourCC('f', 'a', 'u', 'l');
 inline constexpr AEKeyword kNumberKey = FourCC('n', 'u', 'm', 'b');

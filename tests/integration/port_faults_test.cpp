@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <ctime>
 
+#include <algorithm>
 #include <atomic>
 #include <fstream>
 #include <memory>
@@ -22,6 +23,7 @@
 #include <thread>
 #include <vector>
 
+#include "aeport/event.h"
 #include "aeport/port_listener.h"
 #include "platform/host/byte_order.h"
 #include "platform/host/clock.h"
@@ -244,6 +246,74 @@ TEST(PortClient, ParentAndForkedChildSpeakForThemselves) {
   ASSERT_TRUE(server.WaitReady(20s));
   TestProcess client("ChildOfAClient", server.PortName(), {});
   EXPECT_EQ(kRoleDone, client.Wait(20s));
+}
+
+// More ports than a thread keeps conversations: the first is closed and made anew while its server
+// has read nothing yet.
+
+constexpr int kManyPorts = 10;
+constexpr AEKeyword kNumberKey = FourCC('n', 'u', 'm', 'b');
+
+std::string NumberedName(const std::string& name, int number) {
+  return name + "." + std::to_string(number);
+}
+
+OSStatus AppendNumber(UInt32, UInt32, const AEDesc* event, AEDesc*, void* refcon) {
+  SInt32 number = -1;
+  AEGetParamPtr(event, kNumberKey, typeSInt32, nullptr, &number, sizeof number, nullptr);
+  *static_cast<std::string*>(refcon) += std::to_string(number) + " ";
+  return 0;
+}
+
+TEST_ROLE(ManyPorts) {
+  std::string logs[kManyPorts];
+  VLTPortAEMachPortListener listeners[kManyPorts];
+  for (int i = 0; i < kManyPorts; i++) {
+    const std::string name = NumberedName(role.PortName(), i);
+    const OSStatus err =
+        listeners[i].ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), AppendNumber, &logs[i]);
+    if (err != 0) return kRoleFailed;
+  }
+  role.SignalReady();
+  const int expected = std::stoi(role.Hear(20s).value_or("0"));
+  const auto count = [&logs] { return std::count(logs[0].begin(), logs[0].end(), ' '); };
+  const int64_t end = HostNow() + 20 * kHostSecond;
+  while (count() < expected && HostNow() < end) {
+    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.1, true);
+  }
+  role.Tell(logs[0]);
+  return kRoleDone;
+}
+
+OSStatus SendNumber(const std::string& name, SInt32 number) {
+  VLTPortDestinationAddress address(name.c_str());
+  VLTPortAppleEvent event(kTestClass, 1, kAENoReply, &address, kAutoGenerateReturnID, 0);
+  OSStatus err = address.initialize();
+  if (err == 0) err = event.createEvent();
+  if (err == 0) {
+    err = AEPutParamPtr(&event.event, kNumberKey, typeSInt32, &number, sizeof number);
+  }
+  if (err == 0) err = event.sendEvent(kAENoReply, 600, kAENormalPriority);
+  event.finalizeEvent();
+  return err;
+}
+
+TEST(PortClient, KeepsItsOrderThroughNewConnections) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess server("ManyPorts");
+  ASSERT_TRUE(server.WaitReady(20s));
+  std::string expected;
+  RunOnThread([&] {
+    for (int round = 0; round < 30; round++) {
+      for (int i = 0; i < kManyPorts; i++) {
+        EXPECT_EQ(0, SendNumber(NumberedName(server.PortName(), i), round));
+      }
+      expected += std::to_string(round) + " ";
+    }
+  });
+  server.Tell("30");
+  EXPECT_EQ(expected, server.Hear(20s));
+  EXPECT_EQ(kRoleDone, server.Wait(20s));
 }
 
 // Hostile peers: what they write raw must disturb nobody.

@@ -1,0 +1,109 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <CoreServices/CoreServices.h>
+
+#include <algorithm>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "platform/host/introspect.h"
+#include "tests/integration/fault_server.h"
+#include "tests/integration/process_use.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/test_process.h"
+#include "tests/support/test_role.h"
+
+// Ports and connections that come and go by the thousand leave nothing behind.
+
+namespace {
+
+constexpr int kChurners = 8;
+constexpr int kRounds = 1250;  // of each; scaled
+
+// Connects, claims a name of its own, finds it, lets it go and closes, so many times. After a tenth
+// and at the end it tells how much memory and how many entries it holds.
+TEST_ROLE(Churner) {
+  const int rounds = role.NumberArgument(0);
+  const std::string own = std::string(role.PortName()) + "." + std::to_string(getpid());
+  int failures = 0;
+  for (int i = 0; i < rounds; i++) {
+    if (i == rounds / 10) {
+      const HostPortCounts counts = HostCountPorts();
+      std::ostringstream line;
+      line << UseOf(getpid()).memory << ' ' << counts.portNames << ' ' << failures;
+      role.Tell(line.str());
+      if (role.Hear(60s) != "go on") return kRoleFailed;
+    }
+    RunOnThread([&] {
+      if (AskServer(role.PortName(), kEchoID, i).number != i) failures++;
+    });
+    VLTPortAEMachPortListener listener;
+    const auto nothing = [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return OSStatus{0}; };
+    if (listener.ListenOnPort(own.c_str(), CFRunLoopGetCurrent(), nothing, nullptr) != 0) {
+      failures++;
+    }
+    if (LookUpPort(own.c_str()) != 0) failures++;
+    listener.Deallocate(0);
+    if (LookUpPort(own.c_str()) == 0) failures++;
+  }
+  const HostPortCounts counts = HostCountPorts();
+  std::ostringstream line;
+  line << UseOf(getpid()).memory << ' ' << counts.portNames << ' ' << failures;
+  role.Tell(line.str());
+  role.Hear(60s);
+  return kRoleDone;
+}
+
+struct Holding {
+  size_t memory = 0;
+  size_t portNames = 0;
+  int failures = -1;
+};
+
+Holding HearHolding(TestProcess& churner) {
+  Holding holding;
+  std::istringstream line(churner.Hear(300s).value_or(""));
+  line >> holding.memory >> holding.portNames >> holding.failures;
+  EXPECT_EQ(0, holding.failures);
+  return holding;
+}
+
+// At most one per cent more.
+void ExpectLevel(size_t early, size_t late) { EXPECT_LE(late, early + early / 100); }
+
+TEST(Churn, LeavesMemoryWhereItWas) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess server("FaultServer");
+  ASSERT_TRUE(server.WaitReady(20s));
+  const ProcessUse before = UseOf(server.Pid());
+  std::vector<std::unique_ptr<TestProcess>> churners;
+  const int rounds = kRounds * TestScale();
+  for (int i = 0; i < kChurners; i++) {
+    churners.push_back(std::make_unique<TestProcess>(
+        "Churner", server.PortName(), std::vector<std::string>{std::to_string(rounds)}));
+  }
+  std::vector<Holding> early;
+  for (auto& churner : churners) early.push_back(HearHolding(*churner));
+  const size_t serverEarly = UseOf(server.Pid()).memory;
+  for (auto& churner : churners) churner->Tell("go on");
+  for (size_t i = 0; i < churners.size(); i++) {
+    const Holding late = HearHolding(*churners[i]);
+    ExpectLevel(early[i].memory, late.memory);
+    EXPECT_EQ(early[i].portNames, late.portNames);
+  }
+  const size_t serverLate = UseOf(server.Pid()).memory;
+  ExpectLevel(serverEarly, serverLate);
+  RecordProperty("server_bytes", std::to_string(serverLate));
+  for (auto& churner : churners) {
+    churner->Tell("end");
+    EXPECT_EQ(kRoleDone, churner->Wait(20s));
+  }
+  ExpectBackAt(before, server.Pid());
+  const std::vector<HostNameInfo> names = HostListNames();
+  EXPECT_EQ(1u, names.size());  // the server's
+}
+
+}  // namespace

@@ -1,0 +1,185 @@
+#include <gtest/gtest.h>
+
+#include <CoreServices/CoreServices.h>
+#include <servers/bootstrap.h>
+
+#include <algorithm>
+#include <csignal>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "platform/host/clock.h"
+#include "tests/integration/fault_server.h"
+#include "tests/integration/process_use.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/test_process.h"
+#include "tests/support/test_role.h"
+
+// A server that is killed or stopped while many wait for it.
+
+namespace {
+
+constexpr int kClients = 50;
+// What is meant to take 50 and 10 ms may take ten times that on a busy machine.
+constexpr int64_t kMostUntilTold = 500 * kHostMillisecond;
+constexpr int64_t kMostUntilFree = 100 * kHostMillisecond;
+
+// Asks what is never answered; tells how that ended and when, then how a new request fares with the
+// port that it knew and with the name.
+TEST_ROLE(Bereaved) {
+  mach_port_t port = MACH_PORT_NULL;
+  if (LookUpPort(role.PortName(), &port) != 0) return kRoleFailed;
+  const FaultAnswer waited = AskPort(port, kHoldID, 0, "", kNoTimeOut);
+  const FaultAnswer again = AskPort(port, kEchoID);
+  const FaultAnswer named = AskServer(role.PortName());
+  std::ostringstream line;
+  line << waited.status << ' ' << waited.finished << ' ' << again.status << ' ' << named.status
+       << ' ' << std::max(again.elapsed, named.elapsed);
+  role.Tell(line.str());
+  return kRoleDone;
+}
+
+struct Bereavement {
+  OSStatus waited = 0;
+  int64_t finished = 0;
+  OSStatus again = 0;
+  OSStatus named = 0;
+  int64_t elapsed = 0;
+};
+
+Bereavement HearBereavement(TestProcess& client) {
+  Bereavement told;
+  std::istringstream line(client.Hear(20s).value_or(""));
+  line >> told.waited >> told.finished >> told.again >> told.named >> told.elapsed;
+  EXPECT_FALSE(line.fail()) << "a client is still waiting";
+  return told;
+}
+
+TEST(ServerDeath, EveryWaitingClientIsToldAtOnce) {
+  OpenDescriptorCheck noLeaks;
+  int64_t longestUntilTold = 0, longestUntilFree = 0, longestAfterwards = 0;
+  for (int round = 0; round < TestScale(); round++) {
+    TestProcess server("FaultServer");
+    ASSERT_TRUE(server.WaitReady(20s));
+    std::vector<std::unique_ptr<TestProcess>> clients;
+    for (int i = 0; i < kClients; i++) {
+      clients.push_back(std::make_unique<TestProcess>("Bereaved", server.PortName(),
+                                                      std::vector<std::string>()));
+    }
+    for (int i = 0; i < kClients; i++) ASSERT_EQ("held", server.Hear(20s));
+
+    const int64_t killed = HostNow();
+    server.Signal(SIGKILL);
+    ASSERT_TRUE(WaitForNoPort(server.PortName(), 20s));
+    longestUntilFree = std::max(longestUntilFree, HostNow() - killed);
+    for (auto& client : clients) {
+      const Bereavement told = HearBereavement(*client);
+      EXPECT_EQ(connectionInvalid, told.waited);
+      EXPECT_EQ(connectionInvalid, told.again);
+      EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, told.named);
+      longestUntilTold = std::max(longestUntilTold, told.finished - killed);
+      longestAfterwards = std::max(longestAfterwards, told.elapsed);
+      EXPECT_EQ(kRoleDone, client->Wait(20s));
+    }
+    FaultListener successor(nullptr);
+    const auto nothing = [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return OSStatus{0}; };
+    EXPECT_EQ(0, successor.ListenOnPort(server.PortName(), CFRunLoopGetCurrent(), nothing, nullptr));
+  }
+  EXPECT_LT(longestUntilTold, kMostUntilTold);
+  EXPECT_LT(longestUntilFree, kMostUntilFree);
+  EXPECT_LT(longestAfterwards, kMostUntilTold);
+  RecordProperty("told_us", std::to_string(longestUntilTold / 1000));
+  RecordProperty("free_us", std::to_string(longestUntilFree / 1000));
+  RecordProperty("failed_us", std::to_string(longestAfterwards / 1000));
+}
+
+// Marks are numbered 1000 * client + 1, 2, 3, ...
+constexpr SInt32 kNumbersPerClient = 1000;
+constexpr SInt32 kMarksAfterwards = 50;
+
+// Asks once while the server runs, once while it is stopped, and many times when it runs again.
+TEST_ROLE(Patient) {
+  mach_port_t port = MACH_PORT_NULL;
+  if (LookUpPort(role.PortName(), &port) != 0) return kRoleFailed;
+  SInt32 number = role.NumberArgument(0) * kNumbersPerClient + 1;
+  const SInt32 ticks = role.NumberArgument(1);
+  if (AskPort(port, kMarkID, number).number != number) return kRoleFailed;
+  role.SignalReady();
+
+  if (role.Hear(60s) != "stopped") return kRoleFailed;
+  const FaultAnswer late = AskPort(port, kMarkID, ++number, "", ticks);
+  const OSStatus oneWay = SendOneWay(port, kMarkID, ++number, ticks);
+  std::ostringstream line;
+  line << late.status << ' ' << late.elapsed << ' ' << oneWay;
+  role.Tell(line.str());
+
+  if (role.Hear(60s) != "goes on") return kRoleFailed;
+  for (SInt32 i = 0; i < kMarksAfterwards; i++) {
+    number++;
+    const FaultAnswer answer = AskPort(port, kMarkID, number);
+    if (answer.status != 0 || answer.number != number) return kRoleFailed;  // another's answer
+  }
+  return kRoleDone;
+}
+
+void WaitForState(const TestProcess& process, char state) {
+  EXPECT_TRUE(WaitUntil([&] { return ProcessStateOf(process.Pid()) == state; }, 20s));
+}
+
+// The marks of one client, in the order in which the server saw them.
+std::vector<SInt32> MarksOf(const std::vector<SInt32>& all, SInt32 client) {
+  std::vector<SInt32> marks;
+  for (const SInt32 mark : all) {
+    if (mark / kNumbersPerClient == client) marks.push_back(mark % kNumbersPerClient);
+  }
+  return marks;
+}
+
+TEST(ServerStop, EachClientsTimeRunsOutAloneAndLateAnswersReachNobody) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess server("FaultServer");
+  ASSERT_TRUE(server.WaitReady(20s));
+  const ProcessUse before = UseOf(server.Pid());
+  constexpr int kPatients = 12;
+  std::vector<std::unique_ptr<TestProcess>> clients;
+  for (int i = 0; i < kPatients; i++) {
+    clients.push_back(std::make_unique<TestProcess>(
+        "Patient", server.PortName(),
+        std::vector<std::string>{std::to_string(i + 1), std::to_string(6 * (i + 1))}));
+  }
+  for (auto& client : clients) ASSERT_TRUE(client->WaitReady(20s));
+
+  server.Signal(SIGSTOP);
+  WaitForState(server, 'T');
+  for (auto& client : clients) ASSERT_TRUE(client->Tell("stopped"));
+  int64_t longestOver = 0;
+  for (int i = 0; i < kPatients; i++) {
+    std::istringstream line(clients[static_cast<size_t>(i)]->Hear(20s).value_or(""));
+    OSStatus late = 0, oneWay = -1;
+    int64_t elapsed = 0;
+    line >> late >> elapsed >> oneWay;
+    EXPECT_EQ(errAETimeout, late);
+    EXPECT_EQ(0, oneWay);  // there is room for it
+    const int64_t own = (i + 1) * kHostSecond / 10;
+    EXPECT_GE(elapsed, own);
+    longestOver = std::max(longestOver, elapsed - own);
+  }
+  EXPECT_LT(longestOver, kHostSecond);  // a tenth of that on a machine with nothing else to do
+  RecordProperty("over_us", std::to_string(longestOver / 1000));
+
+  server.Signal(SIGCONT);
+  for (auto& client : clients) ASSERT_TRUE(client->Tell("goes on"));
+  for (auto& client : clients) EXPECT_EQ(kRoleDone, client->Wait(20s));
+  std::vector<SInt32> expected;
+  for (SInt32 i = 1; i <= kMarksAfterwards + 3; i++) expected.push_back(i);
+  RunOnThread([&] {
+    const std::vector<SInt32> all = AskServer(server.PortName(), kTellID).Marks();
+    EXPECT_EQ(kPatients * expected.size(), all.size());
+    for (SInt32 i = 1; i <= kPatients; i++) EXPECT_EQ(expected, MarksOf(all, i)) << "client " << i;
+  });
+  ExpectBackAt(before, server.Pid());
+}
+
+}  // namespace

@@ -1,0 +1,222 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <CoreServices/CoreServices.h>
+
+#include <string>
+#include <vector>
+
+#include "platform/host/ae_codec.h"
+#include "platform/host/byte_order.h"
+#include "tests/integration/fault_server.h"
+#include "tests/integration/process_use.h"
+#include "tests/integration/raw_peer.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/test_process.h"
+
+// Frames of all sizes, in all pieces, with false lengths and with what does not belong to them.
+
+namespace {
+
+constexpr size_t kBodyLimit = kHostFrameLimit - kHostFrameHeaderSize;
+
+// A header whose eight bytes of length and reserved word are all ones.
+std::string HeaderOfOnes() {
+  std::string header = RawHeader(0);
+  for (size_t i = 8; i < 16; i++) header[i] = '\xFF';
+  return header;
+}
+
+TEST(FrameLengths, LiesAndSilenceCostNoMemory) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess server("FaultServer");
+  ASSERT_TRUE(server.WaitReady(20s));
+  const struct {
+    const char* what;
+    std::string header;
+    bool hungUpOn;
+  } rows[] = {
+      {"0", RawHeader(0), false},  // no event, but a sound frame
+      {"the limit", RawHeader(kBodyLimit), false},
+      {"the limit + 1", RawHeader(kBodyLimit + 1), true},
+      {"2^31", RawHeader(0x80000000), true},
+      {"2^32 - 1", RawHeader(0xFFFFFFFF), true},
+      {"2^64 - 1", HeaderOfOnes(), true},
+  };
+  RunOnThread([&] { EXPECT_EQ(0, AskServer(server.PortName()).status); });
+  const ProcessUse before = UseOf(server.Pid());
+  size_t most = 0;
+  {
+    std::vector<RawPeer> liars;
+    for (int round = 0; round < 20; round++) {
+      for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        liars.emplace_back(server.PortName());
+        ASSERT_TRUE(liars.back().Write(row.header));
+        ASSERT_TRUE(liars.back().WaitTaken());
+        if (row.hungUpOn) EXPECT_TRUE(liars.back().WaitHungUp());
+      }
+      RunOnThread([&] { EXPECT_EQ(round, AskServer(server.PortName(), kEchoID, round).number); });
+    }
+    most = UseOf(server.Pid()).memory;
+  }
+  EXPECT_LT(most, before.memory + (size_t{4} << 20));
+  RecordProperty("growth_bytes", std::to_string(most - std::min(most, before.memory)));
+  ExpectBackAt(before, server.Pid());
+}
+
+// The reading end of a pipe tells when nobody has the writing end any more.
+bool NobodyHas(int readingEnd) {
+  pollfd entry = {readingEnd, POLLIN, 0};
+  return poll(&entry, 1, 20000) == 1 && (entry.revents & POLLHUP) != 0;
+}
+
+void PassOneOfAPipe(RawPeer& peer, const std::string& bytes) {
+  int ends[2];
+  ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
+  EXPECT_TRUE(peer.WriteWithDescriptor(bytes, ends[1]));
+  close(ends[1]);
+  EXPECT_TRUE(peer.WaitHungUp());
+  EXPECT_TRUE(NobodyHas(ends[0]));
+  close(ends[0]);
+}
+
+TEST(PassedDescriptors, AreRefusedAndNeverKept) {
+  const std::string frame = RawFrame(RawRequest(1), kEchoID, 1);
+  for (const bool nearTheLimit : {false, true}) {
+    SCOPED_TRACE(nearTheLimit);
+    OpenDescriptorCheck noLeaks;
+    TestProcess server("NarrowFaultServer", {"32"});
+    ASSERT_TRUE(server.WaitReady(20s));
+    const ProcessUse before = UseOf(server.Pid());
+    {
+      std::vector<RawPeer> silent;
+      for (int i = 0; nearTheLimit && i < 40; i++) silent.emplace_back(server.PortName());
+      RunOnThread([&] { EXPECT_EQ(0, AskServer(server.PortName()).status); });
+      const size_t open = UseOf(server.Pid()).descriptors;
+      for (int round = 0; round < 50; round++) {
+        for (const size_t size : {size_t{1}, size_t{16}, frame.size() - 1, frame.size()}) {
+          RawPeer peer(server.PortName());
+          PassOneOfAPipe(peer, frame.substr(0, size));
+        }
+        EXPECT_LE(UseOf(server.Pid()).descriptors, open + 1);
+        RunOnThread([&] { EXPECT_EQ(0, AskServer(server.PortName()).status); });
+      }
+    }
+    ExpectBackAt(before, server.Pid());
+  }
+}
+
+// What is answered whole before the intruding frame is answered all the same.
+TEST(PassedDescriptors, SpoilOnlyWhatFollows) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess server("FaultServer");
+  ASSERT_TRUE(server.WaitReady(20s));
+  RawPeer peer(server.PortName());
+  ASSERT_TRUE(peer.Write(RawFrame(RawRequest(1), kEchoID, 1)));
+  const auto answer = peer.ReadFrame();
+  ASSERT_TRUE(answer.has_value());
+  EXPECT_EQ(1u, answer->header.requestNumber);
+  PassOneOfAPipe(peer, RawFrame(RawRequest(2), kEchoID, 2));
+}
+
+class FramePieces : public testing::Test {
+ protected:
+  // A frame of exactly 1 KiB.
+  static std::string Frame() {
+    const size_t overhead = RawFrame(RawRequest(7), kEchoID, 5).size();
+    return RawFrame(RawRequest(7), kEchoID, 5, PatternBytes(1024 - overhead));
+  }
+
+  void SetUp() override {
+    ASSERT_TRUE(server.WaitReady(20s));
+    ASSERT_EQ(1024u, frame.size());
+  }
+
+  OpenDescriptorCheck noLeaks;
+  TestProcess server{"FaultServer"};
+  const std::string frame = Frame();
+};
+
+TEST_F(FramePieces, AnySplitGivesTheSameAnswer) {
+  RawPeer peer(server.PortName());
+  ASSERT_TRUE(peer.Write(frame));
+  const auto whole = peer.ReadFrame();
+  ASSERT_TRUE(whole.has_value());
+  EXPECT_NE(std::string::npos, whole->body.find(frame.substr(frame.size() - 900)));
+  for (size_t split = 1; split < frame.size(); split++) {
+    ASSERT_TRUE(peer.Write(frame.substr(0, split)));
+    ASSERT_TRUE(peer.WaitTaken());
+    ASSERT_TRUE(peer.Write(frame.substr(split)));
+    const auto answer = peer.ReadFrame();
+    ASSERT_TRUE(answer.has_value()) << split;
+    ASSERT_EQ(7u, answer->header.requestNumber);
+    ASSERT_EQ(whole->body, answer->body) << split;
+  }
+}
+
+TEST_F(FramePieces, OneByteAtATimeGivesTheSameAnswer) {
+  RawPeer peer(server.PortName());
+  ASSERT_TRUE(peer.Write(frame));
+  const auto whole = peer.ReadFrame();
+  ASSERT_TRUE(whole.has_value());
+  for (const char byte : frame) {
+    ASSERT_TRUE(peer.Write(std::string(1, byte)));
+    ASSERT_TRUE(peer.WaitTaken());
+  }
+  const auto answer = peer.ReadFrame();
+  ASSERT_TRUE(answer.has_value());
+  EXPECT_EQ(whole->body, answer->body);
+}
+
+int DefaultSendBuffer() {
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  int size = 0;
+  socklen_t length = sizeof size;
+  getsockopt(fd, SOL_SOCKET, SO_SNDBUF, &size, &length);
+  close(fd);
+  return size;
+}
+
+TEST(FrameSizes, TravelByteExactOrAreRefused) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess server("FaultServer");
+  ASSERT_TRUE(server.WaitReady(20s));
+  const ProcessUse before = UseOf(server.Pid());
+  const auto buffer = static_cast<size_t>(DefaultSendBuffer());
+  // Data that makes a frame of exactly the limit.
+  const size_t largest = kHostFrameLimit - RawFrame(RawRequest(1), kEchoID, 1).size();
+  const struct {
+    size_t size;
+    OSStatus err;
+  } rows[] = {
+      {0, 0},
+      {1, 0},
+      {4095, 0},
+      {4096, 0},
+      {4097, 0},
+      {buffer - 1, 0},
+      {buffer, 0},
+      {buffer + 1, 0},
+      {2 * buffer, 0},
+      {2 * buffer + 1, 0},
+      {largest - 1, 0},
+      {largest, 0},
+      {largest + 1, memFullErr},
+  };
+  RunOnThread([&] {
+    for (const auto& row : rows) {
+      SCOPED_TRACE(row.size);
+      const std::string data = PatternBytes(row.size);
+      const FaultAnswer answer = AskServer(server.PortName(), kEchoID, 1, data);
+      EXPECT_EQ(row.err, answer.status);
+      if (row.err == 0) EXPECT_TRUE(data == answer.data);
+    }
+  });
+  ExpectBackAt(before, server.Pid());
+}
+
+}  // namespace
