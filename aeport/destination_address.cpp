@@ -5,7 +5,8 @@
 #include <servers/bootstrap.h>
 
 VLTPortDestinationAddress::VLTPortDestinationAddress(const char* name) {
-  if (name != nullptr && std::strlen(name) < sizeof portName) std::strcpy(portName, name);
+  const size_t length = name != nullptr ? std::strlen(name) : 0;
+  if (length < sizeof portName) std::memcpy(portName, name != nullptr ? name : "", length + 1);
 }
 
 OSStatus VLTPortDestinationAddress::locatePort() {

@@ -126,7 +126,7 @@ void VLTPortAEMachPortListener::DropInvalid(Rights& rights) {
 }
 
 OSStatus VLTPortAEMachPortListener::CheckNameIsFree(const char* name, Rights& rights) {
-  std::strcpy(portName, name);
+  std::memcpy(portName, name, std::strlen(name) + 1);
   if (bootstrap_look_up(rights.bootstrap, portName, &rights.looked) != 0) {
     rights.looked = MACH_PORT_NULL;
   }

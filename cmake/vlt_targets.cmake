@@ -12,6 +12,18 @@ if(CMAKE_SYSTEM_PROCESSOR STREQUAL "powerpc")
   set(VLT_ATOMIC_LIBRARY atomic)
 endif()
 
+# The powerpc preset is there for its word size and byte order; a compiler for another kind would
+# make its tests say nothing.
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "powerpc")
+  include(CheckCXXSourceCompiles)
+  check_cxx_source_compiles("
+    static_assert(sizeof(void*) == 4 && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__);
+    int main() { return 0; }" VLT_IS_32_BIT_BIG_ENDIAN)
+  if(NOT VLT_IS_32_BIT_BIG_ENDIAN)
+    message(FATAL_ERROR "The powerpc toolchain is not a 32-bit big-endian one")
+  endif()
+endif()
+
 # vlt_add_library(NAME [SOURCES ...] [LIBS ...])
 # The static library of one folder. LIBS are the folders that it may include.
 function(vlt_add_library name)
@@ -40,6 +52,20 @@ function(vlt_add_merged_library name kind)
   target_link_libraries(${name} PUBLIC Threads::Threads ${VLT_ATOMIC_LIBRARY})
   install(TARGETS ${name} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endfunction()
+
+# vlt_install_headers(FOLDERS...)
+# The headers that users of the library include, below one folder, so that an installed program
+# says -Iinclude/vlt -Iinclude/vlt/platform/include. What platform/host has is private.
+function(vlt_install_headers)
+  set(target ${CMAKE_INSTALL_INCLUDEDIR}/vlt)
+  foreach(folder IN LISTS ARGN)
+    if(folder STREQUAL "platform")
+      set(folder platform/include)
+    endif()
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}/ DESTINATION ${target}/${folder}
+      FILES_MATCHING PATTERN *.h)
+  endforeach()
 endfunction()
 
 # What stands before a test program's name, how much longer than natively it may take, and what its

@@ -50,11 +50,13 @@ struct Table {
   size_t sweepAt = kSweepAt;
   std::unordered_map<uint64_t, mach_port_t> byPortID;  // of send rights and of receivers
   std::unordered_map<std::string, mach_port_t> services;
+  const Table* inherited = nullptr;  // a forked child's: what it does not use, and keeps
 };
 
 constinit std::mutex sMutexStorage;
 constinit std::mutex* sMutex = &sMutexStorage;
 constinit Table* sTable = nullptr;
+constinit const Table* sInherited = nullptr;
 constinit std::atomic<void (*)(mach_port_t)> sDeathObserver{nullptr};
 
 alignas(std::mutex) constinit char sChildMutex[sizeof(std::mutex)] = {};
@@ -63,11 +65,15 @@ alignas(std::mutex) constinit char sChildMutex[sizeof(std::mutex)] = {};
 // not exist here.
 void ForgetAllInChild() {
   sMutex = new (sChildMutex) std::mutex;
+  if (sTable != nullptr) sInherited = sTable;
   sTable = nullptr;
 }
 
 Table& LockedTable() {
-  if (sTable == nullptr) sTable = new Table;
+  if (sTable == nullptr) {
+    sTable = new Table;
+    sTable->inherited = sInherited;
+  }
   return *sTable;
 }
 
