@@ -28,7 +28,13 @@ class HostGather {
   void Clear();
   void Append(const void* bytes, size_t count);  // copies
   // Appends room for the caller to fill; valid until the next change.
-  uint8_t* Extend(size_t count);
+  uint8_t* Extend(size_t count) {
+    if (used == 0 || count > head.size() - used) [[unlikely]] MakeRoom(count);
+    uint8_t* room = head.data() + used;
+    used += count;
+    total += count;
+    return room;
+  }
   void Borrow(const void* bytes, size_t count);  // points at; copies when short
 
   // The pieces in order, valid until the next change. The first piece begins with
@@ -48,6 +54,7 @@ class HostGather {
     size_t size;
   };
   void CloseRun();
+  void MakeRoom(size_t count);
 
   std::vector<uint8_t> head;
   std::vector<Piece> pieces;

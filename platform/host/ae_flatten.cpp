@@ -71,7 +71,18 @@ OSStatus WriteContent(const HostAEItem& item, HostGather& out) {
   return WriteItems(item.items, out);
 }
 
+// Most items are small values: all of one is written at once.
+OSStatus WriteSmallValue(const HostAEItem& item, HostGather& out) {
+  uint8_t* head = out.Extend(kHostItemHeadSize + item.size);
+  HostStoreBig32(head + kHostKeyAt, item.key);
+  HostStoreBig32(head + kHostTypeAt, item.type);
+  HostStoreBig32(head + kHostFormAt, FormWord(HostAEForm::kValue, item.size));
+  HostSwapValue(item.type, head + kHostItemHeadSize, item.inlineBytes, item.size);
+  return 0;
+}
+
 OSStatus WriteItem(const HostAEItem& item, HostGather& out) {
+  if (!item.IsContainer() && item.size <= HostAEItem::kInlineSize) return WriteSmallValue(item, out);
   uint8_t* head = out.Extend(kHostItemHeadSize - sizeof(uint32_t));
   HostStoreBig32(head + kHostKeyAt, item.key);
   HostStoreBig32(head + kHostTypeAt, item.type);

@@ -24,13 +24,9 @@ void HostGather::Clear() {
   runStart = 0;
 }
 
-uint8_t* HostGather::Extend(size_t count) {
+void HostGather::MakeRoom(size_t count) {
   if (used == 0) Clear();
   if (count > head.size() - used) head.resize(std::max(head.size() * 2, used + count));
-  uint8_t* room = head.data() + used;
-  used += count;
-  total += count;
-  return room;
 }
 
 void HostGather::Append(const void* bytes, size_t count) {

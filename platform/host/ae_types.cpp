@@ -79,15 +79,21 @@ size_t HostScalarWidth(DescType type) {
   }
 }
 
-bool HostSwapIsCopy(DescType type, size_t size) {
-  if (kHostIsBigEndian) return true;
+namespace {
+
+// The width by which a value is swapped: 1 when it is not.
+size_t SwapWidth(DescType type, size_t size) {
+  if (kHostIsBigEndian) return 1;
   const size_t width = HostScalarWidth(type);
-  return width == 1 || (size & (width - 1)) != 0;
+  return (size & (width - 1)) == 0 ? width : 1;
 }
 
+}  // namespace
+
+bool HostSwapIsCopy(DescType type, size_t size) { return SwapWidth(type, size) == 1; }
+
 void HostSwapValue(DescType type, void* to, const void* from, size_t size) {
-  const size_t width = HostSwapIsCopy(type, size) ? 1 : HostScalarWidth(type);
-  switch (width) {
+  switch (SwapWidth(type, size)) {
     case 2:
       return SwapWords<uint16_t, HostSwap16>(to, from, size);
     case 4:

@@ -232,6 +232,16 @@ TEST(Coercions, OfListsNestedToTheLimit) {
   EXPECT_EQ(0, AECoerceDescToType(deepest, typePString, number));
 }
 
+TEST(Coercions, IntoItselfAsItIsMovesNothing) {
+  StDesc source;
+  Make(Long(5), &source);
+  const AEDataStorage storage = source.dataHandle;
+  for (const DescType target : {typeSInt32, typeWildCard, typeBest}) {
+    EXPECT_EQ(0, AECoerceDescToType(source, target, source));
+    EXPECT_EQ(storage, source.dataHandle);
+  }
+}
+
 TEST(Coercions, OfWhatIsNoDescriptor) {
   DescCheck noLeaks;
   StDesc source, destination;
