@@ -125,7 +125,9 @@ std::vector<IpcPlacement> IpcPlacements() {
   if (all.empty()) return placements;
   const IpcProcessors first = {all[0]};
   placements.push_back({"pin0", first, first, first});
-  if (all.size() > 1) placements.push_back({"split", first, {all[1]}, {all[0], all[1]}});
+  if (all.size() == 1) return placements;
+  placements.push_back({"split", first, {all[1]}, {all[0], all[1]}});
+  placements.push_back({"free", all, all, all});
   return placements;
 }
 

@@ -13,9 +13,11 @@ struct IpcPlacement {
   IpcProcessors server;
   IpcProcessors clients;
   IpcProcessors broker;
+
+  bool IsFree() const { return server.size() > 1; }
 };
 // "pin0": everything on one processor. "split": the server on that one, the clients on another, a
-// broker on either; left out where there is one processor only.
+// broker on either. "free": everybody anywhere. The last two only where there are two processors.
 std::vector<IpcPlacement> IpcPlacements();
 
 // How long one measurement takes.
