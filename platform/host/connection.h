@@ -40,8 +40,9 @@ struct HostConnection {
   bool paused = false;       // not read on: too much is partly received
   bool ended = false;        // nothing more comes
 
-  bool IsIdle() const {
-    return !ended && dispatching == 0 && out.IsEmpty() && in.PartialBytes() == 0 && !isReady &&
-           !in.HasCompleteFrame() && replyRight == MACH_PORT_NULL;
+  // Nothing that is complete would be lost with it: no request, no reply, no asker who waits.
+  bool IsExpendable() const {
+    return !ended && dispatching == 0 && out.IsEmpty() && !isReady && !in.HasCompleteFrame() &&
+           replyRight == MACH_PORT_NULL;
   }
 };

@@ -28,14 +28,29 @@ constexpr size_t kConnectionsPerThread = 8;
 // How much a socket's receive time-out may differ from the time left before it is set anew.
 constexpr int64_t kTimeoutSlack = 40 * kHostMillisecond;
 
-constinit std::atomic<uint64_t> sRequestNumber{0};
-
 uint64_t RandomNumber() {
   uint64_t number = 0;
   while (getrandom(&number, sizeof number, 0) != sizeof number || number == 0) {
   }
   return number;
 }
+
+// Random numbers, drawn from the kernel many at a time.
+class RequestNumbers {
+ public:
+  uint64_t Next() {
+    if (left == 0) {
+      while (getrandom(numbers.data(), sizeof numbers, 0) != sizeof numbers) {
+      }
+      left = numbers.size();
+    }
+    return numbers[--left];
+  }
+
+ private:
+  std::array<uint64_t, 32> numbers;  // up to 256 bytes are never cut short by a signal
+  size_t left = 0;
+};
 
 timeval TimevalOf(int64_t nanoseconds) {
   timeval time = {};
@@ -297,9 +312,7 @@ Conversations& ThreadConversations() { return HostThreadObject<Conversations>();
 
 }  // namespace
 
-uint64_t HostNextRequestNumber() {
-  return sRequestNumber.fetch_add(1, std::memory_order_relaxed) + 1;
-}
+uint64_t HostNextRequestNumber() { return HostThreadObject<RequestNumbers>().Next(); }
 
 uint64_t HostThreadNumber() { return ThreadConversations().ThreadNumber(); }
 

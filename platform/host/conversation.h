@@ -21,7 +21,8 @@
 OSStatus HostConverse(uint64_t portID, HostFrameHeader header, HostGather& frame, int64_t deadline,
                       HostFrameSlice* replyBody);
 
-// A number that no other request of this process has.
+// A random number for the next request: no peer can answer a request before it has seen it, nor one
+// that it never saw.
 uint64_t HostNextRequestNumber();
 
 // The calling thread's random number, so that a server can tell a thread that reconnected.

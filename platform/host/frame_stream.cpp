@@ -10,8 +10,9 @@
 
 namespace {
 
-// What a connection reads into at first: many small frames, or the beginning of a large one.
-constexpr size_t kBlockSize = size_t{64} << 10;
+// What a connection reads into at first: many small frames, or the beginning of a large one. A frame
+// with a parameter of 64 KiB fits whole.
+constexpr size_t kBlockSize = size_t{68} << 10;
 // The least room worth a receive call when no frame's size is known.
 constexpr size_t kLeastRoom = size_t{4} << 10;
 // Bytes of send buffer asked for; the kernel cuts it to its own limit.

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+struct AEDesc;
+
 // What people want to see and no documented interface tells. For tools, benchmarks and tests only.
 // Any thread.
 
@@ -40,3 +42,7 @@ struct HostPortCounts {
   size_t partialBytes = 0;  // partly received frames
 };
 HostPortCounts HostCountPorts();
+
+// The keywords of all attributes that an event has, those with a meaning of their own first. Empty
+// for what is no event. (AEGetAttributeDesc reads one, but nothing documented lists them.)
+std::vector<FourCharCode> HostAttributeKeys(const AEDesc* event);

@@ -16,7 +16,6 @@
 
 #include <algorithm>
 #include <new>
-#include <tuple>
 #include <utility>
 
 #include "platform/host/clock.h"
@@ -278,7 +277,7 @@ void HostReceiver::Accept() {
       continue;
     }
     if (errno == EINTR || errno == ECONNABORTED) continue;
-    if (IsDescriptorShortage(errno) && GiveUpIdleConnection()) continue;
+    if (IsDescriptorShortage(errno) && GiveUpSilentConnection()) continue;
     if (errno == EAGAIN) return;
     // Nothing to be had now; the listener would report itself readable without end.
     listenerPaused = true;
@@ -304,19 +303,19 @@ void HostReceiver::Admit(int fd, const HostPeer& peer) {
   UpdateInterest(admitted);
 }
 
-// Frees a descriptor: the connection that has been idle longest of the process that holds most.
-// One with an unanswered request goes only when there is no other.
-bool HostReceiver::GiveUpIdleConnection() {
+// Frees a descriptor at the cost of the process that holds most: of its connections the one that has
+// been silent longest goes, be it idle or in the middle of a frame. A peer that still means that
+// frame sends it again. One that waits for an answer is never taken.
+bool HostReceiver::GiveUpSilentConnection() {
   std::unordered_map<pid_t, size_t> held;
   for (const auto& [number, connection] : connections) held[connection->peer.pid]++;
+  const auto rank = [&held](const HostConnection& connection) {
+    return std::pair(held[connection.peer.pid], ~connection.lastActivity);
+  };
   for (;;) {
     HostConnection* choice = nullptr;
-    const auto rank = [&held](const HostConnection& connection) {
-      return std::tuple(connection.replyRight == MACH_PORT_NULL, held[connection.peer.pid],
-                        ~connection.lastActivity);
-    };
     for (const auto& [number, connection] : connections) {
-      if (!connection->IsIdle()) continue;
+      if (!connection->IsExpendable()) continue;
       if (choice == nullptr || rank(*connection) > rank(*choice)) choice = connection.get();
     }
     if (choice == nullptr) return false;

@@ -116,7 +116,7 @@ class HostReceiver : public std::enable_shared_from_this<HostReceiver> {
   void WatchListener(bool on);
   void Accept();
   void Admit(int fd, const HostPeer& peer);
-  bool GiveUpIdleConnection();
+  bool GiveUpSilentConnection();
   void GiveUp(HostConnection& connection);
 
   void SetInterest(HostConnection& connection, uint32_t interest);

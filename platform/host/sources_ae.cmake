@@ -6,6 +6,7 @@ target_sources(vlt_platform PRIVATE
   host/ae_event.cpp
   host/ae_flatten.cpp
   host/ae_gather.cpp
+  host/ae_introspect.cpp
   host/ae_lists.cpp
   host/ae_number.cpp
   host/ae_number_text.cpp

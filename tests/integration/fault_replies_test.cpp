@@ -31,15 +31,15 @@ constexpr SInt32 kFalse = -77;  // what a false answer says
 
 // A published port whose connections the role serves itself. Result: the first connection.
 std::optional<RawPeer> AcceptUnder(TestRole& role) {
-  constexpr uint64_t kPortID = 0x1234567;  // nobody else in a test's session draws it
+  const auto portID = static_cast<uint64_t>(getpid());  // those of the host layer are random
   sockaddr_un address = {};
   socklen_t size = 0;
   int claim = -1;
   const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (!HostPortAddress(kPortID, &address, &size)) return std::nullopt;
+  if (!HostPortAddress(portID, &address, &size)) return std::nullopt;
   if (bind(listener, reinterpret_cast<sockaddr*>(&address), size) != 0) return std::nullopt;
   if (listen(listener, 8) != 0) return std::nullopt;
-  if (HostClaimName(role.PortName(), kPortID, &claim) != 0) return std::nullopt;
+  if (HostClaimName(role.PortName(), portID, &claim) != 0) return std::nullopt;
   role.SignalReady();
   pollfd entry = {listener, POLLIN, 0};
   if (poll(&entry, 1, 20000) != 1) return std::nullopt;

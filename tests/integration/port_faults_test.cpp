@@ -31,6 +31,8 @@
 #include "platform/host/introspect.h"
 #include "platform/host/name_registry.h"
 #include "platform/host/port_address.h"
+#include "tests/integration/process_use.h"
+#include "tests/integration/raw_peer.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/session_directory.h"
 #include "tests/support/test_process.h"
@@ -322,71 +324,6 @@ TEST(PortClient, KeepsItsOrderThroughNewConnections) {
 
 // Hostile peers: what they write raw must disturb nobody.
 
-size_t DescriptorsOf(pid_t pid) {
-  size_t count = 0;
-  const std::string folder = "/proc/" + std::to_string(pid) + "/fd/";
-  for (int fd = 0; fd < 1024; fd++) {
-    struct stat info;
-    if (lstat((folder + std::to_string(fd)).c_str(), &info) == 0) count++;
-  }
-  return count;
-}
-
-// Sanitizers keep what was freed, so memory says nothing under them.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-
-// Resident bytes.
-size_t MemoryOf(pid_t pid) {
-  std::ifstream statm("/proc/" + std::to_string(pid) + "/statm");
-  size_t total = 0, resident = 0;
-  statm >> total >> resident;
-  return resident * static_cast<size_t>(sysconf(_SC_PAGESIZE));
-}
-
-class RawConnection {
- public:
-  explicit RawConnection(const char* name) : fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    uint64_t port = 0;
-    sockaddr_un address;
-    socklen_t size = 0;
-    EXPECT_EQ(0, HostFindName(name, &port));
-    EXPECT_TRUE(HostPortAddress(port, &address, &size));
-    EXPECT_EQ(0, connect(fd, reinterpret_cast<sockaddr*>(&address), size));
-  }
-  ~RawConnection() { close(fd); }
-  RawConnection(const RawConnection&) = delete;
-  RawConnection& operator=(const RawConnection&) = delete;
-
-  // The server may have hung up already.
-  void Write(const std::string& bytes) {
-    size_t sent = 0;
-    while (sent < bytes.size()) {
-      const ssize_t size = send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-      if (size <= 0) return;
-      sent += static_cast<size_t>(size);
-    }
-  }
-
- private:
-  int fd;
-};
-
-std::string HeaderOf(uint32_t bodySize) {
-  HostFrameHeader header;
-  header.flags = kHostFrameReplyWanted;
-  header.bodySize = 0;
-  header.requestNumber = 1;
-  header.sender = 99;
-  uint8_t bytes[kHostFrameHeaderSize];
-  HostEncodeFrameHeader(header, bytes);
-  HostStoreBig32(bytes + 8, bodySize);
-  return std::string(reinterpret_cast<const char*>(bytes), sizeof bytes);
-}
-
 std::string RandomBytes(size_t size) {
   std::minstd_rand random(4711);
   std::string bytes(size, 0);
@@ -406,7 +343,7 @@ TEST(PortServer, SurvivesWhatIsNoMessage) {
   TestProcess server("Server");
   ASSERT_TRUE(server.WaitReady(20s));
   const std::string nested = NestedBody();
-  std::string wrongMagic = HeaderOf(0);
+  std::string wrongMagic = RawHeader(0);
   wrongMagic[0] = 'X';
   const struct {
     const char* what;
@@ -414,38 +351,38 @@ TEST(PortServer, SurvivesWhatIsNoMessage) {
   } rows[] = {
       {"nothing", ""},
       {"one byte", "v"},
-      {"half a header", HeaderOf(100).substr(0, 16)},
-      {"huge length", HeaderOf(0xFFFFFFFF)},
-      {"limit", HeaderOf(kHostFrameLimit - kHostFrameHeaderSize)},
-      {"truncated body", HeaderOf(1000) + std::string(500, 'b')},
-      {"empty body", HeaderOf(0)},
-      {"zero body", HeaderOf(64) + std::string(64, '\0')},
+      {"half a header", RawHeader(100).substr(0, 16)},
+      {"huge length", RawHeader(0xFFFFFFFF)},
+      {"limit", RawHeader(kHostFrameLimit - kHostFrameHeaderSize)},
+      {"truncated body", RawHeader(1000) + std::string(500, 'b')},
+      {"empty body", RawHeader(0)},
+      {"zero body", RawHeader(64) + std::string(64, '\0')},
       {"random", RandomBytes(1024)},
-      {"random body", HeaderOf(1024) + RandomBytes(1024)},
+      {"random body", RawHeader(1024) + RandomBytes(1024)},
       {"wrong magic", wrongMagic},
-      {"nested", HeaderOf(static_cast<uint32_t>(nested.size())) + nested},
+      {"nested", RawHeader(static_cast<uint32_t>(nested.size())) + nested},
   };
   RunOnThread([&] {
     EXPECT_EQ(0, Ask(server.PortName()));
     // Counted with this thread's own connection open.
-    const size_t descriptors = DescriptorsOf(server.Pid());
-    const size_t memory = MemoryOf(server.Pid());
+    const size_t descriptors = UseOf(server.Pid()).descriptors;
+    const size_t memory = UseOf(server.Pid()).memory;
     ClearTestLog();
     for (int round = 0; round < 20; round++) {
-      std::vector<std::unique_ptr<RawConnection>> hostile;
+      std::vector<std::unique_ptr<RawPeer>> hostile;
       for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
-        hostile.push_back(std::make_unique<RawConnection>(server.PortName()));
+        hostile.push_back(std::make_unique<RawPeer>(server.PortName()));
         hostile.back()->Write(row.bytes);
         ASSERT_EQ(0, Ask(server.PortName()));
       }
     }
     // The closed ones are seen at the latest when a later request has been answered twice.
     const int64_t end = HostNow() + 20 * kHostSecond;
-    while (DescriptorsOf(server.Pid()) != descriptors && HostNow() < end) Ask(server.PortName());
-    EXPECT_EQ(descriptors, DescriptorsOf(server.Pid()));
-    if (!kSanitized) {
-      EXPECT_LT(MemoryOf(server.Pid()), memory + (size_t{4} << 20));
+    while (UseOf(server.Pid()).descriptors != descriptors && HostNow() < end) Ask(server.PortName());
+    EXPECT_EQ(descriptors, UseOf(server.Pid()).descriptors);
+    if (kMemoryTells) {
+      EXPECT_LT(UseOf(server.Pid()).memory, memory + (size_t{4} << 20));
     }
     EXPECT_EQ("", TestLogText());
   });

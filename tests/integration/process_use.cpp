@@ -26,16 +26,15 @@ size_t EntriesOf(const std::string& folder) {
   return count;
 }
 
-size_t PrivateMemoryOf(pid_t pid) {
+void ReadMemory(pid_t pid, ProcessUse* use) {
   std::ifstream file(ProcFolder(pid) + "/smaps_rollup");
-  size_t total = 0;
   for (std::string word; file >> word;) {
+    size_t* const field = word == "Private_Dirty:" ? &use->memory
+                          : word == "Rss:"         ? &use->resident
+                                                   : nullptr;
     size_t kilobytes = 0;
-    if ((word == "Private_Clean:" || word == "Private_Dirty:") && file >> kilobytes) {
-      total += kilobytes * 1024;
-    }
+    if (field != nullptr && file >> kilobytes) *field = kilobytes * 1024;
   }
-  return total;
 }
 
 int64_t ProcessorTimeOf(pid_t pid) {
@@ -51,7 +50,7 @@ ProcessUse UseOf(pid_t pid) {
   ProcessUse use;
   use.descriptors = EntriesOf(ProcFolder(pid) + "/fd");
   use.threads = EntriesOf(ProcFolder(pid) + "/task");
-  use.memory = PrivateMemoryOf(pid);
+  ReadMemory(pid, &use);
   use.processorTime = ProcessorTimeOf(pid);
   return use;
 }

@@ -13,10 +13,18 @@
 struct ProcessUse {
   size_t descriptors = 0;
   size_t threads = 0;
-  size_t memory = 0;          // bytes that only this process has in memory
+  size_t memory = 0;          // bytes in memory that it made or changed
+  size_t resident = 0;        // bytes in memory in all, what it shares with others included
   int64_t processorTime = 0;  // nanoseconds, of all its threads together
 };
 ProcessUse UseOf(pid_t pid);
+
+// Sanitizers keep what was freed, so that memory says nothing under them.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kMemoryTells = false;
+#else
+inline constexpr bool kMemoryTells = true;
+#endif
 
 // Waits until the process has as many descriptors and threads as `before`. Fails the test, with the
 // numbers, when that takes longer than `limit`. Returns how long it took, in milliseconds.

@@ -8,7 +8,10 @@ add_library(vlt_fault_support OBJECT integration/fault_server.cpp integration/pr
   integration/raw_peer.cpp)
 target_link_libraries(vlt_fault_support PUBLIC vlt_aeport vlt_test_support PRIVATE vlt_warnings)
 
-foreach(fault IN ITEMS death slow_peers frames replies churn flood)
+foreach(fault IN ITEMS death slow_peers frames replies churn flood ports sources disk)
   vlt_add_test(NAME fault_${fault}_test LABEL integration SOURCES fault_${fault}_test.cpp
     LIBS vlt_fault_support TIMEOUT 300 NATIVE_ONLY)
 endforeach()
+
+# One process: the thread sanitizer's preset runs it with the folder that it tests.
+set_property(TEST fault_sources_test APPEND PROPERTY LABELS platform)

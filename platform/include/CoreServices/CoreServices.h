@@ -2,10 +2,12 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <CoreServices/Debugging.h>
+#include <CoreServices/DriverServices.h>
 #include <CoreServices/DriverSynchronization.h>
 #include <CoreServices/MacErrors.h>
 #include <CoreServices/MacMemory.h>
 #include <CoreServices/MacTypes.h>
+#include <CoreServices/Multiprocessing.h>
 #include <CoreServices/Processes.h>
 #include <CoreServices/TextUtils.h>
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CoreServices/MacTypes.h>
+#include <mach/thread_act.h>
 
 // Port rights of this task. A port name is a 32-bit number that means something only inside the
 // process; send and receive rights to one port share one name, so looking up a service that this

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <CoreFoundation/CFBase.h>
+
+// Identifiers of 16 bytes, immutable. Any thread.
+
+struct CFUUIDBytes {
+  UInt8 byte0, byte1, byte2, byte3, byte4, byte5, byte6, byte7;
+  UInt8 byte8, byte9, byte10, byte11, byte12, byte13, byte14, byte15;
+};
+using CFUUIDRef = const struct __CFUUID*;
+
+extern "C" {
+
+CFTypeID CFUUIDGetTypeID(void);
+CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef allocator, CFUUIDBytes bytes);
+CFUUIDBytes CFUUIDGetUUIDBytes(CFUUIDRef uuid);  // zeros for null
+
+// The one constant object of these bytes; lives for ever, so nobody needs to release it.
+CFUUIDRef CFUUIDGetConstantUUIDWithBytes(CFAllocatorRef allocator, UInt8 byte0, UInt8 byte1,
+                                         UInt8 byte2, UInt8 byte3, UInt8 byte4, UInt8 byte5,
+                                         UInt8 byte6, UInt8 byte7, UInt8 byte8, UInt8 byte9,
+                                         UInt8 byte10, UInt8 byte11, UInt8 byte12, UInt8 byte13,
+                                         UInt8 byte14, UInt8 byte15);
+
+}  // extern "C"

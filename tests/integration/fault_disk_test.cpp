@@ -1,0 +1,266 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <grp.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <CoreServices/CoreServices.h>
+#include <mach/mach.h>
+#include <servers/bootstrap.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/host/introspect.h"
+#include "tests/integration/fault_server.h"
+#include "tests/integration/process_use.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/session_directory.h"
+#include "tests/support/test_process.h"
+#include "tests/support/test_role.h"
+
+// A session directory that takes nothing more, may not be changed, or is gone.
+
+namespace {
+
+constexpr uid_t kNobody = 65534;
+
+// Tells its test "what status".
+void TellStatus(TestRole& role, const std::string& what, OSStatus status) {
+  role.Tell(what + " " + std::to_string(status));
+}
+
+OSStatus ListenUnder(VLTPortAEMachPortListener& listener, const std::string& name) {
+  const auto nothing = [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return OSStatus{0}; };
+  const OSStatus err =
+      listener.ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), nothing, nullptr);
+  return err == 0 ? 0 : listener.Deallocate(err);
+}
+
+// Claims a new name, finds it, and lets it go.
+void TellClaim(TestRole& role, const std::string& what) {
+  static int count = 0;
+  const std::string name = std::string(role.PortName()) + "." + std::to_string(++count);
+  { const OpenDescriptorCheck makesWhatAProcessKeeps; }
+  const size_t before = OpenDescriptors().size();
+  OSStatus err = 0;
+  {
+    VLTPortAEMachPortListener listener;
+    err = ListenUnder(listener, name);
+    if (err == 0) err = LookUpPort(name.c_str());
+  }
+  // A failure must leave neither half a claim nor a descriptor behind.
+  const bool clean = LookUpPort(name.c_str()) == BOOTSTRAP_UNKNOWN_SERVICE &&
+                     OpenDescriptors().size() == before;
+  TellStatus(role, what + (clean ? "" : " (something is left)"), err);
+}
+
+// The folder's own processes, so that they see its file system as the role does.
+std::unique_ptr<TestProcess> StartServer(TestRole& role) {
+  auto server = std::make_unique<TestProcess>("FaultServer");
+  if (!server->WaitReady(20s)) role.Tell("no server");
+  return server;
+}
+
+void TellAsking(TestRole& role, const std::string& what, TestProcess& server) {
+  // On a thread of its own, so that it connects.
+  RunOnThread([&] { TellStatus(role, what, AskServer(server.PortName()).status); });
+}
+
+// A process that comes now: how it fares with asking the server and with a claim of its own.
+void TellNewcomer(TestRole& role, const std::string& what, const std::string& server) {
+  TestProcess newcomer("Newcomer", server.c_str(), {});
+  role.Tell(what + " " + newcomer.Hear(20s).value_or("nothing"));
+  newcomer.Wait(20s);
+}
+
+TEST_ROLE(Newcomer) {
+  const OSStatus asked = AskServer(role.PortName()).status;
+  VLTPortAEMachPortListener listener;
+  const OSStatus claimed = ListenUnder(listener, std::string(role.PortName()) + ".new");
+  role.Tell(std::to_string(asked) + " " + std::to_string(claimed));
+  return kRoleDone;
+}
+
+// Mounts are the role's own: they end with it and nobody else sees them.
+bool UseFileSystem(const std::string& folder, const char* options) {
+  return unshare(CLONE_NEWNS) == 0 &&
+         mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount("tmpfs", folder.c_str(), "tmpfs", 0, options) == 0 &&
+         chmod(folder.c_str(), 0700) == 0 && setenv("XDG_RUNTIME_DIR", folder.c_str(), 1) == 0;
+}
+
+// Writes until nothing goes any more. The file's path.
+std::string FillWithBytes(const std::string& folder) {
+  const std::string path = folder + "/filler";
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  const std::string block(4096, 'x');
+  while (write(fd, block.data(), block.size()) > 0) {
+  }
+  close(fd);
+  return path;
+}
+
+// Makes files until no more can be made. Their folder.
+std::string FillWithFiles(const std::string& folder) {
+  const std::string path = folder + "/fillers";
+  mkdir(path.c_str(), 0700);
+  for (int i = 0;; i++) {
+    const int fd = open((path + "/" + std::to_string(i)).c_str(), O_WRONLY | O_CREAT, 0600);
+    if (fd < 0) return path;
+    close(fd);
+  }
+}
+
+TEST_ROLE(OnFullDisk) {
+  const std::string folder = role.Argument(0);
+  const bool files = role.Argument(1) == "files";
+  if (!UseFileSystem(folder, "size=256k,nr_inodes=64")) return kRoleFailed;
+  const auto server = StartServer(role);
+  TellClaim(role, "before");
+  const std::string filler = files ? FillWithFiles(folder) : FillWithBytes(folder);
+  TellClaim(role, "full");
+  TellAsking(role, "asking", *server);
+  TellNewcomer(role, "newcomer", server->PortName());
+  std::filesystem::remove_all(filler);
+  TellClaim(role, "after");
+  TellNewcomer(role, "newcomer", server->PortName());
+  return kRoleDone;
+}
+
+TEST_ROLE(NewOnFullDisk) {
+  const std::string folder = role.Argument(0);
+  if (!UseFileSystem(folder, "size=256k,nr_inodes=64")) return kRoleFailed;
+  const std::string filler = FillWithFiles(folder);
+  TellNewcomer(role, "newcomer", role.PortName());
+  std::filesystem::remove_all(filler);
+  TellNewcomer(role, "newcomer", role.PortName());
+  return kRoleDone;
+}
+
+TEST_ROLE(OnReadOnlyDisk) {
+  const std::string folder = role.Argument(0);
+  if (!UseFileSystem(folder, "size=256k")) return kRoleFailed;
+  const auto server = StartServer(role);
+  TellClaim(role, "before");
+  // A second mount upon the first, which the server's open files keep writable.
+  const char* path = folder.c_str();
+  if (mount(path, path, nullptr, MS_BIND, nullptr) != 0) return kRoleFailed;
+  if (mount(nullptr, path, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0) {
+    return kRoleFailed;
+  }
+  TellAsking(role, "asking", *server);
+  TellNewcomer(role, "newcomer", server->PortName());
+  if (umount(path) != 0) return kRoleFailed;
+  TellNewcomer(role, "newcomer", server->PortName());
+  return kRoleDone;
+}
+
+// Needs no privilege: the folders go, or their modes.
+TEST_ROLE(OnVanishedDisk) {
+  const std::string folder = role.Argument(0);
+  setenv("XDG_RUNTIME_DIR", folder.c_str(), 1);
+  const auto server = StartServer(role);
+  TellClaim(role, "before");
+  std::filesystem::remove_all(folder + "/veltrane");
+  TellClaim(role, "vanished");
+  TellStatus(role, "looking up", LookUpPort(server->PortName()));
+  TellNewcomer(role, "newcomer", server->PortName());  // it makes the folders anew
+  std::filesystem::remove_all(folder);
+  TellNewcomer(role, "newcomer", server->PortName());
+  return kRoleDone;
+}
+
+TEST_ROLE(OnForbiddenDisk) {
+  const std::string folder = role.Argument(0);
+  setenv("XDG_RUNTIME_DIR", folder.c_str(), 1);
+  unsetenv("VLTHOST_LOG");
+  if (geteuid() == 0) {
+    const bool dropped = setgroups(0, nullptr) == 0 && setresgid(kNobody, kNobody, kNobody) == 0 &&
+                         setresuid(kNobody, kNobody, kNobody) == 0;
+    if (!dropped || prctl(PR_SET_DUMPABLE, 1) != 0) return kRoleFailed;
+  }
+  TellClaim(role, "before");
+  const std::string names = folder + "/veltrane/names", ports = folder + "/veltrane/ports";
+  chmod(names.c_str(), 0500);
+  TellClaim(role, "names");
+  chmod(names.c_str(), 0700);
+  chmod(ports.c_str(), 0500);
+  TellClaim(role, "ports");
+  chmod(ports.c_str(), 0700);
+  TellClaim(role, "after");
+  std::filesystem::remove_all(folder + "/veltrane");
+  return kRoleDone;
+}
+
+// A folder that the role may use as its own, whoever it becomes.
+class RoleFolder {
+ public:
+  RoleFolder() {
+    char pattern[] = "/tmp/vlt-disk-XXXXXX";
+    EXPECT_NE(nullptr, mkdtemp(pattern));
+    path = pattern;
+  }
+  ~RoleFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+  }
+  RoleFolder(const RoleFolder&) = delete;
+  RoleFolder& operator=(const RoleFolder&) = delete;
+
+  std::string path;
+};
+
+void ExpectTold(const std::string& roleName, std::vector<std::string> arguments,
+                const std::vector<std::string>& lines) {
+  SCOPED_TRACE(roleName);
+  OpenDescriptorCheck noLeaks;
+  RoleFolder folder;
+  if (roleName == "OnForbiddenDisk" && geteuid() == 0) {
+    EXPECT_EQ(0, chown(folder.path.c_str(), kNobody, kNobody));
+  }
+  arguments.insert(arguments.begin(), folder.path);
+  TestProcess role(roleName, arguments);
+  for (const std::string& line : lines) EXPECT_EQ(line, role.Hear(30s).value_or("the end"));
+  EXPECT_EQ(kRoleDone, role.Wait(20s));
+}
+
+// What the statuses of a line are called.
+const std::string kAbsent = std::to_string(BOOTSTRAP_UNKNOWN_SERVICE);
+const std::string kRefused = std::to_string(BOOTSTRAP_NOT_PRIVILEGED);
+const std::string kNoRoom = std::to_string(BOOTSTRAP_NO_MEMORY);
+const std::string kFailure = std::to_string(KERN_FAILURE);
+
+// These need no privilege.
+TEST(SessionDisk, VanishedOrForbidden) {
+  ExpectTold("OnVanishedDisk", {},
+             {"before 0", "vanished " + kFailure, "looking up " + kAbsent,
+              "newcomer " + kAbsent + " 0", "newcomer " + kFailure + " " + kFailure});
+  ExpectTold("OnForbiddenDisk", {},
+             {"before 0", "names " + kRefused, "ports " + kRefused, "after 0"});
+}
+
+// Mounting does.
+TEST(SessionDisk, FullOrReadOnly) {
+  if (geteuid() != 0) return;
+  const std::vector<std::string> whileFull = {"before 0", "full " + kNoRoom,
+                                              "asking 0", "newcomer 0 " + kNoRoom,
+                                              "after 0",  "newcomer 0 0"};
+  ExpectTold("OnFullDisk", {"bytes"}, whileFull);
+  ExpectTold("OnFullDisk", {"files"}, whileFull);
+  ExpectTold("OnReadOnlyDisk", {},
+             {"before 0", "asking 0", "newcomer 0 " + kRefused, "newcomer 0 0"});
+  ClearTestLog();
+  ExpectTold("NewOnFullDisk", {},
+             {"newcomer " + kFailure + " " + kFailure, "newcomer " + kAbsent + " 0"});
+  const std::string log = TestLogText();
+  EXPECT_NE(std::string::npos, log.find("No space left")) << log;
+}
+
+}  // namespace

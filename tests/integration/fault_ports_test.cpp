@@ -1,0 +1,183 @@
+#include <gtest/gtest.h>
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <CoreServices/CoreServices.h>
+#include <servers/bootstrap.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/integration/fault_server.h"
+#include "tests/integration/process_use.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/test_process.h"
+#include "tests/support/test_role.h"
+
+// Ports that end, and run loops that are entered again, in the middle of a request while others
+// wait.
+
+namespace {
+
+constexpr int kWaiting = 20;
+
+// What an event asks the server to do with itself.
+enum : AEEventID {
+  kDestroyID = FourCC('d', 's', 't', 'r'),  // destroy the port, answer, go on without it
+  kDeleteID = FourCC('d', 'e', 'l', 'e'),   // delete the listener, answer
+  kStopID = FourCC('s', 't', 'o', 'p'),     // answer, then leave the run loop
+  kNestID = FourCC('n', 'e', 's', 't'),     // run the loop until so many others are served
+};
+
+class FragileListener : public FaultListener {
+ public:
+  FragileListener(TestRole* owner, bool* flag) : FaultListener(owner), deleted(flag) {}
+  ~FragileListener() override { *deleted = true; }
+
+ private:
+  bool Serve(AEEventID eventID, SInt32 number, const AppleEvent& event,
+             AppleEvent* reply) override {
+    switch (eventID) {
+      case kDestroyID:
+        mach_port_destroy(mach_task_self(), port);
+        break;
+      case kDeleteID:
+        delete this;
+        break;
+      case kStopID:
+        CFRunLoopStop(CFRunLoopGetCurrent());
+        break;
+      case kNestID: {
+        const int until = served + number;
+        while (served < until) {
+          if (CFRunLoopRunInMode(kCFRunLoopDefaultMode, 20, true) != kCFRunLoopRunHandledSource) {
+            return false;
+          }
+        }
+        break;
+      }
+      default:
+        served++;
+        return FaultListener::Serve(eventID, number, event, reply);
+    }
+    return AEPutParamPtr(reply, kNumberKey, typeSInt32, &number, sizeof number) == 0;
+  }
+
+  bool* deleted;
+  int served = 0;
+};
+
+// Listens anew whenever its listener has come to an end, as long as the test says "again".
+TEST_ROLE(FragileServer) {
+  do {
+    bool deleted = false;
+    auto* listener = new FragileListener(&role, &deleted);
+    CFRunLoopStop(CFRunLoopGetCurrent());  // a stop before the run is kept, and ends only that run
+    if (listener->Listen() != 0) return kRoleFailed;
+    if (CFRunLoopRunInMode(kCFRunLoopDefaultMode, 20, false) != kCFRunLoopRunStopped) {
+      return kRoleFailed;
+    }
+    role.SignalReady();
+    CFRunLoopRun();
+    role.Tell("ended");
+    if (!deleted) delete listener;
+  } while (role.Hear(60s) == "again");
+  return kRoleDone;
+}
+
+// Waits for an answer that does not come; tells the status.
+TEST_ROLE(Waiter) {
+  mach_port_t port = MACH_PORT_NULL;
+  if (LookUpPort(role.PortName(), &port) != 0) return kRoleFailed;
+  role.Tell(std::to_string(AskPort(port, kHoldID, 0, "", kNoTimeOut).status));
+  return kRoleDone;
+}
+
+using Processes = std::vector<std::unique_ptr<TestProcess>>;
+
+Processes StartWaiters(TestProcess& server) {
+  Processes waiters;
+  for (int i = 0; i < kWaiting; i++) {
+    waiters.push_back(std::make_unique<TestProcess>("Waiter", server.PortName(),
+                                                    std::vector<std::string>()));
+  }
+  for (int i = 0; i < kWaiting; i++) EXPECT_EQ("held", server.Hear(20s));
+  return waiters;
+}
+
+TEST(PortsEnd, InTheMiddleOfARequest) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess server("FragileServer");
+  ASSERT_TRUE(server.WaitReady(20s));
+  const ProcessUse before = UseOf(server.Pid());
+  bool first = true;
+  for (const AEEventID way : {kDestroyID, kDeleteID, kStopID, kDestroyID, kDeleteID}) {
+    SCOPED_TRACE(way);
+    if (!first) {
+      ASSERT_TRUE(server.Tell("again"));
+      ASSERT_TRUE(server.WaitReady(20s));
+      ExpectBackAt(before, server.Pid());
+    }
+    first = false;
+    Processes waiters = StartWaiters(server);
+    RunOnThread([&] {
+      const FaultAnswer last = AskServer(server.PortName(), way, 77);
+      EXPECT_EQ(0, last.status);  // its callout was running: it is still answered
+      EXPECT_EQ(77, last.number);
+    });
+    EXPECT_EQ("ended", server.Hear(20s));
+    if (way == kStopID) {
+      // The port is destroyed outside of any request.
+      ASSERT_TRUE(server.Tell("again"));
+      ASSERT_TRUE(server.WaitReady(20s));
+    } else {
+      EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, LookUpPort(server.PortName()));
+    }
+    for (auto& waiter : waiters) {
+      EXPECT_EQ(std::to_string(connectionInvalid), waiter->Hear(20s));
+      EXPECT_EQ(kRoleDone, waiter->Wait(20s));
+    }
+    if (way == kStopID) {
+      RunOnThread([&] { EXPECT_EQ(0, AskServer(server.PortName(), kStopID).status); });
+      EXPECT_EQ("ended", server.Hear(20s));
+    }
+  }
+  server.Tell("no more");
+  EXPECT_EQ(kRoleDone, server.Wait(20s));
+}
+
+// Asks kEchoID so many times; a wrong answer fails.
+TEST_ROLE(Echoer) {
+  for (SInt32 i = 0; i < role.NumberArgument(0); i++) {
+    if (AskServer(role.PortName(), kEchoID, i).number != i) return kRoleFailed;
+  }
+  return kRoleDone;
+}
+
+TEST(NestedRun, ServesOthersWhileARequestIsUnderWay) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess server("FragileServer");
+  ASSERT_TRUE(server.WaitReady(20s));
+  const ProcessUse before = UseOf(server.Pid());
+  constexpr int kOthers = 8, kEach = 25;
+  // Three deep: each nested run serves some of the others, and the inner askers first.
+  FaultAnswer outer, middle, inner;
+  std::thread outerThread([&] { outer = AskServer(server.PortName(), kNestID, 150); });
+  std::thread middleThread([&] { middle = AskServer(server.PortName(), kNestID, 50); });
+  std::thread innerThread([&] { inner = AskServer(server.PortName(), kNestID, 10); });
+  Processes others;
+  for (int i = 0; i < kOthers; i++) {
+    others.push_back(std::make_unique<TestProcess>(
+        "Echoer", server.PortName(), std::vector<std::string>{std::to_string(kEach)}));
+  }
+  for (auto& other : others) EXPECT_EQ(kRoleDone, other->Wait(20s));
+  outerThread.join();
+  middleThread.join();
+  innerThread.join();
+  EXPECT_EQ(150, outer.number);
+  EXPECT_EQ(50, middle.number);
+  EXPECT_EQ(10, inner.number);
+  ExpectBackAt(before, server.Pid());
+}
+
+}  // namespace
