@@ -57,14 +57,25 @@ constexpr ErrorName kNames[] = {
 
 #undef NAMED
 
+const char* NameOf(OSStatus status) {
+  for (const ErrorName& row : kNames) {
+    if (row.status == status) return row.name;
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 std::string ErrorText(OSStatus status) {
-  std::string text = std::to_string(status);
-  for (const ErrorName& row : kNames) {
-    if (row.status == status) return text + " (" + row.name + ")";
-  }
-  return text;
+  const char* name = NameOf(status);
+  return std::to_string(status) + (name != nullptr ? std::string(" (") + name + ")" : "");
+}
+
+JsonValue ErrorModel(OSStatus status) {
+  const char* name = NameOf(status);
+  JsonValue model = JsonValue::Object{{"number", JsonValue::Integer(status)}};
+  model.Add("name", name != nullptr ? JsonValue(name) : JsonValue());
+  return model;
 }
 
 ExitStatus ExitForStatus(OSStatus status) {

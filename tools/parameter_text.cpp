@@ -1,139 +1,104 @@
 #include "tools/parameter_text.h"
 
 #include <charconv>
-#include <cmath>
-#include <cstdio>
 #include <cstring>
+
+#include "tools/port_text.h"
 
 namespace {
 
-constexpr DescType kTypeData = FourCC('t', 'd', 't', 'a');  // bytes without a meaning
-
-bool IsPrintable(char c) { return c >= 0x20 && c < 0x7F; }
-
 template <class Number>
-bool ParseWhole(std::string_view text, Number& number) {
+bool AppendNumber(std::string_view text, std::string& bytes) {
+  Number number = 0;
   const char* const end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, number);
-  return error == std::errc() && stop == end;
-}
-
-template <class Number>
-bool PutNumber(std::string_view text, std::vector<char>& bytes) {
-  Number number = 0;
-  if (!ParseWhole(text, number)) return false;
-  bytes.resize(sizeof number);
-  std::memcpy(bytes.data(), &number, sizeof number);
+  if (error != std::errc() || stop != end) return false;
+  char raw[sizeof number];
+  std::memcpy(raw, &number, sizeof number);
+  bytes.append(raw, sizeof raw);
   return true;
 }
 
-bool PutBool(std::string_view text, std::vector<char>& bytes) {
-  if (text != "true" && text != "false") return false;
-  bytes = {static_cast<char>(text == "true")};
-  return true;
-}
-
-bool PutCode(std::string_view text, std::vector<char>& bytes) {
+bool AppendCode(std::string_view text, std::string& bytes) {
   FourCharCode code = 0;
   if (!ParseCode(text, code)) return false;
-  bytes.resize(sizeof code);
-  std::memcpy(bytes.data(), &code, sizeof code);
+  char raw[sizeof code];
+  std::memcpy(raw, &code, sizeof code);
+  bytes.append(raw, sizeof raw);
   return true;
 }
 
-bool PutHex(std::string_view text, std::vector<char>& bytes) {
+using Append = bool (*)(std::string_view text, std::string& bytes);
+
+// How one number of a type is read; null when its values are no numbers.
+Append AppendOf(const ValueType& row) {
+  switch (row.kind) {
+    case ValueKind::kSigned:
+      if (row.width == 8) return AppendNumber<SInt64>;
+      return row.width == 4 ? AppendNumber<SInt32> : AppendNumber<SInt16>;
+    case ValueKind::kUnsigned:
+      if (row.width == 8) return AppendNumber<UInt64>;
+      return row.width == 4 ? AppendNumber<UInt32> : AppendNumber<UInt16>;
+    case ValueKind::kReal:
+      return row.width == 4 ? AppendNumber<float> : AppendNumber<double>;
+    case ValueKind::kCode:
+      return AppendCode;
+    default:
+      return nullptr;
+  }
+}
+
+bool PutList(Append append, std::string_view text, std::string& bytes) {
+  if (append(text, bytes)) return true;  // also a code with a comma in it
+  while (true) {
+    const size_t comma = text.find(',');
+    if (!append(text.substr(0, comma), bytes)) return false;
+    if (comma == text.npos) return true;
+    text.remove_prefix(comma + 1);
+  }
+}
+
+bool PutBool(std::string_view text, std::string& bytes) {
+  bytes.assign(1, static_cast<char>(text == "true"));
+  return text == "true" || text == "false";
+}
+
+bool PutHex(DescType type, std::string_view text, std::string& bytes) {
   if (text.size() % 2 != 0) return false;
   for (size_t i = 0; i < text.size(); i += 2) {
     unsigned byte = 0;
     const auto [stop, error] = std::from_chars(text.data() + i, text.data() + i + 2, byte, 16);
     if (error != std::errc() || stop != text.data() + i + 2) return false;
-    bytes.push_back(static_cast<char>(byte));
+    bytes += static_cast<char>(byte);
   }
+  bytes = SwappedToBig(type, std::move(bytes));
   return true;
 }
 
-// Copies a value out; false when the descriptor has none of the type.
-bool CopyAs(const AEDesc& source, DescType type, std::string& bytes) {
+// The terminal speaks UTF-8.
+bool PutText(DescType type, std::string_view text, std::string& bytes) {
+  if (!IsUtf8(text)) return false;
   AEDesc coerced = {typeNull, nullptr};
-  if (AECoerceDesc(&source, type, &coerced) != 0) return false;
+  if (AECoercePtr(typeUTF8Text, text.data(), static_cast<Size>(text.size()), type, &coerced) != 0) {
+    return false;
+  }
   bytes.resize(AEGetDescDataSize(&coerced));
-  const bool isRead = bytes.empty() || AEGetDescData(&coerced, bytes.data(), bytes.size()) == 0;
+  const bool isRead = AEGetDescData(&coerced, bytes.data(), static_cast<Size>(bytes.size())) == 0;
   AEDisposeDesc(&coerced);
   return isRead;
 }
 
-// The terminal speaks UTF-8, the text descriptor Mac Roman.
-bool PutText(std::string_view text, std::vector<char>& bytes) {
-  AEDesc spoken = {typeNull, nullptr};
-  if (AECreateDesc(typeUTF8Text, text.data(), static_cast<Size>(text.size()), &spoken) != 0) {
-    return false;
+bool PutNamed(const ValueType& row, std::string_view text, std::string& bytes) {
+  if (const Append append = AppendOf(row)) return PutList(append, text, bytes);
+  switch (row.kind) {
+    case ValueKind::kBool:
+      return PutBool(text, bytes);
+    case ValueKind::kText:
+    case ValueKind::kUtf8:
+      return PutText(row.type, text, bytes);
+    default:
+      return PutHex(row.type, text, bytes);
   }
-  std::string roman;
-  const bool isRead = CopyAs(spoken, typeChar, roman);
-  AEDisposeDesc(&spoken);
-  bytes.assign(roman.begin(), roman.end());
-  return isRead;
-}
-
-template <class Number>
-std::string NumberText(std::string_view bytes) {
-  Number number;
-  std::memcpy(&number, bytes.data(), sizeof number);
-  char text[64];
-  const auto [end, error] = std::to_chars(text, text + sizeof text, number);
-  return std::string(text, error == std::errc() ? end : text);
-}
-
-std::string BoolText(std::string_view bytes) { return bytes[0] != 0 ? "true" : "false"; }
-
-std::string TypeText(std::string_view bytes) {
-  FourCharCode code;
-  std::memcpy(&code, bytes.data(), sizeof code);
-  return CodeText(code);
-}
-
-std::string HexText(std::string_view bytes) {
-  std::string text;
-  for (const char byte : bytes) {
-    char digits[3];
-    std::snprintf(digits, sizeof digits, "%02x", static_cast<unsigned char>(byte));
-    text += digits;
-  }
-  return text;
-}
-
-struct TypeRow {
-  const char* name;
-  DescType type;
-  size_t size;  // of a value; 0: any
-  bool (*put)(std::string_view text, std::vector<char>& bytes);
-  std::string (*print)(std::string_view bytes);
-};
-
-constexpr TypeRow kTypes[] = {
-    {"bool", typeBoolean, 1, PutBool, BoolText},
-    {"short", typeSInt16, 2, PutNumber<SInt16>, NumberText<SInt16>},
-    {"long", typeSInt32, 4, PutNumber<SInt32>, NumberText<SInt32>},
-    {"comp", typeSInt64, 8, PutNumber<SInt64>, NumberText<SInt64>},
-    {"float", typeIEEE32BitFloatingPoint, 4, PutNumber<float>, NumberText<float>},
-    {"double", typeIEEE64BitFloatingPoint, 8, PutNumber<double>, NumberText<double>},
-    {"text", typeChar, 0, PutText, nullptr},
-    {"type", typeType, 4, PutCode, TypeText},
-    {"data", kTypeData, 0, PutHex, HexText},
-};
-
-const TypeRow* RowOfName(std::string_view name) {
-  for (const TypeRow& row : kTypes) {
-    if (name == row.name) return &row;
-  }
-  return nullptr;
-}
-
-const TypeRow* RowOfType(DescType type) {
-  for (const TypeRow& row : kTypes) {
-    if (type == row.type) return &row;
-  }
-  return nullptr;
 }
 
 // Control characters escaped, so that a value never takes more than its line.
@@ -151,57 +116,66 @@ std::string OneLine(const std::string& text) {
   return line;
 }
 
-std::string PrintedDescriptor(const AEDesc& desc) {
-  Handle handle = nullptr;
-  if (AEPrintDescToHandle(&desc, &handle) != 0) return "?";
-  std::string text(*handle, GetHandleSize(handle));
-  DisposeHandle(handle);
-  return OneLine(text);
+const ValueType* RowOf(const std::string& code) {
+  FourCharCode type = 0;
+  return ParseCode(code, type) ? ValueTypeOf(type) : nullptr;
 }
 
-std::string ValueText(const AEDesc& desc) {
-  std::string bytes;
-  SInt32 items = 0;
-  if (AECountItems(&desc, &items) == 0)
-    return CodeText(desc.descriptorType) + " " + PrintedDescriptor(desc);
-  if (!CopyAs(desc, typeWildCard, bytes)) return "?";
-  const TypeRow* row = RowOfType(desc.descriptorType);
-  if (row == nullptr || (row->size != 0 && row->size != bytes.size())) {
-    return "'" + CodeText(desc.descriptorType) + "'=" + HexText(bytes);
+std::string ListText(const JsonValue::Array& values) {
+  std::string text;
+  for (const JsonValue& value : values) text += (text.empty() ? "" : ",") + value.Plain();
+  return text;
+}
+
+// A value under its type's name, or where that cannot say it all the bytes under the quoted code.
+std::string ValueText(const std::string& type, const JsonValue& model) {
+  const ValueType* row = RowOf(type);
+  const JsonValue* hex = model.Find("hex");
+  const JsonValue* values = model.Find("values");
+  const bool isNamed = row != nullptr && row->name != nullptr;
+  if (isNamed && row->kind == ValueKind::kData) return row->name + ("=" + hex->Plain());
+  if (hex != nullptr) return "'" + type + "'=" + hex->Plain();
+  if (!isNamed || (values != nullptr && values->AsArray()->empty())) return "'" + type + "'=";
+  const std::string start = std::string(row->name) + "=";
+  if (values != nullptr) return start + ListText(*values->AsArray());
+  if (const JsonValue* text = model.Find("text")) return start + OneLine(text->Plain());
+  return start + model.Find("value")->Plain();
+}
+
+std::string DescText(const JsonValue& model);
+
+// Appends to the texts of a container's contents.
+void AddMembers(const JsonValue* members, const char* mark, std::vector<std::string>& texts) {
+  if (members == nullptr) return;
+  for (const auto& [key, model] : *members->AsObject()) {
+    texts.push_back(mark + key + ":" + DescText(model));
   }
-  std::string utf8;
-  if (row->type == typeChar && CopyAs(desc, typeUTF8Text, utf8)) return "text=" + OneLine(utf8);
-  return row->name + ("=" + (row->print != nullptr ? row->print(bytes) : HexText(bytes)));
+}
+
+std::string Joined(const std::vector<std::string>& texts) {
+  std::string joined;
+  for (const std::string& text : texts) joined += (&text == &texts[0] ? "" : ", ") + text;
+  return joined;
+}
+
+// Recursion is as deep as descriptors nest: 64 levels.
+std::string DescText(const JsonValue& model) {
+  const std::string type = model.Find("type")->Plain();
+  std::vector<std::string> texts;
+  if (const JsonValue* items = model.Find("items")) {
+    for (const JsonValue& item : *items->AsArray()) texts.push_back(DescText(item));
+    return type + " [" + Joined(texts) + "]";
+  }
+  if (model.Find("fields") == nullptr && model.Find("parameters") == nullptr) {
+    return ValueText(type, model);
+  }
+  AddMembers(model.Find("attributes"), "&", texts);
+  AddMembers(model.Find("fields"), "", texts);
+  AddMembers(model.Find("parameters"), "", texts);
+  return type + " {" + Joined(texts) + "}";
 }
 
 }  // namespace
-
-bool ParseCode(std::string_view text, FourCharCode& code) {
-  if (text.size() == 10 && text.starts_with("0x")) {
-    const auto [stop, error] = std::from_chars(text.data() + 2, text.data() + 10, code, 16);
-    return error == std::errc() && stop == text.data() + 10;
-  }
-  if (text.size() != 4) return false;
-  for (const char c : text) {
-    if (!IsPrintable(c)) return false;
-  }
-  code = FourCC(text[0], text[1], text[2], text[3]);
-  return true;
-}
-
-std::string CodeText(FourCharCode code) {
-  std::string text;
-  bool isPlain = true;
-  for (int shift = 24; shift >= 0; shift -= 8) {
-    const char c = static_cast<char>(code >> shift);
-    isPlain = isPlain && IsPrintable(c) && std::strchr(":='", c) == nullptr;
-    text += c;
-  }
-  if (isPlain) return text;
-  char digits[11];
-  std::snprintf(digits, sizeof digits, "0x%08x", static_cast<unsigned>(code));
-  return digits;
-}
 
 bool ParseParameter(std::string_view text, ParameterValue& value, std::string& problem) {
   // The key may hold a colon of its own: it has four characters or ten.
@@ -215,29 +189,24 @@ bool ParseParameter(std::string_view text, ParameterValue& value, std::string& p
   if (!ParseCode(text.substr(0, keySize), value.key)) {
     return problem = "no key: " + std::string(text.substr(0, keySize)), false;
   }
-  const TypeRow* row = RowOfName(type);
+  const ValueType* row = ValueTypeNamed(type);
   const bool isQuoted = type.size() > 2 && type.front() == '\'' && type.back() == '\'';
   if (row != nullptr) {
     value.type = row->type;
   } else if (!isQuoted || !ParseCode(type.substr(1, type.size() - 2), value.type)) {
     return problem = "no type: " + std::string(type), false;
   }
-  if (!(row != nullptr ? row->put : PutHex)(given, value.bytes)) {
+  if (!(row != nullptr ? PutNamed(*row, given, value.bytes)
+                       : PutHex(value.type, given, value.bytes))) {
     return problem = "no " + std::string(type) + ": " + std::string(given), false;
   }
   return true;
 }
 
-std::vector<std::string> ParameterLines(const AEDesc& event) {
+std::vector<std::string> ParameterLines(const JsonValue& parameters) {
   std::vector<std::string> lines;
-  SInt32 count = 0;
-  AECountItems(&event, &count);
-  for (SInt32 i = 1; i <= count; ++i) {
-    AEKeyword key = 0;
-    AEDesc desc = {typeNull, nullptr};
-    if (AEGetNthDesc(&event, i, typeWildCard, &key, &desc) != 0) continue;
-    lines.push_back(CodeText(key) + ":" + ValueText(desc));
-    AEDisposeDesc(&desc);
-  }
+  const JsonValue::Object* members = parameters.AsObject();
+  if (members == nullptr) return lines;
+  for (const auto& [key, model] : *members) lines.push_back(key + ":" + DescText(model));
   return lines;
 }

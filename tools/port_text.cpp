@@ -17,6 +17,16 @@ std::string EscapedBytes(std::string_view bytes) {
   return text;
 }
 
+std::string HexText(std::string_view bytes) {
+  std::string text;
+  text.reserve(2 * bytes.size());
+  for (const char byte : bytes) {
+    text += "0123456789abcdef"[static_cast<unsigned char>(byte) >> 4];
+    text += "0123456789abcdef"[static_cast<unsigned char>(byte) & 15];
+  }
+  return text;
+}
+
 std::string AgeText(double seconds) {
   const struct {
     double seconds;

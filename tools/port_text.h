@@ -6,5 +6,8 @@
 // Bytes as printable ASCII without blanks: backslash and everything else as \xNN.
 std::string EscapedBytes(std::string_view bytes);
 
+// Two lower-case digits for each byte.
+std::string HexText(std::string_view bytes);
+
 // Seconds as the largest unit that makes at least 1: "0s", "59s", "12m", "3h", "20d".
 std::string AgeText(double seconds);

@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -13,9 +14,30 @@ namespace {
 
 using Row = std::vector<std::string>;
 
-Row RowOf(const HostNameInfo& info) {
-  return {EscapedBytes(info.name), info.ownerPid > 0 ? std::to_string(info.ownerPid) : "?",
-          AgeText(info.ageSeconds), info.program.empty() ? "?" : EscapedBytes(info.program)};
+JsonValue PortModel(const HostNameInfo& info) {
+  const bool isOwnerKnown = info.ownerPid > 0;
+  JsonValue port = JsonValue::Object();
+  port.AddBytes("name", info.name);
+  port.Add("pid", isOwnerKnown ? JsonValue::Integer(info.ownerPid) : JsonValue());
+  port.Add("uid", isOwnerKnown ? JsonValue::Unsigned(info.ownerUid) : JsonValue());
+  port.Add("ageSeconds", JsonValue::Real(std::round(info.ageSeconds * 1000) / 1000));
+  if (info.program.empty()) {
+    port.Add("program", JsonValue());
+  } else {
+    port.AddBytes("program", info.program);
+  }
+  port.Add("hidden", JsonValue::Bool(info.hidden));
+  return port;
+}
+
+// What has no value shows as a question mark.
+std::string Cell(const JsonValue& value) {
+  return value.IsNull() ? "?" : EscapedBytes(value.Plain());
+}
+
+Row RowOf(const JsonValue& port) {
+  return {Cell(*port.Find("name")), Cell(*port.Find("pid")),
+          AgeText(port.Find("ageSeconds")->AsDouble()), Cell(*port.Find("program"))};
 }
 
 void PrintRows(const std::vector<Row>& rows) {
@@ -35,14 +57,19 @@ void PrintRows(const std::vector<Row>& rows) {
 }  // namespace
 
 int RunPorts(const CommandLine& line) {
-  std::vector<Row> rows;
+  JsonValue::Array ports;
   for (const HostNameInfo& info : HostListNames()) {
-    if (!info.hidden || line.Has("--all")) rows.push_back(RowOf(info));
+    if (!info.hidden || line.Has("--all")) ports.push_back(PortModel(info));
   }
-  if (rows.empty()) Say("no ports are published");
+  if (ports.empty()) Say("no ports are published");
+  if (line.Has("--json")) {
+    for (const JsonValue& port : ports) PrintJson(port);
+    return kExitOk;
+  }
+  std::vector<Row> rows;
   // A heading for people; programs that read the list get the list alone.
-  if (!rows.empty() && isatty(STDOUT_FILENO))
-    rows.insert(rows.begin(), {"NAME", "PID", "AGE", "PROGRAM"});
+  if (!ports.empty() && isatty(STDOUT_FILENO)) rows.push_back({"NAME", "PID", "AGE", "PROGRAM"});
+  for (const JsonValue& port : ports) rows.push_back(RowOf(port));
   PrintRows(rows);
   return kExitOk;
 }

@@ -33,6 +33,59 @@ bool IsGone(const char* name, mach_port_t asked) {
   return VLTPortAEMachPortListener::CheckPortRegistered(name, port) != 0 || port != asked;
 }
 
+// False when the time ends first.
+bool WaitUntilGone(const char* name, mach_port_t asked, Clock::time_point end) {
+  while (!IsGone(name, asked)) {
+    if (Clock::now() >= end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+struct Outcome {
+  const char* name;
+  OSStatus err;  // of a failure, else 0
+  ExitStatus exit;
+};
+
+// Result  the outcome; of kExitUsage when the name can be no port's.
+Outcome Quit(const std::string& name, int timeoutTicks) {
+  const auto end =
+      Clock::now() + std::chrono::milliseconds(timeoutTicks * 1000LL / kTicksPerSecond);
+  mach_port_t asked = MACH_PORT_NULL;
+  OSStatus err = VLTPortAEMachPortListener::CheckPortRegistered(name.c_str(), asked);
+  if (err == paramErr) return {"failed", err, kExitUsage};
+  VLTPortDestinationAddress address(name.c_str());
+  if (err == 0) err = address.initialize();
+  if (err == 0) err = SendQuit(address, timeoutTicks);
+  if (err == BOOTSTRAP_UNKNOWN_SERVICE) return {"notRunning", 0, kExitOk};
+  if (err != 0) {
+    const ExitStatus exit = ExitForStatus(err);
+    return {"failed", err, exit == kExitGeneral ? kExitRefused : exit};
+  }
+  if (!WaitUntilGone(name.c_str(), asked, end)) return {"stillRunning", 0, kExitTimeout};
+  return {"quit", 0, kExitOk};
+}
+
+JsonValue OutcomeModel(const std::string& port, const Outcome& outcome) {
+  JsonValue model = JsonValue::Object();
+  model.AddBytes("port", port);
+  model.Add("outcome", outcome.name);
+  model.Add("error", outcome.err != 0 ? ErrorModel(outcome.err) : JsonValue());
+  return model;
+}
+
+// The outcome for people; "" for the one that was asked for.
+std::string OutcomeText(const JsonValue& model) {
+  const std::string port = model.Find("port")->Plain();
+  const std::string outcome = model.Find("outcome")->Plain();
+  if (outcome == "notRunning") return port + " is not running";
+  if (outcome == "stillRunning") return port + " has not ended in time";
+  if (outcome != "failed") return "";
+  const JsonValue& error = *model.Find("error");
+  return port + ": error " + ErrorText(static_cast<OSStatus>(error.Find("number")->AsDouble()));
+}
+
 }  // namespace
 
 int RunQuit(const CommandLine& line) {
@@ -41,24 +94,11 @@ int RunQuit(const CommandLine& line) {
   if (line.Has("--timeout") && !ParseSeconds(line.options.at("--timeout"), timeoutTicks)) {
     return Say("quit: no seconds: " + line.options.at("--timeout")), kExitUsage;
   }
-  const auto end =
-      Clock::now() + std::chrono::milliseconds(timeoutTicks * 1000LL / kTicksPerSecond);
-
-  mach_port_t asked = MACH_PORT_NULL;
-  OSStatus err = VLTPortAEMachPortListener::CheckPortRegistered(name.c_str(), asked);
-  if (err == paramErr) return Say("quit: a port name has 1 to 127 bytes"), kExitUsage;
-  VLTPortDestinationAddress address(name.c_str());
-  if (err == 0) err = address.initialize();
-  if (err == 0) err = SendQuit(address, timeoutTicks);
-  if (err == BOOTSTRAP_UNKNOWN_SERVICE) return Say(name + " is not running"), kExitOk;
-  if (err != 0) {
-    Say(name + ": error " + ErrorText(err));
-    const ExitStatus exit = ExitForStatus(err);
-    return exit == kExitGeneral ? kExitRefused : exit;
-  }
-  while (!IsGone(name.c_str(), asked)) {
-    if (Clock::now() >= end) return Say(name + " has not ended in time"), kExitTimeout;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  return kExitOk;
+  const Outcome outcome = Quit(name, timeoutTicks);
+  if (outcome.exit == kExitUsage) return Say("quit: a port name has 1 to 127 bytes"), kExitUsage;
+  const JsonValue model = OutcomeModel(name, outcome);
+  const std::string text = OutcomeText(model);
+  if (!text.empty()) Say(text);
+  if (line.Has("--json")) PrintJson(model);
+  return outcome.exit;
 }

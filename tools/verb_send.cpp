@@ -4,6 +4,7 @@
 #include <CoreServices/CoreServices.h>
 
 #include "aeport/event.h"
+#include "tools/desc_model.h"
 #include "tools/error_names.h"
 #include "tools/parameter_text.h"
 #include "tools/verbs.h"
@@ -54,6 +55,15 @@ OSStatus PutParameters(const Request& request, AEDesc& event) {
   return err;
 }
 
+JsonValue ReplyModel(const Request& request, OSStatus err, const AEDesc& reply) {
+  JsonValue model = JsonValue::Object();
+  model.AddBytes("port", request.port);
+  model.Add("error", ErrorModel(err));
+  model.Add("attributes", AttributesModel(reply));
+  model.Add("parameters", ParametersModel(reply));
+  return model;
+}
+
 }  // namespace
 
 int RunSend(const CommandLine& line) {
@@ -72,7 +82,14 @@ int RunSend(const CommandLine& line) {
   if (err == 0) err = event.sendEvent(0, request.timeoutTicks, kAENormalPriority);
   event.finalizeEvent();
 
-  for (const std::string& text : ParameterLines(event.reply)) std::printf("%s\n", text.c_str());
+  const JsonValue model = ReplyModel(request, err, event.reply);
+  if (line.Has("--json")) {
+    PrintJson(model);
+  } else {
+    for (const std::string& text : ParameterLines(*model.Find("parameters"))) {
+      std::printf("%s\n", text.c_str());
+    }
+  }
   if (err == 0) return kExitOk;
   Say(request.port + ": error " + ErrorText(err));
   return event.getReplyHasError() ? kExitRefused : ExitForStatus(err);

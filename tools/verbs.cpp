@@ -11,6 +11,7 @@ constexpr char kExitHelp[] =
     "Exit status: 0 ok, 1 general, 2 usage, 3 nobody there, 4 time-out, 5 the peer answered with\n"
     "an error or access is denied, 6 the peer died, 7 bad data, 8 no session directory.\n";
 
+const OptionSpec kJsonOption = {"--json", nullptr, "print JSON, one object a line"};
 const OptionSpec kTimeoutOption = {"--timeout", "SECONDS", "wait at most this long (10)"};
 
 void PrintOverview(FILE* out) {
@@ -88,30 +89,49 @@ int RunVerb(const Verb& verb, const std::vector<std::string>& words) {
 const std::vector<Verb>& AllVerbs() {
   static const std::vector<Verb> verbs = {
       {"ports",
-       "[--all]",
+       "[--all] [--json]",
        "Lists the published port names with their owners.",
        "A line for each: name, process id, age and program of the owner. Bytes of a name that are\n"
-       "not printable ASCII are shown as \\xNN.\n",
-       {{"--all", nullptr, "also the hidden names of processes' own event ports"}},
+       "not printable ASCII are shown as \\xNN.\n"
+       "\n"
+       "JSON: an object for each port with name, pid, uid, ageSeconds, program and hidden; null "
+       "is\n"
+       "what cannot be told. When a name or a program is not UTF-8, nameHex or programHex has its\n"
+       "bytes.\n",
+       {{"--all", nullptr, "also the hidden names of processes' own event ports"}, kJsonOption},
        0,
        0,
        RunPorts},
       {"send",
-       "PORT CLASS ID [KEY:TYPE=VALUE ...] [--no-reply] [--timeout SECONDS]",
+       "PORT CLASS ID [KEY:TYPE=VALUE ...] [--no-reply] [--timeout SECONDS] [--json]",
        "Sends an event to a port and prints the reply's parameters.",
        "CLASS, ID and KEY are four characters, or 0x and eight hexadecimal digits. TYPE is one of\n"
-       "bool, short, long, comp, float, double, text, type and data (hexadecimal), or a code in\n"
-       "single quotes with hexadecimal bytes of that type. The reply's parameters are printed in\n"
-       "the same form, a line for each.\n",
-       {{"--no-reply", nullptr, "ask for no reply and wait for none"}, kTimeoutOption},
+       "bool, short, ushort, long, ulong, comp, ucomp, float, double, text, utf8, utf16, type, "
+       "enum\n"
+       "and data (hexadecimal), or a code in single quotes with hexadecimal bytes of that type,\n"
+       "numbers from the most significant byte on. Several numbers or codes are separated by\n"
+       "commas. The reply's parameters are printed in the same form, a line for each; lists,\n"
+       "records and events in brackets.\n"
+       "\n"
+       "JSON: one object with port, error (number and name), attributes and parameters, which are\n"
+       "null when no reply came. A descriptor is an object with its type and, by type, value,\n"
+       "values, high and low, text, items (of a list), fields (of a record), or attributes and\n"
+       "parameters (of an event). hex has all bytes wherever the rest would not give them back.\n"
+       "Integers beyond 2^53 - 1, NaN, Infinity and -Infinity are strings.\n",
+       {{"--no-reply", nullptr, "ask for no reply and wait for none"}, kTimeoutOption, kJsonOption},
        3,
        SIZE_MAX,
        RunSend},
       {"quit",
-       "[PORT] [--timeout SECONDS]",
+       "[PORT] [--timeout SECONDS] [--json]",
        "Sends the quit event and waits until the port is gone.",
-       "Without PORT to the session daemon. Nobody there counts as done.\n",
-       {kTimeoutOption},
+       "Without PORT to the session daemon. Nobody there counts as done.\n"
+       "\n"
+       "JSON: one object with port, outcome and error. The outcome is quit, notRunning, failed "
+       "(the\n"
+       "error says why; null with every other outcome) or stillRunning (it has answered, but not\n"
+       "ended in time).\n",
+       {kTimeoutOption, kJsonOption},
        0,
        1,
        RunQuit},
@@ -120,6 +140,11 @@ const std::vector<Verb>& AllVerbs() {
 }
 
 void Say(const std::string& text) { std::fprintf(stderr, "vltctl: %s\n", text.c_str()); }
+
+void PrintJson(const JsonValue& value) {
+  const std::string line = JsonText(value) + "\n";
+  std::fwrite(line.data(), 1, line.size(), stdout);
+}
 
 int RunTool(const std::vector<std::string>& words) {
   if (words.empty()) {

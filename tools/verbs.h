@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "tools/command_line.h"
+#include "tools/json_value.h"
 
 // The verbs of the tool. One table makes the help, the suggestions, and whatever else lists them.
 
@@ -25,6 +26,9 @@ int RunTool(const std::vector<std::string>& words);
 
 // One line on standard error, under the tool's name.
 void Say(const std::string& text);
+
+// One line of data: JSON on standard output.
+void PrintJson(const JsonValue& value);
 
 // One function for each verb, in a file of its own.
 int RunPorts(const CommandLine& line);

@@ -2,11 +2,11 @@
 
 #include <CoreServices/MacErrors.h>
 #include <CoreServices/Multiprocessing.h>
+#include <pthread.h>
 
 #include <atomic>
-#include <chrono>
-#include <condition_variable>
 #include <cstdint>
+#include <ctime>
 #include <limits>
 #include <mutex>
 #include <new>
@@ -26,10 +26,50 @@
 
 enum class HostMPKind : uintptr_t { kTask = 1, kQueue, kEvent, kSemaphore, kRegion };
 
+// Held for a few instructions at a time, so it is worth trying again before the thread sleeps.
+class HostMPMutex {
+ public:
+  void lock() { pthread_mutex_lock(&native); }
+  void unlock() { pthread_mutex_unlock(&native); }
+
+ private:
+  friend class HostMPCondition;
+  pthread_mutex_t native = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP;
+};
+
+// On the monotonic clock.
+class HostMPCondition {
+ public:
+  HostMPCondition() {
+    pthread_condattr_t attributes;
+    pthread_condattr_init(&attributes);
+    pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+    pthread_cond_init(&native, &attributes);
+    pthread_condattr_destroy(&attributes);
+  }
+  HostMPCondition(const HostMPCondition&) = delete;
+  HostMPCondition& operator=(const HostMPCondition&) = delete;
+
+  void WakeOne() { pthread_cond_signal(&native); }
+  void WakeAll() { pthread_cond_broadcast(&native); }
+  // False at `deadline`, monotonic nanoseconds.
+  bool Wait(HostMPMutex& mutex, int64_t deadline) {
+    if (deadline == kHostNever) return pthread_cond_wait(&native, &mutex.native) == 0;
+    timespec end = {};
+    end.tv_sec = static_cast<time_t>(deadline / kHostSecond);
+    end.tv_nsec = static_cast<int32_t>(deadline % kHostSecond);
+    return pthread_cond_timedwait(&native, &mutex.native, &end) == 0;
+  }
+
+ private:
+  pthread_cond_t native;
+};
+
+// A kind's own fields follow, then a HostMPCondition named `changed`: the fields that every call
+// touches lie together.
 class HostMPObject {
  public:
-  std::mutex mutex;
-  std::condition_variable changed;
+  HostMPMutex mutex;
   uintptr_t id = 0;      // 0: free, or deleted and still waited on
   uint32_t waiters = 0;  // threads inside Wait
 
@@ -63,7 +103,7 @@ class HostMPTable {
 
    private:
     friend class HostMPTable;
-    std::unique_lock<std::mutex> lock;
+    std::unique_lock<HostMPMutex> lock;
     Object* held = nullptr;
   };
 
@@ -72,7 +112,7 @@ class HostMPTable {
   Held Create(uintptr_t* id) {
     Object* object = TakeFree();
     if (object == nullptr) return Held();
-    std::unique_lock<std::mutex> lock(object->mutex);
+    std::unique_lock<HostMPMutex> lock(object->mutex);
     object->generation = (object->generation + 1) & kGenerationMask;
     object->id = object->generation << kGenerationShift |
                  static_cast<uintptr_t>(kKind) << kIndexBits | (object->index + 1);
@@ -94,8 +134,17 @@ class HostMPTable {
     if (held->waiters == 0) {
       Free(held);
     } else {
-      held->changed.notify_all();
+      held->changed.WakeAll();
     }
+  }
+
+  // Lets the object go and wakes one of its waiters, if any: after the mutex is free, so that it
+  // need not wait again. The condition outlives whatever happens to the object meanwhile.
+  static void WakeOne(Held& held) {
+    Object* object = held.held;
+    const bool isAwaited = object->waiters > 0;
+    held = Held();
+    if (isAwaited) object->changed.WakeOne();
   }
 
   // Waits, with the mutex released, until `ready()`. Result: 0, the object still held;
@@ -109,7 +158,7 @@ class HostMPTable {
     OSStatus err = noErr;
     held->waiters++;
     while (held->id == id && err == noErr && !ready()) {
-      if (!WaitForChange(held, deadline)) err = kMPTimeoutErr;
+      if (!held->changed.Wait(held->mutex, deadline)) err = kMPTimeoutErr;
     }
     held->waiters--;
     if (held->id != id) {
@@ -131,21 +180,11 @@ class HostMPTable {
   // So many freed objects rest before the first of them is used again.
   static constexpr uint32_t kResting = 128;
 
-  static Held HoldAgain(Object* object, std::unique_lock<std::mutex> lock) {
+  static Held HoldAgain(Object* object, std::unique_lock<HostMPMutex> lock) {
     Held held;
     held.lock = std::move(lock);
     held.held = object;
     return held;
-  }
-
-  static bool WaitForChange(Held& held, int64_t deadline) {
-    if (deadline == kHostNever) {
-      held->changed.wait(held.lock);
-      return true;
-    }
-    using Clock = std::chrono::steady_clock;
-    const Clock::time_point end{std::chrono::nanoseconds(deadline)};
-    return held->changed.wait_until(held.lock, end) == std::cv_status::no_timeout;
   }
 
   Object* TakeFree() {

@@ -24,6 +24,7 @@ struct Queue : HostMPObject {
   uint32_t count = 0;
   uint32_t promised = 0;
   uint32_t reserve = 0;  // 0: grows
+  HostMPCondition changed;
 
   bool Resize(uint32_t places);
   bool EnsureRoom();
@@ -57,7 +58,6 @@ bool Queue::HasRoom() { return count < (reserve > 0 ? reserve : kMaxMessages) &&
 void Queue::Append(void* p1, void* p2, void* p3) {
   ring[(first + count) & (capacity - 1)] = {{p1, p2, p3}};
   count++;
-  if (waiters > 0) changed.notify_one();
 }
 
 Message Queue::TakeFirst() {
@@ -100,6 +100,7 @@ OSStatus MPNotifyQueue(MPQueueID id, void* p1, void* p2, void* p3) {
   if (!queue) return kMPInvalidIDErr;
   if (!queue->HasRoom()) return kMPInsufficientResourcesErr;
   queue->Append(p1, p2, p3);
+  sQueues.WakeOne(queue);
   return noErr;
 }
 
@@ -109,6 +110,7 @@ OSStatus MPWaitOnQueue(MPQueueID id, void** p1, void** p2, void** p3, Duration t
   const OSStatus err = sQueues.Wait(queue, timeout, [&queue] { return queue->count > 0; });
   if (err != noErr) return err;
   const Message message = queue->TakeFirst();
+  queue = {};
   if (p1 != nullptr) *p1 = message.parameters[0];
   if (p2 != nullptr) *p2 = message.parameters[1];
   if (p3 != nullptr) *p3 = message.parameters[2];
@@ -146,4 +148,5 @@ void HostPostPromised(MPQueueID id, void* p1, void* p2, void* p3) {
   if (!queue) return;
   queue->promised--;
   queue->Append(p1, p2, p3);
+  sQueues.WakeOne(queue);
 }

@@ -11,16 +11,19 @@ namespace {
 
 struct Event : HostMPObject {
   MPEventFlags flags = 0;
+  HostMPCondition changed;
 };
 
 struct Semaphore : HostMPObject {
   MPSemaphoreCount maximum = 0;
   MPSemaphoreCount count = 0;
+  HostMPCondition changed;
 };
 
 struct Region : HostMPObject {
   std::thread::id owner;
   uint32_t depth = 0;
+  HostMPCondition changed;
 };
 
 constinit HostMPTable<Event, HostMPKind::kEvent> sEvents;
@@ -50,7 +53,7 @@ OSStatus MPSetEvent(MPEventID id, MPEventFlags flags) {
   auto event = sEvents.Find(id);
   if (!event) return kMPInvalidIDErr;
   event->flags |= flags;
-  if (event->flags != 0 && event->waiters > 0) event->changed.notify_one();
+  if (event->flags != 0) sEvents.WakeOne(event);
   return noErr;
 }
 
@@ -87,7 +90,7 @@ OSStatus MPSignalSemaphore(MPSemaphoreID id) {
   if (!semaphore) return kMPInvalidIDErr;
   if (semaphore->count >= semaphore->maximum) return kMPInsufficientResourcesErr;
   semaphore->count++;
-  if (semaphore->waiters > 0) semaphore->changed.notify_one();
+  sSemaphores.WakeOne(semaphore);
   return noErr;
 }
 
@@ -136,7 +139,7 @@ OSStatus MPExitCriticalRegion(MPCriticalRegionID id) {
     return kMPInsufficientResourcesErr;
   }
   region->depth--;
-  if (region->depth == 0 && region->waiters > 0) region->changed.notify_one();
+  if (region->depth == 0) sRegions.WakeOne(region);
   return noErr;
 }
 

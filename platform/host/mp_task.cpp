@@ -29,6 +29,7 @@ struct Plan {
 
 struct Task : HostMPObject {
   Plan plan;
+  HostMPCondition changed;
 };
 
 constinit HostMPTable<Task, HostMPKind::kTask> sTasks;

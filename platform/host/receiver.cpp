@@ -303,9 +303,9 @@ void HostReceiver::Admit(int fd, const HostPeer& peer) {
   UpdateInterest(admitted);
 }
 
-// Frees a descriptor at the cost of the process that holds most: of its connections the one that has
-// been silent longest goes, be it idle or in the middle of a frame. A peer that still means that
-// frame sends it again. One that waits for an answer is never taken.
+// Frees a descriptor at the cost of the process that holds most: of its connections the one that
+// has been silent longest goes, be it idle or in the middle of a frame. A peer that still means
+// that frame sends it again. One that waits for an answer is never taken.
 bool HostReceiver::GiveUpSilentConnection() {
   std::unordered_map<pid_t, size_t> held;
   for (const auto& [number, connection] : connections) held[connection->peer.pid]++;

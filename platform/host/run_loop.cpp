@@ -396,7 +396,10 @@ bool __CFRunLoop::ServeOneMessage(HostRunLoopMode& mode) {
     const size_t count = mode.ports.size();
     for (size_t i = 0; i < count && receiver == nullptr; i++) {
       HostRunLoopMode::PortEntry& port = mode.ports[(mode.turn + i) % count];
-      if (!port.receiver->HasMessages() || !port.receiver->TakeMessage(&message)) continue;
+      // Asked before the message is taken: one that is taken must be served, or its asker would
+      // wait in vain. An invalidation after this finds the callout begun.
+      if (!port.source->IsValid() || !port.receiver->HasMessages()) continue;
+      if (!port.receiver->TakeMessage(&message)) continue;
       mode.turn = (mode.turn + i + 1) % count;
       receiver = port.receiver;
       source = port.source;
@@ -404,9 +407,7 @@ bool __CFRunLoop::ServeOneMessage(HostRunLoopMode& mode) {
   }
   if (receiver == nullptr) return false;
   HostCallout callout(std::move(receiver), std::move(message));
-  if (source->IsValid()) {
-    source->PerformMessage(callout.Header(), static_cast<CFIndex>(callout.Header()->msgh_size));
-  }
+  source->PerformMessage(callout.Header(), static_cast<CFIndex>(callout.Header()->msgh_size));
   return true;
 }
 

@@ -65,8 +65,8 @@ TEST(ServerDeath, EveryWaitingClientIsToldAtOnce) {
     ASSERT_TRUE(server.WaitReady(20s));
     std::vector<std::unique_ptr<TestProcess>> clients;
     for (int i = 0; i < kClients; i++) {
-      clients.push_back(std::make_unique<TestProcess>("Bereaved", server.PortName(),
-                                                      std::vector<std::string>()));
+      clients.push_back(
+          std::make_unique<TestProcess>("Bereaved", server.PortName(), std::vector<std::string>()));
     }
     for (int i = 0; i < kClients; i++) ASSERT_EQ("held", server.Hear(20s));
 
@@ -85,7 +85,8 @@ TEST(ServerDeath, EveryWaitingClientIsToldAtOnce) {
     }
     FaultListener successor(nullptr);
     const auto nothing = [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return OSStatus{0}; };
-    EXPECT_EQ(0, successor.ListenOnPort(server.PortName(), CFRunLoopGetCurrent(), nothing, nullptr));
+    EXPECT_EQ(0,
+              successor.ListenOnPort(server.PortName(), CFRunLoopGetCurrent(), nothing, nullptr));
   }
   EXPECT_LT(longestUntilTold, kMostUntilTold);
   EXPECT_LT(longestUntilFree, kMostUntilFree);

@@ -1,6 +1,6 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <grp.h>
+#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
@@ -38,8 +38,7 @@ void TellStatus(TestRole& role, const std::string& what, OSStatus status) {
 
 OSStatus ListenUnder(VLTPortAEMachPortListener& listener, const std::string& name) {
   const auto nothing = [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return OSStatus{0}; };
-  const OSStatus err =
-      listener.ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), nothing, nullptr);
+  const OSStatus err = listener.ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), nothing, nullptr);
   return err == 0 ? 0 : listener.Deallocate(err);
 }
 
@@ -56,8 +55,8 @@ void TellClaim(TestRole& role, const std::string& what) {
     if (err == 0) err = LookUpPort(name.c_str());
   }
   // A failure must leave neither half a claim nor a descriptor behind.
-  const bool clean = LookUpPort(name.c_str()) == BOOTSTRAP_UNKNOWN_SERVICE &&
-                     OpenDescriptors().size() == before;
+  const bool clean =
+      LookUpPort(name.c_str()) == BOOTSTRAP_UNKNOWN_SERVICE && OpenDescriptors().size() == before;
   TellStatus(role, what + (clean ? "" : " (something is left)"), err);
 }
 

@@ -98,8 +98,8 @@ using Processes = std::vector<std::unique_ptr<TestProcess>>;
 Processes StartWaiters(TestProcess& server) {
   Processes waiters;
   for (int i = 0; i < kWaiting; i++) {
-    waiters.push_back(std::make_unique<TestProcess>("Waiter", server.PortName(),
-                                                    std::vector<std::string>()));
+    waiters.push_back(
+        std::make_unique<TestProcess>("Waiter", server.PortName(), std::vector<std::string>()));
   }
   for (int i = 0; i < kWaiting; i++) EXPECT_EQ("held", server.Hear(20s));
   return waiters;

@@ -122,8 +122,8 @@ void AnswerEcho(CFMachPortRef, void* message, CFIndex, void* info) {
   static_cast<std::atomic<int>*>(info)->fetch_add(1);
 }
 
-// A port's source leaves the loop and comes back, is made anew, moves to another loop: no request is
-// lost, and none is served twice.
+// A port's source leaves the loop and comes back, is made anew, moves to another loop: no request
+// is lost, and none is served twice.
 TEST(Sources, OfAPortComeAndGoWhileItIsAsked) {
   OpenDescriptorCheck noLeaks;
   const size_t names = HostCountPorts().portNames;

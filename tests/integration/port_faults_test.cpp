@@ -197,11 +197,16 @@ TEST_ROLE(ForkingServer) {
   const pid_t child = fork();
   if (child == 0) {
     const bool ends = role.Argument(0) == "ends";
-    if (!ends) role.Hear(60s);  // until the test is through
-    exit(0);                    // with all that runs at an exit
+    if (!ends) {
+      role.SignalReady();  // here, where the copies of what the parent owns have been given up
+      role.Hear(60s);      // until the test is through
+    }
+    exit(0);  // with all that runs at an exit
   }
-  if (role.Argument(0) == "ends") waitpid(child, nullptr, 0);
-  role.SignalReady();
+  if (role.Argument(0) == "ends") {
+    waitpid(child, nullptr, 0);
+    role.SignalReady();
+  }
   CFRunLoopRun();
   return kRoleFailed;
 }
@@ -379,7 +384,9 @@ TEST(PortServer, SurvivesWhatIsNoMessage) {
     }
     // The closed ones are seen at the latest when a later request has been answered twice.
     const int64_t end = HostNow() + 20 * kHostSecond;
-    while (UseOf(server.Pid()).descriptors != descriptors && HostNow() < end) Ask(server.PortName());
+    while (UseOf(server.Pid()).descriptors != descriptors && HostNow() < end) {
+      Ask(server.PortName());
+    }
     EXPECT_EQ(descriptors, UseOf(server.Pid()).descriptors);
     if (kMemoryTells) {
       EXPECT_LT(UseOf(server.Pid()).memory, memory + (size_t{4} << 20));

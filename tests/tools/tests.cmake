@@ -1,4 +1,6 @@
 vlt_add_test(NAME command_line_test LABEL unit SOURCES command_line_test.cpp LIBS vlt_tools)
+vlt_add_test(NAME desc_model_test LABEL unit SOURCES desc_model_test.cpp LIBS vlt_tools)
+vlt_add_test(NAME json_value_test LABEL unit SOURCES json_value_test.cpp LIBS vlt_tools)
 vlt_add_test(NAME parameter_text_test LABEL unit SOURCES parameter_text_test.cpp LIBS vlt_tools)
 vlt_add_test(NAME vltctl_test LABEL integration SOURCES vltctl_test.cpp LIBS vlt_tools)
 target_compile_definitions(vltctl_test PRIVATE VLTCTL_PROGRAM="$<TARGET_FILE:vltctl>")

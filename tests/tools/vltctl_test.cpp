@@ -10,6 +10,7 @@
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
+#include "tests/tools/strict_json.h"
 
 // The program as people and scripts meet it: what it prints where, and its exit status.
 
@@ -138,6 +139,96 @@ TEST(Vltctl, SendPrintsTheReply) {
   const ProgramResult died = Vltctl({"send", port, "test", "die "});
   EXPECT_EQ(6, died.status);
   EXPECT_NE(std::string::npos, died.errors.find("-609 (connectionInvalid)")) << died.errors;
+}
+
+TEST(Vltctl, SendPrintsOneJsonObject) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess service("Service");
+  ASSERT_TRUE(service.WaitReady(20s));
+  const std::string port = service.PortName();
+  const std::string attributes =
+      ",\"attributes\":{\"repq\":{\"type\":\"bool\",\"value\":false},"
+      "\"evcl\":{\"type\":\"type\",\"value\":\"aevt\"},"
+      "\"evid\":{\"type\":\"type\",\"value\":\"ansr\"},";
+  const struct {
+    std::vector<std::string> words;
+    int status;
+    std::string error;  // number and name
+    std::string rest;   // behind the attributes that depend on the sender; null: no reply came
+  } rows[] = {
+      {{port, "test", "echo", "a\"b\\:text=Gr\xc3\xbc\n", "numb:comp=-9223372036854775808",
+        "list:long=1,-2", "weed:'ABCD'=00ff"},
+       0,
+       "0,\"name\":\"noErr\"",
+       "\"parameters\":{\"a\\\"b\\\\\":{\"type\":\"TEXT\",\"text\":\"Gr\xc3\xbc\\n\"},"
+       "\"numb\":{\"type\":\"comp\",\"value\":\"-9223372036854775808\"},"
+       "\"list\":{\"type\":\"long\",\"values\":[1,-2]},"
+       "\"weed\":{\"type\":\"ABCD\",\"hex\":\"00ff\"}}}\n"},
+      {{port, "test", "fail"},
+       5,
+       "-31999,\"name\":null",
+       "\"parameters\":{\"errn\":{\"type\":\"long\",\"value\":-31999}}}\n"},
+      {{port, "test", "echo", "--no-reply"}, 0, "0,\"name\":\"noErr\"", ""},
+      {{"test.nobody", "test", "echo"}, 3, "1102,\"name\":\"BOOTSTRAP_UNKNOWN_SERVICE\"", ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.words));
+    std::vector<std::string> words = {"send", "--json"};
+    words.insert(words.end(), row.words.begin(), row.words.end());
+    const ProgramResult result = Vltctl(words);
+    EXPECT_EQ(row.status, result.status);
+    EXPECT_EQ(row.status == 0, result.errors.empty()) << result.errors;
+    const std::string start =
+        "{\"port\":\"" + row.words[0] + "\",\"error\":{\"number\":" + row.error + "}" +
+        (row.rest.empty() ? ",\"attributes\":null,\"parameters\":null}\n" : attributes);
+    EXPECT_TRUE(result.output.starts_with(start)) << result.output;
+    EXPECT_TRUE(result.output.ends_with(row.rest)) << result.output;
+    EXPECT_TRUE(StrictJson(result.output.substr(0, result.output.find('\n'))).IsFine());
+  }
+}
+
+TEST(Vltctl, QuitTellsWhatHappened) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess service("Service");
+  ASSERT_TRUE(service.WaitReady(20s));
+  const std::string start = std::string("{\"port\":\"") + service.PortName() + "\",\"outcome\":";
+  service.Signal(SIGSTOP);
+  EXPECT_EQ(start + "\"failed\",\"error\":{\"number\":-1712,\"name\":\"errAETimeout\"}}\n",
+            Vltctl({"quit", service.PortName(), "--json", "--timeout=0.2"}).output);
+  service.Signal(SIGCONT);
+  service.Wait(20s);  // it has taken the quit event that nobody waits for any more
+  EXPECT_EQ(start + "\"notRunning\",\"error\":null}\n",
+            Vltctl({"quit", service.PortName(), "--json"}).output);
+  TestProcess other("Service");
+  ASSERT_TRUE(other.WaitReady(20s));
+  EXPECT_EQ(
+      std::string("{\"port\":\"") + other.PortName() + "\",\"outcome\":\"quit\",\"error\":null}\n",
+      Vltctl({"quit", other.PortName(), "--json"}).output);
+  EXPECT_EQ(kRoleDone, other.Wait(20s));
+}
+
+TEST(Vltctl, PortsAsJsonKeepEveryByteOfAName) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess plain("Service", "a \"name\"", {});
+  TestProcess strange("Service", "b\xff", {});
+  ASSERT_TRUE(plain.WaitReady(20s) && strange.WaitReady(20s));
+  const ProgramResult result = Vltctl({"ports", "--json"});
+  EXPECT_EQ(0, result.status);
+  const size_t end = result.output.find('\n');
+  ASSERT_NE(std::string::npos, end);
+  const std::string lines[] = {result.output.substr(0, end), result.output.substr(end + 1)};
+  const std::string owner = ",\"uid\":" + std::to_string(geteuid()) + ",\"ageSeconds\":";
+  const std::string starts[] = {
+      "{\"name\":\"a \\\"name\\\"\",\"pid\":" + std::to_string(plain.Pid()) + owner,
+      "{\"name\":\"b\xef\xbf\xbd\",\"nameHex\":\"62ff\",\"pid\":" + std::to_string(strange.Pid()) +
+          owner};
+  for (int i = 0; i < 2; ++i) {
+    const std::string line = lines[i].substr(0, lines[i].find('\n'));
+    EXPECT_TRUE(line.starts_with(starts[i])) << line;
+    EXPECT_TRUE(line.ends_with(",\"hidden\":false}")) << line;
+    EXPECT_TRUE(StrictJson(line).IsFine()) << line;
+  }
+  EXPECT_EQ(lines[1].find('\n'), lines[1].size() - 1);  // two lines, both ended
 }
 
 TEST(Vltctl, PortsListsOwners) {

@@ -1,0 +1,306 @@
+#include <CoreServices/CoreServices.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdint>
+#include <set>
+#include <vector>
+
+#include "tests/threads/bounded.h"
+
+namespace {
+
+constexpr Duration kLong = 60'000;  // a failing test's end, never waited for
+
+void* Number(intptr_t number) { return reinterpret_cast<void*>(number); }
+
+struct Queue {
+  Queue() { EXPECT_EQ(noErr, MPCreateQueue(&id)); }
+  ~Queue() { MPDeleteQueue(id); }
+  OSStatus Post(intptr_t number) { return MPNotifyQueue(id, Number(number), nullptr, nullptr); }
+  intptr_t Take(Duration timeout = kLong) {
+    void* number = Number(-1);
+    EXPECT_EQ(noErr, MPWaitOnQueue(id, &number, nullptr, nullptr, timeout));
+    return reinterpret_cast<intptr_t>(number);
+  }
+  MPQueueID id = kInvalidID;
+};
+
+TEST(MPQueue, GivesMessagesInTheirOrder) {
+  Queue queue;
+  intptr_t taken = 0;
+  // More than the ring's first size, and never quite empty, so that it wraps round and grows.
+  for (intptr_t posted = 0; posted < 5000;) {
+    for (int i = 0; i < 7; i++) EXPECT_EQ(noErr, queue.Post(posted++));
+    for (int i = 0; i < 4; i++) EXPECT_EQ(taken++, queue.Take());
+  }
+  while (taken < 5005) EXPECT_EQ(taken++, queue.Take(kDurationImmediate));
+  void* untouched = Number(77);
+  EXPECT_EQ(kMPTimeoutErr, MPWaitOnQueue(queue.id, &untouched, nullptr, nullptr, 0));
+  EXPECT_EQ(Number(77), untouched);
+}
+
+TEST(MPQueue, HoldsNoMoreThanItsReserve) {
+  const struct {
+    ItemCount reserve;
+    int before;  // messages in it already
+    int accepted;
+  } rows[] = {{1, 0, 1}, {3, 0, 3}, {16, 0, 16}, {17, 2, 15}, {2, 5, 0}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.reserve);
+    Queue queue;
+    for (int i = 0; i < row.before; i++) EXPECT_EQ(noErr, queue.Post(i));
+    EXPECT_EQ(noErr, MPSetQueueReserve(queue.id, row.reserve));
+    int accepted = 0;
+    while (accepted < 100 && queue.Post(row.before + accepted) == noErr) accepted++;
+    EXPECT_EQ(row.accepted, accepted);
+    EXPECT_EQ(kMPInsufficientResourcesErr, queue.Post(0));
+    for (int i = 0; i < row.before + accepted; i++) EXPECT_EQ(i, queue.Take());
+    EXPECT_EQ(noErr, MPSetQueueReserve(queue.id, 0));
+    for (int i = 0; i < 100; i++) EXPECT_EQ(noErr, queue.Post(i));
+  }
+  Queue queue;
+  EXPECT_EQ(kMPInsufficientResourcesErr, MPSetQueueReserve(queue.id, 0xFFFFFFFF));
+}
+
+TEST(MPQueue, ATaskIsReportedInAFullQueueToo) {
+  Queue queue;
+  EXPECT_EQ(noErr, MPSetQueueReserve(queue.id, 1));
+  EXPECT_EQ(noErr, queue.Post(1));
+  MPTaskID task = kInvalidID;
+  EXPECT_EQ(noErr, MPCreateTask([](void*) -> OSStatus { return -50; }, nullptr, 0, queue.id,
+                                Number(2), Number(3), 0, &task));
+  EXPECT_EQ(1, queue.Take());
+  void* message[3] = {};
+  EXPECT_EQ(noErr, MPWaitOnQueue(queue.id, &message[0], &message[1], &message[2], kLong));
+  EXPECT_EQ(Number(2), message[0]);
+  EXPECT_EQ(Number(3), message[1]);
+  EXPECT_EQ(Number(-50), message[2]);
+}
+
+TEST(MPQueue, DeletedWhileOthersPostAndWait) {
+  WithinTime([] {
+    for (int round = 0; round < 300; round++) {
+      MPQueueID queue = kInvalidID;
+      ASSERT_EQ(noErr, MPCreateQueue(&queue));
+      std::atomic<int> posted{0}, taken{0}, deleted{0};
+      InThreads(4, [&](int number) {
+        if (number == 3) {
+          while (posted < 20) MPYield();
+          EXPECT_EQ(noErr, MPDeleteQueue(queue));
+          return;
+        }
+        OSStatus err = noErr;
+        while (err == noErr) {
+          err = number == 0 ? MPNotifyQueue(queue, nullptr, nullptr, nullptr)
+                            : MPWaitOnQueue(queue, nullptr, nullptr, nullptr, kDurationForever);
+          if (err == noErr) (number == 0 ? posted : taken)++;
+        }
+        EXPECT_TRUE(err == kMPInvalidIDErr || (number != 0 && err == kMPDeletedErr)) << err;
+        deleted++;
+      });
+      EXPECT_EQ(3, deleted);
+      EXPECT_LE(taken, posted);
+      EXPECT_EQ(kMPInvalidIDErr, MPNotifyQueue(queue, nullptr, nullptr, nullptr));
+    }
+  });
+}
+
+TEST(MPQueue, EachMessageGoesToOneWaiter) {
+  constexpr int kMessages = 20000;
+  Queue queue;
+  std::atomic<int64_t> sum{0};
+  WithinTime([&] {
+    InThreads(6, [&](int number) {
+      for (int i = 0; i < kMessages; i++) {
+        if (number < 3) {
+          EXPECT_EQ(noErr, queue.Post(number * kMessages + i));
+        } else {
+          sum += queue.Take();
+        }
+      }
+    });
+  });
+  constexpr int64_t kAll = 3 * kMessages;
+  EXPECT_EQ(kAll * (kAll - 1) / 2, sum);
+}
+
+TEST(MPQueue, DeadIdsStayDead) {
+  MPQueueID first = kInvalidID;
+  ASSERT_EQ(noErr, MPCreateQueue(&first));
+  ASSERT_EQ(noErr, MPDeleteQueue(first));
+  std::set<MPQueueID> seen;
+  for (int i = 0; i < 5000; i++) {
+    MPQueueID id = kInvalidID;
+    ASSERT_EQ(noErr, MPCreateQueue(&id));
+    EXPECT_NE(first, id);
+    EXPECT_TRUE(seen.insert(id).second);
+    ASSERT_EQ(noErr, MPDeleteQueue(id));
+    EXPECT_EQ(kMPInvalidIDErr, MPDeleteQueue(id));
+  }
+  EXPECT_EQ(kMPInvalidIDErr, MPNotifyQueue(first, nullptr, nullptr, nullptr));
+  EXPECT_EQ(kMPInvalidIDErr, MPSetEvent(reinterpret_cast<MPEventID>(first), 1));
+  EXPECT_EQ(kMPInvalidIDErr, MPNotifyQueue(kInvalidID, nullptr, nullptr, nullptr));
+  EXPECT_EQ(kMPInvalidIDErr,
+            MPNotifyQueue(reinterpret_cast<MPQueueID>(UINTPTR_MAX), nullptr, nullptr, nullptr));
+}
+
+TEST(MPTask, RefusesWhatItCannotRun) {
+  const TaskProc body = [](void*) -> OSStatus { return 0; };
+  MPQueueID dead = kInvalidID;
+  ASSERT_EQ(noErr, MPCreateQueue(&dead));
+  ASSERT_EQ(noErr, MPDeleteQueue(dead));
+  const struct {
+    TaskProc entry;
+    MPQueueID queue;
+    MPTaskOptions options;
+    OSStatus err;
+  } rows[] = {
+      {nullptr, kInvalidID, 0, paramErr},
+      {body, dead, 0, kMPInvalidIDErr},
+      {body, kInvalidID, kMPCreateTaskSuspendedMask, kMPInsufficientResourcesErr},
+      {body, kInvalidID, 8, kMPInsufficientResourcesErr},
+  };
+  for (const auto& row : rows) {
+    MPTaskID task = reinterpret_cast<MPTaskID>(&dead);
+    EXPECT_EQ(row.err,
+              MPCreateTask(row.entry, nullptr, 0, row.queue, nullptr, nullptr, row.options, &task));
+    EXPECT_EQ(kInvalidID, task);
+  }
+}
+
+std::atomic<int> gThreadObjectsGone{0};
+struct ThreadObject {
+  bool used = false;
+  ~ThreadObject() { gThreadObjectsGone++; }
+};
+
+// The result of a return and of MPExit; either way what the thread held is gone before its end is
+// told, and the id is no task any more.
+TEST(MPTask, TellsItsResultAfterItsThreadsObjectsAreGone) {
+  const struct {
+    TaskProc entry;
+    ByteCount stackSize;
+    intptr_t result;
+  } rows[] = {
+      {[](void*) -> OSStatus { return 7; }, 0, 7},
+      {[](void*) -> OSStatus { return -29296; }, 1, -29296},
+      {[](void*) -> OSStatus { MPExit(-3); }, 1 << 20, -3},
+  };
+  for (const auto& row : rows) {
+    Queue queue;
+    struct Context {
+      TaskProc entry;
+      MPTaskID seen;
+    } context = {row.entry, kInvalidID};
+    gThreadObjectsGone = 0;
+    MPTaskID task = kInvalidID;
+    const TaskProc body = [](void* parameter) -> OSStatus {
+      thread_local ThreadObject object;
+      object.used = true;
+      auto* given = static_cast<Context*>(parameter);
+      given->seen = MPCurrentTaskID();
+      EXPECT_TRUE(MPTaskIsPreemptive(given->seen));
+      return given->entry(nullptr);
+    };
+    ASSERT_EQ(noErr,
+              MPCreateTask(body, &context, row.stackSize, queue.id, nullptr, nullptr, 0, &task));
+    void* result = nullptr;
+    ASSERT_EQ(noErr, MPWaitOnQueue(queue.id, nullptr, nullptr, &result, kLong));
+    EXPECT_EQ(Number(row.result), result);
+    EXPECT_EQ(1, gThreadObjectsGone);
+    EXPECT_EQ(task, context.seen);
+    EXPECT_FALSE(MPTaskIsPreemptive(task));
+  }
+  EXPECT_EQ(kInvalidID, MPCurrentTaskID());
+  EXPECT_GE(MPProcessors(), 1u);
+}
+
+TEST(MPEvent, TheWholeWordGoesToOneWaiter) {
+  MPEventID event = kInvalidID;
+  ASSERT_EQ(noErr, MPCreateEvent(&event));
+  MPEventFlags flags = 99;
+  EXPECT_EQ(kMPTimeoutErr, MPWaitForEvent(event, &flags, 0));
+  EXPECT_EQ(noErr, MPSetEvent(event, 0));
+  EXPECT_EQ(kMPTimeoutErr, MPWaitForEvent(event, &flags, -1));
+  EXPECT_EQ(99u, flags);
+  EXPECT_EQ(noErr, MPSetEvent(event, 0x80000000));
+  EXPECT_EQ(noErr, MPSetEvent(event, 5));
+  EXPECT_EQ(noErr, MPWaitForEvent(event, &flags, kLong));
+  EXPECT_EQ(0x80000005u, flags);
+  EXPECT_EQ(kMPTimeoutErr, MPWaitForEvent(event, nullptr, 0));
+
+  // No flag is lost and none seen twice, whoever sets and takes.
+  constexpr int kRounds = 3000;
+  std::atomic<int> left{kRounds};
+  WithinTime([&] {
+    InThreads(4, [&](int number) {
+      if (number == 0) {
+        for (int i = 0; i < kRounds; i++) {
+          while (left > kRounds - i) MPYield();  // the one before was taken
+          EXPECT_EQ(noErr, MPSetEvent(event, 1));
+        }
+        return;
+      }
+      MPEventFlags taken = 0;
+      while (left > 0) {
+        if (MPWaitForEvent(event, &taken, 1) == noErr) left--;
+      }
+    });
+  });
+  EXPECT_EQ(0, left);
+  EXPECT_EQ(noErr, MPDeleteEvent(event));
+  EXPECT_EQ(kMPInvalidIDErr, MPWaitForEvent(event, nullptr, kDurationForever));
+}
+
+TEST(MPSemaphore, CountsUpToItsMaximum) {
+  MPSemaphoreID semaphore = kInvalidID;
+  EXPECT_EQ(paramErr, MPCreateSemaphore(1, 2, &semaphore));
+  ASSERT_EQ(noErr, MPCreateSemaphore(2, 1, &semaphore));
+  EXPECT_EQ(noErr, MPSignalSemaphore(semaphore));
+  EXPECT_EQ(kMPInsufficientResourcesErr, MPSignalSemaphore(semaphore));
+  EXPECT_EQ(noErr, MPWaitOnSemaphore(semaphore, 0));
+  EXPECT_EQ(noErr, MPWaitOnSemaphore(semaphore, kLong));
+  EXPECT_EQ(kMPTimeoutErr, MPWaitOnSemaphore(semaphore, 0));
+  EXPECT_EQ(noErr, MPDeleteSemaphore(semaphore));
+}
+
+TEST(MPCriticalRegion, LetsOneThreadInAsOftenAsItLikes) {
+  MPCriticalRegionID region = kInvalidID;
+  ASSERT_EQ(noErr, MPCreateCriticalRegion(&region));
+  EXPECT_EQ(kMPInsufficientResourcesErr, MPExitCriticalRegion(region));
+  int count = 0;  // guarded by the region
+  WithinTime([&] {
+    InThreads(4, [&](int) {
+      for (int i = 0; i < 2000; i++) {
+        EXPECT_EQ(noErr, MPEnterCriticalRegion(region, kDurationForever));
+        EXPECT_EQ(noErr, MPEnterCriticalRegion(region, 0));
+        count++;
+        EXPECT_EQ(noErr, MPExitCriticalRegion(region));
+        EXPECT_EQ(noErr, MPExitCriticalRegion(region));
+      }
+    });
+  });
+  EXPECT_EQ(8000, count);
+  EXPECT_EQ(noErr, MPEnterCriticalRegion(region, 0));
+  std::thread([&] { EXPECT_EQ(kMPTimeoutErr, MPEnterCriticalRegion(region, 1)); }).join();
+  EXPECT_EQ(noErr, MPDeleteCriticalRegion(region));
+}
+
+TEST(MPWaits, LastAsLongAsTheySay) {
+  Queue queue;
+  for (const Duration length : {20, -20'000}) {
+    const AbsoluteTime start = UpTime();
+    EXPECT_EQ(kMPTimeoutErr, MPWaitOnQueue(queue.id, nullptr, nullptr, nullptr, length));
+    const Duration took = AbsoluteDeltaToDuration(UpTime(), start);
+    EXPECT_LE(took, -20'000);
+  }
+  const AbsoluteTime start = UpTime();
+  AbsoluteTime end = AddDurationToAbsolute(20, start);
+  EXPECT_EQ(noErr, MPDelayUntil(&end));
+  EXPECT_LE(AbsoluteDeltaToDuration(UpTime(), start), -20'000);
+  EXPECT_EQ(noErr, MPDelayUntil(&end));  // the past
+  EXPECT_EQ(paramErr, MPDelayUntil(nullptr));
+}
+
+}  // namespace

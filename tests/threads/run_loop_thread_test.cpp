@@ -1,0 +1,281 @@
+#include "threads/std_mp_run_loop_thread.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+
+#include "tests/support/open_descriptor_check.h"
+#include "tests/threads/bounded.h"
+
+namespace {
+
+struct Thread : VLTStdMPRunLoopThread {
+  ~Thread() override { FinalizeIfNeeded(0); }
+  SInt32 ThreadCreated(SInt32 result) override { return createdResult + result; }
+  SInt32 Quantum() const { return rrQuantum; }
+  bool Runs() const { return HasTask(); }
+  SInt32 Run(const std::function<SInt32()>& body) {
+    return CallSynchronous(
+        [](void* a, void*) { return (*static_cast<const std::function<SInt32()>*>(a))(); },
+        const_cast<std::function<SInt32()>*>(&body), nullptr, 0);
+  }
+  SInt32 createdResult = 0;
+};
+
+SInt32 Add(void* a, void* b) {
+  return static_cast<SInt32>(reinterpret_cast<intptr_t>(a) + reinterpret_cast<intptr_t>(b));
+}
+void* Number(intptr_t number) { return reinterpret_cast<void*>(number); }
+
+TEST(RunLoopThread, ResultsOfCalls) {
+  Thread thread;
+  EXPECT_EQ(paramErr, thread.CallSynchronous(nullptr, nullptr, nullptr, 0));
+  EXPECT_FALSE(thread.Runs());  // not for that
+  const struct {
+    SInt32 result, fromOutside;
+  } rows[] = {{0, 0}, {1, 0}, {2, 2}, {-50, -50}, {INT32_MIN, INT32_MIN}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(row.fromOutside, thread.CallSynchronous(Add, Number(row.result), nullptr, 0));
+    // On the thread itself: run directly, 1 included.
+    SInt32 direct = 99;
+    EXPECT_EQ(0, thread.Run([&] {
+      EXPECT_TRUE(thread.IsCurrentThread());
+      direct = thread.CallSynchronous(Add, Number(row.result), nullptr, 0);
+      return 0;
+    }));
+    EXPECT_EQ(row.result, direct);
+  }
+}
+
+TEST(RunLoopThread, TellsItsIdentity) {
+  Thread thread;
+  mach_port_t port = MACH_PORT_NULL;
+  pthread_t handle = {};
+  CFRunLoopRef loop = nullptr;
+  EXPECT_EQ(0, thread.GetCFRunLoop(loop));
+  EXPECT_EQ(0, thread.GetMachThread(port));
+  EXPECT_EQ(0, thread.GetPThread(handle));
+  EXPECT_EQ(0, thread.Run([&] {
+    EXPECT_EQ(mach_thread_self(), port);
+    EXPECT_NE(0, pthread_equal(pthread_self(), handle));
+    EXPECT_EQ(CFRunLoopGetCurrent(), loop);
+    return 0;
+  }));
+  EXPECT_EQ(0, thread.StopThread());
+  EXPECT_EQ(0, thread.RemoveSource(nullptr, kCFRunLoopDefaultMode));  // no loop is no error
+  EXPECT_FALSE(thread.Runs());
+}
+
+TEST(RunLoopThread, AThreadThatGivesUpAtItsStart) {
+  WithinTime([] {
+    Thread thread;
+    thread.createdResult = -5;
+    for (int i = 0; i < 200; i++) EXPECT_EQ(-5, thread.CallSynchronous(Add, nullptr, nullptr, 0));
+    thread.createdResult = 0;
+    EXPECT_EQ(4, thread.CallSynchronous(Add, Number(1), Number(3), 0));
+  });
+}
+
+TEST(RunLoopThread, TheSmallestQuantumWins) {
+  Thread thread;
+  const struct {
+    SInt32 asked, set;
+  } rows[] = {{0, 0}, {5, 5}, {10, 5}, {5, 5}, {3, 3}, {0, 0}, {7, 7}, {-2, -2}, {0, -2}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(0, thread.SetMaxRRPolicy(row.asked));
+    EXPECT_EQ(row.set, thread.Quantum()) << row.asked;
+  }
+  mach_port_t port = MACH_PORT_NULL;
+  EXPECT_EQ(0, thread.GetMachThread(port));
+  policy_rr_info_data_t info = {};
+  mach_msg_type_number_t count = POLICY_RR_INFO_COUNT;
+  EXPECT_EQ(0, thread_info(port, THREAD_SCHED_RR_INFO, &info.max_priority, &count));
+  EXPECT_EQ(info.max_priority, info.base_priority);
+  EXPECT_EQ(-2, info.quantum);
+}
+
+TEST(RunLoopThread, CalledFromEightThreads) {
+  Thread thread;
+  std::atomic<int> starts{0};
+  int calls = 0;  // the thread's
+  WithinTime([&] {
+    InThreads(8, [&](int number) {
+      for (int i = 0; i < 1000; i++) {
+        const SInt32 expected = number * 1000 + i + 2;
+        EXPECT_EQ(expected, thread.Run([&] { return calls++, expected; }));
+      }
+    });
+  });
+  EXPECT_EQ(8000, calls);
+}
+
+// Each call from within one on another thread, there and back.
+TEST(RunLoopThread, CallsOtherThreadsFromItsOwn) {
+  Thread first, second, third;
+  WithinTime([&] {
+    for (int i = 0; i < 300; i++) {
+      EXPECT_EQ(77, first.Run([&] {
+        return second.Run([&] { return third.CallSynchronous(Add, Number(70), Number(7), 0); });
+      }));
+    }
+  });
+}
+
+TEST(RunLoopThread, StartedAndStoppedTenThousandTimes) {
+  OpenDescriptorCheck noLeaks;
+  int calls = 0;
+  WithinTime([&] {
+    Thread thread;
+    for (int i = 0; i < 10'000; i++) {
+      if (i % 2 == 0) {
+        ASSERT_EQ(0, thread.StartThread());
+      } else {
+        ASSERT_EQ(3, thread.Run([&] { return calls++, 3; }));
+      }
+      ASSERT_EQ(0, thread.StopThread());
+      ASSERT_FALSE(thread.Runs());
+    }
+    // The last end: then the last thread's descriptors are gone.
+    ASSERT_EQ(0, thread.StartThread());
+    ASSERT_EQ(0, thread.StopThreadAsync());
+    while (!thread.IsThreadTerminated()) {
+      void* taken[3] = {};
+      ASSERT_EQ(0, thread.WaitOnThreadNotification(&taken[0], &taken[1], &taken[2], 60'000));
+    }
+  });
+  EXPECT_EQ(5000, calls);  // a stop runs no call again
+}
+
+TEST(RunLoopThread, UsableAgainAfterItsFinalisation) {
+  Thread thread;
+  for (int i = 0; i < 3; i++) {
+    EXPECT_EQ(5, thread.CallSynchronous(Add, Number(2), Number(3), 0));
+    EXPECT_EQ(0, thread.FinalizeIfNeeded(0));
+    EXPECT_FALSE(thread.Runs());
+    EXPECT_EQ(0, thread.StopThreadAsync());  // nobody runs: forgotten
+  }
+}
+
+// The stop comes at any time of the start: before the task, before its loop is known, before the
+// loop runs.
+TEST(RunLoopThread, StoppedWhileItStarts) {
+  WithinTime([] {
+    for (int round = 0; round < 400; round++) {
+      Thread thread;
+      std::atomic<int> ready{0};
+      InThreads(2, [&](int number) {
+        for (ready++; ready < 2;) MPYield();
+        if (number == 0) {
+          EXPECT_EQ(0, thread.StartThread());
+        } else {
+          for (int i = 0; i < round % 20; i++) MPYield();
+          EXPECT_EQ(0, thread.StopThread());
+        }
+      });
+      EXPECT_EQ(0, thread.StopThread());
+      EXPECT_FALSE(thread.Runs());
+    }
+  });
+}
+
+TEST(RunLoopThread, ACallThatIsPendingAtTheStopIsServed) {
+  Thread thread;
+  std::atomic<int> served{0};
+  WithinTime([&] {
+    for (int round = 0; round < 300; round++) {
+      std::atomic<bool> isInside{false}, mayLeave{false};
+      InThreads(3, [&](int number) {
+        if (number == 0) {
+          EXPECT_EQ(8, thread.Run([&] {
+            isInside = true;
+            while (!mayLeave) MPYield();
+            return served++, 8;
+          }));
+          return;
+        }
+        while (!isInside) MPYield();
+        if (number == 1) {
+          EXPECT_EQ(9, thread.Run([&] { return served++, 9; }));
+        } else {
+          EXPECT_EQ(0, thread.StopThreadAsync());
+          mayLeave = true;
+        }
+      });
+      EXPECT_EQ(0, thread.StopThread());
+    }
+  });
+  EXPECT_EQ(600, served);
+}
+
+// Callers start it, and start it again, while others stop it: every call is run once and answered.
+TEST(RunLoopThread, CallsAndStopsAllAtOnce) {
+  Thread thread;
+  std::atomic<int> served{0}, left{4};
+  WithinTime([&] {
+    InThreads(6, [&](int number) {
+      if (number >= 4) {
+        while (left > 0) EXPECT_EQ(0, thread.StopThread());
+        return;
+      }
+      for (int i = 0; i < 1000; i++) {
+        EXPECT_EQ(number + 2, thread.Run([&] { return served++, number + 2; }));
+      }
+      left--;
+    });
+  });
+  EXPECT_EQ(4000, served);
+}
+
+struct Source {
+  explicit Source(std::function<void()> body) : run(std::move(body)) {
+    CFRunLoopSourceContext context = {};
+    context.info = this;
+    context.perform = [](void* info) { static_cast<Source*>(info)->run(); };
+    ref = CFRunLoopSourceCreate(kCFAllocatorDefault, 0, &context);
+  }
+  ~Source() { CFRelease(ref); }
+  std::function<void()> run;
+  CFRunLoopSourceRef ref;
+};
+
+// After the source was invalidated and the thread has answered one call, no callout may come: it
+// would find its object gone.
+TEST(RunLoopThread, SourcesAddedAndRemovedWhileTheyFire) {
+  Thread thread;
+  CFRunLoopRef loop = nullptr;
+  ASSERT_EQ(0, thread.GetCFRunLoop(loop));
+  std::atomic<int> fired{0};
+  WithinTime([&] {
+    InThreads(4, [&](int number) {
+      for (int round = 0; round < 300; round++) {
+        const int before = fired;
+        auto isGone = std::make_unique<std::atomic<bool>>(false);
+        auto source = std::make_unique<Source>([&fired, gone = isGone.get()] {
+          EXPECT_FALSE(*gone);
+          fired++;
+        });
+        EXPECT_EQ(0, number % 2 == 0 ? thread.AddSource(source->ref, kCFRunLoopDefaultMode)
+                                     : thread.AddPrioritySource(source->ref, kCFRunLoopCommonModes,
+                                                                number + round));
+        CFRunLoopSourceSignal(source->ref);
+        CFRunLoopWakeUp(loop);
+        while (round % 3 == 0 && fired == before) MPYield();
+        CFRunLoopSourceSignal(source->ref);
+        if (round % 2 == 0) {
+          EXPECT_EQ(0, thread.RemoveSource(source->ref, number % 2 == 0 ? kCFRunLoopDefaultMode
+                                                                        : kCFRunLoopCommonModes));
+        }
+        CFRunLoopSourceInvalidate(source->ref);
+        EXPECT_EQ(4, thread.CallSynchronous(Add, Number(4), nullptr, 0));
+        *isGone = true;
+        source.reset();
+      }
+    });
+    EXPECT_EQ(0, thread.StopThread());
+  });
+  EXPECT_GE(fired, 100);
+}
+
+}  // namespace
