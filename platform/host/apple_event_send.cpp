@@ -84,11 +84,18 @@ OSStatus SendToPeer(uint64_t portID, const Delivery& delivery) {
   return HostDecodeEvent(std::move(body), delivery.reply);
 }
 
+// An answer that cannot be sent as it is becomes one that says why, so that nobody waits in vain.
+OSStatus FlattenFailure(const AppleEvent* event, SInt32 error, HostGather** frame) {
+  AppleEvent answer = {typeNull, nullptr};
+  OSStatus err = HostMakeAnswer(event, MACH_PORT_NULL, &answer);
+  if (err == 0) err = AEPutParamPtr(&answer, keyErrorNumber, typeSInt32, &error, sizeof error);
+  if (err == 0) err = Flatten(&answer, frame);
+  AEDisposeDesc(&answer);
+  return err;
+}
+
 // The right is used up whatever comes of it: a request is answered once.
-OSStatus SendReply(mach_port_t right, const AppleEvent* event) {
-  HostGather* frame = nullptr;
-  OSStatus err = Flatten(event, &frame);
-  if (err != 0) return err;
+OSStatus DeliverReply(mach_port_t right, HostGather* frame) {
   HostReplyTarget target;
   if (!HostTakeReplyRight(right, &target)) return connectionInvalid;
   if (target.waiter != nullptr) {
@@ -102,6 +109,14 @@ OSStatus SendReply(mach_port_t right, const AppleEvent* event) {
   header.requestNumber = target.requestNumber;
   HostFillFrameHeader(header, frame);
   return target.receiver->Reply(target.connection, right, *frame);
+}
+
+OSStatus SendReply(mach_port_t right, const AppleEvent* event) {
+  HostGather* frame = nullptr;
+  const OSStatus err = Flatten(event, &frame);
+  if (err == 0) return DeliverReply(right, frame);
+  if (FlattenFailure(event, err, &frame) == 0) DeliverReply(right, frame);
+  return err;
 }
 
 OSStatus SendToPort(mach_port_t port, const Delivery& delivery) {

@@ -1,6 +1,8 @@
 #include "platform/host/frame_buffer.h"
 
 #include <cstdlib>
+#include <sys/mman.h>
+
 #include <new>
 
 // Each thread keeps the last blocks that it released if they are of the size that connections read
@@ -12,6 +14,24 @@ constexpr size_t kSpareCount = 4;
 constexpr size_t kSpareLeast = size_t{48} << 10;
 constexpr size_t kSpareMost = size_t{2} << 20;
 constexpr size_t kSpareInAll = size_t{4} << 20;
+
+// What is too large to be kept comes from the kernel and goes back to it at once: the heap would
+// hold on to it.
+constexpr size_t kMapped = sizeof(HostFrameBuffer) + kSpareMost;
+
+void* AllocateBlock(size_t size) {
+  if (size <= kMapped) return malloc(size);
+  void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  return memory == MAP_FAILED ? nullptr : memory;
+}
+
+void FreeBlock(void* memory, size_t size) {
+  if (size <= kMapped) {
+    free(memory);
+  } else {
+    munmap(memory, size);
+  }
+}
 
 struct Spares {
   HostFrameBuffer* blocks[kSpareCount];
@@ -59,7 +79,7 @@ HostFrameBuffer* HostFrameBuffer::Create(size_t capacity) {
   if (capacity >= kSpareLeast && capacity <= kSpareMost) {
     if (HostFrameBuffer* spare = TakeSpare(capacity)) return spare;
   }
-  void* memory = malloc(sizeof(HostFrameBuffer) + capacity);
+  void* memory = AllocateBlock(sizeof(HostFrameBuffer) + capacity);
   return memory == nullptr ? nullptr : new (memory) HostFrameBuffer(capacity);
 }
 
@@ -82,5 +102,5 @@ void HostFrameBuffer::Release() {
       references.fetch_sub(1, std::memory_order_acq_rel) != 1) {
     return;
   }
-  if (!Keep(this)) free(this);
+  if (!Keep(this)) FreeBlock(this, sizeof(HostFrameBuffer) + capacity);
 }

@@ -26,7 +26,8 @@
 
 enum class HostMPKind : uintptr_t { kTask = 1, kQueue, kEvent, kSemaphore, kRegion };
 
-// Held for a few instructions at a time, so it is worth trying again before the thread sleeps.
+// A plain one: under contention a thread that sleeps at once leaves the other to work in bursts,
+// which moves more messages than handing the lock to and fro.
 class HostMPMutex {
  public:
   void lock() { pthread_mutex_lock(&native); }
@@ -34,7 +35,7 @@ class HostMPMutex {
 
  private:
   friend class HostMPCondition;
-  pthread_mutex_t native = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP;
+  pthread_mutex_t native = PTHREAD_MUTEX_INITIALIZER;
 };
 
 // On the monotonic clock.

@@ -217,6 +217,28 @@ TEST(Messages, TheHandlerMayEndItsPort) {
   asker.join();
 }
 
+TEST(Messages, AnAnswerThatCannotBeSentSaysSo) {
+  Server server([](const AppleEvent&, AppleEvent& reply) {
+    const std::string large(size_t{17} << 20, 'x');
+    EXPECT_EQ(0, AEPutParamPtr(&reply, kNumberKey, typeChar, large.data(),
+                               static_cast<Size>(large.size())));
+    EXPECT_EQ(memFullErr, AESendMessage(&reply, nullptr, kAENoReply, kAEDefaultTimeout));
+    EXPECT_EQ(connectionInvalid, AESendMessage(&reply, nullptr, kAENoReply, kAEDefaultTimeout));
+  });
+  std::promise<SInt32> result;
+  std::thread asker([&] {
+    Event event, reply;
+    MakeEvent(server.Port(), 1, &event);
+    SInt32 error = AESendMessage(&event, &reply, kAEWaitReply, kNoTimeOut);
+    AEGetParamPtr(&reply, keyErrorNumber, typeSInt32, nullptr, &error, sizeof error, nullptr);
+    result.set_value(error);
+  });
+  auto future = result.get_future();
+  EXPECT_TRUE(Server::Run([&] { return future.wait_for(0s) == std::future_status::ready; }));
+  EXPECT_EQ(memFullErr, future.get());
+  asker.join();
+}
+
 TEST(Messages, ANestedRunReclaimsOnlyItsOwn) {
   std::string log;
   Server inner([&](const AppleEvent& event, AppleEvent&) {
