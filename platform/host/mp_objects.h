@@ -26,8 +26,8 @@
 
 enum class HostMPKind : uintptr_t { kTask = 1, kQueue, kEvent, kSemaphore, kRegion };
 
-// A plain one: under contention a thread that sleeps at once leaves the other to work in bursts,
-// which moves more messages than handing the lock to and fro.
+// The kernel's own mutex and condition, timed by the monotonic clock: what an object holds must
+// stay usable for ever, so neither has a destructor.
 class HostMPMutex {
  public:
   void lock() { pthread_mutex_lock(&native); }

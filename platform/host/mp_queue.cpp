@@ -1,78 +1,123 @@
 #include "platform/host/mp_queue.h"
 
-#include <algorithm>
-#include <memory>
+#include <utility>
 
 #include "platform/host/mp_objects.h"
 
 namespace {
 
 constexpr uint32_t kMaxMessages = 1u << 20;
-constexpr uint32_t kFirstCapacity = 16;
-// An emptied queue keeps no more memory than for so many messages.
-constexpr uint32_t kKeptCapacity = 1024;
+constexpr uint32_t kPerBlock = 64;
 
 struct Message {
   void* parameters[3];
 };
 
-// A ring of messages. Its capacity never falls below what is in it and what was promised.
+struct Block {
+  Message messages[kPerBlock];
+  Block* next = nullptr;
+};
+
+// A list of blocks: taken from at `head`, added to at `tail`, behind which spare ones lie. Messages
+// do not move, and a queue that was long once gives its blocks back as it empties.
 struct Queue : HostMPObject {
-  std::unique_ptr<Message[]> ring;
-  uint32_t capacity = 0;
-  uint32_t first = 0;
+  Block* head = nullptr;
+  Block* tail = nullptr;
+  uint32_t headIndex = 0;  // of the oldest message in `head`
+  uint32_t tailIndex = 0;  // of the next free place in `tail`
+  uint32_t spares = 0;     // blocks behind `tail`
+  uint32_t blocks = 0;
   uint32_t count = 0;
-  uint32_t promised = 0;
-  uint32_t reserve = 0;  // 0: grows
+  uint32_t promised = 0;  // places that tasks will need; always free
+  uint32_t reserve = 0;   // 0: grows
+  Block* last = nullptr;
   HostMPCondition changed;
 
-  bool Resize(uint32_t places);
+  uint32_t FreePlaces() const {
+    return tail == nullptr ? 0 : spares * kPerBlock + kPerBlock - tailIndex;
+  }
+  uint32_t BlocksOfReserve(uint32_t wanted) const;
+  bool AddBlock();
   bool EnsureRoom();
   bool HasRoom();
   void Append(void* p1, void* p2, void* p3);
   Message TakeFirst();
+  void Retire(Block* block);
+  void PutLast(Block* block);
   void Clear();
 };
 
-bool Queue::Resize(uint32_t places) {
-  std::unique_ptr<Message[]> bigger(new (std::nothrow) Message[places]);
-  if (bigger == nullptr) return false;
-  for (uint32_t i = 0; i < count; i++) bigger[i] = ring[(first + i) & (capacity - 1)];
-  ring = std::move(bigger);
-  capacity = places;
-  first = 0;
+// So many blocks hold `wanted` messages wherever the oldest lies in its block.
+uint32_t Queue::BlocksOfReserve(uint32_t wanted) const {
+  return (wanted + promised + kPerBlock - 1) / kPerBlock + 1;
+}
+
+bool Queue::AddBlock() {
+  auto* block = new (std::nothrow) Block;
+  if (block == nullptr) return false;
+  blocks++;
+  if (tail == nullptr) {
+    head = tail = last = block;
+  } else {
+    PutLast(block);
+  }
   return true;
 }
 
-// Room for one more besides the promised ones. Capacities are powers of two.
+void Queue::PutLast(Block* block) {
+  block->next = nullptr;
+  last->next = block;
+  last = block;
+  spares++;
+}
+
+// Room for one more besides the promised ones.
 bool Queue::EnsureRoom() {
-  const uint32_t needed = count + promised + 1;
-  if (needed <= capacity) return true;
-  uint32_t places = std::max(capacity, kFirstCapacity);
-  while (places < needed) places *= 2;
-  return Resize(places);
+  while (FreePlaces() <= promised) {
+    if (!AddBlock()) return false;
+  }
+  return true;
 }
 
 bool Queue::HasRoom() { return count < (reserve > 0 ? reserve : kMaxMessages) && EnsureRoom(); }
 
 void Queue::Append(void* p1, void* p2, void* p3) {
-  ring[(first + count) & (capacity - 1)] = {{p1, p2, p3}};
+  if (tailIndex == kPerBlock) {
+    tail = tail->next;
+    tailIndex = 0;
+    spares--;
+  }
+  tail->messages[tailIndex++] = {{p1, p2, p3}};
   count++;
 }
 
 Message Queue::TakeFirst() {
-  const Message message = ring[first];
-  first = (first + 1) & (capacity - 1);
-  count--;
-  if (count == 0 && capacity > kKeptCapacity && reserve == 0 && promised < kFirstCapacity) {
-    Resize(kFirstCapacity);
+  if (headIndex == kPerBlock) {
+    Block* emptied = head;
+    head = head->next;
+    headIndex = 0;
+    Retire(emptied);
   }
+  const Message message = head->messages[headIndex++];
+  count--;
+  if (count == 0) headIndex = tailIndex = 0;  // both are in one block then
   return message;
 }
 
+// One spare block stays, so that a queue of steady length allocates nothing.
+void Queue::Retire(Block* block) {
+  if (spares == 0 || (reserve > 0 && blocks <= BlocksOfReserve(reserve))) {
+    PutLast(block);
+    return;
+  }
+  blocks--;
+  delete block;
+}
+
 void Queue::Clear() {
-  ring.reset();
-  capacity = first = count = promised = reserve = 0;
+  while (head != nullptr) delete std::exchange(head, head->next);
+  tail = last = nullptr;
+  headIndex = tailIndex = spares = blocks = count = promised = reserve = 0;
 }
 
 constinit HostMPTable<Queue, HostMPKind::kQueue> sQueues;
@@ -121,10 +166,8 @@ OSStatus MPSetQueueReserve(MPQueueID id, ItemCount count) {
   auto queue = sQueues.Find(id);
   if (!queue) return kMPInvalidIDErr;
   if (count > kMaxMessages) return kMPInsufficientResourcesErr;
-  uint32_t places = kFirstCapacity;
-  while (places < std::max(count, queue->count) + queue->promised) places *= 2;
-  if (count > 0 && places != queue->capacity && !queue->Resize(places)) {
-    return kMPInsufficientResourcesErr;
+  while (count > 0 && queue->blocks < queue->BlocksOfReserve(count)) {
+    if (!queue->AddBlock()) return kMPInsufficientResourcesErr;
   }
   queue->reserve = count;
   return noErr;

@@ -79,6 +79,7 @@ void __CFRunLoop::Close() {
 }
 
 void __CFRunLoop::LastRelease() {
+  for (const auto& mode : modes) HostCloseDescriptor(mode->epollSet);  // made after the close
   HostCloseDescriptor(wakeDescriptor);
   delete this;
 }
