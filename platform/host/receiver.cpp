@@ -4,10 +4,6 @@
 #include <servers/bootstrap.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <fcntl.h>
-#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/random.h>
 #include <sys/socket.h>
