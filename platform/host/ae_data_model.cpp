@@ -27,7 +27,12 @@ OSStatus HostReadItem(const HostAEItem& item, DescType desired, DescType* type, 
   if (type != nullptr) *type = item.type;
   if (actualSize != nullptr) *actualSize = static_cast<Size>(item.size);
   const size_t count = std::min<size_t>(item.size, static_cast<size_t>(maxSize));
-  if (buffer != nullptr && count > 0) memcpy(buffer, item.Bytes(), count);
+  if (buffer == nullptr || count == 0) return 0;
+  if (count <= HostAEItem::kInlineSize) {
+    HostCopyShort(buffer, item.Bytes(), count);
+  } else {
+    memcpy(buffer, item.Bytes(), count);
+  }
   return 0;
 }
 

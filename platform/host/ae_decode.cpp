@@ -29,6 +29,7 @@ class Decoder {
     bool attributes;
     bool keyed;
     size_t end;
+    bool mayRepeat;  // a key among the items may have come before
   };
 
   OSStatus OpenItems(HostAEItems* items, bool keyed, size_t contentEnd);
@@ -58,13 +59,6 @@ OSStatus Reserve(HostAEItems* items, uint32_t count) {
 }
 
 bool HasDuplicates(const HostAEItems& items) {
-  constexpr uint32_t kFew = 16;
-  if (items.Count() <= kFew) {
-    for (const HostAEItem& item : items) {
-      if (items.Find(item.key) != &item) return true;
-    }
-    return false;
-  }
   std::vector<AEKeyword> keys;
   keys.reserve(items.Count());
   for (const HostAEItem& item : items) keys.push_back(item.key);
@@ -102,12 +96,14 @@ OSStatus Decoder::OpenEvent(HostAEEvent* event, size_t contentEnd) {
   event->fields.eventID = HostLoadBig32(head + kHostEventIDAt);
   event->fields.returnID = static_cast<SInt16>(HostLoadBig16(head + kHostReturnIDAt));
   event->fields.transactionID = static_cast<SInt32>(HostLoadBig32(head + kHostTransactionAt));
-  levels[depth++] = {&event->attributes, event, attributes, parameters, true, true, contentEnd};
+  levels[depth++] = {&event->attributes, event, attributes, parameters, true, true,
+                     contentEnd,         false};
   return Reserve(&event->attributes, attributes);
 }
 
 OSStatus Decoder::BeginParameters(Level& level) {
-  if (HasDuplicates(*level.items)) return errAECorruptData;
+  if (level.mayRepeat && HasDuplicates(*level.items)) return errAECorruptData;
+  level.mayRepeat = false;
   level.items = &level.event->parameters;
   level.left = level.parameters;
   level.attributes = false;
@@ -119,13 +115,14 @@ OSStatus Decoder::OpenItems(HostAEItems* items, bool keyed, size_t contentEnd) {
   const uint32_t count = HostLoadBig32(bytes + at);
   at += kHostCountSize;
   if (!CountsFit(count, contentEnd)) return errAECorruptData;
-  levels[depth++] = {items, nullptr, count, 0, false, keyed, contentEnd};
+  levels[depth++] = {items, nullptr, count, 0, false, keyed, contentEnd, false};
   return Reserve(items, count);
 }
 
 OSStatus Decoder::CloseLevel() {
   const Level& level = levels[--depth];
-  if (at != level.end || (level.keyed && HasDuplicates(*level.items))) return errAECorruptData;
+  if (at != level.end) return errAECorruptData;
+  if (level.keyed && level.mayRepeat && HasDuplicates(*level.items)) return errAECorruptData;
   if (depth > 0) {
     const int height = level.event != nullptr ? level.event->Height() : level.items->Height();
     levels[depth - 1].items->NoteHeight(height);
@@ -174,6 +171,7 @@ void Decoder::ReadValue(HostAEItem* item, size_t size) {
 OSStatus Decoder::AddItem(Level& level, const HostAEItem& item) {
   const HostAttributeRow* row = level.attributes ? HostFindAttributeRow(item.key) : nullptr;
   if (row == nullptr) {
+    level.mayRepeat |= level.items->MayHave(item.key);
     level.items->Append(item);  // there is room for as many as were announced
     return 0;
   }

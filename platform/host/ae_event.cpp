@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <cstddef>
 
 #include "platform/host/ae_coerce.h"
 #include "platform/host/ae_put.h"
 #include "platform/host/ae_storage.h"
+#include "platform/host/host_mutex.h"
 
 namespace {
 
@@ -35,6 +37,16 @@ constexpr HostAttributeRow kRows[] = {
     {keyOriginalAddressAttr, typeWildCard, offsetof(Fields, originalAddress), 0, kPrinted},
 };
 
+// The bits of the rows that travel, which are all of the kind that an event has when it was set.
+constexpr uint16_t TravellingBits() {
+  uint16_t bits = 0;
+  for (size_t index = 0; index < std::size(kRows); ++index) {
+    if ((kRows[index].flags & kTravels) != 0) bits |= static_cast<uint16_t>(1u << index);
+  }
+  return bits;
+}
+static_assert(std::popcount(TravellingBits()) == kHostTravellingMost);
+
 uint16_t BitOf(const HostAttributeRow& row) { return static_cast<uint16_t>(1u << (&row - kRows)); }
 
 uint8_t* FieldOf(HostAEEvent* event, const HostAttributeRow& row) {
@@ -53,16 +65,31 @@ constexpr uint32_t kIDWords = 65536 / kIDsPerWord;
 constinit std::atomic<uint32_t> sReturnIDs[kIDWords] = {};
 constinit std::atomic<uint32_t> sLastReturnID = 0;
 
+// Gives what the word was before.
+template <class Change>
+uint32_t ChangeWord(std::atomic<uint32_t>& word, Change change) {
+  uint32_t before = word.load(std::memory_order_relaxed);
+  if (HostIsSingleThreaded()) {
+    word.store(change(before), std::memory_order_relaxed);
+  } else {
+    while (!word.compare_exchange_weak(before, change(before), std::memory_order_relaxed)) {
+    }
+  }
+  return before;
+}
+
 bool ClaimReturnID(uint16_t id) {
   if (id == 0 || id == static_cast<uint16_t>(kAutoGenerateReturnID)) return false;
   const uint32_t bit = 1u << (id % kIDsPerWord);
-  return (sReturnIDs[id / kIDsPerWord].fetch_or(bit, std::memory_order_relaxed) & bit) == 0;
+  const uint32_t before =
+      ChangeWord(sReturnIDs[id / kIDsPerWord], [bit](uint32_t word) { return word | bit; });
+  return (before & bit) == 0;
 }
 
 AEReturnID MakeReturnID(bool* owned) {
   *owned = true;
   for (int tries = 0; tries < 64; ++tries) {
-    const uint32_t next = sLastReturnID.fetch_add(1, std::memory_order_relaxed) + 1;
+    const uint32_t next = ChangeWord(sLastReturnID, [](uint32_t last) { return last + 1; }) + 1;
     if (ClaimReturnID(static_cast<uint16_t>(next))) return static_cast<AEReturnID>(next);
   }
   for (uint32_t id = 0; id < 65536; ++id) {
@@ -115,6 +142,16 @@ OSStatus SetField(HostAEEvent* event, const HostAttributeRow& row, HostAEItem* i
     err = errAECoercionFail;
   }
   return err;
+}
+
+// The common case of putting an attribute: what has a field, in the field's own form. False when it
+// is not that, with nothing done.
+bool PutFieldBytes(AppleEvent* desc, AEKeyword key, DescType type, const void* data, Size size) {
+  const HostAttributeRow* row = HostFindAttributeRow(key);
+  if (row == nullptr || (row->flags & kSending) != 0 || data == nullptr || size <= 0) return false;
+  HostAEEvent* event = nullptr;
+  return HostFindEvent(desc, &event) == 0 &&
+         HostSetAttributeField(event, *row, type, data, static_cast<size_t>(size));
 }
 
 // Takes the item over also when it fails.
@@ -174,6 +211,17 @@ bool HostViewAttribute(const HostAEEvent& event, const HostAttributeRow& row, Ho
   return (row.flags & kAlways) != 0 || (event.fields.present & BitOf(row)) != 0;
 }
 
+uint32_t HostViewTravelling(const HostAEEvent& event, HostAEItem (&views)[kHostTravellingMost]) {
+  uint32_t count = 0;
+  if ((event.fields.present & TravellingBits()) == 0) return 0;
+  for (const HostAttributeRow& row : kRows) {
+    if ((row.flags & kTravels) == 0) continue;
+    views[count].key = row.key;
+    if (HostViewAttribute(event, row, &views[count])) ++count;
+  }
+  return count;
+}
+
 bool HostSetAttributeField(HostAEEvent* event, const HostAttributeRow& row, DescType type,
                            const void* data, size_t size) {
   if (row.width == 0 || type != row.type || size != row.width) return false;
@@ -190,7 +238,8 @@ bool HostSetAttributeField(HostAEEvent* event, const HostAttributeRow& row, Desc
 
 void HostReturnIDDone(SInt16 returnID) {
   const auto id = static_cast<uint16_t>(returnID);
-  sReturnIDs[id / kIDsPerWord].fetch_and(~(1u << (id % kIDsPerWord)), std::memory_order_relaxed);
+  const uint32_t bit = 1u << (id % kIDsPerWord);
+  ChangeWord(sReturnIDs[id / kIDsPerWord], [bit](uint32_t word) { return word & ~bit; });
 }
 
 OSStatus HostGetEventHead(const AppleEvent* desc, HostEventHead* head) {
@@ -276,6 +325,7 @@ OSErr AECreateAppleEvent(AEEventClass eventClass, AEEventID eventID, const AEAdd
 
 OSErr AEPutAttributePtr(AppleEvent* event, AEKeyword key, DescType type, const void* data,
                         Size size) {
+  if (PutFieldBytes(event, key, type, data, size)) return 0;
   HostAEItem item;
   OSStatus err = HostItemFromBytes(type, data, size, &item);
   if (err == 0) err = SetAttribute(event, key, &item);

@@ -56,6 +56,11 @@ const HostAttributeRow* HostFindAttributeRow(AEKeyword key);
 // The attribute as an item that borrows from the event. False when the event has none.
 bool HostViewAttribute(const HostAEEvent& event, const HostAttributeRow& row, HostAEItem* view);
 
+// The attributes with a field that travel as items and that the event has, as items that borrow
+// from it. Result: how many.
+inline constexpr uint32_t kHostTravellingMost = 2;
+uint32_t HostViewTravelling(const HostAEEvent& event, HostAEItem (&views)[kHostTravellingMost]);
+
 // Sets a field from bytes that have exactly the row's type and width. False when they have not.
 bool HostSetAttributeField(HostAEEvent* event, const HostAttributeRow& row, DescType type,
                            const void* data, size_t size);

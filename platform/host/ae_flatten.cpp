@@ -34,13 +34,8 @@ OSStatus WriteEvent(const HostAEEvent& event, HostGather& out) {
   HostStoreBig32(head + kHostTransactionAt, static_cast<uint32_t>(fields.transactionID));
   HostStoreBig32(head + kHostParameterCountAt, event.parameters.Count());
 
-  HostAEItem travelling[8];
-  uint32_t count = 0;
-  for (size_t index = 0; const HostAttributeRow* row = HostAttributeAt(index); ++index) {
-    if ((row->flags & kHostAttributeTravels) == 0) continue;
-    travelling[count].key = row->key;
-    if (HostViewAttribute(event, *row, &travelling[count])) ++count;
-  }
+  HostAEItem travelling[kHostTravellingMost];
+  const uint32_t count = HostViewTravelling(event, travelling);
   HostStoreBig32(head + kHostAttributeCountAt, count + event.attributes.Count());
 
   OSStatus err = 0;

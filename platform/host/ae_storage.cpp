@@ -7,34 +7,24 @@
 #include <utility>
 
 #include "platform/host/ae_types.h"
+#include "platform/host/host_mutex.h"
 
-// A number is a slot's index below and a generation above. The slot's word holds the generation
-// and, in bit 0, whether it is in use; disposing moves the word to the next generation in one
-// compare-and-swap, which settles every race.
-//
 // Free slots wait in queues, first in first out, so that generations of a slot are far apart in
 // time: a short one for each thread, which needs no lock, and one for all.
 
+constinit std::atomic<HostDescSlot*> gHostDescChunks[kHostChunks] = {};
+
 namespace {
 
-constexpr bool kWide = sizeof(uintptr_t) >= 8;
-constexpr unsigned kIndexBits = kWide ? 24 : 20;
-constexpr unsigned kGenerationShift = kWide ? 32 : 20;
-constexpr uint32_t kGenerationMask = kWide ? 0x7fffffffu : 0xfffu;
-constexpr uint32_t kChunkSlots = 256;
-constexpr uint32_t kChunks = (1u << kIndexBits) / kChunkSlots;
+using Slot = HostDescSlot;
+
+constexpr uint32_t kGenerationMask = kHostWideNumbers ? 0x7fffffffu : 0xfffu;
 
 // Slots that stay queued before one is used again. Short generations need the distance.
-constexpr uint32_t kThreadMinimum = kWide ? 0 : 512;
+constexpr uint32_t kThreadMinimum = kHostWideNumbers ? 0 : 512;
 constexpr uint32_t kThreadMaximum = kThreadMinimum + 128;
 constexpr uint32_t kBatch = 32;
 constexpr uint32_t kSpareEvents = 8;
-
-struct Slot {
-  std::atomic<uint32_t> word;  // generation * 2 + in use
-  uint32_t next;               // in a queue of free slots; 0 ends it
-  HostAEItem item;
-};
 
 struct Queue {
   uint32_t head;
@@ -43,7 +33,7 @@ struct Queue {
 };
 
 struct Table {
-  std::mutex lock;
+  HostMutex lock;
   Queue free;
   uint32_t used;  // slots that were ever handed out; slot 0 never is, so no number is null
 };
@@ -57,11 +47,11 @@ struct ThreadStore {
 };
 
 constinit Table sTable = {{}, {}, 1};
-constinit std::atomic<Slot*> sChunks[kChunks] = {};
 constinit thread_local ThreadStore sStore = {};
 
 Slot& SlotAt(uint32_t index) {
-  return sChunks[index / kChunkSlots].load(std::memory_order_acquire)[index % kChunkSlots];
+  Slot* chunk = gHostDescChunks[index / kHostChunkSlots].load(std::memory_order_acquire);
+  return chunk[index % kHostChunkSlots];
 }
 
 void Push(Queue& queue, uint32_t index) {
@@ -92,7 +82,7 @@ struct StoreEnd {
   ~StoreEnd() {
     ThreadStore& store = sStore;
     store.ended = true;
-    const std::lock_guard<std::mutex> guard(sTable.lock);
+    const std::lock_guard<HostMutex> guard(sTable.lock);
     while (store.free.count > 0) Push(sTable.free, Pop(store.free));
     while (store.events != nullptr) FreeEvent(std::exchange(store.events, store.events->next));
   }
@@ -107,10 +97,10 @@ void Arm(ThreadStore& store) {
 
 // Makes another slot; 0 when the table is full or there is no memory. The lock is held.
 uint32_t NewSlot() {
-  if (sTable.used >> kIndexBits != 0) return 0;
-  std::atomic<Slot*>& chunk = sChunks[sTable.used / kChunkSlots];
+  if (sTable.used >> kHostSlotIndexBits != 0) return 0;
+  std::atomic<Slot*>& chunk = gHostDescChunks[sTable.used / kHostChunkSlots];
   if (chunk.load(std::memory_order_relaxed) == nullptr) {
-    auto* slots = static_cast<Slot*>(calloc(kChunkSlots, sizeof(Slot)));
+    auto* slots = static_cast<Slot*>(calloc(kHostChunkSlots, sizeof(Slot)));
     if (slots == nullptr) return 0;
     chunk.store(slots, std::memory_order_release);
   }
@@ -129,7 +119,7 @@ uint32_t TakeSlot() {
   if (store.free.count > kThreadMinimum) return Pop(store.free);
 
   Arm(store);
-  const std::lock_guard<std::mutex> guard(sTable.lock);
+  const std::lock_guard<HostMutex> guard(sTable.lock);
   if (store.ended) return TakeCommon();
   // One more than the minimum stays behind for each that is taken.
   while (store.free.count < kThreadMinimum + kBatch) {
@@ -147,27 +137,13 @@ void GiveSlot(uint32_t index) {
     Push(store.free, index);
     if (store.free.count <= kThreadMaximum) return;
   }
-  const std::lock_guard<std::mutex> guard(sTable.lock);
+  const std::lock_guard<HostMutex> guard(sTable.lock);
   if (store.ended) return Push(sTable.free, index);
   while (store.free.count > kThreadMinimum + kBatch) Push(sTable.free, Pop(store.free));
 }
 
 AEDataStorage MakeNumber(uint32_t index, uint32_t generation) {
-  return reinterpret_cast<AEDataStorage>((uintptr_t{generation} << kGenerationShift) | index);
-}
-
-// The slot that a number names if it is in use for that number, and the word that says so.
-Slot* FindSlot(AEDataStorage storage, uint32_t* index, uint32_t* word) {
-  const auto number = reinterpret_cast<uintptr_t>(storage);
-  const auto low = number & ((uintptr_t{1} << kGenerationShift) - 1);
-  if (low == 0 || low >> kIndexBits != 0) return nullptr;
-  *index = static_cast<uint32_t>(low);
-  Slot* chunk = sChunks[*index / kChunkSlots].load(std::memory_order_acquire);
-  if (chunk == nullptr) return nullptr;
-  Slot& slot = chunk[*index % kChunkSlots];
-  *word = slot.word.load(std::memory_order_acquire);
-  const auto generation = static_cast<uint32_t>(number >> kGenerationShift);
-  return *word == ((generation << 1) | 1) ? &slot : nullptr;
+  return reinterpret_cast<AEDataStorage>((uintptr_t{generation} << kHostGenerationShift) | index);
 }
 
 }  // namespace
@@ -188,20 +164,19 @@ OSStatus HostMakeDesc(HostAEItem* item, AEDesc* dst) {
   return 0;
 }
 
-HostAEItem* HostFindItem(AEDataStorage storage) {
-  uint32_t index = 0;
-  uint32_t word = 0;
-  Slot* slot = FindSlot(storage, &index, &word);
-  return slot == nullptr ? nullptr : &slot->item;
-}
-
 void HostDisposeItem(AEDataStorage storage) {
-  uint32_t index = 0;
-  uint32_t word = 0;
-  Slot* slot = FindSlot(storage, &index, &word);
+  Slot* slot = HostFindSlot(storage);
   if (slot == nullptr) return;
-  const uint32_t next = (((word >> 1) + 1) & kGenerationMask) << 1;
-  if (!slot->word.compare_exchange_strong(word, next, std::memory_order_acq_rel)) return;
+  const auto number = reinterpret_cast<uintptr_t>(storage);
+  const auto index = static_cast<uint32_t>(number & ((uintptr_t{1} << kHostGenerationShift) - 1));
+  const auto generation = static_cast<uint32_t>(number >> kHostGenerationShift);
+  uint32_t word = generation << 1 | 1;
+  const uint32_t next = ((generation + 1) & kGenerationMask) << 1;
+  if (HostIsSingleThreaded()) {
+    slot->word.store(next, std::memory_order_relaxed);
+  } else if (!slot->word.compare_exchange_strong(word, next, std::memory_order_acq_rel)) {
+    return;
+  }
   slot->item.Release();
   GiveSlot(index);
 }
@@ -226,28 +201,8 @@ OSStatus HostViewDesc(const AEDesc* desc, HostAEItem* view) {
   return 0;
 }
 
-OSStatus HostFindItems(const AEDesc* desc, unsigned forms, HostAEItems** items) {
-  if (desc == nullptr) return paramErr;
-  if (desc->descriptorType == typeNull) return errAENotAEDesc;
-  HostAEItem* item = HostFindItem(desc->dataHandle);
-  if (item == nullptr) return errAENotAEDesc;
-  if ((forms & (1u << static_cast<unsigned>(item->form))) == 0) return errAEWrongDataType;
-  *items = item->form == HostAEForm::kEvent ? &item->event->parameters : &item->items;
-  return 0;
-}
-
-OSStatus HostFindEvent(const AppleEvent* desc, HostAEEvent** event) {
-  if (desc == nullptr) return paramErr;
-  if (desc->descriptorType == typeNull) return errAENotAEDesc;
-  HostAEItem* item = HostFindItem(desc->dataHandle);
-  if (item == nullptr) return errAENotAEDesc;
-  if (item->form != HostAEForm::kEvent) return errAENotAppleEvent;
-  *event = item->event;
-  return 0;
-}
-
 size_t HostCountDescs() {
-  const std::lock_guard<std::mutex> guard(sTable.lock);
+  const std::lock_guard<HostMutex> guard(sTable.lock);
   size_t count = 0;
   for (uint32_t index = 1; index < sTable.used; ++index) {
     count += SlotAt(index).word.load(std::memory_order_relaxed) & 1;

@@ -30,11 +30,14 @@ bool HostFormFits(HostAEForm form, DescType type) {
   return false;
 }
 
-HostAEItem* HostAEItems::Find(AEKeyword key) const {
-  for (HostAEItem& item : *this) {
-    if (item.key == key) return &item;
+HostAEItem* HostAEItems::Search(AEKeyword key) const {
+  HostAEItem* place = begin() + block->likely;
+  if (block->likely >= block->count || place->key != key) {
+    place = std::find_if(begin(), end(), [key](const HostAEItem& item) { return item.key == key; });
+    if (place == end()) return nullptr;
   }
-  return nullptr;
+  block->likely = static_cast<uint32_t>(place - begin()) + 1;
+  return place;
 }
 
 bool HostAEItems::Reserve(uint32_t capacity) {
@@ -46,6 +49,8 @@ bool HostAEItems::Reserve(uint32_t capacity) {
   if (block == nullptr) {
     grown->count = 0;
     grown->tallestItem = 0;
+    grown->likely = 0;
+    grown->keys = 0;
   }
   grown->capacity = capacity;
   block = grown;
@@ -59,7 +64,8 @@ bool HostAEItems::Append(const HostAEItem& item) {
   }
   memcpy(begin() + block->count, &item, sizeof item);
   ++block->count;
-  NoteHeight(item.Height());
+  block->keys |= BitOf(item.key);
+  if (item.IsContainer()) NoteHeight(item.Height());
   return true;
 }
 
@@ -95,6 +101,8 @@ void HostAEItems::Clear() {
   for (HostAEItem& item : *this) item.Release();
   block->count = 0;
   block->tallestItem = 0;
+  block->likely = 0;
+  block->keys = 0;
   if (block->capacity > kKeptCapacity) Destroy();
 }
 
@@ -118,6 +126,7 @@ OSStatus HostAEItems::CopyFrom(const HostAEItems& source) {
     ++block->count;
   }
   block->tallestItem = source.block->tallestItem;
+  block->keys = source.block->keys;
   return 0;
 }
 
@@ -132,11 +141,7 @@ int HostAEItem::Height() const {
   }
 }
 
-OSStatus HostAEItem::SetBytes(DescType newType, const void* bytes, size_t count) {
-  if (count <= kInlineSize) {
-    SetBorrowed(newType, bytes, count);
-    return 0;
-  }
+OSStatus HostAEItem::SetLongBytes(DescType newType, const void* bytes, size_t count) {
   SetNull();
   HostFrameBuffer* buffer = HostFrameBuffer::Create(count);
   if (buffer == nullptr) return memFullErr;
@@ -144,17 +149,6 @@ OSStatus HostAEItem::SetBytes(DescType newType, const void* bytes, size_t count)
   SetBorrowed(newType, buffer->Bytes(), count);
   run.owner = buffer;
   return 0;
-}
-
-void HostAEItem::SetBorrowed(DescType newType, const void* bytes, size_t count) {
-  type = newType;
-  size = static_cast<uint32_t>(count);
-  form = HostAEForm::kValue;
-  if (count > kInlineSize) {
-    run = {static_cast<const uint8_t*>(bytes), nullptr};
-  } else if (count > 0) {
-    memcpy(inlineBytes, bytes, count);
-  }
 }
 
 OSStatus HostAEItem::CopyFrom(const HostAEItem& source) {
@@ -180,15 +174,14 @@ OSStatus HostAEItem::CopyFrom(const HostAEItem& source) {
   return err;
 }
 
-void HostAEItem::Release() {
+void HostAEItem::GiveBack() {
   if (form == HostAEForm::kValue) {
-    if (size > kInlineSize && run.owner != nullptr) run.owner->Release();
+    run.owner->Release();
   } else if (form == HostAEForm::kEvent) {
     HostReleaseEvent(event);
   } else {
     items.Destroy();
   }
-  SetNull();
 }
 
 int HostAEEvent::Height() const { return std::max(attributes.Height(), parameters.Height()); }

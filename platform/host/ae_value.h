@@ -25,6 +25,24 @@ enum class HostAEForm : uint8_t { kValue = 0, kList = 1, kRecord = 2, kEvent = 3
 // a value's.
 bool HostFormFits(HostAEForm form, DescType type);
 
+// Copies at most 16 bytes, without a call; the runs do not overlap.
+inline void HostCopyShort(void* to, const void* from, size_t count) {
+  auto* target = static_cast<uint8_t*>(to);
+  auto* source = static_cast<const uint8_t*>(from);
+  // The first and the last word of a run, which may share bytes.
+  const auto copyEnds = [=](auto first) {
+    auto last = first;
+    memcpy(&first, source, sizeof first);
+    memcpy(&last, source + count - sizeof last, sizeof last);
+    memcpy(target, &first, sizeof first);
+    memcpy(target + count - sizeof last, &last, sizeof last);
+  };
+  if (count >= 8) return copyEnds(uint64_t{});
+  if (count >= 4) return copyEnds(uint32_t{});
+  if (count >= 2) return copyEnds(uint16_t{});
+  if (count == 1) *target = *source;
+}
+
 // A growable array of items, one pointer wide, without constructor or destructor. All zeros is
 // the empty array. Items are kept in the order they were added.
 struct HostAEItems {
@@ -32,7 +50,12 @@ struct HostAEItems {
   HostAEItem* begin() const;
   HostAEItem* end() const;
   HostAEItem& operator[](uint32_t index) const;
-  HostAEItem* Find(AEKeyword key) const;  // null when absent
+  // Null when absent. Cheap when it is, and when things are asked for in the order they were put.
+  HostAEItem* Find(AEKeyword key) const { return MayHave(key) ? Search(key) : nullptr; }
+  // False only when no item has the key.
+  bool MayHave(AEKeyword key) const {
+    return block != nullptr && (block->keys & BitOf(key)) != 0;
+  }
 
   // False when there is no memory; the array is then unchanged.
   bool Reserve(uint32_t capacity);
@@ -57,7 +80,11 @@ struct HostAEItems {
     uint32_t count;
     uint32_t capacity;
     int32_t tallestItem;
+    uint32_t likely;  // index of the item that is asked for next, as a rule
+    uint64_t keys;    // a bit for each key that was ever put
   };
+  static uint64_t BitOf(AEKeyword key) { return uint64_t{1} << (key * 0x9E3779B1u >> 26); }
+  HostAEItem* Search(AEKeyword key) const;
   void RecomputeHeight();
 
   Block* block;
@@ -96,9 +123,22 @@ struct HostAEItem {
     run = {nullptr, nullptr};
   }
   // Copies the bytes. memFullErr leaves a null value.
-  OSStatus SetBytes(DescType newType, const void* bytes, size_t count);
+  OSStatus SetBytes(DescType newType, const void* bytes, size_t count) {
+    if (count > kInlineSize) return SetLongBytes(newType, bytes, count);
+    SetBorrowed(newType, bytes, count);
+    return 0;
+  }
   // Short bytes are copied, longer ones pointed at; they must outlive the item. Never released.
-  void SetBorrowed(DescType newType, const void* bytes, size_t count);
+  void SetBorrowed(DescType newType, const void* bytes, size_t count) {
+    type = newType;
+    size = static_cast<uint32_t>(count);
+    form = HostAEForm::kValue;
+    if (count > kInlineSize) {
+      run = {static_cast<const uint8_t*>(bytes), nullptr};
+    } else {
+      HostCopyShort(inlineBytes, bytes, count);
+    }
+  }
   void SetEvent(HostAEEvent* taken) {
     SetEmpty(typeAppleEvent, HostAEForm::kEvent);
     event = taken;
@@ -106,7 +146,17 @@ struct HostAEItem {
   // A deep copy that borrows nothing. Large runs are shared. On failure a null value.
   OSStatus CopyFrom(const HostAEItem& source);
 
-  void Release();  // leaves a null value
+  void Release() {  // leaves a null value
+    if (HoldsMemory()) GiveBack();
+    SetNull();
+  }
+
+ private:
+  bool HoldsMemory() const {
+    return form != HostAEForm::kValue || (size > kInlineSize && run.owner != nullptr);
+  }
+  OSStatus SetLongBytes(DescType newType, const void* bytes, size_t count);
+  void GiveBack();
 };
 
 // Owns one item within a scope.

@@ -24,10 +24,11 @@ constexpr int64_t kTicksPerSecond = 60;
 constexpr int64_t kDefaultTicks = 60 * kTicksPerSecond;  // what kAEDefaultTimeout stands for
 constexpr UInt32 kReplyModeMask = 3;
 
-int64_t DeadlineOf(SInt32 ticks) {
+// Nanoseconds; kHostNever is for ever.
+int64_t TimeoutOf(SInt32 ticks) {
   if (ticks == 0 || ticks == kNoTimeOut) return kHostNever;
   const int64_t count = ticks < 0 ? kDefaultTicks : ticks;
-  return HostDeadlineAfter(HostNow(), count * kHostSecond / kTicksPerSecond);
+  return count * kHostSecond / kTicksPerSecond;
 }
 
 UInt32 WordAt(const UInt8* bytes) {
@@ -41,7 +42,7 @@ struct Delivery {
   const AppleEvent* event;
   AppleEvent* reply;  // null unless a reply is waited for
   bool replyWanted;
-  int64_t deadline;
+  SInt32 timeoutTicks;
 };
 
 HostFrameHeader RequestHeader(const Delivery& delivery) {
@@ -69,7 +70,7 @@ OSStatus SendToOwnPort(const std::shared_ptr<HostReceiver>& receiver, const Deli
   err = receiver->PostLocal(RequestHeader(delivery), *frame, waiter);
   if (err != 0 || waiter == nullptr) return err;
   HostFrameSlice body;
-  err = waiter->Wait(delivery.deadline, &body);
+  err = waiter->Wait(HostDeadlineAfter(HostNow(), TimeoutOf(delivery.timeoutTicks)), &body);
   return err == 0 ? HostDecodeEvent(std::move(body), delivery.reply) : err;
 }
 
@@ -78,7 +79,7 @@ OSStatus SendToPeer(uint64_t portID, const Delivery& delivery) {
   OSStatus err = Flatten(delivery.event, &frame);
   if (err != 0) return err;
   HostFrameSlice body;
-  err = HostConverse(portID, RequestHeader(delivery), *frame, delivery.deadline,
+  err = HostConverse(portID, RequestHeader(delivery), *frame, TimeoutOf(delivery.timeoutTicks),
                      delivery.reply == nullptr ? nullptr : &body);
   if (err != 0 || delivery.reply == nullptr) return err;
   return HostDecodeEvent(std::move(body), delivery.reply);
@@ -198,7 +199,7 @@ OSStatus AESendMessage(const AppleEvent* event, AppleEvent* reply, AESendMode mo
   AppleEvent unused = {typeNull, nullptr};
   AppleEvent* received = reply != nullptr ? reply : &unused;
   const Delivery delivery = {event, replyMode == kAEWaitReply ? received : nullptr,
-                             replyMode != kAENoReply, DeadlineOf(timeoutTicks)};
+                             replyMode != kAENoReply, timeoutTicks};
   const OSStatus result = SendToAddress(delivery);
   AEDisposeDesc(&unused);
   return result;

@@ -14,9 +14,9 @@ thread_local HostCallout* sInnermost = nullptr;
 
 }  // namespace
 
-HostCallout::HostCallout(std::shared_ptr<HostReceiver> servedBy, HostMessage taken)
+HostCallout::HostCallout(std::shared_ptr<HostReceiver> servedBy, HostMessage* taken)
     : receiver(std::move(servedBy)),
-      message(std::move(taken)),
+      message(*taken),
       outer(sInnermost),
       decodedEvent{typeNull, nullptr},
       decodedReply{typeNull, nullptr} {

@@ -13,7 +13,8 @@
 // exception, what was decoded is reclaimed and the receiver learns that the request is through.
 class HostCallout {
  public:
-  HostCallout(std::shared_ptr<HostReceiver> servedBy, HostMessage taken);
+  // Borrows the message.
+  HostCallout(std::shared_ptr<HostReceiver> servedBy, HostMessage* taken);
   ~HostCallout();
   HostCallout(const HostCallout&) = delete;
   HostCallout& operator=(const HostCallout&) = delete;
@@ -29,7 +30,7 @@ class HostCallout {
 
   mach_msg_header_t header = {};
   std::shared_ptr<HostReceiver> receiver;
-  HostMessage message;
+  HostMessage& message;
   HostCallout* outer;
   bool decoded = false;
   AppleEvent decodedEvent;

@@ -1,10 +1,12 @@
 #include <CoreFoundation/CFMachPort.h>
 
+#include <atomic>
 #include <mutex>
 #include <unordered_map>
 
 #include "platform/host/cf_object.h"
 #include "platform/host/descriptors.h"
+#include "platform/host/host_mutex.h"
 #include "platform/host/port_table.h"
 #include "platform/host/run_loop.h"
 
@@ -17,7 +19,7 @@ struct __CFMachPort final : HostCFObject {
 
   mach_port_t Port() const { return port; }
   void CopyContext(CFMachPortContext* out) const { *out = context; }
-  bool IsValid();
+  bool IsValid() const { return valid.load(std::memory_order_acquire); }
   void SetInvalidationCallBack(CFMachPortInvalidationCallBack callback);
   CFRunLoopSourceRef CopySource(CFIndex order);
   void Deliver(void* message, CFIndex size);
@@ -30,8 +32,8 @@ struct __CFMachPort final : HostCFObject {
   const bool ownsRight;
   const CFMachPortCallBack callout;
   CFMachPortContext context = {};
-  std::mutex mutex;
-  bool valid = true;
+  HostMutex mutex;
+  std::atomic<bool> valid{true};  // changed under the mutex
   CFMachPortInvalidationCallBack invalidation = nullptr;
   HostRetained<__CFRunLoopSource> source;
 };
@@ -41,8 +43,9 @@ namespace {
 using MachPort = HostRetained<__CFMachPort>;
 
 // The objects by their port, not owned. LastRelease takes its object out under the mutex.
-constinit std::mutex sMutex;
+constinit HostMutex sMutex;
 using PortMap = std::unordered_map<mach_port_t, __CFMachPort*>;
+constinit __CFMachPort* sFound = nullptr;  // of the map: the last one found, or null
 
 PortMap& LockedPorts() {
   static PortMap* sPorts = new PortMap;
@@ -50,10 +53,13 @@ PortMap& LockedPorts() {
 }
 
 MachPort FindPort(mach_port_t port) {
-  const std::lock_guard<std::mutex> lock(sMutex);
-  const auto found = LockedPorts().find(port);
-  if (found == LockedPorts().end() || !found->second->RetainUnlessDying()) return MachPort();
-  return MachPort(found->second);
+  const std::lock_guard<HostMutex> lock(sMutex);
+  if (sFound == nullptr || sFound->Port() != port) {
+    const auto found = LockedPorts().find(port);
+    if (found == LockedPorts().end()) return MachPort();
+    sFound = found->second;
+  }
+  return sFound->RetainUnlessDying() ? MachPort(sFound) : MachPort();
 }
 
 // The right was destroyed: its object must not stay valid.
@@ -75,10 +81,13 @@ void* SourcePerform(void* message, CFIndex size, CFAllocatorRef, void* info) {
 CFMachPortRef Create(mach_port_t port, bool ownsRight, CFMachPortCallBack callout,
                      CFMachPortContext* context, Boolean* shouldFreeInfo) {
   HostSetDeathObserver(PortDied);
-  const std::lock_guard<std::mutex> lock(sMutex);
+  const std::lock_guard<HostMutex> lock(sMutex);
   __CFMachPort*& place = LockedPorts()[port];
   const bool known = place != nullptr && place->RetainUnlessDying();
-  if (!known) place = new __CFMachPort(port, ownsRight, callout, context);
+  if (!known) {
+    place = new __CFMachPort(port, ownsRight, callout, context);
+    sFound = place;  // what stood there before is dying
+  }
   if (shouldFreeInfo != nullptr) *shouldFreeInfo = known ? 1 : 0;
   return place;
 }
@@ -96,23 +105,19 @@ __CFMachPort::__CFMachPort(mach_port_t port, bool ownsRight, CFMachPortCallBack 
 void __CFMachPort::LastRelease() {
   Retain();  // a callback below may count references of its own
   {
-    const std::lock_guard<std::mutex> lock(sMutex);
+    const std::lock_guard<HostMutex> lock(sMutex);
     const auto found = LockedPorts().find(port);
     if (found != LockedPorts().end() && found->second == this) LockedPorts().erase(found);
+    if (sFound == this) sFound = nullptr;
   }
   Invalidate();
   if (ownsRight) mach_port_destroy(mach_task_self(), port);
   delete this;
 }
 
-bool __CFMachPort::IsValid() {
-  const std::lock_guard<std::mutex> lock(mutex);
-  return valid;
-}
-
 void __CFMachPort::SetInvalidationCallBack(CFMachPortInvalidationCallBack callback) {
   {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     if (valid) {
       invalidation = callback;
       return;
@@ -122,7 +127,7 @@ void __CFMachPort::SetInvalidationCallBack(CFMachPortInvalidationCallBack callba
 }
 
 CFRunLoopSourceRef __CFMachPort::CopySource(CFIndex order) {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   if (!valid) return nullptr;
   if (!source || !source->IsValid()) {
     CFRunLoopSourceContext1 sourceContext = {};
@@ -144,7 +149,7 @@ void __CFMachPort::Invalidate() {
   HostRetained<__CFRunLoopSource> dropped;
   CFMachPortInvalidationCallBack callback = nullptr;
   {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     if (!valid) return;
     valid = false;
     dropped = std::move(source);

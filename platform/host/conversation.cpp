@@ -59,6 +59,11 @@ timeval TimevalOf(int64_t nanoseconds) {
   return time;
 }
 
+// Nanoseconds until `deadline` as a socket's time-out: 0 is for ever.
+int64_t TimeLeft(int64_t deadline) {
+  return deadline == kHostNever ? 0 : std::max(deadline - HostNow(), kHostMillisecond);
+}
+
 bool IsLost(int error) { return error == EPIPE || error == ECONNRESET || error == ENOTCONN; }
 
 // One connection of this thread.
@@ -83,7 +88,11 @@ class Conversation {
 
   // Result as HostConverse; `*lost` when the connection broke before the frame was out.
   OSStatus Send(const std::vector<iovec>& pieces, int64_t deadline, bool* lost);
-  OSStatus AwaitReply(uint64_t requestNumber, int64_t deadline, HostFrameSlice* body);
+  // Whether Send had to wait for room: time has passed then.
+  bool HasWaited() const { return waited; }
+  // left  what is left until `deadline`, as for SetReceiveTimeout.
+  OSStatus AwaitReply(uint64_t requestNumber, int64_t deadline, int64_t left,
+                      HostFrameSlice* body);
 
   uint64_t lastUse = 0;
 
@@ -91,13 +100,13 @@ class Conversation {
   OSStatus WaitForRoom(int64_t deadline, bool* lost);
   int DropReplies();
   bool SetReceiveTimeout(int64_t left);
-  ssize_t ReceiveBefore(int64_t deadline);
 
   int descriptor = -1;
   uint64_t portID = 0;
   HostFrameReader in{false};
   HostOutQueue unfinished;  // the rest of a frame whose sender's time ran out
   int64_t receiveTimeout = 0;  // as set on the socket, ns; 0: none
+  bool waited = false;
 };
 
 bool Conversation::HasHungUp() const {
@@ -118,7 +127,7 @@ OSStatus Conversation::Open(uint64_t port, int64_t deadline) {
   for (;;) {
     // A connect waits only while the server's backlog is full; the send time-out bounds that.
     if (deadline != kHostNever) {
-      const timeval left = TimevalOf(std::max(deadline - HostNow(), kHostMillisecond));
+      const timeval left = TimevalOf(TimeLeft(deadline));
       setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &left, sizeof left);
     }
     if (connect(descriptor, reinterpret_cast<sockaddr*>(&address), size) == 0) break;
@@ -163,6 +172,7 @@ int Conversation::DropReplies() {
 OSStatus Conversation::WaitForRoom(int64_t deadline, bool* lost) {
   const int wait = HostMillisecondsUntil(deadline, HostNow());
   if (wait == 0) return errAETimeout;
+  waited = true;
   pollfd entry = {descriptor, POLLIN | POLLOUT, 0};
   const int ready = poll(&entry, 1, wait);
   if (ready == 0 || (ready < 0 && errno == EINTR)) return 0;
@@ -176,6 +186,7 @@ OSStatus Conversation::WaitForRoom(int64_t deadline, bool* lost) {
 
 OSStatus Conversation::Send(const std::vector<iovec>& pieces, int64_t deadline, bool* lost) {
   OSStatus err = 0;
+  waited = false;
   while (err == 0 && !unfinished.IsEmpty()) {
     const int error = unfinished.Flush(descriptor);
     if (error == EAGAIN) {
@@ -210,15 +221,9 @@ bool Conversation::SetReceiveTimeout(int64_t left) {
   return true;
 }
 
-ssize_t Conversation::ReceiveBefore(int64_t deadline) {
-  int64_t left = 0;  // no time-out
-  if (deadline != kHostNever) left = std::max(deadline - HostNow(), kHostMillisecond);
-  if (!SetReceiveTimeout(left)) return -1;
-  return in.Receive(descriptor, 0);
-}
-
-OSStatus Conversation::AwaitReply(uint64_t requestNumber, int64_t deadline, HostFrameSlice* body) {
-  for (;;) {
+OSStatus Conversation::AwaitReply(uint64_t requestNumber, int64_t deadline, int64_t left,
+                                  HostFrameSlice* body) {
+  for (;; left = TimeLeft(deadline)) {
     HostFrameHeader header;
     HostFrameReader::Next next;
     while ((next = in.Take(&header, body)) == HostFrameReader::Next::kFrame) {
@@ -229,7 +234,7 @@ OSStatus Conversation::AwaitReply(uint64_t requestNumber, int64_t deadline, Host
       Close();
       return errAECorruptData;
     }
-    const ssize_t size = ReceiveBefore(deadline);
+    const ssize_t size = SetReceiveTimeout(left) ? in.Receive(descriptor, 0) : -1;
     if (size > 0) continue;
     if (size < 0 && (errno == EINTR || errno == EAGAIN)) {
       if (deadline != kHostNever && HostNow() >= deadline) return errAETimeout;
@@ -316,8 +321,10 @@ uint64_t HostNextRequestNumber() { return HostThreadObject<RequestNumbers>().Nex
 
 uint64_t HostThreadNumber() { return ThreadConversations().ThreadNumber(); }
 
-OSStatus HostConverse(uint64_t portID, HostFrameHeader header, HostGather& frame, int64_t deadline,
+OSStatus HostConverse(uint64_t portID, HostFrameHeader header, HostGather& frame, int64_t timeout,
                       HostFrameSlice* replyBody) {
+  const bool isTimed = timeout != kHostNever;
+  const int64_t deadline = isTimed ? HostDeadlineAfter(HostNow(), timeout) : kHostNever;
   header.sender = HostThreadNumber();
   HostFillFrameHeader(header, &frame);
 
@@ -336,6 +343,9 @@ OSStatus HostConverse(uint64_t portID, HostFrameHeader header, HostGather& frame
       continue;
     }
     if (err != 0 || replyBody == nullptr) return err;
-    return conversation->AwaitReply(header.requestNumber, deadline, replyBody);
+    // As a rule no time has passed, and the clock need not be read again.
+    const bool isNow = isTimed && !fresh && !conversation->HasWaited();
+    return conversation->AwaitReply(header.requestNumber, deadline,
+                                    isNow ? timeout : TimeLeft(deadline), replyBody);
   }
 }

@@ -14,11 +14,11 @@
 // Sends `frame` (its header room is filled in here, from `header`) to the port and, when
 // `replyBody` is not null, waits for the reply to this very request.
 //
-// deadline  monotonic nanoseconds, kHostNever waits for ever.
+// timeout   nanoseconds from now; kHostNever waits for ever.
 // Result    0; connectionInvalid (the port is dead, or died while we waited); errAETimeout (no
 //           room, or no reply, in time); errAECorruptData (the peer speaks something else);
 //           memFullErr (descriptors, memory).
-OSStatus HostConverse(uint64_t portID, HostFrameHeader header, HostGather& frame, int64_t deadline,
+OSStatus HostConverse(uint64_t portID, HostFrameHeader header, HostGather& frame, int64_t timeout,
                       HostFrameSlice* replyBody);
 
 // A random number for the next request: no peer can answer a request before it has seen it, nor one

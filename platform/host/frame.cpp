@@ -21,7 +21,7 @@ constexpr size_t kSenderAt = 24;
 
 }  // namespace
 
-void HostEncodeFrameHeader(const HostFrameHeader& header, uint8_t (&bytes)[kHostFrameHeaderSize]) {
+void HostEncodeFrameHeader(const HostFrameHeader& header, uint8_t* bytes) {
   HostStoreBig32(bytes + kMagicAt, kMagic);
   bytes[kVersionAt] = kVersion;
   bytes[kKindAt] = static_cast<uint8_t>(header.kind);
@@ -51,9 +51,7 @@ bool HostDecodeFrameHeader(const uint8_t* bytes, HostFrameHeader* header) {
 
 void HostFillFrameHeader(HostFrameHeader header, HostGather* frame) {
   header.bodySize = static_cast<uint32_t>(frame->TotalSize() - kHostFrameHeaderSize);
-  uint8_t bytes[kHostFrameHeaderSize];
-  HostEncodeFrameHeader(header, bytes);
-  memcpy(frame->Header(), bytes, sizeof bytes);
+  HostEncodeFrameHeader(header, frame->Header());
 }
 
 HostFrameSlice HostCopyFrameBody(HostGather& frame) {

@@ -23,7 +23,8 @@ struct HostFrameHeader {
   size_t FrameSize() const { return kHostFrameHeaderSize + bodySize; }
 };
 
-void HostEncodeFrameHeader(const HostFrameHeader& header, uint8_t (&bytes)[kHostFrameHeaderSize]);
+// Writes kHostFrameHeaderSize bytes.
+void HostEncodeFrameHeader(const HostFrameHeader& header, uint8_t* bytes);
 
 // False when the bytes are no frame header of this version within kHostFrameLimit: what follows
 // on that connection cannot be told apart any more.

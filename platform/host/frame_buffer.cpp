@@ -34,10 +34,10 @@ void FreeBlock(void* memory, size_t size) {
 }
 
 struct Spares {
-  HostFrameBuffer* blocks[kSpareCount];
+  HostFrameBuffer* blocks[kSpareCount];  // those kept longest first
+  size_t count;
   size_t bytes;  // in all
-  size_t turn;   // the place that is given up next
-  bool ended;  // the thread is going: keep nothing any more
+  bool ended;    // the thread is going: keep nothing any more
 };
 constinit thread_local Spares sSpares = {};
 
@@ -45,10 +45,20 @@ struct SparesEnd {
   bool armed = false;
   ~SparesEnd() {
     sSpares.ended = true;
-    for (HostFrameBuffer*& block : sSpares.blocks) free(std::exchange(block, nullptr));
+    while (sSpares.count > 0) free(sSpares.blocks[--sSpares.count]);
   }
 };
 thread_local SparesEnd sSparesEnd;
+
+// Takes out the block at `index`.
+HostFrameBuffer* TakeOut(Spares& spares, size_t index) {
+  HostFrameBuffer* block = spares.blocks[index];
+  spares.bytes -= block->Capacity();
+  for (--spares.count; index < spares.count; ++index) {
+    spares.blocks[index] = spares.blocks[index + 1];
+  }
+  return block;
+}
 
 bool Keep(HostFrameBuffer* block) {
   Spares& spares = sSpares;
@@ -56,18 +66,11 @@ bool Keep(HostFrameBuffer* block) {
     return false;
   }
   sSparesEnd.armed = true;  // its first use is what makes it run at the thread's end
-  // What was kept for frames of another size makes room in turn.
-  HostFrameBuffer** place = nullptr;
-  for (HostFrameBuffer*& each : spares.blocks) {
-    if (each == nullptr) place = &each;
+  // What was kept longest, for frames of another size, makes room.
+  while (spares.count == kSpareCount || spares.bytes + block->Capacity() > kSpareInAll) {
+    free(TakeOut(spares, 0));
   }
-  while (place == nullptr || spares.bytes + block->Capacity() > kSpareInAll) {
-    place = &spares.blocks[spares.turn++ % kSpareCount];
-    if (*place == nullptr) continue;
-    spares.bytes -= (*place)->Capacity();
-    free(std::exchange(*place, nullptr));
-  }
-  *place = block;
+  spares.blocks[spares.count++] = block;
   spares.bytes += block->Capacity();
   return true;
 }
@@ -86,10 +89,11 @@ HostFrameBuffer* HostFrameBuffer::Create(size_t capacity) {
 HostFrameBuffer* HostFrameBuffer::TakeSpare(size_t capacity) {
   // A block much too large would be better used for something large.
   const size_t most = capacity <= SIZE_MAX / 2 ? capacity * 2 : capacity;
-  for (HostFrameBuffer*& place : sSpares.blocks) {
-    if (place == nullptr || place->capacity < capacity || place->capacity > most) continue;
-    HostFrameBuffer* block = std::exchange(place, nullptr);
-    sSpares.bytes -= block->capacity;
+  // The one used last is the likeliest to be in the processor's cache.
+  for (size_t index = sSpares.count; index-- > 0;) {
+    const size_t size = sSpares.blocks[index]->capacity;
+    if (size < capacity || size > most) continue;
+    HostFrameBuffer* block = TakeOut(sSpares, index);
     block->references.store(1, std::memory_order_relaxed);
     return block;
   }

@@ -15,28 +15,49 @@ namespace {
 constexpr size_t kBlockSize = size_t{68} << 10;
 // The least room worth a receive call when no frame's size is known.
 constexpr size_t kLeastRoom = size_t{4} << 10;
-// Bytes of send buffer asked for; the kernel cuts it to its own limit.
-constexpr int kSendBuffer = 1 << 20;
+// Bytes of send buffer asked for; the kernel cuts it to its own limit. More makes a large frame
+// slower again: what is under way no longer stays in the processor's cache.
+constexpr int kSendBuffer = 1 << 18;
+constexpr int kSendFlags = MSG_DONTWAIT | MSG_NOSIGNAL;
 // Queued blocks are moved to the front once so many before them are out.
 constexpr size_t kCompactAt = 64;
 
-}  // namespace
-
-bool HostFrameReader::HasCompleteFrame() const {
-  return !bad && end - begin >= kHostFrameHeaderSize && end - begin >= wanted;
+int WritePiece(int fd, const iovec& piece, size_t* written) {
+  while (*written < piece.iov_len) {
+    const ssize_t size = send(fd, static_cast<const uint8_t*>(piece.iov_base) + *written,
+                              piece.iov_len - *written, kSendFlags);
+    if (size < 0 && errno == EINTR) continue;
+    if (size < 0) return errno;
+    *written += static_cast<size_t>(size);
+  }
+  return 0;
 }
+
+// Fails with EBADMSG when somebody passed a descriptor along, which is then not installed. (The
+// plain call is cheaper, but the kernel drops descriptors there without a word.)
+ssize_t ReceiveBytesAlone(int fd, iovec* room, int flags) {
+  msghdr message = {};
+  message.msg_iov = room;
+  message.msg_iovlen = 1;
+  const ssize_t size = recvmsg(fd, &message, flags | MSG_CMSG_CLOEXEC);
+  if (size <= 0 || (message.msg_flags & MSG_CTRUNC) == 0) return size;
+  errno = EBADMSG;
+  return -1;
+}
+
+}  // namespace
 
 bool HostFrameReader::Peek(HostFrameHeader* header) const {
   if (bad || end - begin < kHostFrameHeaderSize) return false;
-  return HostDecodeFrameHeader(block->Bytes() + begin, header);
+  *header = next;
+  return true;
 }
 
 void HostFrameReader::LookAtHeader() {
   wanted = kHostFrameHeaderSize;
   if (bad || end - begin < kHostFrameHeaderSize) return;
-  HostFrameHeader header;
-  if (HostDecodeFrameHeader(block->Bytes() + begin, &header)) {
-    wanted = header.FrameSize();
+  if (HostDecodeFrameHeader(block->Bytes() + begin, &next)) {
+    wanted = next.FrameSize();
   } else {
     bad = true;
   }
@@ -72,43 +93,36 @@ ssize_t HostFrameReader::Receive(int fd, int flags) {
     return -1;
   }
   iovec room = {block->Bytes() + end, block->Capacity() - end};
-  msghdr message = {};
-  message.msg_iov = &room;
-  message.msg_iovlen = 1;
-  // The plain call is cheaper; the kernel drops descriptors then without a word.
-  const ssize_t size = refuseDescriptors
-                           ? recvmsg(fd, &message, flags | MSG_CMSG_CLOEXEC)
-                           : recv(fd, room.iov_base, room.iov_len, flags);
-  const int error = errno;
-  if (size > 0 && (message.msg_flags & MSG_CTRUNC) != 0) {
-    errno = EBADMSG;
-    return -1;
-  }
+  const ssize_t size = refuseDescriptors ? ReceiveBytesAlone(fd, &room, flags)
+                                         : recv(fd, room.iov_base, room.iov_len, flags);
   if (size > 0) {
     const bool known = end - begin >= kHostFrameHeaderSize;
     end += static_cast<size_t>(size);
     if (!known) LookAtHeader();
   } else if (begin == end) {
+    const int error = errno;
     block = HostFrameRef();
     begin = end = 0;
+    errno = error;
   }
-  errno = error;
   return size;
 }
 
 HostFrameReader::Next HostFrameReader::Take(HostFrameHeader* header, HostFrameSlice* body) {
   if (bad) return Next::kBad;
   if (!HasCompleteFrame()) return Next::kIncomplete;
-  if (!HostDecodeFrameHeader(block->Bytes() + begin, header)) return Next::kBad;
-  body->owner = block;
+  *header = next;
   body->bytes = block->Bytes() + begin + kHostFrameHeaderSize;
   body->size = header->bodySize;
-  begin += header->FrameSize();
-  LookAtHeader();
+  begin += wanted;
   if (begin == end) {
     // Idle connections hold no buffer.
-    block = HostFrameRef();
+    body->owner = std::move(block);
     begin = end = 0;
+    wanted = kHostFrameHeaderSize;
+  } else {
+    body->owner = block;
+    LookAtHeader();
   }
   return Next::kFrame;
 }
@@ -148,7 +162,7 @@ void HostOutQueue::DropFirst() {
 int HostOutQueue::Flush(int fd) {
   while (!IsEmpty()) {
     HostFrameSlice& block = blocks[first];
-    const ssize_t sent = send(fd, block.bytes, block.size, MSG_DONTWAIT | MSG_NOSIGNAL);
+    const ssize_t sent = send(fd, block.bytes, block.size, kSendFlags);
     if (sent < 0 && errno == EINTR) continue;
     if (sent < 0) return errno;
     block.bytes += sent;
@@ -160,6 +174,8 @@ int HostOutQueue::Flush(int fd) {
 }
 
 int HostWritePieces(int fd, const std::vector<iovec>& pieces, size_t* written) {
+  // One piece is the common case.
+  if (pieces.size() == 1) return WritePiece(fd, pieces.front(), written);
   constexpr size_t kMaxVectors = 64;
   size_t total = 0;
   for (const iovec& piece : pieces) total += piece.iov_len;
@@ -179,10 +195,7 @@ int HostWritePieces(int fd, const std::vector<iovec>& pieces, size_t* written) {
     msghdr message = {};
     message.msg_iov = vectors;
     message.msg_iovlen = count;
-    constexpr int kFlags = MSG_DONTWAIT | MSG_NOSIGNAL;
-    // One piece is the common case, and cheaper so.
-    const ssize_t size = count == 1 ? send(fd, vectors[0].iov_base, vectors[0].iov_len, kFlags)
-                                    : sendmsg(fd, &message, kFlags);
+    const ssize_t size = sendmsg(fd, &message, kSendFlags);
     if (size < 0 && errno == EINTR) continue;
     if (size < 0) return errno;
     *written += static_cast<size_t>(size);

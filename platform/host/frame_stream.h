@@ -29,7 +29,7 @@ class HostFrameReader {
   // The next complete frame. kBad: the stream is no stream of frames, nothing follows.
   Next Take(HostFrameHeader* header, HostFrameSlice* body);
 
-  bool HasCompleteFrame() const;
+  bool HasCompleteFrame() const { return !bad && end - begin >= wanted; }
   bool IsBad() const { return bad; }  // kBad comes, behind the complete frames before it
   // The header of the frame that comes next, complete or not; false while it has not arrived.
   bool Peek(HostFrameHeader* header) const;
@@ -45,6 +45,7 @@ class HostFrameReader {
   size_t begin = 0;  // of the first frame not yet taken, in `block`
   size_t end = 0;    // of what was received
   size_t wanted = kHostFrameHeaderSize;  // size of the frame at `begin`, as far as it is known
+  HostFrameHeader next;                  // of that frame, once it is known
   bool bad = false;
 };
 

@@ -5,7 +5,7 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <deque>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <unordered_map>
@@ -14,6 +14,7 @@
 
 #include "platform/host/context_directory.h"
 #include "platform/host/descriptors.h"
+#include "platform/host/host_mutex.h"
 #include "platform/host/name_registry.h"
 #include "platform/host/receiver.h"
 
@@ -25,8 +26,9 @@ constexpr uint32_t kIndexBits = 20;
 constexpr uint32_t kIndexMask = (1u << kIndexBits) - 1;
 constexpr uint32_t kMaxEntries = 1u << kIndexBits;
 constexpr uint32_t kFirstIndex = 0x1000;  // above the fixed names
-constexpr size_t kFreeBeforeReuse = 128;
+constexpr uint32_t kFreeBeforeReuse = 128;
 constexpr uint32_t kGenerations = 1u << (32 - kIndexBits);
+constexpr uint32_t kChunk = 128;  // entries that are made together
 
 // Send rights are looked through for dead ports when there are so many.
 constexpr size_t kSweepAt = 1024;
@@ -37,14 +39,20 @@ struct Entry {
   Kind kind = Kind::kFree;
   uint32_t generation = 0;
   uint32_t sendReferences = 0;
-  uint64_t portID = 0;  // kSend
+  uint32_t nextFree = 0;  // in the queue of free entries
+  uint64_t portID = 0;    // kSend
   std::shared_ptr<HostReceiver> receiver;  // kReceive: null until something is done with it
   HostReplyTarget reply;                   // kReply
 };
 
 struct Table {
-  std::deque<Entry> entries;  // does not move
-  std::deque<uint32_t> free;
+  Entry& At(uint32_t index) { return chunks[index / kChunk][index % kChunk]; }
+
+  std::vector<std::unique_ptr<Entry[]>> chunks;  // entries do not move
+  uint32_t size = 0;                             // entries that were ever used
+  uint32_t firstFree = 0;                        // a queue, first in first out
+  uint32_t lastFree = 0;
+  uint32_t freeCount = 0;
   size_t used = 0;
   size_t remote = 0;
   size_t sweepAt = kSweepAt;
@@ -53,18 +61,18 @@ struct Table {
   const Table* inherited = nullptr;  // a forked child's: what it does not use, and keeps
 };
 
-constinit std::mutex sMutexStorage;
-constinit std::mutex* sMutex = &sMutexStorage;
+constinit HostMutex sMutexStorage;
+constinit HostMutex* sMutex = &sMutexStorage;
 constinit Table* sTable = nullptr;
 constinit const Table* sInherited = nullptr;
 constinit std::atomic<void (*)(mach_port_t)> sDeathObserver{nullptr};
 
-alignas(std::mutex) constinit char sChildMutex[sizeof(std::mutex)] = {};
+alignas(HostMutex) constinit char sChildMutex[sizeof(HostMutex)] = {};
 
 // The parent's table is given up as it is: its memory may be half changed by a thread that does
 // not exist here.
 void ForgetAllInChild() {
-  sMutex = new (sChildMutex) std::mutex;
+  sMutex = new (sChildMutex) HostMutex;
   if (sTable != nullptr) sInherited = sTable;
   sTable = nullptr;
 }
@@ -79,25 +87,27 @@ Table& LockedTable() {
 
 Entry* Find(Table& table, mach_port_t name) {
   const uint32_t index = (name & kIndexMask) - kFirstIndex;
-  if ((name & kIndexMask) < kFirstIndex || index >= table.entries.size()) return nullptr;
-  Entry& entry = table.entries[index];
+  if ((name & kIndexMask) < kFirstIndex || index >= table.size) return nullptr;
+  Entry& entry = table.At(index);
   if (entry.kind == Kind::kFree || entry.generation != name >> kIndexBits) return nullptr;
   return &entry;
 }
 
 mach_port_t Insert(Table& table, Kind kind) {
   uint32_t index;
-  if (table.free.size() > kFreeBeforeReuse ||
-      (!table.free.empty() && table.entries.size() >= kMaxEntries - kFirstIndex)) {
-    index = table.free.front();
-    table.free.pop_front();
-  } else if (table.entries.size() < kMaxEntries - kFirstIndex) {
-    index = static_cast<uint32_t>(table.entries.size());
-    table.entries.emplace_back();
+  const bool isFull = table.size == kMaxEntries - kFirstIndex;
+  if (table.freeCount > kFreeBeforeReuse || (isFull && table.freeCount > 0)) {
+    index = table.firstFree;
+    table.firstFree = table.At(index).nextFree;
+    table.freeCount--;
+  } else if (!isFull) {
+    index = table.size;
+    if (index % kChunk == 0) table.chunks.push_back(std::make_unique<Entry[]>(kChunk));
+    table.size++;
   } else {
     return MACH_PORT_NULL;
   }
-  Entry& entry = table.entries[index];
+  Entry& entry = table.At(index);
   entry.kind = kind;
   // Never the generation of all ones: MACH_PORT_DEAD is no name.
   entry.generation = (entry.generation + 1) % (kGenerations - 1);
@@ -110,13 +120,17 @@ void Remove(Table& table, mach_port_t name, Entry& entry) {
     table.byPortID.erase(entry.portID);
     table.remote--;
   }
-  if (entry.receiver != nullptr) table.byPortID.erase(entry.receiver->PortID());
+  if (entry.receiver != nullptr) {
+    table.byPortID.erase(entry.receiver->PortID());
+    entry.receiver = nullptr;
+  }
   entry.kind = Kind::kFree;
   entry.sendReferences = 0;
   entry.portID = 0;
-  entry.receiver = nullptr;
   table.used--;
-  table.free.push_back((name & kIndexMask) - kFirstIndex);
+  const uint32_t index = (name & kIndexMask) - kFirstIndex;
+  (table.freeCount++ == 0 ? table.firstFree : table.At(table.lastFree).nextFree) = index;
+  table.lastFree = index;
 }
 
 bool SocketExists(uint64_t portID) {
@@ -150,6 +164,14 @@ std::shared_ptr<HostReceiver> ReceiverOf(Table& table, mach_port_t name, Entry& 
   return entry.receiver;
 }
 
+std::vector<std::shared_ptr<HostReceiver>> AllReceivers(Table& table) {
+  std::vector<std::shared_ptr<HostReceiver>> receivers;
+  for (uint32_t index = 0; index < table.size; index++) {
+    if (table.At(index).receiver != nullptr) receivers.push_back(table.At(index).receiver);
+  }
+  return receivers;
+}
+
 void InstallForkReset() {
   static const bool sInstalled = (HostAtForkInChild(ForgetAllInChild), true);
   (void)sInstalled;
@@ -163,7 +185,7 @@ HostDestination HostResolvePort(mach_port_t name) {
     destination.kind = HostDestination::Kind::kReply;
     return destination;
   }
-  const std::lock_guard<std::mutex> lock(*sMutex);
+  const std::lock_guard<HostMutex> lock(*sMutex);
   Table& table = LockedTable();
   Entry* entry = Find(table, name);
   if (entry == nullptr) return destination;
@@ -187,12 +209,12 @@ HostDestination HostResolvePort(mach_port_t name) {
 
 mach_port_t HostAllocateReceiveRight() {
   InstallForkReset();
-  const std::lock_guard<std::mutex> lock(*sMutex);
+  const std::lock_guard<HostMutex> lock(*sMutex);
   return Insert(LockedTable(), Kind::kReceive);
 }
 
 std::shared_ptr<HostReceiver> HostReceiverOf(mach_port_t name) {
-  const std::lock_guard<std::mutex> lock(*sMutex);
+  const std::lock_guard<HostMutex> lock(*sMutex);
   Table& table = LockedTable();
   Entry* entry = Find(table, name);
   if (entry == nullptr || entry->kind != Kind::kReceive) return nullptr;
@@ -201,7 +223,7 @@ std::shared_ptr<HostReceiver> HostReceiverOf(mach_port_t name) {
 
 mach_port_t HostInsertSendRight(uint64_t portID) {
   InstallForkReset();
-  const std::lock_guard<std::mutex> lock(*sMutex);
+  const std::lock_guard<HostMutex> lock(*sMutex);
   Table& table = LockedTable();
   const auto known = table.byPortID.find(portID);
   if (known != table.byPortID.end()) {
@@ -221,7 +243,7 @@ mach_port_t HostInsertSendRight(uint64_t portID) {
 }
 
 mach_port_t HostFindOwnService(const char* service) {
-  const std::lock_guard<std::mutex> lock(*sMutex);
+  const std::lock_guard<HostMutex> lock(*sMutex);
   Table& table = LockedTable();
   if (table.services.empty()) return MACH_PORT_NULL;
   const auto found = table.services.find(service);
@@ -229,17 +251,17 @@ mach_port_t HostFindOwnService(const char* service) {
 }
 
 void HostNoteOwnService(const char* service, mach_port_t name) {
-  const std::lock_guard<std::mutex> lock(*sMutex);
+  const std::lock_guard<HostMutex> lock(*sMutex);
   LockedTable().services.insert_or_assign(service, name);
 }
 
 void HostForgetOwnService(const char* service) {
-  const std::lock_guard<std::mutex> lock(*sMutex);
+  const std::lock_guard<HostMutex> lock(*sMutex);
   LockedTable().services.erase(service);
 }
 
 mach_port_t HostInsertReplyRight(HostReplyTarget target) {
-  const std::lock_guard<std::mutex> lock(*sMutex);
+  const std::lock_guard<HostMutex> lock(*sMutex);
   Table& table = LockedTable();
   const mach_port_t name = Insert(table, Kind::kReply);
   if (name != MACH_PORT_NULL) {
@@ -250,11 +272,11 @@ mach_port_t HostInsertReplyRight(HostReplyTarget target) {
 
 bool HostTakeReplyRight(mach_port_t name, HostReplyTarget* target) {
   if (name == kHostDiscardPort) return true;
-  const std::lock_guard<std::mutex> lock(*sMutex);
+  const std::lock_guard<HostMutex> lock(*sMutex);
   Table& table = LockedTable();
   Entry* entry = Find(table, name);
   if (entry == nullptr || entry->kind != Kind::kReply) return false;
-  *target = std::exchange(entry->reply, HostReplyTarget());
+  *target = std::move(entry->reply);
   Remove(table, name, *entry);
   return true;
 }
@@ -265,7 +287,7 @@ void HostRemoveReplyRight(mach_port_t name) {
 }
 
 void HostForgetDeadPort(uint64_t portID) {
-  const std::lock_guard<std::mutex> lock(*sMutex);
+  const std::lock_guard<HostMutex> lock(*sMutex);
   Table& table = LockedTable();
   const auto known = table.byPortID.find(portID);
   if (known == table.byPortID.end()) return;
@@ -275,7 +297,7 @@ void HostForgetDeadPort(uint64_t portID) {
 }
 
 kern_return_t HostAddSendReference(mach_port_t name) {
-  const std::lock_guard<std::mutex> lock(*sMutex);
+  const std::lock_guard<HostMutex> lock(*sMutex);
   Entry* entry = Find(LockedTable(), name);
   if (entry == nullptr) return KERN_INVALID_NAME;
   if (entry->kind != Kind::kReceive) return KERN_INVALID_RIGHT;
@@ -286,12 +308,12 @@ kern_return_t HostAddSendReference(mach_port_t name) {
 
 kern_return_t HostDropReference(mach_port_t name) {
   HostReplyTarget dropped;  // released after the lock
-  const std::lock_guard<std::mutex> lock(*sMutex);
+  const std::lock_guard<HostMutex> lock(*sMutex);
   Table& table = LockedTable();
   Entry* entry = Find(table, name);
   if (entry == nullptr) return KERN_INVALID_NAME;
   if (entry->kind == Kind::kReply) {
-    dropped = std::exchange(entry->reply, HostReplyTarget());
+    dropped = std::move(entry->reply);
     Remove(table, name, *entry);
     return KERN_SUCCESS;
   }
@@ -305,13 +327,13 @@ kern_return_t HostDestroyRight(mach_port_t name) {
   HostReplyTarget dropped;
   bool receive = false;
   {
-    const std::lock_guard<std::mutex> lock(*sMutex);
+    const std::lock_guard<HostMutex> lock(*sMutex);
     Table& table = LockedTable();
     Entry* entry = Find(table, name);
     if (entry == nullptr) return KERN_INVALID_NAME;
     receive = entry->kind == Kind::kReceive;
+    if (entry->kind == Kind::kReply) dropped = std::move(entry->reply);
     receiver = entry->receiver;
-    dropped = std::exchange(entry->reply, HostReplyTarget());
     if (receiver != nullptr) {
       std::erase_if(table.services, [name](const auto& service) { return service.second == name; });
     }
@@ -327,10 +349,8 @@ kern_return_t HostDestroyRight(mach_port_t name) {
 void HostDestroyAllReceivers() {
   std::vector<std::shared_ptr<HostReceiver>> receivers;
   {
-    const std::lock_guard<std::mutex> lock(*sMutex);
-    for (Entry& entry : LockedTable().entries) {
-      if (entry.receiver != nullptr) receivers.push_back(entry.receiver);
-    }
+    const std::lock_guard<HostMutex> lock(*sMutex);
+    receivers = AllReceivers(LockedTable());
   }
   for (const auto& receiver : receivers) receiver->Destroy();
 }
@@ -339,12 +359,10 @@ HostTableCounts HostCountTable() {
   std::vector<std::shared_ptr<HostReceiver>> receivers;
   HostTableCounts counts;
   {
-    const std::lock_guard<std::mutex> lock(*sMutex);
+    const std::lock_guard<HostMutex> lock(*sMutex);
     Table& table = LockedTable();
     counts.names = table.used;
-    for (Entry& entry : table.entries) {
-      if (entry.receiver != nullptr) receivers.push_back(entry.receiver);
-    }
+    receivers = AllReceivers(table);
   }
   for (const auto& receiver : receivers) {
     const HostReceiver::Counts each = receiver->Count();

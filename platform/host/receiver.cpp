@@ -90,9 +90,13 @@ HostReceiver::~HostReceiver() { Destroy(); }
 
 bool HostReceiver::IsForeign() const { return generation != HostForkGeneration(); }
 
-HostConnection* HostReceiver::Find(uint32_t connection) {
-  const auto found = connections.find(connection);
-  return found == connections.end() ? nullptr : found->second.get();
+// A message is worth several look-ups of one connection.
+HostConnection* HostReceiver::Find(uint32_t number) {
+  if (found != nullptr && found->number == number) return found;
+  const auto place = connections.find(number);
+  if (place == connections.end()) return nullptr;
+  found = place->second.get();
+  return found;
 }
 
 // Names and the socket.
@@ -131,7 +135,7 @@ void HostReceiver::CloseSocket() {
 }
 
 kern_return_t HostReceiver::Register(const char* service) {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   if (IsForeign() || IsDestroyed()) return KERN_INVALID_RIGHT;
   kern_return_t err = OpenSocket();
   int descriptor = -1;
@@ -142,13 +146,13 @@ kern_return_t HostReceiver::Register(const char* service) {
 }
 
 bool HostReceiver::IsRegisteredAs(const char* service) {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   return std::any_of(claims.begin(), claims.end(),
                      [service](const Claim& claim) { return claim.service == service; });
 }
 
 bool HostReceiver::Unregister(const char* service) {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   if (IsForeign()) return false;
   for (auto claim = claims.begin(); claim != claims.end(); ++claim) {
     if (claim->service != service) continue;
@@ -162,7 +166,7 @@ bool HostReceiver::Unregister(const char* service) {
 // Run loops.
 
 void HostReceiver::Watch(int epollSet, uint32_t tag, int wakeDescriptor) {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   if (IsForeign() || IsDestroyed()) return;
   watchers.push_back({epollSet, tag, wakeDescriptor});
   if (listener >= 0 && !listenerPaused) {
@@ -174,7 +178,7 @@ void HostReceiver::Watch(int epollSet, uint32_t tag, int wakeDescriptor) {
 }
 
 void HostReceiver::Unwatch(int epollSet) {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   if (IsForeign()) return;
   const auto watcher =
       std::find_if(watchers.begin(), watchers.end(),
@@ -196,7 +200,7 @@ void HostReceiver::WatchListener(bool on) {
 }
 
 void HostReceiver::HandleEvent(uint32_t number, uint32_t events) {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   if (IsForeign() || IsDestroyed()) return;
   if (number == 0) {
     Accept();
@@ -216,7 +220,7 @@ void HostReceiver::HandleEvent(uint32_t number, uint32_t events) {
 }
 
 void HostReceiver::HandleDeadline(int64_t now) {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   if (IsForeign() || IsDestroyed()) return;
   std::vector<uint32_t> old, paused;
   for (const auto& [number, connection] : connections) {
@@ -422,7 +426,7 @@ void HostReceiver::UpdateWaiting() {
 }
 
 bool HostReceiver::TakeMessage(HostMessage* message) {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   if (IsForeign() || IsDestroyed()) return false;
   bool taken = false;
   while (!taken && (!ready.empty() || !local.empty())) {
@@ -474,7 +478,7 @@ bool HostReceiver::TakeFrom(HostConnection& connection, HostMessage* message) {
 
 void HostReceiver::FinishMessage(const HostMessage& message) {
   if (IsForeign()) return;
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   if (message.waiter != nullptr) {
     // May still be answered, but not by a port that is no more.
     std::erase_if(unanswered, [](const auto& waiter) { return waiter.expired(); });
@@ -510,6 +514,7 @@ void HostReceiver::Drop(HostConnection& connection) {
 
   const uint32_t number = connection.number;
   const bool wasWaitedFor = connection.isWaitedFor;
+  if (found == &connection) found = nullptr;
   connections.erase(number);
   if (listenerPaused && !IsDestroyed()) {
     listenerPaused = false;
@@ -535,7 +540,7 @@ bool HostReceiver::DropIfFinished(HostConnection& connection) {
 
 void HostReceiver::Destroy() {
   if (IsForeign()) return;
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   if (destroyed.exchange(true, std::memory_order_acq_rel)) return;
   destroyEnd = HostDeadlineAfter(HostNow(), kDestroyGrace);
   for (const Claim& claim : claims) HostReleaseName(claim.service.c_str(), claim.descriptor);
@@ -568,7 +573,7 @@ void HostReceiver::Destroy() {
 }
 
 HostReceiver::Counts HostReceiver::Count() {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   Counts counts;
   counts.connections = connections.size();
   counts.hasSocket = listener >= 0;

@@ -14,6 +14,7 @@
 #include "platform/host/ae_codec.h"
 #include "platform/host/connection.h"
 #include "platform/host/frame.h"
+#include "platform/host/host_mutex.h"
 #include "platform/host/local_waiter.h"
 
 class HostReceiver;
@@ -146,7 +147,7 @@ class HostReceiver : public std::enable_shared_from_this<HostReceiver> {
   std::atomic<bool> destroyed{false};
   std::atomic<int64_t> deadline;
 
-  std::mutex mutex;
+  HostMutex mutex;
   int listener = -1;
   bool listenerPaused = false;
   int64_t retryAt;  // when paused things are tried again
@@ -154,6 +155,7 @@ class HostReceiver : public std::enable_shared_from_this<HostReceiver> {
   std::vector<Claim> claims;
   std::vector<Watcher> watchers;
   ConnectionMap connections;
+  HostConnection* found = nullptr;  // of `connections`: what Find gave last, or null
   std::deque<uint32_t> ready;  // connections with a complete frame, in turn
   std::deque<LocalMessage> local;
   std::vector<std::weak_ptr<HostLocalWaiter>> unanswered;  // their callouts have returned

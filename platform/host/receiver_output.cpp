@@ -27,7 +27,7 @@ OSStatus HostReceiver::PostLocal(const HostFrameHeader& header, HostGather& fram
   if (!body.owner) return memFullErr;
   const size_t size = body.size;
 
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   if (IsForeign() || IsDestroyed()) return connectionInvalid;
   if (localBytes + size > kLocalLimit) return errAETimeout;
   local.push_back({header, std::move(body), std::move(waiter)});
@@ -42,7 +42,7 @@ OSStatus HostReceiver::PostLocal(const HostFrameHeader& header, HostGather& fram
 }
 
 OSStatus HostReceiver::Reply(uint32_t number, mach_port_t right, HostGather& frame) {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   if (IsForeign()) return connectionInvalid;
   HostConnection* connection = Find(number);
   if (connection == nullptr) return connectionInvalid;
@@ -65,7 +65,7 @@ OSStatus HostReceiver::Reply(uint32_t number, mach_port_t right, HostGather& fra
 }
 
 mach_port_t HostReceiver::ExchangeReplyRight(uint32_t number, mach_port_t right) {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   HostConnection* connection = IsForeign() ? nullptr : Find(number);
   if (connection == nullptr) return right;
   return std::exchange(connection->replyRight, right);

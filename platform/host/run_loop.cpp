@@ -62,7 +62,7 @@ void __CFRunLoop::Close() {
   std::vector<std::pair<SourceRef, HostRetained<HostCFString>>> leaving;
   std::vector<std::unique_ptr<HostRunLoopMode>> closing;
   {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     for (const auto& mode : modes) {
       for (const SourceRef& source : mode->sources) leaving.emplace_back(source, mode->name);
       for (const auto& port : mode->ports) leaving.emplace_back(port.source, mode->name);
@@ -72,7 +72,7 @@ void __CFRunLoop::Close() {
   }
   for (const auto& [source, mode] : leaving) RemoveSourceFromMode(source.Get(), mode.Get());
   {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     closing.swap(modes);
   }
   for (const auto& mode : closing) HostCloseDescriptor(mode->epollSet);
@@ -116,7 +116,7 @@ void __CFRunLoop::AddCommonMode(HostCFString* mode) {
   std::vector<SourceRef> sources;
   std::vector<TimerRef> timers;
   {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     for (const auto& common : commonModes) {
       if (common->Equal(*mode)) return;
     }
@@ -131,13 +131,13 @@ void __CFRunLoop::AddCommonMode(HostCFString* mode) {
 // The modes that `mode` means: itself, or all common ones.
 std::vector<HostRetained<HostCFString>> __CFRunLoop::ModesOf(HostCFString* mode) {
   if (!IsCommonModes(mode)) return {HostRetained<HostCFString>::Retaining(mode)};
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   return commonModes;
 }
 
 void __CFRunLoop::AddSource(__CFRunLoopSource* source, HostCFString* mode) {
   if (IsCommonModes(mode)) {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     if (FindItem(commonSources, source) != commonSources.end()) return;
     commonSources.push_back(SourceRef::Retaining(source));
   }
@@ -152,7 +152,7 @@ void __CFRunLoop::AddSourceToMode(__CFRunLoopSource* source, HostCFString* modeN
     if (receiver == nullptr) return;
   }
   {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     HostRunLoopMode* mode = FindOrMakeMode(modeName);
     if (mode == nullptr || Contains(*mode, source)) return;
     if (source->IsPort()) {
@@ -176,7 +176,7 @@ void __CFRunLoop::AddSourceToMode(__CFRunLoopSource* source, HostCFString* modeN
 void __CFRunLoop::RemoveSource(__CFRunLoopSource* source, HostCFString* mode) {
   const SourceRef kept = SourceRef::Retaining(source);
   if (IsCommonModes(mode)) {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     const auto common = FindItem(commonSources, source);
     if (common != commonSources.end()) commonSources.erase(common);
   }
@@ -186,7 +186,7 @@ void __CFRunLoop::RemoveSource(__CFRunLoopSource* source, HostCFString* mode) {
 bool __CFRunLoop::RemoveSourceFromMode(__CFRunLoopSource* source, HostCFString* modeName) {
   const SourceRef kept = SourceRef::Retaining(source);
   {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     HostRunLoopMode* mode = FindMode(modeName);
     if (mode == nullptr || !Contains(*mode, source)) return false;
     if (source->IsPort()) {
@@ -211,7 +211,7 @@ bool __CFRunLoop::Contains(const HostRunLoopMode& mode, __CFRunLoopSource* sourc
 }
 
 bool __CFRunLoop::ContainsSource(__CFRunLoopSource* source, HostCFString* modeName) {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   if (IsCommonModes(modeName)) return FindItem(commonSources, source) != commonSources.end();
   const HostRunLoopMode* mode = FindMode(modeName);
   return mode != nullptr && Contains(*mode, source);
@@ -219,7 +219,7 @@ bool __CFRunLoop::ContainsSource(__CFRunLoopSource* source, HostCFString* modeNa
 
 void __CFRunLoop::AddTimer(__CFRunLoopTimer* timer, HostCFString* mode) {
   if (IsCommonModes(mode)) {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     if (FindItem(commonTimers, timer) != commonTimers.end()) return;
     commonTimers.push_back(TimerRef::Retaining(timer));
   }
@@ -228,7 +228,7 @@ void __CFRunLoop::AddTimer(__CFRunLoopTimer* timer, HostCFString* mode) {
 
 void __CFRunLoop::AddTimerToMode(__CFRunLoopTimer* timer, HostCFString* modeName) {
   {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     HostRunLoopMode* mode = FindOrMakeMode(modeName);
     if (mode == nullptr || FindItem(mode->timers, timer) != mode->timers.end()) return;
     mode->timers.push_back(TimerRef::Retaining(timer));
@@ -240,7 +240,7 @@ void __CFRunLoop::AddTimerToMode(__CFRunLoopTimer* timer, HostCFString* modeName
 void __CFRunLoop::RemoveTimer(__CFRunLoopTimer* timer, HostCFString* modeName) {
   const TimerRef kept = TimerRef::Retaining(timer);
   const std::vector<HostRetained<HostCFString>> names = ModesOf(modeName);
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   if (IsCommonModes(modeName)) {
     const auto common = FindItem(commonTimers, timer);
     if (common != commonTimers.end()) commonTimers.erase(common);
@@ -255,7 +255,7 @@ void __CFRunLoop::RemoveTimer(__CFRunLoopTimer* timer, HostCFString* modeName) {
 }
 
 bool __CFRunLoop::ContainsTimer(__CFRunLoopTimer* timer, HostCFString* modeName) {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   if (IsCommonModes(modeName)) return FindItem(commonTimers, timer) != commonTimers.end();
   const HostRunLoopMode* mode = FindMode(modeName);
   return mode != nullptr && FindItem(mode->timers, timer) != mode->timers.end();
@@ -287,7 +287,7 @@ bool __CFRunLoop::ShouldEnd(const RunOptions& options) {
 SInt32 __CFRunLoop::Run(HostCFString* modeName, const RunOptions& options) {
   HostRunLoopMode* mode = nullptr;
   {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     mode = options.until != nullptr ? FindOrMakeMode(modeName) : FindMode(modeName);
   }
   for (;;) {
@@ -323,7 +323,7 @@ SInt32 __CFRunLoop::Run(HostCFString* modeName, const RunOptions& options) {
 
 bool __CFRunLoop::IsFinished(HostRunLoopMode& mode) {
   if (mode.hasPorts.load(std::memory_order_acquire) && !mode.hasTimers.load()) return false;
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   std::erase_if(mode.timers, [](const TimerRef& timer) { return !timer->IsValid(); });
   mode.NoteChange();
   return mode.IsEmpty();
@@ -334,7 +334,7 @@ bool __CFRunLoop::FireTimers(HostRunLoopMode& mode) {
   std::vector<TimerRef> due;
   int64_t now = 0;
   {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     now = HostNow();
     for (const TimerRef& timer : mode.timers) {
       if (timer->NextFire() <= now) due.push_back(timer);
@@ -353,7 +353,7 @@ bool __CFRunLoop::PerformSources(HostRunLoopMode& mode, const RunOptions& option
   if (!mode.hasSources.load(std::memory_order_acquire)) return false;
   std::vector<SourceRef> signalled;
   {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     for (const SourceRef& source : mode.sources) {
       if (source->IsSignalled()) signalled.push_back(source);
     }
@@ -362,7 +362,7 @@ bool __CFRunLoop::PerformSources(HostRunLoopMode& mode, const RunOptions& option
   for (const SourceRef& source : signalled) {
     if (ShouldEnd(options)) break;
     {
-      const std::lock_guard<std::mutex> lock(mutex);
+      const std::lock_guard<HostMutex> lock(mutex);
       if (!Contains(mode, source.Get())) continue;
     }
     if (!source->IsValid() || !source->TakeSignal()) continue;
@@ -379,11 +379,18 @@ bool __CFRunLoop::ServePorts(HostRunLoopMode& mode, const RunOptions& options) {
   int served = 0;
   while (served < limit && !ShouldEnd(options) && ServeOneMessage(mode)) {
     served++;
+    if (served == limit || !HasMessages(mode)) break;  // as a rule: the clock need not be read
     const int64_t now = HostNow();
     if (served == 1) end = now + kPassTime;
     if (now >= end) break;
   }
   return served > 0;
+}
+
+bool __CFRunLoop::HasMessages(HostRunLoopMode& mode) {
+  const std::lock_guard<HostMutex> lock(mutex);
+  return std::any_of(mode.ports.begin(), mode.ports.end(),
+                     [](const auto& port) { return port.receiver->HasMessages(); });
 }
 
 // One message of the port whose turn it is.
@@ -393,7 +400,7 @@ bool __CFRunLoop::ServeOneMessage(HostRunLoopMode& mode) {
   std::shared_ptr<HostReceiver> receiver;
   HostMessage message;
   {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     const size_t count = mode.ports.size();
     for (size_t i = 0; i < count && receiver == nullptr; i++) {
       HostRunLoopMode::PortEntry& port = mode.ports[(mode.turn + i) % count];
@@ -407,14 +414,14 @@ bool __CFRunLoop::ServeOneMessage(HostRunLoopMode& mode) {
     }
   }
   if (receiver == nullptr) return false;
-  HostCallout callout(std::move(receiver), std::move(message));
+  HostCallout callout(std::move(receiver), &message);
   source->PerformMessage(callout.Header(), static_cast<CFIndex>(callout.Header()->msgh_size));
   return true;
 }
 
 // When the loop must look again at the latest. `*pending`: at once.
 int64_t __CFRunLoop::EarliestDeadline(HostRunLoopMode& mode, int64_t deadline, bool* pending) {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   int64_t earliest = deadline;
   for (const TimerRef& timer : mode.timers) earliest = std::min(earliest, timer->NextFire());
   for (const SourceRef& source : mode.sources) *pending |= source->IsSignalled();
@@ -444,7 +451,7 @@ void __CFRunLoop::HandleEvent(HostRunLoopMode& mode, uint64_t data, uint32_t eve
   }
   std::shared_ptr<HostReceiver> receiver;
   {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     const auto tag = static_cast<uint32_t>(data >> 32);
     for (const auto& port : mode.ports) {
       if (port.tag == tag) receiver = port.receiver;
@@ -454,7 +461,7 @@ void __CFRunLoop::HandleEvent(HostRunLoopMode& mode, uint64_t data, uint32_t eve
 }
 
 void __CFRunLoop::HandleDeadlines(HostRunLoopMode& mode) {
-  const std::lock_guard<std::mutex> lock(mutex);
+  const std::lock_guard<HostMutex> lock(mutex);
   for (const auto& port : mode.ports) {
     const int64_t due = port.receiver->Deadline();
     if (due == kHostNever) continue;

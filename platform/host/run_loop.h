@@ -11,6 +11,7 @@
 
 #include "platform/host/cf_object.h"
 #include "platform/host/cf_string.h"
+#include "platform/host/host_mutex.h"
 #include "platform/host/receiver.h"
 
 // The run loop's objects. Lock order: a loop's mutex, then a source's, then a receiver's; none is
@@ -57,7 +58,7 @@ struct __CFRunLoopSource final : HostCFObject {
   CFRunLoopSourceContext1 context1 = {};
   std::atomic<bool> valid{true};
   std::atomic<bool> signalled{false};
-  std::mutex mutex;
+  HostMutex mutex;
   std::vector<Membership> memberships;
 };
 
@@ -130,6 +131,7 @@ struct __CFRunLoop final : HostCFObject {
   void Stop();
   void WakeUp();
   bool IsWaiting() const { return waiting.load(std::memory_order_acquire); }
+  std::atomic<int> runs{0};  // under way, nested ones too; counted by those who call Run
   void BelongToThisThread() { owner.store(pthread_self()); }
   bool IsForeign() const;  // of a process that forked us
 
@@ -162,6 +164,7 @@ struct __CFRunLoop final : HostCFObject {
   bool PerformSources(HostRunLoopMode& mode, const RunOptions& options);
   bool ServePorts(HostRunLoopMode& mode, const RunOptions& options);
   bool ServeOneMessage(HostRunLoopMode& mode);
+  bool HasMessages(HostRunLoopMode& mode);
   bool Contains(const HostRunLoopMode& mode, __CFRunLoopSource* source);
   int64_t EarliestDeadline(HostRunLoopMode& mode, int64_t deadline, bool* pending);
   void Poll(HostRunLoopMode& mode, int64_t deadline);
@@ -174,7 +177,7 @@ struct __CFRunLoop final : HostCFObject {
   std::atomic<bool> stopRequested{false};
   std::atomic<bool> waiting{false};
 
-  std::mutex mutex;
+  HostMutex mutex;
   std::vector<std::unique_ptr<HostRunLoopMode>> modes;
   std::vector<HostRetained<HostCFString>> commonModes;
   std::vector<SourceRef> commonSources;

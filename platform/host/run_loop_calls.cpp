@@ -43,9 +43,18 @@ struct ThreadLoop {
 
 ThreadLoop& OwnLoop() { return HostThreadObject<ThreadLoop>(); }
 
+// Counts a run, also one that an exception ends.
+struct LoopRun {
+  __CFRunLoop* loop;
+
+  explicit LoopRun(__CFRunLoop* running) : loop(running) { loop->runs++; }
+  ~LoopRun() { loop->runs--; }
+};
+
 SInt32 RunFor(HostCFString* mode, CFTimeInterval seconds, bool returnAfterSource) {
   __CFRunLoop* loop = CFRunLoopGetCurrent();
   if (loop == nullptr) return kCFRunLoopRunFinished;
+  const LoopRun counted(loop);
   __CFRunLoop::RunOptions options{kHostNever, returnAfterSource};
   if (seconds < 9e9) {
     const double wait = seconds > 0 ? seconds * 1e9 : 0;
@@ -59,9 +68,15 @@ SInt32 RunFor(HostCFString* mode, CFTimeInterval seconds, bool returnAfterSource
 bool HostRunMainLoopUntil(const std::atomic<bool>& flag) {
   __CFRunLoop* loop = CFRunLoopGetCurrent();
   if (loop == nullptr) return false;
+  const LoopRun counted(loop);
   __CFRunLoop::RunOptions options{kHostNever, false, &flag};
   loop->Run(HostCast<HostCFString>(kCFRunLoopDefaultMode), options);
   return true;
+}
+
+bool HostMainLoopIsRunning() {
+  const std::lock_guard lock(sMainMutex);
+  return sMainLoop != nullptr && !sMainLoop->IsForeign() && sMainLoop->runs.load() > 0;
 }
 
 CFAbsoluteTime CFAbsoluteTimeGetCurrent(void) {

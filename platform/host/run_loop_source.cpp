@@ -59,7 +59,7 @@ void __CFRunLoopSource::PerformMessage(void* message, CFIndex size) {
 
 void __CFRunLoopSource::Joined(__CFRunLoop* loop, HostCFString* mode) {
   {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     memberships.push_back({HostRetained<__CFRunLoop>::Retaining(loop),
                            HostRetained<HostCFString>::Retaining(mode)});
   }
@@ -69,7 +69,7 @@ void __CFRunLoopSource::Joined(__CFRunLoop* loop, HostCFString* mode) {
 void __CFRunLoopSource::Left(__CFRunLoop* loop, HostCFString* mode) {
   Membership left;  // released without the lock
   {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     const auto found =
         std::find_if(memberships.begin(), memberships.end(), [loop, mode](const Membership& each) {
           return each.loop.Get() == loop && each.mode->Equal(*mode);
@@ -85,7 +85,7 @@ void __CFRunLoopSource::Invalidate() {
   if (!valid.exchange(false, std::memory_order_acq_rel)) return;
   std::vector<Membership> leaving;
   {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<HostMutex> lock(mutex);
     leaving = memberships;
   }
   for (const Membership& each : leaving) each.loop->RemoveSource(this, each.mode.Get());
