@@ -154,6 +154,20 @@ bool PutFieldBytes(AppleEvent* desc, AEKeyword key, DescType type, const void* d
          HostSetAttributeField(event, *row, type, data, static_cast<size_t>(size));
 }
 
+// Likewise for getting: a field that the event has, read whole as what it is.
+bool ReadField(const AppleEvent* desc, AEKeyword key, DescType desired, DescType* type,
+               void* buffer, Size maxSize, Size* actualSize) {
+  const HostAttributeRow* row = HostFindAttributeRow(key);
+  if (row == nullptr || row->width == 0 || !HostTakesAsIs(row->type, desired)) return false;
+  HostAEEvent* event = nullptr;
+  if (buffer == nullptr || maxSize < row->width || HostFindEvent(desc, &event) != 0) return false;
+  if ((row->flags & kAlways) == 0 && (event->fields.present & BitOf(*row)) == 0) return false;
+  HostCopyShort(buffer, FieldOf(*event, *row), row->width);
+  if (type != nullptr) *type = row->type;
+  if (actualSize != nullptr) *actualSize = row->width;
+  return true;
+}
+
 // Takes the item over also when it fails.
 OSStatus SetAttribute(AppleEvent* desc, AEKeyword key, HostAEItem* item) {
   HostAEEvent* event = nullptr;
@@ -341,6 +355,7 @@ OSErr AEPutAttributeDesc(AppleEvent* event, AEKeyword key, const AEDesc* desc) {
 
 OSErr AEGetAttributePtr(const AppleEvent* event, AEKeyword key, DescType desiredType,
                         DescType* actualType, void* buffer, Size maxSize, Size* actualSize) {
+  if (ReadField(event, key, desiredType, actualType, buffer, maxSize, actualSize)) return 0;
   HostAEItem view;
   OSStatus err = FindAttribute(event, key, &view);
   if (err == 0) err = HostReadItem(view, desiredType, actualType, buffer, maxSize, actualSize);

@@ -47,8 +47,12 @@ void HostGather::CloseRun() {
 }
 
 const std::vector<iovec>& HostGather::Pieces() {
-  CloseRun();
   vectors.clear();
+  if (pieces.empty() && used > 0) {
+    vectors.push_back({head.data(), used});
+    return vectors;
+  }
+  CloseRun();
   for (const Piece& piece : pieces) {
     const uint8_t* bytes = piece.borrowed != nullptr ? piece.borrowed : head.data() + piece.offset;
     vectors.push_back({const_cast<uint8_t*>(bytes), piece.size});

@@ -64,6 +64,24 @@ int64_t TimeLeft(int64_t deadline) {
   return deadline == kHostNever ? 0 : std::max(deadline - HostNow(), kHostMillisecond);
 }
 
+// When a call's time is up. The clock is read when that is asked for the first time: most sends
+// never wait.
+class TimeLimit {
+ public:
+  explicit TimeLimit(int64_t nanoseconds) : timeout(nanoseconds) {}
+
+  int64_t Deadline() {
+    if (deadline == 0) {
+      deadline = timeout == kHostNever ? kHostNever : HostDeadlineAfter(HostNow(), timeout);
+    }
+    return deadline;
+  }
+
+ private:
+  const int64_t timeout;
+  int64_t deadline = 0;
+};
+
 bool IsLost(int error) { return error == EPIPE || error == ECONNRESET || error == ENOTCONN; }
 
 // One connection of this thread.
@@ -79,7 +97,7 @@ class Conversation {
   bool HasUnfinished() const { return !unfinished.IsEmpty(); }
   bool HasHungUp() const;
 
-  OSStatus Open(uint64_t port, int64_t deadline);
+  OSStatus Open(uint64_t port, TimeLimit* limit);
   void Close();
   void Forget() {  // a forked child's: the descriptor is closed already
     descriptor = -1;
@@ -87,7 +105,7 @@ class Conversation {
   }
 
   // Result as HostConverse; `*lost` when the connection broke before the frame was out.
-  OSStatus Send(const std::vector<iovec>& pieces, int64_t deadline, bool* lost);
+  OSStatus Send(const std::vector<iovec>& pieces, TimeLimit* limit, bool* lost);
   // Whether Send had to wait for room: time has passed then.
   bool HasWaited() const { return waited; }
   // left  what is left until `deadline`, as for SetReceiveTimeout.
@@ -114,7 +132,8 @@ bool Conversation::HasHungUp() const {
   return poll(&entry, 1, 0) > 0 && (entry.revents & (POLLHUP | POLLERR)) != 0;
 }
 
-OSStatus Conversation::Open(uint64_t port, int64_t deadline) {
+OSStatus Conversation::Open(uint64_t port, TimeLimit* limit) {
+  const int64_t deadline = limit->Deadline();
   sockaddr_un address;
   socklen_t size = 0;
   if (!HostPortAddress(port, &address, &size)) return connectionInvalid;
@@ -184,13 +203,13 @@ OSStatus Conversation::WaitForRoom(int64_t deadline, bool* lost) {
   return connectionInvalid;
 }
 
-OSStatus Conversation::Send(const std::vector<iovec>& pieces, int64_t deadline, bool* lost) {
+OSStatus Conversation::Send(const std::vector<iovec>& pieces, TimeLimit* limit, bool* lost) {
   OSStatus err = 0;
   waited = false;
   while (err == 0 && !unfinished.IsEmpty()) {
     const int error = unfinished.Flush(descriptor);
     if (error == EAGAIN) {
-      err = WaitForRoom(deadline, lost);
+      err = WaitForRoom(limit->Deadline(), lost);
     } else if (error != 0) {
       *lost = true;
       err = connectionInvalid;
@@ -201,7 +220,7 @@ OSStatus Conversation::Send(const std::vector<iovec>& pieces, int64_t deadline, 
     const int error = HostWritePieces(descriptor, pieces, &written);
     if (error == 0) return 0;
     if (error == EAGAIN) {
-      err = WaitForRoom(deadline, lost);
+      err = WaitForRoom(limit->Deadline(), lost);
     } else {
       *lost = IsLost(error);
       err = *lost ? connectionInvalid : memFullErr;
@@ -250,7 +269,7 @@ OSStatus Conversation::AwaitReply(uint64_t requestNumber, int64_t deadline, int6
 // The connections of one thread, least recently used first to go.
 class Conversations {
  public:
-  Conversation* FindOrOpen(uint64_t portID, int64_t deadline, OSStatus* err, bool* fresh);
+  Conversation* FindOrOpen(uint64_t portID, TimeLimit* limit, OSStatus* err, bool* fresh);
   uint64_t ThreadNumber();
 
  private:
@@ -258,6 +277,7 @@ class Conversations {
   Conversation* Choose();
 
   std::array<Conversation, kConnectionsPerThread> all;
+  Conversation* latest = &all[0];  // the one used last
   uint64_t useCount = 0;
   uint64_t threadNumber = 0;
   uint32_t generation = 0;
@@ -295,21 +315,22 @@ Conversation* Conversations::Choose() {
   return choice;
 }
 
-Conversation* Conversations::FindOrOpen(uint64_t portID, int64_t deadline, OSStatus* err,
+Conversation* Conversations::FindOrOpen(uint64_t portID, TimeLimit* limit, OSStatus* err,
                                         bool* fresh) {
   CheckFork();
   *fresh = false;
-  Conversation* conversation = nullptr;
-  for (Conversation& each : all) {
-    if (each.IsTo(portID)) conversation = &each;
+  Conversation* conversation = latest->IsTo(portID) ? latest : nullptr;
+  for (size_t i = 0; conversation == nullptr && i < all.size(); i++) {
+    if (all[i].IsTo(portID)) conversation = &all[i];
   }
   if (conversation == nullptr) {
     conversation = Choose();
     *fresh = true;
-    *err = conversation->Open(portID, deadline);
+    *err = conversation->Open(portID, limit);
     if (*err != 0) return nullptr;
   }
   conversation->lastUse = ++useCount;
+  latest = conversation;
   return conversation;
 }
 
@@ -323,8 +344,8 @@ uint64_t HostThreadNumber() { return ThreadConversations().ThreadNumber(); }
 
 OSStatus HostConverse(uint64_t portID, HostFrameHeader header, HostGather& frame, int64_t timeout,
                       HostFrameSlice* replyBody) {
-  const bool isTimed = timeout != kHostNever;
-  const int64_t deadline = isTimed ? HostDeadlineAfter(HostNow(), timeout) : kHostNever;
+  TimeLimit limit(timeout);
+  const int64_t deadline = replyBody == nullptr ? kHostNever : limit.Deadline();
   header.sender = HostThreadNumber();
   HostFillFrameHeader(header, &frame);
 
@@ -334,9 +355,9 @@ OSStatus HostConverse(uint64_t portID, HostFrameHeader header, HostGather& frame
     OSStatus err = 0;
     bool fresh = false, lost = false;
     Conversation* conversation =
-        ThreadConversations().FindOrOpen(portID, deadline, &err, &fresh);
+        ThreadConversations().FindOrOpen(portID, &limit, &err, &fresh);
     if (conversation == nullptr) return err;
-    err = conversation->Send(frame.Pieces(), deadline, &lost);
+    err = conversation->Send(frame.Pieces(), &limit, &lost);
     if (lost) {
       conversation->Close();
       if (fresh) return connectionInvalid;
@@ -344,7 +365,7 @@ OSStatus HostConverse(uint64_t portID, HostFrameHeader header, HostGather& frame
     }
     if (err != 0 || replyBody == nullptr) return err;
     // As a rule no time has passed, and the clock need not be read again.
-    const bool isNow = isTimed && !fresh && !conversation->HasWaited();
+    const bool isNow = timeout != kHostNever && !fresh && !conversation->HasWaited();
     return conversation->AwaitReply(header.requestNumber, deadline,
                                     isNow ? timeout : TimeLeft(deadline), replyBody);
   }

@@ -3,17 +3,34 @@
 #include <cstdlib>
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <new>
 
 // Each thread keeps the last blocks that it released if they are of the size that connections read
-// into, or that large values take: fresh memory of that size costs a page fault per page.
+// into, or that large values take: fresh memory of that size costs a page fault per page. It keeps a
+// few small ones too, which every longer text needs.
 
 namespace {
 
-constexpr size_t kSpareCount = 4;
+constexpr size_t kSpareCount = 16;
 constexpr size_t kSpareLeast = size_t{48} << 10;
 constexpr size_t kSpareMost = size_t{2} << 20;
 constexpr size_t kSpareInAll = size_t{4} << 20;
+
+// Small blocks have one of these sizes: a multiple of the step, one step at the least.
+constexpr size_t kSmallStep = 32;
+constexpr size_t kSmallMost = 512;
+constexpr size_t kSmallKept = 8;  // of each size
+
+// A sanitizer sees the use of a released block only when the block has been freed.
+#ifndef __has_feature
+#define __has_feature(feature) 0
+#endif
+#if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
+constexpr bool kKeepsSmall = false;
+#else
+constexpr bool kKeepsSmall = true;
+#endif
 
 // What is too large to be kept comes from the kernel and goes back to it at once: the heap would
 // hold on to it.
@@ -38,6 +55,10 @@ struct Spares {
   size_t count;
   size_t bytes;  // in all
   bool ended;    // the thread is going: keep nothing any more
+  struct {
+    HostFrameBuffer* blocks[kSmallKept];
+    size_t count;
+  } small[kSmallMost / kSmallStep];
 };
 constinit thread_local Spares sSpares = {};
 
@@ -46,6 +67,9 @@ struct SparesEnd {
   ~SparesEnd() {
     sSpares.ended = true;
     while (sSpares.count > 0) free(sSpares.blocks[--sSpares.count]);
+    for (auto& each : sSpares.small) {
+      while (each.count > 0) free(each.blocks[--each.count]);
+    }
   }
 };
 thread_local SparesEnd sSparesEnd;
@@ -60,8 +84,17 @@ HostFrameBuffer* TakeOut(Spares& spares, size_t index) {
   return block;
 }
 
+auto& SmallOnes(size_t capacity) { return sSpares.small[capacity / kSmallStep - 1]; }
+
 bool Keep(HostFrameBuffer* block) {
   Spares& spares = sSpares;
+  if (block->Capacity() <= kSmallMost) {
+    auto& kept = SmallOnes(block->Capacity());
+    if (!kKeepsSmall || spares.ended || kept.count == kSmallKept) return false;
+    sSparesEnd.armed = true;
+    kept.blocks[kept.count++] = block;
+    return true;
+  }
   if (spares.ended || block->Capacity() < kSpareLeast || block->Capacity() > kSpareMost) {
     return false;
   }
@@ -79,7 +112,11 @@ bool Keep(HostFrameBuffer* block) {
 
 HostFrameBuffer* HostFrameBuffer::Create(size_t capacity) {
   if (capacity > SIZE_MAX - sizeof(HostFrameBuffer)) return nullptr;
-  if (capacity >= kSpareLeast && capacity <= kSpareMost) {
+  if (capacity <= kSmallMost) {
+    capacity = std::max(capacity + kSmallStep - 1, kSmallStep) / kSmallStep * kSmallStep;
+    auto& kept = SmallOnes(capacity);
+    if (kept.count > 0) return new (kept.blocks[--kept.count]) HostFrameBuffer(capacity);
+  } else if (capacity >= kSpareLeast && capacity <= kSpareMost) {
     if (HostFrameBuffer* spare = TakeSpare(capacity)) return spare;
   }
   void* memory = AllocateBlock(sizeof(HostFrameBuffer) + capacity);

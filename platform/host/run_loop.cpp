@@ -264,6 +264,8 @@ bool __CFRunLoop::ContainsTimer(__CFRunLoopTimer* timer, HostCFString* modeName)
 // Running.
 
 void __CFRunLoop::Stop() {
+  // The thread may end, and its loop with it, as soon as it sees the request.
+  const auto kept = HostRetained<__CFRunLoop>::Retaining(this);
   stopRequested.store(true, std::memory_order_release);
   WakeUp();
 }
