@@ -1,11 +1,12 @@
 #include "platform/host/cf_object.h"
 
 #include <cstdint>
+#include <cstdlib>
 #include <iterator>
 
 #include <CoreFoundation/CFString.h>
 
-// The only thing about an allocator that anybody can observe is which one it is.
+// Which allocator it is makes a difference only where bytes are handed over.
 struct __CFAllocator final : HostCFObject {
   static constexpr HostTypeID kClass = kHostTypeAllocator;
   constexpr __CFAllocator() : HostCFObject(kClass, Constant::kYes) {}
@@ -35,7 +36,7 @@ const HostCFObject* Object(CFTypeRef ref) { return static_cast<const HostCFObjec
 bool HostCFObject::RetainUnlessDying() const {
   UInt32 count = references.load(std::memory_order_relaxed);
   while (count != 0) {
-    if ((count >> 31) != 0) return true;
+    if (IsConstant(count)) return true;
     if (references.compare_exchange_weak(count, count + 1, std::memory_order_relaxed)) return true;
   }
   return false;
@@ -59,6 +60,15 @@ CFStringRef HostCFObject::CopyDescription() const {
 constinit const CFAllocatorRef kCFAllocatorSystemDefault = &gSystemDefaultAllocator;
 constinit const CFAllocatorRef kCFAllocatorMalloc = &gMallocAllocator;
 constinit const CFAllocatorRef kCFAllocatorNull = &gNullAllocator;
+
+void* CFAllocatorAllocate(CFAllocatorRef allocator, CFIndex size, CFOptionFlags) {
+  if (allocator == kCFAllocatorNull || size <= 0) return nullptr;
+  return std::malloc(static_cast<size_t>(size));
+}
+
+void CFAllocatorDeallocate(CFAllocatorRef allocator, void* block) {
+  if (allocator != kCFAllocatorNull) std::free(block);
+}
 
 CFTypeRef CFRetain(CFTypeRef object) {
   if (object != nullptr) Object(object)->Retain();

@@ -2,6 +2,8 @@
 
 #include <CoreFoundation/CFBase.h>
 
+#include <sys/single_threaded.h>
+
 #include <atomic>
 #include <type_traits>
 #include <utility>
@@ -58,15 +60,22 @@ class HostCFObject {
   CFTypeID TypeID() const { return typeID; }
 
   void Retain() const {
-    if (!IsConstant()) references.fetch_add(1, std::memory_order_relaxed);
+    const UInt32 count = references.load(std::memory_order_relaxed);
+    if (IsConstant(count)) return;
+    if (__libc_single_threaded != 0) return references.store(count + 1, std::memory_order_relaxed);
+    references.fetch_add(1, std::memory_order_relaxed);
   }
 
   // The last release calls LastRelease; the object is gone then.
   void Release() const {
-    if (IsConstant()) return;
-    if (references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-      const_cast<HostCFObject*>(this)->LastRelease();
+    UInt32 count = references.load(std::memory_order_relaxed);
+    if (IsConstant(count)) return;
+    if (__libc_single_threaded != 0) {  // as the C library tells: spares the locked instruction
+      references.store(count - 1, std::memory_order_relaxed);
+    } else {
+      count = references.fetch_sub(1, std::memory_order_acq_rel);
     }
+    if (count == 1) const_cast<HostCFObject*>(this)->LastRelease();
   }
 
   // Retains unless the last reference has been dropped already. For tables that know an object
@@ -89,11 +98,12 @@ class HostCFObject {
   enum class Constant : bool { kNo, kYes };  // kYes: retaining and releasing have no effect
 
   constexpr explicit HostCFObject(HostTypeID type, Constant constant = Constant::kNo)
-      : references(constant == Constant::kYes ? kConstantCount : 1), typeID(type) {}
+      : references(constant == Constant::kYes ? kConstantCount : 1),
+        typeID(static_cast<UInt8>(type)) {}
   ~HostCFObject() = default;
 
-  // The count has reached 0: destroys the object. A container takes its children apart here, by
-  // its own list and not by recursion.
+  // The count has reached 0: destroys the object. What holds objects that may hold others, to any
+  // depth, derives from HostContainer (cf_container.h), which does it without recursion.
   virtual void LastRelease() = 0;
 
  private:
@@ -101,10 +111,10 @@ class HostCFObject {
   // retained two thousand million times ends there instead of wrapping round to 0.
   static constexpr UInt32 kConstantCount = 0xC0000000;
 
-  bool IsConstant() const { return (references.load(std::memory_order_relaxed) >> 31) != 0; }
+  static bool IsConstant(UInt32 count) { return (count >> 31) != 0; }
 
   mutable std::atomic<UInt32> references;
-  const CFTypeID typeID;
+  const UInt8 typeID;  // small, so that a class's own small fields share its word
 };
 
 // The object that `ref` denotes if it is one of class T, else null: for null and for every other

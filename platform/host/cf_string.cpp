@@ -9,6 +9,8 @@
 #include <string>
 #include <unordered_map>
 
+#include "platform/host/hash.h"
+
 namespace {
 
 constexpr size_t kMaxUnits = INT32_MAX;  // what a CFIndex can tell
@@ -61,24 +63,40 @@ ConstantTable& Constants() {
 
 }  // namespace
 
+// The object and its units, which the caller fills; the terminator is there.
+__CFString* __CFString::Allocate(bool ascii, bool wide, size_t units, Constant constant) {
+  const uint64_t unitSize = wide ? sizeof(UniChar) : 1;
+  constexpr size_t kHeadSize = sizeof(__CFString) - sizeof(__CFString::firstUnits);
+  const uint64_t size = kHeadSize + (uint64_t{units} + 1) * unitSize;
+  if (units > kMaxUnits || size > PTRDIFF_MAX) return nullptr;
+  void* block =
+      ::operator new(std::max(static_cast<size_t>(size), sizeof(__CFString)), std::nothrow);
+  if (block == nullptr) return nullptr;
+  auto* string = new (block) __CFString(ascii, wide, units, constant);
+  auto* end = static_cast<UInt8*>(block) + size;
+  for (uint64_t i = 1; i <= unitSize; ++i) end[-static_cast<ptrdiff_t>(i)] = 0;
+  return string;
+}
+
 __CFString* __CFString::Make(HostTextView text, Constant constant) {
   const Form form = FormOf(text);
-  const uint64_t unitSize = form.isWide ? sizeof(UniChar) : 1;
-  const uint64_t size = sizeof(__CFString) + (uint64_t{text.length} + 1) * unitSize;
-  if (text.length > kMaxUnits || size > PTRDIFF_MAX) return nullptr;
-  void* block = ::operator new(static_cast<size_t>(size), std::nothrow);
-  if (block == nullptr) return nullptr;
-
-  auto* string = new (block) __CFString(form.isASCII, form.isWide, text.length, constant);
-  auto* bytes = reinterpret_cast<UInt8*>(string + 1);
+  __CFString* string = Allocate(form.isASCII, form.isWide, text.length, constant);
+  if (string == nullptr) return nullptr;
+  auto* bytes = const_cast<UInt8*>(string->Narrow());
   if (form.isWide) {
-    auto* units = reinterpret_cast<UniChar*>(bytes);
-    std::copy_n(text.wide, text.length, units);
-    units[text.length] = 0;
+    std::memcpy(bytes, text.wide, text.length * sizeof(UniChar));
+  } else if (text.narrow != nullptr) {
+    std::memcpy(bytes, text.narrow, text.length);
   } else {
-    for (size_t i = 0; i < text.length; ++i) bytes[i] = static_cast<UInt8>(text.At(i));
-    bytes[text.length] = 0;
+    for (size_t i = 0; i < text.length; ++i) bytes[i] = static_cast<UInt8>(text.wide[i]);
   }
+  return string;
+}
+
+__CFString* __CFString::CreateASCII(const UInt8* bytes, size_t count) {
+  __CFString* string = Allocate(true, false, count, Constant::kNo);
+  if (string == nullptr || count == 0) return string;
+  std::memcpy(const_cast<UInt8*>(string->Narrow()), bytes, count);
   return string;
 }
 
@@ -110,30 +128,16 @@ void __CFString::LastRelease() {
   ::operator delete(this);
 }
 
-const UInt8* __CFString::Narrow() const {
-  return reinterpret_cast<const UInt8*>(
-      literalText != nullptr ? static_cast<const void*>(literalText) : this + 1);
-}
-
 HostTextView __CFString::Text() const {
   if (!isWide) return {Narrow(), nullptr, length};
-  return {nullptr, reinterpret_cast<const UniChar*>(this + 1), length};
+  return {nullptr, static_cast<const UniChar*>(Units()), length};
 }
 
-bool __CFString::Equal(const HostCFObject& object) const {
-  const auto& other = static_cast<const __CFString&>(object);
-  if (length != other.length || isWide != other.isWide) return false;
-  const HostTextView a = Text();
-  const HostTextView b = other.Text();
-  if (!isWide) return std::memcmp(a.narrow, b.narrow, length) == 0;
-  return std::equal(a.wide, a.wide + length, b.wide);
-}
-
-CFHashCode __CFString::Hash() const {
-  const HostTextView text = Text();
-  UInt32 hash = 2166136261u;  // FNV-1a over code units
-  for (size_t i = 0; i < text.length; ++i) hash = (hash ^ text.At(i)) * 16777619u;
-  return hash;
+UInt32 __CFString::WorkOutHash() const {
+  const UInt32 worked = HostHashBytes(Units(), isWide ? length * sizeof(UniChar) : length);
+  const UInt32 stored = worked != 0 ? worked : 1;
+  hash.store(stored, std::memory_order_relaxed);
+  return stored;
 }
 
 CFStringRef __CFString::CopyDescription() const {

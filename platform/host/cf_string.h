@@ -2,14 +2,17 @@
 
 #include <CoreFoundation/CFString.h>
 
+#include <atomic>
 #include <cstddef>
+#include <cstring>
 
 #include "platform/host/cf_object.h"
 #include "platform/host/text_codec.h"
 
 // The string object. Its code units are stored one byte each when all are below U+0100, else two
 // bytes each: always the smaller form, so equal strings have the same form. The units of a created
-// string lie behind the object in the same block, NUL-terminated. Immutable; any thread.
+// string lie at the end of the object in the same block, NUL-terminated. The hash is worked out
+// when it is first asked for, and kept. Immutable; any thread.
 //
 // A constant string is a global made from an ASCII literal at compile time:
 //
@@ -23,6 +26,7 @@ struct __CFString final : HostCFObject {
       : HostCFObject(kClass, Constant::kYes),
         isASCII(true),
         isWide(false),
+        isLiteral(true),
         length(N - 1),
         literalText(literal) {
     for (char c : literal) {
@@ -36,6 +40,8 @@ struct __CFString final : HostCFObject {
   // Null also when the bytes are not well formed.
   static __CFString* Create(CFStringEncoding encoding, const UInt8* bytes, size_t count,
                             bool external);
+  // Of bytes that the caller knows to be ASCII.
+  static __CFString* CreateASCII(const UInt8* bytes, size_t count);
   // Of Mac Roman text; never destroyed.
   static __CFString* CreateConstant(const char* text);
 
@@ -46,8 +52,18 @@ struct __CFString final : HostCFObject {
   // The bytes when all units are below U+0100 (ISO Latin-1), NUL-terminated; else null.
   const UInt8* Latin1() const { return isWide ? nullptr : Narrow(); }
 
-  bool Equal(const HostCFObject& other) const override;
-  CFHashCode Hash() const override;
+  bool Equal(const HostCFObject& other) const override {
+    return HasTextOf(static_cast<const __CFString&>(other));
+  }
+  bool HasTextOf(const __CFString& other) const {
+    return length == other.length && isWide == other.isWide &&
+           std::memcmp(Units(), other.Units(), isWide ? length * sizeof(UniChar) : length) == 0;
+  }
+  CFHashCode Hash() const override { return TextHash(); }
+  UInt32 TextHash() const {
+    const UInt32 known = hash.load(std::memory_order_relaxed);
+    return known != 0 ? known : WorkOutHash();
+  }
   CFStringRef CopyDescription() const override;
 
  private:
@@ -55,16 +71,28 @@ struct __CFString final : HostCFObject {
       : HostCFObject(kClass, constant),
         isASCII(ascii),
         isWide(wide),
-        length(static_cast<UInt32>(units)) {}
+        isLiteral(false),
+        length(static_cast<UInt32>(units)),
+        firstUnits{} {}
 
+  static __CFString* Allocate(bool ascii, bool wide, size_t units, Constant constant);
   static __CFString* Make(HostTextView text, Constant constant);
   void LastRelease() override;
-  const UInt8* Narrow() const;
+  const void* Units() const {
+    return isLiteral ? static_cast<const void*>(literalText) : static_cast<const void*>(firstUnits);
+  }
+  const UInt8* Narrow() const { return static_cast<const UInt8*>(Units()); }
+  UInt32 WorkOutHash() const;
 
   const bool isASCII;
   const bool isWide;
+  const bool isLiteral;
   const UInt32 length;
-  const char* const literalText = nullptr;  // null: the units lie behind the object
+  mutable std::atomic<UInt32> hash{0};  // 0: not worked out yet
+  union {
+    const char* literalText;
+    UInt8 firstUnits[sizeof(const char*)];  // the block goes on behind these
+  };
 };
 using HostCFString = __CFString;
 

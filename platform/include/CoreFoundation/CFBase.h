@@ -30,12 +30,18 @@ inline CFRange CFRangeMake(CFIndex location, CFIndex length) { return {location,
 
 extern "C" {
 
-// Allocators. Only these four exist; memory always comes from the C++ heap. kCFAllocatorNull as a
-// "bytes deallocator" leaves the bytes alone.
+// Allocators. Only these four exist; objects always come from the C++ heap. kCFAllocatorNull
+// allocates and frees nothing: as a "bytes deallocator" it leaves the bytes alone.
 #define kCFAllocatorDefault (static_cast<CFAllocatorRef>(nullptr))
 extern const CFAllocatorRef kCFAllocatorSystemDefault;
 extern const CFAllocatorRef kCFAllocatorMalloc;
 extern const CFAllocatorRef kCFAllocatorNull;
+
+// As malloc and free, so that bytes for a "bytes deallocator" may come from either; the allocator
+// makes no difference unless it is kCFAllocatorNull. Null for a size of 0 or less, and when there
+// is no memory. `hint` is not used.
+void* CFAllocatorAllocate(CFAllocatorRef allocator, CFIndex size, CFOptionFlags hint);
+void CFAllocatorDeallocate(CFAllocatorRef allocator, void* block);
 
 CFTypeRef CFRetain(CFTypeRef object);  // its argument; null stays null
 void CFRelease(CFTypeRef object);      // the last release destroys; null is ignored

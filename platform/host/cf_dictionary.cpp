@@ -1,0 +1,273 @@
+#include "platform/host/cf_dictionary.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "platform/host/cf_string.h"
+#include "platform/host/hash.h"
+
+__CFDictionary* __CFDictionary::Make(const HostDictionaryCallbacks* callbacks, size_t room,
+                                     bool isMutable) {
+  const size_t size = HostContainerSize(sizeof(__CFDictionary), room, sizeof(HostPair));
+  void* block = size != 0 ? ::operator new(size, std::nothrow) : nullptr;
+  return block != nullptr ? new (block) __CFDictionary(callbacks, room, isMutable) : nullptr;
+}
+
+__CFDictionary* __CFDictionary::Create(const HostDictionaryCallbacks& callbacks, size_t room,
+                                       bool isMutable) {
+  if (callbacks == kHostObjectPairs) return Make(&kHostObjectPairs, room, isMutable);
+  std::unique_ptr<HostDictionaryCallbacks> own(new (std::nothrow)
+                                                   HostDictionaryCallbacks(callbacks));
+  __CFDictionary* dictionary = own != nullptr ? Make(own.get(), room, isMutable) : nullptr;
+  if (dictionary != nullptr) static_cast<void>(own.release());
+  return dictionary;
+}
+
+__CFDictionary* __CFDictionary::CreateTaking(const HostPair* pairs, size_t count, bool isMutable) {
+  __CFDictionary* dictionary = Make(&kHostObjectPairs, count, isMutable);
+  if (dictionary == nullptr) return nullptr;
+  if (count <= kMaxUnindexed) {
+    for (size_t i = 0; i < count; ++i) dictionary->Take(pairs[i], 0);
+    return dictionary;
+  }
+  if (!dictionary->MakeIndex(dictionary->capacity)) {
+    dictionary->Destroy();
+    return nullptr;
+  }
+  // In batches: the slots of a large index come from memory while the next keys are hashed.
+  constexpr size_t kBatch = 16;
+  UInt32 hashes[kBatch];
+  for (size_t i = 0; i < count; i += kBatch) {
+    const size_t batch = std::min(kBatch, count - i);
+    for (size_t j = 0; j < batch; ++j) {
+      hashes[j] = dictionary->HashOf(pairs[i + j].key);
+      __builtin_prefetch(&dictionary->slots[hashes[j] & dictionary->slotMask], 1);
+    }
+    for (size_t j = 0; j < batch; ++j) dictionary->Take(pairs[i + j], hashes[j]);
+  }
+  return dictionary;
+}
+
+// Puts a pair whose references become the dictionary's; there is room for it and for its slot.
+// `hash` is that of the key, if there is an index.
+void __CFDictionary::Take(const HostPair& pair, UInt32 hash) {
+  const UInt32 place = HasIndex() ? FindIndexed(pair.key, hash) : FindPlace(pair.key);
+  if (place == kNowhere) {
+    pairs[used] = pair;
+    if (HasIndex()) Enter(hash, used);
+    ++used;
+    ++count;
+    return;
+  }
+  ReleasePair({pair.key, std::exchange(pairs[place].value, pair.value)});
+}
+
+void __CFDictionary::Destroy() {
+  DropIndex();
+  for (UInt32 i = 0; i < used; ++i) {
+    if (pairs[i].key != nullptr) ReleasePair(pairs[i]);
+  }
+  if (pairs != Inline()) ::operator delete(pairs);
+  if (callbacks != &kHostObjectPairs) delete callbacks;
+  static_assert(std::is_trivially_destructible_v<__CFDictionary>);
+  ::operator delete(this);
+}
+
+void __CFDictionary::ReleasePair(const HostPair& pair) const {
+  callbacks->key.Release(pair.key);
+  callbacks->value.Release(pair.value);
+}
+
+// ---- Finding ----
+
+// A foreign hash may be any number, an address for one: it is mixed, so that the low bits differ.
+UInt32 __CFDictionary::HashOf(const void* key) const {
+  const auto hash = callbacks->key.hash;
+  if (hash == CFHash) {
+    const auto* string = HostCast<HostCFString>(key);
+    return string != nullptr ? string->TextHash() : CFHash(key);
+  }
+  return HostHashWord(hash != nullptr ? hash(key) : reinterpret_cast<uintptr_t>(key));
+}
+
+bool __CFDictionary::KeysEqual(const void* a, const void* b) const {
+  if (a == b) return true;
+  if (!callbacks->key.ComparesObjects()) return callbacks->key.Equal(a, b);
+  const auto* left = HostCast<HostCFString>(a);
+  const auto* right = HostCast<HostCFString>(b);
+  return left != nullptr && right != nullptr ? left->HasTextOf(*right) : CFEqual(a, b);
+}
+
+UInt32 __CFDictionary::FindIndexed(const void* key, UInt32 hash) const {
+  for (UInt32 i = hash & slotMask;; i = (i + 1) & slotMask) {
+    const Slot slot = slots[i];
+    if (slot.place == 0) return kNowhere;
+    if (slot.hash == hash && KeysEqual(pairs[slot.place - 1].key, key)) return slot.place - 1;
+  }
+}
+
+UInt32 __CFDictionary::FindPlace(const void* key) const {
+  if (HasIndex()) return FindIndexed(key, HashOf(key));
+  for (UInt32 i = 0; i < used; ++i) {
+    if (pairs[i].key == key) return i;
+  }
+  for (UInt32 i = 0; i < used; ++i) {
+    if (pairs[i].key != nullptr && KeysEqual(pairs[i].key, key)) return i;
+  }
+  return kNowhere;
+}
+
+const HostPair* __CFDictionary::Find(const void* key) const {
+  if (key == nullptr || count == 0) return nullptr;
+  const UInt32 place = FindPlace(key);
+  return place != kNowhere ? &pairs[place] : nullptr;
+}
+
+// ---- The index ----
+
+// Slots for so many pairs, three quarters full at most, with those entered that are there. The old
+// index stays when there is no memory.
+bool __CFDictionary::MakeIndex(UInt32 pairCapacity) {
+  const size_t wanted = std::bit_ceil(size_t{pairCapacity} + pairCapacity / 3 + 1);
+  const size_t size = HostContainerSize(0, wanted, sizeof(Slot));
+  void* block = size != 0 ? std::calloc(wanted, sizeof(Slot)) : nullptr;
+  if (block == nullptr) return false;
+  Slot* old = std::exchange(slots, static_cast<Slot*>(block));
+  const UInt32 oldMask = std::exchange(slotMask, static_cast<UInt32>(wanted - 1));
+  if (old != nullptr) {
+    for (size_t i = 0; i <= oldMask; ++i) {
+      if (old[i].place != 0) Enter(old[i].hash, old[i].place - 1);
+    }
+  } else {
+    for (UInt32 i = 0; i < used; ++i) {
+      if (pairs[i].key != nullptr) Enter(HashOf(pairs[i].key), i);
+    }
+  }
+  std::free(old);
+  return true;
+}
+
+void __CFDictionary::DropIndex() {
+  std::free(std::exchange(slots, nullptr));
+  slotMask = 0;
+}
+
+void __CFDictionary::Enter(UInt32 hash, UInt32 place) {
+  UInt32 i = hash & slotMask;
+  while (slots[i].place != 0) i = (i + 1) & slotMask;
+  slots[i] = {hash, place + 1};
+}
+
+// Frees the slot of a pair and moves those behind it up, so that no search stops short of them.
+void __CFDictionary::Leave(UInt32 place) {
+  UInt32 hole = HashOf(pairs[place].key) & slotMask;
+  while (slots[hole].place != place + 1) hole = (hole + 1) & slotMask;
+  for (UInt32 i = (hole + 1) & slotMask; slots[i].place != 0; i = (i + 1) & slotMask) {
+    const UInt32 home = slots[i].hash & slotMask;
+    if (((i - home) & slotMask) < ((i - hole) & slotMask)) continue;
+    slots[hole] = slots[i];
+    hole = i;
+  }
+  slots[hole].place = 0;
+}
+
+// ---- Changing ----
+
+// Closes the holes, which changes the places of the pairs behind them.
+void __CFDictionary::Pack() {
+  UInt32 kept = 0;
+  for (UInt32 i = 0; i < used; ++i) {
+    if (pairs[i].key != nullptr) pairs[kept++] = pairs[i];
+  }
+  used = kept;
+  if (!HasIndex()) return;
+  std::memset(slots, 0, (size_t{slotMask} + 1) * sizeof(Slot));
+  for (UInt32 i = 0; i < used; ++i) Enter(HashOf(pairs[i].key), i);
+}
+
+// Room for one more pair and its slot.
+bool __CFDictionary::MakeRoom() {
+  if (used == capacity && used - count > capacity / 4 &&
+      walkers.load(std::memory_order_relaxed) == 0) {
+    Pack();
+  }
+  if (used == capacity) {
+    const size_t more = std::min<size_t>(std::max<size_t>(4, size_t{capacity} * 2), INT32_MAX);
+    const size_t size = HostContainerSize(0, more, sizeof(HostPair));
+    if (more == capacity || size == 0) return false;
+    auto* larger = static_cast<HostPair*>(::operator new(size, std::nothrow));
+    if (larger == nullptr) return false;
+    if (used > 0) std::memcpy(larger, pairs, used * sizeof *pairs);
+    if (pairs != Inline()) ::operator delete(pairs);
+    pairs = larger;
+    capacity = static_cast<UInt32>(more);
+  }
+  if (used < kMaxUnindexed) return true;
+  return (HasIndex() && used < (size_t{slotMask} + 1) / 4 * 3) || MakeIndex(capacity);
+}
+
+bool __CFDictionary::Set(const void* key, const void* value) {
+  if (key == nullptr || value == nullptr) return false;
+  const HostPair pair = {callbacks->key.Retain(key), callbacks->value.Retain(value)};
+  if (pair.key != nullptr && pair.value != nullptr && MakeRoom()) {
+    Take(pair, HasIndex() ? HashOf(pair.key) : 0);
+    return true;
+  }
+  if (pair.key != nullptr) callbacks->key.Release(pair.key);
+  if (pair.value != nullptr) callbacks->value.Release(pair.value);
+  return false;
+}
+
+// Takes a pair out, with its references, before anybody is told about it.
+HostPair __CFDictionary::Detach(UInt32 place) {
+  if (HasIndex()) Leave(place);
+  const HostPair pair = std::exchange(pairs[place], HostPair{});
+  --count;
+  if (walkers.load(std::memory_order_relaxed) == 0) {
+    while (used > 0 && pairs[used - 1].key == nullptr) --used;
+  }
+  return pair;
+}
+
+void __CFDictionary::Remove(const void* key) {
+  const HostPair* found = Find(key);
+  if (found != nullptr) ReleasePair(Detach(static_cast<UInt32>(found - pairs)));
+}
+
+void __CFDictionary::RemoveAll() {
+  DropIndex();
+  // What comes in meanwhile, from a foreign callback, stays.
+  for (UInt32 i = used; i > 0; --i) {
+    if (i <= used && pairs[i - 1].key != nullptr) ReleasePair(Detach(i - 1));
+  }
+}
+
+// ---- What all containers do ----
+
+bool __CFDictionary::NextItem(size_t& place, Item& item) const {
+  while (place < used && pairs[place].key == nullptr) ++place;
+  if (place >= used) return false;
+  item = {pairs[place].key, pairs[place].value};
+  ++place;
+  return true;
+}
+
+bool __CFDictionary::EqualOutside(const HostContainer& container, HostEqualWalk& walk) const {
+  const auto& other = static_cast<const __CFDictionary&>(container);
+  if (count != other.count || callbacks->key.equal != other.callbacks->key.equal ||
+      callbacks->key.hash != other.callbacks->key.hash ||
+      callbacks->value.equal != other.callbacks->value.equal) {
+    return false;
+  }
+  for (const HostPair& pair : Pairs()) {
+    if (pair.key == nullptr) continue;
+    const HostPair* match = other.Find(pair.key);
+    if (match == nullptr || !walk.Compare(callbacks->value, pair.value, match->value)) return false;
+  }
+  return true;
+}

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <CoreFoundation/CFBase.h>
+
+// Tables from keys to values, both pointers, as a rule to counted objects. One class, immutable or
+// mutable: a function that changes does nothing to an immutable dictionary. Immutable ones may be
+// used from any thread, a mutable one from one thread at a time (reading it from several is fine
+// while nobody changes it). A null key or value is never stored: it is refused in silence.
+//
+// Pairs keep the order in which their keys came in; callers must not depend on it.
+
+using CFDictionaryRef = const struct __CFDictionary*;
+using CFMutableDictionaryRef = struct __CFDictionary*;
+
+// What a dictionary does with a key. Each may be null: not retained, not released, described by
+// address, equal by address, hashed by address. The record is copied.
+struct CFDictionaryKeyCallBacks {
+  CFIndex version;                                                     // 0
+  const void* (*retain)(CFAllocatorRef allocator, const void* value);  // what is then stored
+  void (*release)(CFAllocatorRef allocator, const void* value);
+  CFStringRef (*copyDescription)(const void* value);
+  Boolean (*equal)(const void* a, const void* b);
+  CFHashCode (*hash)(const void* value);
+};
+
+// What it does with a value.
+struct CFDictionaryValueCallBacks {
+  CFIndex version;  // 0
+  const void* (*retain)(CFAllocatorRef allocator, const void* value);
+  void (*release)(CFAllocatorRef allocator, const void* value);
+  CFStringRef (*copyDescription)(const void* value);
+  Boolean (*equal)(const void* a, const void* b);
+};
+
+using CFDictionaryApplierFunction = void (*)(const void* key, const void* value, void* context);
+
+extern "C" {
+
+// For counted objects: CFRetain, CFRelease, CFEqual, CFHash. The second one copies keys, which must
+// be strings.
+extern const CFDictionaryKeyCallBacks kCFTypeDictionaryKeyCallBacks;
+extern const CFDictionaryKeyCallBacks kCFCopyStringDictionaryKeyCallBacks;
+extern const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
+
+CFTypeID CFDictionaryGetTypeID(void);
+
+// Null callbacks: bare pointers. Of equal keys the first one stays, with the last value. Null when
+// `count` is negative, when a list or anything in it is null, and when there is no memory.
+CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys, const void** values,
+                                   CFIndex count, const CFDictionaryKeyCallBacks* keyCallBacks,
+                                   const CFDictionaryValueCallBacks* valueCallBacks);
+CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef allocator, CFDictionaryRef dictionary);
+
+// `capacity` is a hint only.
+CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
+                                                 const CFDictionaryKeyCallBacks* keyCallBacks,
+                                                 const CFDictionaryValueCallBacks* valueCallBacks);
+// With the original's callbacks; keys and values are retained, not copied.
+CFMutableDictionaryRef CFDictionaryCreateMutableCopy(CFAllocatorRef allocator, CFIndex capacity,
+                                                     CFDictionaryRef dictionary);
+
+CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary);
+Boolean CFDictionaryContainsKey(CFDictionaryRef dictionary, const void* key);
+// Borrowed: valid while the dictionary holds it. Null when absent.
+const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key);
+// `value` may be null; nothing is stored when the key is absent.
+Boolean CFDictionaryGetValueIfPresent(CFDictionaryRef dictionary, const void* key,
+                                      const void** value);
+// Both in the same order; either may be null.
+void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, const void** keys,
+                                  const void** values);
+// Calls `apply` for every pair there is at the beginning and still is when its turn comes. The
+// dictionary may be changed meanwhile, and even be released.
+void CFDictionaryApplyFunction(CFDictionaryRef dictionary, CFDictionaryApplierFunction apply,
+                               void* context);
+
+void CFDictionaryAddValue(CFMutableDictionaryRef dictionary, const void* key,
+                          const void* value);  // only if the key is absent
+void CFDictionarySetValue(CFMutableDictionaryRef dictionary, const void* key, const void* value);
+void CFDictionaryReplaceValue(CFMutableDictionaryRef dictionary, const void* key,
+                              const void* value);  // only if the key is present
+void CFDictionaryRemoveValue(CFMutableDictionaryRef dictionary, const void* key);
+void CFDictionaryRemoveAllValues(CFMutableDictionaryRef dictionary);
+
+}  // extern "C"

@@ -1,0 +1,84 @@
+#include "platform/host/cf_data.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+
+#include "tests/platform/cf_support.h"
+
+TEST(Data, CopiesOrKeepsItsBytes) {
+  UInt8 bytes[] = {1, 2, 3};
+  const OwnedRef<CFDataRef> copy(CFDataCreate(nullptr, bytes, 3));
+  const OwnedRef<CFDataRef> kept(CFDataCreateWithBytesNoCopy(nullptr, bytes, 3, kCFAllocatorNull));
+  EXPECT_EQ(bytes, CFDataGetBytePtr(kept));
+  EXPECT_TRUE(CFEqual(copy, kept));
+  EXPECT_EQ(CFHash(copy), CFHash(kept));
+  bytes[2] = 4;
+  EXPECT_FALSE(CFEqual(copy, kept));
+  EXPECT_EQ(3, CFDataGetBytePtr(copy)[2]);
+  EXPECT_EQ("<010203> (3 bytes)", DescriptionOf(copy));
+
+  // Freed with the object, as the leak checker sees.
+  for (CFAllocatorRef allocator : {kCFAllocatorDefault, kCFAllocatorMalloc}) {
+    auto* block = static_cast<UInt8*>(CFAllocatorAllocate(allocator, 5, 0));
+    std::memset(block, 5, 5);
+    OwnedRef<CFDataRef>(CFDataCreateWithBytesNoCopy(nullptr, block, 5, allocator));
+  }
+  EXPECT_EQ(nullptr, CFAllocatorAllocate(kCFAllocatorNull, 5, 0));
+}
+
+TEST(Data, EdgesAndRefusals) {
+  UInt8 bytes[] = {1, 2, 3};
+  const OwnedRef<CFDataRef> data(CFDataCreate(nullptr, bytes, 3));
+  const OwnedRef<CFDataRef> empty(CFDataCreate(nullptr, nullptr, 0));
+  const OwnedRef<CFDataRef> bare(CFDataCreateWithBytesNoCopy(nullptr, nullptr, 0, nullptr));
+  EXPECT_EQ(0, CFDataGetLength(empty));
+  EXPECT_NE(nullptr, CFDataGetBytePtr(bare));
+  EXPECT_TRUE(CFEqual(empty, bare));
+  EXPECT_EQ(CFHash(empty), CFHash(bare));
+  EXPECT_EQ(nullptr, CFDataCreate(nullptr, bytes, -1));
+  EXPECT_EQ(nullptr, CFDataCreate(nullptr, nullptr, 1));
+
+  const struct {
+    CFRange range;
+    bool isInside;
+  } rows[] = {
+      {{0, 3}, true},   {{2, 1}, true},          {{3, 1}, false},         {{0, 4}, false},
+      {{-1, 1}, false}, {{1, INT32_MAX}, false}, {{INT32_MAX, 1}, false}, {{1, -1}, false},
+  };
+  for (const auto& row : rows) {
+    UInt8 out[4] = {9, 9, 9, 9};
+    CFDataGetBytes(data, row.range, out);
+    EXPECT_EQ(row.isInside, out[0] != 9) << row.range.location << "+" << row.range.length;
+  }
+  const auto* wrong = reinterpret_cast<CFDataRef>(CFSTR("no data"));
+  EXPECT_EQ(0, CFDataGetLength(wrong));
+  EXPECT_EQ(nullptr, CFDataGetBytePtr(wrong));
+}
+
+TEST(Data, IsFilledInPlaceByReaders) {
+  UInt8* bytes = nullptr;
+  OwnedRef<CFDataRef> data;
+  HostCFData* made = HostCFData::CreateToFill(100, &bytes);
+  std::memcpy(bytes, "abc", 3);
+  made->Finish(3);
+  data = made;
+  EXPECT_TRUE(CFEqual(
+      data, OwnedRef<CFDataRef>(CFDataCreate(nullptr, reinterpret_cast<const UInt8*>("abc"), 3))));
+}
+
+TEST(Date, ComparesByTime) {
+  auto date = [](CFAbsoluteTime time) { return OwnedRef<CFDateRef>(CFDateCreate(nullptr, time)); };
+  EXPECT_TRUE(CFEqual(date(0.0), date(-0.0)));
+  EXPECT_EQ(CFHash(date(0.0)), CFHash(date(-0.0)));
+  EXPECT_TRUE(CFEqual(date(NAN), date(NAN)));
+  EXPECT_FALSE(CFEqual(date(1), date(2)));
+  EXPECT_EQ(kCFCompareLessThan, CFDateCompare(date(1), date(2), nullptr));
+  EXPECT_EQ(kCFCompareGreaterThan, CFDateCompare(date(1), nullptr, nullptr));
+  EXPECT_EQ("2001-01-01T00:00:00Z", DescriptionOf(date(0)));
+  EXPECT_EQ("<CFDate nan>", DescriptionOf(date(NAN)));
+  EXPECT_EQ(-3.5, CFDateGetAbsoluteTime(date(-3.5)));
+  EXPECT_EQ(0, CFDateGetAbsoluteTime(reinterpret_cast<CFDateRef>(CFSTR("no date"))));
+}

@@ -1,0 +1,276 @@
+#include <CoreFoundation/CoreFoundation.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "platform/host/cf_stream.h"
+#include "tests/platform/cf_support.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/scratch_folder.h"
+
+namespace {
+
+using URL = OwnedRef<CFURLRef>;
+using Reader = OwnedRef<CFReadStreamRef>;
+using Writer = OwnedRef<CFWriteStreamRef>;
+
+URL URLOfBytes(const std::string& path, bool isDirectory = false) {
+  return CFURLCreateFromFileSystemRepresentation(nullptr,
+                                                 reinterpret_cast<const UInt8*>(path.data()),
+                                                 static_cast<CFIndex>(path.size()), isDirectory);
+}
+
+URL URLOfString(CFStringRef path) {
+  return CFURLCreateWithFileSystemPath(nullptr, path, kCFURLPOSIXPathStyle, false);
+}
+
+std::string PathOf(CFURLRef url) {
+  UInt8 buffer[4096];
+  if (!CFURLGetFileSystemRepresentation(url, true, buffer, sizeof buffer)) return "(none)";
+  return reinterpret_cast<const char*>(buffer);
+}
+
+std::string Contents(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+const UInt8* Bytes(const char* text) { return reinterpret_cast<const UInt8*>(text); }
+
+}  // namespace
+
+TEST(URL, HoldsThePathsBytes) {
+  const std::string cwd = std::filesystem::current_path();
+  const struct {
+    const char* given;
+    std::string path;
+    bool isDirectory;
+  } rows[] = {
+      {"/a/b", "/a/b", false},
+      {"/a/b///", "/a/b", true},
+      {"/", "/", true},
+      {"///", "/", true},
+      {"a/./b", cwd + "/a/./b", false},
+      {"/caf\xC3\xA9", "/caf\xC3\xA9", false},
+      {"/\x8E\xFF\x01", "/\x8E\xFF\x01", false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.given);
+    const URL url = URLOfBytes(row.given);
+    EXPECT_EQ(row.path, PathOf(url));
+    EXPECT_EQ(row.isDirectory, CFURLHasDirectoryPath(url));
+    // The path as a string makes the same address again, whatever the bytes.
+    const OwnedRef<CFStringRef> text(CFURLCopyFileSystemPath(url, kCFURLPOSIXPathStyle));
+    EXPECT_EQ(row.path, PathOf(URLOfString(text)));
+  }
+}
+
+TEST(URL, AStringIsMacRomanBytesIfItCanBe) {
+  const struct {
+    const char* utf8;
+    const char* path;
+  } rows[] = {
+      {"/caf\xC3\xA9", "/caf\x8E"},                              // every character has a byte
+      {"/\xE6\x97\xA5", "/\xE6\x97\xA5"},                        // this one has none
+      {"/caf\xC3\xA9\xE6\x97\xA5", "/caf\xC3\xA9\xE6\x97\xA5"},  // one without: all of it is UTF-8
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(row.path, PathOf(URLOfString(String(row.utf8)))) << row.utf8;
+  }
+  // Bytes that were read as Mac Roman come out as they came in.
+  const OwnedRef<CFStringRef> bytes(
+      CFStringCreateWithCString(nullptr, "/caf\xC3\xA9", kCFStringEncodingMacRoman));
+  EXPECT_EQ("/caf\xC3\xA9", PathOf(URLOfString(bytes)));
+}
+
+TEST(URL, RefusalsAndEquality) {
+  const UniChar half[] = {'/', 0xD800};
+  EXPECT_EQ(nullptr,
+            URLOfString(OwnedRef<CFStringRef>(CFStringCreateWithCharacters(nullptr, half, 2))));
+  EXPECT_EQ(nullptr, URLOfBytes(""));
+  EXPECT_EQ(nullptr, URLOfBytes(std::string("/a\0b", 4)));
+  EXPECT_EQ(nullptr, URLOfString(nullptr));
+  for (const CFURLPathStyle style : {1, 2, 3}) {
+    EXPECT_EQ(nullptr, CFURLCreateWithFileSystemPath(nullptr, CFSTR("/a"), style, false));
+  }
+  UInt8 buffer[4] = {9, 9, 9, 9};
+  EXPECT_FALSE(CFURLGetFileSystemRepresentation(URLOfBytes("/abc"), true, buffer, 4));
+  EXPECT_EQ(0, buffer[0]);
+  EXPECT_TRUE(CFURLGetFileSystemRepresentation(URLOfBytes("/ab"), true, buffer, 4));
+  EXPECT_FALSE(CFURLGetFileSystemRepresentation(nullptr, true, buffer, 4));
+
+  EXPECT_TRUE(CFEqual(URLOfBytes("/a"), URLOfString(CFSTR("/a"))));
+  EXPECT_EQ(CFHash(URLOfBytes("/a")), CFHash(URLOfString(CFSTR("/a"))));
+  EXPECT_FALSE(CFEqual(URLOfBytes("/a", true), URLOfBytes("/a")));
+}
+
+TEST(Streams, AFileIsWrittenReadAndAppendedTo) {
+  const ScratchFolder folder;
+  const OpenDescriptorCheck noLeaks;
+  const std::string path = folder.Path("file");
+  const URL url = URLOfBytes(path);
+  const mode_t mask = umask(022);
+  {
+    const Writer writer(CFWriteStreamCreateWithFile(nullptr, url));
+    EXPECT_EQ(kCFStreamStatusNotOpen, CFWriteStreamGetStatus(writer));
+    EXPECT_EQ(-1, CFWriteStreamWrite(writer, Bytes("x"), 1));
+    CFWriteStreamClose(writer);  // harmless
+    EXPECT_TRUE(CFWriteStreamOpen(writer));
+    EXPECT_FALSE(CFWriteStreamOpen(writer));
+    EXPECT_EQ(3, CFWriteStreamWrite(writer, Bytes("abc"), 3));
+    EXPECT_EQ(kCFStreamStatusOpen, CFWriteStreamGetStatus(writer));
+    CFWriteStreamClose(writer);
+    EXPECT_EQ(kCFStreamStatusClosed, CFWriteStreamGetStatus(writer));
+    EXPECT_FALSE(CFWriteStreamOpen(writer));
+    EXPECT_EQ(-1, CFWriteStreamWrite(writer, Bytes("x"), 1));
+  }
+  umask(mask);
+  struct stat info = {};
+  ASSERT_EQ(0, stat(path.c_str(), &info));
+  EXPECT_EQ(0644u, info.st_mode & 07777);
+  {
+    const Writer writer(CFWriteStreamCreateWithFile(nullptr, url));
+    EXPECT_TRUE(CFWriteStreamSetProperty(writer, kCFStreamPropertyAppendToFile, kCFBooleanTrue));
+    EXPECT_FALSE(CFWriteStreamSetProperty(writer, kCFStreamPropertyDataWritten, kCFBooleanTrue));
+    EXPECT_TRUE(CFWriteStreamOpen(writer));
+    EXPECT_EQ(3, CFWriteStreamWrite(writer, Bytes("def"), 3));
+  }  // closed by the last release
+  EXPECT_EQ("abcdef", Contents(path));
+
+  const Reader reader(CFReadStreamCreateWithFile(nullptr, url));
+  UInt8 buffer[8] = {};
+  EXPECT_EQ(-1, CFReadStreamRead(reader, buffer, 4));
+  EXPECT_TRUE(CFReadStreamOpen(reader));
+  EXPECT_FALSE(CFReadStreamOpen(reader));
+  EXPECT_EQ(4, CFReadStreamRead(reader, buffer, 4));
+  EXPECT_EQ(2, CFReadStreamRead(reader, buffer + 4, 4));
+  EXPECT_EQ(kCFStreamStatusOpen, CFReadStreamGetStatus(reader));
+  EXPECT_EQ(0, CFReadStreamRead(reader, buffer, 4));
+  EXPECT_EQ(kCFStreamStatusAtEnd, CFReadStreamGetStatus(reader));
+  EXPECT_STREQ("abcdef", reinterpret_cast<const char*>(buffer));
+  CFReadStreamClose(reader);
+  EXPECT_EQ(kCFStreamStatusClosed, CFReadStreamGetStatus(reader));
+  EXPECT_EQ(-1, CFReadStreamRead(reader, buffer, 4));
+
+  const Writer again(CFWriteStreamCreateWithFile(nullptr, url));
+  EXPECT_TRUE(CFWriteStreamOpen(again));
+  EXPECT_EQ("", Contents(path));  // cut to nothing
+}
+
+TEST(Streams, WhatTheSystemRefusesIsAnError) {
+  const ScratchFolder folder;
+  const OpenDescriptorCheck noLeaks;
+  const struct {
+    std::string path;
+    SInt32 readError;
+    SInt32 writeError;
+  } rows[] = {
+      {folder.Path("missing/file"), ENOENT, ENOENT},
+      {folder.Path("."), EISDIR, EISDIR},
+      {folder.Path(std::string(300, 'x')), ENAMETOOLONG, ENAMETOOLONG},
+  };
+  for (const auto& row : rows) {
+    const Reader reader(CFReadStreamCreateWithFile(nullptr, URLOfBytes(row.path)));
+    EXPECT_FALSE(CFReadStreamOpen(reader));
+    EXPECT_EQ(kCFStreamStatusError, CFReadStreamGetStatus(reader));
+    EXPECT_EQ(kCFStreamErrorDomainPOSIX, CFReadStreamGetError(reader).domain);
+    EXPECT_EQ(row.readError, CFReadStreamGetError(reader).error);
+    const Writer writer(CFWriteStreamCreateWithFile(nullptr, URLOfBytes(row.path)));
+    EXPECT_FALSE(CFWriteStreamOpen(writer));
+    EXPECT_EQ(row.writeError, CFWriteStreamGetError(writer).error);
+    EXPECT_EQ(-1, CFWriteStreamWrite(writer, Bytes("x"), 1));
+  }
+  const Writer full(CFWriteStreamCreateWithFile(nullptr, URLOfBytes("/dev/full")));
+  EXPECT_TRUE(CFWriteStreamOpen(full));
+  EXPECT_EQ(-1, CFWriteStreamWrite(full, Bytes("x"), 1));
+  EXPECT_EQ(ENOSPC, CFWriteStreamGetError(full).error);
+  CFWriteStreamClose(full);
+  EXPECT_EQ(kCFStreamStatusError, CFWriteStreamGetStatus(full));
+
+  EXPECT_EQ(nullptr, CFReadStreamCreateWithFile(nullptr, nullptr));
+  EXPECT_EQ(nullptr, CFWriteStreamCreateWithFile(nullptr, nullptr));
+  EXPECT_FALSE(CFReadStreamOpen(nullptr));
+  EXPECT_EQ(-1, CFReadStreamRead(nullptr, nullptr, 1));
+}
+
+TEST(Streams, MemoryIsReadAndWritten) {
+  const Reader reader(
+      CFReadStreamCreateWithBytesNoCopy(nullptr, Bytes("abcde"), 5, kCFAllocatorNull));
+  UInt8 buffer[8] = {};
+  EXPECT_TRUE(CFReadStreamOpen(reader));
+  EXPECT_EQ(3, CFReadStreamRead(reader, buffer, 3));
+  EXPECT_EQ(kCFStreamStatusOpen, CFReadStreamGetStatus(reader));
+  EXPECT_EQ(2, CFReadStreamRead(reader, buffer + 3, 5));
+  EXPECT_EQ(kCFStreamStatusAtEnd, CFReadStreamGetStatus(reader));
+  EXPECT_EQ(0, CFReadStreamRead(reader, buffer, 8));
+  EXPECT_STREQ("abcde", reinterpret_cast<const char*>(buffer));
+  // Bytes that were handed over go with the stream, as the leak checker sees.
+  Reader(CFReadStreamCreateWithBytesNoCopy(
+      nullptr, static_cast<const UInt8*>(CFAllocatorAllocate(nullptr, 9, 0)), 9, nullptr));
+
+  const Writer writer(CFWriteStreamCreateWithAllocatedBuffers(nullptr, nullptr));
+  EXPECT_TRUE(CFWriteStreamOpen(writer));
+  const std::string part(10000, 'y');
+  for (int i = 0; i < 10; ++i)
+    EXPECT_EQ(10000, CFWriteStreamWrite(writer, Bytes(part.c_str()), 10000));
+  CFWriteStreamClose(writer);
+  const OwnedRef<CFTypeRef> written(
+      CFWriteStreamCopyProperty(writer, kCFStreamPropertyDataWritten));
+  EXPECT_EQ(CFDataGetTypeID(), CFGetTypeID(written));
+  EXPECT_EQ(100000, CFDataGetLength(static_cast<CFDataRef>(static_cast<CFTypeRef>(written))));
+
+  UInt8 fixed[4];
+  const Writer bounded(CFWriteStreamCreateWithBuffer(nullptr, fixed, 4));
+  EXPECT_TRUE(CFWriteStreamOpen(bounded));
+  EXPECT_EQ(3, CFWriteStreamWrite(bounded, Bytes("abc"), 3));
+  EXPECT_EQ(1, CFWriteStreamWrite(bounded, Bytes("def"), 3));
+  EXPECT_EQ(0, CFWriteStreamWrite(bounded, Bytes("f"), 1));
+  EXPECT_EQ(0, std::memcmp("abcd", fixed, 4));
+}
+
+TEST(Streams, TheRestIsReadAtOnceWithinALimit) {
+  const ScratchFolder folder;
+  const std::string text(100000, 'z');
+  const std::string path = folder.File("file", text);
+  const struct {
+    size_t skipped, length, limit;
+    HostStreamRead result;
+    size_t count;
+  } rows[] = {
+      {0, 0, 1 << 20, HostStreamRead::kOk, 100000},
+      {1, 0, 99999, HostStreamRead::kOk, 99999},
+      {0, 0, 99999, HostStreamRead::kTooLong, 0},
+      {10, 50, 1000, HostStreamRead::kOk, 50},
+      {0, 200000, 1 << 20, HostStreamRead::kOk, 100000},
+      {0, 2000, 1000, HostStreamRead::kTooLong, 0},
+      {100000, 0, 10, HostStreamRead::kOk, 0},
+  };
+  for (const auto& row : rows) {
+    for (bool isFile : {true, false}) {
+      SCOPED_TRACE(testing::Message() << row.skipped << " " << row.length << " " << row.limit);
+      const Reader reader(isFile ? CFReadStreamCreateWithFile(nullptr, URLOfBytes(path))
+                                 : CFReadStreamCreateWithBytesNoCopy(nullptr, Bytes(text.c_str()),
+                                                                     100000, kCFAllocatorNull));
+      ASSERT_TRUE(CFReadStreamOpen(reader));
+      std::string skipped(row.skipped + 1, 0);
+      CFReadStreamRead(reader, reinterpret_cast<UInt8*>(skipped.data()),
+                       static_cast<CFIndex>(row.skipped));
+      HostStreamRest rest;
+      ASSERT_EQ(row.result, HostReadStreamToEnd(reader, row.length, row.limit, rest));
+      if (row.result != HostStreamRead::kOk) continue;
+      EXPECT_EQ(row.count, rest.count);
+      EXPECT_TRUE(rest.count == 0 || std::memcmp(text.data(), rest.bytes, rest.count) == 0);
+    }
+  }
+  // A file that says it is empty and is not.
+  const Reader status(CFReadStreamCreateWithFile(nullptr, URLOfBytes("/proc/self/status")));
+  ASSERT_TRUE(CFReadStreamOpen(status));
+  HostStreamRest rest;
+  ASSERT_EQ(HostStreamRead::kOk, HostReadStreamToEnd(status, 0, 1 << 20, rest));
+  EXPECT_GT(rest.count, 100u);
+}
