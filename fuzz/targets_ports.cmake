@@ -1,1 +1,2 @@
 vlt_add_fuzz_target(frame_stream frame_stream_fuzz.cpp)
+vlt_add_fuzz_target(notice_message notice_message_fuzz.cpp)

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "platform/host/plist_codec.h"
+
+// What the fuzz targets of the property-list readers have in common: what was accepted once must
+// survive both written forms, and be the same list from then on.
+
+inline void RequireThat(bool condition) {
+  if (!condition) abort();
+}
+
+class FuzzSink final : public HostPlistSink {
+ public:
+  bool Take(const UInt8* bytes, size_t count) override {
+    text.append(reinterpret_cast<const char*>(bytes), count);
+    return true;
+  }
+  const UInt8* Bytes() const { return reinterpret_cast<const UInt8*>(text.data()); }
+
+  std::string text;
+};
+
+using FuzzReader = CFPropertyListRef (*)(const UInt8*, size_t, CFOptionFlags,
+                                         HostPropertyListError*);
+
+// The list is compared as it is written in the same form: XML has no parts of seconds.
+inline void CheckAgain(const FuzzSink& written, FuzzReader read,
+                       bool (*write)(CFPropertyListRef, HostPlistSink&, HostPropertyListError*)) {
+  HostPropertyListError error;
+  CFPropertyListRef again = read(written.Bytes(), written.text.size(), 0, &error);
+  FuzzSink sink;
+  RequireThat(again != nullptr && write(again, sink, &error) && sink.text == written.text);
+  CFRelease(again);
+}
+
+// Reads with `read`, writes, reads again. True when the bytes were accepted; a refusal has a reason
+// and a place inside of them.
+inline bool CheckList(const uint8_t* data, size_t size, FuzzReader read) {
+  HostPropertyListError error;
+  CFPropertyListRef list = read(data, size, kCFPropertyListMutableContainers, &error);
+  if (list == nullptr) {
+    RequireThat(!error.text.empty() && error.offset <= size + size / 2);
+    return false;
+  }
+  // The other forms may have text that XML cannot carry.
+  FuzzSink xml;
+  const bool asXML = HostWritePlistXML(list, xml, &error);
+  RequireThat(asXML || read != HostReadPlistXML);
+  if (asXML) {
+    CheckAgain(xml, HostReadPlistXML, HostWritePlistXML);
+    RequireThat(HostRecognisePlist(xml.Bytes(), xml.text.size()) == kCFPropertyListXMLFormat_v1_0);
+  }
+  FuzzSink binary;
+  RequireThat(HostWritePlistBinary(list, binary, &error));
+  CheckAgain(binary, HostReadPlistBinary, HostWritePlistBinary);
+  CFPropertyListRef copy = CFPropertyListCreateDeepCopy(nullptr, list, kCFPropertyListImmutable);
+  RequireThat(copy != nullptr && CFEqual(list, copy) && CFHash(list) == CFHash(copy));
+  CFRelease(copy);
+  CFRelease(list);
+  return true;
+}

@@ -1,0 +1,184 @@
+#include "platform/host/plist_builder.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/host/cf_array.h"
+#include "platform/host/cf_data.h"
+#include "platform/host/cf_date.h"
+#include "platform/host/cf_number.h"
+#include "platform/host/plist_codec.h"
+
+namespace {
+
+// What a block of the heap takes, its administration included.
+constexpr size_t BlockSize(size_t bytes) { return (bytes + 8 + 15) & ~size_t{15}; }
+
+size_t StringSize(size_t count) { return sizeof(HostCFString) + count + 1; }
+
+// Any hash will do here: a collision costs a shared key, nothing else.
+UInt32 KeyHash(const UInt8* text, size_t count) {
+  constexpr uint64_t kFactor = 0x9E3779B97F4A7C15;
+  uint64_t hash = count;
+  uint64_t word = 0;
+  for (; count >= sizeof word; text += sizeof word, count -= sizeof word) {
+    std::memcpy(&word, text, sizeof word);
+    hash = std::rotl((hash ^ word) * kFactor, 29);
+  }
+  word = 0;
+  for (size_t i = 0; i < count; ++i) word = word << 8 | text[i];
+  return static_cast<UInt32>(((hash ^ word) * kFactor) >> 32);
+}
+
+// For what is made beside the file. A part of the 4 MiB is left for what is not counted.
+size_t MemoryLimit(size_t inputSize, size_t factor) {
+  const uint64_t limit = uint64_t{inputSize} * (factor - 1) + (uint64_t{3} << 20);
+  return static_cast<size_t>(std::min<uint64_t>(limit, PTRDIFF_MAX));
+}
+
+size_t KeysWorthRemembering(size_t inputSize) {
+  return std::bit_ceil(std::clamp<size_t>(inputSize / 64, 32, 2048));
+}
+
+}  // namespace
+
+HostPlistBuilder::HostPlistBuilder(size_t inputSize, size_t factor, CFOptionFlags mutability)
+    : isMutable(mutability != kCFPropertyListImmutable),
+      keysWorthRemembering(KeysWorthRemembering(inputSize)),
+      firstCapacity(64 + inputSize / 64),
+      memoryLeft(MemoryLimit(inputSize, factor)) {}
+
+HostPlistBuilder::HostPlistBuilder(CFOptionFlags mutability)
+    : isMutable(mutability != kCFPropertyListImmutable),
+      keysWorthRemembering(KeysWorthRemembering(0)),
+      firstCapacity(64),
+      memoryLeft(SIZE_MAX) {}
+
+HostPlistBuilder::~HostPlistBuilder() {
+  for (size_t i = 0; i < valueCount; ++i) CFRelease(values[i]);
+  std::free(values);
+}
+
+bool HostPlistBuilder::Fail(const char* why) {
+  problem = why;
+  return false;
+}
+
+bool HostPlistBuilder::Charge(size_t bytes) {
+  if (bytes > memoryLeft) return Fail("the list takes too much memory for a file of this size");
+  memoryLeft -= bytes;
+  return true;
+}
+
+// The new list may exist beside the old one for a moment. The first one is enough for most files;
+// what is not used of it is never touched.
+bool HostPlistBuilder::GrowValues() {
+  const size_t larger = valueCapacity == 0 ? firstCapacity : valueCapacity * 2;
+  if (!Charge(larger * sizeof(CFTypeRef))) return false;
+  void* moved = std::realloc(values, larger * sizeof(CFTypeRef));
+  if (moved == nullptr) return Fail("there is no memory left");
+  values = static_cast<CFTypeRef*>(moved);
+  Refund(valueCapacity * sizeof(CFTypeRef));
+  valueCapacity = larger;
+  return true;
+}
+
+bool HostPlistBuilder::Drop(const HostCFObject* taken) {
+  taken->Release();
+  return false;
+}
+
+bool HostPlistBuilder::Add(const HostCFObject* taken, size_t size) {
+  if (taken == nullptr) return Fail("there is no memory left");
+  if (size != 0 && !Charge(BlockSize(size))) return Drop(taken);
+  return Push(taken);
+}
+
+bool HostPlistBuilder::Open(Kind kind) {
+  if (frames.size() == kHostPlistDepth) return Fail("containers nest more than 512 levels deep");
+  frames.push_back({valueCount, kind});
+  return true;
+}
+
+bool HostPlistBuilder::Close() {
+  const Frame frame = frames.back();
+  const size_t count = valueCount - frame.firstValue;
+  const CFTypeRef* first = values + frame.firstValue;
+  size_t size = count * sizeof(CFTypeRef);
+  const HostCFObject* container = nullptr;
+  if (frame.kind == Kind::kArray) {
+    size += sizeof(HostCFArray);
+    if (!Charge(BlockSize(size))) return false;
+    container = HostCFArray::CreateTaking(first, count, isMutable);
+  } else {
+    // A large one has an index beside its pairs.
+    size += sizeof(HostCFDictionary) + (count > 16 ? count * sizeof(CFTypeRef) * 2 : 0);
+    if (!Charge(BlockSize(size))) return false;
+    static_assert(sizeof(HostPair) == 2 * sizeof(CFTypeRef));
+    const auto* dictionary = HostCFDictionary::CreateTaking(
+        reinterpret_cast<const HostPair*>(first), count / 2, isMutable);
+    // What it dropped for a repeated key may have held the last reference to keys that are known.
+    if (dictionary != nullptr && dictionary->Count() != count / 2) ++era;
+    container = dictionary;
+  }
+  if (container == nullptr) return Fail("there is no memory left");
+  frames.pop_back();
+  valueCount = frame.firstValue;  // the container has the references now
+  return Push(container);
+}
+
+bool HostPlistBuilder::AddKey(const UInt8* text, size_t count) {
+  if (keys.empty()) keys.resize(keysWorthRemembering);
+  const UInt32 hash = KeyHash(text, count);
+  KnownKey& known = keys[hash & (keys.size() - 1)];
+  if (known.hash == hash && known.era == era && known.key->Length() == count &&
+      std::memcmp(known.key->Latin1(), text, count) == 0) {
+    known.key->Retain();
+    return Push(known.key);
+  }
+  const auto* key = HostCFString::CreateASCII(text, count);
+  if (!Add(key, StringSize(count))) return false;
+  known = {hash, era, key};
+  return true;
+}
+
+bool HostPlistBuilder::AddKeyAsValue() {
+  const auto* key = static_cast<const HostCFObject*>(values[valueCount - 1]);
+  key->Retain();
+  return Push(key);
+}
+
+bool HostPlistBuilder::AddString(const UInt8* text, size_t count) {
+  return Add(HostCFString::CreateASCII(text, count), StringSize(count));
+}
+
+bool HostPlistBuilder::AddInteger(bool isNegative, UInt64 magnitude) {
+  auto* number = isNegative ? HostCFNumber::CreateSInt64(static_cast<SInt64>(0 - magnitude))
+                            : HostCFNumber::CreateUInt64(magnitude);
+  return Add(number, sizeof(HostCFNumber));
+}
+
+bool HostPlistBuilder::AddReal(double value) {
+  return Add(HostCFNumber::CreateFloat64(value), sizeof(HostCFNumber));
+}
+
+bool HostPlistBuilder::AddDate(CFAbsoluteTime time) {
+  return Add(HostCFDate::Create(time), sizeof(HostCFDate));
+}
+
+bool HostPlistBuilder::AddBoolean(bool value) {
+  return Add(value ? kCFBooleanTrue : kCFBooleanFalse, 0);
+}
+
+bool HostPlistBuilder::AddData(const UInt8* bytes, size_t count) {
+  return Add(HostCFData::Create(bytes, count), sizeof(HostCFData) + count);
+}
+
+CFPropertyListRef HostPlistBuilder::TakeRoot() {
+  const CFTypeRef root = values[--valueCount];
+  ++era;  // nobody knows how long the keys will live
+  return root;
+}

@@ -1,0 +1,100 @@
+#pragma once
+
+#include <CoreFoundation/CFPropertyList.h>
+
+#include <cstddef>
+#include <vector>
+
+#include "platform/host/cf_dictionary.h"
+#include "platform/host/cf_object.h"
+#include "platform/host/cf_string.h"
+
+// HostPlistBuilder makes the objects of a property list in the order in which a reader meets them:
+// leaves and whole containers go into the innermost container that is open. It keeps the open
+// containers in lists of its own, so nothing recurses, and every container is made at once, in its
+// final size, when it is closed. It counts the memory that all this takes against a limit.
+//
+// Equal keys share one string as a rule: the last one with each hash is remembered. One reader, one
+// thread; what is unfinished is released with the builder.
+class HostPlistBuilder {
+ public:
+  enum class Kind : UInt8 { kArray, kDictionary };
+
+  // The limit is `factor` times `inputSize`, the size of the file, and 4 MiB; the file itself counts.
+  HostPlistBuilder(size_t inputSize, size_t factor, CFOptionFlags mutability);
+  explicit HostPlistBuilder(CFOptionFlags mutability);  // without a limit
+  ~HostPlistBuilder();
+  HostPlistBuilder(const HostPlistBuilder&) = delete;
+  HostPlistBuilder& operator=(const HostPlistBuilder&) = delete;
+
+  // Why the last call returned false: a limit or no memory. Never null.
+  const char* Problem() const { return problem; }
+
+  bool IsInside() const { return !frames.empty(); }  // a container is open
+  bool HasRoot() const { return frames.empty() && valueCount > 0; }
+  size_t Depth() const { return frames.size(); }
+  Kind Innermost() const { return frames.back().kind; }  // of the open ones
+  bool NeedsKey() const {  // a dictionary is open and a key is its next item
+    return !frames.empty() && frames.back().kind == Kind::kDictionary &&
+           ((valueCount - frames.back().firstValue) & 1) == 0;
+  }
+
+  // All below: false when it cannot be done (see Problem); the reader gives up then.
+
+  bool Open(Kind kind);
+  bool Close();  // the innermost one, which has a value for each key
+
+  bool AddKey(const UInt8* text, size_t count);  // ASCII; for values too that come again
+  bool AddKeyAsValue();  // the last key once more, as its own value
+  bool AddString(const UInt8* text, size_t count);  // ASCII
+  bool AddInteger(bool isNegative, UInt64 magnitude);  // within -2^63 to 2^64 - 1
+  bool AddReal(double value);
+  bool AddDate(CFAbsoluteTime time);
+  bool AddBoolean(bool value);
+  bool AddData(const UInt8* bytes, size_t count);
+  // Takes the reference over; null means that there was no memory for it. `size` is what the object
+  // takes in bytes, 0 for one that is counted already.
+  bool Add(const HostCFObject* taken, size_t size);
+
+  // Bytes that the reader takes for itself. False when that is too much.
+  bool Charge(size_t bytes);
+  void Refund(size_t bytes) { memoryLeft += bytes; }
+
+  // The list, once HasRoot; the caller releases it.
+  CFPropertyListRef TakeRoot();
+
+ private:
+  struct Frame {
+    size_t firstValue;
+    Kind kind;
+  };
+
+  struct KnownKey {
+    UInt32 hash = 0;
+    UInt32 era = 0;  // of another era than the builder's: forgotten
+    const HostCFString* key = nullptr;
+  };
+
+  bool Push(const HostCFObject* taken) {
+    if (valueCount == valueCapacity && !GrowValues()) return Drop(taken);
+    values[valueCount++] = taken;
+    return true;
+  }
+  bool Drop(const HostCFObject* taken);
+  bool GrowValues();
+  bool Fail(const char* why);
+
+  const bool isMutable;
+  const size_t keysWorthRemembering;
+  const size_t firstCapacity;  // of `values`
+  size_t memoryLeft;
+  const char* problem = "there is no memory left";
+  std::vector<Frame> frames;
+  // Of all open containers: keys and values in turn, or values. A block of malloc, because that
+  // grows in place as a rule.
+  CFTypeRef* values = nullptr;
+  size_t valueCount = 0;
+  size_t valueCapacity = 0;
+  std::vector<KnownKey> keys;  // of ASCII, borrowed from the list
+  UInt32 era = 1;
+};

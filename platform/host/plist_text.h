@@ -1,0 +1,61 @@
+#pragma once
+
+#include <CoreFoundation/CFBase.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+// The characters of property lists in XML and in the old text form, and looking through them a word
+// at a time. Pure functions, the same results on every host.
+
+// A file's text as UTF-8 without byte-order mark: in place, or in a buffer of the caller.
+struct HostPlistText {
+  const UInt8* bytes;
+  size_t count;
+  bool wasUTF16;
+  bool isGood;  // false: UTF-16 that is not well-formed from where this text ends
+};
+
+// Obeys a byte-order mark, else takes the bytes for UTF-8, which it does not examine. `*converted`
+// holds what was UTF-16: up to one and a half times the file.
+HostPlistText HostTakePlistText(const UInt8* bytes, size_t count, std::vector<UInt8>* converted);
+
+inline constexpr uint64_t kHostOnes = 0x0101010101010101;
+inline constexpr uint64_t kHostHighs = 0x8080808080808080;
+
+// The high bit of each byte that is 0 in `word`, and perhaps of bytes above such a one in value.
+// Nonzero exactly when there is one.
+inline uint64_t HostZeroBytes(uint64_t word) { return (word - kHostOnes) & ~word & kHostHighs; }
+
+// The first of `at` to `end` that is `a`, `b` or NUL; `end` when there is none. `*high` gets its
+// top bit set when a byte before it is no ASCII, else it stays as it is.
+inline const UInt8* HostFindEither(const UInt8* at, const UInt8* end, UInt8 a, UInt8 b,
+                                   uint64_t* high) {
+  for (uint64_t word; end - at >= static_cast<ptrdiff_t>(sizeof word); at += sizeof word) {
+    std::memcpy(&word, at, sizeof word);
+    const uint64_t found = HostZeroBytes(word ^ kHostOnes * a) | HostZeroBytes(word ^ kHostOnes * b) |
+                           HostZeroBytes(word);
+    if (found != 0) break;
+    *high |= word & kHostHighs;
+  }
+  for (; at < end && *at != a && *at != b && *at != 0; ++at) {
+    *high |= uint64_t{*at} << 56 & kHostHighs;
+  }
+  return at;
+}
+
+// The first byte that does not belong to well-formed UTF-8; `end` when all does.
+const UInt8* HostFindBadUTF8(const UInt8* at, const UInt8* end);
+
+// Puts a character as UTF-8 to `out`, which has room for 4 bytes; returns how many it took.
+size_t HostPutUTF8(UInt32 scalar, UInt8* out);
+
+// The lines before `at` in UTF-8 text that begins at `begin`, and the characters before it in its
+// own line.
+struct HostTextPlace {
+  size_t line = 0;
+  size_t column = 0;
+};
+HostTextPlace HostFindPlace(const UInt8* begin, const UInt8* at);

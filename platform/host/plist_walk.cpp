@@ -1,0 +1,164 @@
+#include "platform/host/plist_walk.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "platform/host/byte_order.h"
+#include "platform/host/cf_array.h"
+#include "platform/host/plist_codec.h"
+
+namespace {
+
+const HostCFString* KeyOf(const HostPair& pair) {
+  return static_cast<const HostCFString*>(static_cast<const HostCFObject*>(pair.key));
+}
+
+int Compare(HostTextView a, HostTextView b) {
+  const size_t common = std::min(a.length, b.length);
+  if (a.narrow != nullptr && b.narrow != nullptr) {
+    const int order = std::memcmp(a.narrow, b.narrow, common);
+    if (order != 0) return order;
+  } else {
+    for (size_t i = 0; i < common; ++i) {
+      if (a.At(i) != b.At(i)) return a.At(i) < b.At(i) ? -1 : 1;
+    }
+  }
+  return (a.length > b.length) - (a.length < b.length);
+}
+
+// How many units at the beginning two texts have in common, at most `limit`.
+size_t CommonUnits(HostTextView a, HostTextView b, size_t limit) {
+  limit = std::min({limit, a.length, b.length});
+  size_t count = 0;
+  while (count < limit && a.At(count) == b.At(count)) ++count;
+  return count;
+}
+
+// The units from `from` on as one number, as many as it holds.
+UInt64 PrefixOf(HostTextView text, size_t from, bool anyWide) {
+  const size_t left = text.length - std::min(from, text.length);
+  if (!anyWide && left >= sizeof(UInt64)) return HostLoadBig64(text.narrow + from);
+  const size_t unitBits = anyWide ? 16 : 8;
+  const size_t room = 64 / unitBits;
+  UInt64 prefix = 0;
+  for (size_t i = 0; i < room; ++i) {
+    prefix = prefix << unitBits | (i < left ? text.At(from + i) : 0u);
+  }
+  return prefix;
+}
+
+}  // namespace
+
+HostPlistWalk::HostPlistWalk(CFPropertyListRef root, Order order)
+    : order(order), object(static_cast<const HostCFObject*>(root)) {}
+
+bool HostPlistWalk::Fail(const char* why) {
+  fault = why;
+  return false;
+}
+
+// Into `sorted`, after those that are there. Most keys of a dictionary tend to begin alike, so the
+// numbers that stand for them begin where they differ.
+bool HostPlistWalk::Sort(const HostCFDictionary& dictionary) {
+  const size_t first = sorted.size();
+  size_t common = SIZE_MAX;
+  bool anyWide = false;
+  HostTextView model;
+  for (const HostPair& pair : dictionary.Pairs()) {
+    if (pair.key == nullptr) continue;
+    const auto* text = HostCast<HostCFString>(pair.key);
+    if (text == nullptr) return Fail("a key of a dictionary is no string");
+    if (sorted.size() == first) model = text->Text();
+    common = CommonUnits(model, text->Text(), common);
+    anyWide |= text->Latin1() == nullptr;
+    sorted.push_back({0, pair});
+  }
+  const auto begin = sorted.begin() + static_cast<ptrdiff_t>(first);
+  for (auto it = begin; it != sorted.end(); ++it) {
+    it->prefix = PrefixOf(KeyOf(it->pair)->Text(), common, anyWide);
+  }
+  const auto isBefore = [](const SortedPair& a, const SortedPair& b) {
+    if (a.prefix != b.prefix) return a.prefix < b.prefix;
+    return Compare(KeyOf(a.pair)->Text(), KeyOf(b.pair)->Text()) < 0;
+  };
+  if (!std::is_sorted(begin, sorted.end(), isBefore)) std::sort(begin, sorted.end(), isBefore);
+  return true;
+}
+
+bool HostPlistWalk::Enter(const HostCFObject* container) {
+  if (frames.size() == kHostPlistDepth) {
+    return Fail("containers nest more than 512 levels deep, or one contains itself");
+  }
+  Frame frame = {container, 0, 0, sorted.size()};
+  if (const auto* array = HostCast<HostCFArray>(container)) {
+    if (!array->ValueCallbacks().ComparesObjects()) return Fail("an array of bare pointers");
+    frame.end = array->Count();
+  } else {
+    const auto* dictionary = HostCast<HostCFDictionary>(container);
+    const HostDictionaryCallbacks& callbacks = dictionary->Callbacks();
+    if (!callbacks.key.ComparesObjects() || !callbacks.value.ComparesObjects()) {
+      return Fail("a dictionary of bare pointers");
+    }
+    if (order == Order::kSorted && !Sort(*dictionary)) return false;
+    const auto pairs = dictionary->Pairs();
+    frame.end = order == Order::kSorted ? sorted.size() - frame.firstPair
+                                        : static_cast<size_t>(pairs.end() - pairs.begin());
+  }
+  frames.push_back(frame);
+  step = Step::kOpen;
+  return true;
+}
+
+bool HostPlistWalk::Visit(const void* item) {
+  object = static_cast<const HostCFObject*>(item);
+  level = frames.size();
+  step = Step::kLeaf;
+  switch (object != nullptr ? object->TypeID() : CFTypeID{kHostTypeNone}) {
+    case kHostTypeArray:
+    case kHostTypeDictionary: return Enter(object);
+    case kHostTypeString:
+    case kHostTypeNumber:
+    case kHostTypeBoolean:
+    case kHostTypeData:
+    case kHostTypeDate: return true;
+    case kHostTypeNone: return Fail("there is no object");
+    default: return Fail("an object of a class that property lists do not have");
+  }
+}
+
+// Goes to the next pair of an open dictionary; holes are passed over. False at its end.
+bool HostPlistWalk::NextPair(Frame& frame) {
+  const auto* dictionary = static_cast<const HostCFDictionary*>(frame.container);
+  while (frame.next < frame.end) {
+    const size_t place = frame.next++;
+    const HostPair& pair = order == Order::kSorted ? sorted[frame.firstPair + place].pair
+                                                   : dictionary->Pairs().begin()[place];
+    if (pair.key == nullptr) continue;
+    key = order == Order::kSorted ? KeyOf(pair) : HostCast<HostCFString>(pair.key);
+    object = static_cast<const HostCFObject*>(pair.value);
+    return true;
+  }
+  return false;
+}
+
+bool HostPlistWalk::Next() {
+  if (atRoot) {
+    atRoot = false;
+    return Visit(object);
+  }
+  if (frames.empty()) return false;
+  Frame& frame = frames.back();
+  key = nullptr;
+  if (frame.container->TypeID() == kHostTypeArray) {
+    const auto* array = static_cast<const HostCFArray*>(frame.container);
+    if (frame.next < frame.end) return Visit(array->Values()[frame.next++]);
+  } else if (NextPair(frame)) {
+    return key != nullptr ? Visit(object) : Fail("a key of a dictionary is no string");
+  }
+  object = frame.container;
+  sorted.resize(frame.firstPair);
+  frames.pop_back();
+  level = frames.size();
+  step = Step::kClose;
+  return true;
+}

@@ -1,0 +1,294 @@
+#include <CoreFoundation/CFPropertyList.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "platform/host/cf_data.h"
+#include "platform/host/cf_string.h"
+#include "platform/host/introspect.h"
+#include "platform/host/plist_builder.h"
+#include "platform/host/plist_codec.h"
+#include "platform/host/plist_walk.h"
+
+namespace {
+
+// Bytes in a block of malloc, which grows by the half: what a stream gives, and what is written.
+class ByteBuffer final : public HostPlistSink {
+ public:
+  ByteBuffer() = default;
+  ~ByteBuffer() { std::free(bytes); }
+  ByteBuffer(const ByteBuffer&) = delete;
+  ByteBuffer& operator=(const ByteBuffer&) = delete;
+
+  const UInt8* Bytes() const { return bytes; }
+  size_t Size() const { return size; }
+  UInt8* Room() { return bytes + size; }
+  size_t RoomSize() const { return capacity - size; }
+  void Advance(size_t count) { size += count; }
+
+  // At least `count` bytes of room. False when there is no memory or more than a CFIndex can tell.
+  bool Grow(size_t count) {
+    if (RoomSize() >= count) return true;
+    if (count > INT32_MAX - size) return false;
+    const size_t larger = std::max(size + count, std::min<size_t>(size + size / 2, INT32_MAX));
+    void* moved = std::realloc(bytes, larger);
+    if (moved == nullptr) return false;
+    bytes = static_cast<UInt8*>(moved);
+    capacity = larger;
+    return true;
+  }
+
+  bool Take(const UInt8* more, size_t count) override {
+    if (!Grow(count)) return false;
+    std::memcpy(Room(), more, count);
+    size += count;
+    return true;
+  }
+
+  // The bytes as an object of their own; the buffer is empty then. Null when there is no memory.
+  CFDataRef GiveAsData() {
+    if (void* fitting = std::realloc(bytes, size)) bytes = static_cast<UInt8*>(fitting);
+    CFDataRef data = HostCFData::CreateNoCopy(bytes, size, kCFAllocatorMalloc);
+    if (data == nullptr) return nullptr;
+    bytes = nullptr;
+    size = capacity = 0;
+    return data;
+  }
+
+ private:
+  UInt8* bytes = nullptr;
+  size_t size = 0;
+  size_t capacity = 0;
+};
+
+class StreamSink final : public HostPlistSink {
+ public:
+  explicit StreamSink(CFWriteStreamRef stream) : stream(stream) {}
+
+  // A stream may take less than it is given; one that takes nothing is full.
+  bool Take(const UInt8* bytes, size_t count) override {
+    if (count > static_cast<size_t>(INT32_MAX - total)) return false;
+    while (count > 0) {
+      const CFIndex taken = CFWriteStreamWrite(stream, bytes, static_cast<CFIndex>(count));
+      if (taken <= 0) return false;
+      total += taken;
+      bytes += taken;
+      count -= static_cast<size_t>(taken);
+    }
+    return true;
+  }
+  CFIndex Total() const { return total; }
+
+ private:
+  const CFWriteStreamRef stream;
+  CFIndex total = 0;
+};
+
+class DroppingSink final : public HostPlistSink {
+ public:
+  bool Take(const UInt8*, size_t) override { return true; }
+};
+
+bool HasOnlyTextTypes(CFPropertyListRef list) {
+  HostPlistWalk walk(list, HostPlistWalk::Order::kStored);
+  while (walk.Next()) {
+    const CFTypeID type = walk.Object()->TypeID();
+    if (type == kHostTypeNumber || type == kHostTypeBoolean || type == kHostTypeDate) return false;
+  }
+  return walk.Fault() == nullptr;
+}
+
+// The first characters of a text file behind byte-order mark and white space; what is no ASCII shows
+// as '?'.
+std::string FirstCharacters(const UInt8* bytes, size_t count) {
+  constexpr size_t kEnough = 16;
+  const bool isBig = count >= 2 && bytes[0] == 0xFE && bytes[1] == 0xFF;
+  const bool isLittle = count >= 2 && bytes[0] == 0xFF && bytes[1] == 0xFE;
+  const bool hasMark = count >= 3 && std::memcmp(bytes, "\xEF\xBB\xBF", 3) == 0;
+  const size_t step = isBig || isLittle ? 2 : 1;
+  std::string text;
+  for (size_t at = hasMark ? 3 : step == 2 ? 2 : 0; at + step <= count; at += step) {
+    const UInt8 low = bytes[isBig ? at + 1 : at];
+    const UInt8 high = step == 1 ? UInt8{0} : bytes[isBig ? at : at + 1];
+    const bool isBlank = high == 0 && (low == ' ' || (low >= '\t' && low <= '\r'));
+    if (text.empty() && isBlank) continue;
+    text += high == 0 && low < 0x80 ? static_cast<char>(low) : '?';
+    if (text.size() == kEnough) break;
+  }
+  return text;
+}
+
+// `error` may be null.
+void Report(const HostPropertyListError& why, CFStringRef* error) {
+  if (error == nullptr) return;
+  std::string text = why.Sentence();
+  if (!why.hint.empty()) text += " (" + why.hint + ")";
+  *error = HostCFString::Create(kCFStringEncodingUTF8, reinterpret_cast<const UInt8*>(text.data()),
+                                text.size(), false);
+}
+
+// `length` bytes, or all there are for 0. False with `*error` when the stream refuses or ends early.
+bool ReadAll(CFReadStreamRef stream, CFIndex length, ByteBuffer* buffer,
+             HostPropertyListError* error) {
+  constexpr size_t kPiece = 64 * 1024;
+  const size_t wanted = length > 0 ? static_cast<size_t>(length) : SIZE_MAX;
+  while (buffer->Size() < wanted) {
+    if (!buffer->Grow(std::min(kPiece, wanted - buffer->Size()))) {
+      error->text = "the file is too large";
+      return false;
+    }
+    const size_t room = std::min(buffer->RoomSize(), wanted - buffer->Size());
+    const CFIndex count = CFReadStreamRead(stream, buffer->Room(), static_cast<CFIndex>(room));
+    if (count == 0) break;
+    if (count < 0) {
+      error->text = "the stream cannot be read";
+      return false;
+    }
+    buffer->Advance(static_cast<size_t>(count));
+  }
+  if (length <= 0 || buffer->Size() == wanted) return true;
+  error->text = "the stream ends before the bytes that are asked for";
+  return false;
+}
+
+CFPropertyListRef ReadPlist(const UInt8* bytes, size_t count, CFOptionFlags mutability,
+                            CFPropertyListFormat* format, CFStringRef* error) {
+  HostPropertyListError why;
+  CFPropertyListFormat found = 0;
+  CFPropertyListRef list = HostReadPlist(bytes, count, mutability, &found, &why);
+  if (list == nullptr) Report(why, error);
+  else if (format != nullptr) *format = found;
+  return list;
+}
+
+}  // namespace
+
+std::string HostPropertyListError::Sentence() const {
+  if (line > 0) {
+    return "line " + std::to_string(line) + ", column " + std::to_string(column) + ": " + text;
+  }
+  return offset > 0 ? "byte " + std::to_string(offset) + ": " + text : text;
+}
+
+CFPropertyListFormat HostRecognisePlist(const UInt8* bytes, size_t count) {
+  constexpr std::string_view kMagic = "bplist";
+  if (count >= kMagic.size() && std::memcmp(bytes, kMagic.data(), kMagic.size()) == 0) {
+    return kCFPropertyListBinaryFormat_v1_0;
+  }
+  const std::string text = FirstCharacters(bytes, count);
+  if (text.empty() || text[0] != '<') return kCFPropertyListOpenStepFormat;
+  // Every element has a letter in its name that is no hexadecimal digit.
+  const size_t end = text.find_first_not_of("0123456789abcdefABCDEF", 1);
+  const char stop = end == std::string::npos ? '>' : text[end];
+  const bool isWord = (stop >= 'a' && stop <= 'z') || (stop >= 'A' && stop <= 'Z') || stop == '/';
+  const bool isData = end == 1 ? std::strchr("> \t\r\n", stop) != nullptr : !isWord;
+  return isData ? kCFPropertyListOpenStepFormat : kCFPropertyListXMLFormat_v1_0;
+}
+
+CFPropertyListRef HostReadPlist(const UInt8* bytes, size_t count, CFOptionFlags mutability,
+                                CFPropertyListFormat* format, HostPropertyListError* error) {
+  *format = HostRecognisePlist(bytes, count);
+  try {
+    switch (*format) {
+      case kCFPropertyListBinaryFormat_v1_0:
+        return HostReadPlistBinary(bytes, count, mutability, error);
+      case kCFPropertyListXMLFormat_v1_0: return HostReadPlistXML(bytes, count, mutability, error);
+      default: return HostReadPlistText(bytes, count, mutability, error);
+    }
+  } catch (const std::bad_alloc&) {  // of the readers' own lists
+    *error = {"there is no memory left", ""};
+    return nullptr;
+  }
+}
+
+CFPropertyListRef HostReadPropertyList(const UInt8* bytes, size_t count, CFOptionFlags mutability,
+                                       CFPropertyListFormat* format,
+                                       HostPropertyListError* error) {
+  return HostReadPlist(bytes, count, mutability, format, error);
+}
+
+CFPropertyListRef CFPropertyListCreateFromXMLData(CFAllocatorRef, CFDataRef ref,
+                                                  CFOptionFlags mutability, CFStringRef* error) {
+  if (error != nullptr) *error = nullptr;
+  const auto* data = HostCast<HostCFData>(ref);
+  if (data == nullptr) {
+    Report({"there are no bytes to read", ""}, error);
+    return nullptr;
+  }
+  return ReadPlist(data->Bytes(), data->Length(), mutability, nullptr, error);
+}
+
+CFPropertyListRef CFPropertyListCreateFromStream(CFAllocatorRef, CFReadStreamRef stream,
+                                                 CFIndex length, CFOptionFlags mutability,
+                                                 CFPropertyListFormat* format, CFStringRef* error) {
+  if (error != nullptr) *error = nullptr;
+  HostPropertyListError why;
+  ByteBuffer buffer;
+  if (!ReadAll(stream, length, &buffer, &why)) {
+    Report(why, error);
+    return nullptr;
+  }
+  return ReadPlist(buffer.Bytes(), buffer.Size(), mutability, format, error);
+}
+
+CFDataRef CFPropertyListCreateXMLData(CFAllocatorRef, CFPropertyListRef list) {
+  HostPropertyListError ignored;
+  ByteBuffer buffer;
+  return HostWritePlistXML(list, buffer, &ignored) ? buffer.GiveAsData() : nullptr;
+}
+
+CFIndex CFPropertyListWriteToStream(CFPropertyListRef list, CFWriteStreamRef stream,
+                                    CFPropertyListFormat format, CFStringRef* error) {
+  if (error != nullptr) *error = nullptr;
+  HostPropertyListError why;
+  StreamSink sink(stream);
+  bool isGood = false;
+  switch (format) {
+    case kCFPropertyListXMLFormat_v1_0: isGood = HostWritePlistXML(list, sink, &why); break;
+    case kCFPropertyListBinaryFormat_v1_0: isGood = HostWritePlistBinary(list, sink, &why); break;
+    case kCFPropertyListOpenStepFormat: why.text = "the old text form is only read"; break;
+    default: why.text = "there is no such form of property lists"; break;
+  }
+  if (isGood) return sink.Total();
+  Report(why, error);
+  return 0;
+}
+
+Boolean CFPropertyListIsValid(CFPropertyListRef list, CFPropertyListFormat format) {
+  HostPropertyListError ignored;
+  DroppingSink sink;
+  switch (format) {
+    case kCFPropertyListXMLFormat_v1_0: return HostWritePlistXML(list, sink, &ignored);
+    case kCFPropertyListBinaryFormat_v1_0: return HostWritePlistBinary(list, sink, &ignored);
+    case kCFPropertyListOpenStepFormat: return HasOnlyTextTypes(list);
+    default: return false;
+  }
+}
+
+CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef, CFPropertyListRef list,
+                                               CFOptionFlags mutability) {
+  HostPlistBuilder builder(mutability);
+  HostPlistWalk walk(list, HostPlistWalk::Order::kStored);
+  const auto retained = [](const HostCFObject* object) { return object->Retain(), object; };
+  while (walk.Next()) {
+    if (walk.Current() == HostPlistWalk::Step::kClose) {
+      if (!builder.Close()) return nullptr;
+      continue;
+    }
+    if (walk.Key() != nullptr && !builder.Add(retained(walk.Key()), 0)) return nullptr;
+    const bool isArray = walk.Object()->TypeID() == kHostTypeArray;
+    const auto kind = isArray ? HostPlistBuilder::Kind::kArray : HostPlistBuilder::Kind::kDictionary;
+    if (walk.Current() == HostPlistWalk::Step::kOpen) {
+      if (!builder.Open(kind)) return nullptr;
+    } else if (!builder.Add(retained(walk.Object()), 0)) {
+      return nullptr;
+    }
+  }
+  return walk.Fault() == nullptr ? builder.TakeRoot() : nullptr;
+}
