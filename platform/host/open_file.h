@@ -1,0 +1,27 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <utility>
+
+// HostOpenFile owns a descriptor for the length of a scope. For descriptors that a forked child
+// must give up see descriptors.h.
+class HostOpenFile {
+ public:
+  HostOpenFile() = default;
+  explicit HostOpenFile(int opened) : fd(opened) {}  // -1: none
+  HostOpenFile(HostOpenFile&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
+  HostOpenFile& operator=(HostOpenFile&& other) noexcept {
+    std::swap(fd, other.fd);
+    return *this;
+  }
+  ~HostOpenFile() {
+    if (fd >= 0) close(fd);
+  }
+
+  int Get() const { return fd; }
+  bool IsOpen() const { return fd >= 0; }
+
+ private:
+  int fd = -1;
+};

@@ -1,0 +1,308 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "plist/dictionary.h"
+#include "plist/preferences.h"
+#include "tests/support/child_process.h"
+#include "tests/support/interposed_calls.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/test_role.h"
+
+// Committing preferences while every single system call fails, or is the process's last one. The
+// calls are made to fail by strace; where tracing is not permitted, by the layer of
+// tests/support/interposed_calls.h inside the process.
+
+namespace {
+
+constexpr char kDomain[] = "com.veltrane.faults";
+constexpr char kFileName[] = "com.veltrane.faults.plist";
+constexpr char kStrace[] = "/usr/bin/strace";
+
+VLTPreferences& Domain() {
+  static VLTPreferences preferences(kDomain, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+  return preferences;
+}
+
+// Commits a new key and a changed one, and says how that went.
+void CommitAndTell(TestRole& role) {
+  Domain().setInteger("old", 3);
+  Domain().setInteger("new", 2);
+  role.Tell(Domain().commit() == 0 ? "ok" : "failed");
+}
+
+TEST_ROLE(Committer) {
+  CommitAndTell(role);
+  return kRoleDone;
+}
+
+// The same with a fault of the layer in this process: its kind, its number, its errno.
+TEST_ROLE(InterposedCommitter) {
+  Domain().setInteger("old", 3);
+  Domain().setInteger("new", 2);
+  ArmCallFault(static_cast<CallFault>(role.NumberArgument(0)), role.NumberArgument(1),
+               role.NumberArgument(2));
+  const bool ok = Domain().commit() == 0;
+  const int calls = CallsSinceArmed();
+  ArmCallFault(CallFault::kNone, 0);
+  role.Tell(ok ? "ok" : "failed");
+  role.Tell(std::to_string(calls));
+  return kRoleDone;
+}
+
+// On a system that lets a file grow to 100 bytes only.
+TEST_ROLE(LimitedCommitter) {
+  signal(SIGXFSZ, SIG_IGN);
+  const rlimit limit = {100, 100};
+  if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return kRoleFailed;
+  CommitAndTell(role);
+  return kRoleDone;
+}
+
+// Reads a value until the file's times are old enough to be trusted, then so many times between two
+// lines.
+TEST_ROLE(Reader) {
+  const auto end = std::chrono::steady_clock::now() + 100ms;
+  int value = 0;
+  while (std::chrono::steady_clock::now() < end) Domain().getInteger("old", value);
+  ArmCallFault(CallFault::kNone, 0);
+  role.Tell("begin");
+  for (int i = 0; i < role.NumberArgument(0); i++) Domain().getInteger("old", value);
+  role.Tell("end");
+  role.Tell(std::to_string(CallsSinceArmed() - 2));
+  return value == 1 ? kRoleDone : kRoleFailed;
+}
+
+std::string OwnProgram() { return std::filesystem::read_symlink("/proc/self/exe"); }
+
+// This program in a role that talks to its standard output, behind `launcher`.
+ProgramResult RunRole(std::vector<std::string> launcher, const std::string& role,
+                      const std::vector<std::string>& arguments = {}) {
+  launcher.insert(launcher.end(), {OwnProgram(), "--role=" + role, "--port-name=", "--pipes=1,0"});
+  launcher.insert(launcher.end(), arguments.begin(), arguments.end());
+  // Leaks cannot be looked for in a process that is traced.
+  return RunProgram(launcher, 60s, {{"ASAN_OPTIONS", "detect_leaks=0"}});
+}
+
+bool MayTrace() {
+  static const bool may = [] {
+    const bool works = access(kStrace, X_OK) == 0 &&
+                       RunProgram({kStrace, "-qq", "-o", "/dev/null", "/bin/true"}).status == 0;
+    if (!works) printf("tracing is not permitted: calls fail by the layer inside the process\n");
+    return works;
+  }();
+  return may;
+}
+
+class PreferencesFaults : public testing::Test {
+ protected:
+  PreferencesFaults() {
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directories(folder);
+    WriteOld();
+  }
+
+  std::string Path(const std::string& name) const { return folder + "/" + name; }
+
+  // A file with a mode of its own, behind a link; nobody has locked it yet.
+  void WriteOld() {
+    std::error_code ignored;
+    std::filesystem::remove(path, ignored);
+    std::filesystem::remove(Path(".real.plist.lock"), ignored);
+    std::filesystem::create_symlink("real.plist", path, ignored);
+    std::ofstream(real) << "<plist><dict><key>old</key><integer>1</integer>"
+                           "<key>kept</key><string>&lt;x&gt;</string></dict></plist>";
+    ASSERT_EQ(0, chmod(real.c_str(), 0640));
+  }
+
+  // What the file says: "old", "new", or what is wrong with it.
+  std::string StateOfFile() const {
+    VLTDictionary list;
+    if (list.load(path.c_str(), false) != 0) return "it cannot be read";
+    UInt32 length = 0;
+    if (list.getCString("kept", nullptr, 0, length) != 0) return "a key is lost";
+    struct stat info = {};
+    if (stat(path.c_str(), &info) != 0 || (info.st_mode & 07777) != 0640) return "its mode is lost";
+    if (!std::filesystem::is_symlink(path)) return "the link is lost";
+    int old = 0, added = 0;
+    list.getInteger("old", old);
+    const bool isAdded = list.getInteger("new", added) == 0;
+    if (old == 1 && !isAdded) return "old";
+    return old == 3 && added == 2 ? "new" : "a mixture";
+  }
+
+  // After a commit that met a fault.
+  void ExpectWhole(const ProgramResult& result, const std::string& said) {
+    const std::string state = StateOfFile();
+    EXPECT_TRUE(state == "old" || state == "new") << state;
+    if (said == "ok") {
+      EXPECT_EQ("new", state);
+    } else if (said == "failed") {
+      EXPECT_FALSE(std::filesystem::exists(Path(".real.plist.new")));
+    } else {
+      EXPECT_EQ(-SIGKILL, result.status) << result.errors;
+    }
+    // The next one works, and clears what a dead one has left.
+    Domain().setInteger("next", ++next);
+    EXPECT_EQ(0, Domain().commit());
+    VLTDictionary list;
+    int found = 0;
+    EXPECT_EQ(0, list.load(path.c_str(), false));
+    EXPECT_EQ(0, list.getInteger("next", found));
+    EXPECT_EQ(next, found);
+    EXPECT_FALSE(std::filesystem::exists(Path(".real.plist.new")));
+    WriteOld();
+  }
+
+  // strace for the calls that concern the folder or one of its files.
+  std::vector<std::string> Strace(const std::string& fault = "") const {
+    std::vector<std::string> words = {kStrace, "-qq", "-f", "-o", log};
+    for (const char* name : {"", kFileName, "real.plist", ".real.plist.lock", ".real.plist.new"}) {
+      words.insert(words.end(), {"-P", name[0] != 0 ? Path(name) : folder});
+    }
+    if (!fault.empty()) words.insert(words.end(), {"-e", "inject=" + fault});
+    return words;
+  }
+
+  // The calls of the log and how often each was made.
+  std::map<std::string, int> CallsOfLog() const {
+    std::map<std::string, int> calls;
+    std::ifstream file(log);
+    for (std::string line; std::getline(file, line);) {
+      std::istringstream words(line);
+      std::string pid, call;
+      words >> pid >> call;
+      const size_t bracket = call.find('(');
+      if (bracket != std::string::npos) calls[call.substr(0, bracket)]++;
+    }
+    return calls;
+  }
+
+  const std::string folder = std::string(std::getenv("XDG_CONFIG_HOME")) + "/veltrane/preferences";
+  const std::string path = Path(kFileName);
+  const std::string real = Path("real.plist");
+  const std::string log = std::string(std::getenv("HOME")) + "/strace.log";
+  int next = 0;
+};
+
+std::string FirstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
+
+TEST_F(PreferencesFaults, EveryCallOfACommitFailsOnceOrIsTheLast) {
+  OpenDescriptorCheck noLeaks;
+  if (!MayTrace()) return;  // the next test does the same without
+  ProgramResult result = RunRole(Strace(), "Committer");
+  ASSERT_EQ("ok", FirstLine(result.output)) << result.errors;
+  ASSERT_EQ("new", StateOfFile());
+  const std::map<std::string, int> calls = CallsOfLog();
+  for (const char* call : {"openat", "fcntl", "read", "write", "fsync", "fchmod"}) {
+    EXPECT_TRUE(calls.contains(call)) << call;
+  }
+  WriteOld();
+  int killed = 0, failed = 0;
+  for (const auto& [call, count] : calls) {
+    for (int number = 1; number <= count; number++) {
+      for (const char* fault : {"signal=KILL", "error=ENOSPC", "error=EIO", "error=EROFS"}) {
+        const std::string injected = call + ":" + fault + ":when=" + std::to_string(number);
+        SCOPED_TRACE(injected);
+        result = RunRole(Strace(injected), "Committer");
+        const std::string said = FirstLine(result.output);
+        killed += said.empty();
+        failed += said == "failed";
+        ExpectWhole(result, said);
+        if (HasFailure()) return;
+      }
+    }
+  }
+  EXPECT_GE(killed, 10);
+  EXPECT_GE(failed, 30);
+}
+
+TEST_F(PreferencesFaults, TheSameInsideTheProcessAndWithShortWrites) {
+  OpenDescriptorCheck noLeaks;
+  const struct {
+    CallFault fault;
+    int error;
+  } rows[] = {{CallFault::kKill, 0},      {CallFault::kError, ENOSPC}, {CallFault::kError, EIO},
+              {CallFault::kError, EROFS}, {CallFault::kError, EINTR},  {CallFault::kShortWrite, 0}};
+  const auto run = [&](CallFault fault, int number, int error) {
+    return RunRole(
+        {}, "InterposedCommitter",
+        {std::to_string(static_cast<int>(fault)), std::to_string(number), std::to_string(error)});
+  };
+  const ProgramResult plain = run(CallFault::kNone, 0, 0);
+  ASSERT_EQ("ok", FirstLine(plain.output)) << plain.errors;
+  const int calls = std::atoi(plain.output.c_str() + 3);
+  ASSERT_GE(calls, 15);
+  WriteOld();
+  int killed = 0;
+  for (const auto& row : rows) {
+    for (int number = 1; number <= calls; number++) {
+      SCOPED_TRACE("call " + std::to_string(number) + ", fault " +
+                   std::to_string(static_cast<int>(row.fault)) + ", errno " +
+                   std::to_string(row.error));
+      const ProgramResult result = run(row.fault, number, row.error);
+      const std::string said = FirstLine(result.output);
+      killed += said.empty();
+      if (row.fault == CallFault::kShortWrite) {
+        EXPECT_EQ("ok", said);
+      }
+      ExpectWhole(result, said);
+      if (HasFailure()) return;
+    }
+  }
+  EXPECT_EQ(calls, killed);
+}
+
+TEST_F(PreferencesFaults, AFileThatMayNotGrowLeavesTheOldOne) {
+  OpenDescriptorCheck noLeaks;
+  const ProgramResult result = RunRole({}, "LimitedCommitter");
+  EXPECT_EQ("failed", FirstLine(result.output));
+  EXPECT_EQ("old", StateOfFile());
+  ExpectWhole(result, "failed");
+}
+
+TEST_F(PreferencesFaults, AReadOfWhatIsKnownIsOneCall) {
+  const int reads = 500;
+  if (!MayTrace()) {
+    const ProgramResult result = RunRole({}, "Reader", {std::to_string(reads)});
+    EXPECT_EQ("begin\nend\n" + std::to_string(reads) + "\n", result.output);
+    return;
+  }
+  const ProgramResult result =
+      RunRole({kStrace, "-qq", "-f", "-o", log}, "Reader", {std::to_string(reads)});
+  ASSERT_EQ(kRoleDone, result.status) << result.errors;
+  std::ifstream file(log);
+  std::map<std::string, int> calls;
+  bool isBetween = false;
+  for (std::string line; std::getline(file, line);) {
+    if (line.find("\"end\\n\"") != std::string::npos) isBetween = false;
+    if (isBetween) calls[line.substr(line.find(' ') + 1, line.find('(') - line.find(' ') - 1)]++;
+    if (line.find("\"begin\\n\"") != std::string::npos) isBetween = true;
+  }
+#ifdef __SANITIZE_ADDRESS__
+  calls.erase("mmap");  // the sanitizer's own
+#endif
+  ASSERT_EQ(1u, calls.size()) << testing::PrintToString(calls);
+  EXPECT_NE(std::string::npos, calls.begin()->first.find("stat"));
+  EXPECT_EQ(reads, calls.begin()->second);
+}
+
+}  // namespace

@@ -1,0 +1,221 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "plist/dictionary.h"
+#include "tests/support/open_descriptor_check.h"
+
+namespace {
+
+constexpr CFPropertyListFormat kXML = kCFPropertyListXMLFormat_v1_0;
+constexpr CFPropertyListFormat kBinary = kCFPropertyListBinaryFormat_v1_0;
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+void WriteFile(const std::string& path, const std::string& text) {
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+mode_t ModeOf(const std::string& path) {
+  struct stat info = {};
+  EXPECT_EQ(0, stat(path.c_str(), &info)) << path;
+  return info.st_mode & 07777;
+}
+
+size_t EntriesOf(const std::string& folder) {
+  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+}
+
+class DictionaryFiles : public testing::Test {
+ protected:
+  DictionaryFiles() {
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directory(folder);
+    path = folder + "/list.plist";
+  }
+
+  const std::string folder = std::string(std::getenv("HOME")) + "/lists";
+  std::string path;
+  OpenDescriptorCheck noLeaks;
+};
+
+CFURLRef NewURL(const std::string& path) {
+  return CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault,
+                                                 reinterpret_cast<const UInt8*>(path.data()),
+                                                 static_cast<CFIndex>(path.size()), false);
+}
+
+int IntegerOf(VLTDictionary& dictionary, const char* key) {
+  int value = -1;
+  dictionary.getInteger(key, value);
+  return value;
+}
+
+TEST_F(DictionaryFiles, RoundTripOfWhatIsEasilyLost) {
+  VLTDictionary saved, inner, loaded;
+  const char text[] = "<a & b>\t\n\xC4 \x80";  // Mac Roman
+  const unsigned char bytes[] = {0, 255, 1};
+  inner.setCString("", "");
+  inner.setData("", bytes, 0);
+  saved.setDictionary("inner", inner);
+  saved.setCString("text", text);
+  const UniChar wide[] = {0xD83D, 0xDE00, 0x20AC};
+  const CFStringRef beyond = CFStringCreateWithCharacters(nullptr, wide, 3);
+  saved.setString("wide", beyond);
+  saved.setData("bytes", bytes, sizeof bytes);
+  saved.setBoolean("no", false);
+  saved.setLongLong("least", INT64_MIN);
+  saved.setDouble("tenth", 0.1);
+  const CFDateRef date = CFDateCreate(nullptr, -1);
+  const void* dates[] = {date, date};
+  const CFArrayRef array = CFArrayCreate(nullptr, dates, 2, &kCFTypeArrayCallBacks);
+  saved.setArray("dates", array);
+
+  ASSERT_EQ(0, saved.save(path.c_str(), kXML));
+  ASSERT_EQ(0, loaded.load(path.c_str(), false));
+  EXPECT_TRUE(CFEqual(static_cast<const void*>(saved), static_cast<const void*>(loaded)));
+  EXPECT_EQ(1u, EntriesOf(folder));
+  CFRelease(array);
+  CFRelease(date);
+  CFRelease(beyond);
+}
+
+TEST_F(DictionaryFiles, LoadingReplacesOrMergesOnlyWhatItCouldRead) {
+  VLTDictionary dictionary;
+  dictionary.setInteger("old", 1);
+  dictionary.setInteger("both", 1);
+  EXPECT_EQ(fnfErr, dictionary.load((folder + "/absent").c_str(), false));
+  EXPECT_EQ(paramErr, dictionary.load("", false));
+  EXPECT_EQ(paramErr, dictionary.load(static_cast<const char*>(nullptr), false));
+  WriteFile(path, "<plist><dict><key>cut</key>");
+  EXPECT_EQ(fnfErr, dictionary.load(path.c_str(), false));
+  EXPECT_EQ(2, dictionary.getCount());
+
+  WriteFile(path, "<plist><dict><key>both</key><integer>2</integer></dict></plist>");
+  EXPECT_EQ(0, dictionary.load(path.c_str(), true));
+  EXPECT_EQ(1, IntegerOf(dictionary, "old"));
+  EXPECT_EQ(2, IntegerOf(dictionary, "both"));
+  EXPECT_EQ(0, dictionary.load(path.c_str(), false));
+  EXPECT_EQ(1, dictionary.getCount());
+
+  // A root of another kind is success, and has no entries.
+  WriteFile(path, "<plist><array/></plist>");
+  EXPECT_EQ(0, dictionary.load(path.c_str(), true));
+  EXPECT_EQ(1, dictionary.getCount());
+  EXPECT_EQ(0, dictionary.load(path.c_str(), false));
+  EXPECT_EQ(0, dictionary.getCount());
+}
+
+TEST_F(DictionaryFiles, RecordsOfFilesAreIgnoredWhenGood) {
+  WriteFile(path, "<plist><dict><key>n</key><integer>2</integer></dict></plist>");
+  const std::string before = ReadFile(path);
+  FSRef ref;
+  ASSERT_EQ(0, FSPathMakeRef(reinterpret_cast<const UInt8*>(path.c_str()), &ref, nullptr));
+  VLTDictionary dictionary;
+  EXPECT_EQ(0, dictionary.load(&ref, false));
+  EXPECT_EQ(0, dictionary.getCount());
+  EXPECT_EQ(0, dictionary.save(&ref, kXML));
+  EXPECT_EQ(before, ReadFile(path));
+  FSRef forged = {};
+  EXPECT_EQ(fnfErr, dictionary.load(&forged, false));
+  EXPECT_EQ(fnfErr, dictionary.save(&forged, kXML));
+}
+
+TEST_F(DictionaryFiles, OnlyAnAddressTakesAnotherForm) {
+  VLTDictionary dictionary, loaded;
+  dictionary.setInteger("n", 5);
+  EXPECT_EQ(0, dictionary.save(path.c_str(), kBinary));
+  EXPECT_EQ(0u, ReadFile(path).find("<?xml"));
+  const CFURLRef url = NewURL(path);
+  EXPECT_EQ(0, dictionary.save(url, kBinary));
+  EXPECT_EQ(0u, ReadFile(path).find("bplist00"));
+  EXPECT_EQ(0, loaded.load(url, false));
+  EXPECT_EQ(5, IntegerOf(loaded, "n"));
+  EXPECT_EQ(fnfErr, dictionary.save(url, kCFPropertyListOpenStepFormat));
+  EXPECT_EQ(0u, ReadFile(path).find("bplist00"));  // the old file stays
+  EXPECT_EQ(fnfErr, dictionary.save(static_cast<CFURLRef>(nullptr), kXML));
+  CFRelease(url);
+}
+
+TEST_F(DictionaryFiles, MemoryForms) {
+  VLTDictionary dictionary, loaded;
+  dictionary.setCString("text", "\x8A");  // a with two dots
+  char* buffer = nullptr;
+  UInt32 length = 7;
+  EXPECT_EQ(paramErr, dictionary.save(nullptr, &length, kXML));
+  EXPECT_EQ(0, dictionary.save(&buffer, &length, kBinary));  // not text: nothing comes back
+  EXPECT_EQ(nullptr, buffer);
+  EXPECT_EQ(7u, length);
+  ASSERT_EQ(0, dictionary.save(&buffer, &length, kXML));
+  EXPECT_NE(std::string::npos, std::string(buffer, length).find("\xC3\xA4"));
+  EXPECT_EQ(0, loaded.load(buffer, length, false));
+  EXPECT_EQ(1, loaded.getCount());
+  CFDataRef data = nullptr;
+  ASSERT_EQ(0, dictionary.saveAsXML(data));
+  EXPECT_EQ(std::string(buffer, length),
+            std::string(reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
+                        static_cast<size_t>(CFDataGetLength(data))));
+  EXPECT_EQ(0, loaded.loadFromXML(data, false));
+  auto* const bytes = reinterpret_cast<unsigned char*>(buffer);
+  EXPECT_EQ(0, loaded.loadFromXML(bytes, static_cast<SInt32>(length), false));
+  EXPECT_EQ(paramErr, loaded.loadFromXML(bytes, 0, false));
+  EXPECT_EQ(memFullErr, loaded.loadFromXML(bytes, -1, false));
+  EXPECT_EQ(fnfErr, loaded.loadFromXML(bytes, static_cast<SInt32>(length) - 9, false));
+  EXPECT_EQ(paramErr, loaded.loadFromXML(static_cast<CFDataRef>(nullptr), false));
+  EXPECT_EQ(1, loaded.getCount());
+  CFRelease(data);
+  VLTDictionaryBase::PtrFree(buffer);
+
+  // A list that contains itself cannot be written.
+  dictionary.setDictionary("self", dictionary);
+  EXPECT_EQ(fnfErr, dictionary.save(&buffer, &length, kXML));
+  EXPECT_EQ(fnfErr, dictionary.saveAsXML(data));
+  dictionary.remove("self");
+}
+
+TEST_F(DictionaryFiles, SavingReplacesWholeFilesBehindLinks) {
+  VLTDictionary dictionary;
+  dictionary.setInteger("n", 5);
+  WriteFile(path, "old");
+  chmod(path.c_str(), 0640);
+  const std::string link = folder + "/link";
+  std::filesystem::create_symlink("list.plist", link);
+  EXPECT_EQ(0, dictionary.save(link.c_str(), kXML));
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(0640u, ModeOf(path));
+  EXPECT_EQ(0u, ReadFile(path).find("<?xml"));
+  EXPECT_EQ(2u, EntriesOf(folder));
+
+  // A new file has the usual mode, and a name of bytes.
+  const mode_t mask = umask(027);
+  const std::string utf8 = folder +
+                           "/Gr\xC3\xBC\xC3\x9F"
+                           "e.plist";
+  EXPECT_EQ(0, dictionary.save(utf8.c_str(), kXML));
+  umask(mask);
+  EXPECT_EQ(0640u, ModeOf(utf8));
+
+  const std::string dangling = folder + "/dangling";
+  std::filesystem::create_symlink("later.plist", dangling);
+  EXPECT_EQ(0, dictionary.save(dangling.c_str(), kXML));
+  EXPECT_TRUE(std::filesystem::exists(folder + "/later.plist"));
+
+  // What is no plain file is written to and stays.
+  EXPECT_EQ(0, dictionary.save("/dev/null", kXML));
+  EXPECT_FALSE(std::filesystem::is_regular_file("/dev/null"));
+  EXPECT_EQ(fnfErr, dictionary.save((folder + "/none/x").c_str(), kXML));
+  EXPECT_EQ(fnfErr, dictionary.save(folder.c_str(), kXML));
+  EXPECT_EQ(5u, EntriesOf(folder));
+}
+
+}  // namespace

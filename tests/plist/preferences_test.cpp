@@ -1,0 +1,400 @@
+#include "plist/preferences.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "plist/dictionary.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/session_directory.h"
+
+namespace {
+
+constexpr char kDomain[] = "com.veltrane.test";
+
+std::string UserFolder() {
+  return std::string(std::getenv("XDG_CONFIG_HOME")) + "/veltrane/preferences/";
+}
+std::string SharedFolder() {
+  return std::string(std::getenv("XDG_CONFIG_DIRS")) + "/veltrane/preferences/";
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+mode_t ModeOf(const std::string& path) {
+  struct stat info = {};
+  EXPECT_EQ(0, stat(path.c_str(), &info)) << path;
+  return info.st_mode & 07777;
+}
+
+// A list with one number, as somebody with an editor would leave it.
+std::string ListOf(const char* key, int number) {
+  return "<plist><dict><key>" + std::string(key) + "</key><integer>" + std::to_string(number) +
+         "</integer></dict></plist>";
+}
+
+struct OpenPreferences : VLTPreferences {
+  using VLTPreferences::_get;
+  using VLTPreferences::VLTPreferences;
+};
+
+// Reads without leaving a reference.
+int IntegerOf(const char* key, CFStringRef user = kCFPreferencesCurrentUser) {
+  const StackCFString name(key), domain(kDomain);
+  const CFPropertyListRef value = CFPreferencesCopyValue(
+      static_cast<CFStringRef>(static_cast<CFTypeRef>(name)),
+      static_cast<CFStringRef>(static_cast<CFTypeRef>(domain)), user, kCFPreferencesAnyHost);
+  int number = -1;
+  if (value == nullptr) return number;
+  CFNumberGetValue(static_cast<CFNumberRef>(value), kCFNumberIntType, &number);
+  CFRelease(value);
+  return number;
+}
+
+class Preferences : public testing::Test {
+ protected:
+  Preferences() {
+    std::filesystem::remove_all(UserFolder());
+    std::filesystem::remove_all(SharedFolder());
+    ClearTestLog();
+  }
+
+  // Replaces the file as an editor does that writes into it.
+  void WriteByHand(const std::string& text) {
+    std::filesystem::create_directories(UserFolder());
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+    chmod(path.c_str(), 0600);
+  }
+
+  OpenDescriptorCheck noLeaks;
+  OpenPreferences preferences{kDomain, kCFPreferencesCurrentUser, kCFPreferencesAnyHost};
+  const std::string path = UserFolder() + kDomain + ".plist";
+};
+
+TEST_F(Preferences, EachDomainHasItsFile) {
+  const struct {
+    const char* application;
+    CFStringRef user, host;
+    std::string path;
+    mode_t mode;
+  } rows[] = {
+      {kDomain, kCFPreferencesCurrentUser, kCFPreferencesAnyHost, path, 0600},
+      {kDomain, kCFPreferencesCurrentUser, kCFPreferencesCurrentHost,
+       UserFolder() + "ByHost/" + kDomain + ".plist", 0600},
+      {kDomain, kCFPreferencesAnyUser, kCFPreferencesCurrentHost,
+       SharedFolder() + kDomain + ".plist", 0644},
+      {nullptr, kCFPreferencesCurrentUser, kCFPreferencesAnyHost,
+       UserFolder() + "preferences_test.plist", 0600},
+      {"kCFPreferencesAnyApplication", kCFPreferencesCurrentUser, kCFPreferencesAnyHost,
+       UserFolder() + ".GlobalPreferences.plist", 0600},
+  };
+  const mode_t mask = umask(077);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.path);
+    VLTPreferences domain(row.application, row.user, row.host);
+    domain.setInteger("n", 5);
+    EXPECT_FALSE(std::filesystem::exists(row.path));
+    EXPECT_EQ(0, domain.commit());
+    EXPECT_EQ(row.mode, ModeOf(row.path));
+  }
+  umask(mask);
+  // Any user's on any host is the same file.
+  EXPECT_EQ(5, IntegerOf("n", kCFPreferencesAnyUser));
+}
+
+TEST_F(Preferences, NamesOfNoFileAreRefused) {
+  const std::string tooLong(201, 'n');
+  for (const char* name : {"", "..", "a..b", "../x", "a/b", "/etc/x", tooLong.c_str()}) {
+    VLTPreferences domain(name, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+    EXPECT_EQ(0, domain.setInteger("n", 1)) << name;
+    EXPECT_EQ(paramErr, domain.commit()) << name;
+    int value = 7;
+    EXPECT_EQ(errAEDescNotFound, domain.getInteger("n", value)) << name;
+  }
+  VLTPreferences elsewhere(kDomain, CFSTR("somebody"), kCFPreferencesAnyHost);
+  EXPECT_EQ(paramErr, elsewhere.commit());
+  EXPECT_FALSE(std::filesystem::exists(UserFolder()));
+}
+
+TEST_F(Preferences, GettersAndSlots) {
+  int number = 7;
+  EXPECT_EQ(errAEDescNotFound, preferences.getInteger("n", number));
+  EXPECT_EQ(0, preferences.remove("n"));
+  preferences.setCString("text", "seven");
+  EXPECT_EQ(paramErr, preferences.getInteger("text", number));
+  EXPECT_EQ(7, number);
+  // Tells whether there is a value, and stores none.
+  const StackCFString text("text"), none("none");
+  const void* value = this;
+  EXPECT_EQ(0, preferences._get(static_cast<CFStringRef>(static_cast<CFTypeRef>(text)), value));
+  EXPECT_EQ(this, value);
+  EXPECT_EQ(paramErr,
+            preferences._get(static_cast<CFStringRef>(static_cast<CFTypeRef>(none)), value));
+  // A value that cannot be made removes, unlike in memory.
+  EXPECT_EQ(0, preferences.setCString("text", nullptr));
+  EXPECT_EQ(nullptr, preferences.getKeys());
+  EXPECT_EQ(0, preferences.commit());
+  EXPECT_FALSE(std::filesystem::exists(path));  // nothing has changed
+}
+
+TEST_F(Preferences, WholeTables) {
+  VLTDictionary list, read;
+  EXPECT_EQ(paramErr, preferences.save("/dev/null", kCFPropertyListXMLFormat_v1_0));  // empty
+  preferences.setInteger("old", 1);
+  preferences.setInteger("both", 1);
+  list.setInteger("both", 2);
+  list.setInteger("new", 2);
+  CFDataRef data = nullptr;
+  ASSERT_EQ(0, list.saveAsXML(data));
+  EXPECT_EQ(0, preferences.loadFromXML(data, true));
+  CFRelease(data);
+  ASSERT_EQ(0, preferences.saveAsXML(data));
+  EXPECT_EQ(0, read.loadFromXML(data, false));
+  EXPECT_EQ(3, read.getCount());
+  EXPECT_EQ(0, preferences.commit());
+  EXPECT_EQ(0, preferences.loadFromXML(data, false));
+  CFRelease(data);
+  const CFArrayRef keys = preferences.getKeys();
+  EXPECT_EQ(3, CFArrayGetCount(keys));
+  preferences.setMultiple(nullptr, keys);
+  CFRelease(keys);
+  EXPECT_EQ(nullptr, preferences.getKeys());
+  const CFDictionaryRef none = preferences.getMultiple(nullptr);
+  EXPECT_EQ(0, CFDictionaryGetCount(none));
+  CFRelease(none);
+  EXPECT_EQ(2, IntegerOf("both") + 3);  // -1: removed here, though the file still has it
+  EXPECT_NE(std::string::npos, ReadFile(path).find("both"));
+}
+
+TEST_F(Preferences, WhatOthersWriteIsSeenAndWhatIsSetHereWinsUntilItIsWritten) {
+  WriteByHand(ListOf("n", 1));
+  EXPECT_EQ(1, IntegerOf("n"));
+  // Of the same size, at the same moment.
+  for (int i = 2; i < 10; i++) {
+    WriteByHand(ListOf("n", i));
+    EXPECT_EQ(i, IntegerOf("n"));
+  }
+  preferences.setInteger("n", 50);
+  preferences.setInteger("mine", 51);
+  WriteByHand(
+      "<!-- mine --><plist><dict><key>n</key><integer>3</integer>"
+      "<key>theirs</key><integer>4</integer></dict></plist>");
+  EXPECT_EQ(50, IntegerOf("n"));
+  EXPECT_EQ(4, IntegerOf("theirs"));
+  EXPECT_EQ(0, preferences.commit());
+  EXPECT_EQ(4, IntegerOf("theirs"));
+  EXPECT_EQ(51, IntegerOf("mine"));
+  WriteByHand(ListOf("n", 8));
+  EXPECT_EQ(8, IntegerOf("n"));
+  EXPECT_EQ(-1, IntegerOf("mine"));
+  std::filesystem::remove(path);
+  EXPECT_EQ(-1, IntegerOf("n"));
+  EXPECT_EQ("", TestLogText());
+}
+
+TEST_F(Preferences, ReadsLeaveReferencesToOneObjectForEachValue) {
+  CFStringRef first = nullptr, again = nullptr;
+  preferences.setCString("s", "one");
+  ASSERT_EQ(0, preferences.commit());
+  EXPECT_EQ(0, preferences.getString("s", first));
+  const CFIndex count = CFGetRetainCount(first);
+  EXPECT_EQ(0, preferences.getString("s", again));
+  EXPECT_EQ(first, again);
+  EXPECT_EQ(count + 1, CFGetRetainCount(first));
+  // Values that come and go, with their references left behind, stay these two objects.
+  CFStringRef second = nullptr;
+  for (int i = 0; i < 200; i++) {
+    preferences.setCString("s", i % 2 == 0 ? "two" : "one");
+    if (i % 3 == 0) {
+      ASSERT_EQ(0, preferences.commit());
+    }
+    CFStringRef now = nullptr;
+    EXPECT_EQ(0, preferences.getString("s", now));
+    if (i == 0) second = now;
+    EXPECT_EQ(i % 2 == 0 ? second : first, now);
+  }
+}
+
+TEST_F(Preferences, ATypeThatChangesIsSeen) {
+  double real = 0;
+  UInt32 type = 0;
+  CFNumberType number = 0;
+  WriteByHand("<plist><dict><key>n</key><integer>1</integer></dict></plist>");
+  EXPECT_EQ(0, preferences.getDouble("n", real));
+  WriteByHand("<plist><dict><key>n</key><real>1</real></dict></plist>");
+  EXPECT_EQ(0, preferences.getType("n", type, &number));
+  EXPECT_EQ(kCFNumberFloat64Type, number);
+}
+
+TEST_F(Preferences, LinksModesAndBinaryFilesSurvive) {
+  const std::string target = UserFolder() + "elsewhere/real.plist";
+  VLTDictionary list;
+  list.setInteger("theirs", 4);
+  std::filesystem::create_directories(UserFolder() + "elsewhere");
+  std::filesystem::create_symlink("elsewhere/real.plist", path);
+  const CFURLRef url = CFURLCreateFromFileSystemRepresentation(
+      nullptr, reinterpret_cast<const UInt8*>(target.data()), static_cast<CFIndex>(target.size()),
+      false);
+  ASSERT_EQ(0, list.save(url, kCFPropertyListBinaryFormat_v1_0));
+  CFRelease(url);
+  chmod(target.c_str(), 0640);
+  preferences.setInteger("mine", 5);
+  EXPECT_EQ(0, preferences.commit());
+  EXPECT_TRUE(std::filesystem::is_symlink(path));
+  EXPECT_EQ(0640u, ModeOf(target));
+  EXPECT_EQ(4, IntegerOf("theirs"));
+  EXPECT_EQ(0u, ReadFile(target).find("<?xml"));
+}
+
+TEST_F(Preferences, FilesThatCannotBeTrustedOrReadAreLeftAlone) {
+  const std::string good = ListOf("n", 1);
+  const struct {
+    std::string text;
+    mode_t mode;
+    uid_t owner;
+    const char* said;
+  } rows[] = {
+      {good, 0620, geteuid(), "its group or others may write it"},
+      {good, 0602, geteuid(), "its group or others may write it"},
+      {good, 0600, 12345, "another user owns it"},
+      {"<plist><dict>", 0600, geteuid(), "line 1"},
+      {"", 0600, geteuid(), "neither read nor written"},
+      {"<plist><array/></plist>", 0600, geteuid(), "is no dictionary"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.said);
+    if (row.owner != geteuid() && geteuid() != 0) continue;
+    ClearTestLog();
+    WriteByHand(row.text);
+    ASSERT_EQ(0, chown(path.c_str(), row.owner, getegid()));
+    ASSERT_EQ(0, chmod(path.c_str(), row.mode));
+    for (int i = 0; i < 3; i++) EXPECT_EQ(-1, IntegerOf("n"));
+    preferences.setInteger("mine", 5);
+    EXPECT_EQ(paramErr, preferences.commit());
+    EXPECT_EQ(5, IntegerOf("mine"));
+    EXPECT_EQ(row.text, ReadFile(path));
+    const std::string log = TestLogText();
+    EXPECT_NE(std::string::npos, log.find(row.said)) << log;
+    EXPECT_EQ(1, std::count(log.begin(), log.end(), '\n')) << log;
+
+    ASSERT_EQ(0, chown(path.c_str(), geteuid(), getegid()));
+    WriteByHand(good);
+    EXPECT_EQ(0, preferences.commit());
+    EXPECT_EQ(1, IntegerOf("n"));
+    EXPECT_EQ(5, IntegerOf("mine"));
+    preferences.remove("mine");
+    EXPECT_EQ(0, preferences.commit());
+  }
+
+  std::filesystem::remove(path);
+  ASSERT_EQ(0, mkfifo(path.c_str(), 0600));  // neither waited for nor replaced
+  EXPECT_EQ(-1, IntegerOf("n"));
+  preferences.setInteger("mine", 5);
+  EXPECT_EQ(paramErr, preferences.commit());
+  EXPECT_TRUE(std::filesystem::is_fifo(path));
+  std::filesystem::remove(path);
+  WriteByHand(good);
+  std::filesystem::resize_file(path, (64 << 20) + 1);
+  EXPECT_EQ(-1, IntegerOf("n"));
+  EXPECT_EQ(paramErr, preferences.commit());
+  EXPECT_NE(std::string::npos, TestLogText().find("64 MiB"));
+  std::filesystem::remove(path);
+  EXPECT_EQ(0, preferences.commit());
+}
+
+TEST_F(Preferences, ValuesThatNoFileCanHaveShowAtTheNextCommit) {
+  preferences.setInteger("n", 1);
+  const StackCFString domain(kDomain);
+  CFPreferencesSetValue(CFSTR("url"), kCFPreferencesAnyUser,
+                        static_cast<CFStringRef>(static_cast<CFTypeRef>(domain)),
+                        kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+  EXPECT_EQ(0, preferences.commit());
+  VLTDictionary nest;
+  for (int i = 0; i < 600; i++) {
+    VLTDictionary outer;
+    outer.setDictionary("in", nest);
+    nest = outer;
+  }
+  EXPECT_EQ(0, preferences.setDictionary("deep", nest));
+  EXPECT_EQ(paramErr, preferences.commit());
+  EXPECT_EQ(0, preferences.commit());
+  EXPECT_EQ(1, IntegerOf("n"));
+  // What is set is a copy.
+  VLTDictionary inner;
+  inner.setInteger("n", 1);
+  preferences.setDictionary("inner", inner);
+  inner.setInteger("n", 2);
+  VLTDictionary read;
+  int n = 0;
+  EXPECT_EQ(0, preferences.getDictionary("inner", read));
+  EXPECT_EQ(0, read.getInteger("n", n));
+  EXPECT_EQ(1, n);
+}
+
+TEST_F(Preferences, ApplicationValuesComeFromTheStrongestDomain) {
+  const CFStringRef app = CFSTR("com.veltrane.test");
+  const struct {
+    CFStringRef application, user, host;
+  } weakestFirst[] = {
+      {kCFPreferencesAnyApplication, kCFPreferencesAnyUser, kCFPreferencesAnyHost},
+      {app, kCFPreferencesAnyUser, kCFPreferencesCurrentHost},
+      {kCFPreferencesAnyApplication, kCFPreferencesCurrentUser, kCFPreferencesAnyHost},
+      {kCFPreferencesAnyApplication, kCFPreferencesCurrentUser, kCFPreferencesCurrentHost},
+      {app, kCFPreferencesCurrentUser, kCFPreferencesAnyHost},
+      {app, kCFPreferencesCurrentUser, kCFPreferencesCurrentHost},
+  };
+  int rank = 0;
+  for (const auto& row : weakestFirst) {
+    const CFNumberRef number = CFNumberCreate(nullptr, kCFNumberIntType, &++rank);
+    CFPreferencesSetValue(CFSTR("n"), number, row.application, row.user, row.host);
+    const CFPropertyListRef found = CFPreferencesCopyAppValue(CFSTR("n"), app);
+    EXPECT_TRUE(CFEqual(number, found)) << rank;
+    CFRelease(found);
+    CFRelease(number);
+  }
+  EXPECT_TRUE(CFPreferencesAppSynchronize(app));
+  EXPECT_EQ(5, IntegerOf("n"));
+  CFPreferencesSetAppValue(CFSTR("n"), kCFBooleanTrue, app);
+  const CFPropertyListRef any =
+      CFPreferencesCopyValue(CFSTR("n"), app, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+  EXPECT_EQ(kCFBooleanTrue, any);
+  for (const auto& row : weakestFirst) {
+    CFPreferencesSetValue(CFSTR("n"), nullptr, row.application, row.user, row.host);
+  }
+  EXPECT_TRUE(CFPreferencesAppSynchronize(app));
+}
+
+TEST_F(Preferences, ThreadsOfOneProcessLoseNothing) {
+  constexpr int kThreads = 4, kKeys = 15;
+  std::atomic<int> failures{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; t++) {
+    threads.emplace_back([t, &failures] {
+      VLTPreferences own(kDomain, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+      for (int i = 0; i < kKeys; i++) {
+        const std::string key = std::to_string(t) + "." + std::to_string(i);
+        own.setInteger(key.c_str(), i);
+        if (own.commit() != 0 || IntegerOf(key.c_str()) != i) failures++;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(0, failures);
+  const CFArrayRef keys = preferences.getKeys();
+  EXPECT_EQ(kThreads * kKeys, CFArrayGetCount(keys));
+  CFRelease(keys);
+}
+
+}  // namespace

@@ -1,0 +1,3 @@
+foreach(name IN ITEMS type_ref dictionary dictionary_io preferences)
+  vlt_add_test(NAME ${name}_test LABEL unit SOURCES ${name}_test.cpp LIBS vlt_plist)
+endforeach()
