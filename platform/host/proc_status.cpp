@@ -12,27 +12,30 @@
 
 namespace {
 
-// The text behind blank number `count` from `at` on; null when there are fewer.
-const char* SkipFields(const char* at, int count) {
-  for (; at != nullptr && count > 0; --count) {
-    at = std::strchr(at, ' ');
-    if (at != nullptr) ++at;
-  }
-  return at;
-}
+constexpr uint64_t kKernelThread = 0x00200000;  // a bit of the flags field
 
-// Fields 3 (state) and 22 (start time). The command name before them may hold blanks and
-// parentheses of its own, so fields are counted from the last one. A process that has ended and
-// only waits to be waited for is none any more.
-bool ParseStatus(const char* text, uint64_t* startTicks) {
-  const char* state = SkipFields(std::strrchr(text, ')'), 1);
-  if (state == nullptr || *state == 'Z' || *state == 'X') return false;
-  const char* start = SkipFields(state, 22 - 3);
-  if (start == nullptr) return false;
-  char* end = nullptr;
-  errno = 0;
-  *startTicks = std::strtoull(start, &end, 10);
-  return end != start && errno == 0;
+// Places in the line, counted from 1 as its documentation does.
+enum Field { kFirstNumber = 4, kFlags = 9, kUserTime = 14, kSystemTime = 15, kStart = 22 };
+
+// The command name in front may hold blanks and parentheses of its own, so fields are counted from
+// the last one. A process that has ended and only waits to be waited for is none any more.
+bool ParseStatus(const char* text, HostProcessStatus* status) {
+  const char* nameEnd = std::strrchr(text, ')');
+  if (nameEnd == nullptr || nameEnd[1] != ' ') return false;
+  const char state = nameEnd[2];
+  if (state == 0 || state == 'Z' || state == 'X') return false;
+  uint64_t numbers[kStart + 1] = {};
+  const char* at = nameEnd + 3;
+  for (int field = kFirstNumber; field <= kStart; ++field) {
+    char* end = nullptr;
+    errno = 0;
+    numbers[field] = std::strtoull(at, &end, 10);
+    if (end == at || errno != 0) return false;
+    at = end;
+  }
+  status->startTicks = numbers[kStart];
+  status->activeTicks = numbers[kUserTime] + numbers[kSystemTime];
+  return (numbers[kFlags] & kKernelThread) == 0;
 }
 
 }  // namespace
@@ -52,7 +55,7 @@ bool HostReadProcessStatus(pid_t pid, HostProcessStatus* status) {
   if (size <= 0 || !owned) return false;
   text[size] = 0;
   status->uid = info.st_uid;
-  return ParseStatus(text, &status->startTicks);
+  return ParseStatus(text, status);
 }
 
 std::string HostProgramPath(pid_t pid) {

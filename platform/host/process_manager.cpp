@@ -6,8 +6,6 @@
 
 #include <CoreServices/MacErrors.h>
 
-#include "platform/host/proc_status.h"
-
 namespace {
 
 bool IsCurrentProcess(const ProcessSerialNumber& psn) {
@@ -55,12 +53,21 @@ bool HostSerialNumberOfPid(pid_t pid, ProcessSerialNumber* psn) {
   return true;
 }
 
-pid_t HostPidOfSerialNumber(const ProcessSerialNumber& psn) {
+bool HostFindProcess(const ProcessSerialNumber& psn, HostProcess* process) {
   ProcessSerialNumber wanted;
-  if (!Resolve(psn, &wanted) || wanted.lowLongOfPSN > INT32_MAX) return 0;
+  HostProcessStatus status;
+  if (!Resolve(psn, &wanted) || wanted.lowLongOfPSN > INT32_MAX) return false;
   const auto pid = static_cast<pid_t>(wanted.lowLongOfPSN);
-  ProcessSerialNumber found;
-  return HostSerialNumberOfPid(pid, &found) && AreEqual(found, wanted) ? pid : 0;
+  if (pid <= 0 || !HostReadProcessStatus(pid, &status)) return false;
+  if (pid != getpid() && status.uid != geteuid()) return false;
+  if (!AreEqual(Compose(status.startTicks, pid), wanted)) return false;
+  *process = {pid, wanted, status};
+  return true;
+}
+
+pid_t HostPidOfSerialNumber(const ProcessSerialNumber& psn) {
+  HostProcess process;
+  return HostFindProcess(psn, &process) ? process.pid : 0;
 }
 
 OSErr GetCurrentProcess(ProcessSerialNumber* psn) {

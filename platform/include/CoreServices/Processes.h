@@ -1,18 +1,47 @@
 #pragma once
 
+#include <CoreServices/Files.h>
 #include <CoreServices/MacTypes.h>
 #include <sys/types.h>
 
-// Process serial numbers. A number is never given to another process, also when its pid is. Only
-// live processes of our own user are known. Any thread.
+// Process serial numbers, and the list of processes. A number is never given to another process,
+// also when its pid is. Only live processes of our own user are known. Any thread.
 
 // Low words of the special numbers; their high word is 0.
 enum : UInt32 { kNoProcess = 0, kSystemProcess = 1, kCurrentProcess = 2 };
+
+// What is told of a process. On a host with pointers of 32 bits it is the documented 60 bytes.
+struct ProcessInfoRec {
+  UInt32 processInfoLength;  // set before the call: sizeof(ProcessInfoRec)
+  StringPtr processName;  // set before the call: room for 32 bytes, or null; cut to 31 characters
+  ProcessSerialNumber processNumber;
+  OSType processType;       // of its application bundle; '????' for a program that has none
+  OSType processSignature;  // likewise
+  UInt32 processMode;       // 0
+  Ptr processLocation;      // null
+  UInt32 processSize;       // 0
+  UInt32 processFreeMem;    // 0
+  ProcessSerialNumber processLauncher;  // { 0, kNoProcess }: not told
+  UInt32 processLaunchDate;             // ticks (1/60 s) from the machine's start
+  UInt32 processActiveTime;             // ticks of processor time
+  FSSpecPtr processAppSpec;  // set before the call: filled with its bundle or program, or null
+};
+static_assert(sizeof(void*) != 4 || sizeof(ProcessInfoRec) == 60);
+using ProcessInfoRecPtr = ProcessInfoRec*;
 
 extern "C" {
 
 // procNotFound when the system does not tell about processes; paramErr for null.
 OSErr GetCurrentProcess(ProcessSerialNumber* psn);
+
+// The next number of the list, by increasing pid; { 0, kNoProcess } begins. procNotFound with
+// { 0, kNoProcess } at the end. What starts during a pass may be left out of it; what ends is.
+OSErr GetNextProcess(ProcessSerialNumber* psn);
+
+// paramErr for null and for a wrong length, procNotFound for a process that has ended or is not
+// ours to see. Where the spec is asked for and its item has no FSSpec, its name is empty and its
+// parID 0.
+OSErr GetProcessInformation(const ProcessSerialNumber* psn, ProcessInfoRec* info);
 
 // { 0, kCurrentProcess } is the caller itself. paramErr for null; the result is by number, whether
 // or not such processes exist.

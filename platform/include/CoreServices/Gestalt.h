@@ -1,0 +1,17 @@
+#pragma once
+
+#include <CoreServices/MacTypes.h>
+
+// What the system is. Any thread.
+
+enum : OSType {
+  // 0xMMmb: major version in two decimal digits of 4 bits, minor, bug fix. 0x1040 is 10.4.
+  gestaltSystemVersion = FourCC('s', 'y', 's', 'v'),
+};
+
+extern "C" {
+
+// gestaltUndefSelectorErr, with `response` untouched, for every other selector; paramErr for null.
+OSErr Gestalt(OSType selector, SInt32* response);
+
+}  // extern "C"

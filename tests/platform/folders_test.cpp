@@ -1,0 +1,174 @@
+#include <CoreServices/Folders.h>
+#include <CoreServices/Gestalt.h>
+#include <CoreServices/MacErrors.h>
+#include <Security/Security.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "tests/support/scratch_folder.h"
+
+// Standard folders, system version and login session: what the environment decides.
+
+namespace {
+
+std::string FolderPath(SInt16 volume, SInt32 number) {
+  FSSpec spec;
+  FSRef ref;
+  UInt8 path[4096];
+  OSStatus err = FSMakeFSSpec(volume, number, nullptr, &spec);
+  if (err == noErr) err = FSpMakeFSRef(&spec, &ref);
+  if (err == noErr) err = FSRefMakePath(&ref, path, sizeof path);
+  return err == noErr ? reinterpret_cast<char*>(path) : std::to_string(err);
+}
+
+TEST(Folders, DomainsAndTypes) {
+  const ScratchFolder scratch;
+  const ScopedVariable local("VLTHOST_LOCAL_ROOT", scratch.Path("local").c_str());
+  const ScopedVariable data("XDG_DATA_HOME", scratch.Path("data").c_str());
+  const std::string shared = "relative:" + scratch.Path("share1/") + "::" + scratch.Path("share2");
+  const ScopedVariable dirs("XDG_DATA_DIRS", shared.c_str());
+  const ScopedVariable home("HOME", scratch.Folder("home").c_str());
+  const struct {
+    SInt16 domain;
+    OSType type;
+    const char* path;  // in the scratch folder; null: fnfErr
+  } rows[] = {
+      {kLocalDomain, kDomainLibraryFolderType, "local/Library"},
+      {kOnSystemDisk, kDomainLibraryFolderType, "local/Library"},
+      {kLocalDomain, kDomainTopLevelFolderType, "local"},
+      {kLocalDomain, kApplicationSupportFolderType, "local/Library/Application Support"},
+      {kLocalDomain, kPreferencesFolderType, "local/Library/Preferences"},
+      {kLocalDomain, kApplicationsFolderType, "share1/veltrane/Applications"},
+      {kLocalDomain, kCurrentUserFolderType, "home"},
+      {kUserDomain, kDomainTopLevelFolderType, "data/veltrane"},
+      {kUserDomain, kDomainLibraryFolderType, "data/veltrane/Library"},
+      {kUserDomain, kApplicationSupportFolderType, "data/veltrane/Library/Application Support"},
+      {kUserDomain, kApplicationsFolderType, "data/veltrane/Applications"},
+      {kUserDomain, kCurrentUserFolderType, "home"},
+      {kUserDomain, kSystemFolderType, nullptr},
+      {kLocalDomain, FourCC('n', 'o', 'n', 'e'), nullptr},
+      {kNetworkDomain, kDomainLibraryFolderType, nullptr},
+      {kHostVolume, kDomainLibraryFolderType, nullptr},
+      {0, kDomainLibraryFolderType, nullptr},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.path != nullptr ? row.path : "none");
+    SInt16 volume = 7;
+    SInt32 number = 7;
+    FSRef ref;
+    if (row.path == nullptr || !std::filesystem::exists(scratch.Path(row.path))) {
+      EXPECT_EQ(fnfErr, FindFolder(row.domain, row.type, kDontCreateFolder, &volume, &number));
+      EXPECT_EQ(7, volume);
+      EXPECT_EQ(7, number);
+    }
+    const OSErr err = FindFolder(row.domain, row.type, kCreateFolder, &volume, &number);
+    EXPECT_EQ(row.path != nullptr ? noErr : fnfErr, err);
+    if (row.path == nullptr) continue;
+    EXPECT_EQ(scratch.Path(row.path), FolderPath(volume, number));
+    EXPECT_EQ(noErr, FSFindFolder(row.domain, row.type, kDontCreateFolder, &ref));
+  }
+  EXPECT_EQ(paramErr, FindFolder(kUserDomain, kDomainLibraryFolderType, true, nullptr, nullptr));
+}
+
+TEST(Folders, WhatIsInTheWayIsTold) {
+  const ScratchFolder scratch;
+  scratch.File("file");
+  scratch.Link("linked", "target");
+  scratch.Folder("target");
+  const struct {
+    const char* root;
+    OSErr err;
+  } rows[] = {{"file", dirNFErr}, {"file/local", dirNFErr}, {"linked", noErr}, {"new/a/b", noErr}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.root);
+    const ScopedVariable local("VLTHOST_LOCAL_ROOT", scratch.Path(row.root).c_str());
+    SInt16 volume = 0;
+    SInt32 number = 0;
+    EXPECT_EQ(row.err, FindFolder(kLocalDomain, kDomainLibraryFolderType, true, &volume, &number));
+  }
+  EXPECT_TRUE(std::filesystem::is_directory(scratch.Path("target/Library")));
+}
+
+TEST(Folders, UsersFoldersHaveDefaults) {
+  const ScratchFolder scratch;
+  const ScopedVariable home("HOME", scratch.Path().c_str());
+  for (const char* value : {static_cast<const char*>(nullptr), "", "relative"}) {
+    const ScopedVariable data("XDG_DATA_HOME", value);
+    SInt16 volume = 0;
+    SInt32 number = 0;
+    ASSERT_EQ(noErr, FindFolder(kUserDomain, kDomainTopLevelFolderType, true, &volume, &number));
+    EXPECT_EQ(scratch.Path(".local/share/veltrane"), FolderPath(volume, number));
+  }
+}
+
+TEST(Gestalt, SystemVersion) {
+  const struct {
+    const char* value;
+    OSErr err;
+    SInt32 version;
+  } rows[] = {
+      {nullptr, noErr, 0x1040},
+      {"", noErr, 0x1040},
+      {"0x0922", noErr, 0x922},
+      {"4169", noErr, 0x1049},
+      {"none", gestaltUndefSelectorErr, 7},
+      {"0x10000", gestaltUndefSelectorErr, 7},
+  };
+  for (const auto& row : rows) {
+    const ScopedVariable version("VLTHOST_GESTALT_SYSV", row.value);
+    SInt32 response = 7;
+    EXPECT_EQ(row.err, Gestalt(gestaltSystemVersion, &response));
+    EXPECT_EQ(row.version, response);
+  }
+  SInt32 response = 7;
+  EXPECT_EQ(gestaltUndefSelectorErr, Gestalt(FourCC('n', 'o', 'n', 'e'), &response));
+  EXPECT_EQ(7, response);
+  EXPECT_EQ(paramErr, Gestalt(gestaltSystemVersion, nullptr));
+}
+
+TEST(SecuritySession, IsTheCallersOwnOnly) {
+  const struct {
+    const char* id;
+    const char* bits;
+    const char* display;
+    const char* wayland;
+    SecuritySessionId expectedId;  // 0: whatever the system says
+    SessionAttributeBits expectedBits;
+  } rows[] = {
+      {"5", "0x11", nullptr, nullptr, 5, sessionIsRoot | sessionHasGraphicAccess},
+      {"0x1234ABCD", "0", ":0", nullptr, 0x1234ABCD, 0},
+      {"5", nullptr, ":0", nullptr, 5, sessionHasGraphicAccess},
+      {"5", "junk", nullptr, "wayland-0", 5, sessionHasGraphicAccess},
+      {"5", nullptr, "", "", 5, 0},
+      {"0", "1", nullptr, nullptr, 0, sessionIsRoot},
+      {"0xFFFFFFFF", "1", nullptr, nullptr, 0, sessionIsRoot},
+      {"-1", "1", nullptr, nullptr, 0, sessionIsRoot},
+      {"4294967296", "1", nullptr, nullptr, 0, sessionIsRoot},
+      {"five", "1", nullptr, nullptr, 0, sessionIsRoot},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.id);
+    const ScopedVariable id("VLTHOST_SESSION_ID", row.id), bits("VLTHOST_SESSION_BITS", row.bits);
+    const ScopedVariable display("DISPLAY", row.display), wayland("WAYLAND_DISPLAY", row.wayland);
+    SecuritySessionId found = 0, again = 0;
+    SessionAttributeBits attributes = 0xFFFF;
+    EXPECT_EQ(errSessionSuccess, SessionGetInfo(callerSecuritySession, &found, &attributes));
+    EXPECT_EQ(row.expectedBits, attributes);
+    EXPECT_NE(noSecuritySession, found);
+    EXPECT_NE(callerSecuritySession, found);
+    if (row.expectedId != 0) {
+      EXPECT_EQ(row.expectedId, found);
+    }
+    EXPECT_EQ(errSessionSuccess, SessionGetInfo(found, &again, nullptr));
+    EXPECT_EQ(found, again);
+    EXPECT_EQ(errSessionInvalidId, SessionGetInfo(found + 1, &again, &attributes));
+    EXPECT_EQ(errSessionInvalidId, SessionGetInfo(noSecuritySession, nullptr, nullptr));
+    EXPECT_EQ(errSessionSuccess, SessionGetInfo(callerSecuritySession, nullptr, nullptr));
+  }
+}
+
+}  // namespace

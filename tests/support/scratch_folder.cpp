@@ -1,0 +1,88 @@
+#include "tests/support/scratch_folder.h"
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+void MakeFolderOf(const std::string& path) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+}
+
+}  // namespace
+
+ScratchFolder::ScratchFolder() {
+  std::string pattern = std::filesystem::canonical(std::filesystem::temp_directory_path());
+  pattern += "/vlt-scratch-XXXXXX";
+  if (mkdtemp(pattern.data()) != nullptr) path = pattern;
+}
+
+ScratchFolder::~ScratchFolder() {
+  std::error_code ignored;
+  if (!path.empty()) std::filesystem::remove_all(path, ignored);
+}
+
+std::string ScratchFolder::Folder(const std::string& name) const {
+  std::filesystem::create_directories(Path(name));
+  return Path(name);
+}
+
+std::string ScratchFolder::File(const std::string& name, const std::string& text) const {
+  MakeFolderOf(Path(name));
+  std::ofstream(Path(name), std::ios::binary) << text;
+  return Path(name);
+}
+
+std::string ScratchFolder::Link(const std::string& name, const std::string& target) const {
+  MakeFolderOf(Path(name));
+  std::filesystem::create_symlink(target, Path(name));
+  return Path(name);
+}
+
+std::string ScratchFolder::Program(const std::string& name, const std::string& original) const {
+  MakeFolderOf(Path(name));
+  std::filesystem::copy_file(original, Path(name));
+  std::filesystem::permissions(Path(name), std::filesystem::perms(0755));
+  return Path(name);
+}
+
+std::string MakeTestBundle(const ScratchFolder& folder, const std::string& name,
+                           const TestBundle& bundle) {
+  const struct {
+    const char* key;
+    const std::string& value;
+  } rows[] = {{"CFBundleIdentifier", bundle.identifier},
+              {"CFBundleSignature", bundle.signature},
+              {"CFBundlePackageType", bundle.packageType},
+              {"CFBundleExecutable", bundle.executable},
+              {"CFBundleVersion", bundle.version}};
+  std::string text =
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n";
+  for (const auto& row : rows) {
+    if (row.value.empty()) continue;
+    text += std::string("<key>") + row.key + "</key><string>" + row.value + "</string>\n";
+  }
+  folder.File(name + "/Contents/Info.plist", text + "</dict>\n</plist>\n");
+  return folder.Path(name);
+}
+
+ScopedVariable::ScopedVariable(const char* variable, const char* value) : name(variable) {
+  const char* old = getenv(name);
+  wasSet = old != nullptr;
+  if (wasSet) before = old;
+  if (value != nullptr) {
+    setenv(name, value, 1);
+  } else {
+    unsetenv(name);
+  }
+}
+
+ScopedVariable::~ScopedVariable() {
+  if (wasSet) {
+    setenv(name, before.c_str(), 1);
+  } else {
+    unsetenv(name);
+  }
+}

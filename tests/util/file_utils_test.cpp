@@ -1,0 +1,280 @@
+#include "util/file_utils.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/support/scratch_folder.h"
+#include "util/app_error_utils.h"
+#include "util/strings.h"
+
+namespace {
+
+FSSpec SpecOf(const std::string& path) {
+  FSSpec spec = {};
+  EXPECT_EQ(noErr, PathToFSSpec(path.c_str(), &spec)) << path;
+  return spec;
+}
+
+std::string PathOf(const FSSpec& spec) {
+  char path[4096];
+  const OSErr err = FSSpecToPath(&spec, path, sizeof path);
+  return err == noErr ? path : std::to_string(err);
+}
+
+// A record below a folder, whether or not there is such an item.
+FSSpec Below(const std::string& folder, const char* name) {
+  FSSpec spec = SpecOf(folder);
+  SInt32 number = 0;
+  EXPECT_EQ(noErr, FSGetDirID(spec, number));
+  spec.parID = number;
+  cpstrcpy(spec.name, name, sizeof spec.name);
+  return spec;
+}
+
+mode_t ModeOf(const std::string& path) {
+  struct stat info = {};
+  EXPECT_EQ(0, stat(path.c_str(), &info)) << path;
+  return info.st_mode & 07777;
+}
+
+TEST(FileUtils, OnlyFoldersHaveADirID) {
+  const ScratchFolder scratch;
+  const FSSpec file = SpecOf(scratch.File("folder/file"));
+  scratch.Link("folder/link", "../folder");
+  SInt32 number = 7;
+  EXPECT_EQ(dirNFErr, FSGetDirID(file, number));
+  EXPECT_EQ(dirNFErr, FSGetDirID(Below(scratch.Path("folder"), "link"), number));
+  EXPECT_EQ(fnfErr, FSGetDirID(Below(scratch.Path("folder"), "missing"), number));
+  EXPECT_EQ(7, number);
+  EXPECT_EQ(noErr, FSGetDirID(SpecOf(scratch.Path("folder")), number));
+  EXPECT_EQ(+file.parID, number);
+}
+
+TEST(FileUtils, PathsOfItemsThatAreThereOrNotYet) {
+  const ScratchFolder scratch;
+  const std::string folder = scratch.Folder("folder");
+  const std::string joined = folder + "/new";
+  const FSSpec present = SpecOf(folder), absent = Below(folder, "new");
+  const FSSpec inRoot = Below("/", "vlt-no-such-item"), bad = Below(folder, "..");
+  const struct {
+    const FSSpec* spec;
+    size_t size;
+    OSErr err;
+    std::string path;
+  } rows[] = {
+      {&present, folder.size(), pathTooLongErr, ""},
+      {&present, folder.size() + 1, noErr, folder},
+      {&absent, joined.size(), paramErr, ""},
+      {&absent, joined.size() + 1, paramErr, ""},  // meant: a byte more than it needs
+      {&absent, joined.size() + 2, noErr, joined},
+      {&absent, 2, pathTooLongErr, ""},
+      {&inRoot, 100, noErr, "//vlt-no-such-item"},  // meant
+      {&bad, 100, bdNamErr, ""},
+  };
+  for (const auto& row : rows) {
+    std::string path(row.size, '#');
+    EXPECT_EQ(row.err, FSSpecToPath(row.spec, path.data(), static_cast<UInt32>(row.size)));
+    if (row.err == noErr) {
+      EXPECT_STREQ(row.path.c_str(), path.c_str());
+    }
+  }
+  std::filesystem::remove(folder);
+  EXPECT_EQ("-43", PathOf(absent));
+  EXPECT_EQ(scratch.Path() + "/folder", PathOf(present));
+  FSSpec out;
+  EXPECT_EQ(fnfErr, PathToFSSpec(folder.c_str(), &out));
+  EXPECT_EQ(paramErr, PathToFSSpec("", &out));
+  EXPECT_EQ(paramErr, PathToFSSpec(nullptr, &out));
+  char path[10];
+  EXPECT_EQ(paramErr, FSSpecToPath(nullptr, path, sizeof path));
+}
+
+TEST(FileUtils, StepsIntoFoldersWhichAreMadeWhenMissing) {
+  const ScratchFolder scratch;
+  scratch.File("file");
+  const FSSpec start = SpecOf(scratch.Path());
+  Str255 name;
+  for (int round = 0; round < 2; ++round) {
+    FSSpec at = start;
+    EXPECT_EQ(noErr, FindOrCreateSubDirectory(at, cpstrcpy(name, "a", sizeof name)));
+    EXPECT_EQ(noErr, FindOrCreateSubDirectory(at, cpstrcpy(name, "b", sizeof name)));
+    EXPECT_EQ(scratch.Path("a/b"), PathOf(at));
+  }
+  EXPECT_TRUE(std::filesystem::is_directory(scratch.Path("a/b")));
+
+  FSSpec at = start;
+  for (const char* bad : {"", ".", "..", "a/b", "/tmp"}) {
+    EXPECT_NE(noErr, FindOrCreateSubDirectory(at, cpstrcpy(name, bad, sizeof name))) << bad;
+    EXPECT_EQ(0, std::memcmp(&start, &at, sizeof at)) << bad;
+  }
+  EXPECT_EQ(paramErr, FindOrCreateSubDirectory(at, nullptr));
+  // A file is stepped into, and only the next step finds out.
+  EXPECT_EQ(noErr, FindOrCreateSubDirectory(at, cpstrcpy(name, "file", sizeof name)));
+  EXPECT_EQ(dirNFErr, FindOrCreateSubDirectory(at, cpstrcpy(name, "x", sizeof name)));
+  EXPECT_EQ(scratch.Path("file"), PathOf(at));
+}
+
+TEST(FileUtils, StandardFoldersOfBothKindsOfSystem) {
+  const struct {
+    const char* version;
+    SInt16 domain;
+    OSErr err;
+    const char* path;
+  } rows[] = {
+      {"0x1040", kOnSystemDisk, noErr, "local/Library/Application Support/Veltrane"},
+      {"0x1040", kLocalDomain, noErr, "local/Library/Application Support/Veltrane"},
+      {"0x0922", kLocalDomain, noErr, "local/Library/Application Support/Veltrane"},
+      {"none", kLocalDomain, noErr, "local/Library/Application Support/Veltrane"},
+      {"0x1040", kUserDomain, noErr, "data/veltrane/Library/Application Support/Veltrane"},
+      {"0x1040", kNetworkDomain, fnfErr, ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.path);
+    const ScratchFolder scratch;
+    const ScopedVariable local("VLTHOST_LOCAL_ROOT", scratch.Path("local").c_str());
+    const ScopedVariable data("XDG_DATA_HOME", scratch.Path("data").c_str());
+    const ScopedVariable version("VLTHOST_GESTALT_SYSV", row.version);
+    FSSpec spec = {};
+    EXPECT_EQ(row.err, GetRootSupportFolder(&spec, row.domain));
+    if (row.err != noErr) continue;
+    EXPECT_EQ(scratch.Path(row.path), PathOf(spec));
+    EXPECT_TRUE(std::filesystem::is_directory(scratch.Path(row.path)));
+    EXPECT_EQ(noErr, GetRootSupportFolder(&spec, row.domain));
+  }
+  const ScratchFolder scratch;
+  const ScopedVariable local("VLTHOST_LOCAL_ROOT", scratch.Path("local").c_str());
+  const unsigned char name[] = "\003sub";
+  FSSpec spec = {};
+  EXPECT_EQ(fnfErr, GetFindFolderSpec(&spec, kLocalDomain, kDomainLibraryFolderType, name, false));
+  scratch.Folder("local/Library");
+  // Meant: `create` is for the folder around it.
+  EXPECT_EQ(noErr, GetFindFolderSpec(&spec, kLocalDomain, kDomainLibraryFolderType, name, false));
+  EXPECT_TRUE(std::filesystem::is_directory(scratch.Path("local/Library/sub")));
+  EXPECT_EQ(paramErr,
+            GetFindFolderSpec(nullptr, kLocalDomain, kDomainLibraryFolderType, name, true));
+}
+
+TEST(FileUtils, PermissionsOfTheItemItself) {
+  const ScratchFolder scratch;
+  scratch.File("target");
+  ASSERT_EQ(0, chmod(scratch.Path("target").c_str(), 0600));
+  scratch.Link("link", "target");
+  FSSpec file = SpecOf(scratch.Path("target")), link = Below(scratch.Path(), "link");
+  FSSpec absent = Below(scratch.Path(), "absent");
+  EXPECT_NE(noErr, SetPermissions(link, 0777));
+  EXPECT_EQ(0600u, ModeOf(scratch.Path("target")));
+  EXPECT_EQ(noErr, SetPermissions(file, 0751));
+  EXPECT_EQ(0751u, ModeOf(scratch.Path("target")));
+  EXPECT_EQ(ENOENT, SetPermissions(absent, 0777));
+  absent.parID = 3;
+  EXPECT_EQ(dirNFErr, SetPermissions(absent, 0777));
+}
+
+TEST(FileUtils, SizesAreStoredWhereAskedFor) {
+  const ScratchFolder scratch;
+  const FSSpec file = SpecOf(scratch.File("file", "12345"));
+  const FSSpec folder = SpecOf(scratch.Path());
+  SInt32 data = 7, resource = 7;
+  EXPECT_EQ(noErr, FSpGetFileSize(&file, nullptr, nullptr));
+  EXPECT_EQ(noErr, FSpGetFileSize(&file, &data, nullptr));
+  EXPECT_EQ(5, data);
+  EXPECT_EQ(7, resource);
+  EXPECT_EQ(noErr, FSpGetFileSize(&file, nullptr, &resource));
+  EXPECT_EQ(0, resource);
+  EXPECT_EQ(fnfErr, FSpGetFileSize(&folder, &data, &resource));
+  EXPECT_EQ(paramErr, FSpGetFileSize(nullptr, &data, &resource));
+  EXPECT_EQ(nsvErr, GetFileSize(-7, file.parID, file.name, &data, &resource));
+  EXPECT_EQ(5, data);
+}
+
+// The folder for log files, below a library of the test's own.
+class LogFileDir : public testing::Test {
+ protected:
+  OSErr Get(std::string& path, std::string& subPath, SInt16 domain = 0) {
+    return VLTAppErrorUtils::GetLogFileDirPath(path.data(), static_cast<UInt32>(path.size()),
+                                               subPath.data(), domain);
+  }
+
+  const ScratchFolder scratch;
+  const ScopedVariable local{"VLTHOST_LOCAL_ROOT", scratch.Path("local").c_str()};
+  const ScopedVariable data{"XDG_DATA_HOME", scratch.Path("data").c_str()};
+  const std::string logs = scratch.Path("local/Library/Logs");
+};
+
+TEST_F(LogFileDir, FoldersAreMadeAndOpenToAll) {
+  std::string path(4096, '#'), subPath = "A/B";
+  EXPECT_EQ(noErr, Get(path, subPath));
+  EXPECT_EQ(std::string("A\0B", 3), subPath);
+  EXPECT_EQ(logs + "/A/B", path.c_str());
+  EXPECT_EQ(0777u, ModeOf(logs + "/A"));
+  EXPECT_EQ(0777u, ModeOf(logs + "/A/B"));
+  EXPECT_NE(0777u, ModeOf(logs));
+
+  const struct {
+    const char* subPath;
+    SInt16 domain;
+    std::string path;
+  } rows[] = {
+      {"", 0, logs},
+      {"/", 0, logs},
+      {"//A///B/", kLocalDomain, logs + "/A/B"},
+      {"C", kOnSystemDisk, logs + "/C"},
+      {"D/E", kUserDomain, scratch.Path("data/veltrane/Library/Logs/D/E")},
+  };
+  for (const auto& row : rows) {
+    subPath = row.subPath;
+    EXPECT_EQ(noErr, Get(path, subPath, row.domain)) << row.subPath;
+    EXPECT_EQ(row.path, path.c_str());
+    EXPECT_TRUE(std::filesystem::is_directory(row.path));
+  }
+}
+
+TEST_F(LogFileDir, FailuresLeaveAUsableFolder) {
+  scratch.Folder("outside");
+  std::filesystem::create_directories(logs);
+  std::filesystem::create_symlink(scratch.Path("outside"), logs + "/link");
+  scratch.File("local/Library/Logs/file");
+  ASSERT_EQ(0, chmod(scratch.Path("outside").c_str(), 0700));
+  const struct {
+    const char* subPath;
+    size_t size;
+    SInt16 domain;
+    OSErr err;
+    const char* path;
+  } rows[] = {
+      {"../x", 4096, 0, bdNamErr, "/Library/Logs"},
+      {"./x", 4096, 0, bdNamErr, "/Library/Logs"},
+      {"link/x", 4096, 0, dirNFErr, "/Library/Logs"},
+      {"file/x", 4096, 0, dirNFErr, "/Library/Logs"},
+      {"A", 4096, kNetworkDomain, fnfErr, "/Library/Logs"},
+      {"A", 5, 0, pathTooLongErr, "/Lib"},
+      {"A", 1, 0, pathTooLongErr, ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.subPath);
+    std::string path(row.size, '#'), subPath = row.subPath;
+    EXPECT_EQ(row.err, Get(path, subPath, row.domain));
+    EXPECT_STREQ(row.path, path.c_str());
+  }
+  std::string path(4096, '#'), subPath(64, 'n');
+  EXPECT_EQ(bdNamErr, Get(path, subPath));
+  EXPECT_EQ(0700u, ModeOf(scratch.Path("outside")));
+  EXPECT_TRUE(std::filesystem::is_empty(scratch.Path("outside")));
+  EXPECT_FALSE(std::filesystem::exists(scratch.Path("local/Library/x")));
+
+  char text[] = "A/B";
+  char out[] = "#";
+  EXPECT_EQ(paramErr, VLTAppErrorUtils::GetLogFileDirPath(nullptr, 10, text, 0));
+  EXPECT_EQ(paramErr, VLTAppErrorUtils::GetLogFileDirPath(out, 0, text, 0));
+  EXPECT_EQ(paramErr, VLTAppErrorUtils::GetLogFileDirPath(out, 1, nullptr, 0));
+  EXPECT_STREQ("#", out);
+  EXPECT_STREQ("A/B", text);
+}
+
+}  // namespace

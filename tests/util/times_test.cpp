@@ -1,0 +1,164 @@
+#include "util/times.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kMuchLater = 20s;  // this machine may be busy
+
+UInt64 Value(const UnsignedWide& wide) { return UInt64{wide.hi} << 32 | wide.lo; }
+UnsignedWide Wide(UInt64 value) {
+  return {static_cast<UInt32>(value >> 32), static_cast<UInt32>(value)};
+}
+
+TEST(Times, Conversions) {
+  EXPECT_DOUBLE_EQ(4.294967296, NanosecondsToSeconds(UnsignedWide{1, 0}));
+  EXPECT_DOUBLE_EQ(1.5, NanosecondsToSeconds(Wide(1'500'000'000)));
+  EXPECT_DOUBLE_EQ(18446744073.709553, NanosecondsToSeconds(Wide(UINT64_MAX)));
+  EXPECT_DOUBLE_EQ(18446744073.709553, NanosecondsToSeconds(UINT64_MAX));
+  EXPECT_DOUBLE_EQ(9223372036.854776, NanosecondsToSeconds(UInt64{1} << 63));
+  EXPECT_DOUBLE_EQ(1e-9, NanosecondsToSeconds(UInt64{1}));
+  const struct {
+    UnsignedFixed fixed;
+    UInt64 fromSeconds, fromRate;
+  } rows[] = {
+      {0, 0, 0},
+      {1, 15258, 0x3B9ACA000000},
+      {0x00010000, 999'948'288, 1'000'000'000},
+      {0x001E0000, 29'998'448'640, 33'333'333},
+      {0xFFFFFFFF, 65'532'610'987'110, 15258},
+  };
+  for (const auto& row : rows) {
+    UnsignedWide wide = {9, 9};
+    EXPECT_EQ(row.fromSeconds, UnsignedFixedSecsToNanoseconds(row.fixed));
+    UnsignedFixedSecsToNanoseconds(row.fixed, wide);
+    EXPECT_EQ(row.fromSeconds, Value(wide));
+    EXPECT_EQ(row.fromRate, UnsignedFixedRateToNanoseconds(row.fixed));
+    UnsignedFixedRateToNanoseconds(row.fixed, wide);
+    EXPECT_EQ(row.fromRate, Value(wide));
+  }
+}
+
+TEST(Times, PointsInTime) {
+  NativeTime time(durationForever);
+  EXPECT_FALSE(time.IsPast());
+  time.SetToUInt64(0);
+  EXPECT_TRUE(time.IsPast());
+  time.SetToUInt64(UINT64_MAX);
+  EXPECT_FALSE(time.IsPast());
+  EXPECT_EQ(UINT64_MAX, Value(time.AsNanoseconds()));
+  time.SetToNow();
+  EXPECT_TRUE(time.IsPast());
+  time.SetToNanosecondsFromNow(Wide(UINT64_MAX));
+  EXPECT_EQ(UINT64_MAX, Value(time));
+  const UInt64 before = Value(UpTime());
+  time.SetToDurationFromNow(-5'000'000);  // microseconds
+  EXPECT_GE(Value(time), before + 5'000'000'000);
+  EXPECT_LE(Value(time), Value(UpTime()) + 5'000'000'000);
+  time.SetToNanosecondsFromNow(Wide(3'000'000'000'000));
+  EXPECT_GE(Value(time), before + 3'000'000'000'000);
+  time = Wide(2'500'000'000);
+  EXPECT_DOUBLE_EQ(2.5, time.AsSeconds());
+}
+
+TEST(Times, AStopwatchAddsUp) {
+  NativeTimer timer;
+  EXPECT_EQ(0, timer.AsSeconds());
+  const auto before = Clock::now();
+  timer.Start();
+  EXPECT_EQ(noErr, MPDelayForDuration(20));
+  timer.Stop();
+  const double once = timer.AsSeconds();
+  EXPECT_GE(once, 0.020);
+  timer.Stop();  // meant: since the same start, once more
+  const double all = std::chrono::duration<double>(Clock::now() - before).count();
+  EXPECT_GE(timer.AsSeconds(), 2 * once);
+  EXPECT_LE(timer.AsSeconds(), 2 * all);
+  timer.Reset();
+  EXPECT_EQ(0, timer.AsSeconds());
+}
+
+void IgnoreSignal(int) {}
+
+// Signals at this thread until `done`: none may shorten a delay.
+class Interruptions {
+ public:
+  Interruptions() {
+    struct sigaction action = {};
+    action.sa_handler = IgnoreSignal;  // without SA_RESTART
+    sigaction(SIGUSR1, &action, &before);
+    const pthread_t target = pthread_self();
+    sender = std::thread([this, target] {
+      while (!done) {
+        pthread_kill(target, SIGUSR1);
+        ++sent;
+        std::this_thread::sleep_for(1ms);
+      }
+    });
+  }
+  ~Interruptions() {
+    done = true;
+    sender.join();
+    sigaction(SIGUSR1, &before, nullptr);
+  }
+
+  std::atomic<int> sent{0};
+
+ private:
+  std::atomic<bool> done{false};
+  struct sigaction before = {};
+  std::thread sender;
+};
+
+TEST(Times, DelaysAreNeverShort) {
+  const struct {
+    Duration duration;
+    std::chrono::nanoseconds least;
+  } rows[] = {{0, 0ns}, {30, 30ms}, {-30'000, 30ms}, {-100, 100us}};
+  Interruptions interruptions;
+  for (const auto& row : rows) {
+    const auto before = Clock::now();
+    EXPECT_EQ(noErr, MPDelayForDuration(row.duration));
+    const auto passed = Clock::now() - before;
+    EXPECT_GE(passed, row.least) << row.duration;
+    EXPECT_LT(passed, kMuchLater) << row.duration;
+  }
+  EXPECT_GT(interruptions.sent, 0);
+  AbsoluteTime past = {0, 1};
+  EXPECT_EQ(noErr, MPDelayUntil(&past));
+}
+
+TEST(Times, AThrottleKeepsCallsApart) {
+  for (const Duration interval : {Duration{25}, Duration{-25'000}}) {
+    Interruptions interruptions;
+    const auto before = Clock::now();
+    MPCallThrottle throttle(interval);
+    EXPECT_EQ(noErr, throttle.DelayIfNeeded());  // does not wait: see below
+    auto last = Clock::now();
+    const auto first = last - before;
+    for (int call = 0; call < 3; ++call) {
+      EXPECT_EQ(noErr, throttle.DelayIfNeeded());
+      const auto now = Clock::now();
+      // The interval was counted from somewhere within the call before.
+      EXPECT_GE(now - before, (call + 1) * 25ms) << call;
+      EXPECT_LT(now - last, kMuchLater);
+      last = now;
+    }
+    EXPECT_LT(first, kMuchLater);
+  }
+  // What would wait for weeks if it waited once.
+  MPCallThrottle slow(durationForever), none(0);
+  EXPECT_EQ(noErr, slow.DelayIfNeeded());
+  for (int call = 0; call < 1000; ++call) EXPECT_EQ(noErr, none.DelayIfNeeded());
+}
+
+}  // namespace

@@ -1,0 +1,102 @@
+#include "util/user_session.h"
+
+#include <Security/Security.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "tests/support/scratch_folder.h"
+
+namespace {
+
+constexpr uid_t kOther = 12345;
+
+TEST(UserSession, IsWhatThePlatformSays) {
+  const ScopedVariable id("VLTHOST_SESSION_ID", "77");
+  UInt32 session = 0, flags = 0;
+  EXPECT_EQ(noErr, GetUserSessionID(session));
+  EXPECT_EQ(77u, session);
+  for (const UInt32 bits : {0x0u, 0x1u, 0x10u, 0x11u, 0xFFEEu}) {
+    const ScopedVariable variable("VLTHOST_SESSION_BITS", std::to_string(bits).c_str());
+    bool isRoot = (bits & 1) == 0, hasGraphicAccess = (bits & 0x10) == 0;
+    EXPECT_EQ(noErr, GetUserSessionFlags(flags));
+    EXPECT_EQ(bits, flags);
+    EXPECT_EQ(noErr, GetUserSessionIsRoot(isRoot));
+    EXPECT_EQ((bits & 1) != 0, isRoot);
+    EXPECT_EQ(noErr, GetUserSessionHasGraphicAccess(hasGraphicAccess));
+    EXPECT_EQ((bits & 0x10) != 0, hasGraphicAccess);
+  }
+}
+
+TEST(UserSession, EffectiveUserByNumber) {
+  const uid_t own = geteuid();
+  uid_t previous = 1;
+  bool succeeded = false, changed = true;
+  EXPECT_EQ(noErr, SetUserID(own, previous, succeeded, changed));
+  EXPECT_EQ(own, previous);
+  EXPECT_TRUE(succeeded);
+  EXPECT_FALSE(changed);
+  // Only user 0 may.
+  EXPECT_EQ(noErr, SetUserID(kOther, previous, succeeded, changed));
+  EXPECT_EQ(own, previous);
+  EXPECT_TRUE(changed);
+  EXPECT_EQ(own == 0, succeeded);
+  EXPECT_EQ(own == 0 ? kOther : own, geteuid());
+  if (own == 0) {
+    // Refused now, to become a third user.
+    EXPECT_EQ(noErr, SetUserID(kOther + 1, previous, succeeded, changed));
+    EXPECT_TRUE(changed);
+    EXPECT_FALSE(succeeded);
+    EXPECT_EQ(noErr, SetUserID(static_cast<uid_t>(0), previous, succeeded, changed));
+    EXPECT_EQ(kOther, previous);
+  }
+  EXPECT_EQ(own, geteuid());
+}
+
+TEST(UserSession, EffectiveUserByName) {
+  uid_t previous = 1;
+  bool succeeded = true, changed = true;
+  EXPECT_EQ(paramErr, SetUserID("", previous, succeeded, changed));
+  EXPECT_EQ(paramErr, SetUserID(nullptr, previous, succeeded, changed));
+  EXPECT_EQ(1u, previous);
+  EXPECT_TRUE(succeeded && changed);
+  EXPECT_EQ(noErr, SetUserID("vlt-no-such-user", previous, succeeded, changed));
+  EXPECT_EQ(geteuid(), previous);
+  EXPECT_FALSE(succeeded || changed);
+  const passwd* own = getpwuid(geteuid());
+  ASSERT_NE(nullptr, own);
+  const std::string name = own->pw_name;
+  EXPECT_EQ(noErr, SetUserID(name.c_str(), previous, succeeded, changed));
+  EXPECT_TRUE(succeeded);
+  EXPECT_FALSE(changed);
+}
+
+TEST(UserSession, ASetterGoesBackWhenItHasChangedAnything) {
+  const uid_t own = geteuid();
+  {
+    const StUseridSetter setter(kOther);
+    EXPECT_EQ(own == 0 ? kOther : own, geteuid());
+    const StUseridSetter same(geteuid());
+    const StUseridSetter refused(kOther + 1);
+    EXPECT_EQ(own == 0 ? kOther : own, geteuid());
+  }
+  EXPECT_EQ(own, geteuid());
+}
+
+TEST(UserSession, NameOfTheRealUser) {
+  const passwd* own = getpwuid(getuid());
+  ASSERT_NE(nullptr, own);
+  const std::string name = own->pw_name;
+  std::string buffer(name.size() + 1, '#');
+  const auto size = static_cast<UInt32>(name.size());
+  EXPECT_EQ(paramErr, GetCurrentUserName(buffer.data(), size));
+  EXPECT_EQ(std::string(name.size() + 1, '#'), buffer);
+  EXPECT_EQ(noErr, GetCurrentUserName(buffer.data(), size + 1));
+  EXPECT_STREQ(name.c_str(), buffer.c_str());
+  EXPECT_EQ(paramErr, GetCurrentUserName(nullptr, 10));
+  EXPECT_EQ(paramErr, GetCurrentUserName(buffer.data(), 0));
+}
+
+}  // namespace
