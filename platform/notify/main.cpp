@@ -1,0 +1,36 @@
+#include <syslog.h>
+#include <systemd/sd-event.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "platform/notify/client.h"
+#include "platform/notify/desktop.h"
+#include "platform/notify/notice_text.h"
+
+// The notice helper: shows its client's notices on the desktop. Standard input is the socket to the
+// client, the first argument the client's name. It ends when its client has and nothing waits to be
+// shown; what is on screen stays there.
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::fputs("vlt-notify is started by programs that show notices.\n", stderr);
+    return 2;
+  }
+  openlog(argv[1], 0, LOG_USER);
+  sd_event* loop = nullptr;
+  if (sd_event_new(&loop) < 0) return 1;
+  int status = 1;
+  {
+    Client client(STDIN_FILENO);
+    Desktop desktop(loop, &client, NoticeAppName(argv[1]));
+    if (client.Serve(loop, &desktop)) {
+      status = 0;
+      while (status == 0 && (!client.HasEnded() || desktop.IsBusy())) {
+        if (sd_event_run(loop, UINT64_MAX) < 0) status = 1;
+      }
+    }
+  }
+  sd_event_unref(loop);
+  return status;
+}

@@ -1,0 +1,313 @@
+#include "aeport/client_support.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/aeport/serving.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/session_directory.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+Lines LinesOf(const std::string& text) {
+  std::istringstream stream(text);
+  Lines lines;
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+Lines NoticeLines() {
+  std::ifstream file(std::getenv("VLTHOST_NOTICES"));
+  return LinesOf(std::string(std::istreambuf_iterator<char>(file), {}));
+}
+
+// The log without the copies of notices.
+Lines FailureLines() {
+  Lines lines = LinesOf(TestLogText());
+  std::erase_if(lines, [](const std::string& line) { return !line.starts_with("404 "); });
+  return lines;
+}
+
+void ClearSinks() {
+  ClearTestLog();
+  std::ofstream(std::getenv("VLTHOST_NOTICES"), std::ios::trunc);
+}
+
+// A client whose server has a name of the test's, with everything reported.
+class TestClient : public VLTAEClientSupport {
+ public:
+  explicit TestClient(bool notify = true, bool log = true, bool firstOnly = true)
+      : VLTAEClientSupport("Srv", "Cli", "Pkg", 4192, 600, notify, log, firstOnly) {}
+  TestClient(const char* server, const char* client, const char* package)
+      : VLTAEClientSupport(server, client, package, 0, 600, true, true, true) {}
+
+  OSStatus GetDestinationAddress(VLTPortDestinationAddress& address) override {
+    address = VLTPortDestinationAddress(portName.c_str());
+    return 0;
+  }
+  OSStatus VerifyServerRunning() override { return verifyResult; }
+  OSStatus ReadFromPreferences() override { return preferencesResult; }
+
+  // One whole request for ('test', id), from a thread that does not serve.
+  OSStatus Request(UInt32 eventID, SInt32 mode = kAEWaitReply, bool verify = false, int retries = 0,
+                   int timeoutTicks = 0) {
+    VLTPortDestinationAddress address;
+    VLTPortAppleEvent event(FourCC('t', 'e', 's', 't'), eventID, mode, nullptr,
+                            kAutoGenerateReturnID, kAnyTransactionID);
+    OSStatus err = ConstructEvent(address, event, verify);
+    if (err == 0) err = SendEvent(event, 0, retries, timeoutTicks);
+    HandleResult(err, &event, "Request", nullptr);
+    return err;
+  }
+
+  using VLTAEClientSupport::NotifyServerDisabledCompletion;
+  using VLTAEClientSupport::sNotificationFlags;
+  using VLTAEClientSupport::sNotificationRecord;
+  using VLTAEClientSupport::timeout;
+
+  std::string portName = "test.nobody";
+  OSStatus verifyResult = 0;
+  OSStatus preferencesResult = 0;
+};
+
+constexpr char kGone[] = "The Srv was disabled or removed. Please reinstall the Pkg.";
+constexpr char kIncompatible[] =
+    "The Cli is incompatible with the Srv. This is probably due to mismatched versions. Please "
+    "remove all old verisions of the Pkg and reinstall.";
+
+TEST(ClientSupport, ResultsWithoutAReplyAreClassifiedByTheirNumber) {
+  const struct {
+    OSStatus err;
+    bool isDisabled;
+    bool isClientError;
+  } rows[] = {
+      {0, false, false},    {procNotFound, true, true},
+      {-1712, true, true},  {connectionInvalid, true, true},
+      {1099, false, true},  {1100, true, true},
+      {1102, true, true},   {1105, true, true},
+      {1106, false, true},  {paramErr, false, true},
+      {-1708, false, true}, {-1, false, true},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.err);
+    ClearSinks();
+    TestClient client;
+    EXPECT_EQ(row.isDisabled, client.IsServerDisabled(row.err));
+    EXPECT_EQ(row.isClientError, client.IsClientError(row.err, nullptr));
+    EXPECT_FALSE(client.IsServerError(row.err, nullptr));
+    client.HandleResult(row.err, nullptr, "Fn", nullptr);
+    EXPECT_EQ(row.isDisabled ? Lines{kGone} : Lines{}, NoticeLines());
+    EXPECT_EQ(row.err != 0 ? 1u : 0u, FailureLines().size());
+  }
+}
+
+TEST(ClientSupport, TextsAreToTheLetter) {
+  const struct {
+    const char *server, *client, *package;
+    const char* loggedServer;
+    const char *gone, *incompatible;
+  } rows[] = {
+      {"Srv", "Cli", "Pkg", "Srv", kGone, kIncompatible},
+      {nullptr, nullptr, nullptr, "(null)",
+       "The Server was disabled or removed. Please reinstall the Package.",
+       "The Client is incompatible with the Server. This is probably due to mismatched versions. "
+       "Please remove all old verisions of the Package and reinstall."},
+      {"", "", "", "", "The Server was disabled or removed. Please reinstall the Package.",
+       "The Client is incompatible with the Server. This is probably due to mismatched versions. "
+       "Please remove all old verisions of the Package and reinstall."},
+      {"100%s", "%n", "%d", "100%s", "The 100%s was disabled or removed. Please reinstall the %d.",
+       "The %n is incompatible with the 100%s. This is probably due to mismatched versions. Please "
+       "remove all old verisions of the %d and reinstall."},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.gone);
+    ClearSinks();
+    TestClient client(row.server, row.client, row.package);
+    // Before the first notice the names are as they were given.
+    client.HandleResult(procNotFound, nullptr, "DMQuitDemon", nullptr);
+    EXPECT_EQ(Lines{"404 DMQuitDemon() - Error -600 (fffffda8) sending message to " +
+                    std::string(row.loggedServer)},
+              FailureLines());
+    client.setServerName("later");  // the texts are made by now
+    client.NotifyServerDisabled(client.PrepareProtocolMessage());
+    client.NotifyServerDisabled(client.PrepareNotifyMessage(nullptr));
+    client.NotifyServerDisabled(client.PrepareNotifyMessage("own text"));
+    EXPECT_EQ((Lines{row.gone, row.incompatible, row.gone, "own text"}), NoticeLines());
+  }
+}
+
+TEST(ClientSupport, LongNamesAreCut) {
+  ClearSinks();
+  const std::string longName(5000, 'n');
+  TestClient client(longName.c_str(), longName.c_str(), longName.c_str());
+  client.HandleResult(1102, nullptr, longName.c_str(), nullptr);
+  client.NotifyServerDisabled(client.PrepareProtocolMessage());
+  client.NotifyServerDisabled(client.PrepareNotifyMessage(longName.c_str()));
+  EXPECT_EQ((Lines{"The " + std::string(251, 'n'), "The " + std::string(251, 'n'),
+                   std::string(255, 'n')}),
+            NoticeLines());
+  EXPECT_EQ(1u, FailureLines().size());
+}
+
+TEST(ClientSupport, ARunOfFailuresIsReportedOnce) {
+  constexpr OSStatus kDone = 0;
+  const struct {
+    bool notify, log, firstOnly;
+    std::vector<OSStatus> results;
+    size_t notices, lines;
+  } rows[] = {
+      {true, true, true, {-600, -600, -600}, 1, 1},
+      {true, true, true, {-600, -1712, 1102, kDone, -600}, 2, 2},
+      {true, true, true, {-600, -50, -600}, 1, 2},  // a client error ends no run
+      {true, true, false, {-600, -600, -600}, 3, 3},
+      {false, true, true, {-600, kDone, -600}, 0, 2},
+      {true, false, true, {-600, kDone, -600}, 2, 0},
+      {false, false, true, {-600, -50}, 0, 0},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.results));
+    ClearSinks();
+    TestClient client(row.notify, row.log, row.firstOnly);
+    for (const OSStatus err : row.results) client.HandleResult(err, nullptr, "Fn", nullptr);
+    EXPECT_EQ(row.notices, NoticeLines().size());
+    EXPECT_EQ(row.lines, FailureLines().size());
+  }
+}
+
+TEST(ClientSupport, ReportsAreArmedAnew) {
+  ClearSinks();
+  VLTAEClientSupport plain;
+  EXPECT_TRUE(plain.setReportAllFailures(true));
+  EXPECT_FALSE(plain.setReportAllFailures(false));
+  TestClient client;
+  EXPECT_TRUE(client.DoNotificationOnFailure());
+  EXPECT_FALSE(client.DoNotificationOnFailure());
+  client.preferencesResult = paramErr;
+  EXPECT_EQ(paramErr, client.Init());
+  EXPECT_FALSE(client.DoNotificationOnFailure());
+  client.preferencesResult = 0;
+  EXPECT_EQ(0, client.Init());
+  EXPECT_TRUE(client.DoNotificationOnFailure());
+}
+
+TEST(ClientSupport, TheBusyBitIsUndoneAtOnce) {
+  ClearSinks();
+  TestClient client;
+  TestClient::sNotificationFlags = 4;
+  client.NotifyServerDisabled(client.PrepareNotifyMessage("one"));
+  EXPECT_EQ(4u, TestClient::sNotificationFlags);  // meant: written back
+  TestClient::sNotificationFlags = 5;
+  client.NotifyServerDisabled(client.PrepareNotifyMessage("two"));
+  EXPECT_EQ(Lines{"one"}, NoticeLines());
+  TestClient::NotifyServerDisabledCompletion(&TestClient::sNotificationRecord);
+  EXPECT_EQ(5u, TestClient::sNotificationFlags);  // meant, here too
+  TestClient::sNotificationFlags = 0;
+  EXPECT_EQ(noErr, NMRemove(&TestClient::sNotificationRecord));  // nobody else removes it
+}
+
+// Several clients' failures at once share record and word.
+TEST(ClientSupport, NoticesFromSeveralThreads) {
+  ClearSinks();
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([] {
+      for (int round = 0; round < 25; ++round) {
+        TestClient client;
+        client.HandleResult(procNotFound, nullptr, "Fn", nullptr);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  // Two that change the word at once may leave it set: then the later ones are held back.
+  EXPECT_GE(NoticeLines().size(), 1u);
+  for (const std::string& line : NoticeLines()) EXPECT_EQ(kGone, line);
+  EXPECT_EQ(100u, FailureLines().size());
+  TestClient::sNotificationFlags = 0;
+}
+
+TEST(ClientSupport, ConstructEventStopsAtTheFirstFailure) {
+  VLTAEClientSupport plain;
+  VLTPortDestinationAddress address;
+  VLTPortAppleEvent event(1, 2, kAENoReply, nullptr, kAutoGenerateReturnID, kAnyTransactionID);
+  EXPECT_EQ(-1, plain.ConstructEvent(address, event, true));  // no server of its own
+  EXPECT_EQ(-1, event.createEvent());  // it has the address nevertheless; else paramErr
+  event.finalizeEvent();
+
+  TestClient client(false, false);
+  EXPECT_EQ(1102, client.Request(kPing));
+  client.verifyResult = procNotFound;
+  EXPECT_EQ(procNotFound, client.Request(kPing, kAEWaitReply, true));
+  EXPECT_EQ(1102, client.Request(kPing));  // only looks
+}
+
+TEST(ClientSupport, WhatTheServerSaysIsNoFailureOfItsOwn) {
+  const struct {
+    OSStatus answer;
+    Lines notices;
+    size_t lines;
+    bool armsAnew;
+  } rows[] = {
+      {0, {}, 0, true},
+      {paramErr, {}, 0, true},
+      {errAEEventNotHandled, {kIncompatible}, 1, false},
+      {procNotFound, {}, 0, false},  // also when the server made it up
+      {1104, {}, 0, false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.answer);
+    ClearSinks();
+    EventHandler handler = [&row](const ServedEvent&) { return row.answer; };
+    VLTPortAEMachPortListener listener;
+    TestClient client;
+    client.portName = UniquePortName();
+    ASSERT_EQ(0, listener.ListenOnPort(client.portName.c_str(), CFRunLoopGetCurrent(), CallHandler,
+                                       &handler));
+    client.DoNotificationOnFailure();  // a failure of this run has been reported
+    ServeWhile([&] { EXPECT_EQ(row.answer, client.Request(kPing)); });
+    EXPECT_EQ(row.notices, NoticeLines());
+    EXPECT_EQ(row.lines, FailureLines().size());
+    EXPECT_EQ(row.armsAnew, client.DoNotificationOnFailure());
+  }
+}
+
+TEST(ClientSupport, TimeOutsAreRetriedWithPauses) {
+  // While the requests are made nobody runs the loop of this listener, so nothing is answered.
+  int received = 0;
+  EventHandler handler = [&received](const ServedEvent&) {
+    ++received;
+    return OSStatus{0};
+  };
+  VLTPortAEMachPortListener listener;
+  TestClient client(false, false);
+  client.portName = UniquePortName();
+  ASSERT_EQ(0, listener.ListenOnPort(client.portName.c_str(), CFRunLoopGetCurrent(), CallHandler,
+                                     &handler));
+  client.setSendEventTimeout(3);
+  EXPECT_EQ(3, client.timeout);
+  const struct {
+    int retries;
+    int attempts;
+  } rows[] = {{0, 1}, {-1, 1}, {2, 2}};
+  int expected = 0;
+  for (const auto& row : rows) {
+    using Clock = std::chrono::steady_clock;
+    const auto start = Clock::now();
+    RunOnThread(
+        [&] { EXPECT_EQ(errAETimeout, client.Request(kPing, kAEWaitReply, false, row.retries)); });
+    // One second after each, the last one too.
+    EXPECT_GE(Clock::now() - start, row.attempts * 1s);
+    expected += row.attempts;
+  }
+  EXPECT_TRUE(RunLoopUntil([&] { return received >= expected; }, 20s));
+  CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
+  EXPECT_EQ(expected, received);
+}
+
+}  // namespace

@@ -1,0 +1,232 @@
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+
+#include "tests/integration/notice_support.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/session_directory.h"
+#include "tests/support/test_role.h"
+
+// Notices that reach no desktop, or not for long: the text goes to the log once, the response comes
+// once, and who installs waits for nothing.
+
+namespace {
+
+constexpr char kBusVariable[] = "DBUS_SESSION_BUS_ADDRESS";
+
+void ExpectLoggedOnce(TestNotice& notice, const std::string& text) {
+  EXPECT_TRUE(notice.WaitForResponses(1));
+  EXPECT_TRUE(WaitUntil([] { return NoticeHelpers().empty(); }, 20s));
+  EXPECT_EQ(1, notice.Responses());
+  EXPECT_EQ(1, LinesInLog(text)) << TestLogText();
+  EXPECT_EQ(1, LinesInLog("")) << TestLogText();
+}
+
+TEST_F(NoticeTest, WithoutADesktopTheResponseComesAtOnce) {
+  const OpenDescriptorCheck noLeaks;
+  unsetenv(kBusVariable);
+  TestNotice notice("text");
+  EXPECT_EQ(noErr, notice.Install());
+  EXPECT_EQ(1, notice.Responses());
+  EXPECT_EQ(std::this_thread::get_id(), notice.LastThread());
+  ExpectLoggedOnce(notice, "text");
+}
+
+TEST_F(NoticeTest, ABusWithoutListenersIsNoDesktop) {
+  setenv(kBusVariable, "unix:path=/nowhere/bus", 1);
+  TestNotice notice("text");
+  EXPECT_EQ(noErr, notice.Install());
+  ExpectLoggedOnce(notice, "text");
+  unsetenv(kBusVariable);
+}
+
+TEST_F(NoticeTest, ServicesThatDoNotShowNotices) {
+  const OpenDescriptorCheck noLeaks;
+  const struct {
+    const char* text;
+    bool hasService;
+    bool refuses;
+    bool isSilent;
+    bool isBusStopped;
+  } rows[] = {
+      {"nobody", false, false, false, false},
+      {"refused", true, true, false, false},
+      {"silent", true, false, true, false},
+      {"stopped", true, false, false, true},
+  };
+  PrivateBus bus;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.text);
+    ClearTestLog();
+    std::unique_ptr<NotificationService> service;
+    if (row.hasService) {
+      service = std::make_unique<NotificationService>(
+          bus, NotificationService::Options{.refuses = row.refuses, .isSilent = row.isSilent});
+    }
+    if (row.isBusStopped) bus.Stop();
+    TestNotice notice(row.text);
+    EXPECT_EQ(noErr, notice.Install());
+    // Installing cannot have waited for a service that never answers.
+    const bool canBeAnswered = !row.isSilent && !row.isBusStopped;
+    EXPECT_LE(notice.Responses(), canBeAnswered ? 1 : 0);
+    ExpectLoggedOnce(notice, row.text);
+    if (row.isBusStopped) bus.Resume();
+  }
+}
+
+TEST_F(NoticeTest, WhatIsOnScreenMayBeLost) {
+  const OpenDescriptorCheck noLeaks;
+  const struct {
+    const char* text;
+    std::function<void(PrivateBus&, std::unique_ptr<NotificationService>&)> fault;
+  } rows[] = {
+      {"the service ends", [](PrivateBus&, auto& service) { service.reset(); }},
+      {"the helper is killed",
+       [](PrivateBus&, auto&) {
+         for (const pid_t helper : NoticeHelpers()) kill(helper, SIGKILL);
+       }},
+      {"the bus ends", [](PrivateBus& bus, auto&) { bus.Kill(); }},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.text);
+    ClearTestLog();
+    PrivateBus bus;
+    auto service = std::make_unique<NotificationService>(bus);
+    TestNotice notice(row.text);
+    EXPECT_EQ(noErr, notice.Install());
+    ASSERT_EQ(1u, service->Calls(1).size());
+    // The helper's word that it is on screen may still be under way.
+    row.fault(bus, service);
+    ExpectLoggedOnce(notice, row.text);
+  }
+}
+
+TEST_F(NoticeTest, AServiceOrHelperThatComesBackIsUsed) {
+  const PrivateBus bus;
+  TestNotice first("first");
+  auto service = std::make_unique<NotificationService>(bus);
+  EXPECT_EQ(noErr, first.Install());
+  ASSERT_EQ(1u, service->Calls(1).size());
+  service.reset();
+  EXPECT_TRUE(first.WaitForResponses(1));
+
+  service = std::make_unique<NotificationService>(bus);
+  TestNotice second("second"), third("third");
+  EXPECT_EQ(noErr, second.Install());
+  ASSERT_EQ(1u, service->Calls(1).size());
+  for (const pid_t helper : NoticeHelpers()) kill(helper, SIGKILL);
+  EXPECT_TRUE(second.WaitForResponses(1));
+  EXPECT_EQ(noErr, third.Install());
+  EXPECT_EQ(2u, service->Calls(2).size());
+  EXPECT_EQ(0, third.Responses());
+  EXPECT_EQ(0, LinesInLog("third"));
+}
+
+// Goes on as the program `path`, with the same arguments.
+void BecomeCopy(const std::string& path) {
+  std::ifstream file("/proc/self/cmdline");
+  std::vector<std::string> words;
+  for (std::string word; std::getline(file, word, '\0');) words.push_back(word);
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  execv(path.c_str(), arguments.data());
+}
+
+// Installs a notice in a copy of this program, beside which the helper is looked for.
+TEST_ROLE(InstallBesideHelper) {
+  const std::string copy = role.Argument(1);
+  if (std::filesystem::read_symlink("/proc/self/exe") != copy) BecomeCopy(copy);
+  auto* notice = new TestNotice(role.Argument(0));  // never removed
+  if (notice->Install() != noErr) return kRoleFailed;
+  role.Tell(notice->Responses() == 1 ? "at once" : "later");
+  return notice->WaitForResponses(1, 30s) && notice->Responses() == 1 ? kRoleDone : kRoleFailed;
+}
+
+// A folder with a copy of this program and something as its notice helper.
+class TestInstallation {
+ public:
+  TestInstallation(const std::string& programFolder, const std::string& helperFolder) {
+    char pattern[] = "/tmp/vlt-helper-XXXXXX";
+    EXPECT_NE(nullptr, mkdtemp(pattern));
+    folder = pattern;
+    std::filesystem::create_directories(folder + programFolder);
+    std::filesystem::create_directories(folder + helperFolder);
+    program = folder + programFolder + "/notice_faults_test";
+    helper = folder + helperFolder + "/vlt-notify";
+    std::filesystem::copy_file("/proc/self/exe", program);
+  }
+  ~TestInstallation() { std::filesystem::remove_all(folder); }
+
+  std::string folder;
+  std::string program;
+  std::string helper;
+};
+
+TEST_F(NoticeTest, ProgramsThatAreNoHelpers) {
+  const struct {
+    const char* text;
+    const char* helper;
+    bool isAtOnce;
+  } rows[] = {
+      {"no program",
+       "\x7F"
+       "ELF garbage",
+       true},
+      {"ends", "#!/bin/sh\nexit 0\n", false},
+      {"babbles", "#!/bin/sh\nprintf babble >&0\nexec /bin/cat\n", false},
+      {"hangs", "#!/bin/sh\nexec /bin/sleep 300\n", false},
+  };
+  const PrivateBus bus;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.text);
+    ClearTestLog();
+    const TestInstallation installation("", "");
+    std::ofstream(installation.helper) << row.helper;
+    chmod(installation.helper.c_str(), 0755);
+    TestProcess role("InstallBesideHelper", {row.text, installation.program});
+    const std::optional<std::string> answered = role.Hear(30s);
+    if (row.isAtOnce) {
+      EXPECT_EQ("at once", answered);
+    }
+    EXPECT_EQ(kRoleDone, role.Wait(40s));
+    EXPECT_EQ(1, LinesInLog(row.text)) << TestLogText();
+  }
+}
+
+TEST_F(NoticeTest, TheHelperIsFoundInTheProgramsInstallation) {
+  const struct {
+    const char* programFolder;
+    const char* helperFolder;
+  } rows[] = {
+      {"", ""},
+      {"/bin", "/libexec/veltrane"},
+      {"/share/veltrane/Applications/Test.app/Contents/Linux", "/libexec/veltrane"},
+  };
+  const std::filesystem::path own = std::filesystem::read_symlink("/proc/self/exe");
+  const PrivateBus bus;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.programFolder);
+    const TestInstallation installation(row.programFolder, row.helperFolder);
+    std::filesystem::copy_file(own.parent_path() / "../libexec/veltrane/vlt-notify",
+                               installation.helper);
+    NotificationService service(bus);
+    TestProcess role("InstallBesideHelper", {"text", installation.program});
+    const std::vector<NotificationCall> calls = service.Calls(1);
+    ASSERT_EQ(1u, calls.size());
+    const std::vector<pid_t> helpers = NoticeHelpers();
+    ASSERT_EQ(1u, helpers.size());
+    EXPECT_EQ(installation.helper,
+              std::filesystem::read_symlink("/proc/" + std::to_string(helpers[0]) + "/exe"));
+    service.Close(calls[0].id);
+    EXPECT_EQ(kRoleDone, role.Wait(20s));
+    EXPECT_TRUE(WaitUntil([] { return NoticeHelpers().empty(); }, 20s));
+  }
+}
+
+}  // namespace

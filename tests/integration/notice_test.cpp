@@ -1,0 +1,267 @@
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include "tests/integration/notice_support.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/session_directory.h"
+#include "tests/support/test_role.h"
+
+// Notices that reach a desktop.
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+// A run loop with nothing to do ends at once.
+class SomethingToWaitFor {
+ public:
+  explicit SomethingToWaitFor(CFStringRef mode) {
+    CFRunLoopSourceContext nothing = {};
+    source = CFRunLoopSourceCreate(kCFAllocatorDefault, 0, &nothing);
+    CFRunLoopAddSource(CFRunLoopGetCurrent(), source, mode);
+  }
+  ~SomethingToWaitFor() {
+    CFRunLoopSourceInvalidate(source);
+    CFRelease(source);
+  }
+
+ private:
+  CFRunLoopSourceRef source;
+};
+
+TEST_F(NoticeTest, TheTextIsShownAsItIsAndAnsweredWhenDismissed) {
+  const OpenDescriptorCheck noLeaks;
+  const std::string program = program_invocation_short_name;
+  const struct {
+    Words capabilities;
+    std::string title;
+    std::string body;
+  } rows[] = {
+      {{"body", "actions", "body-markup"}, program, "caf\xC3\xA9 &lt;b&gt; &amp;\n2 "},
+      {{"body"}, program, "caf\xC3\xA9 <b> &\n2 "},
+      {{}, "caf\xC3\xA9 <b> &\n2 ", ""},
+  };
+  const PrivateBus bus;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.body);
+    ClearTestLog();
+    NotificationService service(bus, {.capabilities = row.capabilities});
+    TestNotice notice("caf\x8E <b> &\r2\x07");
+    EXPECT_EQ(noErr, notice.Install());
+    const std::vector<NotificationCall> calls = service.Calls(1);
+    ASSERT_EQ(1u, calls.size());
+    EXPECT_EQ(program, calls[0].appName);
+    EXPECT_EQ(row.title, calls[0].title);
+    EXPECT_EQ(row.body, calls[0].body);
+    EXPECT_EQ(0u, calls[0].replaced);
+    EXPECT_EQ(0, calls[0].expireTimeout);
+    EXPECT_EQ(0, notice.Responses());
+    service.Close(calls[0].id);
+    EXPECT_TRUE(notice.WaitForResponses(1));
+    EXPECT_EQ("", TestLogText());
+    EXPECT_EQ(noErr, notice.Remove());
+    EXPECT_TRUE(WaitUntil([] { return NoticeHelpers().empty(); }, 20s));
+    EXPECT_EQ(1, notice.Responses());
+  }
+}
+
+TEST_F(NoticeTest, ARecordReplacesItsEarlierNotice) {
+  const PrivateBus bus;
+  for (const bool neverReplaces : {false, true}) {
+    SCOPED_TRACE(neverReplaces);
+    NotificationService service(bus, {.neverReplaces = neverReplaces});
+    TestNotice other("other"), notice("text");
+    EXPECT_EQ(noErr, other.Install());
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(noErr, notice.Install());
+    EXPECT_TRUE(notice.WaitForResponses(2));  // of those that were replaced
+    const std::vector<NotificationCall> calls = service.Calls(neverReplaces ? 6 : 4);
+    ASSERT_EQ(neverReplaces ? 6u : 4u, calls.size());
+    EXPECT_EQ(0u, calls[1].replaced);
+    EXPECT_EQ(calls[1].id, calls[2].replaced);
+    if (neverReplaces) {
+      EXPECT_EQ("CloseNotification", calls[3].method);
+      EXPECT_EQ(calls[1].id, calls[3].id);
+    }
+    uint32_t last = 0;
+    for (const NotificationCall& call : calls) {
+      if (call.method == "Notify") last = call.id;
+    }
+    service.Close(last);
+    EXPECT_TRUE(notice.WaitForResponses(3));
+    EXPECT_EQ(0, other.Responses());
+    EXPECT_EQ(noErr, other.Remove());
+    // The next service is not to hear of this one's.
+    EXPECT_TRUE(WaitUntil([] { return NoticeHelpers().empty(); }, 20s));
+  }
+}
+
+TEST_F(NoticeTest, RemovingWithdraws) {
+  const PrivateBus bus;
+  NotificationService service(bus);
+  TestNotice notice("text"), stays("stays");
+  EXPECT_EQ(noErr, notice.Install());
+  EXPECT_EQ(noErr, stays.Install());
+  const uint32_t id = service.Calls(2).at(0).id;
+  EXPECT_EQ(noErr, notice.Remove());
+  EXPECT_EQ(qErr, notice.Remove());
+  const std::vector<NotificationCall> calls = service.Calls(3);
+  ASSERT_EQ(3u, calls.size());
+  EXPECT_EQ("CloseNotification", calls[2].method);
+  EXPECT_EQ(id, calls[2].id);
+  service.Close(calls[1].id);
+  EXPECT_TRUE(stays.WaitForResponses(1));
+  EXPECT_EQ(0, notice.Responses());
+}
+
+TEST_F(NoticeTest, NoMoreNoticesThanALimitAreOnScreen) {
+  constexpr int kLimit = 64;
+  const PrivateBus bus;
+  NotificationService service(bus);
+  std::vector<std::unique_ptr<TestNotice>> notices;
+  for (int i = 0; i < kLimit + 3; ++i) {
+    notices.push_back(std::make_unique<TestNotice>("number " + std::to_string(i)));
+    EXPECT_EQ(noErr, notices.back()->Install());
+    EXPECT_EQ(i < kLimit ? 0 : 1, notices.back()->Responses());
+  }
+  EXPECT_EQ(3, LinesInLog("number"));
+  const std::vector<NotificationCall> calls = service.Calls(kLimit);
+  EXPECT_EQ(size_t{kLimit}, calls.size());
+  service.Close(calls[0].id);
+  EXPECT_TRUE(notices[0]->WaitForResponses(1));
+  EXPECT_EQ(noErr, notices[kLimit]->Install());  // there is room again
+  EXPECT_EQ(size_t{kLimit} + 1, service.Calls(kLimit + 1).size());
+}
+
+TEST_F(NoticeTest, ResponsesRunOnTheMainRunLoopWhileItRuns) {
+  const PrivateBus bus;
+  NotificationService service(bus);
+  TestNotice notice("text");
+  const CFStringRef privateMode = CFSTR("NoticeTest");
+  const SomethingToWaitFor inDefault(kCFRunLoopDefaultMode), inPrivate(privateMode);
+
+  EXPECT_EQ(noErr, notice.Install());
+  service.Close(service.Calls(1).at(0).id);
+  EXPECT_TRUE(notice.WaitForResponses(1));  // the loop does not run
+  EXPECT_NE(std::this_thread::get_id(), notice.LastThread());
+
+  EXPECT_EQ(noErr, notice.Install());
+  service.Close(service.Calls(2).at(1).id);
+  EXPECT_TRUE(WaitUntil(
+      [&] {
+        CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.02, false);
+        return notice.Responses() == 2;
+      },
+      20s));
+
+  // While the loop runs without end, all of them are the main thread's.
+  for (int count = 3; count < 6; ++count) {
+    EXPECT_EQ(noErr, notice.Install());
+    const std::vector<NotificationCall> calls = service.Calls(count);
+    std::thread user([&] { service.Close(calls.back().id); });
+    EXPECT_TRUE(RunLoopUntil([&] { return notice.Responses() == count; }, 1s) ||
+                RunLoopUntil([&] { return notice.Responses() == count; }, 20s));
+    user.join();
+    EXPECT_EQ(std::this_thread::get_id(), notice.LastThread());
+  }
+
+  // A loop that ends before it gets to the response leaves it to the other thread.
+  EXPECT_EQ(noErr, notice.Install());
+  service.Close(service.Calls(6).back().id);
+  CFRunLoopRunInMode(privateMode, 0.2, false);
+  EXPECT_TRUE(notice.WaitForResponses(6));
+}
+
+volatile sig_atomic_t sChildSignals = 0;
+
+TEST_F(NoticeTest, TheHelperIsNobodysChildAndInheritsNothing) {
+  const OpenDescriptorCheck noLeaks;
+  const size_t threads = ThreadsOfThisProcess();
+  const PrivateBus bus;
+  NotificationService service(bus);
+  struct sigaction counting = {}, before;
+  counting.sa_handler = [](int) { sChildSignals = sChildSignals + 1; };
+  sigaction(SIGCHLD, &counting, &before);
+  const int inheritable = open("/dev/zero", O_RDONLY);
+  signal(SIGUSR1, SIG_IGN);
+  {
+    TestNotice notice("text");
+    EXPECT_EQ(noErr, notice.Install());
+    const uint32_t id = service.Calls(1).at(0).id;
+    EXPECT_EQ(threads + 2, ThreadsOfThisProcess());  // the service's and the helper's
+    const std::vector<pid_t> helpers = NoticeHelpers();
+    ASSERT_EQ(1u, helpers.size());
+    EXPECT_EQ(helpers[0], getsid(helpers[0]));
+    const std::string folder = "/proc/" + std::to_string(helpers[0]);
+    EXPECT_EQ("/", std::filesystem::read_symlink(folder + "/cwd"));
+    for (const auto& entry : std::filesystem::directory_iterator(folder + "/fd")) {
+      const std::string target = std::filesystem::read_symlink(entry.path());
+      EXPECT_NE("/dev/zero", target);
+      EXPECT_EQ(std::string::npos, target.find("/veltrane")) << target;
+    }
+    service.Close(id);
+    EXPECT_TRUE(notice.WaitForResponses(1));
+    EXPECT_TRUE(WaitUntil([] { return NoticeHelpers().empty(); }, 20s));
+  }
+  EXPECT_TRUE(WaitUntil([&] { return ThreadsOfThisProcess() == threads + 1; }, 20s));
+  EXPECT_EQ(0, sChildSignals);
+  close(inheritable);
+  signal(SIGUSR1, SIG_DFL);
+  sigaction(SIGCHLD, &before, nullptr);
+}
+
+TEST_F(NoticeTest, AForkedChildHasAHelperOfItsOwn) {
+  const PrivateBus bus;
+  NotificationService service(bus);
+  TestNotice notice("parent");
+  EXPECT_EQ(noErr, notice.Install());
+  ASSERT_EQ(1u, service.Calls(1).size());
+  const pid_t child = fork();
+  if (child == 0) {
+    TestNotice own("child");
+    _exit(own.Install() == noErr && notice.Remove() == qErr ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(child, waitpid(child, &status, 0));
+  EXPECT_EQ(0, status);
+  const std::vector<NotificationCall> calls = service.Calls(2);
+  ASSERT_EQ(2u, calls.size());
+  EXPECT_EQ("child", calls[1].body);
+  EXPECT_EQ(0u, calls[1].replaced);
+  service.Close(calls[0].id);
+  EXPECT_TRUE(notice.WaitForResponses(1));
+  EXPECT_EQ(2u, service.Calls(2).size());  // nothing was withdrawn
+}
+
+// Installs its argument's text and ends at once.
+TEST_ROLE(InstallAndEnd) {
+  TestNotice* notice = new TestNotice(role.Argument(0));  // never removed
+  return notice->Install() == noErr ? kRoleDone : kRoleFailed;
+}
+
+TEST_F(NoticeTest, ANoticeOutlivesItsProcess) {
+  const PrivateBus bus;
+  {
+    NotificationService service(bus);
+    TestProcess process("InstallAndEnd", {"last words"});
+    EXPECT_EQ(kRoleDone, process.Wait(20s));
+    const std::vector<NotificationCall> calls = service.Calls(1);
+    ASSERT_EQ(1u, calls.size());
+    EXPECT_EQ("last words", calls[0].body);
+    EXPECT_TRUE(WaitUntil([] { return NoticeHelpers().empty(); }, 20s));
+    EXPECT_EQ(1u, service.Calls(1).size());
+    EXPECT_EQ("", TestLogText());
+  }
+  TestProcess process("InstallAndEnd", {"nobody listens"});
+  EXPECT_EQ(kRoleDone, process.Wait(20s));
+  EXPECT_TRUE(WaitUntil([] { return LinesInLog("nobody listens") == 1; }, 20s));
+  EXPECT_TRUE(WaitUntil([] { return NoticeHelpers().empty(); }, 20s));
+  EXPECT_EQ(1, LinesInLog("nobody listens"));
+}
+
+}  // namespace

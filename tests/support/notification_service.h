@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/child_process.h"
+
+// A message bus of a test's own, and a desktop's notification service on it. Programs that the test
+// starts while the bus lives find it as their session's. Not thread-safe.
+class PrivateBus {
+ public:
+  PrivateBus();
+  ~PrivateBus();  // gives the environment back
+  PrivateBus(const PrivateBus&) = delete;
+  PrivateBus& operator=(const PrivateBus&) = delete;
+
+  bool IsRunning() const { return !address.empty(); }
+  const std::string& Address() const { return address; }
+  void Stop();  // SIGSTOP: takes connections and answers nothing
+  void Resume();
+  void Kill();
+
+ private:
+  std::string folder;
+  std::string address;
+  std::string addressBefore;
+  ChildProcess daemon;
+};
+
+// What a notification service was asked for, in order.
+struct NotificationCall {
+  std::string method;  // "Notify" or "CloseNotification"
+  uint32_t id = 0;     // Notify: what it was given
+  uint32_t replaced = 0;
+  std::string appName;
+  std::string title;
+  std::string body;
+  int32_t expireTimeout = 0;
+};
+
+// NotificationService runs on a thread of its own until it is destroyed.
+class NotificationService {
+ public:
+  struct Options {
+    std::vector<std::string> capabilities = {"body", "body-markup"};
+    bool refuses = false;   // answers Notify with an error
+    bool isSilent = false;  // never answers anything
+    bool neverReplaces = false;
+  };
+
+  // Returns once it has its name on the bus.
+  NotificationService(const PrivateBus& bus, Options options);
+  explicit NotificationService(const PrivateBus& bus) : NotificationService(bus, Options()) {}
+  ~NotificationService();  // leaves the bus: the service is gone
+  NotificationService(const NotificationService&) = delete;
+  NotificationService& operator=(const NotificationService&) = delete;
+
+  bool IsRunning() const;
+  // All calls until now, once there are `count`; fewer after 10 seconds.
+  std::vector<NotificationCall> Calls(size_t count);
+  void Close(uint32_t id);  // the user has dismissed it
+
+ private:
+  struct Worker;
+  std::unique_ptr<Worker> worker;
+};
