@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <utility>
 
 #include "platform/host/clock.h"
 
@@ -21,6 +22,7 @@ constexpr char kConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC
   <type>session</type>
   <listen>%ADDRESS%</listen>
   <auth>EXTERNAL</auth>
+  <servicedir>%FOLDER%</servicedir>
   <policy context="default">
     <allow send_destination="*"/>
     <allow receive_sender="*"/>
@@ -39,8 +41,10 @@ bool IpcDBusDaemon::IsInstalled() { return access(kProgram, X_OK) == 0; }
 
 bool IpcDBusDaemon::WriteConfiguration() const {
   std::string text = kConfiguration;
-  const std::string mark = "%ADDRESS%";
-  text.replace(text.find(mark), mark.size(), Address());
+  for (const auto& [mark, value] : {std::pair<std::string, std::string>{"%ADDRESS%", Address()},
+                                    {"%FOLDER%", folder}}) {
+    text.replace(text.find(mark), mark.size(), value);
+  }
   std::ofstream file(ConfigurationPath());
   file << text;
   file.close();

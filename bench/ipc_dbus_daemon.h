@@ -5,7 +5,8 @@
 #include "bench/ipc_process.h"
 
 // A message bus for these measurements alone: the reference implementation with a configuration
-// and a socket in a temporary folder of ours. The object owns the process.
+// and a socket in a temporary folder of ours, where also descriptions of services that it is to
+// start may lie. The object owns the process.
 class IpcDBusDaemon {
  public:
   explicit IpcDBusDaemon(const std::string& theFolder) : folder(theFolder) {}

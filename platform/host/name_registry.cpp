@@ -17,6 +17,7 @@
 
 #include "platform/host/context_directory.h"
 #include "platform/host/descriptors.h"
+#include "platform/host/file_lock.h"
 #include "platform/host/proc_status.h"
 
 namespace {
@@ -73,16 +74,6 @@ struct flock LockOf(short type, off_t start, off_t length) {
   return lock;
 }
 
-// Open file description locks belong to the description, not to the process: they are dropped with
-// its last descriptor and are not disturbed by another descriptor of the same file being closed.
-bool TryLock(int fd, off_t start) {
-  struct flock lock = LockOf(F_WRLCK, start, 1);
-  while (fcntl(fd, F_OFD_SETLK, &lock) != 0) {
-    if (errno != EINTR) return false;
-  }
-  return true;
-}
-
 off_t OffsetOf(uint64_t portId) { return static_cast<off_t>(portId + 1); }
 
 // 0 when no owner has published a port; errors read as nobody.
@@ -129,13 +120,6 @@ void RemoveSocket(const HostContext& context, uint64_t portId) {
   unlinkat(context.ports, file, 0);
 }
 
-bool SameFile(int directory, const char* file, int fd) {
-  struct stat opened, named;
-  return fstat(fd, &opened) == 0 &&
-         fstatat(directory, file, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-         opened.st_ino == named.st_ino && opened.st_dev == named.st_dev;
-}
-
 int OpenNameFile(const HostContext& context, const char* file) {
   HostDescriptorOpening opening;
   return opening.Enter(
@@ -148,13 +132,13 @@ kern_return_t TakeOwnership(const HostContext& context, const char* file, int* c
   for (;;) {
     const int fd = OpenNameFile(context, file);
     if (fd < 0) return HostRegistrationStatus(errno);
-    if (!TryLock(fd, 0)) {
+    if (!HostTryLockByte(fd, 0)) {
       const int error = errno;
       HostCloseDescriptor(fd);
       return error == EAGAIN || error == EACCES ? BOOTSTRAP_NAME_IN_USE : HostRegistrationStatus(error);
     }
     // A file that was removed between open and lock guards nothing: start again.
-    if (SameFile(context.names, file, fd)) {
+    if (HostIsSameFile(context.names, file, fd)) {
       *claim = fd;
       return 0;
     }
@@ -172,7 +156,7 @@ bool RemoveIfStale(const HostContext& context, const char* file) {
   if (!S_ISREG(info.st_mode) || info.st_mtime > time(nullptr) - kStaleSeconds) return false;
   const int fd = openat(context.names, file, O_RDWR | O_CLOEXEC | O_NOFOLLOW);
   if (fd < 0) return false;
-  const bool ours = TryLock(fd, 0) && SameFile(context.names, file, fd);
+  const bool ours = HostTryLockByte(fd, 0) && HostIsSameFile(context.names, file, fd);
   if (ours) {
     if (const auto record = ReadRecord(fd)) RemoveSocket(context, record->portId);
     unlinkat(context.names, file, 0);
@@ -205,10 +189,20 @@ void RemoveStaleFiles(const HostContext& context) {
   }
 }
 
+int OpenToLook(const HostContext& context, const char* file) {
+  return openat(context.names, file, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+}
+
+// The pid in the record, 0 unless the record is that of the port that is published.
+pid_t PublishedOwner(uint64_t port, const std::optional<OwnerRecord>& record) {
+  const bool isCurrent = port != 0 && record && record->portId == port && record->pid > 0;
+  return isCurrent ? static_cast<pid_t>(record->pid) : 0;
+}
+
 std::optional<HostNameInfo> ReadNameFile(const HostContext& context, const char* file) {
   const auto name = DecodeName(file);
   if (!name) return std::nullopt;
-  const int fd = openat(context.names, file, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  const int fd = OpenToLook(context, file);
   if (fd < 0) return std::nullopt;
   const uint64_t port = PublishedPort(fd);
   const auto record = ReadRecord(fd);
@@ -221,8 +215,8 @@ std::optional<HostNameInfo> ReadNameFile(const HostContext& context, const char*
   result.name = *name;
   result.hidden = (*name)[0] == 1;
   result.ageSeconds = std::max<double>(0, difftime(time(nullptr), info.st_mtime));
-  if (record && record->portId == port && record->pid > 0) {
-    result.ownerPid = static_cast<pid_t>(record->pid);
+  if (const pid_t owner = PublishedOwner(port, record); owner != 0) {
+    result.ownerPid = owner;
     result.ownerUid = static_cast<uid_t>(record->uid);
     result.program = HostProgramPath(result.ownerPid);
   }
@@ -260,7 +254,7 @@ kern_return_t HostClaimName(const char* name, uint64_t portId, int* claim) {
   if (const auto record = ReadRecord(fd)) RemoveSocket(*context, record->portId);
   fchmod(fd, kNameFileMode);  // whatever the umask is
   // Published last: from here on others find the port.
-  if (!WriteRecord(fd, portId) || !TryLock(fd, OffsetOf(portId))) {
+  if (!WriteRecord(fd, portId) || !HostTryLockByte(fd, OffsetOf(portId))) {
     const kern_return_t err = HostRegistrationStatus(errno);
     HostReleaseName(name, fd);
     return err;
@@ -276,7 +270,7 @@ void HostReleaseName(const char* name, int claim) {
   NameFile file;
   // Still locked: whoever opens the file meanwhile finds, once it has the lock, that it is gone.
   if (context != nullptr && EncodeName(name, &file) &&
-      SameFile(context->names, file.text, claim)) {
+      HostIsSameFile(context->names, file.text, claim)) {
     unlinkat(context->names, file.text, 0);
   }
   HostCloseDescriptor(claim);
@@ -292,6 +286,26 @@ kern_return_t HostFindName(const char* name, uint64_t* portId) {
   *portId = PublishedPort(fd);
   close(fd);
   return *portId != 0 ? BOOTSTRAP_SUCCESS : BOOTSTRAP_UNKNOWN_SERVICE;
+}
+
+std::string HostFindNameOwnedBy(const std::function<bool(pid_t)>& isOwner) {
+  const HostContext* context = HostGetContext();
+  if (context == nullptr) return {};
+  const Directory directory = OpenDirectory(context->names);
+  if (directory == nullptr) return {};
+  std::string hidden;
+  while (const dirent* entry = readdir(directory.get())) {
+    const auto name = DecodeName(entry->d_name);
+    if (!name) continue;
+    const int fd = OpenToLook(*context, entry->d_name);
+    if (fd < 0) continue;
+    const pid_t owner = PublishedOwner(PublishedPort(fd), ReadRecord(fd));
+    close(fd);
+    if (owner == 0 || !isOwner(owner)) continue;
+    if ((*name)[0] != 1) return *name;
+    hidden = *name;
+  }
+  return hidden;
 }
 
 std::vector<HostNameInfo> HostReadNames() {

@@ -3,6 +3,7 @@
 #include <servers/bootstrap.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,10 @@ kern_return_t HostFindName(const char* name, uint64_t* portId);
 // The bootstrap status of a failed system call: BOOTSTRAP_NOT_PRIVILEGED, BOOTSTRAP_NO_MEMORY
 // (descriptors, disk or memory), else KERN_FAILURE.
 kern_return_t HostRegistrationStatus(int error);
+
+// A published name whose owner `isOwner` accepts by its pid, an event port's only when there is no
+// other; "" when there is none.
+std::string HostFindNameOwnedBy(const std::function<bool(pid_t)>& isOwner);
 
 // All published names, for people. Unsorted.
 std::vector<HostNameInfo> HostReadNames();

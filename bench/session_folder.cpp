@@ -1,0 +1,33 @@
+#include "bench/session_folder.h"
+
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+BenchSessionFolder::BenchSessionFolder() {
+  char pattern[] = "/tmp/vlt-bench-XXXXXX";
+  if (mkdtemp(pattern) == nullptr) return;
+  path = pattern;
+  for (const char* name : {"XDG_RUNTIME_DIR", "XDG_CONFIG_HOME", "XDG_CONFIG_DIRS"}) {
+    const std::string folder = path + "/" + name;
+    mkdir(folder.c_str(), 0700);
+    setenv(name, folder.c_str(), 1);
+  }
+  setenv("VLTHOST_LOG", (path + "/log").c_str(), 1);
+}
+
+BenchSessionFolder::~BenchSessionFolder() {
+  std::error_code ignored;
+  if (!path.empty()) std::filesystem::remove_all(path, ignored);
+}
+
+bool BenchSessionFolder::LogIsEmpty() const {
+  std::ifstream log(path + "/log");
+  std::string line;
+  bool isEmpty = true;
+  for (; std::getline(log, line); isEmpty = false) std::fprintf(stderr, "log: %s\n", line.c_str());
+  return isEmpty;
+}

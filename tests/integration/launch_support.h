@@ -1,0 +1,50 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <CoreServices/CoreServices.h>
+
+#include "platform/host/introspect.h"
+#include "tests/support/scratch_folder.h"
+#include "tests/support/test_process.h"
+
+// Applications for the launch tests: bundles and plain programs that do what a plan tells (see
+// launched_program.cpp), in a folder of the test's own that is also where applications are looked
+// for. The object ends all processes of theirs. One thread.
+class LaunchedApplications {
+ public:
+  LaunchedApplications();
+  ~LaunchedApplications();
+
+  // A bundle below the application folder; returns its path.
+  std::string AddBundle(const std::string& name, const TestBundle& bundle, const std::string& plan);
+  std::string AddProgram(const std::string& name, const std::string& plan);
+
+  // The step of a plan by which the starts of `name` are counted, and their pids in order.
+  std::string NoteStep(const std::string& name) const { return "note " + NotePath(name) + "\n"; }
+  std::vector<pid_t> Starts(const std::string& name) const;
+  bool WaitForStart(const std::string& name, size_t count = 1) const;
+
+  // A step that waits until the test lets it go on.
+  std::string WaitStep(const std::string& name);
+  bool LetGoOn(const std::string& name);
+
+  const ScratchFolder& Folder() const { return folder; }
+
+ private:
+  std::string NotePath(const std::string& name) const { return folder.Path(name + ".starts"); }
+
+  ScratchFolder folder;
+  ScopedVariable data;
+  ScopedVariable shared;
+  std::vector<std::string> noted;
+};
+
+FSRef RefOf(const std::string& path);
+
+// Waits for the process, which is not a child of ours, to end.
+bool WaitForEnd(pid_t pid);
+
+// Sends the quit event and waits until nobody owns the port.
+bool QuitAndWait(const std::string& port);

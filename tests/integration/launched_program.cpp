@@ -1,0 +1,117 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include <Carbon/Carbon.h>
+
+#include "aeport/port_listener.h"
+
+// What the launch tests start: a program that gets no arguments, and so does what the file beside
+// it, with ".plan" behind its name, tells line by line:
+//
+//   note FILE    appends its pid to FILE
+//   dump FILE    writes what it was given: descriptors, signals, session, folder
+//   claim NAME   claims a port, which answers the quit event and 'test' events
+//   let-go       gives the port up
+//   wait FIFO    until somebody has written a line there
+//   background   goes on as a child
+//   loop         until the quit event comes
+//   exit N, kill N
+//
+// Signals are reset by nobody here, so what a dump shows is what it was started with.
+
+namespace {
+
+OSStatus Answer(UInt32 eventClass, UInt32 eventID, const AEDesc*, AEDesc*, void*) {
+  if (eventClass == kCoreEventClass && eventID == kAEQuitApplication) {
+    QuitApplicationEventLoop();
+    return 0;
+  }
+  return eventClass == FourCC('t', 'e', 's', 't') ? 0 : errAEEventNotHandled;
+}
+
+std::string OwnPath() {
+  char path[PATH_MAX];
+  const ssize_t size = readlink("/proc/self/exe", path, sizeof path);
+  return std::string(path, size > 0 ? static_cast<size_t>(size) : 0);
+}
+
+std::string LinkTarget(const std::string& path) {
+  char target[PATH_MAX];
+  const ssize_t size = readlink(path.c_str(), target, sizeof target);
+  return std::string(target, size > 0 ? static_cast<size_t>(size) : 0);
+}
+
+// "descriptor 0 /dev/null", "SigBlk: 0...", "session own", ... Written beside and renamed, so that
+// whoever sees the file sees all of it.
+void Dump(const std::string& path) {
+  std::ostringstream text;
+  DIR* folder = opendir("/proc/self/fd");
+  while (const dirent* entry = folder != nullptr ? readdir(folder) : nullptr) {
+    if (entry->d_name[0] == '.' || std::atoi(entry->d_name) == dirfd(folder)) continue;
+    text << "descriptor " << entry->d_name << " "
+         << LinkTarget(std::string("/proc/self/fd/") + entry->d_name) << "\n";
+  }
+  if (folder != nullptr) closedir(folder);
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("Sig") && !line.starts_with("SigQ")) text << line << "\n";
+  }
+  text << "session " << (getsid(0) == getpid() ? "own" : "inherited") << "\n"
+       << "parent " << getppid() << "\n"
+       << "folder " << LinkTarget("/proc/self/cwd") << "\n"
+       << "variable " << (getenv("VLT_LAUNCH_TEST") != nullptr ? getenv("VLT_LAUNCH_TEST") : "")
+       << "\n";
+  std::ofstream(path + ".new") << text.str();
+  rename((path + ".new").c_str(), path.c_str());
+}
+
+void Note(const std::string& path) {
+  const int file = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+  const std::string line = std::to_string(getpid()) + "\n";
+  (void)!write(file, line.data(), line.size());
+  close(file);
+}
+
+void GoIntoTheBackground() {
+  if (fork() != 0) _exit(0);
+}
+
+std::unique_ptr<VLTPortAEMachPortListener> sListener;
+
+void Claim(const std::string& name) {
+  sListener = std::make_unique<VLTPortAEMachPortListener>();
+  const OSStatus err = sListener->ListenOnPort(name.c_str(), CFRunLoopGetMain(), Answer, nullptr);
+  if (err != 0) _exit(0);  // another copy has it
+}
+
+void Do(const std::string& step, const std::string& what) {
+  if (step == "note") Note(what);
+  if (step == "dump") Dump(what);
+  if (step == "claim") Claim(what);
+  if (step == "let-go") sListener.reset();
+  if (step == "wait") std::ifstream(what).get();
+  if (step == "background") GoIntoTheBackground();
+  if (step == "loop") RunApplicationEventLoop();
+  if (step == "exit") _exit(std::stoi(what));
+  if (step == "kill") kill(getpid(), std::stoi(what));
+}
+
+}  // namespace
+
+int main() {
+  std::stringstream plan;
+  plan << std::ifstream(OwnPath() + ".plan").rdbuf();
+  for (std::string line; std::getline(plan, line);) {
+    const size_t blank = line.find(' ');
+    Do(line.substr(0, blank), blank != std::string::npos ? line.substr(blank + 1) : "");
+  }
+}

@@ -1,0 +1,256 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "plist/dictionary.h"
+#include "plist/preferences.h"
+#include "tests/launch/open_launch.h"
+#include "util/ostype_text.h"
+
+// The launch preferences, through real files in this test's own folders.
+
+namespace {
+
+constexpr char kDomain[] = "com.veltrane.common.1.1";
+
+std::string PreferencesFile() {
+  const std::string folder = std::string(std::getenv("XDG_CONFIG_DIRS")) + "/veltrane/preferences";
+  std::filesystem::create_directories(folder);
+  return folder + "/" + kDomain + ".plist";
+}
+
+// Replaces the preferences of any user: the dictionary under "test" gets `content`.
+void StorePreferences(const std::string& content, mode_t mode = 0644) {
+  const std::string path = PreferencesFile();
+  const std::string beside = path + ".new";
+  std::ofstream(beside) << "<?xml version=\"1.0\" encoding=\"UTF-8\"?><plist version=\"1.0\"><dict>"
+                        << "<key>test</key>" << content << "</dict></plist>";
+  chmod(beside.c_str(), mode);
+  ASSERT_EQ(0, rename(beside.c_str(), path.c_str()));
+}
+
+void StoreKeys(const std::string& keys) { StorePreferences("<dict>" + keys + "</dict>"); }
+
+// Launching by bundle identifier is off, so that a key can be seen to switch it on.
+VLTLaunchSpec TestSpec() {
+  return {.launchIfNotFound = false,
+          .launchRetrySleepInterval = 1,
+          .launchRetries = 20,
+          .signature = FourCC('t', 'e', 's', 't'),
+          .bundleID = "com.test",
+          .executablePath = nullptr,
+          .portName = "test.port",
+          .prefsDomain = kDomain,
+          .prefsKey = "test",
+          .reserved = 0,
+          .launchBySignature = true,
+          .launchByBundleID = false,
+          .findBySignature = false,
+          .findByPortName = true};
+}
+
+std::string PathOf(OpenLaunch& launch) {
+  char path[1024] = "";
+  if (!launch.executableValid) return "none";
+  return VLTLaunch::FileSpecToPath(launch.executable, path, sizeof path) == 0 ? path : "lost";
+}
+
+std::vector<std::string> StateOf(OpenLaunch& launch) {
+  char signature[16];
+  const auto text = [](const char* value) {
+    return std::string(value != nullptr ? value : "null");
+  };
+  return {
+      "start " + std::to_string(launch.launchIfNotFound),
+      "retries " + std::to_string(launch.launchRetries),
+      "sleep " + std::to_string(launch.launchRetrySleepInterval),
+      "signature " + text(OSTypeToCString(launch.getSignature(), signature, sizeof signature)),
+      "bySignature " + std::to_string(launch.launchBySignature),
+      "bundle " + text(launch.bundleID),
+      "byBundle " + std::to_string(launch.launchByBundleID),
+      "executable " + PathOf(launch),
+      "port " + text(launch.portName),
+      "findPort " + std::to_string(launch.findByPortName),
+      "findSignature " + std::to_string(launch.findBySignature),
+  };
+}
+
+// `changes` in place of the entries that begin with the same word.
+std::vector<std::string> Changed(std::vector<std::string> state,
+                                 const std::vector<std::string>& changes) {
+  for (const std::string& change : changes) {
+    const std::string word = change.substr(0, change.find(' ') + 1);
+    for (std::string& entry : state) {
+      if (entry.starts_with(word)) entry = change;
+    }
+  }
+  return state;
+}
+
+std::string Key(const std::string& name, const std::string& value) {
+  return "<key>" + name + "</key>" + value;
+}
+
+TEST(LaunchPreferences, KeyByKey) {
+  const std::string number = "<integer>1</integer>";
+  const std::string port = Key("portName", "<string>other.port</string>");
+  const std::string ones(300, '1');
+  const struct {
+    std::string keys;
+    OSStatus err;
+    std::vector<std::string> changes;
+  } rows[] = {
+      {"", 0, {}},
+      {Key("launchIfNotFound", "<true/>"), 0, {"start 1"}},
+      {Key("launchIfNotFound", number), paramErr, {}},
+      {Key("launchRetries", "<integer>3</integer>"), 0, {"retries 3"}},
+      {Key("launchRetries", "<integer>0</integer>"), 0, {"retries 0"}},
+      {Key("launchRetries", "<string>3</string>"), paramErr, {}},
+      {Key("launchRetrySleepInterval", "<integer>-4</integer>"), 0, {"sleep -4"}},
+      {Key("launchRetrySleepInterval", "<true/>"), paramErr, {}},
+      {Key("signature", "<string>'CmoN'</string>"), 0, {"signature 'CmoN'"}},
+      {Key("signature", "<string>CmoN</string>"), 0, {"signature 'CmoN'"}},
+      {Key("signature", "<string>12345</string>") + port,
+       0,
+       {"signature 12345", "port other.port"}},
+      {Key("signature", "<string>12345</string>"), 0, {"signature 12345"}},
+      {Key("signature", "<string>toolong</string>") + port, 0, {"port other.port"}},
+      {Key("signature", "<string>" + ones + "</string>") + port, 0, {"port other.port"}},
+      {Key("signature", "<string></string>") + port, 0, {"port other.port"}},
+      {Key("signature", number) + port, paramErr, {}},
+      {Key("signature", "<string>0</string>"), 0, {"signature 0", "bySignature 0"}},
+      {Key("launchBySignature", "<false/>"), 0, {"bySignature 0"}},
+      {Key("launchBySignature", "<string>no</string>"), paramErr, {}},
+      {Key("bundleID", "<string>com.other</string>"), 0, {"bundle com.other", "byBundle 1"}},
+      {Key("bundleID", "<string></string>") + port, 0, {"port other.port"}},
+      {Key("bundleID", number) + port, 0, {"port other.port"}},
+      {Key("executablePath", "<string>/usr</string>"), 0, {"executable /usr"}},
+      {Key("executablePath", "<string>/usr/nothing/here</string>") + port, 0, {"port other.port"}},
+      {Key("executablePath", "<string>/usr\xe2\x86\x92</string>"), 0, {}},  // cut: /usr
+      {Key("signature", "<string>CmoN\xe2\x86\x92</string>"), 0, {}},
+      {Key("executablePath", number) + port, 0, {"port other.port"}},
+      {Key("portName", "<string></string>"), 0, {}},
+      {Key("portName", number), 0, {}},
+      {Key("findByPortName", "<false/>"), 0, {"findPort 0", "retries 0"}},
+      {Key("findByPortName", number), paramErr, {}},
+      {Key("findBySignature", "<true/>"), 0, {"findSignature 1"}},
+      {Key("findBySignature", number), paramErr, {}},
+      {Key("findByPortName", "<false/>") + Key("findBySignature", "<true/>"),
+       0,
+       {"findPort 0", "findSignature 1"}},
+      // What was read before a mistake stays; the order is the table's, not the file's.
+      {port + Key("launchBySignature", number) + Key("launchRetries", "<integer>7</integer>"),
+       paramErr,
+       {"retries 7"}},
+  };
+  OpenLaunch fresh(TestSpec());
+  StoreKeys("");
+  ASSERT_EQ(0, fresh.prepare());
+  const std::vector<std::string> usual = StateOf(fresh);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.keys);
+    StoreKeys(row.keys);
+    OpenLaunch launch(TestSpec());
+    EXPECT_EQ(row.err, launch.prepare());
+    EXPECT_EQ(Changed(usual, row.changes), StateOf(launch));
+    EXPECT_EQ(row.err, launch.prepare());  // a mistake is one every time
+  }
+}
+
+TEST(LaunchPreferences, AreReadOnce) {
+  StoreKeys(Key("portName", "<string>first</string>"));
+  OpenLaunch launch(TestSpec());
+  EXPECT_EQ(0, launch.prepare());
+  StoreKeys(Key("portName", "<string>second</string>"));
+  EXPECT_EQ(0, launch.prepare());
+  EXPECT_STREQ("first", launch.portName);
+  launch.setPortName("mine");
+  EXPECT_EQ(0, launch.prepare());
+  EXPECT_STREQ("mine", launch.portName);
+}
+
+TEST(LaunchPreferences, ADictionaryThatIsNoneIsAnErrorOnce) {
+  StorePreferences("<string>no dictionary</string>");
+  OpenLaunch launch(TestSpec());
+  EXPECT_EQ(paramErr, launch.prepare());
+  StoreKeys(Key("portName", "<string>second</string>"));
+  EXPECT_EQ(0, launch.prepare());
+  EXPECT_STREQ("test.port", launch.portName);
+}
+
+TEST(LaunchPreferences, AFileThatStrangersMayWriteSaysNothing) {
+  for (const mode_t mode : {mode_t{0666}, mode_t{0664}, mode_t{0646}}) {
+    StorePreferences("<dict>" + Key("executablePath", "<string>/usr</string>") + "</dict>", mode);
+    OpenLaunch launch(TestSpec());
+    EXPECT_EQ(0, launch.prepare());
+    EXPECT_EQ("none", PathOf(launch));
+  }
+  std::ofstream(PreferencesFile()) << "no property list";
+  chmod(PreferencesFile().c_str(), 0644);
+  OpenLaunch launch(TestSpec());
+  EXPECT_EQ(0, launch.prepare());
+  std::filesystem::remove(PreferencesFile());
+  EXPECT_EQ(0, OpenLaunch(TestSpec()).prepare());
+}
+
+TEST(LaunchPreferences, CommitAndReadBack) {
+  std::filesystem::remove(PreferencesFile());
+  OpenLaunch launch(TestSpec());
+  VLTDictionary dict;
+  EXPECT_EQ(errAEDescNotFound, launch.getLaunchPrefsDict(dict));
+  dict.setInteger("launchRetries", 5);
+  EXPECT_EQ(0, launch.commitPrefs(dict));
+  VLTDictionary stored;
+  EXPECT_EQ(0, launch.getLaunchPrefsDict(stored));
+  EXPECT_EQ(1, stored.getCount());
+  OpenLaunch other(TestSpec());
+  EXPECT_EQ(0, other.prepare());
+  EXPECT_EQ(5, other.launchRetries);
+
+  for (const bool withoutKey : {true, false}) {
+    VLTLaunchSpec spec = TestSpec();
+    (withoutKey ? spec.prefsKey : spec.prefsDomain) = "";
+    OpenLaunch none(spec);
+    EXPECT_EQ(errAEDescNotFound, none.getLaunchPrefsDict(stored));
+    EXPECT_EQ(errAEDescNotFound, none.commitPrefs(dict));
+    EXPECT_EQ(0, none.prepare());
+    EXPECT_EQ(20, none.launchRetries);
+  }
+}
+
+// Writes a key of its own, or refuses to.
+class SavingLaunch : public OpenLaunch {
+ public:
+  explicit SavingLaunch(OSStatus theResult) : OpenLaunch(TestSpec()), result(theResult) {}
+  OSStatus setPreferences(VLTPreferences& preferences) override {
+    preferences.setInteger("saved", 1);
+    return result;
+  }
+
+ private:
+  OSStatus result;
+};
+
+TEST(LaunchPreferences, WhatWasSavedIsNotReadOver) {
+  StoreKeys(Key("launchRetries", "<integer>5</integer>"));
+  SavingLaunch failing(ioErr);
+  EXPECT_EQ(ioErr, failing.savePreferences());
+  EXPECT_EQ(0, failing.prepare());
+  EXPECT_EQ(5, failing.launchRetries);
+  SavingLaunch launch(0);
+  EXPECT_EQ(0, launch.savePreferences());
+  EXPECT_EQ(0, launch.prepare());
+  EXPECT_EQ(20, launch.launchRetries);
+  std::ostringstream file;
+  file << std::ifstream(PreferencesFile()).rdbuf();
+  EXPECT_NE(std::string::npos, file.str().find("saved"));
+}
+
+}  // namespace
