@@ -33,8 +33,49 @@ function(vlt_add_library name)
   target_link_libraries(${name} PUBLIC ${arg_LIBS} PRIVATE vlt_warnings)
 endfunction()
 
-# vlt_add_program(NAME SOURCES ... [LIBS ...])
+# vlt_add_program(NAME SOURCES ... [LIBS ...] [INSTALL_TO folder])
 function(vlt_add_program name)
+  cmake_parse_arguments(arg "" "INSTALL_TO" "SOURCES;LIBS" ${ARGN})
+  if(NOT arg_INSTALL_TO)
+    set(arg_INSTALL_TO ${CMAKE_INSTALL_BINDIR})
+  endif()
+  vlt_add_bare_program(${name} SOURCES ${arg_SOURCES} LIBS ${arg_LIBS})
+  install(TARGETS ${name} RUNTIME DESTINATION ${arg_INSTALL_TO})
+endfunction()
+
+# vlt_add_application(NAME BUNDLE name IDENTIFIER text SIGNATURE code [INSTALL]
+#                     SOURCES ... [LIBS ...])
+# A program inside an application bundle, by which others find and open it: below
+# share/veltrane/Applications of the build folder and, with INSTALL, of the installation. A link
+# makes it a plain program as well: in the target's build folder, and in bin.
+function(vlt_add_application name)
+  cmake_parse_arguments(app "INSTALL" "BUNDLE;IDENTIFIER;SIGNATURE" "SOURCES;LIBS" ${ARGN})
+  set(app_PROGRAM ${name})
+  set(contents veltrane/Applications/${app_BUNDLE}.app/Contents)
+  set(built ${PROJECT_BINARY_DIR}/share/${contents})
+  vlt_add_bare_program(${name} SOURCES ${app_SOURCES} LIBS ${app_LIBS})
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${built}/Linux)
+  configure_file(${PROJECT_SOURCE_DIR}/packaging/Info.plist.in ${built}/Info.plist @ONLY)
+  add_custom_command(TARGET ${name} POST_BUILD VERBATIM
+    COMMAND ${CMAKE_COMMAND} -E create_symlink ${built}/Linux/${name}
+      ${CMAKE_CURRENT_BINARY_DIR}/${name})
+  if(NOT app_INSTALL)
+    return()
+  endif()
+  set(installed ${CMAKE_INSTALL_DATADIR}/${contents})
+  install(TARGETS ${name} RUNTIME DESTINATION ${installed}/Linux)
+  install(FILES ${built}/Info.plist DESTINATION ${installed})
+  # Relative, so that an installed tree can be moved and packed.
+  file(RELATIVE_PATH link ${CMAKE_INSTALL_FULL_BINDIR}
+    ${CMAKE_INSTALL_FULL_DATADIR}/${contents}/Linux/${name})
+  set(link_file ${CMAKE_CURRENT_BINARY_DIR}/link/${name})
+  file(MAKE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/link)
+  file(CREATE_LINK ${link} ${link_file} SYMBOLIC)
+  install(FILES ${link_file} DESTINATION ${CMAKE_INSTALL_BINDIR})
+endfunction()
+
+# What programs of both kinds have in common.
+function(vlt_add_bare_program name)
   cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBS} vlt_warnings)
@@ -43,7 +84,6 @@ function(vlt_add_program name)
     # does before its port is claimed.
     target_link_options(${name} PRIVATE -static-libstdc++ -static-libgcc)
   endif()
-  install(TARGETS ${name} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endfunction()
 
 # vlt_add_merged_library(NAME STATIC|SHARED OBJECTS...)
@@ -83,6 +123,10 @@ if(CMAKE_CROSSCOMPILING)
   set(VLT_TEST_SLOWNESS 4)
 elseif(VLT_SANITIZE)
   set(VLT_TEST_SLOWNESS 4)
+endif()
+if(VLT_SANITIZE MATCHES "address")
+  set(VLT_TEST_ENVIRONMENT
+    LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/leaks.supp:print_suppressions=0)
 endif()
 if(VLT_SANITIZE MATCHES "thread")
   # The sanitizer's shadow memory does not fit beside a widely randomised address space.

@@ -4,8 +4,8 @@
 #include <cstring>
 
 #include <Carbon/Carbon.h>
-#include <syslog.h>
 
+#include "clients/session_monitor.h"
 #include "daemon/event_service.h"
 #include "daemon/session_manager.h"
 #include "util/app_error_utils.h"
@@ -31,15 +31,6 @@ void NotifyStartFailure() {
                 VLTAppErrorUtils::getAppName());
   auto* const pascalText = reinterpret_cast<unsigned char*>(text);
   VLTAppErrorUtils::userNotify(cpstrcpy(pascalText, text, 255));
-}
-
-// The start-and-stop run of "-q": the daemon asks itself to quit. It has no client for that, so the
-// run ends here, in the open.
-OSStatus QuitRunningDaemon() {
-  const OSStatus err = errAEEventNotHandled;
-  syslog(LOG_WARNING, "%s: the quit switch is not supported (%d)", VLTAppErrorUtils::getAppName(),
-         static_cast<int>(err));
-  return err;
 }
 
 bool IsOption(const char* argument, const char* name, const char* longName) {
@@ -78,7 +69,8 @@ OSStatus initializeSessionManager() {
   OSStatus err = gSessionManager.init();
   if (err == 0) err = gSessionManager.finishInit();
   if (err == 0) err = installAEHandlers();
-  if (err == 0 && sQuitImmediately) err = QuitRunningDaemon();
+  // Now that the port is ours, the quit event comes to ourselves, and waits for the loop.
+  if (err == 0 && sQuitImmediately) err = SMQuitDaemon();
   return err;
 }
 

@@ -15,9 +15,15 @@ need_build_tools() {
   need cmake /usr/bin/cmake /usr/local/bin/cmake
   need ninja-build /usr/bin/ninja /usr/local/bin/ninja
   need g++ /usr/bin/g++ /usr/local/bin/g++
+  need libsystemd-dev /usr/include/systemd/sd-bus.h
 }
 
-need_test_tools() { need googletest /usr/src/googletest/googletest/CMakeLists.txt; }
+need_test_tools() {
+  need googletest /usr/src/googletest/googletest/CMakeLists.txt
+  need dbus-daemon /usr/bin/dbus-daemon
+  need strace /usr/bin/strace
+  need python3 /usr/bin/python3
+}
 
 need_powerpc_tools() {
   need g++-powerpc-linux-gnu /usr/bin/powerpc-linux-gnu-g++

@@ -54,7 +54,8 @@ bool ParseCommandLine(const std::vector<OptionSpec>& specs, const std::vector<st
       onlyWords = true;
       continue;
     }
-    if (onlyWords || !IsOption(word)) {
+    // One that is spelled otherwise, as "-o", is an option where the verb has it.
+    if (onlyWords || (!IsOption(word) && FindOption(specs, word) == nullptr)) {
       line.words.push_back(word);
       continue;
     }

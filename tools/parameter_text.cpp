@@ -101,21 +101,6 @@ bool PutNamed(const ValueType& row, std::string_view text, std::string& bytes) {
   }
 }
 
-// Control characters escaped, so that a value never takes more than its line.
-std::string OneLine(const std::string& text) {
-  std::string line;
-  for (const char c : text) {
-    if (c == '\n' || c == '\r') {
-      line += c == '\n' ? "\\n" : "\\r";
-    } else if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) {
-      line += "\\x" + HexText({&c, 1});
-    } else {
-      line += c;
-    }
-  }
-  return line;
-}
-
 const ValueType* RowOf(const std::string& code) {
   FourCharCode type = 0;
   return ParseCode(code, type) ? ValueTypeOf(type) : nullptr;

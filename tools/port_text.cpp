@@ -27,6 +27,20 @@ std::string HexText(std::string_view bytes) {
   return text;
 }
 
+std::string OneLine(const std::string& text) {
+  std::string line;
+  for (const char c : text) {
+    if (c == '\n' || c == '\r') {
+      line += c == '\n' ? "\\n" : "\\r";
+    } else if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) {
+      line += "\\x" + HexText({&c, 1});
+    } else {
+      line += c;
+    }
+  }
+  return line;
+}
+
 std::string AgeText(double seconds) {
   const struct {
     double seconds;

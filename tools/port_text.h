@@ -6,6 +6,9 @@
 // Bytes as printable ASCII without blanks: backslash and everything else as \xNN.
 std::string EscapedBytes(std::string_view bytes);
 
+// Text with its control characters escaped, so that it never takes more than its line.
+std::string OneLine(const std::string& text);
+
 // Two lower-case digits for each byte.
 std::string HexText(std::string_view bytes);
 

@@ -1,18 +1,14 @@
-#include <unistd.h>
-
-#include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/host/introspect.h"
 #include "tools/port_text.h"
+#include "tools/table.h"
 #include "tools/verbs.h"
 
 namespace {
-
-using Row = std::vector<std::string>;
 
 JsonValue PortModel(const HostNameInfo& info) {
   const bool isOwnerKnown = info.ownerPid > 0;
@@ -30,28 +26,9 @@ JsonValue PortModel(const HostNameInfo& info) {
   return port;
 }
 
-// What has no value shows as a question mark.
-std::string Cell(const JsonValue& value) {
-  return value.IsNull() ? "?" : EscapedBytes(value.Plain());
-}
-
-Row RowOf(const JsonValue& port) {
-  return {Cell(*port.Find("name")), Cell(*port.Find("pid")),
-          AgeText(port.Find("ageSeconds")->AsDouble()), Cell(*port.Find("program"))};
-}
-
-void PrintRows(const std::vector<Row>& rows) {
-  std::vector<size_t> widths;
-  for (const Row& row : rows) {
-    widths.resize(row.size());
-    for (size_t i = 0; i + 1 < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
-  }
-  for (const Row& row : rows) {
-    for (size_t i = 0; i + 1 < row.size(); ++i) {
-      std::printf("%-*s  ", static_cast<int>(widths[i]), row[i].c_str());
-    }
-    std::printf("%s\n", row.back().c_str());
-  }
+TableRow RowOf(const JsonValue& port) {
+  return {TableCell(*port.Find("name")), TableCell(*port.Find("pid")),
+          AgeText(port.Find("ageSeconds")->AsDouble()), TableCell(*port.Find("program"))};
 }
 
 }  // namespace
@@ -66,10 +43,8 @@ int RunPorts(const CommandLine& line) {
     for (const JsonValue& port : ports) PrintJson(port);
     return kExitOk;
   }
-  std::vector<Row> rows;
-  // A heading for people; programs that read the list get the list alone.
-  if (!ports.empty() && isatty(STDOUT_FILENO)) rows.push_back({"NAME", "PID", "AGE", "PROGRAM"});
+  std::vector<TableRow> rows;
   for (const JsonValue& port : ports) rows.push_back(RowOf(port));
-  PrintRows(rows);
+  PrintTable({"NAME", "PID", "AGE", "PROGRAM"}, std::move(rows));
   return kExitOk;
 }

@@ -17,6 +17,7 @@ struct Verb {
   size_t minWords;
   size_t maxWords;
   int (*run)(const CommandLine& line);  // an ExitStatus
+  bool needsSession = true;             // refused without a usable session directory
 };
 
 const std::vector<Verb>& AllVerbs();
@@ -31,6 +32,16 @@ void Say(const std::string& text);
 void PrintJson(const JsonValue& value);
 
 // One function for each verb, in a file of its own.
+int RunLaunch(const CommandLine& line);
 int RunPorts(const CommandLine& line);
 int RunSend(const CommandLine& line);
 int RunQuit(const CommandLine& line);
+int RunStatus(const CommandLine& line);
+int RunStart(const CommandLine& line);
+int RunDevices(const CommandLine& line);
+int RunDevice(const CommandLine& line);
+int RunDeviceStatus(const CommandLine& line);
+int RunPs(const CommandLine& line);
+int RunSession(const CommandLine& line);
+int RunPlist(const CommandLine& line);
+int RunPrefs(const CommandLine& line);

@@ -1,22 +1,18 @@
 #include "util/app_error_utils.h"
 
-#include <atomic>
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
 
 #include <syslog.h>
 
+#include "util/notice_post.h"
+
 namespace {
 
 constexpr int kAssertPriority = 0x404;  // a warning
-constexpr UInt32 kNoticePosted = 1;
 
 const char* Shown(const char* text) { return text != nullptr ? text : "(null)"; }
-
-void StoreFlags(UInt32 flags) {
-  std::atomic_ref<UInt32>(VLTAppErrorUtils::sNotificationFlags).store(flags);
-}
 
 }  // namespace
 
@@ -70,17 +66,8 @@ OSErr VLTAppErrorUtils::reportErrorNotify(const char* who, const char* message, 
 }
 
 OSErr VLTAppErrorUtils::userNotify(unsigned char* text) {
-  if ((std::atomic_ref<UInt32>(sNotificationFlags).load() & kNoticePosted) == 0) {
-    // Meant: storing the word from before the change undoes the change, so the flag does not keep
-    // the next notice from being installed.
-    StoreFlags(BitOrAtomic(kNoticePosted, &sNotificationFlags));
-    sNotificationRecord.nmStr = text;
-    sNotificationRecord.nmResp = NewNMUPP(notifyNMCompletion);
-    NMInstall(&sNotificationRecord);
-  }
+  PostNotice(&sNotificationFlags, &sNotificationRecord, text, notifyNMCompletion);
   return noErr;
 }
 
-void VLTAppErrorUtils::notifyNMCompletion(NMRecPtr) {
-  StoreFlags(BitAndAtomic(~kNoticePosted, &sNotificationFlags));  // meant, as above
-}
+void VLTAppErrorUtils::notifyNMCompletion(NMRecPtr) { NoticeIsDone(&sNotificationFlags); }

@@ -34,6 +34,13 @@ class VLTAppErrorUtils {
   // The response routine of the notice; on a thread of the platform's choice.
   static void notifyNMCompletion(NMRecPtr record);
 
+  // Puts the path of a folder for log files into `path`, at most `pathSize` bytes with the zero:
+  // folder `subPath` (names with "/" between them) in the domain's log folder; 0 is kLocalDomain.
+  // What is missing is made, and open to all. Each "/" of `subPath` becomes a zero on the way.
+  // paramErr, with nothing touched, for null or 0; with every other failure `path` has a folder all
+  // the same, not the one asked for. Not for concurrent callers.
+  static OSErr GetLogFileDirPath(char* path, UInt32 pathSize, char* subPath, SInt16 domain);
+
   static const char* sExecutableName;
   static const char* sExecutableShortName;
   static const char* sLogFileName;

@@ -5,3 +5,4 @@ vlt_add_test(NAME params_test LABEL unit SOURCES params_test.cpp LIBS vlt_aeport
 vlt_add_test(NAME param_copy_test LABEL unit SOURCES param_copy_test.cpp LIBS vlt_aeport)
 vlt_add_test(NAME coercion_test LABEL unit SOURCES coercion_test.cpp LIBS vlt_aeport)
 vlt_add_test(NAME desc_bytes_test LABEL unit SOURCES desc_bytes_test.cpp LIBS vlt_aeport)
+vlt_add_test(NAME client_support_test LABEL unit SOURCES client_support_test.cpp LIBS vlt_aeport)

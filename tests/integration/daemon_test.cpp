@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -98,18 +97,6 @@ TEST(Daemon, ASecondCopyLeavesInSilence) {
   ASSERT_TRUE(heir.HasPort());
   RunOnThread([&] { EXPECT_EQ(0, SendQuit()); });
   EXPECT_EQ(0, heir.Wait());
-}
-
-TEST(Daemon, TheQuitSwitchEndsTheStartWithOneLogLine) {
-  OpenDescriptorCheck noLeaks;
-  ClearTestLog();
-  Daemon daemon({"-q", "-q"});
-  EXPECT_EQ(0, daemon.Wait());
-  EXPECT_EQ("", daemon.Said());
-  const std::string log = TestLogText();
-  EXPECT_EQ(1, std::count(log.begin(), log.end(), '\n')) << log;
-  EXPECT_NE(std::string::npos, log.find("-1708")) << log;
-  EXPECT_TRUE(WaitForNoPort(kSessionDaemonPortName, 0s));
 }
 
 TEST(Daemon, WhatOnlyLooksLikeTheQuitSwitchIsPassedOver) {

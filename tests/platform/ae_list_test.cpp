@@ -131,6 +131,37 @@ TEST(Record, KeysAreReplacedNotRepeated) {
   }
 }
 
+// So many that different keys look alike at first glance, in whatever order they are asked for.
+TEST(Record, ManyKeysInAnyOrder) {
+  const DescCheck noLeaks;
+  constexpr SInt32 kCount = 200;
+  StDesc record;
+  ASSERT_EQ(0, AECreateList(nullptr, 0, true, &record));
+  const auto get = [&](SInt32 key) {
+    SInt32 value = -1;
+    const OSErr err = AEGetKeyPtr(&record, static_cast<AEKeyword>(key), typeSInt32, nullptr, &value,
+                                  sizeof value, nullptr);
+    return err == 0 ? value : err;
+  };
+  for (SInt32 key = 0; key < kCount; ++key) {
+    EXPECT_EQ(errAEDescNotFound, get(key));
+    ASSERT_EQ(0, AEPutKeyPtr(&record, static_cast<AEKeyword>(key), typeSInt32, &key, sizeof key));
+  }
+  for (SInt32 key = 0; key < kCount; ++key) EXPECT_EQ(key, get(key));
+  for (SInt32 key = kCount; key-- > 0;) EXPECT_EQ(key, get(key));
+  for (SInt32 key = 0; key < kCount; key += 2) {
+    EXPECT_EQ(0, AEDeleteKeyDesc(&record, static_cast<AEKeyword>(key)));
+  }
+  for (SInt32 step = 1; step <= kCount; ++step) {
+    const SInt32 key = step * 77 % kCount;
+    EXPECT_EQ(key % 2 == 0 ? errAEDescNotFound : key, get(key));
+  }
+  StDesc copy;
+  EXPECT_EQ(0, AEDuplicateDesc(&record, &copy));
+  EXPECT_EQ(0, AESizeOfKeyDesc(&copy, kCount - 1, nullptr, nullptr));
+  EXPECT_EQ(errAEDescNotFound, AESizeOfKeyDesc(&copy, kCount - 2, nullptr, nullptr));
+}
+
 TEST(Param, ReadingWithALimit) {
   StDesc event;
   ASSERT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, &event));

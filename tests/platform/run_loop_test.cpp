@@ -232,6 +232,7 @@ TEST(RunLoop, SourcesComeAndGoFromOtherThreads) {
   std::thread thread([&] {
     Action idle;
     idle.Add();
+    CFRetain(Current());  // the thread may have ended already when it is stopped
     started.set_value(Current());
     while (!done) CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, true);
   });
@@ -255,6 +256,7 @@ TEST(RunLoop, SourcesComeAndGoFromOtherThreads) {
   done = true;
   CFRunLoopStop(loop);
   thread.join();
+  CFRelease(loop);
 }
 
 TEST(RunLoop, TimersFireInTimeAndKeepTheirRhythm) {

@@ -8,7 +8,8 @@
 namespace {
 
 TEST(CommandLine, OptionsAndWords) {
-  const std::vector<OptionSpec> specs = {{"--all", nullptr, ""}, {"--timeout", "SECONDS", ""}};
+  const std::vector<OptionSpec> specs = {
+      {"--all", nullptr, ""}, {"--timeout", "SECONDS", ""}, {"-o", "FILE", ""}};
   const struct {
     std::vector<std::string> given;
     const char* problem;
@@ -23,6 +24,8 @@ TEST(CommandLine, OptionsAndWords) {
       {{"--timeout", "--all"}, "", {}, {{"--timeout", "--all"}}},
       {{"--", "--all", "--"}, "", {"--all", "--"}, {}},
       {{"----:long=1", "-", "-x", "---"}, "", {"----:long=1", "-", "-x", "---"}, {}},
+      {{"-o", "-", "-ox"}, "", {"-ox"}, {{"-o", "-"}}},
+      {{"--", "-o"}, "", {"-o"}, {}},
       {{"--timeout"}, "--timeout needs SECONDS", {}, {}},
       {{"--all=1"}, "--all takes no value", {}, {}},
       {{"--all", "--all"}, "--all is given twice", {}, {}},

@@ -1,9 +1,14 @@
 #pragma once
 
 #include <CoreFoundation/CoreFoundation.h>
+#include <CoreServices/Aliases.h>
 #include <CoreServices/Debugging.h>
 #include <CoreServices/DriverServices.h>
 #include <CoreServices/DriverSynchronization.h>
+#include <CoreServices/Files.h>
+#include <CoreServices/Folders.h>
+#include <CoreServices/Gestalt.h>
+#include <CoreServices/LaunchServices.h>
 #include <CoreServices/MacErrors.h>
 #include <CoreServices/MacMemory.h>
 #include <CoreServices/MacTypes.h>

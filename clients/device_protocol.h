@@ -1,0 +1,44 @@
+#pragma once
+
+#include <CoreServices/CoreServices.h>
+
+// The device monitor's protocol: the events it answers and the parameters they carry, for those who
+// ask and for those who serve. Texts are 'TEXT' without a terminator; ids are 'long'.
+//
+// A setting is a key and a value of any type; each device has two tables of them, its preferences
+// and its attributes. What the status bits and the entries of a status list mean is the serving
+// program's to say.
+
+enum : AEEventClass { kDMEventClass = FourCC('C', 'm', 'o', 'N') };
+
+enum : AEEventID {
+  kDMGetDeviceIDs = FourCC('G', 't', 'I', 's'),
+  kDMGetDeviceID = FourCC('U', 'n', 'I', 'D'),  // by what tells one device from all others
+  kDMSetPreference = FourCC('S', 't', 'P', 'f'),
+  kDMSetAttribute = FourCC('S', 't', 'A', 't'),
+  kDMGetPreference = FourCC('G', 't', 'P', 'f'),
+  kDMGetAttribute = FourCC('G', 't', 'A', 't'),
+  kDMRegisterDigitizer = FourCC('R', 'e', 'g', 'R'),
+  kDMRegisterForStatus = FourCC('R', 'e', 'g', 'N'),
+};
+
+enum : AEKeyword {
+  keyDMDeviceID = FourCC('D', 'v', 'I', '#'),    // long
+  keyDMDeviceIDs = FourCC('D', 'v', 'I', 's'),   // any number of long
+  keyDMDeviceList = FourCC('D', 'v', 'L', 's'),  // list
+  keyDMProductID = FourCC('S', 'P', 'r', 'd'),   // shor
+  keyDMVendorID = FourCC('S', 'V', 'n', 'd'),    // shor
+  keyDMLocation = FourCC('S', 'L', 'o', 'c'),    // long
+  keyDMBus = FourCC('S', 'B', 'u', 's'),         // TEXT: kDMUSBBus, or another bus's name
+  keyDMSerial = FourCC('S', 'S', 'e', 'r'),      // TEXT
+  keyDMSettingKey = FourCC('P', 'K', 'e', 'y'),  // TEXT
+  keyDMSettingValue = FourCC('P', 'V', 'a', 'l'),
+  keyDMProcess = FourCC('P', 'S', '#', 'n'),      // psn
+  keyDMStatusParam = FourCC('i', 'x', 'r', 'P'),  // shor, given back with each notification
+  keyDMStatusMask = FourCC('N', 'M', 's', 'k'),   // long
+};
+
+constexpr char kDMUSBBus[] = "USB";
+
+// In a status mask: the list is wanted once, nothing is registered.
+constexpr UInt32 kDMStatusOnce = 0x1000;

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <CoreServices/CoreServices.h>
+
+#include <string>
+#include <vector>
+
+#include "examples/device_monitor/device.h"
+#include "plist/preferences.h"
+
+// What this monitor puts into status lists and notifications, besides keyDMDeviceID.
+enum : AEKeyword {
+  keyStatusBits = FourCC('D', 'v', 'S', 't'),  // long
+  keyStatusName = FourCC('D', 'v', 'N', 'm'),  // TEXT: the attribute "name", or ""
+};
+
+// Bits of a status, and of the mask that selects what a registered process hears of.
+enum : UInt32 {
+  kStatusPresent = 0x10,
+  kStatusInUse = 0x20,            // a process takes pictures from it
+  kStatusSettingsChanged = 0x40,  // in notifications only
+};
+
+// The notification: sent to the port that a registration's key names, no answer wanted.
+constexpr AEEventID kStatusChangedEvent = FourCC('D', 'v', 'S', 'C');
+
+// DeviceService answers the device monitor's events. It owns the devices and the registrations and
+// keeps settings in the preferences, so that they are there at the next start. One thread: that of
+// the run loop which its listener is attached to.
+class DeviceService {
+ public:
+  // Restores what is stored for `found`; their ids are 1, 2, ... in this order.
+  explicit DeviceService(std::vector<Device> found);
+
+  // The listener's dispatch callback; `refcon` is the service.
+  static OSStatus Dispatch(UInt32 eventClass, UInt32 eventID, const AEDesc* event, AEDesc* reply,
+                           void* refcon);
+
+ private:
+  using Handler = OSStatus (DeviceService::*)(const AEDesc& event, AEDesc& reply);
+  struct Row {
+    AEEventClass eventClass;
+    AEEventID eventID;
+    Handler handler;
+  };
+  struct Registration {
+    ProcessSerialNumber psn;
+    std::string portName;
+    SInt16 param;
+    UInt32 mask;
+  };
+  using Table = SettingTable Device::*;
+
+  OSStatus GetDeviceIDs(const AEDesc& event, AEDesc& reply);
+  OSStatus GetDeviceID(const AEDesc& event, AEDesc& reply);
+  OSStatus SetPreference(const AEDesc& event, AEDesc& reply);
+  OSStatus SetAttribute(const AEDesc& event, AEDesc& reply);
+  OSStatus GetPreference(const AEDesc& event, AEDesc& reply);
+  OSStatus GetAttribute(const AEDesc& event, AEDesc& reply);
+  OSStatus RegisterDigitizer(const AEDesc& event, AEDesc& reply);
+  OSStatus RegisterForStatus(const AEDesc& event, AEDesc& reply);
+  OSStatus Quit(const AEDesc& event, AEDesc& reply);
+
+  OSStatus FindDevice(const AEDesc& event, Device*& found);
+  OSStatus FindSetting(const AEDesc& event, Device*& device, std::string& key);
+  OSStatus Get(Table table, const AEDesc& event, AEDesc& reply);
+  OSStatus Set(Table table, const AEDesc& event);
+  OSStatus Store(const Device& device);
+  OSStatus Register(const Registration& registration);
+  OSStatus ListStatus(AEDesc& reply);
+  void Notify(const Device& device, UInt32 changed);
+
+  static const Row kRows[];
+
+  std::vector<Device> devices;
+  std::vector<Registration> registrations;
+  VLTPreferences store;
+};
+
+// The preferences domain of the settings, and of "devices" when no list file is given.
+extern const char kDeviceMonitorDomain[];

@@ -1,0 +1,532 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "clients/device_monitor.h"
+#include "plist/dictionary.h"
+#include "plist/preferences.h"
+#include "tests/clients/open_client.h"
+#include "tests/clients/recording_peer.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/session_directory.h"
+#include "tests/support/test_role.h"
+#include "tools/value_types.h"
+
+// Each request of the device monitor's clients as it goes over the wire to another process, and
+// what becomes of each kind of answer, right and wrong ones.
+
+namespace {
+
+constexpr char kPort[] = "com.veltrane.vltdeviced.1.1";
+constexpr DescType kWeird = FourCC('A', 'B', 'C', 'D');
+
+// What a request says, in one line: its result, then its outputs.
+template <class... Outputs>
+std::string Said(OSStatus err, const Outputs&... outputs) {
+  std::ostringstream text;
+  text << err;
+  ((text << ' ' << outputs), ...);
+  return text.str();
+}
+
+ProcessSerialNumber kProcess = {0x01020304, 0xA0B0C0D0};
+
+// The forms of the read requests.
+
+using BufferForm = OSStatus (*)(SInt32, const char*, OSType, void*, SInt32, SInt32*, OSType*);
+using BlockForm = OSStatus (*)(SInt32, const char*, OSType, void*&, SInt32*, OSType*,
+                               AEPtrAllocator);
+using HandleForm = OSStatus (*)(SInt32, const char*, OSType, char**, OSType*);
+
+constexpr BufferForm kGetPreference = DMGetDevicePreference;
+constexpr BufferForm kGetAttribute = DMGetDeviceAttribute;
+constexpr BlockForm kCopyPreference = DMGetDevicePreference;
+constexpr BlockForm kCopyAttribute = DMGetDeviceAttribute;
+constexpr HandleForm kFillPreference = DMGetDevicePreference;
+constexpr HandleForm kFillAttribute = DMGetDeviceAttribute;
+
+std::string IntoBuffer(BufferForm get, OSType type, SInt32 size, bool wantsSize, bool wantsType) {
+  char buffer[64];
+  std::memset(buffer, '-', sizeof buffer);
+  SInt32 actualSize = -1;
+  OSType actualType = typeNull;
+  const OSStatus err = get(7, "gain", type, buffer, size, wantsSize ? &actualSize : nullptr,
+                           wantsType ? &actualType : nullptr);
+  SInt32 number = 0;
+  std::memcpy(&number, buffer, sizeof number);
+  const std::string content =
+      type == typeSInt32 ? std::to_string(number) : std::string(buffer, 6);  // or the marks
+  return Said(err, content, actualSize, CodeText(actualType));
+}
+
+std::string IntoBlock(BlockForm get, OSType type, bool wantsType = true) {
+  void* data = &data;  // must become null, or the caller's block
+  SInt32 size = -1;
+  OSType actualType = typeNull;
+  const auto allocator = [](SInt32 bytes) { return new char[static_cast<size_t>(bytes)]; };
+  const OSStatus err =
+      get(7, "gain", type, data, &size, wantsType ? &actualType : nullptr, allocator);
+  std::string content = "(none)";
+  if (data != nullptr) content.assign(static_cast<char*>(data), static_cast<size_t>(size));
+  delete[] static_cast<char*>(data);
+  return Said(err, content, CodeText(actualType));
+}
+
+std::string IntoHandle(HandleForm get, OSType type) {
+  Handle handle = NewHandle(3);
+  OSType actualType = typeNull;
+  const OSStatus err = get(7, "gain", type, handle, &actualType);
+  const std::string content(*handle, static_cast<size_t>(GetHandleSize(handle)));
+  DisposeHandle(handle);
+  return Said(err, content.size(), content, CodeText(actualType));
+}
+
+std::string GetIDs(SInt32 room) {
+  SInt32 ids[4] = {-1, -1, -1, -1};
+  SInt32 count = -1;
+  const OSStatus err = DMGetDeviceIDs(ids, room, &count);
+  return Said(err, count, ids[0], ids[1], ids[2], ids[3]);
+}
+
+std::string GetIDOnUSB() {
+  SInt32 id = -1;
+  const OSStatus err = DMGetDeviceID(0x1234, -2, 0x01420000, id);
+  return Said(err, id);
+}
+
+template <class Ask>
+std::string StatusList(Ask ask) {
+  AEDescList list = {typeNull, nullptr};
+  const OSStatus err = ask(&list);
+  const std::string type = CodeText(list.descriptorType);
+  AEDisposeDesc(&list);
+  return Said(err, type);
+}
+
+struct Row {
+  const char* name;
+  std::function<std::string()> call;
+  const char* event;    // as it arrives
+  const char* answer;   // as the peer is told
+  const char* outcome;  // as Said
+};
+
+void Try(const Row& row, RecordingPeer& peer) {
+  SCOPED_TRACE(row.name);
+  peer.Answer(row.answer);
+  EXPECT_EQ(row.outcome, row.call());
+  EXPECT_EQ(row.event, peer.Event());
+}
+
+TEST(DeviceRequests, GoOverTheWireAsTheyAre) {
+  const SInt32 number = -5;
+  const Row rows[] = {
+      {"ids", [] { return GetIDs(4); }, "CmoN GtIs wait", "DvIs:long=4,-5,6", "0 3 4 -5 6 -1"},
+      {"count", [] { return GetIDs(0); }, "CmoN GtIs wait", "DvIs:long=4,-5,6", "0 3 -1 -1 -1 -1"},
+      {"by USB", GetIDOnUSB,
+       "CmoN UnID wait SPrd:short=-2|SVnd:short=4660|SLoc:long=21102592|SBus:text=USB",
+       "DvI#:long=9", "0 9"},
+      {"by text",
+       [] {
+         SInt32 id = -1;
+         const OSStatus err = DMGetDeviceID("FireWire", "00-11", id);
+         return Said(err, id);
+       },
+       "CmoN UnID wait SSer:text=00-11|SBus:text=FireWire", "DvI#:long=9", "0 9"},
+      {"set preference",
+       [&] { return Said(DMSetDevicePreference(7, "gain", typeSInt32, &number, 4)); },
+       "CmoN StPf wait DvI#:long=7|PKey:text=gain|PVal:long=-5", "", "0"},
+      {"set attribute", [] { return Said(DMSetDeviceAttribute(-7, "", kWeird, "\x00\xFF", 2)); },
+       "CmoN StAt wait DvI#:long=-7|PKey:text=|PVal:'ABCD'=00ff", "", "0"},
+      {"set nothing", [] { return Said(DMSetDeviceAttribute(7, "k", typeChar, nullptr, 0)); },
+       "CmoN StAt wait DvI#:long=7|PKey:text=k|PVal:text=", "", "0"},
+      {"preference", [] { return IntoBuffer(kGetPreference, typeChar, 64, true, true); },
+       "CmoN GtPf wait DvI#:long=7|PKey:text=gain", "PVal:text=loud", "0 loud-- 4 TEXT"},
+      {"attribute", [] { return IntoBuffer(kGetAttribute, typeChar, 64, false, false); },
+       "CmoN GtAt wait DvI#:long=7|PKey:text=gain", "PVal:text=loud", "0 loud-- -1 null"},
+      // Meant: with an allocator both ask for the preference, with a handle both for the attribute.
+      {"preference, block", [] { return IntoBlock(kCopyPreference, typeChar); },
+       "CmoN GtPf wait DvI#:long=7|PKey:text=gain", "PVal:text=loud", "0 loud TEXT"},
+      {"attribute, block", [] { return IntoBlock(kCopyAttribute, typeChar); },
+       "CmoN GtPf wait DvI#:long=7|PKey:text=gain", "PVal:text=loud", "0 loud TEXT"},
+      {"preference, handle", [] { return IntoHandle(kFillPreference, typeChar); },
+       "CmoN GtAt wait DvI#:long=7|PKey:text=gain", "PVal:text=loud", "0 4 loud TEXT"},
+      {"attribute, handle", [] { return IntoHandle(kFillAttribute, typeChar); },
+       "CmoN GtAt wait DvI#:long=7|PKey:text=gain", "PVal:text=loud", "0 4 loud TEXT"},
+      {"digitizer", [] { return Said(DMRegisterRemoteDigitizer(7, kProcess, "cam")); },
+       "CmoN RegR none DvI#:long=7|PKey:text=cam|PS#n:'psn '=01020304a0b0c0d0", "", "0"},
+      {"register",
+       [] {
+         return StatusList([](AEDescList* list) {
+           return DMRegisterForDeviceStatusNotification(&kProcess, "port", -3, 0x71, list);
+         });
+       },
+       "CmoN RegN wait PKey:text=port|PS#n:'psn '=01020304a0b0c0d0|ixrP:short=-3|NMsk:long=113",
+       "DvLs:long=1", "0 list"},
+      {"status",
+       [] { return StatusList([](AEDescList* list) { return DMGetDeviceStatus(0x7F, list); }); },
+       "CmoN RegN wait PKey:text=|PS#n:'psn '=0000000000000000|NMsk:long=4208", "DvLs:long=1",
+       "0 list"},
+      {"status, every bit",
+       [] { return StatusList([](AEDescList* list) { return DMGetDeviceStatus(-1, list); }); },
+       "CmoN RegN wait PKey:text=|PS#n:'psn '=0000000000000000|NMsk:long=-16", "DvLs:long=1",
+       "0 list"},
+      {"quit", [] { return Said(DMQuitDaemon()); }, "aevt quit none", "", "0"},
+  };
+  OpenDescriptorCheck noLeaks;
+  RecordingPeer peer(kPort);
+  ASSERT_TRUE(peer.WaitReady());
+  RunOnThread([&] {
+    for (const Row& row : rows) Try(row, peer);
+  });
+  EXPECT_FALSE(peer.HasEvent());
+}
+
+TEST(DeviceRequests, WrongAnswersAreErrorsAndLoseNothing) {
+  constexpr char kIDs[] = "CmoN GtIs wait";
+  constexpr char kUSB[] =
+      "CmoN UnID wait SPrd:short=-2|SVnd:short=4660|SLoc:long=21102592|SBus:text=USB";
+  constexpr char kPreference[] = "CmoN GtPf wait DvI#:long=7|PKey:text=gain";
+  constexpr char kAttribute[] = "CmoN GtAt wait DvI#:long=7|PKey:text=gain";
+  constexpr char kStatus[] =
+      "CmoN RegN wait PKey:text=|PS#n:'psn '=0000000000000000|NMsk:long=4096";
+  const auto get = [](OSType type, SInt32 size, bool wantsSize, bool wantsType) {
+    return [=] { return IntoBuffer(kGetPreference, type, size, wantsSize, wantsType); };
+  };
+  const auto getStatus = [] {
+    return StatusList([](AEDescList* list) { return DMGetDeviceStatus(0, list); });
+  };
+  const Row rows[] = {
+      {"no ids", [] { return GetIDs(4); }, kIDs, "", "-1701 -1 -1 -1 -1 -1"},
+      {"no ids to count", [] { return GetIDs(0); }, kIDs, "", "-1701 -1 -1 -1 -1 -1"},
+      {"an empty list", [] { return GetIDs(4); }, kIDs, "DvIs:'long'=", "0 0 -1 -1 -1 -1"},
+      {"more than there is room for", [] { return GetIDs(2); }, kIDs, "DvIs:long=1,2,3",
+       "-50 -1 -1 -1 -1 -1"},
+      {"just enough room", [] { return GetIDs(3); }, kIDs, "DvIs:long=1,2,3", "0 3 1 2 3 -1"},
+      {"room for less than none", [] { return GetIDs(-1); }, kIDs, "DvIs:long=1",
+       "-50 -1 -1 -1 -1 -1"},
+      {"ids of another type", [] { return GetIDs(4); }, kIDs, "DvIs:short=5", "0 1 5 -1 -1 -1"},
+      {"ids that are none", [] { return GetIDs(4); }, kIDs, "DvIs:text=many",
+       "-1700 -1 -1 -1 -1 -1"},
+      {"no id", GetIDOnUSB, kUSB, "DvIs:long=1", "-1701 -1"},
+      {"an id that is none", GetIDOnUSB, kUSB, "DvI#:text=x", "-1700 -1"},
+      {"an id of the peer's making", GetIDOnUSB, kUSB, "=-31999", "-31999 -1"},
+      {"as if it were not there", GetIDOnUSB, kUSB, "=-600", "-600 -1"},
+      {"an unknown event", GetIDOnUSB, kUSB, "=-1708", "-1708 -1"},
+      {"no value", get(typeChar, 64, false, false), kPreference, "", "-1701 ------ -1 null"},
+      {"no value, outputs wanted", get(typeChar, 64, true, true), kPreference, "",
+       "-1701 ------ 0 TEXT"},
+      {"a value that is cut", get(typeChar, 2, false, false), kPreference, "PVal:text=loud",
+       "-1741 lo---- -1 null"},
+      {"a cut that is asked for", get(typeChar, 2, true, true), kPreference, "PVal:text=loud",
+       "0 lo---- 4 TEXT"},
+      {"only the size", get(typeChar, 0, true, true), kPreference, "PVal:text=loud",
+       "0 ------ 4 TEXT"},
+      {"another type", get(typeSInt32, 4, true, false), kPreference, "PVal:short=-5",
+       "-1700 -5 4 null"},
+      {"another type, asked for", get(typeSInt32, 4, true, true), kPreference, "PVal:short=-5",
+       "0 -5 4 shor"},
+      {"both wrong", get(typeChar, 1, false, false), kPreference, "PVal:short=-5",
+       "-1700 ------ -1 null"},
+      {"whatever it is", get(typeWildCard, 64, true, true), kPreference, "PVal:'ABCD'=414243",
+       "0 ABC--- 3 ABCD"},
+      {"no coercion", get(typeSInt32, 4, true, true), kPreference, "PVal:'ABCD'=00",
+       "-1700 757935405 0 long"},
+      {"no room at all", get(typeChar, -1, true, true), kPreference, "PVal:text=loud",
+       "-50 ------ 0 TEXT"},
+      {"no value, block", [] { return IntoBlock(kCopyPreference, typeChar); }, kPreference, "",
+       "-1701 (none) null"},
+      {"another type, block", [] { return IntoBlock(kCopyPreference, typeChar, false); },
+       kPreference, "PVal:short=-5", "-1700 -5 null"},
+      {"an error, block", [] { return IntoBlock(kCopyPreference, typeChar); }, kPreference, "=-50",
+       "-50 (none) null"},
+      {"no value, handle", [] { return IntoHandle(kFillAttribute, typeChar); }, kAttribute, "",
+       "-1701 0  null"},
+      {"another type, handle", [] { return IntoHandle(kFillAttribute, typeChar); }, kAttribute,
+       "PVal:short=-5", "0 2 -5 shor"},
+      {"no status list", getStatus, kStatus, "", "-1701 null"},
+      {"a status list that is a value", getStatus, kStatus, "DvLs:text=x", "0 list"},
+  };
+  OpenDescriptorCheck noLeaks;
+  RecordingPeer peer(kPort);
+  ASSERT_TRUE(peer.WaitReady());
+  RunOnThread([&] {
+    for (const Row& row : rows) Try(row, peer);
+  });
+}
+
+TEST(DeviceRequests, WhatCannotBePutIsNotSent) {
+  RecordingPeer peer(kPort);
+  ASSERT_TRUE(peer.WaitReady());
+  SInt32 id = 0;
+  AEDescList list = {typeNull, nullptr};
+  EXPECT_EQ(paramErr, DMSetDevicePreference(1, nullptr, typeChar, "x", 1));
+  EXPECT_EQ(paramErr, DMSetDevicePreference(1, "key", typeChar, "x", -1));
+  EXPECT_EQ(paramErr, DMSetDevicePreference(1, "key", typeChar, nullptr, 1));
+  EXPECT_EQ(paramErr, DMGetDeviceID(nullptr, "x", id));
+  EXPECT_EQ(paramErr, DMGetDeviceID("x", nullptr, id));
+  EXPECT_EQ(paramErr, DMRegisterForDeviceStatusNotification(nullptr, "x", 0, 0, &list));
+  EXPECT_EQ(paramErr, DMGetDeviceStatus(0, nullptr));
+  EXPECT_FALSE(peer.HasEvent());
+}
+
+// The notices that were shown, a line each.
+std::string NoticeText() {
+  std::ifstream file(getenv("VLTHOST_NOTICES"));
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+// One line of the log.
+std::string Logged(const std::string& failureName, OSStatus err, const char* hexadecimal) {
+  return "404 " + failureName + "() - Error " + std::to_string(err) + " (" + hexadecimal +
+         ") sending message to VeltraneDeviceMonitor\n";
+}
+
+TEST(DeviceRequests, WithoutADaemonFailUnderTheirNames) {
+  const struct {
+    const char* name;
+    std::function<std::string()> call;
+  } rows[] = {
+      {"DMGetDeviceIDs", [] { return GetIDs(4); }},
+      {"DMGetDeviceID", GetIDOnUSB},
+      {"DMGetDeviceID",
+       [] {
+         SInt32 id = 0;
+         return Said(DMGetDeviceID("a", "b", id));
+       }},
+      {"DMSetDevicePreference", [] { return Said(DMSetDevicePreference(1, "k", 1, "x", 1)); }},
+      {"DMSetDevicAttribute", [] { return Said(DMSetDeviceAttribute(1, "k", 1, "x", 1)); }},
+      {"DMGetDevicePreference",
+       [] { return IntoBuffer(kGetPreference, typeChar, 64, false, false); }},
+      {"DMGetDeviceAttribute",
+       [] { return IntoBuffer(kGetAttribute, typeChar, 64, false, false); }},
+      {"DMGetDevicePreference", [] { return IntoBlock(kCopyPreference, typeChar); }},
+      {"DMGetDeviceAttribute", [] { return IntoBlock(kCopyAttribute, typeChar); }},
+      {"DMGetDevicePreference", [] { return IntoHandle(kFillPreference, typeChar); }},
+      {"DMGetDeviceAttribute", [] { return IntoHandle(kFillAttribute, typeChar); }},
+      {"DMRegisterRemoteDigitizer",
+       [] { return Said(DMRegisterRemoteDigitizer(7, kProcess, "cam")); }},
+      {"DMRegisterForDeviceStatusNotification",
+       [] {
+         return StatusList([](AEDescList* list) {
+           return DMRegisterForDeviceStatusNotification(&kProcess, "port", 0, 0, list);
+         });
+       }},
+      {"DMGetDeviceStatus",
+       [] { return StatusList([](AEDescList* list) { return DMGetDeviceStatus(0, list); }); }},
+  };
+  OpenClient client(GetDMClient());
+  client.SetReporting(false, true);
+  GetDMClient().setReportAllFailures(true);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    ClearTestLog();
+    EXPECT_TRUE(row.call().starts_with("-600"));
+    EXPECT_EQ(Logged(row.name, procNotFound, "fffffda8"), TestLogText());
+  }
+  // Nobody to quit is no failure; a launcher that has no way to look is one, and is the client's.
+  ClearTestLog();
+  EXPECT_EQ(0, DMQuitDaemon());
+  EXPECT_EQ("", TestLogText());
+  GetDeviceMonitorLauncher().setPortName(nullptr);
+  EXPECT_EQ(paramErr, DMQuitDaemon());
+  EXPECT_EQ(Logged("DMQuitDemon", paramErr, "ffffffce"), TestLogText());
+  ClearTestLog();
+  EXPECT_EQ(paramErr, DMGetDeviceStatus(0, nullptr));
+  EXPECT_EQ(Logged("DMGetDeviceStatus", paramErr, "ffffffce"), TestLogText());
+  EXPECT_EQ(0, DMSetDeviceMonitorPortName(kPort));
+}
+
+TEST(DeviceRequests, ARunOfFailuresIsReportedOnce) {
+  OpenClient client(GetDMClient());
+  client.SetReporting(true, true);
+  // A notice that nobody can show is in the log, too.
+  const auto reports = [] {
+    return Said(Lines(TestLogText(), "() - Error "), Lines(NoticeText(), ""));
+  };
+  ClearTestLog();
+  std::filesystem::remove(getenv("VLTHOST_NOTICES"));
+  for (int i = 0; i < 3; ++i) EXPECT_EQ("-600 -1", GetIDOnUSB());
+  EXPECT_EQ("1 1", reports());
+  {
+    RecordingPeer peer(kPort);
+    ASSERT_TRUE(peer.WaitReady());
+    peer.Answer("=-50");  // a daemon that refuses is a daemon that is there
+    RunOnThread([] { EXPECT_EQ("-50 -1", GetIDOnUSB()); });
+    EXPECT_EQ("1 1", reports());
+  }
+  for (int i = 0; i < 3; ++i) EXPECT_EQ("-600 -1", GetIDOnUSB());
+  EXPECT_EQ("2 2", reports());
+  {
+    RecordingPeer peer(kPort);
+    ASSERT_TRUE(peer.WaitReady());
+    peer.Answer("=-1708");
+    peer.Answer("=-1708");
+    RunOnThread([] {
+      EXPECT_EQ("-1708 -1", GetIDOnUSB());
+      EXPECT_EQ("-1708 -1", GetIDOnUSB());
+    });
+  }
+  EXPECT_EQ("4 4", reports());  // of another version: told each time
+  EXPECT_NE(std::string::npos,
+            NoticeText().find("The VeltraneDeviceMonitor was disabled or removed. Please "
+                              "reinstall the Driver."));
+  EXPECT_NE(std::string::npos,
+            NoticeText().find("The client is incompatible with the VeltraneDeviceMonitor. This "
+                              "is probably due to mismatched versions. Please remove all old "
+                              "verisions of the Driver and reinstall."));
+}
+
+TEST(DeviceRequests, ADaemonThatEndsIsToldAtOnce) {
+  OpenClient client(GetDMClient());
+  client.SetReporting(false, true);
+  const struct {
+    const char* when;
+    std::function<OSStatus(RecordingPeer&)> call;
+  } rows[] = {
+      {"while we wait",
+       [](RecordingPeer& peer) {
+         SInt32 count = 0;
+         peer.Answer("die");
+         return DMGetDeviceIDs(nullptr, 0, &count);
+       }},
+      {"between making and sending",
+       [](RecordingPeer& peer) {
+         VLTPortDestinationAddress address;
+         VLTPortAppleEvent event(FourCC('C', 'm', 'o', 'N'), FourCC('G', 't', 'I', 's'),
+                                 kAEWaitReply, nullptr, kAutoGenerateReturnID, 0);
+         EXPECT_EQ(0, GetDMClient().ConstructEvent(address, event, true));
+         peer.Kill();
+         const OSStatus err = GetDMClient().SendEvent(event, 0, 5, 0);
+         GetDMClient().HandleResult(err, &event, "DMGetDeviceIDs", nullptr);
+         return err;
+       }},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.when);
+    GetDMClient().ResetSendFailures();
+    ClearTestLog();
+    OpenDescriptorCheck noLeaks;
+    RecordingPeer peer(kPort);
+    ASSERT_TRUE(peer.WaitReady());
+    RunOnThread([&] { EXPECT_EQ(connectionInvalid, row.call(peer)); });
+    EXPECT_EQ(Logged("DMGetDeviceIDs", connectionInvalid, "fffffd9f"), TestLogText());
+  }
+}
+
+// Each attempt waits a tenth of a second here, and each that times out is followed by one second,
+// the last one too. A daemon that sends the number of a time-out is taken at its word.
+TEST(DeviceRequests, ASilentDaemonIsAskedFiveTimesWithPauses) {
+  const struct {
+    std::vector<const char*> answers;
+    const char* outcome;
+    int pauses;
+  } rows[] = {
+      {{"silent", "silent", "silent", "silent", "silent"}, "-1712 -1 -1 -1 -1 -1", 5},
+      {{"silent", "=-1712", "DvIs:long=8"}, "0 1 8 -1 -1 -1", 2},
+  };
+  using namespace std::chrono;
+  RecordingPeer peer(kPort);
+  ASSERT_TRUE(peer.WaitReady());
+  EXPECT_EQ(0, DMSetSendEventTimeout(6));
+  for (const auto& row : rows) {
+    for (const char* answer : row.answers) peer.Answer(answer);
+    const auto begin = steady_clock::now();
+    EXPECT_EQ(row.outcome, GetIDs(4));
+    EXPECT_GE(steady_clock::now() - begin, seconds(row.pauses));
+    for (size_t i = 0; i < row.answers.size(); ++i) EXPECT_EQ("CmoN GtIs wait", peer.Event());
+    EXPECT_FALSE(peer.HasEvent());
+  }
+  EXPECT_EQ(0, DMSetSendEventTimeout(30000));
+}
+
+TEST(DeviceConnection, RefusesWhatNamesNothing) {
+  const char* name = "x";
+  OSType signature = 0;
+  EXPECT_EQ(0, DMGetDeviceMonitorPortName(name));
+  EXPECT_EQ(nullptr, name);
+  EXPECT_EQ(paramErr, DMSetDeviceMonitorPortName(nullptr));
+  EXPECT_EQ(paramErr, DMSetDeviceMonitorPortName(""));
+  EXPECT_EQ(paramErr, DMSetDeviceMonitorSignature(0));
+  EXPECT_EQ(0, DMGetDeviceMonitorSignature(signature));
+  EXPECT_EQ(FourCC('C', 'm', 'o', 'N'), signature);
+  EXPECT_EQ(paramErr, DMSetDeviceMonitorExecutable(nullptr));
+  EXPECT_EQ(procNotFound, DMCheckDaemonRunning());
+  EXPECT_EQ(procNotFound, DMVerifyDaemonRunning());  // and starts nothing unless told to
+}
+
+// A monitor for this session alone is found when there is none for all, and found again when it
+// comes back under the other name.
+TEST(DeviceConnection, FollowsTheDaemonThroughItsNames) {
+  const std::string ours = std::string(kPort) + ".abc123";  // of this test's session id
+  const auto ask = [](RecordingPeer& peer, const std::string& expected) {
+    const char* name = nullptr;
+    EXPECT_EQ(0, DMGetDeviceMonitorPortName(name));
+    EXPECT_EQ(expected, name != nullptr ? name : "(none)");
+    peer.Answer("DvI#:long=9");
+    RunOnThread([] { EXPECT_EQ("0 9", GetIDOnUSB()); });
+    EXPECT_TRUE(peer.Event().starts_with("CmoN UnID"));
+  };
+  RecordingPeer mine(ours.c_str());
+  ASSERT_TRUE(mine.WaitReady());
+  ask(mine, ours);
+  {
+    RecordingPeer everyones(kPort);
+    ASSERT_TRUE(everyones.WaitReady());
+    ask(everyones, kPort);
+  }
+  ask(mine, ours);
+  mine.Kill();
+  EXPECT_EQ("-600 -1", GetIDOnUSB());
+  const char* name = "x";
+  EXPECT_EQ(0, DMGetDeviceMonitorPortName(name));
+  EXPECT_EQ(nullptr, name);
+  const std::string tooLong(120, 'n');  // with the session id it is no name any more
+  EXPECT_EQ(0, DMSetDeviceMonitorPortName(tooLong.c_str()));
+  EXPECT_EQ(procNotFound, DMCheckDaemonRunning());
+  EXPECT_EQ(0, DMSetDeviceMonitorPortName(kPort));
+}
+
+TEST_ROLE(InRootSession) {
+  setenv("VLTHOST_SESSION_BITS", "1", 1);
+  role.Tell(std::to_string(DMCheckDaemonRunning()));
+  return kRoleDone;
+}
+
+TEST(DeviceConnection, TheRootSessionHasNoNameOfItsOwn) {
+  RecordingPeer peer((std::string(kPort) + ".abc123").c_str());
+  ASSERT_TRUE(peer.WaitReady());
+  EXPECT_EQ(0, DMCheckDaemonRunning());
+  TestProcess root("InRootSession");
+  EXPECT_EQ("-600", root.Hear(20s));
+}
+
+// Launch preferences that leave only the process list to look in: the port's name does not count.
+TEST_ROLE(FindsBySignatureOnly) {
+  VLTPreferences preferences("com.veltrane.common.1.1", kCFPreferencesAnyUser,
+                             kCFPreferencesCurrentHost);
+  VLTDictionary ways;
+  ways.setBoolean("findByPortName", false);
+  ways.setBoolean("findBySignature", true);
+  preferences.setDictionary("deviceMonitor", ways);
+  role.Tell(std::to_string(DMCheckDaemonRunning()));  // nothing is stored: this process sees it
+  return kRoleDone;
+}
+
+TEST(DeviceConnection, AFoundPortDoesNotCountWhenOnlyTheSignatureDoes) {
+  RecordingPeer peer(kPort);
+  ASSERT_TRUE(peer.WaitReady());
+  TestProcess client("FindsBySignatureOnly");
+  EXPECT_EQ("-600", client.Hear(20s));
+  EXPECT_EQ(kRoleDone, client.Wait(20s));
+}
+
+}  // namespace

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <sstream>
+#include <string>
+
+#include "aeport/client_support.h"
+
+// What only a client itself may set: whether its failures are shown and logged. Puts the client
+// back as it was.
+class OpenClient : public VLTAEClientSupport {
+ public:
+  explicit OpenClient(VLTAEClientSupport& opened)
+      : client(opened), hadNotices(opened.*kNotify), hadLog(opened.*kLog) {
+    client.ResetSendFailures();
+  }
+  ~OpenClient() override {
+    SetReporting(hadNotices, hadLog);
+    client.setReportAllFailures(false);
+    client.ResetSendFailures();
+  }
+
+  void SetReporting(bool notices, bool log) {
+    client.*kNotify = notices;
+    client.*kLog = log;
+  }
+
+ private:
+  static constexpr bool VLTAEClientSupport::*kNotify = &OpenClient::notifyUser;
+  static constexpr bool VLTAEClientSupport::*kLog = &OpenClient::logFailures;
+
+  VLTAEClientSupport& client;
+  const bool hadNotices;
+  const bool hadLog;
+};
+
+// How many lines have `part` in them.
+inline int Lines(const std::string& text, const std::string& part) {
+  std::istringstream stream(text);
+  int count = 0;
+  for (std::string line; std::getline(stream, line);) count += line.find(part) != line.npos;
+  return count;
+}

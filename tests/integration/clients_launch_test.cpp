@@ -1,0 +1,94 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "clients/device_monitor.h"
+#include "clients/session_monitor.h"
+#include "tests/support/child_process.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/test_process.h"
+#include "tests/support/test_role.h"
+
+// Clients that start their daemons: the applications of this build, found by their identifiers.
+
+namespace {
+
+constexpr char kSessionPort[] = "com.veltrane.vltsessiond.1.1";
+constexpr char kDevicePort[] = "com.veltrane.vltdeviced.1.1";
+
+// A daemon that was started for this test ends with it.
+class StartedDaemons {
+ public:
+  StartedDaemons() { setenv("XDG_DATA_DIRS", VLT_BUILD_SHARE, 1); }
+  ~StartedDaemons() {
+    EXPECT_EQ(0, SMQuitDaemon());
+    EXPECT_EQ(0, DMQuitDaemon());
+    EXPECT_TRUE(WaitForNoPort(kSessionPort, 20s));
+    EXPECT_TRUE(WaitForNoPort(kDevicePort, 20s));
+  }
+};
+
+TEST(ClientsLaunch, TheToolStartsAndEndsTheSessionDaemon) {
+  const std::string port = std::string("{\"port\":\"") + kSessionPort + "\",\"outcome\":\"";
+  const struct {
+    std::vector<std::string> words;
+    int status;
+    std::string output;
+    std::string errors;
+  } rows[] = {
+      {{"status"}, 3, "", "vltctl: com.veltrane.vltsessiond.1.1 is not running\n"},
+      {{"status", "--json"},
+       3,
+       port + "notRunning\",\"error\":null}\n",
+       "vltctl: com.veltrane.vltsessiond.1.1 is not running\n"},
+      {{"start", "--json"}, 0, port + "started\",\"error\":null}\n", ""},
+      {{"start"}, 0, "", "vltctl: com.veltrane.vltsessiond.1.1 is running already\n"},
+      {{"status"}, 0, "com.veltrane.vltsessiond.1.1 is running\n", ""},
+      {{"status", "--json"}, 0, port + "running\",\"error\":null}\n", ""},
+      {{"quit", "--json"}, 0, port + "quit\",\"error\":null}\n", ""},
+      {{"quit"}, 0, "", "vltctl: com.veltrane.vltsessiond.1.1 is not running\n"},
+  };
+  StartedDaemons cleanUp;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.words));
+    std::vector<std::string> words = {VLTCTL_PROGRAM};
+    words.insert(words.end(), row.words.begin(), row.words.end());
+    const ProgramResult result = RunProgram(words, 40s);
+    EXPECT_EQ(row.status, result.status);
+    EXPECT_EQ(row.output, result.output);
+    EXPECT_EQ(row.errors, result.errors);
+  }
+}
+
+TEST(ClientsLaunch, TheSessionDaemonIsStartedByWhoNeedsIt) {
+  StartedDaemons cleanUp;
+  EXPECT_EQ(procNotFound, SMCheckDaemonRunning());  // a check starts nothing
+  EXPECT_EQ(procNotFound, SMCheckDaemonRunning());
+  EXPECT_EQ(0, SMVerifyDaemonRunning());
+  EXPECT_EQ(0, SMCheckDaemonRunning());
+}
+
+// Asks for the number of devices, having switched launching on if its argument says so.
+TEST_ROLE(DeviceClient) {
+  SInt32 count = -1;
+  if (role.Argument(0) == "launch") DMSetLaunchIfNotRunning(true);
+  const OSStatus err = DMGetDeviceIDs(nullptr, 0, &count);
+  role.Tell(std::to_string(err) + (count >= 0 ? " counted" : ""));
+  return kRoleDone;
+}
+
+std::string AskedBy(const std::string& how) {
+  TestProcess client("DeviceClient", {how});
+  return client.Hear(40s).value_or("(nothing)");
+}
+
+TEST(ClientsLaunch, TheDeviceMonitorIsStartedOnlyWhenThatIsSwitchedOn) {
+  StartedDaemons cleanUp;
+  EXPECT_EQ("-600", AskedBy("only look"));
+  EXPECT_EQ("0 counted", AskedBy("launch"));
+  EXPECT_EQ("0 counted", AskedBy("only look"));
+}
+
+}  // namespace

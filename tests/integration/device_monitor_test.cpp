@@ -1,0 +1,398 @@
+#include <CoreFoundation/CoreFoundation.h>
+#include <CoreServices/CoreServices.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "aeport/params.h"
+#include "clients/device_monitor.h"
+#include "clients/device_protocol.h"
+#include "examples/device_monitor/device_service.h"
+#include "tests/aeport/serving.h"
+#include "tests/support/child_process.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/test_process.h"
+#include "tests/support/test_role.h"
+
+// The reference device monitor as a program, talked to with the clients' functions and with the
+// command-line tool.
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kPort[] = "com.veltrane.vltdeviced.1.1";
+constexpr DescType kWeird = FourCC('A', 'B', 'C', 'D');
+
+constexpr char kList[] = R"(<?xml version="1.0" encoding="UTF-8"?>
+<plist version="1.0"><dict><key>devices</key><array>
+  <dict><key>bus</key><string>FireWire</string><key>serial</key><string>00-11</string>
+    <key>attributes</key><dict><key>name</key><string>Old camera</string>
+      <key>lenses</key><integer>2</integer><key>zoom</key><real>1.5</real>
+      <key>live</key><true/><key>big</key><integer>5000000000</integer>
+      <key>flags</key><dict><key>type</key><string>'shor'</string>
+        <key>value</key><integer>-3</integer></dict></dict></dict>
+  <dict><key>serial</key><string>a device without a bus</string></dict>
+  <string>no device at all</string>
+</array></dict></plist>
+)";
+
+fs::path Folder() { return fs::path(getenv("XDG_RUNTIME_DIR")).parent_path(); }
+
+void WriteFile(const fs::path& path, const std::string& text) {
+  fs::create_directories(path.parent_path());
+  std::ofstream(path) << text;
+}
+
+// A list of one device, and a camera on the USB as the kernel would show it: with its second entry.
+void WriteDevices() {
+  WriteFile(Folder() / "devices.plist", kList);
+  const fs::path usb = Folder() / "sys/bus/1-4.2";
+  WriteFile(usb / "idVendor", "046d\n");
+  WriteFile(usb / "idProduct", "fffe\n");
+  WriteFile(usb / "busnum", "1\n");
+  WriteFile(usb / "devpath", "4.2\n");
+  fs::create_directories(usb / "1-4.2:1.0");
+  for (const char* index : {"0", "1"}) {
+    const fs::path video = Folder() / "sys/video" / (std::string("video") + index);
+    WriteFile(video / "name", "New camera\n");
+    WriteFile(video / "index", std::string(index) + "\n");
+    std::error_code ignored;
+    fs::create_directory_symlink(usb / "1-4.2:1.0", video / "device", ignored);
+  }
+}
+
+// A monitor of these two devices, 1 and 2. Killed at the end at the latest.
+class Monitor {
+ public:
+  explicit Monitor(const std::vector<std::string>& words = {}, const char* port = kPort) {
+    WriteDevices();
+    ChildOptions options;
+    options.arguments = TestLauncher();
+    options.arguments.insert(options.arguments.end(),
+                             {VLT_DEVICE_MONITOR, "--devices", Folder() / "devices.plist",
+                              "--video", Folder() / "sys/video"});
+    options.arguments.insert(options.arguments.end(), words.begin(), words.end());
+    options.capture = true;
+    EXPECT_TRUE(child.Start(options));
+    EXPECT_TRUE(WaitForPort(port, 20s)) << child.Errors();
+  }
+  pid_t Pid() const { return child.Pid(); }
+  void ExpectEnd() {
+    EXPECT_EQ(0, child.Wait(20s));
+    EXPECT_EQ("", child.Output() + child.Errors());
+  }
+
+ private:
+  ChildProcess child;
+};
+
+struct Value {
+  const char* key;
+  OSType type;
+  std::string bytes;
+};
+
+template <class T>
+Value ValueOf(const char* key, OSType type, T value) {
+  return {key, type, std::string(reinterpret_cast<const char*>(&value), sizeof value)};
+}
+
+// A value as it is, or the error.
+std::string Read(SInt32 id, const Value& value, bool isAttribute) {
+  std::string bytes(70000, '-');
+  SInt32 size = 0;
+  OSType type = 0;
+  const auto room = static_cast<SInt32>(bytes.size());
+  const OSStatus err =
+      isAttribute
+          ? DMGetDeviceAttribute(id, value.key, typeWildCard, bytes.data(), room, &size, &type)
+          : DMGetDevicePreference(id, value.key, typeWildCard, bytes.data(), room, &size, &type);
+  if (err != 0) return "error " + std::to_string(err);
+  bytes.resize(static_cast<size_t>(size));
+  return type == value.type ? bytes : "of another type";
+}
+
+TEST(DeviceMonitor, KnowsItsDevices) {
+  OpenDescriptorCheck noLeaks;
+  Monitor monitor;
+  RunOnThread([] {
+    SInt32 ids[3] = {};
+    SInt32 count = 0;
+    EXPECT_EQ(0, DMGetDeviceIDs(ids, 3, &count));
+    EXPECT_EQ(2, count);
+    SInt32 id = 0;
+    EXPECT_EQ(0, DMGetDeviceID("FireWire", "00-11", id));
+    EXPECT_EQ(ids[0], id);
+    EXPECT_EQ(0, DMGetDeviceID(0x046d, -2, 0x01420000, id));
+    EXPECT_EQ(ids[1], id);
+    EXPECT_EQ(fnfErr, DMGetDeviceID(0x046d, -2, 0x01430000, id));
+    EXPECT_EQ(fnfErr, DMGetDeviceID("FireWire", "00-12", id));
+    const struct {
+      SInt32 id;
+      Value value;
+    } rows[] = {
+        {1, {"name", typeChar, "Old camera"}},
+        {1, ValueOf("lenses", typeSInt32, SInt32{2})},
+        {1, ValueOf("zoom", typeIEEE64BitFloatingPoint, 1.5)},
+        {1, ValueOf("live", typeBoolean, true)},
+        {1, ValueOf("big", typeSInt64, SInt64{5000000000})},
+        {1, ValueOf("flags", typeSInt16, SInt16{-3})},
+        {2, {"name", typeChar, "New camera"}},
+        {2, {"node", typeChar, "/dev/video0"}},
+    };
+    for (const auto& row : rows) {
+      EXPECT_EQ(row.value.bytes, Read(row.id, row.value, true)) << row.value.key;
+    }
+    EXPECT_EQ(0, DMQuitDaemon());
+  });
+  monitor.ExpectEnd();
+  EXPECT_TRUE(WaitForNoPort(kPort, 0s));
+}
+
+TEST(DeviceMonitor, KeepsSettingsOfEveryType) {
+  const Value values[] = {
+      ValueOf("true", typeBoolean, true),
+      ValueOf("short", typeSInt16, SInt16{-32768}),
+      ValueOf("long", typeSInt32, SInt32{0x01020304}),
+      ValueOf("comp", typeSInt64, SInt64{-0x0102030405060708}),
+      ValueOf("float", typeIEEE32BitFloatingPoint, 1.1f),
+      ValueOf("double", typeIEEE64BitFloatingPoint, -0.1),
+      ValueOf("code", typeType, OSType{kWeird}),
+      {"text", typeChar, "Gr\x9F\xA7 < & >"},  // Mac Roman
+      {"zeros", typeChar, std::string("a\0b", 3)},
+      {"empty", typeChar, ""},
+      {"none", kWeird, ""},
+      {"bytes", kWeird, std::string("\x00\xFF\x80", 3)},
+      {"odd", typeSInt32, "abc"},
+      {"large", kWeird, std::string(64 * 1024, '\x55')},
+      {"a key & more", typeChar, "x"},
+  };
+  for (const bool isRestarted : {false, true}) {
+    SCOPED_TRACE(isRestarted);
+    Monitor monitor;
+    for (const Value& value : values) {
+      const auto size = static_cast<SInt32>(value.bytes.size());
+      if (!isRestarted) {
+        EXPECT_EQ(0, DMSetDevicePreference(1, value.key, value.type, value.bytes.data(), size));
+        EXPECT_EQ(0, DMSetDeviceAttribute(2, value.key, value.type, value.bytes.data(), size));
+      }
+      EXPECT_EQ(value.bytes, Read(1, value, false)) << value.key;
+      EXPECT_EQ(value.bytes, Read(2, value, true)) << value.key;
+      EXPECT_EQ("error -1701", Read(2, value, false)) << value.key;
+      EXPECT_EQ("error -1701", Read(1, value, true)) << value.key;
+    }
+    EXPECT_EQ(0, DMQuitDaemon());
+    monitor.ExpectEnd();
+  }
+}
+
+TEST(DeviceMonitor, RefusesWhatItCannotKeep) {
+  Monitor monitor;
+  const std::string tooLarge(64 * 1024 + 1, 'x');
+  const std::string longKey(256, 'k');
+  const auto set = [](SInt32 id, const char* key, const std::string& bytes) {
+    return DMSetDevicePreference(id, key, typeChar, bytes.data(),
+                                 static_cast<SInt32>(bytes.size()));
+  };
+  EXPECT_EQ(paramErr, set(0, "k", "x"));
+  EXPECT_EQ(paramErr, set(3, "k", "x"));
+  EXPECT_EQ(paramErr, set(-1, "k", "x"));
+  EXPECT_EQ(paramErr, set(1, "", "x"));
+  EXPECT_EQ(memFullErr, set(1, longKey.c_str(), "x"));
+  EXPECT_EQ(memFullErr, set(1, "k", tooLarge));
+  AEDescList list = {typeNull, nullptr};
+  ProcessSerialNumber nobody = {1, 1};
+  EXPECT_EQ(paramErr, DMRegisterForDeviceStatusNotification(&nobody, "port", 0, 0, &list));
+  const Answer unknown = Ask(kPort, kPing);
+  EXPECT_EQ(errAEEventNotHandled, unknown.status);
+  // A folder that cannot be written: the sender hears of it, and the old value stands.
+  EXPECT_EQ(0, set(1, "k", "old"));
+  const fs::path store = fs::path(getenv("XDG_CONFIG_HOME")) / "veltrane/preferences";
+  ASSERT_TRUE(fs::exists(store));
+  const fs::path away = store.parent_path() / "away";
+  fs::rename(store, away);
+  WriteFile(store, "in the way");
+  EXPECT_EQ(paramErr, set(1, "k", "new"));
+  EXPECT_EQ("old", Read(1, {"k", typeChar, ""}, false));
+  fs::remove(store);
+  fs::rename(away, store);
+  EXPECT_EQ(0, set(1, "k", "new"));
+  EXPECT_EQ("new", Read(1, {"k", typeChar, ""}, false));
+}
+
+// What this process heard of a device's status: "param id bits".
+std::string HeardStatus(const ServedEvent& served) {
+  SInt16 param = 0;
+  SInt32 id = 0;
+  SInt32 bits = 0;
+  EXPECT_EQ(0, GetAEShort(served.event, keyDMStatusParam, &param));
+  EXPECT_EQ(0, GetAELong(served.event, keyDMDeviceID, &id));
+  EXPECT_EQ(0, GetAELong(served.event, keyStatusBits, &bits));
+  return std::to_string(param) + " " + std::to_string(id) + " " + std::to_string(bits);
+}
+
+SInt32 StatusOfFirst() {
+  AEDescList list = {typeNull, nullptr};
+  AERecord record = {typeNull, nullptr};
+  SInt32 count = 0;
+  SInt32 bits = 0;
+  EXPECT_EQ(0, DMGetDeviceStatus(0, &list));
+  EXPECT_EQ(0, AECountItems(&list, &count));
+  EXPECT_EQ(2, count);
+  EXPECT_EQ(0, AEGetNthDesc(&list, 1, typeAERecord, nullptr, &record));
+  EXPECT_EQ(0, GetAELong(&record, keyStatusBits, &bits));
+  AEDisposeDesc(&record);
+  AEDisposeDesc(&list);
+  return bits;
+}
+
+TEST_ROLE(Digitizer) {
+  ProcessSerialNumber own;
+  if (GetCurrentProcess(&own) != 0 || DMRegisterRemoteDigitizer(1, own, "cam") != 0) {
+    return kRoleFailed;
+  }
+  role.SignalReady();
+  role.Hear(60s);
+  return kRoleDone;
+}
+
+TEST(DeviceMonitor, TellsThoseWhoHaveRegistered) {
+  Monitor monitor;
+  const std::string port = UniquePortName();
+  std::vector<std::string> heard;
+  EventHandler handler = [&](const ServedEvent& served) {
+    heard.push_back(HeardStatus(served));
+    return OSStatus{0};
+  };
+  VLTPortAEMachPortListener listener;
+  ASSERT_EQ(0, listener.ListenOnPort(port.c_str(), CFRunLoopGetCurrent(), CallHandler, &handler));
+  ProcessSerialNumber own;
+  ASSERT_EQ(0, GetCurrentProcess(&own));
+  AEDescList list = {typeNull, nullptr};
+  const auto mask = static_cast<SInt32>(kStatusInUse | kStatusSettingsChanged);
+  ASSERT_EQ(0, DMRegisterForDeviceStatusNotification(&own, port.c_str(), -7, mask, &list));
+  AEDisposeDesc(&list);
+
+  EXPECT_EQ(0, DMSetDevicePreference(2, "k", typeChar, "x", 1));
+  EXPECT_TRUE(RunLoopUntil([&] { return heard.size() == 1; }, 20s));
+  EXPECT_EQ(0x10, StatusOfFirst());
+  TestProcess digitizer("Digitizer");
+  ASSERT_TRUE(digitizer.WaitReady(20s));
+  EXPECT_TRUE(RunLoopUntil([&] { return heard.size() == 2; }, 20s));
+  EXPECT_EQ((std::vector<std::string>{"-7 2 80", "-7 1 48"}), heard);
+  EXPECT_EQ(0x30, StatusOfFirst());
+  digitizer.KillAndWait(20s);
+  EXPECT_EQ(0x10, StatusOfFirst());  // in use as long as its user lives
+
+  // Who is gone is forgotten, and costs nobody anything.
+  listener.Deallocate(0);
+  EXPECT_EQ(0, DMSetDevicePreference(2, "k", typeChar, "y", 1));
+  EXPECT_EQ(2u, heard.size());
+}
+
+TEST(DeviceMonitor, ServesOneSessionUnderItsOwnName) {
+  const std::string port = std::string(kPort) + ".abc123";
+  Monitor mine({"--session"}, port.c_str());
+  const char* name = nullptr;
+  EXPECT_EQ(0, DMGetDeviceMonitorPortName(name));
+  EXPECT_STREQ(port.c_str(), name);
+  Monitor everyones;
+  EXPECT_EQ(0, DMGetDeviceMonitorPortName(name));
+  EXPECT_STREQ(kPort, name);
+  EXPECT_EQ(0, DMQuitDaemon());
+  everyones.ExpectEnd();
+  EXPECT_EQ(0, DMQuitDaemon());
+  mine.ExpectEnd();
+  EXPECT_EQ(0, DMQuitDaemon());  // nobody is there, which counts as done
+}
+
+TEST_ROLE(BusyClient) {
+  const std::string key = "key of " + role.Argument(0);
+  for (SInt32 i = 0; i < role.NumberArgument(1); ++i) {
+    SInt32 stored = -1;
+    if (DMSetDevicePreference(1, key.c_str(), typeSInt32, &i, sizeof i) != 0) return kRoleFailed;
+    if (DMGetDevicePreference(1, key.c_str(), typeSInt32, &stored, sizeof stored, nullptr,
+                              nullptr) != 0) {
+      return kRoleFailed;
+    }
+    if (stored != i) return kRoleFailed;
+  }
+  return kRoleDone;
+}
+
+TEST(DeviceMonitor, ServesSeveralClientsAtATime) {
+  Monitor monitor;
+  std::vector<std::unique_ptr<TestProcess>> clients;
+  for (const char* name : {"a", "b"}) {
+    clients.push_back(
+        std::make_unique<TestProcess>("BusyClient", std::vector<std::string>{name, "50"}));
+  }
+  for (const auto& client : clients) EXPECT_EQ(kRoleDone, client->Wait(40s));
+}
+
+ProgramResult Vltctl(std::vector<std::string> words) {
+  words.insert(words.begin(), VLTCTL_PROGRAM);
+  return RunProgram(words, 20s);
+}
+
+TEST(DeviceMonitor, AnswersTheCommandLineTool) {
+  const struct {
+    std::vector<std::string> words;
+    int status;
+    std::string output;
+    const char* errors;  // a part of it
+  } rows[] = {
+      {{"devices"}, 0, "1  Old camera\n2  New camera\n", ""},
+      {{"devices", "--json"},
+       0,
+       "{\"id\":1,\"name\":\"Old camera\"}\n{\"id\":2,\"name\":\"New camera\"}\n",
+       ""},
+      {{"device", "1", "set", "gr\xC3\xBC\xC3\x9F", "float", "1.5"}, 0, "", ""},
+      {{"device", "1", "get", "gr\xC3\xBC\xC3\x9F"}, 0, "gr\xC3\xBC\xC3\x9F:float=1.5\n", ""},
+      {{"device", "1", "get", "gr\xC3\xBC\xC3\x9F", "--attribute"}, 5, "", "errAEDescNotFound"},
+      {{"device", "2", "set", "rate", "'ABCD'", "00ff", "--attribute", "--json"},
+       0,
+       "{\"device\":2,\"key\":\"rate\",\"attribute\":true,\"error\":{\"number\":0,\"name\":"
+       "\"noErr\"},\"value\":{\"type\":\"ABCD\",\"hex\":\"00ff\"}}\n",
+       ""},
+      {{"device", "2", "get", "rate", "--attribute"}, 0, "rate:'ABCD'=00ff\n", ""},
+      {{"device", "9", "get", "rate", "--json"},
+       5,
+       "{\"device\":9,\"key\":\"rate\",\"attribute\":false,\"error\":{\"number\":-50,\"name\":"
+       "\"paramErr\"},\"value\":null}\n",
+       "paramErr"},
+      {{"device-status"},
+       0,
+       "DvI#:long=1  DvSt:long=16  DvNm:text=Old camera\n"
+       "DvI#:long=2  DvSt:long=16  DvNm:text=New camera\n",
+       ""},
+      {{"device", "x", "get", "k"}, 2, "", "no device id: x"},
+      {{"device", "1", "put", "k"}, 2, "", "get or set, not put"},
+      {{"device", "1", "set", "k", "long"}, 2, "", "set takes KEY TYPE VALUE"},
+      {{"device", "1", "set", "k", "long", "many"}, 2, "", "no long: many"},
+      {{"device", "1", "get", "k", "v"}, 2, "", "get takes KEY"},
+      {{"device-status", "--mask", "0xg"}, 2, "", "no mask: 0xg"},
+      {{"devices", "--timeout", "0"}, 2, "", "no seconds: 0"},
+      {{"quit", kPort}, 0, "", ""},
+      {{"devices"}, 3, "", "the device monitor is not running"},
+      {{"device-status", "--json"}, 3, "", "the device monitor is not running"},
+  };
+  Monitor monitor;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.words));
+    const ProgramResult result = Vltctl(row.words);
+    EXPECT_EQ(row.status, result.status);
+    EXPECT_EQ(row.output, result.output);
+    EXPECT_EQ(*row.errors == 0, result.errors.empty()) << result.errors;
+    EXPECT_NE(std::string::npos, result.errors.find(row.errors)) << result.errors;
+  }
+  monitor.ExpectEnd();
+}
+
+}  // namespace

@@ -1,0 +1,126 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "clients/session_monitor.h"
+#include "daemon/event_service.h"
+#include "daemon/running_check.h"
+#include "tests/clients/recording_peer.h"
+#include "tests/support/child_process.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/session_directory.h"
+#include "tests/support/test_process.h"
+
+// The daemon as a client of itself, and as its other clients see it.
+
+namespace {
+
+// A daemon that is killed at the end at the latest.
+class Daemon {
+ public:
+  explicit Daemon(const std::vector<std::string>& words = {}) {
+    ChildOptions options;
+    options.arguments = TestLauncher();
+    options.arguments.push_back(VLTSESSIOND_PROGRAM);
+    options.arguments.insert(options.arguments.end(), words.begin(), words.end());
+    options.capture = true;
+    EXPECT_TRUE(child.Start(options));
+  }
+  bool HasPort() const { return WaitForPort(kSessionDaemonPortName, 20s); }
+  bool IsRunning() { return !child.Wait(0ms); }
+  void ExpectSilentEnd() {
+    EXPECT_EQ(0, child.Wait(20s));
+    EXPECT_EQ("", child.Output() + child.Errors());
+    EXPECT_EQ("", TestLogText());
+  }
+
+ private:
+  ChildProcess child;
+};
+
+TEST(QuitSwitch, StartsAndStops) {
+  OpenDescriptorCheck noLeaks;
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"-q"}, {"-q", "-lp", "x", "-q"}}) {
+    Daemon daemon(words);
+    daemon.ExpectSilentEnd();
+    EXPECT_TRUE(WaitForNoPort(kSessionDaemonPortName, 0s));
+  }
+}
+
+TEST(QuitSwitch, LeavesARunningCopyAlone) {
+  OpenDescriptorCheck noLeaks;
+  RecordingPeer running(kSessionDaemonPortName);
+  ASSERT_TRUE(running.WaitReady());
+  for (int i = 0; i < 3; ++i) {
+    Daemon second({"-q"});
+    second.ExpectSilentEnd();
+  }
+  EXPECT_FALSE(running.HasEvent());  // it was never asked for anything
+}
+
+TEST(SessionMonitor, IsCheckedAndAskedToQuit) {
+  OpenDescriptorCheck noLeaks;
+  EXPECT_EQ(procNotFound, SMCheckDaemonRunning());
+  EXPECT_EQ(0, SMQuitDaemon());  // nobody is there, which counts as done; nobody was started
+  EXPECT_EQ(procNotFound, SMCheckDaemonRunning());
+  EXPECT_EQ(paramErr, SMSetDeviceMonitorExecutable(nullptr));
+  Daemon daemon;
+  ASSERT_TRUE(daemon.HasPort());
+  RunOnThread([] {
+    EXPECT_EQ(0, SMCheckDaemonRunning());
+    EXPECT_EQ(0, SMVerifyDaemonRunning());
+    EXPECT_EQ(0, SMQuitDaemon());
+  });
+  daemon.ExpectSilentEnd();
+  EXPECT_EQ(0, SMQuitDaemon());
+  EXPECT_EQ(procNotFound, SMCheckDaemonRunning());
+}
+
+TEST(SessionMonitor, IsNotStartedWhenThatIsSwitchedOff) {
+  EXPECT_EQ(0, SMSetLaunchIfNotRunning(false));
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(procNotFound, SMVerifyDaemonRunning());
+  // The wait for a daemon that was started would take twenty times this.
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
+  EXPECT_EQ(0, SMSetLaunchIfNotRunning(true));
+}
+
+TEST(SessionMonitor, GetsNothingButTheQuitEvent) {
+  RecordingPeer peer(kSessionDaemonPortName);
+  ASSERT_TRUE(peer.WaitReady());
+  peer.Answer("");
+  EXPECT_EQ(0, SMSetSendEventTimeout(60));
+  EXPECT_EQ(0, SMQuitDaemon());
+  EXPECT_EQ("aevt quit none", peer.Event());
+  EXPECT_FALSE(peer.HasEvent());
+}
+
+std::string Found() {
+  bool runningElsewhere = true;
+  int where = 0;
+  const OSStatus err = isSessionManagerAlreadyRunning(runningElsewhere, where);
+  return std::to_string(err) + (runningElsewhere ? " elsewhere " : " not elsewhere ") +
+         std::to_string(where);
+}
+
+// The last test: this process becomes the daemon, and stays one that has been it.
+TEST(RunningCheck, TellsThisProcessFromOthers) {
+  EXPECT_EQ("0 not elsewhere 1", Found());
+  {
+    Daemon daemon;
+    ASSERT_TRUE(daemon.HasPort());
+    EXPECT_EQ("0 elsewhere 2", Found());
+  }
+  EXPECT_EQ("0 not elsewhere 1", Found());
+  ASSERT_EQ(0, installAEHandlers());
+  EXPECT_EQ("0 not elsewhere 1", Found());
+  EXPECT_EQ(0, removeAEHandlers());
+  Daemon daemon;
+  ASSERT_TRUE(daemon.HasPort());
+  EXPECT_EQ("0 not elsewhere 1", Found());  // it is not looked for
+}
+
+}  // namespace

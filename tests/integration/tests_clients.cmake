@@ -1,0 +1,29 @@
+# Clients and the programs they talk to. The session is one that may have a device monitor of its
+# own.
+set(clients_session ENVIRONMENT VLTHOST_SESSION_ID=0xabc123 VLTHOST_SESSION_BITS=0x10)
+
+vlt_add_test(NAME quit_switch_test LABEL integration
+  SOURCES quit_switch_test.cpp ../clients/recording_peer.cpp LIBS vlt_daemon vlt_tools ${clients_session})
+target_compile_definitions(quit_switch_test PRIVATE
+  VLTSESSIOND_PROGRAM="$<TARGET_FILE:vltsessiond>")
+add_dependencies(quit_switch_test vltsessiond)
+
+vlt_add_test(NAME device_monitor_test LABEL integration SOURCES device_monitor_test.cpp
+  LIBS vlt_examples vlt_tools TIMEOUT 120 ${clients_session})
+target_compile_definitions(device_monitor_test PRIVATE
+  VLT_DEVICE_MONITOR="$<TARGET_FILE:device_monitor>" VLTCTL_PROGRAM="$<TARGET_FILE:vltctl>")
+add_dependencies(device_monitor_test device_monitor vltctl)
+
+vlt_add_test(NAME clients_launch_test LABEL integration SOURCES clients_launch_test.cpp
+  LIBS vlt_clients TIMEOUT 120 NATIVE_ONLY)
+if(TARGET clients_launch_test)
+  target_compile_definitions(clients_launch_test PRIVATE
+    VLT_BUILD_SHARE="${PROJECT_BINARY_DIR}/share" VLTCTL_PROGRAM="$<TARGET_FILE:vltctl>")
+  add_dependencies(clients_launch_test vltsessiond device_monitor vltctl)
+endif()
+
+if(TARGET vlt_notice_support)
+  vlt_add_test(NAME clients_notice_test LABEL integration SOURCES clients_notice_test.cpp
+    LIBS vlt_clients vlt_notice_support NATIVE_ONLY ${clients_session})
+  add_dependencies(clients_notice_test vlt-notify)
+endif()

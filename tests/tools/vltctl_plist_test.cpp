@@ -1,0 +1,212 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/scratch_folder.h"
+#include "tests/support/test_process.h"
+#include "tests/tools/strict_json.h"
+
+// vltctl plist as people and scripts meet it.
+
+namespace {
+
+ProgramResult Plist(std::vector<std::string> words) {
+  words.insert(words.begin(), {VLTCTL_PROGRAM, "plist"});
+  return RunProgram(words, 20s);
+}
+
+std::string Contents(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+constexpr char kList[] =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<!DOCTYPE plist PUBLIC \"-//Apple Computer//DTD PLIST 1.0//EN\" "
+    "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+    "<plist version=\"1.0\">\n"
+    "<dict>\n"
+    "\t<key>big</key>\n"
+    "\t<integer>18446744073709551615</integer>\n"
+    "\t<key>list</key>\n"
+    "\t<array>\n"
+    "\t\t<real>0.10000000000000001</real>\n"
+    "\t\t<true/>\n"
+    "\t</array>\n"
+    "\t<key>name</key>\n"
+    "\t<string>a &amp; \xC3\xA9</string>\n"
+    "\t<key>raw</key>\n"
+    "\t<data>\n"
+    "\tAAEC/w==\n"
+    "\t</data>\n"
+    "\t<key>when</key>\n"
+    "\t<date>2005-03-01T12:34:56Z</date>\n"
+    "</dict>\n"
+    "</plist>\n";
+
+}  // namespace
+
+TEST(VltctlPlist, ConvertsForthAndBack) {
+  const OpenDescriptorCheck noLeaks;
+  const ScratchFolder folder;
+  const std::string xml = folder.File("a.plist", kList);
+  const std::string binary = folder.Path("b.plist"), again = folder.Path("c.plist");
+  EXPECT_EQ(0, Plist({"convert", "binary", xml, "-o", binary}).status);
+  EXPECT_EQ(0u, Contents(binary).find("bplist00"));
+  EXPECT_EQ(0, Plist({"convert", "xml", binary, "-o", again}).status);
+  EXPECT_EQ(kList, Contents(again));
+  EXPECT_EQ(kList, Plist({"convert", "xml", binary}).output);
+  const ProgramResult diff = Plist({"diff", xml, binary});
+  EXPECT_EQ(0, diff.status);
+  EXPECT_EQ("", diff.output);
+
+  const char* json =
+      "{\"big\":\"18446744073709551615\",\"list\":[0.1,true],\"name\":\"a & \xC3\xA9\","
+      "\"raw\":\"AAEC/w==\",\"when\":\"2005-03-01T12:34:56Z\"}\n";
+  EXPECT_EQ(json, Plist({"convert", "json", binary}).output);
+  EXPECT_EQ(json, Plist({"print", "--json", xml}).output);
+  EXPECT_EQ(json, Plist({"print", "--json", folder.File("a.json", json)}).output);
+}
+
+// The other maker of such files that is at hand.
+TEST(VltctlPlist, ExchangesFilesWithPython) {
+  constexpr char kPython[] = "/usr/bin/python3";
+  if (access(kPython, X_OK) != 0) GTEST_SKIP() << kPython << " is not there";
+  const ScratchFolder folder;
+  const std::string made = folder.Path("made.plist"), ours = folder.Path("ours.plist");
+  const std::string values =
+      "import plistlib, datetime, sys\n"
+      "v = {'n': 2**64-1, 'm': -2**63, 'r': [0.1, 1e300, 5e-324, -0.0], 't': True,\n"
+      "     'd': datetime.datetime(1969, 12, 31, 23, 59, 59), 'b': bytes(range(256)),\n"
+      "     's': 'a\\n\\t<&>\\u00e9\\U0001f600', '': {'nested': [[], {}, ['x'] * 20]}}\n";
+  const std::string write = folder.File("write.py", values +
+                                                        "plistlib.dump(v, open(sys.argv[1], 'wb'), "
+                                                        "fmt=getattr(plistlib, sys.argv[2]))\n");
+  const std::string check =
+      folder.File("check.py", values +
+                                  "w = plistlib.load(open(sys.argv[1], 'rb'))\n"
+                                  "assert repr(sorted(w.items())) == repr(sorted(v.items())), w\n");
+  for (const char* from : {"FMT_XML", "FMT_BINARY"}) {
+    for (const char* to : {"xml", "binary"}) {
+      SCOPED_TRACE(std::string(from) + " to " + to);
+      ASSERT_EQ(0, RunProgram({kPython, write, made, from}, 30s).status);
+      EXPECT_EQ(0, Plist({"convert", to, made, "-o", ours}).status);
+      const ProgramResult checked = RunProgram({kPython, check, ours}, 30s);
+      EXPECT_EQ(0, checked.status) << checked.errors;
+    }
+  }
+}
+
+TEST(VltctlPlist, LintTellsThePlace) {
+  const ScratchFolder folder;
+  const std::string good = folder.File("good", kList);
+  const std::string bad =
+      folder.File("bad", "<plist>\n<dict>\n  <string>x</string>\n</dict></plist>");
+  const std::string cut = folder.File("cut", "bplist00\x01");
+  const ProgramResult result = Plist({"lint", good, bad, cut});
+  EXPECT_EQ(7, result.status);
+  EXPECT_NE(std::string::npos, result.output.find(good + ": ok (XML)\n")) << result.output;
+  EXPECT_NE(std::string::npos, result.output.find(bad + ":3:3: ")) << result.output;
+  EXPECT_NE(std::string::npos, result.output.find(cut + ": byte ")) << result.output;
+  const ProgramResult json = Plist({"lint", "--json", bad});
+  EXPECT_TRUE(StrictJson(json.output.substr(0, json.output.size() - 1)).IsFine());
+  EXPECT_NE(std::string::npos, json.output.find("\"line\":3,\"column\":3,")) << json.output;
+  EXPECT_EQ(0, Plist({"lint", good}).status);
+  EXPECT_EQ(3, Plist({"lint", folder.Path("missing")}).status);
+}
+
+TEST(VltctlPlist, EditsAFileInItsPlace) {
+  const ScratchFolder folder;
+  const std::string file = folder.File("a.plist", kList);
+  const std::string link = folder.Link("link", "a.plist");
+  ASSERT_EQ(0, chmod(file.c_str(), 0640));
+  const struct {
+    std::vector<std::string> words;
+    int status;
+  } rows[] = {
+      {{"set", link, "name", "5"}, 0},
+      {{"set", link, "when", "2024-02-29T00:00:00Z"}, 0},
+      {{"set", link, "new", "{\"x\":[1.5]}"}, 0},
+      {{"insert", link, "list.0", "first"}, 0},
+      {{"remove", link, "list.1"}, 0},
+      {{"set", link, "raw", "--type", "string", "text"}, 0},
+      {{"remove", link, "big"}, 0},
+      {{"set", link, "list.1", "maybe"}, 2},  // is a bool
+      {{"set", link, "x", "--type", "dict", "[]"}, 2},
+      {{"set", link, "x", "--type", "thing", "1"}, 2},
+      {{"set", link, "", "1"}, 2},
+      {{"insert", link, "name", "1"}, 3},
+      {{"remove", link, "gone"}, 3},
+      {{"set", link, "list.7", "1"}, 3},
+      {{"set", folder.Path("missing"), "a", "1"}, 3},
+      {{"set", folder.File("bad", "<dict>"), "a", "1"}, 7},
+      {{"set", folder.Path("."), "a", "1"}, 1},
+      {{"convert", "xml", file, "-o", folder.Path("no/such/folder")}, 3},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.words));
+    const ProgramResult result = Plist(row.words);
+    EXPECT_EQ(row.status, result.status) << result.errors;
+    EXPECT_EQ(row.status != 0, !result.errors.empty()) << result.errors;
+  }
+  EXPECT_EQ(
+      "{\"list\":[\"first\",true],\"name\":\"5\",\"new\":{\"x\":[1.5]},\"raw\":\"text\","
+      "\"when\":\"2024-02-29T00:00:00Z\"}\n",
+      Plist({"print", "--json", file}).output);
+  EXPECT_EQ("5\n", Plist({"extract", file, "name"}).output);
+  EXPECT_EQ("[\n  1.5\n]\n", Plist({"extract", file, "new.x"}).output);
+  struct stat info = {};
+  ASSERT_EQ(0, lstat(link.c_str(), &info));
+  EXPECT_TRUE(S_ISLNK(info.st_mode));
+  ASSERT_EQ(0, stat(file.c_str(), &info));
+  EXPECT_EQ(0640u, info.st_mode & 07777);
+
+  const std::string before = folder.File("before", kList);
+  const ProgramResult diff = Plist({"diff", before, file});
+  EXPECT_EQ(1, diff.status);
+  EXPECT_NE(std::string::npos, diff.output.find("- list.0 = 0.1\n+ list.0 = \"first\"\n"))
+      << diff.output;
+}
+
+TEST(VltctlPlist, AFilterOfStandardInput) {
+  const ScratchFolder folder;
+  const std::string file = folder.File("a.plist", kList);
+  auto filter = [&](const std::string& words) {
+    return RunProgram({"/bin/sh", "-c", "< " + file + " " VLTCTL_PROGRAM " plist " + words}, 20s);
+  };
+  EXPECT_EQ("true\n", filter("extract - list.1").output);
+  EXPECT_EQ(kList, filter("convert binary - -o - | " VLTCTL_PROGRAM " plist convert xml -").output);
+  EXPECT_EQ("{\"list\":[0.1,true]}\n",
+            filter("remove - big | " VLTCTL_PROGRAM " plist remove - name | " VLTCTL_PROGRAM
+                   " plist remove - raw | " VLTCTL_PROGRAM " plist remove - when | " VLTCTL_PROGRAM
+                   " plist print --json -")
+                .output);
+  EXPECT_EQ(kList, Contents(file));
+}
+
+TEST(VltctlPlist, UsageErrors) {
+  const struct {
+    std::vector<std::string> words;
+    const char* said;
+  } rows[] = {
+      {{"lnit", "x"}, "did you mean lint?"},
+      {{"print", "a", "b"}, "usage: vltctl plist print FILE"},
+      {{"convert", "yaml", "x"}, "no format: yaml"},
+      {{"convert", "xml", "x", "--json"}, "needs -o OUT"},
+      {{"print", "x", "-o", "y"}, "print takes no -o"},
+      {{"extract", "x", "a\\"}, "no key path"},
+      {{"set", "-", "a", "1", "--json"}, "--json needs a file"},
+  };
+  for (const auto& row : rows) {
+    const ProgramResult result = Plist(row.words);
+    EXPECT_EQ(2, result.status) << row.said;
+    EXPECT_EQ("", result.output);
+    EXPECT_NE(std::string::npos, result.errors.find(row.said)) << result.errors;
+  }
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <string>
+#include <string_view>
+#include <utility>
+
+// The values in property lists as text, in both directions. Pure functions, any thread.
+
+// Owns the reference that a Create or Copy call gave.
+template <class Ref>
+class OwnedRef {
+ public:
+  OwnedRef(Ref taken = nullptr) : ref(taken) {}
+  OwnedRef(OwnedRef&& other) noexcept : ref(std::exchange(other.ref, nullptr)) {}
+  OwnedRef& operator=(OwnedRef&& other) noexcept {
+    std::swap(ref, other.ref);
+    return *this;
+  }
+  ~OwnedRef() { CFRelease(ref); }
+
+  operator Ref() const { return ref; }  // borrowed
+
+ private:
+  Ref ref;
+};
+
+enum class PlistKind {
+  kNone,
+  kString,
+  kInteger,
+  kReal,
+  kBoolean,
+  kDate,
+  kData,
+  kArray,
+  kDictionary
+};
+
+PlistKind KindOf(CFTypeRef object);
+// "string", "integer", "real", "bool", "date", "data", "array", "dict".
+const char* KindName(PlistKind kind);
+PlistKind KindNamed(std::string_view name);  // kNone when there is none
+
+inline bool IsContainer(PlistKind kind) {
+  return kind == PlistKind::kArray || kind == PlistKind::kDictionary;
+}
+
+// UTF-8; half of a surrogate pair, which has no form there, becomes a question mark.
+std::string TextOf(CFStringRef string);
+// Null when the bytes are not UTF-8. The caller releases it.
+CFStringRef CreateString(std::string_view utf8);
+
+// A leaf as people write it: a string's characters, digits, true or false, a date in UTC
+// (2005-03-01T12:34:56Z), data as base64 on one line. Reals have the digits that read back as the
+// same value. "" for a container.
+std::string LeafText(CFTypeRef leaf);
+
+// The leaf that such a text means; the caller releases it. Null with what is wrong.
+CFTypeRef CreateLeaf(PlistKind kind, std::string_view text, std::string& problem);
+
+// What a word on the command line means; the caller releases it. Null with what is wrong.
+//
+// Where it takes the place of a leaf, a leaf of the same kind. Else JSON or a property list when it
+// begins like one ({ [ ( < or a quotation mark) or is a number, true or false, else a string.
+CFTypeRef CreateValue(std::string_view text, CFTypeRef replaced, std::string& problem);
+
+// The same where its kind may be asked for by `type`, the name of one: "" asks for none. Null also
+// for a type that does not exist, and for a value of another one.
+CFTypeRef CreateValueOfType(const std::string& type, std::string_view text, CFTypeRef replaced,
+                            std::string& problem);

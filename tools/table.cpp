@@ -1,0 +1,31 @@
+#include "tools/table.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "tools/port_text.h"
+
+void PrintTable(const std::vector<TableRow>& rows) {
+  std::vector<size_t> widths;
+  for (const TableRow& row : rows) {
+    widths.resize(row.size());
+    for (size_t i = 0; i + 1 < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+  }
+  for (const TableRow& row : rows) {
+    for (size_t i = 0; i + 1 < row.size(); ++i) {
+      std::printf("%-*s  ", static_cast<int>(widths[i]), row[i].c_str());
+    }
+    std::printf("%s\n", row.back().c_str());
+  }
+}
+
+void PrintTable(const TableRow& heading, std::vector<TableRow> rows) {
+  if (!rows.empty() && isatty(STDOUT_FILENO)) rows.insert(rows.begin(), heading);
+  PrintTable(rows);
+}
+
+std::string TableCell(const JsonValue& value) {
+  return value.IsNull() ? "?" : EscapedBytes(value.Plain());
+}
