@@ -5,14 +5,19 @@
 #include <memory>
 #include <new>
 
-__CFArray* __CFArray::Make(const HostItemCallbacks* callbacks, size_t room, bool isMutable) {
+__CFArray* __CFArray::Make(const HostItemCallbacks* callbacks, size_t room, bool isMutable, HostObjectPool* pool) {
   const size_t size = HostContainerSize(sizeof(__CFArray), room, sizeof(const void*));
-  void* block = size != 0 ? ::operator new(size, std::nothrow) : nullptr;
-  return block != nullptr ? new (block) __CFArray(callbacks, room, isMutable) : nullptr;
+  if (size == 0) return nullptr;
+  const HostObjectBlock block(pool, size);
+  if (block.bytes == nullptr) return nullptr;
+  auto* array = new (block.bytes) __CFArray(callbacks, room, isMutable);
+  array->MarkPooled(block.isPooled);
+  return array;
 }
 
-__CFArray* __CFArray::CreateTaking(const CFTypeRef* values, size_t count, bool isMutable) {
-  __CFArray* array = Make(&kHostObjects, count, isMutable);
+__CFArray* __CFArray::CreateTaking(const CFTypeRef* values, size_t count, bool isMutable,
+                                   HostObjectPool* pool) {
+  __CFArray* array = Make(&kHostObjects, count, isMutable, pool);
   if (array == nullptr) return nullptr;
   if (count > 0) std::memcpy(array->values, values, count * sizeof *values);
   array->count = static_cast<UInt32>(count);
@@ -32,7 +37,7 @@ void __CFArray::Destroy() {
   if (values != Inline()) ::operator delete(values);
   if (callbacks != &kHostObjects) delete callbacks;
   static_assert(std::is_trivially_destructible_v<__CFArray>);
-  ::operator delete(this);
+  FreeBlock();
 }
 
 bool __CFArray::MakeRoom() {

@@ -14,7 +14,8 @@ struct __CFArray final : HostContainer {
   // An array of counted objects that takes over the caller's reference to each of `values`, none of
   // them null. One reference for the caller. On failure (no memory, more than INT32_MAX values)
   // null, and the references stay the caller's.
-  static __CFArray* CreateTaking(const CFTypeRef* values, size_t count, bool isMutable);
+  static __CFArray* CreateTaking(const CFTypeRef* values, size_t count, bool isMutable,
+                                 HostObjectPool* pool = nullptr);
   // An empty array with room for `room` values. Null when there is no memory.
   static __CFArray* Create(const HostItemCallbacks& callbacks, size_t room, bool isMutable);
 
@@ -43,7 +44,8 @@ struct __CFArray final : HostContainer {
         capacity(static_cast<UInt32>(room)),
         values(Inline()),
         callbacks(callbacks) {}
-  static __CFArray* Make(const HostItemCallbacks* callbacks, size_t room, bool isMutable);
+  static __CFArray* Make(const HostItemCallbacks* callbacks, size_t room, bool isMutable,
+                         HostObjectPool* pool = nullptr);
   void Destroy() override;
   const void** Inline() { return reinterpret_cast<const void**>(this + 1); }
   bool MakeRoom();

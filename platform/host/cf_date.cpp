@@ -10,7 +10,14 @@
 
 constinit const CFTimeInterval kCFAbsoluteTimeIntervalSince1970 = 978307200.0;
 
-__CFDate* __CFDate::Create(CFAbsoluteTime time) { return new (std::nothrow) __CFDate(time); }
+__CFDate* __CFDate::Create(CFAbsoluteTime time, HostObjectPool* pool) {
+  static_assert(std::is_trivially_destructible_v<__CFDate>);
+  const HostObjectBlock block(pool, sizeof(__CFDate));
+  if (block.bytes == nullptr) return nullptr;
+  auto* date = new (block.bytes) __CFDate(time);
+  date->MarkPooled(block.isPooled);
+  return date;
+}
 
 bool __CFDate::Equal(const HostCFObject& object) const {
   const auto& other = static_cast<const __CFDate&>(object);

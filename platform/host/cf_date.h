@@ -8,8 +8,9 @@
 struct __CFDate final : HostCFObject {
   static constexpr HostTypeID kClass = kHostTypeDate;
 
-  // One reference for the caller; null when there is no memory.
-  static __CFDate* Create(CFAbsoluteTime time);
+  // One reference for the caller; null when there is no memory. The block is from `pool` unless that
+  // is null.
+  static __CFDate* Create(CFAbsoluteTime time, HostObjectPool* pool = nullptr);
 
   CFAbsoluteTime Time() const { return time; }
 
@@ -19,7 +20,7 @@ struct __CFDate final : HostCFObject {
 
  private:
   explicit __CFDate(CFAbsoluteTime time) : HostCFObject(kClass), time(time) {}
-  void LastRelease() override { delete this; }
+  void LastRelease() override { FreeBlock(); }
 
   const CFAbsoluteTime time;
 };

@@ -12,10 +12,14 @@
 #include "platform/host/hash.h"
 
 __CFDictionary* __CFDictionary::Make(const HostDictionaryCallbacks* callbacks, size_t room,
-                                     bool isMutable) {
+                                     bool isMutable, HostObjectPool* pool) {
   const size_t size = HostContainerSize(sizeof(__CFDictionary), room, sizeof(HostPair));
-  void* block = size != 0 ? ::operator new(size, std::nothrow) : nullptr;
-  return block != nullptr ? new (block) __CFDictionary(callbacks, room, isMutable) : nullptr;
+  if (size == 0) return nullptr;
+  const HostObjectBlock block(pool, size);
+  if (block.bytes == nullptr) return nullptr;
+  auto* dictionary = new (block.bytes) __CFDictionary(callbacks, room, isMutable);
+  dictionary->MarkPooled(block.isPooled);
+  return dictionary;
 }
 
 __CFDictionary* __CFDictionary::Create(const HostDictionaryCallbacks& callbacks, size_t room,
@@ -28,8 +32,9 @@ __CFDictionary* __CFDictionary::Create(const HostDictionaryCallbacks& callbacks,
   return dictionary;
 }
 
-__CFDictionary* __CFDictionary::CreateTaking(const HostPair* pairs, size_t count, bool isMutable) {
-  __CFDictionary* dictionary = Make(&kHostObjectPairs, count, isMutable);
+__CFDictionary* __CFDictionary::CreateTaking(const HostPair* pairs, size_t count, bool isMutable,
+                                             HostObjectPool* pool) {
+  __CFDictionary* dictionary = Make(&kHostObjectPairs, count, isMutable, pool);
   if (dictionary == nullptr) return nullptr;
   if (count <= kMaxUnindexed) {
     for (size_t i = 0; i < count; ++i) dictionary->Take(pairs[i], 0);
@@ -69,13 +74,15 @@ void __CFDictionary::Take(const HostPair& pair, UInt32 hash) {
 
 void __CFDictionary::Destroy() {
   DropIndex();
+  constexpr UInt32 kAhead = 8;  // what is released then comes from memory meanwhile
   for (UInt32 i = 0; i < used; ++i) {
+    if (i + kAhead < used) __builtin_prefetch(pairs[i + kAhead].value, 1);
     if (pairs[i].key != nullptr) ReleasePair(pairs[i]);
   }
   if (pairs != Inline()) ::operator delete(pairs);
   if (callbacks != &kHostObjectPairs) delete callbacks;
   static_assert(std::is_trivially_destructible_v<__CFDictionary>);
-  ::operator delete(this);
+  FreeBlock();
 }
 
 void __CFDictionary::ReleasePair(const HostPair& pair) const {

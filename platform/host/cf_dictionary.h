@@ -34,7 +34,8 @@ struct __CFDictionary final : HostContainer {
   // of `pairs`, none of them null; of equal keys the first one stays, with the last value. One
   // reference for the caller. On failure (no memory, more than INT32_MAX pairs) null, and the
   // references stay the caller's.
-  static __CFDictionary* CreateTaking(const HostPair* pairs, size_t count, bool isMutable);
+  static __CFDictionary* CreateTaking(const HostPair* pairs, size_t count, bool isMutable,
+                                      HostObjectPool* pool = nullptr);
   // An empty dictionary with room for `room` pairs. Null when there is no memory.
   static __CFDictionary* Create(const HostDictionaryCallbacks& callbacks, size_t room,
                                 bool isMutable);
@@ -87,8 +88,8 @@ struct __CFDictionary final : HostContainer {
         capacity(static_cast<UInt32>(room)),
         pairs(Inline()),
         callbacks(callbacks) {}
-  static __CFDictionary* Make(const HostDictionaryCallbacks* callbacks, size_t room,
-                              bool isMutable);
+  static __CFDictionary* Make(const HostDictionaryCallbacks* callbacks, size_t room, bool isMutable,
+                              HostObjectPool* pool = nullptr);
   void Destroy() override;
   HostPair* Inline() { return reinterpret_cast<HostPair*>(this + 1); }
 

@@ -135,13 +135,20 @@ constinit HostCFBoolean gFalse(false);
 
 }  // namespace
 
-__CFNumber* __CFNumber::Make(Form form, Value value) {
-  return new (std::nothrow) __CFNumber(form, value);
+__CFNumber* __CFNumber::Make(Form form, Value value, HostObjectPool* pool) {
+  static_assert(std::is_trivially_destructible_v<__CFNumber>);
+  const HostObjectBlock block(pool, sizeof(__CFNumber));
+  if (block.bytes == nullptr) return nullptr;
+  auto* number = new (block.bytes) __CFNumber(form, value);
+  number->MarkPooled(block.isPooled);
+  return number;
 }
 
-__CFNumber* __CFNumber::CreateUInt64(UInt64 value) {
-  if (value <= static_cast<UInt64>(INT64_MAX)) return CreateSInt64(static_cast<SInt64>(value));
-  return Make(Form::kUInt64, {.unsigned64 = value});
+__CFNumber* __CFNumber::CreateUInt64(UInt64 value, HostObjectPool* pool) {
+  if (value <= static_cast<UInt64>(INT64_MAX)) {
+    return CreateSInt64(static_cast<SInt64>(value), pool);
+  }
+  return Make(Form::kUInt64, {.unsigned64 = value}, pool);
 }
 
 __CFNumber* __CFNumber::Create(CFNumberType type, const void* value) {

@@ -20,11 +20,17 @@ struct __CFNumber final : HostCFObject {
     kUInt64,
   };
 
-  // One reference for the caller; null when there is no memory.
-  static __CFNumber* CreateSInt64(SInt64 value) { return Make(Form::kSInt64, {.integer = value}); }
-  static __CFNumber* CreateUInt64(UInt64 value);  // an SInt64 when it fits into one
+  // One reference for the caller; null when there is no memory. The block is from `pool` unless that
+  // is null.
+  static __CFNumber* CreateSInt64(SInt64 value, HostObjectPool* pool = nullptr) {
+    return Make(Form::kSInt64, {.integer = value}, pool);
+  }
+  // An SInt64 when it fits into one.
+  static __CFNumber* CreateUInt64(UInt64 value, HostObjectPool* pool = nullptr);
   static __CFNumber* CreateFloat32(float value) { return Make(Form::kFloat32, {.real32 = value}); }
-  static __CFNumber* CreateFloat64(double value) { return Make(Form::kFloat64, {.real64 = value}); }
+  static __CFNumber* CreateFloat64(double value, HostObjectPool* pool = nullptr) {
+    return Make(Form::kFloat64, {.real64 = value}, pool);
+  }
   // Any documented type; null also for one that does not exist. `value` need not be aligned.
   static __CFNumber* Create(CFNumberType type, const void* value);
 
@@ -50,8 +56,8 @@ struct __CFNumber final : HostCFObject {
   };
 
   __CFNumber(Form form, Value value) : HostCFObject(kClass), form(form), value(value) {}
-  static __CFNumber* Make(Form form, Value value);
-  void LastRelease() override { delete this; }
+  static __CFNumber* Make(Form form, Value value, HostObjectPool* pool = nullptr);
+  void LastRelease() override { FreeBlock(); }
 
   const Form form;
   const Value value;

@@ -5,8 +5,11 @@
 #include <sys/single_threaded.h>
 
 #include <atomic>
+#include <new>
 #include <type_traits>
 #include <utility>
+
+#include "platform/host/object_pool.h"
 
 // HostCFObject is what every counted object begins with: an atomic reference count, the number of
 // its class, and the few slots behind CFEqual, CFHash, CFCopyDescription and the last CFRelease.
@@ -57,7 +60,7 @@ class HostCFObject {
   HostCFObject(const HostCFObject&) = delete;
   HostCFObject& operator=(const HostCFObject&) = delete;
 
-  CFTypeID TypeID() const { return typeID; }
+  CFTypeID TypeID() const { return typeID & ~kPooled; }
 
   void Retain() const {
     const UInt32 count = references.load(std::memory_order_relaxed);
@@ -106,6 +109,16 @@ class HostCFObject {
   // depth, derives from HostContainer (cf_container.h), which does it without recursion.
   virtual void LastRelease() = 0;
 
+  // What LastRelease ends with in a class that needs no destructor: the block goes back to where it
+  // came from, the heap or, for an object that was marked once it was made, a HostObjectPool.
+  void FreeBlock() {
+    if ((typeID & kPooled) != 0) HostObjectPool::GiveBack(this);
+    else ::operator delete(this);
+  }
+  void MarkPooled(bool isPooled) {
+    if (isPooled) typeID |= kPooled;
+  }
+
  private:
   // A count with the top bit set never changes. Constants begin there, and an object that was
   // retained two thousand million times ends there instead of wrapping round to 0.
@@ -114,7 +127,8 @@ class HostCFObject {
   static bool IsConstant(UInt32 count) { return (count >> 31) != 0; }
 
   mutable std::atomic<UInt32> references;
-  const UInt8 typeID;  // small, so that a class's own small fields share its word
+  static constexpr UInt8 kPooled = 0x80;  // in typeID
+  UInt8 typeID;  // small, so that a class's own small fields share its word
 };
 
 // The object that `ref` denotes if it is one of class T, else null: for null and for every other

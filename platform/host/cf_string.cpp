@@ -64,16 +64,17 @@ ConstantTable& Constants() {
 }  // namespace
 
 // The object and its units, which the caller fills; the terminator is there.
-__CFString* __CFString::Allocate(bool ascii, bool wide, size_t units, Constant constant) {
+__CFString* __CFString::Allocate(bool ascii, bool wide, size_t units, Constant constant,
+                                 HostObjectPool* pool) {
   const uint64_t unitSize = wide ? sizeof(UniChar) : 1;
   constexpr size_t kHeadSize = sizeof(__CFString) - sizeof(__CFString::firstUnits);
   const uint64_t size = kHeadSize + (uint64_t{units} + 1) * unitSize;
   if (units > kMaxUnits || size > PTRDIFF_MAX) return nullptr;
-  void* block =
-      ::operator new(std::max(static_cast<size_t>(size), sizeof(__CFString)), std::nothrow);
-  if (block == nullptr) return nullptr;
-  auto* string = new (block) __CFString(ascii, wide, units, constant);
-  auto* end = static_cast<UInt8*>(block) + size;
+  const HostObjectBlock block(pool, std::max(static_cast<size_t>(size), sizeof(__CFString)));
+  if (block.bytes == nullptr) return nullptr;
+  auto* string = new (block.bytes) __CFString(ascii, wide, units, constant);
+  string->MarkPooled(block.isPooled);
+  auto* end = static_cast<UInt8*>(block.bytes) + size;
   for (uint64_t i = 1; i <= unitSize; ++i) end[-static_cast<ptrdiff_t>(i)] = 0;
   return string;
 }
@@ -93,8 +94,8 @@ __CFString* __CFString::Make(HostTextView text, Constant constant) {
   return string;
 }
 
-__CFString* __CFString::CreateASCII(const UInt8* bytes, size_t count) {
-  __CFString* string = Allocate(true, false, count, Constant::kNo);
+__CFString* __CFString::CreateASCII(const UInt8* bytes, size_t count, HostObjectPool* pool) {
+  __CFString* string = Allocate(true, false, count, Constant::kNo, pool);
   if (string == nullptr || count == 0) return string;
   std::memcpy(const_cast<UInt8*>(string->Narrow()), bytes, count);
   return string;
@@ -125,7 +126,7 @@ __CFString* __CFString::CreateConstant(const char* text) {
 
 void __CFString::LastRelease() {
   static_assert(std::is_trivially_destructible_v<__CFString>);
-  ::operator delete(this);
+  FreeBlock();
 }
 
 HostTextView __CFString::Text() const {

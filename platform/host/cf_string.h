@@ -40,8 +40,8 @@ struct __CFString final : HostCFObject {
   // Null also when the bytes are not well formed.
   static __CFString* Create(CFStringEncoding encoding, const UInt8* bytes, size_t count,
                             bool external);
-  // Of bytes that the caller knows to be ASCII.
-  static __CFString* CreateASCII(const UInt8* bytes, size_t count);
+  // Of bytes that the caller knows to be ASCII; the block is from `pool` unless it is null.
+  static __CFString* CreateASCII(const UInt8* bytes, size_t count, HostObjectPool* pool = nullptr);
   // Of Mac Roman text; never destroyed.
   static __CFString* CreateConstant(const char* text);
 
@@ -75,7 +75,8 @@ struct __CFString final : HostCFObject {
         length(static_cast<UInt32>(units)),
         firstUnits{} {}
 
-  static __CFString* Allocate(bool ascii, bool wide, size_t units, Constant constant);
+  static __CFString* Allocate(bool ascii, bool wide, size_t units, Constant constant,
+                              HostObjectPool* pool = nullptr);
   static __CFString* Make(HostTextView text, Constant constant);
   void LastRelease() override;
   const void* Units() const {

@@ -197,8 +197,9 @@ const HostCFObject* BinaryReader::MakeInteger(const Head& head) {
   switch (head.count) {
     case 1:
     case 2:
-    case 4: return HostCFNumber::CreateUInt64(LoadBig(content, head.count));
-    case 8: return HostCFNumber::CreateSInt64(static_cast<SInt64>(HostLoadBig64(content)));
+    case 4: return HostCFNumber::CreateUInt64(LoadBig(content, head.count), builder.Pool());
+    case 8: return HostCFNumber::CreateSInt64(static_cast<SInt64>(HostLoadBig64(content)),
+                                                builder.Pool());
     default: break;
   }
   const uint64_t high = HostLoadBig64(content);
@@ -214,7 +215,8 @@ const HostCFObject* BinaryReader::MakeReal(const Head& head) {
   const UInt8* const content = bytes + head.content;
   return HostCFNumber::CreateFloat64(
       head.count == 4 ? static_cast<double>(std::bit_cast<float>(HostLoadBig32(content)))
-                      : std::bit_cast<double>(HostLoadBig64(content)));
+                      : std::bit_cast<double>(HostLoadBig64(content)),
+      builder.Pool());
 }
 
 const HostCFObject* BinaryReader::MakeDate(const Head& head) {
@@ -222,14 +224,16 @@ const HostCFObject* BinaryReader::MakeDate(const Head& head) {
   if (!HostIsPlistDate(time)) {
     return Fail(head.at, "this date lies outside of the years 1 to 9999"), nullptr;
   }
-  return HostCFDate::Create(time);
+  return HostCFDate::Create(time, builder.Pool());
 }
 
 const HostCFObject* BinaryReader::MakeText(const Head& head, size_t* size) {
   const UInt8* const content = bytes + head.content;
   *size = sizeof(HostCFString) + head.count;
   if (head.marker == kHostPlistASCII) {
-    if (HostIsASCII(content, head.count)) return HostCFString::CreateASCII(content, head.count);
+    if (HostIsASCII(content, head.count)) {
+      return HostCFString::CreateASCII(content, head.count, builder.Pool());
+    }
     return Fail(head.at, "this text is not ASCII"), nullptr;
   }
   const std::unique_ptr<UniChar[]> units(new (std::nothrow) UniChar[head.count]);

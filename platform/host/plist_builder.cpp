@@ -39,8 +39,22 @@ size_t MemoryLimit(size_t inputSize, size_t factor) {
   return static_cast<size_t>(std::min<uint64_t>(limit, PTRDIFF_MAX));
 }
 
+// memcmp is a call, and keys are short.
+bool AreSame(const UInt8* a, const UInt8* b, size_t count) {
+  uint64_t x, y;
+  for (; count >= sizeof x; a += sizeof x, b += sizeof x, count -= sizeof x) {
+    std::memcpy(&x, a, sizeof x);
+    std::memcpy(&y, b, sizeof y);
+    if (x != y) return false;
+  }
+  for (size_t i = 0; i < count; ++i) {
+    if (a[i] != b[i]) return false;
+  }
+  return true;
+}
+
 size_t KeysWorthRemembering(size_t inputSize) {
-  return std::bit_ceil(std::clamp<size_t>(inputSize / 64, 32, 2048));
+  return std::bit_ceil(std::clamp<size_t>(inputSize / 64, 32, 8192));
 }
 
 }  // namespace
@@ -49,12 +63,14 @@ HostPlistBuilder::HostPlistBuilder(size_t inputSize, size_t factor, CFOptionFlag
     : isMutable(mutability != kCFPropertyListImmutable),
       keysWorthRemembering(KeysWorthRemembering(inputSize)),
       firstCapacity(64 + inputSize / 64),
+      usesPool(inputSize >= HostObjectPool::kSlabSize),
       memoryLeft(MemoryLimit(inputSize, factor)) {}
 
 HostPlistBuilder::HostPlistBuilder(CFOptionFlags mutability)
     : isMutable(mutability != kCFPropertyListImmutable),
       keysWorthRemembering(KeysWorthRemembering(0)),
       firstCapacity(64),
+      usesPool(false),
       memoryLeft(SIZE_MAX) {}
 
 HostPlistBuilder::~HostPlistBuilder() {
@@ -112,14 +128,14 @@ bool HostPlistBuilder::Close() {
   if (frame.kind == Kind::kArray) {
     size += sizeof(HostCFArray);
     if (!Charge(BlockSize(size))) return false;
-    container = HostCFArray::CreateTaking(first, count, isMutable);
+    container = HostCFArray::CreateTaking(first, count, isMutable, Pool());
   } else {
     // A large one has an index beside its pairs.
     size += sizeof(HostCFDictionary) + (count > 16 ? count * sizeof(CFTypeRef) * 2 : 0);
     if (!Charge(BlockSize(size))) return false;
     static_assert(sizeof(HostPair) == 2 * sizeof(CFTypeRef));
     const auto* dictionary = HostCFDictionary::CreateTaking(
-        reinterpret_cast<const HostPair*>(first), count / 2, isMutable);
+        reinterpret_cast<const HostPair*>(first), count / 2, isMutable, Pool());
     // What it dropped for a repeated key may have held the last reference to keys that are known.
     if (dictionary != nullptr && dictionary->Count() != count / 2) ++era;
     container = dictionary;
@@ -135,11 +151,11 @@ bool HostPlistBuilder::AddKey(const UInt8* text, size_t count) {
   const UInt32 hash = KeyHash(text, count);
   KnownKey& known = keys[hash & (keys.size() - 1)];
   if (known.hash == hash && known.era == era && known.key->Length() == count &&
-      std::memcmp(known.key->Latin1(), text, count) == 0) {
+      AreSame(known.key->Latin1(), text, count)) {
     known.key->Retain();
     return Push(known.key);
   }
-  const auto* key = HostCFString::CreateASCII(text, count);
+  const auto* key = HostCFString::CreateASCII(text, count, Pool());
   if (!Add(key, StringSize(count))) return false;
   known = {hash, era, key};
   return true;
@@ -152,21 +168,21 @@ bool HostPlistBuilder::AddKeyAsValue() {
 }
 
 bool HostPlistBuilder::AddString(const UInt8* text, size_t count) {
-  return Add(HostCFString::CreateASCII(text, count), StringSize(count));
+  return Add(HostCFString::CreateASCII(text, count, Pool()), StringSize(count));
 }
 
 bool HostPlistBuilder::AddInteger(bool isNegative, UInt64 magnitude) {
-  auto* number = isNegative ? HostCFNumber::CreateSInt64(static_cast<SInt64>(0 - magnitude))
-                            : HostCFNumber::CreateUInt64(magnitude);
+  auto* number = isNegative ? HostCFNumber::CreateSInt64(static_cast<SInt64>(0 - magnitude), Pool())
+                            : HostCFNumber::CreateUInt64(magnitude, Pool());
   return Add(number, sizeof(HostCFNumber));
 }
 
 bool HostPlistBuilder::AddReal(double value) {
-  return Add(HostCFNumber::CreateFloat64(value), sizeof(HostCFNumber));
+  return Add(HostCFNumber::CreateFloat64(value, Pool()), sizeof(HostCFNumber));
 }
 
 bool HostPlistBuilder::AddDate(CFAbsoluteTime time) {
-  return Add(HostCFDate::Create(time), sizeof(HostCFDate));
+  return Add(HostCFDate::Create(time, Pool()), sizeof(HostCFDate));
 }
 
 bool HostPlistBuilder::AddBoolean(bool value) {

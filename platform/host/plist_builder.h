@@ -60,6 +60,9 @@ class HostPlistBuilder {
   bool Charge(size_t bytes);
   void Refund(size_t bytes) { memoryLeft += bytes; }
 
+  // Where the objects that a reader makes itself come from; may be null.
+  HostObjectPool* Pool() { return usesPool ? &pool : nullptr; }
+
   // The list, once HasRoot; the caller releases it.
   CFPropertyListRef TakeRoot();
 
@@ -87,8 +90,10 @@ class HostPlistBuilder {
   const bool isMutable;
   const size_t keysWorthRemembering;
   const size_t firstCapacity;  // of `values`
+  const bool usesPool;         // in small files a value that is kept should keep nothing else
   size_t memoryLeft;
   const char* problem = "there is no memory left";
+  HostObjectPool pool;
   std::vector<Frame> frames;
   // Of all open containers: keys and values in turn, or values. A block of malloc, because that
   // grows in place as a rule.

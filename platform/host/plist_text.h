@@ -2,6 +2,7 @@
 
 #include <CoreFoundation/CFBase.h>
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -29,16 +30,30 @@ inline constexpr uint64_t kHostHighs = 0x8080808080808080;
 // Nonzero exactly when there is one.
 inline uint64_t HostZeroBytes(uint64_t word) { return (word - kHostOnes) & ~word & kHostHighs; }
 
+// For a word from memory: which byte, in the order of addresses, is the first that is not 0.
+inline size_t HostFirstByte(uint64_t word) {
+  const int bits = std::endian::native == std::endian::little ? std::countr_zero(word)
+                                                              : std::countl_zero(word);
+  return static_cast<size_t>(bits) / 8;
+}
+
 // The first of `at` to `end` that is `a`, `b` or NUL; `end` when there is none. `*high` gets its
-// top bit set when a byte before it is no ASCII, else it stays as it is.
+// top bits set when a byte before it is no ASCII, else it stays as it is.
 inline const UInt8* HostFindEither(const UInt8* at, const UInt8* end, UInt8 a, UInt8 b,
                                    uint64_t* high) {
   for (uint64_t word; end - at >= static_cast<ptrdiff_t>(sizeof word); at += sizeof word) {
     std::memcpy(&word, at, sizeof word);
     const uint64_t found = HostZeroBytes(word ^ kHostOnes * a) | HostZeroBytes(word ^ kHostOnes * b) |
                            HostZeroBytes(word);
-    if (found != 0) break;
-    *high |= word & kHostHighs;
+    if (found == 0) {
+      *high |= word & kHostHighs;
+      continue;
+    }
+    // The lowest mark is always right; on a big-endian host the first byte is the highest.
+    if (std::endian::native != std::endian::little) break;
+    const uint64_t before = (found & (0 - found)) - 1;
+    *high |= word & kHostHighs & before;
+    return at + HostFirstByte(found);
   }
   for (; at < end && *at != a && *at != b && *at != 0; ++at) {
     *high |= uint64_t{*at} << 56 & kHostHighs;

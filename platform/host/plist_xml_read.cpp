@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/host/byte_order.h"
 #include "platform/host/cf_data.h"
 #include "platform/host/plist_builder.h"
 #include "platform/host/plist_codec.h"
@@ -48,6 +49,49 @@ std::string_view Trim(std::string_view text) {
 
 std::string Tag(std::string_view name) { return "<" + std::string(name) + ">"; }
 std::string EndTag(std::string_view name) { return "</" + std::string(name) + ">"; }
+
+// A tag without blanks and attributes, "key>" or "true/>", as a number: what the eight bytes behind
+// the < give when they are shifted. Longer ones have none.
+struct TagWord {
+  uint64_t word = 0;
+  int shift = 64;
+
+  bool Is(uint64_t eightBytes) const { return shift < 64 && eightBytes >> shift == word; }
+};
+
+constexpr std::array<TagWord, std::size(kNames)> TagWords(std::string_view end) {
+  std::array<TagWord, std::size(kNames)> words;
+  for (size_t i = 0; i < words.size(); ++i) {
+    const size_t size = kNames[i].size() + end.size();
+    if (size > sizeof(uint64_t)) continue;
+    for (const char c : kNames[i]) words[i].word = words[i].word << 8 | static_cast<UInt8>(c);
+    for (const char c : end) words[i].word = words[i].word << 8 | static_cast<UInt8>(c);
+    words[i].shift = 64 - static_cast<int>(size) * 8;
+  }
+  return words;
+}
+constexpr auto kTagWords = TagWords(">");
+constexpr auto kEmptyTagWords = TagWords("/>");
+
+const TagWord& WordOf(Element element) { return kTagWords[static_cast<size_t>(element)]; }
+
+// The element that a name beginning with these four letters can be of: the elements in the order of
+// a hash under which no two of them meet.
+constexpr UInt32 GuessHash(UInt32 letters) { return (letters * 0xEC007B1Bu) >> 28; }
+
+constexpr std::array<Element, 16> kGuesses = [] {
+  std::array<Element, 16> guesses;
+  guesses.fill(Element::kKey);
+  for (size_t i = 0; i < std::size(kNames); ++i) {
+    UInt32 letters = 0;
+    for (size_t j = 0; j < 4; ++j) {
+      const char c = j < kNames[i].size() ? kNames[i][j] : '>';
+      letters = letters << 8 | static_cast<UInt8>(c);
+    }
+    guesses[GuessHash(letters)] = static_cast<Element>(i);
+  }
+  return guesses;
+}();
 
 Element FindElement(std::string_view name) {
   size_t i = 0;
@@ -122,19 +166,20 @@ class XMLReader {
   bool ReadDeclaration();
   bool CheckEncoding(const UInt8* where, std::string_view name);
   bool ReadDoctype();
-  bool ReadLiteral();
+  bool ReadLiteral(bool isPublic);
   bool SkipComment();
   bool SkipInstruction();
   bool SkipMisc(bool mayHaveDoctype = false);
   bool ReadAttribute(std::string_view* name, std::string_view* value);
   bool FinishTag(bool* isEmpty);
   bool ReadStartTag(StartTag* tag);
-  bool ReadEndTag(std::string_view name);
+  bool ReadEndTag(Element element);
   bool ReadReference(UInt8* out, size_t* count);
   bool ReadText(const StartTag& tag, Text* text);
   bool GatherText(const StartTag& tag, const UInt8* from, Text* text);
 
   bool ReadEnvelope();
+  void SkipIndentation();
   bool ReadValue();
   bool ReadElement(const StartTag& tag);
   bool CheckPlace(const StartTag& tag);
@@ -242,7 +287,8 @@ bool XMLReader::ReadDeclaration() {
   return true;
 }
 
-bool XMLReader::ReadLiteral() {
+// A public identifier has only some characters, a system identifier any.
+bool XMLReader::ReadLiteral(bool isPublic) {
   SkipBlanks();
   if (at == end) return FailAtEnd("the end of the document type");
   const UInt8 quote = *at;
@@ -251,6 +297,13 @@ bool XMLReader::ReadLiteral() {
   if (close == nullptr) return Fail(at, "this quotation mark is never closed");
   const UInt8* const from = at;
   at = static_cast<const UInt8*>(close) + 1;
+  for (const UInt8* each = from + 1; isPublic && each < close; ++each) {
+    const bool isKnown = *each == ' ' || *each == '\r' || *each == '\n' ||
+                         (*each > ' ' && *each < 0x7F && !std::strchr("\"&<>[\\]^`{|}~", *each));
+    if (!isKnown) {
+      return Fail(each, "a public identifier must not have this character");
+    }
+  }
   return IsText(from, at) || FailNotText(from, at);
 }
 
@@ -262,9 +315,9 @@ bool XMLReader::ReadDoctype() {
     const bool isPublic = *at == 'P';
     at += std::strlen("PUBLIC");
     if (at == end || !IsBlank(*at)) return Fail(at, "the document type is malformed");
-    if (!ReadLiteral()) return false;
+    if (!ReadLiteral(isPublic)) return false;
     if (isPublic && (at == end || !IsBlank(*at))) return Fail(at, "the document type is malformed");
-    if (isPublic && !ReadLiteral()) return false;
+    if (isPublic && !ReadLiteral(false)) return false;
     SkipBlanks();
   }
   if (at == end) return FailAtEnd("the end of the document type");
@@ -388,6 +441,15 @@ bool XMLReader::ReadStartTag(StartTag* tag) {
   if (at == end) return FailAtEnd("a value");
   if (*at != '<') return Fail(at, "text that belongs to no element");
   ++at;
+  if (Left() >= sizeof(uint64_t)) {
+    const uint64_t word = HostLoadBig64(at);
+    tag->element = kGuesses[GuessHash(static_cast<UInt32>(word >> 32))];
+    tag->isEmpty = kEmptyTagWords[static_cast<size_t>(tag->element)].Is(word);
+    if (tag->isEmpty || WordOf(tag->element).Is(word)) {
+      at += NameOf(tag->element).size() + (tag->isEmpty ? 2 : 1);
+      return true;
+    }
+  }
   const std::string_view name = TakeName();
   tag->element = FindElement(name);
   if (tag->element == Element::kUnknown) {
@@ -403,10 +465,15 @@ bool XMLReader::ReadStartTag(StartTag* tag) {
   return FinishTag(&tag->isEmpty);
 }
 
-// At "</"; `name` is what it must close.
-bool XMLReader::ReadEndTag(std::string_view name) {
+// At "</"; `element` is what it must close.
+bool XMLReader::ReadEndTag(Element element) {
   const UInt8* const from = at;
+  const std::string_view name = NameOf(element);
   at += 2;
+  if (Left() >= sizeof(uint64_t) && WordOf(element).Is(HostLoadBig64(at))) {
+    at += name.size() + 1;
+    return true;
+  }
   const std::string_view found = TakeName();
   if (found != name && at < end) {
     return Fail(from, EndTag(found) + " where " + EndTag(name) + " is due");
@@ -451,14 +518,9 @@ bool XMLReader::ReadText(const StartTag& tag, Text* text) {
   const UInt8* const from = at;
   uint64_t high = 0;
   at = HostFindEither(at, end, '<', '&', &high);
-  const std::string_view name = NameOf(tag.element);
-  if (Left() <= name.size() + 2 || at[0] != '<' || at[1] != '/') return GatherText(tag, from, text);
+  if (!Follows("</")) return GatherText(tag, from, text);
   *text = {from, static_cast<size_t>(at - from), high == 0};
-  if (std::memcmp(at + 2, name.data(), name.size()) == 0 && at[name.size() + 2] == '>') {
-    at += name.size() + 3;
-    return true;
-  }
-  return ReadEndTag(name);
+  return ReadEndTag(tag.element);
 }
 
 // As ReadText, for text that is not one run: `at` is at the end of its first one.
@@ -499,24 +561,32 @@ bool XMLReader::GatherText(const StartTag& tag, const UInt8* from, Text* text) {
     at = HostFindEither(at, end, '<', '&', &high);
   }
   *text = {scratch.data(), scratch.size(), HostIsASCII(scratch.data(), scratch.size())};
-  return ReadEndTag(NameOf(tag.element));
+  return ReadEndTag(tag.element);
 }
 
 // Values.
 
+// A line break and up to seven tabs, as they stand between elements as a rule. More may follow.
+void XMLReader::SkipIndentation() {
+  constexpr uint64_t kTabs = kHostOnes * '\t';
+  uint64_t word;
+  if (Left() <= sizeof word || *at != '\n') return;
+  std::memcpy(&word, at + 1, sizeof word);
+  if (word != kTabs) at += 1 + HostFirstByte(word ^ kTabs);
+}
+
 // White space, comments and the like, then one value with all that is in it.
 bool XMLReader::ReadValue() {
   do {
-    if (at == end || *at != '<' || (Left() > 1 && at[1] < '0')) {
-      if (!SkipMisc()) return false;
-    }
+    SkipIndentation();
+    const bool isMisc = Left() < 2 || at[0] != '<' || at[1] == '!' || at[1] == '?';
+    if (isMisc && !SkipMisc()) return false;
     if (builder.IsInside() && Left() > 1 && at[0] == '<' && at[1] == '/') {
       if (!CloseContainer()) return false;
     } else {
       StartTag tag;
       if (!ReadStartTag(&tag) || !ReadElement(tag)) return false;
     }
-    while (at < end && IsBlank(*at)) ++at;
   } while (builder.IsInside());
   return true;
 }
@@ -545,7 +615,7 @@ bool XMLReader::ReadElement(const StartTag& tag) {
 bool XMLReader::CloseContainer() {
   const bool isArray = builder.Innermost() == HostPlistBuilder::Kind::kArray;
   const UInt8* const from = at;
-  if (!ReadEndTag(isArray ? "array" : "dict")) return false;
+  if (!ReadEndTag(isArray ? Element::kArray : Element::kDict)) return false;
   if (!isArray && !builder.NeedsKey()) return Fail(from, "the last key has no value");
   return builder.Close() || FailBuilding(from);
 }
@@ -655,7 +725,7 @@ bool XMLReader::ReadEnvelope() {
   if (!ReadValue() || !SkipMisc()) return false;
   if (at == end) return FailAtEnd("</plist>");
   if (!Follows("</")) return Fail(at, "<plist> has more than one value in it");
-  return ReadEndTag("plist") && SkipMisc();
+  return ReadEndTag(Element::kPlist) && SkipMisc();
 }
 
 CFPropertyListRef XMLReader::Read() {

@@ -11,4 +11,5 @@ target_sources(vlt_platform PRIVATE
   host/cf_url.cpp
   host/cf_write_stream.cpp
   host/hash.cpp
+  host/object_pool.cpp
 )

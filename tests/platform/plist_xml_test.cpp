@@ -117,6 +117,7 @@ TEST(PlistXML, RefusesWithPlaceAndReason) {
        "declarations of its own"},
       {"<!DOCTYPE plist PUBLIC 'x'><true/>", 1, 27, "malformed"},
       {"<!DOCTYPE a><!DOCTYPE a><true/>", 1, 13, "does not belong here"},
+      {"<!DOCTYPE plist PUBLIC '-//A<' 'x'><true/>", 1, 29, "must not have this"},
       {"<!DOCTYPE \xE4><true/>", 1, 11, "no name"},
       {"<true/><!-- a -- b -->", 1, 15, "--"},
       {"<true/>\n <!-- a", 2, 2, "never closed"},
