@@ -76,9 +76,9 @@ class Maker {
   }
 
   std::string Words(UInt32 most) {
-    static const char* const kWords[] = {"Window", "Frame",  "Recent",  "Color", "Path",  "Mode",
-                                         "Device", "Capture", "Rate",   "Input", "Level", "Output",
-                                         "Name",   "Index",  "Channel", "Format"};
+    static const char* const kWords[] = {"Window", "Frame",   "Recent",  "Color", "Path",  "Mode",
+                                         "Device", "Capture", "Rate",    "Input", "Level", "Output",
+                                         "Name",   "Index",   "Channel", "Format"};
     std::string words;
     for (UInt32 count = 1 + Below(most); count > 0; --count) words += kWords[Below(16)];
     return words;
@@ -104,16 +104,21 @@ class Maker {
     const UInt32 kind = Below(100);
     if (depth > 0 && kind < 40) return Group(level, depth, kind < 25);
     switch (Below(8)) {
-      case 0: return Line(level, Below(2) != 0 ? "<true/>" : "<false/>");
+      case 0:
+        return Line(level, Below(2) != 0 ? "<true/>" : "<false/>");
       case 1:
-      case 2: return Line(level, "<integer>" + std::to_string(Below(100000)) + "</integer>");
-      case 3: return Line(level, "<real>" + std::to_string(Below(100000)) + ".25</real>");
-      case 4: return Line(level, "<date>2005-03-01T12:34:" + std::to_string(10 + Below(50)) + "Z</date>");
+      case 2:
+        return Line(level, "<integer>" + std::to_string(Below(100000)) + "</integer>");
+      case 3:
+        return Line(level, "<real>" + std::to_string(Below(100000)) + ".25</real>");
+      case 4:
+        return Line(level, "<date>2005-03-01T12:34:" + std::to_string(10 + Below(50)) + "Z</date>");
       case 5:
         Line(level, "<data>");
         Line(level, std::string(4 * (2 + Below(14)), 'Q'));
         return Line(level, "</data>");
-      default: return Line(level, "<string>" + Words(5) + "</string>");
+      default:
+        return Line(level, "<string>" + Words(5) + "</string>");
     }
   }
 
@@ -180,8 +185,10 @@ void ExpatParse(const std::string& file) {
 plist_t PeerRead(const std::string& file, bool isBinary) {
   plist_t list = nullptr;
   const auto size = static_cast<uint32_t>(file.size());
-  if (isBinary) plist_from_bin(file.data(), size, &list);
-  else plist_from_xml(file.data(), size, &list);
+  if (isBinary)
+    plist_from_bin(file.data(), size, &list);
+  else
+    plist_from_xml(file.data(), size, &list);
   if (list == nullptr) Fail("libplist refuses the file");
   return list;
 }
@@ -189,8 +196,10 @@ plist_t PeerRead(const std::string& file, bool isBinary) {
 void PeerWrite(plist_t list, bool asBinary) {
   char* bytes = nullptr;
   uint32_t size = 0;
-  if (asBinary) plist_to_bin(list, &bytes, &size);
-  else plist_to_xml(list, &bytes, &size);
+  if (asBinary)
+    plist_to_bin(list, &bytes, &size);
+  else
+    plist_to_xml(list, &bytes, &size);
   if (size == 0) Fail("libplist does not write the list");
   plist_to_xml_free(bytes);
 }
@@ -229,40 +238,42 @@ class FileBench {
   }
 
   void Round(IpcReport& report) const {
-    Turn(report, "XML parse + free", {
+    Turn(report, "XML parse + free",
+         {
 #ifdef VLT_HAS_EXPAT
-        {"expat", [this] { return [this] { ExpatParse(xml); }; }},
+             {"expat", [this] { return [this] { ExpatParse(xml); }; }},
 #endif
 #ifdef VLT_HAS_LIBPLIST
-        {"libplist", [this] { return [this] { plist_free(PeerRead(xml, false)); }; }},
+             {"libplist", [this] { return [this] { plist_free(PeerRead(xml, false)); }; }},
 #endif
-        {"ours", [this] { return [this] { CFRelease(Read(xml)); }; }},
-    });
-    Turn(report, "XML write", {
+             {"ours", [this] { return [this] { CFRelease(Read(xml)); }; }},
+         });
+    Turn(report, "XML write",
+         {
 #ifdef VLT_HAS_LIBPLIST
-        PeerWriting(false),
+             PeerWriting(false),
 #endif
-        OursWriting(HostWritePlistXML),
-    });
-    Turn(report, "binary parse + free", {
+             OursWriting(HostWritePlistXML),
+         });
+    Turn(report, "binary parse + free",
+         {
 #ifdef VLT_HAS_LIBPLIST
-        {"libplist", [this] { return [this] { plist_free(PeerRead(binary, true)); }; }},
+             {"libplist", [this] { return [this] { plist_free(PeerRead(binary, true)); }; }},
 #endif
-        {"ours", [this] { return [this] { CFRelease(Read(binary)); }; }},
-    });
-    Turn(report, "binary write", {
+             {"ours", [this] { return [this] { CFRelease(Read(binary)); }; }},
+         });
+    Turn(report, "binary write",
+         {
 #ifdef VLT_HAS_LIBPLIST
-        PeerWriting(true),
+             PeerWriting(true),
 #endif
-        OursWriting(HostWritePlistBinary),
-    });
+             OursWriting(HostWritePlistBinary),
+         });
   }
 
  private:
   Row OursWriting(Writer write) const {
-    return {"ours", [this, write] {
-              return [list = Read(xml), write] { Write(list, write); };
-            }};
+    return {"ours", [this, write] { return [list = Read(xml), write] { Write(list, write); }; }};
   }
 #ifdef VLT_HAS_LIBPLIST
   Row PeerWriting(bool asBinary) const {

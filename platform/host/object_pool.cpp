@@ -7,14 +7,17 @@
 
 // The blocks lie behind, each with the address of its slab in front.
 struct HostObjectPool::Slab {
-  // While the pool cuts blocks from it, this counts down from kOpen; closing sets the balance right.
+  // While the pool cuts blocks from it, this counts down from kOpen; closing sets the balance
+  // right.
   static constexpr UInt32 kOpen = 0x40000000;
   std::atomic<UInt32> blocks{kOpen};
 
   void Drop(UInt32 count) {
     UInt32 before = blocks.load(std::memory_order_relaxed);
-    if (__libc_single_threaded != 0) blocks.store(before - count, std::memory_order_relaxed);
-    else before = blocks.fetch_sub(count, std::memory_order_acq_rel);
+    if (__libc_single_threaded != 0)
+      blocks.store(before - count, std::memory_order_relaxed);
+    else
+      before = blocks.fetch_sub(count, std::memory_order_acq_rel);
     if (before == count) ::operator delete(this);
   }
 };

@@ -5,17 +5,18 @@
 #include <atomic>
 #include <cstddef>
 
-// Blocks for objects that are made by the thousand and mostly die together, such as those of a large
-// property list: cut one after the other from slabs, at a fraction of the heap's cost. A slab is
-// freed with the last block in it, so an object that is kept keeps at most kSlabSize bytes with it.
+// Blocks for objects that are made by the thousand and mostly die together, such as those of a
+// large property list: cut one after the other from slabs, at a fraction of the heap's cost. A slab
+// is freed with the last block in it, so an object that is kept keeps at most kSlabSize bytes with
+// it.
 //
 // A pool is used by one thread; it may be gone long before its blocks are. These are given back on
 // any thread.
 class HostObjectPool {
  public:
   static constexpr size_t kSlabSize = 16 * 1024;
-  static constexpr size_t kLargest = 512;   // of a block
-  static constexpr size_t kOverhead = 8;    // of each block
+  static constexpr size_t kLargest = 512;  // of a block
+  static constexpr size_t kOverhead = 8;   // of each block
 
   HostObjectPool() = default;
   ~HostObjectPool() { CloseSlab(); }

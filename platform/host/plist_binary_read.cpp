@@ -18,34 +18,36 @@
 namespace {
 
 constexpr size_t kMemoryFactor = 16;
+constexpr size_t kLeastItem = 4;  // two bytes of an object, a position and a reference
 
-// A big-endian number of 1 to 8 bytes.
+// A big-endian number of 1 to 8 bytes, with at least as many bytes of the file behind it as the
+// trailer has.
 uint64_t LoadBig(const UInt8* bytes, size_t size) {
-  switch (size) {
-    case 1: return bytes[0];
-    case 2: return HostLoadBig16(bytes);
-    case 4: return HostLoadBig32(bytes);
-    case 8: return HostLoadBig64(bytes);
-  }
-  uint64_t value = 0;
-  for (size_t i = 0; i < size; ++i) value = value << 8 | bytes[i];
-  return value;
+  static_assert(kHostPlistTrailerSize >= sizeof(uint64_t));
+  return HostLoadBig64(bytes) >> (64 - 8 * size);
 }
 
 // BinaryReader follows the references from the root on. A leaf is made once, when it is first met,
-// and shared by all who refer to it; a container is made anew for each. Every number of the file is
+// and shared by all who refer to it; a container is made anew for each. Leaves are known as long as
+// the list that is being made holds them. Where a key comes twice, its dictionary lets go of some:
+// then everything is read once more, with references to what is known. Every number of the file is
 // held against the bytes there are before it is used. A function that reads something returns false
 // when it is not as it should be; the error is then in place.
 class BinaryReader {
  public:
-  BinaryReader(const UInt8* bytes, size_t count, CFOptionFlags mutability,
+  BinaryReader(const UInt8* bytes, size_t count, CFOptionFlags mutability, bool retains,
                HostPropertyListError* error)
-      : bytes(bytes), count(count), error(error), builder(count, kMemoryFactor, mutability) {}
+      : bytes(bytes),
+        count(count),
+        retains(retains),
+        error(error),
+        builder(count, kMemoryFactor, kLeastItem, mutability) {}
   ~BinaryReader();
   BinaryReader(const BinaryReader&) = delete;
   BinaryReader& operator=(const BinaryReader&) = delete;
 
-  CFPropertyListRef Read();
+  // `*again` is true when it has to be read once more, retaining.
+  CFPropertyListRef Read(bool* again);
 
  private:
   // An object's head: its kind, and the count (of bytes, units, references) with where they begin.
@@ -84,6 +86,7 @@ class BinaryReader {
 
   const UInt8* const bytes;
   const size_t count;
+  const bool retains;
   HostPropertyListError* const error;
   HostPlistBuilder builder;
 
@@ -91,7 +94,7 @@ class BinaryReader {
   size_t refSize = 0;
   size_t table = 0;  // the objects end where the table begins
   size_t root = 0;
-  std::vector<const HostCFObject*> known;  // by index: a leaf with a reference, kOpen, or null
+  std::vector<const HostCFObject*> known;  // by index: a leaf, OpenMark, or null
   std::vector<Frame> frames;
 };
 
@@ -101,6 +104,7 @@ const HostCFObject* OpenMark() {
 }
 
 BinaryReader::~BinaryReader() {
+  if (!retains) return;
   for (const HostCFObject* object : known) {
     if (object != nullptr) object->Release();
   }
@@ -140,7 +144,8 @@ bool BinaryReader::ReadTrailer() {
                 "it may have been cut short");
   }
   if (objects == 0 || objects > (end - tableAt) / offsetSize) {
-    return Fail(end + kHostPlistObjectCountAt, "the table of positions has no room for all objects");
+    return Fail(end + kHostPlistObjectCountAt,
+                "the table of positions has no room for all objects");
   }
   if (rootIndex >= objects) return Fail(end + kHostPlistRootAt, "there is no such root object");
   table = static_cast<size_t>(tableAt);
@@ -188,7 +193,8 @@ bool BinaryReader::ReadHead(size_t at, Head* head) {
 
 // Whether `count` parts of that size follow.
 bool BinaryReader::Fits(const Head& head, size_t unitSize) {
-  if (head.count <= (table - head.content) / unitSize) return true;
+  // No count is larger than the file, so the product does not wrap.
+  if (uint64_t{head.count} * unitSize <= table - head.content) return true;
   return Fail(head.at, "this object is longer than the file", "it may have been cut short");
 }
 
@@ -197,10 +203,13 @@ const HostCFObject* BinaryReader::MakeInteger(const Head& head) {
   switch (head.count) {
     case 1:
     case 2:
-    case 4: return HostCFNumber::CreateUInt64(LoadBig(content, head.count), builder.Pool());
-    case 8: return HostCFNumber::CreateSInt64(static_cast<SInt64>(HostLoadBig64(content)),
-                                                builder.Pool());
-    default: break;
+    case 4:
+      return HostCFNumber::CreateUInt64(LoadBig(content, head.count), builder.Pool());
+    case 8:
+      return HostCFNumber::CreateSInt64(static_cast<SInt64>(HostLoadBig64(content)),
+                                        builder.Pool());
+    default:
+      break;
   }
   const uint64_t high = HostLoadBig64(content);
   const uint64_t low = HostLoadBig64(content + 8);
@@ -268,9 +277,12 @@ const HostCFObject* BinaryReader::MakeLeaf(const Head& given, size_t* size) {
     case kHostPlistData:
       *size = sizeof(HostCFData) + head.count;
       return Fits(head, 1) ? HostCFData::Create(bytes + head.content, head.count) : nullptr;
-    case kHostPlistASCII: return Fits(head, 1) ? MakeText(head, size) : nullptr;
-    case kHostPlistUTF16: return Fits(head, 2) ? MakeText(head, size) : nullptr;
-    default: break;
+    case kHostPlistASCII:
+      return Fits(head, 1) ? MakeText(head, size) : nullptr;
+    case kHostPlistUTF16:
+      return Fits(head, 2) ? MakeText(head, size) : nullptr;
+    default:
+      break;
   }
   constexpr char kDigits[] = "0123456789abcdef";
   const char marker[] = {kDigits[bytes[head.at] >> 4], kDigits[bytes[head.at] & 15], 0};
@@ -293,6 +305,7 @@ bool BinaryReader::OpenContainer(size_t index, const Head& head) {
 // `referrer` is where the reference stands.
 bool BinaryReader::AddObject(size_t index, bool asKey, size_t referrer) {
   const HostCFObject* object = known[index];
+  size_t size = 0;  // of what is made
   if (object == OpenMark()) return Fail(referrer, "a container contains itself");
   if (object == nullptr) {
     size_t at = 0;
@@ -301,20 +314,19 @@ bool BinaryReader::AddObject(size_t index, bool asKey, size_t referrer) {
     const bool isContainer = head.marker == kHostPlistArray || head.marker == kHostPlistDict;
     if (isContainer && !asKey) return OpenContainer(index, head);
     if (isContainer) return Fail(referrer, "a key of a dictionary is no string");
-    size_t size = 0;
     error->text.clear();
     object = MakeLeaf(head, &size);
     if (object == nullptr) {
       return error->text.empty() ? Fail(at, "there is no memory left") : false;
     }
     known[index] = object;
-    if (!builder.Charge(size + 16)) return FailBuilding(at);
+    if (retains) object->Retain();
+  } else {
+    object->Retain();
   }
-  if (asKey && object->TypeID() != kHostTypeString) {
-    return Fail(referrer, "a key of a dictionary is no string");
-  }
-  object->Retain();
-  return builder.Add(object, 0) || FailBuilding(referrer);
+  const bool isString = object->TypeID() == kHostTypeString;
+  if (!builder.Add(object, size)) return FailBuilding(referrer);
+  return !asKey || isString || Fail(referrer, "a key of a dictionary is no string");
 }
 
 // The next item of the innermost container, or its end.
@@ -336,11 +348,14 @@ bool BinaryReader::ReadItem() {
   return AddObject(static_cast<size_t>(index), isKey, at);
 }
 
-CFPropertyListRef BinaryReader::Read() {
+CFPropertyListRef BinaryReader::Read(bool* again) {
+  *again = false;
   if (!ReadTrailer()) return nullptr;
   if (!AddObject(root, false, count - kHostPlistTrailerSize + kHostPlistRootAt)) return nullptr;
   while (!frames.empty()) {
     if (!ReadItem()) return nullptr;
+    *again = builder.HasDropped() && !retains;
+    if (*again) return nullptr;
   }
   return builder.TakeRoot();
 }
@@ -349,5 +364,7 @@ CFPropertyListRef BinaryReader::Read() {
 
 CFPropertyListRef HostReadPlistBinary(const UInt8* bytes, size_t count, CFOptionFlags mutability,
                                       HostPropertyListError* error) {
-  return BinaryReader(bytes, count, mutability, error).Read();
+  bool again = false;
+  CFPropertyListRef list = BinaryReader(bytes, count, mutability, false, error).Read(&again);
+  return again ? BinaryReader(bytes, count, mutability, true, error).Read(&again) : list;
 }

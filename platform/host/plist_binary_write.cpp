@@ -52,8 +52,10 @@ Scalar ScalarOf(const HostCFObject& object) {
     }
     case HostCFNumber::Form::kFloat64:
       return {kHostPlistReal | 3, std::bit_cast<UInt64>(number.Real())};
-    case HostCFNumber::Form::kUInt64: return {kHostPlistInteger | 4, number.Unsigned()};
-    default: break;
+    case HostCFNumber::Form::kUInt64:
+      return {kHostPlistInteger | 4, number.Unsigned()};
+    default:
+      break;
   }
   const SInt64 value = number.Integer();
   const size_t width = value < 0 ? 8 : WidthOf(static_cast<UInt64>(value), false);
@@ -87,8 +89,10 @@ class LeafTable {
 
 UInt32 LeafTable::HashOf(const HostCFObject& leaf) {
   switch (leaf.TypeID()) {
-    case kHostTypeString: return static_cast<const HostCFString&>(leaf).TextHash();
-    case kHostTypeBoolean: return static_cast<const HostCFBoolean&>(leaf).is ? 1 : 0;
+    case kHostTypeString:
+      return static_cast<const HostCFString&>(leaf).TextHash();
+    case kHostTypeBoolean:
+      return static_cast<const HostCFBoolean&>(leaf).is ? 1 : 0;
     case kHostTypeData: {
       const auto& data = static_cast<const HostCFData&>(leaf);
       return HostHashBytes(data.Bytes(), data.Length());
@@ -137,8 +141,8 @@ UInt32 LeafTable::Find(const HostCFObject& leaf, UInt32 next,
   return next;
 }
 
-// BinaryWriter numbers all objects first, the root being 0, then writes them in that order: the size
-// of a reference depends on how many there are.
+// BinaryWriter numbers all objects first, the root being 0, then writes them in that order: the
+// size of a reference depends on how many there are.
 class BinaryWriter {
  public:
   explicit BinaryWriter(HostPlistSink& sink) : out(sink) {}
@@ -181,7 +185,8 @@ class BinaryWriter {
 };
 
 bool BinaryWriter::NumberLeaf(const HostCFObject* leaf) {
-  if (leaf->TypeID() == kHostTypeDate && !HostIsPlistDate(static_cast<const HostCFDate*>(leaf)->Time())) {
+  if (leaf->TypeID() == kHostTypeDate &&
+      !HostIsPlistDate(static_cast<const HostCFDate*>(leaf)->Time())) {
     return Fail("a date lies outside of the years 1 to 9999");
   }
   const auto next = static_cast<UInt32>(objects.size());
@@ -288,7 +293,8 @@ void BinaryWriter::PutObject(size_t number) {
     case kHostTypeArray:
     case kHostTypeDictionary:
       return PutContainer(object, references.data() + firstReference[number]);
-    case kHostTypeString: return PutText(static_cast<const HostCFString&>(object));
+    case kHostTypeString:
+      return PutText(static_cast<const HostCFString&>(object));
     case kHostTypeData: {
       const auto& data = static_cast<const HostCFData&>(object);
       PutHead(kHostPlistData, data.Length());
@@ -299,7 +305,8 @@ void BinaryWriter::PutObject(size_t number) {
       const UInt8 marker = is ? kHostPlistTrue : kHostPlistFalse;
       return out.Put(&marker, 1);
     }
-    default: return PutScalar(object);
+    default:
+      return PutScalar(object);
   }
 }
 

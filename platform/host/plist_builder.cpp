@@ -14,6 +14,8 @@
 
 namespace {
 
+constexpr size_t kLeastValues = 64;
+
 // What a block of the heap takes, its administration included.
 constexpr size_t BlockSize(size_t bytes) { return (bytes + 8 + 15) & ~size_t{15}; }
 
@@ -53,23 +55,30 @@ bool AreSame(const UInt8* a, const UInt8* b, size_t count) {
   return true;
 }
 
+// Small lists may move.
+size_t FirstCapacity(size_t inputSize, size_t leastItem) {
+  constexpr size_t kSmall = 64 * 1024;
+  return inputSize < kSmall ? kLeastValues : inputSize / leastItem + 1;
+}
+
 size_t KeysWorthRemembering(size_t inputSize) {
   return std::bit_ceil(std::clamp<size_t>(inputSize / 64, 32, 8192));
 }
 
 }  // namespace
 
-HostPlistBuilder::HostPlistBuilder(size_t inputSize, size_t factor, CFOptionFlags mutability)
+HostPlistBuilder::HostPlistBuilder(size_t inputSize, size_t factor, size_t leastItem,
+                                   CFOptionFlags mutability)
     : isMutable(mutability != kCFPropertyListImmutable),
       keysWorthRemembering(KeysWorthRemembering(inputSize)),
-      firstCapacity(64 + inputSize / 64),
+      firstCapacity(FirstCapacity(inputSize, leastItem)),
       usesPool(inputSize >= HostObjectPool::kSlabSize),
       memoryLeft(MemoryLimit(inputSize, factor)) {}
 
 HostPlistBuilder::HostPlistBuilder(CFOptionFlags mutability)
     : isMutable(mutability != kCFPropertyListImmutable),
       keysWorthRemembering(KeysWorthRemembering(0)),
-      firstCapacity(64),
+      firstCapacity(kLeastValues),
       usesPool(false),
       memoryLeft(SIZE_MAX) {}
 
@@ -89,15 +98,23 @@ bool HostPlistBuilder::Charge(size_t bytes) {
   return true;
 }
 
-// The new list may exist beside the old one for a moment. The first one is enough for most files;
-// what is not used of it is never touched.
+bool HostPlistBuilder::RaiseLimit() {
+  if (valueLimit == valueCapacity && !GrowValues()) return false;
+  const size_t more = std::min<size_t>(1024, valueCapacity - valueLimit);
+  if (!Charge(more * sizeof(CFTypeRef))) return false;
+  valueLimit += more;
+  return true;
+}
+
 bool HostPlistBuilder::GrowValues() {
-  const size_t larger = valueCapacity == 0 ? firstCapacity : valueCapacity * 2;
-  if (!Charge(larger * sizeof(CFTypeRef))) return false;
+  size_t larger = valueCapacity == 0 ? firstCapacity : valueCapacity * 2;
   void* moved = std::realloc(values, larger * sizeof(CFTypeRef));
+  if (moved == nullptr && valueCapacity == 0) {
+    larger = kLeastValues;
+    moved = std::malloc(larger * sizeof(CFTypeRef));
+  }
   if (moved == nullptr) return Fail("there is no memory left");
   values = static_cast<CFTypeRef*>(moved);
-  Refund(valueCapacity * sizeof(CFTypeRef));
   valueCapacity = larger;
   return true;
 }
@@ -137,7 +154,10 @@ bool HostPlistBuilder::Close() {
     const auto* dictionary = HostCFDictionary::CreateTaking(
         reinterpret_cast<const HostPair*>(first), count / 2, isMutable, Pool());
     // What it dropped for a repeated key may have held the last reference to keys that are known.
-    if (dictionary != nullptr && dictionary->Count() != count / 2) ++era;
+    if (dictionary != nullptr && dictionary->Count() != count / 2) {
+      hasDropped = true;
+      ++era;
+    }
     container = dictionary;
   }
   if (container == nullptr) return Fail("there is no memory left");

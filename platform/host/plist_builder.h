@@ -20,8 +20,9 @@ class HostPlistBuilder {
  public:
   enum class Kind : UInt8 { kArray, kDictionary };
 
-  // The limit is `factor` times `inputSize`, the size of the file, and 4 MiB; the file itself counts.
-  HostPlistBuilder(size_t inputSize, size_t factor, CFOptionFlags mutability);
+  // The limit is `factor` times `inputSize`, the size of the file, and 4 MiB; the file itself
+  // counts. An item takes `leastItem` bytes of the file as a rule.
+  HostPlistBuilder(size_t inputSize, size_t factor, size_t leastItem, CFOptionFlags mutability);
   explicit HostPlistBuilder(CFOptionFlags mutability);  // without a limit
   ~HostPlistBuilder();
   HostPlistBuilder(const HostPlistBuilder&) = delete;
@@ -32,6 +33,7 @@ class HostPlistBuilder {
 
   bool IsInside() const { return !frames.empty(); }  // a container is open
   bool HasRoot() const { return frames.empty() && valueCount > 0; }
+  bool HasDropped() const { return hasDropped; }  // a key came twice in a dictionary
   size_t Depth() const { return frames.size(); }
   Kind Innermost() const { return frames.back().kind; }  // of the open ones
   bool NeedsKey() const {  // a dictionary is open and a key is its next item
@@ -44,9 +46,9 @@ class HostPlistBuilder {
   bool Open(Kind kind);
   bool Close();  // the innermost one, which has a value for each key
 
-  bool AddKey(const UInt8* text, size_t count);  // ASCII; for values too that come again
-  bool AddKeyAsValue();  // the last key once more, as its own value
-  bool AddString(const UInt8* text, size_t count);  // ASCII
+  bool AddKey(const UInt8* text, size_t count);        // ASCII; for values too that come again
+  bool AddKeyAsValue();                                // the last key once more, as its own value
+  bool AddString(const UInt8* text, size_t count);     // ASCII
   bool AddInteger(bool isNegative, UInt64 magnitude);  // within -2^63 to 2^64 - 1
   bool AddReal(double value);
   bool AddDate(CFAbsoluteTime time);
@@ -79,11 +81,12 @@ class HostPlistBuilder {
   };
 
   bool Push(const HostCFObject* taken) {
-    if (valueCount == valueCapacity && !GrowValues()) return Drop(taken);
+    if (valueCount == valueLimit && !RaiseLimit()) return Drop(taken);
     values[valueCount++] = taken;
     return true;
   }
   bool Drop(const HostCFObject* taken);
+  bool RaiseLimit();
   bool GrowValues();
   bool Fail(const char* why);
 
@@ -95,11 +98,14 @@ class HostPlistBuilder {
   const char* problem = "there is no memory left";
   HostObjectPool pool;
   std::vector<Frame> frames;
-  // Of all open containers: keys and values in turn, or values. A block of malloc, because that
-  // grows in place as a rule.
+  // Of all open containers: keys and values in turn, or values. There is room for all that a
+  // large file can have from the beginning, so that no abandoned lists are left in the heap; what
+  // is not used is never touched, and not counted either.
   CFTypeRef* values = nullptr;
   size_t valueCount = 0;
-  size_t valueCapacity = 0;
+  size_t valueLimit = 0;       // as many are counted
+  size_t valueCapacity = 0;    // there is room for so many
   std::vector<KnownKey> keys;  // of ASCII, borrowed from the list
   UInt32 era = 1;
+  bool hasDropped = false;
 };

@@ -46,8 +46,8 @@ class HostPlistSink {
 };
 
 // Writes the whole list. False with `*error`: the object is not a property list, it nests too
-// deeply (or contains itself), it has text or a date that the form cannot carry, there is no memory,
-// or the sink refused. Some bytes may have been written then.
+// deeply (or contains itself), it has text or a date that the form cannot carry, there is no
+// memory, or the sink refused. Some bytes may have been written then.
 bool HostWritePlistXML(CFPropertyListRef list, HostPlistSink& sink, HostPropertyListError* error);
 bool HostWritePlistBinary(CFPropertyListRef list, HostPlistSink& sink,
                           HostPropertyListError* error);

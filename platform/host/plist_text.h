@@ -32,8 +32,8 @@ inline uint64_t HostZeroBytes(uint64_t word) { return (word - kHostOnes) & ~word
 
 // For a word from memory: which byte, in the order of addresses, is the first that is not 0.
 inline size_t HostFirstByte(uint64_t word) {
-  const int bits = std::endian::native == std::endian::little ? std::countr_zero(word)
-                                                              : std::countl_zero(word);
+  const int bits =
+      std::endian::native == std::endian::little ? std::countr_zero(word) : std::countl_zero(word);
   return static_cast<size_t>(bits) / 8;
 }
 
@@ -43,8 +43,8 @@ inline const UInt8* HostFindEither(const UInt8* at, const UInt8* end, UInt8 a, U
                                    uint64_t* high) {
   for (uint64_t word; end - at >= static_cast<ptrdiff_t>(sizeof word); at += sizeof word) {
     std::memcpy(&word, at, sizeof word);
-    const uint64_t found = HostZeroBytes(word ^ kHostOnes * a) | HostZeroBytes(word ^ kHostOnes * b) |
-                           HostZeroBytes(word);
+    const uint64_t found = HostZeroBytes(word ^ kHostOnes * a) |
+                           HostZeroBytes(word ^ kHostOnes * b) | HostZeroBytes(word);
     if (found == 0) {
       *high |= word & kHostHighs;
       continue;

@@ -11,6 +11,7 @@
 namespace {
 
 constexpr size_t kMemoryFactor = 8;
+constexpr size_t kLeastItem = 2;  // a,
 
 // The NextStep encoding, bytes 0x80 to 0xFF; 0 where the byte means nothing. Octal escapes use it.
 constexpr UniChar kNextStep[128] = {
@@ -54,7 +55,7 @@ class TextReader {
         at(text.bytes),
         input(text),
         error(error),
-        builder(inputSize, kMemoryFactor, mutability) {}
+        builder(inputSize, kMemoryFactor, kLeastItem, mutability) {}
 
   CFPropertyListRef Read();
 
@@ -122,8 +123,8 @@ bool TextReader::Skip() {
 // Short ones tend to come again, and are shared.
 bool TextReader::AddASCII(const UInt8* text, size_t count, bool asKey) {
   constexpr size_t kShort = 16;
-  const bool added = asKey || count <= kShort ? builder.AddKey(text, count)
-                                              : builder.AddString(text, count);
+  const bool added =
+      asKey || count <= kShort ? builder.AddKey(text, count) : builder.AddString(text, count);
   return added || FailBuilding(text);
 }
 
@@ -264,8 +265,10 @@ bool TextReader::FinishItem() {
   if (!Skip()) return false;
   if (at == end) return FailAtEnd();
   if (builder.Innermost() == Kind::kArray) {
-    if (*at == ',') ++at;
-    else if (*at != ')') return Fail(at, ", or ) is due here");
+    if (*at == ',')
+      ++at;
+    else if (*at != ')')
+      return Fail(at, ", or ) is due here");
     return true;
   }
   if (*at != ';') return Fail(at, "; is due here");

@@ -136,7 +136,9 @@ HostPlistParse HostParsePlistDate(std::string_view text, CFAbsoluteTime* time) {
     const bool fits = kPattern[i] == '0' ? IsDigit(text[i]) : text[i] == kPattern[i];
     if (!fits) return HostPlistParse::kMalformed;
   }
-  const auto number = [text](size_t from) { return (text[from] - '0') * 10 + text[from + 1] - '0'; };
+  const auto number = [text](size_t from) {
+    return (text[from] - '0') * 10 + text[from + 1] - '0';
+  };
   const int year = number(0) * 100 + number(2);
   const int month = number(5);
   const int day = number(8);
@@ -150,14 +152,14 @@ HostPlistParse HostParsePlistDate(std::string_view text, CFAbsoluteTime* time) {
 }
 
 size_t HostFormatPlistReal(double value, char* out) {
-  const char* word = std::isnan(value)   ? "nan"
+  const char* word = std::isnan(value)    ? "nan"
                      : !std::isinf(value) ? nullptr
                      : value > 0          ? "+infinity"
                                           : "-infinity";
   if (word == nullptr) {
     const auto format = std::chars_format::general;
-    return static_cast<size_t>(
-        std::to_chars(out, out + kHostPlistRealRoom, value, format, 17).ptr - out);
+    return static_cast<size_t>(std::to_chars(out, out + kHostPlistRealRoom, value, format, 17).ptr -
+                               out);
   }
   const size_t size = std::strlen(word);
   std::memcpy(out, word, size);
@@ -197,7 +199,8 @@ const UInt8* HostDecodeBase64(const UInt8* text, size_t count, UInt8* out, size_
   for (;;) {
     // Whole groups without white space between them.
     while (inGroup == 0 && end - at >= 4) {
-      const UInt8 a = kMeaning[at[0]], b = kMeaning[at[1]], c = kMeaning[at[2]], d = kMeaning[at[3]];
+      const UInt8 a = kMeaning[at[0]], b = kMeaning[at[1]], c = kMeaning[at[2]],
+                  d = kMeaning[at[3]];
       if ((a | b | c | d) >= 64) break;
       out[0] = static_cast<UInt8>(a << 2 | b >> 4);
       out[1] = static_cast<UInt8>(b << 4 | c >> 2);

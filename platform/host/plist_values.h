@@ -39,6 +39,6 @@ bool HostIsPlistDate(CFAbsoluteTime time);
 // characters are missing).
 const UInt8* HostDecodeBase64(const UInt8* text, size_t count, UInt8* out, size_t* decoded);
 
-// Encodes `count` bytes; all but the last call of a text take a multiple of 3. Returns the number of
-// characters put, 4 for each 3 bytes begun.
+// Encodes `count` bytes; all but the last call of a text take a multiple of 3. Returns the number
+// of characters put, 4 for each 3 bytes begun.
 size_t HostEncodeBase64(const UInt8* bytes, size_t count, UInt8* out);

@@ -115,22 +115,32 @@ bool HostPlistWalk::Visit(const void* item) {
   step = Step::kLeaf;
   switch (object != nullptr ? object->TypeID() : CFTypeID{kHostTypeNone}) {
     case kHostTypeArray:
-    case kHostTypeDictionary: return Enter(object);
+    case kHostTypeDictionary:
+      return Enter(object);
     case kHostTypeString:
     case kHostTypeNumber:
     case kHostTypeBoolean:
     case kHostTypeData:
-    case kHostTypeDate: return true;
-    case kHostTypeNone: return Fail("there is no object");
-    default: return Fail("an object of a class that property lists do not have");
+    case kHostTypeDate:
+      return true;
+    case kHostTypeNone:
+      return Fail("there is no object");
+    default:
+      return Fail("an object of a class that property lists do not have");
   }
 }
 
 // Goes to the next pair of an open dictionary; holes are passed over. False at its end.
 bool HostPlistWalk::NextPair(Frame& frame) {
   const auto* dictionary = static_cast<const HostCFDictionary*>(frame.container);
+  constexpr size_t kAhead = 6;  // sorted, the objects lie all over the memory
   while (frame.next < frame.end) {
     const size_t place = frame.next++;
+    if (order == Order::kSorted && place + kAhead < frame.end) {
+      const HostPair& later = sorted[frame.firstPair + place + kAhead].pair;
+      __builtin_prefetch(later.key);
+      __builtin_prefetch(later.value);
+    }
     const HostPair& pair = order == Order::kSorted ? sorted[frame.firstPair + place].pair
                                                    : dictionary->Pairs().begin()[place];
     if (pair.key == nullptr) continue;

@@ -15,9 +15,21 @@
 namespace {
 
 constexpr size_t kMemoryFactor = 8;
+constexpr size_t kLeastItem = 7;  // <true/>
 
 enum class Element : UInt8 {
-  kKey, kTrue, kReal, kData, kDate, kDict, kFalse, kArray, kPlist, kString, kInteger, kUnknown,
+  kKey,
+  kTrue,
+  kReal,
+  kData,
+  kDate,
+  kDict,
+  kFalse,
+  kArray,
+  kPlist,
+  kString,
+  kInteger,
+  kUnknown,
 };
 constexpr std::string_view kNames[] = {"key",   "true",  "real",  "data",   "date",   "dict",
                                        "false", "array", "plist", "string", "integer"};
@@ -125,7 +137,7 @@ class XMLReader {
         at(text.bytes),
         input(text),
         error(error),
-        builder(inputSize, kMemoryFactor, mutability) {}
+        builder(inputSize, kMemoryFactor, kLeastItem, mutability) {}
 
   CFPropertyListRef Read();
 
@@ -160,7 +172,8 @@ class XMLReader {
   }
   std::string_view TakeName();
   bool IsText(const UInt8* from, const UInt8* to) {
-    return HostFindBadUTF8(from, to) == to && std::memchr(from, 0, static_cast<size_t>(to - from)) == nullptr;
+    return HostFindBadUTF8(from, to) == to &&
+           std::memchr(from, 0, static_cast<size_t>(to - from)) == nullptr;
   }
 
   bool ReadDeclaration();
@@ -403,8 +416,10 @@ bool XMLReader::ReadAttribute(std::string_view* name, std::string_view* value) {
     if (*at == '<') return Fail(at, "a value of an attribute must not have < in it");
     UInt8 ignored[4];
     size_t count = 0;
-    if (*at != '&') ++at;
-    else if (!ReadReference(ignored, &count)) return false;
+    if (*at != '&')
+      ++at;
+    else if (!ReadReference(ignored, &count))
+      return false;
   }
   if (at == end) return Fail(open, "this quotation mark is never closed");
   *value = {reinterpret_cast<const char*>(open + 1), static_cast<size_t>(at - open - 1)};
@@ -454,7 +469,8 @@ bool XMLReader::ReadStartTag(StartTag* tag) {
   tag->element = FindElement(name);
   if (tag->element == Element::kUnknown) {
     if (at == end) return FailAtEnd("the end of this tag");
-    if (name.empty()) return Fail(tag->begin, "< begins no tag here", "write &lt; for the character");
+    if (name.empty())
+      return Fail(tag->begin, "< begins no tag here", "write &lt; for the character");
     return Fail(tag->begin, "property lists have no element " + Tag(name));
   }
   if (at < end && *at == '>') {
@@ -490,7 +506,8 @@ bool XMLReader::ReadReference(UInt8* out, size_t* count) {
   constexpr size_t kLongest = 16;
   const UInt8* const from = at;
   const void* semicolon = std::memchr(at, ';', Left() < kLongest ? Left() : kLongest);
-  if (semicolon == nullptr) return Fail(at, "& begins no entity here", "write &amp; for the character");
+  if (semicolon == nullptr)
+    return Fail(at, "& begins no entity here", "write &amp; for the character");
   at = static_cast<const UInt8*>(semicolon) + 1;
   const std::string_view name(reinterpret_cast<const char*>(from) + 1,
                               static_cast<size_t>(at - from) - 2);
@@ -542,8 +559,7 @@ bool XMLReader::GatherText(const StartTag& tag, const UInt8* from, Text* text) {
       const UInt8* const open = at;
       at += std::strlen("<![CDATA[");
       const UInt8* const first = at;
-      const size_t close =
-          std::string_view(reinterpret_cast<const char*>(at), Left()).find("]]>");
+      const size_t close = std::string_view(reinterpret_cast<const char*>(at), Left()).find("]]>");
       if (close == std::string_view::npos) return Fail(open, "this CDATA section is never closed");
       at += close;
       if (!IsText(first, at)) return FailNotText(first, at);
@@ -626,12 +642,18 @@ bool XMLReader::ReadLeaf(const StartTag& tag) {
   if (!tag.isEmpty && !ReadText(tag, &text)) return false;
   switch (tag.element) {
     case Element::kKey:
-    case Element::kString: return AddText(tag, text, from);
-    case Element::kInteger: return AddInteger(tag, Trim(text.View()));
-    case Element::kReal: return AddReal(tag, Trim(text.View()));
-    case Element::kDate: return AddDate(tag, Trim(text.View()));
-    case Element::kData: return AddData(tag, text, from);
-    default: break;
+    case Element::kString:
+      return AddText(tag, text, from);
+    case Element::kInteger:
+      return AddInteger(tag, Trim(text.View()));
+    case Element::kReal:
+      return AddReal(tag, Trim(text.View()));
+    case Element::kDate:
+      return AddDate(tag, Trim(text.View()));
+    case Element::kData:
+      return AddData(tag, text, from);
+    default:
+      break;
   }
   if (!Trim(text.View()).empty()) {
     return Fail(from, Tag(NameOf(tag.element)) + " must be empty");
@@ -642,8 +664,8 @@ bool XMLReader::ReadLeaf(const StartTag& tag) {
 bool XMLReader::AddText(const StartTag& tag, const Text& text, const UInt8* from) {
   const bool isKey = tag.element == Element::kKey;
   if (text.isASCII) {
-    const bool added = isKey ? builder.AddKey(text.bytes, text.count)
-                             : builder.AddString(text.bytes, text.count);
+    const bool added =
+        isKey ? builder.AddKey(text.bytes, text.count) : builder.AddString(text.bytes, text.count);
     return added || FailBuilding(tag.begin);
   }
   // Twice the code units: they are decoded beside the string.
@@ -659,11 +681,13 @@ bool XMLReader::AddInteger(const StartTag& tag, std::string_view text) {
   bool isNegative = false;
   UInt64 magnitude = 0;
   switch (HostParsePlistInteger(text, &isNegative, &magnitude)) {
-    case HostPlistParse::kMalformed: return Fail(tag.begin, "this is not an integer");
+    case HostPlistParse::kMalformed:
+      return Fail(tag.begin, "this is not an integer");
     case HostPlistParse::kOutOfRange:
       return Fail(tag.begin, "this integer does not fit into 64 bits",
                   "-9223372036854775808 to 18446744073709551615");
-    case HostPlistParse::kGood: break;
+    case HostPlistParse::kGood:
+      break;
   }
   return builder.AddInteger(isNegative, magnitude) || FailBuilding(tag.begin);
 }
@@ -671,10 +695,12 @@ bool XMLReader::AddInteger(const StartTag& tag, std::string_view text) {
 bool XMLReader::AddReal(const StartTag& tag, std::string_view text) {
   double value = 0;
   switch (HostParsePlistReal(text, &value)) {
-    case HostPlistParse::kMalformed: return Fail(tag.begin, "this is not a real number");
+    case HostPlistParse::kMalformed:
+      return Fail(tag.begin, "this is not a real number");
     case HostPlistParse::kOutOfRange:
       return Fail(tag.begin, "no 64-bit real is near to this number");
-    case HostPlistParse::kGood: break;
+    case HostPlistParse::kGood:
+      break;
   }
   return builder.AddReal(value) || FailBuilding(tag.begin);
 }
@@ -686,7 +712,8 @@ bool XMLReader::AddDate(const StartTag& tag, std::string_view text) {
       return Fail(tag.begin, "this is not a date", "as 2005-03-01T12:34:56Z");
     case HostPlistParse::kOutOfRange:
       return Fail(tag.begin, "there is no such date", "years go from 0001 to 9999");
-    case HostPlistParse::kGood: break;
+    case HostPlistParse::kGood:
+      break;
   }
   return builder.AddDate(time) || FailBuilding(tag.begin);
 }

@@ -58,10 +58,17 @@ constexpr size_t kLongestCharacter = 5;
 UInt8* XMLWriter::PutScalar(UInt32 scalar, UInt8* at) {
   std::string_view entity;
   switch (scalar) {
-    case '&': entity = "&amp;"; break;
-    case '<': entity = "&lt;"; break;
-    case '>': entity = "&gt;"; break;
-    default: return at + HostPutUTF8(scalar, at);
+    case '&':
+      entity = "&amp;";
+      break;
+    case '<':
+      entity = "&lt;";
+      break;
+    case '>':
+      entity = "&gt;";
+      break;
+    default:
+      return at + HostPutUTF8(scalar, at);
   }
   std::memcpy(at, entity.data(), entity.size());
   return at + entity.size();
@@ -171,9 +178,14 @@ bool XMLWriter::PutLeaf(const HostCFObject* object, size_t level) {
       if (!PutText(static_cast<const HostCFString*>(object)->Text())) return false;
       out.Put("</string>\n");
       return true;
-    case kHostTypeNumber: PutNumber(*static_cast<const HostCFNumber*>(object)); return true;
-    case kHostTypeDate: return PutDate(*static_cast<const HostCFDate*>(object));
-    case kHostTypeData: PutData(*static_cast<const HostCFData*>(object), level); return true;
+    case kHostTypeNumber:
+      PutNumber(*static_cast<const HostCFNumber*>(object));
+      return true;
+    case kHostTypeDate:
+      return PutDate(*static_cast<const HostCFDate*>(object));
+    case kHostTypeData:
+      PutData(*static_cast<const HostCFData*>(object), level);
+      return true;
     default:
       out.Put(static_cast<const HostCFBoolean*>(object)->is ? "<true/>\n" : "<false/>\n");
       return true;
@@ -200,8 +212,10 @@ bool XMLWriter::WriteStep(const HostPlistWalk& walk) {
     return true;
   }
   PutTabs(walk.Level());
-  if (isOpen) out.Put(isArray ? "<array>\n" : "<dict>\n");
-  else out.Put(isArray ? "</array>\n" : "</dict>\n");
+  if (isOpen)
+    out.Put(isArray ? "<array>\n" : "<dict>\n");
+  else
+    out.Put(isArray ? "</array>\n" : "</dict>\n");
   return true;
 }
 

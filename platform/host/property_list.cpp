@@ -104,8 +104,8 @@ bool HasOnlyTextTypes(CFPropertyListRef list) {
   return walk.Fault() == nullptr;
 }
 
-// The first characters of a text file behind byte-order mark and white space; what is no ASCII shows
-// as '?'.
+// The first characters of a text file behind byte-order mark and white space; what is no ASCII
+// shows as '?'.
 std::string FirstCharacters(const UInt8* bytes, size_t count) {
   constexpr size_t kEnough = 16;
   const bool isBig = count >= 2 && bytes[0] == 0xFE && bytes[1] == 0xFF;
@@ -133,7 +133,8 @@ void Report(const HostPropertyListError& why, CFStringRef* error) {
                                 text.size(), false);
 }
 
-// `length` bytes, or all there are for 0. False with `*error` when the stream refuses or ends early.
+// `length` bytes, or all there are for 0. False with `*error` when the stream refuses or ends
+// early.
 bool ReadAll(CFReadStreamRef stream, CFIndex length, ByteBuffer* buffer,
              HostPropertyListError* error) {
   constexpr size_t kPiece = 64 * 1024;
@@ -162,8 +163,10 @@ CFPropertyListRef ReadPlist(const UInt8* bytes, size_t count, CFOptionFlags muta
   HostPropertyListError why;
   CFPropertyListFormat found = 0;
   CFPropertyListRef list = HostReadPlist(bytes, count, mutability, &found, &why);
-  if (list == nullptr) Report(why, error);
-  else if (format != nullptr) *format = found;
+  if (list == nullptr)
+    Report(why, error);
+  else if (format != nullptr)
+    *format = found;
   return list;
 }
 
@@ -198,8 +201,10 @@ CFPropertyListRef HostReadPlist(const UInt8* bytes, size_t count, CFOptionFlags 
     switch (*format) {
       case kCFPropertyListBinaryFormat_v1_0:
         return HostReadPlistBinary(bytes, count, mutability, error);
-      case kCFPropertyListXMLFormat_v1_0: return HostReadPlistXML(bytes, count, mutability, error);
-      default: return HostReadPlistText(bytes, count, mutability, error);
+      case kCFPropertyListXMLFormat_v1_0:
+        return HostReadPlistXML(bytes, count, mutability, error);
+      default:
+        return HostReadPlistText(bytes, count, mutability, error);
     }
   } catch (const std::bad_alloc&) {  // of the readers' own lists
     *error = {"there is no memory left", ""};
@@ -208,8 +213,7 @@ CFPropertyListRef HostReadPlist(const UInt8* bytes, size_t count, CFOptionFlags 
 }
 
 CFPropertyListRef HostReadPropertyList(const UInt8* bytes, size_t count, CFOptionFlags mutability,
-                                       CFPropertyListFormat* format,
-                                       HostPropertyListError* error) {
+                                       CFPropertyListFormat* format, HostPropertyListError* error) {
   return HostReadPlist(bytes, count, mutability, format, error);
 }
 
@@ -250,10 +254,18 @@ CFIndex CFPropertyListWriteToStream(CFPropertyListRef list, CFWriteStreamRef str
   StreamSink sink(stream);
   bool isGood = false;
   switch (format) {
-    case kCFPropertyListXMLFormat_v1_0: isGood = HostWritePlistXML(list, sink, &why); break;
-    case kCFPropertyListBinaryFormat_v1_0: isGood = HostWritePlistBinary(list, sink, &why); break;
-    case kCFPropertyListOpenStepFormat: why.text = "the old text form is only read"; break;
-    default: why.text = "there is no such form of property lists"; break;
+    case kCFPropertyListXMLFormat_v1_0:
+      isGood = HostWritePlistXML(list, sink, &why);
+      break;
+    case kCFPropertyListBinaryFormat_v1_0:
+      isGood = HostWritePlistBinary(list, sink, &why);
+      break;
+    case kCFPropertyListOpenStepFormat:
+      why.text = "the old text form is only read";
+      break;
+    default:
+      why.text = "there is no such form of property lists";
+      break;
   }
   if (isGood) return sink.Total();
   Report(why, error);
@@ -264,10 +276,14 @@ Boolean CFPropertyListIsValid(CFPropertyListRef list, CFPropertyListFormat forma
   HostPropertyListError ignored;
   DroppingSink sink;
   switch (format) {
-    case kCFPropertyListXMLFormat_v1_0: return HostWritePlistXML(list, sink, &ignored);
-    case kCFPropertyListBinaryFormat_v1_0: return HostWritePlistBinary(list, sink, &ignored);
-    case kCFPropertyListOpenStepFormat: return HasOnlyTextTypes(list);
-    default: return false;
+    case kCFPropertyListXMLFormat_v1_0:
+      return HostWritePlistXML(list, sink, &ignored);
+    case kCFPropertyListBinaryFormat_v1_0:
+      return HostWritePlistBinary(list, sink, &ignored);
+    case kCFPropertyListOpenStepFormat:
+      return HasOnlyTextTypes(list);
+    default:
+      return false;
   }
 }
 
@@ -283,7 +299,8 @@ CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef, CFPropertyListRef
     }
     if (walk.Key() != nullptr && !builder.Add(retained(walk.Key()), 0)) return nullptr;
     const bool isArray = walk.Object()->TypeID() == kHostTypeArray;
-    const auto kind = isArray ? HostPlistBuilder::Kind::kArray : HostPlistBuilder::Kind::kDictionary;
+    const auto kind =
+        isArray ? HostPlistBuilder::Kind::kArray : HostPlistBuilder::Kind::kDictionary;
     if (walk.Current() == HostPlistWalk::Step::kOpen) {
       if (!builder.Open(kind)) return nullptr;
     } else if (!builder.Add(retained(walk.Object()), 0)) {

@@ -20,8 +20,8 @@ constexpr int kLists = 300;
 class PlistExchange : public testing::Test {
  protected:
   void SetUp() override {
-    folder = std::filesystem::temp_directory_path() /
-             ("plist_exchange." + std::to_string(::getpid()));
+    folder =
+        std::filesystem::temp_directory_path() / ("plist_exchange." + std::to_string(::getpid()));
     std::filesystem::create_directory(folder);
   }
   void TearDown() override { std::filesystem::remove_all(folder); }

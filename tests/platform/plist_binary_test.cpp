@@ -85,7 +85,9 @@ TEST(PlistBinary, ReadsEveryKindAndWidth) {
 TEST(PlistBinary, ReadsOffsetsAndReferencesOfAnyWidth) {
   for (size_t offsetSize = 1; offsetSize <= 8; ++offsetSize) {
     for (size_t refSize = 1; refSize <= 8; ++refSize) {
-      const File file = {{"\xA2" + Big(1, refSize) + Big(2, refSize), "\x51" "a",
+      const File file = {{"\xA2" + Big(1, refSize) + Big(2, refSize),
+                          "\x51"
+                          "a",
                           "\xD1" + Big(1, refSize) + Big(3, refSize), "\x09"},
                          offsetSize,
                          refSize};
@@ -190,6 +192,22 @@ TEST(PlistBinary, GivesEveryReferrerAContainerOfItsOwn) {
   EXPECT_NE(first, CFArrayGetValueAtIndex(array, 1));
 }
 
+// What the first of two equal keys had is let go of, and then referred to once more.
+TEST(PlistBinary, ForgetsNothingWhenAKeyComesTwice) {
+  const File file = {{"\xA2\1\5", "\xD2\2\3\5\4",
+                      "\x51"
+                      "a",
+                      "\x51"
+                      "a",
+                      "\x09",
+                      "\x53"
+                      "old"}};
+  const ReadList list(file.Bytes());
+  ASSERT_NE(nullptr, list.Get()) << list.error.Sentence();
+  EXPECT_EQ("<array><dict><key>a</key><true/></dict><string>old</string></array>",
+            BodyOf(list.Get()));
+}
+
 // Each array refers to the next one twice: 2^n of them, were they all made.
 TEST(PlistBinary, BoundsWhatSharedReferencesMake) {
   for (const size_t levels : {40, 500}) {
@@ -220,17 +238,18 @@ TEST(PlistBinary, WritesTheDocumentedBytes) {
       "<integer>300</integer><integer>9223372036854775808</integer></array></dict>");
   const std::string expected =
       "bplist00"
-      "\xD1\x01\x02"                                                       // 0
-      "\x51" "a"                                                           // 1
-      "\xAA\x03\x04\x01\x03\x05\x06\x07\x08\x09\x0A"                       // 2
-      "\x10\x01"                                                           // 3
-      "\x23\x3F\xF0\0\0\0\0\0\0"                                           // 4
-      "\x13\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"                               // 5
-      "\x61\0\xE9"                                                         // 6
-      "\x09"                                                               // 7
-      "\x42\0\1"                                                           // 8
-      "\x11\x01\x2C"                                                       // 9
-      "\x14\0\0\0\0\0\0\0\0\x80\0\0\0\0\0\0\0"                             // 10
+      "\xD1\x01\x02"  // 0
+      "\x51"
+      "a"                                             // 1
+      "\xAA\x03\x04\x01\x03\x05\x06\x07\x08\x09\x0A"  // 2
+      "\x10\x01"                                      // 3
+      "\x23\x3F\xF0\0\0\0\0\0\0"                      // 4
+      "\x13\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"          // 5
+      "\x61\0\xE9"                                    // 6
+      "\x09"                                          // 7
+      "\x42\0\1"                                      // 8
+      "\x11\x01\x2C"                                  // 9
+      "\x14\0\0\0\0\0\0\0\0\x80\0\0\0\0\0\0\0"        // 10
       "\x08\x0B\x0D\x18\x1A\x23\x2C\x2F\x30\x33\x36"
       "\0\0\0\0\0\0\x01\x01\0\0\0\0\0\0\0\x0B\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x47"s;
   EXPECT_EQ(expected, WriteBinary(list.Get()));

@@ -56,16 +56,15 @@ TEST(PropertyList, ReadsStreamsAndTellsFormOrFault) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.bytes);
-    CFReadStreamRef stream = CFReadStreamCreateWithBytesNoCopy(
-        nullptr, reinterpret_cast<const UInt8*>(row.bytes.data()),
-        static_cast<CFIndex>(row.bytes.size()), kCFAllocatorNull);
+    CFReadStreamRef stream =
+        CFReadStreamCreateWithBytesNoCopy(nullptr, reinterpret_cast<const UInt8*>(row.bytes.data()),
+                                          static_cast<CFIndex>(row.bytes.size()), kCFAllocatorNull);
     const Held keeper(stream);
     ASSERT_TRUE(CFReadStreamOpen(stream));
     CFPropertyListFormat format = -7;
     CFStringRef error = CFSTR("stale");
-    const Held list(CFPropertyListCreateFromStream(nullptr, stream, row.length,
-                                                   kCFPropertyListMutableContainersAndLeaves,
-                                                   &format, &error));
+    const Held list(CFPropertyListCreateFromStream(
+        nullptr, stream, row.length, kCFPropertyListMutableContainersAndLeaves, &format, &error));
     EXPECT_EQ(row.format != 0, list.Get() != nullptr);
     EXPECT_EQ(row.format != 0 ? row.format : -7, format);
     EXPECT_EQ(row.error, TextOf(error));
@@ -125,8 +124,8 @@ TEST(PropertyList, FullStreamsFail) {
   const Held keeper(stream);
   ASSERT_TRUE(CFWriteStreamOpen(stream));
   CFStringRef error = nullptr;
-  EXPECT_EQ(0, CFPropertyListWriteToStream(list.Get(), stream, kCFPropertyListXMLFormat_v1_0,
-                                           &error));
+  EXPECT_EQ(0,
+            CFPropertyListWriteToStream(list.Get(), stream, kCFPropertyListXMLFormat_v1_0, &error));
   EXPECT_EQ("the bytes could not be written", TextOf(error));
   CFRelease(error);
 }
@@ -134,8 +133,8 @@ TEST(PropertyList, FullStreamsFail) {
 TEST(PropertyList, MutabilityIsThatOfTheContainers) {
   const Held data(DataOf("<dict><key>a</key><array/></dict>"));
   for (const CFOptionFlags mutability : {0, 1, 2}) {
-    const Held list(CFPropertyListCreateFromXMLData(
-        nullptr, static_cast<CFDataRef>(data.Get()), mutability, nullptr));
+    const Held list(CFPropertyListCreateFromXMLData(nullptr, static_cast<CFDataRef>(data.Get()),
+                                                    mutability, nullptr));
     const Held copy(CFPropertyListCreateDeepCopy(nullptr, list.Get(), mutability));
     EXPECT_TRUE(CFEqual(list.Get(), copy.Get()));
     EXPECT_NE(list.Get(), copy.Get());
@@ -166,8 +165,8 @@ TEST(PropertyList, KnowsWhatIsNone) {
                      kCFAllocatorNull);
   const Held late(HostCFDate::Create(1e15));
   const Held never(HostCFDate::Create(std::bit_cast<double>(UINT64_MAX)));
-  for (const CFTypeRef object : {nested.Get(), bare.Get(), numbered.Get(), holder.Get(),
-                                 late.Get(), never.Get(), CFTypeRef{}, CFTypeRef{kCFAllocatorNull}}) {
+  for (const CFTypeRef object : {nested.Get(), bare.Get(), numbered.Get(), holder.Get(), late.Get(),
+                                 never.Get(), CFTypeRef{}, CFTypeRef{kCFAllocatorNull}}) {
     EXPECT_FALSE(CFPropertyListIsValid(object, kCFPropertyListXMLFormat_v1_0));
     EXPECT_FALSE(CFPropertyListIsValid(object, kCFPropertyListBinaryFormat_v1_0));
     EXPECT_EQ('[', WriteXML(object)[0]);
@@ -195,6 +194,20 @@ TEST(PropertyList, RandomListsSurviveBothForms) {
     ASSERT_NE(nullptr, fromBinary.Get()) << fromBinary.error.Sentence();
     ASSERT_EQ(xml, WriteXML(fromBinary.Get()));
   }
+}
+
+// One number for all bytes of many files: every machine writes the same ones.
+TEST(PropertyList, EveryHostWritesTheSameBytes) {
+  UInt64 sum = 14695981039346656037u;  // FNV-1a
+  const auto add = [&sum](const std::string& bytes) {
+    for (const char c : bytes) sum = (sum ^ static_cast<UInt8>(c)) * 1099511628211u;
+  };
+  for (UInt32 seed = 0; seed < 200; ++seed) {
+    const Held list(RandomList(seed, RandomList::Text::kAll).Value(5));
+    add(WriteXML(list.Get()));
+    add(WriteBinary(list.Get()));
+  }
+  EXPECT_EQ(8820086943229928717u, sum);
 }
 
 }  // namespace

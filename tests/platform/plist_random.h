@@ -24,19 +24,27 @@ class RandomList {
 
   CFTypeRef Value(int depth) {
     switch (Below(depth > 0 ? 9 : 7)) {
-      case 0: return String();
-      case 1: return HostCFNumber::CreateSInt64(static_cast<SInt64>(Bits() >> Below(64)));
-      case 2: return HostCFNumber::CreateUInt64(UINT64_MAX - Bits() / 4);
-      case 3: return HostCFNumber::CreateFloat64(Real());
-      case 4: return Below(2) != 0 ? kCFBooleanTrue : kCFBooleanFalse;
-      case 5: return Data();
+      case 0:
+        return String();
+      case 1:
+        return HostCFNumber::CreateSInt64(static_cast<SInt64>(Bits() >> Below(64)));
+      case 2:
+        return HostCFNumber::CreateUInt64(UINT64_MAX - Bits() / 4);
+      case 3:
+        return HostCFNumber::CreateFloat64(Real());
+      case 4:
+        return Below(2) != 0 ? kCFBooleanTrue : kCFBooleanFalse;
+      case 5:
+        return Data();
       case 6: {
         constexpr SInt64 kSpan = 252423993600 + 63113904000;
         const auto seconds = static_cast<SInt64>(Below(kSpan)) - 63113904000;
         return HostCFDate::Create(static_cast<double>(seconds));
       }
-      case 7: return Array(depth);
-      default: return Dictionary(depth);
+      case 7:
+        return Array(depth);
+      default:
+        return Dictionary(depth);
     }
   }
 
@@ -45,13 +53,15 @@ class RandomList {
   UInt64 Bits() { return engine(); }
 
   HostCFString* String() {
-    static constexpr UniChar kUnits[] = {'a', 'b', '<', '&', '>',    '\n',
+    static constexpr UniChar kUnits[] = {'a', 'b', '<',  '&',    '>',    '\n',
                                          '"', '9', 0xE9, 0x20AC, 0xFFFD, 1};
     const size_t choice = std::size(kUnits) - (text == Text::kAll ? 0 : 1);
     std::vector<UniChar> units;
     for (UInt64 i = Below(12); i > 0; --i) {
-      if (Below(8) == 0) units.insert(units.end(), {0xD83D, 0xDE00});
-      else units.push_back(kUnits[Below(choice)]);
+      if (Below(8) == 0)
+        units.insert(units.end(), {0xD83D, 0xDE00});
+      else
+        units.push_back(kUnits[Below(choice)]);
     }
     return HostCFString::Create(HostTextView{nullptr, units.data(), units.size()});
   }

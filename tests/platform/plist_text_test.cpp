@@ -20,7 +20,9 @@ TEST(PlistText, Reads) {
       {"\"\"", "<string></string>"},
       {"'a \"b\"\n'", "<string>a \"b\"</string>"},
       {"\"a\\\"\\\\\\'\\a\\b\\f\\r\\v\"", "<string>a\"\\'\a\b\f\r\v</string>"},
-      {"\"\\101\\0479\\1a\"", "<string>A'9\x01" "a</string>"},
+      {"\"\\101\\0479\\1a\"",
+       "<string>A'9\x01"
+       "a</string>"},
       {"\"\\341\\256\"", "<string>\xC3\x86\xEF\xAC\x81</string>"},  // not as in ISO Latin-1
       {"\"\\U00e9\\Ud83d\\Ude00\"", "<string>\xC3\xA9\xF0\x9F\x98\x80</string>"},
       {"'\xC3\xA9\\n\xE2\x82\xAC'", "<string>\xC3\xA9\xE2\x82\xAC</string>"},
@@ -28,8 +30,9 @@ TEST(PlistText, Reads) {
       {"\xFE\xFF\0x"sv, "<string>x</string>"},
       {"\xFF\xFE(\0)\0"sv, "<array/>"},
       {"()", "<array/>"},
-      {"(a, 'b',(c) , {},)", "<array><string>a</string><string>b</string><array><string>c</string>"
-                             "</array><dict/></array>"},
+      {"(a, 'b',(c) , {},)",
+       "<array><string>a</string><string>b</string><array><string>c</string>"
+       "</array><dict/></array>"},
       {"{}", "<dict/>"},
       {"{ b = 1; \"a\" = (x); c; }",
        "<dict><key>a</key><array><string>x</string></array><key>b</key><string>1</string>"

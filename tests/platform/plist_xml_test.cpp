@@ -69,6 +69,10 @@ TEST(PlistXML, AcceptsAndWritesInOneForm) {
        "<dict><key></key><array/><key>a</key><false/><key>b</key><true/></dict>"},
       {"<dict><key>a</key><true/><key>&#97;</key><false/></dict>",
        "<dict><key>a</key><false/></dict>"},
+      // What is dropped for a repeated key may have had the only use of another key.
+      {"<array><dict><key>a</key><dict><key>x</key><true/></dict><key>a</key><true/></dict>"
+       "<dict><key>x</key><true/></dict></array>",
+       "<array><dict><key>a</key><true/></dict><dict><key>x</key><true/></dict></array>"},
       // By code unit: a surrogate comes before U+FF5E, and a prefix before what it begins.
       {"<dict><key>\xEF\xBD\x9E</key><true/><key>\xF0\x9F\x98\x80</key><true/><key>zz</key><true/>"
        "<key>\xC3\xA9</key><true/><key>z</key><true/></dict>",
@@ -219,7 +223,8 @@ std::string InUTF16(std::string_view ascii, bool isBig) {
 
 TEST(PlistXML, ReadsUTF16WithItsMark) {
   for (const bool isBig : {false, true}) {
-    std::string text = InUTF16("<?xml version='1.0' encoding='UTF-16'?>\n<string>ax</string>", isBig);
+    std::string text =
+        InUTF16("<?xml version='1.0' encoding='UTF-16'?>\n<string>ax</string>", isBig);
     const size_t x = text.find('x', text.size() - 24);
     text.replace(x - (isBig ? 1 : 0), 2, isBig ? "\xD8\x3D\xDE\x00"sv : "\x3D\xD8\x00\xDE"sv);
     const ReadList list(text);

@@ -35,8 +35,8 @@ extern "C" {
 CFPropertyListRef CFPropertyListCreateFromXMLData(CFAllocatorRef allocator, CFDataRef bytes,
                                                   CFOptionFlags mutability, CFStringRef* error);
 
-// The same from `length` bytes of an open stream (0: to its end), which must all be there. `*format`
-// (may be null) tells the form that was found; on failure it is unchanged.
+// The same from `length` bytes of an open stream (0: to its end), which must all be there.
+// `*format` (may be null) tells the form that was found; on failure it is unchanged.
 CFPropertyListRef CFPropertyListCreateFromStream(CFAllocatorRef allocator, CFReadStreamRef stream,
                                                  CFIndex length, CFOptionFlags mutability,
                                                  CFPropertyListFormat* format, CFStringRef* error);
