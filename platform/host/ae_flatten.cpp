@@ -77,7 +77,8 @@ OSStatus WriteSmallValue(const HostAEItem& item, HostGather& out) {
 }
 
 OSStatus WriteItem(const HostAEItem& item, HostGather& out) {
-  if (!item.IsContainer() && item.size <= HostAEItem::kInlineSize) return WriteSmallValue(item, out);
+  if (!item.IsContainer() && item.size <= HostAEItem::kInlineSize)
+    return WriteSmallValue(item, out);
   uint8_t* head = out.Extend(kHostItemHeadSize - sizeof(uint32_t));
   HostStoreBig32(head + kHostKeyAt, item.key);
   HostStoreBig32(head + kHostTypeAt, item.type);

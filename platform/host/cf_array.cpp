@@ -5,7 +5,8 @@
 #include <memory>
 #include <new>
 
-__CFArray* __CFArray::Make(const HostItemCallbacks* callbacks, size_t room, bool isMutable, HostObjectPool* pool) {
+__CFArray* __CFArray::Make(const HostItemCallbacks* callbacks, size_t room, bool isMutable,
+                           HostObjectPool* pool) {
   const size_t size = HostContainerSize(sizeof(__CFArray), room, sizeof(const void*));
   if (size == 0) return nullptr;
   const HostObjectBlock block(pool, size);

@@ -8,8 +8,8 @@
 struct __CFDate final : HostCFObject {
   static constexpr HostTypeID kClass = kHostTypeDate;
 
-  // One reference for the caller; null when there is no memory. The block is from `pool` unless that
-  // is null.
+  // One reference for the caller; null when there is no memory. The block is from `pool` unless
+  // that is null.
   static __CFDate* Create(CFAbsoluteTime time, HostObjectPool* pool = nullptr);
 
   CFAbsoluteTime Time() const { return time; }

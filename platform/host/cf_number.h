@@ -20,8 +20,8 @@ struct __CFNumber final : HostCFObject {
     kUInt64,
   };
 
-  // One reference for the caller; null when there is no memory. The block is from `pool` unless that
-  // is null.
+  // One reference for the caller; null when there is no memory. The block is from `pool` unless
+  // that is null.
   static __CFNumber* CreateSInt64(SInt64 value, HostObjectPool* pool = nullptr) {
     return Make(Form::kSInt64, {.integer = value}, pool);
   }

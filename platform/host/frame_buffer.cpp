@@ -7,8 +7,8 @@
 #include <new>
 
 // Each thread keeps the last blocks that it released if they are of the size that connections read
-// into, or that large values take: fresh memory of that size costs a page fault per page. It keeps a
-// few small ones too, which every longer text needs.
+// into, or that large values take: fresh memory of that size costs a page fault per page. It keeps
+// a few small ones too, which every longer text needs.
 
 namespace {
 

@@ -10,8 +10,8 @@
 
 namespace {
 
-// What a connection reads into at first: many small frames, or the beginning of a large one. A frame
-// with a parameter of 64 KiB fits whole.
+// What a connection reads into at first: many small frames, or the beginning of a large one. A
+// frame with a parameter of 64 KiB fits whole.
 constexpr size_t kBlockSize = size_t{68} << 10;
 // The least room worth a receive call when no frame's size is known.
 constexpr size_t kLeastRoom = size_t{4} << 10;
@@ -77,7 +77,8 @@ bool HostFrameReader::MakeRoom() {
   HostFrameRef larger;
   if (wanted > kBlockSize) larger = HostFrameRef(HostFrameBuffer::TakeSpare(wanted));
   if (!larger) {
-    larger = HostFrameRef(HostFrameBuffer::Create(std::max(kBlockSize, std::min(wanted, 2 * have))));
+    larger =
+        HostFrameRef(HostFrameBuffer::Create(std::max(kBlockSize, std::min(wanted, 2 * have))));
   }
   if (!larger) return false;
   if (have > 0) memcpy(larger->Bytes(), block->Bytes() + begin, have);

@@ -190,8 +190,9 @@ bool __CFRunLoop::RemoveSourceFromMode(__CFRunLoopSource* source, HostCFString* 
     HostRunLoopMode* mode = FindMode(modeName);
     if (mode == nullptr || !Contains(*mode, source)) return false;
     if (source->IsPort()) {
-      const auto port = std::find_if(mode->ports.begin(), mode->ports.end(),
-                                     [source](const auto& each) { return each.source.Get() == source; });
+      const auto port =
+          std::find_if(mode->ports.begin(), mode->ports.end(),
+                       [source](const auto& each) { return each.source.Get() == source; });
       port->receiver->Unwatch(mode->epollSet);
       mode->ports.erase(port);
     } else {

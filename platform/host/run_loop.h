@@ -116,7 +116,8 @@ struct HostRunLoopMode {
 struct __CFRunLoop final : HostCFObject {
   static constexpr HostTypeID kClass = kHostTypeRunLoop;
 
-  // Null when the kernel refuses the wake-up descriptor. Belongs to the calling thread if `current`.
+  // Null when the kernel refuses the wake-up descriptor. Belongs to the calling thread if
+  // `current`.
   static __CFRunLoop* Create(bool current);
   // The thread ends: everything leaves.
   void Close();

@@ -93,7 +93,8 @@ TEST(RunLoop, StopBeforeTheRunIsKept) {
 
 TEST(RunLoop, SourcesFireByOrderOncePerPass) {
   std::string log;
-  Action last([&] { log += "3"; }, 3), first([&] { log += "1"; }, 1), middle([&] { log += "2"; }, 2);
+  Action last([&] { log += "3"; }, 3), first([&] { log += "1"; }, 1),
+      middle([&] { log += "2"; }, 2);
   for (Action* action : {&last, &first, &middle}) {
     action->Add();
     action->Add();

@@ -3,7 +3,8 @@
 #include <CoreServices/AEMach.h>
 
 using AEIdleUPP = Boolean (*)(void* event, SInt32* sleepTime, void** mouseRgn);
-using AEFilterUPP = Boolean (*)(void* event, SInt32 returnID, AETransactionID, const AEDesc* sender);
+using AEFilterUPP = Boolean (*)(void* event, SInt32 returnID, AETransactionID,
+                                const AEDesc* sender);
 
 extern "C" {
 

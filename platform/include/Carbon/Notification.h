@@ -32,11 +32,11 @@ struct NMRec {
 
 extern "C" {
 
-// Shows the record's text, once for each call, in place of the record's earlier notice. The response
-// routine is called once for each notice when that is over (dismissed, replaced, or written to the
-// log because nobody could see it), possibly before this returns, on the main run loop while that
-// runs or on another thread; the record is still installed then. Waits for no desktop.
-// nmTypErr for another queue type or null.
+// Shows the record's text, once for each call, in place of the record's earlier notice. The
+// response routine is called once for each notice when that is over (dismissed, replaced, or
+// written to the log because nobody could see it), possibly before this returns, on the main run
+// loop while that runs or on another thread; the record is still installed then. Waits for no
+// desktop. nmTypErr for another queue type or null.
 OSErr NMInstall(NMRecPtr record);
 
 // Withdraws the record's notices. No response of it begins after this, and one that is running on

@@ -20,7 +20,11 @@ using CFStringRef = const struct __CFString*;
 using CFMutableStringRef = struct __CFString*;
 
 using CFComparisonResult = SInt32;
-enum : CFComparisonResult { kCFCompareLessThan = -1, kCFCompareEqualTo = 0, kCFCompareGreaterThan = 1 };
+enum : CFComparisonResult {
+  kCFCompareLessThan = -1,
+  kCFCompareEqualTo = 0,
+  kCFCompareGreaterThan = 1
+};
 
 struct CFRange {
   CFIndex location;

@@ -74,7 +74,8 @@ void CFRunLoopRun(void);
 
 // Runs at most `seconds` (0: one pass without waiting). An empty mode is finished at once. A stop
 // that was sent before the run ends it before its first callout.
-SInt32 CFRunLoopRunInMode(CFStringRef mode, CFTimeInterval seconds, Boolean returnAfterSourceHandled);
+SInt32 CFRunLoopRunInMode(CFStringRef mode, CFTimeInterval seconds,
+                          Boolean returnAfterSourceHandled);
 
 void CFRunLoopStop(CFRunLoopRef loop);    // ends the innermost run; kept until the next run if none
 void CFRunLoopWakeUp(CFRunLoopRef loop);  // one pass; remembered while the loop is awake
