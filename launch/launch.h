@@ -37,7 +37,7 @@ using VLTLaunchProbe = OSStatus (*)(void* first, void* second);
 // How a daemon is found and started comes from a launch specification, once. An administrator may
 // override it with a dictionary in the preferences, which is read on the first look-up and never
 // again. What the setters change counts from the next look-up on, but the first look-up takes port
-// name and signature from the specification, also over ones that were set before it.
+// name and signature from the launch specification, also over ones that were set before it.
 //
 // procNotFound is the condition "not there" throughout: it passes from one way to the next.
 //
@@ -45,7 +45,7 @@ using VLTLaunchProbe = OSStatus (*)(void* first, void* second);
 // opening the application takes, and then for at most launchRetries times the sleep interval.
 class VLTLaunch {
  public:
-  // Copies the specification; its texts are borrowed for the object's life. Does nothing else.
+  // Copies the launch specification, whose texts are borrowed for the object's life. Nothing else.
   explicit VLTLaunch(const VLTLaunchSpec& specification);
   VLTLaunch(const VLTLaunch&) = delete;
   VLTLaunch& operator=(const VLTLaunch&) = delete;
@@ -95,7 +95,7 @@ class VLTLaunch {
   // waited for: launchRetries becomes 0, for good. 0.
   virtual OSStatus init();
 
-  // Takes the specification's values over, once in the object's life. 0.
+  // Takes the launch specification's values over, once in the object's life. 0.
   virtual OSStatus initParams();
 
   // initParams, readPreferences, init. The first error.

@@ -62,7 +62,7 @@ const Folders kPlatformHeaders = {"CoreFoundation/CoreFoundation.h",
 
 // C headers that the upper folders may name: those of the language, and POSIX where documented
 // behaviour names a call (identity, file modes, waiting, threads).
-const Folders kPlainHeaders = {"fcntl.h",    "pthread.h",   "pwd.h",   "stdint.h",
+const Folders kPlainHeaders = {"pthread.h",  "pwd.h",       "stdint.h",
                                "sys/stat.h", "sys/types.h", "unistd.h"};
 
 std::string FolderOf(const std::string& path) {

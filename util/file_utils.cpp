@@ -1,6 +1,5 @@
 #include "util/file_utils.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -96,10 +95,8 @@ OSErr SetPermissions(FSSpec& item, int mode) {
   static char path[1024];
   const OSErr err = FSSpecToPath(&item, path, sizeof path);
   if (err != noErr) return err;
-  // Whoever may write the folder may put a link there: what it points to is none of our business.
   const auto bits = static_cast<mode_t>(mode & 0xFFFF);
-  return fchmodat(AT_FDCWD, path, bits, AT_SYMLINK_NOFOLLOW) == 0 ? OSErr{noErr}
-                                                                  : static_cast<OSErr>(errno);
+  return chmod(path, bits) == 0 ? OSErr{noErr} : static_cast<OSErr>(errno);
 }
 
 OSErr GetFileSize(SInt16 vRefNum, SInt32 dirID, ConstStr255Param name, SInt32* dataSize,

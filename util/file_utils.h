@@ -24,8 +24,9 @@ OSErr GetRootSupportFolder(FSSpec* out, SInt16 domain);  // this package's folde
 OSErr FindOrCreateSubDirectory(FSSpec& folder, unsigned char* name);
 
 // Sets the permission bits of a file or folder. A platform status when the item has no path, else
-// the value of errno, a positive number. A symbolic link is refused, never followed. One thread at
-// a time: the path stands in a static buffer.
+// the value of errno, a positive number. Of a symbolic link it is the target's bits that are set:
+// ask ResolveAliasFile first where strangers may put links. One thread at a time: the path stands in
+// a static buffer.
 OSErr SetPermissions(FSSpec& item, int mode);
 
 // Sizes in bytes of a file's forks, 0x7FFFFFFF for larger ones; either pointer may be null.

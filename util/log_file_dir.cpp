@@ -9,6 +9,15 @@ namespace {
 constexpr unsigned char kLogsName[] = "\004Logs";
 constexpr int kOpenToAll = 0777;
 
+// Another user's folder stays as it is. So does what a link leads to: all may write the folder
+// around it, so anybody may have put the link there.
+void OpenToAll(FSSpec& folder) {
+  FSSpec target = folder;
+  Boolean isFolder = 0, isLink = 0;
+  if (ResolveAliasFile(&target, 1, &isFolder, &isLink) != noErr || isLink != 0) return;
+  SetPermissions(folder, kOpenToAll);
+}
+
 // Steps into each folder of `subPath`, putting a zero over each "/" on the way.
 OSErr WalkDown(FSSpec& folder, char* subPath) {
   OSErr err = noErr;
@@ -20,7 +29,7 @@ OSErr WalkDown(FSSpec& folder, char* subPath) {
     if (*name != 0) {
       Str255 text;
       err = FindOrCreateSubDirectory(folder, cpstrcpy(text, name, sizeof text));
-      if (err == noErr) SetPermissions(folder, kOpenToAll);  // another user's folder stays as it is
+      if (err == noErr) OpenToAll(folder);
     }
     name = next;
   }

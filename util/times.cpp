@@ -44,6 +44,18 @@ OSStatus MPCallThrottle::DelayIfNeeded() {
   return noErr;
 }
 
+void GetLocalTime(LocalTimeRecord& record) {
+  constexpr UInt32 kOffsetMask = 0x00FFFFFF;
+  constexpr UInt32 kOffsetSign = 0x00800000;
+  MachineLocation location;
+  UInt32 seconds = 0;
+  GetDateTime(&seconds);
+  ReadLocation(&location);
+  UInt32 offset = static_cast<UInt32>(location.u.gmtDelta) & kOffsetMask;
+  if ((offset & kOffsetSign) != 0) offset |= ~kOffsetMask;
+  record = {0, seconds, kLocalTimeIsKnown, static_cast<SInt32>(offset)};
+}
+
 OSStatus MPDelayForDuration(Duration duration) {
   AbsoluteTime deadline = AddDurationToAbsolute(duration, UpTime());
   return MPDelayUntil(&deadline);

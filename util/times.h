@@ -60,6 +60,18 @@ class MPCallThrottle {
   AbsoluteTime interval;
 };
 
+// The date for people: the local time, and how far it is from Greenwich.
+struct LocalTimeRecord {
+  UInt32 highSeconds;  // 0
+  UInt32 seconds;      // local, since the beginning of 1904
+  UInt32 flags;        // kLocalTimeIsKnown
+  SInt32 gmtOffset;    // seconds east of Greenwich, daylight saving time included
+};
+constexpr UInt32 kLocalTimeIsKnown = 0x100;
+
+// Of now, by the wall clock: not for measuring.
+void GetLocalTime(LocalTimeRecord& record);
+
 // Blocks the caller; the platform's status.
 OSStatus MPDelayForDuration(Duration duration);
 

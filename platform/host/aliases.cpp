@@ -22,9 +22,7 @@ struct Target {
 // What is at the item's path. fnfErr leaves item and path as the place where it should be.
 OSErr LookAt(const HostItem& item, Target* target) {
   target->item = item;
-  const OSErr err = HostPathOfItem(item, &target->path);
-  if (err != noErr) return err;
-  return lstat(target->path.c_str(), &target->info) == 0 ? OSErr{noErr} : HostFileStatus(errno);
+  return HostLookAtItem(item, &target->path, &target->info);
 }
 
 // The place that a link's text names, seen from the folder the link is in. Only its last component

@@ -3,6 +3,8 @@
 #include <CoreFoundation/CFDictionary.h>
 #include <dirent.h>
 #include <fcntl.h>
+#include <limits.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -147,6 +149,12 @@ bool IsBundleName(std::string_view path) {
   return name.size() > kExtension.size() && name.ends_with(kExtension);
 }
 
+// A link counts when what it leads to has a bundle's name too, for that is what will be opened.
+bool LeadsToBundle(const std::string& path) {
+  char real[PATH_MAX];
+  return realpath(path.c_str(), real) != nullptr && IsBundleName(real);
+}
+
 // A walk through a folder of applications. Folders are taken from a list, not by recursion.
 struct Walk {
   struct Folder {
@@ -166,7 +174,7 @@ struct Walk {
       if (++entries > kMaxEntries) break;
       std::string path = folder.path + "/" + entry->d_name;
       if (IsBundleName(path)) {
-        bundles.push_back(std::move(path));
+        if (entry->d_type == DT_DIR || LeadsToBundle(path)) bundles.push_back(std::move(path));
       } else if (folder.depth + 1 < kMaxDepth && IsFolder(dirfd(directory), *entry)) {
         folders.push_back({std::move(path), folder.depth + 1});
       }

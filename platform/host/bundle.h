@@ -39,6 +39,6 @@ bool HostBundleOfProgram(std::string_view programPath, HostBundle* bundle);
 std::vector<std::string> HostApplicationFolders();
 
 // The applications of those folders and of the folders in them, 4 levels deep: folders by the order
-// above, within each by path. Links to bundles count, links to folders are not followed. Stops
-// after 10,000 entries of a folder tree.
+// above, within each by path. Links to bundles count when what they lead to has a bundle's name as
+// well, links to folders are not followed. Stops after 10,000 entries of a folder tree.
 std::vector<HostBundle> HostListApplications();

@@ -18,16 +18,19 @@ OSErr StatItem(const std::string& path, struct stat* info) {
   return lstat(path.c_str(), info) == 0 ? OSErr{noErr} : HostFileStatus(errno);
 }
 
-// The path of an item that is there.
-OSErr PathOfExisting(const HostItem& item, std::string* path, struct stat* info) {
-  const OSErr err = HostPathOfItem(item, path);
-  return err == noErr ? StatItem(*path, info) : err;
-}
-
 OSErr PathOfRef(const FSRef* ref, HostItem* item, std::string* path) {
   if (ref == nullptr) return paramErr;
   struct stat info;
   return HostResolveRef(*ref, item, path, &info);
+}
+
+// The record of what a reference names, whether or not it is still there: the disk tells nothing
+// that is in a record. Resolving the record tells whether it is.
+OSErr SpecOfRef(const FSRef* ref, FSSpec* spec) {
+  if (ref == nullptr) return paramErr;
+  HostItem item;
+  const OSErr err = HostItemOfRef(*ref, &item);
+  return err == noErr ? HostSpecOfItem(item, spec) : err;
 }
 
 // A name as UTF-16: of UTF-8, or else of Mac Roman.
@@ -84,7 +87,7 @@ OSErr FSpMakeFSRef(const FSSpec* spec, FSRef* ref) {
   std::string path;
   struct stat info;
   OSErr err = HostItemOfSpec(*spec, &item);
-  if (err == noErr) err = PathOfExisting(item, &path, &info);
+  if (err == noErr) err = HostLookAtItem(item, &path, &info);
   if (err == noErr) HostRefOfItem(item, ref, &info);
   return err;
 }
@@ -131,6 +134,8 @@ OSStatus FSRefMakePath(const FSRef* ref, UInt8* path, UInt32 max) {
 OSErr FSGetCatalogInfo(const FSRef* ref, FSCatalogInfoBitmap which, FSCatalogInfo*,
                        HFSUniStr255* name, FSSpec* spec, FSRef* parent) {
   if (which != kFSCatInfoNone) return paramErr;
+  const bool asksForRecordAlone = spec != nullptr && name == nullptr && parent == nullptr;
+  if (asksForRecordAlone) return SpecOfRef(ref, spec);
   HostItem item, folder;
   std::string path;
   FSSpec made;

@@ -3,7 +3,6 @@
 #include <dirent.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
-#include <time.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "platform/host/bundle.h"
+#include "platform/host/date_time.h"
 #include "platform/host/file_items.h"
 #include "platform/host/file_status.h"
 
@@ -18,18 +18,10 @@ namespace {
 
 // Where file servers on Linux keep a file's resource fork.
 constexpr char kResourceForkAttribute[] = "user.org.netatalk.ResourceFork";
-constexpr int64_t kSecondsTo1970 = 2082844800;  // from the start of 1904
 constexpr SInt16 kDesktopRefNum = 1;
 
 SInt32 Clamped(int64_t size) {
   return static_cast<SInt32>(std::clamp<int64_t>(size, 0, INT32_MAX));
-}
-
-UInt32 LocalDate(time_t time) {
-  tm local = {};
-  if (localtime_r(&time, &local) == nullptr) return 0;
-  const int64_t seconds = int64_t{time} + local.tm_gmtoff + kSecondsTo1970;
-  return static_cast<UInt32>(std::clamp<int64_t>(seconds, 0, UINT32_MAX));
 }
 
 struct CatalogueEntry {
@@ -40,9 +32,7 @@ struct CatalogueEntry {
 
 OSErr FindEntry(const HostItem& item, CatalogueEntry* entry) {
   entry->item = item;
-  const OSErr err = HostPathOfItem(item, &entry->path);
-  if (err != noErr) return err;
-  return lstat(entry->path.c_str(), &entry->info) == 0 ? OSErr{noErr} : HostFileStatus(errno);
+  return HostLookAtItem(item, &entry->path, &entry->info);
 }
 
 OSErr FindIndexed(SInt32 folder, int index, CatalogueEntry* entry) {
@@ -92,7 +82,7 @@ void FillFile(const CatalogueEntry& entry, Block* block) {
   block->ioFlRLgLen = block->ioFlRPyLen = Clamped(fork);
   block->ioFlStBlk = block->ioFlRStBlk = 0;
   block->ioFlFndrInfo = {};
-  block->ioFlCrDat = block->ioFlMdDat = LocalDate(entry.info.st_mtime);
+  block->ioFlCrDat = block->ioFlMdDat = HostLocalDate(entry.info.st_mtime);
   block->ioDirID = 0;  // files have no number
 }
 
@@ -113,7 +103,7 @@ OSErr FillFolder(const CatalogueEntry& entry, DirInfo* block) {
   block->ioDrFndrInfo = {};
   block->ioDrDirID = number;
   block->ioDrNmFls = 0;
-  block->ioDrCrDat = block->ioDrMdDat = LocalDate(entry.info.st_mtime);
+  block->ioDrCrDat = block->ioDrMdDat = HostLocalDate(entry.info.st_mtime);
   block->ioDrBkDat = 0;
   block->ioDrParID = entry.item.folder;
   return noErr;
@@ -167,7 +157,7 @@ std::vector<Application> ApplicationsOf(OSType creator) {
     if (stat(bundle.path.c_str(), &info) != 0) continue;
     if (HostItemAtEndOf(bundle.path.c_str(), &application.item) != noErr) continue;
     if (application.item.name.empty()) continue;
-    application.date = LocalDate(info.st_mtime);
+    application.date = HostLocalDate(info.st_mtime);
     found.push_back(std::move(application));
   }
   return found;

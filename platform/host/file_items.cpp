@@ -310,9 +310,7 @@ OSErr HostResolveRef(const FSRef& ref, HostItem* item, std::string* path, struct
     *path = Joined(std::move(*path), item->name);
     if (lstat(path->c_str(), info) == 0 && StampOf(*info) == bytes.stamp) return noErr;
   }
-  err = HostPathOfItem(*item, path);
-  if (err == noErr && lstat(path->c_str(), info) != 0) err = HostFileStatus(errno);
-  return err;
+  return HostLookAtItem(*item, path, info);
 }
 
 void HostRefOfItem(const HostItem& item, FSRef* ref, const struct stat* info) {
@@ -342,6 +340,12 @@ OSErr HostPathOfItem(const HostItem& item, std::string* path) {
   if (err != noErr) return err;
   *path = Joined(std::move(*path), item.name);
   return noErr;
+}
+
+OSErr HostLookAtItem(const HostItem& item, std::string* path, struct stat* info) {
+  const OSErr err = HostPathOfItem(item, path);
+  if (err != noErr) return err;
+  return lstat(path->c_str(), info) == 0 ? OSErr{noErr} : HostFileStatus(errno);
 }
 
 OSErr HostFolderOfItem(const HostItem& item, HostItem* folder) {

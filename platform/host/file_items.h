@@ -43,6 +43,8 @@ void HostRefOfItem(const HostItem& item, FSRef* ref, const struct stat* info = n
 
 // Its path. Makes sure of the folder, but not of the item.
 OSErr HostPathOfItem(const HostItem& item, std::string* path);
+// The same with what is there. When nothing is, fnfErr, and the path says where it would be.
+OSErr HostLookAtItem(const HostItem& item, std::string* path, struct stat* info);
 // The item that is the folder it lies in; dirNFErr for the root.
 OSErr HostFolderOfItem(const HostItem& item, HostItem* folder);
 

@@ -31,8 +31,10 @@ class HostLaunchLock {
   // False while somebody else holds it: another process, or another object of this one.
   bool Try();
 
-  // For the holder. A record is read only if it is of this program.
+  // A record is read only if it is of this program. To anybody but the holder it may be one that is
+  // just being replaced.
   HostLaunchRecord Read() const;
+  // For the holder.
   void Write(const HostLaunchRecord& record);
 
  private:

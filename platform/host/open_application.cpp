@@ -147,7 +147,7 @@ class Process {
 
   pid_t Pid() const { return pid; }  // 0: nobody
 
-  // Waits for its end. False when the time is over first, at once for nobody's.
+  // Waits for its end. False when the time is over first.
   bool HasEnded(int64_t nanoseconds) const {
     pollfd entry = {descriptor, POLLIN, 0};
     const timespec time = TimeOf(nanoseconds);
@@ -260,8 +260,12 @@ OSStatus OpenProgram(HostOpeningInfo* info) {
   const int64_t arrived = HostNow();
   info->outcome = HostOpening::kUnderWay;
   const bool hadToWait = !lock.Try();
-  if (hadToWait && !WaitForTurn(lock)) return kLSLaunchInProgressErr;
+  const bool isOurTurn = !hadToWait || WaitForTurn(lock);
   const HostLaunchRecord record = lock.Read();
+  if (!isOurTurn) {
+    if (record.opened == 0) info->pid = record.pid;  // of the start that is still under way
+    return kLSLaunchInProgressErr;
+  }
   // Whoever was before us has started it, whatever has become of it. (One who could not start it
   // has left no record: then it is for us to find out why.)
   if (hadToWait && record.pid != 0 && record.opened >= arrived) {

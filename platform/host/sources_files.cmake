@@ -3,6 +3,7 @@ target_sources(vlt_platform PRIVATE
   host/aliases.cpp
   host/bundle.cpp
   host/cf_url_ref.cpp
+  host/date_time.cpp
   host/file_calls.cpp
   host/file_catalogue.cpp
   host/file_items.cpp

@@ -187,7 +187,7 @@ TEST(Launch, SettersCountFromTheNextLookUpOn) {
   launch.setSignature(FourCC('e', 'a', 'r', 'l'));
   launch.setLaunchIfNotRunning(true);
   EXPECT_EQ(procNotFound, launch.find());
-  EXPECT_STREQ("test.spec", launch.portName);  // meant: the first look-up takes the specification's
+  EXPECT_STREQ("test.spec", launch.portName);  // meant: the first look-up has the last word
   EXPECT_EQ(kSignature, launch.getSignature());
   EXPECT_TRUE(launch.launchIfNotFound);
 

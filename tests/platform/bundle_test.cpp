@@ -130,6 +130,11 @@ TEST_F(Applications, AreListedFolderByFolder) {
   }
   scratch.Folder("a/veltrane/Applications/NoBundle.app");
   scratch.Link("a/veltrane/Applications/L.app", scratch.Path("elsewhere/E.app"));
+  // What it leads to could not be opened.
+  MakeTestBundle(scratch, "elsewhere/F.app", {});
+  std::filesystem::rename(scratch.Path("elsewhere/F.app"), scratch.Path("elsewhere/plain"));
+  scratch.Link("a/veltrane/Applications/M.app", scratch.Path("elsewhere/plain"));
+  scratch.Link("a/veltrane/Applications/N.app", "N.app");
   scratch.Link("a/veltrane/Applications/folder", scratch.Path("elsewhere"));
   scratch.Link("a/veltrane/Applications/loop", ".");
   const OpenDescriptorCheck noLeaks;

@@ -250,6 +250,13 @@ TEST(FileRecords, NumbersAndReferencesDieWithWhatTheyName) {
     EXPECT_EQ(fnfErr, FSpDirCreate(&spec, smSystemScript, nullptr));
     EXPECT_EQ(fnfErr, FSpDelete(&row.file));
   }
+  // A reference's record is where it was, which the disk is not asked for; all else is.
+  FSSpec lost;
+  HFSUniStr255 name;
+  EXPECT_EQ(noErr, FSGetCatalogInfo(&rows[0].fileRef, 0, nullptr, nullptr, &lost, nullptr));
+  EXPECT_EQ(0, std::memcmp(&lost, &rows[0].file, sizeof lost));
+  EXPECT_EQ(fnfErr, FSGetCatalogInfo(&rows[0].fileRef, 0, nullptr, &name, &lost, nullptr));
+  EXPECT_EQ(fnfErr, FSGetCatalogInfo(&rows[0].fileRef, 0, nullptr, nullptr, nullptr, nullptr));
   EXPECT_EQ("-43", PathOfRef(rows[0].folderRef));
   // The name alone is in the reference of a folder too: what has it now is meant.
   EXPECT_EQ(scratch.Path("replaced"), PathOfRef(rows[2].folderRef));

@@ -3,10 +3,13 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <time.h>
 
 #include <atomic>
 #include <chrono>
 #include <thread>
+
+#include "tests/support/scratch_folder.h"
 
 namespace {
 
@@ -85,6 +88,37 @@ TEST(Times, AStopwatchAddsUp) {
   EXPECT_LE(timer.AsSeconds(), 2 * all);
   timer.Reset();
   EXPECT_EQ(0, timer.AsSeconds());
+}
+
+TEST(Times, LocalTimeFollowsTheZone) {
+  constexpr SInt64 kTo1970 = 2082844800;
+  const struct {
+    const char* zone;
+    SInt32 offset;
+    bool isDaylight;
+  } rows[] = {
+      {"UTC0", 0, false},       {"EST-5:30", 19800, false},           {"WST8", -28800, false},
+      {"FAR-14", 50400, false}, {"STD3DAY,0/0,J365/25", -7200, true},  // all the year
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.zone);
+    const ScopedVariable zone("TZ", row.zone);
+    tzset();
+    LocalTimeRecord record = {1, 1, 1, 1};
+    const SInt64 before = time(nullptr);
+    GetLocalTime(record);
+    const SInt64 after = time(nullptr);
+    EXPECT_EQ(0u, record.highSeconds);
+    EXPECT_EQ(kLocalTimeIsKnown, record.flags);
+    EXPECT_EQ(row.offset, record.gmtOffset);
+    EXPECT_GE(SInt64{record.seconds}, before + kTo1970 + row.offset);
+    EXPECT_LE(SInt64{record.seconds}, after + kTo1970 + row.offset);
+    MachineLocation location;
+    ReadLocation(&location);
+    EXPECT_EQ(row.offset & 0xFFFFFF, location.u.gmtDelta & 0xFFFFFF);
+    EXPECT_EQ(row.isDaylight, (location.u.dlsDelta & 0x80) != 0);
+  }
+  tzset();
 }
 
 void IgnoreSignal(int) {}

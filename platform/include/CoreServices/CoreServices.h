@@ -13,6 +13,7 @@
 #include <CoreServices/MacMemory.h>
 #include <CoreServices/MacTypes.h>
 #include <CoreServices/Multiprocessing.h>
+#include <CoreServices/OSUtils.h>
 #include <CoreServices/Processes.h>
 #include <CoreServices/TextUtils.h>
 

@@ -75,7 +75,8 @@ OSStatus FSPathMakeRef(const UInt8* path, FSRef* ref, Boolean* isDirectory);
 OSStatus FSRefMakePath(const FSRef* ref, UInt8* path, UInt32 max);
 
 // What is asked of an existing item; every output may be null. `which` must be kFSCatInfoNone and
-// `info` is left alone. A name that is no UTF-8 is given by its Mac Roman characters.
+// `info` is left alone. For the record alone the disk is not asked: it is that of the place where
+// the item was, which may have gone. A name that is no UTF-8 is given by its Mac Roman characters.
 OSErr FSGetCatalogInfo(const FSRef* ref, FSCatalogInfoBitmap which, FSCatalogInfo* info,
                        HFSUniStr255* name, FSSpec* spec, FSRef* parent);
 

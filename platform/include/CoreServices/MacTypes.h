@@ -31,6 +31,7 @@ using OptionBits = UInt32;
 using Duration = SInt32;  // > 0 milliseconds, < 0 microseconds of the absolute value
 using Fixed = SInt32;     // 16.16
 using UnsignedFixed = UInt32;
+using Fract = SInt32;  // 2.30
 using ScriptCode = SInt16;
 using UniChar = UInt16;  // one UTF-16 code unit
 using UniCharCount = UInt32;

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <CoreServices/MacTypes.h>
+
+// The date and the place of the machine, for telling them to people: steps of the wall clock show
+// here. What measures time is in DriverServices.h. Any thread.
+
+// Where the machine is. The offset is a number, not bytes in memory: its low 24 bits are the
+// seconds east of Greenwich as a signed number, which is now in force, and its high byte is the
+// daylight byte, whichever order the host's bytes have.
+struct MachineLocation {
+  Fract latitude;   // 2.30, of a quarter turn; 0: not known
+  Fract longitude;  // likewise
+  union {
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    SInt8 dlsDelta;  // 0x80: daylight saving time is in force
+#else
+    struct {
+      UInt8 lowOfDelta[3];
+      SInt8 dlsDelta;
+    };
+#endif
+    SInt32 gmtDelta;
+  } u;
+};
+static_assert(sizeof(MachineLocation) == 12);
+
+extern "C" {
+
+// The local time in seconds since the beginning of 1904, until 2040; 0 or the greatest value
+// outside of that.
+void GetDateTime(UInt32* seconds);
+
+// By the zone of the process's environment; latitude and longitude are not known.
+void ReadLocation(MachineLocation* location);
+
+}  // extern "C"
