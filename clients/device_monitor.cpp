@@ -174,8 +174,8 @@ OSStatus DMClient::GetDestinationAddress(VLTPortDestinationAddress& address) {
   return 0;
 }
 
-// Waiting for a daemon that was just started does not tell under which name it is there: looking
-// does.
+// A look-up that finds nobody forgets the name, and waiting for the daemon that was started then
+// does not keep it again. Without one more look the request that started the daemon would fail.
 OSStatus DMClient::VerifyServerRunning() {
   OSStatus err = launcher.findAndLaunch();
   if (err == 0 && launcher.GetDeviceMonitorPortName() == nullptr) err = launcher.find();
@@ -299,7 +299,6 @@ OSStatus DMGetDeviceInfo(SInt32 deviceID, const char* key, AEEventID eventID, OS
 OSStatus DMGetDeviceInfo(SInt32 deviceID, const char* key, AEEventID eventID, OSType type,
                          void*& data, SInt32* size, OSType* actualType, AEPtrAllocator allocator,
                          const char* failureName) {
-  data = nullptr;  // whoever gets an error tells by it whether there is a block
   return GetSetting(deviceID, key, eventID, failureName, [&](const AEDesc* reply) {
     return AECopyParamData(reply, keyDMSettingValue, type, data, size, actualType, allocator);
   });

@@ -116,8 +116,9 @@ OSStatus DMGetDevicePreference(SInt32 deviceID, const char* key, OSType type, vo
 OSStatus DMGetDeviceAttribute(SInt32 deviceID, const char* key, OSType type, void* buffer,
                               SInt32 bufferSize, SInt32* actualSize, OSType* actualType);
 
-// The same into a new block of `allocator` (null: NewPtr), as AECopyParamData: the block is the
-// caller's whenever `data` is not null, also after a failure.
+// The same into a new block of `allocator` (null: NewPtr), as AECopyParamData: `data` becomes null
+// or a block, which is the caller's also after a failure. A request that failed earlier leaves
+// `data` and the other outputs alone: begin with null.
 //
 // Beware: the attribute form asks for the PREFERENCE of that key. That is meant.
 OSStatus DMGetDevicePreference(SInt32 deviceID, const char* key, OSType type, void*& data,

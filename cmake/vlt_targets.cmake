@@ -81,8 +81,8 @@ function(vlt_add_bare_program name)
   target_link_libraries(${name} PRIVATE ${arg_LIBS} vlt_warnings)
   if(NOT VLT_SANITIZE)
     # Binding the whole C++ library's symbols at each start takes longer than all that a program
-    # does before its port is claimed.
-    target_link_options(${name} PRIVATE -static-libstdc++ -static-libgcc)
+    # does before its port is claimed. Of its own copy a program keeps what it uses.
+    target_link_options(${name} PRIVATE -static-libstdc++ -static-libgcc LINKER:--gc-sections)
   endif()
 endfunction()
 

@@ -12,7 +12,7 @@
 #include "launch/launch_spec.h"
 #include "util/user_session.h"
 
-// A device monitor in some five hundred lines: the example of how to write a server with this
+// A device monitor in some eight hundred lines: the example of how to write a server with this
 // library, explained in README.md, and what the clients are tried against.
 
 namespace {

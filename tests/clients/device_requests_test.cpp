@@ -68,15 +68,16 @@ std::string IntoBuffer(BufferForm get, OSType type, SInt32 size, bool wantsSize,
 }
 
 std::string IntoBlock(BlockForm get, OSType type, bool wantsType = true) {
-  void* data = &data;  // must become null, or the caller's block
-  SInt32 size = -1;
+  char before[] = "as before";
+  void* data = before;
+  SInt32 size = static_cast<SInt32>(std::strlen(before));
   OSType actualType = typeNull;
   const auto allocator = [](SInt32 bytes) { return new char[static_cast<size_t>(bytes)]; };
   const OSStatus err =
       get(7, "gain", type, data, &size, wantsType ? &actualType : nullptr, allocator);
   std::string content = "(none)";
   if (data != nullptr) content.assign(static_cast<char*>(data), static_cast<size_t>(size));
-  delete[] static_cast<char*>(data);
+  if (data != before) delete[] static_cast<char*>(data);
   return Said(err, content, CodeText(actualType));
 }
 
@@ -247,7 +248,7 @@ TEST(DeviceRequests, WrongAnswersAreErrorsAndLoseNothing) {
       {"another type, block", [] { return IntoBlock(kCopyPreference, typeChar, false); },
        kPreference, "PVal:short=-5", "-1700 -5 null"},
       {"an error, block", [] { return IntoBlock(kCopyPreference, typeChar); }, kPreference, "=-50",
-       "-50 (none) null"},
+       "-50 as before null"},
       {"no value, handle", [] { return IntoHandle(kFillAttribute, typeChar); }, kAttribute, "",
        "-1701 0  null"},
       {"another type, handle", [] { return IntoHandle(kFillAttribute, typeChar); }, kAttribute,
