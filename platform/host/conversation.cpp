@@ -139,8 +139,8 @@ OSStatus Conversation::Open(uint64_t port, TimeLimit* limit) {
   if (!HostPortAddress(port, &address, &size)) return connectionInvalid;
   {
     HostDescriptorOpening opening;
-    descriptor =
-        opening.Enter(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0), HostDescriptorKind::kConnection);
+    descriptor = opening.Enter(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0),
+                               HostDescriptorKind::kConnection);
   }
   if (descriptor < 0) return memFullErr;
   for (;;) {
@@ -269,6 +269,9 @@ OSStatus Conversation::AwaitReply(uint64_t requestNumber, int64_t deadline, int6
 // The connections of one thread, least recently used first to go.
 class Conversations {
  public:
+  Conversations() = default;
+  ~Conversations() { CheckFork(); }  // a forked child's thread closes nothing of its parent's
+
   Conversation* FindOrOpen(uint64_t portID, TimeLimit* limit, OSStatus* err, bool* fresh);
   uint64_t ThreadNumber();
 

@@ -19,6 +19,7 @@
 #include "platform/host/descriptors.h"
 #include "platform/host/file_lock.h"
 #include "platform/host/proc_status.h"
+#include "platform/host/thread_object.h"
 
 namespace {
 
@@ -135,7 +136,8 @@ kern_return_t TakeOwnership(const HostContext& context, const char* file, int* c
     if (!HostTryLockByte(fd, 0)) {
       const int error = errno;
       HostCloseDescriptor(fd);
-      return error == EAGAIN || error == EACCES ? BOOTSTRAP_NAME_IN_USE : HostRegistrationStatus(error);
+      return error == EAGAIN || error == EACCES ? BOOTSTRAP_NAME_IN_USE
+                                                : HostRegistrationStatus(error);
     }
     // A file that was removed between open and lock guards nothing: start again.
     if (HostIsSameFile(context.names, file, fd)) {
@@ -191,6 +193,69 @@ void RemoveStaleFiles(const HostContext& context) {
 
 int OpenToLook(const HostContext& context, const char* file) {
   return openat(context.names, file, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+}
+
+// The name that a thread looked up last. One that it looks up again keeps its file open, since
+// opening it takes more than asking who has locked it: then a look-up is that question, and whether
+// the file is still the name's, which ends with its removal.
+class LastLookUp {
+ public:
+  LastLookUp() = default;
+  LastLookUp(const LastLookUp&) = delete;
+  LastLookUp& operator=(const LastLookUp&) = delete;
+  ~LastLookUp() { Close(); }
+
+  bool IsOf(const NameFile& file) const { return strcmp(name.text, file.text) == 0; }
+  uint64_t Ask();
+  kern_return_t OpenAndAsk(const HostContext& context, const NameFile& file, uint64_t* portId);
+
+ private:
+  void Close();
+
+  NameFile name = {};
+  int descriptor = -1;  // of its file, read-only; -1: not kept
+  uint32_t generation = 0;  // of the process in which it was opened, by forks
+};
+
+void LastLookUp::Close() {
+  // In a forked child the number is no longer ours.
+  if (generation == HostForkGeneration()) HostCloseDescriptor(descriptor);
+  descriptor = -1;
+}
+
+// The published port, 0 when the kept file does not tell: then the name is to be opened anew.
+uint64_t LastLookUp::Ask() {
+  if (descriptor < 0 || generation != HostForkGeneration()) return 0;
+  const uint64_t port = PublishedPort(descriptor);
+  struct stat info;
+  // Looked at after the lock: an owner that took the name since has another file.
+  return port != 0 && fstat(descriptor, &info) == 0 && info.st_nlink > 0 ? port : 0;
+}
+
+// As HostFindName.
+kern_return_t LastLookUp::OpenAndAsk(const HostContext& context, const NameFile& file,
+                                     uint64_t* portId) {
+  const bool isAgain = IsOf(file);
+  Close();
+  generation = HostForkGeneration();
+  name = file;
+
+  int fd = -1;
+  {
+    HostDescriptorOpening opening;
+    fd = opening.Enter(openat(context.names, file.text, O_RDONLY | O_CLOEXEC | O_NOFOLLOW),
+                       HostDescriptorKind::kNameFile);
+  }
+  if (fd < 0) return errno == ENOENT ? BOOTSTRAP_UNKNOWN_SERVICE : HostRegistrationStatus(errno);
+  const uint64_t port = PublishedPort(fd);
+  if (isAgain && port != 0) {
+    descriptor = fd;
+  } else {
+    HostCloseDescriptor(fd);
+  }
+  if (port == 0) return BOOTSTRAP_UNKNOWN_SERVICE;
+  *portId = port;
+  return BOOTSTRAP_SUCCESS;
 }
 
 // The pid in the record, 0 unless the record is that of the port that is published.
@@ -281,11 +346,14 @@ kern_return_t HostFindName(const char* name, uint64_t* portId) {
   if (context == nullptr) return KERN_FAILURE;
   NameFile file;
   if (!EncodeName(name, &file)) return KERN_INVALID_ARGUMENT;
-  const int fd = openat(context->names, file.text, O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-  if (fd < 0) return errno == ENOENT ? BOOTSTRAP_UNKNOWN_SERVICE : HostRegistrationStatus(errno);
-  *portId = PublishedPort(fd);
-  close(fd);
-  return *portId != 0 ? BOOTSTRAP_SUCCESS : BOOTSTRAP_UNKNOWN_SERVICE;
+  LastLookUp& last = HostThreadObject<LastLookUp>();
+  if (last.IsOf(file)) {
+    if (const uint64_t port = last.Ask(); port != 0) {
+      *portId = port;
+      return BOOTSTRAP_SUCCESS;
+    }
+  }
+  return last.OpenAndAsk(*context, file, portId);
 }
 
 std::string HostFindNameOwnedBy(const std::function<bool(pid_t)>& isOwner) {

@@ -23,7 +23,9 @@ kern_return_t HostClaimName(const char* name, uint64_t portId, int* claim);
 // Gives a claim up and removes its file.
 void HostReleaseName(const char* name, int claim);
 
-// The port id that the owner of `name` published. BOOTSTRAP_UNKNOWN_SERVICE when nobody has.
+// The port id that the owner of `name` published. BOOTSTRAP_UNKNOWN_SERVICE when nobody has. A
+// thread that asks for one name twice running keeps its file open, one descriptor, until it asks
+// for another or ends; the answer is that of now all the same.
 kern_return_t HostFindName(const char* name, uint64_t* portId);
 
 // The bootstrap status of a failed system call: BOOTSTRAP_NOT_PRIVILEGED, BOOTSTRAP_NO_MEMORY

@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <random>
@@ -27,6 +28,7 @@
 #include "aeport/port_listener.h"
 #include "platform/host/byte_order.h"
 #include "platform/host/clock.h"
+#include "platform/host/context_directory.h"
 #include "platform/host/frame.h"
 #include "platform/host/introspect.h"
 #include "platform/host/name_registry.h"
@@ -158,6 +160,54 @@ TEST(PortOwner, ItsDeathFreesTheNameAtOnce) {
   EXPECT_EQ(0, Listen(successor, server.PortName()));
 }
 
+// Also a name that is looked up again and again, whose file stays open, leads to the owner of now.
+TEST(PortOwner, LookUpsFollowTheName) {
+  OpenDescriptorCheck noLeaks;
+  const std::string name = UniquePortName();
+  uint64_t port = 0, before = 0;
+  for (unsigned round = 0; round < 8; round++) {
+    SCOPED_TRACE(round);
+    const bool letsGo = (round & 1) != 0;  // removes the name's file; one that is killed leaves it
+    const bool isLookedUpBetween = (round & 2) != 0;
+    TestProcess owner("Racer", name.c_str(), {});
+    ASSERT_TRUE(owner.WaitReady(20s));
+    ASSERT_TRUE(owner.Tell("0"));
+    ASSERT_EQ("0", owner.Hear(20s));
+    for (int i = 0; i < 3; i++) {
+      ASSERT_EQ(BOOTSTRAP_SUCCESS, HostFindName(name.c_str(), &port));
+      EXPECT_NE(before, port);
+    }
+    before = port;
+    if (letsGo) {
+      ASSERT_TRUE(owner.Tell("free"));
+      ASSERT_EQ("freed", owner.Hear(20s));
+    } else {
+      ASSERT_TRUE(owner.KillAndWait(20s));
+    }
+    if (isLookedUpBetween) {
+      EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, HostFindName(name.c_str(), &port));
+    }
+  }
+}
+
+TEST(PortOwner, ARemovedNameFileLeadsNowhere) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess first("Server");
+  ASSERT_TRUE(first.WaitReady(20s));
+  uint64_t port = 0, successor = 0;
+  for (int i = 0; i < 3; i++) ASSERT_EQ(0, HostFindName(first.PortName(), &port));
+  const HostContext* context = HostGetContext();
+  ASSERT_NE(nullptr, context);
+  for (const auto& file : std::filesystem::directory_iterator(context->path + "/names")) {
+    std::filesystem::remove(file.path());
+  }
+  EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, HostFindName(first.PortName(), &successor));
+  TestProcess second("Server", first.PortName(), {});
+  ASSERT_TRUE(second.WaitReady(20s));
+  EXPECT_EQ(0, HostFindName(first.PortName(), &successor));
+  EXPECT_NE(port, successor);
+}
+
 TEST(PortOwner, ItsDeathEndsAWait) {
   OpenDescriptorCheck noLeaks;
   TestProcess server("Server");
@@ -230,8 +280,9 @@ TEST(PortOwner, AForkedChildsEndLeavesThePortAlone) {
 }
 
 TEST_ROLE(ChildOfAClient) {
-  // The connection that the parent has is not the child's; each has its own conversation.
-  if (Ask(role.PortName()) != 0) return kRoleFailed;
+  // The connection that the parent has is not the child's; each has its own conversation. Nor is
+  // what the parent keeps of a name that it looked up twice.
+  if (Ask(role.PortName()) != 0 || Ask(role.PortName()) != 0) return kRoleFailed;
   const pid_t child = fork();
   if (child == 0) {
     for (int i = 0; i < 20; i++) {

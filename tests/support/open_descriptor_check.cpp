@@ -18,6 +18,15 @@ bool HasChildren() {
   return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
 }
 
+// What this thread keeps of the name it looked up last goes with the next one.
+void LookUpNobody() {
+  mach_port_t bootstrap = MACH_PORT_NULL;
+  mach_port_t port = MACH_PORT_NULL;
+  if (task_get_special_port(mach_task_self(), TASK_BOOTSTRAP_PORT, &bootstrap) == 0) {
+    bootstrap_look_up(bootstrap, "test.nobody", &port);
+  }
+}
+
 void MakeWhatAProcessKeeps() {
   CFRunLoopSourceContext nothing = {};
   CFRunLoopSourceRef source = CFRunLoopSourceCreate(kCFAllocatorDefault, 0, &nothing);
@@ -25,12 +34,7 @@ void MakeWhatAProcessKeeps() {
   CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, true);
   CFRunLoopSourceInvalidate(source);
   CFRelease(source);
-
-  mach_port_t bootstrap = MACH_PORT_NULL;
-  mach_port_t port = MACH_PORT_NULL;
-  if (task_get_special_port(mach_task_self(), TASK_BOOTSTRAP_PORT, &bootstrap) == 0) {
-    bootstrap_look_up(bootstrap, "test.nobody", &port);
-  }
+  LookUpNobody();
 }
 
 std::string Listed(const std::map<int, std::string>& descriptors) {
@@ -65,6 +69,7 @@ OpenDescriptorCheck::OpenDescriptorCheck() {
 }
 
 OpenDescriptorCheck::~OpenDescriptorCheck() {
+  LookUpNobody();
   EXPECT_LE(OpenDescriptors().size(), before.size())
       << "before:" << Listed(before) << "\nafter:" << Listed(OpenDescriptors());
   EXPECT_EQ(hadChildren, HasChildren());
