@@ -23,10 +23,10 @@ OSErr GetRootSupportFolder(FSSpec* out, SInt16 domain);  // this package's folde
 // step gives dirNFErr. paramErr for a null or empty name. On failure `folder` is unchanged.
 OSErr FindOrCreateSubDirectory(FSSpec& folder, unsigned char* name);
 
-// Sets the permission bits of a file or folder. A platform status when the item has no path, else
-// the value of errno, a positive number. Of a symbolic link it is the target's bits that are set:
-// ask ResolveAliasFile first where strangers may put links. One thread at a time: the path stands in
-// a static buffer.
+// Sets the permission bits of a file or folder, of what a symbolic link leads to: ask
+// ResolveAliasFile first where strangers may put links. A platform status when the item has no
+// path, else the value of errno, a positive number. One thread at a time: the path stands in a
+// static buffer.
 OSErr SetPermissions(FSSpec& item, int mode);
 
 // Sizes in bytes of a file's forks, 0x7FFFFFFF for larger ones; either pointer may be null.
