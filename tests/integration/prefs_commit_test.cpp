@@ -294,7 +294,11 @@ TEST_F(PreferencesFaults, AReadOfWhatIsKnownIsOneCall) {
   bool isBetween = false;
   for (std::string line; std::getline(file, line);) {
     if (line.find("\"end\\n\"") != std::string::npos) isBetween = false;
-    if (isBetween) calls[line.substr(line.find(' ') + 1, line.find('(') - line.find(' ') - 1)]++;
+    if (isBetween) {
+      // Behind the process id, which is followed by one or more blanks.
+      const std::string call = line.substr(0, line.find('('));
+      calls[call.substr(call.rfind(' ') + 1)]++;
+    }
     if (line.find("\"begin\\n\"") != std::string::npos) isBetween = true;
   }
 #ifdef __SANITIZE_ADDRESS__

@@ -529,7 +529,7 @@ TEST(FileRecords, AliasesAreResolvedStepByStepOrToTheEnd) {
     const char* name;
     bool chains;
     OSErr err;
-    std::string path;  // of the spec afterwards; "" when it is not to be looked at
+    std::string path;  // of the record afterwards; "" when it is not looked at
     bool isFolder, wasAliased;
   } rows[] = {
       {"folder", true, 0, scratch.Path("folder"), true, false},
