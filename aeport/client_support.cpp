@@ -6,7 +6,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include "aeport/port_name.h"
+#include "util/bootstrap_error.h"
 #include "util/first_error.h"
 #include "util/notice_post.h"
 #include "util/strings.h"

@@ -4,8 +4,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include <servers/bootstrap.h>
-
 #include "util/file_utils.h"
 
 OSStatus VLTAEMakePortName(char* outName, UInt32 outSize, const char* baseName, bool perProcess,
@@ -31,8 +29,4 @@ OSStatus VLTAEMakePortName(char* outName, UInt32 outSize, const char* baseName, 
   if (static_cast<UInt32>(length) >= outSize) return paramErr;
   std::memcpy(outName, name, length + 1);
   return 0;
-}
-
-bool IsBootstrapError(OSStatus status) {
-  return status >= BOOTSTRAP_NOT_PRIVILEGED && status <= BOOTSTRAP_NO_MEMORY;
 }

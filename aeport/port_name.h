@@ -19,7 +19,3 @@ constexpr int kVLTPortNameSize = 128;
 //             `outName` is written on success only.
 OSStatus VLTAEMakePortName(char* outName, UInt32 outSize, const char* baseName, bool perProcess,
                            const char* suffix, int instance);
-
-// Whether a status is one of the bootstrap server's own: not privileged, name in use, unknown
-// service, service active, bad count, no memory.
-bool IsBootstrapError(OSStatus status);

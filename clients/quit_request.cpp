@@ -1,6 +1,6 @@
 #include "clients/quit_request.h"
 
-#include "aeport/port_name.h"
+#include "util/bootstrap_error.h"
 
 namespace {
 

@@ -6,6 +6,7 @@
 #include <servers/bootstrap.h>
 
 #include "launch/launch.h"
+#include "util/bootstrap_error.h"
 #include "util/cf_strings.h"
 #include "util/file_utils.h"
 
@@ -16,10 +17,6 @@ namespace {
 constexpr OSType kApplicationType = FourCC('A', 'P', 'P', 'L');
 
 bool IsEmpty(const char* text) { return text == nullptr || text[0] == 0; }
-
-bool IsBootstrapError(OSStatus err) {
-  return err >= BOOTSTRAP_NOT_PRIVILEGED && err <= BOOTSTRAP_NO_MEMORY;
-}
 
 // Signals cut none of it off, and what is negative counts as no time.
 void SleepSeconds(int seconds) {

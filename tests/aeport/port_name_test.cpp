@@ -7,8 +7,6 @@
 #include <cstring>
 #include <string>
 
-#include <servers/bootstrap.h>
-
 TEST(MakePortName, ComposesInOrderAndFits) {
   const std::string base250(250, 'b');
   const std::string base255(255, 'b');
@@ -58,13 +56,4 @@ TEST(MakePortName, TheSerialNumbersLowWordComesFirst) {
   EXPECT_EQ(0, VLTAEMakePortName(name, sizeof name, "a", true, "s", 3));
   EXPECT_STREQ(expected, name);
   EXPECT_EQ(std::strlen("a.s.0123456789abcdef.3"), std::strlen(name));
-}
-
-TEST(IsBootstrapError, ExactlyTheServersOwnCodes) {
-  const struct {
-    OSStatus status;
-    bool isOne;
-  } rows[] = {{0, false},   {1099, false}, {1100, true},   {BOOTSTRAP_NAME_IN_USE, true},
-              {1105, true}, {1106, false}, {-1102, false}, {procNotFound, false}};
-  for (const auto& row : rows) EXPECT_EQ(row.isOne, IsBootstrapError(row.status)) << row.status;
 }
