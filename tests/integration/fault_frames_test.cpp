@@ -208,9 +208,9 @@ TEST(FrameSizes, TravelByteExactOrAreRefused) {
       {buffer + 1, 0},
       {2 * buffer, 0},
       {2 * buffer + 1, 0},
-      {largest - 1, 0},
-      {largest, 0},
       {largest + 1, memFullErr},
+      {largest - 1, 0},  // the connection goes on
+      {largest, 0},
   };
   RunOnThread([&] {
     for (const auto& row : rows) {

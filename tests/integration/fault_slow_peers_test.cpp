@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
-#include <time.h>
 
 #include <CoreServices/CoreServices.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -30,14 +28,6 @@ constexpr SInt32 kUnreadReply = 10 << 20;  // bytes
 constexpr int64_t kPace = 5 * kHostMillisecond;
 // Meant to be 50 ms and 1 s; ten times that on a busy machine.
 constexpr int64_t kMostForAnAnswer = 500 * kHostMillisecond;
-
-void SleepUntil(int64_t instant) {
-  timespec time = {};
-  time.tv_sec = static_cast<time_t>(instant / kHostSecond);
-  time.tv_nsec = static_cast<decltype(time.tv_nsec)>(instant % kHostSecond);
-  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &time, nullptr) == EINTR) {
-  }
-}
 
 bool AskAndCheck(const char* name, SInt32 number) {
   const FaultAnswer answer = AskServer(name, kEchoID, number);

@@ -5,34 +5,25 @@
 #include <mach/mach.h>
 #include <servers/bootstrap.h>
 
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <cerrno>
-#include <csignal>
 #include <cstdlib>
-#include <ctime>
 
 #include <algorithm>
-#include <atomic>
 #include <filesystem>
-#include <fstream>
+#include <functional>
 #include <memory>
 #include <random>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "aeport/event.h"
 #include "aeport/port_listener.h"
-#include "platform/host/byte_order.h"
 #include "platform/host/clock.h"
 #include "platform/host/context_directory.h"
 #include "platform/host/frame.h"
-#include "platform/host/introspect.h"
 #include "platform/host/name_registry.h"
-#include "platform/host/port_address.h"
+#include "tests/integration/fault_server.h"
 #include "tests/integration/process_use.h"
 #include "tests/integration/raw_peer.h"
 #include "tests/support/open_descriptor_check.h"
@@ -42,36 +33,9 @@
 
 namespace {
 
-constexpr AEEventClass kTestClass = FourCC('t', 'e', 's', 't');
-constexpr AEEventID kSilentID = FourCC('s', 'i', 'l', 'e');
+OSStatus Answer(UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return 0; }
 
-// Answers everything, but what is to stay without an answer: that ends the server's patience.
-OSStatus Answer(UInt32, UInt32 eventID, const AEDesc*, AEDesc*, void*) {
-  if (eventID == kSilentID) pause();
-  return 0;
-}
-
-OSStatus LookUp(const char* name) {
-  mach_port_t port = MACH_PORT_NULL;
-  return VLTPortAEMachPortListener::CheckPortRegistered(name, port);
-}
-
-// Sends one event to `name`, waits for the answer, and gives the status of the sending.
-OSStatus Ask(const char* name, AEEventID eventID = 1, SInt32 ticks = 600) {
-  mach_port_t port = MACH_PORT_NULL;
-  OSStatus err = VLTPortAEMachPortListener::CheckPortRegistered(name, port);
-  AEDesc address = {typeNull, nullptr};
-  AppleEvent event = {typeNull, nullptr}, reply = {typeNull, nullptr};
-  if (err == 0) err = AECreateDesc(typeMachPort, &port, sizeof port, &address);
-  if (err == 0) {
-    err = AECreateAppleEvent(kTestClass, eventID, &address, kAutoGenerateReturnID, 0, &event);
-  }
-  if (err == 0) err = AESendMessage(&event, &reply, kAEWaitReply, ticks);
-  AEDisposeDesc(&address);
-  AEDisposeDesc(&event);
-  AEDisposeDesc(&reply);
-  return err;
-}
+OSStatus Ask(const char* name) { return AskServer(name).status; }
 
 OSStatus Listen(VLTPortAEMachPortListener& listener, const char* name) {
   return listener.ListenOnPort(name, CFRunLoopGetCurrent(), Answer, nullptr);
@@ -87,14 +51,6 @@ TEST_ROLE(Server) {
 
 // Racing for a name.
 
-void WaitUntil(int64_t instant) {
-  timespec time = {};
-  time.tv_sec = static_cast<time_t>(instant / kHostSecond);
-  time.tv_nsec = static_cast<long>(instant % kHostSecond);
-  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &time, nullptr) == EINTR) {
-  }
-}
-
 // Each line from the test is the instant at which all try to claim; empty means let go.
 TEST_ROLE(Racer) {
   VLTPortAEMachPortListener listener;
@@ -106,7 +62,7 @@ TEST_ROLE(Racer) {
       role.Tell("freed");
       continue;
     }
-    WaitUntil(std::stoll(*line));
+    SleepUntil(std::stoll(*line));
     const OSStatus err = Listen(listener, role.PortName());
     if (err != 0) listener.Deallocate(err);
     role.Tell(std::to_string(err));
@@ -138,27 +94,16 @@ TEST(PortRace, OneOfFiftyWinsEachOfAHundredRounds) {
       }
     }
     ASSERT_EQ(1, winners) << "round " << round;
-    ASSERT_EQ(0, LookUp(name.c_str()));
+    ASSERT_EQ(0, LookUpPort(name.c_str()));
     ASSERT_TRUE(racers[static_cast<size_t>(winner)]->Tell("free"));
     ASSERT_EQ("freed", racers[static_cast<size_t>(winner)]->Hear(20s));
-    ASSERT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, LookUp(name.c_str()));
+    ASSERT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, LookUpPort(name.c_str()));
   }
   for (auto& racer : racers) racer->Tell("end");
   for (auto& racer : racers) EXPECT_EQ(kRoleDone, racer->Wait(20s));
 }
 
 // Death of the owner.
-
-TEST(PortOwner, ItsDeathFreesTheNameAtOnce) {
-  OpenDescriptorCheck noLeaks;
-  TestProcess server("Server");
-  ASSERT_TRUE(server.WaitReady(20s));
-  VLTPortAEMachPortListener refused, successor;
-  EXPECT_EQ(portInUse, Listen(refused, server.PortName()));
-  ASSERT_TRUE(server.KillAndWait(20s));
-  EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, LookUp(server.PortName()));
-  EXPECT_EQ(0, Listen(successor, server.PortName()));
-}
 
 // Also a name that is looked up again and again, whose file stays open, leads to the owner of now.
 TEST(PortOwner, LookUpsFollowTheName) {
@@ -208,38 +153,6 @@ TEST(PortOwner, ARemovedNameFileLeadsNowhere) {
   EXPECT_NE(port, successor);
 }
 
-TEST(PortOwner, ItsDeathEndsAWait) {
-  OpenDescriptorCheck noLeaks;
-  TestProcess server("Server");
-  ASSERT_TRUE(server.WaitReady(20s));
-  RunOnThread([&server] {
-    EXPECT_EQ(0, Ask(server.PortName()));
-    std::atomic<int64_t> killed{0};
-    std::thread killer([&] {
-      // The request has arrived once the server sleeps in its handler.
-      std::string state;
-      while (state != "S") {
-        std::ifstream stat("/proc/" + std::to_string(server.Pid()) + "/stat");
-        std::string pid, program;
-        stat >> pid >> program >> state;
-        std::ifstream wait("/proc/" + std::to_string(server.Pid()) + "/syscall");
-        std::string number;
-        wait >> number;
-        if (state == "S" && number == "running") state.clear();
-        std::this_thread::yield();
-      }
-      killed = HostNow();
-      server.Signal(SIGKILL);
-    });
-    EXPECT_EQ(connectionInvalid, Ask(server.PortName(), kSilentID, kNoTimeOut));
-    killer.join();
-    EXPECT_LT(HostNow() - killed, 2 * kHostSecond);
-    // Connections may end before the name does, but both are gone with the process.
-    EXPECT_EQ(-SIGKILL, server.Wait(20s));
-    EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, Ask(server.PortName()));
-  });
-}
-
 // A child that the owner forked and that lives on must keep neither name nor port.
 TEST_ROLE(ForkingServer) {
   VLTPortAEMachPortListener listener;
@@ -261,22 +174,18 @@ TEST_ROLE(ForkingServer) {
   return kRoleFailed;
 }
 
-TEST(PortOwner, AForkedChildKeepsNothingAlive) {
-  OpenDescriptorCheck noLeaks;
-  TestProcess server("ForkingServer", {"sleeps"});
-  ASSERT_TRUE(server.WaitReady(20s));
-  RunOnThread([&server] { EXPECT_EQ(0, Ask(server.PortName())); });
-  ASSERT_TRUE(server.KillAndWait(20s));
-  EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, LookUp(server.PortName()));
-  VLTPortAEMachPortListener successor;
-  EXPECT_EQ(0, Listen(successor, server.PortName()));
-}
-
-TEST(PortOwner, AForkedChildsEndLeavesThePortAlone) {
-  OpenDescriptorCheck noLeaks;
-  TestProcess server("ForkingServer", {"ends"});
-  ASSERT_TRUE(server.WaitReady(20s));
-  RunOnThread([&server] { EXPECT_EQ(0, Ask(server.PortName())); });
+TEST(PortOwner, AForkedChildKeepsNothingAliveAndItsEndLeavesThePortAlone) {
+  for (const char* child : {"sleeps", "ends"}) {
+    SCOPED_TRACE(child);
+    OpenDescriptorCheck noLeaks;
+    TestProcess server("ForkingServer", {child});
+    ASSERT_TRUE(server.WaitReady(20s));
+    RunOnThread([&server] { EXPECT_EQ(0, Ask(server.PortName())); });
+    ASSERT_TRUE(server.KillAndWait(20s));
+    EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, LookUpPort(server.PortName()));
+    VLTPortAEMachPortListener successor;
+    EXPECT_EQ(0, Listen(successor, server.PortName()));
+  }
 }
 
 TEST_ROLE(ChildOfAClient) {
@@ -312,16 +221,13 @@ TEST(PortClient, ParentAndForkedChildSpeakForThemselves) {
 // has read nothing yet.
 
 constexpr int kManyPorts = 10;
-constexpr AEKeyword kNumberKey = FourCC('n', 'u', 'm', 'b');
 
 std::string NumberedName(const std::string& name, int number) {
   return name + "." + std::to_string(number);
 }
 
 OSStatus AppendNumber(UInt32, UInt32, const AEDesc* event, AEDesc*, void* refcon) {
-  SInt32 number = -1;
-  AEGetParamPtr(event, kNumberKey, typeSInt32, nullptr, &number, sizeof number, nullptr);
-  *static_cast<std::string*>(refcon) += std::to_string(number) + " ";
+  *static_cast<std::string*>(refcon) += std::to_string(NumberOf(*event)) + " ";
   return 0;
 }
 
@@ -346,16 +252,9 @@ TEST_ROLE(ManyPorts) {
 }
 
 OSStatus SendNumber(const std::string& name, SInt32 number) {
-  VLTPortDestinationAddress address(name.c_str());
-  VLTPortAppleEvent event(kTestClass, 1, kAENoReply, &address, kAutoGenerateReturnID, 0);
-  OSStatus err = address.initialize();
-  if (err == 0) err = event.createEvent();
-  if (err == 0) {
-    err = AEPutParamPtr(&event.event, kNumberKey, typeSInt32, &number, sizeof number);
-  }
-  if (err == 0) err = event.sendEvent(kAENoReply, 600, kAENormalPriority);
-  event.finalizeEvent();
-  return err;
+  mach_port_t port = MACH_PORT_NULL;
+  const OSStatus err = LookUpPort(name.c_str(), &port);
+  return err != 0 ? err : SendOneWay(port, kDropID, number);
 }
 
 TEST(PortClient, KeepsItsOrderThroughNewConnections) {
@@ -464,38 +363,25 @@ std::string NewFolder() {
 }
 
 TEST(SessionDirectory, AnUnusableOneIsRefusedWithTheReason) {
-  enum class Trouble { kMode, kLink, kFile, kMissing, kOwner };
-  for (const Trouble trouble :
-       {Trouble::kMode, Trouble::kLink, Trouble::kFile, Trouble::kMissing, Trouble::kOwner}) {
-    SCOPED_TRACE(static_cast<int>(trouble));
-    if (trouble == Trouble::kOwner && geteuid() != 0) continue;  // only root can give one away
+  const struct {
+    const char* part;  // of what is said
+    std::function<int(const char*)> make;
+  } rows[] = {
+      {"mode 0755", [](const char* path) { return mkdir(path, 0700) || chmod(path, 0755); }},
+      {"symbolic link", [](const char* path) { return symlink("/tmp", path); }},
+      {"Not a directory", [](const char* path) { return mknod(path, S_IFREG | 0600, 0); }},
+      {"owner 12345",
+       [](const char* path) { return mkdir(path, 0700) || chown(path, 12345, 12345); }},
+      {"No such file", nullptr},
+  };
+  for (const auto& row : rows) {
+    const std::string part = row.part;
+    SCOPED_TRACE(part);
+    if (part == "owner 12345" && geteuid() != 0) continue;  // only root can give one away
     const std::string runtime = NewFolder();
     const std::string session = runtime + "/veltrane";
-    std::string named = runtime, part;
-    switch (trouble) {
-      case Trouble::kMode:
-        ASSERT_EQ(0, mkdir(session.c_str(), 0700));
-        ASSERT_EQ(0, chmod(session.c_str(), 0755));
-        part = "mode 0755";
-        break;
-      case Trouble::kLink:
-        ASSERT_EQ(0, symlink("/tmp", session.c_str()));
-        part = "symbolic link";
-        break;
-      case Trouble::kFile:
-        std::ofstream(session) << "a file";
-        part = "Not a directory";
-        break;
-      case Trouble::kMissing:
-        named = runtime + "/absent";
-        part = "No such file";
-        break;
-      case Trouble::kOwner:
-        ASSERT_EQ(0, mkdir(session.c_str(), 0700));
-        ASSERT_EQ(0, chown(session.c_str(), 12345, 12345));
-        part = "owner 12345";
-        break;
-    }
+    const std::string named = row.make != nullptr ? runtime : runtime + "/absent";
+    ASSERT_EQ(0, row.make != nullptr ? row.make(session.c_str()) : 0);
     ClearTestLog();
     TestProcess visitor("Visitor", {named});
     EXPECT_EQ(std::to_string(KERN_FAILURE), visitor.Hear(20s));

@@ -5,6 +5,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -88,4 +89,12 @@ void RaiseDescriptorLimit() {
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
   limit.rlim_cur = limit.rlim_max;
   setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+void SleepUntil(int64_t instant) {
+  timespec time = {};
+  time.tv_sec = static_cast<time_t>(instant / kHostSecond);
+  time.tv_nsec = static_cast<decltype(time.tv_nsec)>(instant % kHostSecond);
+  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &time, nullptr) == EINTR) {
+  }
 }

@@ -38,3 +38,7 @@ int TestScale();
 
 // Lets this process have as many descriptors as it may.
 void RaiseDescriptorLimit();
+
+// Waits for an instant of the monotonic clock (nanoseconds): for loads at a pace, and for starts
+// at one time.
+void SleepUntil(int64_t instant);

@@ -1,12 +1,12 @@
 # Faults of peers and of the machine, each with real processes. What they share is built once; as
 # objects, so that its roles are in every program.
-if(CMAKE_CROSSCOMPILING)
-  return()
-endif()
-
 add_library(vlt_fault_support OBJECT integration/fault_server.cpp integration/process_use.cpp
   integration/raw_peer.cpp)
 target_link_libraries(vlt_fault_support PUBLIC vlt_aeport vlt_test_support PRIVATE vlt_warnings)
+
+if(CMAKE_CROSSCOMPILING)
+  return()
+endif()
 
 foreach(fault IN ITEMS death slow_peers frames replies churn flood ports sources disk)
   vlt_add_test(NAME fault_${fault}_test LABEL integration SOURCES fault_${fault}_test.cpp

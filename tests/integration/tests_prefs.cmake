@@ -2,8 +2,6 @@
 vlt_add_test(NAME prefs_commit_test LABEL integration
   SOURCES prefs_commit_test.cpp ../support/interposed_calls.cpp LIBS vlt_plist
   TIMEOUT 120 NATIVE_ONLY)
-if(TARGET vlt_fault_support)
-  vlt_add_test(NAME prefs_writers_test LABEL integration
-    SOURCES prefs_writers_test.cpp ../support/interposed_calls.cpp LIBS vlt_plist vlt_fault_support
-    TIMEOUT 300 NATIVE_ONLY)
-endif()
+vlt_add_test(NAME prefs_writers_test LABEL integration
+  SOURCES prefs_writers_test.cpp ../support/interposed_calls.cpp LIBS vlt_plist vlt_fault_support
+  TIMEOUT 300 NATIVE_ONLY)

@@ -1,6 +1,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <CoreServices/CoreServices.h>
 #include <gtest/gtest.h>
+#include <servers/bootstrap.h>
 
 #include <bit>
 #include <cstdio>
@@ -376,6 +377,7 @@ TEST_ROLE(Server) {
 TEST_ROLE(Client) {
   role.Tell(HostText());
   role.Tell(Exchange(role.PortName()));
+  role.Tell(std::to_string(Ask(role.PortName(), kPing).status));
   return testing::Test::HasFailure() ? kRoleFailed : kRoleDone;
 }
 
@@ -384,7 +386,12 @@ TEST(TypedExchange, WithAServerOfTheOtherHost) {
   TestProcess server("Server", {}, TestPeer::kOtherHost);
   EXPECT_EQ("4 big", server.Hear(60s));
   ASSERT_TRUE(server.WaitReady(60s));
-  RunOnThread([&] { EXPECT_EQ("", Exchange(server.PortName())); });
+  RunOnThread([&] {
+    EXPECT_EQ("", Exchange(server.PortName()));
+    EXPECT_EQ(errAEEventNotHandled, Ask(server.PortName(), kPing).status);
+    server.KillAndWait(20s);
+    EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, Ask(server.PortName(), kPing).status);
+  });
 }
 
 TEST(TypedExchange, WithAClientOfTheOtherHost) {
@@ -395,7 +402,12 @@ TEST(TypedExchange, WithAClientOfTheOtherHost) {
   TestProcess client("Client", server.PortName(), {}, TestPeer::kOtherHost);
   EXPECT_EQ("4 big", client.Hear(60s));
   EXPECT_EQ("", client.Hear(60s));
+  EXPECT_EQ(std::to_string(errAEEventNotHandled), client.Hear(60s));
   EXPECT_EQ(kRoleDone, client.Wait(20s));
+  // Nor does the other host take a name that is owned here.
+  TestProcess rival("Server", server.PortName(), {}, TestPeer::kOtherHost);
+  EXPECT_EQ(kRoleFailed, rival.Wait(60s));
+  RunOnThread([&] { EXPECT_EQ("", Exchange(server.PortName())); });
 }
 
 }  // namespace
