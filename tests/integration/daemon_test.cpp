@@ -3,37 +3,16 @@
 #include <string>
 #include <vector>
 
-#include "daemon/event_service.h"
 #include "tests/aeport/serving.h"
-#include "tests/support/child_process.h"
+#include "tests/integration/session_daemon.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/session_directory.h"
-#include "tests/support/test_process.h"
 
 // The daemon as a program: its command line, its one port, its exit status.
 
 namespace {
 
-// A daemon that is killed at the end at the latest.
-class Daemon {
- public:
-  explicit Daemon(std::vector<std::string> words = {}) {
-    ChildOptions options;
-    options.arguments = TestLauncher();
-    options.arguments.push_back(VLTSESSIOND_PROGRAM);
-    options.arguments.insert(options.arguments.end(), words.begin(), words.end());
-    options.capture = true;
-    EXPECT_TRUE(child.Start(options));
-  }
-  bool HasPort() const { return WaitForPort(kSessionDaemonPortName, 20s); }
-  std::optional<int> Wait() { return child.Wait(20s); }
-  bool IsRunning() { return !child.Wait(0ms); }
-  void Kill() { child.KillAndWait(20s); }
-  std::string Said() const { return child.Output() + child.Errors(); }
-
- private:
-  ChildProcess child;
-};
+using Daemon = SessionDaemonProcess;
 
 OSStatus Send(UInt32 eventClass, UInt32 eventID, SInt32 mode, bool withParameter = false) {
   VLTPortDestinationAddress address(kSessionDaemonPortName);
@@ -70,8 +49,7 @@ TEST(Daemon, ServesUntilItIsAskedToQuit) {
       EXPECT_TRUE(daemon.IsRunning());
       EXPECT_EQ(0, SendQuit(row.mode, row.withParameter));
     });
-    EXPECT_EQ(0, daemon.Wait());
-    EXPECT_EQ("", daemon.Said());
+    daemon.ExpectSilentEnd();
     EXPECT_EQ("", TestLogText());
     EXPECT_TRUE(WaitForNoPort(kSessionDaemonPortName, 0s));
   }
@@ -85,8 +63,7 @@ TEST(Daemon, ASecondCopyLeavesInSilence) {
   // Also one that would quit at once: it must not reach the first.
   for (const std::vector<std::string>& words : {std::vector<std::string>{}, {"-q"}}) {
     Daemon second(words);
-    EXPECT_EQ(0, second.Wait());
-    EXPECT_EQ("", second.Said());
+    second.ExpectSilentEnd();
   }
   EXPECT_EQ("", TestLogText());
   RunOnThread([&] { EXPECT_EQ(errAEEventNotHandled, Ask(kSessionDaemonPortName, kPing).status); });
@@ -96,7 +73,7 @@ TEST(Daemon, ASecondCopyLeavesInSilence) {
   Daemon heir;  // of a daemon that was killed
   ASSERT_TRUE(heir.HasPort());
   RunOnThread([&] { EXPECT_EQ(0, SendQuit()); });
-  EXPECT_EQ(0, heir.Wait());
+  heir.ExpectSilentEnd();
 }
 
 TEST(Daemon, WhatOnlyLooksLikeTheQuitSwitchIsPassedOver) {
@@ -106,8 +83,7 @@ TEST(Daemon, WhatOnlyLooksLikeTheQuitSwitchIsPassedOver) {
     Daemon daemon(words);
     EXPECT_TRUE(daemon.HasPort());
     RunOnThread([&] { EXPECT_EQ(0, SendQuit()); });
-    EXPECT_EQ(0, daemon.Wait());
-    EXPECT_EQ("", daemon.Said());
+    daemon.ExpectSilentEnd();
   }
 }
 

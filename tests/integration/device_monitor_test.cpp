@@ -18,6 +18,7 @@
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
+#include "tests/tools/verb_runner.h"
 
 // The reference device monitor as a program, talked to with the clients' functions and with the
 // command-line tool.
@@ -336,18 +337,9 @@ TEST(DeviceMonitor, ServesSeveralClientsAtATime) {
   for (const auto& client : clients) EXPECT_EQ(kRoleDone, client->Wait(40s));
 }
 
-ProgramResult Vltctl(std::vector<std::string> words) {
-  words.insert(words.begin(), VLTCTL_PROGRAM);
-  return RunProgram(words, 20s);
-}
-
 TEST(DeviceMonitor, AnswersTheCommandLineTool) {
-  const struct {
-    std::vector<std::string> words;
-    int status;
-    std::string output;
-    const char* errors;  // a part of it
-  } rows[] = {
+  Monitor monitor;
+  const std::vector<VerbRun> runs = {
       {{"devices"}, 0, "1  Old camera\n2  New camera\n", ""},
       {{"devices", "--json"},
        0,
@@ -383,15 +375,7 @@ TEST(DeviceMonitor, AnswersTheCommandLineTool) {
       {{"devices"}, 3, "", "the device monitor is not running"},
       {{"device-status", "--json"}, 3, "", "the device monitor is not running"},
   };
-  Monitor monitor;
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.words));
-    const ProgramResult result = Vltctl(row.words);
-    EXPECT_EQ(row.status, result.status);
-    EXPECT_EQ(row.output, result.output);
-    EXPECT_EQ(*row.errors == 0, result.errors.empty()) << result.errors;
-    EXPECT_NE(std::string::npos, result.errors.find(row.errors)) << result.errors;
-  }
+  ExpectRuns({}, runs);
   monitor.ExpectEnd();
 }
 

@@ -5,47 +5,29 @@
 #include <vector>
 
 #include "clients/session_monitor.h"
-#include "daemon/event_service.h"
 #include "daemon/running_check.h"
 #include "tests/clients/recording_peer.h"
-#include "tests/support/child_process.h"
+#include "tests/integration/session_daemon.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/session_directory.h"
-#include "tests/support/test_process.h"
 
 // The daemon as a client of itself, and as its other clients see it.
 
 namespace {
 
-// A daemon that is killed at the end at the latest.
-class Daemon {
- public:
-  explicit Daemon(const std::vector<std::string>& words = {}) {
-    ChildOptions options;
-    options.arguments = TestLauncher();
-    options.arguments.push_back(VLTSESSIOND_PROGRAM);
-    options.arguments.insert(options.arguments.end(), words.begin(), words.end());
-    options.capture = true;
-    EXPECT_TRUE(child.Start(options));
-  }
-  bool HasPort() const { return WaitForPort(kSessionDaemonPortName, 20s); }
-  bool IsRunning() { return !child.Wait(0ms); }
-  void ExpectSilentEnd() {
-    EXPECT_EQ(0, child.Wait(20s));
-    EXPECT_EQ("", child.Output() + child.Errors());
-    EXPECT_EQ("", TestLogText());
-  }
+using Daemon = SessionDaemonProcess;
 
- private:
-  ChildProcess child;
-};
+void ExpectSilentEnd(Daemon& daemon) {
+  daemon.ExpectSilentEnd();
+  EXPECT_EQ("", TestLogText());
+}
 
 TEST(QuitSwitch, StartsAndStops) {
   OpenDescriptorCheck noLeaks;
   for (const std::vector<std::string>& words :
        {std::vector<std::string>{"-q"}, {"-q", "-lp", "x", "-q"}}) {
     Daemon daemon(words);
-    daemon.ExpectSilentEnd();
+    ExpectSilentEnd(daemon);
     EXPECT_TRUE(WaitForNoPort(kSessionDaemonPortName, 0s));
   }
 }
@@ -56,7 +38,7 @@ TEST(QuitSwitch, LeavesARunningCopyAlone) {
   ASSERT_TRUE(running.WaitReady());
   for (int i = 0; i < 3; ++i) {
     Daemon second({"-q"});
-    second.ExpectSilentEnd();
+    ExpectSilentEnd(second);
   }
   EXPECT_FALSE(running.HasEvent());  // it was never asked for anything
 }
@@ -74,7 +56,7 @@ TEST(SessionMonitor, IsCheckedAndAskedToQuit) {
     EXPECT_EQ(0, SMVerifyDaemonRunning());
     EXPECT_EQ(0, SMQuitDaemon());
   });
-  daemon.ExpectSilentEnd();
+  ExpectSilentEnd(daemon);
   EXPECT_EQ(0, SMQuitDaemon());
   EXPECT_EQ(procNotFound, SMCheckDaemonRunning());
 }

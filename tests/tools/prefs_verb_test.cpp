@@ -11,15 +11,13 @@
 
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/test_process.h"
+#include "tests/tools/verb_runner.h"
 
 // vltctl prefs, as people and scripts meet it.
 
 namespace {
 
-ProgramResult Prefs(std::vector<std::string> words) {
-  words.insert(words.begin(), {VLTCTL_PROGRAM, "prefs"});
-  return RunProgram(words, 60s);
-}
+ProgramResult Prefs(const std::vector<std::string>& words) { return RunVerb({"prefs"}, words); }
 
 std::string Folder(const char* variable) {
   return std::string(std::getenv(variable)) + "/veltrane/preferences/";

@@ -11,15 +11,15 @@
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 #include "tests/tools/strict_json.h"
+#include "tests/tools/verb_runner.h"
 
 // The program as people and scripts meet it: what it prints where, and its exit status.
 
 namespace {
 
-ProgramResult Vltctl(std::vector<std::string> words,
-                     std::map<std::string, std::string> environment = {}) {
-  words.insert(words.begin(), VLTCTL_PROGRAM);
-  return RunProgram(words, 20s, environment);
+ProgramResult Vltctl(const std::vector<std::string>& words,
+                     const std::map<std::string, std::string>& environment = {}) {
+  return RunVerb({}, words, environment);
 }
 
 constexpr UInt32 kTest = FourCC('t', 'e', 's', 't');
@@ -67,31 +67,22 @@ TEST_ROLE(Service) {
 }
 
 TEST(Vltctl, UsageErrorsAreStatusTwoAndSaidOnStandardError) {
-  const struct {
-    std::vector<std::string> words;
-    const char* said;
-  } rows[] = {
-      {{}, "vltctl ports"},
-      {{"prots"}, "did you mean ports?"},
-      {{"help", "sned"}, "did you mean send?"},
-      {{"ports", "extra"}, "too many words"},
-      {{"ports", "--al"}, "did you mean --all?"},
-      {{"send", "x", "abcd"}, "too few words"},
-      {{"send", "x", "abcd", "abc"}, "no event id"},
-      {{"send", "x", "abcd", "efgh", "keyy:long=x"}, "no long: x"},
-      {{"send", "x", "abcd", "efgh", "keyy:long=1", "keyy:long=1"}, "given twice"},
-      {{"send", "x", "abcd", "efgh", "--timeout", "1s"}, "no seconds: 1s"},
-      {{"send", "", "abcd", "efgh"}, "1 to 127 bytes"},
-      {{"quit", std::string(128, 'n')}, "1 to 127 bytes"},
-      {{"quit", "--timeout=0"}, "no seconds: 0"},
+  const std::vector<VerbRun> runs = {
+      {{}, 2, "", "vltctl ports"},
+      {{"prots"}, 2, "", "did you mean ports?"},
+      {{"help", "sned"}, 2, "", "did you mean send?"},
+      {{"ports", "extra"}, 2, "", "too many words"},
+      {{"ports", "--al"}, 2, "", "did you mean --all?"},
+      {{"send", "x", "abcd"}, 2, "", "too few words"},
+      {{"send", "x", "abcd", "abc"}, 2, "", "no event id"},
+      {{"send", "x", "abcd", "efgh", "keyy:long=x"}, 2, "", "no long: x"},
+      {{"send", "x", "abcd", "efgh", "keyy:long=1", "keyy:long=1"}, 2, "", "given twice"},
+      {{"send", "x", "abcd", "efgh", "--timeout", "1s"}, 2, "", "no seconds: 1s"},
+      {{"send", "", "abcd", "efgh"}, 2, "", "1 to 127 bytes"},
+      {{"quit", std::string(128, 'n')}, 2, "", "1 to 127 bytes"},
+      {{"quit", "--timeout=0"}, 2, "", "no seconds: 0"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.words));
-    const ProgramResult result = Vltctl(row.words);
-    EXPECT_EQ(2, result.status);
-    EXPECT_EQ("", result.output);
-    EXPECT_NE(std::string::npos, result.errors.find(row.said)) << result.errors;
-  }
+  ExpectRuns({}, runs);
 }
 
 TEST(Vltctl, HelpIsData) {
@@ -109,12 +100,7 @@ TEST(Vltctl, SendPrintsTheReply) {
   TestProcess service("Service");
   ASSERT_TRUE(service.WaitReady(20s));
   const std::string port = service.PortName();
-  const struct {
-    std::vector<std::string> words;
-    int status;
-    const char* output;
-    std::string errors;
-  } rows[] = {
+  const std::vector<VerbRun> runs = {
       {{port, "test", "echo", "----:text=Gr\xc3\xbc\xc3\x9f", "numb:comp=-5", "flag:bool=true"},
        0,
        "----:text=Gr\xc3\xbc\xc3\x9f\nnumb:comp=-5\nflag:bool=true\n",
@@ -125,20 +111,9 @@ TEST(Vltctl, SendPrintsTheReply) {
       {{"test.nobody", "test", "echo"}, 3, "", "error 1102 (BOOTSTRAP_UNKNOWN_SERVICE)"},
       {{port, "test", "hang", "--timeout", "0.2"}, 4, "", "error -1712 (errAETimeout)"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.words));
-    std::vector<std::string> words = {"send"};
-    words.insert(words.end(), row.words.begin(), row.words.end());
-    const ProgramResult result = Vltctl(words);
-    EXPECT_EQ(row.status, result.status);
-    EXPECT_EQ(row.output, result.output);
-    EXPECT_EQ(row.errors.empty(), result.errors.empty()) << result.errors;
-    EXPECT_NE(std::string::npos, result.errors.find(row.errors)) << result.errors;
-  }
+  ExpectRuns({"send"}, runs);
   service.Signal(SIGCONT);
-  const ProgramResult died = Vltctl({"send", port, "test", "die "});
-  EXPECT_EQ(6, died.status);
-  EXPECT_NE(std::string::npos, died.errors.find("-609 (connectionInvalid)")) << died.errors;
+  ExpectRuns({"send"}, {{{port, "test", "die "}, 6, "", "-609 (connectionInvalid)"}});
 }
 
 TEST(Vltctl, SendPrintsOneJsonObject) {
@@ -187,26 +162,6 @@ TEST(Vltctl, SendPrintsOneJsonObject) {
   }
 }
 
-TEST(Vltctl, QuitTellsWhatHappened) {
-  OpenDescriptorCheck noLeaks;
-  TestProcess service("Service");
-  ASSERT_TRUE(service.WaitReady(20s));
-  const std::string start = std::string("{\"port\":\"") + service.PortName() + "\",\"outcome\":";
-  service.Signal(SIGSTOP);
-  EXPECT_EQ(start + "\"failed\",\"error\":{\"number\":-1712,\"name\":\"errAETimeout\"}}\n",
-            Vltctl({"quit", service.PortName(), "--json", "--timeout=0.2"}).output);
-  service.Signal(SIGCONT);
-  service.Wait(20s);  // it has taken the quit event that nobody waits for any more
-  EXPECT_EQ(start + "\"notRunning\",\"error\":null}\n",
-            Vltctl({"quit", service.PortName(), "--json"}).output);
-  TestProcess other("Service");
-  ASSERT_TRUE(other.WaitReady(20s));
-  EXPECT_EQ(
-      std::string("{\"port\":\"") + other.PortName() + "\",\"outcome\":\"quit\",\"error\":null}\n",
-      Vltctl({"quit", other.PortName(), "--json"}).output);
-  EXPECT_EQ(kRoleDone, other.Wait(20s));
-}
-
 TEST(Vltctl, PortsAsJsonKeepEveryByteOfAName) {
   OpenDescriptorCheck noLeaks;
   TestProcess plain("Service", "a \"name\"", {});
@@ -245,27 +200,36 @@ TEST(Vltctl, PortsListsOwners) {
   EXPECT_EQ("", none.output);
 }
 
-TEST(Vltctl, QuitWaitsUntilThePortIsGone) {
+TEST(Vltctl, QuitTellsWhatHappenedOnceThePortIsGone) {
   OpenDescriptorCheck noLeaks;
-  TestProcess service("Service");
-  ASSERT_TRUE(service.WaitReady(20s));
-  EXPECT_EQ(0, Vltctl({"quit", service.PortName()}).status);
-  EXPECT_TRUE(WaitForNoPort(service.PortName(), 0s));
-  EXPECT_EQ(kRoleDone, service.Wait(20s));
-
-  const ProgramResult again = Vltctl({"quit", service.PortName()});
-  EXPECT_EQ(0, again.status);
-  EXPECT_NE(std::string::npos, again.errors.find("is not running"));
+  for (const bool isJson : {false, true}) {
+    SCOPED_TRACE(isJson);
+    TestProcess service("Service");
+    ASSERT_TRUE(service.WaitReady(20s));
+    const std::string port = service.PortName();
+    const auto quit = [&](std::vector<std::string> words, int status, const std::string& outcome,
+                          const std::string& error, const char* said) {
+      words.insert(words.begin(), port);
+      if (isJson) words.push_back("--json");
+      const std::string json =
+          "{\"port\":\"" + port + "\",\"outcome\":\"" + outcome + "\",\"error\":" + error + "}\n";
+      const ProgramResult result = RunVerb({"quit"}, words);
+      EXPECT_EQ(status, result.status) << result.errors;
+      EXPECT_EQ(isJson ? json : "", result.output);
+      EXPECT_NE(std::string::npos, result.errors.find(isJson ? "" : said)) << result.errors;
+    };
+    service.Signal(SIGSTOP);
+    quit({"--timeout=0.2"}, 4, "failed", "{\"number\":-1712,\"name\":\"errAETimeout\"}", "");
+    service.Signal(SIGCONT);
+    service.Wait(20s);  // it has taken the quit event that nobody waits for any more
+    quit({}, 0, "notRunning", "null", "is not running");
+    TestProcess other("Service", port.c_str(), {});
+    ASSERT_TRUE(other.WaitReady(20s));
+    quit({}, 0, "quit", "null", "");
+    EXPECT_TRUE(WaitForNoPort(port, 0s));
+    EXPECT_EQ(kRoleDone, other.Wait(20s));
+  }
   EXPECT_EQ(0, Vltctl({"quit"}).status);  // no session daemon either
-}
-
-TEST(Vltctl, AStoppedServiceDoesNotQuitInTime) {
-  OpenDescriptorCheck noLeaks;
-  TestProcess service("Service");
-  ASSERT_TRUE(service.WaitReady(20s));
-  service.Signal(SIGSTOP);
-  const ProgramResult result = Vltctl({"quit", service.PortName(), "--timeout", "0.2"});
-  EXPECT_EQ(4, result.status) << result.errors;
 }
 
 TEST(Vltctl, AnUnusableSessionDirectoryIsStatusEight) {
