@@ -21,8 +21,10 @@ namespace {
 
 constexpr int kClients = 50;
 constexpr int kRequests = 100;  // of each client in a run; scaled
-// 3 is meant. A server that served the flood's buffer first would show hundreds.
-constexpr int kMostRatio = 10;
+// A server that served the flood's buffer first would show hundreds, in every turn; a busy machine
+// spoils a turn now and then.
+constexpr int kMostRatio = 3;
+constexpr int kMostTurns = 5;
 
 TEST_ROLE(Flooder) {
   mach_port_t port = MACH_PORT_NULL;
@@ -70,6 +72,28 @@ int64_t RunClients(Clients& clients, int requests) {
   return waits[waits.size() * 99 / 100];
 }
 
+struct Waits {
+  int64_t quiet = 0;
+  int64_t flooded = 0;
+  bool AreClose() const { return flooded <= kMostRatio * std::max<int64_t>(quiet, 1000); }
+};
+
+// What the clients wait for without and then with a flood beside them.
+void RunTurn(const TestProcess& server, Clients& clients, int requests, Waits* waits) {
+  waits->quiet = RunClients(clients, requests);
+  TestProcess flooder("Flooder", server.PortName(), {});
+  ASSERT_TRUE(flooder.WaitReady(20s));
+  waits->flooded = RunClients(clients, requests);
+  flooder.Tell("end");
+  std::istringstream line(flooder.Hear(60s).value_or(""));
+  int64_t sent = 0, failed = -1;
+  line >> sent >> failed;
+  EXPECT_GT(sent, kClients);  // it did flood
+  EXPECT_EQ(0, failed);
+  testing::Test::RecordProperty("flood_events", std::to_string(sent));
+  EXPECT_EQ(kRoleDone, flooder.Wait(20s));
+}
+
 TEST(Flood, OfOneSenderHardlyTouchesTheOthers) {
   OpenDescriptorCheck noLeaks;
   TestProcess server("FaultServer");
@@ -82,23 +106,14 @@ TEST(Flood, OfOneSenderHardlyTouchesTheOthers) {
         "NormalClient", server.PortName(), std::vector<std::string>{std::to_string(requests)}));
   }
   for (auto& client : clients) ASSERT_TRUE(client->WaitReady(20s));
-  const int64_t quiet = RunClients(clients, requests);
-  {
-    TestProcess flooder("Flooder", server.PortName(), {});
-    ASSERT_TRUE(flooder.WaitReady(20s));
-    const int64_t flooded = RunClients(clients, requests);
-    EXPECT_LT(flooded, kMostRatio * std::max<int64_t>(quiet, 1000));
-    RecordProperty("quiet_p99_us", std::to_string(quiet));
-    RecordProperty("flooded_p99_us", std::to_string(flooded));
-    flooder.Tell("end");
-    std::istringstream line(flooder.Hear(60s).value_or(""));
-    int64_t sent = 0, failed = -1;
-    line >> sent >> failed;
-    EXPECT_GT(sent, kClients);  // it did flood
-    EXPECT_EQ(0, failed);
-    RecordProperty("flood_events", std::to_string(sent));
-    EXPECT_EQ(kRoleDone, flooder.Wait(20s));
+  Waits waits;
+  for (int turn = 1; turn <= kMostTurns; turn++) {
+    ASSERT_NO_FATAL_FAILURE(RunTurn(server, clients, requests, &waits));
+    if (waits.AreClose()) break;
   }
+  EXPECT_TRUE(waits.AreClose()) << waits.quiet << " and " << waits.flooded << " us";
+  RecordProperty("quiet_p99_us", std::to_string(waits.quiet));
+  RecordProperty("flooded_p99_us", std::to_string(waits.flooded));
   for (auto& client : clients) client->Tell("end");
   for (auto& client : clients) EXPECT_EQ(kRoleDone, client->Wait(20s));
   ExpectBackAt(before, server.Pid());
