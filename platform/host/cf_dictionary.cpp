@@ -11,6 +11,67 @@
 #include "platform/host/cf_string.h"
 #include "platform/host/hash.h"
 
+namespace {
+
+// The slots of an index over so many pairs, three quarters full at most.
+size_t SlotsFor(UInt32 pairCapacity) {
+  return std::bit_ceil(size_t{pairCapacity} + pairCapacity / 3 + 1);
+}
+
+// The characters of a key that is a string of single bytes; those of others are null.
+struct KeyText {
+  const UInt8* bytes = nullptr;
+  size_t count = 0;
+
+  explicit KeyText(const void* key) {
+    const auto* string = HostCast<HostCFString>(key);
+    if (string == nullptr || string->Latin1() == nullptr) return;
+    bytes = string->Latin1();
+    count = string->Length();
+  }
+  bool IsBefore(const KeyText& other) const {
+    const int order = std::memcmp(bytes, other.bytes, std::min(count, other.count));
+    return order != 0 ? order < 0 : count < other.count;
+  }
+};
+
+// Sorted, as most programs write them.
+bool AreAscending(const HostPair* pairs, size_t count) {
+  constexpr size_t kAhead = 8;
+  KeyText last(pairs[0].key);
+  if (last.bytes == nullptr) return false;
+  for (size_t i = 1; i < count; ++i) {
+    if (i + kAhead < count) __builtin_prefetch(pairs[i + kAhead].key);
+    const KeyText text(pairs[i].key);
+    if (text.bytes == nullptr || !last.IsBefore(text)) return false;
+    last = text;
+  }
+  return true;
+}
+
+// So few that a table of their plain hashes fits on the stack. Keys chosen to collide end it soon.
+bool AreFewAndHashApart(const HostPair* pairs, size_t count) {
+  constexpr size_t kMost = 128;
+  if (count > kMost) return false;
+  UInt8 places[2 * kMost] = {};  // of the hashes, plus 1; 0: free
+  UInt32 hashes[kMost];
+  size_t stepsLeft = 4 * count;
+  for (size_t i = 0; i < count; ++i) {
+    const KeyText text(pairs[i].key);
+    if (text.bytes == nullptr) return false;
+    const UInt32 hash = HostHashPlainly(text.bytes, text.count);
+    size_t at = hash % (2 * kMost);
+    for (; places[at] != 0; at = (at + 1) % (2 * kMost)) {
+      if (hashes[places[at] - 1] == hash || --stepsLeft == 0) return false;
+    }
+    hashes[i] = hash;
+    places[at] = static_cast<UInt8>(i + 1);
+  }
+  return true;
+}
+
+}  // namespace
+
 __CFDictionary* __CFDictionary::Make(const HostDictionaryCallbacks* callbacks, size_t room,
                                      bool isMutable, HostObjectPool* pool) {
   const size_t size = HostContainerSize(sizeof(__CFDictionary), room, sizeof(HostPair));
@@ -40,6 +101,12 @@ __CFDictionary* __CFDictionary::CreateTaking(const HostPair* pairs, size_t count
     for (size_t i = 0; i < count; ++i) dictionary->Take(pairs[i], 0);
     return dictionary;
   }
+  if (AreAscending(pairs, count) || AreFewAndHashApart(pairs, count)) {
+    std::memcpy(dictionary->pairs, pairs, count * sizeof *pairs);
+    dictionary->used = dictionary->count = static_cast<UInt32>(count);
+    dictionary->slotMask = static_cast<UInt32>(SlotsFor(dictionary->capacity) - 1);
+    return dictionary;
+  }
   if (!dictionary->MakeIndex(dictionary->capacity)) {
     dictionary->Destroy();
     return nullptr;
@@ -47,11 +114,12 @@ __CFDictionary* __CFDictionary::CreateTaking(const HostPair* pairs, size_t count
   // In batches: the slots of a large index come from memory while the next keys are hashed.
   constexpr size_t kBatch = 16;
   UInt32 hashes[kBatch];
+  const Slot* const index = dictionary->slots.load(std::memory_order_relaxed);
   for (size_t i = 0; i < count; i += kBatch) {
     const size_t batch = std::min(kBatch, count - i);
     for (size_t j = 0; j < batch; ++j) {
       hashes[j] = dictionary->HashOf(pairs[i + j].key);
-      __builtin_prefetch(&dictionary->slots[hashes[j] & dictionary->slotMask], 1);
+      __builtin_prefetch(&index[hashes[j] & dictionary->slotMask], 1);
     }
     for (size_t j = 0; j < batch; ++j) dictionary->Take(pairs[i + j], hashes[j]);
   }
@@ -61,10 +129,12 @@ __CFDictionary* __CFDictionary::CreateTaking(const HostPair* pairs, size_t count
 // Puts a pair whose references become the dictionary's; there is room for it and for its slot.
 // `hash` is that of the key, if there is an index.
 void __CFDictionary::Take(const HostPair& pair, UInt32 hash) {
-  const UInt32 place = HasIndex() ? FindIndexed(pair.key, hash) : FindPlace(pair.key);
+  Slot* const index = slots.load(std::memory_order_relaxed);
+  const UInt32 place =
+      index != nullptr ? FindIndexed(index, pair.key, hash) : FindPlace(pair.key);
   if (place == kNowhere) {
     pairs[used] = pair;
-    if (HasIndex()) Enter(hash, used);
+    if (index != nullptr) Enter(index, hash, used);
     ++used;
     ++count;
     return;
@@ -110,16 +180,16 @@ bool __CFDictionary::KeysEqual(const void* a, const void* b) const {
   return left != nullptr && right != nullptr ? left->HasTextOf(*right) : CFEqual(a, b);
 }
 
-UInt32 __CFDictionary::FindIndexed(const void* key, UInt32 hash) const {
+UInt32 __CFDictionary::FindIndexed(const Slot* index, const void* key, UInt32 hash) const {
   for (UInt32 i = hash & slotMask;; i = (i + 1) & slotMask) {
-    const Slot slot = slots[i];
+    const Slot slot = index[i];
     if (slot.place == 0) return kNowhere;
     if (slot.hash == hash && KeysEqual(pairs[slot.place - 1].key, key)) return slot.place - 1;
   }
 }
 
 UInt32 __CFDictionary::FindPlace(const void* key) const {
-  if (HasIndex()) return FindIndexed(key, HashOf(key));
+  if (const Slot* index = IndexForSearch()) return FindIndexed(index, key, HashOf(key));
   for (UInt32 i = 0; i < used; ++i) {
     if (pairs[i].key == key) return i;
   }
@@ -137,50 +207,71 @@ const HostPair* __CFDictionary::Find(const void* key) const {
 
 // ---- The index ----
 
-// Slots for so many pairs, three quarters full at most, with those entered that are there. The old
-// index stays when there is no memory.
+// The index, which is made now if it has been waiting for a search: everybody who searches may find
+// it missing at once, and the first one ready puts his in place. Null when there is none, or no
+// memory for it; the pairs are searched one by one then.
+const __CFDictionary::Slot* __CFDictionary::IndexForSearch() const {
+  Slot* index = slots.load(std::memory_order_acquire);
+  if (index != nullptr || slotMask == 0) return index;
+  auto* made = static_cast<Slot*>(std::calloc(size_t{slotMask} + 1, sizeof(Slot)));
+  if (made == nullptr) return nullptr;
+  for (UInt32 i = 0; i < used; ++i) {
+    if (pairs[i].key != nullptr) Enter(made, HashOf(pairs[i].key), i);
+  }
+  if (slots.compare_exchange_strong(index, made, std::memory_order_acq_rel)) return made;
+  std::free(made);
+  return index;
+}
+
+// An index over so many pairs, with those entered that are there. The old one stays when there is
+// no memory.
 bool __CFDictionary::MakeIndex(UInt32 pairCapacity) {
-  const size_t wanted = std::bit_ceil(size_t{pairCapacity} + pairCapacity / 3 + 1);
+  const size_t wanted = SlotsFor(pairCapacity);
   const size_t size = HostContainerSize(0, wanted, sizeof(Slot));
   void* block = size != 0 ? std::calloc(wanted, sizeof(Slot)) : nullptr;
   if (block == nullptr) return false;
-  Slot* old = std::exchange(slots, static_cast<Slot*>(block));
+  auto* index = static_cast<Slot*>(block);
+  Slot* old = slots.load(std::memory_order_relaxed);
   const UInt32 oldMask = std::exchange(slotMask, static_cast<UInt32>(wanted - 1));
   if (old != nullptr) {
     for (size_t i = 0; i <= oldMask; ++i) {
-      if (old[i].place != 0) Enter(old[i].hash, old[i].place - 1);
+      if (old[i].place != 0) Enter(index, old[i].hash, old[i].place - 1);
     }
   } else {
     for (UInt32 i = 0; i < used; ++i) {
-      if (pairs[i].key != nullptr) Enter(HashOf(pairs[i].key), i);
+      if (pairs[i].key != nullptr) Enter(index, HashOf(pairs[i].key), i);
     }
   }
+  slots.store(index, std::memory_order_release);
   std::free(old);
   return true;
 }
 
 void __CFDictionary::DropIndex() {
-  std::free(std::exchange(slots, nullptr));
+  std::free(slots.load(std::memory_order_relaxed));
+  slots.store(nullptr, std::memory_order_relaxed);
   slotMask = 0;
 }
 
-void __CFDictionary::Enter(UInt32 hash, UInt32 place) {
+// `index` has slotMask + 1 slots.
+void __CFDictionary::Enter(Slot* index, UInt32 hash, UInt32 place) const {
   UInt32 i = hash & slotMask;
-  while (slots[i].place != 0) i = (i + 1) & slotMask;
-  slots[i] = {hash, place + 1};
+  while (index[i].place != 0) i = (i + 1) & slotMask;
+  index[i] = {hash, place + 1};
 }
 
 // Frees the slot of a pair and moves those behind it up, so that no search stops short of them.
 void __CFDictionary::Leave(UInt32 place) {
+  Slot* const index = slots.load(std::memory_order_relaxed);
   UInt32 hole = HashOf(pairs[place].key) & slotMask;
-  while (slots[hole].place != place + 1) hole = (hole + 1) & slotMask;
-  for (UInt32 i = (hole + 1) & slotMask; slots[i].place != 0; i = (i + 1) & slotMask) {
-    const UInt32 home = slots[i].hash & slotMask;
+  while (index[hole].place != place + 1) hole = (hole + 1) & slotMask;
+  for (UInt32 i = (hole + 1) & slotMask; index[i].place != 0; i = (i + 1) & slotMask) {
+    const UInt32 home = index[i].hash & slotMask;
     if (((i - home) & slotMask) < ((i - hole) & slotMask)) continue;
-    slots[hole] = slots[i];
+    index[hole] = index[i];
     hole = i;
   }
-  slots[hole].place = 0;
+  index[hole].place = 0;
 }
 
 // ---- Changing ----
@@ -192,9 +283,10 @@ void __CFDictionary::Pack() {
     if (pairs[i].key != nullptr) pairs[kept++] = pairs[i];
   }
   used = kept;
-  if (!HasIndex()) return;
-  std::memset(slots, 0, (size_t{slotMask} + 1) * sizeof(Slot));
-  for (UInt32 i = 0; i < used; ++i) Enter(HashOf(pairs[i].key), i);
+  Slot* const index = slots.load(std::memory_order_relaxed);
+  if (index == nullptr) return;
+  std::memset(index, 0, (size_t{slotMask} + 1) * sizeof(Slot));
+  for (UInt32 i = 0; i < used; ++i) Enter(index, HashOf(pairs[i].key), i);
 }
 
 // Room for one more pair and its slot.
@@ -214,7 +306,7 @@ bool __CFDictionary::MakeRoom() {
     pairs = larger;
     capacity = static_cast<UInt32>(more);
   }
-  if (used < kMaxUnindexed) return true;
+  if (used < kMaxUnindexed && slotMask == 0) return true;
   return (HasIndex() && used < (size_t{slotMask} + 1) / 4 * 3) || MakeIndex(capacity);
 }
 

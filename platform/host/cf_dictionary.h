@@ -23,7 +23,8 @@ struct HostPair {
 // The dictionary object: its pairs as a list in the order in which the keys came in, and, from nine
 // pairs on, an index over that list, an open-addressing table of (hash, place) with linear probing.
 // Fewer are searched one by one. Strings are hashed with a key of this process, so that no file can
-// choose keys that collide.
+// choose keys that collide. Where the keys of a new dictionary are plainly all different, the index
+// waits for the first search, on whatever thread that is.
 //
 // The pairs of a dictionary that was created with some lie behind it in the same block, also if it
 // is mutable, until it outgrows that.
@@ -93,11 +94,12 @@ struct __CFDictionary final : HostContainer {
   void Destroy() override;
   HostPair* Inline() { return reinterpret_cast<HostPair*>(this + 1); }
 
-  bool HasIndex() const { return slots != nullptr; }
+  bool HasIndex() const { return slots.load(std::memory_order_relaxed) != nullptr; }
+  const Slot* IndexForSearch() const;
   UInt32 HashOf(const void* key) const;
   bool KeysEqual(const void* a, const void* b) const;
   UInt32 FindPlace(const void* key) const;
-  UInt32 FindIndexed(const void* key, UInt32 hash) const;
+  UInt32 FindIndexed(const Slot* index, const void* key, UInt32 hash) const;
   void Take(const HostPair& pair, UInt32 hash);
   HostPair Detach(UInt32 place);
   void ReleasePair(const HostPair& pair) const;
@@ -105,7 +107,7 @@ struct __CFDictionary final : HostContainer {
   void Pack();
   bool MakeIndex(UInt32 pairCapacity);
   void DropIndex();
-  void Enter(UInt32 hash, UInt32 place);
+  void Enter(Slot* index, UInt32 hash, UInt32 place) const;
   void Leave(UInt32 place);
 
   const bool isMutable;
@@ -113,9 +115,9 @@ struct __CFDictionary final : HostContainer {
   UInt32 count = 0;     // of pairs without holes
   UInt32 used = 0;      // with holes
   UInt32 capacity;      // of `pairs`
-  UInt32 slotMask = 0;  // number of slots less 1
+  UInt32 slotMask = 0;  // number of slots less 1; without slots: of those that are to come
   HostPair* pairs;
-  Slot* slots = nullptr;
+  mutable std::atomic<Slot*> slots{nullptr};
   const HostDictionaryCallbacks* const callbacks;  // owned unless it is kHostObjectPairs
 };
 using HostCFDictionary = __CFDictionary;

@@ -10,6 +10,7 @@
 #include "platform/host/cf_data.h"
 #include "platform/host/cf_date.h"
 #include "platform/host/cf_number.h"
+#include "platform/host/hash.h"
 #include "platform/host/plist_codec.h"
 
 namespace {
@@ -20,20 +21,6 @@ constexpr size_t kLeastValues = 64;
 constexpr size_t BlockSize(size_t bytes) { return (bytes + 8 + 15) & ~size_t{15}; }
 
 size_t StringSize(size_t count) { return sizeof(HostCFString) + count + 1; }
-
-// Any hash will do here: a collision costs a shared key, nothing else.
-UInt32 KeyHash(const UInt8* text, size_t count) {
-  constexpr uint64_t kFactor = 0x9E3779B97F4A7C15;
-  uint64_t hash = count;
-  uint64_t word = 0;
-  for (; count >= sizeof word; text += sizeof word, count -= sizeof word) {
-    std::memcpy(&word, text, sizeof word);
-    hash = std::rotl((hash ^ word) * kFactor, 29);
-  }
-  word = 0;
-  for (size_t i = 0; i < count; ++i) word = word << 8 | text[i];
-  return static_cast<UInt32>(((hash ^ word) * kFactor) >> 32);
-}
 
 // For what is made beside the file. A part of the 4 MiB is left for what is not counted.
 size_t MemoryLimit(size_t inputSize, size_t factor) {
@@ -168,7 +155,8 @@ bool HostPlistBuilder::Close() {
 
 bool HostPlistBuilder::AddKey(const UInt8* text, size_t count) {
   if (keys.empty()) keys.resize(keysWorthRemembering);
-  const UInt32 hash = KeyHash(text, count);
+  // Any hash will do here: a collision costs a shared key, nothing else.
+  const UInt32 hash = HostHashPlainly(text, count);
   KnownKey& known = keys[hash & (keys.size() - 1)];
   if (known.hash == hash && known.era == era && known.key->Length() == count &&
       AreSame(known.key->Latin1(), text, count)) {

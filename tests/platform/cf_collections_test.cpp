@@ -1,10 +1,13 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <map>
 #include <random>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/host/cf_array.h"
@@ -211,6 +214,74 @@ TEST(Dictionary, KeepsTheFirstKeyWithTheLastValue) {
     EXPECT_EQ(2, IntOf(CFDictionaryGetValue(dictionary, CFSTR("twice"))));
     EXPECT_EQ(firstKey, HostCast<HostCFDictionary>(dictionary)->Find(CFSTR("twice"))->key);
     EXPECT_EQ(1, CFGetRetainCount(firstKey));
+  }
+}
+
+// Keys in order, in no order, few and many, of both widths, and with a repeated one at either end:
+// whatever way the keys of a new dictionary are told apart, all searches find the same.
+TEST(Dictionary, IsSearchedByManyThreadsAtOnceFromTheBeginning) {
+  for (const size_t count : {9u, 100u, 128u, 129u, 3000u}) {
+    for (const bool sorted : {true, false}) {
+      for (const bool wide : {false, true}) {
+        std::vector<std::string> names;
+        for (size_t i = 0; i < count; ++i) names.push_back("name " + std::to_string(10000 + i));
+        if (!sorted) std::shuffle(names.begin(), names.end(), std::mt19937(7));
+        if (wide) names[count / 2] += "\xe2\x82\xac";
+        for (const size_t repeated : {size_t{0}, count - 1, count}) {
+          std::vector<std::string> all = names;
+          if (repeated < count) all.push_back(names[repeated]);
+          std::vector<HostPair> pairs;
+          for (size_t i = 0; i < all.size(); ++i) {
+            pairs.push_back(
+                {CFRetain(String(all[i])), CFRetain(Number(static_cast<SInt32>(i)))});
+          }
+          const OwnedRef<CFDictionaryRef> dictionary(
+              HostCFDictionary::CreateTaking(pairs.data(), pairs.size(), false));
+          ASSERT_EQ(static_cast<CFIndex>(count), CFDictionaryGetCount(dictionary));
+          std::atomic<int> wrong{0};
+          auto search = [&] {
+            for (size_t i = 0; i < count; ++i) {
+              const size_t expected = i == repeated ? count : i;
+              const SInt32 got = IntOf(CFDictionaryGetValue(dictionary, String(names[i])));
+              if (got != static_cast<SInt32>(expected)) ++wrong;
+            }
+            if (CFDictionaryContainsKey(dictionary, CFSTR("no name"))) ++wrong;
+          };
+          std::vector<std::thread> threads;
+          for (int i = 0; i < 3; ++i) threads.emplace_back(search);
+          for (std::thread& thread : threads) thread.join();
+          EXPECT_EQ(0, wrong) << count << ' ' << sorted << ' ' << wide << ' ' << repeated;
+        }
+      }
+    }
+  }
+}
+
+TEST(Dictionary, ChangesBeforeItIsSearched) {
+  std::vector<HostPair> pairs;
+  for (SInt32 i = 0; i < 40; ++i) {
+    pairs.push_back({CFRetain(String(std::to_string(100 + i))), CFRetain(Number(i))});
+  }
+  for (const bool removesFirst : {false, true}) {
+    for (const HostPair& pair : pairs) {
+      CFRetain(pair.key);
+      CFRetain(pair.value);
+    }
+    const OwnedRef<CFMutableDictionaryRef> dictionary(
+        HostCFDictionary::CreateTaking(pairs.data(), pairs.size(), true));
+    if (removesFirst) CFDictionaryRemoveValue(dictionary, CFSTR("139"));
+    CFDictionarySetValue(dictionary, CFSTR("100"), CFSTR("other"));
+    CFDictionarySetValue(dictionary, CFSTR("new"), CFSTR("value"));
+    EXPECT_EQ(removesFirst ? 40 : 41, CFDictionaryGetCount(dictionary));
+    EXPECT_TRUE(CFEqual(CFSTR("other"), CFDictionaryGetValue(dictionary, CFSTR("100"))));
+    EXPECT_EQ(!removesFirst, CFDictionaryContainsKey(dictionary, CFSTR("139")));
+    EXPECT_EQ(38, IntOf(CFDictionaryGetValue(dictionary, CFSTR("138"))));
+    CFDictionaryRemoveAllValues(dictionary);
+    EXPECT_FALSE(CFDictionaryContainsKey(dictionary, CFSTR("138")));
+  }
+  for (const HostPair& pair : pairs) {
+    CFRelease(pair.key);
+    CFRelease(pair.value);
   }
 }
 
