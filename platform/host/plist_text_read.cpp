@@ -1,16 +1,12 @@
-#include <array>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "platform/host/cf_data.h"
-#include "platform/host/plist_builder.h"
-#include "platform/host/plist_codec.h"
-#include "platform/host/plist_text.h"
+#include "platform/host/plist_reader.h"
 
 namespace {
 
-constexpr size_t kMemoryFactor = 8;
 constexpr size_t kLeastItem = 2;  // a,
 
 // The NextStep encoding, bytes 0x80 to 0xFF; 0 where the byte means nothing. Octal escapes use it.
@@ -43,27 +39,19 @@ int DigitOf(UInt8 c, int base) {
   return digit < base ? digit : -1;
 }
 
-// TextReader goes through UTF-8 text from front to back. A function that reads something returns
-// false when it is not as it should be; the error is then in place and the reader is finished.
-class TextReader {
+// TextReader reads the old form: braces, parentheses and semicolons.
+class TextReader : private HostPlistReader {
  public:
   // inputSize is that of the file, before it became UTF-8.
   TextReader(const HostPlistText& text, size_t inputSize, CFOptionFlags mutability,
              HostPropertyListError* error)
-      : begin(text.bytes),
-        end(text.bytes + text.count),
-        at(text.bytes),
-        input(text),
-        error(error),
-        builder(inputSize, kMemoryFactor, kLeastItem, mutability) {}
+      : HostPlistReader(text, inputSize, kLeastItem, mutability, error) {}
 
   CFPropertyListRef Read();
 
  private:
   using Kind = HostPlistBuilder::Kind;
 
-  bool Fail(const UInt8* where, std::string text, std::string hint = "");
-  bool FailBuilding(const UInt8* where) { return Fail(where, builder.Problem()); }
   bool FailAtEnd() { return Fail(end, "the file ends too early", "it may have been cut short"); }
 
   bool Skip();
@@ -81,25 +69,9 @@ class TextReader {
   bool FinishItem();
   bool Close();
 
-  const UInt8* const begin;
-  const UInt8* const end;
-  const UInt8* at;
-  const HostPlistText input;
-  HostPropertyListError* const error;
-  HostPlistBuilder builder;
   bool isBareDictionary = false;  // the outermost dictionary has no braces
   std::vector<UniChar> units;
 };
-
-bool TextReader::Fail(const UInt8* where, std::string text, std::string hint) {
-  const HostTextPlace place = HostFindPlace(begin, where);
-  error->text = std::move(text);
-  error->hint = std::move(hint);
-  error->offset = static_cast<size_t>(where - begin);
-  error->line = place.line + 1;
-  error->column = place.column + 1;
-  return false;
-}
 
 // White space and comments.
 bool TextReader::Skip() {
@@ -178,8 +150,7 @@ bool TextReader::DecodeQuoted(const UInt8* from, const UInt8* to, size_t* used) 
     size_t count = 0;
     if (!HostDecodeText(kCFStringEncodingUTF8, from, static_cast<size_t>(stop - from), false,
                         &units[*used], &count)) {
-      return Fail(HostFindBadUTF8(from, stop), "the bytes are not UTF-8",
-                  "save the file as UTF-8, or as UTF-16 with a byte-order mark");
+      return FailNotUTF8(HostFindBadUTF8(from, stop));
     }
     *used += count;
     from = stop;
@@ -326,11 +297,7 @@ bool TextReader::ReadAll() {
   return at == end || Fail(at, "something follows the end of the list");
 }
 
-CFPropertyListRef TextReader::Read() {
-  if (!input.isGood) return Fail(end, "the bytes are not UTF-16"), nullptr;
-  if (input.wasUTF16 && !builder.Charge(input.count)) return FailBuilding(begin), nullptr;
-  return ReadAll() ? builder.TakeRoot() : nullptr;
-}
+CFPropertyListRef TextReader::Read() { return Begin() && ReadAll() ? builder.TakeRoot() : nullptr; }
 
 }  // namespace
 

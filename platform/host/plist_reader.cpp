@@ -1,0 +1,23 @@
+#include "platform/host/plist_reader.h"
+
+#include <utility>
+
+bool HostPlistReader::Begin() {
+  if (!input.isGood) return Fail(end, "the bytes are not UTF-16");
+  return !input.wasUTF16 || builder.Charge(input.count) || FailBuilding(begin);
+}
+
+bool HostPlistReader::Fail(const UInt8* where, std::string text, std::string hint) {
+  const HostTextPlace place = HostFindPlace(begin, where);
+  error->text = std::move(text);
+  error->hint = std::move(hint);
+  error->offset = static_cast<size_t>(where - begin);
+  error->line = place.line + 1;
+  error->column = place.column + 1;
+  return false;
+}
+
+bool HostPlistReader::FailNotUTF8(const UInt8* where) {
+  return Fail(where, "the bytes are not UTF-8",
+              "save the file as UTF-8, or as UTF-16 with a byte-order mark");
+}

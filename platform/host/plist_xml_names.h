@@ -1,0 +1,82 @@
+#pragma once
+
+#include <CoreFoundation/CFBase.h>
+
+#include <array>
+#include <cstdint>
+#include <iterator>
+#include <string>
+#include <string_view>
+
+// The elements of property lists in XML, and how their tags are recognised eight bytes at a time.
+
+enum class HostXMLElement : UInt8 {
+  kKey,
+  kTrue,
+  kReal,
+  kData,
+  kDate,
+  kDict,
+  kFalse,
+  kArray,
+  kPlist,
+  kString,
+  kInteger,
+  kUnknown,
+};
+
+// In the order of the elements; an unknown one has no name.
+inline constexpr std::string_view kHostXMLNames[] = {
+    "key", "true", "real", "data", "date", "dict", "false", "array", "plist", "string", "integer"};
+
+inline std::string_view HostXMLNameOf(HostXMLElement element) {
+  return kHostXMLNames[static_cast<size_t>(element)];
+}
+inline std::string HostXMLTag(std::string_view name) { return "<" + std::string(name) + ">"; }
+
+// A tag without blanks and attributes, "key>" or "true/>", as a number: what the eight bytes behind
+// the < give when they are shifted. Longer ones have none.
+struct HostXMLTagWord {
+  uint64_t word = 0;
+  int shift = 64;
+
+  bool Is(uint64_t eightBytes) const { return shift < 64 && eightBytes >> shift == word; }
+};
+
+constexpr std::array<HostXMLTagWord, std::size(kHostXMLNames)> HostXMLTagWords(
+    std::string_view end) {
+  std::array<HostXMLTagWord, std::size(kHostXMLNames)> words;
+  for (size_t i = 0; i < words.size(); ++i) {
+    const size_t size = kHostXMLNames[i].size() + end.size();
+    if (size > sizeof(uint64_t)) continue;
+    uint64_t& word = words[i].word;
+    for (const char c : kHostXMLNames[i]) word = word << 8 | static_cast<UInt8>(c);
+    for (const char c : end) word = word << 8 | static_cast<UInt8>(c);
+    words[i].shift = 64 - static_cast<int>(size) * 8;
+  }
+  return words;
+}
+inline constexpr auto kHostXMLTagWords = HostXMLTagWords(">");
+inline constexpr auto kHostXMLEmptyTagWords = HostXMLTagWords("/>");
+
+inline const HostXMLTagWord& HostXMLTagWordOf(HostXMLElement element) {
+  return kHostXMLTagWords[static_cast<size_t>(element)];
+}
+
+// The element that a name beginning with these four letters can be of: the elements in the order of
+// a hash under which no two of them meet.
+constexpr UInt32 HostXMLGuessHash(UInt32 letters) { return (letters * 0xEC007B1Bu) >> 28; }
+
+inline constexpr std::array<HostXMLElement, 16> kHostXMLGuesses = [] {
+  std::array<HostXMLElement, 16> guesses;
+  guesses.fill(HostXMLElement::kKey);
+  for (size_t i = 0; i < std::size(kHostXMLNames); ++i) {
+    UInt32 letters = 0;
+    for (size_t j = 0; j < 4; ++j) {
+      const char c = j < kHostXMLNames[i].size() ? kHostXMLNames[i][j] : '>';
+      letters = letters << 8 | static_cast<UInt8>(c);
+    }
+    guesses[HostXMLGuessHash(letters)] = static_cast<HostXMLElement>(i);
+  }
+  return guesses;
+}();
