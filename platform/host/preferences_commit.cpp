@@ -68,15 +68,22 @@ int OpenFolder(const std::string& folder) {
   return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 }
 
-// Makes what is missing of the way to `folder`. Failing shows when the folder is opened.
-void MakeFolders(const std::string& folder, mode_t mode) {
+// Makes what is missing of the way to `folder`. Failing shows when the folder is opened: the result
+// is errno of the first one that could not be made, 0 when all were made or there.
+int MakeFolders(const std::string& folder, mode_t mode) {
+  int reason = 0;
   std::string parent = "/";
   for (size_t slash = 0; slash != std::string::npos;) {
     slash = folder.find('/', slash + 1);
     const std::string made = folder.substr(0, slash);
-    if (mkdir(made.c_str(), mode) == 0) Sync(HostOpenFile(OpenFolder(parent)).Get(), true);
+    if (mkdir(made.c_str(), mode) == 0) {
+      Sync(HostOpenFile(OpenFolder(parent)).Get(), true);
+    } else if (reason == 0 && errno != EEXIST) {
+      reason = errno;
+    }
     parent = made;
   }
+  return reason;
 }
 
 bool FindTarget(const HostPreferencesPlace& place, Target* target, std::string* problem) {
@@ -88,8 +95,10 @@ bool FindTarget(const HostPreferencesPlace& place, Target* target, std::string* 
   target->isShared = place.isShared;
   target->directory = HostOpenFile(OpenFolder(target->folder));
   if (!target->directory.IsOpen() && errno == ENOENT && path == place.path) {
-    MakeFolders(target->folder, place.isShared ? 0755 : 0700);
+    const int reason = MakeFolders(target->folder, place.isShared ? 0755 : 0700);
     target->directory = HostOpenFile(OpenFolder(target->folder));
+    // Why it is not there says more than that it is not.
+    if (!target->directory.IsOpen() && errno == ENOENT && reason != 0) errno = reason;
   }
   struct stat info;
   if (!target->directory.IsOpen() || fstat(target->directory.Get(), &info) != 0) {
@@ -302,7 +311,7 @@ bool HostCommitPreferences(const HostPreferencesPlace& place, const HostCFDictio
   Target target;
   CommitLock lock;
   if (!FindTarget(place, &target, problem) || !lock.Take(target, problem)) return false;
-  *content = HostReadPreferences(target.Path());
+  *content = HostReadPreferences(target.Path(), place.path);
   if (content->state == HostPreferencesContent::State::kRefused) {
     *problem = content->problem;
     return false;

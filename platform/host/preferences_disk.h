@@ -47,11 +47,11 @@ struct HostPreferencesContent {
   bool isSettled = false;
 };
 
-// What the file says now, if it can be trusted.
-HostPreferencesContent HostReadPreferences(const std::string& path);
+// What the file at `path` says now, if it can be trusted. `name` is what a problem calls it.
+HostPreferencesContent HostReadPreferences(const std::string& path, const std::string& name);
 
 // Whether a file that has one of two values need not be changed to have the other: the same
-// content, and 1 is not 1.0.
+// content, bit for bit: 1 is not 1.0, and 0.0 is not -0.0.
 bool HostIsSamePreference(CFTypeRef a, CFTypeRef b);
 
 // What stands for "remove this key" in changes.

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <ctime>
 
+#include <bit>
 #include <memory>
 
 #include "platform/host/cf_data.h"
@@ -99,14 +100,21 @@ std::string ReadValues(int fd, HostPreferencesContent* content) {
   return reason;
 }
 
-std::string Refusal(const std::string& path, const HostFileStamp& stamp,
+std::string Refusal(const std::string& name, const HostFileStamp& stamp,
                     const std::string& reason) {
   char owner[64] = "";
   if (stamp.changed != 0) {
     snprintf(owner, sizeof owner, " (owner %u, mode %04o)", static_cast<unsigned>(stamp.owner),
              static_cast<unsigned>(stamp.mode & 07777));
   }
-  return "preferences " + path + owner + " are neither read nor written: " + reason;
+  return "preferences " + name + owner + " are neither read nor written: " + reason;
+}
+
+// A real number's bits: zeros of either sign are equal, and no NaN is equal to another.
+uint64_t BitsOf(CFNumberRef real) {
+  double value = 0;
+  CFNumberGetValue(real, kCFNumberFloat64Type, &value);
+  return std::bit_cast<uint64_t>(value);
 }
 
 }  // namespace
@@ -116,7 +124,7 @@ HostFileStamp HostStampOfFile(const char* path) {
   return stat(path, &info) == 0 ? StampOf(info) : HostFileStamp();
 }
 
-HostPreferencesContent HostReadPreferences(const std::string& path) {
+HostPreferencesContent HostReadPreferences(const std::string& path, const std::string& name) {
   HostPreferencesContent content;
   int fd;
   do {
@@ -141,15 +149,19 @@ HostPreferencesContent HostReadPreferences(const std::string& path) {
   }
   content.isSettled = now > content.stamp.changed;
   content.state = problem.empty() ? State::kRead : State::kRefused;
-  if (!problem.empty()) content.problem = Refusal(path, content.stamp, problem);
+  if (!problem.empty()) content.problem = Refusal(name, content.stamp, problem);
   return content;
 }
 
 bool HostIsSamePreference(CFTypeRef a, CFTypeRef b) {
   if (a == b) return true;
-  if (!CFEqual(a, b)) return false;
   const auto* number = HostCast<HostCFNumber>(a);
-  if (number != nullptr) return number->IsFloat() == HostCast<HostCFNumber>(b)->IsFloat();
+  const auto* other = HostCast<HostCFNumber>(b);
+  if (number != nullptr && other != nullptr && number->IsFloat() && other->IsFloat()) {
+    return BitsOf(number) == BitsOf(other);
+  }
+  if (!CFEqual(a, b)) return false;
+  if (number != nullptr) return number->IsFloat() == other->IsFloat();
   if (CFGetTypeID(a) != kHostTypeArray && CFGetTypeID(a) != kHostTypeDictionary) return true;
   // Numbers inside are compared by value; their kinds show in the text.
   const HostRetained<HostCFData> first(

@@ -84,7 +84,7 @@ void HostPreferencesFile::LogOnce(const std::string& problem, std::string* last)
 
 void HostPreferencesFile::Refresh() {
   if (wasRead && content.isSettled && HostStampOfFile(place.path.c_str()) == content.stamp) return;
-  Adopt(HostReadPreferences(place.path));
+  Adopt(HostReadPreferences(place.path, place.path));
 }
 
 // Values that have not changed stay the objects that they were.
@@ -199,6 +199,7 @@ bool HostPreferencesFile::Synchronize() {
   } else {
     wasRead = false;  // whatever it is now
     LogOnce(problem, problem == fresh.problem ? &lastRefusal : &lastFailure);
+    lastFailure = problem;
   }
   return isWritten && !wasRefused;
 }

@@ -68,5 +68,5 @@ class HostPreferencesFile {
   HostRetained<HostCFDictionary> changes;  // key -> value or gHostRemovedPreference; null: none
   HostFormerPreferences former;
   std::string lastRefusal;  // that the log has
-  std::string lastFailure;
+  std::string lastFailure;  // of synchronising; the log has it, here or as a refusal
 };

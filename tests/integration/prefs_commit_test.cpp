@@ -20,6 +20,9 @@
 #include <string>
 #include <vector>
 
+#include "platform/host/file_lock.h"
+#include "platform/host/introspect.h"
+#include "platform/host/open_file.h"
 #include "plist/dictionary.h"
 #include "plist/preferences.h"
 #include "tests/support/child_process.h"
@@ -89,6 +92,13 @@ TEST_ROLE(Reader) {
   role.Tell("end");
   role.Tell(std::to_string(CallsSinceArmed() - 2));
   return value == 1 ? kRoleDone : kRoleFailed;
+}
+
+// Why the last commit failed.
+std::string ProblemOfDomain() {
+  const StackCFString domain(kDomain);
+  return HostPreferencesProblem(static_cast<CFStringRef>(static_cast<CFTypeRef>(domain)),
+                                kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
 }
 
 std::string OwnProgram() { return std::filesystem::read_symlink("/proc/self/exe"); }
@@ -277,6 +287,51 @@ TEST_F(PreferencesFaults, AFileThatMayNotGrowLeavesTheOldOne) {
   EXPECT_EQ("failed", FirstLine(result.output));
   EXPECT_EQ("old", StateOfFile());
   ExpectWhole(result, "failed");
+}
+
+TEST_F(PreferencesFaults, ALockThatIsNotGivenBackIsGivenUpAndNothingChanged) {
+  const HostOpenFile lock(
+      open(Path(".real.plist.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  ASSERT_TRUE(lock.IsOpen());
+  ASSERT_TRUE(HostTryLockByte(lock.Get(), 0));
+  Domain().setInteger("old", 3);
+  Domain().setInteger("new", 2);
+  const int before = LeaptSeconds();
+  LeapClock(1);
+  EXPECT_EQ(paramErr, Domain().commit());
+  LeapClock(0);
+  EXPECT_LE(30, LeaptSeconds() - before);
+  EXPECT_EQ("old", StateOfFile());
+  EXPECT_NE(std::string::npos, ProblemOfDomain().find("waiting for its lock: Connection timed out"))
+      << ProblemOfDomain();
+  HostUnlockByte(lock.Get(), 0);
+  EXPECT_EQ(0, Domain().commit());
+  EXPECT_EQ("new", StateOfFile());
+}
+
+TEST_F(PreferencesFaults, AFolderThatCannotBeMadeSaysWhy) {
+  const std::string parent = std::filesystem::path(folder).parent_path();
+  int failures = 0;
+  for (int number = 1, calls = number; number <= calls; number++) {
+    std::filesystem::remove_all(parent);
+    Domain().setInteger("next", ++next);
+    ArmCallFault(CallFault::kError, number, EROFS);
+    const bool ok = Domain().commit() == 0;
+    calls = CallsSinceArmed();
+    ArmCallFault(CallFault::kNone, 0);
+    if (!ok) {
+      failures++;
+      const std::string problem = ProblemOfDomain();
+      EXPECT_NE(std::string::npos, problem.find("Read-only file system")) << number << problem;
+      EXPECT_EQ(0, Domain().commit());
+    }
+    VLTDictionary list;
+    int found = 0;
+    EXPECT_EQ(0, list.load(path.c_str(), false));
+    EXPECT_EQ(0, list.getInteger("next", found));
+    EXPECT_EQ(next, found);
+  }
+  EXPECT_LT(5, failures);
 }
 
 TEST_F(PreferencesFaults, AReadOfWhatIsKnownIsOneCall) {

@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -236,6 +238,36 @@ TEST_F(Preferences, ATypeThatChangesIsSeen) {
   WriteByHand("<plist><dict><key>n</key><real>1</real></dict></plist>");
   EXPECT_EQ(0, preferences.getType("n", type, &number));
   EXPECT_EQ(kCFNumberFloat64Type, number);
+}
+
+TEST_F(Preferences, ZerosKeepTheirSigns) {
+  for (const double zero : {0.0, -0.0, 0.0}) {
+    double read = 1;
+    preferences.setDouble("zero", zero);
+    EXPECT_EQ(0, preferences.getDouble("zero", read));
+    EXPECT_EQ(std::signbit(zero), std::signbit(read));
+    EXPECT_EQ(0, preferences.commit());
+    VLTDictionary file;
+    EXPECT_EQ(0, file.load(path.c_str(), false));
+    EXPECT_EQ(0, file.getDouble("zero", read));
+    EXPECT_EQ(std::signbit(zero), std::signbit(read));
+  }
+}
+
+TEST_F(Preferences, ARefusedFileBehindALinkIsLoggedOnce) {
+  WriteByHand("<plist><dict>");
+  std::filesystem::rename(path, UserFolder() + "real.plist");
+  std::filesystem::create_symlink("real.plist", path);
+  for (int i = 0; i < 3; i++) {
+    EXPECT_EQ(-1, IntegerOf("n"));
+    preferences.setInteger("mine", 5);
+    EXPECT_EQ(paramErr, preferences.commit());
+  }
+  const std::string log = TestLogText();
+  EXPECT_EQ(1, std::count(log.begin(), log.end(), '\n')) << log;
+  EXPECT_NE(std::string::npos, log.find(path)) << log;
+  std::filesystem::remove(path);
+  EXPECT_EQ(0, preferences.commit());
 }
 
 TEST_F(Preferences, LinksModesAndBinaryFilesSurvive) {

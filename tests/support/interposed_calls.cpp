@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
+#include <ctime>
 
 namespace {
 
@@ -17,6 +18,8 @@ int sNumber = 0;
 int sError = 0;
 bool sOnlyFsync = false;
 int sCalls = 0;
+int sLeap = 0;
+int sLeapt = 0;
 
 // What this call meets.
 CallFault Enter(bool isFsync = false) {
@@ -47,6 +50,8 @@ void Arm(CallFault fault, int number, int error, bool onlyFsync) {
 void ArmCallFault(CallFault fault, int number, int error) { Arm(fault, number, error, false); }
 void ArmFsyncFault(CallFault fault, int number) { Arm(fault, number, 0, true); }
 int CallsSinceArmed() { return sCalls; }
+void LeapClock(int seconds) { sLeap = seconds; }
+int LeaptSeconds() { return sLeapt; }
 
 // Calls with a fixed list of arguments.
 #define INTERPOSE(name, parameters, arguments)                   \
@@ -121,4 +126,13 @@ extern "C" int fcntl64(int fd, int command, ...) {
   void* const argument = va_arg(arguments, void*);
   va_end(arguments);
   return Enter() == CallFault::kError ? -1 : hidden(fd, command, argument);
+}
+
+extern "C" int clock_gettime(clockid_t clock, timespec* now) noexcept {
+  static auto* const hidden = Hidden<int(clockid_t, timespec*)>("clock_gettime");
+  const int result = hidden(clock, now);
+  if (clock != CLOCK_MONOTONIC || result != 0) return result;
+  sLeapt += sLeap;
+  now->tv_sec += sLeapt;
+  return 0;
 }

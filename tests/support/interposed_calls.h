@@ -20,5 +20,11 @@ void ArmCallFault(CallFault fault, int number, int error = 0);
 // As above for the `number`-th fsync alone.
 void ArmFsyncFault(CallFault fault, int number);
 
+// Every look at the monotonic clock from now on finds it so many seconds further than the last; it
+// never goes back. 0: time passes as it does.
+void LeapClock(int seconds);
+// How far the clock has leapt in all.
+int LeaptSeconds();
+
 // Calls since the fault was armed.
 int CallsSinceArmed();
