@@ -22,12 +22,13 @@ std::string PathOf(CFURLRef file) {
   return bytes.c_str();
 }
 
-// The path at the end of a chain of symbolic links, whether or not anything is there.
+// The path at the end of a chain of symbolic links, whether or not anything is there; "" when the
+// chain is too long or cannot be followed.
 std::filesystem::path FollowLinks(std::filesystem::path path) {
   std::error_code failure;
-  for (int i = 0; i < kMaxLinks && std::filesystem::is_symlink(path, failure); i++) {
+  for (int i = 0; std::filesystem::is_symlink(path, failure); i++) {
     const std::filesystem::path next = std::filesystem::read_symlink(path, failure);
-    if (failure) break;
+    if (failure || i == kMaxLinks) return {};
     path = path.parent_path() / next;  // an absolute one stays as it is
   }
   return path;
@@ -43,10 +44,16 @@ void TakeOver(const char* path, const struct stat& old) {
 
 }  // namespace
 
-VLTFileReplacement::VLTFileReplacement(CFURLRef file) : path(FollowLinks(PathOf(file)).string()) {
+VLTFileReplacement::VLTFileReplacement(CFURLRef file) {
+  const std::string given = PathOf(file);
+  path = FollowLinks(given).string();
   struct stat old;
   const bool isThere = stat(path.c_str(), &old) == 0;
-  if (!path.empty() && (!isThere || S_ISREG(old.st_mode))) MakeFolder();
+  if (path.empty()) {
+    error = given.empty() ? ENOENT : ELOOP;
+  } else if (!isThere || S_ISREG(old.st_mode)) {
+    MakeFolder();
+  }
 }
 
 VLTFileReplacement::~VLTFileReplacement() {
@@ -61,6 +68,7 @@ void VLTFileReplacement::MakeFolder() {
   if (mkdtemp(name.data()) != nullptr) {
     folder = name;
   } else if (errno != EACCES && errno != EPERM) {
+    error = errno;
     path.clear();  // writing in place could destroy the old contents
   }
 }

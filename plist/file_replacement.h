@@ -18,6 +18,9 @@ class VLTFileReplacement {
   // Where to write; null when nothing can be written. The caller releases it.
   CFURLRef CopyTarget() const;
 
+  // errno's reason why nothing can be written; 0 when it can.
+  int Error() const { return error; }
+
   // Puts what was written into its place. False, with the old file as it was, when the system
   // refuses.
   bool PutInPlace();
@@ -27,4 +30,5 @@ class VLTFileReplacement {
 
   std::string path;    // of the file itself, behind its links; "" for no usable address
   std::string folder;  // ours, beside the file, with the new one in it; "": written in place
+  int error = 0;
 };

@@ -113,6 +113,7 @@ bool WritePlistFile(const std::string& name, const std::string& bytes, PlistProb
       kCFAllocatorDefault, reinterpret_cast<const UInt8*>(name.data()),
       static_cast<CFIndex>(name.size()), false));
   VLTFileReplacement replacement(url);
+  if (replacement.Error() != 0) return FailWithError(problem, replacement.Error());
   const OwnedRef<CFURLRef> target(replacement.CopyTarget());
   const OwnedRef<CFWriteStreamRef> stream(CFWriteStreamCreateWithFile(kCFAllocatorDefault, target));
   const auto count = static_cast<CFIndex>(bytes.size());

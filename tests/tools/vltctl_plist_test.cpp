@@ -148,6 +148,7 @@ TEST(VltctlPlist, EditsAFileInItsPlace) {
       {{"set", folder.File("bad", "<dict>"), "a", "1"}, 7},
       {{"set", folder.Path("."), "a", "1"}, 1},
       {{"convert", "xml", file, "-o", folder.Path("no/such/folder")}, 3},
+      {{"convert", "xml", file, "-o", folder.Link("loop", "loop")}, 1},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::PrintToString(row.words));
