@@ -23,16 +23,16 @@ struct HostObjectPool::Slab {
 };
 
 void* HostObjectPool::Take(size_t size) {
-  if (size > kLargest) return nullptr;
+  if (size > Largest()) return nullptr;
   size = (size + kOverhead + 7) & ~size_t{7};
   if (static_cast<size_t>(end - next) < size) {
     CloseSlab();
-    void* bytes = ::operator new(kSlabSize, std::nothrow);
+    void* bytes = ::operator new(slabSize, std::nothrow);
     if (bytes == nullptr) return nullptr;
     slab = new (bytes) Slab;
     static_assert(sizeof(Slab) <= 8 && sizeof slab <= kOverhead);
     next = static_cast<UInt8*>(bytes) + 8;
-    end = static_cast<UInt8*>(bytes) + kSlabSize;
+    end = static_cast<UInt8*>(bytes) + slabSize;
   }
   UInt8* const block = next + kOverhead;
   std::memcpy(block - sizeof slab, &slab, sizeof slab);

@@ -7,23 +7,22 @@
 
 // Blocks for objects that are made by the thousand and mostly die together, such as those of a
 // large property list: cut one after the other from slabs, at a fraction of the heap's cost. A slab
-// is freed with the last block in it, so an object that is kept keeps at most kSlabSize bytes with
-// it.
+// is freed with the last block in it, so an object that is kept keeps at most a slab with it.
 //
 // A pool is used by one thread; it may be gone long before its blocks are. These are given back on
 // any thread.
 class HostObjectPool {
  public:
   static constexpr size_t kSlabSize = 16 * 1024;
-  static constexpr size_t kLargest = 512;  // of a block
-  static constexpr size_t kOverhead = 8;   // of each block
+  static constexpr size_t kSmallSlabSize = 1024;  // where little is made, and some may be kept
+  static constexpr size_t kOverhead = 8;          // of each block
 
-  HostObjectPool() = default;
+  explicit HostObjectPool(size_t slabSize) : slabSize(slabSize) {}
   ~HostObjectPool() { CloseSlab(); }
   HostObjectPool(const HostObjectPool&) = delete;
   HostObjectPool& operator=(const HostObjectPool&) = delete;
 
-  // A block aligned to 8 bytes. Null for more than kLargest bytes, and when there is no memory.
+  // A block aligned to 8 bytes. Null for large ones, and when there is no memory.
   void* Take(size_t size);
   static void GiveBack(void* block);
 
@@ -31,7 +30,10 @@ class HostObjectPool {
   struct Slab;
 
   void CloseSlab();
+  // Of a block: what is left at the end of a slab is lost.
+  size_t Largest() const { return slabSize == kSlabSize ? 512 : 128; }
 
+  const size_t slabSize;
   Slab* slab = nullptr;
   UInt8* next = nullptr;
   UInt8* end = nullptr;

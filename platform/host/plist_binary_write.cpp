@@ -67,7 +67,7 @@ Scalar ScalarOf(const HostCFObject& object) {
 // linear probing; twice as large whenever it is half full.
 class LeafTable {
  public:
-  LeafTable() : slots(64) {}
+  LeafTable() : slots(256) {}
 
   // The object of that number is `leaf` or an equal one; `next` is what a new one gets.
   UInt32 Find(const HostCFObject& leaf, UInt32 next, const std::vector<const HostCFObject*>& all);
@@ -145,12 +145,18 @@ UInt32 LeafTable::Find(const HostCFObject& leaf, UInt32 next,
 // size of a reference depends on how many there are.
 class BinaryWriter {
  public:
-  explicit BinaryWriter(HostPlistSink& sink) : out(sink) {}
+  explicit BinaryWriter(HostPlistSink& sink) : out(sink) {
+    objects.reserve(kUsualObjects);
+    pending.reserve(kUsualObjects);
+    references.reserve(kUsualObjects);
+    firstReference.reserve(kUsualObjects);
+  }
 
   bool Write(CFPropertyListRef list, HostPropertyListError* error);
 
  private:
   static constexpr size_t kMostObjects = INT32_MAX;
+  static constexpr size_t kUsualObjects = 128;  // small lists should not grow theirs step by step
 
   bool Number(CFPropertyListRef list);
   bool NumberStep(const HostPlistWalk& walk);
@@ -207,8 +213,13 @@ void BinaryWriter::CloseContainer(const HostCFObject* container) {
     references.insert(references.end(), pending.begin() + static_cast<ptrdiff_t>(start),
                       pending.end());
   } else {
-    for (size_t i = start; i < pending.size(); i += 2) references.push_back(pending[i]);
-    for (size_t i = start + 1; i < pending.size(); i += 2) references.push_back(pending[i]);
+    const size_t count = (pending.size() - start) / 2;
+    const size_t first = references.size();
+    references.resize(first + 2 * count);
+    for (size_t i = 0; i < count; ++i) {
+      references[first + i] = pending[start + 2 * i];
+      references[first + count + i] = pending[start + 2 * i + 1];
+    }
   }
   pending.resize(start);
   starts.pop_back();

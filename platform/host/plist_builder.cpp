@@ -48,6 +48,11 @@ size_t FirstCapacity(size_t inputSize, size_t leastItem) {
   return inputSize < kSmall ? kLeastValues : inputSize / leastItem + 1;
 }
 
+size_t SlabSize(size_t inputSize) {
+  return inputSize < HostObjectPool::kSlabSize ? HostObjectPool::kSmallSlabSize
+                                               : HostObjectPool::kSlabSize;
+}
+
 size_t KeysWorthRemembering(size_t inputSize) {
   return std::bit_ceil(std::clamp<size_t>(inputSize / 64, 32, 8192));
 }
@@ -59,15 +64,17 @@ HostPlistBuilder::HostPlistBuilder(size_t inputSize, size_t factor, size_t least
     : isMutable(mutability != kCFPropertyListImmutable),
       keysWorthRemembering(KeysWorthRemembering(inputSize)),
       firstCapacity(FirstCapacity(inputSize, leastItem)),
-      usesPool(inputSize >= HostObjectPool::kSlabSize),
-      memoryLeft(MemoryLimit(inputSize, factor)) {}
+      usesPool(inputSize >= HostObjectPool::kSmallSlabSize),
+      memoryLeft(MemoryLimit(inputSize, factor)),
+      pool(SlabSize(inputSize)) {}
 
 HostPlistBuilder::HostPlistBuilder(CFOptionFlags mutability)
     : isMutable(mutability != kCFPropertyListImmutable),
       keysWorthRemembering(KeysWorthRemembering(0)),
       firstCapacity(kLeastValues),
       usesPool(false),
-      memoryLeft(SIZE_MAX) {}
+      memoryLeft(SIZE_MAX),
+      pool(HostObjectPool::kSmallSlabSize) {}
 
 HostPlistBuilder::~HostPlistBuilder() {
   for (size_t i = 0; i < valueCount; ++i) CFRelease(values[i]);

@@ -93,7 +93,7 @@ class HostPlistBuilder {
   const bool isMutable;
   const size_t keysWorthRemembering;
   const size_t firstCapacity;  // of `values`
-  const bool usesPool;         // in small files a value that is kept should keep nothing else
+  const bool usesPool;         // in the smallest files a value that is kept keeps nothing else
   size_t memoryLeft;
   const char* problem = "there is no memory left";
   HostObjectPool pool;
