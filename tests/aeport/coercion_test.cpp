@@ -9,12 +9,15 @@
 
 namespace {
 
+using Coercions = DescTest;
+using TypeLists = DescTest;
+
 constexpr DescType kWild = FourCC('w', 'i', 'l', 'd');
 constexpr DescType kBest = FourCC('g', 'o', 'o', 'd');
 
 SInt32 CountOf(const std::vector<DescType>& types) { return static_cast<SInt32>(types.size()); }
 
-TEST(TypeLists, WhichTypeSuits) {
+TEST_F(TypeLists, WhichTypeSuits) {
   const struct {
     const char* what;
     DescType type;
@@ -54,7 +57,7 @@ const Raw kOld = Text("old");
 const Outcome kRefused = {errAECoercionFail, kOld};
 
 // One row serves a descriptor and plain bytes alike.
-TEST(Coercions, ToOneType) {
+TEST_F(Coercions, ToOneType) {
   const struct {
     Raw source;
     DescType target;
@@ -69,24 +72,15 @@ TEST(Coercions, ToOneType) {
       {{typeSInt32, "odd"}, typeSInt16, kRefused},
       {Text("12"), typeSInt32, {0, Long(12)}},
       {Text("twelve"), typeSInt32, kRefused},
-      {Text("abc"),
-       typePString,
-       {0,
-        {typePString,
-         "\x03"
-         "abc"}}},
+      {Text("abc"), typePString, {0, PText("abc")}},
       {Text(std::string(256, 'x')), typePString, kRefused},
-      {Text("abc"), typeCString, {0, {typeCString, std::string("abc\0", 4)}}},
+      {Text("abc"), typeCString, {0, CText("abc")}},
       // By way of a text, which has no direct form of these.
-      {Long(-12), typePString, {0, {typePString, "\x03-12"}}},
-      {Code(typeType, 0x61626364), typeCString, {0, {typeCString, std::string("abcd\0", 5)}}},
-      {{typeCString, std::string("e\x8E\0", 3)}, typeUnicodeText, {0, UTF16(u"e\u00E9")}},
-      {{typePString,
-        "\x02"
-        "ab"},
-       typeCString,
-       {0, {typeCString, std::string("ab\0", 3)}}},
-      {UTF8("\xC3\xA9"), typePString, {0, {typePString, "\x01\x8E"}}},
+      {Long(-12), typePString, {0, PText("-12")}},
+      {Code(typeType, 0x61626364), typeCString, {0, CText("abcd")}},
+      {CText("e\x8E"), typeUnicodeText, {0, UTF16(u"e\u00E9")}},
+      {PText("ab"), typeCString, {0, CText("ab")}},
+      {UTF8("\xC3\xA9"), typePString, {0, PText("\x8E")}},
       // The way through text ends: once, not for ever.
       {Text("abc"), typeEncodedString, kRefused},
       {Text("abc"), typeStyledUnicodeText, kRefused},
@@ -94,17 +88,12 @@ TEST(Coercions, ToOneType) {
       {UTF8("\xE4\xB8\xAD"), typePString, kRefused},  // no Mac Roman character
       {Bool(1), typePString, kRefused},               // no text
       // Only these go through text.
-      {{typePString,
-        "\x01"
-        "5"},
-       typeSInt32,
-       kRefused},
+      {PText("5"), typeSInt32, kRefused},
       {{typeNull, ""}, typeSInt32, kRefused},
       {{typeNull, ""}, typeNull, {0, {typeNull, ""}}},
       {Text(""), typeChar, {0, Text("")}},
-      {Text({"a\0b", 3}), typeCString, {0, {typeCString, std::string("a\0b\0", 4)}}},
+      {Text({"a\0b", 3}), typeCString, {0, CText({"a\0b", 3})}},
   };
-  DescCheck noLeaks;
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::PrintToString(row.source) + " to " + CodeText(row.target));
     StDesc source, byDesc, byPtr;
@@ -125,43 +114,23 @@ TEST(Coercions, ToOneType) {
   }
 }
 
-TEST(Coercions, ToTheFirstTypeThatWorks) {
-  const std::vector<DescType> none = {};
+TEST_F(Coercions, ToTheFirstTypeThatWorks) {
   const struct {
     const char* what;
     Raw source;
     std::vector<DescType> list;
-    DescType wild, best;
     Outcome outcome;
+    DescType wild = kWild, best = kBest;
   } rows[] = {
-      {"own type, later in the list",
-       Text("12"),
-       {typeSInt32, typeChar},
-       kWild,
-       kBest,
-       {0, Text("12")}},
-      {"first that works",
-       Text("12"),
-       {typeBoolean, typeSInt16, typeSInt32},
-       kWild,
-       kBest,
-       {0, Short(12)}},
-      {"wildcard entry", Long(5), {typeWildCard}, typeSInt16, kBest, {0, Short(5)}},
-      {"best entry", Long(5), {typeBest}, kWild, typeSInt16, {0, Short(5)}},
-      {"anything goes", Long(5), {typeWildCard}, typeWildCard, kBest, {0, Long(5)}},
-      {"through text",
-       Long(5),
-       {typeType, typePString},
-       kWild,
-       kBest,
-       {0,
-        {typePString,
-         "\x01"
-         "5"}}},
-      {"last error", Text("x"), {typeSInt32, kWild}, kWild, kBest, kRefused},
-      {"empty list", Text("x"), none, kWild, kBest, kRefused},
+      {"own type, later in the list", Text("12"), {typeSInt32, typeChar}, {0, Text("12")}},
+      {"first that works", Text("12"), {typeBoolean, typeSInt16, typeSInt32}, {0, Short(12)}},
+      {"wildcard entry", Long(5), {typeWildCard}, {0, Short(5)}, typeSInt16},
+      {"best entry", Long(5), {typeBest}, {0, Short(5)}, kWild, typeSInt16},
+      {"anything goes", Long(5), {typeWildCard}, {0, Long(5)}, typeWildCard},
+      {"through text", Long(5), {typeType, typePString}, {0, PText("5")}},
+      {"last error", Text("x"), {typeSInt32, kWild}, kRefused},
+      {"empty list", Text("x"), {}, kRefused},
   };
-  DescCheck noLeaks;
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     StDesc source, byDesc, byPtr;
@@ -184,19 +153,15 @@ TEST(Coercions, ToTheFirstTypeThatWorks) {
                                                      typeSInt16, typeSInt16));
 }
 
-TEST(Coercions, ListsOfOneItemCountAsThatItem) {
-  DescCheck noLeaks;
-  StDesc list, destination;
-  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+TEST_F(Coercions, ListsOfOneItemCountAsThatItem) {
+  StDesc destination;
+  StList list;
   EXPECT_EQ(errAECoercionFail, AECoerceDescToType(list, typeSInt32, destination));
   ASSERT_EQ(0, AEPutPtr(&list, 0, typeChar, "12", 2));
   EXPECT_EQ(0, AECoerceDescToType(list, typeSInt32, destination));
   EXPECT_EQ(Long(12), Contents(destination));
   EXPECT_EQ(0, AECoerceDescToType(list, typePString, destination));
-  EXPECT_EQ((Raw{typePString,
-                 "\x02"
-                 "12"}),
-            Contents(destination));
+  EXPECT_EQ(PText("12"), Contents(destination));
   ASSERT_EQ(0, AEPutPtr(&list, 0, typeChar, "13", 2));
   EXPECT_EQ(errAECoercionFail, AECoerceDescToType(list, typePString, destination));
 
@@ -213,26 +178,23 @@ TEST(Coercions, ListsOfOneItemCountAsThatItem) {
 }
 
 // The deepest list that can be is carried around like any other; one level more is refused.
-TEST(Coercions, OfListsNestedToTheLimit) {
-  DescCheck noLeaks;
-  StDesc deepest;
-  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &deepest));
+TEST_F(Coercions, OfListsNestedToTheLimit) {
+  StList deepest;
   ASSERT_EQ(0, AEPutPtr(&deepest, 0, typeChar, "12", 2));
   for (int level = 1; level < 64; ++level) {
-    StDesc outer;
-    ASSERT_EQ(0, AECreateList(nullptr, 0, false, &outer));
+    StList outer;
     ASSERT_EQ(0, AEPutDesc(&outer, 0, &deepest)) << level;
     ASSERT_EQ(0, AECoerceDescToType(outer, typeAEList, deepest));
   }
-  StDesc oneMore, number;
-  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &oneMore));
+  StList oneMore;
+  StDesc number;
   EXPECT_EQ(errAEBadListItem, AEPutDesc(&oneMore, 0, &deepest));
   EXPECT_EQ(0, AECoerceDescToType(deepest, typeSInt32, number));
   EXPECT_EQ(Long(12), Contents(number));
   EXPECT_EQ(0, AECoerceDescToType(deepest, typePString, number));
 }
 
-TEST(Coercions, IntoItselfAsItIsMovesNothing) {
+TEST_F(Coercions, IntoItselfAsItIsMovesNothing) {
   StDesc source;
   Make(Long(5), &source);
   const AEDataStorage storage = source.dataHandle;
@@ -242,8 +204,7 @@ TEST(Coercions, IntoItselfAsItIsMovesNothing) {
   }
 }
 
-TEST(Coercions, OfWhatIsNoDescriptor) {
-  DescCheck noLeaks;
+TEST_F(Coercions, OfWhatIsNoDescriptor) {
   StDesc source, destination;
   Make(Text("abc"), &source);
   const AEDesc stale = source;
@@ -279,8 +240,7 @@ TEST(Coercions, OfWhatIsNoDescriptor) {
 }
 
 // Two records of one storage: neither is used after the other's disposal.
-TEST(Coercions, IntoACopyOfTheSourcesRecord) {
-  DescCheck noLeaks;
+TEST_F(Coercions, IntoACopyOfTheSourcesRecord) {
   for (const DescType target : {typeSInt32, typeSInt16, typeWildCard, typePString}) {
     StDesc source;
     Make(Long(5), &source);

@@ -8,6 +8,8 @@
 
 namespace {
 
+using DescBytes = DescTest;
+
 constexpr SInt32 kLowest = INT32_MIN;
 constexpr SInt32 kHighest = INT32_MAX;
 
@@ -19,7 +21,7 @@ std::string Filled(const std::string& start) {
   return bytes.replace(0, start.size(), start);
 }
 
-TEST(DescBytes, PartOfAValue) {
+TEST_F(DescBytes, PartOfAValue) {
   const struct {
     const char* text;
     SInt32 bufferSize;
@@ -47,7 +49,6 @@ TEST(DescBytes, PartOfAValue) {
       {"0123456789", kLowest, kHighest, paramErr, "", 0},
       {"", 16, -1, paramErr, "", paramErr},
   };
-  DescCheck noLeaks;
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message()
                  << '"' << row.text << "\", " << row.bufferSize << " bytes from " << row.offset);
@@ -89,7 +90,7 @@ TEST(DescBytes, PartOfAValue) {
   }
 }
 
-TEST(DescBytes, ANullBufferAsksHowManyItWouldBe) {
+TEST_F(DescBytes, ANullBufferAsksHowManyItWouldBe) {
   StDesc source;
   Make(Text("0123456789"), &source);
   EXPECT_EQ(10, AECopyDescToPtr(source, nullptr, kHighest, nullptr, 0));
@@ -98,11 +99,10 @@ TEST(DescBytes, ANullBufferAsksHowManyItWouldBe) {
   EXPECT_EQ(0, AECoercePtrToPtr(typeChar, "abc", 3, typeChar, nullptr, 4, nullptr, 0));
 }
 
-TEST(DescBytes, WhatHasNoBytes) {
-  DescCheck noLeaks;
-  StDesc list, none;
+TEST_F(DescBytes, WhatHasNoBytes) {
+  StDesc none;
   char buffer[4];
-  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+  StList list;
   ASSERT_EQ(0, AEPutPtr(&list, 0, typeChar, "ab", 2));
   ASSERT_EQ(0, AEPutPtr(&list, 0, typeChar, "cd", 2));
   for (const AEDesc* source : {static_cast<AEDesc*>(&list), static_cast<AEDesc*>(&none)}) {
@@ -114,7 +114,7 @@ TEST(DescBytes, WhatHasNoBytes) {
   }
 }
 
-TEST(DescBytes, FailedCoercionsTellNoSize) {
+TEST_F(DescBytes, FailedCoercionsTellNoSize) {
   StDesc source;
   Make(Text("x"), &source);
   SInt32 fullSize = -1;

@@ -11,6 +11,7 @@
 #include <servers/bootstrap.h>
 
 #include "tests/aeport/serving.h"
+#include "tests/platform/ae_support.h"
 #include "tests/support/open_descriptor_check.h"
 
 namespace {
@@ -52,7 +53,7 @@ TEST(PortDestinationAddress, MustBeLocatedFirst) {
               {server.name.c_str(), 0}};
   for (const auto& row : rows) {
     VLTPortDestinationAddress address(row.name);
-    AEDesc desc = {typeNull, nullptr};
+    StDesc desc;
     EXPECT_EQ(-1, address.getDestinationAddress(&desc));
     EXPECT_EQ(row.err, address.initialize());
     EXPECT_EQ(row.err, address.initialize());
@@ -60,7 +61,6 @@ TEST(PortDestinationAddress, MustBeLocatedFirst) {
     if (row.err != 0) continue;
     EXPECT_EQ(typeMachPort, desc.descriptorType);
     EXPECT_EQ(4, AEGetDescDataSize(&desc));
-    AEDisposeDesc(&desc);
   }
 }
 
@@ -74,14 +74,13 @@ TEST(PortDestinationAddress, AFailedSearchIsRepeatedAndACopyIsLocated) {
 
   VLTPortDestinationAddress copy;
   copy = address;
-  AEDesc desc = {typeNull, nullptr};
+  StDesc desc;
   EXPECT_EQ(0, copy.getDestinationAddress(&desc));
-  AEDisposeDesc(&desc);
 }
 
 TEST(ProcessDestinationAddress, HoldsTheHighWordFirst) {
   VLTProcessDestinationAddress address({0x01020304, 0xA0B0C0D0});
-  AEDesc desc = {typeNull, nullptr};
+  StDesc desc;
   EXPECT_EQ(0, address.initialize());
   ASSERT_EQ(0, address.getDestinationAddress(&desc));
   EXPECT_EQ(typeProcessSerialNumber, desc.descriptorType);
@@ -89,7 +88,6 @@ TEST(ProcessDestinationAddress, HoldsTheHighWordFirst) {
   ASSERT_EQ(8, AEGetDescDataSize(&desc));
   EXPECT_EQ(0, AEGetDescData(&desc, words.data(), sizeof words));
   EXPECT_EQ((std::array<UInt32, 2>{0x01020304, 0xA0B0C0D0}), words);
-  AEDisposeDesc(&desc);
 }
 
 TEST(AppleEvent, AProcessThatDoesNotExistIsNotFound) {
@@ -100,8 +98,11 @@ TEST(AppleEvent, AProcessThatDoesNotExistIsNotFound) {
   event.finalizeEvent();
 }
 
-TEST(PortAppleEvent, CannotBeMadeWithoutADestination) {
+struct PortAppleEvent : testing::Test {
   OpenDescriptorCheck noLeaks;
+};
+
+TEST_F(PortAppleEvent, CannotBeMadeWithoutADestination) {
   TestEvent lost(nullptr);
   EXPECT_EQ(paramErr, lost.createEvent());
   VLTPortDestinationAddress unlocated("test.nobody");
@@ -111,47 +112,28 @@ TEST(PortAppleEvent, CannotBeMadeWithoutADestination) {
 }
 
 // What the reply's error number says, in every form that it may have.
-TEST(PortAppleEvent, TheRepliesErrorNumberIsTheResult) {
-  OpenDescriptorCheck noLeaks;
+TEST_F(PortAppleEvent, TheRepliesErrorNumberIsTheResult) {
   const struct {
     const char* what;
-    std::function<void(AEDesc*)> put;
+    Raw put;  // null: nothing
     OSStatus handlerResult;
     OSStatus result;
     bool hasError;
   } rows[] = {
-      {"none", [](AEDesc*) {}, 0, 0, false},
-      {"zero",
-       [](AEDesc* reply) {
-         const SInt32 zero = 0;
-         AEPutParamPtr(reply, keyErrorNumber, typeSInt32, &zero, sizeof zero);
-       },
-       0, 0, true},
-      {"the handler's own",
-       [](AEDesc* reply) {
-         const SInt32 number = -50;
-         AEPutParamPtr(reply, keyErrorNumber, typeSInt32, &number, sizeof number);
-       },
-       0, -50, true},
-      {"the result replaces it",
-       [](AEDesc* reply) {
-         const SInt32 number = -50;
-         AEPutParamPtr(reply, keyErrorNumber, typeSInt32, &number, sizeof number);
-       },
-       -43, -43, true},
-      {"a short is coerced",
-       [](AEDesc* reply) {
-         const SInt16 number = -50;
-         AEPutParamPtr(reply, keyErrorNumber, typeSInt16, &number, sizeof number);
-       },
-       0, -50, true},
-      {"text that is no number",
-       [](AEDesc* reply) { AEPutParamPtr(reply, keyErrorNumber, typeChar, "abc", 3); }, 0, 0, true},
+      {"none", {}, 0, 0, false},
+      {"zero", Long(0), 0, 0, true},
+      {"the handler's own", Long(-50), 0, -50, true},
+      {"the result replaces it", Long(-50), -43, -43, true},
+      {"a short is coerced", Short(-50), 0, -50, true},
+      {"text that is no number", Text("abc"), 0, 0, true},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     const Server server([&](const ServedEvent& served) {
-      row.put(served.reply);
+      if (row.put != Raw{}) {
+        AEPutParamPtr(served.reply, keyErrorNumber, row.put.type, row.put.bytes.data(),
+                      row.put.ByteCount());
+      }
       return row.handlerResult;
     });
     const Answer answer = AskServed(server.name, kPing);
@@ -161,8 +143,7 @@ TEST(PortAppleEvent, TheRepliesErrorNumberIsTheResult) {
 }
 
 // The mode of the constructor counts, and the reply bits of the send do not.
-TEST(PortAppleEvent, TheConstructorsReplyModeWins) {
-  OpenDescriptorCheck noLeaks;
+TEST_F(PortAppleEvent, TheConstructorsReplyModeWins) {
   const struct {
     SInt32 constructed;
     SInt32 sent;
@@ -195,8 +176,7 @@ TEST(PortAppleEvent, TheConstructorsReplyModeWins) {
   }
 }
 
-TEST(PortAppleEvent, MayBeSentAgain) {
-  OpenDescriptorCheck noLeaks;
+TEST_F(PortAppleEvent, MayBeSentAgain) {
   OSStatus next = -1;
   const Server server([&](const ServedEvent& served) {
     AEPutParamPtr(served.reply, kBytes, typeSInt32, &next, sizeof next);
@@ -218,7 +198,7 @@ TEST(PortAppleEvent, MayBeSentAgain) {
   });
 }
 
-TEST(PortAppleEvent, WaitingOnTheServingThreadTimesOut) {
+TEST_F(PortAppleEvent, WaitingOnTheServingThreadTimesOut) {
   const Server server([](const ServedEvent&) { return 0; });
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(errAETimeout, Ask(server.name, kPing, kAEWaitReply, 12).status);
@@ -227,8 +207,7 @@ TEST(PortAppleEvent, WaitingOnTheServingThreadTimesOut) {
   EXPECT_LT(waited, 5s);
 }
 
-TEST(PortAppleEvent, AServerThatGivesItsPortUpAnswersNobody) {
-  OpenDescriptorCheck noLeaks;
+TEST_F(PortAppleEvent, AServerThatGivesItsPortUpAnswersNobody) {
   auto server = std::make_unique<Server>([](const ServedEvent&) { return 0; });
   VLTPortDestinationAddress address(server->name.c_str());
   ASSERT_EQ(0, address.initialize());
@@ -239,8 +218,7 @@ TEST(PortAppleEvent, AServerThatGivesItsPortUpAnswersNobody) {
 }
 
 // Before its run loop runs a process can send itself what no socket would buffer.
-TEST(PortAppleEvent, AProcessSendsItselfALargeEventBeforeItServes) {
-  OpenDescriptorCheck noLeaks;
+TEST_F(PortAppleEvent, AProcessSendsItselfALargeEventBeforeItServes) {
   std::vector<UInt8> sent(4 * 1024 * 1024);
   for (size_t i = 0; i < sent.size(); ++i) sent[i] = static_cast<UInt8>(i * 7 + i / 251);
   std::vector<UInt8> received;
@@ -263,14 +241,13 @@ TEST(PortAppleEvent, AProcessSendsItselfALargeEventBeforeItServes) {
 }
 
 TEST(EventText, IsAStringOfItsOwn) {
-  AEDesc desc = {typeNull, nullptr};
+  StDesc desc;
   ASSERT_EQ(0, AECreateDesc(typeChar, "hello", 5, &desc));
   char* text = nullptr;
   ASSERT_EQ(0, VLTAppleEventWrapper::printDescToBufAlloc(&desc, text));
   EXPECT_NE(std::string::npos, std::string(text).find("hello"));
   delete[] text;
   VLTAppleEventWrapper::printDesc("label", &desc);
-  AEDisposeDesc(&desc);
 
   char* untouched = nullptr;
   EXPECT_NE(0, VLTAppleEventWrapper::printDescToBufAlloc(nullptr, untouched));

@@ -10,6 +10,8 @@
 
 namespace {
 
+using ParamCopy = DescTest;
+
 constexpr AEKeyword kKey = FourCC('d', 'a', 't', 'a');
 constexpr AEKeyword kListKey = FourCC('l', 'i', 's', 't');
 constexpr SInt32 kUnset = -77;
@@ -26,10 +28,9 @@ char* NoMemory(SInt32 size) {
 }
 
 void MakeEvent(const Raw& value, AEDesc* event) {
-  StDesc list;
   ASSERT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, event));
   ASSERT_EQ(0, AEPutParamPtr(event, kKey, value.type, value.bytes.data(), value.ByteCount()));
-  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+  StList list;
   ASSERT_EQ(0, AEPutPtr(&list, 0, typeSInt16, &value, 2));
   ASSERT_EQ(0, AEPutParamDesc(event, kListKey, &list));
 }
@@ -69,8 +70,7 @@ const Row kRows[] = {
      typeSInt32},
 };
 
-TEST(ParamCopy, IntoABlock) {
-  DescCheck noLeaks;
+TEST_F(ParamCopy, IntoABlock) {
   for (const Row& row : kRows) {
     for (const AEPtrAllocator allocator : {TestAllocator, static_cast<AEPtrAllocator>(nullptr)}) {
       SCOPED_TRACE(testing::Message() << row.what << (allocator != nullptr ? ", malloc" : ""));
@@ -97,8 +97,7 @@ TEST(ParamCopy, IntoABlock) {
   }
 }
 
-TEST(ParamCopy, IntoAHandle) {
-  DescCheck noLeaks;
+TEST_F(ParamCopy, IntoAHandle) {
   for (const Row& row : kRows) {
     SCOPED_TRACE(row.what);
     StDesc event;
@@ -117,7 +116,7 @@ TEST(ParamCopy, IntoAHandle) {
   }
 }
 
-TEST(ParamCopy, HandlesThatCannotTakeIt) {
+TEST_F(ParamCopy, HandlesThatCannotTakeIt) {
   StDesc event;
   MakeEvent(Text(std::string(100000, 'x')), &event);
   EXPECT_EQ(nilHandleErr, AECopyParamDataToHandle(&event, kKey, typeChar, nullptr, nullptr));
@@ -132,7 +131,7 @@ TEST(ParamCopy, HandlesThatCannotTakeIt) {
   EXPECT_EQ(memWZErr, AECopyParamDataToHandle(&event, kKey, typeChar, handle, nullptr));
 }
 
-TEST(ParamCopy, WithoutMemoryOrEvent) {
+TEST_F(ParamCopy, WithoutMemoryOrEvent) {
   StDesc event;
   MakeEvent(Short(7), &event);
   const StDesc none;
@@ -153,7 +152,7 @@ TEST(ParamCopy, WithoutMemoryOrEvent) {
   }
 }
 
-TEST(ParamCopy, AllocatorsAreNeverAskedForNothing) {
+TEST_F(ParamCopy, AllocatorsAreNeverAskedForNothing) {
   for (const SInt32 size : {1, 0, -1, std::numeric_limits<SInt32>::min()}) {
     void* block = nullptr;
     EXPECT_EQ(0, CallAEPtrAllocator(TestAllocator, block, size));

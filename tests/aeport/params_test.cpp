@@ -11,12 +11,12 @@
 
 namespace {
 
+using Params = DescTest;
+
 constexpr AEKeyword kKey = FourCC('d', 'a', 't', 'a');
 constexpr AEKeyword kAbsent = FourCC('n', 'o', 'n', 'e');
 
-// An event without an address, empty.
-struct StEvent : StDesc {
-  StEvent() { EXPECT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, this)); }
+struct TestEvent : StEvent {
   void Put(const Raw& value) {
     ASSERT_EQ(0, AEPutParamPtr(this, kKey, value.type, value.bytes.data(), value.ByteCount()));
   }
@@ -39,7 +39,7 @@ auto PuttingArray(OSErr (*put)(AEDesc*, AEKeyword, const Value*, SInt32), std::v
   return [put, values, count](AEDesc* event) { return put(event, kKey, values.data(), count); };
 }
 
-TEST(Params, EachHelperPutsItsTypeAndWidth) {
+TEST_F(Params, EachHelperPutsItsTypeAndWidth) {
   using PutBool = OSErr (*)(AEDesc*, AEKeyword, const bool*);
   using PutByte = OSErr (*)(AEDesc*, AEKeyword, const unsigned char*);
   const struct {
@@ -71,18 +71,17 @@ TEST(Params, EachHelperPutsItsTypeAndWidth) {
        {typeSInt32, Long(1).bytes + Long(-1).bytes}},
       {"no longs", PuttingArray<SInt32>(PutAELongArray, {}, 0), {typeSInt32, ""}},
   };
-  DescCheck noLeaks;
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
-    StEvent event;
+    TestEvent event;
     event.Put(Text("what was there"));
     EXPECT_EQ(0, row.put(&event));
     EXPECT_EQ(row.held, event.Held());
   }
 }
 
-TEST(Params, APascalTextIsAsLongAsItsLengthByteSays) {
-  StEvent event;
+TEST_F(Params, APascalTextIsAsLongAsItsLengthByteSays) {
+  TestEvent event;
   unsigned char text[256] = {3, 'a', 'b', 'c', 'd'};
   EXPECT_EQ(0, PutAEPString(&event, kKey, text));
   EXPECT_EQ(Text("abc"), event.Held());
@@ -113,7 +112,7 @@ OSErr GettingFlag(const AEDesc* event, AEKeyword key, double* value) {
   return err;
 }
 
-TEST(Params, EachHelperGetsItsTypeOrWhatCanBecomeIt) {
+TEST_F(Params, EachHelperGetsItsTypeOrWhatCanBecomeIt) {
   using GetByte = OSErr (*)(const AEDesc*, AEKeyword, unsigned char*);
   const auto flag = GettingFlag;
   const auto byte = Getting<unsigned char>(GetByte(GetAEBoolean));
@@ -172,10 +171,9 @@ TEST(Params, EachHelperGetsItsTypeOrWhatCanBecomeIt) {
       {real, Text("1e3"), 0, 1000},
       {real, Bool(1), 0, 1},
   };
-  DescCheck noLeaks;
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::PrintToString(&row - rows) + ": " + testing::PrintToString(row.held));
-    StEvent event;
+    TestEvent event;
     event.Put(row.held);
     double value = 0;
     EXPECT_EQ(row.err, row.get(&event, kKey, &value));
@@ -189,7 +187,7 @@ TEST(Params, EachHelperGetsItsTypeOrWhatCanBecomeIt) {
 }
 
 // Texts of 0 to 300 characters into buffers of every kind: what the two text helpers leave.
-TEST(Params, TextsInBuffers) {
+TEST_F(Params, TextsInBuffers) {
   const struct {
     SInt32 length;
     SInt32 size;
@@ -205,7 +203,7 @@ TEST(Params, TextsInBuffers) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message() << row.length << " into " << row.size);
-    StEvent event;
+    TestEvent event;
     event.Put(Text(std::string(static_cast<size_t>(row.length), 'x')));
     // Larger than what the helper is told of: a C text's NUL may come behind it.
     std::string c(400, '#');
@@ -225,8 +223,8 @@ TEST(Params, TextsInBuffers) {
   }
 }
 
-TEST(Params, TextsThatCannotBeRead) {
-  StEvent event;
+TEST_F(Params, TextsThatCannotBeRead) {
+  TestEvent event;
   event.Put({typeType, "abc"});
   char c[4] = "###";
   unsigned char p[4] = {9, 9, 9, 9};
@@ -246,7 +244,7 @@ TEST(Params, TextsThatCannotBeRead) {
   EXPECT_EQ('#', c[1]);
 }
 
-TEST(Params, ArraysTellHowManyThereAre) {
+TEST_F(Params, ArraysTellHowManyThereAre) {
   const struct {
     const char* what;
     Raw held;
@@ -279,7 +277,7 @@ TEST(Params, ArraysTellHowManyThereAre) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
-    StEvent event;
+    TestEvent event;
     event.Put(row.held);
     std::vector<SInt16> values(4, 9);
     SInt32 count = row.capacity;
@@ -287,7 +285,7 @@ TEST(Params, ArraysTellHowManyThereAre) {
     EXPECT_EQ(row.count, count);
     EXPECT_EQ(row.stored, values);
   }
-  StEvent event;
+  TestEvent event;
   event.Put({typeSInt32, Long(1).bytes + Long(2).bytes + Long(3).bytes});
   SInt32 longs[2] = {}, count = 2;
   EXPECT_EQ(0, GetAELongArray(&event, kKey, longs, count));
@@ -301,8 +299,8 @@ TEST(Params, ArraysTellHowManyThereAre) {
   EXPECT_EQ(0, text[2]);
 }
 
-TEST(Params, NullPointersAreAnswered) {
-  StEvent event;
+TEST_F(Params, NullPointersAreAnswered) {
+  TestEvent event;
   event.Put(Short(1));
   SInt32 count = 9;
   EXPECT_EQ(0, GetAELong(&event, kKey, nullptr));
@@ -330,14 +328,14 @@ TEST(Params, NullPointersAreAnswered) {
   EXPECT_EQ(Short(1), event.Held());
   EXPECT_EQ(0, PutAEText(&event, kKey, nullptr, 0));
 
-  StDesc none, list;
-  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+  StDesc none;
+  StList list;
   EXPECT_EQ(errAENotAEDesc, PutAELong(&none, kKey, &count));
   EXPECT_EQ(errAEWrongDataType, PutAELong(&list, kKey, &count));
   EXPECT_EQ(errAEWrongDataType, GetAELong(&list, kKey, &count));
 }
 
-TEST(Params, RecordsAreReadAndWrittenLikeEvents) {
+TEST_F(Params, RecordsAreReadAndWrittenLikeEvents) {
   StDesc record;
   ASSERT_EQ(0, AECreateList(nullptr, 0, true, &record));
   const SInt16 put = 12;
@@ -347,11 +345,9 @@ TEST(Params, RecordsAreReadAndWrittenLikeEvents) {
   EXPECT_EQ(12, got);
 }
 
-TEST(Params, WhetherOneExists) {
-  DescCheck noLeaks;
-  StEvent event;
-  StDesc list;
-  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+TEST_F(Params, WhetherOneExists) {
+  TestEvent event;
+  StList list;
   for (const bool before : {false, true}) {
     bool exists = before;
     EXPECT_EQ(0, GetAEParamExists(&event, kAbsent, exists));
@@ -364,7 +360,7 @@ TEST(Params, WhetherOneExists) {
   }
 }
 
-TEST(Params, CodesAsHexadecimalDigits) {
+TEST_F(Params, CodesAsHexadecimalDigits) {
   const struct {
     OSType code;
     UInt32 size;

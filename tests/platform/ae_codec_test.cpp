@@ -7,6 +7,9 @@
 
 namespace {
 
+using Codec = DescTest;
+using Decoding = DescTest;
+
 constexpr AEKeyword kKey = FourCC('k', 'e', 'y', '1');
 
 // The body of the frame that an event makes.
@@ -38,7 +41,7 @@ OSErr PutRaw(AEDesc* container, AEKeyword key, const Raw& raw) {
 
 // An event that has something of everything, with text at its keys' ends.
 void MakeRichEvent(AppleEvent* event) {
-  StDesc target, list, record, inner;
+  StDesc target, record, inner;
   Make(ULong(77), &target);
   ASSERT_EQ(0, AECreateAppleEvent(FourCC('c', 'l', 's', 's'), FourCC('i', 'd', 'i', 'd'), &target,
                                   -2, 0x01020304, event));
@@ -47,7 +50,7 @@ void MakeRichEvent(AppleEvent* event) {
   ASSERT_EQ(0, AEPutAttributePtr(event, kKey, typeChar, "attr", 4));
   ASSERT_EQ(0, PutRaw(event, kKey, Short(-2)));
 
-  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+  StList list;
   ASSERT_EQ(0, AEPutPtr(&list, 0, typeBoolean, "\1", 1));
   ASSERT_EQ(0, AECreateList(nullptr, 0, true, &record));
   ASSERT_EQ(0, PutRaw(&record, kKey, Comp(-2)));
@@ -73,8 +76,7 @@ const char kRichEvent[] =
     "  61657674 616e7372 0003 01 00 00000004 00000000 00000001"
     "  6572726e 6c6f6e67 00000004 fffff954";
 
-TEST(Codec, BytesAreTheSameOnEveryHost) {
-  const DescCheck noLeaks;
+TEST_F(Codec, BytesAreTheSameOnEveryHost) {
   StDesc event, decoded;
   MakeRichEvent(&event);
   EXPECT_EQ(Hex(FromHex(kRichEvent)), Hex(Flatten(event)));
@@ -86,8 +88,7 @@ TEST(Codec, BytesAreTheSameOnEveryHost) {
   EXPECT_EQ(Printed(event), Printed(decoded));
 }
 
-TEST(Codec, EveryTypeArrivesInTheReceiversOrder) {
-  const DescCheck noLeaks;
+TEST_F(Codec, EveryTypeArrivesInTheReceiversOrder) {
   const Raw values[] = {
       Short(-2),
       UShort(65534),
@@ -123,8 +124,8 @@ TEST(Codec, EveryTypeArrivesInTheReceiversOrder) {
       {typeUnicodeText, "abc"},
       {FourCC('w', 'h', 'a', 't'), std::string(17, 'w')},
   };
-  StDesc event, decoded;
-  ASSERT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, &event));
+  StDesc decoded;
+  StEvent event;
   AEKeyword key = 1;
   for (const Raw& value : values) ASSERT_EQ(0, PutRaw(&event, key++, value));
   ASSERT_EQ(0, Decode(Flatten(event), &decoded));
@@ -137,13 +138,12 @@ TEST(Codec, EveryTypeArrivesInTheReceiversOrder) {
   }
 }
 
-TEST(Codec, WhatIsTakenOutOutlivesTheFrame) {
-  const DescCheck noLeaks;
+TEST_F(Codec, WhatIsTakenOutOutlivesTheFrame) {
   const Raw large = {typeChar, std::string(size_t{4} << 20, 'L')};
   const Raw small = {typeChar, std::string(100, 's')};
-  StDesc event, list, largeCopy, smallCopy, listCopy, eventCopy;
-  ASSERT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, &event));
-  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+  StDesc largeCopy, smallCopy, listCopy, eventCopy;
+  StEvent event;
+  StList list;
   ASSERT_EQ(0, AEPutPtr(&list, 0, small.type, small.bytes.data(), small.ByteCount()));
   ASSERT_EQ(0, PutRaw(&event, 1, large));
   ASSERT_EQ(0, PutRaw(&event, 2, small));
@@ -167,12 +167,11 @@ TEST(Codec, WhatIsTakenOutOutlivesTheFrame) {
   EXPECT_FALSE(frame->IsShared());  // a small one must not keep it
 }
 
-TEST(Codec, AttributesMayBeContainers) {
-  const DescCheck noLeaks;
-  StDesc event, list, decoded;
-  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+TEST_F(Codec, AttributesMayBeContainers) {
+  StDesc decoded;
+  StList list;
   ASSERT_EQ(0, AEPutPtr(&list, 0, typeBoolean, "\1", 1));
-  ASSERT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, &event));
+  StEvent event;
   ASSERT_EQ(0, AEPutAttributeDesc(&event, kKey, &list));
   ASSERT_EQ(0, PutRaw(&event, kKey, Long(5)));
   ASSERT_EQ(0, Decode(Flatten(event), &decoded));
@@ -180,10 +179,9 @@ TEST(Codec, AttributesMayBeContainers) {
             Printed(decoded));
 }
 
-TEST(Codec, LargeValuesAreBorrowed) {
-  StDesc event;
+TEST_F(Codec, LargeValuesAreBorrowed) {
   const std::string large(size_t{1} << 20, 'L');
-  ASSERT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, &event));
+  StEvent event;
   ASSERT_EQ(0, PutRaw(&event, 1, Text("before")));
   ASSERT_EQ(0, PutRaw(&event, 2, Text(large)));
   ASSERT_EQ(0, PutRaw(&event, 3, Text("behind")));
@@ -198,13 +196,12 @@ TEST(Codec, LargeValuesAreBorrowed) {
   }
 }
 
-TEST(Codec, LimitOfSizeIsExact) {
-  const DescCheck noLeaks;
+TEST_F(Codec, LimitOfSizeIsExact) {
   constexpr size_t kOverhead = kHostFrameHeaderSize + 24 + 12;
   for (const DescType type : {DescType{typeChar}, DescType{typeSInt16}}) {
     for (const size_t size : {kHostFrameLimit - kOverhead, kHostFrameLimit - kOverhead + 2}) {
-      StDesc event, decoded;
-      ASSERT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, &event));
+      StDesc decoded;
+      StEvent event;
       ASSERT_EQ(0, PutRaw(&event, 1, {type, std::string(size, 'x')}));
       HostGather frame;
       frame.Clear();
@@ -217,7 +214,7 @@ TEST(Codec, LimitOfSizeIsExact) {
   }
 }
 
-TEST(Codec, OnlyEventsAreFlattened) {
+TEST_F(Codec, OnlyEventsAreFlattened) {
   StDesc null, value;
   Make(Long(1), &value);
   HostGather frame;
@@ -243,8 +240,7 @@ std::string NestedBody(int levels) {
   return head + content;
 }
 
-TEST(Decode, NestingIsLimited) {
-  const DescCheck noLeaks;
+TEST_F(Decoding, NestingIsLimited) {
   const struct {
     int levels;
     OSStatus err;
@@ -263,85 +259,58 @@ TEST(Decode, NestingIsLimited) {
   }
 }
 
-TEST(Decode, RefusesWhatIsNoEvent) {
-  const DescCheck noLeaks;
+TEST_F(Decoding, RefusesWhatIsNoEvent) {
   const std::string head = "61657674 616e7372 0001 01 00 00000000 ";
+  const std::string one = head + "00000000 00000001 ", two = head + "00000000 00000002 ";
   const struct {
     const char* why;
     std::string body;
-    OSStatus err;
+    OSStatus err = errAECorruptData;
   } rows[] = {
       {"as it should be", head + "00000000 00000000", 0},
-      {"empty", "", errAECorruptData},
-      {"one byte", "61", errAECorruptData},
-      {"cut head", head + "00000000 000000", errAECorruptData},
-      {"trailing byte", head + "00000000 00000000 00", errAECorruptData},
-      {"version 0", "61657674 616e7372 0001 00 00 00000000 00000000 00000000", errAECorruptData},
+      {"empty", ""},
+      {"one byte", "61"},
+      {"cut head", head + "00000000 000000"},
+      {"trailing byte", head + "00000000 00000000 00"},
+      {"version 0", "61657674 616e7372 0001 00 00 00000000 00000000 00000000"},
       {"version 2", "61657674 616e7372 0001 02 00 00000000 00000000 00000000", errAENewerVersion},
-      {"flags", "61657674 616e7372 0001 01 80 00000000 00000000 00000000", errAECorruptData},
-      {"parameter count", head + "00000000 00000001", errAECorruptData},
-      {"huge count", head + "00000000 ffffffff", errAECorruptData},
-      {"huge counts", head + "ffffffff ffffffff", errAECorruptData},
-      {"count of attributes", head + "00000001 00000000 2d2d2d2d 626f6f6c 00000001 01 00",
-       errAECorruptData},
-      {"fewer than there are", head + "00000000 00000000 2d2d2d2d 626f6f6c 00000001 01",
-       errAECorruptData},
-      {"size too large", head + "00000000 00000001 2d2d2d2d 626f6f6c 00000002 01",
-       errAECorruptData},
-      {"huge size", head + "00000000 00000001 2d2d2d2d 626f6f6c 00ffffff 01", errAECorruptData},
-      {"reserved bits", head + "00000000 00000001 2d2d2d2d 626f6f6c 01000001 01", errAECorruptData},
-      {"null with data", head + "00000000 00000001 2d2d2d2d 6e756c6c 00000001 01",
-       errAECorruptData},
-      {"list as value", head + "00000000 00000001 2d2d2d2d 6c697374 00000004 00000000",
-       errAECorruptData},
-      {"value as list", head + "00000000 00000001 2d2d2d2d 54455854 40000004 00000000",
-       errAECorruptData},
-      {"value as record", head + "00000000 00000001 2d2d2d2d 6c6f6e67 80000004 00000000",
-       errAECorruptData},
-      {"record with a type of its own",
-       head + "00000000 00000001 2d2d2d2d 6f626a20 80000004 00000000", 0},
-      {"list without a count", head + "00000000 00000001 2d2d2d2d 6c697374 40000003 000000",
-       errAECorruptData},
-      {"list's count", head + "00000000 00000001 2d2d2d2d 6c697374 40000004 00000001",
-       errAECorruptData},
-      {"list's trailing byte", head + "00000000 00000001 2d2d2d2d 6c697374 40000005 00000000 00",
-       errAECorruptData},
-      {"item beyond its list",
-       head + "00000000 00000002 2d2d2d2d 6c697374 40000010 00000001 2a2a2a2a 626f6f6c 00000001"
-              "00000001 626f6f6c 00000000",
-       errAECorruptData},
-      {"key in a list",
-       head + "00000000 00000001 2d2d2d2d 6c697374 40000010 00000001 2d2d2d2d 626f6f6c 00000000",
-       errAECorruptData},
-      {"parameter twice",
-       head + "00000000 00000002 2d2d2d2d 626f6f6c 00000000 2d2d2d2d 54455854 00000000",
-       errAECorruptData},
-      {"record's key twice",
-       head + "00000000 00000001 2d2d2d2d 7265636f 8000001c 00000002"
-              "2d2d2d2d 626f6f6c 00000000 2d2d2d2d 54455854 00000000",
-       errAECorruptData},
+      {"flags", "61657674 616e7372 0001 01 80 00000000 00000000 00000000"},
+      {"parameter count", head + "00000000 00000001"},
+      {"huge count", head + "00000000 ffffffff"},
+      {"huge counts", head + "ffffffff ffffffff"},
+      {"count of attributes", head + "00000001 00000000 2d2d2d2d 626f6f6c 00000001 01 00"},
+      {"fewer than there are", head + "00000000 00000000 2d2d2d2d 626f6f6c 00000001 01"},
+      {"size too large", one + "2d2d2d2d 626f6f6c 00000002 01"},
+      {"huge size", one + "2d2d2d2d 626f6f6c 00ffffff 01"},
+      {"reserved bits", one + "2d2d2d2d 626f6f6c 01000001 01"},
+      {"null with data", one + "2d2d2d2d 6e756c6c 00000001 01"},
+      {"list as value", one + "2d2d2d2d 6c697374 00000004 00000000"},
+      {"value as list", one + "2d2d2d2d 54455854 40000004 00000000"},
+      {"value as record", one + "2d2d2d2d 6c6f6e67 80000004 00000000"},
+      {"record with a type of its own", one + "2d2d2d2d 6f626a20 80000004 00000000", 0},
+      {"list without a count", one + "2d2d2d2d 6c697374 40000003 000000"},
+      {"list's count", one + "2d2d2d2d 6c697374 40000004 00000001"},
+      {"list's trailing byte", one + "2d2d2d2d 6c697374 40000005 00000000 00"},
+      {"item beyond its list", two +
+                                   "2d2d2d2d 6c697374 40000010 00000001 2a2a2a2a 626f6f6c 00000001"
+                                   "00000001 626f6f6c 00000000"},
+      {"key in a list", one + "2d2d2d2d 6c697374 40000010 00000001 2d2d2d2d 626f6f6c 00000000"},
+      {"parameter twice", two + "2d2d2d2d 626f6f6c 00000000 2d2d2d2d 54455854 00000000"},
+      {"record's key twice", one + "2d2d2d2d 7265636f 8000001c 00000002"
+                                   "2d2d2d2d 626f6f6c 00000000 2d2d2d2d 54455854 00000000"},
       {"attribute twice",
-       head + "00000002 00000000 6b657931 626f6f6c 00000000 6b657931 626f6f6c 00000000",
-       errAECorruptData},
-      {"timeout twice",
-       head + "00000002 00000000 74696d6f 6c6f6e67 00000004 00000001"
-              "74696d6f 6c6f6e67 00000004 00000001",
-       errAECorruptData},
-      {"timeout of another type", head + "00000001 00000000 74696d6f 73686f72 00000002 0001",
-       errAECorruptData},
-      {"timeout as a list", head + "00000001 00000000 74696d6f 6c697374 40000004 00000000",
-       errAECorruptData},
-      {"an address", head + "00000001 00000000 61646472 706f7274 00000004 00000001",
-       errAECorruptData},
-      {"reply wanted", head + "00000001 00000000 72657071 626f6f6c 00000001 01", errAECorruptData},
-      {"event class", head + "00000001 00000000 6576636c 74797065 00000004 00000001",
-       errAECorruptData},
-      {"inner event cut",
-       head + "00000000 00000001 2d2d2d2d 61657674 c0000014 " + head + "00000000",
-       errAECorruptData},
+       head + "00000002 00000000 6b657931 626f6f6c 00000000 6b657931 626f6f6c 00000000"},
+      {"timeout twice", head + "00000002 00000000 74696d6f 6c6f6e67 00000004 00000001"
+                               "74696d6f 6c6f6e67 00000004 00000001"},
+      {"timeout of another type", head + "00000001 00000000 74696d6f 73686f72 00000002 0001"},
+      {"timeout as a list", head + "00000001 00000000 74696d6f 6c697374 40000004 00000000"},
+      {"an address", head + "00000001 00000000 61646472 706f7274 00000004 00000001"},
+      {"reply wanted", head + "00000001 00000000 72657071 626f6f6c 00000001 01"},
+      {"event class", head + "00000001 00000000 6576636c 74797065 00000004 00000001"},
+      {"inner event cut", one + "2d2d2d2d 61657674 c0000014 " + head + "00000000"},
       {"inner event newer",
-       head + "00000000 00000001 2d2d2d2d 61657674 c0000018 61657674 616e7372 0001 02 00 00000000"
-              "00000000 00000000",
+       one + "2d2d2d2d 61657674 c0000018 61657674 616e7372 0001 02 00 00000000"
+             "00000000 00000000",
        errAENewerVersion},
   };
   for (const auto& row : rows) {
@@ -357,8 +326,7 @@ TEST(Decode, RefusesWhatIsNoEvent) {
   }
 }
 
-TEST(Decode, CutAnywhereIsCorrupt) {
-  const DescCheck noLeaks;
+TEST_F(Decoding, CutAnywhereIsCorrupt) {
   const std::string whole = FromHex(kRichEvent);
   for (size_t size = 0; size < whole.size(); ++size) {
     AEDesc event = {typeNull, nullptr};
@@ -366,11 +334,10 @@ TEST(Decode, CutAnywhereIsCorrupt) {
   }
 }
 
-TEST(Decode, ManyKeysAreStillCompared) {
-  const DescCheck noLeaks;
+TEST_F(Decoding, ManyKeysAreStillCompared) {
   for (const bool twice : {false, true}) {
-    StDesc event, decoded;
-    ASSERT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, &event));
+    StDesc decoded;
+    StEvent event;
     for (AEKeyword key = 0; key < 100; ++key) ASSERT_EQ(0, PutRaw(&event, key, {typeTrue, ""}));
     std::string body = Flatten(event);
     if (twice) body[body.size() - 12 + 3] = 1;  // the last key becomes the second
@@ -379,8 +346,7 @@ TEST(Decode, ManyKeysAreStillCompared) {
 }
 
 // A server takes in one event after another: nothing may be left of those before.
-TEST(Decode, RecycledEventsAreEmpty) {
-  const DescCheck noLeaks;
+TEST_F(Decoding, RecycledEventsAreEmpty) {
   const std::string plain = FromHex("61657674 616e7372 0001 01 00 00000000 00000000 00000000");
   StDesc fresh;
   ASSERT_EQ(0, Decode(plain, &fresh));

@@ -8,8 +8,10 @@
 
 namespace {
 
-TEST(Descriptor, HoldsAnyNumberOfBytes) {
-  const DescCheck noLeaks;
+using Descriptor = DescTest;
+using DescriptorThreads = DescTest;
+
+TEST_F(Descriptor, HoldsAnyNumberOfBytes) {
   for (const int size : {0, 1, 15, 16, 17, 1000, 100000}) {
     SCOPED_TRACE(size);
     const Raw raw = {FourCC('x', 'y', 'z', ' '), std::string(static_cast<size_t>(size), 'q')};
@@ -23,7 +25,7 @@ TEST(Descriptor, HoldsAnyNumberOfBytes) {
   }
 }
 
-TEST(Descriptor, RefusesWhatItCannotHold) {
+TEST_F(Descriptor, RefusesWhatItCannotHold) {
   const char byte = 0;
   const struct {
     DescType type;
@@ -46,8 +48,7 @@ TEST(Descriptor, RefusesWhatItCannotHold) {
   }
 }
 
-TEST(Descriptor, StaleNumbersNameNothing) {
-  const DescCheck noLeaks;
+TEST_F(Descriptor, StaleNumbersNameNothing) {
   AEDesc desc, copy;
   Make(Long(7), &desc);
   copy = desc;
@@ -73,7 +74,7 @@ TEST(Descriptor, StaleNumbersNameNothing) {
   for (int i = 0; i < 3000; ++i) EXPECT_EQ(Long(i), Contents(*others[i]));
 }
 
-TEST(Descriptor, ForgedNumbersNameNothing) {
+TEST_F(Descriptor, ForgedNumbersNameNothing) {
   for (const uintptr_t number : {uintptr_t{1}, uintptr_t{0xfffff}, uintptr_t{0x12345678},
                                  ~uintptr_t{0}, uintptr_t{1} << 31}) {
     AEDesc forged = {typeChar, reinterpret_cast<AEDataStorage>(number)};
@@ -85,9 +86,9 @@ TEST(Descriptor, ForgedNumbersNameNothing) {
   }
 }
 
-TEST(Descriptor, ARecordsTypeCodeMustFitItsStorage) {
-  StDesc list, value;
-  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+TEST_F(Descriptor, ARecordsTypeCodeMustFitItsStorage) {
+  StDesc value;
+  StList list;
   Make(Text("abcd"), &value);
   AEDesc asText = {typeChar, list.dataHandle};
   AEDesc asList = {typeAEList, value.dataHandle};
@@ -101,8 +102,7 @@ TEST(Descriptor, ARecordsTypeCodeMustFitItsStorage) {
 }
 
 // As programs write them by hand.
-TEST(Descriptor, WithoutStorageIsAnEmptyValue) {
-  const DescCheck noLeaks;
+TEST_F(Descriptor, WithoutStorageIsAnEmptyValue) {
   AEDesc emptyText = {typeChar, nullptr};
   AEDesc noList = {typeAEList, nullptr};
   StDesc copy;
@@ -111,8 +111,7 @@ TEST(Descriptor, WithoutStorageIsAnEmptyValue) {
   EXPECT_EQ(errAENotAEDesc, AECoerceDesc(&noList, typeWildCard, &emptyText));
 }
 
-TEST(Descriptor, ReplacingKeepsTheNumber) {
-  const DescCheck noLeaks;
+TEST_F(Descriptor, ReplacingKeepsTheNumber) {
   StDesc desc;
   Make(Text(std::string(300, 'a')), &desc);
   AEDesc copy = desc;
@@ -130,10 +129,10 @@ TEST(Descriptor, ReplacingKeepsTheNumber) {
   EXPECT_EQ(Text("new"), Contents(desc));
 }
 
-TEST(Descriptor, ReadsNoMoreThanAsked) {
-  StDesc desc, list, null;
+TEST_F(Descriptor, ReadsNoMoreThanAsked) {
+  StDesc desc, null;
   Make(Text("abcdef"), &desc);
-  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+  StList list;
   char buffer[8] = "-------";
   EXPECT_EQ(0, AEGetDescData(&desc, buffer, 2));
   EXPECT_STREQ("ab-----", buffer);
@@ -147,7 +146,7 @@ TEST(Descriptor, ReadsNoMoreThanAsked) {
   EXPECT_EQ(0, AEGetDescDataSize(&null));
 }
 
-TEST(Descriptor, NullDuplicatesToNull) {
+TEST_F(Descriptor, NullDuplicatesToNull) {
   StDesc null;
   AEDesc out = {typeChar, reinterpret_cast<AEDataStorage>(1)};
   EXPECT_EQ(0, AEDuplicateDesc(&null, &out));
@@ -156,8 +155,7 @@ TEST(Descriptor, NullDuplicatesToNull) {
 }
 
 // Of two that dispose of one number at once, one does it: the slot must not be handed out twice.
-TEST(DescriptorThreads, RacingDisposals) {
-  const DescCheck noLeaks;
+TEST_F(DescriptorThreads, RacingDisposals) {
   constexpr int kRounds = 5000;
   std::vector<AEDesc> shared(kRounds);
   for (int i = 0; i < kRounds; ++i) Make(Long(i), &shared[i]);
@@ -186,8 +184,7 @@ TEST(DescriptorThreads, RacingDisposals) {
 }
 
 // What one thread makes another may dispose of, and a thread's end loses nothing.
-TEST(DescriptorThreads, HandedOver) {
-  const DescCheck noLeaks;
+TEST_F(DescriptorThreads, HandedOver) {
   for (int round = 0; round < 20; ++round) {
     std::vector<AEDesc> made(500);
     std::thread([&made] {

@@ -7,6 +7,9 @@
 
 namespace {
 
+using Event = DescTest;
+using ReturnIDs = DescTest;
+
 constexpr AEEventClass kClass = FourCC('c', 'l', 's', 's');
 constexpr AEEventID kID = FourCC('i', 'd', 'i', 'd');
 constexpr AEKeyword kCustom = FourCC('c', 'u', 's', 't');
@@ -35,8 +38,7 @@ Raw Attribute(const AppleEvent* event, AEKeyword key) {
   return raw;
 }
 
-TEST(Event, AttributesOfANewEvent) {
-  const DescCheck noLeaks;
+TEST_F(Event, AttributesOfANewEvent) {
   StDesc target, event;
   Make(ULong(77), &target);
   MakeEvent(&event, &target);
@@ -60,10 +62,9 @@ TEST(Event, AttributesOfANewEvent) {
   }
 }
 
-TEST(Event, TargetMayBeAbsentOrRefused) {
-  const DescCheck noLeaks;
-  StDesc null, list, event;
-  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+TEST_F(Event, TargetMayBeAbsentOrRefused) {
+  StDesc null, event;
+  StList list;
   MakeEvent(&event, &null);
   EXPECT_EQ(Raw{}, Attribute(&event, keyAddressAttr));
   AEDesc stale = list;
@@ -74,8 +75,7 @@ TEST(Event, TargetMayBeAbsentOrRefused) {
   EXPECT_EQ(DescType{typeNull}, out.descriptorType);
 }
 
-TEST(Event, PuttingAttributes) {
-  const DescCheck noLeaks;
+TEST_F(Event, PuttingAttributes) {
   const std::string psn(8, 'p');
   const struct {
     AEKeyword key;
@@ -114,8 +114,7 @@ TEST(Event, PuttingAttributes) {
   }
 }
 
-TEST(Event, AttributesByDescriptor) {
-  const DescCheck noLeaks;
+TEST_F(Event, AttributesByDescriptor) {
   StDesc event, list, value, out, absent;
   MakeEvent(&event);
   Make(Short(60), &value);
@@ -133,7 +132,7 @@ TEST(Event, AttributesByDescriptor) {
   EXPECT_EQ(errAECoercionFail, AEGetAttributeDesc(&event, kCustom, typeType, &absent));
 }
 
-TEST(Event, TheTransportSetsWhatCallersCannot) {
+TEST_F(Event, TheTransportSetsWhatCallersCannot) {
   StDesc event;
   MakeEvent(&event);
   EXPECT_EQ(0, HostSetArrival(&event, {true, kAELocalProcess, 0}));
@@ -160,7 +159,7 @@ TEST(Event, TheTransportSetsWhatCallersCannot) {
   EXPECT_EQ(0, memcmp(first, "ab\0\0\0\0\0\0", 8));
 }
 
-TEST(Event, AttributesAreNotParameters) {
+TEST_F(Event, AttributesAreNotParameters) {
   StDesc event;
   MakeEvent(&event);
   ASSERT_EQ(0, AEPutParamPtr(&event, keyTimeoutAttr, typeChar, "parameter", 9));
@@ -179,8 +178,7 @@ SInt16 ReturnID(const AppleEvent* event) {
   return head.returnID;
 }
 
-TEST(ReturnID, GeneratedOnesAreDistinct) {
-  const DescCheck noLeaks;
+TEST_F(ReturnIDs, GeneratedOnesAreDistinct) {
   StDesc kept;
   MakeEvent(&kept, nullptr, kAutoGenerateReturnID);
   const SInt16 keptID = ReturnID(&kept);
@@ -199,8 +197,7 @@ TEST(ReturnID, GeneratedOnesAreDistinct) {
   }
 }
 
-TEST(ReturnID, RunningOutIsNoFailure) {
-  const DescCheck noLeaks;
+TEST_F(ReturnIDs, RunningOutIsNoFailure) {
   // An id that its event gave up is no longer in use.
   StDesc renamed;
   MakeEvent(&renamed, nullptr, kAutoGenerateReturnID);
@@ -222,7 +219,7 @@ TEST(ReturnID, RunningOutIsNoFailure) {
   MakeEvent(&event, nullptr, kAutoGenerateReturnID);
 }
 
-TEST(ReturnID, AGivenOneIsKept) {
+TEST_F(ReturnIDs, AGivenOneIsKept) {
   for (const SInt16 id : {0, 1, -2, 32767, -32768}) {
     StDesc event, again;
     MakeEvent(&event, nullptr, id);

@@ -5,6 +5,11 @@
 
 namespace {
 
+using List = DescTest;
+using Nesting = DescTest;
+using Param = DescTest;
+using Record = DescTest;
+
 constexpr AEKeyword kKey = FourCC('k', 'e', 'y', '1');
 constexpr AEKeyword kOther = FourCC('k', 'e', 'y', '2');
 
@@ -27,8 +32,7 @@ std::vector<SInt32> Values(const AEDescList& list) {
   return values;
 }
 
-TEST(List, IndexesOfPutAndDelete) {
-  const DescCheck noLeaks;
+TEST_F(List, IndexesOfPutAndDelete) {
   using Ints = std::vector<SInt32>;
   const struct {
     bool isPut;
@@ -64,7 +68,7 @@ TEST(List, IndexesOfPutAndDelete) {
   }
 }
 
-TEST(List, ReadingOutsideFindsNothing) {
+TEST_F(List, ReadingOutsideFindsNothing) {
   StDesc list;
   MakeList({1}, &list);
   for (const SInt32 index : {0, 2, -1, INT32_MIN, INT32_MAX}) {
@@ -77,8 +81,7 @@ TEST(List, ReadingOutsideFindsNothing) {
   }
 }
 
-TEST(List, GrowsAndShrinks) {
-  const DescCheck noLeaks;
+TEST_F(List, GrowsAndShrinks) {
   StDesc list;
   MakeList({}, &list);
   std::vector<SInt32> expected(5000);
@@ -94,8 +97,7 @@ TEST(List, GrowsAndShrinks) {
   EXPECT_EQ(expected, Values(list));
 }
 
-TEST(List, MayBePutIntoItself) {
-  const DescCheck noLeaks;
+TEST_F(List, MayBePutIntoItself) {
   StDesc list;
   MakeList({1}, &list);
   EXPECT_EQ(0, AEPutDesc(&list, 0, &list));
@@ -103,12 +105,11 @@ TEST(List, MayBePutIntoItself) {
   EXPECT_EQ("[ [ 1, [ 1 ] ], [ 1 ] ]", Printed(list));
 }
 
-TEST(Record, KeysAreReplacedNotRepeated) {
-  const DescCheck noLeaks;
-  StDesc record, event;
+TEST_F(Record, KeysAreReplacedNotRepeated) {
+  StDesc record;
   ASSERT_EQ(0, AECreateList(nullptr, 0, true, &record));
-  ASSERT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, &event));
-  for (AEDesc* container : {&record, &event}) {
+  StEvent event;
+  for (AEDesc* container : {static_cast<AEDesc*>(&record), static_cast<AEDesc*>(&event)}) {
     const std::string longText(100, 'x');
     EXPECT_EQ(0, AEPutParamPtr(container, kKey, typeChar, longText.data(), 100));
     EXPECT_EQ(0, AEPutParamPtr(container, kOther, typeBoolean, "\1", 1));
@@ -132,8 +133,7 @@ TEST(Record, KeysAreReplacedNotRepeated) {
 }
 
 // So many that different keys look alike at first glance, in whatever order they are asked for.
-TEST(Record, ManyKeysInAnyOrder) {
-  const DescCheck noLeaks;
+TEST_F(Record, ManyKeysInAnyOrder) {
   constexpr SInt32 kCount = 200;
   StDesc record;
   ASSERT_EQ(0, AECreateList(nullptr, 0, true, &record));
@@ -162,9 +162,8 @@ TEST(Record, ManyKeysInAnyOrder) {
   EXPECT_EQ(errAEDescNotFound, AESizeOfKeyDesc(&copy, kCount - 2, nullptr, nullptr));
 }
 
-TEST(Param, ReadingWithALimit) {
-  StDesc event;
-  ASSERT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, &event));
+TEST_F(Param, ReadingWithALimit) {
+  StEvent event;
   const SInt16 five[] = {1, 2, 3, 4, 5};
   ASSERT_EQ(0, AEPutParamPtr(&event, kKey, typeSInt16, five, sizeof five));
   ASSERT_EQ(0, AEPutParamPtr(&event, kOther, typeChar, "-50", 3));
@@ -205,8 +204,7 @@ TEST(Param, ReadingWithALimit) {
   }
 }
 
-TEST(Param, WrongKindsOfContainer) {
-  const DescCheck noLeaks;
+TEST_F(Param, WrongKindsOfContainer) {
   StDesc null, value, list, record;
   Make(Long(1), &value);
   MakeList({1}, &list);
@@ -240,8 +238,7 @@ TEST(Param, WrongKindsOfContainer) {
   }
 }
 
-TEST(Nesting, StopsAtTheLimit) {
-  const DescCheck noLeaks;
+TEST_F(Nesting, StopsAtTheLimit) {
   StDesc deep, event, record;
   MakeList({1}, &deep);
   // Around and around, until the list has as many levels as are allowed.

@@ -2,8 +2,9 @@
 
 namespace {
 
-TEST(Print, Values) {
-  const DescCheck noLeaks;
+using Print = DescTest;
+
+TEST_F(Print, Values) {
   const struct {
     Raw value;
     std::string text;
@@ -42,8 +43,8 @@ TEST(Print, Values) {
   }
 }
 
-TEST(Print, Containers) {
-  StDesc list, record, object, event, empty;
+TEST_F(Print, Containers) {
+  StDesc record, object, event, empty;
   ASSERT_EQ(0, AECreateList(nullptr, 0, true, &record));
   EXPECT_EQ("{ }", Printed(record));
   const SInt32 one = 1;
@@ -53,7 +54,7 @@ TEST(Print, Containers) {
   ASSERT_EQ(0, AECoerceDesc(&record, FourCC('o', 'b', 'j', ' '), &object));
   EXPECT_EQ("'obj '{ 'key1':1, 'key2':\xD2two\xD3 }", Printed(object));
 
-  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list));
+  StList list;
   EXPECT_EQ("[ ]", Printed(list));
   ASSERT_EQ(0, AEPutPtr(&list, 0, typeSInt32, &one, sizeof one));
   ASSERT_EQ(0, AEPutDesc(&list, 0, &list));
@@ -67,7 +68,7 @@ TEST(Print, Containers) {
             Printed(event));
 }
 
-TEST(Print, FailureGivesNoHandle) {
+TEST_F(Print, FailureGivesNoHandle) {
   char* master = nullptr;
   Handle handle = &master;
   AEDesc stale = {typeChar, reinterpret_cast<AEDataStorage>(1)};

@@ -22,13 +22,21 @@ struct StDesc : AEDesc {
   bool IsNull() const { return descriptorType == typeNull && dataHandle == nullptr; }
 };
 
-// Fails the test when a scope leaves more descriptors than it found.
-class DescCheck {
- public:
-  ~DescCheck() { EXPECT_EQ(before, HostCountDescs()); }
+// Fails a test that leaves more descriptors than it found.
+class DescTest : public testing::Test {
+ protected:
+  ~DescTest() override { EXPECT_EQ(before, HostCountDescs()); }
 
  private:
   size_t before = HostCountDescs();
+};
+
+// An event without an address, empty; an empty list.
+struct StEvent : StDesc {
+  StEvent() { EXPECT_EQ(0, AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, this)); }
+};
+struct StList : StDesc {
+  StList() { EXPECT_EQ(0, AECreateList(nullptr, 0, false, this)); }
 };
 
 // A value outside of any descriptor, for tables. Numbers are in the host's order.
@@ -62,6 +70,11 @@ inline Raw UTF8(std::string_view text) { return {typeUTF8Text, std::string(text)
 inline Raw UTF16(std::u16string_view text) {
   return {typeUnicodeText,
           std::string(reinterpret_cast<const char*>(text.data()), text.size() * sizeof text[0])};
+}
+
+inline Raw CText(std::string_view text) { return {typeCString, std::string(text) + '\0'}; }
+inline Raw PText(std::string_view text) {
+  return {typePString, static_cast<char>(text.size()) + std::string(text)};
 }
 
 inline std::string Hex(std::string_view bytes) {

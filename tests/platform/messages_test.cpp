@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/host/introspect.h"
+#include "tests/platform/ae_support.h"
 
 namespace {
 
@@ -22,23 +23,12 @@ constexpr AEKeyword kNumberKey = FourCC('n', 'u', 'm', 'b');
 constexpr AEEventClass kTestClass = FourCC('t', 'e', 's', 't');
 constexpr SInt32 kShortTicks = 12;  // 0.2 s
 
-class Event {
- public:
-  Event() : desc{typeNull, nullptr} {}
-  ~Event() { AEDisposeDesc(&desc); }
-  Event(const Event&) = delete;
-  Event& operator=(const Event&) = delete;
-  AppleEvent* operator&() { return &desc; }
-  AppleEvent desc;
-};
-
 void MakeEvent(mach_port_t target, SInt32 number, AppleEvent* event) {
-  AEDesc address;
-  ASSERT_EQ(0, AECreateDesc(typeMachPort, &target, sizeof target, &address));
+  StDesc address;
+  Make(Code(typeMachPort, target), &address);
   EXPECT_EQ(0, AECreateAppleEvent(kTestClass, FourCC('n', 'u', 'm', 'b'), &address,
                                   kAutoGenerateReturnID, kAnyTransactionID, event));
   EXPECT_EQ(0, AEPutParamPtr(event, kNumberKey, typeSInt32, &number, sizeof number));
-  AEDisposeDesc(&address);
 }
 
 SInt32 NumberOf(const AppleEvent* event) {
@@ -101,12 +91,32 @@ void Echo(const AppleEvent& event, AppleEvent& reply) {
   AESendMessage(&reply, nullptr, kAENoReply, kAEDefaultTimeout);
 }
 
+// What another thread gets that asks `port`, while this one serves until it has it.
+struct Answer {
+  OSStatus status = 0;
+  SInt32 number = -1;
+  SInt32 error = 0;
+};
+Answer AskWhileServing(mach_port_t port, SInt32 number) {
+  std::future<Answer> asking = std::async(std::launch::async, [&] {
+    Answer answer;
+    StDesc event, reply;
+    MakeEvent(port, number, &event);
+    answer.status = AESendMessage(&event, &reply, kAEWaitReply, 600);
+    answer.number = NumberOf(&reply);
+    AEGetParamPtr(&reply, keyErrorNumber, typeSInt32, nullptr, &answer.error, 4, nullptr);
+    return answer;
+  });
+  EXPECT_TRUE(Server::Run([&] { return asking.wait_for(0s) == std::future_status::ready; }));
+  return asking.get();
+}
+
 TEST(Messages, AThreadAsksAnotherOfItsProcess) {
   Server server(Echo);
   std::atomic<int> answered{0};
   const auto ask = [&](SInt32 first) {
     for (SInt32 i = first; i < first + 100; i++) {
-      Event event, reply;
+      StDesc event, reply;
       MakeEvent(server.Port(), i, &event);
       EXPECT_EQ(0, AESendMessage(&event, &reply, kAEWaitReply, 600));
       EXPECT_EQ(i, NumberOf(&reply));
@@ -132,7 +142,7 @@ TEST(Messages, OnesOwnQueueNeverWaitsAndKeepsTheOrder) {
     EXPECT_EQ(2, from);
   });
   for (SInt32 i = 0; i < 300; i++) {
-    Event event;
+    StDesc event;
     MakeEvent(server.Port(), i, &event);
     ASSERT_EQ(0, AESendMessage(&event, nullptr, kAENoReply, kAEDefaultTimeout));
   }
@@ -148,7 +158,7 @@ TEST(Messages, OnesOwnQueueHasALimit) {
   OSStatus err = 0;
   size_t sent = 0;
   for (; err == 0 && sent < 10; sent++) {
-    Event event;
+    StDesc event;
     MakeEvent(server.Port(), 0, &event);
     ASSERT_EQ(0, AEPutParamPtr(&event, FourCC('d', 'a', 't', 'a'), typeChar, large.data(),
                                static_cast<Size>(large.size())));
@@ -166,12 +176,12 @@ TEST(Messages, WaitingOnTheServingThreadTimesOut) {
     Echo(event, reply);
   });
   const size_t before = HostCountPorts().portNames;
-  Event event, reply;
+  StDesc event, reply;
   MakeEvent(server.Port(), 5, &event);
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(errAETimeout, AESendMessage(&event, &reply, kAEWaitReply, kShortTicks));
   EXPECT_GE(std::chrono::steady_clock::now() - start, 199ms);
-  EXPECT_EQ(typeNull, reply.desc.descriptorType);
+  EXPECT_EQ(typeNull, reply.descriptorType);
   // The late answer reaches nobody and leaves nothing behind.
   EXPECT_TRUE(Server::Run([&] { return handled == 1; }));
   EXPECT_EQ(before, HostCountPorts().portNames);
@@ -185,7 +195,7 @@ TEST(Messages, TheDeathOfThePortEndsTheWait) {
     Server server([&](const AppleEvent&, AppleEvent&) { seen++; });
     std::promise<OSStatus> result;
     std::thread asker([&, port = server.Port()] {
-      Event event, reply;
+      StDesc event, reply;
       MakeEvent(port, 1, &event);
       result.set_value(AESendMessage(&event, &reply, kAEWaitReply, kNoTimeOut));
     });
@@ -204,17 +214,9 @@ TEST(Messages, TheHandlerMayEndItsPort) {
     server->Destroy();
     Echo(event, reply);
   });
-  std::promise<OSStatus> result;
-  std::thread asker([&, port = server->Port()] {
-    Event event, reply;
-    MakeEvent(port, 77, &event);
-    result.set_value(AESendMessage(&event, &reply, kAEWaitReply, 600));
-    EXPECT_EQ(77, NumberOf(&reply));
-  });
-  auto future = result.get_future();
-  EXPECT_TRUE(Server::Run([&] { return future.wait_for(0s) == std::future_status::ready; }));
-  EXPECT_EQ(0, future.get());
-  asker.join();
+  const Answer answer = AskWhileServing(server->Port(), 77);
+  EXPECT_EQ(0, answer.status);
+  EXPECT_EQ(77, answer.number);
 }
 
 TEST(Messages, AnAnswerThatCannotBeSentSaysSo) {
@@ -225,18 +227,9 @@ TEST(Messages, AnAnswerThatCannotBeSentSaysSo) {
     EXPECT_EQ(memFullErr, AESendMessage(&reply, nullptr, kAENoReply, kAEDefaultTimeout));
     EXPECT_EQ(connectionInvalid, AESendMessage(&reply, nullptr, kAENoReply, kAEDefaultTimeout));
   });
-  std::promise<SInt32> result;
-  std::thread asker([&] {
-    Event event, reply;
-    MakeEvent(server.Port(), 1, &event);
-    SInt32 error = AESendMessage(&event, &reply, kAEWaitReply, kNoTimeOut);
-    AEGetParamPtr(&reply, keyErrorNumber, typeSInt32, nullptr, &error, sizeof error, nullptr);
-    result.set_value(error);
-  });
-  auto future = result.get_future();
-  EXPECT_TRUE(Server::Run([&] { return future.wait_for(0s) == std::future_status::ready; }));
-  EXPECT_EQ(memFullErr, future.get());
-  asker.join();
+  const Answer answer = AskWhileServing(server.Port(), 1);
+  EXPECT_EQ(0, answer.status);
+  EXPECT_EQ(memFullErr, answer.error);
 }
 
 TEST(Messages, ANestedRunReclaimsOnlyItsOwn) {
@@ -245,29 +238,20 @@ TEST(Messages, ANestedRunReclaimsOnlyItsOwn) {
     log += "inner " + std::to_string(NumberOf(&event)) + ",";
   });
   Server outer([&](const AppleEvent& event, AppleEvent& reply) {
-    Event nested;
+    StDesc nested;
     MakeEvent(inner.Port(), 2, &nested);
     EXPECT_EQ(0, AESendMessage(&nested, nullptr, kAENoReply, 0));
     EXPECT_EQ(kCFRunLoopRunHandledSource, CFRunLoopRunInMode(kCFRunLoopDefaultMode, 5, true));
     log += "outer " + std::to_string(NumberOf(&event));
     Echo(event, reply);
   });
-  std::promise<OSStatus> result;
-  std::thread asker([&] {
-    Event event, reply;
-    MakeEvent(outer.Port(), 1, &event);
-    result.set_value(AESendMessage(&event, &reply, kAEWaitReply, 600));
-  });
-  auto future = result.get_future();
-  EXPECT_TRUE(Server::Run([&] { return future.wait_for(0s) == std::future_status::ready; }));
-  EXPECT_EQ(0, future.get());
+  EXPECT_EQ(0, AskWhileServing(outer.Port(), 1).status);
   EXPECT_EQ("inner 2,outer 1", log);
-  asker.join();
 }
 
 TEST(Messages, BadSendsGetTheirCodes) {
   Server server(Echo);
-  Event good, reply;
+  StDesc good, reply;
   MakeEvent(server.Port(), 1, &good);
   AppleEvent null = {typeNull, nullptr};
   EXPECT_EQ(errAEUnknownSendMode, AESendMessage(&good, &reply, 0, 60));
@@ -288,27 +272,25 @@ TEST(Messages, BadSendsGetTheirCodes) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.type);
-    AEDesc address;
+    StDesc address;
     const auto size = static_cast<Size>(4 * row.words.size());
     ASSERT_EQ(0, AECreateDesc(row.type, row.words.data(), size, &address));
-    Event event;
+    StDesc event;
     ASSERT_EQ(0, AECreateAppleEvent(kTestClass, 1, &address, -1, 0, &event));
     EXPECT_EQ(row.err, AESendMessage(&event, &reply, kAEWaitReply, 60));
-    AEDisposeDesc(&address);
   }
 }
 
 TEST(Messages, TheProcessItselfAnswersThatNothingIsHandled) {
   const ProcessSerialNumber self = {0, kCurrentProcess};
-  AEDesc address;
+  StDesc address;
   ASSERT_EQ(0, AECreateDesc(typeProcessSerialNumber, &self, sizeof self, &address));
-  Event event, reply;
+  StDesc event, reply;
   ASSERT_EQ(0, AECreateAppleEvent(kTestClass, 1, &address, -1, 0, &event));
   EXPECT_EQ(0, AESend(&event, &reply, kAEWaitReply, kAENormalPriority, 60, nullptr, nullptr));
   SInt32 result = 0;
   EXPECT_EQ(0, AEGetParamPtr(&reply, keyErrorNumber, typeSInt32, nullptr, &result, 4, nullptr));
   EXPECT_EQ(errAEEventNotHandled, result);
-  AEDisposeDesc(&address);
 }
 
 }  // namespace
