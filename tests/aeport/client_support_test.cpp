@@ -82,7 +82,11 @@ constexpr char kIncompatible[] =
     "The Cli is incompatible with the Srv. This is probably due to mismatched versions. Please "
     "remove all old verisions of the Pkg and reinstall.";
 
-TEST(ClientSupport, ResultsWithoutAReplyAreClassifiedByTheirNumber) {
+struct ClientSupport : testing::Test {
+  ClientSupport() { ClearSinks(); }
+};
+
+TEST_F(ClientSupport, ResultsWithoutAReplyAreClassifiedByTheirNumber) {
   const struct {
     OSStatus err;
     bool isDisabled;
@@ -108,7 +112,7 @@ TEST(ClientSupport, ResultsWithoutAReplyAreClassifiedByTheirNumber) {
   }
 }
 
-TEST(ClientSupport, TextsAreToTheLetter) {
+TEST_F(ClientSupport, TextsAreToTheLetter) {
   const struct {
     const char *server, *client, *package;
     const char* loggedServer;
@@ -143,8 +147,7 @@ TEST(ClientSupport, TextsAreToTheLetter) {
   }
 }
 
-TEST(ClientSupport, LongNamesAreCut) {
-  ClearSinks();
+TEST_F(ClientSupport, LongNamesAreCut) {
   const std::string longName(5000, 'n');
   TestClient client(longName.c_str(), longName.c_str(), longName.c_str());
   client.HandleResult(1102, nullptr, longName.c_str(), nullptr);
@@ -156,7 +159,7 @@ TEST(ClientSupport, LongNamesAreCut) {
   EXPECT_EQ(1u, FailureLines().size());
 }
 
-TEST(ClientSupport, ARunOfFailuresIsReportedOnce) {
+TEST_F(ClientSupport, ARunOfFailuresIsReportedOnce) {
   constexpr OSStatus kDone = 0;
   const struct {
     bool notify, log, firstOnly;
@@ -181,8 +184,7 @@ TEST(ClientSupport, ARunOfFailuresIsReportedOnce) {
   }
 }
 
-TEST(ClientSupport, ReportsAreArmedAnew) {
-  ClearSinks();
+TEST_F(ClientSupport, ReportsAreArmedAnew) {
   VLTAEClientSupport plain;
   EXPECT_TRUE(plain.setReportAllFailures(true));
   EXPECT_FALSE(plain.setReportAllFailures(false));
@@ -197,8 +199,7 @@ TEST(ClientSupport, ReportsAreArmedAnew) {
   EXPECT_TRUE(client.DoNotificationOnFailure());
 }
 
-TEST(ClientSupport, TheBusyBitIsUndoneAtOnce) {
-  ClearSinks();
+TEST_F(ClientSupport, TheBusyBitIsUndoneAtOnce) {
   TestClient client;
   TestClient::sNotificationFlags = 4;
   client.NotifyServerDisabled(client.PrepareNotifyMessage("one"));
@@ -213,8 +214,7 @@ TEST(ClientSupport, TheBusyBitIsUndoneAtOnce) {
 }
 
 // Several clients' failures at once share record and word.
-TEST(ClientSupport, NoticesFromSeveralThreads) {
-  ClearSinks();
+TEST_F(ClientSupport, NoticesFromSeveralThreads) {
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([] {
@@ -232,7 +232,7 @@ TEST(ClientSupport, NoticesFromSeveralThreads) {
   TestClient::sNotificationFlags = 0;
 }
 
-TEST(ClientSupport, ConstructEventStopsAtTheFirstFailure) {
+TEST_F(ClientSupport, ConstructEventStopsAtTheFirstFailure) {
   VLTAEClientSupport plain;
   VLTPortDestinationAddress address;
   VLTPortAppleEvent event(1, 2, kAENoReply, nullptr, kAutoGenerateReturnID, kAnyTransactionID);
@@ -247,7 +247,7 @@ TEST(ClientSupport, ConstructEventStopsAtTheFirstFailure) {
   EXPECT_EQ(1102, client.Request(kPing));  // only looks
 }
 
-TEST(ClientSupport, WhatTheServerSaysIsNoFailureOfItsOwn) {
+TEST_F(ClientSupport, WhatTheServerSaysIsNoFailureOfItsOwn) {
   const struct {
     OSStatus answer;
     Lines notices;
@@ -277,7 +277,7 @@ TEST(ClientSupport, WhatTheServerSaysIsNoFailureOfItsOwn) {
   }
 }
 
-TEST(ClientSupport, TimeOutsAreRetriedWithPauses) {
+TEST_F(ClientSupport, TimeOutsAreRetriedWithPauses) {
   // While the requests are made nobody runs the loop of this listener, so nothing is answered.
   int received = 0;
   EventHandler handler = [&received](const ServedEvent&) {

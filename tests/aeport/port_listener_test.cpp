@@ -51,8 +51,13 @@ class OpenListener : public VLTPortAEMachPortListener {
   int invalidations = 0;
 };
 
-TEST(PortListener, NamesOf1To127BytesAreListenedOn) {
+class PortListener : public testing::Test {
+ protected:
   OpenDescriptorCheck noLeaks;
+  const std::string name = UniquePortName();
+};
+
+TEST_F(PortListener, NamesOf1To127BytesAreListenedOn) {
   const struct {
     std::string name;
     OSStatus err;
@@ -73,7 +78,7 @@ TEST(PortListener, NamesOf1To127BytesAreListenedOn) {
   EXPECT_FALSE(IsRegistered("x"));
 }
 
-TEST(PortListener, CheckPortRegisteredTellsWhy) {
+TEST_F(PortListener, CheckPortRegisteredTellsWhy) {
   const struct {
     const char* name;
     OSStatus err;
@@ -88,9 +93,7 @@ TEST(PortListener, CheckPortRegisteredTellsWhy) {
   }
 }
 
-TEST(PortListener, BadCallsLeaveAListenerAsItIs) {
-  OpenDescriptorCheck noLeaks;
-  const std::string name = UniquePortName();
+TEST_F(PortListener, BadCallsLeaveAListenerAsItIs) {
   Counter counter(0);
   OpenListener listener;
   CFRunLoopRef loop = CFRunLoopGetCurrent();
@@ -107,9 +110,7 @@ TEST(PortListener, BadCallsLeaveAListenerAsItIs) {
   EXPECT_EQ(1, counter.count);
 }
 
-TEST(PortListener, ListeningTwiceIsOneRegistrationAndOneSource) {
-  OpenDescriptorCheck noLeaks;
-  const std::string name = UniquePortName();
+TEST_F(PortListener, ListeningTwiceIsOneRegistrationAndOneSource) {
   Counter counter(0);
   OpenListener listener;
   ASSERT_EQ(0, counter.Listen(listener, name));
@@ -122,9 +123,7 @@ TEST(PortListener, ListeningTwiceIsOneRegistrationAndOneSource) {
   EXPECT_EQ(1, counter.count);
 }
 
-TEST(PortListener, WhatWentStaleIsRepaired) {
-  OpenDescriptorCheck noLeaks;
-  const std::string name = UniquePortName();
+TEST_F(PortListener, WhatWentStaleIsRepaired) {
   Counter counter(0);
   OpenListener listener;
   ASSERT_EQ(0, counter.Listen(listener, name));
@@ -140,13 +139,9 @@ TEST(PortListener, WhatWentStaleIsRepaired) {
   EXPECT_EQ(2, counter.count);
 }
 
-TEST(PortListener, ASecondListenerOfTheProcessIsRefused) {
-  OpenDescriptorCheck noLeaks;
-  const std::string name = UniquePortName();
-  Counter first(0);
-  Counter second(0);
-  VLTPortAEMachPortListener holder;
-  VLTPortAEMachPortListener waiter;
+TEST_F(PortListener, ASecondListenerOfTheProcessIsRefused) {
+  Counter first(0), second(0);
+  VLTPortAEMachPortListener holder, waiter;
   ASSERT_EQ(0, first.Listen(holder, name));
   EXPECT_EQ(portInUse, second.Listen(waiter, name));
   EXPECT_EQ(0, AskServed(name, kPing).status);
@@ -161,11 +156,8 @@ TEST(PortListener, ASecondListenerOfTheProcessIsRefused) {
 }
 
 // Meant: rights coalesce in a process, so the repair step of the one destroys the other's.
-TEST(PortListener, ATornDownListenerTakesItsNameOver) {
-  OpenDescriptorCheck noLeaks;
-  const std::string name = UniquePortName();
-  Counter first(0);
-  Counter second(0);
+TEST_F(PortListener, ATornDownListenerTakesItsNameOver) {
+  Counter first(0), second(0);
   VLTPortAEMachPortListener old;
   OpenListener usurped;
   ASSERT_EQ(0, first.Listen(old, name));
@@ -181,9 +173,7 @@ TEST(PortListener, ATornDownListenerTakesItsNameOver) {
   EXPECT_EQ(0, second.count);
 }
 
-TEST(PortListener, TheHandlersResultBecomesTheSenders) {
-  OpenDescriptorCheck noLeaks;
-  const std::string name = UniquePortName();
+TEST_F(PortListener, TheHandlersResultBecomesTheSenders) {
   const struct {
     OSStatus result;
     bool hasError;  // whether the reply holds an error number
@@ -199,9 +189,7 @@ TEST(PortListener, TheHandlersResultBecomesTheSenders) {
   }
 }
 
-TEST(PortListener, WithoutACallbackNothingIsHandled) {
-  OpenDescriptorCheck noLeaks;
-  const std::string name = UniquePortName();
+TEST_F(PortListener, WithoutACallbackNothingIsHandled) {
   Counter counter(0);
   OpenListener listener;
   ASSERT_EQ(0, counter.Listen(listener, name));
@@ -210,12 +198,9 @@ TEST(PortListener, WithoutACallbackNothingIsHandled) {
   EXPECT_EQ(0, counter.count);
 }
 
-TEST(PortListener, TheHandlerSeesWhatWasSent) {
-  OpenDescriptorCheck noLeaks;
-  const std::string name = UniquePortName();
+TEST_F(PortListener, TheHandlerSeesWhatWasSent) {
   DescType replyType = 0;
-  UInt32 seenClass = 0;
-  UInt32 seenID = 0;
+  UInt32 seenClass = 0, seenID = 0;
   UInt8 replyWanted = 9;
   EventHandler handler = [&](const ServedEvent& served) {
     replyType = served.reply->descriptorType;
@@ -251,9 +236,7 @@ TEST(DispatchAttributes, FirstErrorStopsAndOutputsMayBeNull) {
   EXPECT_EQ(6, wanted);
 }
 
-TEST(PortListener, MayBeDeletedByItsHandler) {
-  OpenDescriptorCheck noLeaks;
-  const std::string name = UniquePortName();
+TEST_F(PortListener, MayBeDeletedByItsHandler) {
   auto listener = std::make_unique<VLTPortAEMachPortListener>();
   EventHandler handler = [&](const ServedEvent&) {
     listener.reset();
@@ -265,10 +248,10 @@ TEST(PortListener, MayBeDeletedByItsHandler) {
   EXPECT_FALSE(IsRegistered(name));
 }
 
-TEST(PortListener, IgnoresMessagesOfOtherPorts) {
+TEST_F(PortListener, IgnoresMessagesOfOtherPorts) {
   Counter counter(0);
   VLTPortAEMachPortListener listener;
-  ASSERT_EQ(0, counter.Listen(listener, UniquePortName()));
+  ASSERT_EQ(0, counter.Listen(listener, name));
   mach_msg_header_t message = {};
   listener.PortCallback(nullptr, &message, sizeof message);
   EXPECT_EQ(0, counter.count);
