@@ -73,8 +73,12 @@ OSErr MakeSpec(SInt32 folder, const std::string& name, FSSpec* spec) {
   return FSMakeFSSpec(kHostVolume, folder, P(name).data(), spec);
 }
 
-TEST(FileRecords, PathsLeadToRecordsAndBack) {
+class FileRecords : public testing::Test {
+ protected:
   const ScratchFolder scratch;
+};
+
+TEST_F(FileRecords, PathsLeadToRecordsAndBack) {
   const std::string longest(63, 'n'), tooLong(64, 'n');
   scratch.File("folder/file");
   scratch.File("folder/\xff: \x01");
@@ -133,8 +137,7 @@ TEST(FileRecords, PathsLeadToRecordsAndBack) {
   }
 }
 
-TEST(FileRecords, RelativePathsAndTheDefaultFolderAreTheWorkingFolder) {
-  const ScratchFolder scratch;
+TEST_F(FileRecords, RelativePathsAndTheDefaultFolderAreTheWorkingFolder) {
   scratch.File("folder/file");
   const std::string before = std::filesystem::current_path();
   std::filesystem::current_path(scratch.Path("folder"));
@@ -150,8 +153,7 @@ TEST(FileRecords, RelativePathsAndTheDefaultFolderAreTheWorkingFolder) {
   std::filesystem::current_path(before);
 }
 
-TEST(FileRecords, SpecsTellWhatIsThere) {
-  const ScratchFolder scratch;
+TEST_F(FileRecords, SpecsTellWhatIsThere) {
   scratch.File("folder/file");
   scratch.Link("folder/nowhere", "missing");
   const SInt32 folder = NumberOf(scratch.Path("folder"));
@@ -201,8 +203,7 @@ TEST(FileRecords, SpecsTellWhatIsThere) {
   EXPECT_EQ(paramErr, FSMakeFSSpec(kHostVolume, folder, nullptr, nullptr));
 }
 
-TEST(FileRecords, NumbersAndReferencesDieWithWhatTheyName) {
-  const ScratchFolder scratch;
+TEST_F(FileRecords, NumbersAndReferencesDieWithWhatTheyName) {
   for (const char* name : {"deleted", "moved", "replaced", "linked", "filed"}) {
     scratch.File(std::string(name) + "/file");
   }
@@ -265,8 +266,7 @@ TEST(FileRecords, NumbersAndReferencesDieWithWhatTheyName) {
 }
 
 // A path that was looked up before is not resolved again, unless that would matter.
-TEST(FileRecords, KnownPathsFollowWhatHasChanged) {
-  const ScratchFolder scratch;
+TEST_F(FileRecords, KnownPathsFollowWhatHasChanged) {
   scratch.File("a/b/file");
   scratch.File("a/b/other");
   FSRef before, after;
@@ -289,14 +289,13 @@ TEST(FileRecords, KnownPathsFollowWhatHasChanged) {
   EXPECT_EQ("-43", PathOfRef(before));
 }
 
-TEST(FileRecords, ThreadsAgreeOnNumbers) {
+TEST_F(FileRecords, ThreadsAgreeOnNumbers) {
   constexpr int kThreads = 4, kFolders = 50;
-  const ScratchFolder scratch;
   for (int i = 0; i < kFolders; ++i) scratch.File("f" + std::to_string(i) + "/file");
   std::vector<FSSpec> specs[kThreads];
   std::vector<std::thread> threads;
   for (auto& own : specs) {
-    threads.emplace_back([&own, &scratch] {
+    threads.emplace_back([&own, this] {
       for (int i = 0; i < kFolders; ++i) {
         const std::string path = scratch.Path("f" + std::to_string(i) + "/file");
         FSSpec spec = {};
@@ -313,8 +312,7 @@ TEST(FileRecords, ThreadsAgreeOnNumbers) {
   }
 }
 
-TEST(FileRecords, ForgedReferencesAreRefused) {
-  const ScratchFolder scratch;
+TEST_F(FileRecords, ForgedReferencesAreRefused) {
   const std::string path = scratch.File("file");
   FSRef good, forged = {};
   ASSERT_EQ(noErr, RefOfPath(path, &good));
@@ -341,8 +339,7 @@ TEST(FileRecords, ForgedReferencesAreRefused) {
   EXPECT_EQ(path, PathOfRef(copy));
 }
 
-TEST(FileRecords, PathsFitOrNothingIsStored) {
-  const ScratchFolder scratch;
+TEST_F(FileRecords, PathsFitOrNothingIsStored) {
   const std::string path = scratch.File("file");
   FSRef ref;
   ASSERT_EQ(noErr, RefOfPath(path, &ref));
@@ -356,8 +353,7 @@ TEST(FileRecords, PathsFitOrNothingIsStored) {
   EXPECT_STREQ(path.c_str(), buffer.c_str());
 }
 
-TEST(FileRecords, NamesAndParents) {
-  const ScratchFolder scratch;
+TEST_F(FileRecords, NamesAndParents) {
   const std::string longName(100, 'n');
   scratch.File("f\xc3\xa4/\xff");
   scratch.File(longName);
@@ -392,8 +388,7 @@ TEST(FileRecords, NamesAndParents) {
   EXPECT_EQ(dirNFErr, FSMakeFSRefUnicode(&ref, 1, none, 0, &found));
 }
 
-TEST(FileRecords, AddressesLeadToReferencesAndBack) {
-  const ScratchFolder scratch;
+TEST_F(FileRecords, AddressesLeadToReferencesAndBack) {
   scratch.File("folder/\xff\xc3");
   FSRef ref = {}, back;
   EXPECT_EQ(nullptr, CFURLCreateFromFSRef(nullptr, &ref));
@@ -413,8 +408,7 @@ TEST(FileRecords, AddressesLeadToReferencesAndBack) {
   }
 }
 
-TEST(FileRecords, MakingAndDeleting) {
-  const ScratchFolder scratch;
+TEST_F(FileRecords, MakingAndDeleting) {
   scratch.Link("link", "/nowhere");
   const SInt32 root = NumberOf(scratch.Path());
   FSSpec folder, file, link;
@@ -443,8 +437,7 @@ TEST(FileRecords, MakingAndDeleting) {
   EXPECT_EQ(fBsyErr, FSpDelete(&whole));
 }
 
-TEST(FileRecords, CatalogueTellsKindsAndSizes) {
-  const ScratchFolder scratch;
+TEST_F(FileRecords, CatalogueTellsKindsAndSizes) {
   const std::string path = scratch.File("folder/b", "hello");
   scratch.File("folder/a");
   scratch.Folder("folder/c");
@@ -509,8 +502,7 @@ TEST(FileRecords, CatalogueTellsKindsAndSizes) {
   }
 }
 
-TEST(FileRecords, AliasesAreResolvedStepByStepOrToTheEnd) {
-  const ScratchFolder scratch;
+TEST_F(FileRecords, AliasesAreResolvedStepByStepOrToTheEnd) {
   scratch.File("folder/file");
   scratch.Link("one", "folder/file");
   scratch.Link("two", "one");
@@ -580,8 +572,7 @@ class AsNobody {
   uid_t before;
 };
 
-TEST(FileRecords, WhatMayNotBeSearchedIsDenied) {
-  const ScratchFolder scratch;
+TEST_F(FileRecords, WhatMayNotBeSearchedIsDenied) {
   const std::string path = scratch.File("closed/file");
   FSSpec spec = {};
   FSRef ref, found;

@@ -11,25 +11,15 @@
 
 #include "plist/dictionary.h"
 #include "tests/support/open_descriptor_check.h"
+#include "tests/support/scratch_folder.h"
 
 namespace {
 
 constexpr CFPropertyListFormat kXML = kCFPropertyListXMLFormat_v1_0;
 constexpr CFPropertyListFormat kBinary = kCFPropertyListBinaryFormat_v1_0;
 
-std::string ReadFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
 void WriteFile(const std::string& path, const std::string& text) {
   std::ofstream(path, std::ios::binary) << text;
-}
-
-mode_t ModeOf(const std::string& path) {
-  struct stat info = {};
-  EXPECT_EQ(0, stat(path.c_str(), &info)) << path;
-  return info.st_mode & 07777;
 }
 
 size_t EntriesOf(const std::string& folder) {

@@ -25,34 +25,30 @@ struct OpenDictionary : VLTDictionary {
 
 TEST(Dictionary, SettersStoreTheDocumentedTypes) {
   VLTDictionary dictionary;
-  EXPECT_EQ(0, dictionary.setBoolean("bool", true));
-  EXPECT_EQ(0, dictionary.setBoolean("byte", static_cast<unsigned char>(7)));
-  EXPECT_EQ(0, dictionary.setShort("short", -2));
-  EXPECT_EQ(0, dictionary.setInteger("int", 70000));
-  EXPECT_EQ(0, dictionary.setLong("long", -3));
-  EXPECT_EQ(0, dictionary.setLongLong("long long", SInt64{1} << 40));
-  EXPECT_EQ(0, dictionary.setFloat("float", 0.5f));
-  EXPECT_EQ(0, dictionary.setDouble("double", 0.1));
+  const CFTypeID boolean = CFBooleanGetTypeID(), number = CFNumberGetTypeID();
   const struct {
     const char* key;
+    OSStatus err;
     CFTypeID type;
     CFNumberType number;
   } rows[] = {
-      {"bool", CFBooleanGetTypeID(), 0},
-      {"byte", CFBooleanGetTypeID(), 0},
-      {"short", CFNumberGetTypeID(), kCFNumberSInt16Type},
-      {"int", CFNumberGetTypeID(), kCFNumberSInt32Type},
-      {"long", CFNumberGetTypeID(), kCFNumberSInt32Type},
-      {"long long", CFNumberGetTypeID(), kCFNumberSInt64Type},
-      {"float", CFNumberGetTypeID(), kCFNumberFloat32Type},
-      {"double", CFNumberGetTypeID(), kCFNumberFloat64Type},
+      {"bool", dictionary.setBoolean("bool", true), boolean, 0},
+      {"byte", dictionary.setBoolean("byte", static_cast<unsigned char>(7)), boolean, 0},
+      {"short", dictionary.setShort("short", -2), number, kCFNumberSInt16Type},
+      {"int", dictionary.setInteger("int", 70000), number, kCFNumberSInt32Type},
+      {"long", dictionary.setLong("long", -3), number, kCFNumberSInt32Type},
+      {"wide", dictionary.setLongLong("wide", SInt64{1} << 40), number, kCFNumberSInt64Type},
+      {"float", dictionary.setFloat("float", 0.5f), number, kCFNumberFloat32Type},
+      {"double", dictionary.setDouble("double", 0.1), number, kCFNumberFloat64Type},
   };
   for (const auto& row : rows) {
+    SCOPED_TRACE(row.key);
     UInt32 type = 0;
-    CFNumberType number = 0;
-    EXPECT_EQ(0, dictionary.getType(row.key, type, &number)) << row.key;
-    EXPECT_EQ(row.type, type) << row.key;
-    EXPECT_EQ(row.number, number) << row.key;
+    CFNumberType stored = 0;
+    EXPECT_EQ(0, row.err);
+    EXPECT_EQ(0, dictionary.getType(row.key, type, &stored));
+    EXPECT_EQ(row.type, type);
+    EXPECT_EQ(row.number, stored);
   }
   unsigned char byte = 0;
   EXPECT_EQ(0, dictionary.getBoolean("byte", byte));
@@ -169,13 +165,10 @@ TEST(Dictionary, NullsAreNotStored) {
   EXPECT_EQ(0, dictionary.setCString(static_cast<const char*>(nullptr), "value"));
   EXPECT_EQ(0, dictionary.getCount());
   dictionary.setCString("key", "value");
-  const StackCFString key("key"), absent("absent");
-  const auto named = static_cast<CFStringRef>(static_cast<CFTypeRef>(key));
   const void* value = nullptr;
-  EXPECT_EQ(0, dictionary._get(named, value));
-  EXPECT_EQ(dictionary._get(named), value);
-  EXPECT_EQ(paramErr,
-            dictionary._get(static_cast<CFStringRef>(static_cast<CFTypeRef>(absent)), value));
+  EXPECT_EQ(0, dictionary._get(CFSTR("key"), value));
+  EXPECT_EQ(dictionary._get(CFSTR("key")), value);
+  EXPECT_EQ(paramErr, dictionary._get(CFSTR("absent"), value));
 }
 
 TEST(Dictionary, ReplacingAndDestroyingContents) {

@@ -10,13 +10,13 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "plist/dictionary.h"
 #include "tests/support/open_descriptor_check.h"
+#include "tests/support/scratch_folder.h"
 #include "tests/support/session_directory.h"
 
 namespace {
@@ -30,21 +30,16 @@ std::string SharedFolder() {
   return std::string(std::getenv("XDG_CONFIG_DIRS")) + "/veltrane/preferences/";
 }
 
-std::string ReadFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
-mode_t ModeOf(const std::string& path) {
-  struct stat info = {};
-  EXPECT_EQ(0, stat(path.c_str(), &info)) << path;
-  return info.st_mode & 07777;
-}
-
 // A list with one number, as somebody with an editor would leave it.
 std::string ListOf(const char* key, int number) {
   return "<plist><dict><key>" + std::string(key) + "</key><integer>" + std::to_string(number) +
          "</integer></dict></plist>";
+}
+
+const CFStringRef kDomainString = CFSTR("com.veltrane.test");
+
+CFStringRef Ref(const StackCFString& string) {
+  return static_cast<CFStringRef>(static_cast<CFTypeRef>(string));
 }
 
 struct OpenPreferences : VLTPreferences {
@@ -54,10 +49,8 @@ struct OpenPreferences : VLTPreferences {
 
 // Reads without leaving a reference.
 int IntegerOf(const char* key, CFStringRef user = kCFPreferencesCurrentUser) {
-  const StackCFString name(key), domain(kDomain);
-  const CFPropertyListRef value = CFPreferencesCopyValue(
-      static_cast<CFStringRef>(static_cast<CFTypeRef>(name)),
-      static_cast<CFStringRef>(static_cast<CFTypeRef>(domain)), user, kCFPreferencesAnyHost);
+  const CFPropertyListRef value =
+      CFPreferencesCopyValue(Ref(StackCFString(key)), kDomainString, user, kCFPreferencesAnyHost);
   int number = -1;
   if (value == nullptr) return number;
   CFNumberGetValue(static_cast<CFNumberRef>(value), kCFNumberIntType, &number);
@@ -138,12 +131,10 @@ TEST_F(Preferences, GettersAndSlots) {
   EXPECT_EQ(paramErr, preferences.getInteger("text", number));
   EXPECT_EQ(7, number);
   // Tells whether there is a value, and stores none.
-  const StackCFString text("text"), none("none");
   const void* value = this;
-  EXPECT_EQ(0, preferences._get(static_cast<CFStringRef>(static_cast<CFTypeRef>(text)), value));
+  EXPECT_EQ(0, preferences._get(CFSTR("text"), value));
   EXPECT_EQ(this, value);
-  EXPECT_EQ(paramErr,
-            preferences._get(static_cast<CFStringRef>(static_cast<CFTypeRef>(none)), value));
+  EXPECT_EQ(paramErr, preferences._get(CFSTR("none"), value));
   // A value that cannot be made removes, unlike in memory.
   EXPECT_EQ(0, preferences.setCString("text", nullptr));
   EXPECT_EQ(nullptr, preferences.getKeys());
@@ -348,9 +339,7 @@ TEST_F(Preferences, FilesThatCannotBeTrustedOrReadAreLeftAlone) {
 
 TEST_F(Preferences, ValuesThatNoFileCanHaveShowAtTheNextCommit) {
   preferences.setInteger("n", 1);
-  const StackCFString domain(kDomain);
-  CFPreferencesSetValue(CFSTR("url"), kCFPreferencesAnyUser,
-                        static_cast<CFStringRef>(static_cast<CFTypeRef>(domain)),
+  CFPreferencesSetValue(CFSTR("url"), kCFPreferencesAnyUser, kDomainString,
                         kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
   EXPECT_EQ(0, preferences.commit());
   VLTDictionary nest;
@@ -376,7 +365,7 @@ TEST_F(Preferences, ValuesThatNoFileCanHaveShowAtTheNextCommit) {
 }
 
 TEST_F(Preferences, ApplicationValuesComeFromTheStrongestDomain) {
-  const CFStringRef app = CFSTR("com.veltrane.test");
+  const CFStringRef app = kDomainString;
   const struct {
     CFStringRef application, user, host;
   } weakestFirst[] = {

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 
 namespace {
 
@@ -46,6 +47,16 @@ std::string ScratchFolder::Program(const std::string& name, const std::string& o
   std::filesystem::copy_file(original, Path(name));
   std::filesystem::permissions(Path(name), std::filesystem::perms(0755));
   return Path(name);
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+unsigned ModeOf(const std::string& path) {
+  std::error_code ignored;
+  return static_cast<unsigned>(std::filesystem::status(path, ignored).permissions());
 }
 
 std::string MakeTestBundle(const ScratchFolder& folder, const std::string& name,

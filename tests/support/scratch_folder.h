@@ -24,6 +24,11 @@ class ScratchFolder {
   std::string path;
 };
 
+// All bytes of a file; none when it cannot be read.
+std::string ReadFile(const std::string& path);
+// Its permissions, twelve bits; 0xFFFF when there is no such file.
+unsigned ModeOf(const std::string& path);
+
 // An application bundle. Empty fields are left out of its description.
 struct TestBundle {
   std::string identifier = {};

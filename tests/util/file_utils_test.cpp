@@ -37,14 +37,12 @@ FSSpec Below(const std::string& folder, const char* name) {
   return spec;
 }
 
-mode_t ModeOf(const std::string& path) {
-  struct stat info = {};
-  EXPECT_EQ(0, stat(path.c_str(), &info)) << path;
-  return info.st_mode & 07777;
-}
-
-TEST(FileUtils, OnlyFoldersHaveADirID) {
+class FileUtils : public testing::Test {
+ protected:
   const ScratchFolder scratch;
+};
+
+TEST_F(FileUtils, OnlyFoldersHaveADirID) {
   const FSSpec file = SpecOf(scratch.File("folder/file"));
   scratch.Link("folder/link", "../folder");
   SInt32 number = 7;
@@ -56,8 +54,7 @@ TEST(FileUtils, OnlyFoldersHaveADirID) {
   EXPECT_EQ(+file.parID, number);
 }
 
-TEST(FileUtils, PathsOfItemsThatAreThereOrNotYet) {
-  const ScratchFolder scratch;
+TEST_F(FileUtils, PathsOfItemsThatAreThereOrNotYet) {
   const std::string folder = scratch.Folder("folder");
   const std::string joined = folder + "/new";
   const FSSpec present = SpecOf(folder), absent = Below(folder, "new");
@@ -95,8 +92,7 @@ TEST(FileUtils, PathsOfItemsThatAreThereOrNotYet) {
   EXPECT_EQ(paramErr, FSSpecToPath(nullptr, path, sizeof path));
 }
 
-TEST(FileUtils, StepsIntoFoldersWhichAreMadeWhenMissing) {
-  const ScratchFolder scratch;
+TEST_F(FileUtils, StepsIntoFoldersWhichAreMadeWhenMissing) {
   scratch.File("file");
   const FSSpec start = SpecOf(scratch.Path());
   Str255 name;
@@ -120,7 +116,7 @@ TEST(FileUtils, StepsIntoFoldersWhichAreMadeWhenMissing) {
   EXPECT_EQ(scratch.Path("file"), PathOf(at));
 }
 
-TEST(FileUtils, StandardFoldersOfBothKindsOfSystem) {
+TEST_F(FileUtils, StandardFoldersOfBothKindsOfSystem) {
   const struct {
     const char* version;
     SInt16 domain;
@@ -136,18 +132,17 @@ TEST(FileUtils, StandardFoldersOfBothKindsOfSystem) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.path);
-    const ScratchFolder scratch;
-    const ScopedVariable local("VLTHOST_LOCAL_ROOT", scratch.Path("local").c_str());
-    const ScopedVariable data("XDG_DATA_HOME", scratch.Path("data").c_str());
+    const ScratchFolder own;
+    const ScopedVariable local("VLTHOST_LOCAL_ROOT", own.Path("local").c_str());
+    const ScopedVariable data("XDG_DATA_HOME", own.Path("data").c_str());
     const ScopedVariable version("VLTHOST_GESTALT_SYSV", row.version);
     FSSpec spec = {};
     EXPECT_EQ(row.err, GetRootSupportFolder(&spec, row.domain));
     if (row.err != noErr) continue;
-    EXPECT_EQ(scratch.Path(row.path), PathOf(spec));
-    EXPECT_TRUE(std::filesystem::is_directory(scratch.Path(row.path)));
+    EXPECT_EQ(own.Path(row.path), PathOf(spec));
+    EXPECT_TRUE(std::filesystem::is_directory(own.Path(row.path)));
     EXPECT_EQ(noErr, GetRootSupportFolder(&spec, row.domain));
   }
-  const ScratchFolder scratch;
   const ScopedVariable local("VLTHOST_LOCAL_ROOT", scratch.Path("local").c_str());
   const unsigned char name[] = "\003sub";
   FSSpec spec = {};
@@ -160,8 +155,7 @@ TEST(FileUtils, StandardFoldersOfBothKindsOfSystem) {
             GetFindFolderSpec(nullptr, kLocalDomain, kDomainLibraryFolderType, name, true));
 }
 
-TEST(FileUtils, PermissionsAreThoseBehindALink) {
-  const ScratchFolder scratch;
+TEST_F(FileUtils, PermissionsAreThoseBehindALink) {
   scratch.File("target");
   ASSERT_EQ(0, chmod(scratch.Path("target").c_str(), 0600));
   scratch.Link("link", "target");
@@ -176,8 +170,7 @@ TEST(FileUtils, PermissionsAreThoseBehindALink) {
   EXPECT_EQ(dirNFErr, SetPermissions(absent, 0777));
 }
 
-TEST(FileUtils, SizesAreStoredWhereAskedFor) {
-  const ScratchFolder scratch;
+TEST_F(FileUtils, SizesAreStoredWhereAskedFor) {
   const FSSpec file = SpecOf(scratch.File("file", "12345"));
   const FSSpec folder = SpecOf(scratch.Path());
   SInt32 data = 7, resource = 7;
@@ -194,14 +187,13 @@ TEST(FileUtils, SizesAreStoredWhereAskedFor) {
 }
 
 // The folder for log files, below a library of the test's own.
-class LogFileDir : public testing::Test {
+class LogFileDir : public FileUtils {
  protected:
   OSErr Get(std::string& path, std::string& subPath, SInt16 domain = 0) {
     return VLTAppErrorUtils::GetLogFileDirPath(path.data(), static_cast<UInt32>(path.size()),
                                                subPath.data(), domain);
   }
 
-  const ScratchFolder scratch;
   const ScopedVariable local{"VLTHOST_LOCAL_ROOT", scratch.Path("local").c_str()};
   const ScopedVariable data{"XDG_DATA_HOME", scratch.Path("data").c_str()};
   const std::string logs = scratch.Path("local/Library/Logs");
