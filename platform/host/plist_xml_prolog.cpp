@@ -5,6 +5,16 @@
 
 // What stands before and between elements: declaration, document type, comments, instructions.
 
+namespace {
+
+// "1." and digits, as the grammar of XML 1.0 has it: later minor versions are read as 1.0.
+bool IsVersionOne(std::string_view value) {
+  return value.size() > 2 && value.starts_with("1.") &&
+         value.find_first_not_of("0123456789", 2) == value.npos;
+}
+
+}  // namespace
+
 bool HostXMLMarkup::CheckEncoding(const UInt8* where, std::string_view name) {
   std::string lower;
   for (const char c : name) {
@@ -46,9 +56,7 @@ bool HostXMLMarkup::ReadDeclaration() {
     if (name == "standalone" && value != "yes" && value != "no") {
       return Fail(where, "standalone is yes or no");
     }
-    if (name == "version" && !value.starts_with("1.")) {
-      return Fail(where, "this is not XML 1.0");
-    }
+    if (name == "version" && !IsVersionOne(value)) return Fail(where, "this is not XML 1.0");
   }
   if (next == 0) return Fail(from, "the XML declaration has no version");
   at += 2;
