@@ -28,6 +28,14 @@ bool IsInterchangeable(CFTypeRef a, CFTypeRef b) {
          CFNumberGetType(number) == CFNumberGetType(static_cast<CFNumberRef>(b));
 }
 
+// Former values that are equal as numbers, such as both zeros or 1 and 1.0, stand side by side.
+HostRetained<HostCFDictionary> NewFormerTable() {
+  CFDictionaryKeyCallBacks keys = kCFTypeDictionaryKeyCallBacks;
+  keys.equal = [](const void* a, const void* b) -> Boolean { return IsInterchangeable(a, b); };
+  return HostRetained<HostCFDictionary>(CFDictionaryCreateMutable(
+      kCFAllocatorDefault, 0, &keys, &kCFTypeDictionaryValueCallBacks));
+}
+
 // A copy that nobody can change, null for what cannot stand in a file under this key.
 CFPropertyListRef CopyForFile(CFStringRef key, CFPropertyListRef value) {
   const CFPropertyListRef copy =
@@ -46,13 +54,13 @@ CFPropertyListRef CopyForFile(CFStringRef key, CFPropertyListRef value) {
 
 CFTypeRef HostFormerPreferences::Find(CFTypeRef value) const {
   const HostPair* const found = values ? values->Find(value) : nullptr;
-  return found != nullptr && IsInterchangeable(found->value, value) ? found->value : value;
+  return found != nullptr ? found->value : value;
 }
 
 void HostFormerPreferences::Keep(CFTypeRef value) {
   const CFIndex references = CFGetRetainCount(value);
   if (references <= 1 || references == INT32_MAX) return;  // its holder's only, or a constant
-  if (!values) values = NewTable();
+  if (!values) values = NewFormerTable();
   if (values && values->Count() >= limit) Prune();
   if (values) values->Set(value, value);
 }

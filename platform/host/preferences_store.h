@@ -25,7 +25,7 @@ class HostFormerPreferences {
 
   void Prune();
 
-  HostRetained<HostCFDictionary> values;  // each is its own key; made when needed
+  HostRetained<HostCFDictionary> values;  // each its own key, also by type; made when needed
   size_t limit = kFewest;                 // when to look for those that nobody has any more
 };
 
