@@ -2,23 +2,21 @@
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
 #include <new>
 
-__CFArray* __CFArray::Make(const HostItemCallbacks* callbacks, size_t room, bool isMutable,
-                           HostObjectPool* pool) {
-  const size_t size = HostContainerSize(sizeof(__CFArray), room, sizeof(const void*));
+__CFArray* __CFArray::Make(size_t room, bool isMutable, bool holdsObjects, HostObjectPool* pool) {
+  const size_t size = HostContainerSize(HeadSize(holdsObjects), room, sizeof(const void*));
   if (size == 0) return nullptr;
-  const HostObjectBlock block(pool, size);
+  const HostObjectBlock block = HostObjectPool::Take(pool, size);
   if (block.bytes == nullptr) return nullptr;
-  auto* array = new (block.bytes) __CFArray(callbacks, room, isMutable);
-  array->MarkPooled(block.isPooled);
+  auto* array = new (block.bytes) __CFArray(room, isMutable, holdsObjects);
+  array->RememberBlock(block);
   return array;
 }
 
 __CFArray* __CFArray::CreateTaking(const CFTypeRef* values, size_t count, bool isMutable,
                                    HostObjectPool* pool) {
-  __CFArray* array = Make(&kHostObjects, count, isMutable, pool);
+  __CFArray* array = Make(count, isMutable, true, pool);
   if (array == nullptr) return nullptr;
   if (count > 0) std::memcpy(array->values, values, count * sizeof *values);
   array->count = static_cast<UInt32>(count);
@@ -26,18 +24,17 @@ __CFArray* __CFArray::CreateTaking(const CFTypeRef* values, size_t count, bool i
 }
 
 __CFArray* __CFArray::Create(const HostItemCallbacks& callbacks, size_t room, bool isMutable) {
-  if (callbacks == kHostObjects) return Make(&kHostObjects, room, isMutable);
-  std::unique_ptr<HostItemCallbacks> own(new (std::nothrow) HostItemCallbacks(callbacks));
-  __CFArray* array = own != nullptr ? Make(own.get(), room, isMutable) : nullptr;
-  if (array != nullptr) static_cast<void>(own.release());
+  const bool holdsObjects = callbacks == kHostObjects;
+  __CFArray* array = Make(room, isMutable, holdsObjects, nullptr);
+  if (array != nullptr && !holdsObjects) new (array + 1) HostItemCallbacks(callbacks);
   return array;
 }
 
 void __CFArray::Destroy() {
   RemoveAll();
   if (values != Inline()) ::operator delete(values);
-  if (callbacks != &kHostObjects) delete callbacks;
   static_assert(std::is_trivially_destructible_v<__CFArray>);
+  static_assert(std::is_trivially_destructible_v<HostItemCallbacks>);
   FreeBlock();
 }
 
@@ -57,10 +54,11 @@ bool __CFArray::MakeRoom() {
 
 bool __CFArray::Insert(size_t index, const void* value) {
   if (value == nullptr || index > count) return false;
-  const void* stored = callbacks->Retain(value);
+  const HostItemCallbacks& callbacks = ValueCallbacks();
+  const void* stored = callbacks.Retain(value);
   // Asked again: a foreign callback may have changed the array.
   if (stored == nullptr || index > count || !MakeRoom()) {
-    if (stored != nullptr) callbacks->Release(stored);
+    if (stored != nullptr) callbacks.Release(stored);
     return false;
   }
   std::memmove(values + index + 1, values + index, (count - index) * sizeof *values);
@@ -71,12 +69,13 @@ bool __CFArray::Insert(size_t index, const void* value) {
 
 bool __CFArray::Replace(size_t index, const void* value) {
   if (value == nullptr || index >= count) return false;
-  const void* stored = callbacks->Retain(value);
+  const HostItemCallbacks& callbacks = ValueCallbacks();
+  const void* stored = callbacks.Retain(value);
   if (stored == nullptr || index >= count) {
-    if (stored != nullptr) callbacks->Release(stored);
+    if (stored != nullptr) callbacks.Release(stored);
     return false;
   }
-  callbacks->Release(std::exchange(values[index], stored));
+  callbacks.Release(std::exchange(values[index], stored));
   return true;
 }
 
@@ -85,12 +84,13 @@ bool __CFArray::Remove(size_t index) {
   const void* removed = values[index];
   std::memmove(values + index, values + index + 1, (count - index - 1) * sizeof *values);
   --count;
-  callbacks->Release(removed);
+  ValueCallbacks().Release(removed);
   return true;
 }
 
 void __CFArray::RemoveAll() {
-  while (count > 0) callbacks->Release(values[--count]);
+  const HostItemCallbacks& callbacks = ValueCallbacks();
+  while (count > 0) callbacks.Release(values[--count]);
 }
 
 bool __CFArray::NextItem(size_t& place, Item& item) const {
@@ -101,9 +101,10 @@ bool __CFArray::NextItem(size_t& place, Item& item) const {
 
 bool __CFArray::EqualOutside(const HostContainer& container, HostEqualWalk& walk) const {
   const auto& other = static_cast<const __CFArray&>(container);
-  if (count != other.count || callbacks->equal != other.callbacks->equal) return false;
+  const HostItemCallbacks& callbacks = ValueCallbacks();
+  if (count != other.count || callbacks.equal != other.ValueCallbacks().equal) return false;
   for (UInt32 i = 0; i < count; ++i) {
-    if (!walk.Compare(*callbacks, values[i], other.values[i])) return false;
+    if (!walk.Compare(callbacks, values[i], other.values[i])) return false;
   }
   return true;
 }

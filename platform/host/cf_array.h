@@ -19,7 +19,6 @@ struct __CFArray final : HostContainer {
   // An empty array with room for `room` values. Null when there is no memory.
   static __CFArray* Create(const HostItemCallbacks& callbacks, size_t room, bool isMutable);
 
-  bool IsMutable() const { return isMutable; }
   size_t Count() const { return count; }
   const void* const* Values() const { return values; }  // until the next change
 
@@ -33,27 +32,29 @@ struct __CFArray final : HostContainer {
 
   bool NextItem(size_t& place, Item& item) const override;
   size_t ItemCount() const override { return count; }
-  const HostItemCallbacks& ValueCallbacks() const override { return *callbacks; }
+  const HostItemCallbacks& ValueCallbacks() const override {
+    return holdsObjects ? kHostObjects : *reinterpret_cast<const HostItemCallbacks*>(this + 1);
+  }
   const HostItemCallbacks* KeyCallbacks() const override { return nullptr; }
   bool EqualOutside(const HostContainer& other, HostEqualWalk& walk) const override;
 
  private:
-  __CFArray(const HostItemCallbacks* callbacks, size_t room, bool isMutable)
-      : HostContainer(kClass),
-        isMutable(isMutable),
+  __CFArray(size_t room, bool isMutable, bool holdsObjects)
+      : HostContainer(kClass, isMutable, holdsObjects),
         capacity(static_cast<UInt32>(room)),
-        values(Inline()),
-        callbacks(callbacks) {}
-  static __CFArray* Make(const HostItemCallbacks* callbacks, size_t room, bool isMutable,
-                         HostObjectPool* pool = nullptr);
+        values(Inline()) {}
+  static size_t HeadSize(bool holdsObjects) {
+    return sizeof(__CFArray) + (holdsObjects ? 0 : sizeof(HostItemCallbacks));
+  }
+  static __CFArray* Make(size_t room, bool isMutable, bool holdsObjects, HostObjectPool* pool);
   void Destroy() override;
-  const void** Inline() { return reinterpret_cast<const void**>(this + 1); }
+  const void** Inline() {
+    return reinterpret_cast<const void**>(reinterpret_cast<UInt8*>(this) + HeadSize(holdsObjects));
+  }
   bool MakeRoom();
 
-  const bool isMutable;
   UInt32 count = 0;
   UInt32 capacity;
   const void** values;
-  const HostItemCallbacks* const callbacks;  // owned unless they are those of counted objects
 };
 using HostCFArray = __CFArray;

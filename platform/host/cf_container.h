@@ -74,6 +74,8 @@ struct HostEqualWalk;
 
 class HostContainer : public HostCFObject {
  public:
+  bool IsMutable() const { return isMutable; }
+
   bool Equal(const HostCFObject& other) const final;
   CFHashCode Hash() const final;
   CFStringRef CopyDescription() const final;
@@ -93,7 +95,8 @@ class HostContainer : public HostCFObject {
   virtual bool EqualOutside(const HostContainer& other, HostEqualWalk& walk) const = 0;
 
  protected:
-  using HostCFObject::HostCFObject;
+  HostContainer(HostTypeID type, bool isMutable, bool holdsObjects)
+      : HostCFObject(type), isMutable(isMutable), holdsObjects(holdsObjects) {}
   ~HostContainer() = default;
 
   // Releases everything inside, then frees the object itself.
@@ -101,6 +104,9 @@ class HostContainer : public HostCFObject {
 
   // Destroys this container and, one after the other, those that die with it.
   void LastRelease() final;
+
+  const bool isMutable : 1;
+  const bool holdsObjects : 1;  // with callbacks that nobody need remember; else they lie behind it
 
  private:
   HostContainer* nextDying = nullptr;

@@ -7,17 +7,19 @@
 #include "platform/host/cf_string.h"
 #include "platform/host/hash.h"
 
-__CFData* __CFData::CreateToFill(size_t room, UInt8** bytes) {
+__CFData* __CFData::CreateToFill(size_t room, UInt8** bytes, HostObjectPool* pool) {
   if (room > INT32_MAX || room > PTRDIFF_MAX - sizeof(__CFData)) return nullptr;
-  void* block = ::operator new(sizeof(__CFData) + room, std::nothrow);
-  if (block == nullptr) return nullptr;
-  *bytes = static_cast<UInt8*>(block) + sizeof(__CFData);
-  return new (block) __CFData(*bytes, room, kCFAllocatorNull);
+  const HostObjectBlock block = HostObjectPool::Take(pool, sizeof(__CFData) + room);
+  if (block.bytes == nullptr) return nullptr;
+  *bytes = static_cast<UInt8*>(block.bytes) + sizeof(__CFData);
+  auto* data = new (block.bytes) __CFData(*bytes, room, kCFAllocatorNull);
+  data->RememberBlock(block);
+  return data;
 }
 
-__CFData* __CFData::Create(const UInt8* bytes, size_t count) {
+__CFData* __CFData::Create(const UInt8* bytes, size_t count, HostObjectPool* pool) {
   UInt8* copy = nullptr;
-  __CFData* data = CreateToFill(count, &copy);
+  __CFData* data = CreateToFill(count, &copy, pool);
   if (data != nullptr && count > 0) std::memcpy(copy, bytes, count);
   return data;
 }
@@ -31,7 +33,7 @@ __CFData* __CFData::CreateNoCopy(const UInt8* bytes, size_t count, CFAllocatorRe
 void __CFData::LastRelease() {
   static_assert(std::is_trivially_destructible_v<__CFData>);
   CFAllocatorDeallocate(deallocator, const_cast<UInt8*>(bytes));
-  ::operator delete(this);
+  FreeBlock();
 }
 
 bool __CFData::Equal(const HostCFObject& object) const {

@@ -11,11 +11,12 @@
 struct __CFData final : HostCFObject {
   static constexpr HostTypeID kClass = kHostTypeData;
 
-  // One reference for the caller. Null when there is no memory or more than INT32_MAX bytes.
-  static __CFData* Create(const UInt8* bytes, size_t count);
+  // One reference for the caller. Null when there is no memory or more than INT32_MAX bytes. The
+  // block is from `pool` unless that is null.
+  static __CFData* Create(const UInt8* bytes, size_t count, HostObjectPool* pool = nullptr);
   // `room` bytes that the caller fills through `*bytes` before anybody else sees the object, then
   // says with Finish how many it has filled.
-  static __CFData* CreateToFill(size_t room, UInt8** bytes);
+  static __CFData* CreateToFill(size_t room, UInt8** bytes, HostObjectPool* pool = nullptr);
   void Finish(size_t count) { length = static_cast<UInt32>(count); }
   // Keeps the pointer and gives it to `deallocator` in the end.
   static __CFData* CreateNoCopy(const UInt8* bytes, size_t count, CFAllocatorRef deallocator);

@@ -12,10 +12,10 @@ constinit const CFTimeInterval kCFAbsoluteTimeIntervalSince1970 = 978307200.0;
 
 __CFDate* __CFDate::Create(CFAbsoluteTime time, HostObjectPool* pool) {
   static_assert(std::is_trivially_destructible_v<__CFDate>);
-  const HostObjectBlock block(pool, sizeof(__CFDate));
+  const HostObjectBlock block = HostObjectPool::Take(pool, sizeof(__CFDate));
   if (block.bytes == nullptr) return nullptr;
   auto* date = new (block.bytes) __CFDate(time);
-  date->MarkPooled(block.isPooled);
+  date->RememberBlock(block);
   return date;
 }
 

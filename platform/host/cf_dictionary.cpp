@@ -4,7 +4,7 @@
 #include <bit>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -34,6 +34,26 @@ struct KeyText {
     return order != 0 ? order < 0 : count < other.count;
   }
 };
+
+// Keys of a small dictionary, by their ends, where most differ. Equal ends are left to the search.
+bool AreFewAndEndApart(const HostPair* pairs, size_t count) {
+  UInt64 marks[8];
+  if (count > std::size(marks)) return false;
+  for (size_t i = 0; i < count; ++i) {
+    const KeyText text(pairs[i].key);
+    if (text.bytes == nullptr) return false;
+    UInt64 mark = 0;
+    if (text.count >= sizeof mark)
+      std::memcpy(&mark, text.bytes + text.count - sizeof mark, sizeof mark);
+    else
+      std::memcpy(&mark, text.bytes, text.count);
+    marks[i] = mark * 31 + text.count;
+    for (size_t j = 0; j < i; ++j) {
+      if (marks[j] == marks[i]) return false;
+    }
+  }
+  return true;
+}
 
 // Sorted, as most programs write them.
 bool AreAscending(const HostPair* pairs, size_t count) {
@@ -72,39 +92,40 @@ bool AreFewAndHashApart(const HostPair* pairs, size_t count) {
 
 }  // namespace
 
-__CFDictionary* __CFDictionary::Make(const HostDictionaryCallbacks* callbacks, size_t room,
-                                     bool isMutable, HostObjectPool* pool) {
-  const size_t size = HostContainerSize(sizeof(__CFDictionary), room, sizeof(HostPair));
+__CFDictionary* __CFDictionary::Make(size_t room, bool isMutable, bool holdsObjects,
+                                     HostObjectPool* pool) {
+  const size_t size = HostContainerSize(HeadSize(holdsObjects), room, sizeof(HostPair));
   if (size == 0) return nullptr;
-  const HostObjectBlock block(pool, size);
+  const HostObjectBlock block = HostObjectPool::Take(pool, size);
   if (block.bytes == nullptr) return nullptr;
-  auto* dictionary = new (block.bytes) __CFDictionary(callbacks, room, isMutable);
-  dictionary->MarkPooled(block.isPooled);
+  auto* dictionary = new (block.bytes) __CFDictionary(room, isMutable, holdsObjects);
+  dictionary->RememberBlock(block);
   return dictionary;
 }
 
 __CFDictionary* __CFDictionary::Create(const HostDictionaryCallbacks& callbacks, size_t room,
                                        bool isMutable) {
-  if (callbacks == kHostObjectPairs) return Make(&kHostObjectPairs, room, isMutable);
-  std::unique_ptr<HostDictionaryCallbacks> own(new (std::nothrow)
-                                                   HostDictionaryCallbacks(callbacks));
-  __CFDictionary* dictionary = own != nullptr ? Make(own.get(), room, isMutable) : nullptr;
-  if (dictionary != nullptr) static_cast<void>(own.release());
+  const bool holdsObjects = callbacks == kHostObjectPairs;
+  __CFDictionary* dictionary = Make(room, isMutable, holdsObjects, nullptr);
+  if (dictionary != nullptr && !holdsObjects)
+    new (dictionary + 1) HostDictionaryCallbacks(callbacks);
   return dictionary;
 }
 
 __CFDictionary* __CFDictionary::CreateTaking(const HostPair* pairs, size_t count, bool isMutable,
                                              HostObjectPool* pool) {
-  __CFDictionary* dictionary = Make(&kHostObjectPairs, count, isMutable, pool);
+  __CFDictionary* dictionary = Make(count, isMutable, true, pool);
   if (dictionary == nullptr) return nullptr;
-  if (count <= kMaxUnindexed) {
-    for (size_t i = 0; i < count; ++i) dictionary->Take(pairs[i], 0);
+  const bool isSmall = count <= kMaxUnindexed;
+  if (isSmall ? AreFewAndEndApart(pairs, count)
+              : AreAscending(pairs, count) || AreFewAndHashApart(pairs, count)) {
+    if (count > 0) std::memcpy(dictionary->pairs, pairs, count * sizeof *pairs);
+    dictionary->used = dictionary->count = static_cast<UInt32>(count);
+    if (!isSmall) dictionary->slotMask = static_cast<UInt32>(SlotsFor(dictionary->capacity) - 1);
     return dictionary;
   }
-  if (AreAscending(pairs, count) || AreFewAndHashApart(pairs, count)) {
-    std::memcpy(dictionary->pairs, pairs, count * sizeof *pairs);
-    dictionary->used = dictionary->count = static_cast<UInt32>(count);
-    dictionary->slotMask = static_cast<UInt32>(SlotsFor(dictionary->capacity) - 1);
+  if (isSmall) {
+    for (size_t i = 0; i < count; ++i) dictionary->Take(pairs[i], 0);
     return dictionary;
   }
   if (!dictionary->MakeIndex(dictionary->capacity)) {
@@ -150,21 +171,22 @@ void __CFDictionary::Destroy() {
     if (pairs[i].key != nullptr) ReleasePair(pairs[i]);
   }
   if (pairs != Inline()) ::operator delete(pairs);
-  if (callbacks != &kHostObjectPairs) delete callbacks;
   static_assert(std::is_trivially_destructible_v<__CFDictionary>);
+  static_assert(std::is_trivially_destructible_v<HostDictionaryCallbacks>);
   FreeBlock();
 }
 
 void __CFDictionary::ReleasePair(const HostPair& pair) const {
-  callbacks->key.Release(pair.key);
-  callbacks->value.Release(pair.value);
+  const HostDictionaryCallbacks& callbacks = Callbacks();
+  callbacks.key.Release(pair.key);
+  callbacks.value.Release(pair.value);
 }
 
 // ---- Finding ----
 
 // A foreign hash may be any number, an address for one: it is mixed, so that the low bits differ.
 UInt32 __CFDictionary::HashOf(const void* key) const {
-  const auto hash = callbacks->key.hash;
+  const auto hash = Callbacks().key.hash;
   if (hash == CFHash) {
     const auto* string = HostCast<HostCFString>(key);
     return string != nullptr ? string->TextHash() : CFHash(key);
@@ -174,7 +196,8 @@ UInt32 __CFDictionary::HashOf(const void* key) const {
 
 bool __CFDictionary::KeysEqual(const void* a, const void* b) const {
   if (a == b) return true;
-  if (!callbacks->key.ComparesObjects()) return callbacks->key.Equal(a, b);
+  const HostItemCallbacks& keys = Callbacks().key;
+  if (!keys.ComparesObjects()) return keys.Equal(a, b);
   const auto* left = HostCast<HostCFString>(a);
   const auto* right = HostCast<HostCFString>(b);
   return left != nullptr && right != nullptr ? left->HasTextOf(*right) : CFEqual(a, b);
@@ -312,13 +335,14 @@ bool __CFDictionary::MakeRoom() {
 
 bool __CFDictionary::Set(const void* key, const void* value) {
   if (key == nullptr || value == nullptr) return false;
-  const HostPair pair = {callbacks->key.Retain(key), callbacks->value.Retain(value)};
+  const HostDictionaryCallbacks& callbacks = Callbacks();
+  const HostPair pair = {callbacks.key.Retain(key), callbacks.value.Retain(value)};
   if (pair.key != nullptr && pair.value != nullptr && MakeRoom()) {
     Take(pair, HasIndex() ? HashOf(pair.key) : 0);
     return true;
   }
-  if (pair.key != nullptr) callbacks->key.Release(pair.key);
-  if (pair.value != nullptr) callbacks->value.Release(pair.value);
+  if (pair.key != nullptr) callbacks.key.Release(pair.key);
+  if (pair.value != nullptr) callbacks.value.Release(pair.value);
   return false;
 }
 
@@ -358,15 +382,16 @@ bool __CFDictionary::NextItem(size_t& place, Item& item) const {
 
 bool __CFDictionary::EqualOutside(const HostContainer& container, HostEqualWalk& walk) const {
   const auto& other = static_cast<const __CFDictionary&>(container);
-  if (count != other.count || callbacks->key.equal != other.callbacks->key.equal ||
-      callbacks->key.hash != other.callbacks->key.hash ||
-      callbacks->value.equal != other.callbacks->value.equal) {
+  const HostDictionaryCallbacks& callbacks = Callbacks();
+  const HostDictionaryCallbacks& others = other.Callbacks();
+  if (count != other.count || callbacks.key.equal != others.key.equal ||
+      callbacks.key.hash != others.key.hash || callbacks.value.equal != others.value.equal) {
     return false;
   }
   for (const HostPair& pair : Pairs()) {
     if (pair.key == nullptr) continue;
     const HostPair* match = other.Find(pair.key);
-    if (match == nullptr || !walk.Compare(callbacks->value, pair.value, match->value)) return false;
+    if (match == nullptr || !walk.Compare(callbacks.value, pair.value, match->value)) return false;
   }
   return true;
 }

@@ -41,9 +41,11 @@ struct __CFDictionary final : HostContainer {
   static __CFDictionary* Create(const HostDictionaryCallbacks& callbacks, size_t room,
                                 bool isMutable);
 
-  bool IsMutable() const { return isMutable; }
   size_t Count() const { return count; }
-  const HostDictionaryCallbacks& Callbacks() const { return *callbacks; }
+  const HostDictionaryCallbacks& Callbacks() const {
+    return holdsObjects ? kHostObjectPairs
+                        : *reinterpret_cast<const HostDictionaryCallbacks*>(this + 1);
+  }
 
   // The list with its holes, until the next change: for (const HostPair& pair : Pairs()).
   struct PairList {
@@ -70,8 +72,8 @@ struct __CFDictionary final : HostContainer {
 
   bool NextItem(size_t& place, Item& item) const override;
   size_t ItemCount() const override { return count; }
-  const HostItemCallbacks& ValueCallbacks() const override { return callbacks->value; }
-  const HostItemCallbacks* KeyCallbacks() const override { return &callbacks->key; }
+  const HostItemCallbacks& ValueCallbacks() const override { return Callbacks().value; }
+  const HostItemCallbacks* KeyCallbacks() const override { return &Callbacks().key; }
   bool EqualOutside(const HostContainer& other, HostEqualWalk& walk) const override;
 
  private:
@@ -83,16 +85,18 @@ struct __CFDictionary final : HostContainer {
   static constexpr UInt32 kMaxUnindexed = 8;
   static constexpr UInt32 kNowhere = UINT32_MAX;
 
-  __CFDictionary(const HostDictionaryCallbacks* callbacks, size_t room, bool isMutable)
-      : HostContainer(kClass),
-        isMutable(isMutable),
+  __CFDictionary(size_t room, bool isMutable, bool holdsObjects)
+      : HostContainer(kClass, isMutable, holdsObjects),
         capacity(static_cast<UInt32>(room)),
-        pairs(Inline()),
-        callbacks(callbacks) {}
-  static __CFDictionary* Make(const HostDictionaryCallbacks* callbacks, size_t room, bool isMutable,
-                              HostObjectPool* pool = nullptr);
+        pairs(Inline()) {}
+  static size_t HeadSize(bool holdsObjects) {
+    return sizeof(__CFDictionary) + (holdsObjects ? 0 : sizeof(HostDictionaryCallbacks));
+  }
+  static __CFDictionary* Make(size_t room, bool isMutable, bool holdsObjects, HostObjectPool* pool);
   void Destroy() override;
-  HostPair* Inline() { return reinterpret_cast<HostPair*>(this + 1); }
+  HostPair* Inline() {
+    return reinterpret_cast<HostPair*>(reinterpret_cast<UInt8*>(this) + HeadSize(holdsObjects));
+  }
 
   bool HasIndex() const { return slots.load(std::memory_order_relaxed) != nullptr; }
   const Slot* IndexForSearch() const;
@@ -110,7 +114,6 @@ struct __CFDictionary final : HostContainer {
   void Enter(Slot* index, UInt32 hash, UInt32 place) const;
   void Leave(UInt32 place);
 
-  const bool isMutable;
   mutable std::atomic<UInt32> walkers{0};
   UInt32 count = 0;     // of pairs without holes
   UInt32 used = 0;      // with holes
@@ -118,6 +121,5 @@ struct __CFDictionary final : HostContainer {
   UInt32 slotMask = 0;  // number of slots less 1; without slots: of those that are to come
   HostPair* pairs;
   mutable std::atomic<Slot*> slots{nullptr};
-  const HostDictionaryCallbacks* const callbacks;  // owned unless it is kHostObjectPairs
 };
 using HostCFDictionary = __CFDictionary;

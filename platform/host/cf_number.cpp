@@ -137,10 +137,10 @@ constinit HostCFBoolean gFalse(false);
 
 __CFNumber* __CFNumber::Make(Form form, Value value, HostObjectPool* pool) {
   static_assert(std::is_trivially_destructible_v<__CFNumber>);
-  const HostObjectBlock block(pool, sizeof(__CFNumber));
+  const HostObjectBlock block = HostObjectPool::Take(pool, sizeof(__CFNumber));
   if (block.bytes == nullptr) return nullptr;
   auto* number = new (block.bytes) __CFNumber(form, value);
-  number->MarkPooled(block.isPooled);
+  number->RememberBlock(block);
   return number;
 }
 

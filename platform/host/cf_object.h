@@ -60,7 +60,7 @@ class HostCFObject {
   HostCFObject(const HostCFObject&) = delete;
   HostCFObject& operator=(const HostCFObject&) = delete;
 
-  CFTypeID TypeID() const { return typeID & ~kPooled; }
+  CFTypeID TypeID() const { return typeID; }
 
   void Retain() const {
     const UInt32 count = references.load(std::memory_order_relaxed);
@@ -78,7 +78,10 @@ class HostCFObject {
     } else {
       count = references.fetch_sub(1, std::memory_order_acq_rel);
     }
-    if (count == 1) const_cast<HostCFObject*>(this)->LastRelease();
+    if (count != 1) return;
+    // Spares most objects the indirect call.
+    if (((kLeafTypes >> typeID) & 1) != 0) return const_cast<HostCFObject*>(this)->FreeBlock();
+    const_cast<HostCFObject*>(this)->LastRelease();
   }
 
   // Retains unless the last reference has been dropped already. For tables that know an object
@@ -110,14 +113,9 @@ class HostCFObject {
   virtual void LastRelease() = 0;
 
   // What LastRelease ends with in a class that needs no destructor: the block goes back to where it
-  // came from, the heap or, for an object that was marked once it was made, a HostObjectPool.
-  void FreeBlock() {
-    if ((typeID & kPooled) != 0) HostObjectPool::GiveBack(this);
-    else ::operator delete(this);
-  }
-  void MarkPooled(bool isPooled) {
-    if (isPooled) typeID |= kPooled;
-  }
+  // came from, the heap unless RememberBlock was told something else when the object was made.
+  void FreeBlock() { HostObjectPool::GiveBack(this, blockPlace); }
+  void RememberBlock(const HostObjectBlock& block) { blockPlace = block.place; }
 
  private:
   // A count with the top bit set never changes. Constants begin there, and an object that was
@@ -126,9 +124,13 @@ class HostCFObject {
 
   static bool IsConstant(UInt32 count) { return (count >> 31) != 0; }
 
+  // Whose LastRelease does nothing but free the block.
+  static constexpr UInt32 kLeafTypes =
+      1u << kHostTypeString | 1u << kHostTypeNumber | 1u << kHostTypeDate;
+
   mutable std::atomic<UInt32> references;
-  static constexpr UInt8 kPooled = 0x80;  // in typeID
-  UInt8 typeID;  // small, so that a class's own small fields share its word
+  UInt16 blockPlace = 0;  // a HostObjectBlock's
+  const UInt8 typeID;     // small, so that a class's own small fields share its word
 };
 
 // The object that `ref` denotes if it is one of class T, else null: for null and for every other

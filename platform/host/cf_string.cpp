@@ -70,10 +70,11 @@ __CFString* __CFString::Allocate(bool ascii, bool wide, size_t units, Constant c
   constexpr size_t kHeadSize = sizeof(__CFString) - sizeof(__CFString::firstUnits);
   const uint64_t size = kHeadSize + (uint64_t{units} + 1) * unitSize;
   if (units > kMaxUnits || size > PTRDIFF_MAX) return nullptr;
-  const HostObjectBlock block(pool, std::max(static_cast<size_t>(size), sizeof(__CFString)));
+  const HostObjectBlock block =
+      HostObjectPool::Take(pool, std::max(static_cast<size_t>(size), sizeof(__CFString)));
   if (block.bytes == nullptr) return nullptr;
   auto* string = new (block.bytes) __CFString(ascii, wide, units, constant);
-  string->MarkPooled(block.isPooled);
+  string->RememberBlock(block);
   auto* end = static_cast<UInt8*>(block.bytes) + size;
   for (uint64_t i = 1; i <= unitSize; ++i) end[-static_cast<ptrdiff_t>(i)] = 0;
   return string;
@@ -97,7 +98,7 @@ __CFString* __CFString::Make(HostTextView text, Constant constant) {
 __CFString* __CFString::CreateASCII(const UInt8* bytes, size_t count, HostObjectPool* pool) {
   __CFString* string = Allocate(true, false, count, Constant::kNo, pool);
   if (string == nullptr || count == 0) return string;
-  std::memcpy(const_cast<UInt8*>(string->Narrow()), bytes, count);
+  std::memcpy(string->firstUnits, bytes, count);
   return string;
 }
 

@@ -85,9 +85,9 @@ struct __CFString final : HostCFObject {
   const UInt8* Narrow() const { return static_cast<const UInt8*>(Units()); }
   UInt32 WorkOutHash() const;
 
-  const bool isASCII;
-  const bool isWide;
-  const bool isLiteral;
+  const bool isASCII : 1;
+  const bool isWide : 1;
+  const bool isLiteral : 1;
   const UInt32 length;
   mutable std::atomic<UInt32> hash{0};  // 0: not worked out yet
   union {

@@ -18,11 +18,15 @@ inline UInt32 HostHashPlainly(const UInt8* bytes, size_t count) {
   constexpr UInt64 kFactor = 0x9E3779B97F4A7C15;
   UInt64 hash = count;
   UInt64 word = 0;
-  for (; count >= sizeof word; bytes += sizeof word, count -= sizeof word) {
-    std::memcpy(&word, bytes, sizeof word);
-    hash = std::rotl((hash ^ word) * kFactor, 29);
+  if (count >= sizeof word) {
+    const UInt8* const last = bytes + count - sizeof word;  // may overlap the word before
+    for (; bytes < last; bytes += sizeof word) {
+      std::memcpy(&word, bytes, sizeof word);
+      hash = std::rotl((hash ^ word) * kFactor, 29);
+    }
+    std::memcpy(&word, last, sizeof word);
+  } else {
+    for (size_t i = 0; i < count; ++i) word = word << 8 | bytes[i];
   }
-  word = 0;
-  for (size_t i = 0; i < count; ++i) word = word << 8 | bytes[i];
   return static_cast<UInt32>(((hash ^ word) * kFactor) >> 32);
 }

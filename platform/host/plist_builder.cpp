@@ -16,6 +16,7 @@
 namespace {
 
 constexpr size_t kLeastValues = 64;
+constexpr size_t kSmallestWithPool = 1024;
 
 // What a block of the heap takes, its administration included.
 constexpr size_t BlockSize(size_t bytes) { return (bytes + 8 + 15) & ~size_t{15}; }
@@ -31,10 +32,17 @@ size_t MemoryLimit(size_t inputSize, size_t factor) {
 // memcmp is a call, and keys are short.
 bool AreSame(const UInt8* a, const UInt8* b, size_t count) {
   uint64_t x, y;
-  for (; count >= sizeof x; a += sizeof x, b += sizeof x, count -= sizeof x) {
-    std::memcpy(&x, a, sizeof x);
-    std::memcpy(&y, b, sizeof y);
-    if (x != y) return false;
+  const auto areWordsSame = [&](size_t at) {
+    std::memcpy(&x, a + at, sizeof x);
+    std::memcpy(&y, b + at, sizeof y);
+    return x == y;
+  };
+  if (count >= sizeof x) {
+    const size_t last = count - sizeof x;
+    for (size_t at = 0; at < last; at += sizeof x) {
+      if (!areWordsSame(at)) return false;
+    }
+    return areWordsSame(last);
   }
   for (size_t i = 0; i < count; ++i) {
     if (a[i] != b[i]) return false;
@@ -48,11 +56,6 @@ size_t FirstCapacity(size_t inputSize, size_t leastItem) {
   return inputSize < kSmall ? kLeastValues : inputSize / leastItem + 1;
 }
 
-size_t SlabSize(size_t inputSize) {
-  return inputSize < HostObjectPool::kSlabSize ? HostObjectPool::kSmallSlabSize
-                                               : HostObjectPool::kSlabSize;
-}
-
 size_t KeysWorthRemembering(size_t inputSize) {
   return std::bit_ceil(std::clamp<size_t>(inputSize / 64, 32, 8192));
 }
@@ -64,17 +67,15 @@ HostPlistBuilder::HostPlistBuilder(size_t inputSize, size_t factor, size_t least
     : isMutable(mutability != kCFPropertyListImmutable),
       keysWorthRemembering(KeysWorthRemembering(inputSize)),
       firstCapacity(FirstCapacity(inputSize, leastItem)),
-      usesPool(inputSize >= HostObjectPool::kSmallSlabSize),
-      memoryLeft(MemoryLimit(inputSize, factor)),
-      pool(SlabSize(inputSize)) {}
+      usesPool(inputSize >= kSmallestWithPool),
+      memoryLeft(MemoryLimit(inputSize, factor)) {}
 
 HostPlistBuilder::HostPlistBuilder(CFOptionFlags mutability)
     : isMutable(mutability != kCFPropertyListImmutable),
       keysWorthRemembering(KeysWorthRemembering(0)),
       firstCapacity(kLeastValues),
       usesPool(false),
-      memoryLeft(SIZE_MAX),
-      pool(HostObjectPool::kSmallSlabSize) {}
+      memoryLeft(SIZE_MAX) {}
 
 HostPlistBuilder::~HostPlistBuilder() {
   for (size_t i = 0; i < valueCount; ++i) CFRelease(values[i]);
@@ -167,12 +168,16 @@ bool HostPlistBuilder::AddKey(const UInt8* text, size_t count) {
   KnownKey& known = keys[hash & (keys.size() - 1)];
   if (known.hash == hash && known.era == era && known.key->Length() == count &&
       AreSame(known.key->Latin1(), text, count)) {
+    known.wasShared = true;
     known.key->Retain();
     return Push(known.key);
   }
   const auto* key = HostCFString::CreateASCII(text, count, Pool());
   if (!Add(key, StringSize(count))) return false;
-  known = {hash, era, key};
+  if (known.era != era || !known.wasShared)
+    known = {hash, era, false, key};
+  else
+    known.wasShared = false;
   return true;
 }
 
@@ -205,7 +210,7 @@ bool HostPlistBuilder::AddBoolean(bool value) {
 }
 
 bool HostPlistBuilder::AddData(const UInt8* bytes, size_t count) {
-  return Add(HostCFData::Create(bytes, count), sizeof(HostCFData) + count);
+  return Add(HostCFData::Create(bytes, count, Pool()), sizeof(HostCFData) + count);
 }
 
 CFPropertyListRef HostPlistBuilder::TakeRoot() {

@@ -77,6 +77,7 @@ class HostPlistBuilder {
   struct KnownKey {
     UInt32 hash = 0;
     UInt32 era = 0;  // of another era than the builder's: forgotten
+    bool wasShared = false;  // lately: another key must come twice to take its place
     const HostCFString* key = nullptr;
   };
 

@@ -199,7 +199,7 @@ bool TextReader::ReadData() {
   const auto* const to = static_cast<const UInt8*>(close);
   UInt8* bytes = nullptr;
   const size_t room = static_cast<size_t>(to - at) / 2 + 1;
-  auto* data = HostCFData::CreateToFill(room, &bytes);
+  auto* data = HostCFData::CreateToFill(room, &bytes, builder.Pool());
   if (!builder.Add(data, sizeof *data + room)) return FailBuilding(open);
   size_t digits = 0;
   for (; at < to; ++at) {

@@ -181,7 +181,7 @@ bool XMLReader::AddDate(const StartTag& tag, std::string_view text) {
 bool XMLReader::AddData(const StartTag& tag, const Text& text, const UInt8* from) {
   UInt8* bytes = nullptr;
   const size_t room = text.count / 4 * 3 + 3;
-  auto* data = HostCFData::CreateToFill(room, &bytes);
+  auto* data = HostCFData::CreateToFill(room, &bytes, builder.Pool());
   size_t count = 0;
   const UInt8* bad =
       data != nullptr ? HostDecodeBase64(text.bytes, text.count, bytes, &count) : nullptr;

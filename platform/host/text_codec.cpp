@@ -257,7 +257,9 @@ bool HostIsASCII(const UInt8* bytes, size_t count) {
     std::memcpy(&word, bytes + at, sizeof word);
     if ((word & 0x8080808080808080u) != 0) return false;
   }
-  return std::all_of(bytes + at, bytes + count, [](UInt8 byte) { return byte < 0x80; });
+  UInt8 rest = 0;
+  for (; at < count; ++at) rest |= bytes[at];
+  return rest < 0x80;
 }
 
 bool HostDecodeText(CFStringEncoding encoding, const UInt8* bytes, size_t count, bool external,

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -80,11 +81,11 @@ TEST(CountedObject, RetainedGivesEveryReferenceBack) {
 }
 
 TEST(CountedObject, ADyingObjectIsNotRetainedAgain) {
-  Probe probe;
-  EXPECT_TRUE(probe.RetainUnlessDying());
-  probe.Release();
-  probe.Release();
-  EXPECT_FALSE(probe.RetainUnlessDying());
+  const auto probe = std::make_unique<Probe>();
+  EXPECT_TRUE(probe->RetainUnlessDying());
+  probe->Release();
+  probe->Release();
+  EXPECT_FALSE(probe->RetainUnlessDying());
 }
 
 TEST(CountedObject, ConstantsAreNeverCounted) {
