@@ -66,8 +66,9 @@ class BinaryReader {
     bool isDictionary;
   };
 
-  bool Fail(size_t where, std::string text, std::string hint = "");
-  bool FailBuilding(size_t where) { return Fail(where, builder.Problem()); }
+  [[gnu::cold]] bool Fail(size_t where, const char* text, const char* hint = "");
+  [[gnu::cold]] bool FailBuilding(size_t where) { return Fail(where, builder.Problem()); }
+  [[gnu::cold]] bool FailUnknown(const Head& head);
 
   bool ReadTrailer();
   bool FindObject(size_t index, size_t* at);
@@ -77,8 +78,8 @@ class BinaryReader {
 
   bool AddObject(size_t index, bool asKey, size_t referrer);
   bool OpenContainer(size_t index, const Head& head);
-  bool ReadItem();
-  const HostCFObject* MakeLeaf(const Head& head, size_t* size);
+  bool ReadItems();
+  const HostCFObject* MakeLeaf(Head& head, size_t* size);
   const HostCFObject* MakeInteger(const Head& head);
   const HostCFObject* MakeReal(const Head& head);
   const HostCFObject* MakeDate(const Head& head);
@@ -110,9 +111,9 @@ BinaryReader::~BinaryReader() {
   }
 }
 
-bool BinaryReader::Fail(size_t where, std::string text, std::string hint) {
-  error->text = std::move(text);
-  error->hint = std::move(hint);
+bool BinaryReader::Fail(size_t where, const char* text, const char* hint) {
+  error->text = text;
+  error->hint = hint;
   error->offset = where;
   error->line = error->column = 0;
   return false;
@@ -254,8 +255,7 @@ const HostCFObject* BinaryReader::MakeText(const Head& head, size_t* size) {
 
 // A leaf with one reference and what it takes, or null: the error is in place unless there was no
 // memory.
-const HostCFObject* BinaryReader::MakeLeaf(const Head& given, size_t* size) {
-  Head head = given;
+const HostCFObject* BinaryReader::MakeLeaf(Head& head, size_t* size) {
   *size = sizeof(HostCFNumber);
   switch (head.marker & 0xF0) {
     case kHostPlistNull:
@@ -276,7 +276,8 @@ const HostCFObject* BinaryReader::MakeLeaf(const Head& given, size_t* size) {
       return Fits(head, 1) ? MakeDate(head) : nullptr;
     case kHostPlistData:
       *size = sizeof(HostCFData) + head.count;
-      return Fits(head, 1) ? HostCFData::Create(bytes + head.content, head.count) : nullptr;
+      if (!Fits(head, 1)) return nullptr;
+      return HostCFData::Create(bytes + head.content, head.count, builder.Pool());
     case kHostPlistASCII:
       return Fits(head, 1) ? MakeText(head, size) : nullptr;
     case kHostPlistUTF16:
@@ -284,10 +285,14 @@ const HostCFObject* BinaryReader::MakeLeaf(const Head& given, size_t* size) {
     default:
       break;
   }
+  FailUnknown(head);
+  return nullptr;
+}
+
+bool BinaryReader::FailUnknown(const Head& head) {
   constexpr char kDigits[] = "0123456789abcdef";
   const char marker[] = {kDigits[bytes[head.at] >> 4], kDigits[bytes[head.at] & 15], 0};
-  Fail(head.at, std::string("property lists have no objects of kind 0x") + marker);
-  return nullptr;
+  return Fail(head.at, (std::string("property lists have no objects of kind 0x") + marker).c_str());
 }
 
 bool BinaryReader::OpenContainer(size_t index, const Head& head) {
@@ -314,7 +319,6 @@ bool BinaryReader::AddObject(size_t index, bool asKey, size_t referrer) {
     const bool isContainer = head.marker == kHostPlistArray || head.marker == kHostPlistDict;
     if (isContainer && !asKey) return OpenContainer(index, head);
     if (isContainer) return Fail(referrer, "a key of a dictionary is no string");
-    error->text.clear();
     object = MakeLeaf(head, &size);
     if (object == nullptr) {
       return error->text.empty() ? Fail(at, "there is no memory left") : false;
@@ -329,31 +333,34 @@ bool BinaryReader::AddObject(size_t index, bool asKey, size_t referrer) {
   return !asKey || isString || Fail(referrer, "a key of a dictionary is no string");
 }
 
-// The next item of the innermost container, or its end.
-bool BinaryReader::ReadItem() {
-  Frame& frame = frames.back();
+// The items of the innermost container, until there is another one inside; or its end.
+bool BinaryReader::ReadItems() {
+  const size_t depth = frames.size();
+  const Frame frame = frames.back();
   const size_t items = frame.isDictionary ? frame.count * 2 : frame.count;
-  if (frame.next == items) {
-    known[frame.index] = nullptr;
-    const size_t refs = frame.refs;
-    frames.pop_back();
-    return builder.Close() || FailBuilding(refs);
+  for (size_t item = frame.next; item < items; ++item) {
+    const bool isKey = frame.isDictionary && item % 2 == 0;
+    const size_t place = !frame.isDictionary ? item : isKey ? item / 2 : frame.count + item / 2;
+    const size_t at = frame.refs + place * refSize;
+    const uint64_t index = LoadBig(bytes + at, refSize);
+    if (index >= known.size()) return Fail(at, "there is no such object");
+    if (!AddObject(static_cast<size_t>(index), isKey, at)) return false;
+    if (frames.size() == depth) continue;
+    frames[depth - 1].next = item + 1;
+    return true;
   }
-  const size_t item = frame.next++;
-  const bool isKey = frame.isDictionary && item % 2 == 0;
-  const size_t place = !frame.isDictionary ? item : isKey ? item / 2 : frame.count + item / 2;
-  const size_t at = frame.refs + place * refSize;
-  const uint64_t index = LoadBig(bytes + at, refSize);
-  if (index >= known.size()) return Fail(at, "there is no such object");
-  return AddObject(static_cast<size_t>(index), isKey, at);
+  known[frame.index] = nullptr;
+  frames.pop_back();
+  return builder.Close() || FailBuilding(frame.refs);
 }
 
 CFPropertyListRef BinaryReader::Read(bool* again) {
   *again = false;
+  error->text.clear();
   if (!ReadTrailer()) return nullptr;
   if (!AddObject(root, false, count - kHostPlistTrailerSize + kHostPlistRootAt)) return nullptr;
   while (!frames.empty()) {
-    if (!ReadItem()) return nullptr;
+    if (!ReadItems()) return nullptr;
     *again = builder.HasDropped() && !retains;
     if (*again) return nullptr;
   }
