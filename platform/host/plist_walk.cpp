@@ -13,6 +13,22 @@ const HostCFString* KeyOf(const HostPair& pair) {
   return static_cast<const HostCFString*>(static_cast<const HostCFObject*>(pair.key));
 }
 
+// The items of a container that is in the cache itself. (Always inline: a call to a function that
+// only fetches would be dropped, as one without effect.)
+[[gnu::always_inline]] inline void FetchItems(const void* object) {
+  constexpr size_t kMost = 8;
+  if (const auto* array = HostCast<HostCFArray>(object)) {
+    const void* const* const values = array->Values();
+    for (size_t i = 0; i < std::min(array->Count(), kMost); ++i) __builtin_prefetch(values[i]);
+  } else if (const auto* dictionary = HostCast<HostCFDictionary>(object)) {
+    const HostPair* const pairs = dictionary->Pairs().first;
+    for (size_t i = 0; i < std::min(dictionary->Pairs().Size(), kMost); ++i) {
+      __builtin_prefetch(pairs[i].key);
+      __builtin_prefetch(pairs[i].value);
+    }
+  }
+}
+
 int Compare(HostTextView a, HostTextView b) {
   const size_t common = std::min(a.length, b.length);
   if (a.narrow != nullptr && b.narrow != nullptr) {
@@ -49,6 +65,46 @@ UInt64 PrefixOf(HostTextView text, size_t from, bool anyWide) {
 
 }  // namespace
 
+// Puts pairs into the order of their keys. Strings lie all over the memory: they are compared by
+// eight units of each, fetched once, and where these are the same, by the next eight.
+struct HostPlistWalk::KeyOrder {
+  SortedPair* first;
+  SortedPair* last;
+  bool anyWide;
+
+  // The keys have `common` units at the beginning in common.
+  void Sort(size_t common) const {
+    TakePrefixes(first, last, common);
+    if (std::is_sorted(first, last, IsBefore)) return;
+    std::sort(first, last,
+              [](const SortedPair& a, const SortedPair& b) { return a.prefix < b.prefix; });
+    for (SortedPair *run = first, *end; run < last; run = end) {
+      for (end = run + 1; end < last && end->prefix == run->prefix;) ++end;
+      if (end - run > 1) SortRun(run, end, common + (anyWide ? kWideUnits : kNarrowUnits));
+    }
+  }
+
+ private:
+  static constexpr size_t kNarrowUnits = sizeof(UInt64);
+  static constexpr size_t kWideUnits = sizeof(UInt64) / sizeof(UniChar);
+
+  static bool IsBefore(const SortedPair& a, const SortedPair& b) {
+    if (a.prefix != b.prefix) return a.prefix < b.prefix;
+    return Compare(KeyOf(a.pair)->Text(), KeyOf(b.pair)->Text()) < 0;
+  }
+  void TakePrefixes(SortedPair* begin, SortedPair* end, size_t from) const {
+    constexpr ptrdiff_t kAhead = 8;
+    for (SortedPair* pair = begin; pair < end; ++pair) {
+      if (end - pair > kAhead) __builtin_prefetch(pair[kAhead].pair.key);
+      pair->prefix = PrefixOf(KeyOf(pair->pair)->Text(), from, anyWide);
+    }
+  }
+  void SortRun(SortedPair* begin, SortedPair* end, size_t from) const {
+    TakePrefixes(begin, end, from);
+    std::sort(begin, end, IsBefore);
+  }
+};
+
 HostPlistWalk::HostPlistWalk(CFPropertyListRef root, Order order)
     : order(order), object(static_cast<const HostCFObject*>(root)) {}
 
@@ -73,15 +129,8 @@ bool HostPlistWalk::Sort(const HostCFDictionary& dictionary) {
     anyWide |= text->Latin1() == nullptr;
     sorted.push_back({0, pair});
   }
-  const auto begin = sorted.begin() + static_cast<ptrdiff_t>(first);
-  for (auto it = begin; it != sorted.end(); ++it) {
-    it->prefix = PrefixOf(KeyOf(it->pair)->Text(), common, anyWide);
-  }
-  const auto isBefore = [](const SortedPair& a, const SortedPair& b) {
-    if (a.prefix != b.prefix) return a.prefix < b.prefix;
-    return Compare(KeyOf(a.pair)->Text(), KeyOf(b.pair)->Text()) < 0;
-  };
-  if (!std::is_sorted(begin, sorted.end(), isBefore)) std::sort(begin, sorted.end(), isBefore);
+  const KeyOrder order = {sorted.data() + first, sorted.data() + sorted.size(), anyWide};
+  order.Sort(common);
   return true;
 }
 
@@ -99,7 +148,10 @@ bool HostPlistWalk::Enter(const HostCFObject* container) {
     if (!callbacks.key.ComparesObjects() || !callbacks.value.ComparesObjects()) {
       return Fail("a dictionary of bare pointers");
     }
-    if (order == Order::kSorted && !Sort(*dictionary)) return false;
+    if (order == Order::kSorted) {
+      FetchItems(container);
+      if (!Sort(*dictionary)) return false;
+    }
     const auto pairs = dictionary->Pairs();
     frame.end = order == Order::kSorted ? sorted.size() - frame.firstPair
                                         : static_cast<size_t>(pairs.end() - pairs.begin());
@@ -130,17 +182,27 @@ bool HostPlistWalk::Visit(const void* item) {
   }
 }
 
+// Sorted, the objects lie all over the memory: they are fetched in three steps, each of which reads
+// only what the one before has brought.
+[[gnu::always_inline]] inline void HostPlistWalk::FetchAhead(size_t place) const {
+  constexpr size_t kStep = 4;
+  const size_t end = sorted.size();
+  if (place + kStep < end) FetchItems(sorted[place + kStep].pair.value);
+  if (place + 2 * kStep < end) {
+    __builtin_prefetch(static_cast<const UInt8*>(sorted[place + 2 * kStep].pair.value) + 64);
+  }
+  if (place + 3 * kStep < end) {
+    __builtin_prefetch(sorted[place + 3 * kStep].pair.key);
+    __builtin_prefetch(sorted[place + 3 * kStep].pair.value);
+  }
+}
+
 // Goes to the next pair of an open dictionary; holes are passed over. False at its end.
 bool HostPlistWalk::NextPair(Frame& frame) {
   const auto* dictionary = static_cast<const HostCFDictionary*>(frame.container);
-  constexpr size_t kAhead = 6;  // sorted, the objects lie all over the memory
   while (frame.next < frame.end) {
     const size_t place = frame.next++;
-    if (order == Order::kSorted && place + kAhead < frame.end) {
-      const HostPair& later = sorted[frame.firstPair + place + kAhead].pair;
-      __builtin_prefetch(later.key);
-      __builtin_prefetch(later.value);
-    }
+    if (order == Order::kSorted) FetchAhead(frame.firstPair + place);
     const HostPair& pair = order == Order::kSorted ? sorted[frame.firstPair + place].pair
                                                    : dictionary->Pairs().begin()[place];
     if (pair.key == nullptr) continue;

@@ -48,10 +48,13 @@ class HostPlistWalk {
     HostPair pair;
   };
 
+  struct KeyOrder;
+
   bool Fail(const char* why);
   bool Enter(const HostCFObject* container);
   bool Visit(const void* item);
   bool NextPair(Frame& frame);
+  void FetchAhead(size_t place) const;
   bool Sort(const HostCFDictionary& dictionary);
 
   const Order order;
