@@ -69,20 +69,19 @@ bool AreAscending(const HostPair* pairs, size_t count) {
   return true;
 }
 
-// So few that a table of their plain hashes fits on the stack. Keys chosen to collide end it soon.
+// So few that a table of their hashes fits on the stack.
 bool AreFewAndHashApart(const HostPair* pairs, size_t count) {
   constexpr size_t kMost = 128;
   if (count > kMost) return false;
   UInt8 places[2 * kMost] = {};  // of the hashes, plus 1; 0: free
   UInt32 hashes[kMost];
-  size_t stepsLeft = 4 * count;
   for (size_t i = 0; i < count; ++i) {
-    const KeyText text(pairs[i].key);
-    if (text.bytes == nullptr) return false;
-    const UInt32 hash = HostHashPlainly(text.bytes, text.count);
+    const auto* key = HostCast<HostCFString>(pairs[i].key);
+    if (key == nullptr) return false;
+    const UInt32 hash = key->TextHash();
     size_t at = hash % (2 * kMost);
     for (; places[at] != 0; at = (at + 1) % (2 * kMost)) {
-      if (hashes[places[at] - 1] == hash || --stepsLeft == 0) return false;
+      if (hashes[places[at] - 1] == hash) return false;
     }
     hashes[i] = hash;
     places[at] = static_cast<UInt8>(i + 1);
@@ -132,12 +131,15 @@ __CFDictionary* __CFDictionary::CreateTaking(const HostPair* pairs, size_t count
     dictionary->Destroy();
     return nullptr;
   }
-  // In batches: the slots of a large index come from memory while the next keys are hashed.
+  // In batches: the next keys and the slots of a large index come from memory meanwhile.
   constexpr size_t kBatch = 16;
   UInt32 hashes[kBatch];
   const Slot* const index = dictionary->slots.load(std::memory_order_relaxed);
   for (size_t i = 0; i < count; i += kBatch) {
     const size_t batch = std::min(kBatch, count - i);
+    for (size_t j = i + batch; j < std::min(i + 2 * kBatch, count); ++j) {
+      __builtin_prefetch(pairs[j].key, 1);
+    }
     for (size_t j = 0; j < batch; ++j) {
       hashes[j] = dictionary->HashOf(pairs[i + j].key);
       __builtin_prefetch(&index[hashes[j] & dictionary->slotMask], 1);
@@ -167,7 +169,10 @@ void __CFDictionary::Destroy() {
   DropIndex();
   constexpr UInt32 kAhead = 8;  // what is released then comes from memory meanwhile
   for (UInt32 i = 0; i < used; ++i) {
-    if (i + kAhead < used) __builtin_prefetch(pairs[i + kAhead].value, 1);
+    if (i + kAhead < used) {
+      __builtin_prefetch(pairs[i + kAhead].key, 1);
+      __builtin_prefetch(pairs[i + kAhead].value, 1);
+    }
     if (pairs[i].key != nullptr) ReleasePair(pairs[i]);
   }
   if (pairs != Inline()) ::operator delete(pairs);
@@ -238,9 +243,7 @@ const __CFDictionary::Slot* __CFDictionary::IndexForSearch() const {
   if (index != nullptr || slotMask == 0) return index;
   auto* made = static_cast<Slot*>(std::calloc(size_t{slotMask} + 1, sizeof(Slot)));
   if (made == nullptr) return nullptr;
-  for (UInt32 i = 0; i < used; ++i) {
-    if (pairs[i].key != nullptr) Enter(made, HashOf(pairs[i].key), i);
-  }
+  EnterAll(made);
   if (slots.compare_exchange_strong(index, made, std::memory_order_acq_rel)) return made;
   std::free(made);
   return index;
@@ -261,9 +264,7 @@ bool __CFDictionary::MakeIndex(UInt32 pairCapacity) {
       if (old[i].place != 0) Enter(index, old[i].hash, old[i].place - 1);
     }
   } else {
-    for (UInt32 i = 0; i < used; ++i) {
-      if (pairs[i].key != nullptr) Enter(index, HashOf(pairs[i].key), i);
-    }
+    EnterAll(index);
   }
   slots.store(index, std::memory_order_release);
   std::free(old);
@@ -274,6 +275,27 @@ void __CFDictionary::DropIndex() {
   std::free(slots.load(std::memory_order_relaxed));
   slots.store(nullptr, std::memory_order_relaxed);
   slotMask = 0;
+}
+
+// Into an empty index with slotMask + 1 slots. In batches: the next keys, and the slots of a large
+// index, come from memory meanwhile.
+void __CFDictionary::EnterAll(Slot* index) const {
+  constexpr UInt32 kBatch = 16;
+  UInt32 hashes[kBatch];
+  for (UInt32 i = 0; i < used; i += kBatch) {
+    const UInt32 batch = std::min(kBatch, used - i);
+    for (UInt32 j = i + batch; j < std::min(i + 2 * kBatch, used); ++j) {
+      __builtin_prefetch(pairs[j].key, 1);
+    }
+    for (UInt32 j = 0; j < batch; ++j) {
+      if (pairs[i + j].key == nullptr) continue;
+      hashes[j] = HashOf(pairs[i + j].key);
+      __builtin_prefetch(&index[hashes[j] & slotMask], 1);
+    }
+    for (UInt32 j = 0; j < batch; ++j) {
+      if (pairs[i + j].key != nullptr) Enter(index, hashes[j], i + j);
+    }
+  }
 }
 
 // `index` has slotMask + 1 slots.
@@ -309,7 +331,7 @@ void __CFDictionary::Pack() {
   Slot* const index = slots.load(std::memory_order_relaxed);
   if (index == nullptr) return;
   std::memset(index, 0, (size_t{slotMask} + 1) * sizeof(Slot));
-  for (UInt32 i = 0; i < used; ++i) Enter(index, HashOf(pairs[i].key), i);
+  EnterAll(index);
 }
 
 // Room for one more pair and its slot.

@@ -111,6 +111,7 @@ struct __CFDictionary final : HostContainer {
   void Pack();
   bool MakeIndex(UInt32 pairCapacity);
   void DropIndex();
+  void EnterAll(Slot* index) const;
   void Enter(Slot* index, UInt32 hash, UInt32 place) const;
   void Leave(UInt32 place);
 

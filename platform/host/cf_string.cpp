@@ -95,10 +95,12 @@ __CFString* __CFString::Make(HostTextView text, Constant constant) {
   return string;
 }
 
-__CFString* __CFString::CreateASCII(const UInt8* bytes, size_t count, HostObjectPool* pool) {
+__CFString* __CFString::CreateASCII(const UInt8* bytes, size_t count, HostObjectPool* pool,
+                                    UInt32 hash) {
   __CFString* string = Allocate(true, false, count, Constant::kNo, pool);
   if (string == nullptr || count == 0) return string;
   std::memcpy(string->firstUnits, bytes, count);
+  string->hash.store(hash, std::memory_order_relaxed);
   return string;
 }
 

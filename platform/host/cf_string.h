@@ -40,8 +40,10 @@ struct __CFString final : HostCFObject {
   // Null also when the bytes are not well formed.
   static __CFString* Create(CFStringEncoding encoding, const UInt8* bytes, size_t count,
                             bool external);
-  // Of bytes that the caller knows to be ASCII; the block is from `pool` unless it is null.
-  static __CFString* CreateASCII(const UInt8* bytes, size_t count, HostObjectPool* pool = nullptr);
+  // Of bytes that the caller knows to be ASCII; the block is from `pool` unless it is null. `hash`
+  // is what HostHashBytes says of the bytes, or 0.
+  static __CFString* CreateASCII(const UInt8* bytes, size_t count, HostObjectPool* pool = nullptr,
+                                 UInt32 hash = 0);
   // Of Mac Roman text; never destroyed.
   static __CFString* CreateConstant(const char* text);
 

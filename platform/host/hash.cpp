@@ -2,10 +2,7 @@
 
 #include <sys/auxv.h>
 
-#include <bit>
 #include <cstring>
-
-#include "platform/host/byte_order.h"
 
 namespace {
 
@@ -27,48 +24,53 @@ const Key& ProcessKey() {
   return key;
 }
 
-struct State {
-  UInt64 v0, v1, v2, v3;
+// Both halves of the product in one: each bit depends on all of both factors, of which nobody
+// outside knows a bit once the key is in them.
+UInt64 Fold(UInt64 a, UInt64 b) {
+#ifdef __SIZEOF_INT128__
+  __extension__ using UInt128 = unsigned __int128;
+  const UInt128 product = UInt128{a} * b;
+  return static_cast<UInt64>(product) ^ static_cast<UInt64>(product >> 64);
+#else
+  const UInt64 aLow = static_cast<UInt32>(a), aHigh = a >> 32;
+  const UInt64 bLow = static_cast<UInt32>(b), bHigh = b >> 32;
+  const UInt64 middle = aHigh * bLow + (aLow * bLow >> 32);
+  const UInt64 other = aLow * bHigh + static_cast<UInt32>(middle);
+  const UInt64 low = other << 32 | static_cast<UInt32>(aLow * bLow);
+  return low ^ (aHigh * bHigh + (middle >> 32) + (other >> 32));
+#endif
+}
 
-  explicit State(const Key& key)
-      : v0(key.first ^ 0x736F6D6570736575),
-        v1(key.second ^ 0x646F72616E646F6D),
-        v2(key.first ^ 0x6C7967656E657261),
-        v3(key.second ^ 0x7465646279746573) {}
-
-  void Round() {
-    v0 += v1, v1 = std::rotl(v1, 13) ^ v0, v0 = std::rotl(v0, 32);
-    v2 += v3, v3 = std::rotl(v3, 16) ^ v2;
-    v0 += v3, v3 = std::rotl(v3, 21) ^ v0;
-    v2 += v1, v1 = std::rotl(v1, 17) ^ v2, v2 = std::rotl(v2, 32);
-  }
-
-  void Take(UInt64 word) {
-    v3 ^= word;
-    Round();
-    v0 ^= word;
-  }
-};
+// In native order: the value never leaves the process.
+template <class Word>
+UInt64 Load(const UInt8* bytes) {
+  Word word;
+  std::memcpy(&word, bytes, sizeof word);
+  return word;
+}
 
 }  // namespace
 
-UInt32 HostHashBytes(const void* bytes, size_t count) {
-  State state(ProcessKey());
-  const auto* next = static_cast<const UInt8*>(bytes);
-  UInt64 word = 0;
-  for (size_t left = count / sizeof word; left > 0; --left, next += sizeof word) {
-    std::memcpy(&word, next, sizeof word);  // in native order: the value never leaves the process
-    state.Take(word);
+// Sixteen bytes a step. The last ones are read from the end, and may be read twice.
+UInt32 HostHashBytes(const void* given, size_t count) {
+  const Key& key = ProcessKey();
+  const auto* bytes = static_cast<const UInt8*>(given);
+  UInt64 hash = key.first;
+  UInt64 a = 0, b = 0;
+  if (count >= 8) {
+    for (size_t left = count; left > 16; left -= 16, bytes += 16) {
+      hash = Fold(Load<UInt64>(bytes) ^ key.second, Load<UInt64>(bytes + 8) ^ hash);
+    }
+    const UInt8* const end = static_cast<const UInt8*>(given) + count;
+    a = Load<UInt64>(count >= 16 ? end - 16 : bytes);
+    b = Load<UInt64>(end - 8);
+  } else if (count >= 4) {
+    a = Load<UInt32>(bytes);
+    b = Load<UInt32>(bytes + count - 4);
+  } else if (count > 0) {
+    a = UInt64{bytes[0]} << 16 | UInt64{bytes[count / 2]} << 8 | bytes[count - 1];
   }
-  // The bytes left over, at most seven, below the count in the top byte.
-  word = UInt64{count} << 56;
-  if (const size_t rest = count % sizeof word; rest > 0) {
-    std::memcpy(reinterpret_cast<UInt8*>(&word) + (kHostIsBigEndian ? 1 : 0), next, rest);
-  }
-  state.Take(word);
-  state.v2 ^= 0xFF;
-  for (int i = 0; i < 3; ++i) state.Round();
-  const UInt64 hash = state.v0 ^ state.v1 ^ state.v2 ^ state.v3;
+  hash = Fold(Fold(a ^ key.second, b ^ hash) ^ key.first, count ^ key.second);
   return static_cast<UInt32>(hash ^ (hash >> 32));
 }
 

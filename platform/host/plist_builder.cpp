@@ -163,8 +163,7 @@ bool HostPlistBuilder::Close() {
 
 bool HostPlistBuilder::AddKey(const UInt8* text, size_t count) {
   if (keys.empty()) keys.resize(keysWorthRemembering);
-  // Any hash will do here: a collision costs a shared key, nothing else.
-  const UInt32 hash = HostHashPlainly(text, count);
+  const UInt32 hash = HostHashBytes(text, count);
   KnownKey& known = keys[hash & (keys.size() - 1)];
   if (known.hash == hash && known.era == era && known.key->Length() == count &&
       AreSame(known.key->Latin1(), text, count)) {
@@ -172,7 +171,7 @@ bool HostPlistBuilder::AddKey(const UInt8* text, size_t count) {
     known.key->Retain();
     return Push(known.key);
   }
-  const auto* key = HostCFString::CreateASCII(text, count, Pool());
+  const auto* key = HostCFString::CreateASCII(text, count, Pool(), hash);
   if (!Add(key, StringSize(count))) return false;
   if (known.era != era || !known.wasShared)
     known = {hash, era, false, key};
