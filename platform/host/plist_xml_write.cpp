@@ -32,14 +32,18 @@ class XMLWriter {
  private:
   bool WriteStep(const HostPlistWalk& walk);
   bool PutLeaf(const HostCFObject* object, size_t level);
-  void PutNumber(const HostCFNumber& number);
-  bool PutDate(const HostCFDate& date);
+  void PutNumber(const HostCFNumber& number, size_t level);
+  bool PutDate(const HostCFDate& date, size_t level);
   void PutData(const HostCFData& data, size_t level);
   void PutTabs(size_t count);
+  static UInt8* CopyTabs(UInt8* at, size_t count);
+  template <size_t N, size_t M>
+  bool PutTextLine(size_t level, const char (&open)[N], HostTextView text, const char (&close)[M]);
 
   bool PutText(HostTextView text) {
     return text.narrow != nullptr ? PutNarrow(text.narrow, text.length) : PutWide(text);
   }
+  UInt8* PutShort(const UInt8* units, size_t count, UInt8* at);
   bool PutNarrow(const UInt8* units, size_t count);
   bool PutWide(HostTextView text);
   UInt8* PutScalar(UInt32 scalar, UInt8* at);
@@ -54,6 +58,13 @@ class XMLWriter {
 
 // How many bytes one character takes at most: "&amp;", or four of UTF-8.
 constexpr size_t kLongestCharacter = 5;
+constexpr size_t kShort = 1024;
+
+// Whether one of eight characters does not stand for itself in UTF-8 or in XML.
+bool HasSpecial(uint64_t word) {
+  return (HostZeroBytes(word) | (word & kHostHighs) | HostZeroBytes(word ^ kHostOnes * '&') |
+          HostZeroBytes((word | kHostOnes * 2) ^ kHostOnes * '>')) != 0;
+}
 
 UInt8* XMLWriter::PutScalar(UInt32 scalar, UInt8* at) {
   std::string_view entity;
@@ -74,32 +85,56 @@ UInt8* XMLWriter::PutScalar(UInt32 scalar, UInt8* at) {
   return at + entity.size();
 }
 
-// ISO Latin-1, eight characters a time where all of them stand for themselves.
-bool XMLWriter::PutNarrow(const UInt8* units, size_t count) {
-  const UInt8* const end = units + count;
-  while (units < end) {
-    UInt8* const start = out.Reserve(1024 * kLongestCharacter);
-    UInt8* at = start;
-    for (const UInt8* const stop = units + std::min<size_t>(1024, static_cast<size_t>(end - units));
-         units < stop;) {
-      uint64_t word;
-      if (stop - units >= static_cast<ptrdiff_t>(sizeof word)) {
-        std::memcpy(&word, units, sizeof word);
-        const uint64_t special = HostZeroBytes(word) | (word & kHostHighs) |
-                                 HostZeroBytes(word ^ kHostOnes * '&') |
-                                 HostZeroBytes((word | kHostOnes * 2) ^ kHostOnes * '>');
-        if (special == 0) {
-          std::memcpy(at, &word, sizeof word);
-          units += sizeof word;
-          at += sizeof word;
-          continue;
-        }
+// At most kShort characters of ISO Latin-1, to where there is room for them; null when XML cannot
+// carry them. Eight a time where all of them stand for themselves.
+UInt8* XMLWriter::PutShort(const UInt8* units, size_t count, UInt8* at) {
+  for (const UInt8* const end = units + count; units < end;) {
+    uint64_t word;
+    if (end - units >= static_cast<ptrdiff_t>(sizeof word)) {
+      std::memcpy(&word, units, sizeof word);
+      if (!HasSpecial(word)) {
+        std::memcpy(at, &word, sizeof word);
+        units += sizeof word;
+        at += sizeof word;
+        continue;
       }
-      if (*units == 0) return Fail("a text has a NUL character, which XML cannot carry");
-      at = PutScalar(*units++, at);
     }
-    out.Advance(static_cast<size_t>(at - start));
+    if (*units == 0) return Fail("a text has a NUL character, which XML cannot carry"), nullptr;
+    at = PutScalar(*units++, at);
   }
+  return at;
+}
+
+bool XMLWriter::PutNarrow(const UInt8* units, size_t count) {
+  for (size_t done = 0; done < count;) {
+    const size_t part = std::min(kShort, count - done);
+    UInt8* const start = out.Reserve(kShort * kLongestCharacter);
+    UInt8* const end = PutShort(units + done, part, start);
+    if (end == nullptr) return false;
+    out.Advance(static_cast<size_t>(end - start));
+    done += part;
+  }
+  return true;
+}
+
+// A text between two tags, at the beginning of a line.
+template <size_t N, size_t M>
+bool XMLWriter::PutTextLine(size_t level, const char (&open)[N], HostTextView text,
+                            const char (&close)[M]) {
+  if (text.narrow == nullptr || text.length > kShort) {
+    PutTabs(level);
+    out.Put(open);
+    if (!PutText(text)) return false;
+    out.Put(close);
+    return true;
+  }
+  UInt8* const start = out.Reserve(kHostPlistDepth + N + M + kShort * kLongestCharacter);
+  UInt8* at = CopyTabs(start, level);
+  std::memcpy(at, open, N - 1);
+  at = PutShort(text.narrow, text.length, at + N - 1);
+  if (at == nullptr) return false;
+  std::memcpy(at, close, M - 1);
+  out.Advance(static_cast<size_t>(at + M - 1 - start));
   return true;
 }
 
@@ -121,13 +156,20 @@ bool XMLWriter::PutWide(HostTextView text) {
   return true;
 }
 
+// Eight at once, as few lists are nested deeper; there is room for kHostPlistDepth and some more.
+UInt8* XMLWriter::CopyTabs(UInt8* at, size_t count) {
+  for (size_t done = 0; done < count; done += 8) std::memcpy(at + done, "\t\t\t\t\t\t\t\t", 8);
+  return at + count;
+}
+
 void XMLWriter::PutTabs(size_t count) {
-  std::memset(out.Reserve(count), '\t', count);
+  CopyTabs(out.Reserve(kHostPlistDepth + 8), count);
   out.Advance(count);
 }
 
-void XMLWriter::PutNumber(const HostCFNumber& number) {
+void XMLWriter::PutNumber(const HostCFNumber& number, size_t level) {
   constexpr size_t kRoom = 64;
+  PutTabs(level);
   char* const start = reinterpret_cast<char*>(out.Reserve(kRoom));
   if (number.IsFloat()) {
     std::memcpy(start, "<real>", 6);
@@ -144,11 +186,12 @@ void XMLWriter::PutNumber(const HostCFNumber& number) {
   out.Advance(static_cast<size_t>(behind - start) + 11);
 }
 
-bool XMLWriter::PutDate(const HostCFDate& date) {
+bool XMLWriter::PutDate(const HostCFDate& date, size_t level) {
   char text[kHostPlistDateSize];
   if (!HostFormatPlistDate(date.Time(), text)) {
     return Fail("a date lies outside of the years 1 to 9999");
   }
+  PutTabs(level);
   out.Put("<date>");
   out.Put(text, sizeof text);
   out.Put("</date>\n");
@@ -159,6 +202,7 @@ bool XMLWriter::PutDate(const HostCFDate& date) {
 void XMLWriter::PutData(const HostCFData& data, size_t level) {
   const size_t characters = level < 9 ? 76 - 8 * level : 4;
   const size_t lineBytes = characters / 4 * 3;
+  PutTabs(level);
   out.Put("<data>\n");
   for (size_t done = 0; done < data.Length();) {
     const size_t count = std::min(lineBytes, data.Length() - done);
@@ -174,35 +218,27 @@ void XMLWriter::PutData(const HostCFData& data, size_t level) {
 bool XMLWriter::PutLeaf(const HostCFObject* object, size_t level) {
   switch (object->TypeID()) {
     case kHostTypeString:
-      out.Put("<string>");
-      if (!PutText(static_cast<const HostCFString*>(object)->Text())) return false;
-      out.Put("</string>\n");
-      return true;
+      return PutTextLine(level, "<string>", static_cast<const HostCFString*>(object)->Text(),
+                         "</string>\n");
     case kHostTypeNumber:
-      PutNumber(*static_cast<const HostCFNumber*>(object));
+      PutNumber(*static_cast<const HostCFNumber*>(object), level);
       return true;
     case kHostTypeDate:
-      return PutDate(*static_cast<const HostCFDate*>(object));
+      return PutDate(*static_cast<const HostCFDate*>(object), level);
     case kHostTypeData:
       PutData(*static_cast<const HostCFData*>(object), level);
       return true;
     default:
+      PutTabs(level);
       out.Put(static_cast<const HostCFBoolean*>(object)->is ? "<true/>\n" : "<false/>\n");
       return true;
   }
 }
 
 bool XMLWriter::WriteStep(const HostPlistWalk& walk) {
-  if (walk.Key() != nullptr) {
-    PutTabs(walk.Level());
-    out.Put("<key>");
-    if (!PutText(walk.Key()->Text())) return false;
-    out.Put("</key>\n");
-  }
-  if (walk.Current() == HostPlistWalk::Step::kLeaf) {
-    PutTabs(walk.Level());
-    return PutLeaf(walk.Object(), walk.Level());
-  }
+  const HostCFString* const key = walk.Key();
+  if (key != nullptr && !PutTextLine(walk.Level(), "<key>", key->Text(), "</key>\n")) return false;
+  if (walk.Current() == HostPlistWalk::Step::kLeaf) return PutLeaf(walk.Object(), walk.Level());
   const bool isArray = walk.Object()->TypeID() == kHostTypeArray;
   const bool isOpen = walk.Current() == HostPlistWalk::Step::kOpen;
   if (static_cast<const HostContainer*>(walk.Object())->ItemCount() == 0) {
