@@ -1,5 +1,6 @@
 #include "platform/host/plist_values.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -64,6 +65,24 @@ bool IsWord(std::string_view text, std::string_view word) {
   return true;
 }
 
+// What a well-formed number is rounded to that no finite double, and no double but zero, is near
+// to: infinity or zero, as in all arithmetic.
+double RoundBeyondRange(std::string_view text) {
+  constexpr SInt64 kBeyondAll = SInt64{1} << 40;
+  const size_t mark = std::min(text.find_first_of("eE"), text.size());
+  const std::string_view digits = text.substr(0, mark);
+  const auto point = static_cast<SInt64>(std::min(digits.find('.'), digits.size()));
+  const auto first = static_cast<SInt64>(digits.find_first_of("123456789"));
+  std::string_view written = text.substr(std::min(mark + 1, text.size()));
+  if (written.starts_with('+')) written.remove_prefix(1);
+  SInt64 exponent = 0;
+  const auto parsed = std::from_chars(written.data(), written.data() + written.size(), exponent);
+  if (parsed.ec == std::errc::result_out_of_range) {
+    exponent = written.starts_with('-') ? -kBeyondAll : kBeyondAll;
+  }
+  return point - first + exponent > 0 ? std::numeric_limits<double>::infinity() : 0.0;
+}
+
 // What the bytes of base64 mean: 0 to 63, or one of these.
 constexpr UInt8 kBlank = 64;
 constexpr UInt8 kPadding = 65;
@@ -124,7 +143,7 @@ HostPlistParse HostParsePlistReal(std::string_view text, double* value) {
   const char* end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, *value);
   if (stop != end || error == std::errc::invalid_argument) return HostPlistParse::kMalformed;
-  if (error != std::errc() || std::isinf(*value)) return HostPlistParse::kOutOfRange;
+  if (error == std::errc::result_out_of_range) *value = RoundBeyondRange(text);
   if (isNegative) *value = -*value;
   return HostPlistParse::kGood;
 }
