@@ -30,6 +30,16 @@ size_t TakeCharacter(std::string_view bytes, uint32_t& character) {
   return character < kSmallest[length] || character > 0x10FFFF || isHalf ? 0 : length;
 }
 
+// Half of a surrogate pair at the start of `bytes`, in the three bytes that UTF-8 would have for
+// it; 0 when there is none.
+uint32_t HalfOfPair(std::string_view bytes) {
+  if (bytes.size() < 3 || bytes[0] != '\xED') return 0;
+  const auto second = static_cast<unsigned char>(bytes[1]);
+  const auto third = static_cast<unsigned char>(bytes[2]);
+  if (second < 0xA0 || second > 0xBF || (third & 0xC0) != 0x80) return 0;
+  return 0xD000u | (second & 0x3Fu) << 6 | (third & 0x3Fu);
+}
+
 // Also what ends a line, or changes a terminal, without JSON minding.
 bool NeedsEscape(uint32_t character) {
   return character < 0x20 || (character >= 0x7F && character < 0xA0) || character == 0x2028 ||
@@ -57,8 +67,11 @@ void AppendString(std::string_view text, std::string& out) {
   out += '"';
   while (!text.empty()) {
     uint32_t character = 0;
-    const size_t length = TakeCharacter(text, character);
-    if (length == 0) {
+    size_t length = TakeCharacter(text, character);
+    if (length == 0 && (character = HalfOfPair(text)) != 0) {
+      AppendEscape(character, out);
+      length = 3;
+    } else if (length == 0) {
       out += "\xEF\xBF\xBD";
     } else if (NeedsEscape(character)) {
       AppendEscape(character, out);

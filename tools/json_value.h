@@ -66,8 +66,9 @@ class JsonValue {
   std::variant<std::monostate, bool, JsonNumber, std::string, Array, Object> value;
 };
 
-// One line of JSON without its end, valid UTF-8 whatever the strings hold: bytes that are not
-// UTF-8 become U+FFFD, control characters and line separators are escaped. No recursion.
+// One line of JSON without its end, valid UTF-8 whatever the strings hold: control characters, line
+// separators and halves of surrogate pairs (in three bytes each) are escaped, other bytes that are
+// not UTF-8 become U+FFFD. No recursion.
 std::string JsonText(const JsonValue& value);
 
 bool IsUtf8(std::string_view bytes);

@@ -27,6 +27,14 @@ const KindRow* RowOf(PlistKind kind) {
   return nullptr;
 }
 
+// What UTF-8 would be of half of a surrogate pair, if it had it.
+std::string HalfText(UniChar unit) {
+  const char bytes[] = {static_cast<char>(0xE0 | unit >> 12),
+                        static_cast<char>(0x80 | (unit >> 6 & 0x3F)),
+                        static_cast<char>(0x80 | (unit & 0x3F))};
+  return std::string(bytes, sizeof bytes);
+}
+
 // What stands between the tags of a leaf's XML form, without white space.
 std::string XMLContents(CFTypeRef leaf, const char* element) {
   const OwnedRef<CFDataRef> data(CFPropertyListCreateXMLData(kCFAllocatorDefault, leaf));
@@ -109,12 +117,18 @@ PlistKind KindNamed(std::string_view name) {
 }
 
 std::string TextOf(CFStringRef string) {
-  const CFRange all = CFRangeMake(0, CFStringGetLength(string));
-  CFIndex used = 0;
-  CFStringGetBytes(string, all, kCFStringEncodingUTF8, '?', false, nullptr, 0, &used);
-  std::string text(static_cast<size_t>(used), 0);
-  CFStringGetBytes(string, all, kCFStringEncodingUTF8, '?', false,
-                   reinterpret_cast<UInt8*>(text.data()), used, &used);
+  const CFIndex length = CFStringGetLength(string);
+  std::string text;
+  for (CFIndex at = 0; at < length;) {
+    const CFRange rest = CFRangeMake(at, length - at);
+    CFIndex used = 0;
+    at += CFStringGetBytes(string, rest, kCFStringEncodingUTF8, 0, false, nullptr, 0, &used);
+    const size_t before = text.size();
+    text.resize(before + static_cast<size_t>(used));
+    CFStringGetBytes(string, rest, kCFStringEncodingUTF8, 0, false,
+                     reinterpret_cast<UInt8*>(text.data() + before), used, &used);
+    if (at < length) text += HalfText(CFStringGetCharacterAtIndex(string, at++));
+  }
   return text;
 }
 

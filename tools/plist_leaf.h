@@ -47,7 +47,8 @@ inline bool IsContainer(PlistKind kind) {
   return kind == PlistKind::kArray || kind == PlistKind::kDictionary;
 }
 
-// UTF-8; half of a surrogate pair, which has no form there, becomes a question mark.
+// UTF-8. Half of a surrogate pair, which has no form there, takes the three bytes that it would
+// have: JsonText makes its escape of them, so that nothing is lost.
 std::string TextOf(CFStringRef string);
 // Null when the bytes are not UTF-8. The caller releases it.
 CFStringRef CreateString(std::string_view utf8);

@@ -46,6 +46,10 @@ TEST(PlistJson, ReadsByTheLetter) {
        "[9007199254740991,\"-9223372036854775808\",\"18446744073709551615\"]", ""},
       {"\"\\u00e9\\ud83d\\ude00\\n\\\"\\/\xC3\xA9\"",
        "\"\xC3\xA9\xF0\x9F\x98\x80\\n\\\"/\xC3\xA9\"", ""},
+      // Halves of pairs, which UTF-8 does not have, and keys that differ in nothing else.
+      {"[\"\\ud800\",\"a\\uDFFF\\ud83d\\ude00\\ud83d\"]",
+       "[\"\\ud800\",\"a\\udfff\xF0\x9F\x98\x80\\ud83d\"]", ""},
+      {"{\"k\\udbff\":1,\"k\\udc00\":2}", "{\"k\\udbff\":1,\"k\\udc00\":2}", ""},
       {"{\"a\":1,\"a\":2}", "{\"a\":2}", ""},
       {"", nullptr, "line 1, column 1: a value is missing"},
       {"[1,\n2,]", nullptr, "line 2, column 3: no JSON value"},

@@ -90,7 +90,6 @@ class StrictJson {
       code = code << 4 | static_cast<unsigned>(digit);
     }
     rest.remove_prefix(4);
-    if (code >= 0xD800 && code < 0xE000) return false;  // nothing here writes pairs
     if (code >= 0x800) text += {static_cast<char>(0xE0 | code >> 12), Tail(code >> 6), Tail(code)};
     if (code >= 0x80 && code < 0x800) text += {static_cast<char>(0xC0 | code >> 6), Tail(code)};
     if (code < 0x80) text += static_cast<char>(code);
