@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <exception>
+#include <new>
 
 #include "tools/verbs.h"
 
@@ -11,6 +12,9 @@ int main(int argc, char** argv) {
     // Data that could not be written (a full disk, a closed pipe) must not look like success.
     if (std::fflush(stdout) != 0 && status == kExitOk) return kExitGeneral;
     return status;
+  } catch (const std::bad_alloc&) {
+    Say("there is no memory left");
+    return kExitGeneral;
   } catch (const std::exception& problem) {
     Say(problem.what());
     return kExitGeneral;

@@ -1,9 +1,11 @@
 #include "tools/plist_file.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include "plist/file_replacement.h"
 #include "tools/plist_json.h"
@@ -27,21 +29,24 @@ bool FailWithError(PlistProblem& problem, int error) {
 }
 
 bool ReadAll(FILE* file, std::string& bytes) {
+  constexpr size_t kRoom = kHostMaxPlistBytes + 1;
   constexpr size_t kStep = 1 << 16;
   size_t count = 0;
-  for (size_t got = 1; got > 0; count += got) {
-    if (bytes.size() < count + kStep) bytes.resize(2 * count + kStep);
+  for (size_t got = 1; got > 0 && count < kRoom; count += got) {
+    if (count == bytes.size()) bytes.resize(std::min(2 * count + kStep, kRoom));
     got = std::fread(bytes.data() + count, 1, bytes.size() - count, file);
-    if (count > INT32_MAX) return errno = EFBIG, false;
   }
   bytes.resize(count);
   return std::ferror(file) == 0;
 }
 
-bool ReadBytes(const std::string& name, std::string& bytes) {
+// False with errno.
+bool ReadBytes(const std::string& name, std::string& bytes) try {
   if (name == "-") return ReadAll(stdin, bytes);
   const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(name.c_str(), "rb"), &std::fclose);
   return file != nullptr && ReadAll(file.get(), bytes);
+} catch (const std::bad_alloc&) {
+  return errno = ENOMEM, false;
 }
 
 bool LooksLikeJson(const std::string& bytes) {
@@ -72,6 +77,7 @@ const char* FormatName(CFPropertyListFormat format) {
 bool ReadPlistFile(const std::string& name, bool orJson, PlistFile& file, PlistProblem& problem) {
   std::string bytes;
   if (!ReadBytes(name, bytes)) return FailWithError(problem, errno);
+  if (bytes.size() > kHostMaxPlistBytes) return Fail(problem, kExitBadData, "more than 256 MiB");
   file.list = HostReadPropertyList(reinterpret_cast<const UInt8*>(bytes.data()), bytes.size(),
                                    kCFPropertyListMutableContainers, &file.format, &problem.place);
   if (file.list != nullptr) return true;

@@ -99,6 +99,9 @@ struct HostOpeningInfo {
 // LSOpenFSRef, and what it saw. `info` is filled as far as opening got.
 OSStatus HostOpenApplication(const FSRef* application, HostOpeningInfo* info);
 
+// A file or stream that has more, or never ends, is no property list.
+inline constexpr size_t kHostMaxPlistBytes = size_t{256} << 20;
+
 // A property list in any form, as CFPropertyListCreateFromStream reads it; the caller releases it.
 // Null with the place of the fault in `*error`; `*format` then says what the bytes were taken for.
 CFPropertyListRef HostReadPropertyList(const UInt8* bytes, size_t count, CFOptionFlags mutability,

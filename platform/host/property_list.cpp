@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "platform/host/cf_data.h"
+#include "platform/host/cf_stream.h"
 #include "platform/host/cf_string.h"
 #include "platform/host/introspect.h"
 #include "platform/host/plist_builder.h"
@@ -18,7 +19,7 @@
 
 namespace {
 
-// Bytes in a block of malloc, which grows by the half: what a stream gives, and what is written.
+// What is written, in a block of malloc, which grows by the half.
 class ByteBuffer final : public HostPlistSink {
  public:
   ByteBuffer() = default;
@@ -26,27 +27,9 @@ class ByteBuffer final : public HostPlistSink {
   ByteBuffer(const ByteBuffer&) = delete;
   ByteBuffer& operator=(const ByteBuffer&) = delete;
 
-  const UInt8* Bytes() const { return bytes; }
-  size_t Size() const { return size; }
-  UInt8* Room() { return bytes + size; }
-  size_t RoomSize() const { return capacity - size; }
-  void Advance(size_t count) { size += count; }
-
-  // At least `count` bytes of room. False when there is no memory or more than a CFIndex can tell.
-  bool Grow(size_t count) {
-    if (RoomSize() >= count) return true;
-    if (count > INT32_MAX - size) return false;
-    const size_t larger = std::max(size + count, std::min<size_t>(size + size / 2, INT32_MAX));
-    void* moved = std::realloc(bytes, larger);
-    if (moved == nullptr) return false;
-    bytes = static_cast<UInt8*>(moved);
-    capacity = larger;
-    return true;
-  }
-
   bool Take(const UInt8* more, size_t count) override {
     if (!Grow(count)) return false;
-    std::memcpy(Room(), more, count);
+    std::memcpy(bytes + size, more, count);
     size += count;
     return true;
   }
@@ -62,6 +45,18 @@ class ByteBuffer final : public HostPlistSink {
   }
 
  private:
+  // At least `count` bytes of room. False when there is no memory or more than a CFIndex can tell.
+  bool Grow(size_t count) {
+    if (capacity - size >= count) return true;
+    if (count > INT32_MAX - size) return false;
+    const size_t larger = std::max(size + count, std::min<size_t>(size + size / 2, INT32_MAX));
+    void* moved = std::realloc(bytes, larger);
+    if (moved == nullptr) return false;
+    bytes = static_cast<UInt8*>(moved);
+    capacity = larger;
+    return true;
+  }
+
   UInt8* bytes = nullptr;
   size_t size = 0;
   size_t capacity = 0;
@@ -133,28 +128,17 @@ void Report(const HostPropertyListError& why, CFStringRef* error) {
                                 text.size(), false);
 }
 
-// `length` bytes, or all there are for 0. False with `*error` when the stream refuses or ends
-// early.
-bool ReadAll(CFReadStreamRef stream, CFIndex length, ByteBuffer* buffer,
+// `length` bytes, or all there are for 0. False with `*error` when the stream refuses, ends early
+// or has too many.
+bool ReadAll(CFReadStreamRef stream, CFIndex length, HostStreamRest& rest,
              HostPropertyListError* error) {
-  constexpr size_t kPiece = 64 * 1024;
-  const size_t wanted = length > 0 ? static_cast<size_t>(length) : SIZE_MAX;
-  while (buffer->Size() < wanted) {
-    if (!buffer->Grow(std::min(kPiece, wanted - buffer->Size()))) {
-      error->text = "the file is too large";
-      return false;
-    }
-    const size_t room = std::min(buffer->RoomSize(), wanted - buffer->Size());
-    const CFIndex count = CFReadStreamRead(stream, buffer->Room(), static_cast<CFIndex>(room));
-    if (count == 0) break;
-    if (count < 0) {
-      error->text = "the stream cannot be read";
-      return false;
-    }
-    buffer->Advance(static_cast<size_t>(count));
-  }
-  if (length <= 0 || buffer->Size() == wanted) return true;
-  error->text = "the stream ends before the bytes that are asked for";
+  const auto wanted = static_cast<size_t>(std::max<CFIndex>(length, 0));
+  const HostStreamRead result = HostReadStreamToEnd(stream, wanted, kHostMaxPlistBytes, rest);
+  if (result == HostStreamRead::kOk && (wanted == 0 || rest.count == wanted)) return true;
+  error->text = result == HostStreamRead::kFailed    ? "the stream cannot be read"
+                : result == HostStreamRead::kTooLong ? "there are more than 256 MiB"
+                                                     : "the stream ends before the bytes that are "
+                                                       "asked for";
   return false;
 }
 
@@ -233,12 +217,12 @@ CFPropertyListRef CFPropertyListCreateFromStream(CFAllocatorRef, CFReadStreamRef
                                                  CFPropertyListFormat* format, CFStringRef* error) {
   if (error != nullptr) *error = nullptr;
   HostPropertyListError why;
-  ByteBuffer buffer;
-  if (!ReadAll(stream, length, &buffer, &why)) {
+  HostStreamRest rest;
+  if (!ReadAll(stream, length, rest, &why)) {
     Report(why, error);
     return nullptr;
   }
-  return ReadPlist(buffer.Bytes(), buffer.Size(), mutability, format, error);
+  return ReadPlist(rest.bytes, rest.count, mutability, format, error);
 }
 
 CFDataRef CFPropertyListCreateXMLData(CFAllocatorRef, CFPropertyListRef list) {

@@ -85,6 +85,7 @@ TEST_F(DictionaryFiles, LoadingReplacesOrMergesOnlyWhatItCouldRead) {
   dictionary.setInteger("old", 1);
   dictionary.setInteger("both", 1);
   EXPECT_EQ(fnfErr, dictionary.load((folder + "/absent").c_str(), false));
+  EXPECT_EQ(fnfErr, dictionary.load("/dev/zero", false));  // never ends
   EXPECT_EQ(paramErr, dictionary.load("", false));
   EXPECT_EQ(paramErr, dictionary.load(static_cast<const char*>(nullptr), false));
   WriteFile(path, "<plist><dict><key>cut</key>");

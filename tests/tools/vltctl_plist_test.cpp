@@ -121,6 +121,16 @@ TEST(VltctlPlist, LintTellsThePlace) {
   EXPECT_EQ(3, Plist({"lint", folder.Path("missing")}).status);
 }
 
+TEST(VltctlPlist, WhatNeverEndsIsNoList) {
+  for (const char* verb : {"print", "lint"}) {
+    const ProgramResult result = Plist({verb, "/dev/zero"});
+    EXPECT_EQ(7, result.status);
+    EXPECT_NE(std::string::npos, (result.output + result.errors).find("more than 256 MiB"));
+  }
+  EXPECT_EQ(7,
+            RunProgram({"/bin/sh", "-c", VLTCTL_PROGRAM " plist print - < /dev/zero"}, 20s).status);
+}
+
 TEST(VltctlPlist, EditsAFileInItsPlace) {
   const ScratchFolder folder;
   const std::string file = folder.File("a.plist", kList);
