@@ -43,7 +43,7 @@ bool ReadAll(FILE* file, std::string& bytes) {
 // False with errno.
 bool ReadBytes(const std::string& name, std::string& bytes) try {
   if (name == "-") return ReadAll(stdin, bytes);
-  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(name.c_str(), "rb"), &std::fclose);
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(name.c_str(), "rbe"), &std::fclose);
   return file != nullptr && ReadAll(file.get(), bytes);
 } catch (const std::bad_alloc&) {
   return errno = ENOMEM, false;

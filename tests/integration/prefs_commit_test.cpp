@@ -30,9 +30,9 @@
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/test_role.h"
 
-// Committing preferences while every single system call fails, or is the process's last one. The
-// calls are made to fail by strace; where tracing is not permitted, by the layer of
-// tests/support/interposed_calls.h inside the process.
+// Committing preferences, and saving dictionaries, while every single system call fails, or is the
+// process's last one. The calls are made to fail by strace; where tracing is not permitted, by the
+// layer of tests/support/interposed_calls.h inside the process.
 
 namespace {
 
@@ -44,6 +44,8 @@ VLTPreferences& Domain() {
   static VLTPreferences preferences(kDomain, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
   return preferences;
 }
+
+std::string SavedPath() { return std::string(std::getenv("HOME")) + "/saved.plist"; }
 
 // Commits a new key and a changed one, and says how that went.
 void CommitAndTell(TestRole& role) {
@@ -64,6 +66,23 @@ TEST_ROLE(InterposedCommitter) {
   ArmCallFault(static_cast<CallFault>(role.NumberArgument(0)), role.NumberArgument(1),
                role.NumberArgument(2));
   const bool ok = Domain().commit() == 0;
+  const int calls = CallsSinceArmed();
+  ArmCallFault(CallFault::kNone, 0);
+  role.Tell(ok ? "ok" : "failed");
+  role.Tell(std::to_string(calls));
+  return kRoleDone;
+}
+
+// Saves a dictionary with a fault of the layer, or one that only the syncing meets.
+TEST_ROLE(InterposedSaver) {
+  VLTDictionary dictionary;
+  dictionary.setInteger("n", 2);
+  const auto fault = static_cast<CallFault>(role.NumberArgument(0));
+  if (role.NumberArgument(3) != 0)
+    ArmFsyncFault(fault, role.NumberArgument(1));
+  else
+    ArmCallFault(fault, role.NumberArgument(1), role.NumberArgument(2));
+  const bool ok = dictionary.save(SavedPath().c_str(), kCFPropertyListXMLFormat_v1_0) == 0;
   const int calls = CallsSinceArmed();
   ArmCallFault(CallFault::kNone, 0);
   role.Tell(ok ? "ok" : "failed");
@@ -213,6 +232,13 @@ class PreferencesFaults : public testing::Test {
   int next = 0;
 };
 
+constexpr struct {
+  CallFault fault;
+  int error;
+} kFaults[] = {{CallFault::kKill, 0},      {CallFault::kError, ENOSPC},
+               {CallFault::kError, EIO},   {CallFault::kError, EROFS},
+               {CallFault::kError, EINTR}, {CallFault::kShortWrite, 0}};
+
 std::string FirstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
 
 TEST_F(PreferencesFaults, EveryCallOfACommitFailsOnceOrIsTheLast) {
@@ -247,11 +273,6 @@ TEST_F(PreferencesFaults, EveryCallOfACommitFailsOnceOrIsTheLast) {
 
 TEST_F(PreferencesFaults, TheSameInsideTheProcessAndWithShortWrites) {
   OpenDescriptorCheck noLeaks;
-  const struct {
-    CallFault fault;
-    int error;
-  } rows[] = {{CallFault::kKill, 0},      {CallFault::kError, ENOSPC}, {CallFault::kError, EIO},
-              {CallFault::kError, EROFS}, {CallFault::kError, EINTR},  {CallFault::kShortWrite, 0}};
   const auto run = [&](CallFault fault, int number, int error) {
     return RunRole(
         {}, "InterposedCommitter",
@@ -263,7 +284,7 @@ TEST_F(PreferencesFaults, TheSameInsideTheProcessAndWithShortWrites) {
   ASSERT_GE(calls, 15);
   WriteOld();
   int killed = 0;
-  for (const auto& row : rows) {
+  for (const auto& row : kFaults) {
     for (int number = 1; number <= calls; number++) {
       SCOPED_TRACE("call " + std::to_string(number) + ", fault " +
                    std::to_string(static_cast<int>(row.fault)) + ", errno " +
@@ -279,6 +300,53 @@ TEST_F(PreferencesFaults, TheSameInsideTheProcessAndWithShortWrites) {
     }
   }
   EXPECT_EQ(calls, killed);
+}
+
+// A dictionary's file that a role saves; what it says and what the file has then.
+struct Saved {
+  ProgramResult result;
+  int number = 0;  // 1: the old file, 2: the new one
+};
+
+Saved SaveWith(CallFault fault, int number, int error, bool onlyFsync) {
+  VLTDictionary dictionary;
+  dictionary.setInteger("n", 1);
+  EXPECT_EQ(0, dictionary.save(SavedPath().c_str(), kCFPropertyListXMLFormat_v1_0));
+  Saved saved;
+  saved.result = RunRole({}, "InterposedSaver",
+                         {std::to_string(static_cast<int>(fault)), std::to_string(number),
+                          std::to_string(error), std::to_string(static_cast<int>(onlyFsync))});
+  EXPECT_EQ(0, dictionary.load(SavedPath().c_str(), false));
+  EXPECT_EQ(0, dictionary.getInteger("n", saved.number));
+  return saved;
+}
+
+TEST(SavingFaults, TheFileIsTheOldOrTheNewOne) {
+  const Saved plain = SaveWith(CallFault::kNone, 0, 0, false);
+  ASSERT_EQ("ok", FirstLine(plain.result.output)) << plain.result.errors;
+  EXPECT_EQ(2, plain.number);
+  const int calls = std::atoi(plain.result.output.c_str() + 3);
+  ASSERT_GE(calls, 4);
+  for (const auto& row : kFaults) {
+    for (int number = 1; number <= calls; number++) {
+      SCOPED_TRACE(testing::Message() << "call " << number << ", errno " << row.error);
+      const Saved saved = SaveWith(row.fault, number, row.error, false);
+      const std::string said = FirstLine(saved.result.output);
+      EXPECT_EQ(row.fault == CallFault::kKill, said.empty());
+      EXPECT_TRUE(said == "ok" ? saved.number == 2 : saved.number >= 1) << said;
+      if (row.fault == CallFault::kShortWrite) {
+        EXPECT_EQ("ok", said);
+      }
+    }
+  }
+}
+
+TEST(SavingFaults, TheDiskHasTheNewFileBeforeItTakesItsPlace) {
+  for (const int number : {1, 2}) {  // of the file, of its folder
+    const Saved saved = SaveWith(CallFault::kKill, number, 0, true);
+    EXPECT_EQ(-SIGKILL, saved.result.status) << number;
+    EXPECT_EQ(number, saved.number);
+  }
 }
 
 TEST_F(PreferencesFaults, AFileThatMayNotGrowLeavesTheOldOne) {

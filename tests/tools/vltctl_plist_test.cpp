@@ -199,6 +199,12 @@ TEST(VltctlPlist, AFilterOfStandardInput) {
                    " plist print --json -")
                 .output);
   EXPECT_EQ(kList, Contents(file));
+  // Links to what is open are written to, and nothing takes the place of what they lead to.
+  EXPECT_EQ(kList, filter("convert xml - -o /dev/stdout | cat").output);
+  const std::string out = folder.File("out", "kept\n");
+  EXPECT_EQ("",
+            filter("convert json - -o /dev/fd/3 3>> " + out + " && echo more >> " + out).errors);
+  EXPECT_EQ("more\n", Contents(out).substr(Contents(out).find('\n') + 1));
 }
 
 TEST(VltctlPlist, UsageErrors) {
