@@ -92,7 +92,8 @@ size_t HostPutUTF8(UInt32 scalar, UInt8* out) {
 HostTextPlace HostFindPlace(const UInt8* begin, const UInt8* at) {
   HostTextPlace place;
   for (; begin < at; ++begin) {
-    if (*begin == '\n') {
+    const bool isOldEnd = *begin == '\r' && !(at - begin > 1 && begin[1] == '\n');
+    if (*begin == '\n' || isOldEnd) {
       ++place.line;
       place.column = 0;
     } else if (!IsTrail(*begin)) {

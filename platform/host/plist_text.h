@@ -68,7 +68,7 @@ const UInt8* HostFindBadUTF8(const UInt8* at, const UInt8* end);
 size_t HostPutUTF8(UInt32 scalar, UInt8* out);
 
 // The lines before `at` in UTF-8 text that begins at `begin`, and the characters before it in its
-// own line.
+// own line. Lines end with \n, \r\n or, in old files, \r.
 struct HostTextPlace {
   size_t line = 0;
   size_t column = 0;

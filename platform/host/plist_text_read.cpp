@@ -82,7 +82,7 @@ bool TextReader::Skip() {
     const bool isLine = at[1] == '/';
     const std::string_view rest(reinterpret_cast<const char*>(at) + 2,
                                 static_cast<size_t>(end - at) - 2);
-    const size_t close = rest.find(isLine ? "\n" : "*/");
+    const size_t close = isLine ? rest.find_first_of("\n\r") : rest.find("*/");
     if (close == std::string_view::npos && !isLine) {
       return Fail(from, "this comment is never closed");
     }

@@ -47,6 +47,8 @@ TEST(PlistText, Reads) {
       {"( < 0a > )", "<array><data>Cg==</data></array>"},
       {"/* a */ { /* b */ a /* c */ = // d\n b; }", "<dict><key>a</key><string>b</string></dict>"},
       {"// only\nx", "<string>x</string>"},
+      {"a = 1; // old line ends\rb = 2;\r//\r\n",
+       "<dict><key>a</key><string>1</string><key>b</key><string>2</string></dict>"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.text);
@@ -80,6 +82,7 @@ TEST(PlistText, RefusesWithPlaceAndReason) {
       {"a=1;}", 1, 5, "a key is due"},
       {"a=1; b", 1, 7, "too early"},
       {"{\n  a = 'x;\n}", 2, 7, "never closed"},
+      {"{\r\ra = 1;\r\n\n\rb;\r =", 7, 2, "a key is due"},
       {"'a\\", 1, 1, "never closed"},
       {"'\\x\xC3", 1, 1, "never closed"},
       {"'\\U12g4'", 1, 2, "four hexadecimal"},
