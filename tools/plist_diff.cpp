@@ -42,6 +42,12 @@ void AddItems(const PlistDifference& both, Pairs& pairs) {
   }
 }
 
+// Zeros of either sign are equal, and differ here: their texts do.
+bool AreSameLeaves(CFTypeRef before, CFTypeRef after, PlistKind kind) {
+  return CFEqual(before, after) &&
+         (kind != PlistKind::kReal || LeafText(before) == LeafText(after));
+}
+
 }  // namespace
 
 std::vector<PlistDifference> DiffPlists(CFTypeRef before, CFTypeRef after) {
@@ -59,7 +65,7 @@ std::vector<PlistDifference> DiffPlists(CFTypeRef before, CFTypeRef after) {
       else
         AddItems(both, inside);
       waiting.insert(waiting.end(), inside.rbegin(), inside.rend());
-    } else if (!isSameKind || !CFEqual(both.before, both.after)) {
+    } else if (!isSameKind || !AreSameLeaves(both.before, both.after, kind)) {
       differences.push_back(both);
     }
   }

@@ -8,6 +8,7 @@
 #include "tools/plist_leaf.h"
 #include "tools/plist_path.h"
 #include "tools/plist_text.h"
+#include "tools/port_text.h"
 #include "tools/verbs.h"
 
 namespace {
@@ -227,7 +228,7 @@ std::string DifferenceLines(const PlistDifference& difference) {
   std::string lines;
   auto add = [&](const char* sign, CFTypeRef value) {
     if (value == nullptr) return;
-    lines += sign + difference.path + " = " + PlistLine(value) + "\n";
+    lines += sign + OneLine(difference.path) + " = " + PlistLine(value) + "\n";
   };
   add("- ", difference.before);
   add("+ ", difference.after);

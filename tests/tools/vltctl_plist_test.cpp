@@ -208,6 +208,9 @@ TEST(VltctlPlist, AFilterOfStandardInput) {
 }
 
 TEST(VltctlPlist, UsageErrors) {
+  // A key takes no more than its line, and does nothing to the terminal.
+  const std::string odd = folder.File("odd", "{\"a\\n+ b\\u001b\":1}");
+  EXPECT_EQ("- a\\n+ b\\x1b = 1\n", Plist({"diff", odd, folder.File("none", "{}")}).output);
   const struct {
     std::vector<std::string> words;
     const char* said;
