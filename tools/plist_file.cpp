@@ -75,17 +75,26 @@ const char* FormatName(CFPropertyListFormat format) {
 }
 
 bool ReadPlistFile(const std::string& name, bool orJson, PlistFile& file, PlistProblem& problem) {
+  problem.file = name == "-" ? "standard input" : name;
   std::string bytes;
   if (!ReadBytes(name, bytes)) return FailWithError(problem, errno);
   if (bytes.size() > kHostMaxPlistBytes) return Fail(problem, kExitBadData, "more than 256 MiB");
   file.list = HostReadPropertyList(reinterpret_cast<const UInt8*>(bytes.data()), bytes.size(),
                                    kCFPropertyListMutableContainers, &file.format, &problem.place);
   if (file.list != nullptr) return true;
-  if (orJson && file.format == kCFPropertyListOpenStepFormat && LooksLikeJson(bytes)) {
+  if (file.format == kCFPropertyListOpenStepFormat && LooksLikeJson(bytes)) {
     std::string fault;
-    file.list = CreateFromJson(bytes, fault);
-    file.format = kJsonFormat;
-    return file.list != nullptr || Fail(problem, kExitBadData, fault);
+    size_t reached = 0;
+    OwnedRef<CFTypeRef> list(CreateFromJson(bytes, fault, &reached));
+    const bool isJson = list != nullptr;
+    if (isJson && orJson) {
+      file.list = std::move(list);
+      file.format = kJsonFormat;
+      return true;
+    }
+    if (isJson) problem.place.hint = "this is JSON; convert makes a property list of it";
+    // Both forms may begin like this: the one that went further is meant.
+    if (orJson && reached >= problem.place.offset) return Fail(problem, kExitBadData, fault);
   }
   std::string text = problem.place.Sentence();
   if (!problem.place.hint.empty()) text += " (" + problem.place.hint + ")";
@@ -114,6 +123,7 @@ bool PlistBytes(CFTypeRef list, CFPropertyListFormat format, std::string& bytes,
 }
 
 bool WritePlistFile(const std::string& name, const std::string& bytes, PlistProblem& problem) {
+  problem.file = name == "-" ? "standard output" : name;
   if (name == "-") return WriteOut(bytes) || FailWithError(problem, errno);
   const OwnedRef<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(
       kCFAllocatorDefault, reinterpret_cast<const UInt8*>(name.data()),

@@ -23,8 +23,11 @@ struct PlistFile {
 // What went wrong, for people and scripts.
 struct PlistProblem {
   ExitStatus exit = kExitOk;
-  std::string text;             // one line without the file's name
+  std::string file;  // as people call the one that was read or written last; "": none was
+  std::string text;  // one line without the file's name
   HostPropertyListError place;  // of bad data; its text is "" for everything else
+
+  std::string Sentence() const { return file.empty() ? text : file + ": " + text; }
 };
 
 // Any of the three forms, and JSON when `orJson`. False with the problem.

@@ -43,6 +43,8 @@ class Reader {
     return nullptr;
   }
 
+  size_t Reached() const { return whole.size() - rest.size(); }
+
  private:
   static constexpr size_t kMaxDepth = 512;
 
@@ -234,7 +236,7 @@ class Reader {
 
   std::string Place() const {
     size_t line = 1, column = 1;
-    for (const char c : whole.substr(0, whole.size() - rest.size())) {
+    for (const char c : whole.substr(0, Reached())) {
       if (c == '\n')
         ++line, column = 1;
       else if ((static_cast<unsigned char>(c) & 0xC0) != 0x80)
@@ -275,6 +277,9 @@ JsonValue JsonOfPlist(CFTypeRef list) {
   return root;
 }
 
-CFTypeRef CreateFromJson(std::string_view text, std::string& problem) {
-  return Reader(text).Read(problem);
+CFTypeRef CreateFromJson(std::string_view text, std::string& problem, size_t* reached) {
+  Reader reader(text);
+  const CFTypeRef list = reader.Read(problem);
+  if (reached != nullptr) *reached = reader.Reached();
+  return list;
 }

@@ -2,6 +2,7 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -16,5 +17,6 @@ JsonValue JsonOfPlist(CFTypeRef list);
 
 // Mutable containers; the caller releases it. Whole numbers become integers (of -2^63 to 2^64 - 1),
 // those with a point or an exponent reals. Null with what is wrong and where: no JSON by the
-// letter, a null (which property lists do not have), more than 512 levels.
-CFTypeRef CreateFromJson(std::string_view text, std::string& problem);
+// letter, a null (which property lists do not have), more than 512 levels. `reached`, when there is
+// one, gets how many bytes were read until then.
+CFTypeRef CreateFromJson(std::string_view text, std::string& problem, size_t* reached = nullptr);

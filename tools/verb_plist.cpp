@@ -39,8 +39,8 @@ int Usage(const std::string& problem) {
   return kExitUsage;
 }
 
-int Tell(const std::string& file, const PlistProblem& problem) {
-  Say((file == "-" ? "standard input" : file) + ": " + problem.text);
+int Tell(const PlistProblem& problem) {
+  Say(problem.Sentence());
   return problem.exit;
 }
 
@@ -54,7 +54,7 @@ void Print(const std::string& text) { std::fwrite(text.data(), 1, text.size(), s
 int RunPrint(const Request& request) {
   PlistFile file;
   PlistProblem problem;
-  if (!ReadPlistFile(request.words[0], true, file, problem)) return Tell(request.words[0], problem);
+  if (!ReadPlistFile(request.words[0], true, file, problem)) return Tell(problem);
   if (request.WantsJson())
     PrintJson(JsonOfPlist(file.list));
   else
@@ -131,9 +131,9 @@ int RunConvert(const Request& request) {
   PlistProblem problem;
   std::string bytes;
   if (!ReadPlistFile(name, true, file, problem) || !PlistBytes(file.list, format, bytes, problem)) {
-    return Tell(name, problem);
+    return Tell(problem);
   }
-  if (!WritePlistFile(out, bytes, problem)) return Tell(out, problem);
+  if (!WritePlistFile(out, bytes, problem)) return Tell(problem);
   if (!request.WantsJson()) return kExitOk;
   JsonValue model = JsonValue::Object();
   model.AddBytes("file", name);
@@ -150,7 +150,7 @@ int RunExtract(const Request& request) {
   if (!ParsePlistPath(request.words[1], path)) return Usage("no key path: " + request.words[1]);
   PlistFile file;
   PlistProblem problem;
-  if (!ReadPlistFile(request.words[0], true, file, problem)) return Tell(request.words[0], problem);
+  if (!ReadPlistFile(request.words[0], true, file, problem)) return Tell(problem);
   std::string absent;
   CFTypeRef value = FindInPlist(file.list, path, absent);
   if (value == nullptr) return NotFound(absent);
@@ -186,7 +186,7 @@ int Change(const Request& request, PlistChange change, const char* outcome) {
   }
   PlistFile file;
   PlistProblem problem;
-  if (!ReadPlistFile(name, false, file, problem)) return Tell(name, problem);
+  if (!ReadPlistFile(name, false, file, problem)) return Tell(problem);
   std::string ignored, refused;
   OwnedRef<CFTypeRef> value;
   if (change != PlistChange::kRemove) {
@@ -198,7 +198,7 @@ int Change(const Request& request, PlistChange change, const char* outcome) {
   std::string bytes;
   if (!PlistBytes(file.list, FormatToWrite(file.format), bytes, problem) ||
       !WritePlistFile(name, bytes, problem)) {
-    return Tell(name, problem);
+    return Tell(problem);
   }
   if (!request.WantsJson()) return kExitOk;
   JsonValue model = JsonValue::Object();
@@ -240,7 +240,7 @@ int RunDiff(const Request& request) {
   for (size_t i = 0; i < 2; ++i) {
     PlistProblem problem;
     const std::string& name = request.words[i];
-    if (!ReadPlistFile(name, true, files[i], problem)) return Tell(name, problem);
+    if (!ReadPlistFile(name, true, files[i], problem)) return Tell(problem);
   }
   const std::vector<PlistDifference> differences = DiffPlists(files[0].list, files[1].list);
   for (const PlistDifference& difference : differences) {

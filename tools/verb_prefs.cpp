@@ -127,11 +127,6 @@ int Delete(const Request& request) {
   return Commit(request);
 }
 
-int TellFileProblem(const std::string& file, const PlistProblem& problem) {
-  return Fail(problem.exit,
-              file + ": " + (problem.place.text.empty() ? problem.text : problem.place.Sentence()));
-}
-
 int Export(const Request& request) {
   if (!IsReadable(request)) return kExitRefused;
   const OwnedRef<CFDictionaryRef> all = request.CopyAll();
@@ -142,7 +137,7 @@ int Export(const Request& request) {
   PlistProblem problem;
   if (!PlistBytes(static_cast<CFDictionaryRef>(all), format, bytes, problem) ||
       !WritePlistFile(file, bytes, problem)) {
-    return TellFileProblem(file, problem);
+    return Fail(problem.exit, problem.Sentence());
   }
   return kExitOk;
 }
@@ -151,9 +146,9 @@ int Import(const Request& request) {
   const std::string file = request.hasKey ? request.key : "-";
   PlistFile read;
   PlistProblem problem;
-  if (!ReadPlistFile(file, true, read, problem)) return TellFileProblem(file, problem);
+  if (!ReadPlistFile(file, true, read, problem)) return Fail(problem.exit, problem.Sentence());
   if (KindOf(read.list) != PlistKind::kDictionary) {
-    return Fail(kExitBadData, file + ": not a dictionary");
+    return Fail(kExitBadData, problem.file + ": not a dictionary");
   }
   const CFTypeRef list = read.list;
   CFPreferencesSetMultiple(static_cast<CFDictionaryRef>(list), nullptr, request.application,

@@ -121,6 +121,31 @@ TEST(VltctlPlist, LintTellsThePlace) {
   EXPECT_EQ(3, Plist({"lint", folder.Path("missing")}).status);
 }
 
+TEST(VltctlPlist, FaultsAreThoseOfTheFormThatIsMeant) {
+  const ScratchFolder folder;
+  const struct {
+    const char* verb;
+    const char* text;
+    const char* said;
+  } rows[] = {
+      {"print", "{ a = b; ", "line 1, column 10: the file ends too early"},
+      {"print", "{ \"a\" = (b }", "line 1, column 12: , or ) is due"},
+      {"print", "{\"a\":1", "JSON line 1, column 7: a comma or } is missing"},
+      {"print", "[1,", "JSON line 1, column 4: a value is missing"},
+      {"lint", "{\"a\":1}", ":1:5: = or ; is due here (this is JSON"},
+      {"lint", "{\"a\":1", ":1:5: = or ; is due here\n"},
+  };
+  for (const auto& row : rows) {
+    const ProgramResult result = Plist({row.verb, folder.File("list", row.text)});
+    EXPECT_EQ(7, result.status) << row.text;
+    const std::string told = result.output + result.errors;
+    EXPECT_NE(std::string::npos, told.find(row.said)) << told;
+  }
+  const std::string full = VLTCTL_PROGRAM " plist convert xml " + folder.File("a", kList);
+  EXPECT_EQ("vltctl: standard output: No space left on device\n",
+            RunProgram({"/bin/sh", "-c", full + " > /dev/full"}, 20s).errors);
+}
+
 TEST(VltctlPlist, WhatNeverEndsIsNoList) {
   for (const char* verb : {"print", "lint"}) {
     const ProgramResult result = Plist({verb, "/dev/zero"});
@@ -183,6 +208,9 @@ TEST(VltctlPlist, EditsAFileInItsPlace) {
   EXPECT_EQ(1, diff.status);
   EXPECT_NE(std::string::npos, diff.output.find("- list.0 = 0.1\n+ list.0 = \"first\"\n"))
       << diff.output;
+  // A key takes no more than its line, and does nothing to the terminal.
+  const std::string odd = folder.File("odd", "{\"a\\n+ b\\u001b\":1}");
+  EXPECT_EQ("- a\\n+ b\\x1b = 1\n", Plist({"diff", odd, folder.File("none", "{}")}).output);
 }
 
 TEST(VltctlPlist, AFilterOfStandardInput) {
@@ -208,9 +236,6 @@ TEST(VltctlPlist, AFilterOfStandardInput) {
 }
 
 TEST(VltctlPlist, UsageErrors) {
-  // A key takes no more than its line, and does nothing to the terminal.
-  const std::string odd = folder.File("odd", "{\"a\\n+ b\\u001b\":1}");
-  EXPECT_EQ("- a\\n+ b\\x1b = 1\n", Plist({"diff", odd, folder.File("none", "{}")}).output);
   const struct {
     std::vector<std::string> words;
     const char* said;
