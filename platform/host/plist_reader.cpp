@@ -2,6 +2,26 @@
 
 #include <utility>
 
+namespace {
+
+// A fault may quote the file: no more than a piece of it, and nothing that a terminal or a log
+// obeys.
+std::string Presentable(std::string text) {
+  constexpr size_t kLongest = 200;
+  if (text.size() > kLongest) {
+    size_t cut = kLongest;
+    while ((text[cut] & 0xC0) == 0x80) --cut;
+    text.replace(cut, std::string::npos, "...");
+  }
+  for (char& c : text) {
+    const auto code = static_cast<UInt8>(c);
+    if (code < ' ' || code == 0x7F) c = '?';
+  }
+  return text;
+}
+
+}  // namespace
+
 bool HostPlistReader::Begin() {
   if (!input.isGood) return Fail(end, "the bytes are not UTF-16");
   return !input.wasUTF16 || builder.Charge(input.count) || FailBuilding(begin);
@@ -9,7 +29,7 @@ bool HostPlistReader::Begin() {
 
 bool HostPlistReader::Fail(const UInt8* where, std::string text, std::string hint) {
   const HostTextPlace place = HostFindPlace(begin, where);
-  error->text = std::move(text);
+  error->text = Presentable(std::move(text));
   error->hint = std::move(hint);
   error->offset = static_cast<size_t>(where - begin);
   error->line = place.line + 1;

@@ -27,7 +27,8 @@ class HostPlistReader {
   // To be asked before anything is read: is this text, and may it take the memory that it takes?
   bool Begin();
 
-  // All return false. Fail sets the error, with the line and column of `where`.
+  // All return false. Fail sets the error, with the line and column of `where`. The text may quote
+  // the file: it is cut to 200 bytes, without control characters.
   bool Fail(const UInt8* where, std::string text, std::string hint = "");
   bool FailBuilding(const UInt8* where) { return Fail(where, builder.Problem()); }
   bool FailNotUTF8(const UInt8* where);

@@ -206,6 +206,21 @@ TEST(PlistXML, RefusesWithPlaceAndReason) {
   }
 }
 
+TEST(PlistXML, FaultsQuoteLittleAndNothingThatATerminalObeys) {
+  const struct {
+    std::string encoding;
+    std::string quoted;
+  } rows[] = {
+      {"\x1b[3m\n\x7f", "?[3m?? cannot be read"},
+      {Repeat("\xC3\xA9", 1000), Repeat("\xC3\xA9", 93) + "..."},
+      {"x" + Repeat("\xC3\xA9", 1000), "x" + Repeat("\xC3\xA9", 93) + "..."},
+  };
+  for (const auto& row : rows) {
+    const ReadList list("<?xml version='1.0' encoding='" + row.encoding + "'?><true/>");
+    EXPECT_EQ("the encoding " + row.quoted, list.error.text);
+  }
+}
+
 // Every beginning of a good file is refused, with a place inside of it.
 TEST(PlistXML, RefusesWhateverIsCutShort) {
   const std::string whole(
