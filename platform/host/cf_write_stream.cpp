@@ -45,7 +45,8 @@ bool __CFWriteStream::WriteToFile(const UInt8* bytes, size_t count) {
   while (count > 0) {
     const ssize_t put = write(state.fd, bytes, count);
     if (put < 0 && errno == EINTR) continue;
-    if (put < 0) {
+    if (put == 0) errno = ENOSPC;
+    if (put <= 0) {
       state.Fail();
       return false;
     }
