@@ -172,9 +172,7 @@ CFTypeRef CreateLeaf(PlistKind kind, std::string_view text, std::string& problem
   return nullptr;
 }
 
-CFTypeRef CreateValue(std::string_view text, CFTypeRef replaced, std::string& problem) {
-  const PlistKind old = KindOf(replaced);
-  if (old != PlistKind::kNone && !IsContainer(old)) return CreateLeaf(old, text, problem);
+CFTypeRef CreateValue(std::string_view text, std::string& problem) {
   const size_t start = text.find_first_not_of(" \t\r\n");
   const char first = start != text.npos ? text[start] : ' ';
   if (first == '<' || first == '(') return CreateFromList(text, problem);
@@ -192,12 +190,13 @@ CFTypeRef CreateValue(std::string_view text, CFTypeRef replaced, std::string& pr
 
 CFTypeRef CreateValueOfType(const std::string& type, std::string_view text, CFTypeRef replaced,
                             std::string& problem) {
-  if (type.empty()) return CreateValue(text, replaced, problem);
-  const PlistKind kind = KindNamed(type);
+  const PlistKind kind = type.empty() ? KindOf(replaced) : KindNamed(type);
+  if (type.empty() && kind == PlistKind::kNone) return CreateValue(text, problem);
   if (!IsContainer(kind)) return CreateLeaf(kind, text, problem);
-  const CFTypeRef value = CreateValue(text, nullptr, problem);
+  const CFTypeRef value = CreateValue(text, problem);
   if (value == nullptr || KindOf(value) == kind) return value;
   CFRelease(value);
-  problem = "the value is no " + type;
+  problem = std::string("the value is no ") + KindName(kind);
+  if (type.empty()) problem += " (--type sets one of another type)";
   return nullptr;
 }

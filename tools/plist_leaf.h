@@ -63,11 +63,12 @@ CFTypeRef CreateLeaf(PlistKind kind, std::string_view text, std::string& problem
 
 // What a word on the command line means; the caller releases it. Null with what is wrong.
 //
-// Where it takes the place of a leaf, a leaf of the same kind. Else JSON or a property list when it
-// begins like one ({ [ ( < or a quotation mark) or is a number, true or false, else a string.
-CFTypeRef CreateValue(std::string_view text, CFTypeRef replaced, std::string& problem);
+// JSON or a property list when it begins like one ({ [ ( < or a quotation mark) or is a number,
+// true or false, else a string.
+CFTypeRef CreateValue(std::string_view text, std::string& problem);
 
-// The same where its kind may be asked for by `type`, the name of one: "" asks for none. Null also
-// for a type that does not exist, and for a value of another one.
+// The same for a value whose kind is known: `type` is the name of one, or "" for that of the value
+// that is replaced, which may be null: any kind then. Null also for a type that does not exist, and
+// for a value of another one.
 CFTypeRef CreateValueOfType(const std::string& type, std::string_view text, CFTypeRef replaced,
                             std::string& problem);

@@ -146,7 +146,9 @@ TEST(PlistLeaf, AWordMeansWhatItLooksLike) {
       {"5", real, PlistKind::kReal, "5.0"},
       {"5", text, PlistKind::kString, "\"5\""},
       {"[5]", text, PlistKind::kString, "\"[5]\""},
-      {"5", list, PlistKind::kInteger, "5"},
+      {"5", list, PlistKind::kNone, ""},
+      {"{}", list, PlistKind::kNone, ""},
+      {"[5]", list, PlistKind::kArray, "[5]"},
       {"x", real, PlistKind::kNone, ""},
       {"5 apples", nothing, PlistKind::kString, "\"5 apples\""},
       {"", nothing, PlistKind::kString, "\"\""},
@@ -166,7 +168,7 @@ TEST(PlistLeaf, AWordMeansWhatItLooksLike) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.word);
     std::string problem;
-    const OwnedRef<CFTypeRef> value(CreateValue(row.word, row.replaced, problem));
+    const OwnedRef<CFTypeRef> value(CreateValueOfType("", row.word, row.replaced, problem));
     EXPECT_EQ(row.kind, KindOf(value));
     EXPECT_EQ(value == nullptr, !problem.empty()) << problem;
     EXPECT_TRUE(value == nullptr || Json(value) == row.json) << Json(value);
