@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 
 #include <chrono>
@@ -8,11 +9,13 @@
 #include <utility>
 #include <vector>
 
+#include "platform/host/cf_date.h"
 #include "platform/host/clock.h"
 #include "platform/host/descriptors.h"
 #include "platform/host/file_lock.h"
 #include "platform/host/open_file.h"
 #include "platform/host/plist_codec.h"
+#include "platform/host/plist_walk.h"
 #include "platform/host/preferences_disk.h"
 
 constinit HostCFString gHostRemovedPreference{"(removed)"};
@@ -205,13 +208,23 @@ class VectorSink final : public HostPlistSink {
   std::vector<UInt8> bytes;
 };
 
+// XML has whole seconds only.
+bool HasFractionOfSecond(CFPropertyListRef list) {
+  HostPlistWalk walk(list, HostPlistWalk::Order::kStored);
+  while (walk.Next()) {
+    const auto* date = HostCast<HostCFDate>(walk.Object());
+    if (date != nullptr && std::floor(date->Time()) != date->Time()) return true;
+  }
+  return false;
+}
+
 bool Encode(CFPropertyListRef list, std::vector<UInt8>* bytes, std::string* reason) {
   HostPropertyListError error;
   VectorSink xml, binary;
   // Text with a NUL, or half of a pair, goes into the binary form only.
-  if (HostWritePlistXML(list, xml, &error)) {
+  if (!HasFractionOfSecond(list) && HostWritePlistXML(list, xml, &error)) {
     *bytes = std::move(xml.bytes);
-  } else if (HostWritePlistBinary(list, binary, nullptr)) {
+  } else if (HostWritePlistBinary(list, binary, &error)) {
     *bytes = std::move(binary.bytes);
   } else {
     *reason = error.Sentence();

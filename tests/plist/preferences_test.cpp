@@ -261,6 +261,31 @@ TEST_F(Preferences, ARefusedFileBehindALinkIsLoggedOnce) {
   EXPECT_EQ(0, preferences.commit());
 }
 
+TEST_F(Preferences, WhatXMLDoesNotHaveGoesIntoABinaryFile) {
+  const UniChar half[] = {0xD800};
+  const struct {
+    CFTypeRef value;
+    const char* start;  // of the file
+  } rows[] = {
+      {CFDateCreate(nullptr, -1), "<?xml"},
+      {CFDateCreate(nullptr, -0.25), "bplist00"},
+      {CFStringCreateWithCharacters(nullptr, half, 1), "bplist00"},
+  };
+  for (const auto& row : rows) {
+    CFPreferencesSetValue(CFSTR("value"), row.value, kDomainString, kCFPreferencesCurrentUser,
+                          kCFPreferencesAnyHost);
+    preferences.setInteger("other", 1);
+    EXPECT_EQ(0, preferences.commit());
+    EXPECT_EQ(0u, ReadFile(path).find(row.start));
+    VLTDictionary file;
+    EXPECT_EQ(0, file.load(path.c_str(), false));
+    const CFTypeRef list = static_cast<const void*>(file);
+    EXPECT_TRUE(CFEqual(row.value,
+                        CFDictionaryGetValue(static_cast<CFDictionaryRef>(list), CFSTR("value"))));
+    CFRelease(row.value);
+  }
+}
+
 TEST_F(Preferences, LinksModesAndBinaryFilesSurvive) {
   const std::string target = UserFolder() + "elsewhere/real.plist";
   VLTDictionary list;
