@@ -7,10 +7,10 @@
 #include <bit>
 #include <memory>
 
-#include "platform/host/cf_data.h"
 #include "platform/host/cf_number.h"
 #include "platform/host/open_file.h"
 #include "platform/host/plist_codec.h"
+#include "platform/host/plist_walk.h"
 #include "platform/host/preferences_disk.h"
 
 namespace {
@@ -117,6 +117,22 @@ uint64_t BitsOf(CFNumberRef real) {
   return std::bit_cast<uint64_t>(value);
 }
 
+bool IsSameLeaf(CFTypeRef a, CFTypeRef b) {
+  const auto* number = HostCast<HostCFNumber>(a);
+  const auto* other = HostCast<HostCFNumber>(b);
+  if (number == nullptr || other == nullptr) return CFEqual(a, b);
+  if (number->IsFloat() != other->IsFloat()) return false;
+  return number->IsFloat() ? BitsOf(number) == BitsOf(other) : CFEqual(a, b);
+}
+
+bool IsSameStep(const HostPlistWalk& a, const HostPlistWalk& b) {
+  if (a.Current() != b.Current() || a.Object()->TypeID() != b.Object()->TypeID()) return false;
+  if (a.Current() == HostPlistWalk::Step::kClose) return true;
+  if ((a.Key() != nullptr) != (b.Key() != nullptr)) return false;
+  if (a.Key() != nullptr && !CFEqual(a.Key(), b.Key())) return false;
+  return a.Current() == HostPlistWalk::Step::kOpen || IsSameLeaf(a.Object(), b.Object());
+}
+
 }  // namespace
 
 HostFileStamp HostStampOfFile(const char* path) {
@@ -155,18 +171,15 @@ HostPreferencesContent HostReadPreferences(const std::string& path, const std::s
 
 bool HostIsSamePreference(CFTypeRef a, CFTypeRef b) {
   if (a == b) return true;
-  const auto* number = HostCast<HostCFNumber>(a);
-  const auto* other = HostCast<HostCFNumber>(b);
-  if (number != nullptr && other != nullptr && number->IsFloat() && other->IsFloat()) {
-    return BitsOf(number) == BitsOf(other);
+  const CFTypeID type = CFGetTypeID(a);
+  if (type != CFGetTypeID(b)) return false;
+  if (type != kHostTypeArray && type != kHostTypeDictionary) return IsSameLeaf(a, b);
+  HostPlistWalk first(a, HostPlistWalk::Order::kSorted);
+  HostPlistWalk second(b, HostPlistWalk::Order::kSorted);
+  for (;;) {
+    const bool hasMore = first.Next();
+    if (hasMore != second.Next()) return false;
+    if (!hasMore) return first.Fault() == nullptr && second.Fault() == nullptr;
+    if (!IsSameStep(first, second)) return false;
   }
-  if (!CFEqual(a, b)) return false;
-  if (number != nullptr) return number->IsFloat() == other->IsFloat();
-  if (CFGetTypeID(a) != kHostTypeArray && CFGetTypeID(a) != kHostTypeDictionary) return true;
-  // Numbers inside are compared by value; their kinds show in the text.
-  const HostRetained<HostCFData> first(
-      HostCast<HostCFData>(CFPropertyListCreateXMLData(nullptr, a)));
-  const HostRetained<HostCFData> second(
-      HostCast<HostCFData>(CFPropertyListCreateXMLData(nullptr, b)));
-  return first && second && CFEqual(first.Get(), second.Get());
 }

@@ -8,12 +8,14 @@
 #include <atomic>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "platform/host/preferences_disk.h"
 #include "plist/dictionary.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/scratch_folder.h"
@@ -229,6 +231,43 @@ TEST_F(Preferences, ATypeThatChangesIsSeen) {
   WriteByHand("<plist><dict><key>n</key><real>1</real></dict></plist>");
   EXPECT_EQ(0, preferences.getType("n", type, &number));
   EXPECT_EQ(kCFNumberFloat64Type, number);
+}
+
+// What is the same is not written anew, and keeps its object.
+TEST(PreferenceValues, AreTheSameBitForBit) {
+  const struct {
+    const char* a;
+    const char* b;
+    bool isSame;
+  } rows[] = {
+      {"<array><integer>1</integer></array>", "<array><integer>1</integer></array>", true},
+      {"<array><integer>1</integer></array>", "<array><real>1</real></array>", false},
+      {"<array><real>0</real></array>", "<array><real>-0</real></array>", false},
+      {"<array><real>nan</real></array>", "<array><real>nan</real></array>", true},
+      {"<array><true/></array>", "<array><integer>1</integer></array>", false},
+      {"('\\Ud800')", "('\\Ud800')", true},
+      {"('\\Ud800')", "('\\Ud801')", false},
+      {"{a = b; c = (d); }", "{c = (d); a = b; }", true},
+      {"{a = b; }", "{a = c; }", false},
+      {"{a = b; }", "{c = b; }", false},
+      {"{a = b; }", "{a = b; c = d; }", false},
+      {"((a), b)", "((a, b))", false},
+      {"()", "{}", false},
+  };
+  const auto listOf = [](const char* text) {
+    const CFDataRef data = CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(text),
+                                        static_cast<CFIndex>(std::strlen(text)));
+    const CFTypeRef list = CFPropertyListCreateFromXMLData(nullptr, data, 0, nullptr);
+    CFRelease(data);
+    return list;
+  };
+  for (const auto& row : rows) {
+    const CFTypeRef a = listOf(row.a), b = listOf(row.b);
+    EXPECT_EQ(row.isSame, HostIsSamePreference(a, b)) << row.a << " " << row.b;
+    EXPECT_EQ(row.isSame, HostIsSamePreference(b, a)) << row.b << " " << row.a;
+    CFRelease(a);
+    CFRelease(b);
+  }
 }
 
 TEST_F(Preferences, ZerosKeepTheirSigns) {
