@@ -2,8 +2,8 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <functional>
 #include <string>
-#include <vector>
 
 // One place where two property lists differ. Borrowed from the lists.
 struct PlistDifference {
@@ -12,6 +12,8 @@ struct PlistDifference {
   CFTypeRef after = nullptr;   // null: removed
 };
 
-// All of them, in the order of the first list, what was added behind it. Dictionaries are compared
-// by key, arrays by index, leaves by kind and value. No recursion.
-std::vector<PlistDifference> DiffPlists(CFTypeRef before, CFTypeRef after);
+// Tells all of them, in the order of the first list, what was added behind it. Dictionaries are
+// compared by key, arrays by index, leaves by kind and value. No recursion; one path is in memory
+// at a time, because hostile lists have long ones.
+void DiffPlists(CFTypeRef before, CFTypeRef after,
+                const std::function<void(const PlistDifference&)>& tell);

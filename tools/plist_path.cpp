@@ -15,6 +15,16 @@ CFIndex IndexOf(const std::string& step) {
   return parsed.ec == std::errc() && parsed.ptr == end && index >= 0 ? index : -1;
 }
 
+// A key as it stands in the text of a path.
+std::string StepText(std::string_view key) {
+  std::string step;
+  for (const char c : key) {
+    if (c == '.' || c == '\\') step += '\\';
+    step += c;
+  }
+  return step;
+}
+
 CFArrayRef AsArray(CFTypeRef object) { return static_cast<CFArrayRef>(object); }
 CFDictionaryRef AsDictionary(CFTypeRef object) { return static_cast<CFDictionaryRef>(object); }
 
@@ -90,20 +100,11 @@ bool ParsePlistPath(std::string_view text, PlistPath& path) {
   return true;
 }
 
-std::string PlistPathStep(std::string_view key) {
-  std::string step;
-  for (const char c : key) {
-    if (c == '.' || c == '\\') step += '\\';
-    step += c;
-  }
-  return step;
-}
-
 std::string PlistPathText(const PlistPath& path) {
   std::string text;
   for (const std::string& step : path) {
     if (&step != &path.front()) text += '.';
-    text += PlistPathStep(step);
+    text += StepText(step);
   }
   return text;
 }

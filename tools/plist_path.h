@@ -16,7 +16,6 @@ using PlistPath = std::vector<std::string>;
 bool ParsePlistPath(std::string_view text, PlistPath& path);
 // The other way round.
 std::string PlistPathText(const PlistPath& path);
-std::string PlistPathStep(std::string_view key);  // one step of such a text
 
 // What is there, borrowed from the list; null with what is wrong.
 CFTypeRef FindInPlist(CFTypeRef list, const PlistPath& path, std::string& problem);

@@ -242,14 +242,15 @@ int RunDiff(const Request& request) {
     const std::string& name = request.words[i];
     if (!ReadPlistFile(name, true, files[i], problem)) return Tell(problem);
   }
-  const std::vector<PlistDifference> differences = DiffPlists(files[0].list, files[1].list);
-  for (const PlistDifference& difference : differences) {
+  int exit = kExitOk;
+  DiffPlists(files[0].list, files[1].list, [&](const PlistDifference& difference) {
+    exit = kExitGeneral;
     if (request.WantsJson())
       PrintJson(DifferenceModel(difference));
     else
       Print(DifferenceLines(difference));
-  }
-  return differences.empty() ? kExitOk : kExitGeneral;
+  });
+  return exit;
 }
 
 constexpr Action kActions[] = {

@@ -248,15 +248,16 @@ TEST(PlistDiff, TellsEveryPlaceOnce) {
       {"{\"a.b\":1,\"c\":2}", "{\"c\":3,\"d\":4}", "a\\.b=1> c=2>3 d=>4 "},
       {"[1,[2,3]]", "[1,[2],4]", "1.1=3> 2=>4 "},
       {"{\"a\":[]}", "{\"a\":{}}", "a=[]>{} "},
+      {"{\"\":{\"a\":1}}", "{\"\":{}}", ".a=1> "},
       {"{\"a\":true}", "{\"a\":1}", "a=true>1 "},
   };
   for (const auto& row : rows) {
     const OwnedRef<CFTypeRef> before(List(row.before)), after(List(row.after));
     std::string told;
-    for (const PlistDifference& difference : DiffPlists(before, after)) {
+    DiffPlists(before, after, [&](const PlistDifference& difference) {
       told += difference.path + "=" + (difference.before ? Json(difference.before) : "") + ">" +
               (difference.after ? Json(difference.after) : "") + " ";
-    }
+    });
     EXPECT_EQ(row.differences, told);
   }
 }
