@@ -128,6 +128,7 @@ bool WritePlistFile(const std::string& name, const std::string& bytes, PlistProb
   const OwnedRef<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(
       kCFAllocatorDefault, reinterpret_cast<const UInt8*>(name.data()),
       static_cast<CFIndex>(name.size()), false));
+  if (CFURLHasDirectoryPath(url)) return FailWithError(problem, EISDIR);
   VLTFileReplacement replacement(url);
   if (replacement.Error() != 0) return FailWithError(problem, replacement.Error());
   const OwnedRef<CFURLRef> target(replacement.CopyTarget());

@@ -47,7 +47,10 @@ std::string WhyNot(CFTypeRef container, const PlistPath& path, size_t depth) {
   const std::string place = whole.empty() ? "the list" : whole;
   const PlistKind kind = KindOf(container);
   if (kind == PlistKind::kDictionary) return place + " has no key " + path[depth];
-  if (kind != PlistKind::kArray) return place + " is a " + KindName(kind) + ", with nothing inside";
+  if (kind != PlistKind::kArray) {
+    const char* const article = kind == PlistKind::kInteger ? " is an " : " is a ";
+    return place + article + KindName(kind) + ", with nothing inside";
+  }
   const CFIndex count = CFArrayGetCount(AsArray(container));
   return place + " is an array of " + std::to_string(count) + " and has no index " + path[depth];
 }

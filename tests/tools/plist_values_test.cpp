@@ -218,7 +218,7 @@ TEST(PlistPath, ChangesOrSaysWhyNot) {
       {"l.3", PlistChange::kSet, "l is an array of 2 and has no index 3"},
       {"l.-1", PlistChange::kSet, "l is an array of 2 and has no index -1"},
       {"l.0x", PlistChange::kRemove, "l is an array of 2 and has no index 0x"},
-      {"l.0.x", PlistChange::kSet, "l.0 is a integer, with nothing inside"},
+      {"l.0.x", PlistChange::kSet, "l.0 is an integer, with nothing inside"},
       {"z.x", PlistChange::kSet, "the list has no key z"},
       {"a.z", PlistChange::kRemove, "a has no key z"},
   };

@@ -184,6 +184,7 @@ TEST(VltctlPlist, EditsAFileInItsPlace) {
       {{"set", folder.Path("."), "a", "1"}, 1},
       {{"convert", "xml", file, "-o", folder.Path("no/such/folder")}, 3},
       {{"convert", "xml", file, "-o", folder.Link("loop", "loop")}, 1},
+      {{"convert", "xml", file, "-o", folder.Path("none/")}, 1},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::PrintToString(row.words));
