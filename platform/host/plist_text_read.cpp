@@ -162,9 +162,10 @@ bool TextReader::DecodeQuoted(const UInt8* from, const UInt8* to, size_t* used) 
 bool TextReader::ReadEscape(const UInt8*& from, const UInt8* to, UniChar* unit) {
   const UInt8* const backslash = from++;
   const UInt8 letter = *from++;
+  if (letter == 0) return Fail(from - 1, "a NUL byte");
   constexpr char kLetters[] = "abfnrtv";
   constexpr char kMeanings[] = "\a\b\f\n\r\t\v";
-  const char* known = letter != 0 ? std::strchr(kLetters, letter) : nullptr;
+  const char* known = std::strchr(kLetters, letter);
   if (known != nullptr) {
     *unit = static_cast<UInt8>(kMeanings[known - kLetters]);
     return true;

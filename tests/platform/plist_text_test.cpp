@@ -92,6 +92,7 @@ TEST(PlistText, RefusesWithPlaceAndReason) {
       {"'a\xFF'", 1, 3, "not UTF-8"},
       {"a\xC3\xA9", 1, 2, "follows the end"},
       {"'a\0'"sv, 1, 3, "NUL"},
+      {"'a\\\0'"sv, 1, 4, "NUL"},
       {"\0"sv, 1, 1, "a value is due"},
       {"<0", 1, 1, "never closed"},
       {"<0>", 1, 1, "odd number"},
