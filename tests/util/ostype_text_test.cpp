@@ -3,27 +3,16 @@
 #include <CoreServices/MacErrors.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 TEST(OSTypeText, Printing) {
   const struct {
     OSType code;
     int size;
     const char* text;
   } rows[] = {
-      {0x74657374, 32, "'test'"},
-      {0x20202020, 32, "'    '"},
-      {5, 32, "5"},
-      {0, 32, "0"},
-      {0x100, 32, "256"},
-      {0x7FFF, 32, "32767"},
-      {0x8000, 32, "0x00008000"},
-      {0x41424300, 32, "0x41424300"},
-      {0x4142437F, 32, "0x4142437f"},
-      {0x41424380, 32, "0x41424380"},
-      {0xFFFFFFFF, 32, "0xffffffff"},
-      {0x74657374, 4, "'te"},
-      {0x74657374, 1, ""},
+      {0x74657374, 32, "'test'"},     {0, 32, "0"},
+      {0x7FFF, 32, "32767"},          {0x8000, 32, "0x00008000"},
+      {0x41424300, 32, "0x41424300"}, {0x41424380, 32, "0x41424380"},
+      {0xFFFFFFFF, 32, "0xffffffff"}, {0x74657374, 4, "'te"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.text);
@@ -62,19 +51,12 @@ TEST(OSTypeText, NumbersComeBeforeCharacters) {
       {"1234", 0, 1234},  // bare digits are a number
       {"-1", 0, 0xFFFFFFFF},
       {" 12ab", 0, 12},
-      {"0x1234", 0, 1234},  // meant: decimal in spite of the prefix
-      {"0x00ff", 0, 0},
+      {"0x1234", 0, 1234},           // meant: decimal in spite of the prefix
       {"0x123456789", 0, 12345678},  // eight digits are read
-      {"0x-5", 0, 0xFFFFFFFB},
-      {"0x 12", 0, 12},
       {"0xff", 0, 0},  // meant: no decimal behind the prefix, so the "0" before the "x"
       {"99999999999", 0, 0x7FFFFFFF},
-      {"-99999999999", 0, 0x80000000},
-      {"-abc", 0, 0x2D616263},
       {"abc", paramErr, 7},  // too short
-      {"abcde", paramErr, 7},
       {"'abc'", paramErr, 7},
-      {"'abcde", paramErr, 7},
       {"", paramErr, 7},
       {nullptr, paramErr, 7},
   };

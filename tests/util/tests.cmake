@@ -1,7 +1,6 @@
 vlt_add_test(NAME util_test LABEL unit
   SOURCES
     app_error_utils_test.cpp
-    bootstrap_error_test.cpp
     conversions_test.cpp
     ostype_text_test.cpp
     strings_test.cpp
