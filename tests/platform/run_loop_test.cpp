@@ -59,12 +59,6 @@ struct Action {
   std::atomic<int> cancelled{0};
 };
 
-TEST(RunLoop, AnEmptyModeIsFinishedAtOnce) {
-  EXPECT_EQ(kCFRunLoopRunFinished, CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, false));
-  EXPECT_EQ(kCFRunLoopRunFinished, CFRunLoopRunInMode(CFSTR("nobody's"), kLong, false));
-  CFRunLoopRun();
-}
-
 TEST(RunLoop, NullAndForeignObjectsAreNeutral) {
   EXPECT_FALSE(CFRunLoopContainsSource(nullptr, nullptr, nullptr));
   EXPECT_FALSE(CFRunLoopIsWaiting(nullptr));
@@ -118,14 +112,6 @@ TEST(RunLoop, ASignalDuringPerformGivesAnotherPass) {
   action.Signal();
   EXPECT_EQ(kCFRunLoopRunStopped, CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, false));
   EXPECT_EQ(3, action.performed);
-}
-
-TEST(RunLoop, ReturnsAfterASourceWhenAsked) {
-  Action action;
-  action.Add();
-  action.Signal();
-  EXPECT_EQ(kCFRunLoopRunHandledSource, CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, true));
-  EXPECT_EQ(1, action.performed);
 }
 
 TEST(RunLoop, RemovedAndInvalidatedSourcesDoNotFire) {
@@ -224,40 +210,6 @@ TEST(RunLoop, WakesFromAnotherThread) {
   }
   thread.join();
   EXPECT_EQ(1, action.cancelled);  // the thread's end took it out
-}
-
-// Adding, removing, signalling and invalidating from other threads while the loop fires.
-TEST(RunLoop, SourcesComeAndGoFromOtherThreads) {
-  std::promise<CFRunLoopRef> started;
-  std::atomic<bool> done{false};
-  std::thread thread([&] {
-    Action idle;
-    idle.Add();
-    CFRetain(Current());  // the thread may have ended already when it is stopped
-    started.set_value(Current());
-    while (!done) CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, true);
-  });
-  const CFRunLoopRef loop = started.get_future().get();
-  const auto churn = [loop] {
-    for (int i = 0; i < 500; i++) {
-      CFRunLoopSourceContext context = {};
-      context.perform = [](void*) {};
-      OwnedSource source(CFRunLoopSourceCreate(kCFAllocatorDefault, i % 3, &context));
-      CFRunLoopAddSource(loop, source.get(), kCFRunLoopDefaultMode);
-      CFRunLoopSourceSignal(source.get());
-      CFRunLoopWakeUp(loop);
-      if (i % 2 == 0) CFRunLoopRemoveSource(loop, source.get(), kCFRunLoopDefaultMode);
-      CFRunLoopSourceInvalidate(source.get());
-      EXPECT_FALSE(CFRunLoopContainsSource(loop, source.get(), kCFRunLoopDefaultMode));
-    }
-  };
-  std::thread other(churn);
-  churn();
-  other.join();
-  done = true;
-  CFRunLoopStop(loop);
-  thread.join();
-  CFRelease(loop);
 }
 
 TEST(RunLoop, TimersFireInTimeAndKeepTheirRhythm) {

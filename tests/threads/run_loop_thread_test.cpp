@@ -148,16 +148,6 @@ TEST(RunLoopThread, StartedAndStoppedTenThousandTimes) {
   EXPECT_EQ(5000, calls);  // a stop runs no call again
 }
 
-TEST(RunLoopThread, UsableAgainAfterItsFinalisation) {
-  Thread thread;
-  for (int i = 0; i < 3; i++) {
-    EXPECT_EQ(5, thread.CallSynchronous(Add, Number(2), Number(3), 0));
-    EXPECT_EQ(0, thread.FinalizeIfNeeded(0));
-    EXPECT_FALSE(thread.Runs());
-    EXPECT_EQ(0, thread.StopThreadAsync());  // nobody runs: forgotten
-  }
-}
-
 // The stop comes at any time of the start: before the task, before its loop is known, before the
 // loop runs.
 TEST(RunLoopThread, StoppedWhileItStarts) {

@@ -73,17 +73,6 @@ TEST(Worker, StatusesOfItsRuns) {
   }
 }
 
-TEST(Worker, NeverStarted) {
-  Worker worker;
-  EXPECT_EQ(0, worker.WaitForCompletion(kDurationForever));
-  EXPECT_EQ(kMPInvalidIDErr, worker.FlushNotifications());
-  EXPECT_EQ(kMPInvalidIDErr, worker.SetNotifyQueueReserve(3));
-  EXPECT_FALSE(worker.StopRequested());
-  EXPECT_EQ(-7, worker.Finalize(-7));
-  EXPECT_EQ(0, worker.Finalize(0));
-  EXPECT_TRUE(worker.StopRequested());
-}
-
 TEST(Worker, ATaskThatGivesUpAtItsStart) {
   std::atomic<bool> ran{false};
   Worker worker([&](Worker&) { return ran = true, 0; });
