@@ -18,14 +18,13 @@
 
 namespace {
 
+using Delivery = FaultTest;
+
 std::vector<SInt32> MarksAt(const TestProcess& server) {
   return AskServer(server.PortName(), kTellID).Marks();
 }
 
-TEST(Delivery, OneWayEventsArriveInOrderAlsoOfAThreadThatHasEnded) {
-  OpenDescriptorCheck noLeaks;
-  TestProcess server("FaultServer");
-  ASSERT_TRUE(server.WaitReady(20s));
+TEST_F(Delivery, OneWayEventsArriveInOrderAlsoOfAThreadThatHasEnded) {
   std::vector<SInt32> sent;
   RunOnThread([&] {
     mach_port_t port = MACH_PORT_NULL;
@@ -51,17 +50,13 @@ TEST_ROLE(Asker) {
   return kRoleDone;
 }
 
-TEST(Delivery, AClientThatVanishesDisturbsNobody) {
-  OpenDescriptorCheck noLeaks;
-  TestProcess server("FaultServer");
-  ASSERT_TRUE(server.WaitReady(20s));
+TEST_F(Delivery, AClientThatVanishesDisturbsNobody) {
   for (SInt32 round = 0; round < 5; ++round) {
     TestProcess client("Asker", server.PortName(), {});
     EXPECT_TRUE(client.WaitReady(20s));
     client.KillAndWait(20s);  // in the middle of its 8 MiB, or of the answer
     RunOnThread([&] { EXPECT_EQ(round, AskServer(server.PortName(), kEchoID, round).number); });
   }
-  EXPECT_EQ(std::nullopt, server.Wait(0ms));
 }
 
 TEST_ROLE(Thrower) {
@@ -81,7 +76,7 @@ TEST_ROLE(Thrower) {
   return kRoleDone;
 }
 
-TEST(Delivery, AnExceptionOfAHandlerReachesTheProgram) {
+TEST(Handlers, AnExceptionReachesTheProgram) {
   OpenDescriptorCheck noLeaks;
   TestProcess server("Thrower");
   ASSERT_TRUE(server.WaitReady(20s));

@@ -4,7 +4,6 @@
 #include <CoreServices/CoreServices.h>
 
 #include <algorithm>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -19,6 +18,8 @@
 // Ports and connections that come and go by the thousand leave nothing behind.
 
 namespace {
+
+using Churn = FaultTest;
 
 constexpr int kChurners = 8;
 constexpr int kRounds = 1250;  // of each; scaled
@@ -45,8 +46,7 @@ TEST_ROLE(Churner) {
       if (AskServer(role.PortName(), kEchoID, i).number != i) failures++;
     });
     VLTPortAEMachPortListener listener;
-    const auto nothing = [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return OSStatus{0}; };
-    if (listener.ListenOnPort(own.c_str(), CFRunLoopGetCurrent(), nothing, nullptr) != 0) {
+    if (listener.ListenOnPort(own.c_str(), CFRunLoopGetCurrent(), AnswerNothing, nullptr) != 0) {
       failures++;
     }
     if (LookUpPort(own.c_str()) != 0) failures++;
@@ -79,17 +79,9 @@ void ExpectLevel(const ProcessUse& early, const ProcessUse& late) {
   }
 }
 
-TEST(Churn, LeavesMemoryWhereItWas) {
-  OpenDescriptorCheck noLeaks;
-  TestProcess server("FaultServer");
-  ASSERT_TRUE(server.WaitReady(20s));
-  const ProcessUse before = UseOf(server.Pid());
-  std::vector<std::unique_ptr<TestProcess>> churners;
-  const int rounds = kRounds * TestScale();
-  for (int i = 0; i < kChurners; i++) {
-    churners.push_back(std::make_unique<TestProcess>(
-        "Churner", server.PortName(), std::vector<std::string>{std::to_string(rounds)}));
-  }
+TEST_F(Churn, LeavesMemoryWhereItWas) {
+  TestProcesses churners = StartProcesses(kChurners, "Churner", server.PortName(),
+                                          {std::to_string(kRounds * TestScale())});
   std::vector<Holding> early;
   for (auto& churner : churners) early.push_back(HearHolding(*churner));
   const ProcessUse serverEarly = UseOf(server.Pid());
@@ -106,11 +98,8 @@ TEST(Churn, LeavesMemoryWhereItWas) {
   RecordProperty("growth_bytes", std::to_string(growth));
   RecordProperty("server_bytes", std::to_string(serverLate.memory));
   RecordProperty("server_bytes_early", std::to_string(serverEarly.memory));
-  for (auto& churner : churners) {
-    churner->Tell("end");
-    EXPECT_EQ(kRoleDone, churner->Wait(20s));
-  }
-  ExpectBackAt(before, server.Pid());
+  for (auto& churner : churners) churner->Tell("end");
+  ExpectDone(churners);
   const std::vector<HostNameInfo> names = HostListNames();
   EXPECT_EQ(1u, names.size());  // the server's
 }

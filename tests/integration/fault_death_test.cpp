@@ -21,6 +21,8 @@
 
 namespace {
 
+using ServerStop = FaultTest;
+
 constexpr int kClients = 50;
 // What is meant to take 50 and 10 ms may take ten times that on a busy machine.
 constexpr int64_t kMostUntilTold = 500 * kHostMillisecond;
@@ -63,11 +65,7 @@ TEST(ServerDeath, EveryWaitingClientIsToldAtOnce) {
   for (int round = 0; round < TestScale(); round++) {
     TestProcess server("FaultServer");
     ASSERT_TRUE(server.WaitReady(20s));
-    std::vector<std::unique_ptr<TestProcess>> clients;
-    for (int i = 0; i < kClients; i++) {
-      clients.push_back(
-          std::make_unique<TestProcess>("Bereaved", server.PortName(), std::vector<std::string>()));
-    }
+    TestProcesses clients = StartProcesses(kClients, "Bereaved", server.PortName());
     for (int i = 0; i < kClients; i++) ASSERT_EQ("held", server.Hear(20s));
 
     const int64_t killed = HostNow();
@@ -81,12 +79,11 @@ TEST(ServerDeath, EveryWaitingClientIsToldAtOnce) {
       EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, told.named);
       longestUntilTold = std::max(longestUntilTold, told.finished - killed);
       longestAfterwards = std::max(longestAfterwards, told.elapsed);
-      EXPECT_EQ(kRoleDone, client->Wait(20s));
     }
+    ExpectDone(clients);
     FaultListener successor(nullptr);
-    const auto nothing = [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return OSStatus{0}; };
-    EXPECT_EQ(0,
-              successor.ListenOnPort(server.PortName(), CFRunLoopGetCurrent(), nothing, nullptr));
+    EXPECT_EQ(0, successor.ListenOnPort(server.PortName(), CFRunLoopGetCurrent(), AnswerNothing,
+                                        nullptr));
   }
   EXPECT_LT(longestUntilTold, kMostUntilTold);
   EXPECT_LT(longestUntilFree, kMostUntilFree);
@@ -138,19 +135,15 @@ std::vector<SInt32> MarksOf(const std::vector<SInt32>& all, SInt32 client) {
   return marks;
 }
 
-TEST(ServerStop, EachClientsTimeRunsOutAloneAndLateAnswersReachNobody) {
-  OpenDescriptorCheck noLeaks;
-  TestProcess server("FaultServer");
-  ASSERT_TRUE(server.WaitReady(20s));
-  const ProcessUse before = UseOf(server.Pid());
+TEST_F(ServerStop, EachClientsTimeRunsOutAloneAndLateAnswersReachNobody) {
   constexpr int kPatients = 12;
-  std::vector<std::unique_ptr<TestProcess>> clients;
+  TestProcesses clients;
   for (int i = 0; i < kPatients; i++) {
     clients.push_back(std::make_unique<TestProcess>(
         "Patient", server.PortName(),
         std::vector<std::string>{std::to_string(i + 1), std::to_string(6 * (i + 1))}));
   }
-  for (auto& client : clients) ASSERT_TRUE(client->WaitReady(20s));
+  ExpectReady(clients);
 
   server.Signal(SIGSTOP);
   WaitForState(server, 'T');
@@ -172,7 +165,7 @@ TEST(ServerStop, EachClientsTimeRunsOutAloneAndLateAnswersReachNobody) {
 
   server.Signal(SIGCONT);
   for (auto& client : clients) ASSERT_TRUE(client->Tell("goes on"));
-  for (auto& client : clients) EXPECT_EQ(kRoleDone, client->Wait(20s));
+  ExpectDone(clients);
   std::vector<SInt32> expected;
   for (SInt32 i = 1; i <= kMarksAfterwards + 3; i++) expected.push_back(i);
   RunOnThread([&] {
@@ -180,7 +173,6 @@ TEST(ServerStop, EachClientsTimeRunsOutAloneAndLateAnswersReachNobody) {
     EXPECT_EQ(kPatients * expected.size(), all.size());
     for (SInt32 i = 1; i <= kPatients; i++) EXPECT_EQ(expected, MarksOf(all, i)) << "client " << i;
   });
-  ExpectBackAt(before, server.Pid());
 }
 
 }  // namespace

@@ -17,9 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/introspect.h"
 #include "tests/integration/fault_server.h"
-#include "tests/integration/process_use.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/session_directory.h"
 #include "tests/support/test_process.h"
@@ -37,8 +35,8 @@ void TellStatus(TestRole& role, const std::string& what, OSStatus status) {
 }
 
 OSStatus ListenUnder(VLTPortAEMachPortListener& listener, const std::string& name) {
-  const auto nothing = [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return OSStatus{0}; };
-  const OSStatus err = listener.ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), nothing, nullptr);
+  const OSStatus err =
+      listener.ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), AnswerNothing, nullptr);
   return err == 0 ? 0 : listener.Deallocate(err);
 }
 

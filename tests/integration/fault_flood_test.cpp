@@ -3,21 +3,20 @@
 #include <CoreServices/CoreServices.h>
 
 #include <algorithm>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "platform/host/clock.h"
 #include "tests/integration/fault_server.h"
 #include "tests/integration/process_use.h"
-#include "tests/support/open_descriptor_check.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 
 // One sender that never stops, beside many that ask as one does.
 
 namespace {
+
+using Flood = FaultTest;
 
 constexpr int kClients = 50;
 constexpr int kRequests = 100;  // of each client in a run; scaled
@@ -55,10 +54,8 @@ TEST_ROLE(NormalClient) {
   return kRoleDone;
 }
 
-using Clients = std::vector<std::unique_ptr<TestProcess>>;
-
 // Microseconds that 99 of 100 requests of all clients stayed below.
-int64_t RunClients(Clients& clients, int requests) {
+int64_t RunClients(TestProcesses& clients, int requests) {
   for (auto& client : clients) EXPECT_TRUE(client->Tell("go"));
   std::vector<int64_t> waits;
   for (auto& client : clients) {
@@ -79,7 +76,7 @@ struct Waits {
 };
 
 // What the clients wait for without and then with a flood beside them.
-void RunTurn(const TestProcess& server, Clients& clients, int requests, Waits* waits) {
+void RunTurn(const TestProcess& server, TestProcesses& clients, int requests, Waits* waits) {
   waits->quiet = RunClients(clients, requests);
   TestProcess flooder("Flooder", server.PortName(), {});
   ASSERT_TRUE(flooder.WaitReady(20s));
@@ -94,18 +91,11 @@ void RunTurn(const TestProcess& server, Clients& clients, int requests, Waits* w
   EXPECT_EQ(kRoleDone, flooder.Wait(20s));
 }
 
-TEST(Flood, OfOneSenderHardlyTouchesTheOthers) {
-  OpenDescriptorCheck noLeaks;
-  TestProcess server("FaultServer");
-  ASSERT_TRUE(server.WaitReady(20s));
-  const ProcessUse before = UseOf(server.Pid());
+TEST_F(Flood, OfOneSenderHardlyTouchesTheOthers) {
   const int requests = kRequests * TestScale();
-  Clients clients;
-  for (int i = 0; i < kClients; i++) {
-    clients.push_back(std::make_unique<TestProcess>(
-        "NormalClient", server.PortName(), std::vector<std::string>{std::to_string(requests)}));
-  }
-  for (auto& client : clients) ASSERT_TRUE(client->WaitReady(20s));
+  TestProcesses clients =
+      StartProcesses(kClients, "NormalClient", server.PortName(), {std::to_string(requests)});
+  ExpectReady(clients);
   Waits waits;
   for (int turn = 1; turn <= kMostTurns; turn++) {
     ASSERT_NO_FATAL_FAILURE(RunTurn(server, clients, requests, &waits));
@@ -115,8 +105,7 @@ TEST(Flood, OfOneSenderHardlyTouchesTheOthers) {
   RecordProperty("quiet_p99_us", std::to_string(waits.quiet));
   RecordProperty("flooded_p99_us", std::to_string(waits.flooded));
   for (auto& client : clients) client->Tell("end");
-  for (auto& client : clients) EXPECT_EQ(kRoleDone, client->Wait(20s));
-  ExpectBackAt(before, server.Pid());
+  ExpectDone(clients);
 }
 
 }  // namespace

@@ -4,9 +4,7 @@
 #include <CoreServices/CoreServices.h>
 #include <servers/bootstrap.h>
 
-#include <memory>
 #include <string>
-#include <vector>
 
 #include "tests/integration/fault_server.h"
 #include "tests/integration/process_use.h"
@@ -93,14 +91,8 @@ TEST_ROLE(Waiter) {
   return kRoleDone;
 }
 
-using Processes = std::vector<std::unique_ptr<TestProcess>>;
-
-Processes StartWaiters(TestProcess& server) {
-  Processes waiters;
-  for (int i = 0; i < kWaiting; i++) {
-    waiters.push_back(
-        std::make_unique<TestProcess>("Waiter", server.PortName(), std::vector<std::string>()));
-  }
+TestProcesses StartWaiters(TestProcess& server) {
+  TestProcesses waiters = StartProcesses(kWaiting, "Waiter", server.PortName());
   for (int i = 0; i < kWaiting; i++) EXPECT_EQ("held", server.Hear(20s));
   return waiters;
 }
@@ -119,7 +111,7 @@ TEST(PortsEnd, InTheMiddleOfARequest) {
       ExpectBackAt(before, server.Pid());
     }
     first = false;
-    Processes waiters = StartWaiters(server);
+    TestProcesses waiters = StartWaiters(server);
     RunOnThread([&] {
       const FaultAnswer last = AskServer(server.PortName(), way, 77);
       EXPECT_EQ(0, last.status);  // its callout was running: it is still answered
@@ -133,10 +125,8 @@ TEST(PortsEnd, InTheMiddleOfARequest) {
     } else {
       EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, LookUpPort(server.PortName()));
     }
-    for (auto& waiter : waiters) {
-      EXPECT_EQ(std::to_string(connectionInvalid), waiter->Hear(20s));
-      EXPECT_EQ(kRoleDone, waiter->Wait(20s));
-    }
+    for (auto& waiter : waiters) EXPECT_EQ(std::to_string(connectionInvalid), waiter->Hear(20s));
+    ExpectDone(waiters);
     if (way == kStopID) {
       RunOnThread([&] { EXPECT_EQ(0, AskServer(server.PortName(), kStopID).status); });
       EXPECT_EQ("ended", server.Hear(20s));
@@ -165,12 +155,9 @@ TEST(NestedRun, ServesOthersWhileARequestIsUnderWay) {
   std::thread outerThread([&] { outer = AskServer(server.PortName(), kNestID, 150); });
   std::thread middleThread([&] { middle = AskServer(server.PortName(), kNestID, 50); });
   std::thread innerThread([&] { inner = AskServer(server.PortName(), kNestID, 10); });
-  Processes others;
-  for (int i = 0; i < kOthers; i++) {
-    others.push_back(std::make_unique<TestProcess>(
-        "Echoer", server.PortName(), std::vector<std::string>{std::to_string(kEach)}));
-  }
-  for (auto& other : others) EXPECT_EQ(kRoleDone, other->Wait(20s));
+  TestProcesses others =
+      StartProcesses(kOthers, "Echoer", server.PortName(), {std::to_string(kEach)});
+  ExpectDone(others);
   outerThread.join();
   middleThread.join();
   innerThread.join();

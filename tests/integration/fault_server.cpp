@@ -28,9 +28,7 @@ TEST_ROLE(NarrowFaultServer) {
 }
 
 OSStatus FaultListener::Listen() {
-  // The callback is never called: messages come to PortCallback.
-  const auto nothing = [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return OSStatus{0}; };
-  return ListenOnPort(role->PortName(), CFRunLoopGetCurrent(), nothing, nullptr);
+  return ListenOnPort(role->PortName(), CFRunLoopGetCurrent(), AnswerNothing, nullptr);
 }
 
 void FaultListener::PortCallback(CFMachPortRef, void* message, CFIndex) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CoreServices/CoreServices.h>
+#include <gtest/gtest.h>
 #include <mach/mach.h>
 
 #include <cstdint>
@@ -8,6 +9,9 @@
 #include <vector>
 
 #include "aeport/port_listener.h"
+#include "tests/integration/process_use.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 
 // The server that the fault tests talk to, and how they ask it. Every event has a number and data.
@@ -27,6 +31,27 @@ enum : AEEventID {
   kHoldID = FourCC('h', 'o', 'l', 'd'),  // never answered; the role tells its test "held"
   kDropID = FourCC('d', 'r', 'o', 'p'),  // counted only: for those who want no answer
 };
+
+// A test with a server of its own. Afterwards the server, which must still run, holds no more than
+// it held at first.
+class FaultTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(server.WaitReady(20s));
+    before = UseOf(server.Pid());
+  }
+  void TearDown() override {
+    EXPECT_EQ(std::nullopt, server.Wait(0ms));
+    ExpectBackAt(before, server.Pid());
+  }
+
+  OpenDescriptorCheck noLeaks;
+  TestProcess server{"FaultServer"};
+  ProcessUse before;
+};
+
+// A listener's callback that is never called, or has nothing to say.
+inline OSStatus AnswerNothing(UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return 0; }
 
 // Serves one message after the other, until `Serve` of a subclass does otherwise.
 class FaultListener : public VLTPortAEMachPortListener {

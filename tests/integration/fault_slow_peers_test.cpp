@@ -21,6 +21,8 @@
 
 namespace {
 
+using UnreadAnswers = FaultTest;
+
 constexpr int kServerDescriptors = 128;
 constexpr int kSlowPeers = 500;
 constexpr int kSilentPeers = 1000;
@@ -129,7 +131,7 @@ TEST(SlowPeers, HoldNobodyUpThoughDescriptorsAreFew) {
   TestProcess server("NarrowFaultServer", {std::to_string(kServerDescriptors)});
   ASSERT_TRUE(server.WaitReady(20s));
   const ProcessUse before = UseOf(server.Pid());
-  std::vector<std::unique_ptr<TestProcess>> clients;
+  TestProcesses clients;
   for (const char* kind : {"kept", "new", "hesitant"}) {
     clients.push_back(std::make_unique<TestProcess>("GoodClient", server.PortName(),
                                                     std::vector<std::string>{kind}));
@@ -166,11 +168,7 @@ TEST(SlowPeers, HoldNobodyUpThoughDescriptorsAreFew) {
 
 // The allocator may keep room for a large answer once it has made some; it must not keep more of it
 // with every client that leaves.
-TEST(SlowPeers, UnreadAnswersLeaveNothingBehind) {
-  OpenDescriptorCheck noLeaks;
-  TestProcess server("FaultServer");
-  ASSERT_TRUE(server.WaitReady(20s));
-  const ProcessUse before = UseOf(server.Pid());
+TEST_F(UnreadAnswers, LeaveNothingBehind) {
   size_t early = 0;
   for (int round = 0; round < 20 * TestScale(); round++) {
     {

@@ -8,7 +8,6 @@
 #include <atomic>
 #include <future>
 #include <memory>
-#include <string>
 #include <thread>
 #include <vector>
 

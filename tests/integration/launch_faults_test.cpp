@@ -11,10 +11,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "launch/launch.h"
 #include "tests/integration/launch_support.h"
@@ -146,8 +144,7 @@ TEST(LaunchFaults, ProgramsThatDoNotBehave) {
 std::string DumpedBy(LaunchedApplications& apps, const std::string& name) {
   const std::string path = apps.Folder().Path(name);
   EXPECT_TRUE(WaitUntil([&] { return access(path.c_str(), F_OK) == 0; }, 20s));
-  std::ifstream file(path);
-  return std::string(std::istreambuf_iterator<char>(file), {});
+  return ReadFile(path);
 }
 
 std::atomic<int> sChildSignals{0};
@@ -344,12 +341,8 @@ TEST(LaunchFaults, ManyClientsStartOneDaemon) {
   const std::string path =
       apps.AddBundle("Daemon.app", {"com.test", "test", "APPL", "program", "1"},
                      apps.NoteStep("daemon") + "claim " + port + "\nloop\n");
-  std::vector<std::unique_ptr<TestProcess>> processes;
-  for (int i = 0; i < clients; i++) {
-    processes.push_back(
-        std::make_unique<TestProcess>("Client", std::vector<std::string>{path, port}));
-  }
-  for (auto& process : processes) ASSERT_TRUE(process->WaitReady(60s));
+  TestProcesses processes = StartProcesses(clients, "Client", "", {path, port});
+  ExpectReady(processes);
   for (int round = 1; round <= rounds; round++) {
     for (auto& process : processes) process->Tell("go");
     for (auto& process : processes) EXPECT_EQ("0", process->Hear(60s));

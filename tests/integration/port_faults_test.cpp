@@ -13,40 +13,27 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
-#include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "aeport/port_listener.h"
 #include "platform/host/clock.h"
 #include "platform/host/context_directory.h"
-#include "platform/host/frame.h"
 #include "platform/host/name_registry.h"
 #include "tests/integration/fault_server.h"
 #include "tests/integration/process_use.h"
-#include "tests/integration/raw_peer.h"
 #include "tests/support/open_descriptor_check.h"
+#include "tests/support/scratch_folder.h"
 #include "tests/support/session_directory.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 
 namespace {
 
-OSStatus Answer(UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return 0; }
-
 OSStatus Ask(const char* name) { return AskServer(name).status; }
 
 OSStatus Listen(VLTPortAEMachPortListener& listener, const char* name) {
-  return listener.ListenOnPort(name, CFRunLoopGetCurrent(), Answer, nullptr);
-}
-
-TEST_ROLE(Server) {
-  VLTPortAEMachPortListener listener;
-  if (Listen(listener, role.PortName()) != 0) return kRoleFailed;
-  role.SignalReady();
-  CFRunLoopRun();
-  return kRoleFailed;  // the test kills us first
+  return listener.ListenOnPort(name, CFRunLoopGetCurrent(), AnswerNothing, nullptr);
 }
 
 // Racing for a name.
@@ -74,12 +61,8 @@ TEST(PortRace, OneOfFiftyWinsEachOfAHundredRounds) {
   OpenDescriptorCheck noLeaks;
   constexpr int kRacers = 50, kRounds = 100;
   const std::string name = UniquePortName();
-  std::vector<std::unique_ptr<TestProcess>> racers;
-  for (int i = 0; i < kRacers; i++) {
-    racers.push_back(
-        std::make_unique<TestProcess>("Racer", name.c_str(), std::vector<std::string>()));
-  }
-  for (auto& racer : racers) ASSERT_TRUE(racer->WaitReady(20s));
+  TestProcesses racers = StartProcesses(kRacers, "Racer", name.c_str());
+  ExpectReady(racers);
   for (int round = 0; round < kRounds; round++) {
     const std::string instant = std::to_string(HostNow() + 4 * kHostMillisecond);
     for (auto& racer : racers) ASSERT_TRUE(racer->Tell(instant));
@@ -100,7 +83,7 @@ TEST(PortRace, OneOfFiftyWinsEachOfAHundredRounds) {
     ASSERT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, LookUpPort(name.c_str()));
   }
   for (auto& racer : racers) racer->Tell("end");
-  for (auto& racer : racers) EXPECT_EQ(kRoleDone, racer->Wait(20s));
+  ExpectDone(racers);
 }
 
 // Death of the owner.
@@ -137,7 +120,7 @@ TEST(PortOwner, LookUpsFollowTheName) {
 
 TEST(PortOwner, ARemovedNameFileLeadsNowhere) {
   OpenDescriptorCheck noLeaks;
-  TestProcess first("Server");
+  TestProcess first("FaultServer");
   ASSERT_TRUE(first.WaitReady(20s));
   uint64_t port = 0, successor = 0;
   for (int i = 0; i < 3; i++) ASSERT_EQ(0, HostFindName(first.PortName(), &port));
@@ -147,7 +130,7 @@ TEST(PortOwner, ARemovedNameFileLeadsNowhere) {
     std::filesystem::remove(file.path());
   }
   EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, HostFindName(first.PortName(), &successor));
-  TestProcess second("Server", first.PortName(), {});
+  TestProcess second("FaultServer", first.PortName(), {});
   ASSERT_TRUE(second.WaitReady(20s));
   EXPECT_EQ(0, HostFindName(first.PortName(), &successor));
   EXPECT_NE(port, successor);
@@ -211,7 +194,7 @@ TEST_ROLE(ChildOfAClient) {
 
 TEST(PortClient, ParentAndForkedChildSpeakForThemselves) {
   OpenDescriptorCheck noLeaks;
-  TestProcess server("Server");
+  TestProcess server("FaultServer");
   ASSERT_TRUE(server.WaitReady(20s));
   TestProcess client("ChildOfAClient", server.PortName(), {});
   EXPECT_EQ(kRoleDone, client.Wait(20s));
@@ -277,74 +260,6 @@ TEST(PortClient, KeepsItsOrderThroughNewConnections) {
   EXPECT_EQ(kRoleDone, server.Wait(20s));
 }
 
-// Hostile peers: what they write raw must disturb nobody.
-
-std::string RandomBytes(size_t size) {
-  std::minstd_rand random(4711);
-  std::string bytes(size, 0);
-  for (char& byte : bytes) byte = static_cast<char>(random());
-  return bytes;
-}
-
-// A list in a list in a list, ten thousand deep, each claiming to hold the next.
-std::string NestedBody() {
-  std::string body(20, '\0');
-  for (int i = 0; i < 10000; i++) body += std::string("****list\0\0\xFF\xFF\0\0\0\x01", 16);
-  return body;
-}
-
-TEST(PortServer, SurvivesWhatIsNoMessage) {
-  OpenDescriptorCheck noLeaks;
-  TestProcess server("Server");
-  ASSERT_TRUE(server.WaitReady(20s));
-  const std::string nested = NestedBody();
-  std::string wrongMagic = RawHeader(0);
-  wrongMagic[0] = 'X';
-  const struct {
-    const char* what;
-    std::string bytes;
-  } rows[] = {
-      {"nothing", ""},
-      {"one byte", "v"},
-      {"half a header", RawHeader(100).substr(0, 16)},
-      {"huge length", RawHeader(0xFFFFFFFF)},
-      {"limit", RawHeader(kHostFrameLimit - kHostFrameHeaderSize)},
-      {"truncated body", RawHeader(1000) + std::string(500, 'b')},
-      {"empty body", RawHeader(0)},
-      {"zero body", RawHeader(64) + std::string(64, '\0')},
-      {"random", RandomBytes(1024)},
-      {"random body", RawHeader(1024) + RandomBytes(1024)},
-      {"wrong magic", wrongMagic},
-      {"nested", RawHeader(static_cast<uint32_t>(nested.size())) + nested},
-  };
-  RunOnThread([&] {
-    EXPECT_EQ(0, Ask(server.PortName()));
-    // Counted with this thread's own connection open.
-    const size_t descriptors = UseOf(server.Pid()).descriptors;
-    const size_t memory = UseOf(server.Pid()).memory;
-    ClearTestLog();
-    for (int round = 0; round < 20; round++) {
-      std::vector<std::unique_ptr<RawPeer>> hostile;
-      for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        hostile.push_back(std::make_unique<RawPeer>(server.PortName()));
-        hostile.back()->Write(row.bytes);
-        ASSERT_EQ(0, Ask(server.PortName()));
-      }
-    }
-    // The closed ones are seen at the latest when a later request has been answered twice.
-    const int64_t end = HostNow() + 20 * kHostSecond;
-    while (UseOf(server.Pid()).descriptors != descriptors && HostNow() < end) {
-      Ask(server.PortName());
-    }
-    EXPECT_EQ(descriptors, UseOf(server.Pid()).descriptors);
-    if (kMemoryTells) {
-      EXPECT_LT(UseOf(server.Pid()).memory, memory + (size_t{4} << 20));
-    }
-    EXPECT_EQ("", TestLogText());
-  });
-}
-
 // The session directory.
 
 TEST_ROLE(Visitor) {
@@ -399,21 +314,6 @@ TEST(SessionDirectory, AnUnusableOneIsRefusedWithTheReason) {
   }
 }
 
-TEST_ROLE(DeepServer) {
-  setenv("XDG_RUNTIME_DIR", role.Argument(0).c_str(), 1);
-  VLTPortAEMachPortListener listener;
-  if (Listen(listener, role.PortName()) != 0) return kRoleFailed;
-  role.SignalReady();
-  CFRunLoopRun();
-  return kRoleFailed;
-}
-
-TEST_ROLE(DeepClient) {
-  setenv("XDG_RUNTIME_DIR", role.Argument(0).c_str(), 1);
-  role.Tell(std::to_string(Ask(role.PortName())));
-  return kRoleDone;
-}
-
 TEST(SessionDirectory, ALongPathWorks) {
   std::vector<std::string> folders = {NewFolder()};
   for (int i = 0; i < 10; i++) {
@@ -421,10 +321,11 @@ TEST(SessionDirectory, ALongPathWorks) {
     ASSERT_EQ(0, mkdir(folders.back().c_str(), 0700));
   }
   {
-    TestProcess server("DeepServer", {folders.back()});
+    const ScopedVariable runtime("XDG_RUNTIME_DIR", folders.back().c_str());
+    TestProcess server("FaultServer");
     ASSERT_TRUE(server.WaitReady(20s));
-    TestProcess client("DeepClient", server.PortName(), {folders.back()});
-    EXPECT_EQ("0", client.Hear(20s));
+    TestProcess client("ChildOfAClient", server.PortName(), {});
+    EXPECT_EQ(kRoleDone, client.Wait(20s));
   }
   EXPECT_EQ(0, system(("rm -r " + folders.front()).c_str()));
 }

@@ -2,9 +2,7 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
-#include <algorithm>
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -56,12 +54,12 @@ TEST_ROLE(Victim) {
 TEST(PreferencesWriters, EveryAcknowledgedKeyIsThere) {
   OpenDescriptorCheck noLeaks;
   const int keys = kKeys * TestScale();
-  std::vector<std::unique_ptr<TestProcess>> writers;
+  TestProcesses writers;
   for (int i = 0; i < kWriters; i++) {
     writers.push_back(std::make_unique<TestProcess>(
         "Writer", std::vector<std::string>{std::to_string(i), std::to_string(keys)}));
   }
-  for (auto& writer : writers) ASSERT_TRUE(writer->WaitReady(60s));
+  ExpectReady(writers);
   for (auto& writer : writers) ASSERT_TRUE(writer->Tell("go"));
   for (int i = 0; i < kVictims * TestScale(); i++) {
     TestProcess victim("Victim", {std::to_string(i)});

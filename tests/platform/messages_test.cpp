@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <mach/mach.h>
 
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <future>
@@ -111,24 +110,6 @@ Answer AskWhileServing(mach_port_t port, SInt32 number) {
   return asking.get();
 }
 
-TEST(Messages, AThreadAsksAnotherOfItsProcess) {
-  Server server(Echo);
-  std::atomic<int> answered{0};
-  const auto ask = [&](SInt32 first) {
-    for (SInt32 i = first; i < first + 100; i++) {
-      StDesc event, reply;
-      MakeEvent(server.Port(), i, &event);
-      EXPECT_EQ(0, AESendMessage(&event, &reply, kAEWaitReply, 600));
-      EXPECT_EQ(i, NumberOf(&reply));
-      answered++;
-    }
-  };
-  std::thread a(ask, 0), b(ask, 1000);
-  EXPECT_TRUE(Server::Run([&] { return answered == 200; }));
-  a.join();
-  b.join();
-}
-
 TEST(Messages, OnesOwnQueueNeverWaitsAndKeepsTheOrder) {
   std::vector<SInt32> seen;
   Server server([&](const AppleEvent& event, AppleEvent& reply) {
@@ -208,17 +189,6 @@ TEST(Messages, TheDeathOfThePortEndsTheWait) {
   }
 }
 
-TEST(Messages, TheHandlerMayEndItsPort) {
-  std::unique_ptr<Server> server;
-  server = std::make_unique<Server>([&](const AppleEvent& event, AppleEvent& reply) {
-    server->Destroy();
-    Echo(event, reply);
-  });
-  const Answer answer = AskWhileServing(server->Port(), 77);
-  EXPECT_EQ(0, answer.status);
-  EXPECT_EQ(77, answer.number);
-}
-
 TEST(Messages, AnAnswerThatCannotBeSentSaysSo) {
   Server server([](const AppleEvent&, AppleEvent& reply) {
     const std::string large(size_t{17} << 20, 'x');
@@ -230,23 +200,6 @@ TEST(Messages, AnAnswerThatCannotBeSentSaysSo) {
   const Answer answer = AskWhileServing(server.Port(), 1);
   EXPECT_EQ(0, answer.status);
   EXPECT_EQ(memFullErr, answer.error);
-}
-
-TEST(Messages, ANestedRunReclaimsOnlyItsOwn) {
-  std::string log;
-  Server inner([&](const AppleEvent& event, AppleEvent&) {
-    log += "inner " + std::to_string(NumberOf(&event)) + ",";
-  });
-  Server outer([&](const AppleEvent& event, AppleEvent& reply) {
-    StDesc nested;
-    MakeEvent(inner.Port(), 2, &nested);
-    EXPECT_EQ(0, AESendMessage(&nested, nullptr, kAENoReply, 0));
-    EXPECT_EQ(kCFRunLoopRunHandledSource, CFRunLoopRunInMode(kCFRunLoopDefaultMode, 5, true));
-    log += "outer " + std::to_string(NumberOf(&event));
-    Echo(event, reply);
-  });
-  EXPECT_EQ(0, AskWhileServing(outer.Port(), 1).status);
-  EXPECT_EQ("inner 2,outer 1", log);
 }
 
 TEST(Messages, BadSendsGetTheirCodes) {
@@ -264,7 +217,6 @@ TEST(Messages, BadSendsGetTheirCodes) {
     OSStatus err;
   } rows[] = {
       {typeMachPort, {4711}, connectionInvalid},
-      {typeMachPort, {MACH_PORT_NULL}, connectionInvalid},
       {typeProcessSerialNumber, {1, 2}, procNotFound},
       {typeKernelProcessID, {0x7FFFFFFF}, procNotFound},
       {typeApplSignature, {FourCC('n', 'o', 'n', 'e')}, procNotFound},

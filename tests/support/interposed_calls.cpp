@@ -8,7 +8,6 @@
 
 #include <cerrno>
 #include <cstdarg>
-#include <cstring>
 #include <ctime>
 
 namespace {

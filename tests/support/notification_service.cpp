@@ -8,8 +8,6 @@
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <mutex>

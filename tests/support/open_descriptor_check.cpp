@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <limits.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <servers/bootstrap.h>

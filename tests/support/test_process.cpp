@@ -109,6 +109,23 @@ std::optional<std::string> TestProcess::Hear(std::chrono::milliseconds limit) {
 
 bool TestProcess::Tell(const std::string& line) { return WriteLine(toRole, line); }
 
+TestProcesses StartProcesses(int count, const std::string& role, const char* portName,
+                             const std::vector<std::string>& arguments) {
+  TestProcesses processes;
+  for (int i = 0; i < count; i++) {
+    processes.push_back(std::make_unique<TestProcess>(role, portName, arguments));
+  }
+  return processes;
+}
+
+void ExpectReady(TestProcesses& processes) {
+  for (auto& process : processes) EXPECT_TRUE(process->WaitReady(60s));
+}
+
+void ExpectDone(TestProcesses& processes) {
+  for (auto& process : processes) EXPECT_EQ(kRoleDone, process->Wait(60s));
+}
+
 bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
   const auto end = Clock::now() + limit;
   while (!condition()) {

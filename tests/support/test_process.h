@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -47,6 +48,14 @@ class TestProcess {
   int fromRole = -1;
   std::string heard;
 };
+
+// So many that play one role under one name, with the same arguments.
+using TestProcesses = std::vector<std::unique_ptr<TestProcess>>;
+TestProcesses StartProcesses(int count, const std::string& role, const char* portName,
+                             const std::vector<std::string>& arguments = {});
+void ExpectReady(TestProcesses& processes);
+// Waits until all have ended by themselves, with kRoleDone.
+void ExpectDone(TestProcesses& processes);
 
 // A port name that no other test uses.
 std::string UniquePortName();
