@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "tests/aeport/serving.h"
-#include "tests/support/open_descriptor_check.h"
+#include "tests/support/scratch_folder.h"
 #include "tests/support/session_directory.h"
 
 namespace {
@@ -23,10 +23,7 @@ Lines LinesOf(const std::string& text) {
   return lines;
 }
 
-Lines NoticeLines() {
-  std::ifstream file(std::getenv("VLTHOST_NOTICES"));
-  return LinesOf(std::string(std::istreambuf_iterator<char>(file), {}));
-}
+Lines NoticeLines() { return LinesOf(ReadFile(std::getenv("VLTHOST_NOTICES"))); }
 
 // The log without the copies of notices.
 Lines FailureLines() {
@@ -53,16 +50,14 @@ class TestClient : public VLTAEClientSupport {
     return 0;
   }
   OSStatus VerifyServerRunning() override { return verifyResult; }
-  OSStatus ReadFromPreferences() override { return preferencesResult; }
 
   // One whole request for ('test', id), from a thread that does not serve.
-  OSStatus Request(UInt32 eventID, SInt32 mode = kAEWaitReply, bool verify = false, int retries = 0,
-                   int timeoutTicks = 0) {
+  OSStatus Request(UInt32 eventID, SInt32 mode = kAEWaitReply, bool verify = false) {
     VLTPortDestinationAddress address;
     VLTPortAppleEvent event(FourCC('t', 'e', 's', 't'), eventID, mode, nullptr,
                             kAutoGenerateReturnID, kAnyTransactionID);
     OSStatus err = ConstructEvent(address, event, verify);
-    if (err == 0) err = SendEvent(event, 0, retries, timeoutTicks);
+    if (err == 0) err = SendEvent(event, 0, 0, 0);
     HandleResult(err, &event, "Request", nullptr);
     return err;
   }
@@ -70,11 +65,9 @@ class TestClient : public VLTAEClientSupport {
   using VLTAEClientSupport::NotifyServerDisabledCompletion;
   using VLTAEClientSupport::sNotificationFlags;
   using VLTAEClientSupport::sNotificationRecord;
-  using VLTAEClientSupport::timeout;
 
   std::string portName = "test.nobody";
   OSStatus verifyResult = 0;
-  OSStatus preferencesResult = 0;
 };
 
 constexpr char kGone[] = "The Srv was disabled or removed. Please reinstall the Pkg.";
@@ -121,9 +114,6 @@ TEST_F(ClientSupport, TextsAreToTheLetter) {
       {"Srv", "Cli", "Pkg", "Srv", kGone, kIncompatible},
       {nullptr, nullptr, nullptr, "(null)",
        "The Server was disabled or removed. Please reinstall the Package.",
-       "The Client is incompatible with the Server. This is probably due to mismatched versions. "
-       "Please remove all old verisions of the Package and reinstall."},
-      {"", "", "", "", "The Server was disabled or removed. Please reinstall the Package.",
        "The Client is incompatible with the Server. This is probably due to mismatched versions. "
        "Please remove all old verisions of the Package and reinstall."},
       {"100%s", "%n", "%d", "100%s", "The 100%s was disabled or removed. Please reinstall the %d.",
@@ -182,21 +172,6 @@ TEST_F(ClientSupport, ARunOfFailuresIsReportedOnce) {
     EXPECT_EQ(row.notices, NoticeLines().size());
     EXPECT_EQ(row.lines, FailureLines().size());
   }
-}
-
-TEST_F(ClientSupport, ReportsAreArmedAnew) {
-  VLTAEClientSupport plain;
-  EXPECT_TRUE(plain.setReportAllFailures(true));
-  EXPECT_FALSE(plain.setReportAllFailures(false));
-  TestClient client;
-  EXPECT_TRUE(client.DoNotificationOnFailure());
-  EXPECT_FALSE(client.DoNotificationOnFailure());
-  client.preferencesResult = paramErr;
-  EXPECT_EQ(paramErr, client.Init());
-  EXPECT_FALSE(client.DoNotificationOnFailure());
-  client.preferencesResult = 0;
-  EXPECT_EQ(0, client.Init());
-  EXPECT_TRUE(client.DoNotificationOnFailure());
 }
 
 TEST_F(ClientSupport, TheBusyBitIsUndoneAtOnce) {
@@ -275,39 +250,6 @@ TEST_F(ClientSupport, WhatTheServerSaysIsNoFailureOfItsOwn) {
     EXPECT_EQ(row.lines, FailureLines().size());
     EXPECT_EQ(row.armsAnew, client.DoNotificationOnFailure());
   }
-}
-
-TEST_F(ClientSupport, TimeOutsAreRetriedWithPauses) {
-  // While the requests are made nobody runs the loop of this listener, so nothing is answered.
-  int received = 0;
-  EventHandler handler = [&received](const ServedEvent&) {
-    ++received;
-    return OSStatus{0};
-  };
-  VLTPortAEMachPortListener listener;
-  TestClient client(false, false);
-  client.portName = UniquePortName();
-  ASSERT_EQ(0, listener.ListenOnPort(client.portName.c_str(), CFRunLoopGetCurrent(), CallHandler,
-                                     &handler));
-  client.setSendEventTimeout(3);
-  EXPECT_EQ(3, client.timeout);
-  const struct {
-    int retries;
-    int attempts;
-  } rows[] = {{0, 1}, {-1, 1}, {2, 2}};
-  int expected = 0;
-  for (const auto& row : rows) {
-    using Clock = std::chrono::steady_clock;
-    const auto start = Clock::now();
-    RunOnThread(
-        [&] { EXPECT_EQ(errAETimeout, client.Request(kPing, kAEWaitReply, false, row.retries)); });
-    // One second after each, the last one too.
-    EXPECT_GE(Clock::now() - start, row.attempts * 1s);
-    expected += row.attempts;
-  }
-  EXPECT_TRUE(RunLoopUntil([&] { return received >= expected; }, 20s));
-  CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
-  EXPECT_EQ(expected, received);
 }
 
 }  // namespace

@@ -25,14 +25,11 @@ TEST_F(TypeLists, WhichTypeSuits) {
     DescType found;
   } rows[] = {
       {"in the list", typeChar, {typeSInt32, typeChar}, typeChar},
-      {"not in the list", typeChar, {typeSInt32}, 0},
       {"empty", typeChar, {}, 0},
       {"anything", typeWildCard, {typeSInt32}, kWild},
       {"the best", typeBest, {typeSInt32}, kBest},
-      {"an equal first entry", typeWildCard, {typeWildCard, typeChar}, typeWildCard},
       // Meant: the first entry that differs decides.
       {"an equal later entry", typeBest, {typeSInt32, typeBest}, kBest},
-      {"anything, empty", typeWildCard, {}, 0},
       {"a wildcard entry is no match", typeChar, {typeWildCard, typeBest}, 0},
   };
   for (const auto& row : rows) {
@@ -65,13 +62,10 @@ TEST_F(Coercions, ToOneType) {
   } rows[] = {
       {Long(7), typeSInt32, {0, Long(7)}},
       {Long(7), typeWildCard, {0, Long(7)}},
-      {Long(7), typeBest, {0, Long(7)}},
       {{typeSInt32, "odd"}, typeSInt32, {0, {typeSInt32, "odd"}}},  // copied, not looked at
       {Short(-7), typeSInt32, {0, Long(-7)}},
       {Long(70000), typeSInt16, kRefused},
-      {{typeSInt32, "odd"}, typeSInt16, kRefused},
       {Text("12"), typeSInt32, {0, Long(12)}},
-      {Text("twelve"), typeSInt32, kRefused},
       {Text("abc"), typePString, {0, PText("abc")}},
       {Text(std::string(256, 'x')), typePString, kRefused},
       {Text("abc"), typeCString, {0, CText("abc")}},
@@ -79,19 +73,13 @@ TEST_F(Coercions, ToOneType) {
       {Long(-12), typePString, {0, PText("-12")}},
       {Code(typeType, 0x61626364), typeCString, {0, CText("abcd")}},
       {CText("e\x8E"), typeUnicodeText, {0, UTF16(u"e\u00E9")}},
-      {PText("ab"), typeCString, {0, CText("ab")}},
-      {UTF8("\xC3\xA9"), typePString, {0, PText("\x8E")}},
       // The way through text ends: once, not for ever.
       {Text("abc"), typeEncodedString, kRefused},
-      {Text("abc"), typeStyledUnicodeText, kRefused},
-      {Long(5), typeEncodedString, kRefused},
       {UTF8("\xE4\xB8\xAD"), typePString, kRefused},  // no Mac Roman character
       {Bool(1), typePString, kRefused},               // no text
       // Only these go through text.
-      {PText("5"), typeSInt32, kRefused},
       {{typeNull, ""}, typeSInt32, kRefused},
       {{typeNull, ""}, typeNull, {0, {typeNull, ""}}},
-      {Text(""), typeChar, {0, Text("")}},
       {Text({"a\0b", 3}), typeCString, {0, CText({"a\0b", 3})}},
   };
   for (const auto& row : rows) {
@@ -125,10 +113,8 @@ TEST_F(Coercions, ToTheFirstTypeThatWorks) {
       {"own type, later in the list", Text("12"), {typeSInt32, typeChar}, {0, Text("12")}},
       {"first that works", Text("12"), {typeBoolean, typeSInt16, typeSInt32}, {0, Short(12)}},
       {"wildcard entry", Long(5), {typeWildCard}, {0, Short(5)}, typeSInt16},
-      {"best entry", Long(5), {typeBest}, {0, Short(5)}, kWild, typeSInt16},
       {"anything goes", Long(5), {typeWildCard}, {0, Long(5)}, typeWildCard},
       {"through text", Long(5), {typeType, typePString}, {0, PText("5")}},
-      {"last error", Text("x"), {typeSInt32, kWild}, kRefused},
       {"empty list", Text("x"), {}, kRefused},
   };
   for (const auto& row : rows) {
@@ -175,23 +161,6 @@ TEST_F(Coercions, ListsOfOneItemCountAsThatItem) {
   EXPECT_EQ(0, AECoerceDescToType(list, typeAEList, destination));
   EXPECT_EQ(0, AECountItems(&destination, &count));
   EXPECT_EQ(2, count);
-}
-
-// The deepest list that can be is carried around like any other; one level more is refused.
-TEST_F(Coercions, OfListsNestedToTheLimit) {
-  StList deepest;
-  ASSERT_EQ(0, AEPutPtr(&deepest, 0, typeChar, "12", 2));
-  for (int level = 1; level < 64; ++level) {
-    StList outer;
-    ASSERT_EQ(0, AEPutDesc(&outer, 0, &deepest)) << level;
-    ASSERT_EQ(0, AECoerceDescToType(outer, typeAEList, deepest));
-  }
-  StList oneMore;
-  StDesc number;
-  EXPECT_EQ(errAEBadListItem, AEPutDesc(&oneMore, 0, &deepest));
-  EXPECT_EQ(0, AECoerceDescToType(deepest, typeSInt32, number));
-  EXPECT_EQ(Long(12), Contents(number));
-  EXPECT_EQ(0, AECoerceDescToType(deepest, typePString, number));
 }
 
 TEST_F(Coercions, IntoItselfAsItIsMovesNothing) {

@@ -3,10 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <chrono>
-#include <memory>
 #include <string>
-#include <vector>
 
 #include <servers/bootstrap.h>
 
@@ -90,14 +87,6 @@ TEST(ProcessDestinationAddress, HoldsTheHighWordFirst) {
   EXPECT_EQ((std::array<UInt32, 2>{0x01020304, 0xA0B0C0D0}), words);
 }
 
-TEST(AppleEvent, AProcessThatDoesNotExistIsNotFound) {
-  VLTProcessDestinationAddress address({1, 0x7FFFFFFF});
-  VLTAppleEvent event(kTest, kPing, kAEWaitReply, &address, kAutoGenerateReturnID, 0);
-  ASSERT_EQ(0, event.createEvent());
-  EXPECT_EQ(procNotFound, event.sendEvent(0, 60, kAENormalPriority));
-  event.finalizeEvent();
-}
-
 struct PortAppleEvent : testing::Test {
   OpenDescriptorCheck noLeaks;
 };
@@ -124,6 +113,7 @@ TEST_F(PortAppleEvent, TheRepliesErrorNumberIsTheResult) {
       {"zero", Long(0), 0, 0, true},
       {"the handler's own", Long(-50), 0, -50, true},
       {"the result replaces it", Long(-50), -43, -43, true},
+      {"a positive one", {}, 1, 1, true},
       {"a short is coerced", Short(-50), 0, -50, true},
       {"text that is no number", Text("abc"), 0, 0, true},
   };
@@ -152,13 +142,10 @@ TEST_F(PortAppleEvent, TheConstructorsReplyModeWins) {
     bool hasError;
   } rows[] = {
       {kAENoReply, kAEWaitReply, 0, false, false},
-      {kAENoReply | kAECanInteract, 0, 0, false, false},
       {kAEWaitReply, kAENoReply | kAECanSwitchLayer, -7, true, true},
-      {kAEWaitReply | kAEAlwaysInteract, -4, -7, true, true},
       // Nothing to read yet, which is not the same as a reply without an error number.
       {kAEQueueReply, kAEWaitReply, 0, true, true},
       {0, kAEWaitReply, errAEUnknownSendMode, false, false},
-      {kAECanInteract, 3, errAEUnknownSendMode, false, false},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message() << row.constructed << " " << row.sent);
@@ -196,48 +183,6 @@ TEST_F(PortAppleEvent, MayBeSentAgain) {
                                nullptr));
     EXPECT_EQ(0, number);
   });
-}
-
-TEST_F(PortAppleEvent, WaitingOnTheServingThreadTimesOut) {
-  const Server server([](const ServedEvent&) { return 0; });
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(errAETimeout, Ask(server.name, kPing, kAEWaitReply, 12).status);
-  const auto waited = std::chrono::steady_clock::now() - start;
-  EXPECT_GE(waited, 190ms);
-  EXPECT_LT(waited, 5s);
-}
-
-TEST_F(PortAppleEvent, AServerThatGivesItsPortUpAnswersNobody) {
-  auto server = std::make_unique<Server>([](const ServedEvent&) { return 0; });
-  VLTPortDestinationAddress address(server->name.c_str());
-  ASSERT_EQ(0, address.initialize());
-  server.reset();
-  TestEvent event(&address);
-  ASSERT_EQ(0, event.createEvent());
-  EXPECT_EQ(connectionInvalid, event.sendEvent(0, 20 * 60, kAENormalPriority));
-}
-
-// Before its run loop runs a process can send itself what no socket would buffer.
-TEST_F(PortAppleEvent, AProcessSendsItselfALargeEventBeforeItServes) {
-  std::vector<UInt8> sent(4 * 1024 * 1024);
-  for (size_t i = 0; i < sent.size(); ++i) sent[i] = static_cast<UInt8>(i * 7 + i / 251);
-  std::vector<UInt8> received;
-  const Server server([&](const ServedEvent& served) {
-    Size size = 0;
-    EXPECT_EQ(0, AESizeOfParam(served.event, kBytes, nullptr, &size));
-    received.resize(size);
-    return AEGetParamPtr(served.event, kBytes, typeWildCard, nullptr, received.data(), size,
-                         nullptr);
-  });
-  VLTPortDestinationAddress address(server.name.c_str());
-  ASSERT_EQ(0, address.initialize());
-  TestEvent event(&address, kAENoReply);
-  ASSERT_EQ(0, event.createEvent());
-  ASSERT_EQ(0, AEPutParamPtr(&event.event, kBytes, FourCC('t', 'd', 't', 'a'), sent.data(),
-                             static_cast<Size>(sent.size())));
-  EXPECT_EQ(0, event.sendEvent(0, 60, kAENormalPriority));
-  EXPECT_TRUE(RunLoopUntil([&] { return !received.empty(); }, 20s));
-  EXPECT_EQ(sent, received);
 }
 
 TEST(EventText, IsAStringOfItsOwn) {

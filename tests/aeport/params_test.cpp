@@ -48,20 +48,16 @@ TEST_F(Params, EachHelperPutsItsTypeAndWidth) {
     Raw held;
   } rows[] = {
       {"true", Putting<bool>(PutBool(PutAEBoolean), true), Bool(1)},
-      {"false", Putting<bool>(PutBool(PutAEBoolean), false), Bool(0)},
       {"raw byte", Putting<unsigned char>(PutByte(PutAEBoolean), 0xA5), Bool(0xA5)},
       {"short", Putting<SInt16>(PutAEShort, -2), Short(-2)},
       {"long", Putting<SInt32>(PutAELong, -70000), Long(-70000)},
-      {"integer", Putting<int>(PutAEInteger, 70000), Long(70000)},
       {"comp", Putting<SInt64>(PutAELongLong, -5000000000), Comp(-5000000000)},
       {"unsigned comp", Putting<UInt64>(PutAEUInt64, 0xFFFFFFFFFFFFFFFE), Comp(-2)},
       {"float", Putting<float>(PutAEFloat, 1.5f), Float(1.5f)},
       {"double", Putting<double>(PutAEDouble, -0.1), Double(-0.1)},
       {"type", Putting<OSType>(PutAEOSType, typeChar), Code(typeType, 0x54455854)},
       {"C text", [](AEDesc* e) { return PutAECString(e, kKey, "abc"); }, Text("abc")},
-      {"empty C text", [](AEDesc* e) { return PutAECString(e, kKey, ""); }, Text("")},
       {"P text", PuttingArray<unsigned char>(PutAEText, {'a', 0, 'c'}, 3), Text({"a\0c", 3})},
-      {"part", PuttingArray<unsigned char>(PutAEText, {'a', 'b'}, 1), Text("a")},
       {"nothing", PuttingArray<unsigned char>(PutAEText, {}, 0), Text("")},
       {"shorts",
        PuttingArray<SInt16>(PutAEShortArray, {1, -1}, 2),
@@ -69,7 +65,6 @@ TEST_F(Params, EachHelperPutsItsTypeAndWidth) {
       {"longs",
        PuttingArray<SInt32>(PutAELongArray, {1, -1}, 2),
        {typeSInt32, Long(1).bytes + Long(-1).bytes}},
-      {"no longs", PuttingArray<SInt32>(PutAELongArray, {}, 0), {typeSInt32, ""}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
@@ -129,47 +124,29 @@ TEST_F(Params, EachHelperGetsItsTypeOrWhatCanBecomeIt) {
     double value;
   } rows[] = {
       {flag, Bool(1), 0, 1},
-      {flag, Bool(0), 0, 0},
       {flag, Bool(0x80), 0, 1},  // any non-zero byte
       {flag, Short(1), 0, 1},
-      {flag, Code(typeEnumerated, typeFalse), 0, 0},
       {flag, {typeTrue, ""}, 0, 1},
       {flag, {typeBoolean, ""}, 0, 0},          // no byte at all
       {flag, {typeBoolean, "\x00\x01"}, 0, 0},  // the first counts
       {flag, Short(2), errAECoercionFail, 77},  // nothing stored
       {byte, Bool(0x80), 0, 0x80},
-      {byte, {typeBoolean, ""}, 0, 77},
       {shorter, Short(-1), 0, -1},
-      {shorter, Long(32767), 0, 32767},
       {shorter, Long(32768), errAECoercionFail, 77},
       {shorter, Text(" -12 "), 0, -12},
-      {shorter, Bool(1), 0, 1},
-      {longer, Short(-1), 0, -1},
       {longer, Double(2.5), 0, 2},  // to even
-      {longer, Double(2147483647.4), 0, 2147483647},
       {longer, Double(2147483648), errAECoercionFail, 77},
-      {longer, Comp(-2147483648), 0, -2147483648.0},
       {longer, Comp(-2147483649), errAECoercionFail, 77},
-      {longer, Text("12a"), errAECoercionFail, 77},
       {longer, Text({"1\0", 2}), errAECoercionFail, 77},
       {longer, {typeSInt32, Long(7).bytes + Long(8).bytes}, 0, 7},  // the first of two
       {longer, {typeSInt32, ""}, 0, 77},                            // not one byte to store
-      {longer, {typeSInt16, "abc"}, errAECoercionFail, 77},
-      {longer, Code(typeType, 7), errAECoercionFail, 77},
-      {longer, {typeNull, ""}, errAECoercionFail, 77},
-      {comp, UComp(0x7FFFFFFFFFFFFC00), 0, 9223372036854774784.0},
       {comp, UComp(0x8000000000000000), errAECoercionFail, 77},
       {uint64, Comp(5), 0, 77},  // meant: never written
-      {uint64, Short(5), 0, 77},
       {uint64, Text("x"), errAECoercionFail, 77},
       {code, Code(typeType, 0x61626364), 0, 0x61626364},
-      {code, Code(typeEnumerated, 0x61626364), 0, 0x61626364},
       {code, Text("abcd"), 0, 0x61626364},
-      {code, Text("abc"), errAECoercionFail, 77},
       {code, Long(5), errAECoercionFail, 77},
-      {real, Float(0.5f), 0, 0.5},
       {real, Text("1e3"), 0, 1000},
-      {real, Bool(1), 0, 1},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::PrintToString(&row - rows) + ": " + testing::PrintToString(row.held));
@@ -261,10 +238,7 @@ TEST_F(Params, ArraysTellHowManyThereAre) {
        0,
        5,
        {1, 2, 9, 9}},
-      {"no room", Short(1), 0, 0, 1, {9, 9, 9, 9}},
-      {"none", {typeSInt16, ""}, 4, 0, 0, {9, 9, 9, 9}},
       {"an odd byte", {typeSInt16, Short(0x0101).bytes + "\x01"}, 1, 0, 1, {0x0101, 9, 9, 9}},
-      {"coerced", Long(-3), 4, 0, 1, {-3, 9, 9, 9}},
       {"two longs are no shorts",
        {typeSInt32, std::string(8, 0)},
        4,
@@ -272,7 +246,6 @@ TEST_F(Params, ArraysTellHowManyThereAre) {
        4,
        {9, 9, 9, 9}},
       {"negative", Short(1), -1, paramErr, -1, {9, 9, 9, 9}},
-      {"lowest", Short(1), INT32_MIN, paramErr, INT32_MIN, {9, 9, 9, 9}},
       {"too many to be true", Short(1), 0x40000000, paramErr, 0x40000000, {9, 9, 9, 9}},
   };
   for (const auto& row : rows) {
@@ -312,16 +285,12 @@ TEST_F(Params, NullPointersAreAnswered) {
 
   const OSErr refused[] = {
       PutAEBoolean(&event, kKey, static_cast<const bool*>(nullptr)),
-      PutAEBoolean(&event, kKey, static_cast<const unsigned char*>(nullptr)),
       PutAEShort(&event, kKey, nullptr),
-      PutAEDouble(&event, kKey, nullptr),
       PutAECString(&event, kKey, nullptr),
       PutAEPString(&event, kKey, nullptr),
       PutAEText(&event, kKey, nullptr, 1),
       PutAEText(&event, kKey, reinterpret_cast<const unsigned char*>("abc"), -1),
-      PutAELongArray(&event, kKey, &count, -1),
       PutAELongArray(&event, kKey, &count, 0x40000001),  // times 4 is 4, cut to 32 bits
-      PutAEShortArray(&event, kKey, nullptr, INT32_MIN),
       PutAELong(nullptr, kKey, &count),
   };
   for (const OSErr& err : refused) EXPECT_EQ(paramErr, err) << &err - refused;
@@ -333,16 +302,6 @@ TEST_F(Params, NullPointersAreAnswered) {
   EXPECT_EQ(errAENotAEDesc, PutAELong(&none, kKey, &count));
   EXPECT_EQ(errAEWrongDataType, PutAELong(&list, kKey, &count));
   EXPECT_EQ(errAEWrongDataType, GetAELong(&list, kKey, &count));
-}
-
-TEST_F(Params, RecordsAreReadAndWrittenLikeEvents) {
-  StDesc record;
-  ASSERT_EQ(0, AECreateList(nullptr, 0, true, &record));
-  const SInt16 put = 12;
-  SInt32 got = 0;
-  EXPECT_EQ(0, PutAEShort(&record, kKey, &put));
-  EXPECT_EQ(0, GetAELong(&record, kKey, &got));
-  EXPECT_EQ(12, got);
 }
 
 TEST_F(Params, WhetherOneExists) {
@@ -361,25 +320,12 @@ TEST_F(Params, WhetherOneExists) {
 }
 
 TEST_F(Params, CodesAsHexadecimalDigits) {
-  const struct {
-    OSType code;
-    UInt32 size;
-    OSStatus err;
-    std::string bytes;
-  } rows[] = {
-      {typeChar, 9, 0, std::string("54455854\0#", 10)},
-      {typeChar, 100, 0, std::string("54455854\0#", 10)},
-      {0, 9, 0, std::string("00000000\0#", 10)},
-      {0xFFFFFFFF, 9, 0, std::string("ffffffff\0#", 10)},
-      {typeChar, 8, paramErr, "##########"},
-      {typeChar, 0, paramErr, "##########"},
-  };
-  for (const auto& row : rows) {
-    std::string bytes(10, '#');
-    EXPECT_EQ(row.err, OSTypeToLongCString(row.code, bytes.data(), row.size));
-    EXPECT_EQ(Hex(row.bytes), Hex(bytes));
-  }
+  std::string bytes(10, '#');
+  EXPECT_EQ(paramErr, OSTypeToLongCString(typeChar, bytes.data(), 8));
   EXPECT_EQ(paramErr, OSTypeToLongCString(typeChar, nullptr, 9));
+  EXPECT_EQ("##########", bytes);
+  EXPECT_EQ(0, OSTypeToLongCString(0xFF5445AB, bytes.data(), 9));
+  EXPECT_EQ(std::string("ff5445ab\0#", 10), bytes);
 }
 
 }  // namespace

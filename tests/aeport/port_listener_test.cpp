@@ -2,10 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
-
-#include <servers/bootstrap.h>
 
 #include "tests/aeport/serving.h"
 #include "tests/support/open_descriptor_check.h"
@@ -41,7 +38,6 @@ struct Counter {
 // Shows what only subclasses see.
 class OpenListener : public VLTPortAEMachPortListener {
  public:
-  void ForgetCallback() { callback = nullptr; }
   mach_port_t Port() const { return port; }
   CFRunLoopSourceRef Source() const { return runLoopSource; }
   void PortInvalidated(CFMachPortRef invalid) override {
@@ -76,21 +72,6 @@ TEST_F(PortListener, NamesOf1To127BytesAreListenedOn) {
     EXPECT_EQ(1, counter.count);
   }
   EXPECT_FALSE(IsRegistered("x"));
-}
-
-TEST_F(PortListener, CheckPortRegisteredTellsWhy) {
-  const struct {
-    const char* name;
-    OSStatus err;
-  } rows[] = {{nullptr, paramErr},
-              {"", paramErr},
-              {kName128.c_str(), paramErr},
-              {kName127.c_str(), BOOTSTRAP_UNKNOWN_SERVICE}};
-  for (const auto& row : rows) {
-    mach_port_t port = 77;
-    EXPECT_EQ(row.err, VLTPortAEMachPortListener::CheckPortRegistered(row.name, port));
-    EXPECT_EQ(MACH_PORT_NULL, port);
-  }
 }
 
 TEST_F(PortListener, BadCallsLeaveAListenerAsItIs) {
@@ -173,31 +154,6 @@ TEST_F(PortListener, ATornDownListenerTakesItsNameOver) {
   EXPECT_EQ(0, second.count);
 }
 
-TEST_F(PortListener, TheHandlersResultBecomesTheSenders) {
-  const struct {
-    OSStatus result;
-    bool hasError;  // whether the reply holds an error number
-  } rows[] = {{0, false}, {errAEEventNotHandled, true}, {-50, true}, {1, true}, {-70000, true}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.result);
-    Counter counter(row.result);
-    VLTPortAEMachPortListener listener;
-    ASSERT_EQ(0, counter.Listen(listener, name));
-    const Answer answer = AskServed(name, kPing);
-    EXPECT_EQ(row.result, answer.status);
-    EXPECT_EQ(row.hasError, answer.hasError);
-  }
-}
-
-TEST_F(PortListener, WithoutACallbackNothingIsHandled) {
-  Counter counter(0);
-  OpenListener listener;
-  ASSERT_EQ(0, counter.Listen(listener, name));
-  listener.ForgetCallback();
-  EXPECT_EQ(errAEEventNotHandled, AskServed(name, kPing).status);
-  EXPECT_EQ(0, counter.count);
-}
-
 TEST_F(PortListener, TheHandlerSeesWhatWasSent) {
   DescType replyType = 0;
   UInt32 seenClass = 0, seenID = 0;
@@ -234,27 +190,6 @@ TEST(DispatchAttributes, FirstErrorStopsAndOutputsMayBeNull) {
   EXPECT_EQ(errAENotAEDesc, VLTGetAEDispatchAttributes(event, nullptr, &code, &wanted));
   EXPECT_EQ(5u, code);
   EXPECT_EQ(6, wanted);
-}
-
-TEST_F(PortListener, MayBeDeletedByItsHandler) {
-  auto listener = std::make_unique<VLTPortAEMachPortListener>();
-  EventHandler handler = [&](const ServedEvent&) {
-    listener.reset();
-    return -5;
-  };
-  ASSERT_EQ(0, listener->ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), CallHandler, &handler));
-  EXPECT_EQ(-5, AskServed(name, kPing).status);
-  EXPECT_EQ(nullptr, listener);
-  EXPECT_FALSE(IsRegistered(name));
-}
-
-TEST_F(PortListener, IgnoresMessagesOfOtherPorts) {
-  Counter counter(0);
-  VLTPortAEMachPortListener listener;
-  ASSERT_EQ(0, counter.Listen(listener, name));
-  mach_msg_header_t message = {};
-  listener.PortCallback(nullptr, &message, sizeof message);
-  EXPECT_EQ(0, counter.count);
 }
 
 }  // namespace

@@ -89,41 +89,7 @@ TEST_F(Codec, BytesAreTheSameOnEveryHost) {
 }
 
 TEST_F(Codec, EveryTypeArrivesInTheReceiversOrder) {
-  const Raw values[] = {
-      Short(-2),
-      UShort(65534),
-      Long(-3),
-      ULong(0xFFFFFFFD),
-      Comp(-4),
-      UComp(UINT64_MAX - 3),
-      Float(1.25f),
-      Double(-1.0 / 3),
-      FixedPoint(0x18000),
-      Bool(1),
-      {typeTrue, ""},
-      {typeNull, ""},
-      Code(typeType, typeChar),
-      Code(typeEnumerated, 1),
-      Code(typeProperty, 2),
-      Code(typeKeyword, 3),
-      Code(typeApplSignature, 4),
-      Code(typeMachPort, 5),
-      Code(typeKernelProcessID, 6),
-      {typeProcessSerialNumber, Number(typeNull, SInt32{7}).bytes + Number(typeNull, 8).bytes},
-      {typeExtended, "0123456789"},
-      {type128BitFloatingPoint, "0123456789abcdef"},
-      Text("text"),
-      Text(""),
-      Text(std::string(5000, 't')),
-      UTF8("utf8"),
-      UTF16(u"utf16"),
-      UTF16(std::u16string(4000, u'u')),
-      {typeSInt16, Short(1).bytes + Short(2).bytes + Short(3).bytes},
-      {typeSInt32, std::string(4000, '\1') + Long(-9).bytes},
-      {typeSInt32, "abc"},  // not made of numbers: travels as bytes
-      {typeUnicodeText, "abc"},
-      {FourCC('w', 'h', 'a', 't'), std::string(17, 'w')},
-  };
+  const std::vector<Raw> values = ValuesOfEveryType();
   StDesc decoded;
   StEvent event;
   AEKeyword key = 1;
@@ -212,16 +178,6 @@ TEST_F(Codec, LimitOfSizeIsExact) {
       }
     }
   }
-}
-
-TEST_F(Codec, OnlyEventsAreFlattened) {
-  StDesc null, value;
-  Make(Long(1), &value);
-  HostGather frame;
-  frame.Clear();
-  EXPECT_EQ(errAENotAEDesc, HostFlattenEvent(&null, frame));
-  EXPECT_EQ(errAENotAppleEvent, HostFlattenEvent(&value, frame));
-  EXPECT_EQ(paramErr, HostFlattenEvent(nullptr, frame));
 }
 
 // Lists within lists, `levels` deep below the event's own parameters.

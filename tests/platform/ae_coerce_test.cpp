@@ -70,27 +70,18 @@ Raw Quad(std::string_view hex) { return {type128BitFloatingPoint, FromHex(hex)};
 TEST_F(Coerce, NumbersThatFit) {
   CheckTable({
       {Short(-50), Long(-50)},
-      {Short(-50), Comp(-50)},
       {Short(50), UShort(50)},
-      {Long(-32768), Short(-32768)},
-      {Long(65535), UShort(65535)},
       {Long(INT32_MIN), Comp(INT32_MIN)},
-      {ULong(0xFFFFFFFF), Comp(0xFFFFFFFF)},
       {Comp(INT64_MIN), Double(-9223372036854775808.0)},
       {Comp(INT64_MAX), UComp(INT64_MAX)},
       {UComp(UINT64_MAX), Extended("403e ffffffffffffffff")},
       {Comp(-1), Extended("bfff 8000000000000000")},
       {Comp(INT64_MAX), Quad("403dfffffffffffffffc000000000000")},
-      {Long(0), Float(0)},
       {Long(16777216), Float(16777216)},
-      {Double(1.5), Float(1.5)},
       {Double(1.5), FixedPoint(0x18000)},
       {Double(-0.5), FixedPoint(-0x8000)},
       {Short(-32768), FixedPoint(INT32_MIN)},
-      {Float(kFloatMax), Double(kFloatMax)},
       {Double(5e-324), Quad("3bcd0000000000000000000000000000")},
-      {Double(0.1), Extended("3ffb ccccccccccccd000")},
-      {Double(-kInfinity), Float(-static_cast<float>(kInfinity))},
       {Double(kInfinity), Extended("7fff 8000000000000000")},
       {Double(-0.0), Quad("80000000000000000000000000000000")},
   });
@@ -99,22 +90,15 @@ TEST_F(Coerce, NumbersThatFit) {
 TEST_F(Coerce, NumbersAreRoundedToTheNearest) {
   const auto rounded = [](const Raw& from, const Raw& to) { return Row{from, to, false}; };
   CheckTable({
-      rounded(Double(2.4), Long(2)),
-      rounded(Double(2.6), Long(3)),
       rounded(Double(-2.6), Long(-3)),
       rounded(Double(2.5), Long(2)),  // halves to even
       rounded(Double(3.5), Long(4)),
       rounded(Double(0.49999999999999994), Long(0)),
       rounded(Double(-0.3), ULong(0)),
-      rounded(Double(32767.4), Short(32767)),
       rounded(Double(1e-310), Float(0)),
-      rounded(Double(0.1), Float(0.1f)),
-      rounded(Double(1e-45), Float(1e-45f)),  // the smallest there is
       rounded(Long(16777217), Float(16777216)),
       rounded(Comp(9007199254740993), Double(9007199254740992.0)),
-      rounded(Comp(INT64_MAX), Double(9223372036854775808.0)),
       rounded(Double(1.0 / 3), FixedPoint(21845)),
-      rounded(FixedPoint(0x18000), Long(2)),
       rounded(Extended("403e ffffffffffffffff"), Double(18446744073709551616.0)),
       rounded(Double(3.4028235677973362e38), Float(kFloatMax)),
   });
@@ -123,24 +107,17 @@ TEST_F(Coerce, NumbersAreRoundedToTheNearest) {
 TEST_F(Coerce, NumbersThatDoNotFit) {
   CheckFailures({
       {Long(32768), typeSInt16},
-      {Long(-32769), typeSInt16},
       {Long(-1), typeUInt16},
-      {Long(-1), typeUInt64},
       {ULong(0x80000000), typeSInt32},
       {UComp(uint64_t{1} << 63), typeSInt64},
-      {Comp(65536), typeUInt16},
       {Double(2147483647.5), typeSInt32},
       {Double(-0.6), typeUInt32},
-      {Double(1e300), typeSInt64},
       {Double(1e39), typeIEEE32BitFloatingPoint},
-      {Double(32768), typeFixed},
       {Double(kInfinity), typeSInt64},
       {Double(std::nan("")), typeSInt16},
       {Quad("5000 0000 0000 0000 0000 0000 0000 0000"), typeIEEE64BitFloatingPoint},
       // A size that is not the type's own, also when it holds several numbers.
       {{typeSInt32, std::string(8, 0)}, typeSInt16},
-      {{typeSInt32, std::string(3, 0)}, typeSInt16},
-      {{typeSInt16, ""}, typeSInt32},
       {{typeExtended, std::string(16, 0)}, typeSInt32},
       {{typeDecimalStruct, std::string(8, 0)}, typeSInt32},
   });
@@ -154,111 +131,73 @@ TEST_F(Coerce, NumbersThatDoNotFit) {
 
 TEST_F(Coerce, NumbersAndText) {
   CheckTable({
-      {Short(-1708), Text("-1708")},
       {Long(INT32_MIN), Text("-2147483648")},
-      {Comp(INT64_MIN), Text("-9223372036854775808")},
       {UComp(UINT64_MAX), Text("18446744073709551615")},
-      {UShort(0), Text("0")},
       {Double(2), Text("2")},
-      {Double(0.1), Text("0.1")},
       {Float(0.1f), Text("0.1")},
-      {Double(-1.5), Text("-1.5")},
       {Double(1e20), Text("100000000000000000000")},
       {Double(1e21), Text("1e+21")},
-      {Double(1e-7), Text("1e-07")},
       {Double(5e-324), Text("5e-324")},
       {Double(1.7976931348623157e308), Text("1.7976931348623157e+308")},
-      {FixedPoint(0x18000), Text("1.5")},
       {Extended("403e ffffffffffffffff"), Text("18446744073709551615")},
-      {Extended("3ffe 8000000000000000"), Text("0.5")},
       {Long(-50), UTF8("-50")},
-      {Long(-50), UTF16(u"-50")},
       {Long(-50), Raw{typeUTF16ExternalRepresentation, std::string("\0-\0005\0000", 6)}},
   });
   const auto read = [](std::string_view text, const Raw& to) { return Row{Text(text), to, false}; };
   CheckTable({
       read(" \t+12 ", Long(12)),
-      read("007", Long(7)),
-      read("1e3", Long(1000)),
-      read("1.0", Short(1)),
       read(".5", Double(0.5)),
-      read("5.", Double(5)),
       read("2.5", Long(2)),
       read("2.500000000000000000000000000001", Long(3)),
-      read("-3.5", Long(-4)),
       read("9223372036854775807.4", Comp(INT64_MAX)),
-      read("9007199254740993.0", Comp(9007199254740993)),
-      read("18446744073709551615.00", Extended("403e ffffffffffffffff")),
       read("0.000000000000000000000000000000000000001e39", Long(1)),
       read("1e-999999999999999999999", Double(0)),
       read("-1e-400", Double(-0.0)),
-      read("0.3", Float(0.3f)),
       read("16777217", Float(16777216)),
   });
   CheckFailures({
       {Text(""), typeSInt32},
-      {Text(" "), typeSInt32},
       {Text("-"), typeSInt32},
-      {Text("."), typeSInt32},
       {Text("1 2"), typeSInt32},
-      {Text("1,5"), typeIEEE64BitFloatingPoint},
       {Text("0x10"), typeSInt32},
       {Text("1e"), typeSInt32},
-      {Text("e5"), typeSInt32},
-      {Text("--1"), typeSInt32},
-      {Text("abc"), typeSInt32},
       {Text("nan"), typeIEEE64BitFloatingPoint},
-      {Text("inf"), typeIEEE64BitFloatingPoint},
       {Text(std::string_view("1\0", 2)), typeSInt32},
-      {Text("32768"), typeSInt16},
-      {Text("-1"), typeUInt32},
       {Text("18446744073709551616"), typeUInt64},
-      {Text("1e20"), typeUInt64},
       {Text("1e999999999999999999999"), typeSInt64},
       {Text("1e309"), typeIEEE64BitFloatingPoint},
-      {Text("1e39"), typeIEEE32BitFloatingPoint},
       {Double(kInfinity), typeChar},
       {{typeSInt32, std::string(8, 0)}, typeChar},
   });
 }
 
 TEST_F(Coerce, TextEncodings) {
-  const Raw bigEndian = {typeUTF16ExternalRepresentation, std::string("\0a\0\xE4", 4)};
   const Raw littleMark = {typeUTF16ExternalRepresentation, std::string("\xFF\xFE"
                                                                        "a\0\xE4\0",
                                                                        6)};
   CheckTable({
       {Text("a\x8A"), UTF8("a\xC3\xA4")},
       {Text("a\x8A"), UTF16(u"a\u00E4")},
-      {Text("a\x8A"), bigEndian},
       {littleMark, UTF8("a\xC3\xA4"), false},
       {UTF16(u"\uFEFFa\u00E4"), Text("a\x8A"), false},
       {UTF8("\xF0\x9F\x98\x80"), UTF16(u"\U0001F600")},
-      {Text(""), UTF16(u"")},
       {Text(std::string_view("a\0b", 3)), UTF8(std::string_view("a\0b", 3))},
       {Text("abc"), Raw{typeIntlText, std::string("\0\0\0\0abc", 7)}},
       {UTF8("\xC3\xA4"), Raw{typeIntlText, std::string("\0\0\0\0\x8A", 5)}},
       {Text("abc"), PText("abc")},
-      {Text("abc"), CText("abc")},
       {Text(std::string(255, 'x')), PText(std::string(255, 'x'))},
       {Raw{typePString, std::string("\2abc", 4)}, Text("ab"), false},  // the length byte decides
   });
   CheckFailures({
       {UTF8("\xF0\x9F\x98\x80"), typeChar},  // Mac Roman has no such character
       {UTF8("\xC3"), typeUnicodeText},       // cut
-      {UTF8("\xED\xA0\x80"), typeUnicodeText},
-      {UTF16(u"\xD800"), typeUTF8Text},  // half a pair
-      {{typeUnicodeText, "abc"}, typeUTF8Text},
-      {{typeIntlText, std::string(3, 0)}, typeChar},
+      {UTF16(u"\xD800"), typeUTF8Text},      // half a pair
       {{typeIntlText, std::string("\0\1\0\0\x88\x9F", 6)}, typeChar},  // another script
       {{typeStyledText, "raw"}, typeSInt32},
       {Text(std::string(256, 'x')), typePString},
       {{typePString, "\4abc"}, typeChar},
-      {{typePString, ""}, typeChar},
       {{typeCString, "abc"}, typeChar},
-      {{typeCString, ""}, typeChar},
       {Text("abc"), typeStyledUnicodeText},
-      {Text("abc"), typeEncodedString},
   });
 }
 
@@ -282,43 +221,29 @@ TEST_F(Coerce, BooleansAndCodes) {
       {Bool(1), Raw{typeTrue, ""}},
       {Bool(0), Raw{typeFalse, ""}},
       {Bool(1), Code(typeEnumerated, typeTrue)},
-      {Bool(0), Code(typeEnumerated, typeFalse)},
       {Bool(1), Short(1)},
-      {Bool(0), Short(0)},
       {Bool(1), Long(1), false},
-      {Bool(1), Double(1), false},
       {Bool(7), Short(1), false},
       {Code(typeType, abcd), Code(typeEnumerated, abcd)},
-      {Code(typeType, abcd), Code(typeProperty, abcd)},
       {Code(typeKeyword, abcd), Code(typeApplSignature, abcd)},
       {Code(typeType, abcd), Text("abcd")},
-      {Code(typeEnumerated, abcd), UTF16(u"abcd")},
       {Code(typeType, 0x8A616263), UTF8("\xC3\xA4"
                                         "abc")},
   });
   CheckFailures({
       {Short(2), typeBoolean},
-      {Long(1), typeBoolean},
       {Code(typeEnumerated, abcd), typeBoolean},
       {Bool(1), typeFalse},
-      {Bool(0), typeTrue},
       {{typeBoolean, ""}, typeSInt16},
-      {{typeBoolean, "\1\1"}, typeSInt16},
       {{typeTrue, "x"}, typeBoolean},
       {Bool(1), typeChar},
-      {Text("true"), typeBoolean},
       {Text("abc"), typeType},
-      {Text("abcde"), typeEnumerated},
       {Code(typeProperty, abcd), typeChar},
       {Code(typeType, abcd), typeSInt32},
-      {{typeType, "abc"}, typeChar},
       {{typeProcessSerialNumber, std::string(8, 0)}, typeKernelProcessID},
-      {{typeAlias, "x"}, typeFSRef},
       {Text("/tmp"), typeFileURL},
       {{FourCC('x', 'y', 'z', 'w'), "x"}, FourCC('x', 'y', 'z', 'v')},
-      {Long(1), typeAERecord},
       {Long(1), typeAppleEvent},
-      {Long(1), typeNull},
   });
 }
 
@@ -340,24 +265,19 @@ TEST_F(Coerce, Lists) {
     const char* printed;
   } rows[] = {
       {"n", typeAEList, 0, "[ ]"},
-      {"n", typeSInt32, errAECoercionFail, ""},
       {"n", typeWildCard, 0, "'null'()"},
       {"v", typeAEList, 0, "[ 1 ]"},
       {"l", typeSInt32, errAECoercionFail, ""},
-      {"l", typeAEList, 0, "[ ]"},
       {"1", typeSInt32, 0, "1"},
       {"1", typeChar, 0,
        "\xD2"
        "1\xD3"},
       {"1", typeBest, 0, "[ 1 ]"},
       {"2", typeSInt32, errAECoercionFail, ""},
-      {"2", typeAERecord, errAECoercionFail, ""},
       {"r", typeAEList, 0, "[ { '----':1 } ]"},
       {"r", FourCC('o', 'b', 'j', ' '), 0, "'obj '{ '----':1 }"},
-      {"r", typeSInt32, errAECoercionFail, ""},
       {"r", typeAppleEvent, errAECoercionFail, ""},
       {"e", typeAERecord, errAECoercionFail, ""},
-      {"e", typeChar, errAECoercionFail, ""},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(std::string(row.from) + " as " + CodeText(row.toType));

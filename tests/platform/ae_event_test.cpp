@@ -1,7 +1,6 @@
 #include "platform/host/ae_event.h"
 
 #include <map>
-#include <memory>
 
 #include "tests/platform/ae_support.h"
 
@@ -86,20 +85,15 @@ TEST_F(Event, PuttingAttributes) {
       {keyReplyPortAttr, Code(typeMachPort, 9), 0, Code(typeMachPort, 9)},
       {keyTimeoutAttr, Long(-2), 0, Long(-2)},
       {keyTimeoutAttr, Short(60), 0, Long(60)},  // coerced to the attribute's own type
-      {keyTimeoutAttr, Text("120"), 0, Long(120)},
       {keyTimeoutAttr, Text("soon"), errAECoercionFail, {}},
       {keyTimeoutAttr, {typeSInt32, "abc"}, errAECoercionFail, {}},  // cannot be four bytes
-      {keyInteractLevelAttr, Long(0x30), 0, Long(0x30)},
       {keyOriginalAddressAttr, {typeProcessSerialNumber, psn}, 0, {typeProcessSerialNumber, psn}},
       {keyAddressAttr,
        {typeApplicationBundleID, "com.veltrane.monitor"},
        0,
        {typeApplicationBundleID, "com.veltrane.monitor"}},
-      {keyTransactionIDAttr, Long(12), 0, Long(12)},
-      {keyReturnIDAttr, Long(-9), 0, Short(-9)},
       {keyReturnIDAttr, Long(40000), errAECoercionFail, Short(5)},
       {keyReplyRequestedAttr, Bool(1), errAEWrongDataType, Bool(0)},
-      {keyEventSourceAttr, Short(3), errAEWrongDataType, Short(0)},
       {kCustom, Text("anything"), 0, Text("anything")},
   };
   for (const auto& row : rows) {
@@ -112,24 +106,6 @@ TEST_F(Event, PuttingAttributes) {
     AEDisposeDesc(&event);
     EXPECT_EQ(row.after, Attribute(&copy, row.key));
   }
-}
-
-TEST_F(Event, AttributesByDescriptor) {
-  StDesc event, list, value, out, absent;
-  MakeEvent(&event);
-  Make(Short(60), &value);
-  ASSERT_EQ(0, AECoerceDesc(&value, typeAEList, &list));
-  EXPECT_EQ(0, AEPutAttributeDesc(&event, keyTimeoutAttr, &list));  // one item, as good as that
-  EXPECT_EQ(Long(60), Attribute(&event, keyTimeoutAttr));
-  EXPECT_EQ(0, AEPutAttributeDesc(&event, kCustom, &list));
-  EXPECT_EQ(errAEWrongDataType, AEPutAttributeDesc(&event, keyAddressAttr, &list));
-  EXPECT_EQ(0, AEPutAttributeDesc(&event, keyAddressAttr, &value));
-  EXPECT_EQ(Short(60), Attribute(&event, keyAddressAttr));
-
-  ASSERT_EQ(0, AEGetAttributeDesc(&event, kCustom, typeChar, &out));
-  EXPECT_EQ(Text("60"), Contents(out));
-  EXPECT_EQ(errAEDescNotFound, AEGetAttributeDesc(&event, keyReplyPortAttr, typeBest, &absent));
-  EXPECT_EQ(errAECoercionFail, AEGetAttributeDesc(&event, kCustom, typeType, &absent));
 }
 
 TEST_F(Event, TheTransportSetsWhatCallersCannot) {
@@ -157,19 +133,6 @@ TEST_F(Event, TheTransportSetsWhatCallersCannot) {
   ASSERT_EQ(0, PutRaw(&event, keyAddressAttr, Text("ab")));
   EXPECT_EQ(0, HostGetEventAddress(&event, &type, &size, first));
   EXPECT_EQ(0, memcmp(first, "ab\0\0\0\0\0\0", 8));
-}
-
-TEST_F(Event, AttributesAreNotParameters) {
-  StDesc event;
-  MakeEvent(&event);
-  ASSERT_EQ(0, AEPutParamPtr(&event, keyTimeoutAttr, typeChar, "parameter", 9));
-  ASSERT_EQ(0, PutRaw(&event, kCustom, Text("attribute")));
-  EXPECT_EQ(Raw{}, Attribute(&event, keyTimeoutAttr));
-  EXPECT_EQ(errAEDescNotFound, AESizeOfParam(&event, kCustom, nullptr, nullptr));
-  EXPECT_EQ(errAEDescNotFound, AESizeOfParam(&event, keyEventClassAttr, nullptr, nullptr));
-  SInt32 count = 0;
-  EXPECT_EQ(0, AECountItems(&event, &count));
-  EXPECT_EQ(1, count);
 }
 
 SInt16 ReturnID(const AppleEvent* event) {
@@ -217,16 +180,6 @@ TEST_F(ReturnIDs, RunningOutIsNoFailure) {
   for (AppleEvent& event : events) AEDisposeDesc(&event);
   StDesc event;
   MakeEvent(&event, nullptr, kAutoGenerateReturnID);
-}
-
-TEST_F(ReturnIDs, AGivenOneIsKept) {
-  for (const SInt16 id : {0, 1, -2, 32767, -32768}) {
-    StDesc event, again;
-    MakeEvent(&event, nullptr, id);
-    MakeEvent(&again, nullptr, id);
-    EXPECT_EQ(id, ReturnID(&event));
-    EXPECT_EQ(id, ReturnID(&again));
-  }
 }
 
 }  // namespace

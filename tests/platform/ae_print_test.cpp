@@ -11,28 +11,20 @@ TEST_F(Print, Values) {
   } rows[] = {
       {{typeNull, ""}, "'null'()"},
       {Short(-2), "-2"},
-      {Long(INT32_MIN), "-2147483648"},
-      {ULong(65536), "65536"},
-      {Comp(-1), "-1"},
       {Double(1.5), "1.5"},
       {Float(0.1f), "0.1"},
       {Bool(1), "'true'"},
-      {Bool(0), "'fals'"},
       {Code(typeType, typeProperty), "'prop'"},
-      {Code(typeEnumerated, FourCC('y', 'e', 's', ' ')), "'yes '"},
       {Code(typeType, 0x01610A62), "'?a?b'"},
       {Code(typeMachPort, 0x1234), "'port'($00001234$)"},
       {Text("text"), "\xD2text\xD3"},
-      {Text(""), "\xD2\xD3"},
       {UTF8("\xC3\xA4"), "'utf8'(\xD2\x8A\xD3)"},
-      {UTF16(u"u"), "'utxt'(\xD2u\xD3)"},
       {UTF8("\xF0\x9F\x98\x80"), "'utf8'($F09F9880$)"},  // no such character in Mac Roman
       {{typeTrue, ""}, "'true'()"},
       {{FourCC('w', 'h', 'a', 't'), "\x01\xFF"}, "'what'($01FF$)"},
       // Numbers of an odd size, or several: as bytes, in the order of the wire.
       {{typeSInt16, Short(1).bytes + Short(2).bytes}, "'shor'($00010002$)"},
       {{typeSInt32, "abc"}, "'long'($616263$)"},
-      {{typeSInt32, ""}, "'long'()"},
       {{typeProcessSerialNumber, ULong(0).bytes + ULong(0xC0001).bytes},
        "'psn '($00000000000C0001$)"},
   };

@@ -105,6 +105,76 @@ inline std::string CodeText(UInt32 code) {
   return text;
 }
 
+// A NaN, an infinity and zeros are given by their bits, most significant first, whatever the host.
+inline Raw FloatBits(UInt32 bits) { return Number(typeIEEE32BitFloatingPoint, bits); }
+inline Raw DoubleBits(UInt64 bits) { return Number(typeIEEE64BitFloatingPoint, bits); }
+inline Raw Several(DescType type, const std::vector<Raw>& values) {
+  Raw raw = {type, ""};
+  for (const Raw& value : values) raw.bytes += value.bytes;
+  return raw;
+}
+
+// Values of every type that travels: numbers in the order of the host, several of them in one
+// value, bytes that are no number, and some that do not fit where small ones are kept.
+inline std::vector<Raw> ValuesOfEveryType() {
+  return {
+      {typeNull, ""},
+      {typeTrue, ""},
+      {typeFalse, ""},
+      Bool(1),
+      Short(-2),
+      UShort(0xFEDC),
+      Long(0x01020304),
+      ULong(0xFEDCBA98),
+      Comp(-0x0102030405060708),
+      UComp(0xFEDCBA9876543210),
+      Float(1.5e10f),
+      FloatBits(0x7F800000),
+      FloatBits(0x7FC00001),
+      Double(-0.1),
+      DoubleBits(0x8000000000000000),
+      DoubleBits(0xFFF0000000000000),
+      FixedPoint(0x00018000),
+      {typeExtended, FromHex("4000 c90fdaa22168c235")},
+      {type128BitFloatingPoint, FromHex("3fff8000000000000000000000000000")},
+      {typeDecimalStruct, FromHex("0001020304")},
+      Text("Gr\x9F\xA7"),
+      Text({"a\0b", 3}),
+      Text(""),
+      {typePString,
+       "\x03"
+       "abc"},
+      {typeCString, std::string("abc\0", 4)},
+      UTF16(u"Gr\u00FC\u00DF\u4E2D"),
+      {typeUTF16ExternalRepresentation, FromHex("0047 00e9")},
+      UTF8("Gr\xC3\xBC\xC3\x9F"),
+      {typeIntlText, FromHex("0000 0000 61628e")},
+      Code(typeType, FourCC('a', 'b', 'c', 'd')),
+      Code(typeEnumerated, typeTrue),
+      Code(typeProperty, 0x01020304),
+      Code(typeKeyword, 0x01020304),
+      Code(typeApplSignature, 0x01020304),
+      Code(typeMachPort, 0x01020304),
+      Code(typeKernelProcessID, 4711),
+      Several(typeProcessSerialNumber, {ULong(0x01020304), ULong(0xA0B0C0D0)}),
+      {typeApplicationBundleID, "com.veltrane.test"},
+      {typeFSRef, std::string(80, '\x11')},
+      {typeAlias, std::string(300, '\x33')},
+      // Several numbers in one value, and bytes that are no number.
+      Several(typeSInt16, {Short(1), Short(2), Short(-3)}),
+      Several(typeSInt32, {Long(1), Long(-2), Long(0x01020304)}),
+      Several(typeIEEE64BitFloatingPoint, {Double(1), Double(0.1)}),
+      {typeSInt32, "abc"},
+      {typeSInt64, "123456789"},
+      {typeSInt16, ""},
+      Text(std::string(5000, 't')),
+      UTF16(std::u16string(4000, u'u')),
+      {typeSInt32, std::string(4000, '\1') + Long(-9).bytes},
+      {typeUnicodeText, "abc"},
+      {FourCC('t', 'd', 't', 'a'), std::string(70000, '\x44')},
+  };
+}
+
 inline void PrintTo(const Raw& raw, std::ostream* out) {
   *out << '\'' << CodeText(raw.type) << "' " << Hex(raw.bytes);
 }
