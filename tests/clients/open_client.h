@@ -1,8 +1,5 @@
 #pragma once
 
-#include <sstream>
-#include <string>
-
 #include "aeport/client_support.h"
 
 // What only a client itself may set: whether its failures are shown and logged. Puts the client
@@ -32,11 +29,3 @@ class OpenClient : public VLTAEClientSupport {
   const bool hadNotices;
   const bool hadLog;
 };
-
-// How many lines have `part` in them.
-inline int Lines(const std::string& text, const std::string& part) {
-  std::istringstream stream(text);
-  int count = 0;
-  for (std::string line; std::getline(stream, line);) count += line.find(part) != line.npos;
-  return count;
-}

@@ -26,12 +26,6 @@ TEST(EventService, OpensClosesAndRemembers) {
   EXPECT_TRUE(isAEHandlerRegistered());  // meant: it tells that there was a service
 }
 
-TEST(EventService, NoNameIsNotRegistered) {
-  EXPECT_FALSE(checkPortRegistered(nullptr));
-  EXPECT_FALSE(checkPortRegistered(""));
-  EXPECT_FALSE(checkPortRegistered(std::string(128, 'x').c_str()));
-}
-
 // A quit that came before the loop ends it at once, and would hang this test if it did not.
 TEST(EventService, OnlyTheQuitEventEndsTheLoop) {
   const struct {

@@ -44,12 +44,10 @@ TEST(SessionDaemonOptions, FileNamesAreTakenWholeAndTheLastWins) {
     const char* load;
     const char* save;
   } rows[] = {
-      {{}, "(none)", "(none)"},
       {{"-lp"}, "(none)", "(none)"},  // no value: passed over
       {{"-lp", "a", "-savePrefs", "b"}, "a", "b"},
       {{"-loadPrefs", "a", "-lp", "b"}, "b", "(none)"},
       {{"-sp", "-q"}, "(none)", "-q"},  // a value, whatever it looks like
-      {{"-sp", "-lp", "x"}, "(none)", "-lp"},
       {{"-LP", "a", "--lp", "b", "-l", "c", "-lpx", "d"}, "(none)", "(none)"},
       {{"x", "-lp", "", "-sp"}, "", "(none)"},
   };

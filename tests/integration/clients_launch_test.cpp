@@ -7,7 +7,6 @@
 #include "clients/device_monitor.h"
 #include "clients/session_monitor.h"
 #include "tests/support/child_process.h"
-#include "tests/support/open_descriptor_check.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 
@@ -38,14 +37,12 @@ TEST(ClientsLaunch, TheToolStartsAndEndsTheSessionDaemon) {
     std::string output;
     std::string errors;
   } rows[] = {
-      {{"status"}, 3, "", "vltctl: com.veltrane.vltsessiond.1.1 is not running\n"},
       {{"status", "--json"},
        3,
        port + "notRunning\",\"error\":null}\n",
        "vltctl: com.veltrane.vltsessiond.1.1 is not running\n"},
       {{"start", "--json"}, 0, port + "started\",\"error\":null}\n", ""},
       {{"start"}, 0, "", "vltctl: com.veltrane.vltsessiond.1.1 is running already\n"},
-      {{"status"}, 0, "com.veltrane.vltsessiond.1.1 is running\n", ""},
       {{"status", "--json"}, 0, port + "running\",\"error\":null}\n", ""},
       {{"quit", "--json"}, 0, port + "quit\",\"error\":null}\n", ""},
       {{"quit"}, 0, "", "vltctl: com.veltrane.vltsessiond.1.1 is not running\n"},
@@ -65,6 +62,9 @@ TEST(ClientsLaunch, TheToolStartsAndEndsTheSessionDaemon) {
 TEST(ClientsLaunch, TheSessionDaemonIsStartedByWhoNeedsIt) {
   StartedDaemons cleanUp;
   EXPECT_EQ(procNotFound, SMCheckDaemonRunning());  // a check starts nothing
+  EXPECT_EQ(0, SMSetLaunchIfNotRunning(false));
+  EXPECT_EQ(procNotFound, SMVerifyDaemonRunning());
+  EXPECT_EQ(0, SMSetLaunchIfNotRunning(true));
   EXPECT_EQ(procNotFound, SMCheckDaemonRunning());
   EXPECT_EQ(0, SMVerifyDaemonRunning());
   EXPECT_EQ(0, SMCheckDaemonRunning());

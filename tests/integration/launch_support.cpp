@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "aeport/event.h"
+#include "tests/integration/process_use.h"
 
 namespace {
 
@@ -101,15 +102,11 @@ FSRef RefOf(const std::string& path) {
 }
 
 bool WaitForEnd(pid_t pid) {
-  return WaitUntil(
-      [&] {
-        std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-        std::string text;
-        std::getline(file, text);
-        const size_t state = text.rfind(") ");
-        return state == std::string::npos || text[state + 2] == 'Z' || text[state + 2] == 'X';
-      },
-      20s);
+  const auto hasEnded = [&] {
+    const char state = ProcessStateOf(pid);
+    return state == '\0' || state == 'Z' || state == 'X';
+  };
+  return WaitUntil(hasEnded, 20s);
 }
 
 bool QuitAndWait(const std::string& port) {

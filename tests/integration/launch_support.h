@@ -38,7 +38,6 @@ class LaunchedApplications {
   ScratchFolder folder;
   ScopedVariable data;
   ScopedVariable shared;
-  std::vector<std::string> noted;
 };
 
 FSRef RefOf(const std::string& path);

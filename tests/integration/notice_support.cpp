@@ -2,23 +2,13 @@
 
 #include <stdlib.h>
 
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <sstream>
 
+#include "tests/support/scratch_folder.h"
 #include "tests/support/session_directory.h"
 #include "util/strings.h"
-
-namespace {
-
-std::string ContentOf(const std::filesystem::path& path) {
-  std::ifstream file(path);
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
-}  // namespace
 
 TestNotice::TestNotice(const std::string& shown) {
   cpstrcpy(text, shown.c_str(), sizeof text);
@@ -74,9 +64,9 @@ std::vector<pid_t> NoticeHelpers() {
   for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
     const std::string name = entry.path().filename();
     if (name.find_first_not_of("0123456789") != std::string::npos) continue;
-    if (ContentOf(entry.path() / "comm") != "vlt-notify\n") continue;
+    if (ReadFile(entry.path() / "comm") != "vlt-notify\n") continue;
     // Empty for an ended process.
-    if (ContentOf(entry.path() / "environ").find(ours) == std::string::npos) continue;
+    if (ReadFile(entry.path() / "environ").find(ours) == std::string::npos) continue;
     found.push_back(std::stoi(name));
   }
   return found;

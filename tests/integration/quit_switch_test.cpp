@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <string>
 #include <vector>
 
@@ -32,17 +31,6 @@ TEST(QuitSwitch, StartsAndStops) {
   }
 }
 
-TEST(QuitSwitch, LeavesARunningCopyAlone) {
-  OpenDescriptorCheck noLeaks;
-  RecordingPeer running(kSessionDaemonPortName);
-  ASSERT_TRUE(running.WaitReady());
-  for (int i = 0; i < 3; ++i) {
-    Daemon second({"-q"});
-    ExpectSilentEnd(second);
-  }
-  EXPECT_FALSE(running.HasEvent());  // it was never asked for anything
-}
-
 TEST(SessionMonitor, IsCheckedAndAskedToQuit) {
   OpenDescriptorCheck noLeaks;
   EXPECT_EQ(procNotFound, SMCheckDaemonRunning());
@@ -59,15 +47,6 @@ TEST(SessionMonitor, IsCheckedAndAskedToQuit) {
   ExpectSilentEnd(daemon);
   EXPECT_EQ(0, SMQuitDaemon());
   EXPECT_EQ(procNotFound, SMCheckDaemonRunning());
-}
-
-TEST(SessionMonitor, IsNotStartedWhenThatIsSwitchedOff) {
-  EXPECT_EQ(0, SMSetLaunchIfNotRunning(false));
-  const auto begin = std::chrono::steady_clock::now();
-  EXPECT_EQ(procNotFound, SMVerifyDaemonRunning());
-  // The wait for a daemon that was started would take twenty times this.
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
-  EXPECT_EQ(0, SMSetLaunchIfNotRunning(true));
 }
 
 TEST(SessionMonitor, GetsNothingButTheQuitEvent) {
