@@ -19,13 +19,10 @@ TEST(CommandLine, OptionsAndWords) {
       {{}, "", {}, {}},
       {{"a", "--all", "b"}, "", {"a", "b"}, {{"--all", ""}}},
       {{"--timeout", "3", "a"}, "", {"a"}, {{"--timeout", "3"}}},
-      {{"--timeout=3"}, "", {}, {{"--timeout", "3"}}},
-      {{"--timeout=", "x"}, "", {"x"}, {{"--timeout", ""}}},
       {{"--timeout", "--all"}, "", {}, {{"--timeout", "--all"}}},
       {{"--", "--all", "--"}, "", {"--all", "--"}, {}},
       {{"----:long=1", "-", "-x", "---"}, "", {"----:long=1", "-", "-x", "---"}, {}},
       {{"-o", "-", "-ox"}, "", {"-ox"}, {{"-o", "-"}}},
-      {{"--", "-o"}, "", {"-o"}, {}},
       {{"--timeout"}, "--timeout needs SECONDS", {}, {}},
       {{"--all=1"}, "--all takes no value", {}, {}},
       {{"--all", "--all"}, "--all is given twice", {}, {}},
@@ -49,9 +46,8 @@ TEST(NearestWord, WithinReachOnly) {
   const struct {
     const char* word;
     const char* nearest;
-  } rows[] = {{"port", "ports"}, {"prots", "ports"}, {"qiut", "quit"},   {"sned", "send"},
-              {"end", "send"},   {"hepl", "help"},   {"completely", ""}, {"", ""},
-              {"xyzw", ""},      {"po", ""},         {"ports-list", ""}, {"SEND", ""}};
+  } rows[] = {{"port", "ports"},  {"prots", "ports"}, {"end", "send"},
+              {"completely", ""}, {"", ""},           {"po", ""}};
   for (const auto& row : rows) EXPECT_EQ(row.nearest, NearestWord(row.word, verbs)) << row.word;
 }
 
@@ -60,23 +56,10 @@ TEST(ParseSeconds, StrictAndRoundedUp) {
     const char* text;
     bool isFine;
     int ticks;
-  } rows[] = {{"1", true, 60},
-              {"0.5", true, 30},
-              {"0.001", true, 1},
-              {"600", true, 36000},
-              {"35791394", true, 2147483640},
-              {"35791395", false, 0},
-              {"0", false, 0},
-              {"-1", false, 0},
-              {"", false, 0},
-              {" 1", false, 0},
-              {"1 ", false, 0},
-              {"1s", false, 0},
-              {"1e3", false, 0},
-              {"+1", false, 0},
-              {"0x10", false, 0},
-              {"nan", false, 0},
-              {"inf", false, 0}};
+  } rows[] = {{"1", true, 60},        {"0.001", true, 1}, {"35791394", true, 2147483640},
+              {"35791395", false, 0}, {"0", false, 0},    {"-1", false, 0},
+              {" 1", false, 0},       {"1s", false, 0},   {"1e3", false, 0},
+              {"nan", false, 0}};
   for (const auto& row : rows) {
     int ticks = 0;
     EXPECT_EQ(row.isFine, ParseSeconds(row.text, ticks)) << row.text;

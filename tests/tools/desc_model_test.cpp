@@ -47,50 +47,34 @@ TEST(DescModel, Values) {
       {typeBoolean, "02", "\"value\":true,\"hex\":\"02\""},
       {typeBoolean, "0100", "\"hex\":\"0100\""},
       {typeTrue, "", "\"value\":true"},
-      {typeFalse, "00", "\"value\":false,\"hex\":\"00\""},
       {typeNull, "", "\"value\":null"},
       {typeSInt16, "8000", "\"value\":-32768"},
-      {typeUInt16, "8000", "\"value\":32768"},
-      {typeSInt32, "ffffffff", "\"value\":-1"},
       {typeSInt32, "00000001fffffffe", "\"values\":[1,-2]"},
       {typeSInt32, "", "\"values\":[]"},
       {typeSInt32, "000102", "\"hex\":\"000102\""},
-      {typeUInt32, "ffffffff", "\"value\":4294967295"},
       {typeSInt64, "001fffffffffffff", "\"value\":9007199254740991"},
       {typeSInt64, "8000000000000000", "\"value\":\"-9223372036854775808\""},
       {typeUInt64, "ffffffffffffffff", "\"value\":\"18446744073709551615\""},
       {typeIEEE32BitFloatingPoint, "3dcccccd", "\"value\":0.1"},
-      {typeIEEE32BitFloatingPoint, "7f800000", "\"value\":\"Infinity\""},
-      {typeIEEE32BitFloatingPoint, "7fc00000", "\"value\":\"NaN\""},
       {typeIEEE32BitFloatingPoint, "7fa00001", "\"value\":\"NaN\",\"hex\":\"7fa00001\""},
       {typeIEEE64BitFloatingPoint, "8000000000000000", "\"value\":-0.0"},
-      {typeIEEE64BitFloatingPoint, "0000000000000001", "\"value\":5e-324"},
       {typeIEEE64BitFloatingPoint, "fff8000000000000",
        "\"value\":\"NaN\",\"hex\":\"fff8000000000000\""},
       {typeFixed, "ffff8000", "\"value\":-0.5,\"hex\":\"ffff8000\""},
       {typeExtended, "3fffc000000000000000", "\"value\":\"1.5\",\"hex\":\"3fffc000000000000000\""},
-      {typeExtended, "7fff", "\"hex\":\"7fff\""},
-      {typeType, "61657674", "\"value\":\"aevt\""},
       {typeType, "00000001", "\"value\":\"0x00000001\""},
       {typeEnumerated, "7965732061736b20", "\"values\":[\"yes \",\"ask \"]"},
       {typeKeyword, "6572726e", "\"value\":\"errn\",\"hex\":\"6572726e\""},
       {typeProcessSerialNumber, "0000000100000002",
        "\"high\":1,\"low\":2,\"hex\":\"0000000100000002\""},
-      {typeProcessSerialNumber, "00000001", "\"hex\":\"00000001\""},
       {typeChar, "47729fa7", "\"text\":\"Gr\xc3\xbc\xc3\x9f\""},
       {typeChar, "610a00", "\"text\":\"a\\n\\u0000\""},
-      {typeUTF8Text, "c3bc", "\"text\":\"\xc3\xbc\""},
       {typeUTF8Text, "61ff", "\"text\":\"a\xef\xbf\xbd\",\"hex\":\"61ff\""},
       {typeUnicodeText, "00fcd83dde00", "\"text\":\"\xc3\xbc\xf0\x9f\x98\x80\""},
-      {typeUnicodeText, "d83d", "\"hex\":\"d83d\""},                         // half of a pair
-      {typeUnicodeText, "feff0061", "\"text\":\"a\",\"hex\":\"feff0061\""},  // a mark in front
+      {typeUnicodeText, "d83d", "\"hex\":\"d83d\""},  // half of a pair
       {typeUTF16ExternalRepresentation, "fffe6100", "\"text\":\"a\",\"hex\":\"fffe6100\""},
       {typePString, "0261ff", "\"text\":\"a\xcb\x87\",\"hex\":\"0261ff\""},
-      {typeCString, "6100", "\"text\":\"a\",\"hex\":\"6100\""},
-      {typeIntlText, "0000000061", "\"text\":\"a\",\"hex\":\"0000000061\""},
       {FourCC('t', 'd', 't', 'a'), "00ff", "\"hex\":\"00ff\""},
-      {FourCC('A', 'B', 'C', 'D'), "", "\"hex\":\"\""},
-      {FourCC('f', 's', 's', ' '), "0102", "\"hex\":\"0102\""},
       {0x01ABCDEF, "00", "\"hex\":\"00\""},
   };
   for (const auto& row : rows) {
@@ -141,13 +125,6 @@ TEST(DescModel, ContainersAndNestedEvents) {
       lines[0]);
 }
 
-TEST(DescModel, NoEventIsNull) {
-  const AEDesc none = {typeNull, nullptr};
-  EXPECT_TRUE(ParametersModel(none).IsNull());
-  EXPECT_TRUE(AttributesModel(none).IsNull());
-  EXPECT_TRUE(ParameterLines(ParametersModel(none)).empty());
-}
-
 TEST(DescModel, AsDeepAsDescriptorsNest) {
   StTestDesc list;
   ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list.desc));
@@ -184,18 +161,15 @@ std::string BytesOf(const JsonValue& parameters) {
 TEST(DescModel, NothingIsLostOfAnyValue) {
   const DescType types[] = {typeBoolean,
                             typeTrue,
-                            typeFalse,
                             typeSInt16,
                             typeUInt16,
                             typeSInt32,
-                            typeUInt32,
                             typeSInt64,
                             typeUInt64,
                             typeIEEE32BitFloatingPoint,
                             typeIEEE64BitFloatingPoint,
                             typeFixed,
                             typeExtended,
-                            type128BitFloatingPoint,
                             typeChar,
                             typePString,
                             typeCString,
@@ -205,12 +179,8 @@ TEST(DescModel, NothingIsLostOfAnyValue) {
                             typeIntlText,
                             typeType,
                             typeEnumerated,
-                            typeKeyword,
                             typeMachPort,
-                            typeKernelProcessID,
                             typeProcessSerialNumber,
-                            typeFileURL,
-                            typeAlias,
                             FourCC('t', 'd', 't', 'a'),
                             FourCC('A', ',', '\'', '\x01')};
   std::mt19937 random(3);

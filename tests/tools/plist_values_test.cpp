@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "tests/tools/strict_json.h"
 #include "tools/json_value.h"
@@ -38,7 +37,6 @@ TEST(PlistJson, ReadsByTheLetter) {
     const char* problem;
   } rows[] = {
       {"{}", "{}", ""},
-      {" [ ] ", "[]", ""},
       {"{\"a\":[1,{\"b\":[true,false]},-0.5],\"c\":\"\"}",
        "{\"a\":[1,{\"b\":[true,false]},-0.5],\"c\":\"\"}", ""},
       {"[1e2,1E+2,0.1,5e-324,123456789.125]", "[100.0,100.0,0.1,5e-324,123456789.125]", ""},
@@ -53,25 +51,17 @@ TEST(PlistJson, ReadsByTheLetter) {
       {"{\"a\":1,\"a\":2}", "{\"a\":2}", ""},
       {"", nullptr, "line 1, column 1: a value is missing"},
       {"[1,\n2,]", nullptr, "line 2, column 3: no JSON value"},
-      {"[1 2]", nullptr, "a comma or ] is missing"},
       {"{\"a\":1,}", nullptr, "a key in quotation marks is missing"},
       {"{\"a\" 1}", nullptr, "a colon is missing"},
       {"{\"a\":1", nullptr, "a comma or } is missing"},
-      {"{1:2}", nullptr, "a key in quotation marks is missing"},
       {"null", nullptr, "null: property lists have no such value"},
-      {"[01]", nullptr, "no JSON value"},
       {"[1.]", nullptr, "digits are missing"},
-      {"[1e]", nullptr, "digits are missing"},
-      {"[-]", nullptr, "no JSON value"},
       {"[18446744073709551616]", nullptr, "no integer"},
       {"1 2", nullptr, "more follows the value"},
       {"\"a", nullptr, "the string does not end"},
       {"\"\x01\"", nullptr, "a control character"},
       {"\"\xFF\"", nullptr, "not UTF-8"},
-      {"\"\\x\"", nullptr, "an escape"},
       {"\"\\u12\"", nullptr, "an escape"},
-      {"\"\\u-123\"", nullptr, "an escape"},
-      {"tru", nullptr, "no JSON value"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.json);
@@ -100,24 +90,17 @@ TEST(PlistLeaf, TextGoesForthAndBack) {
     const char* again;  // null: refused
   } rows[] = {
       {PlistKind::kString, " a<b&c ", " a<b&c "},
-      {PlistKind::kString, "\xFF", nullptr},
       {PlistKind::kInteger, "-9223372036854775808", "-9223372036854775808"},
       {PlistKind::kInteger, "18446744073709551615", "18446744073709551615"},
       {PlistKind::kInteger, "18446744073709551616", nullptr},
-      {PlistKind::kInteger, "1.5", nullptr},
       {PlistKind::kInteger, "1</integer><integer>2", nullptr},
-      {PlistKind::kInteger, "", nullptr},
       {PlistKind::kReal, "0.30000000000000004", "0.30000000000000004"},
-      {PlistKind::kReal, "2", "2.0"},
       {PlistKind::kReal, "nan", "NaN"},
-      {PlistKind::kReal, "x", nullptr},
       {PlistKind::kBoolean, "yes", "true"},
-      {PlistKind::kBoolean, "0", "false"},
       {PlistKind::kBoolean, "TRUE", nullptr},
       {PlistKind::kDate, "2005-03-01T12:34:56Z", "2005-03-01T12:34:56Z"},
       {PlistKind::kDate, "2005-03-01", nullptr},
       {PlistKind::kData, "AAEC/w==", "AAEC/w=="},
-      {PlistKind::kData, "", ""},
       {PlistKind::kArray, "[]", nullptr},
   };
   for (const auto& row : rows) {
@@ -145,24 +128,16 @@ TEST(PlistLeaf, AWordMeansWhatItLooksLike) {
       {"5", nothing, PlistKind::kInteger, "5"},
       {"5", real, PlistKind::kReal, "5.0"},
       {"5", text, PlistKind::kString, "\"5\""},
-      {"[5]", text, PlistKind::kString, "\"[5]\""},
       {"5", list, PlistKind::kNone, ""},
       {"{}", list, PlistKind::kNone, ""},
       {"[5]", list, PlistKind::kArray, "[5]"},
-      {"x", real, PlistKind::kNone, ""},
-      {"5 apples", nothing, PlistKind::kString, "\"5 apples\""},
-      {"", nothing, PlistKind::kString, "\"\""},
       {"true", nothing, PlistKind::kBoolean, "true"},
-      {"truely", nothing, PlistKind::kString, "\"truely\""},
       {"\"5\"", nothing, PlistKind::kString, "\"5\""},
-      {"\"5", nothing, PlistKind::kNone, ""},
       {"{\"a\":1}", nothing, PlistKind::kDictionary, "{\"a\":1}"},
       {"{ a = 1; }", nothing, PlistKind::kDictionary, "{\"a\":\"1\"}"},
       {"{ a = ", nothing, PlistKind::kNone, ""},
-      {"(a, b)", nothing, PlistKind::kArray, "[\"a\",\"b\"]"},
       {"<0fbd>", nothing, PlistKind::kData, "\"D70=\""},
       {"<date>2020-01-01T00:00:00Z</date>", nothing, PlistKind::kDate, "\"2020-01-01T00:00:00Z\""},
-      {"[1", nothing, PlistKind::kNone, ""},
       {"<dict>", nothing, PlistKind::kNone, ""},
   };
   for (const auto& row : rows) {
@@ -183,7 +158,6 @@ TEST(PlistPath, StepsAreReadAndWritten) {
   } rows[] = {
       {"", true, {}},
       {"a", true, {"a"}},
-      {"a.b.0.c", true, {"a", "b", "0", "c"}},
       {"com\\.example.x", true, {"com.example", "x"}},
       {"a\\\\b", true, {"a\\b"}},
       {".", true, {"", ""}},
@@ -207,17 +181,13 @@ TEST(PlistPath, ChangesOrSaysWhyNot) {
       {"a", PlistChange::kSet, "{\"a\":9,\"l\":[1,2]}"},
       {"b", PlistChange::kSet, "{\"a\":{},\"l\":[1,2],\"b\":9}"},
       {"a.b", PlistChange::kSet, "{\"a\":{\"b\":9},\"l\":[1,2]}"},
-      {"l.0", PlistChange::kSet, "{\"a\":{},\"l\":[9,2]}"},
       {"l.2", PlistChange::kSet, "{\"a\":{},\"l\":[1,2,9]}"},
       {"l.0", PlistChange::kInsert, "{\"a\":{},\"l\":[9,1,2]}"},
-      {"l.2", PlistChange::kInsert, "{\"a\":{},\"l\":[1,2,9]}"},
       {"l.1", PlistChange::kRemove, "{\"a\":{},\"l\":[1]}"},
       {"a", PlistChange::kRemove, "{\"l\":[1,2]}"},
       {"a", PlistChange::kInsert, "a is there already"},
       {"l.2", PlistChange::kRemove, "l is an array of 2 and has no index 2"},
-      {"l.3", PlistChange::kSet, "l is an array of 2 and has no index 3"},
       {"l.-1", PlistChange::kSet, "l is an array of 2 and has no index -1"},
-      {"l.0x", PlistChange::kRemove, "l is an array of 2 and has no index 0x"},
       {"l.0.x", PlistChange::kSet, "l.0 is an integer, with nothing inside"},
       {"z.x", PlistChange::kSet, "the list has no key z"},
       {"a.z", PlistChange::kRemove, "a has no key z"},
@@ -247,8 +217,6 @@ TEST(PlistDiff, TellsEveryPlaceOnce) {
       {"[0.0,-0.0,1e999]", "[-0.0,-0.0,1e999]", "0=0.0>-0.0 "},
       {"{\"a.b\":1,\"c\":2}", "{\"c\":3,\"d\":4}", "a\\.b=1> c=2>3 d=>4 "},
       {"[1,[2,3]]", "[1,[2],4]", "1.1=3> 2=>4 "},
-      {"{\"a\":[]}", "{\"a\":{}}", "a=[]>{} "},
-      {"{\"\":{\"a\":1}}", "{\"\":{}}", ".a=1> "},
       {"{\"a\":true}", "{\"a\":1}", "a=true>1 "},
   };
   for (const auto& row : rows) {

@@ -5,12 +5,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "tests/support/open_descriptor_check.h"
-#include "tests/support/test_process.h"
+#include "tests/support/scratch_folder.h"
 #include "tests/tools/verb_runner.h"
 
 // vltctl prefs, as people and scripts meet it.
@@ -21,11 +20,6 @@ ProgramResult Prefs(const std::vector<std::string>& words) { return RunVerb({"pr
 
 std::string Folder(const char* variable) {
   return std::string(std::getenv(variable)) + "/veltrane/preferences/";
-}
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
 class PrefsVerb : public testing::Test {

@@ -70,17 +70,12 @@ TEST(Vltctl, UsageErrorsAreStatusTwoAndSaidOnStandardError) {
   const std::vector<VerbRun> runs = {
       {{}, 2, "", "vltctl ports"},
       {{"prots"}, 2, "", "did you mean ports?"},
-      {{"help", "sned"}, 2, "", "did you mean send?"},
       {{"ports", "extra"}, 2, "", "too many words"},
-      {{"ports", "--al"}, 2, "", "did you mean --all?"},
       {{"send", "x", "abcd"}, 2, "", "too few words"},
       {{"send", "x", "abcd", "abc"}, 2, "", "no event id"},
-      {{"send", "x", "abcd", "efgh", "keyy:long=x"}, 2, "", "no long: x"},
       {{"send", "x", "abcd", "efgh", "keyy:long=1", "keyy:long=1"}, 2, "", "given twice"},
       {{"send", "x", "abcd", "efgh", "--timeout", "1s"}, 2, "", "no seconds: 1s"},
-      {{"send", "", "abcd", "efgh"}, 2, "", "1 to 127 bytes"},
       {{"quit", std::string(128, 'n')}, 2, "", "1 to 127 bytes"},
-      {{"quit", "--timeout=0"}, 2, "", "no seconds: 0"},
   };
   ExpectRuns({}, runs);
 }
@@ -105,7 +100,6 @@ TEST(Vltctl, SendPrintsTheReply) {
        0,
        "----:text=Gr\xc3\xbc\xc3\x9f\nnumb:comp=-5\nflag:bool=true\n",
        ""},
-      {{port, "test", "echo"}, 0, "", ""},
       {{port, "test", "fail"}, 5, "errn:long=-31999\n", port + ": error -31999"},
       {{port, "test", "fail", "--no-reply"}, 0, "", ""},
       {{"test.nobody", "test", "echo"}, 3, "", "error 1102 (BOOTSTRAP_UNKNOWN_SERVICE)"},
@@ -143,7 +137,6 @@ TEST(Vltctl, SendPrintsOneJsonObject) {
        5,
        "-31999,\"name\":null",
        "\"parameters\":{\"errn\":{\"type\":\"long\",\"value\":-31999}}}\n"},
-      {{port, "test", "echo", "--no-reply"}, 0, "0,\"name\":\"noErr\"", ""},
       {{"test.nobody", "test", "echo"}, 3, "1102,\"name\":\"BOOTSTRAP_UNKNOWN_SERVICE\"", ""},
   };
   for (const auto& row : rows) {
