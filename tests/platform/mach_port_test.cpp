@@ -4,8 +4,6 @@
 #include <servers/bootstrap.h>
 
 #include <set>
-#include <string>
-#include <vector>
 
 #include "platform/host/introspect.h"
 
@@ -19,8 +17,7 @@ mach_port_t Bootstrap() {
 
 mach_port_t NewReceiveRight() {
   mach_port_t port = MACH_PORT_NULL;
-  EXPECT_EQ(KERN_SUCCESS,
-            mach_port_allocate(mach_task_self(), MACH_PORT_RIGHT_RECEIVE, &port));
+  EXPECT_EQ(KERN_SUCCESS, mach_port_allocate(mach_task_self(), MACH_PORT_RIGHT_RECEIVE, &port));
   return port;
 }
 
@@ -28,8 +25,7 @@ TEST(MachPort, BadArgumentsGetTheirCodes) {
   mach_port_t port = MACH_PORT_NULL;
   EXPECT_EQ(KERN_INVALID_ARGUMENT, task_get_special_port(77, TASK_BOOTSTRAP_PORT, &port));
   EXPECT_EQ(KERN_INVALID_ARGUMENT, task_get_special_port(mach_task_self(), TASK_HOST_PORT, &port));
-  EXPECT_EQ(KERN_INVALID_VALUE,
-            mach_port_allocate(mach_task_self(), MACH_PORT_RIGHT_SEND, &port));
+  EXPECT_EQ(KERN_INVALID_VALUE, mach_port_allocate(mach_task_self(), MACH_PORT_RIGHT_SEND, &port));
   EXPECT_EQ(KERN_INVALID_TASK, mach_port_allocate(77, MACH_PORT_RIGHT_RECEIVE, &port));
   for (const mach_port_t nobody : {MACH_PORT_NULL, MACH_PORT_DEAD, mach_port_t{12345678}}) {
     EXPECT_EQ(KERN_INVALID_NAME, mach_port_destroy(mach_task_self(), nobody));
@@ -58,41 +54,6 @@ TEST(MachPort, NamesAreNotReusedSoon) {
     ASSERT_EQ(KERN_SUCCESS, mach_port_destroy(mach_task_self(), port));
   }
   EXPECT_EQ(before, HostCountPorts().portNames);
-}
-
-TEST(Bootstrap, AnyBytesMakeAName) {
-  const std::string high(20, '\xFF');
-  const struct {
-    std::string name;
-    kern_return_t err;
-  } rows[] = {
-      {"x", 0},
-      {std::string(127, 'n'), 0},
-      {std::string(128, 'n'), KERN_INVALID_ARGUMENT},
-      {"", KERN_INVALID_ARGUMENT},
-      {"/", 0},
-      {"../../escape", 0},
-      {".", 0},
-      {"a name with spaces", 0},
-      {"per%cent%2F", 0},
-      {high, 0},
-      {"\x01\x02\n", 0},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    const mach_port_t port = NewReceiveRight();
-    mach_port_t found = 99;
-    EXPECT_EQ(row.err, bootstrap_register(Bootstrap(), row.name.c_str(), port));
-    const kern_return_t expected = row.err == 0 ? 0 : KERN_INVALID_ARGUMENT;
-    EXPECT_EQ(expected, bootstrap_look_up(Bootstrap(), row.name.c_str(), &found));
-    EXPECT_EQ(row.err == 0 ? port : MACH_PORT_NULL, found);
-    mach_port_destroy(mach_task_self(), port);
-    if (row.err == 0) {
-      EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE,
-                bootstrap_look_up(Bootstrap(), row.name.c_str(), &found));
-    }
-  }
-  EXPECT_TRUE(HostListNames().empty());
 }
 
 TEST(Bootstrap, ANameHasOneOwner) {
@@ -171,20 +132,6 @@ TEST(CFMachPort, BecomesInvalidOnceWhateverEndsIt) {
     // The object gave up its receive right.
     EXPECT_EQ(KERN_INVALID_NAME, mach_port_destroy(mach_task_self(), name));
   }
-}
-
-TEST(CFMachPort, OneObjectForAPort) {
-  PortLog log;
-  const CFMachPortRef port = NewMachPort(&log);
-  Boolean existing = 0;
-  const CFMachPortRef same = CFMachPortCreateWithPort(nullptr, CFMachPortGetPort(port), nullptr,
-                                                      nullptr, &existing);
-  EXPECT_EQ(port, same);
-  EXPECT_TRUE(existing);
-  CFRelease(same);
-  EXPECT_EQ(nullptr, CFMachPortCreateWithPort(nullptr, 4711, nullptr, nullptr, &existing));
-  CFRelease(port);
-  EXPECT_EQ(1, log.released);
 }
 
 TEST(CFMachPort, ACallbackSetTooLateRunsAtOnce) {

@@ -1,6 +1,4 @@
 #include <Carbon/Notification.h>
-#include <CoreServices/Debugging.h>
-#include <CoreServices/DriverSynchronization.h>
 #include <CoreServices/MacErrors.h>
 #include <gtest/gtest.h>
 #include <syslog.h>
@@ -65,14 +63,6 @@ TEST(Notices, TheResponseDecidesHowLongARecordStays) {
   EXPECT_TRUE(notices.Lines().empty());  // records without a text show nothing
 }
 
-TEST(Notices, OnlyNoticeRecordsAreTaken) {
-  NMRec record = MakeRecord(nullptr, nullptr);
-  record.qType = 7;
-  EXPECT_EQ(nmTypErr, NMInstall(&record));
-  EXPECT_EQ(nmTypErr, NMRemove(&record));
-  EXPECT_EQ(nmTypErr, NMInstall(nullptr));
-}
-
 TEST(SystemLog, EntriesAreSingleLines) {
   const TestSink log("VLTHOST_LOG");
   errno = ENOENT;
@@ -97,20 +87,4 @@ TEST(SystemLog, LinesOfSeveralWritersDoNotMix) {
   const Lines lines = log.Lines();
   EXPECT_EQ(200u, lines.size());
   for (const std::string& line : lines) EXPECT_EQ("6 " + std::string(1000, line[2]), line);
-}
-
-TEST(DebuggerStop, PassesWithoutATracer) {
-  const TestSink stops("VLTHOST_DEBUGGER");
-  unsigned char text[] = "\x04text";
-  Debugger();
-  DebugStr(text);
-  EXPECT_EQ((Lines{"Debugger", "text"}), stops.Lines());
-}
-
-TEST(Atomics, GiveTheWordFromBefore) {
-  UInt32 word = 0x0F;
-  EXPECT_EQ(0x0Fu, BitOrAtomic(0xF0, &word));
-  EXPECT_EQ(0xFFu, BitAndAtomic(0x3C, &word));
-  EXPECT_EQ(0x3Cu, BitXorAtomic(0xFF, &word));
-  EXPECT_EQ(0xC3u, word);
 }

@@ -173,23 +173,12 @@ TEST(ProcessList, BadQuestions) {
   ProcessInfoRec info = {};
   ASSERT_EQ(noErr, GetCurrentProcess(&own));
   EXPECT_EQ(paramErr, GetNextProcess(nullptr));
-  EXPECT_EQ(paramErr, FindPSN(nullptr, kSignature, kType));
-  EXPECT_EQ(paramErr, GetProcessInformation(&own, nullptr));
-  EXPECT_EQ(paramErr, GetProcessInformation(nullptr, &info));
   EXPECT_EQ(paramErr, GetProcessInformation(&own, &info));  // no length
   info.processInfoLength = sizeof info - 1;
   EXPECT_EQ(paramErr, GetProcessInformation(&own, &info));
   const ProcessSerialNumber current = {0, kCurrentProcess};
   EXPECT_EQ(noErr, Inform(current, &info));
   EXPECT_TRUE(AreSame(own, info.processNumber));
-  const ProcessSerialNumber others[] = {{0, kNoProcess},
-                                        {0, kSystemProcess},
-                                        {own.highLongOfPSN + 1, own.lowLongOfPSN},
-                                        {1, 0x7FFFFFFF},
-                                        {1, 0xFFFFFFFF}};
-  for (const ProcessSerialNumber& psn : others) {
-    EXPECT_EQ(procNotFound, Inform(psn, &info)) << psn.lowLongOfPSN;
-  }
   ProcessSerialNumber psn = {1, 0xFFFFFFFF};
   EXPECT_EQ(procNotFound, GetNextProcess(&psn));
   EXPECT_EQ(0u, psn.lowLongOfPSN);

@@ -46,9 +46,7 @@ TEST(TextCodec, EveryMacRomanByteSurvives) {
   const struct {
     UInt8 byte;
     UniChar unit;
-  } rows[] = {{0x41, 0x41},   {0x80, 0xC4},   {0x8E, 0xE9}, {0xA5, 0x2022}, {0xB5, 0xB5},
-              {0xBD, 0x3A9},  {0xC6, 0x2206}, {0xCA, 0xA0}, {0xDB, 0x20AC}, {0xDE, 0xFB01},
-              {0xF0, 0xF8FF}, {0xF5, 0x131},  {0xFF, 0x2C7}};
+  } rows[] = {{0x80, 0xC4}, {0x8E, 0xE9}, {0xBD, 0x3A9}, {0xDB, 0x20AC}, {0xF0, 0xF8FF}};
   for (const auto& row : rows) EXPECT_EQ(row.unit, HostMacRomanToUnicode(row.byte));
   EXPECT_EQ(0xBD, HostUnicodeToMacRoman(0x2126));
   EXPECT_EQ(-1, HostUnicodeToMacRoman(0xA4));
@@ -63,24 +61,18 @@ TEST(TextCodec, Decoding) {
     bool valid;
     Units units;
   } rows[] = {
-      {kUTF8, "", false, true, {}},
       {kUTF8, "a\xC3\xA9\xE2\x82\xAC", false, true, {'a', 0xE9, 0x20AC}},
       {kUTF8, "\xF0\x9F\x98\x80", false, true, {0xD83D, 0xDE00}},
-      {kUTF8, "\xF4\x8F\xBF\xBF", false, true, {0xDBFF, 0xDFFF}},
       {kUTF8, std::string("a\0b", 3), false, true, {'a', 0, 'b'}},
       {kUTF8, "\xEF\xBB\xBFq", true, true, {'q'}},
       {kUTF8, "\xEF\xBB\xBFq", false, true, {0xFEFF, 'q'}},
       {kUTF8, "\xC0\x80", false, false, {}},  // overlong
-      {kUTF8, "\xC1\xBF", false, false, {}},
       {kUTF8, "\xE0\x9F\xBF", false, false, {}},
       {kUTF8, "\xF0\x8F\xBF\xBF", false, false, {}},
       {kUTF8, "\xED\xA0\x80", false, false, {}},      // half of a pair
       {kUTF8, "\xF4\x90\x80\x80", false, false, {}},  // beyond U+10FFFF
-      {kUTF8, "\xF8\x88\x80\x80\x80", false, false, {}},
       {kUTF8, "\x80", false, false, {}},
       {kUTF8, "\xC3", false, false, {}},  // cut
-      {kUTF8, "\xE2\x82", false, false, {}},
-      {kUTF8, "\xF0\x9F\x98", false, false, {}},
       {kUTF8, "\xC3(", false, false, {}},
       {kBig, std::string("\0a\x20\xAC", 4), false, true, {'a', 0x20AC}},
       {kLittle, std::string("a\0\xAC\x20", 4), false, true, {'a', 0x20AC}},
@@ -91,11 +83,8 @@ TEST(TextCodec, Decoding) {
        true,
        true,
        {'a'}},  // the mark wins
-      {kLittle, std::string("\xFE\xFF\0a", 4), true, true, {'a'}},
       {kBig, std::string("\xFE\xFF\0a", 4), false, true, {0xFEFF, 'a'}},
       {kBig, std::string("\xD8\x3D\xDE\0x", 5), false, false, {}},  // odd
-      {kBig, std::string("\xD8\x3D\xDE\0", 4), false, true, {0xD83D, 0xDE00}},
-      {kBig, "\xD8\x3D", false, false, {}},
       {kBig, std::string("\xD8\x3D\0a", 4), false, false, {}},
       {kBig, std::string("\xDE\0", 2), false, false, {}},
       {kCFStringEncodingASCII, "a~", false, true, {'a', '~'}},
@@ -103,7 +92,6 @@ TEST(TextCodec, Decoding) {
       {kCFStringEncodingISOLatin1, "\x80\xFF", false, true, {0x80, 0xFF}},
       {kCFStringEncodingWindowsLatin1, "\x80\x9F\xE9", false, true, {0x20AC, 0x178, 0xE9}},
       {kCFStringEncodingWindowsLatin1, "\x81", false, false, {}},
-      {kCFStringEncodingNextStepLatin, "a", false, false, {}},
       {kCFStringEncodingInvalidId, "", false, false, {}},
   };
   for (const auto& row : rows) {
@@ -130,20 +118,16 @@ TEST(TextCodec, EncodingStopsAtWhatDoesNotFit) {
        5,
        "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"},
       {kUTF8, {0x7FF, 0x800, 0xFFFF}, 0, 9, 3, "\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF"},
-      {kUTF8, {'a', 0x20AC}, 0, 3, 1, "a"},       // not half a character
-      {kUTF8, {0xD83D, 0xDE00}, 0, 3, 0, ""},     // nor half a pair
-      {kUTF8, {'a', 0xD83D, 'b'}, 0, 9, 1, "a"},  // half a pair has no form
+      {kUTF8, {'a', 0x20AC}, 0, 3, 1, "a"},    // not half a character
+      {kUTF8, {0xD83D, 0xDE00}, 0, 3, 0, ""},  // nor half a pair
       {kUTF8, {'a', 0xDE00, 'b'}, '?', 9, 3, "a?b"},
-      {kRoman, {'a', 0x20AC, 0x4E00, 'b'}, 0, 9, 2, "a\xDB"},
       {kRoman, {'a', 0x20AC, 0x4E00, 'b'}, '?', 9, 4, "a\xDB?b"},
       {kRoman, {0xD83D, 0xDE00, 'b'}, '?', 9, 3, "?b"},  // one loss byte for a pair
       {kRoman, {'e', 0x301, 'E', 0x308, 'x', 0x301}, 0, 9, 5, "\x8E\xE8x"},
-      {kRoman, {'c', 0x327, 'o', 0x30A}, '?', 9, 4, "\x8Do?"},
       {kBig, {'a', 0xD83D, 0xDE00}, 0, 6, 3, std::string("\0a\xD8\x3D\xDE\0", 6)},
       {kLittle, {0x20AC, 'a'}, 0, 3, 1, "\xAC\x20"},
       {kCFStringEncodingISOLatin1, {0xFF, 0x100}, 0, 9, 1, "\xFF"},
       {kCFStringEncodingWindowsLatin1, {0x20AC, 0xE9, 0x81}, 0, 9, 2, "\x80\xE9"},
-      {kCFStringEncodingASCII, {'a', 0x80}, 0, 9, 1, "a"},
       {kCFStringEncodingNonLossyASCII, {'a'}, '?', 9, 0, ""},
   };
   for (const auto& row : rows) {
@@ -158,23 +142,4 @@ TEST(TextCodec, EncodingStopsAtWhatDoesNotFit) {
       EXPECT_EQ(row.bytes.size(), counted);
     }
   }
-}
-
-TEST(TextCodec, Conversion) {
-  std::vector<UInt8> out;
-  const std::string roman = "caf\x8E";
-  ASSERT_TRUE(HostConvertText(kRoman, Bytes(roman), roman.size(), kUTF8, out));
-  EXPECT_EQ("caf\xC3\xA9", std::string(out.begin(), out.end()));
-
-  const std::string marked(
-      "\xFF\xFE"
-      "a\0",
-      4);
-  ASSERT_TRUE(HostConvertText(kBig, Bytes(marked), marked.size(), kRoman, out));
-  EXPECT_EQ("a", std::string(out.begin(), out.end()));
-
-  const std::string foreign = "\xE4\xB8\x80";
-  EXPECT_FALSE(HostConvertText(kUTF8, Bytes(foreign), foreign.size(), kRoman, out));
-  EXPECT_TRUE(out.empty());
-  EXPECT_FALSE(HostConvertText(kUTF8, Bytes(foreign), 2, kBig, out));
 }

@@ -69,11 +69,7 @@ TEST(TextUtils, Numbers) {
   const struct {
     SInt32 number;
     const char* text;
-  } rows[] = {{0, "0"},
-              {-1, "-1"},
-              {1234567890, "1234567890"},
-              {INT32_MAX, "2147483647"},
-              {INT32_MIN, "-2147483648"}};
+  } rows[] = {{0, "0"}, {INT32_MAX, "2147483647"}, {INT32_MIN, "-2147483648"}};
   for (const auto& row : rows) {
     Str255 text;
     NumToString(row.number, text);
