@@ -107,33 +107,22 @@ class Ways {
     return spec;
   }
 
-  // The names of those that were started, once for each start; then it is ended.
+  // The names of those that were started since the last call; what was started is ended.
   std::string Started() {
     std::string names;
     for (const char* name : {"Path", "Identifier", "Signature"}) {
       for (size_t i = apps.Starts(name).size(); i > 0; i--) names += name;
+      apps.ForgetStarts(name);
     }
-    if (names.size() > before.size()) {
+    if (!names.empty()) {
       EXPECT_TRUE(QuitAndWait(port));
     }
-    const std::string fresh = names.size() > before.size() ? Difference(names) : "";
-    before = names;
-    return fresh;
+    return names;
   }
 
   LaunchedApplications apps;
   const std::string port = UniquePortName();
   std::vector<std::string> paths;
-
- private:
-  // What `names` has besides what was there before; both are in the same order.
-  std::string Difference(const std::string& names) const {
-    size_t at = 0;
-    while (at < before.size() && before[at] == names[at]) at++;
-    return names.substr(at, names.size() - before.size());
-  }
-
-  std::string before;
 };
 
 TEST(Launching, ByPathThenIdentifierThenSignature) {

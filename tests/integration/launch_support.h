@@ -1,5 +1,7 @@
 #pragma once
 
+#include <unistd.h>
+
 #include <string>
 #include <vector>
 
@@ -24,6 +26,7 @@ class LaunchedApplications {
   // The step of a plan by which the starts of `name` are counted, and their pids in order.
   std::string NoteStep(const std::string& name) const { return "note " + NotePath(name) + "\n"; }
   std::vector<pid_t> Starts(const std::string& name) const;
+  void ForgetStarts(const std::string& name) const { unlink(NotePath(name).c_str()); }
   bool WaitForStart(const std::string& name, size_t count = 1) const;
 
   // A step that waits until the test lets it go on.

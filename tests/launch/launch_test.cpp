@@ -248,6 +248,11 @@ TEST(Find, TellsWhoIsThere) {
     EXPECT_EQ(0, launch.findAndLaunch());
   }
   EXPECT_EQ(0, VLTLaunch::waitForPort(name.c_str(), 1, 20));
+  // A port that is there does not count when only the signature does.
+  VLTLaunchSpec bySignature = PortSpec(name.c_str());
+  bySignature.findByPortName = false;
+  bySignature.findBySignature = true;
+  EXPECT_EQ(procNotFound, OpenLaunch(bySignature).find());
 }
 
 }  // namespace

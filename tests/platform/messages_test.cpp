@@ -7,6 +7,7 @@
 #include <chrono>
 #include <functional>
 #include <future>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -187,6 +188,17 @@ TEST(Messages, TheDeathOfThePortEndsTheWait) {
     EXPECT_EQ(connectionInvalid, result.get_future().get());
     asker.join();
   }
+}
+
+TEST(Messages, TheHandlerMayEndItsPort) {
+  std::unique_ptr<Server> server;
+  server = std::make_unique<Server>([&](const AppleEvent& event, AppleEvent& reply) {
+    server->Destroy();
+    Echo(event, reply);
+  });
+  const Answer answer = AskWhileServing(server->Port(), 77);
+  EXPECT_EQ(0, answer.status);
+  EXPECT_EQ(77, answer.number);
 }
 
 TEST(Messages, AnAnswerThatCannotBeSentSaysSo) {

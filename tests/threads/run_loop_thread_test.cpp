@@ -96,21 +96,6 @@ TEST(RunLoopThread, TheSmallestQuantumWins) {
   EXPECT_EQ(-2, info.quantum);
 }
 
-TEST(RunLoopThread, CalledFromEightThreads) {
-  Thread thread;
-  std::atomic<int> starts{0};
-  int calls = 0;  // the thread's
-  WithinTime([&] {
-    InThreads(8, [&](int number) {
-      for (int i = 0; i < 1000; i++) {
-        const SInt32 expected = number * 1000 + i + 2;
-        EXPECT_EQ(expected, thread.Run([&] { return calls++, expected; }));
-      }
-    });
-  });
-  EXPECT_EQ(8000, calls);
-}
-
 // Each call from within one on another thread, there and back.
 TEST(RunLoopThread, CallsOtherThreadsFromItsOwn) {
   Thread first, second, third;
