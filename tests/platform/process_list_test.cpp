@@ -176,9 +176,6 @@ TEST(ProcessList, BadQuestions) {
   EXPECT_EQ(paramErr, GetProcessInformation(&own, &info));  // no length
   info.processInfoLength = sizeof info - 1;
   EXPECT_EQ(paramErr, GetProcessInformation(&own, &info));
-  const ProcessSerialNumber current = {0, kCurrentProcess};
-  EXPECT_EQ(noErr, Inform(current, &info));
-  EXPECT_TRUE(AreSame(own, info.processNumber));
   ProcessSerialNumber psn = {1, 0xFFFFFFFF};
   EXPECT_EQ(procNotFound, GetNextProcess(&psn));
   EXPECT_EQ(0u, psn.lowLongOfPSN);

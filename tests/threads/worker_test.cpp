@@ -20,7 +20,6 @@ struct Worker : VLTStdMPThread {
       : VLTStdMPThread(nullptr, nullptr, stackSize, 0), body(std::move(body)) {}
   ~Worker() override { FinalizeIfNeeded(0); }
 
-  SInt32 ThreadCreated(SInt32 result) override { return created ? created(*this) : result; }
   SInt32 DoThreadTask() override { return body ? body(*this) : 0; }
   SInt32 DoThreadNotification(void*& tag, void*& kind, void*& value, SInt32 error) override {
     if (tag == Code(kMine)) received = kind;
@@ -51,7 +50,6 @@ struct Worker : VLTStdMPThread {
 
   static constexpr OSType kMine = FourCC('m', 'i', 'n', 'e');
   std::function<SInt32(Worker&)> body;
-  std::function<SInt32(Worker&)> created;
   std::function<void(Worker&)> terminated;
   std::atomic<void*> received{nullptr};
   bool missesStart = false;
@@ -71,16 +69,6 @@ TEST(Worker, StatusesOfItsRuns) {
     worker.TakeEnd();
     EXPECT_EQ(result, worker.Status());
   }
-}
-
-TEST(Worker, ATaskThatGivesUpAtItsStart) {
-  std::atomic<bool> ran{false};
-  Worker worker([&](Worker&) { return ran = true, 0; });
-  worker.created = [](Worker&) { return -5; };
-  EXPECT_EQ(0, worker.StartThread());
-  EXPECT_EQ(-5, worker.Status());
-  EXPECT_EQ(0, worker.WaitForCompletion(kLong));
-  EXPECT_FALSE(ran);
 }
 
 TEST(Worker, ATaskThatEndsBeforeItsStartIsSeen) {

@@ -125,23 +125,6 @@ TEST(DescModel, ContainersAndNestedEvents) {
       lines[0]);
 }
 
-TEST(DescModel, AsDeepAsDescriptorsNest) {
-  StTestDesc list;
-  ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list.desc));
-  int levels = 1;
-  for (;; ++levels) {
-    StTestDesc outer;
-    ASSERT_EQ(0, AECreateList(nullptr, 0, false, &outer.desc));
-    if (AEPutDesc(&outer.desc, 0, &list.desc) != 0) break;
-    std::swap(outer.desc, list.desc);
-  }
-  EXPECT_EQ(64, levels);
-  std::string expected;
-  for (int i = 0; i < levels; ++i) expected += "{\"type\":\"list\",\"items\":[";
-  for (int i = 0; i < levels; ++i) expected += "]}";
-  EXPECT_EQ(expected, JsonText(DescModel(list.desc)));
-}
-
 // Reads the bytes back from nothing but the model: hex, else text, else as the command line does.
 std::string BytesOf(const JsonValue& parameters) {
   const JsonValue& model = parameters.AsObject()->at(0).second;
