@@ -128,24 +128,24 @@ HostPlistParse HostParsePlistInteger(std::string_view text, bool* isNegative, UI
   return HostPlistParse::kGood;
 }
 
-HostPlistParse HostParsePlistReal(std::string_view text, double* value) {
+bool HostParsePlistReal(std::string_view text, double* value) {
   const bool isNegative = !text.empty() && text[0] == '-';
   if (!text.empty() && (text[0] == '-' || text[0] == '+')) text.remove_prefix(1);
   if (IsWord(text, "nan")) {
     *value = std::numeric_limits<double>::quiet_NaN();
-    return HostPlistParse::kGood;
+    return true;
   }
   if (IsWord(text, "inf") || IsWord(text, "infinity")) {
     *value = std::numeric_limits<double>::infinity() * (isNegative ? -1 : 1);
-    return HostPlistParse::kGood;
+    return true;
   }
-  if (text.empty() || (!IsDigit(text[0]) && text[0] != '.')) return HostPlistParse::kMalformed;
+  if (text.empty() || (!IsDigit(text[0]) && text[0] != '.')) return false;
   const char* end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, *value);
-  if (stop != end || error == std::errc::invalid_argument) return HostPlistParse::kMalformed;
+  if (stop != end || error == std::errc::invalid_argument) return false;
   if (error == std::errc::result_out_of_range) *value = RoundBeyondRange(text);
   if (isNegative) *value = -*value;
-  return HostPlistParse::kGood;
+  return true;
 }
 
 HostPlistParse HostParsePlistDate(std::string_view text, CFAbsoluteTime* time) {

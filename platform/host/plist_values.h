@@ -14,10 +14,10 @@ enum class HostPlistParse { kGood, kMalformed, kOutOfRange };
 // `magnitude`, or its negative.
 HostPlistParse HostParsePlistInteger(std::string_view text, bool* isNegative, UInt64* magnitude);
 
-// Decimal with point and exponent, or nan, inf, infinity in any case with an optional sign. Never
-// out of range: what is too large becomes infinity and what is too small zero, each with its sign,
+// Decimal with point and exponent, or nan, inf, infinity in any case with an optional sign; false
+// for all else. What is too large becomes infinity and what is too small zero, each with its sign,
 // as other readers of such files have it, so that one odd number does not make a file unreadable.
-HostPlistParse HostParsePlistReal(std::string_view text, double* value);
+bool HostParsePlistReal(std::string_view text, double* value);
 
 // YYYY-MM-DDThh:mm:ssZ and nothing else, years 1 to 9999.
 HostPlistParse HostParsePlistDate(std::string_view text, CFAbsoluteTime* time);

@@ -154,14 +154,7 @@ bool XMLReader::AddInteger(const StartTag& tag, std::string_view text) {
 
 bool XMLReader::AddReal(const StartTag& tag, std::string_view text) {
   double value = 0;
-  switch (HostParsePlistReal(text, &value)) {
-    case HostPlistParse::kMalformed:
-      return Fail(tag.begin, "this is not a real number");
-    case HostPlistParse::kOutOfRange:
-      return Fail(tag.begin, "no 64-bit real is near to this number");
-    case HostPlistParse::kGood:
-      break;
-  }
+  if (!HostParsePlistReal(text, &value)) return Fail(tag.begin, "this is not a real number");
   return builder.AddReal(value) || FailBuilding(tag.begin);
 }
 
