@@ -178,6 +178,15 @@ class PreferencesFaults : public testing::Test {
     return old == 3 && added == 2 ? "new" : "a mixture";
   }
 
+  // The last number that was committed as "next".
+  void ExpectNextInFile() const {
+    VLTDictionary list;
+    int found = 0;
+    EXPECT_EQ(0, list.load(path.c_str(), false));
+    EXPECT_EQ(0, list.getInteger("next", found));
+    EXPECT_EQ(next, found);
+  }
+
   // After a commit that met a fault.
   void ExpectWhole(const ProgramResult& result, const std::string& said) {
     const std::string state = StateOfFile();
@@ -192,11 +201,7 @@ class PreferencesFaults : public testing::Test {
     // The next one works, and clears what a dead one has left.
     Domain().setInteger("next", ++next);
     EXPECT_EQ(0, Domain().commit());
-    VLTDictionary list;
-    int found = 0;
-    EXPECT_EQ(0, list.load(path.c_str(), false));
-    EXPECT_EQ(0, list.getInteger("next", found));
-    EXPECT_EQ(next, found);
+    ExpectNextInFile();
     EXPECT_FALSE(std::filesystem::exists(Path(".real.plist.new")));
     WriteOld();
   }
@@ -393,11 +398,7 @@ TEST_F(PreferencesFaults, AFolderThatCannotBeMadeSaysWhy) {
       EXPECT_NE(std::string::npos, problem.find("Read-only file system")) << number << problem;
       EXPECT_EQ(0, Domain().commit());
     }
-    VLTDictionary list;
-    int found = 0;
-    EXPECT_EQ(0, list.load(path.c_str(), false));
-    EXPECT_EQ(0, list.getInteger("next", found));
-    EXPECT_EQ(next, found);
+    ExpectNextInFile();
   }
   EXPECT_LT(5, failures);
 }
