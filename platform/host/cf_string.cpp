@@ -9,6 +9,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "platform/host/byte_order.h"
 #include "platform/host/hash.h"
 
 namespace {
@@ -68,14 +69,16 @@ __CFString* __CFString::Allocate(bool ascii, bool wide, size_t units, Constant c
                                  HostObjectPool* pool) {
   const uint64_t unitSize = wide ? sizeof(UniChar) : 1;
   constexpr size_t kHeadSize = sizeof(__CFString) - sizeof(__CFString::firstUnits);
-  const uint64_t size = kHeadSize + (uint64_t{units} + 1) * unitSize;
-  if (units > kMaxUnits || size > PTRDIFF_MAX) return nullptr;
+  const uint64_t size = (uint64_t{units} + 1) * unitSize;
+  // In whole words, as CreateIfASCII copies them.
+  const uint64_t room = kHeadSize + ((size + 7) & ~uint64_t{7});
+  if (units > kMaxUnits || room > PTRDIFF_MAX) return nullptr;
   const HostObjectBlock block =
-      HostObjectPool::Take(pool, std::max(static_cast<size_t>(size), sizeof(__CFString)));
+      HostObjectPool::Take(pool, std::max(static_cast<size_t>(room), sizeof(__CFString)));
   if (block.bytes == nullptr) return nullptr;
   auto* string = new (block.bytes) __CFString(ascii, wide, units, constant);
   string->RememberBlock(block);
-  auto* end = static_cast<UInt8*>(block.bytes) + size;
+  auto* end = static_cast<UInt8*>(block.bytes) + kHeadSize + size;
   for (uint64_t i = 1; i <= unitSize; ++i) end[-static_cast<ptrdiff_t>(i)] = 0;
   return string;
 }
@@ -102,6 +105,35 @@ __CFString* __CFString::CreateASCII(const UInt8* bytes, size_t count, HostObject
   std::memcpy(string->firstUnits, bytes, count);
   string->hash.store(hash, std::memory_order_relaxed);
   return string;
+}
+
+// Checks and copies a word a time. What follows the last byte in its word is put right by the
+// terminator, or lies behind it.
+__CFString* __CFString::CreateIfASCII(const UInt8* bytes, size_t count, HostObjectPool* pool,
+                                      bool* isASCII) {
+  *isASCII = true;
+  __CFString* string = Allocate(true, false, count, Constant::kNo, pool);
+  if (string == nullptr) return nullptr;
+  UInt8* const units = string->firstUnits;
+  UInt64 seen = 0;
+  UInt64 word;
+  size_t at = 0;
+  for (; count - at >= sizeof word; at += sizeof word) {
+    std::memcpy(&word, bytes + at, sizeof word);
+    std::memcpy(units + at, &word, sizeof word);
+    seen |= word;
+  }
+  std::memcpy(&word, bytes + at, sizeof word);
+  std::memcpy(units + at, &word, sizeof word);
+  units[count] = 0;
+  if (const size_t rest = count - at; rest > 0) {
+    const size_t unused = 8 * (sizeof word - rest);
+    seen |= kHostIsBigEndian ? word >> unused : word << unused;
+  }
+  if ((seen & 0x8080808080808080u) == 0) return string;
+  *isASCII = false;
+  string->Release();
+  return nullptr;
 }
 
 __CFString* __CFString::Create(HostTextView text) { return Make(text, Constant::kNo); }

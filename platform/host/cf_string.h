@@ -44,6 +44,10 @@ struct __CFString final : HostCFObject {
   // is what HostHashBytes says of the bytes, or 0.
   static __CFString* CreateASCII(const UInt8* bytes, size_t count, HostObjectPool* pool = nullptr,
                                  UInt32 hash = 0);
+  // Of bytes that may be ASCII, behind which eight more can be read. Null also when they are not;
+  // `*isASCII` tells.
+  static __CFString* CreateIfASCII(const UInt8* bytes, size_t count, HostObjectPool* pool,
+                                   bool* isASCII);
   // Of Mac Roman text; never destroyed.
   static __CFString* CreateConstant(const char* text);
 

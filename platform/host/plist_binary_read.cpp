@@ -241,10 +241,11 @@ const HostCFObject* BinaryReader::MakeText(const Head& head, size_t* size) {
   const UInt8* const content = bytes + head.content;
   *size = sizeof(HostCFString) + head.count;
   if (head.marker == kHostPlistASCII) {
-    if (HostIsASCII(content, head.count)) {
-      return HostCFString::CreateASCII(content, head.count, builder.Pool());
-    }
-    return Fail(head.at, "this text is not ASCII"), nullptr;
+    static_assert(kHostPlistTrailerSize >= sizeof(UInt64));  // behind all objects
+    bool isASCII = false;
+    auto* string = HostCFString::CreateIfASCII(content, head.count, builder.Pool(), &isASCII);
+    if (!isASCII) Fail(head.at, "this text is not ASCII");
+    return string;
   }
   const std::unique_ptr<UniChar[]> units(new (std::nothrow) UniChar[head.count]);
   if (units == nullptr) return nullptr;

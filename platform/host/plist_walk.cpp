@@ -129,8 +129,7 @@ bool HostPlistWalk::Sort(const HostCFDictionary& dictionary) {
     anyWide |= text->Latin1() == nullptr;
     sorted.push_back({0, pair});
   }
-  const KeyOrder order = {sorted.data() + first, sorted.data() + sorted.size(), anyWide};
-  order.Sort(common);
+  KeyOrder{sorted.data() + first, sorted.data() + sorted.size(), anyWide}.Sort(common);
   return true;
 }
 

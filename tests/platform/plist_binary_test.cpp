@@ -171,6 +171,21 @@ TEST(PlistBinary, RefusesLiesWithTheirPlace) {
   }
 }
 
+TEST(PlistBinary, FindsTheOneByteThatIsNotASCII) {
+  for (size_t length = 0; length < 15; ++length) {
+    const std::string text = std::string("abcdefghijklmn").substr(0, length);
+    const std::string marker(1, static_cast<char>(0x50 + length));
+    // What follows is nobody's.
+    const ReadList good(OneObject(marker + text + "\x80\x80\x80\x80\x80\x80\x80\x80"));
+    EXPECT_EQ("<string>" + text + "</string>", BodyOf(good.Get()));
+    for (size_t at = 0; at < length; ++at) {
+      std::string bad = text;
+      bad[at] = '\x80';
+      EXPECT_EQ(nullptr, ReadList(OneObject(marker + bad)).Get()) << length << ", " << at;
+    }
+  }
+}
+
 TEST(PlistBinary, RefusesWhateverIsCutShort) {
   const std::string whole = WriteBinary(
       ReadList("<dict><key>a</key><array><string>x</string><real>1</real></array></dict>").Get());
