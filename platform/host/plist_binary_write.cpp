@@ -26,8 +26,10 @@ size_t WidthOf(UInt64 value, bool mayBeThree) {
   return value <= 0xFFFFFFFF ? 4 : 8;
 }
 
+// The last `size` bytes of a number, 1 to 8, in front of what is written over next: there is room
+// for eight.
 UInt8* PutBig(UInt64 value, size_t size, UInt8* at) {
-  for (size_t i = size; i > 0; --i, value >>= 8) at[i - 1] = static_cast<UInt8>(value);
+  HostStoreBig64(at, value << (64 - 8 * size));
   return at + size;
 }
 
@@ -271,7 +273,7 @@ void BinaryWriter::PutHead(UInt8 kind, size_t count) {
 void BinaryWriter::PutScalar(const HostCFObject& object) {
   const Scalar scalar = ScalarOf(object);
   const size_t size = size_t{1} << (scalar.marker & 0x0F);
-  UInt8* at = out.Reserve(1 + size);
+  UInt8* at = out.Reserve(1 + 2 * sizeof(UInt64));
   *at++ = scalar.marker;
   if (size == 16) at = PutBig(0, 8, at);
   PutBig(scalar.bits, size == 16 ? 8 : size, at);
@@ -293,7 +295,7 @@ void BinaryWriter::PutContainer(const HostCFObject& container, const UInt32* ref
   const bool isArray = container.TypeID() == kHostTypeArray;
   PutHead(isArray ? kHostPlistArray : kHostPlistDict, count);
   for (const UInt32* const end = reference + (isArray ? count : count * 2); reference < end;) {
-    PutBig(*reference++, refSize, out.Reserve(refSize));
+    PutBig(*reference++, refSize, out.Reserve(sizeof(UInt64)));
     out.Advance(refSize);
   }
 }
@@ -325,7 +327,7 @@ void BinaryWriter::PutTable(const std::vector<UInt64>& positions) {
   const UInt64 table = out.Total();
   const size_t offsetSize = WidthOf(table, true);
   for (const UInt64 position : positions) {
-    PutBig(position, offsetSize, out.Reserve(offsetSize));
+    PutBig(position, offsetSize, out.Reserve(sizeof(UInt64)));
     out.Advance(offsetSize);
   }
   UInt8 trailer[kHostPlistTrailerSize] = {};
