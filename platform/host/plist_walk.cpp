@@ -120,7 +120,10 @@ bool HostPlistWalk::Sort(const HostCFDictionary& dictionary) {
   size_t common = SIZE_MAX;
   bool anyWide = false;
   HostTextView model;
-  for (const HostPair& pair : dictionary.Pairs()) {
+  const auto pairs = dictionary.Pairs();
+  constexpr ptrdiff_t kAhead = 16;
+  for (const HostPair& pair : pairs) {
+    if (pairs.end() - &pair > kAhead) __builtin_prefetch((&pair)[kAhead].key);
     if (pair.key == nullptr) continue;
     const auto* text = HostCast<HostCFString>(pair.key);
     if (text == nullptr) return Fail("a key of a dictionary is no string");
