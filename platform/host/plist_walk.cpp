@@ -9,6 +9,8 @@
 
 namespace {
 
+constexpr ptrdiff_t kAhead = 16;  // keys that are fetched from memory meanwhile
+
 const HostCFString* KeyOf(const HostPair& pair) {
   return static_cast<const HostCFString*>(static_cast<const HostCFObject*>(pair.key));
 }
@@ -72,8 +74,9 @@ struct HostPlistWalk::KeyOrder {
   SortedPair* last;
   bool anyWide;
 
-  // The keys have `common` units at the beginning in common.
-  void Sort(size_t common) const {
+  void Sort() const {
+    if (last - first <= kFew) return SortFew();
+    const size_t common = Common();
     TakePrefixes(first, last, common);
     if (std::is_sorted(first, last, IsBefore)) return;
     std::sort(first, last,
@@ -85,6 +88,7 @@ struct HostPlistWalk::KeyOrder {
   }
 
  private:
+  static constexpr ptrdiff_t kFew = 8;
   static constexpr size_t kNarrowUnits = sizeof(UInt64);
   static constexpr size_t kWideUnits = sizeof(UInt64) / sizeof(UniChar);
 
@@ -92,8 +96,44 @@ struct HostPlistWalk::KeyOrder {
     if (a.prefix != b.prefix) return a.prefix < b.prefix;
     return Compare(KeyOf(a.pair)->Text(), KeyOf(b.pair)->Text()) < 0;
   }
+  // The place of each pair is the number of those before it: counted without a branch, which no
+  // processor could predict. Equal prefixes are rare; each pair is then moved to its place.
+  void SortFew() const {
+    const size_t count = static_cast<size_t>(last - first);
+    UInt64 prefixes[kFew];
+    HostPair pairs[kFew];
+    bool areApart = true;
+    for (size_t i = 0; i < count; ++i) {
+      pairs[i] = first[i].pair;
+      prefixes[i] = PrefixOf(KeyOf(pairs[i])->Text(), 0, anyWide);
+    }
+    for (size_t i = 0; i < count; ++i) {
+      size_t place = 0;
+      for (size_t j = 0; j < count; ++j) {
+        place += prefixes[j] < prefixes[i];
+        areApart &= j == i || prefixes[j] != prefixes[i];
+      }
+      first[place] = {prefixes[i], pairs[i]};
+    }
+    if (areApart) return;
+    for (size_t i = 0; i < count; ++i) {
+      const SortedPair pair = {prefixes[i], pairs[i]};
+      SortedPair* hole = first + i;
+      for (; hole > first && IsBefore(pair, hole[-1]); --hole) *hole = hole[-1];
+      *hole = pair;
+    }
+  }
+  // Many keys of one dictionary tend to begin alike: the prefixes are to begin where they differ.
+  size_t Common() const {
+    const HostTextView model = KeyOf(first->pair)->Text();
+    size_t common = model.length;
+    for (const SortedPair* pair = first + 1; pair < last && common > 0; ++pair) {
+      if (last - pair > kAhead) __builtin_prefetch(pair[kAhead].pair.key);
+      common = CommonUnits(model, KeyOf(pair->pair)->Text(), common);
+    }
+    return common;
+  }
   void TakePrefixes(SortedPair* begin, SortedPair* end, size_t from) const {
-    constexpr ptrdiff_t kAhead = 8;
     for (SortedPair* pair = begin; pair < end; ++pair) {
       if (end - pair > kAhead) __builtin_prefetch(pair[kAhead].pair.key);
       pair->prefix = PrefixOf(KeyOf(pair->pair)->Text(), from, anyWide);
@@ -113,26 +153,22 @@ bool HostPlistWalk::Fail(const char* why) {
   return false;
 }
 
-// Into `sorted`, after those that are there. Most keys of a dictionary tend to begin alike, so the
-// numbers that stand for them begin where they differ.
+// Into `sorted`, after those that are there.
 bool HostPlistWalk::Sort(const HostCFDictionary& dictionary) {
   const size_t first = sorted.size();
-  size_t common = SIZE_MAX;
+  sorted.resize(first + dictionary.Count());
+  SortedPair* next = sorted.data() + first;
   bool anyWide = false;
-  HostTextView model;
   const auto pairs = dictionary.Pairs();
-  constexpr ptrdiff_t kAhead = 16;
   for (const HostPair& pair : pairs) {
     if (pairs.end() - &pair > kAhead) __builtin_prefetch((&pair)[kAhead].key);
     if (pair.key == nullptr) continue;
     const auto* text = HostCast<HostCFString>(pair.key);
     if (text == nullptr) return Fail("a key of a dictionary is no string");
-    if (sorted.size() == first) model = text->Text();
-    common = CommonUnits(model, text->Text(), common);
     anyWide |= text->Latin1() == nullptr;
-    sorted.push_back({0, pair});
+    next++->pair = pair;
   }
-  KeyOrder{sorted.data() + first, sorted.data() + sorted.size(), anyWide}.Sort(common);
+  KeyOrder{sorted.data() + first, next, anyWide}.Sort();
   return true;
 }
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -49,6 +50,10 @@ TEST(PlistXML, AcceptsAndWritesInOneForm) {
       {"<real> .1 </real>", "<real>0.10000000000000001</real>"},
       {"<real>+1.5e+3</real>", "<real>1500</real>"},
       {"<real>-0</real>", "<real>-0</real>"},
+      {"<real>-.625</real>", "<real>-0.625</real>"},
+      {"<real>9999999999999.875</real>", "<real>9999999999999.875</real>"},
+      {"<real>1000000000000000.125</real>", "<real>1000000000000000.1</real>"},
+      {"<real>0.0625</real>", "<real>0.0625</real>"},
       {"<real>5e-324</real>", "<real>4.9406564584124654e-324</real>"},
       {"<real>2e-324</real>", "<real>0</real>"},
       {"<real>-1e-400</real>", "<real>-0</real>"},
@@ -284,6 +289,42 @@ TEST(PlistXML, WritesTheDocumentedBytes) {
                            "</dict>\n" +
                            std::string(kXMLFoot);
   EXPECT_EQ(text, WriteXML(ReadList(text).Get()));
+}
+
+TEST(PlistXML, EscapesAtEveryPlace) {
+  for (size_t length = 1; length < 20; ++length) {
+    for (size_t at = 0; at < length; ++at) {
+      for (const std::string_view character : {"&amp;", "&gt;", "\xC3\xA9"}) {
+        std::string text(length, 'a');
+        text.replace(at, 1, character);
+        text = "<string>" + text + "</string>";
+        ASSERT_EQ(text, BodyOf(ReadList(text).Get()));
+      }
+    }
+  }
+}
+
+TEST(PlistXML, SortsFewAndManyKeysAlike) {
+  for (const size_t count : {2, 8, 9, 200}) {
+    for (const std::string prefix : {"", "common.prefix.of.all."}) {
+      for (const std::string last : {"z", "\xE4\xB8\xAD"}) {
+        std::set<std::string> keys = {prefix + last};
+        for (size_t i = 1; i < count; ++i) {
+          const size_t mixed = i * 37 % count;
+          keys.insert(prefix + std::string(mixed % 4, 'k') + std::to_string(mixed / 3 * 10000019));
+          keys.insert(prefix + std::string(mixed % 20, 'k'));
+        }
+        std::string sorted, turned;
+        for (const std::string& key : keys) {
+          const std::string pair = "<key>" + key + "</key><true/>";
+          sorted += pair;
+          turned = pair + turned;
+        }
+        EXPECT_EQ("<dict>" + sorted + "</dict>",
+                  BodyOf(ReadList("<dict>" + turned + "</dict>").Get()));
+      }
+    }
+  }
 }
 
 // The deeper, the shorter: 76 characters less 8 for each level, and 4 at the least.
