@@ -51,8 +51,24 @@ int DaysInMonth(int year, int month) {
   return month == 2 && isLeap ? 29 : kDays[month - 1];
 }
 
-void PutDigits(char* out, int count, int value) {
-  for (int i = count - 1; i >= 0; --i, value /= 10) out[i] = static_cast<char>('0' + value % 10);
+void PutTwoDigits(char* out, int value) {
+  out[0] = static_cast<char>('0' + value / 10);
+  out[1] = static_cast<char>('0' + value % 10);
+}
+
+// Whole numbers and those with halves, quarters or eighths, which most settings are: their digits
+// are few and exact. Null for all others.
+char* PutFewDigits(double value, char* out) {
+  constexpr double kLimit = 1e13;  // three digits more and it would have to be rounded
+  if (value == 0 || !(std::fabs(value) < kLimit)) return nullptr;  // -0 has its sign
+  const auto eighths = static_cast<SInt64>(value * 8);
+  if (static_cast<double>(eighths) != value * 8) return nullptr;
+  constexpr std::string_view kParts[] = {"", ".125", ".25", ".375", ".5", ".625", ".75", ".875"};
+  const auto magnitude = static_cast<UInt64>(eighths < 0 ? -eighths : eighths);
+  if (eighths < 0) *out++ = '-';
+  out = std::to_chars(out, out + kHostPlistRealRoom, magnitude / 8).ptr;
+  const std::string_view part = kParts[magnitude % 8];
+  return std::copy(part.begin(), part.end(), out);
 }
 
 char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
@@ -176,6 +192,7 @@ size_t HostFormatPlistReal(double value, char* out) {
                      : value > 0          ? "+infinity"
                                           : "-infinity";
   if (word == nullptr) {
+    if (char* const end = PutFewDigits(value, out)) return static_cast<size_t>(end - out);
     const auto format = std::chars_format::general;
     return static_cast<size_t>(std::to_chars(out, out + kHostPlistRealRoom, value, format, 17).ptr -
                                out);
@@ -191,21 +208,19 @@ bool HostIsPlistDate(CFAbsoluteTime time) {
 
 bool HostFormatPlistDate(CFAbsoluteTime time, char* out) {
   if (!HostIsPlistDate(time)) return false;  // NaN too
-  const auto seconds = static_cast<SInt64>(std::floor(time));
-  SInt64 days = seconds / kSecondsPerDay;
-  int rest = static_cast<int>(seconds % kSecondsPerDay);
-  if (rest < 0) {
-    rest += kSecondsPerDay;
-    --days;
-  }
-  const CivilDate date = DateFromDays(days);
+  auto seconds = static_cast<SInt64>(time);
+  if (static_cast<double>(seconds) > time) --seconds;
+  const SInt64 days = (seconds - kFirstSecond) / kSecondsPerDay;
+  const auto rest = static_cast<int>((seconds - kFirstSecond) % kSecondsPerDay);
+  const CivilDate date = DateFromDays(days + kFirstSecond / kSecondsPerDay);
   std::memcpy(out, "0000-00-00T00:00:00Z", kHostPlistDateSize);
-  PutDigits(out, 4, date.year);
-  PutDigits(out + 5, 2, date.month);
-  PutDigits(out + 8, 2, date.day);
-  PutDigits(out + 11, 2, rest / 3600);
-  PutDigits(out + 14, 2, rest / 60 % 60);
-  PutDigits(out + 17, 2, rest % 60);
+  PutTwoDigits(out, date.year / 100);
+  PutTwoDigits(out + 2, date.year % 100);
+  PutTwoDigits(out + 5, date.month);
+  PutTwoDigits(out + 8, date.day);
+  PutTwoDigits(out + 11, rest / 3600);
+  PutTwoDigits(out + 14, rest / 60 % 60);
+  PutTwoDigits(out + 17, rest % 60);
   return true;
 }
 
