@@ -32,17 +32,19 @@ class XMLWriter {
  private:
   bool WriteStep(const HostPlistWalk& walk);
   bool PutLeaf(const HostCFObject* object, size_t level);
+  void PutContainer(const HostPlistWalk& walk);
   void PutNumber(const HostCFNumber& number, size_t level);
   bool PutDate(const HostCFDate& date, size_t level);
   void PutData(const HostCFData& data, size_t level);
-  void PutTabs(size_t count);
-  static UInt8* CopyTabs(UInt8* at, size_t count);
+  template <size_t N>
+  void PutTag(size_t level, const char (&tag)[N]);
   template <size_t N, size_t M>
   bool PutTextLine(size_t level, const char (&open)[N], HostTextView text, const char (&close)[M]);
 
   bool PutText(HostTextView text) {
     return text.narrow != nullptr ? PutNarrow(text.narrow, text.length) : PutWide(text);
   }
+  UInt8* PutEach(const UInt8* units, size_t count, UInt8* at);
   UInt8* PutShort(const UInt8* units, size_t count, UInt8* at);
   bool PutNarrow(const UInt8* units, size_t count);
   bool PutWide(HostTextView text);
@@ -66,43 +68,74 @@ bool HasSpecial(uint64_t word) {
           HostZeroBytes((word | kHostOnes * 2) ^ kHostOnes * '>')) != 0;
 }
 
+// The beginning of a line: eight tabs at once, as few lists are nested deeper. There is room for
+// kHostPlistDepth and some more.
+UInt8* CopyTabs(UInt8* at, size_t count) {
+  for (size_t done = 0; done < count; done += 8) std::memcpy(at + done, "\t\t\t\t\t\t\t\t", 8);
+  return at + count;
+}
+constexpr size_t kTabRoom = kHostPlistDepth + 8;
+
+template <size_t N>
+UInt8* Copy(UInt8* at, const char (&literal)[N]) {
+  std::memcpy(at, literal, N - 1);
+  return at + N - 1;
+}
+
 UInt8* XMLWriter::PutScalar(UInt32 scalar, UInt8* at) {
-  std::string_view entity;
   switch (scalar) {
     case '&':
-      entity = "&amp;";
-      break;
+      return Copy(at, "&amp;");
     case '<':
-      entity = "&lt;";
-      break;
+      return Copy(at, "&lt;");
     case '>':
-      entity = "&gt;";
-      break;
+      return Copy(at, "&gt;");
     default:
       return at + HostPutUTF8(scalar, at);
   }
-  std::memcpy(at, entity.data(), entity.size());
-  return at + entity.size();
+}
+
+// One after the other; null when XML cannot carry them.
+UInt8* XMLWriter::PutEach(const UInt8* units, size_t count, UInt8* at) {
+  for (size_t i = 0; i < count; ++i) {
+    if (units[i] == 0) return Fail("a text has a NUL character, which XML cannot carry"), nullptr;
+    at = PutScalar(units[i], at);
+  }
+  return at;
 }
 
 // At most kShort characters of ISO Latin-1, to where there is room for them; null when XML cannot
-// carry them. Eight a time where all of them stand for themselves.
+// carry them. Eight a time where all of them stand for themselves; those at the end together with
+// some that have been put already.
 UInt8* XMLWriter::PutShort(const UInt8* units, size_t count, UInt8* at) {
-  for (const UInt8* const end = units + count; units < end;) {
-    uint64_t word;
-    if (end - units >= static_cast<ptrdiff_t>(sizeof word)) {
-      std::memcpy(&word, units, sizeof word);
-      if (!HasSpecial(word)) {
-        std::memcpy(at, &word, sizeof word);
-        units += sizeof word;
-        at += sizeof word;
-        continue;
-      }
+  constexpr size_t kWord = sizeof(uint64_t);
+  uint64_t word;
+  size_t rest = count;
+  for (; rest >= kWord; rest -= kWord, units += kWord) {
+    std::memcpy(&word, units, kWord);
+    if (HasSpecial(word)) {
+      at = PutEach(units, kWord, at);
+      if (at == nullptr) return nullptr;
+      continue;
     }
-    if (*units == 0) return Fail("a text has a NUL character, which XML cannot carry"), nullptr;
-    at = PutScalar(*units++, at);
+    std::memcpy(at, &word, kWord);
+    at += kWord;
   }
-  return at;
+  if (count >= kWord) {
+    std::memcpy(&word, units + rest - kWord, kWord);
+    if (HasSpecial(word)) return PutEach(units, rest, at);
+    std::memcpy(at + rest - kWord, &word, kWord);
+    return at + rest;
+  }
+  constexpr size_t kHalf = sizeof(uint32_t);
+  if (rest < kHalf) return PutEach(units, rest, at);
+  uint32_t first, last;
+  std::memcpy(&first, units, kHalf);
+  std::memcpy(&last, units + rest - kHalf, kHalf);
+  if (HasSpecial(uint64_t{first} << 32 | last)) return PutEach(units, rest, at);
+  std::memcpy(at, &first, kHalf);
+  std::memcpy(at + rest - kHalf, &last, kHalf);
+  return at + rest;
 }
 
 bool XMLWriter::PutNarrow(const UInt8* units, size_t count) {
@@ -117,24 +150,28 @@ bool XMLWriter::PutNarrow(const UInt8* units, size_t count) {
   return true;
 }
 
-// A text between two tags, at the beginning of a line.
+// At the beginning of a line, which ends there if the tag has a line break.
+template <size_t N>
+void XMLWriter::PutTag(size_t level, const char (&tag)[N]) {
+  UInt8* const start = out.Reserve(kTabRoom + N);
+  out.Advance(static_cast<size_t>(Copy(CopyTabs(start, level), tag) - start));
+}
+
+// A line with a text between two tags.
 template <size_t N, size_t M>
 bool XMLWriter::PutTextLine(size_t level, const char (&open)[N], HostTextView text,
                             const char (&close)[M]) {
   if (text.narrow == nullptr || text.length > kShort) {
-    PutTabs(level);
-    out.Put(open);
+    PutTag(level, open);
     if (!PutText(text)) return false;
     out.Put(close);
     return true;
   }
-  UInt8* const start = out.Reserve(kHostPlistDepth + N + M + kShort * kLongestCharacter);
-  UInt8* at = CopyTabs(start, level);
-  std::memcpy(at, open, N - 1);
-  at = PutShort(text.narrow, text.length, at + N - 1);
+  UInt8* const start = out.Reserve(kTabRoom + N + M + kShort * kLongestCharacter);
+  UInt8* at = Copy(CopyTabs(start, level), open);
+  at = PutShort(text.narrow, text.length, at);
   if (at == nullptr) return false;
-  std::memcpy(at, close, M - 1);
-  out.Advance(static_cast<size_t>(at + M - 1 - start));
+  out.Advance(static_cast<size_t>(Copy(at, close) - start));
   return true;
 }
 
@@ -156,45 +193,33 @@ bool XMLWriter::PutWide(HostTextView text) {
   return true;
 }
 
-// Eight at once, as few lists are nested deeper; there is room for kHostPlistDepth and some more.
-UInt8* XMLWriter::CopyTabs(UInt8* at, size_t count) {
-  for (size_t done = 0; done < count; done += 8) std::memcpy(at + done, "\t\t\t\t\t\t\t\t", 8);
-  return at + count;
-}
-
-void XMLWriter::PutTabs(size_t count) {
-  CopyTabs(out.Reserve(kHostPlistDepth + 8), count);
-  out.Advance(count);
-}
-
 void XMLWriter::PutNumber(const HostCFNumber& number, size_t level) {
-  constexpr size_t kRoom = 64;
-  PutTabs(level);
-  char* const start = reinterpret_cast<char*>(out.Reserve(kRoom));
+  constexpr size_t kMostDigits = 20;
+  UInt8* const start = out.Reserve(kTabRoom + 64);
+  UInt8* at = CopyTabs(start, level);
   if (number.IsFloat()) {
-    std::memcpy(start, "<real>", 6);
-    const size_t size = HostFormatPlistReal(number.Real(), start + 6);
-    std::memcpy(start + 6 + size, "</real>\n", 8);
-    return out.Advance(size + 14);
+    at = Copy(at, "<real>");
+    at += HostFormatPlistReal(number.Real(), reinterpret_cast<char*>(at));
+    at = Copy(at, "</real>\n");
+  } else {
+    at = Copy(at, "<integer>");
+    char* const digits = reinterpret_cast<char*>(at);
+    char* const end = digits + kMostDigits;
+    char* const behind = number.IsUnsigned() ? std::to_chars(digits, end, number.Unsigned()).ptr
+                                             : std::to_chars(digits, end, number.Integer()).ptr;
+    at = Copy(at + (behind - digits), "</integer>\n");
   }
-  std::memcpy(start, "<integer>", 9);
-  char* const digits = start + 9;
-  char* const end = start + kRoom;
-  char* const behind = number.IsUnsigned() ? std::to_chars(digits, end, number.Unsigned()).ptr
-                                           : std::to_chars(digits, end, number.Integer()).ptr;
-  std::memcpy(behind, "</integer>\n", 11);
-  out.Advance(static_cast<size_t>(behind - start) + 11);
+  out.Advance(static_cast<size_t>(at - start));
 }
 
 bool XMLWriter::PutDate(const HostCFDate& date, size_t level) {
-  char text[kHostPlistDateSize];
-  if (!HostFormatPlistDate(date.Time(), text)) {
+  UInt8* const start = out.Reserve(kTabRoom + 64);
+  UInt8* at = Copy(CopyTabs(start, level), "<date>");
+  if (!HostFormatPlistDate(date.Time(), reinterpret_cast<char*>(at))) {
     return Fail("a date lies outside of the years 1 to 9999");
   }
-  PutTabs(level);
-  out.Put("<date>");
-  out.Put(text, sizeof text);
-  out.Put("</date>\n");
+  at = Copy(at + kHostPlistDateSize, "</date>\n");
+  out.Advance(static_cast<size_t>(at - start));
   return true;
 }
 
@@ -202,17 +227,16 @@ bool XMLWriter::PutDate(const HostCFDate& date, size_t level) {
 void XMLWriter::PutData(const HostCFData& data, size_t level) {
   const size_t characters = level < 9 ? 76 - 8 * level : 4;
   const size_t lineBytes = characters / 4 * 3;
-  PutTabs(level);
-  out.Put("<data>\n");
+  PutTag(level, "<data>\n");
   for (size_t done = 0; done < data.Length();) {
     const size_t count = std::min(lineBytes, data.Length() - done);
-    PutTabs(level);
-    out.Advance(HostEncodeBase64(data.Bytes() + done, count, out.Reserve(128)));
-    out.Put("\n");
+    UInt8* const start = out.Reserve(kTabRoom + 128);
+    UInt8* at = CopyTabs(start, level);
+    at += HostEncodeBase64(data.Bytes() + done, count, at);
+    out.Advance(static_cast<size_t>(Copy(at, "\n") - start));
     done += count;
   }
-  PutTabs(level);
-  out.Put("</data>\n");
+  PutTag(level, "</data>\n");
 }
 
 bool XMLWriter::PutLeaf(const HostCFObject* object, size_t level) {
@@ -229,8 +253,10 @@ bool XMLWriter::PutLeaf(const HostCFObject* object, size_t level) {
       PutData(*static_cast<const HostCFData*>(object), level);
       return true;
     default:
-      PutTabs(level);
-      out.Put(static_cast<const HostCFBoolean*>(object)->is ? "<true/>\n" : "<false/>\n");
+      if (static_cast<const HostCFBoolean*>(object)->is)
+        PutTag(level, "<true/>\n");
+      else
+        PutTag(level, "<false/>\n");
       return true;
   }
 }
@@ -239,20 +265,25 @@ bool XMLWriter::WriteStep(const HostPlistWalk& walk) {
   const HostCFString* const key = walk.Key();
   if (key != nullptr && !PutTextLine(walk.Level(), "<key>", key->Text(), "</key>\n")) return false;
   if (walk.Current() == HostPlistWalk::Step::kLeaf) return PutLeaf(walk.Object(), walk.Level());
-  const bool isArray = walk.Object()->TypeID() == kHostTypeArray;
-  const bool isOpen = walk.Current() == HostPlistWalk::Step::kOpen;
-  if (static_cast<const HostContainer*>(walk.Object())->ItemCount() == 0) {
-    if (!isOpen) return true;
-    PutTabs(walk.Level());
-    out.Put(isArray ? "<array/>\n" : "<dict/>\n");
-    return true;
-  }
-  PutTabs(walk.Level());
-  if (isOpen)
-    out.Put(isArray ? "<array>\n" : "<dict>\n");
-  else
-    out.Put(isArray ? "</array>\n" : "</dict>\n");
+  PutContainer(walk);
   return true;
+}
+
+void XMLWriter::PutContainer(const HostPlistWalk& walk) {
+  const auto* container = static_cast<const HostContainer*>(walk.Object());
+  const bool isArray = container->TypeID() == kHostTypeArray;
+  const bool isEmpty = container->ItemCount() == 0;
+  if (walk.Current() == HostPlistWalk::Step::kClose) {
+    if (isEmpty) return;
+    if (isArray)
+      PutTag(walk.Level(), "</array>\n");
+    else
+      PutTag(walk.Level(), "</dict>\n");
+  } else if (isArray) {
+    isEmpty ? PutTag(walk.Level(), "<array/>\n") : PutTag(walk.Level(), "<array>\n");
+  } else {
+    isEmpty ? PutTag(walk.Level(), "<dict/>\n") : PutTag(walk.Level(), "<dict>\n");
+  }
 }
 
 bool XMLWriter::Write(CFPropertyListRef list, HostPropertyListError* error) {
