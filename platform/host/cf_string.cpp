@@ -64,9 +64,11 @@ ConstantTable& Constants() {
 
 }  // namespace
 
-// The object and its units, which the caller fills; the terminator is there.
-__CFString* __CFString::Allocate(bool ascii, bool wide, size_t units, Constant constant,
-                                 HostObjectPool* pool) {
+// The object and its units, which the caller fills; the terminator is there. (Always inline: most
+// callers know the form.)
+[[gnu::always_inline]] inline __CFString* __CFString::Allocate(bool ascii, bool wide, size_t units,
+                                                               Constant constant,
+                                                               HostObjectPool* pool) {
   const uint64_t unitSize = wide ? sizeof(UniChar) : 1;
   constexpr size_t kHeadSize = sizeof(__CFString) - sizeof(__CFString::firstUnits);
   const uint64_t size = (uint64_t{units} + 1) * unitSize;

@@ -1,5 +1,6 @@
 #include <bit>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -26,6 +27,10 @@ uint64_t LoadBig(const UInt8* bytes, size_t size) {
   static_assert(kHostPlistTrailerSize >= sizeof(uint64_t));
   return HostLoadBig64(bytes) >> (64 - 8 * size);
 }
+
+struct FreeDelete {
+  void operator()(void* block) const { std::free(block); }
+};
 
 // BinaryReader follows the references from the root on. A leaf is made once, when it is first met,
 // and shared by all who refer to it; a container is made anew for each. Leaves are known as long as
@@ -62,28 +67,31 @@ class BinaryReader {
     size_t index;
     size_t refs;  // where its references begin
     size_t count;
-    size_t next = 0;
+    size_t next;  // item, or pair
     bool isDictionary;
   };
+  enum class Added { kNothing, kLeaf, kContainer };  // kNothing: it failed
 
   [[gnu::cold]] bool Fail(size_t where, const char* text, const char* hint = "");
   [[gnu::cold]] bool FailBuilding(size_t where) { return Fail(where, builder.Problem()); }
+  [[gnu::cold]] bool FailLength(size_t where);
   [[gnu::cold]] bool FailUnknown(const Head& head);
+  [[gnu::cold]] Added FailKey(size_t referrer);
 
   bool ReadTrailer();
-  bool FindObject(size_t index, size_t* at);
-  bool ReadHead(size_t at, Head* head);
   bool ReadCount(Head* head);
-  bool Fits(const Head& head, size_t unitSize);
+  bool Fits(const Head& head, uint64_t size);
 
-  bool AddObject(size_t index, bool asKey, size_t referrer);
+  Added AddReference(size_t at, bool asKey);
+  Added AddObject(size_t index, bool asKey, size_t referrer);
   bool OpenContainer(size_t index, const Head& head);
   bool ReadItems();
-  const HostCFObject* MakeLeaf(Head& head, size_t* size);
-  const HostCFObject* MakeInteger(const Head& head);
-  const HostCFObject* MakeReal(const Head& head);
+  const HostCFObject* MakeLeaf(const Head& head, size_t* size);
+  const HostCFObject* MakeInteger(const Head& head, size_t size);
+  const HostCFObject* MakeReal(const Head& head, size_t size);
   const HostCFObject* MakeDate(const Head& head);
-  const HostCFObject* MakeText(const Head& head, size_t* size);
+  const HostCFObject* MakeASCII(const Head& head);
+  const HostCFObject* MakeUTF16(const Head& head);
 
   const UInt8* const bytes;
   const size_t count;
@@ -95,7 +103,8 @@ class BinaryReader {
   size_t refSize = 0;
   size_t table = 0;  // the objects end where the table begins
   size_t root = 0;
-  std::vector<const HostCFObject*> known;  // by index: a leaf, OpenMark, or null
+  size_t objectCount = 0;
+  std::unique_ptr<const HostCFObject*[], FreeDelete> known;  // a leaf, OpenMark, or null
   std::vector<Frame> frames;
 };
 
@@ -105,9 +114,9 @@ const HostCFObject* OpenMark() {
 }
 
 BinaryReader::~BinaryReader() {
-  if (!retains) return;
-  for (const HostCFObject* object : known) {
-    if (object != nullptr) object->Release();
+  if (!retains || known == nullptr) return;
+  for (size_t i = 0; i < objectCount; ++i) {
+    if (known[i] != nullptr) known[i]->Release();
   }
 }
 
@@ -151,68 +160,45 @@ bool BinaryReader::ReadTrailer() {
   if (rootIndex >= objects) return Fail(end + kHostPlistRootAt, "there is no such root object");
   table = static_cast<size_t>(tableAt);
   root = static_cast<size_t>(rootIndex);
-  const auto size = static_cast<size_t>(objects);
-  if (!builder.Charge(size * sizeof known[0])) return FailBuilding(end + kHostPlistObjectCountAt);
-  known.resize(size);
-  return true;
+  objectCount = static_cast<size_t>(objects);
+  if (!builder.Charge(objectCount * sizeof known[0])) {
+    return FailBuilding(end + kHostPlistObjectCountAt);
+  }
+  // Zeroed by the host, where it lends fresh memory.
+  known.reset(static_cast<const HostCFObject**>(std::calloc(objectCount, sizeof known[0])));
+  return known != nullptr || Fail(end + kHostPlistObjectCountAt, "there is no memory left");
 }
 
-bool BinaryReader::FindObject(size_t index, size_t* at) {
-  const size_t entry = table + index * offsetSize;
-  const uint64_t position = LoadBig(bytes + entry, offsetSize);
-  if (position < kHostPlistMagicSize || position >= table) {
-    return Fail(entry, "this position lies outside of the objects");
-  }
-  *at = static_cast<size_t>(position);
-  return true;
+bool BinaryReader::FailLength(size_t where) {
+  return Fail(where, "this object is longer than the file", "it may have been cut short");
 }
 
 // The count behind a marker that has no room for it.
-bool BinaryReader::ReadCount(Head* head) {
+inline bool BinaryReader::ReadCount(Head* head) {
   const UInt8 marker = head->content < table ? bytes[head->content] : UInt8{0};
   const size_t size = size_t{1} << (marker & 0x0F);
   if ((marker & 0xF0) != kHostPlistInteger || size > 8) {
     return Fail(head->content, "a count is due here");
   }
   ++head->content;
-  if (size > table - head->content) return Fail(head->at, "this object is longer than the file");
+  if (size > table - head->content) return FailLength(head->at);
   const uint64_t value = LoadBig(bytes + head->content, size);
   head->content += size;
-  if (value > table - head->content) return Fail(head->at, "this object is longer than the file");
+  if (value > table - head->content) return FailLength(head->at);
   head->count = static_cast<size_t>(value);
   return true;
 }
 
-bool BinaryReader::ReadHead(size_t at, Head* head) {
-  const UInt8 marker = bytes[at];
-  *head = {marker, at, at + 1, size_t{marker} & 0x0F};
-  if (marker < kHostPlistData || marker >= 0xE0) return true;
-  head->marker = marker & 0xF0;
-  if (head->marker == kHostPlistUID || head->count != kHostPlistLargeCount) return true;
-  return ReadCount(head);
+// Whether so many bytes follow. (No count is larger than the file, so no product of one wraps.)
+inline bool BinaryReader::Fits(const Head& head, uint64_t size) {
+  return size <= table - head.content || FailLength(head.at);
 }
 
-// Whether `count` parts of that size follow.
-bool BinaryReader::Fits(const Head& head, size_t unitSize) {
-  // No count is larger than the file, so the product does not wrap.
-  if (uint64_t{head.count} * unitSize <= table - head.content) return true;
-  return Fail(head.at, "this object is longer than the file", "it may have been cut short");
-}
-
-const HostCFObject* BinaryReader::MakeInteger(const Head& head) {
+const HostCFObject* BinaryReader::MakeInteger(const Head& head, size_t size) {
   const UInt8* const content = bytes + head.content;
-  switch (head.count) {
-    case 1:
-    case 2:
-    case 4:
-      return HostCFNumber::CreateUInt64(LoadBig(content, head.count), builder.Pool());
-    case 8:
-      return HostCFNumber::CreateSInt64(static_cast<SInt64>(HostLoadBig64(content)),
-                                        builder.Pool());
-    default:
-      break;
-  }
+  if (size < 8) return HostCFNumber::CreateUInt64(LoadBig(content, size), builder.Pool());
   const uint64_t high = HostLoadBig64(content);
+  if (size == 8) return HostCFNumber::CreateSInt64(static_cast<SInt64>(high), builder.Pool());
   const uint64_t low = HostLoadBig64(content + 8);
   if (high == 0) return HostCFNumber::CreateUInt64(low);
   if (high == UINT64_MAX && low >> 63 != 0) {
@@ -221,11 +207,11 @@ const HostCFObject* BinaryReader::MakeInteger(const Head& head) {
   return Fail(head.at, "this integer does not fit into 64 bits"), nullptr;
 }
 
-const HostCFObject* BinaryReader::MakeReal(const Head& head) {
+const HostCFObject* BinaryReader::MakeReal(const Head& head, size_t size) {
   const UInt8* const content = bytes + head.content;
   return HostCFNumber::CreateFloat64(
-      head.count == 4 ? static_cast<double>(std::bit_cast<float>(HostLoadBig32(content)))
-                      : std::bit_cast<double>(HostLoadBig64(content)),
+      size == 4 ? static_cast<double>(std::bit_cast<float>(HostLoadBig32(content)))
+                : std::bit_cast<double>(HostLoadBig64(content)),
       builder.Pool());
 }
 
@@ -237,26 +223,27 @@ const HostCFObject* BinaryReader::MakeDate(const Head& head) {
   return HostCFDate::Create(time, builder.Pool());
 }
 
-const HostCFObject* BinaryReader::MakeText(const Head& head, size_t* size) {
-  const UInt8* const content = bytes + head.content;
-  *size = sizeof(HostCFString) + head.count;
-  if (head.marker == kHostPlistASCII) {
-    static_assert(kHostPlistTrailerSize >= sizeof(UInt64));  // behind all objects
-    bool isASCII = false;
-    auto* string = HostCFString::CreateIfASCII(content, head.count, builder.Pool(), &isASCII);
-    if (!isASCII) Fail(head.at, "this text is not ASCII");
-    return string;
-  }
+const HostCFObject* BinaryReader::MakeASCII(const Head& head) {
+  static_assert(kHostPlistTrailerSize >= sizeof(UInt64));  // behind all objects
+  bool isASCII = false;
+  const auto* string =
+      HostCFString::CreateIfASCII(bytes + head.content, head.count, builder.Pool(), &isASCII);
+  if (!isASCII) Fail(head.at, "this text is not ASCII");
+  return string;
+}
+
+const HostCFObject* BinaryReader::MakeUTF16(const Head& head) {
   const std::unique_ptr<UniChar[]> units(new (std::nothrow) UniChar[head.count]);
   if (units == nullptr) return nullptr;
+  const UInt8* const content = bytes + head.content;
   for (size_t i = 0; i < head.count; ++i) units[i] = HostLoadBig16(content + i * 2);
-  *size += head.count;
   return HostCFString::Create(HostTextView{nullptr, units.get(), head.count});
 }
 
 // A leaf with one reference and what it takes, or null: the error is in place unless there was no
 // memory.
-const HostCFObject* BinaryReader::MakeLeaf(Head& head, size_t* size) {
+inline const HostCFObject* BinaryReader::MakeLeaf(const Head& head, size_t* size) {
+  const size_t numberSize = size_t{1} << (head.count & 0x0F);
   *size = sizeof(HostCFNumber);
   switch (head.marker & 0xF0) {
     case kHostPlistNull:
@@ -264,25 +251,24 @@ const HostCFObject* BinaryReader::MakeLeaf(Head& head, size_t* size) {
       if (head.marker == kHostPlistTrue) return kCFBooleanTrue;
       break;
     case kHostPlistInteger:
-      head.count = size_t{1} << head.count;
-      if (head.count > 16) break;
-      return Fits(head, 1) ? MakeInteger(head) : nullptr;
+      if (numberSize > 16) break;
+      return Fits(head, numberSize) ? MakeInteger(head, numberSize) : nullptr;
     case kHostPlistReal:
-      head.count = size_t{1} << head.count;
-      if (head.count != 4 && head.count != 8) break;
-      return Fits(head, 1) ? MakeReal(head) : nullptr;
+      if (numberSize != 4 && numberSize != 8) break;
+      return Fits(head, numberSize) ? MakeReal(head, numberSize) : nullptr;
     case kHostPlistDate & 0xF0:
-      head.count = 8;
       if (head.marker != kHostPlistDate) break;
-      return Fits(head, 1) ? MakeDate(head) : nullptr;
+      return Fits(head, numberSize) ? MakeDate(head) : nullptr;
     case kHostPlistData:
       *size = sizeof(HostCFData) + head.count;
-      if (!Fits(head, 1)) return nullptr;
+      if (!Fits(head, head.count)) return nullptr;
       return HostCFData::Create(bytes + head.content, head.count, builder.Pool());
     case kHostPlistASCII:
-      return Fits(head, 1) ? MakeText(head, size) : nullptr;
+      *size = sizeof(HostCFString) + head.count;
+      return Fits(head, head.count) ? MakeASCII(head) : nullptr;
     case kHostPlistUTF16:
-      return Fits(head, 2) ? MakeText(head, size) : nullptr;
+      *size = sizeof(HostCFString) + 2 * head.count;
+      return Fits(head, uint64_t{head.count} * 2) ? MakeUTF16(head) : nullptr;
     default:
       break;
   }
@@ -296,57 +282,78 @@ bool BinaryReader::FailUnknown(const Head& head) {
   return Fail(head.at, (std::string("property lists have no objects of kind 0x") + marker).c_str());
 }
 
+BinaryReader::Added BinaryReader::FailKey(size_t referrer) {
+  Fail(referrer, "a key of a dictionary is no string");
+  return Added::kNothing;
+}
+
 bool BinaryReader::OpenContainer(size_t index, const Head& head) {
   const bool isDictionary = head.marker == kHostPlistDict;
-  if (!Fits(head, isDictionary ? 2 * refSize : refSize)) return false;
+  if (!Fits(head, uint64_t{head.count} * refSize * (isDictionary ? 2 : 1))) return false;
   const auto kind =
       isDictionary ? HostPlistBuilder::Kind::kDictionary : HostPlistBuilder::Kind::kArray;
   if (!builder.Open(kind)) return FailBuilding(head.at);
   known[index] = OpenMark();
-  Frame frame = {index, head.content, head.count, 0, isDictionary};
-  frames.push_back(frame);
+  frames.push_back({index, head.content, head.count, 0, isDictionary});
   return true;
 }
 
-// `referrer` is where the reference stands.
-bool BinaryReader::AddObject(size_t index, bool asKey, size_t referrer) {
-  const HostCFObject* object = known[index];
-  size_t size = 0;  // of what is made
-  if (object == OpenMark()) return Fail(referrer, "a container contains itself");
-  if (object == nullptr) {
-    size_t at = 0;
-    Head head;
-    if (!FindObject(index, &at) || !ReadHead(at, &head)) return false;
-    const bool isContainer = head.marker == kHostPlistArray || head.marker == kHostPlistDict;
-    if (isContainer && !asKey) return OpenContainer(index, head);
-    if (isContainer) return Fail(referrer, "a key of a dictionary is no string");
-    object = MakeLeaf(head, &size);
-    if (object == nullptr) {
-      return error->text.empty() ? Fail(at, "there is no memory left") : false;
-    }
-    known[index] = object;
-    if (retains) object->Retain();
-  } else {
-    object->Retain();
+// Makes an object that is not known. `referrer` is where the reference stands.
+BinaryReader::Added BinaryReader::AddObject(size_t index, bool asKey, size_t referrer) {
+  constexpr Added kNothing = Added::kNothing;
+  const size_t entry = table + index * offsetSize;
+  const uint64_t position = LoadBig(bytes + entry, offsetSize);
+  if (position < kHostPlistMagicSize || position >= table) {
+    return Fail(entry, "this position lies outside of the objects"), kNothing;
   }
-  const bool isString = object->TypeID() == kHostTypeString;
-  if (!builder.Add(object, size)) return FailBuilding(referrer);
-  return !asKey || isString || Fail(referrer, "a key of a dictionary is no string");
+  const auto at = static_cast<size_t>(position);
+  Head head = {bytes[at], at, at + 1, size_t{bytes[at]} & 0x0F};
+  if (head.marker >= kHostPlistData && head.marker < 0xE0) {  // kinds with a count
+    head.marker &= 0xF0;
+    const bool isLarge = head.count == kHostPlistLargeCount && head.marker != kHostPlistUID;
+    if (isLarge && !ReadCount(&head)) return kNothing;
+  }
+  if (head.marker == kHostPlistArray || head.marker == kHostPlistDict) {
+    if (asKey) return FailKey(referrer);
+    return OpenContainer(index, head) ? Added::kContainer : kNothing;
+  }
+  size_t size = 0;
+  const HostCFObject* const object = MakeLeaf(head, &size);
+  if (object == nullptr) {
+    if (error->text.empty()) Fail(at, "there is no memory left");
+    return kNothing;
+  }
+  known[index] = object;
+  if (retains) object->Retain();
+  if (!builder.Add(object, size)) return FailBuilding(referrer), kNothing;
+  return asKey && object->TypeID() != kHostTypeString ? FailKey(referrer) : Added::kLeaf;
+}
+
+// What is referred to at `at`. (Always inline: with the loop that calls it.)
+[[gnu::always_inline]] inline BinaryReader::Added BinaryReader::AddReference(size_t at,
+                                                                             bool asKey) {
+  const uint64_t index = LoadBig(bytes + at, refSize);
+  if (index >= objectCount) return Fail(at, "there is no such object"), Added::kNothing;
+  const HostCFObject* const object = known[static_cast<size_t>(index)];
+  if (object == nullptr) return AddObject(static_cast<size_t>(index), asKey, at);
+  if (object == OpenMark()) return Fail(at, "a container contains itself"), Added::kNothing;
+  object->Retain();
+  if (!builder.Add(object, 0)) return FailBuilding(at), Added::kNothing;
+  return asKey && object->TypeID() != kHostTypeString ? FailKey(at) : Added::kLeaf;
 }
 
 // The items of the innermost container, until there is another one inside; or its end.
 bool BinaryReader::ReadItems() {
   const size_t depth = frames.size();
   const Frame frame = frames.back();
-  const size_t items = frame.isDictionary ? frame.count * 2 : frame.count;
-  for (size_t item = frame.next; item < items; ++item) {
-    const bool isKey = frame.isDictionary && item % 2 == 0;
-    const size_t place = !frame.isDictionary ? item : isKey ? item / 2 : frame.count + item / 2;
-    const size_t at = frame.refs + place * refSize;
-    const uint64_t index = LoadBig(bytes + at, refSize);
-    if (index >= known.size()) return Fail(at, "there is no such object");
-    if (!AddObject(static_cast<size_t>(index), isKey, at)) return false;
-    if (frames.size() == depth) continue;
+  const size_t values = frame.refs + (frame.isDictionary ? frame.count * refSize : 0);
+  for (size_t item = frame.next; item < frame.count; ++item) {
+    if (frame.isDictionary && AddReference(frame.refs + item * refSize, true) == Added::kNothing) {
+      return false;
+    }
+    const Added added = AddReference(values + item * refSize, false);
+    if (added == Added::kNothing) return false;
+    if (added == Added::kLeaf) continue;
     frames[depth - 1].next = item + 1;
     return true;
   }
@@ -359,7 +366,8 @@ CFPropertyListRef BinaryReader::Read(bool* again) {
   *again = false;
   error->text.clear();
   if (!ReadTrailer()) return nullptr;
-  if (!AddObject(root, false, count - kHostPlistTrailerSize + kHostPlistRootAt)) return nullptr;
+  const size_t referrer = count - kHostPlistTrailerSize + kHostPlistRootAt;
+  if (AddObject(root, false, referrer) == Added::kNothing) return nullptr;
   while (!frames.empty()) {
     if (!ReadItems()) return nullptr;
     *again = builder.HasDropped() && !retains;

@@ -18,9 +18,6 @@ namespace {
 constexpr size_t kLeastValues = 64;
 constexpr size_t kSmallestWithPool = 1024;
 
-// What a block of the heap takes, its administration included.
-constexpr size_t BlockSize(size_t bytes) { return (bytes + 8 + 15) & ~size_t{15}; }
-
 size_t StringSize(size_t count) { return sizeof(HostCFString) + count + 1; }
 
 // For what is made beside the file. A part of the 4 MiB is left for what is not counted.
@@ -87,10 +84,8 @@ bool HostPlistBuilder::Fail(const char* why) {
   return false;
 }
 
-bool HostPlistBuilder::Charge(size_t bytes) {
-  if (bytes > memoryLeft) return Fail("the list takes too much memory for a file of this size");
-  memoryLeft -= bytes;
-  return true;
+bool HostPlistBuilder::FailForSize() {
+  return Fail("the list takes too much memory for a file of this size");
 }
 
 bool HostPlistBuilder::RaiseLimit() {
@@ -108,7 +103,7 @@ bool HostPlistBuilder::GrowValues() {
     larger = kLeastValues;
     moved = std::malloc(larger * sizeof(CFTypeRef));
   }
-  if (moved == nullptr) return Fail("there is no memory left");
+  if (moved == nullptr) return FailForMemory();
   values = static_cast<CFTypeRef*>(moved);
   valueCapacity = larger;
   return true;
@@ -117,12 +112,6 @@ bool HostPlistBuilder::GrowValues() {
 bool HostPlistBuilder::Drop(const HostCFObject* taken) {
   taken->Release();
   return false;
-}
-
-bool HostPlistBuilder::Add(const HostCFObject* taken, size_t size) {
-  if (taken == nullptr) return Fail("there is no memory left");
-  if (size != 0 && !Charge(BlockSize(size))) return Drop(taken);
-  return Push(taken);
 }
 
 bool HostPlistBuilder::Open(Kind kind) {
@@ -155,7 +144,7 @@ bool HostPlistBuilder::Close() {
     }
     container = dictionary;
   }
-  if (container == nullptr) return Fail("there is no memory left");
+  if (container == nullptr) return FailForMemory();
   frames.pop_back();
   valueCount = frame.firstValue;  // the container has the references now
   return Push(container);

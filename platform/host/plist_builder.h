@@ -56,10 +56,18 @@ class HostPlistBuilder {
   bool AddData(const UInt8* bytes, size_t count);
   // Takes the reference over; null means that there was no memory for it. `size` is what the object
   // takes in bytes, 0 for one that is counted already.
-  bool Add(const HostCFObject* taken, size_t size);
+  bool Add(const HostCFObject* taken, size_t size) {
+    if (taken == nullptr) return FailForMemory();
+    if (size != 0 && !Charge(BlockSize(size))) return Drop(taken);
+    return Push(taken);
+  }
 
   // Bytes that the reader takes for itself. False when that is too much.
-  bool Charge(size_t bytes);
+  bool Charge(size_t bytes) {
+    if (bytes > memoryLeft) return FailForSize();
+    memoryLeft -= bytes;
+    return true;
+  }
   void Refund(size_t bytes) { memoryLeft += bytes; }
 
   // Where the objects that a reader makes itself come from; may be null.
@@ -86,10 +94,15 @@ class HostPlistBuilder {
     values[valueCount++] = taken;
     return true;
   }
-  bool Drop(const HostCFObject* taken);
+  // What a block of the heap takes, its administration included.
+  static constexpr size_t BlockSize(size_t bytes) { return (bytes + 8 + 15) & ~size_t{15}; }
+
+  [[gnu::cold]] bool Drop(const HostCFObject* taken);
   bool RaiseLimit();
   bool GrowValues();
-  bool Fail(const char* why);
+  [[gnu::cold]] bool Fail(const char* why);
+  [[gnu::cold]] bool FailForMemory() { return Fail("there is no memory left"); }
+  [[gnu::cold]] bool FailForSize();
 
   const bool isMutable;
   const size_t keysWorthRemembering;
