@@ -20,7 +20,10 @@ constexpr int kTicksPerSecond = 60;
 
 // Sends the quit event. An owner that ends before it has answered has done what it was asked.
 OSStatus SendQuit(const std::string& name, int timeoutTicks) {
-  if (name == gSessionMonitorLaunchSpec.portName) return SMQuitDaemon();
+  if (name == gSessionMonitorLaunchSpec.portName) {
+    SMSetSendEventTimeout(static_cast<UInt32>(timeoutTicks));
+    return SMQuitDaemon();
+  }
   VLTPortDestinationAddress address(name.c_str());
   VLTPortAppleEvent event(kCoreEventClass, kAEQuitApplication, kAEWaitReply, &address,
                           kAutoGenerateReturnID, kAnyTransactionID);
