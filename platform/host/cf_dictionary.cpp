@@ -131,30 +131,40 @@ __CFDictionary* __CFDictionary::CreateTaking(const HostPair* pairs, size_t count
     dictionary->Destroy();
     return nullptr;
   }
-  // In batches: the next keys and the slots of a large index come from memory meanwhile.
+  dictionary->WithHashes(
+      pairs, count, dictionary->slots.load(std::memory_order_relaxed),
+      [dictionary](const HostPair& pair, UInt32 hash) { dictionary->Take(pair, hash); });
+  return dictionary;
+}
+
+// Calls put(pair, hash) for each pair of a list that has a key. In batches: the next keys, and the
+// slots of a large index, come from memory meanwhile.
+template <class Put>
+void __CFDictionary::WithHashes(const HostPair* list, size_t size, const Slot* index,
+                                Put put) const {
   constexpr size_t kBatch = 16;
   UInt32 hashes[kBatch];
-  const Slot* const index = dictionary->slots.load(std::memory_order_relaxed);
-  for (size_t i = 0; i < count; i += kBatch) {
-    const size_t batch = std::min(kBatch, count - i);
-    for (size_t j = i + batch; j < std::min(i + 2 * kBatch, count); ++j) {
-      __builtin_prefetch(pairs[j].key, 1);
+  for (size_t i = 0; i < size; i += kBatch) {
+    const size_t batch = std::min(kBatch, size - i);
+    for (size_t j = i + batch; j < std::min(i + 2 * kBatch, size); ++j) {
+      __builtin_prefetch(list[j].key, 1);
     }
     for (size_t j = 0; j < batch; ++j) {
-      hashes[j] = dictionary->HashOf(pairs[i + j].key);
-      __builtin_prefetch(&index[hashes[j] & dictionary->slotMask], 1);
+      if (list[i + j].key == nullptr) continue;
+      hashes[j] = HashOf(list[i + j].key);
+      __builtin_prefetch(&index[hashes[j] & slotMask], 1);
     }
-    for (size_t j = 0; j < batch; ++j) dictionary->Take(pairs[i + j], hashes[j]);
+    for (size_t j = 0; j < batch; ++j) {
+      if (list[i + j].key != nullptr) put(list[i + j], hashes[j]);
+    }
   }
-  return dictionary;
 }
 
 // Puts a pair whose references become the dictionary's; there is room for it and for its slot.
 // `hash` is that of the key, if there is an index.
 void __CFDictionary::Take(const HostPair& pair, UInt32 hash) {
   Slot* const index = slots.load(std::memory_order_relaxed);
-  const UInt32 place =
-      index != nullptr ? FindIndexed(index, pair.key, hash) : FindPlace(pair.key);
+  const UInt32 place = index != nullptr ? FindIndexed(index, pair.key, hash) : FindPlace(pair.key);
   if (place == kNowhere) {
     pairs[used] = pair;
     if (index != nullptr) Enter(index, hash, used);
@@ -277,25 +287,11 @@ void __CFDictionary::DropIndex() {
   slotMask = 0;
 }
 
-// Into an empty index with slotMask + 1 slots. In batches: the next keys, and the slots of a large
-// index, come from memory meanwhile.
+// Into an empty index with slotMask + 1 slots.
 void __CFDictionary::EnterAll(Slot* index) const {
-  constexpr UInt32 kBatch = 16;
-  UInt32 hashes[kBatch];
-  for (UInt32 i = 0; i < used; i += kBatch) {
-    const UInt32 batch = std::min(kBatch, used - i);
-    for (UInt32 j = i + batch; j < std::min(i + 2 * kBatch, used); ++j) {
-      __builtin_prefetch(pairs[j].key, 1);
-    }
-    for (UInt32 j = 0; j < batch; ++j) {
-      if (pairs[i + j].key == nullptr) continue;
-      hashes[j] = HashOf(pairs[i + j].key);
-      __builtin_prefetch(&index[hashes[j] & slotMask], 1);
-    }
-    for (UInt32 j = 0; j < batch; ++j) {
-      if (pairs[i + j].key != nullptr) Enter(index, hashes[j], i + j);
-    }
-  }
+  WithHashes(pairs, used, index, [this, index](const HostPair& pair, UInt32 hash) {
+    Enter(index, hash, static_cast<UInt32>(&pair - pairs));
+  });
 }
 
 // `index` has slotMask + 1 slots.

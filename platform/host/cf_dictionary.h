@@ -111,6 +111,8 @@ struct __CFDictionary final : HostContainer {
   void Pack();
   bool MakeIndex(UInt32 pairCapacity);
   void DropIndex();
+  template <class Put>
+  void WithHashes(const HostPair* list, size_t size, const Slot* index, Put put) const;
   void EnterAll(Slot* index) const;
   void Enter(Slot* index, UInt32 hash, UInt32 place) const;
   void Leave(UInt32 place);
