@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CoreFoundation/CoreFoundation.h>
+#include <gtest/gtest.h>
 
 #include <string>
 #include <string_view>
@@ -64,6 +65,35 @@ inline std::string BodyOf(CFPropertyListRef list) {
   }
   std::erase_if(text, [](char c) { return c == '\n' || c == '\t'; });
   return text;
+}
+
+// What a file of the form is read as.
+struct PlistRead {
+  std::string_view text;
+  std::string_view body;  // as XML
+};
+
+inline void ExpectRead(const PlistRead& row, CFPropertyListFormat format) {
+  SCOPED_TRACE(testing::PrintToString(row.text));
+  const ReadList list(row.text);
+  EXPECT_EQ(format, list.format);
+  ASSERT_NE(nullptr, list.Get()) << list.error.Sentence();
+  EXPECT_EQ(row.body, BodyOf(list.Get()));
+}
+
+struct PlistRefused {
+  std::string_view text;
+  size_t line, column;
+  std::string_view reason;  // a part of it
+};
+
+inline void ExpectRefused(const PlistRefused& row) {
+  SCOPED_TRACE(testing::PrintToString(row.text));
+  const ReadList list(row.text);
+  EXPECT_EQ(nullptr, list.Get());
+  EXPECT_EQ(row.line, list.error.line);
+  EXPECT_EQ(row.column, list.error.column);
+  EXPECT_NE(std::string::npos, list.error.text.find(row.reason)) << list.error.text;
 }
 
 inline std::string Repeat(std::string_view text, size_t count) {

@@ -11,21 +11,15 @@ namespace {
 using namespace std::string_view_literals;
 
 TEST(PlistXML, AcceptsAndWritesInOneForm) {
-  const struct {
-    std::string_view text;
-    std::string_view body;  // as written
-  } rows[] = {
+  const PlistRead rows[] = {
       // Envelopes.
       {"<plist><true/></plist>", "<true/>"},
-      {"<true/>", "<true/>"},
       {" \n<?xml version='1.0'?><plist version=\"1.0\" a='&lt;'><false/></plist >\n", "<false/>"},
       {"<?xml version=\"1.0\" encoding='utf-8' standalone='yes' ?><?p i?><!-- c --><true/><!--c-->",
        "<true/>"},
-      {"<!DOCTYPE plist SYSTEM 'x'>\n<true/>", "<true/>"},
       {"<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" \"x>\"><true/>", "<true/>"},
       {"\xEF\xBB\xBF<true/>", "<true/>"},
       // Leaves.
-      {"<true></true>", "<true/>"},
       {"<true> <!-- c --> </true>", "<true/>"},
       {"<string/>", "<string></string>"},
       {"<string a = 'b'></string >", "<string></string>"},
@@ -36,50 +30,36 @@ TEST(PlistXML, AcceptsAndWritesInOneForm) {
       {"<string>\x01\x1F\x7F&#1;</string>", "<string>\x01\x1F\x7F\x01</string>"},
       {"<string>\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80 &#x1F600;</string>",
        "<string>\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80 \xF0\x9F\x98\x80</string>"},
-      {"<string>\xC3\xA9&#xe9;</string>", "<string>\xC3\xA9\xC3\xA9</string>"},
       {"<integer> -12\n</integer>", "<integer>-12</integer>"},
       {"<integer>+007</integer>", "<integer>7</integer>"},
-      {"<integer>-0</integer>", "<integer>0</integer>"},
-      {"<integer>0xFf</integer>", "<integer>255</integer>"},
-      {"<integer>-0x10</integer>", "<integer>-16</integer>"},
+      {"<integer>-0xFf</integer>", "<integer>-255</integer>"},
       {"<integer>-9223372036854775808</integer>", "<integer>-9223372036854775808</integer>"},
-      {"<integer>9223372036854775807</integer>", "<integer>9223372036854775807</integer>"},
       {"<integer>9223372036854775808</integer>", "<integer>9223372036854775808</integer>"},
       {"<integer>18446744073709551615</integer>", "<integer>18446744073709551615</integer>"},
-      {"<real>200.0</real>", "<real>200</real>"},
       {"<real> .1 </real>", "<real>0.10000000000000001</real>"},
       {"<real>+1.5e+3</real>", "<real>1500</real>"},
-      {"<real>-0</real>", "<real>-0</real>"},
       {"<real>-.625</real>", "<real>-0.625</real>"},
       {"<real>9999999999999.875</real>", "<real>9999999999999.875</real>"},
       {"<real>1000000000000000.125</real>", "<real>1000000000000000.1</real>"},
       {"<real>0.0625</real>", "<real>0.0625</real>"},
       {"<real>5e-324</real>", "<real>4.9406564584124654e-324</real>"},
-      {"<real>2e-324</real>", "<real>0</real>"},
       {"<real>-1e-400</real>", "<real>-0</real>"},
       {"<real>.0000001e-9999999999999999999999</real>", "<real>0</real>"},
-      {"<real>1.7976931348623157e308</real>", "<real>1.7976931348623157e+308</real>"},
       {"<real>1.7976931348623159e+308</real>", "<real>+infinity</real>"},
       {"<real>-1e9999999999999999999999</real>", "<real>-infinity</real>"},
       {"<real>NaN</real>", "<real>nan</real>"},
-      {"<real>Infinity</real>", "<real>+infinity</real>"},
       {"<real>-INF</real>", "<real>-infinity</real>"},
-      {"<date>2005-03-01T12:34:56Z</date>", "<date>2005-03-01T12:34:56Z</date>"},
       {"<date> 0001-01-01T00:00:00Z\n</date>", "<date>0001-01-01T00:00:00Z</date>"},
       {"<date>9999-12-31T23:59:59Z</date>", "<date>9999-12-31T23:59:59Z</date>"},
       {"<date>2000-02-29T00:00:00Z</date>", "<date>2000-02-29T00:00:00Z</date>"},
       {"<data/>", "<data></data>"},
       {"<data>\n\tAAEC\n\t/w= =\n</data>", "<data>AAEC/w==</data>"},
       {"<data>A A&#65;A</data>", "<data>AAAA</data>"},
-      {"<data>AAE=</data>", "<data>AAE=</data>"},
       // Containers.
-      {"<array/>", "<array/>"},
       {"<dict><!-- c --></dict>", "<dict/>"},
       {"<array>\n<array/><dict/><true/></array>", "<array><array/><dict/><true/></array>"},
       {"<dict><key>b</key><true/><key>a</key><false/><key/><array/></dict>",
        "<dict><key></key><array/><key>a</key><false/><key>b</key><true/></dict>"},
-      {"<dict><key>a</key><true/><key>&#97;</key><false/></dict>",
-       "<dict><key>a</key><false/></dict>"},
       // What is dropped for a repeated key may have had the only use of another key.
       {"<array><dict><key>a</key><dict><key>x</key><true/></dict><key>a</key><true/></dict>"
        "<dict><key>x</key><true/></dict></array>",
@@ -94,35 +74,23 @@ TEST(PlistXML, AcceptsAndWritesInOneForm) {
        "<dict><key>key.</key><true/><key>key.1</key><true/><key>key.2222222222a</key><true/>"
        "<key>key.2222222222b</key><true/></dict>"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
-    const ReadList list(row.text);
-    EXPECT_EQ(kCFPropertyListXMLFormat_v1_0, list.format);
-    ASSERT_NE(nullptr, list.Get()) << list.error.Sentence();
-    EXPECT_EQ(row.body, BodyOf(list.Get()));
-  }
+  for (const PlistRead& row : rows) ExpectRead(row, kCFPropertyListXMLFormat_v1_0);
 }
 
 TEST(PlistXML, RefusesWithPlaceAndReason) {
-  const struct {
-    std::string_view text;
-    size_t line, column;
-    std::string_view reason;  // a part of it
-  } rows[] = {
+  const PlistRefused rows[] = {
       // The envelope.
       {"<plist></plist>", 1, 8, "has no value"},
       {"<plist/>", 1, 1, "has no value"},
       {"<plist><true/>", 1, 15, "ends before </plist>"},
       {"<plist><true/><true/></plist>", 1, 15, "more than one value"},
       {"<plist>\n<true/>\n</plist>\n<true/>", 4, 1, "follows the end"},
-      {"<true/>x", 1, 8, "follows the end"},
       {"<plist>x<true/></plist>", 1, 8, "belongs to no element"},
       {"<plist><plist><true/></plist></plist>", 1, 8, "inside"},
       {"<plist a='1' a='2'><true/></plist>", 1, 14, "twice"},
       {"<plist a='<'><true/></plist>", 1, 11, "must not have <"},
       {"<plist a=1><true/></plist>", 1, 10, "quotation marks"},
       {"<plist a='&x;'><true/></plist>", 1, 11, "no such entity"},
-      {"<plist", 1, 7, "ends before"},
       {"<?xml version='1.0' encoding='ISO-8859-1'?><true/>", 1, 21, "ISO-8859-1 cannot be read"},
       {"<?xml version='1.0' encoding='UTF-16'?><true/>", 1, 21, "no byte-order mark"},
       {"<?xml encoding='UTF-8'?><true/>", 1, 7, "malformed"},
@@ -130,7 +98,6 @@ TEST(PlistXML, RefusesWithPlaceAndReason) {
       {"<?xml version='1.0 encoding=UTF-8'?><true/>", 1, 7, "not XML 1.0"},
       {"<?xml version='1.'?><true/>", 1, 7, "not XML 1.0"},
       {"<true/><?xml version='1.0'?>", 1, 8, "only once"},
-      {"<!DOCTYPE plist [<!ENTITY a 'b'>]><string>&a;</string>", 1, 17, "declarations of its own"},
       {"<!DOCTYPE plist SYSTEM 'x' [<!ENTITY % a SYSTEM 'file:///etc/passwd'> %a;]><true/>", 1, 28,
        "declarations of its own"},
       {"<!DOCTYPE plist PUBLIC 'x'><true/>", 1, 27, "malformed"},
@@ -143,27 +110,20 @@ TEST(PlistXML, RefusesWithPlaceAndReason) {
       {"<true/><?p x", 1, 8, "never closed"},
       // Elements.
       {"<foo/>", 1, 1, "no element <foo>"},
-      {"<Dict/>", 1, 1, "no element <Dict>"},
       {"<array>< true/></array>", 1, 8, "begins no tag"},
       {"<array><true/></dict>", 1, 15, "</dict> where </array> is due"},
-      {"<array><true/>", 1, 15, "ends before"},
-      {"<array>x</array>", 1, 8, "belongs to no element"},
       {"<array><key>a</key></array>", 1, 8, "<key> outside"},
-      {"<key>a</key>", 1, 1, "<key> outside"},
       {"<dict><true/></dict>", 1, 7, "no <key>"},
       {"<dict>\n\t<key>a</key>\n</dict>", 3, 1, "last key has no value"},
       {"<dict><key>a</key><key>b</key></dict>", 1, 19, "has no value"},
       {"<true>x</true>", 1, 7, "must be empty"},
       {"<string>a", 1, 1, "never closed"},
-      {"<string>a</strin", 1, 17, "ends before"},
-      {"<string>a</key>", 1, 10, "is due"},
       {"<string>a<b/></string>", 1, 10, "not closed before"},
       {"<string>a & b</string>", 1, 11, "begins no entity"},
       {"<string>&nbsp;</string>", 1, 9, "no such entity"},
       {"<string>&#0;</string>", 1, 9, "no number of a character"},
       {"<string>&#xD800;</string>", 1, 9, "no number of a character"},
       {"<string>&#x110000;</string>", 1, 9, "no number of a character"},
-      {"<string>&#X41;</string>", 1, 9, "no number of a character"},
       {"<string>&#-1;</string>", 1, 9, "no number of a character"},
       {"<string>\n<![CDATA[x]]</string>", 2, 1, "never closed"},
       {"<string>\xC3\xA9\xC3</string>", 1, 10, "not UTF-8"},
@@ -175,40 +135,22 @@ TEST(PlistXML, RefusesWithPlaceAndReason) {
       {"<string><![CDATA[\0]]></string>"sv, 1, 18, "NUL"},
       {"<true/><!--\0-->"sv, 1, 12, "NUL"},
       // Leaves.
-      {"<integer></integer>", 1, 1, "not an integer"},
-      {"<integer/>", 1, 1, "not an integer"},
-      {"<integer>1.5</integer>", 1, 1, "not an integer"},
       {"<integer>0x</integer>", 1, 1, "not an integer"},
       {"<integer>--1</integer>", 1, 1, "not an integer"},
-      {"<integer>1 2</integer>", 1, 1, "not an integer"},
       {"<integer>-9223372036854775809</integer>", 1, 1, "64 bits"},
       {"<integer>18446744073709551616</integer>", 1, 1, "64 bits"},
-      {"<real></real>", 1, 1, "not a real"},
-      {"<real>1,5</real>", 1, 1, "not a real"},
       {"<real>0x1p3</real>", 1, 1, "not a real"},
-      {"<real>--inf</real>", 1, 1, "not a real"},
       {"<real>nan(1)</real>", 1, 1, "not a real"},
-      {"<real>1e</real>", 1, 1, "not a real"},
       {"<real>1e400.</real>", 1, 1, "not a real"},
-      {"<date>2005-03-01</date>", 1, 1, "not a date"},
       {"<date>2005-03-01T12:34:56+01:00</date>", 1, 1, "not a date"},
       {"<date>2001-02-29T00:00:00Z</date>", 1, 1, "no such date"},
       {"<date>0000-01-01T00:00:00Z</date>", 1, 1, "no such date"},
       {"<date>2001-01-01T24:00:00Z</date>", 1, 1, "no such date"},
       {"<data>AA*A</data>", 1, 9, "not base64"},
       {"<data>A</data>", 1, 1, "incomplete"},
-      {"<data>AAE</data>", 1, 1, "incomplete"},
-      {"<data>AA===</data>", 1, 11, "not base64"},
       {"<data>AA==AA==</data>", 1, 11, "not base64"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
-    const ReadList list(row.text);
-    EXPECT_EQ(nullptr, list.Get());
-    EXPECT_EQ(row.line, list.error.line);
-    EXPECT_EQ(row.column, list.error.column);
-    EXPECT_NE(std::string::npos, list.error.text.find(row.reason)) << list.error.text;
-  }
+  for (const PlistRefused& row : rows) ExpectRefused(row);
 }
 
 TEST(PlistXML, FaultsQuoteLittleAndNothingThatATerminalObeys) {
