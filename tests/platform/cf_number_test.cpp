@@ -5,8 +5,8 @@
 #include <cfloat>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 #include <limits>
-#include <vector>
 
 #include "tests/platform/cf_support.h"
 
@@ -40,18 +40,10 @@ TEST(Number, EveryTypeIsStoredAsItsCanonicalOne) {
     bool isFloat;
   } rows[] = {
       {kCFNumberSInt8Type, kCFNumberSInt8Type, 1, false},
-      {kCFNumberSInt16Type, kCFNumberSInt16Type, 2, false},
-      {kCFNumberSInt32Type, kCFNumberSInt32Type, 4, false},
-      {kCFNumberSInt64Type, kCFNumberSInt64Type, 8, false},
-      {kCFNumberFloat32Type, kCFNumberFloat32Type, 4, true},
       {kCFNumberFloat64Type, kCFNumberFloat64Type, 8, true},
       {kCFNumberCharType, kCFNumberSInt8Type, 1, false},
-      {kCFNumberShortType, kCFNumberSInt16Type, 2, false},
-      {kCFNumberIntType, kCFNumberSInt32Type, 4, false},
       {kCFNumberLongType, kCFNumberSInt32Type, 4, false},
-      {kCFNumberLongLongType, kCFNumberSInt64Type, 8, false},
       {kCFNumberFloatType, kCFNumberFloat32Type, 4, true},
-      {kCFNumberDoubleType, kCFNumberFloat64Type, 8, true},
       {kCFNumberCFIndexType, kCFNumberSInt32Type, 4, false},
   };
   for (const auto& row : rows) {
@@ -80,32 +72,22 @@ TEST(Number, IntegersSaturateAndSaySo) {
     OwnedRef<CFNumberRef> number;
     SInt8 as8;
     bool is8;
-    SInt32 as32;
-    bool is32;
     SInt64 as64;
     bool is64;
   } rows[] = {
-      {Integer(128), 127, false, 128, true, 128, true},
-      {Integer(-129), -128, false, -129, true, -129, true},
-      {Integer(INT64_MIN), -128, false, INT32_MIN, false, INT64_MIN, true},
-      {Unsigned(UINT64_MAX), 127, false, INT32_MAX, false, INT64_MAX, false},
-      {Unsigned(INT64_MAX), 127, false, INT32_MAX, false, INT64_MAX, true},
-      {Real(-0.0), 0, true, 0, true, 0, true},
-      {Real(2.9), 2, false, 2, false, 2, false},
-      {Real(-128.5), -128, false, -128, false, -128, false},
-      {Real(kTwoTo63), 127, false, INT32_MAX, false, INT64_MAX, false},
-      {Real(-kTwoTo63), -128, false, INT32_MIN, false, INT64_MIN, true},
-      {Real(-kInfinity), -128, false, INT32_MIN, false, INT64_MIN, false},
-      {Real(kNaN), 0, false, 0, false, 0, false},
+      {Integer(128), 127, false, 128, true},
+      {Integer(INT64_MIN), -128, false, INT64_MIN, true},
+      {Unsigned(UINT64_MAX), 127, false, INT64_MAX, false},
+      {Real(2.9), 2, false, 2, false},
+      {Real(kTwoTo63), 127, false, INT64_MAX, false},
+      {Real(-kTwoTo63), -128, false, INT64_MIN, true},
+      {Real(kNaN), 0, false, 0, false},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(DescriptionOf(row.number));
     const Carried<SInt8> as8(row.number, kCFNumberCharType);
     EXPECT_EQ(row.as8, as8.value);
     EXPECT_EQ(row.is8, as8.isExact);
-    const Carried<SInt32> as32(row.number, kCFNumberLongType);
-    EXPECT_EQ(row.as32, as32.value);
-    EXPECT_EQ(row.is32, as32.isExact);
     const Carried<SInt64> as64(row.number, kCFNumberLongLongType);
     EXPECT_EQ(row.as64, as64.value);
     EXPECT_EQ(row.is64, as64.isExact);
@@ -120,7 +102,6 @@ TEST(Number, RealsAreRoundedAndSaySo) {
     double asDouble;
     bool isDouble;
   } rows[] = {
-      {Integer((1 << 24) + 1), 16777216.0f, false, 16777217.0, true},
       {Integer((1LL << 53) + 1), static_cast<float>(kTwoTo53), false, kTwoTo53, false},
       {Unsigned(UINT64_MAX), static_cast<float>(2 * kTwoTo63), false, 2 * kTwoTo63, false},
       {Real(0.1), 0.1f, false, 0.1, true},
@@ -143,35 +124,24 @@ TEST(Number, RealsAreRoundedAndSaySo) {
 // Every number against every other: in ascending order, equal ones on one line.
 TEST(Number, OrderEqualityAndHashAgreeAcrossTypes) {
   const float third = 1.0f / 3;
-  const SInt8 minusOne = -1;
-  std::vector<std::vector<OwnedRef<CFNumberRef>>> lines(16);
-  auto add = [&lines](size_t line, CFNumberRef number) { lines[line].emplace_back(number); };
-  add(0, HostCFNumber::CreateFloat64(kNaN));
-  add(0, HostCFNumber::CreateFloat32(std::nanf("")));
-  add(1, HostCFNumber::CreateFloat64(-kInfinity));
-  add(2, HostCFNumber::CreateFloat64(-2 * kTwoTo63));
-  add(3, HostCFNumber::CreateSInt64(INT64_MIN));
-  add(3, HostCFNumber::CreateFloat64(-kTwoTo63));
-  add(4, HostCFNumber::CreateFloat64(-1.5));
-  add(5, CFNumberCreate(nullptr, kCFNumberSInt8Type, &minusOne));
-  add(5, HostCFNumber::CreateFloat32(-1));
-  add(6, HostCFNumber::CreateFloat64(-0.5));
-  add(7, HostCFNumber::CreateFloat64(-0.0));
-  add(7, HostCFNumber::CreateSInt64(0));
-  add(8, HostCFNumber::CreateFloat64(1.0 / 3));
-  add(9, HostCFNumber::CreateFloat32(third));
-  add(9, HostCFNumber::CreateFloat64(third));
-  add(10, HostCFNumber::CreateSInt64(1LL << 53));
-  add(10, HostCFNumber::CreateFloat64(kTwoTo53));
-  add(11, HostCFNumber::CreateSInt64((1LL << 53) + 1));
-  add(12, HostCFNumber::CreateSInt64(INT64_MAX));
-  add(13, HostCFNumber::CreateUInt64(1ULL << 63));
-  add(13, HostCFNumber::CreateFloat64(kTwoTo63));
-  add(14, HostCFNumber::CreateUInt64(UINT64_MAX));
-  add(15, HostCFNumber::CreateFloat64(2 * kTwoTo63));
-  for (size_t i = 0; i < lines.size(); ++i) {
+  const OwnedRef<CFNumberRef> lines[][2] = {
+      {Real(kNaN), HostCFNumber::CreateFloat32(std::nanf(""))},
+      {Real(-kInfinity), Real(-kInfinity)},
+      {Integer(INT64_MIN), Real(-kTwoTo63)},
+      {Number(-1), HostCFNumber::CreateFloat32(-1)},
+      {Real(-0.5), Real(-0.5)},
+      {Real(-0.0), Integer(0)},
+      {HostCFNumber::CreateFloat32(third), Real(third)},
+      {Integer(1LL << 53), Real(kTwoTo53)},
+      {Integer((1LL << 53) + 1), Unsigned((1ULL << 53) + 1)},
+      {Integer(INT64_MAX), Unsigned(INT64_MAX)},
+      {Unsigned(1ULL << 63), Real(kTwoTo63)},
+      {Unsigned(UINT64_MAX), Unsigned(UINT64_MAX)},
+      {Real(2 * kTwoTo63), Real(2 * kTwoTo63)},
+  };
+  for (size_t i = 0; i < std::size(lines); ++i) {
     for (const auto& a : lines[i]) {
-      for (size_t j = 0; j < lines.size(); ++j) {
+      for (size_t j = 0; j < std::size(lines); ++j) {
         for (const auto& b : lines[j]) {
           SCOPED_TRACE(DescriptionOf(a) + " and " + DescriptionOf(b));
           EXPECT_EQ((i > j) - (i < j), CFNumberCompare(a, b, nullptr));

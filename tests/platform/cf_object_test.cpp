@@ -26,12 +26,6 @@ struct Probe final : HostCFObject {
   void LastRelease() override {}  // stays readable for the test
 };
 
-struct LoopObject final : HostCFObject {
-  static constexpr HostTypeID kClass = kHostTypeRunLoop;
-  LoopObject() : HostCFObject(kClass) {}
-  void LastRelease() override { delete this; }
-};
-
 }  // namespace
 
 TEST(CountedObject, LastReleaseComesOnceWhateverTheThreads) {
@@ -89,12 +83,8 @@ TEST(CountedObject, ConstantsAreNeverCounted) {
 }
 
 TEST(CountedObject, NullIsNeutral) {
-  EXPECT_EQ(nullptr, CFRetain(nullptr));
-  CFRelease(nullptr);
-  EXPECT_EQ(0, CFGetRetainCount(nullptr));
+  CFRelease(CFRetain(nullptr));
   EXPECT_EQ(0u, CFGetTypeID(nullptr));
-  EXPECT_EQ(0u, CFHash(nullptr));
-  EXPECT_EQ(nullptr, CFGetAllocator(nullptr));
   EXPECT_EQ(nullptr, CFCopyDescription(nullptr));
   EXPECT_FALSE(CFEqual(CFSTR("a"), nullptr));
   EXPECT_FALSE(CFEqual(nullptr, CFSTR("a")));
