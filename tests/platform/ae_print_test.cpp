@@ -11,16 +11,12 @@ TEST_F(Print, Values) {
   } rows[] = {
       {{typeNull, ""}, "'null'()"},
       {Short(-2), "-2"},
-      {Double(1.5), "1.5"},
       {Float(0.1f), "0.1"},
       {Bool(1), "'true'"},
-      {Code(typeType, typeProperty), "'prop'"},
       {Code(typeType, 0x01610A62), "'?a?b'"},
       {Code(typeMachPort, 0x1234), "'port'($00001234$)"},
-      {Text("text"), "\xD2text\xD3"},
       {UTF8("\xC3\xA4"), "'utf8'(\xD2\x8A\xD3)"},
       {UTF8("\xF0\x9F\x98\x80"), "'utf8'($F09F9880$)"},  // no such character in Mac Roman
-      {{typeTrue, ""}, "'true'()"},
       {{FourCC('w', 'h', 'a', 't'), "\x01\xFF"}, "'what'($01FF$)"},
       // Numbers of an odd size, or several: as bytes, in the order of the wire.
       {{typeSInt16, Short(1).bytes + Short(2).bytes}, "'shor'($00010002$)"},
@@ -66,8 +62,6 @@ TEST_F(Print, FailureGivesNoHandle) {
   AEDesc stale = {typeChar, reinterpret_cast<AEDataStorage>(1)};
   EXPECT_EQ(errAENotAEDesc, AEPrintDescToHandle(&stale, &handle));
   EXPECT_EQ(nullptr, handle);
-  EXPECT_EQ(paramErr, AEPrintDescToHandle(nullptr, &handle));
-  EXPECT_EQ(paramErr, AEPrintDescToHandle(&stale, nullptr));
 }
 
 }  // namespace

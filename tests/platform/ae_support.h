@@ -105,9 +105,6 @@ inline std::string CodeText(UInt32 code) {
   return text;
 }
 
-// A NaN, an infinity and zeros are given by their bits, most significant first, whatever the host.
-inline Raw FloatBits(UInt32 bits) { return Number(typeIEEE32BitFloatingPoint, bits); }
-inline Raw DoubleBits(UInt64 bits) { return Number(typeIEEE64BitFloatingPoint, bits); }
 inline Raw Several(DescType type, const std::vector<Raw>& values) {
   Raw raw = {type, ""};
   for (const Raw& value : values) raw.bytes += value.bytes;
@@ -129,11 +126,11 @@ inline std::vector<Raw> ValuesOfEveryType() {
       Comp(-0x0102030405060708),
       UComp(0xFEDCBA9876543210),
       Float(1.5e10f),
-      FloatBits(0x7F800000),
-      FloatBits(0x7FC00001),
+      // An infinity, a NaN and a zero by their bits, whatever the host.
+      Number(typeIEEE32BitFloatingPoint, UInt32{0x7F800000}),
+      Number(typeIEEE32BitFloatingPoint, UInt32{0x7FC00001}),
       Double(-0.1),
-      DoubleBits(0x8000000000000000),
-      DoubleBits(0xFFF0000000000000),
+      Number(typeIEEE64BitFloatingPoint, UInt64{0x8000000000000000}),
       FixedPoint(0x00018000),
       {typeExtended, FromHex("4000 c90fdaa22168c235")},
       {type128BitFloatingPoint, FromHex("3fff8000000000000000000000000000")},
