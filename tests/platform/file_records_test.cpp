@@ -85,7 +85,6 @@ TEST_F(FileRecords, PathsLeadToRecordsAndBack) {
   scratch.File("folder/" + tooLong);
   scratch.File(tooLong + "/file");
   scratch.Link("link", "folder/file");
-  scratch.Link("linked", "folder");
   scratch.Link("loop", "loop2");
   scratch.Link("loop2", "loop");
   const std::string root = scratch.Path() + "/";
@@ -96,14 +95,11 @@ TEST_F(FileRecords, PathsLeadToRecordsAndBack) {
     OSErr specErr;
   } rows[] = {
       {"/", 0, "/", 0},
-      {"/tmp/..", 0, "/", 0},
       {root + "folder/", 0, root + "folder", 0},
       {root + "folder/../link", 0, root + "folder/file", 0},
-      {root + "linked/file", 0, root + "folder/file", 0},
       {root + "folder/\xff: \x01", 0, root + "folder/\xff: \x01", 0},
       {root + "folder/" + tooLong, 0, root + "folder/" + tooLong, bdNamErr},
       {root + tooLong + "/file", 0, root + tooLong + "/file", 0},
-      {root + "folder/missing", fnfErr, "", 0},
       {root + "loop", fnfErr, "", 0},
       {root + "folder/file/", dirNFErr, "", 0},
       {root + std::string(256, 'n'), bdNamErr, "", 0},
@@ -117,13 +113,9 @@ TEST_F(FileRecords, PathsLeadToRecordsAndBack) {
     if (row.err != noErr) continue;
     EXPECT_EQ(row.back, PathOfRef(ref));
     FSSpec spec;
-    ASSERT_EQ(row.specErr,
-              FSGetCatalogInfo(&ref, kFSCatInfoNone, nullptr, nullptr, &spec, nullptr));
+    ASSERT_EQ(row.specErr, SpecOfPath(row.path, &spec));
     if (row.specErr != noErr) continue;
     EXPECT_EQ(row.back, PathOfSpec(spec));
-    FSRef again;
-    ASSERT_EQ(noErr, FSpMakeFSRef(&spec, &again));
-    EXPECT_EQ(noErr, FSCompareFSRefs(&ref, &again));
   }
 }
 
@@ -155,11 +147,9 @@ TEST_F(FileRecords, SpecsTellWhatIsThere) {
     OSErr err;
     std::string stored;  // the name; "" when nothing is stored
   } rows[] = {
-      {kHostVolume, folder, "file", noErr, "file"},
       {kHostVolume, folder, "", noErr, "folder"},
       {kHostVolume, folder, "nowhere", noErr, "nowhere"},  // the link itself is there
       {kHostVolume, folder, "missing", fnfErr, "missing"},
-      {kHostVolume, fsRtDirID, "", noErr, "/"},
       {kHostVolume, fsRtParID, "/", noErr, "/"},
       {kHostVolume, fsRtParID, "tmp", fnfErr, ""},
       {kHostVolume, fsRtParID, "", dirNFErr, ""},
@@ -179,10 +169,6 @@ TEST_F(FileRecords, SpecsTellWhatIsThere) {
     EXPECT_EQ(row.stored, NameOf(spec));
     EXPECT_EQ(row.stored.empty() ? 0 : kHostVolume, +spec.vRefNum);
   }
-  FSSpec spec;
-  EXPECT_EQ(noErr, FSMakeFSSpec(kHostVolume, folder, nullptr, &spec));
-  EXPECT_EQ("folder", NameOf(spec));
-  EXPECT_EQ(paramErr, FSMakeFSSpec(kHostVolume, folder, nullptr, nullptr));
 }
 
 TEST_F(FileRecords, NumbersAndReferencesDieWithWhatTheyName) {
@@ -191,18 +177,15 @@ TEST_F(FileRecords, NumbersAndReferencesDieWithWhatTheyName) {
   }
   struct Row {
     const char* name;
-    FSSpec folder = {};
     FSSpec file = {};
     FSRef folderRef = {};
     FSRef fileRef = {};
     SInt32 number = 0;
-    OSErr stale = fnfErr;
   } rows[] = {{"deleted"}, {"moved"}, {"replaced"}, {"linked"}, {"filed"}};
   for (Row& row : rows) {
     const std::string path = scratch.Path(row.name);
     row.number = NumberOf(path);
     EXPECT_EQ(row.number, NumberOf(path)) << row.name;
-    ASSERT_EQ(noErr, SpecOfPath(path, &row.folder));
     ASSERT_EQ(noErr, SpecOfPath(path + "/file", &row.file));
     ASSERT_EQ(noErr, RefOfPath(path, &row.folderRef));
     ASSERT_EQ(noErr, RefOfPath(path + "/file", &row.fileRef));
@@ -222,12 +205,10 @@ TEST_F(FileRecords, NumbersAndReferencesDieWithWhatTheyName) {
     FSSpec spec = {};
     FSRef ref;
     EXPECT_EQ(fnfErr, MakeSpec(row.number, "file", &spec));
-    EXPECT_EQ(fnfErr, MakeSpec(row.number, "", &spec));
     EXPECT_EQ(fnfErr, FSpMakeFSRef(&row.file, &ref));
     // What is the very same file at the same place is as good as in its old folder.
     const bool isSame = std::string(row.name) == "linked";
     EXPECT_EQ(isSame ? scratch.Path("linked/file") : "-43", PathOfRef(row.fileRef));
-    MakeSpec(row.number, "new", &spec);
     spec = row.file;
     spec.name[1] = 'n';
     EXPECT_EQ(fnfErr, FSpDirCreate(&spec, smSystemScript, nullptr));
@@ -239,8 +220,6 @@ TEST_F(FileRecords, NumbersAndReferencesDieWithWhatTheyName) {
   EXPECT_EQ(noErr, FSGetCatalogInfo(&rows[0].fileRef, 0, nullptr, nullptr, &lost, nullptr));
   EXPECT_EQ(0, std::memcmp(&lost, &rows[0].file, sizeof lost));
   EXPECT_EQ(fnfErr, FSGetCatalogInfo(&rows[0].fileRef, 0, nullptr, &name, &lost, nullptr));
-  EXPECT_EQ(fnfErr, FSGetCatalogInfo(&rows[0].fileRef, 0, nullptr, nullptr, nullptr, nullptr));
-  EXPECT_EQ("-43", PathOfRef(rows[0].folderRef));
   // The name alone is in the reference of a folder too: what has it now is meant.
   EXPECT_EQ(scratch.Path("replaced"), PathOfRef(rows[2].folderRef));
   EXPECT_NE(rows[2].number, NumberOf(scratch.Path("replaced")));
@@ -299,7 +278,6 @@ TEST_F(FileRecords, ForgedReferencesAreRefused) {
   FSRef good, forged = {};
   ASSERT_EQ(noErr, RefOfPath(path, &good));
   FSSpec spec = {};
-  EXPECT_EQ("-1401", PathOfRef(forged));
   std::memset(&forged, 0xFF, sizeof forged);
   EXPECT_EQ("-1401", PathOfRef(forged));
   EXPECT_EQ(errFSBadFSRef, FSCompareFSRefs(&good, &forged));
@@ -316,43 +294,42 @@ TEST_F(FileRecords, ForgedReferencesAreRefused) {
       }
     }
   }
-  FSRef copy;
-  std::memcpy(&copy, &good, sizeof copy);
-  EXPECT_EQ(path, PathOfRef(copy));
 }
 
 TEST_F(FileRecords, NamesAndParents) {
   const std::string longName(100, 'n');
   scratch.File("f\xc3\xa4/\xff");
   scratch.File(longName);
-  FSRef folder, ref, parent, found;
-  HFSUniStr255 name;
-  ASSERT_EQ(noErr, RefOfPath(scratch.Path("f\xc3\xa4"), &folder));
-  ASSERT_EQ(noErr, FSGetCatalogInfo(&folder, 0, nullptr, &name, nullptr, &parent));
-  EXPECT_EQ(2, name.length);
-  EXPECT_EQ(0xE4, name.unicode[1]);
-  EXPECT_EQ(scratch.Path(), PathOfRef(parent));
-  ASSERT_EQ(noErr, FSMakeFSRefUnicode(&parent, name.length, name.unicode, 0, &found));
-  EXPECT_EQ(noErr, FSCompareFSRefs(&folder, &found));
-
-  ASSERT_EQ(noErr, RefOfPath(scratch.Path("f\xc3\xa4/\xff"), &ref));
-  ASSERT_EQ(noErr, FSGetCatalogInfo(&ref, 0, nullptr, &name, nullptr, &parent));
-  EXPECT_EQ(1, name.length);
-  EXPECT_EQ(0x02C7, name.unicode[0]);  // Mac Roman
-  EXPECT_EQ(noErr, FSCompareFSRefs(&folder, &parent));
-  EXPECT_EQ(errFSRefsDifferent, FSCompareFSRefs(&folder, &ref));
-
-  ASSERT_EQ(noErr, RefOfPath(scratch.Path(longName), &ref));
-  ASSERT_EQ(noErr, FSGetCatalogInfo(&ref, 0, nullptr, &name, nullptr, &parent));
-  EXPECT_EQ(100, name.length);
-  EXPECT_EQ(noErr, FSMakeFSRefUnicode(&parent, name.length, name.unicode, 0, &found));
-  EXPECT_EQ(noErr, FSCompareFSRefs(&ref, &found));
-
+  const struct {
+    std::string path, parent;
+    UInt16 length;
+    UniChar last;
+    bool isFoundByName;
+  } rows[] = {
+      {scratch.Path("f\xc3\xa4"), scratch.Path(), 2, 0xE4, true},
+      {scratch.Path("f\xc3\xa4/\xff"), scratch.Path("f\xc3\xa4"), 1, 0x02C7, false},  // Mac Roman
+      {scratch.Path(longName), scratch.Path(), 100, 'n', true},
+  };
+  FSRef ref, parent, found;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.path));
+    HFSUniStr255 name;
+    ASSERT_EQ(noErr, RefOfPath(row.path, &ref));
+    ASSERT_EQ(noErr, FSGetCatalogInfo(&ref, 0, nullptr, &name, nullptr, &parent));
+    EXPECT_EQ(row.length, name.length);
+    EXPECT_EQ(row.last, name.unicode[row.length - 1]);
+    EXPECT_EQ(row.parent, PathOfRef(parent));
+    EXPECT_EQ(errFSRefsDifferent, FSCompareFSRefs(&ref, &parent));
+    if (!row.isFoundByName) continue;
+    ASSERT_EQ(noErr, FSMakeFSRefUnicode(&parent, name.length, name.unicode, 0, &found));
+    EXPECT_EQ(noErr, FSCompareFSRefs(&ref, &found));
+  }
+  // Here the last of them, a file, and the folder around it.
   const UniChar dots[] = {'.', '.'}, slash[] = {'x', '/', 'y'}, none[] = {'z'};
-  EXPECT_EQ(bdNamErr, FSMakeFSRefUnicode(&folder, 2, dots, 0, &found));
-  EXPECT_EQ(bdNamErr, FSMakeFSRefUnicode(&folder, 3, slash, 0, &found));
-  EXPECT_EQ(bdNamErr, FSMakeFSRefUnicode(&folder, 0, dots, 0, &found));
-  EXPECT_EQ(fnfErr, FSMakeFSRefUnicode(&folder, 1, none, 0, &found));
+  EXPECT_EQ(bdNamErr, FSMakeFSRefUnicode(&parent, 2, dots, 0, &found));
+  EXPECT_EQ(bdNamErr, FSMakeFSRefUnicode(&parent, 3, slash, 0, &found));
+  EXPECT_EQ(bdNamErr, FSMakeFSRefUnicode(&parent, 0, dots, 0, &found));
+  EXPECT_EQ(fnfErr, FSMakeFSRefUnicode(&parent, 1, none, 0, &found));
   EXPECT_EQ(dirNFErr, FSMakeFSRefUnicode(&ref, 1, none, 0, &found));
 }
 
@@ -360,18 +337,16 @@ TEST_F(FileRecords, AddressesLeadToReferencesAndBack) {
   scratch.File("folder/\xff\xc3");
   FSRef ref = {}, back;
   EXPECT_EQ(nullptr, CFURLCreateFromFSRef(nullptr, &ref));
-  EXPECT_EQ(nullptr, CFURLCreateFromFSRef(nullptr, nullptr));
   EXPECT_FALSE(CFURLGetFSRef(nullptr, &back));
-  for (const char* name : {"folder", "folder/\xff\xc3"}) {
+  for (const char* name : {"folder/\xff\xc3", "folder"}) {
     ASSERT_EQ(noErr, RefOfPath(scratch.Path(name), &ref));
     const CFURLRef url = CFURLCreateFromFSRef(nullptr, &ref);
     ASSERT_NE(nullptr, url);
     EXPECT_EQ(std::string(name) == "folder", CFURLHasDirectoryPath(url));
     EXPECT_TRUE(CFURLGetFSRef(url, &back));
     EXPECT_EQ(scratch.Path(name), PathOfRef(back));
-    std::filesystem::remove_all(scratch.Path("folder/\xff\xc3"));
-    EXPECT_EQ(std::string(name) == "folder", CFURLGetFSRef(url, &back));
-    scratch.File("folder/\xff\xc3");
+    std::filesystem::remove_all(scratch.Path(name));
+    EXPECT_FALSE(CFURLGetFSRef(url, &back));
     CFRelease(url);
   }
 }
@@ -391,7 +366,6 @@ TEST_F(FileRecords, MakingAndDeleting) {
   EXPECT_EQ(dupFNErr, FSpCreate(&file, 0, 0, smSystemScript));
   EXPECT_EQ(fBsyErr, FSpDelete(&folder));
   EXPECT_EQ(noErr, FSpDelete(&file));
-  EXPECT_EQ(fnfErr, FSpDelete(&file));
   EXPECT_EQ(noErr, FSpDelete(&folder));
   EXPECT_FALSE(std::filesystem::exists(scratch.Path("folder")));
   // A link without a target is something, and nothing is made behind it.
@@ -399,10 +373,6 @@ TEST_F(FileRecords, MakingAndDeleting) {
   EXPECT_EQ(dupFNErr, FSpCreate(&link, 0, 0, smSystemScript));
   EXPECT_EQ(dupFNErr, FSpDirCreate(&link, smSystemScript, nullptr));
   EXPECT_EQ(noErr, FSpDelete(&link));
-  FSSpec whole;
-  ASSERT_EQ(noErr, MakeSpec(fsRtDirID, "", &whole));
-  EXPECT_EQ(dupFNErr, FSpDirCreate(&whole, smSystemScript, nullptr));
-  EXPECT_EQ(fBsyErr, FSpDelete(&whole));
 }
 
 TEST_F(FileRecords, CatalogueTellsKindsAndSizes) {
@@ -420,18 +390,16 @@ TEST_F(FileRecords, CatalogueTellsKindsAndSizes) {
     SInt32 folder;
     std::string name;  // in
     OSErr err;
-    std::string found;  // out, with an index
+    std::string found;  // out
     bool isFolder;
     SInt32 data, resource;
   } rows[] = {
-      {0, folder, "b", 0, "", false, 5, hasFork ? 7 : 0},
-      {0, NumberOf(scratch.Path()), "huge", 0, "", false, 0x7FFFFFFF, 0},
+      {0, folder, "b", 0, "b", false, 5, hasFork ? 7 : 0},
+      {0, NumberOf(scratch.Path()), "huge", 0, "huge", false, 0x7FFFFFFF, 0},
       {0, folder, "", 0, "", true, 0, 0},
       {-1, folder, "ignored", 0, "folder", true, 0, 0},
       {1, folder, "", 0, "a", false, 0, 0},
-      {2, folder, "", 0, "b", false, 5, hasFork ? 7 : 0},
       {4, folder, "", fnfErr, "", false, 0, 0},
-      {0, folder, "missing", fnfErr, "", false, 0, 0},
       {1, folder + 1000000, "", dirNFErr, "", false, 0, 0},
   };
   for (const auto& row : rows) {
@@ -454,16 +422,14 @@ TEST_F(FileRecords, CatalogueTellsKindsAndSizes) {
     }
     if (row.err != noErr) continue;
     EXPECT_EQ(row.isFolder, (block.hFileInfo.ioFlAttrib & kioFlAttribDirMask) != 0);
-    if (row.index != 0) {
-      EXPECT_EQ(row.found, std::string(reinterpret_cast<char*>(name) + 1, name[0]));
-    }
-    if (!row.isFolder) {
+    EXPECT_EQ(row.found, std::string(reinterpret_cast<char*>(name) + 1, name[0]));
+    if (row.isFolder) {
+      EXPECT_EQ(row.folder, +block.dirInfo.ioDrDirID);
+      EXPECT_EQ(NumberOf(scratch.Path()), +block.dirInfo.ioDrParID);
+    } else {
       EXPECT_EQ(row.data, +block.hFileInfo.ioFlLgLen);
       EXPECT_EQ(row.resource, +block.hFileInfo.ioFlRLgLen);
       EXPECT_EQ(row.folder, +block.hFileInfo.ioFlParID);
-    } else if (row.index <= 0) {
-      EXPECT_EQ(row.folder, +block.dirInfo.ioDrDirID);
-      EXPECT_EQ(NumberOf(scratch.Path()), +block.dirInfo.ioDrParID);
     }
   }
 }
@@ -487,7 +453,6 @@ TEST_F(FileRecords, AliasesAreResolvedStepByStepOrToTheEnd) {
     std::string path;  // of the record afterwards; "" when it is not looked at
     bool isFolder, wasAliased;
   } rows[] = {
-      {"folder", true, 0, scratch.Path("folder"), true, false},
       {"one", true, 0, scratch.Path("folder/file"), false, true},
       {"two", false, 0, scratch.Path("one"), false, true},
       {"absolute", true, 0, scratch.Path("folder/file"), false, true},
@@ -516,19 +481,7 @@ TEST_F(FileRecords, AliasesAreResolvedStepByStepOrToTheEnd) {
   EXPECT_EQ(fnfErr, ResolveAliasFile(&spec, true, &out, &out));
   EXPECT_EQ("none", NameOf(spec));
   EXPECT_EQ(NumberOf(scratch.Path("folder")), +spec.parID);
-  EXPECT_EQ(paramErr, ResolveAliasFile(&spec, true, nullptr, &out));
 }
-
-// Acts as a user that may not read what the test has made, where that can be done.
-class AsNobody {
- public:
-  AsNobody() : before(geteuid()) { works = before != 0 || seteuid(65534) == 0; }
-  ~AsNobody() { EXPECT_EQ(0, seteuid(before)); }
-  bool works = false;
-
- private:
-  uid_t before;
-};
 
 TEST_F(FileRecords, WhatMayNotBeSearchedIsDenied) {
   const std::string path = scratch.File("closed/file");
@@ -537,14 +490,13 @@ TEST_F(FileRecords, WhatMayNotBeSearchedIsDenied) {
   ASSERT_EQ(noErr, SpecOfPath(path, &spec));
   ASSERT_EQ(noErr, RefOfPath(path, &ref));
   ASSERT_EQ(0, chmod(scratch.Path("closed").c_str(), 0));
-  {
-    const AsNobody nobody;
-    ASSERT_TRUE(nobody.works);
-    EXPECT_EQ(afpAccessDenied, RefOfPath(path, &found));
-    EXPECT_EQ(afpAccessDenied, FSpMakeFSRef(&spec, &found));
-    EXPECT_EQ("-5000", PathOfRef(ref));
-    EXPECT_EQ(afpAccessDenied, FSpDelete(&spec));
-  }
+  const uid_t own = geteuid();
+  EXPECT_TRUE(own != 0 || seteuid(65534) == 0);  // else nothing is closed
+  EXPECT_EQ(afpAccessDenied, RefOfPath(path, &found));
+  EXPECT_EQ(afpAccessDenied, FSpMakeFSRef(&spec, &found));
+  EXPECT_EQ("-5000", PathOfRef(ref));
+  EXPECT_EQ(afpAccessDenied, FSpDelete(&spec));
+  EXPECT_EQ(0, seteuid(own));
   ASSERT_EQ(0, chmod(scratch.Path("closed").c_str(), 0755));
   EXPECT_EQ(path, PathOfRef(ref));
 }

@@ -166,19 +166,8 @@ TEST(ProcessList, PassesEndWhileProcessesComeAndGo) {
     EXPECT_TRUE(psn.highLongOfPSN == 0 && psn.lowLongOfPSN == kNoProcess);
     EXPECT_TRUE(sawOurselves);
   }
-}
-
-TEST(ProcessList, BadQuestions) {
-  ProcessSerialNumber own;
-  ProcessInfoRec info = {};
-  ASSERT_EQ(noErr, GetCurrentProcess(&own));
-  EXPECT_EQ(paramErr, GetNextProcess(nullptr));
-  EXPECT_EQ(paramErr, GetProcessInformation(&own, &info));  // no length
-  info.processInfoLength = sizeof info - 1;
-  EXPECT_EQ(paramErr, GetProcessInformation(&own, &info));
-  ProcessSerialNumber psn = {1, 0xFFFFFFFF};
-  EXPECT_EQ(procNotFound, GetNextProcess(&psn));
-  EXPECT_EQ(0u, psn.lowLongOfPSN);
+  ProcessInfoRec tooShort = {};
+  EXPECT_EQ(paramErr, GetProcessInformation(&own, &tooShort));
 }
 
 }  // namespace
