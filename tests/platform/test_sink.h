@@ -1,35 +1,25 @@
 #pragma once
 
-#include <stdlib.h>
-#include <unistd.h>
-
-#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
+
+#include "tests/support/scratch_folder.h"
 
 // TestSink is a file that one of the host layer's sink variables names while the object lives, and
 // what was written to it.
 class TestSink {
  public:
-  explicit TestSink(const char* variableName) : variable(variableName) {
-    close(mkstemp(path));
-    setenv(variable, path, 1);
-  }
-  ~TestSink() {
-    unsetenv(variable);
-    unlink(path);
-  }
-  TestSink(const TestSink&) = delete;
-  TestSink& operator=(const TestSink&) = delete;
+  explicit TestSink(const char* name) : variable(name, folder.Path("sink").c_str()) {}
 
   std::vector<std::string> Lines() const {
     std::vector<std::string> lines;
-    std::ifstream file(path);
-    for (std::string line; std::getline(file, line);) lines.push_back(line);
+    std::istringstream text(ReadFile(folder.Path("sink")));
+    for (std::string line; std::getline(text, line);) lines.push_back(line);
     return lines;
   }
 
  private:
-  const char* variable;
-  char path[32] = "/tmp/vlt-sink-XXXXXX";
+  const ScratchFolder folder;
+  const ScopedVariable variable;
 };

@@ -41,44 +41,48 @@ const unsigned char* Bytes(const std::string& text) {
 
 }  // namespace
 
-TEST(Strings, Copies) {
-  const std::string ten = "0123456789", long300(300, 'x');
+TEST(Strings, CopyingAndAppending) {
+  const std::string ten = "0123456789", long250(250, 'x'), long300(300, 'x');
   const struct {
-    char function;  // p: pstrcpy, q: pcstrcpy, c: cpstrcpy, s: cstrcpy
-    std::string source;
+    std::string function, start, source;
     int size;
     std::string touched;
   } rows[] = {
-      {'p', P(ten), 11, P(ten)},
-      {'p', P(ten), 5,
-       "\x0A"
-       "0123"},  // meant: the length stays 10
-      {'p', P(ten), 0, ""},
-      {'q', P(ten), 11, C(ten)},
-      {'q', P(ten), 5, C("0123")},
-      {'q', P(ten), -3, ""},
-      {'c', C(ten), 11, P(ten)},
-      {'c', C(ten), 10, P("012345678")},
-      {'c', C(long300), 1000, P(std::string(255, 'x'))},
-      {'c', C(ten), 0, ""},
-      {'s', C("abcdef"), 7, C("abcdef")},
-      {'s', C("abcdef"), 4, "abcd"},  // meant: cut without a terminator
-      {'s', C("abcdef"), 1, C("")},
+      {"pstrcpy", "", P(ten), 11, P(ten)},
+      {"pstrcpy", "", P(ten), 5, "\n0123"},  // meant: the length stays 10
+      {"pstrcpy", "", P(ten), 0, ""},
+      {"pcstrcpy", "", P(ten), 5, C("0123")},
+      {"cpstrcpy", "", C(ten), 10, P("012345678")},
+      {"cpstrcpy", "", C(long300), 1000, P(std::string(255, 'x'))},
+      {"cstrcpy", "", C("abcdef"), 4, "abcd"},  // meant: cut without a terminator
+      {"cstrcpy", "", C("abcdef"), 1, C("")},
+      {"pstrcat", P("ab"), P("cde"), 5, P("abcd")},
+      {"pstrcat", P("abcdef"), P("g"), 4, "\3abcdef"},  // longer than it may be: cut
+      {"pstrcat", P("ab"), P("cde"), 0, P("ab")},
+      {"pstrcat", P(long250), P(ten), 400, "\4" + long250 + ten},  // meant: the length wraps
+      {"cpstrcat", P("ab"), C("cde"), 5, P("abcd")},
+      {"cpstrcat", P("abcdef"), C("g"), 4, "\3abcdef"},
+      {"pcstrcat", C("ab"), P("cde"), 5, C("abcd")},
+      {"pcstrcat", C("abcdef"), P("g"), 4, C("abc") + C("ef")},
+      {"cstrcat", C("ab"), C("cde"), 5, "abcde"},  // meant: cut without a terminator
+      {"cstrcat", C("ab"), C("cde"), INT32_MIN, C("ab")},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(testing::Message() << row.function << " " << row.size << " " << row.source.size());
-    Buffer out;
+    SCOPED_TRACE(testing::Message() << row.function << " " << row.size << " " << row.source);
+    Buffer out(row.start);
+    const char* const source = row.source.data();
     void* result = nullptr;
-    if (row.function == 'p') result = pstrcpy(out.P(), Bytes(row.source), row.size);
-    if (row.function == 'q') result = pcstrcpy(out.C(), Bytes(row.source), row.size);
-    if (row.function == 'c') result = cpstrcpy(out.P(), row.source.data(), row.size);
-    if (row.function == 's') result = cstrcpy(out.C(), row.source.data(), row.size);
+    if (row.function == "pstrcpy") result = pstrcpy(out.P(), Bytes(row.source), row.size);
+    if (row.function == "pcstrcpy") result = pcstrcpy(out.C(), Bytes(row.source), row.size);
+    if (row.function == "cpstrcpy") result = cpstrcpy(out.P(), source, row.size);
+    if (row.function == "cstrcpy") result = cstrcpy(out.C(), source, row.size);
+    if (row.function == "pstrcat") result = pstrcat(out.P(), Bytes(row.source), row.size);
+    if (row.function == "pcstrcat") result = pcstrcat(out.C(), Bytes(row.source), row.size);
+    if (row.function == "cpstrcat") result = cpstrcat(out.P(), source, row.size);
+    if (row.function == "cstrcat") result = cstrcat(out.C(), source, row.size);
     EXPECT_EQ(out.bytes, result);
     EXPECT_EQ(row.touched, out.Touched());
   }
-}
-
-TEST(Strings, CopiesOfNothing) {
   Buffer p, q, c, s;
   EXPECT_EQ(P(""), (pstrcpy(p.P(), nullptr, 5), p.Touched()));
   EXPECT_EQ(C(""), (pcstrcpy(q.C(), nullptr, 5), q.Touched()));
@@ -94,45 +98,6 @@ TEST(Strings, ConversionsInPlace) {
   EXPECT_EQ("text", std::string(toP.C()));
   BufToCString(toP.C(), toP.C(), 5, 256);
   EXPECT_EQ("text", std::string(toP.C()));
-}
-
-TEST(Strings, Appending) {
-  const struct {
-    char function;  // p: pstrcat, q: pcstrcat, c: cpstrcat, s: cstrcat
-    std::string start;
-    std::string source;
-    int size;
-    std::string touched;
-  } rows[] = {
-      {'p', P("ab"), P("cde"), 5, P("abcd")},
-      {'p', P("abcdef"), P("g"), 4,
-       "\x03"
-       "abcdef"},  // longer than it may be: cut
-      {'p', P("ab"), P("cde"), 0, P("ab")},
-      {'p', P(std::string(250, 'a')), P("0123456789"), 400,
-       "\x04" + std::string(250, 'a') + "0123456789"},  // meant: the length wraps
-      {'c', P("ab"), C("cde"), 5, P("abcd")},
-      {'c', P("abcdef"), C("g"), 4,
-       "\x03"
-       "abcdef"},
-      {'c', P("ab"), C("cde"), -1, P("ab")},
-      {'q', C("ab"), P("cde"), 5, C("abcd")},
-      {'q', C("abcdef"), P("g"), 4, C("abc") + C("ef")},
-      {'q', C("ab"), P("cde"), 0, C("ab")},
-      {'s', C("ab"), C("cde"), 5, "abcde"},  // meant: cut without a terminator
-      {'s', C("ab"), C("cde"), INT32_MIN, C("ab")},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::Message() << row.function << " " << row.size << " " << row.source);
-    Buffer out(row.start);
-    void* result = nullptr;
-    if (row.function == 'p') result = pstrcat(out.P(), Bytes(row.source), row.size);
-    if (row.function == 'q') result = pcstrcat(out.C(), Bytes(row.source), row.size);
-    if (row.function == 'c') result = cpstrcat(out.P(), row.source.data(), row.size);
-    if (row.function == 's') result = cstrcat(out.C(), row.source.data(), row.size);
-    EXPECT_EQ(out.bytes, result);
-    EXPECT_EQ(row.touched, out.Touched());
-  }
 }
 
 TEST(Strings, Comparison) {
@@ -160,8 +125,7 @@ TEST(Strings, MakePCString) {
     int length, size;
     int pLength;  // -1: nothing stored
     size_t cLength;
-  } rows[] = {{3, 10, 3, 3}, {9, 10, 8, 8}, {255, 400, 254, 255}, {300, 400, 254, 300},
-              {5, 2, 0, 0},  {5, 1, -1, 0}, {-1, 10, -1, 0},      {254, 256, 254, 254}};
+  } rows[] = {{3, 10, 3, 3}, {9, 10, 8, 8}, {255, 400, 254, 255}, {5, 1, -1, 0}, {-1, 10, -1, 0}};
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message() << row.length << " " << row.size);
     Buffer buffer("#" + text);
@@ -180,8 +144,7 @@ TEST(Strings, BufToCStringDropsTheLastByte) {
   const struct {
     int length, size;
     std::string touched;
-  } rows[] = {{4, 10, C("abc")}, {4, 3, C("ab")}, {1, 10, C("")}, {0, 10, C("")},
-              {4, 1, C("")},     {-1, 10, ""},    {4, 0, ""}};
+  } rows[] = {{4, 10, C("abc")}, {4, 3, C("ab")}, {0, 10, C("")}, {-1, 10, ""}, {4, 0, ""}};
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message() << row.length << " " << row.size);
     Buffer out;
@@ -190,44 +153,28 @@ TEST(Strings, BufToCStringDropsTheLastByte) {
   }
 }
 
-TEST(Strings, HexDump) {
-  // No byte beyond the last digit's may be read, so the data end where they are needed.
+TEST(Strings, Dumps) {
+  // No byte beyond the last one's may be read, so the data end where they are needed.
   const struct {
+    bool isHex;
     std::string data;
-    int digits;
+    int count;  // digits or characters
     UInt32 flags;
     std::string touched;
   } rows[] = {
-      {"\x12\xAB", 3, 2, C("12A")},
-      {"\x12\xAB", 4, 1, "12AB"},  // meant: the other dump's bit
-      {"\x01\x23\x45\x67\x89\xAB\xCD\xEF\xFF", 17, 3, C("0123456789ABCDEFF")},
-      {"", -4, 2, C("")},
-      {"", -4, 0, ""},
+      {true, "\x12\xAB", 3, 2, C("12A")},
+      {true, "\x12\xAB", 4, 1, "12AB"},  // meant: the other dump's bit
+      {true, "\x01\x23\x45\x67\x89\xAB\xCD\xEF\xFF", 17, 3, C("0123456789ABCDEFF")},
+      {true, "", -4, 2, C("")},
+      {false, " ~\x7F\x1F\x80\xFF", 6, 1, C(" ~....")},
+      {false, "ab", 2, 2, "ab"},  // meant: the other dump's bit
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.touched);
     const std::vector<char> data(row.data.begin(), row.data.end());
     Buffer out;
-    EXPECT_EQ(out.C(), HexDump(data.data(), out.C(), row.digits, row.flags));
-    EXPECT_EQ(row.touched, out.Touched());
-  }
-}
-
-TEST(Strings, ASCIICharDump) {
-  const struct {
-    const char* data;
-    int count;
-    UInt32 flags;
-    std::string touched;
-  } rows[] = {
-      {"A\n\xC3", 3, 1, C("A..")},
-      {" ~\x7F\x1F\x80\xFF", 6, 0, " ~...."},
-      {"ab", 2, 2, "ab"},  // meant: the other dump's bit
-      {"ab", -1, 1, C("")},
-  };
-  for (const auto& row : rows) {
-    Buffer out;
-    EXPECT_EQ(out.C(), ASCIICharDump(row.data, out.C(), row.count, row.flags));
+    EXPECT_EQ(out.C(), row.isHex ? HexDump(data.data(), out.C(), row.count, row.flags)
+                                 : ASCIICharDump(data.data(), out.C(), row.count, row.flags));
     EXPECT_EQ(row.touched, out.Touched());
   }
 }
