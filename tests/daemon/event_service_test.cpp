@@ -33,10 +33,8 @@ TEST(EventService, OnlyTheQuitEventEndsTheLoop) {
     UInt32 eventID;
   } rows[] = {
       {kCoreEventClass, kAEOpenApplication},
-      {FourCC('C', 'm', 'o', 'N'), kAEQuitApplication},
       {FourCC('A', 'E', 'V', 'T'), kAEQuitApplication},
       {kCoreEventClass, FourCC('Q', 'U', 'I', 'T')},
-      {0, 0},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(errAEEventNotHandled,

@@ -18,25 +18,9 @@ class OpenManager : public SessionManager {
   static const char* SaveName(const SessionManager& manager) {
     return manager.*(&OpenManager::savePreferencesFilename);
   }
-  bool IsInitialised() const { return initialised; }
-  void MarkModified() { preferencesModified = true; }
 };
 
 std::string TextOf(const char* text) { return text != nullptr ? text : "(none)"; }
-
-TEST(SessionManager, IsInitialisedByFinishInitOnly) {
-  OpenManager manager;
-  EXPECT_EQ(nullptr, OpenManager::LoadName(manager));
-  EXPECT_EQ(nullptr, OpenManager::SaveName(manager));
-  EXPECT_EQ(0, manager.init());
-  EXPECT_FALSE(manager.IsInitialised());
-  manager.MarkModified();
-  EXPECT_EQ(0, manager.prefsModified());
-  EXPECT_EQ(0, manager.finishInit());
-  EXPECT_TRUE(manager.IsInitialised());
-  EXPECT_EQ(0, manager.prefsModified());
-  EXPECT_EQ(0, manager.identify());
-}
 
 TEST(SessionDaemonOptions, FileNamesAreTakenWholeAndTheLastWins) {
   const struct {
@@ -45,8 +29,7 @@ TEST(SessionDaemonOptions, FileNamesAreTakenWholeAndTheLastWins) {
     const char* save;
   } rows[] = {
       {{"-lp"}, "(none)", "(none)"},  // no value: passed over
-      {{"-lp", "a", "-savePrefs", "b"}, "a", "b"},
-      {{"-loadPrefs", "a", "-lp", "b"}, "b", "(none)"},
+      {{"-loadPrefs", "a", "-lp", "b", "-savePrefs", "c"}, "b", "c"},
       {{"-sp", "-q"}, "(none)", "-q"},  // a value, whatever it looks like
       {{"-LP", "a", "--lp", "b", "-l", "c", "-lpx", "d"}, "(none)", "(none)"},
       {{"x", "-lp", "", "-sp"}, "", "(none)"},
@@ -66,7 +49,6 @@ TEST(SessionDaemonOptions, FileNamesAreTakenWholeAndTheLastWins) {
   }
   gSessionManager.setLoadPreferencesFilename(nullptr);
   gSessionManager.setSavePreferencesFilename(nullptr);
-  ParseSessionDaemonOptions(0, nullptr);
 }
 
 }  // namespace

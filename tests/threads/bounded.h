@@ -25,9 +25,11 @@ inline void WithinTime(const std::function<void()>& body,
   thread.join();
 }
 
-// `count` threads that run `body` with their number, to their ends.
+// `count` threads that run `body` with their number, to their ends, also within the time.
 inline void InThreads(int count, const std::function<void(int)>& body) {
-  std::vector<std::thread> threads;
-  for (int i = 0; i < count; i++) threads.emplace_back(body, i);
-  for (std::thread& thread : threads) thread.join();
+  WithinTime([&] {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; i++) threads.emplace_back(body, i);
+    for (std::thread& thread : threads) thread.join();
+  });
 }
