@@ -7,7 +7,6 @@
 #include <chrono>
 #include <functional>
 #include <future>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -192,21 +191,18 @@ TEST(Messages, BadSendsGetTheirCodes) {
   EXPECT_EQ(errAEUnknownSendMode, AESendMessage(&good, &reply, kAECanInteract, 60));
   EXPECT_NE(0, AESendMessage(nullptr, &reply, kAENoReply, 60));
   const struct {
-    DescType type;
-    std::vector<UInt32> words;
+    Raw address;
     OSStatus err;
   } rows[] = {
-      {typeMachPort, {4711}, connectionInvalid},
-      {typeProcessSerialNumber, {1, 2}, procNotFound},
-      {typeKernelProcessID, {0x7FFFFFFF}, procNotFound},
-      {typeSInt32, {1}, errAEUnknownAddressType},
+      {Code(typeMachPort, 4711), connectionInvalid},
+      {Several(typeProcessSerialNumber, {ULong(1), ULong(2)}), procNotFound},
+      {Code(typeKernelProcessID, 0x7FFFFFFF), procNotFound},
+      {Long(1), errAEUnknownAddressType},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.type);
-    StDesc address;
-    const auto size = static_cast<Size>(4 * row.words.size());
-    ASSERT_EQ(0, AECreateDesc(row.type, row.words.data(), size, &address));
-    StDesc event;
+    SCOPED_TRACE(testing::PrintToString(row.address));
+    StDesc address, event;
+    Make(row.address, &address);
     ASSERT_EQ(0, AECreateAppleEvent(kTestClass, 1, &address, -1, 0, &event));
     EXPECT_EQ(row.err, AESendMessage(&event, &reply, kAEWaitReply, 60));
   }

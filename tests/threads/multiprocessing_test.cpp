@@ -141,6 +141,14 @@ struct ThreadObject {
   ~ThreadObject() { gThreadObjectsGone++; }
 };
 
+// What a task does before it ends in its own way; its parameter gets its id.
+void BeATask(void* seen) {
+  thread_local ThreadObject object;
+  object.used = true;
+  *static_cast<MPTaskID*>(seen) = MPCurrentTaskID();
+  EXPECT_TRUE(MPTaskIsPreemptive(MPCurrentTaskID()));
+}
+
 // The result of a return and of MPExit; either way what the thread held is gone before its end is
 // told, and the id is no task any more.
 TEST(MPTask, TellsItsResultAfterItsThreadsObjectsAreGone) {
@@ -149,32 +157,20 @@ TEST(MPTask, TellsItsResultAfterItsThreadsObjectsAreGone) {
     ByteCount stackSize;
     intptr_t result;
   } rows[] = {
-      {[](void*) -> OSStatus { return -29296; }, 1, -29296},
-      {[](void*) -> OSStatus { MPExit(-3); }, 1 << 20, -3},
+      {[](void* seen) -> OSStatus { return BeATask(seen), -29296; }, 1, -29296},
+      {[](void* seen) -> OSStatus { BeATask(seen), MPExit(-3); }, 1 << 20, -3},
   };
   for (const auto& row : rows) {
     Queue queue;
-    struct Context {
-      TaskProc entry;
-      MPTaskID seen;
-    } context = {row.entry, kInvalidID};
     gThreadObjectsGone = 0;
-    MPTaskID task = kInvalidID;
-    const TaskProc body = [](void* parameter) -> OSStatus {
-      thread_local ThreadObject object;
-      object.used = true;
-      auto* given = static_cast<Context*>(parameter);
-      given->seen = MPCurrentTaskID();
-      EXPECT_TRUE(MPTaskIsPreemptive(given->seen));
-      return given->entry(nullptr);
-    };
+    MPTaskID task = kInvalidID, seen = kInvalidID;
     ASSERT_EQ(noErr,
-              MPCreateTask(body, &context, row.stackSize, queue.id, nullptr, nullptr, 0, &task));
+              MPCreateTask(row.entry, &seen, row.stackSize, queue.id, nullptr, nullptr, 0, &task));
     void* result = nullptr;
     ASSERT_EQ(noErr, MPWaitOnQueue(queue.id, nullptr, nullptr, &result, kLong));
     EXPECT_EQ(Number(row.result), result);
     EXPECT_EQ(1, gThreadObjectsGone);
-    EXPECT_EQ(task, context.seen);
+    EXPECT_EQ(task, seen);
     EXPECT_FALSE(MPTaskIsPreemptive(task));
   }
   EXPECT_EQ(kInvalidID, MPCurrentTaskID());
