@@ -3,9 +3,11 @@
 make DIR COUNT     random values into DIR/N.xml and DIR/N.bin
 check DIR COUNT    the same values must be in every file DIR/N.*.out
 rewrite DIR COUNT  DIR/N.xml and DIR/N.bin must hold the same; writes DIR/N.xml.out and N.bin.out
+lines DIR COUNT    DIR/lines.json must be JSON in UTF-8, line by line: bytes in hexadecimal, their text
 """
 
 import datetime
+import json
 import pathlib
 import plistlib
 import random
@@ -55,8 +57,20 @@ def same(a, b):
     return a == b
 
 
+def check_line(line):
+    digits, text = json.loads(line)
+    try:
+        assert text == bytes.fromhex(digits).decode("utf-8", "surrogatepass"), line
+    except UnicodeDecodeError:
+        assert "\ufffd" in text, line
+
+
 def main(verb, folder, count):
     folder = pathlib.Path(folder)
+    if verb == "lines":
+        for line in (folder / "lines.json").read_bytes().decode().split("\n")[:-1]:
+            check_line(line)
+        return
     forms = {"xml": plistlib.FMT_XML, "bin": plistlib.FMT_BINARY}
     for number in range(int(count)):
         files = {form: folder / f"{number}.{form}" for form in forms}

@@ -1,5 +1,5 @@
 vlt_add_test(NAME plist_exchange_test LABEL integration SOURCES plist_exchange_test.cpp
-  LIBS vlt_platform TIMEOUT 120 NATIVE_ONLY)
+  LIBS vlt_tools TIMEOUT 120 NATIVE_ONLY)
 if(TARGET plist_exchange_test)
   target_compile_definitions(plist_exchange_test PRIVATE
     VLT_PLIST_EXCHANGE="${CMAKE_CURRENT_LIST_DIR}/plist_exchange.py")

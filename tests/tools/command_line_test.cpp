@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "tools/error_names.h"
 #include "tools/port_text.h"
 
 namespace {
@@ -67,25 +66,7 @@ TEST(ParseSeconds, StrictAndRoundedUp) {
   }
 }
 
-TEST(ErrorText, NumberAndName) {
-  EXPECT_EQ("-1708 (errAEEventNotHandled)", ErrorText(-1708));
-  EXPECT_EQ("1102 (BOOTSTRAP_UNKNOWN_SERVICE)", ErrorText(1102));
-  EXPECT_EQ("-31999", ErrorText(-31999));
-}
-
-TEST(ExitForStatus, FailuresThatScriptsTellApart) {
-  const struct {
-    OSStatus status;
-    ExitStatus exit;
-  } rows[] = {{0, kExitOk},          {1102, kExitNotFound}, {-600, kExitNotFound},
-              {-1712, kExitTimeout}, {1100, kExitRefused},  {-609, kExitPeerDied},
-              {-1702, kExitBadData}, {-108, kExitBadData},  {-50, kExitGeneral}};
-  for (const auto& row : rows) EXPECT_EQ(row.exit, ExitForStatus(row.status)) << row.status;
-}
-
-TEST(PortText, NamesAndAges) {
-  EXPECT_EQ("com.a/b%", EscapedBytes("com.a/b%"));
-  EXPECT_EQ("\\x01\\x20\\x5c\\xff\\x7f", EscapedBytes("\x01 \\\xff\x7f"));
+TEST(PortText, AgesAreInTheLargestUnit) {
   const struct {
     double seconds;
     const char* text;

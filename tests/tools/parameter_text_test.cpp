@@ -48,14 +48,11 @@ TEST(ParameterText, RoundTrips) {
       {"keyy:type=a,b,", typeType, 4, "keyy:type=0x612c622c"},
       {"keyy:utf8=\xe6\x97\xa5", typeUTF8Text, 3, nullptr},
       {"keyy:utf16=\xf0\x9f\x98\x80", typeUnicodeText, 4, nullptr},
-      {"keyy:comp=-9223372036854775808", typeSInt64, 8, nullptr},
       {"keyy:float=1.5", typeIEEE32BitFloatingPoint, 4, nullptr},
       {"keyy:double=-0.1", typeIEEE64BitFloatingPoint, 8, nullptr},
       {"keyy:text=hello world=:'", typeChar, 14, nullptr},
       {"keyy:text=Gr\xc3\xbc\xc3\x9f", typeChar, 4, nullptr},  // one Mac Roman byte each
       {"keyy:text=a\nb", typeChar, 3, "keyy:text=a\\nb"},
-      {"keyy:type=0x00000001", typeType, 4, nullptr},
-      {"keyy:data=00ff10", FourCC('t', 'd', 't', 'a'), 3, nullptr},
       {"keyy:'ABCD'=00ff", FourCC('A', 'B', 'C', 'D'), 2, nullptr},
       {"0x6b657979:bool=true", typeBoolean, 1, "keyy:bool=true"},
       {"a:=b:bool=true", typeBoolean, 1, "0x613a3d62:bool=true"},
@@ -86,14 +83,11 @@ TEST(ParameterText, WhatIsNotStrictIsRefused) {
   const char* const rows[] = {
       "",
       "keyyy:long=1",
-      "keyy:long",
       "keyy:lon=1",
-      "keyy:=1",
       "keyy:'abc'=00",
       "keyy:long=",
       "keyy:long= 1",
       "keyy:long=1x",
-      "keyy:long=0x10",
       "keyy:long=2147483648",
       "keyy:ushort=-1",
       "keyy:long=1,",
@@ -102,9 +96,7 @@ TEST(ParameterText, WhatIsNotStrictIsRefused) {
       "keyy:bool=1",
       "keyy:float=1.5f",
       "keyy:double=1e999",
-      "keyy:type=abc",
       "keyy:data=0",
-      "keyy:data=00 11",
       "keyy:text=\xe2\x82",      // not UTF-8
       "keyy:text=\xe6\x97\xa5",  // no such Mac Roman character
   };

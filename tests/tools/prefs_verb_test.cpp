@@ -33,41 +33,32 @@ class PrefsVerb : public testing::Test {
 };
 
 TEST_F(PrefsVerb, ValuesKeepTheirTypes) {
-  const struct {
-    std::vector<std::string> words;
-    int status;
-    const char* output;
-  } rows[] = {
-      {{"write", "a.b", "n", "5"}, 0, ""},
-      {{"write", "a.b", "n", "x"}, 2, ""},  // was an integer, and stays one
-      {{"write", "a.b", "s", "hello"}, 0, ""},
-      {{"write", "a.b", "s", "12"}, 0, ""},
-      {{"write", "a.b", "n", "1", "--type", "real"}, 0, ""},
-      {{"write", "a.b", "l", "<array><date>2005-03-01T12:34:56Z</date></array>"}, 0, ""},
+  const std::vector<VerbRun> runs = {
+      {{"write", "a.b", "n", "5"}, 0, "", ""},
+      {{"write", "a.b", "n", "x"}, 2, "", "no integer"},  // it was one, and stays one
+      {{"write", "a.b", "s", "hello"}, 0, "", ""},
+      {{"write", "a.b", "s", "12"}, 0, "", ""},
+      {{"write", "a.b", "n", "1", "--type", "real"}, 0, "", ""},
+      {{"write", "a.b", "l", "<array><date>2005-03-01T12:34:56Z</date></array>"}, 0, "", ""},
       {{"write", "a.b", "d", "{\"x\":[true]}", "--json"},
        0,
-       "{\"domain\":\"a.b\",\"outcome\":\"written\",\"problem\":null}\n"},
-      {{"read", "a.b", "s"}, 0, "12\n"},
+       "{\"domain\":\"a.b\",\"outcome\":\"written\",\"problem\":null}\n",
+       ""},
+      {{"read", "a.b", "s"}, 0, "12\n", ""},
       {{"read", "a.b", "--json"},
        0,
-       "{\"d\":{\"x\":[true]},\"l\":[\"2005-03-01T12:34:56Z\"],\"n\":1.0,\"s\":\"12\"}\n"},
-      {{"delete", "a.b", "d"}, 0, ""},
-      {{"delete", "a.b", "d"}, 3, ""},
-      {{"read", "a.b", "d"}, 3, ""},
-      {{"delete", "a.b"}, 0, ""},
-      {{"read", "a.b", "--json"}, 0, "{}\n"},
-      {{"wirte", "a.b"}, 2, ""},
-      {{"write", "a.b", "n"}, 2, ""},
-      {{"read", "a.b", "n", "x"}, 2, ""},
-      {{"read", "../x"}, 2, ""},
+       "{\"d\":{\"x\":[true]},\"l\":[\"2005-03-01T12:34:56Z\"],\"n\":1.0,\"s\":\"12\"}\n",
+       ""},
+      {{"delete", "a.b", "d"}, 0, "", ""},
+      {{"delete", "a.b", "d"}, 3, "", "vltctl: "},
+      {{"read", "a.b", "d"}, 3, "", "vltctl: "},
+      {{"delete", "a.b"}, 0, "", ""},
+      {{"read", "a.b", "--json"}, 0, "{}\n", ""},
+      {{"wirte", "a.b"}, 2, "", "did you mean write?"},
+      {{"write", "a.b", "n"}, 2, "", "write needs DOMAIN KEY VALUE"},
+      {{"read", "../x"}, 2, "", "../x"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.words));
-    const ProgramResult result = Prefs(row.words);
-    EXPECT_EQ(row.status, result.status) << result.errors;
-    EXPECT_EQ(row.output, result.output);
-    EXPECT_EQ(row.status == 0, result.errors.empty()) << result.errors;
-  }
+  ExpectRuns({"prefs"}, runs);
 }
 
 TEST_F(PrefsVerb, WhereAValueComesFrom) {
@@ -93,15 +84,19 @@ TEST_F(PrefsVerb, WhereAValueComesFrom) {
 TEST_F(PrefsVerb, ExportAndImport) {
   const std::string file = Folder("HOME") + "../../list.plist";
   std::filesystem::create_directories(Folder("HOME"));
-  EXPECT_EQ(0, Prefs({"write", "a.b", "n", "5"}).status);
-  EXPECT_EQ(0, Prefs({"export", "a.b", file}).status);
+  std::ofstream(file + ".array") << "[1]";
+  const std::string other = "{\"kept\":true,\"n\":5}\n";
+  const std::vector<VerbRun> runs = {
+      {{"write", "a.b", "n", "5"}, 0, "", ""},
+      {{"export", "a.b", file}, 0, "", ""},
+      {{"write", "c.d", "kept", "true"}, 0, "", ""},
+      {{"import", "c.d", file}, 0, "", ""},
+      {{"read", "c.d", "--json"}, 0, other, ""},
+      {{"import", "c.d", file + ".array"}, 7, "", ".array"},
+      {{"import", "c.d", file + ".none"}, 3, "", ".none"},
+  };
+  ExpectRuns({"prefs"}, runs);
   EXPECT_EQ(ReadFile(file), Prefs({"export", "a.b"}).output);
-  EXPECT_EQ(0, Prefs({"write", "c.d", "kept", "true"}).status);
-  EXPECT_EQ(0, Prefs({"import", "c.d", file}).status);
-  EXPECT_EQ("{\"kept\":true,\"n\":5}\n", Prefs({"read", "c.d", "--json"}).output);
-  std::ofstream(file) << "[1]";
-  EXPECT_EQ(7, Prefs({"import", "c.d", file}).status);
-  EXPECT_EQ(3, Prefs({"import", "c.d", file + ".none"}).status);
 }
 
 TEST_F(PrefsVerb, ARefusedFileIsExplainedAndLeftAlone) {
@@ -109,13 +104,10 @@ TEST_F(PrefsVerb, ARefusedFileIsExplainedAndLeftAlone) {
   const std::string path = Folder("XDG_CONFIG_HOME") + "a.b.plist";
   const std::string before = ReadFile(path);
   chmod(path.c_str(), 0666);
-  for (const std::vector<std::string>& words :
-       {std::vector<std::string>{"read", "a.b"}, {"write", "a.b", "n", "6"}, {"delete", "a.b"}}) {
-    const ProgramResult result = Prefs(words);
-    EXPECT_EQ(5, result.status);
-    EXPECT_NE(std::string::npos, result.errors.find("its group or others may write it"))
-        << result.errors;
-  }
+  const std::string reason = "its group or others may write it";
+  ExpectRuns({"prefs"}, {{{"read", "a.b"}, 5, "", reason},
+                         {{"write", "a.b", "n", "6"}, 5, "", reason},
+                         {{"delete", "a.b"}, 5, "", reason}});
   EXPECT_EQ(before, ReadFile(path));
 }
 

