@@ -3,16 +3,44 @@
 #include <string>
 #include <vector>
 
+#include "clients/session_monitor.h"
+#include "daemon/event_service.h"
+#include "daemon/running_check.h"
 #include "tests/aeport/serving.h"
-#include "tests/integration/session_daemon.h"
+#include "tests/clients/recording_peer.h"
+#include "tests/support/child_process.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/session_directory.h"
 
-// The daemon as a program: its command line, its one port, its exit status.
+// The daemon as a program: its command line, its one port, its exit status; and as its clients, of
+// which it is one itself, see it.
 
 namespace {
 
-using Daemon = SessionDaemonProcess;
+// The session daemon as a program. Killed at the end at the latest.
+class Daemon {
+ public:
+  explicit Daemon(const std::vector<std::string>& words = {}) {
+    ChildOptions options;
+    options.arguments = TestLauncher();
+    options.arguments.push_back(VLTSESSIOND_PROGRAM);
+    options.arguments.insert(options.arguments.end(), words.begin(), words.end());
+    options.capture = true;
+    EXPECT_TRUE(child.Start(options));
+  }
+  bool HasPort() const { return WaitForPort(kSessionDaemonPortName, 20s); }
+  bool IsRunning() { return !child.Wait(0ms); }
+  void Kill() { child.KillAndWait(20s); }
+  // Waits for its end by itself, with status 0 and without a word.
+  void ExpectSilentEnd() {
+    EXPECT_EQ(0, child.Wait(20s));
+    EXPECT_EQ("", child.Output() + child.Errors());
+    EXPECT_EQ("", TestLogText());
+  }
+
+ private:
+  ChildProcess child;
+};
 
 OSStatus Send(UInt32 eventClass, UInt32 eventID, SInt32 mode, bool withParameter = false) {
   VLTPortDestinationAddress address(kSessionDaemonPortName);
@@ -50,7 +78,6 @@ TEST(Daemon, ServesUntilItIsAskedToQuit) {
       EXPECT_EQ(0, SendQuit(row.mode, row.withParameter));
     });
     daemon.ExpectSilentEnd();
-    EXPECT_EQ("", TestLogText());
     EXPECT_TRUE(WaitForNoPort(kSessionDaemonPortName, 0s));
   }
 }
@@ -65,7 +92,6 @@ TEST(Daemon, ASecondCopyLeavesInSilence) {
     Daemon second(words);
     second.ExpectSilentEnd();
   }
-  EXPECT_EQ("", TestLogText());
   RunOnThread([&] { EXPECT_EQ(errAEEventNotHandled, Ask(kSessionDaemonPortName, kPing).status); });
   EXPECT_TRUE(first.IsRunning());
 
@@ -76,15 +102,80 @@ TEST(Daemon, ASecondCopyLeavesInSilence) {
   heir.ExpectSilentEnd();
 }
 
-TEST(Daemon, WhatOnlyLooksLikeTheQuitSwitchIsPassedOver) {
-  for (const std::vector<std::string>& words :
-       {std::vector<std::string>{"-sp", "-q"}, {"-Q", "--q", "-qq", "q", ""}, {"-lp"}}) {
-    SCOPED_TRACE(testing::PrintToString(words));
-    Daemon daemon(words);
-    EXPECT_TRUE(daemon.HasPort());
-    RunOnThread([&] { EXPECT_EQ(0, SendQuit()); });
+TEST(Daemon, QuitsAtOnceByTheQuitSwitchAlone) {
+  const struct {
+    std::vector<std::string> words;
+    bool quits;
+  } rows[] = {
+      {{"-q"}, true},
+      {{"-q", "-lp", "x", "-q"}, true},
+      {{"-sp", "-q"}, false},
+      {{"-Q", "--q", "-qq", "q", ""}, false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.words));
+    OpenDescriptorCheck noLeaks;
+    Daemon daemon(row.words);
+    if (!row.quits) {
+      EXPECT_TRUE(daemon.HasPort());
+      RunOnThread([&] { EXPECT_EQ(0, SendQuit()); });
+    }
     daemon.ExpectSilentEnd();
+    EXPECT_TRUE(WaitForNoPort(kSessionDaemonPortName, 0s));
   }
+}
+
+TEST(SessionMonitor, IsCheckedAndAskedToQuit) {
+  OpenDescriptorCheck noLeaks;
+  EXPECT_EQ(procNotFound, SMCheckDaemonRunning());
+  EXPECT_EQ(0, SMQuitDaemon());  // nobody is there, which counts as done; nobody was started
+  EXPECT_EQ(procNotFound, SMCheckDaemonRunning());
+  EXPECT_EQ(paramErr, SMSetDeviceMonitorExecutable(nullptr));
+  Daemon daemon;
+  ASSERT_TRUE(daemon.HasPort());
+  RunOnThread([] {
+    EXPECT_EQ(0, SMCheckDaemonRunning());
+    EXPECT_EQ(0, SMVerifyDaemonRunning());
+    EXPECT_EQ(0, SMQuitDaemon());
+  });
+  daemon.ExpectSilentEnd();
+  EXPECT_EQ(0, SMQuitDaemon());
+  EXPECT_EQ(procNotFound, SMCheckDaemonRunning());
+}
+
+TEST(SessionMonitor, GetsNothingButTheQuitEvent) {
+  RecordingPeer peer(kSessionDaemonPortName);
+  ASSERT_TRUE(peer.WaitReady());
+  peer.Answer("");
+  EXPECT_EQ(0, SMSetSendEventTimeout(60));
+  EXPECT_EQ(0, SMQuitDaemon());
+  EXPECT_EQ("aevt quit none", peer.Event());
+  EXPECT_FALSE(peer.HasEvent());
+}
+
+std::string Found() {
+  bool runningElsewhere = true;
+  int where = 0;
+  const OSStatus err = isSessionManagerAlreadyRunning(runningElsewhere, where);
+  return std::to_string(err) + (runningElsewhere ? " elsewhere " : " not elsewhere ") +
+         std::to_string(where);
+}
+
+// The last test: this process becomes the daemon, and stays one that has been it.
+TEST(RunningCheck, TellsThisProcessFromOthers) {
+  EXPECT_EQ("0 not elsewhere 1", Found());
+  {
+    Daemon daemon;
+    ASSERT_TRUE(daemon.HasPort());
+    EXPECT_EQ("0 elsewhere 2", Found());
+  }
+  EXPECT_EQ("0 not elsewhere 1", Found());
+  ASSERT_EQ(0, installAEHandlers());
+  EXPECT_EQ("0 not elsewhere 1", Found());
+  EXPECT_EQ(0, removeAEHandlers());
+  Daemon daemon;
+  ASSERT_TRUE(daemon.HasPort());
+  EXPECT_EQ("0 not elsewhere 1", Found());  // it is not looked for
 }
 
 }  // namespace

@@ -2,13 +2,6 @@
 # own.
 set(clients_session ENVIRONMENT VLTHOST_SESSION_ID=0xabc123 VLTHOST_SESSION_BITS=0x10)
 
-vlt_add_test(NAME quit_switch_test LABEL integration
-  SOURCES quit_switch_test.cpp ../clients/recording_peer.cpp LIBS vlt_daemon vlt_tools
-  ${clients_session})
-target_compile_definitions(quit_switch_test PRIVATE
-  VLTSESSIOND_PROGRAM="$<TARGET_FILE:vltsessiond>")
-add_dependencies(quit_switch_test vltsessiond)
-
 vlt_add_test(NAME device_monitor_test LABEL integration SOURCES device_monitor_test.cpp
   LIBS vlt_examples vlt_tools TIMEOUT 120 ${clients_session})
 target_compile_definitions(device_monitor_test PRIVATE
