@@ -19,6 +19,7 @@
 
 #include "tests/integration/fault_server.h"
 #include "tests/support/open_descriptor_check.h"
+#include "tests/support/scratch_folder.h"
 #include "tests/support/session_directory.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
@@ -196,33 +197,15 @@ TEST_ROLE(OnForbiddenDisk) {
   return kRoleDone;
 }
 
-// A folder that the role may use as its own, whoever it becomes.
-class RoleFolder {
- public:
-  RoleFolder() {
-    char pattern[] = "/tmp/vlt-disk-XXXXXX";
-    EXPECT_NE(nullptr, mkdtemp(pattern));
-    path = pattern;
-  }
-  ~RoleFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
-  RoleFolder(const RoleFolder&) = delete;
-  RoleFolder& operator=(const RoleFolder&) = delete;
-
-  std::string path;
-};
-
 void ExpectTold(const std::string& roleName, std::vector<std::string> arguments,
                 const std::vector<std::string>& lines) {
   SCOPED_TRACE(roleName);
   OpenDescriptorCheck noLeaks;
-  RoleFolder folder;
+  const ScratchFolder folder;
   if (roleName == "OnForbiddenDisk" && geteuid() == 0) {
-    EXPECT_EQ(0, chown(folder.path.c_str(), kNobody, kNobody));
+    EXPECT_EQ(0, chown(folder.Path().c_str(), kNobody, kNobody));
   }
-  arguments.insert(arguments.begin(), folder.path);
+  arguments.insert(arguments.begin(), folder.Path());
   TestProcess role(roleName, arguments);
   for (const std::string& line : lines) EXPECT_EQ(line, role.Hear(30s).value_or("the end"));
   EXPECT_EQ(kRoleDone, role.Wait(20s));

@@ -87,7 +87,6 @@ void RunTurn(const TestProcess& server, TestProcesses& clients, int requests, Wa
   line >> sent >> failed;
   EXPECT_GT(sent, kClients);  // it did flood
   EXPECT_EQ(0, failed);
-  testing::Test::RecordProperty("flood_events", std::to_string(sent));
   EXPECT_EQ(kRoleDone, flooder.Wait(20s));
 }
 
@@ -102,8 +101,6 @@ TEST_F(Flood, OfOneSenderHardlyTouchesTheOthers) {
     if (waits.AreClose()) break;
   }
   EXPECT_TRUE(waits.AreClose()) << waits.quiet << " and " << waits.flooded << " us";
-  RecordProperty("quiet_p99_us", std::to_string(waits.quiet));
-  RecordProperty("flooded_p99_us", std::to_string(waits.flooded));
   for (auto& client : clients) client->Tell("end");
   ExpectDone(clients);
 }

@@ -95,7 +95,6 @@ TEST_F(HostilePeers, LiesAndSilenceCostNoMemory) {
     EXPECT_LT(most, before.memory + (size_t{4} << 20));
   }
   EXPECT_EQ("", TestLogText());
-  RecordProperty("growth_bytes", std::to_string(most - std::min(most, before.memory)));
 }
 
 // The reading end of a pipe tells when nobody has the writing end any more.

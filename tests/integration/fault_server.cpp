@@ -124,8 +124,7 @@ FaultAnswer AskPort(mach_port_t port, AEEventID eventID, SInt32 number, const st
   const int64_t start = HostNow();
   AppleEvent reply = {typeNull, nullptr};
   answer.status = SendEvent(port, eventID, number, data, kAEWaitReply, ticks, &reply);
-  answer.finished = HostNow();
-  answer.elapsed = answer.finished - start;
+  answer.elapsed = HostNow() - start;
   if (answer.status == 0) {
     answer.number = NumberOf(reply);
     answer.data = DataOf(reply);
@@ -142,8 +141,7 @@ FaultAnswer AskServer(const char* name, AEEventID eventID, SInt32 number, const 
   const OSStatus err = LookUpPort(name, &port);
   if (err == 0) answer = AskPort(port, eventID, number, data, ticks);
   if (err != 0) answer.status = err;
-  answer.finished = HostNow();
-  answer.elapsed = answer.finished - start;
+  answer.elapsed = HostNow() - start;
   return answer;
 }
 

@@ -82,8 +82,7 @@ struct FaultAnswer {
   OSStatus status = 0;  // of looking up and sending; the answer's content only when it is 0
   SInt32 number = -1;
   std::string data;
-  int64_t elapsed = 0;   // nanoseconds from before the look-up
-  int64_t finished = 0;  // when, on the monotonic clock
+  int64_t elapsed = 0;  // nanoseconds from before the look-up
 
   // What was remembered, of an answer to kTellID.
   std::vector<SInt32> Marks() const;

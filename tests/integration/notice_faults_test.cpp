@@ -125,24 +125,15 @@ TEST_ROLE(InstallBesideHelper) {
   return notice->WaitForResponses(1, 30s) && notice->Responses() == 1 ? kRoleDone : kRoleFailed;
 }
 
-// A folder with a copy of this program and something as its notice helper.
-class TestInstallation {
- public:
-  TestInstallation(const std::string& programFolder, const std::string& helperFolder) {
-    char pattern[] = "/tmp/vlt-helper-XXXXXX";
-    EXPECT_NE(nullptr, mkdtemp(pattern));
-    folder = pattern;
-    std::filesystem::create_directories(folder + programFolder);
-    std::filesystem::create_directories(folder + helperFolder);
-    program = folder + programFolder + "/notice_faults_test";
-    helper = folder + helperFolder + "/vlt-notify";
-    std::filesystem::copy_file("/proc/self/exe", program);
-  }
-  ~TestInstallation() { std::filesystem::remove_all(folder); }
+// A copy of this program and something as its notice helper, in folders of one installation.
+struct TestInstallation {
+  TestInstallation(const std::string& programFolder, const std::string& helperFolder)
+      : program(folder.Program(programFolder + "/notice_faults_test", "/proc/self/exe")),
+        helper(folder.Folder(helperFolder) + "/vlt-notify") {}
 
-  std::string folder;
-  std::string program;
-  std::string helper;
+  const ScratchFolder folder;
+  const std::string program;
+  const std::string helper;
 };
 
 TEST_F(NoticeTest, ProgramsThatAreNoHelpers) {
@@ -163,7 +154,7 @@ TEST_F(NoticeTest, ProgramsThatAreNoHelpers) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.text);
     ClearTestLog();
-    const TestInstallation installation("", "");
+    const TestInstallation installation("here", "here");
     std::ofstream(installation.helper) << row.helper;
     chmod(installation.helper.c_str(), 0755);
     TestProcess role("InstallBesideHelper", {row.text, installation.program});
@@ -181,9 +172,9 @@ TEST_F(NoticeTest, TheHelperIsFoundInTheProgramsInstallation) {
     const char* programFolder;
     const char* helperFolder;
   } rows[] = {
-      {"", ""},
-      {"/bin", "/libexec/veltrane"},
-      {"/share/veltrane/Applications/Test.app/Contents/Linux", "/libexec/veltrane"},
+      {"here", "here"},
+      {"bin", "libexec/veltrane"},
+      {"share/veltrane/Applications/Test.app/Contents/Linux", "libexec/veltrane"},
   };
   const std::filesystem::path own = std::filesystem::read_symlink("/proc/self/exe");
   const PrivateBus bus;

@@ -1,8 +1,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
-
 #include <CoreFoundation/CoreFoundation.h>
 
 #include "tests/integration/notice_support.h"
@@ -35,6 +33,7 @@ class SomethingToWaitFor {
 
 TEST_F(NoticeTest, TheTextIsShownAsItIsAndAnsweredWhenDismissed) {
   const OpenDescriptorCheck noLeaks;
+  const size_t threads = ThreadsOfThisProcess();
   const std::string program = program_invocation_short_name;
   const struct {
     Words capabilities;
@@ -67,6 +66,7 @@ TEST_F(NoticeTest, TheTextIsShownAsItIsAndAnsweredWhenDismissed) {
     EXPECT_TRUE(WaitUntil([] { return NoticeHelpers().empty(); }, 20s));
     EXPECT_EQ(1, notice.Responses());
   }
+  EXPECT_TRUE(WaitUntil([&] { return ThreadsOfThisProcess() == threads; }, 20s));
 }
 
 TEST_F(NoticeTest, ARecordReplacesItsEarlierNotice) {
@@ -153,8 +153,7 @@ TEST_F(NoticeTest, ResponsesRunOnTheMainRunLoopWhileItRuns) {
     EXPECT_EQ(noErr, notice.Install());
     const std::vector<NotificationCall> calls = service.Calls(count);
     std::thread user([&] { service.Close(calls.back().id); });
-    EXPECT_TRUE(RunLoopUntil([&] { return notice.Responses() == count; }, 1s) ||
-                RunLoopUntil([&] { return notice.Responses() == count; }, 20s));
+    EXPECT_TRUE(RunLoopUntil([&] { return notice.Responses() == count; }, 20s));
     user.join();
     EXPECT_EQ(std::this_thread::get_id(), notice.LastThread());
   }
@@ -164,32 +163,6 @@ TEST_F(NoticeTest, ResponsesRunOnTheMainRunLoopWhileItRuns) {
   service.Close(service.Calls(5).back().id);
   CFRunLoopRunInMode(privateMode, 0.2, false);
   EXPECT_TRUE(notice.WaitForResponses(5));
-}
-
-TEST_F(NoticeTest, TheHelperHasASessionOfItsOwnAndNothingOfTheProgram) {
-  const OpenDescriptorCheck noLeaks;
-  const size_t threads = ThreadsOfThisProcess();
-  const PrivateBus bus;
-  NotificationService service(bus);
-  {
-    TestNotice notice("text");
-    EXPECT_EQ(noErr, notice.Install());
-    const uint32_t id = service.Calls(1).at(0).id;
-    EXPECT_EQ(threads + 2, ThreadsOfThisProcess());  // the service's and the helper's
-    const std::vector<pid_t> helpers = NoticeHelpers();
-    ASSERT_EQ(1u, helpers.size());
-    EXPECT_EQ(helpers[0], getsid(helpers[0]));
-    const std::string folder = "/proc/" + std::to_string(helpers[0]);
-    EXPECT_EQ("/", std::filesystem::read_symlink(folder + "/cwd"));
-    for (const auto& entry : std::filesystem::directory_iterator(folder + "/fd")) {
-      const std::string target = std::filesystem::read_symlink(entry.path());
-      EXPECT_EQ(std::string::npos, target.find("/veltrane")) << target;
-    }
-    service.Close(id);
-    EXPECT_TRUE(notice.WaitForResponses(1));
-    EXPECT_TRUE(WaitUntil([] { return NoticeHelpers().empty(); }, 20s));
-  }
-  EXPECT_TRUE(WaitUntil([&] { return ThreadsOfThisProcess() == threads + 1; }, 20s));
 }
 
 TEST_F(NoticeTest, AForkedChildHasAHelperOfItsOwn) {

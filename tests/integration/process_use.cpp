@@ -56,8 +56,7 @@ ProcessUse UseOf(pid_t pid) {
   return use;
 }
 
-int64_t ExpectBackAt(const ProcessUse& before, pid_t pid, std::chrono::milliseconds limit) {
-  const int64_t start = HostNow();
+void ExpectBackAt(const ProcessUse& before, pid_t pid, std::chrono::milliseconds limit) {
   size_t descriptors = 0, threads = 0;
   WaitUntil(
       [&] {
@@ -68,7 +67,6 @@ int64_t ExpectBackAt(const ProcessUse& before, pid_t pid, std::chrono::milliseco
       limit);
   EXPECT_EQ(before.descriptors, descriptors);
   EXPECT_EQ(before.threads, threads);
-  return (HostNow() - start) / kHostMillisecond;
 }
 
 char ProcessStateOf(pid_t pid) {

@@ -27,8 +27,8 @@ inline constexpr bool kMemoryTells = true;
 #endif
 
 // Waits until the process has as many descriptors and threads as `before`. Fails the test, with the
-// numbers, when that takes longer than `limit`. Returns how long it took, in milliseconds.
-int64_t ExpectBackAt(const ProcessUse& before, pid_t pid, std::chrono::milliseconds limit = 10s);
+// numbers, when that takes longer than `limit`.
+void ExpectBackAt(const ProcessUse& before, pid_t pid, std::chrono::milliseconds limit = 10s);
 
 // The kernel's letter for what a process does: R, S, T (stopped), Z, ...; 0 when there is none.
 char ProcessStateOf(pid_t pid);
