@@ -47,55 +47,28 @@ VLTPreferences& Domain() {
 
 std::string SavedPath() { return std::string(std::getenv("HOME")) + "/saved.plist"; }
 
-// Commits a new key and a changed one, and says how that went.
-void CommitAndTell(TestRole& role) {
-  Domain().setInteger("old", 3);
-  Domain().setInteger("new", 2);
-  role.Tell(Domain().commit() == 0 ? "ok" : "failed");
-}
-
-TEST_ROLE(Committer) {
-  CommitAndTell(role);
-  return kRoleDone;
-}
-
-// The same with a fault of the layer in this process: its kind, its number, its errno.
-TEST_ROLE(InterposedCommitter) {
-  Domain().setInteger("old", 3);
-  Domain().setInteger("new", 2);
-  ArmCallFault(static_cast<CallFault>(role.NumberArgument(0)), role.NumberArgument(1),
-               role.NumberArgument(2));
-  const bool ok = Domain().commit() == 0;
-  const int calls = CallsSinceArmed();
-  ArmCallFault(CallFault::kNone, 0);
-  role.Tell(ok ? "ok" : "failed");
-  role.Tell(std::to_string(calls));
-  return kRoleDone;
-}
-
-// Saves a dictionary with a fault of the layer, or one that only the syncing meets.
-TEST_ROLE(InterposedSaver) {
+// Changes what its first argument says, with a fault of the layer in this process: its kind, its
+// number and its errno. Says how that went and how many calls it took.
+TEST_ROLE(Changer) {
+  const std::string what = role.Argument(0);
+  const auto fault = static_cast<CallFault>(role.NumberArgument(1));
+  const int number = role.NumberArgument(2);
   VLTDictionary dictionary;
   dictionary.setInteger("n", 2);
-  const auto fault = static_cast<CallFault>(role.NumberArgument(0));
-  if (role.NumberArgument(3) != 0)
-    ArmFsyncFault(fault, role.NumberArgument(1));
-  else
-    ArmCallFault(fault, role.NumberArgument(1), role.NumberArgument(2));
-  const bool ok = dictionary.save(SavedPath().c_str(), kCFPropertyListXMLFormat_v1_0) == 0;
+  Domain().setInteger("old", 3);
+  Domain().setInteger("new", 2);
+  const rlimit limit = {100, 100};  // bytes that a file may have
+  signal(SIGXFSZ, SIG_IGN);
+  if (what == "limited" && setrlimit(RLIMIT_FSIZE, &limit) != 0) return kRoleFailed;
+  ArmCallFault(fault, number, role.NumberArgument(3));
+  if (what == "save, syncs count") ArmFsyncFault(fault, number);
+  const bool isSaved = what.starts_with("save");
+  const bool ok = isSaved ? dictionary.save(SavedPath().c_str(), kCFPropertyListXMLFormat_v1_0) == 0
+                          : Domain().commit() == 0;
   const int calls = CallsSinceArmed();
   ArmCallFault(CallFault::kNone, 0);
   role.Tell(ok ? "ok" : "failed");
   role.Tell(std::to_string(calls));
-  return kRoleDone;
-}
-
-// On a system that lets a file grow to 100 bytes only.
-TEST_ROLE(LimitedCommitter) {
-  signal(SIGXFSZ, SIG_IGN);
-  const rlimit limit = {100, 100};
-  if (setrlimit(RLIMIT_FSIZE, &limit) != 0) return kRoleFailed;
-  CommitAndTell(role);
   return kRoleDone;
 }
 
@@ -120,15 +93,29 @@ std::string ProblemOfDomain() {
                                 kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
 }
 
-std::string OwnProgram() { return std::filesystem::read_symlink("/proc/self/exe"); }
-
 // This program in a role that talks to its standard output, behind `launcher`.
 ProgramResult RunRole(std::vector<std::string> launcher, const std::string& role,
                       const std::vector<std::string>& arguments = {}) {
-  launcher.insert(launcher.end(), {OwnProgram(), "--role=" + role, "--port-name=", "--pipes=1,0"});
+  launcher.insert(launcher.end(), {std::filesystem::read_symlink("/proc/self/exe"),
+                                   "--role=" + role, "--port-name=", "--pipes=1,0"});
   launcher.insert(launcher.end(), arguments.begin(), arguments.end());
   // Leaks cannot be looked for in a process that is traced.
   return RunProgram(launcher, 60s, {{"ASAN_OPTIONS", "detect_leaks=0"}});
+}
+
+ProgramResult Change(const std::string& what, CallFault fault = CallFault::kNone, int number = 0,
+                     int error = 0, const std::vector<std::string>& launcher = {}) {
+  return RunRole(launcher, "Changer",
+                 {what, std::to_string(static_cast<int>(fault)), std::to_string(number),
+                  std::to_string(error)});
+}
+
+// The first line, and the number in the second one.
+std::string Said(const ProgramResult& result) {
+  return result.output.substr(0, result.output.find('\n'));
+}
+int CallsOf(const ProgramResult& result) {
+  return std::atoi(result.output.substr(result.output.find('\n') + 1).c_str());
 }
 
 bool MayTrace() {
@@ -188,8 +175,8 @@ class PreferencesFaults : public testing::Test {
   }
 
   // After a commit that met a fault.
-  void ExpectWhole(const ProgramResult& result, const std::string& said) {
-    const std::string state = StateOfFile();
+  void ExpectWhole(const ProgramResult& result) {
+    const std::string said = Said(result), state = StateOfFile();
     EXPECT_TRUE(state == "old" || state == "new") << state;
     if (said == "ok") {
       EXPECT_EQ("new", state);
@@ -244,13 +231,11 @@ constexpr struct {
                {CallFault::kError, EIO},   {CallFault::kError, EROFS},
                {CallFault::kError, EINTR}, {CallFault::kShortWrite, 0}};
 
-std::string FirstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
-
 TEST_F(PreferencesFaults, EveryCallOfACommitFailsOnceOrIsTheLast) {
   OpenDescriptorCheck noLeaks;
   if (!MayTrace()) return;  // the next test does the same without
-  ProgramResult result = RunRole(Strace(), "Committer");
-  ASSERT_EQ("ok", FirstLine(result.output)) << result.errors;
+  ProgramResult result = Change("commit", CallFault::kNone, 0, 0, Strace());
+  ASSERT_EQ("ok", Said(result)) << result.errors;
   ASSERT_EQ("new", StateOfFile());
   const std::map<std::string, int> calls = CallsOfLog();
   for (const char* call : {"openat", "fcntl", "read", "write", "fsync", "fchmod"}) {
@@ -263,11 +248,10 @@ TEST_F(PreferencesFaults, EveryCallOfACommitFailsOnceOrIsTheLast) {
       for (const char* fault : {"signal=KILL", "error=ENOSPC", "error=EIO", "error=EROFS"}) {
         const std::string injected = call + ":" + fault + ":when=" + std::to_string(number);
         SCOPED_TRACE(injected);
-        result = RunRole(Strace(injected), "Committer");
-        const std::string said = FirstLine(result.output);
-        killed += said.empty();
-        failed += said == "failed";
-        ExpectWhole(result, said);
+        result = Change("commit", CallFault::kNone, 0, 0, Strace(injected));
+        killed += Said(result).empty();
+        failed += Said(result) == "failed";
+        ExpectWhole(result);
         if (HasFailure()) return;
       }
     }
@@ -278,88 +262,69 @@ TEST_F(PreferencesFaults, EveryCallOfACommitFailsOnceOrIsTheLast) {
 
 TEST_F(PreferencesFaults, TheSameInsideTheProcessAndWithShortWrites) {
   OpenDescriptorCheck noLeaks;
-  const auto run = [&](CallFault fault, int number, int error) {
-    return RunRole(
-        {}, "InterposedCommitter",
-        {std::to_string(static_cast<int>(fault)), std::to_string(number), std::to_string(error)});
-  };
-  const ProgramResult plain = run(CallFault::kNone, 0, 0);
-  ASSERT_EQ("ok", FirstLine(plain.output)) << plain.errors;
-  const int calls = std::atoi(plain.output.c_str() + 3);
+  const ProgramResult plain = Change("commit");
+  ASSERT_EQ("ok", Said(plain)) << plain.errors;
+  const int calls = CallsOf(plain);
   ASSERT_GE(calls, 15);
   WriteOld();
   int killed = 0;
   for (const auto& row : kFaults) {
     for (int number = 1; number <= calls; number++) {
-      SCOPED_TRACE("call " + std::to_string(number) + ", fault " +
-                   std::to_string(static_cast<int>(row.fault)) + ", errno " +
-                   std::to_string(row.error));
-      const ProgramResult result = run(row.fault, number, row.error);
-      const std::string said = FirstLine(result.output);
-      killed += said.empty();
-      if (row.fault == CallFault::kShortWrite) {
-        EXPECT_EQ("ok", said);
-      }
-      ExpectWhole(result, said);
+      SCOPED_TRACE(testing::Message() << "call " << number << ", errno " << row.error);
+      const ProgramResult result = Change("commit", row.fault, number, row.error);
+      killed += Said(result).empty();
+      EXPECT_TRUE(row.fault != CallFault::kShortWrite || Said(result) == "ok");
+      ExpectWhole(result);
       if (HasFailure()) return;
     }
   }
   EXPECT_EQ(calls, killed);
 }
 
-// A dictionary's file that a role saves; what it says and what the file has then.
-struct Saved {
-  ProgramResult result;
-  int number = 0;  // 1: the old file, 2: the new one
-};
-
-Saved SaveWith(CallFault fault, int number, int error, bool onlyFsync) {
+// Saves a file; the number in it is 1 in the old one and 2 in the new one.
+ProgramResult SaveWith(const std::string& what, CallFault fault, int call, int error, int* number) {
   VLTDictionary dictionary;
   dictionary.setInteger("n", 1);
   EXPECT_EQ(0, dictionary.save(SavedPath().c_str(), kCFPropertyListXMLFormat_v1_0));
-  Saved saved;
-  saved.result = RunRole({}, "InterposedSaver",
-                         {std::to_string(static_cast<int>(fault)), std::to_string(number),
-                          std::to_string(error), std::to_string(static_cast<int>(onlyFsync))});
+  const ProgramResult result = Change(what, fault, call, error);
   EXPECT_EQ(0, dictionary.load(SavedPath().c_str(), false));
-  EXPECT_EQ(0, dictionary.getInteger("n", saved.number));
-  return saved;
+  EXPECT_EQ(0, dictionary.getInteger("n", *number));
+  return result;
 }
 
 TEST(SavingFaults, TheFileIsTheOldOrTheNewOne) {
-  const Saved plain = SaveWith(CallFault::kNone, 0, 0, false);
-  ASSERT_EQ("ok", FirstLine(plain.result.output)) << plain.result.errors;
-  EXPECT_EQ(2, plain.number);
-  const int calls = std::atoi(plain.result.output.c_str() + 3);
+  int found = 0;
+  const ProgramResult plain = SaveWith("save", CallFault::kNone, 0, 0, &found);
+  ASSERT_EQ("ok", Said(plain)) << plain.errors;
+  EXPECT_EQ(2, found);
+  const int calls = CallsOf(plain);
   ASSERT_GE(calls, 4);
   for (const auto& row : kFaults) {
     for (int number = 1; number <= calls; number++) {
       SCOPED_TRACE(testing::Message() << "call " << number << ", errno " << row.error);
-      const Saved saved = SaveWith(row.fault, number, row.error, false);
-      const std::string said = FirstLine(saved.result.output);
+      const std::string said = Said(SaveWith("save", row.fault, number, row.error, &found));
       EXPECT_EQ(row.fault == CallFault::kKill, said.empty());
-      EXPECT_TRUE(said == "ok" ? saved.number == 2 : saved.number >= 1) << said;
-      if (row.fault == CallFault::kShortWrite) {
-        EXPECT_EQ("ok", said);
-      }
+      EXPECT_TRUE(said == "ok" ? found == 2 : found >= 1) << said;
+      EXPECT_TRUE(row.fault != CallFault::kShortWrite || said == "ok");
     }
   }
 }
 
 TEST(SavingFaults, TheDiskHasTheNewFileBeforeItTakesItsPlace) {
   for (const int number : {1, 2}) {  // of the file, of its folder
-    const Saved saved = SaveWith(CallFault::kKill, number, 0, true);
-    EXPECT_EQ(-SIGKILL, saved.result.status) << number;
-    EXPECT_EQ(number, saved.number);
+    int found = 0;
+    const auto result = SaveWith("save, syncs count", CallFault::kKill, number, 0, &found);
+    EXPECT_EQ(-SIGKILL, result.status) << number;
+    EXPECT_EQ(number, found);
   }
 }
 
 TEST_F(PreferencesFaults, AFileThatMayNotGrowLeavesTheOldOne) {
   OpenDescriptorCheck noLeaks;
-  const ProgramResult result = RunRole({}, "LimitedCommitter");
-  EXPECT_EQ("failed", FirstLine(result.output));
+  const ProgramResult result = Change("limited");
+  EXPECT_EQ("failed", Said(result));
   EXPECT_EQ("old", StateOfFile());
-  ExpectWhole(result, "failed");
+  ExpectWhole(result);
 }
 
 TEST_F(PreferencesFaults, ALockThatIsNotGivenBackIsGivenUpAndNothingChanged) {
@@ -405,14 +370,11 @@ TEST_F(PreferencesFaults, AFolderThatCannotBeMadeSaysWhy) {
 
 TEST_F(PreferencesFaults, AReadOfWhatIsKnownIsOneCall) {
   const int reads = 500;
-  if (!MayTrace()) {
-    const ProgramResult result = RunRole({}, "Reader", {std::to_string(reads)});
-    EXPECT_EQ("begin\nend\n" + std::to_string(reads) + "\n", result.output);
-    return;
-  }
-  const ProgramResult result =
-      RunRole({kStrace, "-qq", "-f", "-o", log}, "Reader", {std::to_string(reads)});
-  ASSERT_EQ(kRoleDone, result.status) << result.errors;
+  std::vector<std::string> launcher;
+  if (MayTrace()) launcher = {kStrace, "-qq", "-f", "-o", log};
+  const ProgramResult result = RunRole(launcher, "Reader", {std::to_string(reads)});
+  EXPECT_EQ("begin\nend\n" + std::to_string(reads) + "\n", result.output);
+  if (!MayTrace()) return;
   std::ifstream file(log);
   std::map<std::string, int> calls;
   bool isBetween = false;
