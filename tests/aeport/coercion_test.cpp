@@ -163,16 +163,6 @@ TEST_F(Coercions, ListsOfOneItemCountAsThatItem) {
   EXPECT_EQ(2, count);
 }
 
-TEST_F(Coercions, IntoItselfAsItIsMovesNothing) {
-  StDesc source;
-  Make(Long(5), &source);
-  const AEDataStorage storage = source.dataHandle;
-  for (const DescType target : {typeSInt32, typeWildCard, typeBest}) {
-    EXPECT_EQ(0, AECoerceDescToType(source, target, source));
-    EXPECT_EQ(storage, source.dataHandle);
-  }
-}
-
 TEST_F(Coercions, OfWhatIsNoDescriptor) {
   StDesc source, destination;
   Make(Text("abc"), &source);

@@ -57,7 +57,11 @@ TEST_F(Params, EachHelperPutsItsTypeAndWidth) {
       {"double", Putting<double>(PutAEDouble, -0.1), Double(-0.1)},
       {"type", Putting<OSType>(PutAEOSType, typeChar), Code(typeType, 0x54455854)},
       {"C text", [](AEDesc* e) { return PutAECString(e, kKey, "abc"); }, Text("abc")},
-      {"P text", PuttingArray<unsigned char>(PutAEText, {'a', 0, 'c'}, 3), Text({"a\0c", 3})},
+      {"text of a size", PuttingArray<unsigned char>(PutAEText, {'a', 0, 'c'}, 3),
+       Text({"a\0c", 3})},
+      {"P text",  // as long as its length byte says
+       [](AEDesc* e) { return PutAEPString(e, kKey, reinterpret_cast<const UInt8*>("\3abcd")); },
+       Text("abc")},
       {"nothing", PuttingArray<unsigned char>(PutAEText, {}, 0), Text("")},
       {"shorts",
        PuttingArray<SInt16>(PutAEShortArray, {1, -1}, 2),
@@ -73,19 +77,6 @@ TEST_F(Params, EachHelperPutsItsTypeAndWidth) {
     EXPECT_EQ(0, row.put(&event));
     EXPECT_EQ(row.held, event.Held());
   }
-}
-
-TEST_F(Params, APascalTextIsAsLongAsItsLengthByteSays) {
-  TestEvent event;
-  unsigned char text[256] = {3, 'a', 'b', 'c', 'd'};
-  EXPECT_EQ(0, PutAEPString(&event, kKey, text));
-  EXPECT_EQ(Text("abc"), event.Held());
-  text[0] = 255;
-  EXPECT_EQ(0, PutAEPString(&event, kKey, text));
-  EXPECT_EQ(255, event.Held().ByteCount());
-  text[0] = 0;
-  EXPECT_EQ(0, PutAEPString(&event, kKey, text));
-  EXPECT_EQ(Text(""), event.Held());
 }
 
 // Reads with a helper; the result beside the value, which starts as 77.

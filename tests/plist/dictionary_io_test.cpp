@@ -51,35 +51,6 @@ int IntegerOf(VLTDictionary& dictionary, const char* key) {
   return value;
 }
 
-TEST_F(DictionaryFiles, RoundTripOfWhatIsEasilyLost) {
-  VLTDictionary saved, inner, loaded;
-  const char text[] = "<a & b>\t\n\xC4 \x80";  // Mac Roman
-  const unsigned char bytes[] = {0, 255, 1};
-  inner.setCString("", "");
-  inner.setData("", bytes, 0);
-  saved.setDictionary("inner", inner);
-  saved.setCString("text", text);
-  const UniChar wide[] = {0xD83D, 0xDE00, 0x20AC};
-  const CFStringRef beyond = CFStringCreateWithCharacters(nullptr, wide, 3);
-  saved.setString("wide", beyond);
-  saved.setData("bytes", bytes, sizeof bytes);
-  saved.setBoolean("no", false);
-  saved.setLongLong("least", INT64_MIN);
-  saved.setDouble("tenth", 0.1);
-  const CFDateRef date = CFDateCreate(nullptr, -1);
-  const void* dates[] = {date, date};
-  const CFArrayRef array = CFArrayCreate(nullptr, dates, 2, &kCFTypeArrayCallBacks);
-  saved.setArray("dates", array);
-
-  ASSERT_EQ(0, saved.save(path.c_str(), kXML));
-  ASSERT_EQ(0, loaded.load(path.c_str(), false));
-  EXPECT_TRUE(CFEqual(static_cast<const void*>(saved), static_cast<const void*>(loaded)));
-  EXPECT_EQ(1u, EntriesOf(folder));
-  CFRelease(array);
-  CFRelease(date);
-  CFRelease(beyond);
-}
-
 TEST_F(DictionaryFiles, LoadingReplacesOrMergesOnlyWhatItCouldRead) {
   VLTDictionary dictionary;
   dictionary.setInteger("old", 1);
