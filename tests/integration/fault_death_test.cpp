@@ -3,6 +3,7 @@
 #include <CoreServices/CoreServices.h>
 #include <servers/bootstrap.h>
 
+#include <algorithm>
 #include <csignal>
 #include <memory>
 #include <sstream>
@@ -130,6 +131,48 @@ TEST_F(ServerStop, EachClientsTimeRunsOutAloneAndLateAnswersReachNobody) {
     EXPECT_EQ(kPatients * expected.size(), all.size());
     for (SInt32 i = 1; i <= kPatients; i++) EXPECT_EQ(expected, MarksOf(all, i)) << "client " << i;
   });
+}
+
+// Sends so many marks, beginning with the number in its argument, when its test says so.
+TEST_ROLE(Marker) {
+  mach_port_t port = MACH_PORT_NULL;
+  if (LookUpPort(role.PortName(), &port) != 0 || AskPort(port, kEchoID).status != 0)
+    return kRoleFailed;
+  role.SignalReady();
+  if (role.Hear(60s) != "go") return kRoleFailed;
+  for (SInt32 i = 0; i < role.NumberArgument(1); i++) {
+    if (SendOneWay(port, kMarkID, role.NumberArgument(0) + i) != 0) return kRoleFailed;
+  }
+  role.Tell("sent");
+  role.Hear(60s);
+  return kRoleDone;
+}
+
+TEST_F(ServerStop, WhoHasManyEventsWaitingIsServedInTurnWithTheOthers) {
+  constexpr SInt32 kFlood = 100;
+  TestProcess flooder("Marker", server.PortName(), {"1", std::to_string(kFlood)});
+  TestProcess other("Marker", server.PortName(), {"1000", "2"});
+  ASSERT_TRUE(flooder.WaitReady(20s) && other.WaitReady(20s));
+  server.Signal(SIGSTOP);
+  WaitForState(server, 'T');
+  for (TestProcess* sender : {&flooder, &other}) {
+    ASSERT_TRUE(sender->Tell("go"));
+    ASSERT_EQ("sent", sender->Hear(20s));
+  }
+  server.Signal(SIGCONT);
+  RunOnThread([&] {
+    std::vector<SInt32> marks;
+    const auto areAllThere = [&] {
+      marks = AskServer(server.PortName(), kTellID).Marks();
+      return marks.size() == kFlood + 2;
+    };
+    ASSERT_TRUE(WaitUntil(areAllThere, 20s));
+    EXPECT_GT(6, std::find(marks.begin(), marks.end(), 1001) - marks.begin());
+  });
+  for (TestProcess* sender : {&flooder, &other}) {
+    sender->Tell("end");
+    EXPECT_EQ(kRoleDone, sender->Wait(20s));
+  }
 }
 
 }  // namespace

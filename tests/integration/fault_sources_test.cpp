@@ -16,12 +16,10 @@
 #include "tests/integration/process_use.h"
 #include "tests/support/open_descriptor_check.h"
 
-// Run-loop sources that threads add, remove, invalidate and signal while they fire. One process, so
-// that the thread sanitizer sees all of it.
+// The run-loop source of a port that changes its loop while the port is asked. One process, so that
+// the thread sanitizer sees all of it.
 
 namespace {
-
-constexpr int kTurns = 2000;  // of each thread; scaled
 
 // A loop on a thread of its own, ended with the object.
 class LoopThread {
@@ -53,65 +51,6 @@ class LoopThread {
   std::thread thread;
 };
 
-struct Counted {
-  std::atomic<int> fired{0};
-  CFRunLoopSourceRef source = nullptr;
-
-  explicit Counted(CFIndex order) {
-    CFRunLoopSourceContext context = {};
-    context.info = this;
-    context.perform = [](void* info) { static_cast<Counted*>(info)->fired++; };
-    source = CFRunLoopSourceCreate(kCFAllocatorDefault, order, &context);
-  }
-  ~Counted() { CFRelease(source); }
-};
-
-TEST(Sources, ChangeHandsWhileTheyFire) {
-  std::vector<std::unique_ptr<Counted>> sources;
-  for (CFIndex i = 0; i < 8; i++) sources.push_back(std::make_unique<Counted>(i % 3));
-  {
-    LoopThread server;
-    const CFRunLoopRef loop = server.Loop();
-    const auto churn = [&](size_t first) {
-      for (int turn = 0; turn < kTurns * TestScale(); turn++) {
-        const auto number = static_cast<size_t>(turn) + first;
-        const CFRunLoopSourceRef source = sources[number % sources.size()]->source;
-        CFRunLoopAddSource(loop, source, kCFRunLoopDefaultMode);
-        CFRunLoopSourceSignal(source);
-        CFRunLoopWakeUp(loop);
-        if (number % 3 == 0) CFRunLoopRemoveSource(loop, source, kCFRunLoopDefaultMode);
-      }
-    };
-    std::thread a(churn, 0), b(churn, 3), c(churn, 5);
-    a.join();
-    b.join();
-    c.join();
-    // After all that every one still works, and is deaf once it is invalid.
-    for (auto& each : sources) {
-      const int before = each->fired;
-      CFRunLoopAddSource(loop, each->source, kCFRunLoopDefaultMode);
-      CFRunLoopSourceSignal(each->source);
-      CFRunLoopWakeUp(loop);
-      EXPECT_TRUE(WaitUntil([&] { return each->fired > before; }, 20s));
-      CFRunLoopSourceInvalidate(each->source);
-    }
-  }
-  std::vector<int> atTheEnd;
-  for (auto& each : sources) atTheEnd.push_back(each->fired);
-  LoopThread other;
-  Counted last(9);
-  for (auto& each : sources) {
-    CFRunLoopAddSource(other.Loop(), each->source, kCFRunLoopDefaultMode);
-    CFRunLoopSourceSignal(each->source);
-  }
-  CFRunLoopAddSource(other.Loop(), last.source, kCFRunLoopDefaultMode);
-  CFRunLoopSourceSignal(last.source);
-  CFRunLoopWakeUp(other.Loop());
-  EXPECT_TRUE(WaitUntil([&] { return last.fired > 0; }, 20s));
-  for (size_t i = 0; i < sources.size(); i++) EXPECT_EQ(atTheEnd[i], sources[i]->fired);
-  CFRunLoopSourceInvalidate(last.source);
-}
-
 void AnswerEcho(CFMachPortRef, void* message, CFIndex, void* info) {
   AppleEvent event = {typeNull, nullptr}, reply = {typeNull, nullptr};
   if (AEDecodeMessage(static_cast<mach_msg_header_t*>(message), &event, &reply) != 0) return;
@@ -123,7 +62,7 @@ void AnswerEcho(CFMachPortRef, void* message, CFIndex, void* info) {
 
 // A port's source leaves the loop and comes back, is made anew, moves to another loop: no request
 // is lost, and none is served twice.
-TEST(Sources, OfAPortComeAndGoWhileItIsAsked) {
+TEST(PortSources, ComeAndGoWhileThePortIsAsked) {
   OpenDescriptorCheck noLeaks;
   const size_t names = HostCountPorts().portNames;
   std::atomic<int> served{0};

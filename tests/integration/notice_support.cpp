@@ -42,15 +42,6 @@ std::thread::id TestNotice::LastThread() {
   return thread;
 }
 
-NoticeTest::NoticeTest() {
-  const char* sink = getenv("VLTHOST_NOTICES");
-  sinkBefore = sink != nullptr ? sink : "";
-  unsetenv("VLTHOST_NOTICES");
-  ClearTestLog();
-}
-
-NoticeTest::~NoticeTest() { setenv("VLTHOST_NOTICES", sinkBefore.c_str(), 1); }
-
 int LinesInLog(const std::string& text) {
   std::istringstream log(TestLogText());
   int count = 0;

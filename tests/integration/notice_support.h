@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tests/support/notification_service.h"
+#include "tests/support/session_directory.h"
 #include "tests/support/test_process.h"
 
 // A record with a text of its own, and what became of its notice. Removed with the object.
@@ -42,11 +43,10 @@ class TestNotice {
 // Notices go to the desktop instead of a file while it lives; the log is empty at first.
 class NoticeTest : public testing::Test {
  protected:
-  NoticeTest();
-  ~NoticeTest() override;
+  NoticeTest() { ClearTestLog(); }
 
  private:
-  std::string sinkBefore;
+  const ScopedVariable noSink{"VLTHOST_NOTICES", nullptr};
 };
 
 // How many lines of the log have `text`.

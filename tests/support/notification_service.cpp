@@ -3,13 +3,10 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/eventfd.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <mutex>
 #include <thread>
 
@@ -29,39 +26,17 @@ constexpr char kConfiguration[] =
 
 }  // namespace
 
-PrivateBus::PrivateBus() {
-  char pattern[] = "/tmp/vlt-bus-XXXXXX";
-  if (mkdtemp(pattern) == nullptr) return;
-  folder = pattern;
-  std::ofstream(folder + "/bus.conf")
-      << kConfiguration << "<listen>unix:path=" << folder << "/bus</listen></busconfig>";
-  const char* before = getenv(kBusVariable);
-  addressBefore = before != nullptr ? before : "";
+PrivateBus::PrivateBus()
+    : address("unix:path=" + folder.Path("bus")), variable(kBusVariable, address.c_str()) {
+  const std::string configuration = folder.File(
+      "bus.conf", kConfiguration + std::string("<listen>") + address + "</listen></busconfig>");
   ChildOptions options;
   options.arguments = {"/usr/bin/dbus-daemon", "--nofork", "--print-address=1",
-                       "--config-file=" + folder + "/bus.conf"};
+                       "--config-file=" + configuration};
   options.capture = true;
-  if (!daemon.Start(options)) {
-    ADD_FAILURE() << "cannot start dbus-daemon";
-    return;
-  }
-  if (!WaitUntil([&] { return daemon.Output().find('\n') != std::string::npos; }, 20s)) {
-    ADD_FAILURE() << "dbus-daemon does not start: " << daemon.Errors();
-    return;
-  }
-  address = "unix:path=" + folder + "/bus";
-  setenv(kBusVariable, address.c_str(), 1);
-}
-
-PrivateBus::~PrivateBus() {
-  if (addressBefore.empty()) {
-    unsetenv(kBusVariable);
-  } else {
-    setenv(kBusVariable, addressBefore.c_str(), 1);
-  }
-  daemon.KillAndWait(10s);
-  std::error_code ignored;
-  if (!folder.empty()) std::filesystem::remove_all(folder, ignored);
+  EXPECT_TRUE(daemon.Start(options));
+  EXPECT_TRUE(WaitUntil([&] { return daemon.Output().find('\n') != std::string::npos; }, 20s))
+      << "dbus-daemon does not start: " << daemon.Errors();
 }
 
 void PrivateBus::Stop() { daemon.Signal(SIGSTOP); }

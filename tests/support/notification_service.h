@@ -6,26 +6,25 @@
 #include <vector>
 
 #include "tests/support/child_process.h"
+#include "tests/support/scratch_folder.h"
 
 // A message bus of a test's own, and a desktop's notification service on it. Programs that the test
 // starts while the bus lives find it as their session's. Not thread-safe.
 class PrivateBus {
  public:
   PrivateBus();
-  ~PrivateBus();  // gives the environment back
   PrivateBus(const PrivateBus&) = delete;
   PrivateBus& operator=(const PrivateBus&) = delete;
 
-  bool IsRunning() const { return !address.empty(); }
   const std::string& Address() const { return address; }
   void Stop();  // SIGSTOP: takes connections and answers nothing
   void Resume();
   void Kill();
 
  private:
-  std::string folder;
-  std::string address;
-  std::string addressBefore;
+  const ScratchFolder folder;
+  const std::string address;
+  const ScopedVariable variable;
   ChildProcess daemon;
 };
 
