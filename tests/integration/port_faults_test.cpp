@@ -271,12 +271,6 @@ TEST_ROLE(Visitor) {
   return kRoleDone;
 }
 
-std::string NewFolder() {
-  char path[] = "/tmp/vlt-session-XXXXXX";
-  EXPECT_NE(nullptr, mkdtemp(path));
-  return path;
-}
-
 TEST(SessionDirectory, AnUnusableOneIsRefusedWithTheReason) {
   const struct {
     const char* part;  // of what is said
@@ -293,9 +287,9 @@ TEST(SessionDirectory, AnUnusableOneIsRefusedWithTheReason) {
     const std::string part = row.part;
     SCOPED_TRACE(part);
     if (part == "owner 12345" && geteuid() != 0) continue;  // only root can give one away
-    const std::string runtime = NewFolder();
-    const std::string session = runtime + "/veltrane";
-    const std::string named = row.make != nullptr ? runtime : runtime + "/absent";
+    const ScratchFolder runtime;
+    const std::string session = runtime.Path("veltrane");
+    const std::string named = row.make != nullptr ? runtime.Path() : runtime.Path("absent");
     ASSERT_EQ(0, row.make != nullptr ? row.make(session.c_str()) : 0);
     ClearTestLog();
     TestProcess visitor("Visitor", {named});
@@ -308,26 +302,18 @@ TEST(SessionDirectory, AnUnusableOneIsRefusedWithTheReason) {
     const std::string log = TestLogText();
     EXPECT_NE(std::string::npos, log.find(problem)) << log;
     EXPECT_EQ(log.find(problem), log.rfind(problem)) << log;
-    unlink(session.c_str());
-    rmdir(session.c_str());
-    rmdir(runtime.c_str());
   }
 }
 
 TEST(SessionDirectory, ALongPathWorks) {
-  std::vector<std::string> folders = {NewFolder()};
-  for (int i = 0; i < 10; i++) {
-    folders.push_back(folders.back() + "/" + std::string(60, 'd'));
-    ASSERT_EQ(0, mkdir(folders.back().c_str(), 0700));
-  }
-  {
-    const ScopedVariable runtime("XDG_RUNTIME_DIR", folders.back().c_str());
-    TestProcess server("FaultServer");
-    ASSERT_TRUE(server.WaitReady(20s));
-    TestProcess client("ChildOfAClient", server.PortName(), {});
-    EXPECT_EQ(kRoleDone, client.Wait(20s));
-  }
-  EXPECT_EQ(0, system(("rm -r " + folders.front()).c_str()));
+  const ScratchFolder folder;
+  std::string path = "d";
+  for (int i = 0; i < 10; i++) path += "/" + std::string(60, 'd');
+  const ScopedVariable runtime("XDG_RUNTIME_DIR", folder.Folder(path).c_str());
+  TestProcess server("FaultServer");
+  ASSERT_TRUE(server.WaitReady(20s));
+  TestProcess client("ChildOfAClient", server.PortName(), {});
+  EXPECT_EQ(kRoleDone, client.Wait(20s));
 }
 
 }  // namespace

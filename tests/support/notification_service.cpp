@@ -7,6 +7,7 @@
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
+#include <future>
 #include <mutex>
 #include <thread>
 
@@ -48,10 +49,9 @@ struct NotificationService::Worker {
   std::string address;
   int wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   std::thread thread;
+  std::promise<bool> hasName;
 
   std::mutex mutex;
-  bool isRunning = false;
-  bool hasFailed = false;
   bool isEnding = false;
   std::vector<NotificationCall> calls;
   std::vector<uint32_t> toClose;
@@ -83,11 +83,7 @@ bool NotificationService::Worker::Connect(sd_bus** bus) {
 void NotificationService::Worker::Run() {
   sd_bus* bus = nullptr;
   const bool isConnected = Connect(&bus);
-  {
-    const std::lock_guard<std::mutex> lock(mutex);
-    isRunning = isConnected;
-    hasFailed = !isConnected;
-  }
+  hasName.set_value(isConnected);
   int processed = isConnected ? 0 : -1;
   while (processed >= 0) {
     while ((processed = sd_bus_process(bus, nullptr)) > 0) {
@@ -173,13 +169,9 @@ NotificationService::NotificationService(const PrivateBus& bus, Options options)
   worker->options = std::move(options);
   worker->address = bus.Address();
   worker->thread = std::thread([this] { worker->Run(); });
-  EXPECT_TRUE(WaitUntil(
-      [this] {
-        const std::lock_guard<std::mutex> lock(worker->mutex);
-        return worker->isRunning || worker->hasFailed;
-      },
-      20s));
-  EXPECT_TRUE(IsRunning()) << "the notification service has no name on the bus";
+  std::future<bool> hasName = worker->hasName.get_future();
+  EXPECT_EQ(std::future_status::ready, hasName.wait_for(20s));
+  EXPECT_TRUE(hasName.get()) << "the notification service has no name on the bus";
 }
 
 NotificationService::~NotificationService() {
@@ -189,11 +181,6 @@ NotificationService::~NotificationService() {
   }
   worker->Wake();
   worker->thread.join();
-}
-
-bool NotificationService::IsRunning() const {
-  const std::lock_guard<std::mutex> lock(worker->mutex);
-  return worker->isRunning;
 }
 
 std::vector<NotificationCall> NotificationService::Calls(size_t count) {

@@ -56,7 +56,6 @@ class NotificationService {
   NotificationService(const NotificationService&) = delete;
   NotificationService& operator=(const NotificationService&) = delete;
 
-  bool IsRunning() const;
   // All calls until now, once there are `count`; fewer after 10 seconds.
   std::vector<NotificationCall> Calls(size_t count);
   void Close(uint32_t id);  // the user has dismissed it

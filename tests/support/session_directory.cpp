@@ -4,14 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-
 TestSessionDirectory::TestSessionDirectory() {
-  char pattern[] = "/tmp/vlt-test-XXXXXX";
-  if (mkdtemp(pattern) == nullptr) return;
-  path = pattern;
   const struct {
     const char* variable;
     const char* folder;
@@ -20,26 +13,14 @@ TestSessionDirectory::TestSessionDirectory() {
       {"XDG_DATA_HOME", "data"},  {"XDG_DATA_DIRS", "share"},    {"HOME", "home"},
   };
   for (const auto& row : rows) {
-    const std::string folder = path + "/" + row.folder;
-    mkdir(folder.c_str(), 0700);
-    setenv(row.variable, folder.c_str(), 1);
+    const std::string path = folder.Path(row.folder);
+    mkdir(path.c_str(), 0700);
+    setenv(row.variable, path.c_str(), 1);
   }
-  setenv("VLTHOST_LOG", (path + "/log").c_str(), 1);
-  setenv("VLTHOST_NOTICES", (path + "/notices").c_str(), 1);
+  setenv("VLTHOST_LOG", folder.Path("log").c_str(), 1);
+  setenv("VLTHOST_NOTICES", folder.Path("notices").c_str(), 1);
 }
 
-TestSessionDirectory::~TestSessionDirectory() {
-  std::error_code ignored;
-  if (!path.empty()) std::filesystem::remove_all(path, ignored);
-}
+std::string TestLogText() { return ReadFile(getenv("VLTHOST_LOG")); }
 
-std::string TestLogText() {
-  const char* path = getenv("VLTHOST_LOG");
-  std::ifstream file(path != nullptr ? path : "");
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
-void ClearTestLog() {
-  const char* path = getenv("VLTHOST_LOG");
-  if (path != nullptr) truncate(path, 0);
-}
+void ClearTestLog() { truncate(getenv("VLTHOST_LOG"), 0); }

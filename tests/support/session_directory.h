@@ -2,20 +2,19 @@
 
 #include <string>
 
+#include "tests/support/scratch_folder.h"
+
 // A session of the test program's own: folders that hold its ports, settings and logs instead of
 // the user's, for itself and the processes it starts, removed with the object. Made in main,
 // before anything asks for the session directory; a role inherits its test's.
 class TestSessionDirectory {
  public:
   TestSessionDirectory();
-  ~TestSessionDirectory();
-  TestSessionDirectory(const TestSessionDirectory&) = delete;
-  TestSessionDirectory& operator=(const TestSessionDirectory&) = delete;
 
-  bool IsUsable() const { return !path.empty(); }
+  bool IsUsable() const { return !folder.Path().empty(); }
 
  private:
-  std::string path;
+  const ScratchFolder folder;
 };
 
 // Where this test's log lines and notices go.

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <limits.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
 
 #include "tests/support/test_role.h"
 
@@ -21,16 +21,10 @@ using Clock = std::chrono::steady_clock;
 constexpr int kRoleOut = 3;  // descriptors of the role's ends
 constexpr int kRoleIn = 4;
 
-std::string OwnProgram() {
-  char path[PATH_MAX];
-  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-  return length > 0 ? std::string(path, length) : "";
-}
-
 // The command that starts this test program as `peer`. A test that needs the other host's programs
 // is registered only where the build knows them, and then names their folder and their emulator.
 std::vector<std::string> PeerCommand(TestPeer peer) {
-  const std::string own = OwnProgram();
+  const std::string own = std::filesystem::read_symlink("/proc/self/exe");
   if (peer == TestPeer::kSameHost) {
     std::vector<std::string> command = TestLauncher();
     command.push_back(own);
