@@ -281,43 +281,6 @@ TEST(DeviceRequests, WithoutADaemonFailUnderTheirNames) {
   EXPECT_EQ(0, DMSetDeviceMonitorPortName(kPort));
 }
 
-TEST(DeviceRequests, ADaemonThatEndsIsToldAtOnce) {
-  OpenClient client(GetDMClient());
-  client.SetReporting(false, true);
-  const struct {
-    const char* when;
-    std::function<OSStatus(RecordingPeer&)> call;
-  } rows[] = {
-      {"while we wait",
-       [](RecordingPeer& peer) {
-         SInt32 count = 0;
-         peer.Answer("die");
-         return DMGetDeviceIDs(nullptr, 0, &count);
-       }},
-      {"between making and sending",
-       [](RecordingPeer& peer) {
-         VLTPortDestinationAddress address;
-         VLTPortAppleEvent event(FourCC('C', 'm', 'o', 'N'), FourCC('G', 't', 'I', 's'),
-                                 kAEWaitReply, nullptr, kAutoGenerateReturnID, 0);
-         EXPECT_EQ(0, GetDMClient().ConstructEvent(address, event, true));
-         peer.Kill();
-         const OSStatus err = GetDMClient().SendEvent(event, 0, 5, 0);
-         GetDMClient().HandleResult(err, &event, "DMGetDeviceIDs", nullptr);
-         return err;
-       }},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.when);
-    GetDMClient().ResetSendFailures();
-    ClearTestLog();
-    OpenDescriptorCheck noLeaks;
-    RecordingPeer peer(kPort);
-    ASSERT_TRUE(peer.WaitReady());
-    RunOnThread([&] { EXPECT_EQ(connectionInvalid, row.call(peer)); });
-    EXPECT_EQ(Logged("DMGetDeviceIDs", connectionInvalid, "fffffd9f"), TestLogText());
-  }
-}
-
 // Each attempt waits a tenth of a second here, and each that times out is followed by one second,
 // the last one too. A daemon that sends the number of a time-out is taken at its word.
 TEST(DeviceRequests, ASilentDaemonIsAskedFiveTimesWithPauses) {

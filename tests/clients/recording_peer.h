@@ -13,8 +13,7 @@ class RecordingPeer {
   bool WaitReady() { return process.WaitReady(20s); }
 
   // How the next event, and the one after it, is answered: "" or parameters as the command-line
-  // tool takes them, with "|" between; "=-50" for a handler that fails; "silent" for no answer;
-  // "die" for the end of the process.
+  // tool takes them, with "|" between; "=-50" for a handler that fails; "silent" for no answer.
   void Answer(const std::string& answer) { process.Tell(answer); }
 
   // The next event: class, id, "wait" or "none" for the reply, and the parameters in order, as the

