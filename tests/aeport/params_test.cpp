@@ -130,7 +130,6 @@ TEST_F(Params, EachHelperGetsItsTypeOrWhatCanBecomeIt) {
       {comp, UComp(0x8000000000000000), errAECoercionFail, 77},
       {uint64, Comp(5), 0, 77},  // meant: never written
       {uint64, Text("x"), errAECoercionFail, 77},
-      {code, Code(typeType, 0x61626364), 0, 0x61626364},
       {code, Text("abcd"), 0, 0x61626364},
       {code, Long(5), errAECoercionFail, 77},
       {real, Text("1e3"), 0, 1000},

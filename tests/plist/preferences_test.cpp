@@ -309,7 +309,6 @@ TEST_F(Preferences, FilesThatCannotBeTrustedOrReadAreLeftAlone) {
     const char* said;
   } rows[] = {
       {good, 0620, geteuid(), "its group or others may write it"},
-      {good, 0602, geteuid(), "its group or others may write it"},
       {good, 0600, 12345, "another user owns it"},
       {"<plist><dict>", 0600, geteuid(), "line 1"},
       {"", 0600, geteuid(), "neither read nor written"},
