@@ -2,13 +2,12 @@
 
 #include <cstdlib>
 #include <string>
-#include <vector>
 
 #include "clients/device_monitor.h"
 #include "clients/session_monitor.h"
-#include "tests/support/child_process.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
+#include "tests/tools/verb_runner.h"
 
 // Clients that start their daemons: the applications of this build, found by their identifiers.
 
@@ -30,33 +29,16 @@ class StartedDaemons {
 };
 
 TEST(ClientsLaunch, TheToolStartsAndEndsTheSessionDaemon) {
-  const std::string port = std::string("{\"port\":\"") + kSessionPort + "\",\"outcome\":\"";
-  const struct {
-    std::vector<std::string> words;
-    int status;
-    std::string output;
-    std::string errors;
-  } rows[] = {
-      {{"status", "--json"},
-       3,
-       port + "notRunning\",\"error\":null}\n",
-       "vltctl: com.veltrane.vltsessiond.1.1 is not running\n"},
-      {{"start", "--json"}, 0, port + "started\",\"error\":null}\n", ""},
-      {{"start"}, 0, "", "vltctl: com.veltrane.vltsessiond.1.1 is running already\n"},
-      {{"status", "--json"}, 0, port + "running\",\"error\":null}\n", ""},
-      {{"quit", "--json"}, 0, port + "quit\",\"error\":null}\n", ""},
-      {{"quit"}, 0, "", "vltctl: com.veltrane.vltsessiond.1.1 is not running\n"},
-  };
+  const std::string json = std::string("{\"port\":\"") + kSessionPort + "\",\"outcome\":\"";
+  const std::string end = "\",\"error\":null}\n",
+                    absent = std::string(kSessionPort) + " is not running";
   StartedDaemons cleanUp;
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.words));
-    std::vector<std::string> words = {VLTCTL_PROGRAM};
-    words.insert(words.end(), row.words.begin(), row.words.end());
-    const ProgramResult result = RunProgram(words, 40s);
-    EXPECT_EQ(row.status, result.status);
-    EXPECT_EQ(row.output, result.output);
-    EXPECT_EQ(row.errors, result.errors);
-  }
+  ExpectRuns({}, {{{"status", "--json"}, 3, json + "notRunning" + end, absent},
+                  {{"start", "--json"}, 0, json + "started" + end, ""},
+                  {{"start"}, 0, "", "is running already"},
+                  {{"status", "--json"}, 0, json + "running" + end, ""},
+                  {{"quit", "--json"}, 0, json + "quit" + end, ""},
+                  {{"quit"}, 0, "", absent}});
 }
 
 TEST(ClientsLaunch, TheSessionDaemonIsStartedByWhoNeedsIt) {

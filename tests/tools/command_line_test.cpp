@@ -40,16 +40,6 @@ TEST(CommandLine, OptionsAndWords) {
   }
 }
 
-TEST(NearestWord, WithinReachOnly) {
-  const std::vector<std::string_view> verbs = {"help", "ports", "send", "quit"};
-  const struct {
-    const char* word;
-    const char* nearest;
-  } rows[] = {{"port", "ports"},  {"prots", "ports"}, {"end", "send"},
-              {"completely", ""}, {"", ""},           {"po", ""}};
-  for (const auto& row : rows) EXPECT_EQ(row.nearest, NearestWord(row.word, verbs)) << row.word;
-}
-
 TEST(ParseSeconds, StrictAndRoundedUp) {
   const struct {
     const char* text;

@@ -39,14 +39,6 @@ TEST(JsonValue, Lines) {
   for (const auto& row : rows) EXPECT_EQ(row.line, JsonText(row.value));
 }
 
-TEST(JsonValue, BytesThatAreNoTextStandBesideTheirText) {
-  JsonValue value = JsonValue::Object();
-  value.AddBytes("a", "fine");
-  value.AddBytes("b", "x\xff");
-  EXPECT_EQ("{\"a\":\"fine\",\"b\":\"x\xef\xbf\xbd\",\"bHex\":\"78ff\"}", JsonText(value));
-  EXPECT_EQ("x\xff", value.Find("b")->Plain());
-}
-
 template <class Number, class Bits>
 void ExpectExact(Bits bits) {
   const auto number = std::bit_cast<Number>(bits);

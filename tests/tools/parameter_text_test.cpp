@@ -77,31 +77,16 @@ TEST(ParameterText, RoundTrips) {
 }
 
 TEST(ParameterText, WhatIsNotStrictIsRefused) {
-  const char* const rows[] = {
-      "",
-      "keyyy:long=1",
-      "keyy:lon=1",
-      "keyy:'abc'=00",
-      "keyy:long=",
-      "keyy:long= 1",
-      "keyy:long=1x",
-      "keyy:long=2147483648",
-      "keyy:ushort=-1",
-      "keyy:long=1,",
-      "keyy:type=aevt,abc",
-      "keyy:utf8=\xff",
-      "keyy:bool=1",
-      "keyy:float=1.5f",
-      "keyy:double=1e999",
-      "keyy:data=0",
-      "keyy:text=\xe2\x82",      // not UTF-8
-      "keyy:text=\xe6\x97\xa5",  // no such Mac Roman character
-  };
-  for (const char* row : rows) {
+  for (const char* text :
+       {"", "keyyy:long=1", "keyy:lon=1", "keyy:'abc'=00", "keyy:long=", "keyy:long= 1",
+        "keyy:long=1x", "keyy:long=2147483648", "keyy:ushort=-1", "keyy:long=1,",
+        "keyy:type=aevt,abc", "keyy:utf8=\xff", "keyy:bool=1", "keyy:float=1.5f",
+        "keyy:double=1e999", "keyy:data=0", "keyy:text=\xe2\x82",
+        "keyy:text=\xe6\x97\xa5"}) {  // the last one is no Mac Roman character
     ParameterValue value;
     std::string problem;
-    EXPECT_FALSE(ParseParameter(row, value, problem)) << row;
-    EXPECT_NE("", problem) << row;
+    EXPECT_FALSE(ParseParameter(text, value, problem)) << text;
+    EXPECT_NE("", problem) << text;
   }
 }
 
