@@ -208,6 +208,12 @@ TEST_F(Params, TextsThatCannotBeRead) {
 }
 
 TEST_F(Params, ArraysTellHowManyThereAre) {
+  const auto shorts = [](std::initializer_list<SInt16> values) {
+    Raw raw = {typeSInt16, ""};
+    for (const SInt16 value : values) raw.bytes += Short(value).bytes;
+    return raw;
+  };
+  const Raw odd = {typeSInt16, Short(0x0101).bytes + "\x01"}, longs2 = {typeSInt32, {8, '\0'}};
   const struct {
     const char* what;
     Raw held;
@@ -216,23 +222,12 @@ TEST_F(Params, ArraysTellHowManyThereAre) {
     SInt32 count;
     std::vector<SInt16> stored;  // of four places filled with 9
   } rows[] = {
-      {"fits", {typeSInt16, Short(1).bytes + Short(2).bytes}, 4, 0, 2, {1, 2, 9, 9}},
-      {"cut, not the count",
-       {typeSInt16,
-        Short(1).bytes + Short(2).bytes + Short(3).bytes + Short(4).bytes + Short(5).bytes},
-       2,
-       0,
-       5,
-       {1, 2, 9, 9}},
-      {"an odd byte", {typeSInt16, Short(0x0101).bytes + "\x01"}, 1, 0, 1, {0x0101, 9, 9, 9}},
-      {"two longs are no shorts",
-       {typeSInt32, std::string(8, 0)},
-       4,
-       errAECoercionFail,
-       4,
-       {9, 9, 9, 9}},
-      {"negative", Short(1), -1, paramErr, -1, {9, 9, 9, 9}},
-      {"too many to be true", Short(1), 0x40000000, paramErr, 0x40000000, {9, 9, 9, 9}},
+      {"fits", shorts({1, 2}), 4, 0, 2, {1, 2, 9, 9}},
+      {"cut, not the count", shorts({1, 2, 3, 4, 5}), 2, 0, 5, {1, 2, 9, 9}},
+      {"an odd byte", odd, 1, 0, 1, {0x0101, 9, 9, 9}},
+      {"two longs are no shorts", longs2, 4, errAECoercionFail, 4, {9, 9, 9, 9}},
+      {"negative", shorts({1}), -1, paramErr, -1, {9, 9, 9, 9}},
+      {"too many to be true", shorts({1}), 0x40000000, paramErr, 0x40000000, {9, 9, 9, 9}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);

@@ -15,6 +15,7 @@
 #include "tests/aeport/serving.h"
 #include "tests/support/child_process.h"
 #include "tests/support/open_descriptor_check.h"
+#include "tests/support/scratch_folder.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 #include "tests/tools/verb_runner.h"
@@ -42,53 +43,38 @@ constexpr char kList[] = R"(<?xml version="1.0" encoding="UTF-8"?>
 </array></dict></plist>
 )";
 
-fs::path Folder() { return fs::path(getenv("XDG_RUNTIME_DIR")).parent_path(); }
-
-void WriteFile(const fs::path& path, const std::string& text) {
-  fs::create_directories(path.parent_path());
-  std::ofstream(path) << text;
-}
-
-// A list of one device, and a camera on the USB as the kernel would show it: with its second entry.
-void WriteDevices() {
-  WriteFile(Folder() / "devices.plist", kList);
-  const fs::path usb = Folder() / "sys/bus/1-4.2";
-  WriteFile(usb / "idVendor", "046d\n");
-  WriteFile(usb / "idProduct", "fffe\n");
-  WriteFile(usb / "busnum", "1\n");
-  WriteFile(usb / "devpath", "4.2\n");
-  fs::create_directories(usb / "1-4.2:1.0");
-  for (const char* index : {"0", "1"}) {
-    const fs::path video = Folder() / "sys/video" / (std::string("video") + index);
-    WriteFile(video / "name", "New camera\n");
-    WriteFile(video / "index", std::string(index) + "\n");
-    std::error_code ignored;
-    fs::create_directory_symlink(usb / "1-4.2:1.0", video / "device", ignored);
-  }
-}
-
-// A monitor of these two devices, 1 and 2. Killed at the end at the latest.
+// A monitor of two devices, 1 from a list and 2 a camera on the USB as the kernel would show it,
+// with its second entry. Killed at the end at the latest.
 class Monitor {
  public:
   explicit Monitor(const std::vector<std::string>& words = {}, const char* port = kPort) {
-    WriteDevices();
+    const std::string list = folder.File("devices.plist", kList), usb = "sys/bus/1-4.2/";
+    folder.File(usb + "idVendor", "046d\n");
+    folder.File(usb + "idProduct", "fffe\n");
+    folder.File(usb + "busnum", "1\n");
+    folder.File(usb + "devpath", "4.2\n");
+    for (const std::string index : {"0", "1"}) {
+      const std::string video = "sys/video/video" + index;
+      folder.File(video + "/name", "New camera\n");
+      folder.File(video + "/index", index + "\n");
+      folder.Link(video + "/device", folder.Folder(usb + "1-4.2:1.0"));
+    }
     ChildOptions options;
     options.arguments = TestLauncher();
-    options.arguments.insert(options.arguments.end(),
-                             {VLT_DEVICE_MONITOR, "--devices", Folder() / "devices.plist",
-                              "--video", Folder() / "sys/video"});
+    options.arguments.insert(options.arguments.end(), {VLT_DEVICE_MONITOR, "--devices", list,
+                                                       "--video", folder.Path("sys/video")});
     options.arguments.insert(options.arguments.end(), words.begin(), words.end());
     options.capture = true;
     EXPECT_TRUE(child.Start(options));
     EXPECT_TRUE(WaitForPort(port, 20s)) << child.Errors();
   }
-  pid_t Pid() const { return child.Pid(); }
   void ExpectEnd() {
     EXPECT_EQ(0, child.Wait(20s));
     EXPECT_EQ("", child.Output() + child.Errors());
   }
 
  private:
+  const ScratchFolder folder;
   ChildProcess child;
 };
 
@@ -204,7 +190,7 @@ TEST(DeviceMonitor, RefusesWhatItCannotKeep) {
   ASSERT_TRUE(fs::exists(store));
   const fs::path away = store.parent_path() / "away";
   fs::rename(store, away);
-  WriteFile(store, "in the way");
+  std::ofstream(store) << "in the way";
   EXPECT_EQ(paramErr, set(1, "k", "new"));
   EXPECT_EQ("old", Read(1, {"k", typeChar, ""}, false));
   fs::remove(store);

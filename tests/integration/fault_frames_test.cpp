@@ -166,13 +166,7 @@ TEST_F(FrameSizes, TravelByteExactOrAreRefused) {
     size_t size;
     OSStatus err;
   } rows[] = {
-      {0, 0},
-      {1, 0},
-      {4097, 0},
-      {buffer - 1, 0},
-      {buffer + 1, 0},
-      {2 * buffer + 1, 0},
-      {largest + 1, memFullErr},
+      {0, 0},           {buffer + 1, 0}, {largest + 1, memFullErr},
       {largest - 1, 0},  // the connection goes on
       {largest, 0},
   };

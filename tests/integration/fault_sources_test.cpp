@@ -7,9 +7,7 @@
 #include <array>
 #include <atomic>
 #include <future>
-#include <memory>
 #include <thread>
-#include <vector>
 
 #include "platform/host/introspect.h"
 #include "tests/integration/fault_server.h"

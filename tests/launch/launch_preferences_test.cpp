@@ -98,9 +98,13 @@ std::string Key(const std::string& name, const std::string& value) {
   return "<key>" + name + "</key>" + value;
 }
 
+std::string Text(const std::string& name, const std::string& value) {
+  return Key(name, "<string>" + value + "</string>");
+}
+
 TEST(LaunchPreferences, KeyByKey) {
   const std::string number = "<integer>1</integer>";
-  const std::string port = Key("portName", "<string>other.port</string>");
+  const std::string port = Text("portName", "other.port");
   const std::string ones(300, '1');
   const struct {
     std::string keys;
@@ -112,21 +116,19 @@ TEST(LaunchPreferences, KeyByKey) {
       {Key("launchIfNotFound", number), paramErr, {}},
       {Key("launchRetries", "<integer>3</integer>"), 0, {"retries 3"}},
       {Key("launchRetrySleepInterval", "<integer>-4</integer>"), 0, {"sleep -4"}},
-      {Key("signature", "<string>'CmoN'</string>"), 0, {"signature 'CmoN'"}},
-      {Key("signature", "<string>12345</string>") + port,
-       0,
-       {"signature 12345", "port other.port"}},
-      {Key("signature", "<string>toolong</string>") + port, 0, {"port other.port"}},
-      {Key("signature", "<string>" + ones + "</string>") + port, 0, {"port other.port"}},
+      {Text("signature", "'CmoN'"), 0, {"signature 'CmoN'"}},
+      {Text("signature", "12345") + port, 0, {"signature 12345", "port other.port"}},
+      {Text("signature", "toolong") + port, 0, {"port other.port"}},
+      {Text("signature", ones) + port, 0, {"port other.port"}},
       {Key("signature", number) + port, paramErr, {}},
-      {Key("signature", "<string>0</string>"), 0, {"signature 0", "bySignature 0"}},
+      {Text("signature", "0"), 0, {"signature 0", "bySignature 0"}},
       {Key("launchBySignature", "<false/>"), 0, {"bySignature 0"}},
-      {Key("bundleID", "<string>com.other</string>"), 0, {"bundle com.other", "byBundle 1"}},
+      {Text("bundleID", "com.other"), 0, {"bundle com.other", "byBundle 1"}},
       {Key("bundleID", number) + port, 0, {"port other.port"}},
-      {Key("executablePath", "<string>/usr</string>"), 0, {"executable /usr"}},
-      {Key("executablePath", "<string>/usr/nothing/here</string>") + port, 0, {"port other.port"}},
-      {Key("executablePath", "<string>/usr\xe2\x86\x92</string>"), 0, {}},  // cut: /usr
-      {Key("portName", "<string></string>"), 0, {}},
+      {Text("executablePath", "/usr"), 0, {"executable /usr"}},
+      {Text("executablePath", "/usr/nothing/here") + port, 0, {"port other.port"}},
+      {Text("executablePath", "/usr\xe2\x86\x92"), 0, {}},  // cut: /usr
+      {Text("portName", ""), 0, {}},
       {Key("portName", number), 0, {}},
       {Key("findByPortName", "<false/>"), 0, {"findPort 0", "retries 0"}},
       {Key("findBySignature", "<true/>"), 0, {"findSignature 1"}},
@@ -153,10 +155,10 @@ TEST(LaunchPreferences, KeyByKey) {
 }
 
 TEST(LaunchPreferences, AreReadOnce) {
-  StoreKeys(Key("portName", "<string>first</string>"));
+  StoreKeys(Text("portName", "first"));
   OpenLaunch launch(TestSpec());
   EXPECT_EQ(0, launch.prepare());
-  StoreKeys(Key("portName", "<string>second</string>"));
+  StoreKeys(Text("portName", "second"));
   EXPECT_EQ(0, launch.prepare());
   EXPECT_STREQ("first", launch.portName);
   launch.setPortName("mine");
@@ -168,14 +170,14 @@ TEST(LaunchPreferences, ADictionaryThatIsNoneIsAnErrorOnce) {
   StorePreferences("<string>no dictionary</string>");
   OpenLaunch launch(TestSpec());
   EXPECT_EQ(paramErr, launch.prepare());
-  StoreKeys(Key("portName", "<string>second</string>"));
+  StoreKeys(Text("portName", "second"));
   EXPECT_EQ(0, launch.prepare());
   EXPECT_STREQ("test.port", launch.portName);
 }
 
 TEST(LaunchPreferences, AFileThatStrangersMayWriteSaysNothing) {
   for (const mode_t mode : {mode_t{0664}, mode_t{0646}}) {
-    StorePreferences("<dict>" + Key("executablePath", "<string>/usr</string>") + "</dict>", mode);
+    StorePreferences("<dict>" + Text("executablePath", "/usr") + "</dict>", mode);
     OpenLaunch launch(TestSpec());
     EXPECT_EQ(0, launch.prepare());
     EXPECT_EQ("none", PathOf(launch));

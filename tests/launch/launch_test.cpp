@@ -242,11 +242,6 @@ TEST(Find, TellsWhoIsThere) {
   VLTPortAEMachPortListener listener;
   const auto nothing = [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return OSStatus{0}; };
   ASSERT_EQ(0, listener.ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), nothing, nullptr));
-  for (const bool start : {false, true}) {
-    OpenLaunch launch(PortSpec(name.c_str()));
-    launch.setLaunchIfNotRunning(start);
-    EXPECT_EQ(0, launch.findAndLaunch());
-  }
   EXPECT_EQ(0, VLTLaunch::waitForPort(name.c_str(), 1, 20));
   // A port that is there does not count when only the signature does.
   VLTLaunchSpec bySignature = PortSpec(name.c_str());

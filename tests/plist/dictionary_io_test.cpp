@@ -1,11 +1,7 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <string>
 
@@ -18,24 +14,17 @@ namespace {
 constexpr CFPropertyListFormat kXML = kCFPropertyListXMLFormat_v1_0;
 constexpr CFPropertyListFormat kBinary = kCFPropertyListBinaryFormat_v1_0;
 
-void WriteFile(const std::string& path, const std::string& text) {
-  std::ofstream(path, std::ios::binary) << text;
-}
-
 size_t EntriesOf(const std::string& folder) {
   return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
 }
 
 class DictionaryFiles : public testing::Test {
  protected:
-  DictionaryFiles() {
-    std::filesystem::remove_all(folder);
-    std::filesystem::create_directory(folder);
-    path = folder + "/list.plist";
-  }
+  // A list as somebody with an editor would leave it.
+  void Write(const std::string& text) const { folder.File("list.plist", text); }
 
-  const std::string folder = std::string(std::getenv("HOME")) + "/lists";
-  std::string path;
+  const ScratchFolder folder;
+  const std::string path = folder.Path("list.plist");
   OpenDescriptorCheck noLeaks;
 };
 
@@ -55,15 +44,15 @@ TEST_F(DictionaryFiles, LoadingReplacesOrMergesOnlyWhatItCouldRead) {
   VLTDictionary dictionary;
   dictionary.setInteger("old", 1);
   dictionary.setInteger("both", 1);
-  EXPECT_EQ(fnfErr, dictionary.load((folder + "/absent").c_str(), false));
+  EXPECT_EQ(fnfErr, dictionary.load(folder.Path("absent").c_str(), false));
   EXPECT_EQ(fnfErr, dictionary.load("/dev/zero", false));  // never ends
   EXPECT_EQ(paramErr, dictionary.load("", false));
   EXPECT_EQ(paramErr, dictionary.load(static_cast<const char*>(nullptr), false));
-  WriteFile(path, "<plist><dict><key>cut</key>");
+  Write("<plist><dict><key>cut</key>");
   EXPECT_EQ(fnfErr, dictionary.load(path.c_str(), false));
   EXPECT_EQ(2, dictionary.getCount());
 
-  WriteFile(path, "<plist><dict><key>both</key><integer>2</integer></dict></plist>");
+  Write("<plist><dict><key>both</key><integer>2</integer></dict></plist>");
   EXPECT_EQ(0, dictionary.load(path.c_str(), true));
   EXPECT_EQ(1, IntegerOf(dictionary, "old"));
   EXPECT_EQ(2, IntegerOf(dictionary, "both"));
@@ -71,7 +60,7 @@ TEST_F(DictionaryFiles, LoadingReplacesOrMergesOnlyWhatItCouldRead) {
   EXPECT_EQ(1, dictionary.getCount());
 
   // A root of another kind is success, and has no entries.
-  WriteFile(path, "<plist><array/></plist>");
+  Write("<plist><array/></plist>");
   EXPECT_EQ(0, dictionary.load(path.c_str(), true));
   EXPECT_EQ(1, dictionary.getCount());
   EXPECT_EQ(0, dictionary.load(path.c_str(), false));
@@ -79,7 +68,7 @@ TEST_F(DictionaryFiles, LoadingReplacesOrMergesOnlyWhatItCouldRead) {
 }
 
 TEST_F(DictionaryFiles, RecordsOfFilesAreIgnoredWhenGood) {
-  WriteFile(path, "<plist><dict><key>n</key><integer>2</integer></dict></plist>");
+  Write("<plist><dict><key>n</key><integer>2</integer></dict></plist>");
   const std::string before = ReadFile(path);
   FSRef ref;
   ASSERT_EQ(0, FSPathMakeRef(reinterpret_cast<const UInt8*>(path.c_str()), &ref, nullptr));
@@ -148,36 +137,32 @@ TEST_F(DictionaryFiles, MemoryForms) {
 TEST_F(DictionaryFiles, SavingReplacesWholeFilesBehindLinks) {
   VLTDictionary dictionary;
   dictionary.setInteger("n", 5);
-  WriteFile(path, "old");
+  Write("old");
   chmod(path.c_str(), 0640);
-  const std::string link = folder + "/link";
-  std::filesystem::create_symlink("list.plist", link);
+  const std::string link = folder.Link("link", "list.plist");
   EXPECT_EQ(0, dictionary.save(link.c_str(), kXML));
   EXPECT_TRUE(std::filesystem::is_symlink(link));
   EXPECT_EQ(0640u, ModeOf(path));
   EXPECT_EQ(0u, ReadFile(path).find("<?xml"));
-  EXPECT_EQ(2u, EntriesOf(folder));
+  EXPECT_EQ(2u, EntriesOf(folder.Path()));
 
   // A new file has the usual mode, and a name of bytes.
   const mode_t mask = umask(027);
-  const std::string utf8 = folder +
-                           "/Gr\xC3\xBC\xC3\x9F"
-                           "e.plist";
+  const std::string utf8 = folder.Path("Gr\xC3\xBC\xC3\x9F");
   EXPECT_EQ(0, dictionary.save(utf8.c_str(), kXML));
   umask(mask);
   EXPECT_EQ(0640u, ModeOf(utf8));
 
-  const std::string dangling = folder + "/dangling";
-  std::filesystem::create_symlink("later.plist", dangling);
+  const std::string dangling = folder.Link("dangling", "later.plist");
   EXPECT_EQ(0, dictionary.save(dangling.c_str(), kXML));
-  EXPECT_TRUE(std::filesystem::exists(folder + "/later.plist"));
+  EXPECT_TRUE(std::filesystem::exists(folder.Path("later.plist")));
 
   // What is no plain file is written to and stays.
   EXPECT_EQ(0, dictionary.save("/dev/null", kXML));
   EXPECT_FALSE(std::filesystem::is_regular_file("/dev/null"));
-  EXPECT_EQ(fnfErr, dictionary.save((folder + "/none/x").c_str(), kXML));
-  EXPECT_EQ(fnfErr, dictionary.save(folder.c_str(), kXML));
-  EXPECT_EQ(5u, EntriesOf(folder));
+  EXPECT_EQ(fnfErr, dictionary.save(folder.Path("none/x").c_str(), kXML));
+  EXPECT_EQ(fnfErr, dictionary.save(folder.Path().c_str(), kXML));
+  EXPECT_EQ(5u, EntriesOf(folder.Path()));
 }
 
 }  // namespace

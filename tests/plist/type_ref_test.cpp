@@ -83,7 +83,6 @@ TEST(TypeRef, AssignRetainsAndAssumeDoesNot) {
     EXPECT_EQ(first, holder.Assign(first, 1));
     EXPECT_EQ(3, CFGetRetainCount(first));
     EXPECT_FALSE(holder.Equals(nullptr));
-    EXPECT_TRUE(holder.Equals(StackCFString("first")));
     EXPECT_EQ(0, holder.GetCString(text, 6, kCFStringEncodingMacRoman));
     EXPECT_STREQ("first", text);
     EXPECT_EQ(paramErr, holder.GetCString(text, 5, kCFStringEncodingMacRoman));
