@@ -45,9 +45,7 @@ TEST_ROLE(Churner) {
       if (AskServer(role.PortName(), kEchoID, i).number != i) failures++;
     });
     VLTPortAEMachPortListener listener;
-    if (listener.ListenOnPort(own.c_str(), CFRunLoopGetCurrent(), AnswerNothing, nullptr) != 0) {
-      failures++;
-    }
+    if (ListenUnder(listener, own.c_str()) != 0) failures++;
     if (LookUpPort(own.c_str()) != 0) failures++;
     listener.Deallocate(0);
     if (LookUpPort(own.c_str()) == 0) failures++;

@@ -25,23 +25,12 @@ using ServerStop = FaultTest;
 
 constexpr int kClients = 50;
 
-// Asks what is never answered; tells how that ended, then how a new request fares with the port
-// that it knew and with the name.
-TEST_ROLE(Bereaved) {
-  mach_port_t port = MACH_PORT_NULL;
-  if (LookUpPort(role.PortName(), &port) != 0) return kRoleFailed;
-  role.Tell(std::to_string(AskPort(port, kHoldID, 0, "", kNoTimeOut).status));
-  role.Tell(std::to_string(AskPort(port, kEchoID).status));
-  role.Tell(std::to_string(AskServer(role.PortName()).status));
-  return kRoleDone;
-}
-
 TEST(ServerDeath, EveryWaitingClientIsTold) {
   OpenDescriptorCheck noLeaks;
   for (int round = 0; round < TestScale(); round++) {
     TestProcess server("FaultServer");
     ASSERT_TRUE(server.WaitReady(20s));
-    TestProcesses clients = StartProcesses(kClients, "Bereaved", server.PortName());
+    TestProcesses clients = StartProcesses(kClients, "Waiter", server.PortName());
     for (int i = 0; i < kClients; i++) ASSERT_EQ("held", server.Hear(20s));
     ASSERT_TRUE(server.KillAndWait(20s));
     for (auto& client : clients) {
@@ -50,9 +39,8 @@ TEST(ServerDeath, EveryWaitingClientIsTold) {
       EXPECT_EQ(std::to_string(BOOTSTRAP_UNKNOWN_SERVICE), client->Hear(20s));
     }
     ExpectDone(clients);
-    FaultListener successor(nullptr);
-    EXPECT_EQ(0, successor.ListenOnPort(server.PortName(), CFRunLoopGetCurrent(), AnswerNothing,
-                                        nullptr));
+    VLTPortAEMachPortListener successor;
+    EXPECT_EQ(0, ListenUnder(successor, server.PortName()));
   }
 }
 

@@ -35,12 +35,6 @@ void TellStatus(TestRole& role, const std::string& what, OSStatus status) {
   role.Tell(what + " " + std::to_string(status));
 }
 
-OSStatus ListenUnder(VLTPortAEMachPortListener& listener, const std::string& name) {
-  const OSStatus err =
-      listener.ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), AnswerNothing, nullptr);
-  return err == 0 ? 0 : listener.Deallocate(err);
-}
-
 // Claims a new name, finds it, and lets it go.
 void TellClaim(TestRole& role, const std::string& what) {
   static int count = 0;
@@ -50,7 +44,7 @@ void TellClaim(TestRole& role, const std::string& what) {
   OSStatus err = 0;
   {
     VLTPortAEMachPortListener listener;
-    err = ListenUnder(listener, name);
+    err = ListenUnder(listener, name.c_str());
     if (err == 0) err = LookUpPort(name.c_str());
   }
   // A failure must leave neither half a claim nor a descriptor behind.
@@ -81,7 +75,7 @@ void TellNewcomer(TestRole& role, const std::string& what, const std::string& se
 TEST_ROLE(Newcomer) {
   const OSStatus asked = AskServer(role.PortName()).status;
   VLTPortAEMachPortListener listener;
-  const OSStatus claimed = ListenUnder(listener, std::string(role.PortName()) + ".new");
+  const OSStatus claimed = ListenUnder(listener, (role.PortName() + std::string(".new")).c_str());
   role.Tell(std::to_string(asked) + " " + std::to_string(claimed));
   return kRoleDone;
 }

@@ -4,7 +4,6 @@
 #include <CoreServices/CoreServices.h>
 #include <servers/bootstrap.h>
 
-#include <string>
 
 #include "tests/integration/fault_server.h"
 #include "tests/integration/process_use.h"
@@ -23,7 +22,6 @@ constexpr int kWaiting = 20;
 enum : AEEventID {
   kDestroyID = FourCC('d', 's', 't', 'r'),  // destroy the port, answer, go on without it
   kDeleteID = FourCC('d', 'e', 'l', 'e'),   // delete the listener, answer
-  kStopID = FourCC('s', 't', 'o', 'p'),     // answer, then leave the run loop
   kNestID = FourCC('n', 'e', 's', 't'),     // run the loop until so many others are served
 };
 
@@ -41,9 +39,6 @@ class FragileListener : public FaultListener {
         break;
       case kDeleteID:
         delete this;
-        break;
-      case kStopID:
-        CFRunLoopStop(CFRunLoopGetCurrent());
         break;
       case kNestID: {
         const int until = served + number;
@@ -70,11 +65,7 @@ TEST_ROLE(FragileServer) {
   do {
     bool deleted = false;
     auto* listener = new FragileListener(&role, &deleted);
-    CFRunLoopStop(CFRunLoopGetCurrent());  // a stop before the run is kept, and ends only that run
     if (listener->Listen() != 0) return kRoleFailed;
-    if (CFRunLoopRunInMode(kCFRunLoopDefaultMode, 20, false) != kCFRunLoopRunStopped) {
-      return kRoleFailed;
-    }
     role.SignalReady();
     CFRunLoopRun();
     role.Tell("ended");
@@ -83,27 +74,13 @@ TEST_ROLE(FragileServer) {
   return kRoleDone;
 }
 
-// Waits for an answer that does not come; tells the status.
-TEST_ROLE(Waiter) {
-  mach_port_t port = MACH_PORT_NULL;
-  if (LookUpPort(role.PortName(), &port) != 0) return kRoleFailed;
-  role.Tell(std::to_string(AskPort(port, kHoldID, 0, "", kNoTimeOut).status));
-  return kRoleDone;
-}
-
-TestProcesses StartWaiters(TestProcess& server) {
-  TestProcesses waiters = StartProcesses(kWaiting, "Waiter", server.PortName());
-  for (int i = 0; i < kWaiting; i++) EXPECT_EQ("held", server.Hear(20s));
-  return waiters;
-}
-
 TEST(PortsEnd, InTheMiddleOfARequest) {
   OpenDescriptorCheck noLeaks;
   TestProcess server("FragileServer");
   ASSERT_TRUE(server.WaitReady(20s));
   const ProcessUse before = UseOf(server.Pid());
   bool first = true;
-  for (const AEEventID way : {kDestroyID, kDeleteID, kStopID, kDestroyID, kDeleteID}) {
+  for (const AEEventID way : {kDestroyID, kDeleteID, kDestroyID}) {
     SCOPED_TRACE(way);
     if (!first) {
       ASSERT_TRUE(server.Tell("again"));
@@ -111,26 +88,17 @@ TEST(PortsEnd, InTheMiddleOfARequest) {
       ExpectBackAt(before, server.Pid());
     }
     first = false;
-    TestProcesses waiters = StartWaiters(server);
+    TestProcesses waiters = StartProcesses(kWaiting, "Waiter", server.PortName());
+    for (int i = 0; i < kWaiting; i++) EXPECT_EQ("held", server.Hear(20s));
     RunOnThread([&] {
       const FaultAnswer last = AskServer(server.PortName(), way, 77);
       EXPECT_EQ(0, last.status);  // its callout was running: it is still answered
       EXPECT_EQ(77, last.number);
     });
     EXPECT_EQ("ended", server.Hear(20s));
-    if (way == kStopID) {
-      // The port is destroyed outside of any request.
-      ASSERT_TRUE(server.Tell("again"));
-      ASSERT_TRUE(server.WaitReady(20s));
-    } else {
-      EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, LookUpPort(server.PortName()));
-    }
+    EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, LookUpPort(server.PortName()));
     for (auto& waiter : waiters) EXPECT_EQ(std::to_string(connectionInvalid), waiter->Hear(20s));
     ExpectDone(waiters);
-    if (way == kStopID) {
-      RunOnThread([&] { EXPECT_EQ(0, AskServer(server.PortName(), kStopID).status); });
-      EXPECT_EQ("ended", server.Hear(20s));
-    }
   }
   server.Tell("no more");
   EXPECT_EQ(kRoleDone, server.Wait(20s));

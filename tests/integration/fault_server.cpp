@@ -27,9 +27,25 @@ TEST_ROLE(NarrowFaultServer) {
   return ServeForEver(role);
 }
 
-OSStatus FaultListener::Listen() {
-  return ListenOnPort(role->PortName(), CFRunLoopGetCurrent(), AnswerNothing, nullptr);
+// Asks what is never answered; tells how that ended, then how a new request fares with the port
+// that it knew and with the name.
+TEST_ROLE(Waiter) {
+  mach_port_t port = MACH_PORT_NULL;
+  if (LookUpPort(role.PortName(), &port) != 0) return kRoleFailed;
+  role.Tell(std::to_string(AskPort(port, kHoldID, 0, "", kNoTimeOut).status));
+  role.Tell(std::to_string(AskPort(port, kEchoID).status));
+  role.Tell(std::to_string(AskServer(role.PortName()).status));
+  return kRoleDone;
 }
+
+OSStatus ListenUnder(VLTPortAEMachPortListener& listener, const char* name) {
+  const VLTAEDispatchCallback unused = [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) {
+    return OSStatus{0};
+  };
+  return listener.ListenOnPort(name, CFRunLoopGetCurrent(), unused, nullptr);
+}
+
+OSStatus FaultListener::Listen() { return ListenUnder(*this, role->PortName()); }
 
 void FaultListener::PortCallback(CFMachPortRef, void* message, CFIndex) {
   AppleEvent event = {typeNull, nullptr}, reply = {typeNull, nullptr};

@@ -17,7 +17,8 @@
 // The server that the fault tests talk to, and how they ask it. Every event has a number and data.
 //
 // It runs as the role "FaultServer", and as "NarrowFaultServer" with no more descriptors than its
-// first argument says.
+// first argument says. The role "Waiter" asks it what is never answered, and tells how that ended
+// and then how new requests fare: with the port that it knew, and with the name.
 
 inline constexpr AEEventClass kFaultClass = FourCC('f', 'a', 'u', 'l');
 inline constexpr AEKeyword kNumberKey = FourCC('n', 'u', 'm', 'b');
@@ -50,8 +51,8 @@ class FaultTest : public testing::Test {
   ProcessUse before;
 };
 
-// A listener's callback that is never called, or has nothing to say.
-inline OSStatus AnswerNothing(UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return 0; }
+// Listens on this thread's run loop, with nothing to say.
+OSStatus ListenUnder(VLTPortAEMachPortListener& listener, const char* name);
 
 // Serves one message after the other, until `Serve` of a subclass does otherwise.
 class FaultListener : public VLTPortAEMachPortListener {

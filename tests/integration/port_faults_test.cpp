@@ -31,10 +31,6 @@ namespace {
 
 OSStatus Ask(const char* name) { return AskServer(name).status; }
 
-OSStatus Listen(VLTPortAEMachPortListener& listener, const char* name) {
-  return listener.ListenOnPort(name, CFRunLoopGetCurrent(), AnswerNothing, nullptr);
-}
-
 // Racing for a name.
 
 // Each line from the test is the instant at which all try to claim; empty means let go.
@@ -49,7 +45,7 @@ TEST_ROLE(Racer) {
       continue;
     }
     SleepUntil(std::stoll(*line));
-    const OSStatus err = Listen(listener, role.PortName());
+    const OSStatus err = ListenUnder(listener, role.PortName());
     if (err != 0) listener.Deallocate(err);
     role.Tell(std::to_string(err));
   }
@@ -138,7 +134,7 @@ TEST(PortOwner, ARemovedNameFileLeadsNowhere) {
 // A child that the owner forked and that lives on must keep neither name nor port.
 TEST_ROLE(ForkingServer) {
   VLTPortAEMachPortListener listener;
-  if (Listen(listener, role.PortName()) != 0) return kRoleFailed;
+  if (ListenUnder(listener, role.PortName()) != 0) return kRoleFailed;
   const pid_t child = fork();
   if (child == 0) {
     const bool ends = role.Argument(0) == "ends";
@@ -166,7 +162,7 @@ TEST(PortOwner, AForkedChildKeepsNothingAliveAndItsEndLeavesThePortAlone) {
     ASSERT_TRUE(server.KillAndWait(20s));
     EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, LookUpPort(server.PortName()));
     VLTPortAEMachPortListener successor;
-    EXPECT_EQ(0, Listen(successor, server.PortName()));
+    EXPECT_EQ(0, ListenUnder(successor, server.PortName()));
   }
 }
 
@@ -181,7 +177,7 @@ TEST_ROLE(ChildOfAClient) {
     }
     VLTPortAEMachPortListener listener;
     const std::string own = std::string(role.PortName()) + ".child";
-    _exit(Listen(listener, own.c_str()) == 0 && Ask(role.PortName()) == 0 ? 0 : 2);
+    _exit(ListenUnder(listener, own.c_str()) == 0 && Ask(role.PortName()) == 0 ? 0 : 2);
   }
   for (int i = 0; i < 20; i++) {
     if (Ask(role.PortName()) != 0) return kRoleFailed;
