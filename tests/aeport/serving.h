@@ -21,6 +21,20 @@ struct ServedEvent {
 };
 using EventHandler = std::function<OSStatus(const ServedEvent&)>;
 
+// Puts all parameters of an event into another.
+inline OSStatus CopyParameters(const AEDesc* event, AEDesc* other) {
+  SInt32 count = 0;
+  OSStatus err = AECountItems(event, &count);
+  for (SInt32 i = 1; err == 0 && i <= count; ++i) {
+    AEKeyword key = 0;
+    AEDesc desc = {typeNull, nullptr};
+    err = AEGetNthDesc(event, i, typeWildCard, &key, &desc);
+    if (err == 0) err = AEPutParamDesc(other, key, &desc);
+    AEDisposeDesc(&desc);
+  }
+  return err;
+}
+
 // The dispatch callback whose refcon is an EventHandler.
 inline OSStatus CallHandler(UInt32 eventClass, UInt32 eventID, const AEDesc* event, AEDesc* reply,
                             void* refcon) {

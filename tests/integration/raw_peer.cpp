@@ -74,14 +74,8 @@ bool RawPeer::WriteWithDescriptor(const std::string& bytes, int passed) {
 }
 
 bool RawPeer::WaitTaken(std::chrono::milliseconds limit) {
-  const int64_t end = HostNow() + limit.count() * kHostMillisecond;
-  for (;;) {
-    int waiting = 0;
-    if (ioctl(fd, SIOCOUTQ, &waiting) != 0) return false;
-    if (waiting == 0) return true;
-    if (HostNow() >= end) return false;
-    sched_yield();
-  }
+  int waiting = 0;
+  return WaitUntil([&] { return ioctl(fd, SIOCOUTQ, &waiting) == 0 && waiting == 0; }, limit);
 }
 
 bool RawPeer::Read(size_t size, std::string* bytes, std::chrono::milliseconds limit) {

@@ -63,14 +63,7 @@ std::string PrintItems(const AEDesc& container) {
 // Sends back all that came, with what it looks like from here.
 OSStatus SendBack(const ServedEvent& served) {
   if (served.eventClass != kTest || served.eventID != kExchange) return errAEEventNotHandled;
-  SInt32 count = 0;
-  OSStatus err = AECountItems(served.event, &count);
-  for (SInt32 i = 1; err == 0 && i <= count; ++i) {
-    StDesc item;
-    AEKeyword key = 0;
-    err = AEGetNthDesc(served.event, i, typeWildCard, &key, &item);
-    if (err == 0) err = AEPutParamDesc(served.reply, key, &item);
-  }
+  const OSStatus err = CopyParameters(served.event, served.reply);
   const std::string seen = PrintItems(*served.event);
   AEPutParamPtr(served.reply, kReceivedKey, typeChar, seen.data(), static_cast<Size>(seen.size()));
   return err == 0 && testing::Test::HasFailure() ? OSStatus{paramErr} : err;

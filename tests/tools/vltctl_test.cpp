@@ -8,7 +8,7 @@
 
 #include <sstream>
 
-#include "aeport/port_listener.h"
+#include "tests/aeport/serving.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
@@ -34,18 +34,8 @@ OSStatus Answer(UInt32 eventClass, UInt32 eventID, const AEDesc* event, AEDesc* 
   }
   if (eventClass != kTest) return errAEEventNotHandled;
   switch (eventID) {
-    case FourCC('e', 'c', 'h', 'o'): {
-      SInt32 count = 0;
-      AECountItems(event, &count);
-      for (SInt32 i = 1; i <= count; ++i) {
-        AEKeyword key = 0;
-        AEDesc desc = {typeNull, nullptr};
-        AEGetNthDesc(event, i, typeWildCard, &key, &desc);
-        AEPutParamDesc(reply, key, &desc);
-        AEDisposeDesc(&desc);
-      }
-      return 0;
-    }
+    case FourCC('e', 'c', 'h', 'o'):
+      return CopyParameters(event, reply);
     case FourCC('h', 'a', 'n', 'g'):
       raise(SIGSTOP);
       return 0;
