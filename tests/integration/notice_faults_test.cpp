@@ -8,7 +8,6 @@
 #include <functional>
 
 #include "tests/integration/notice_support.h"
-#include "tests/support/open_descriptor_check.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/support/session_directory.h"
 #include "tests/support/test_role.h"
@@ -29,7 +28,7 @@ void ExpectLoggedOnce(TestNotice& notice, const std::string& text) {
 }
 
 TEST_F(NoticeTest, WithoutADesktopTheLogHasIt) {
-  const OpenDescriptorCheck noLeaks;
+  const NoHelpersLeft noLeaks;
   for (const char* address : {static_cast<const char*>(nullptr), "unix:path=/nowhere/bus"}) {
     const ScopedVariable bus(kBusVariable, address);
     ClearTestLog();
@@ -44,7 +43,7 @@ TEST_F(NoticeTest, WithoutADesktopTheLogHasIt) {
 }
 
 TEST_F(NoticeTest, ServicesThatDoNotShowNotices) {
-  const OpenDescriptorCheck noLeaks;
+  const NoHelpersLeft noLeaks;
   const struct {
     const char* text;
     bool hasService;
@@ -78,7 +77,7 @@ TEST_F(NoticeTest, ServicesThatDoNotShowNotices) {
 }
 
 TEST_F(NoticeTest, WhatIsOnScreenMayBeLost) {
-  const OpenDescriptorCheck noLeaks;
+  const NoHelpersLeft noLeaks;
   const struct {
     const char* text;
     std::function<void(PrivateBus&, std::unique_ptr<NotificationService>&)> fault;

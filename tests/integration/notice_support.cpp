@@ -63,7 +63,20 @@ std::vector<pid_t> NoticeHelpers() {
   return found;
 }
 
+namespace {
+
 size_t ThreadsOfThisProcess() {
   const std::filesystem::directory_iterator threads("/proc/self/task");
   return static_cast<size_t>(std::distance(begin(threads), end(threads)));
+}
+
+}  // namespace
+
+NoHelpersLeft::NoHelpersLeft() : threads(ThreadsOfThisProcess()) {}
+
+NoHelpersLeft::~NoHelpersLeft() {
+  const auto isNothingLeft = [this] {
+    return NoticeHelpers().empty() && ThreadsOfThisProcess() == threads;
+  };
+  EXPECT_TRUE(WaitUntil(isNothingLeft, 20s));
 }

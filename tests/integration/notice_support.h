@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tests/support/notification_service.h"
+#include "tests/support/open_descriptor_check.h"
 #include "tests/support/session_directory.h"
 #include "tests/support/test_process.h"
 
@@ -55,4 +56,14 @@ int LinesInLog(const std::string& text);
 // The notice helpers of this test's session, without ended ones that nobody has reaped.
 std::vector<pid_t> NoticeHelpers();
 
-size_t ThreadsOfThisProcess();
+// Declared first in a test, it waits at its end for the last helper and the thread that listened to
+// it, and counts descriptors as OpenDescriptorCheck does.
+class NoHelpersLeft {
+ public:
+  NoHelpersLeft();
+  ~NoHelpersLeft();
+
+ private:
+  const OpenDescriptorCheck noLeaks;
+  const size_t threads;
+};
