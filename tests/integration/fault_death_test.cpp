@@ -23,17 +23,24 @@ namespace {
 using ServerStop = FaultTest;
 
 constexpr int kClients = 50;
+// Told at once is meant, within some ten milliseconds; a busy machine may take its time, but nobody
+// is told because he looks again after a second or two.
+constexpr int64_t kMostUntilTold = kHostSecond;
 
-TEST(ServerDeath, EveryWaitingClientIsTold) {
+TEST(ServerDeath, EveryWaitingClientIsToldAtOnce) {
   OpenDescriptorCheck noLeaks;
   for (int round = 0; round < TestScale(); round++) {
     TestProcess server("FaultServer");
     ASSERT_TRUE(server.WaitReady(20s));
     TestProcesses clients = StartProcesses(kClients, "Waiter", server.PortName());
     for (int i = 0; i < kClients; i++) ASSERT_EQ("held", server.Hear(20s));
+    const int64_t killed = HostNow();
     ASSERT_TRUE(server.KillAndWait(20s));
     for (auto& client : clients) {
       EXPECT_EQ(std::to_string(connectionInvalid), client->Hear(20s));
+    }
+    EXPECT_LT(HostNow() - killed, kMostUntilTold);
+    for (auto& client : clients) {
       EXPECT_EQ(std::to_string(connectionInvalid), client->Hear(20s));
       EXPECT_EQ(std::to_string(BOOTSTRAP_UNKNOWN_SERVICE), client->Hear(20s));
     }
@@ -58,7 +65,8 @@ TEST_ROLE(Patient) {
 
   if (role.Hear(60s) != "stopped") return kRoleFailed;
   const FaultAnswer late = AskPort(port, kMarkID, ++number, "", ticks);
-  if (late.status != errAETimeout || late.elapsed < ticks * kHostSecond / 60) return kRoleFailed;
+  const int64_t over = late.elapsed - ticks * kHostSecond / 60;
+  if (late.status != errAETimeout || over < 0 || over > kHostSecond) return kRoleFailed;
   // There is room for one more.
   if (SendOneWay(port, kMarkID, ++number, ticks) != 0) return kRoleFailed;
   role.Tell("its time is out");

@@ -136,6 +136,10 @@ TEST(CrossingRequests, EndInOneTimeOut) {
   TestProcess b("CrossingServer", nameB.c_str(), {nameA, "1200"});
   ASSERT_TRUE(a.WaitReady(20s));
   ASSERT_TRUE(b.WaitReady(20s));
+  // Each keeps one connection to the other, and is the other's.
+  ProcessUse linkedA = UseOf(a.Pid()), linkedB = UseOf(b.Pid());
+  linkedA.descriptors += 2;
+  linkedB.descriptors += 2;
   for (int round = 0; round < 3; round++) {
     FaultAnswer ofA, ofB;
     std::thread askA([&] { ofA = AskServer(nameA.c_str(), CrossingListener::kCrossID); });
@@ -154,6 +158,13 @@ TEST(CrossingRequests, EndInOneTimeOut) {
       EXPECT_EQ(8, AskServer(nameA.c_str(), kEchoID, 8).number);
       EXPECT_EQ(9, AskServer(nameB.c_str(), kEchoID, 9).number);
     });
+    if (round == 1) {
+      // From the second look-up on each keeps the file of the other's name.
+      linkedA.descriptors++;
+      linkedB.descriptors++;
+    }
+    ExpectBackAt(linkedA, a.Pid());
+    ExpectBackAt(linkedB, b.Pid());
   }
 }
 
