@@ -60,6 +60,17 @@ TEST(RunLoop, NullAndForeignObjectsAreNeutral) {
   EXPECT_EQ(kCFRunLoopRunFinished, CFRunLoopRunInMode(nullptr, kLong, false));
 }
 
+TEST(RunLoop, StopBeforeTheRunIsKept) {
+  Action action;
+  action.Add();
+  action.Signal();
+  CFRunLoopStop(Current());
+  EXPECT_EQ(kCFRunLoopRunStopped, CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, false));
+  EXPECT_EQ(0, action.performed);
+  EXPECT_EQ(kCFRunLoopRunTimedOut, CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false));
+  EXPECT_EQ(1, action.performed);
+}
+
 TEST(RunLoop, SourcesFireByOrderOncePerPass) {
   std::string log;
   Action last([&] { log += "3"; }, 3), first([&] { log += "1"; }, 1),
