@@ -6,7 +6,6 @@
 
 #include "aeport/event.h"
 #include "aeport/port_listener.h"
-#include "clients/session_monitor.h"
 #include "launch/launch_spec.h"
 #include "tools/outcome.h"
 #include "tools/verbs.h"
@@ -18,15 +17,14 @@ using Clock = std::chrono::steady_clock;
 constexpr int kDefaultTicks = 10 * 60;
 constexpr int kTicksPerSecond = 60;
 
-// Sends the quit event. An owner that ends before it has answered has done what it was asked.
+// Sends the quit event. The session daemon is told, as its clients tell it (SMQuitDaemon has a time
+// of its own); others may refuse, and are waited for. An owner that ends before it has answered has
+// done what it was asked.
 OSStatus SendQuit(const std::string& name, int timeoutTicks) {
-  if (name == gSessionMonitorLaunchSpec.portName) {
-    SMSetSendEventTimeout(static_cast<UInt32>(timeoutTicks));
-    return SMQuitDaemon();
-  }
+  const bool isOurs = name == gSessionMonitorLaunchSpec.portName;
   VLTPortDestinationAddress address(name.c_str());
-  VLTPortAppleEvent event(kCoreEventClass, kAEQuitApplication, kAEWaitReply, &address,
-                          kAutoGenerateReturnID, kAnyTransactionID);
+  VLTPortAppleEvent event(kCoreEventClass, kAEQuitApplication, isOurs ? kAENoReply : kAEWaitReply,
+                          &address, kAutoGenerateReturnID, kAnyTransactionID);
   OSStatus err = address.initialize();
   if (err == 0) err = event.createEvent();
   if (err == 0) err = event.sendEvent(0, timeoutTicks, kAENormalPriority);
