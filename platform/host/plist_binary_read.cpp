@@ -1,7 +1,9 @@
 #include <bit>
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -207,12 +209,15 @@ const HostCFObject* BinaryReader::MakeInteger(const Head& head, size_t size) {
   return Fail(head.at, "this integer does not fit into 64 bits"), nullptr;
 }
 
+// Not every processor keeps the bits of a NaN that it widens: a short one is the usual one.
 const HostCFObject* BinaryReader::MakeReal(const Head& head, size_t size) {
   const UInt8* const content = bytes + head.content;
-  return HostCFNumber::CreateFloat64(
-      size == 4 ? static_cast<double>(std::bit_cast<float>(HostLoadBig32(content)))
-                : std::bit_cast<double>(HostLoadBig64(content)),
-      builder.Pool());
+  double real = std::bit_cast<double>(HostLoadBig64(content));
+  if (size == 4) {
+    const auto shorter = std::bit_cast<float>(HostLoadBig32(content));
+    real = std::isnan(shorter) ? std::numeric_limits<double>::quiet_NaN() : double{shorter};
+  }
+  return HostCFNumber::CreateFloat64(real, builder.Pool());
 }
 
 const HostCFObject* BinaryReader::MakeDate(const Head& head) {
