@@ -59,14 +59,14 @@ void PutTwoDigits(char* out, int value) {
 // Whole numbers and those with halves, quarters or eighths, which most settings are: their digits
 // are few and exact. Null for all others.
 char* PutFewDigits(double value, char* out) {
-  constexpr double kLimit = 1e13;  // three digits more and it would have to be rounded
+  constexpr double kLimit = 1e13;  // with three digits more: no more than 17, which are all put
   if (value == 0 || !(std::fabs(value) < kLimit)) return nullptr;  // -0 has its sign
   const auto eighths = static_cast<SInt64>(value * 8);
   if (static_cast<double>(eighths) != value * 8) return nullptr;
   constexpr std::string_view kParts[] = {"", ".125", ".25", ".375", ".5", ".625", ".75", ".875"};
   const auto magnitude = static_cast<UInt64>(eighths < 0 ? -eighths : eighths);
   if (eighths < 0) *out++ = '-';
-  out = std::to_chars(out, out + kHostPlistRealRoom, magnitude / 8).ptr;
+  out = std::to_chars(out, out + 20, magnitude / 8).ptr;
   const std::string_view part = kParts[magnitude % 8];
   return std::copy(part.begin(), part.end(), out);
 }

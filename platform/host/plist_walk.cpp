@@ -67,8 +67,9 @@ UInt64 PrefixOf(HostTextView text, size_t from, bool anyWide) {
 
 }  // namespace
 
-// Puts pairs into the order of their keys. Strings lie all over the memory: they are compared by
-// eight units of each, fetched once, and where these are the same, by the next eight.
+// Puts pairs into the order of their keys. Strings lie all over the memory: they are compared by a
+// word of each, fetched once, and where these are the same, by the next word; few are then compared
+// whole.
 struct HostPlistWalk::KeyOrder {
   SortedPair* first;
   SortedPair* last;
@@ -97,7 +98,7 @@ struct HostPlistWalk::KeyOrder {
     return Compare(KeyOf(a.pair)->Text(), KeyOf(b.pair)->Text()) < 0;
   }
   // The place of each pair is the number of those before it: counted without a branch, which no
-  // processor could predict. Equal prefixes are rare; each pair is then moved to its place.
+  // processor could predict. Where prefixes are equal, each pair is moved to its place.
   void SortFew() const {
     const size_t count = static_cast<size_t>(last - first);
     UInt64 prefixes[kFew];

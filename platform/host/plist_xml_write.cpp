@@ -273,17 +273,13 @@ void XMLWriter::PutContainer(const HostPlistWalk& walk) {
   const auto* container = static_cast<const HostContainer*>(walk.Object());
   const bool isArray = container->TypeID() == kHostTypeArray;
   const bool isEmpty = container->ItemCount() == 0;
+  const size_t level = walk.Level();
   if (walk.Current() == HostPlistWalk::Step::kClose) {
     if (isEmpty) return;
-    if (isArray)
-      PutTag(walk.Level(), "</array>\n");
-    else
-      PutTag(walk.Level(), "</dict>\n");
-  } else if (isArray) {
-    isEmpty ? PutTag(walk.Level(), "<array/>\n") : PutTag(walk.Level(), "<array>\n");
-  } else {
-    isEmpty ? PutTag(walk.Level(), "<dict/>\n") : PutTag(walk.Level(), "<dict>\n");
+    return isArray ? PutTag(level, "</array>\n") : PutTag(level, "</dict>\n");
   }
+  if (isEmpty) return isArray ? PutTag(level, "<array/>\n") : PutTag(level, "<dict/>\n");
+  return isArray ? PutTag(level, "<array>\n") : PutTag(level, "<dict>\n");
 }
 
 bool XMLWriter::Write(CFPropertyListRef list, HostPropertyListError* error) {

@@ -40,7 +40,7 @@ TEST(PlistXML, AcceptsAndWritesInOneForm) {
       {"<real>+1.5e+3</real>", "<real>1500</real>"},
       {"<real>-.625</real>", "<real>-0.625</real>"},
       {"<real>9999999999999.875</real>", "<real>9999999999999.875</real>"},
-      {"<real>1000000000000000.125</real>", "<real>1000000000000000.1</real>"},
+      {"<real>999999999999999.875</real>", "<real>999999999999999.88</real>"},
       {"<real>0.0625</real>", "<real>0.0625</real>"},
       {"<real>5e-324</real>", "<real>4.9406564584124654e-324</real>"},
       {"<real>-1e-400</real>", "<real>-0</real>"},
@@ -246,15 +246,32 @@ TEST(PlistXML, EscapesAtEveryPlace) {
   }
 }
 
+// So many of each kind that they meet the end of the writer's buffer, with the longest of each.
+TEST(PlistXML, WritesEveryKindAcrossTheEndOfItsBuffer) {
+  const std::string kinds[] = {
+      "<true/>",
+      "<integer>-9223372036854775808</integer>",
+      "<real>-1.7976931348623157e+308</real>",
+      "<date>2005-03-01T12:34:56Z</date>",
+      "<data>" + Repeat("AAAA", 12000) + "</data>",
+      "<string>" + Repeat("&amp;", 1024) + "</string>",
+      "<string>" + Repeat("&amp;", 1025) + "</string>",
+      "<dict><key>" + Repeat("\xE2\x82\xAC", 1024) + "</key><array/></dict>",
+  };
+  for (const std::string& kind : kinds) {
+    const std::string body = "<array>" + Repeat(kind, 100000 / kind.size()) + "</array>";
+    EXPECT_EQ(body, BodyOf(ReadList(body).Get()));
+  }
+}
+
 TEST(PlistXML, SortsFewAndManyKeysAlike) {
   for (const size_t count : {2, 8, 9, 200}) {
     for (const std::string prefix : {"", "common.prefix.of.all."}) {
       for (const std::string last : {"z", "\xE4\xB8\xAD"}) {
         std::set<std::string> keys = {prefix + last};
-        for (size_t i = 1; i < count; ++i) {
-          const size_t mixed = i * 37 % count;
-          keys.insert(prefix + std::string(mixed % 4, 'k') + std::to_string(mixed / 3 * 10000019));
-          keys.insert(prefix + std::string(mixed % 20, 'k'));
+        for (size_t i = 1; keys.size() < count; ++i) {
+          const std::string start(i * 37 % 20, 'k');
+          keys.insert(prefix + start + (i % 2 != 0 ? std::to_string(i / 3 * 10000019) : ""));
         }
         std::string sorted, turned;
         for (const std::string& key : keys) {
