@@ -1,12 +1,14 @@
 #include "tests/support/open_descriptor_check.h"
 
+#include <dirent.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <sys/wait.h>
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <servers/bootstrap.h>
 
-#include <filesystem>
+#include <cstdlib>
 
 namespace {
 
@@ -46,12 +48,16 @@ std::string Listed(const std::map<int, std::string>& descriptors) {
 
 std::map<int, std::string> OpenDescriptors() {
   std::map<int, std::string> open;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    std::error_code gone;
-    const std::string target = std::filesystem::read_symlink(entry.path(), gone);
-    const bool isOfThisLoop = target.ends_with("/fd");
-    if (!isOfThisLoop) open[std::stoi(entry.path().filename())] = target;
+  DIR* folder = opendir("/proc/self/fd");
+  if (folder == nullptr) return open;
+  while (const dirent* entry = readdir(folder)) {
+    const int number = std::atoi(entry->d_name);
+    if (entry->d_name[0] == '.' || number == dirfd(folder)) continue;
+    char target[PATH_MAX];
+    const ssize_t length = readlinkat(dirfd(folder), entry->d_name, target, sizeof target);
+    open[number] = std::string(target, length > 0 ? length : 0);
   }
+  closedir(folder);
   return open;
 }
 
