@@ -147,6 +147,9 @@ std::vector<Row> Requests() {
       {"DMSetDevicAttribute",
        [] { return Said(DMSetDeviceAttribute(-7, "", kWeird, "\x00\xFF", 2)); },
        "CmoN StAt wait DvI#:long=-7|PKey:text=|PVal:'ABCD'=00ff", "", "0"},
+      {"DMSetDevicAttribute",
+       [] { return Said(DMSetDeviceAttribute(7, "k", typeChar, nullptr, 0)); },
+       "CmoN StAt wait DvI#:long=7|PKey:text=k|PVal:text=", "", "0"},
       {"DMGetDevicePreference", [] { return IntoBuffer(kGetPreference, typeChar, 64, true, true); },
        "CmoN GtPf wait DvI#:long=7|PKey:text=gain", "PVal:text=loud", "0 loud-- 4 TEXT"},
       {"DMGetDeviceAttribute", [] { return IntoBuffer(kGetAttribute, typeChar, 64, false, false); },
@@ -199,15 +202,24 @@ TEST(DeviceRequests, WrongAnswersAreErrorsAndLoseNothing) {
       "CmoN UnID wait SPrd:short=-2|SVnd:short=4660|SLoc:long=21102592|SBus:text=USB";
   constexpr char kPreference[] = "CmoN GtPf wait DvI#:long=7|PKey:text=gain";
   constexpr char kAttribute[] = "CmoN GtAt wait DvI#:long=7|PKey:text=gain";
+  constexpr char kStatus[] =
+      "CmoN RegN wait PKey:text=|PS#n:'psn '=0000000000000000|NMsk:long=4096";
   const auto get = [](OSType type, SInt32 size, bool wantsSize, bool wantsType) {
     return [=] { return IntoBuffer(kGetPreference, type, size, wantsSize, wantsType); };
   };
+  const auto getStatus = [] {
+    return StatusList([](AEDescList* list) { return DMGetDeviceStatus(0, list); });
+  };
   const Row rows[] = {
       {"no ids", [] { return GetIDs(4); }, kIDs, "", "-1701 -1 -1 -1 -1 -1"},
+      {"an empty list", [] { return GetIDs(4); }, kIDs, "DvIs:'long'=", "0 0 -1 -1 -1 -1"},
       {"more than there is room for", [] { return GetIDs(2); }, kIDs, "DvIs:long=1,2,3",
        "-50 -1 -1 -1 -1 -1"},
       {"ids of another type", [] { return GetIDs(4); }, kIDs, "DvIs:short=5", "0 1 5 -1 -1 -1"},
+      {"ids that are none", [] { return GetIDs(4); }, kIDs, "DvIs:text=many",
+       "-1700 -1 -1 -1 -1 -1"},
       {"no id", GetIDOnUSB, kUSB, "DvIs:long=1", "-1701 -1"},
+      {"an id that is none", GetIDOnUSB, kUSB, "DvI#:text=x", "-1700 -1"},
       {"an id of the peer's making", GetIDOnUSB, kUSB, "=-31999", "-31999 -1"},
       {"no value", get(typeChar, 64, false, false), kPreference, "", "-1701 ------ -1 null"},
       {"no value, outputs wanted", get(typeChar, 64, true, true), kPreference, "",
@@ -216,10 +228,14 @@ TEST(DeviceRequests, WrongAnswersAreErrorsAndLoseNothing) {
        "-1741 lo---- -1 null"},
       {"a cut that is asked for", get(typeChar, 2, true, true), kPreference, "PVal:text=loud",
        "0 lo---- 4 TEXT"},
+      {"only the size", get(typeChar, 0, true, true), kPreference, "PVal:text=loud",
+       "0 ------ 4 TEXT"},
       {"another type", get(typeSInt32, 4, true, false), kPreference, "PVal:short=-5",
        "-1700 -5 4 null"},
       {"another type, asked for", get(typeSInt32, 4, true, true), kPreference, "PVal:short=-5",
        "0 -5 4 shor"},
+      {"whatever it is", get(typeWildCard, 64, true, true), kPreference, "PVal:'ABCD'=414243",
+       "0 ABC--- 3 ABCD"},
       {"no coercion", get(typeSInt32, 4, true, true), kPreference, "PVal:'ABCD'=00",
        "-1700 757935405 0 long"},
       {"no room at all", get(typeChar, -1, true, true), kPreference, "PVal:text=loud",
@@ -228,6 +244,7 @@ TEST(DeviceRequests, WrongAnswersAreErrorsAndLoseNothing) {
        kPreference, "PVal:short=-5", "-1700 -5 null"},
       {"no value, handle", [] { return IntoHandle(kFillAttribute, typeChar); }, kAttribute, "",
        "-1701 0  null"},
+      {"no status list", getStatus, kStatus, "", "-1701 null"},
   };
   OpenDescriptorCheck noLeaks;
   RecordingPeer peer(kPort);
@@ -279,6 +296,43 @@ TEST(DeviceRequests, WithoutADaemonFailUnderTheirNames) {
   EXPECT_EQ(paramErr, DMGetDeviceStatus(0, nullptr));
   EXPECT_EQ(Logged("DMGetDeviceStatus", paramErr, "ffffffce"), TestLogText());
   EXPECT_EQ(0, DMSetDeviceMonitorPortName(kPort));
+}
+
+TEST(DeviceRequests, ADaemonThatEndsIsToldAtOnce) {
+  OpenClient client(GetDMClient());
+  client.SetReporting(false, true);
+  const struct {
+    const char* when;
+    std::function<OSStatus(RecordingPeer&)> call;
+  } rows[] = {
+      {"while we wait",
+       [](RecordingPeer& peer) {
+         SInt32 count = 0;
+         peer.Answer("die");
+         return DMGetDeviceIDs(nullptr, 0, &count);
+       }},
+      {"between making and sending",
+       [](RecordingPeer& peer) {
+         VLTPortDestinationAddress address;
+         VLTPortAppleEvent event(FourCC('C', 'm', 'o', 'N'), FourCC('G', 't', 'I', 's'),
+                                 kAEWaitReply, nullptr, kAutoGenerateReturnID, 0);
+         EXPECT_EQ(0, GetDMClient().ConstructEvent(address, event, true));
+         peer.Kill();
+         const OSStatus err = GetDMClient().SendEvent(event, 0, 5, 0);
+         GetDMClient().HandleResult(err, &event, "DMGetDeviceIDs", nullptr);
+         return err;
+       }},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.when);
+    GetDMClient().ResetSendFailures();
+    ClearTestLog();
+    OpenDescriptorCheck noLeaks;
+    RecordingPeer peer(kPort);
+    ASSERT_TRUE(peer.WaitReady());
+    RunOnThread([&] { EXPECT_EQ(connectionInvalid, row.call(peer)); });
+    EXPECT_EQ(Logged("DMGetDeviceIDs", connectionInvalid, "fffffd9f"), TestLogText());
+  }
 }
 
 // Each attempt waits a tenth of a second here, and each that times out is followed by one second,

@@ -4,6 +4,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <CoreServices/CoreServices.h>
 
+#include <string>
 #include <vector>
 
 #include "aeport/port_listener.h"
@@ -40,6 +41,22 @@ TEST_F(Delivery, OneWayEventsArriveInOrderAlsoOfAThreadThatHasEnded) {
     EXPECT_TRUE(WaitUntil([&] { return MarksAt(server).size() >= sent.size(); }, 20s));
     EXPECT_EQ(sent, MarksAt(server));
   });
+}
+
+TEST_ROLE(Asker) {
+  const std::string data = PatternBytes(8 << 20);
+  role.SignalReady();
+  AskServer(role.PortName(), kEchoID, 0, data);
+  return kRoleDone;
+}
+
+TEST_F(Delivery, AClientThatVanishesDisturbsNobody) {
+  for (SInt32 round = 0; round < 5; ++round) {
+    TestProcess client("Asker", server.PortName(), {});
+    EXPECT_TRUE(client.WaitReady(20s));
+    client.KillAndWait(20s);  // in the middle of its 8 MiB, or of the answer
+    RunOnThread([&] { EXPECT_EQ(round, AskServer(server.PortName(), kEchoID, round).number); });
+  }
 }
 
 TEST_ROLE(Thrower) {

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <CoreServices/CoreServices.h>
@@ -140,7 +141,17 @@ TEST_F(HostilePeers, SpoilOnlyWhatFollows) {
   PassOneOfAPipe(peer, RawFrame(RawRequest(2), kEchoID, 2));
 }
 
+size_t DefaultSendBuffer() {
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  int size = 0;
+  socklen_t length = sizeof size;
+  getsockopt(fd, SOL_SOCKET, SO_SNDBUF, &size, &length);
+  close(fd);
+  return static_cast<size_t>(size);
+}
+
 TEST_F(FrameSizes, TravelByteExactOrAreRefused) {
+  const size_t buffer = DefaultSendBuffer();
   // Data that makes a frame of exactly the limit.
   const size_t largest = kHostFrameLimit - RawFrame(RawRequest(1), kEchoID, 1).size();
   const struct {
@@ -148,7 +159,11 @@ TEST_F(FrameSizes, TravelByteExactOrAreRefused) {
     OSStatus err;
   } rows[] = {
       {0, 0},
-      {1 << 20, 0},  // more than a socket holds
+      {1, 0},
+      {4097, 0},
+      {buffer - 1, 0},
+      {buffer + 1, 0},
+      {2 * buffer + 1, 0},
       {largest + 1, memFullErr},
       {largest - 1, 0},  // the connection goes on
       {largest, 0},
