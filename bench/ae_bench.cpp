@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/host/ae_codec.h"
-#include "platform/host/ae_event.h"
+#include "platform/host/events/codec.h"
+#include "platform/host/events/event.h"
 
 // What a request and its reply cost apart from the kernel: building, flattening, decoding and
 // reading, in one thread.

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <utility>
 
-#include "platform/host/clock.h"
+#include "platform/host/base/clock.h"
 
 namespace {
 
@@ -41,8 +41,8 @@ bool IpcDBusDaemon::IsInstalled() { return access(kProgram, X_OK) == 0; }
 
 bool IpcDBusDaemon::WriteConfiguration() const {
   std::string text = kConfiguration;
-  for (const auto& [mark, value] : {std::pair<std::string, std::string>{"%ADDRESS%", Address()},
-                                    {"%FOLDER%", folder}}) {
+  for (const auto& [mark, value] :
+       {std::pair<std::string, std::string>{"%ADDRESS%", Address()}, {"%FOLDER%", folder}}) {
     text.replace(text.find(mark), mark.size(), value);
   }
   std::ofstream file(ConfigurationPath());

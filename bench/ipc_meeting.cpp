@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/host/clock.h"
+#include "platform/host/base/clock.h"
 
 namespace {
 

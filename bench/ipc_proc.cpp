@@ -7,7 +7,7 @@
 #include <iterator>
 #include <string>
 
-#include "platform/host/clock.h"
+#include "platform/host/base/clock.h"
 
 namespace {
 

@@ -16,7 +16,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "platform/host/clock.h"
+#include "platform/host/base/clock.h"
 
 namespace {
 

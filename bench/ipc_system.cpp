@@ -12,8 +12,8 @@
 #include "bench/ipc_dbus_daemon.h"
 #include "bench/ipc_proc.h"
 #include "daemon/event_service.h"
-#include "platform/host/clock.h"
-#include "platform/host/introspect.h"
+#include "platform/host/base/clock.h"
+#include "platform/host/session/introspect.h"
 
 namespace {
 

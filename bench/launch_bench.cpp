@@ -20,7 +20,7 @@
 #include "bench/ipc_report.h"
 #include "bench/session_folder.h"
 #include "launch/launch.h"
-#include "platform/host/clock.h"
+#include "platform/host/base/clock.h"
 
 // From asking a service that is not running to its first reply: the session daemon, found by its
 // bundle identifier and started by the launcher, beside a service that a message bus starts when

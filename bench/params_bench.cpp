@@ -13,7 +13,7 @@
 
 #include "aeport/params.h"
 #include "bench/ipc_report.h"
-#include "platform/host/ae_codec.h"
+#include "platform/host/events/codec.h"
 
 // What ten scalar parameters cost, in one thread, beside the same ten values in a message of
 // sd-bus. The rows take turns within each round; the time is the processor's.

@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "bench/ipc_report.h"
-#include "platform/host/plist_codec.h"
+#include "platform/host/plist/codec.h"
 
 #ifdef VLT_HAS_EXPAT
 #include <expat.h>

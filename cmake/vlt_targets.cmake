@@ -33,6 +33,28 @@ function(vlt_add_library name)
   target_link_libraries(${name} PUBLIC ${arg_LIBS} PRIVATE vlt_warnings)
 endfunction()
 
+# vlt_host_room(NAME SOURCES ... [USES rooms ...])
+# One room of platform/host: the static library vlt_host_NAME, linked against the rooms that it
+# names. With tests, a program also takes the whole of it together with those rooms alone, so that a
+# call upward, even one through a documented name, does not link.
+function(vlt_host_room name)
+  cmake_parse_arguments(arg "" "" "SOURCES;USES" ${ARGN})
+  set(room vlt_host_${name})
+  list(TRANSFORM arg_USES PREPEND vlt_host_ OUTPUT_VARIABLE used)
+  vlt_add_library(${room} SOURCES ${arg_SOURCES} LIBS ${used} vlt_platform_interfaces)
+  if(VLT_BUILD_TESTS)
+    set(entry ${PROJECT_BINARY_DIR}/room_links.cpp)
+    if(NOT EXISTS ${entry})
+      file(WRITE ${entry} "int main() { return 0; }\n")
+    endif()
+    add_executable(${room}_links ${entry})
+    target_link_libraries(${room}_links PRIVATE
+      -Wl,--whole-archive $<TARGET_FILE:${room}> -Wl,--no-whole-archive ${used}
+      vlt_platform_interfaces)
+    add_dependencies(${room}_links ${room})
+  endif()
+endfunction()
+
 # vlt_add_program(NAME SOURCES ... [LIBS ...] [INSTALL_TO folder])
 function(vlt_add_program name)
   cmake_parse_arguments(arg "" "INSTALL_TO" "SOURCES;LIBS" ${ARGN})

@@ -5,7 +5,7 @@
 #include <iterator>
 #include <string>
 
-#include "platform/host/ae_storage.h"
+#include "platform/host/events/storage.h"
 
 // Coerces any bytes, called any type, to every type. The first byte chooses the type.
 

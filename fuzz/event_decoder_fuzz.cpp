@@ -6,8 +6,8 @@
 #include <string>
 #include <utility>
 
-#include "platform/host/ae_codec.h"
-#include "platform/host/ae_storage.h"
+#include "platform/host/events/codec.h"
+#include "platform/host/events/storage.h"
 
 // Decodes, prints, flattens and decodes again: what was accepted once must come out the same from
 // then on, and nothing may be left behind.

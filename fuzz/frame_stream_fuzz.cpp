@@ -1,16 +1,16 @@
 #include <CoreServices/CoreServices.h>
 
+#include <sys/socket.h>
+#include <unistd.h>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 
-#include "platform/host/ae_codec.h"
-#include "platform/host/ae_storage.h"
-#include "platform/host/frame_stream.h"
+#include "platform/host/events/codec.h"
+#include "platform/host/events/storage.h"
+#include "platform/host/wire/frame_stream.h"
 
 // What a connection may deliver: the first byte of the input says in what portions, the rest is the
 // stream. It goes through a socket into the reader, and each frame's body into the decoder. No

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "platform/host/plist_codec.h"
+#include "platform/host/plist/codec.h"
 
 // What the fuzz targets of the property-list readers have in common: what was accepted once must
 // survive both written forms, and be the same list from then on.

@@ -5,6 +5,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 // Every include of the tree against the picture of which folder may use which: root-relative
@@ -14,6 +15,37 @@
 namespace {
 
 using Folders = std::set<std::string>;
+
+const std::string kHost = "platform/host/";
+
+// The rooms of the host layer, bottom first, each with the rooms that it may use. These must stand
+// above it here: EachRoomUsesOnlyRoomsAboveIt looks.
+const std::vector<std::pair<std::string, Folders>>& RoomsOfTheHost() {
+  static const std::vector<std::pair<std::string, Folders>> rooms = {
+      {"base", {}},
+      {"services", {"base"}},
+      {"processes", {"base"}},
+      {"objects", {"base"}},
+      {"plist", {"base", "objects"}},
+      {"wire", {"base"}},
+      {"events", {"base", "services", "wire"}},
+      {"session", {"base", "services", "processes"}},
+      {"ports", {"base", "processes", "wire", "events", "session"}},
+      {"loop", {"base", "processes", "objects", "events", "session", "ports"}},
+      {"tasks", {"base"}},
+      {"files", {"base", "services", "objects"}},
+      {"applications", {"base", "services", "processes", "objects", "plist", "session", "files"}},
+      {"preferences", {"base", "services", "processes", "objects", "plist", "applications"}},
+      {"notices", {"base", "services", "processes", "objects", "loop"}},
+  };
+  return rooms;
+}
+
+Folders InHost(const Folders& rooms) {
+  Folders folders;
+  for (const std::string& room : rooms) folders.insert(kHost + room);
+  return folders;
+}
 
 // What a folder may include besides itself. Folders that are not listed may include nothing.
 const std::map<std::string, Folders>& AllowedIncludes() {
@@ -28,16 +60,19 @@ const std::map<std::string, Folders>& AllowedIncludes() {
         {"daemon", {"clients", "launch", "aeport", "plist", "util"}},
         {"tools", {"clients", "launch", "aeport", "plist", "util"}},
         {"examples", {"clients", "launch", "aeport", "plist", "util"}},
-        {"platform/host", {"platform/notify"}},
         {"platform/include", {}},
         {"platform/notify", {}},
     };
     // What tries and measures the rest may use it all.
-    for (const char* folder : {"tests", "bench", "fuzz"}) {
-      rows[folder] = {"util",   "plist",         "threads",         "aeport",
-                      "launch", "clients",       "daemon",          "examples",
-                      "tools",  "platform/host", "platform/notify", "tests"};
+    Folders everything = {"util",   "plist",    "threads", "aeport",          "launch", "clients",
+                          "daemon", "examples", "tools",   "platform/notify", "tests"};
+    for (const auto& [room, uses] : RoomsOfTheHost()) {
+      rows[kHost + room] = InHost(uses);
+      everything.insert(kHost + room);
     }
+    // The notice helper shares a protocol with the room that starts it.
+    rows[kHost + "notices"].insert("platform/notify");
+    for (const char* folder : {"tests", "bench", "fuzz"}) rows[folder] = everything;
     return rows;
   }();
   return allowed;
@@ -46,9 +81,10 @@ const std::map<std::string, Folders>& AllowedIncludes() {
 const Folders kUpperFolders = {"daemon", "examples", "clients", "launch",
                                "aeport", "plist",    "threads", "util"};
 
-// The one private header that shows what no documented interface tells, and who may look.
-constexpr char kIntrospection[] = "platform/host/introspect.h";
-const Folders kMayIntrospect = {"tools", "bench", "tests", "platform/host"};
+// The private headers that show what no documented interface tells, one a room, and who above the
+// host layer may look.
+constexpr char kIntrospection[] = "/introspect.h";
+const Folders kMayIntrospect = {"tools", "bench", "tests"};
 
 // Documented interfaces that the upper folders may name, each folder by its umbrella.
 const Folders kPlatformHeaders = {"CoreFoundation/CoreFoundation.h",
@@ -69,7 +105,9 @@ std::string FolderOf(const std::string& path) {
   if (first == std::string::npos) return "";
   const std::string top = path.substr(0, first);
   if (top != "platform") return top;
-  return path.substr(0, path.find('/', first + 1));
+  const size_t second = path.find('/', first + 1);
+  if (!path.starts_with(kHost)) return path.substr(0, second);
+  return path.substr(0, path.find('/', second + 1));  // of a room
 }
 
 // What is wrong with a line of a file of `folder`, or "".
@@ -92,8 +130,11 @@ std::string Complaint(const std::string& folder, const std::string& line) {
   const std::string name = rest.substr(open + 1, close - open - 1);
 
   if (rest[open] == '"') {
-    if (name == kIntrospection && kMayIntrospect.contains(folder)) return "";
     const std::string target = FolderOf(name);
+    if (name == target + kIntrospection && target.starts_with(kHost) &&
+        kMayIntrospect.contains(folder)) {
+      return "";
+    }
     const auto allowed = AllowedIncludes().find(folder);
     if (allowed == AllowedIncludes().end()) return "a folder that the picture does not have";
     if (target == folder || allowed->second.contains(target)) return "";
@@ -115,11 +156,17 @@ TEST(Layering, TheRulesNoticeWhatTheyForbid) {
       {"aeport", "#include \"plist/dictionary.h\"", false},
       {"util", "#include \"aeport/event.h\"", false},
       {"daemon", "#include \"aeport/event.h\"", true},
-      {"daemon", "#include \"platform/host/introspect.h\"", false},
-      {"tools", "#include \"platform/host/frame.h\"", false},
-      {"examples", "#include \"platform/host/introspect.h\"", false},
-      {"platform/host", "#include \"util/strings.h\"", false},
-      {"platform/include", "#include \"platform/host/frame.h\"", false},
+      {"daemon", "#include \"platform/host/ports/introspect.h\"", false},
+      {"tools", "#include \"platform/host/ports/introspect.h\"", true},
+      {"tools", "#include \"platform/host/wire/frame.h\"", false},
+      {"examples", "#include \"platform/host/ports/introspect.h\"", false},
+      {"platform/host/ports", "#include \"platform/host/wire/frame.h\"", true},
+      {"platform/host/ports", "#include \"platform/host/session/introspect.h\"", true},
+      {"platform/host/wire", "#include \"platform/host/ports/introspect.h\"", false},
+      {"platform/host/wire", "#include \"platform/host/events/codec.h\"", false},
+      {"platform/host/base", "#include \"util/strings.h\"", false},
+      {"platform/host", "#include \"platform/host/base/clock.h\"", false},
+      {"platform/include", "#include \"platform/host/wire/frame.h\"", false},
       {"threads", "#include \"event.h\"", false},
       {"aeport", "  #  include <sys/epoll.h>", false},
       {"aeport", "#include <linux/limits.h>", false},
@@ -127,13 +174,23 @@ TEST(Layering, TheRulesNoticeWhatTheyForbid) {
       {"aeport", "#include <CoreServices/AEMach.h>", false},
       {"aeport", "#include <cstring>", true},
       {"util", "#ifdef __linux__", false},
-      {"platform/host", "#ifdef __linux__", true},
+      {"platform/host/base", "#ifdef __linux__", true},
       {"elsewhere", "#include \"util/strings.h\"", false},
       {"util", "int x;  // #include \"aeport/event.h\"", true},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(row.isFine, Complaint(row.folder, row.line).empty())
         << row.folder << ": " << row.line;
+  }
+}
+
+TEST(Layering, EachRoomUsesOnlyRoomsAboveIt) {
+  Folders above;
+  for (const auto& [room, uses] : RoomsOfTheHost()) {
+    for (const std::string& used : uses) {
+      EXPECT_TRUE(above.contains(used)) << room << " may use " << used;
+    }
+    above.insert(room);
   }
 }
 
@@ -165,8 +222,8 @@ TEST(Layering, EveryIncludePointsDownThePicture) {
       EXPECT_EQ("", complaint) << relative << ":" << number << ": " << line;
     }
   }
-  for (const char* folder :
-       {"util", "aeport", "clients", "daemon", "examples", "platform/host", "platform/include"}) {
+  for (const char* folder : {"util", "aeport", "clients", "daemon", "examples",
+                             "platform/host/base", "platform/host/notices", "platform/include"}) {
     EXPECT_TRUE(seen.contains(folder)) << folder << " was not looked at";
   }
 }

@@ -2,7 +2,8 @@
 #include <exception>
 #include <new>
 
-#include "tools/verbs.h"
+#include "tools/tool.h"
+#include "tools/verbs/verb.h"
 
 // vltctl, the command-line face of the library.
 

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "tools/port_text.h"
+#include "tools/values/port_text.h"
 
 void PrintTable(const std::vector<TableRow>& rows) {
   std::vector<size_t> widths;

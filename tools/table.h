@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/json_value.h"
+#include "tools/values/json_value.h"
 
 // A table for people: a line for each row, columns as wide as their widest cell, two blanks between
 // them. All rows have the same number of cells. To standard output, one thread.

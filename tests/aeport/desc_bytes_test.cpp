@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "tests/platform/ae_support.h"
+#include "tests/platform/events/support.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <servers/bootstrap.h>
 
 #include "tests/aeport/serving.h"
-#include "tests/platform/ae_support.h"
+#include "tests/platform/events/support.h"
 #include "tests/support/open_descriptor_check.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "tests/platform/ae_support.h"
+#include "tests/platform/events/support.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/platform/ae_support.h"
+#include "tests/platform/events/support.h"
 
 namespace {
 

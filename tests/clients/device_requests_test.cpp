@@ -14,7 +14,7 @@
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/session_directory.h"
 #include "tests/support/test_role.h"
-#include "tools/value_types.h"
+#include "tools/values/value_types.h"
 
 // Each request of the device monitor's clients as it goes over the wire to another process, and
 // what becomes of each kind of answer, right and wrong ones.

@@ -8,8 +8,8 @@
 #include "aeport/params.h"
 #include "aeport/port_listener.h"
 #include "tests/support/test_role.h"
-#include "tools/desc_model.h"
-#include "tools/parameter_text.h"
+#include "tools/values/desc_model.h"
+#include "tools/values/parameter_text.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "clients/session_monitor.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
-#include "tests/tools/verb_runner.h"
+#include "tests/tools/verbs/verb_runner.h"
 
 // Clients that start their daemons: the applications of this build, found by their identifiers.
 

@@ -18,7 +18,7 @@
 #include "tests/support/scratch_folder.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
-#include "tests/tools/verb_runner.h"
+#include "tests/tools/verbs/verb_runner.h"
 
 // The reference device monitor as a program, talked to with the clients' functions and with the
 // command-line tool.

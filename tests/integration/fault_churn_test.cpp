@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/introspect.h"
+#include "platform/host/ports/introspect.h"
+#include "platform/host/session/introspect.h"
 #include "tests/integration/fault_server.h"
 #include "tests/integration/process_use.h"
 #include "tests/support/open_descriptor_check.h"

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/clock.h"
+#include "platform/host/base/clock.h"
 #include "tests/integration/fault_server.h"
 #include "tests/integration/process_use.h"
 #include "tests/support/open_descriptor_check.h"

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/ae_codec.h"
+#include "platform/host/events/codec.h"
 #include "tests/integration/fault_server.h"
 #include "tests/integration/process_use.h"
 #include "tests/integration/raw_peer.h"

@@ -4,7 +4,6 @@
 #include <CoreServices/CoreServices.h>
 #include <servers/bootstrap.h>
 
-
 #include "tests/integration/fault_server.h"
 #include "tests/integration/process_use.h"
 #include "tests/support/open_descriptor_check.h"

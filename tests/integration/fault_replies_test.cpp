@@ -10,8 +10,8 @@
 #include <optional>
 #include <string>
 
-#include "platform/host/name_registry.h"
-#include "platform/host/port_address.h"
+#include "platform/host/session/name_registry.h"
+#include "platform/host/session/port_address.h"
 #include "tests/integration/fault_server.h"
 #include "tests/integration/process_use.h"
 #include "tests/integration/raw_peer.h"

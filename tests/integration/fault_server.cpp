@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "platform/host/clock.h"
+#include "platform/host/base/clock.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/clock.h"
+#include "platform/host/base/clock.h"
 #include "tests/integration/fault_server.h"
 #include "tests/integration/process_use.h"
 #include "tests/integration/raw_peer.h"

@@ -9,7 +9,7 @@
 #include <future>
 #include <thread>
 
-#include "platform/host/introspect.h"
+#include "platform/host/ports/introspect.h"
 #include "tests/integration/fault_server.h"
 #include "tests/integration/process_use.h"
 #include "tests/support/open_descriptor_check.h"

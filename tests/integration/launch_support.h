@@ -7,7 +7,7 @@
 
 #include <CoreServices/CoreServices.h>
 
-#include "platform/host/introspect.h"
+#include "platform/host/applications/introspect.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/support/test_process.h"
 

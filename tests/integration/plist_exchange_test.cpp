@@ -3,12 +3,12 @@
 #include <random>
 #include <string>
 
-#include "tests/platform/plist_random.h"
-#include "tests/platform/plist_support.h"
+#include "tests/platform/plist/random_list.h"
+#include "tests/platform/plist/support.h"
 #include "tests/support/child_process.h"
 #include "tests/support/scratch_folder.h"
-#include "tools/json_value.h"
-#include "tools/port_text.h"
+#include "tools/values/json_value.h"
+#include "tools/values/port_text.h"
 
 // Property lists to and from another implementation: Python's plistlib, run by plist_exchange.py.
 // Its time zone, which is an odd one, plays no part.

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "tests/platform/plist_support.h"
+#include "tests/platform/plist/support.h"
 
 // What reading takes at its worst: 8 times the file (binary: 16 times), the file included, and 4
 // MiB. Measured as the process's resident memory, in a program of its own.

@@ -16,9 +16,9 @@
 #include <vector>
 
 #include "aeport/port_listener.h"
-#include "platform/host/clock.h"
-#include "platform/host/context_directory.h"
-#include "platform/host/name_registry.h"
+#include "platform/host/base/clock.h"
+#include "platform/host/session/context_directory.h"
+#include "platform/host/session/name_registry.h"
 #include "tests/integration/fault_server.h"
 #include "tests/integration/process_use.h"
 #include "tests/support/open_descriptor_check.h"

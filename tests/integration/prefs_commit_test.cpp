@@ -18,9 +18,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/file_lock.h"
-#include "platform/host/introspect.h"
-#include "platform/host/open_file.h"
+#include "platform/host/base/file_lock.h"
+#include "platform/host/base/open_file.h"
+#include "platform/host/preferences/introspect.h"
 #include "plist/dictionary.h"
 #include "plist/preferences.h"
 #include "tests/support/child_process.h"

@@ -11,7 +11,7 @@
 #include <fstream>
 #include <string>
 
-#include "platform/host/clock.h"
+#include "platform/host/base/clock.h"
 
 namespace {
 

@@ -13,10 +13,11 @@
 #include <utility>
 #include <vector>
 
-#include "platform/host/byte_order.h"
-#include "platform/host/clock.h"
-#include "platform/host/name_registry.h"
-#include "platform/host/port_address.h"
+#include "platform/host/base/byte_order.h"
+#include "platform/host/base/clock.h"
+#include "platform/host/events/codec.h"
+#include "platform/host/session/name_registry.h"
+#include "platform/host/session/port_address.h"
 #include "tests/integration/fault_server.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/host/frame.h"
+#include "platform/host/wire/frame.h"
 #include "tests/support/test_process.h"
 
 // RawPeer is one end of a connection whose bytes the test writes and reads itself: what a broken or

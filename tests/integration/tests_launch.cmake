@@ -16,7 +16,7 @@ foreach(part IN ITEMS finding faults)
 endforeach()
 
 vlt_add_test(NAME vltctl_launch_test LABEL integration
-  SOURCES ../tools/vltctl_launch_test.cpp launch_support.cpp process_use.cpp
+  SOURCES ../tools/verbs/vltctl_launch_test.cpp launch_support.cpp process_use.cpp
   LIBS vlt_tools TIMEOUT 120 NATIVE_ONLY)
 target_compile_definitions(vltctl_launch_test PRIVATE
   LAUNCHED_PROGRAM="$<TARGET_FILE:launched_program>" VLTCTL_PROGRAM="$<TARGET_FILE:vltctl>")

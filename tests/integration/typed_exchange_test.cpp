@@ -7,7 +7,7 @@
 #include <string>
 
 #include "tests/aeport/serving.h"
-#include "tests/platform/ae_support.h"
+#include "tests/platform/events/support.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"

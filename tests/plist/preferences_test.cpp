@@ -14,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/host/preferences_disk.h"
+#include "platform/host/preferences/disk.h"
 #include "plist/dictionary.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/scratch_folder.h"

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tools/port_text.h"
+#include "tools/values/port_text.h"
 
 namespace {
 

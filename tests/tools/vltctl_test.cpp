@@ -12,7 +12,7 @@
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
-#include "tests/tools/verb_runner.h"
+#include "tests/tools/verbs/verb_runner.h"
 
 // The program as people and scripts meet it: what it prints where, and its exit status.
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/platform/test_sink.h"
+#include "tests/support/test_sink.h"
 
 namespace {
 

@@ -51,7 +51,7 @@ CFTypeRef CFRetain(CFTypeRef object);  // its argument; null stays null
 void CFRelease(CFTypeRef object);      // the last release destroys; null is ignored
 CFIndex CFGetRetainCount(CFTypeRef object);
 Boolean CFEqual(CFTypeRef a, CFTypeRef b);
-CFHashCode CFHash(CFTypeRef object);    // equal objects have equal hashes
+CFHashCode CFHash(CFTypeRef object);     // equal objects have equal hashes
 CFTypeID CFGetTypeID(CFTypeRef object);  // 0 for null
 CFAllocatorRef CFGetAllocator(CFTypeRef object);
 CFStringRef CFCopyTypeIDDescription(CFTypeID type);

@@ -1,0 +1,131 @@
+#include "platform/host/applications/process_list.h"
+
+#include <CoreServices/MacErrors.h>
+#include <CoreServices/Processes.h>
+#include <dirent.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <mutex>
+#include <vector>
+
+#include "platform/host/base/clock.h"
+#include "platform/host/files/items.h"
+#include "platform/host/processes/serial_number.h"
+
+namespace {
+
+constexpr UInt64 kTicksPerSecond = 60;
+constexpr int64_t kPidsFreshFor = kHostSecond;
+
+// The pids of one look at /proc, shared by all passes over the list: reading the folder anew for
+// each step would make a pass cost the square of its length.
+struct Pids {
+  std::mutex mutex;
+  std::vector<pid_t> pids;  // increasing
+  int64_t readAt = 0;
+};
+
+Pids& KnownPids() {
+  static Pids* pids = new Pids;
+  return *pids;
+}
+
+void ReadPids(std::vector<pid_t>* pids) {
+  pids->clear();
+  DIR* directory = opendir("/proc");
+  if (directory == nullptr) return;
+  while (const dirent* entry = readdir(directory)) {
+    const char* name = entry->d_name;
+    const char* end = name + std::strlen(name);
+    pid_t pid = 0;
+    const auto result = std::from_chars(name, end, pid);
+    if (result.ec == std::errc() && result.ptr == end && pid > 0) pids->push_back(pid);
+  }
+  closedir(directory);
+  std::sort(pids->begin(), pids->end());
+}
+
+// The first pid beyond `after`; 0 at the end. `anew`: a pass begins, and looks for itself.
+pid_t NextPid(pid_t after, bool anew) {
+  Pids& known = KnownPids();
+  const std::lock_guard<std::mutex> lock(known.mutex);
+  const int64_t now = HostNow();
+  if (anew || known.readAt == 0 || now - known.readAt > kPidsFreshFor) {
+    ReadPids(&known.pids);
+    known.readAt = now;
+  }
+  const auto next = std::upper_bound(known.pids.begin(), known.pids.end(), after);
+  return next == known.pids.end() ? 0 : *next;
+}
+
+UInt32 ToTicks(uint64_t clockTicks) {
+  const auto rate = static_cast<uint64_t>(std::max(sysconf(_SC_CLK_TCK), decltype(sysconf(0)){1}));
+  return static_cast<UInt32>(clockTicks / rate * kTicksPerSecond +
+                             clockTicks % rate * kTicksPerSecond / rate);
+}
+
+// The last part of a path, a bundle's without its extension.
+std::string_view NameOf(std::string_view path, bool isBundled) {
+  path.remove_prefix(path.rfind('/') + 1);  // 0 without a slash
+  return isBundled ? path.substr(0, path.rfind('.')) : path;
+}
+
+void GiveSpec(const std::string& path, FSSpec* out) {
+  HostItem item;
+  FSSpec spec = {};
+  if (HostItemAtEndOf(path.c_str(), &item) == noErr) HostSpecOfItem(item, &spec);
+  *out = spec;
+}
+
+}  // namespace
+
+bool HostBundleOfProcess(const HostProcess& process, std::string* program, HostBundle* bundle) {
+  constexpr OSType kUnknownCode = FourCC('?', '?', '?', '?');
+  *program = HostProgramPath(process.pid);
+  bundle->packageType = bundle->signature = kUnknownCode;
+  return HostBundleOfProgram(*program, bundle);
+}
+
+OSErr GetNextProcess(ProcessSerialNumber* psn) {
+  if (psn == nullptr) return paramErr;
+  ProcessSerialNumber from = *psn;
+  if (from.highLongOfPSN == 0 && from.lowLongOfPSN == kCurrentProcess) GetCurrentProcess(&from);
+  bool anew = from.highLongOfPSN == 0 && from.lowLongOfPSN == kNoProcess;
+  UInt32 last = std::min<UInt32>(from.lowLongOfPSN, INT32_MAX);
+  while (const pid_t pid = NextPid(static_cast<pid_t>(last), anew)) {
+    if (HostSerialNumberOfPid(pid, psn)) return noErr;
+    last = static_cast<UInt32>(pid);
+    anew = false;
+  }
+  *psn = {0, kNoProcess};
+  return procNotFound;
+}
+
+OSErr GetProcessInformation(const ProcessSerialNumber* psn, ProcessInfoRec* info) {
+  if (psn == nullptr || info == nullptr || info->processInfoLength != sizeof *info) {
+    return paramErr;
+  }
+  HostProcess process;
+  if (!HostFindProcess(*psn, &process)) return procNotFound;
+  std::string program;
+  HostBundle bundle;
+  const bool isBundled = HostBundleOfProcess(process, &program, &bundle);
+  const std::string& path = isBundled ? bundle.path : program;
+
+  info->processNumber = process.number;
+  info->processType = bundle.packageType;
+  info->processSignature = bundle.signature;
+  info->processMode = 0;
+  info->processLocation = nullptr;
+  info->processSize = info->processFreeMem = 0;
+  info->processLauncher = {0, kNoProcess};
+  info->processLaunchDate = ToTicks(process.status.startTicks);
+  info->processActiveTime = ToTicks(process.status.activeTicks);
+  if (info->processName != nullptr)
+    HostGiveName(NameOf(path, isBundled), sizeof(Str31) - 1, info->processName);
+  if (info->processAppSpec != nullptr) GiveSpec(path, info->processAppSpec);
+  return noErr;
+}

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <CoreServices/AEDataModel.h>
+
+#include "platform/host/events/value.h"
+
+// Attributes of Apple Events, for the transport, the codec and the printer. Threads as for all
+// descriptors: one event, one thread at a time.
+
+// What every event has; on the wire it is the fixed head.
+struct HostEventHead {
+  AEEventClass eventClass;
+  AEEventID eventID;
+  AEReturnID returnID;
+  AETransactionID transactionID;
+};
+
+// Result  0; paramErr, errAENotAEDesc, errAENotAppleEvent; `*head` is then untouched.
+OSStatus HostGetEventHead(const AppleEvent* event, HostEventHead* head);
+
+// The address attribute: its type, size in bytes, and its first 8 bytes (the rest zero).
+// Result  as above, errAEDescNotFound when the event has no address; the outputs are untouched.
+OSStatus HostGetEventAddress(const AppleEvent* event, DescType* type, Size* size,
+                             UInt8 (&first)[8]);
+
+// What the transport knows of an event that arrived.
+struct HostArrival {
+  bool replyRequested = false;
+  SInt16 source = 0;     // a value of the event source attribute
+  UInt32 replyPort = 0;  // also the event's address then; 0: none
+};
+OSStatus HostSetArrival(AppleEvent* event, const HostArrival& arrival);
+
+// Makes the event to answer `request` with: the answer's class and id, the request's return and
+// transaction id, addressed to `replyPort` (0: to nobody). Results of AECreateAppleEvent.
+OSStatus HostMakeAnswer(const AppleEvent* request, UInt32 replyPort, AppleEvent* answer);
+
+// One attribute that has a field of its own.
+struct HostAttributeRow {
+  AEKeyword key;
+  DescType type;    // typeWildCard: an address of any type
+  uint16_t offset;  // in HostAEEventFields
+  uint8_t width;    // bytes; 0 for an address
+  uint8_t flags;
+};
+
+inline constexpr uint8_t kHostAttributeAlways = 1;   // has a value without being set
+inline constexpr uint8_t kHostAttributeSending = 2;  // callers cannot put it
+inline constexpr uint8_t kHostAttributeTravels = 4;  // an item of the flattened event
+inline constexpr uint8_t kHostAttributePrinted = 8;
+
+// The rows in a fixed order; `index` counts from 0, null behind the last.
+const HostAttributeRow* HostAttributeAt(size_t index);
+const HostAttributeRow* HostFindAttributeRow(AEKeyword key);
+
+// The attribute as an item that borrows from the event. False when the event has none.
+bool HostViewAttribute(const HostAEEvent& event, const HostAttributeRow& row, HostAEItem* view);
+
+// The attributes with a field that travel as items and that the event has, as items that borrow
+// from it. Result: how many.
+inline constexpr uint32_t kHostTravellingMost = 2;
+uint32_t HostViewTravelling(const HostAEEvent& event, HostAEItem (&views)[kHostTravellingMost]);
+
+// Sets a field from bytes that have exactly the row's type and width. False when they have not.
+bool HostSetAttributeField(HostAEEvent* event, const HostAttributeRow& row, DescType type,
+                           const void* data, size_t size);

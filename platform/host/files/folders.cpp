@@ -1,0 +1,100 @@
+#include <CoreServices/Folders.h>
+#include <CoreServices/MacErrors.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "platform/host/base/user_folders.h"
+#include "platform/host/files/items.h"
+#include "platform/host/files/status.h"
+
+namespace {
+
+// The root of a domain; "" for one that is not supplied.
+std::string DomainRoot(SInt16 domain) {
+  if (domain == kUserDomain) {
+    const std::string data = HostDataFolder();
+    return data.empty() ? "" : data + "/veltrane";
+  }
+  if (domain != kLocalDomain && domain != kOnSystemDisk && domain != kOnAppropriateDisk) return "";
+  const std::string moved = HostFolderVariable("VLTHOST_LOCAL_ROOT");
+  return moved.empty() ? "/var/lib/veltrane" : moved;
+}
+
+// The machine's applications belong where every installed program's data is looked for.
+std::string ApplicationsFolder(SInt16 domain, const std::string& root) {
+  if (domain == kUserDomain) return root + "/Applications";
+  const auto shared = HostSharedDataFolders();
+  return shared.empty() ? "" : shared[0] + "/veltrane/Applications";
+}
+
+// "" for a domain or a type that is not supplied.
+std::string PathOf(SInt16 domain, OSType type) {
+  const std::string root = DomainRoot(domain);
+  if (root.empty()) return "";
+  switch (type) {
+    case kDomainTopLevelFolderType:
+      return root;
+    case kDomainLibraryFolderType:
+      return root + "/Library";
+    case kApplicationSupportFolderType:
+      return root + "/Library/Application Support";
+    case kPreferencesFolderType:
+      return root + "/Library/Preferences";
+    case kApplicationsFolderType:
+      return ApplicationsFolder(domain, root);
+    case kTemporaryFolderType:
+      return "/tmp";
+    case kCurrentUserFolderType:
+      return HostHomeFolder();
+    default:
+      return "";
+  }
+}
+
+// Makes what is missing of a path, from its beginning. What is there may be a link.
+OSErr MakeFolders(const std::string& path) {
+  for (size_t end = 1; end != std::string::npos;) {
+    end = path.find('/', end);
+    const std::string part = path.substr(0, end);
+    if (end != std::string::npos) ++end;
+    struct stat info;
+    if (stat(part.c_str(), &info) == 0) continue;
+    if (errno != ENOENT) return HostFileStatus(errno);
+    if (mkdir(part.c_str(), 0777) != 0 && errno != EEXIST) return HostFileStatus(errno);
+  }
+  return noErr;
+}
+
+OSErr FindItem(SInt16 domain, OSType type, Boolean create, HostItem* item) {
+  const std::string path = PathOf(domain, type);
+  if (path.empty()) return fnfErr;
+  OSErr err = HostItemAtEndOf(path.c_str(), item);
+  if (err != fnfErr || !create) return err;
+  err = MakeFolders(path);
+  return err == noErr ? HostItemAtEndOf(path.c_str(), item) : err;
+}
+
+}  // namespace
+
+OSErr FindFolder(SInt16 domain, OSType type, Boolean create, SInt16* vRefNum, SInt32* dirID) {
+  if (vRefNum == nullptr || dirID == nullptr) return paramErr;
+  HostItem item;
+  std::string path;
+  SInt32 number = 0;
+  OSErr err = FindItem(domain, type, create, &item);
+  if (err == noErr) err = HostPathOfItem(item, &path);
+  if (err == noErr) err = HostNumberOfFolder(path, &number);
+  if (err != noErr) return err;
+  *vRefNum = kHostVolume;
+  *dirID = number;
+  return noErr;
+}
+
+OSErr FSFindFolder(SInt16 domain, OSType type, Boolean create, FSRef* ref) {
+  if (ref == nullptr) return paramErr;
+  HostItem item;
+  const OSErr err = FindItem(domain, type, create, &item);
+  if (err == noErr) HostRefOfItem(item, ref);
+  return err;
+}

@@ -1,0 +1,64 @@
+#include <Carbon/CarbonEvents.h>
+
+#include <CoreFoundation/CFMachPort.h>
+#include <CoreServices/AEMach.h>
+#include <CoreServices/MacErrors.h>
+#include <CoreServices/Processes.h>
+#include <servers/bootstrap.h>
+
+#include <atomic>
+
+#include "platform/host/loop/thread_loop.h"
+#include "platform/host/ports/port_table.h"
+#include "platform/host/session/name_registry.h"
+
+namespace {
+
+constinit std::atomic<bool> sQuit{false};
+
+// Nothing is installed that could handle an event to the process itself.
+void AnswerNotHandled(CFMachPortRef, void* message, CFIndex, void*) {
+  AppleEvent event, reply;
+  auto* header = static_cast<mach_msg_header_t*>(message);
+  if (AEDecodeMessage(header, &event, &reply) != 0 || reply.descriptorType == typeNull) return;
+  const SInt32 result = errAEEventNotHandled;
+  AEPutParamPtr(&reply, keyErrorNumber, typeSInt32, &result, sizeof result);
+  AESendMessage(&reply, nullptr, kAENoReply, kAEDefaultTimeout);
+}
+
+// The port under which others reach this process by its serial number, for as long as its loop
+// runs. A process that can have none runs all the same.
+class EventPort {
+ public:
+  EventPort() : port(CFMachPortCreate(kCFAllocatorDefault, AnswerNotHandled, nullptr, nullptr)) {
+    source = CFMachPortCreateRunLoopSource(kCFAllocatorDefault, port, 0);
+    CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
+    ProcessSerialNumber psn;
+    if (GetCurrentProcess(&psn) != 0) return;
+    bootstrap_register(kHostBootstrapPort, HostEventPortName(psn).c_str(), CFMachPortGetPort(port));
+  }
+  ~EventPort() {
+    CFMachPortInvalidate(port);
+    CFRelease(source);
+    CFRelease(port);
+  }
+  EventPort(const EventPort&) = delete;
+  EventPort& operator=(const EventPort&) = delete;
+
+ private:
+  CFMachPortRef port;
+  CFRunLoopSourceRef source;
+};
+
+}  // namespace
+
+void RunApplicationEventLoop(void) {
+  const EventPort eventPort;
+  HostRunMainLoopUntil(sQuit);
+  sQuit.store(false);
+}
+
+void QuitApplicationEventLoop(void) {
+  sQuit.store(true, std::memory_order_release);
+  CFRunLoopWakeUp(CFRunLoopGetMain());
+}

@@ -1,0 +1,473 @@
+#include "platform/host/loop/run_loop.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "platform/host/base/clock.h"
+#include "platform/host/base/descriptors.h"
+#include "platform/host/ports/callout.h"
+#include "platform/host/ports/port_table.h"
+
+namespace {
+
+constexpr int kEventsPerPoll = 64;
+// While messages wait the loop does not sleep, but looks at its descriptors after so many, or
+// after so long.
+constexpr int kMessagesPerPass = 16;
+constexpr int64_t kPassTime = kHostMillisecond;
+
+// Epoll data of the wake-up descriptor; port tags are smaller.
+constexpr uint64_t kWakeData = UINT64_MAX;
+
+constinit HostCFString sDefaultMode{"kCFRunLoopDefaultMode"};
+constinit HostCFString sCommonModes{"kCFRunLoopCommonModes"};
+
+bool IsCommonModes(const HostCFString* mode) { return mode->Equal(sCommonModes); }
+
+template <class Items, class Item>
+auto FindItem(Items& items, const Item* item) {
+  return std::find_if(items.begin(), items.end(),
+                      [item](const auto& each) { return each.Get() == item; });
+}
+
+}  // namespace
+
+constinit const CFStringRef kCFRunLoopDefaultMode = &sDefaultMode;
+constinit const CFStringRef kCFRunLoopCommonModes = &sCommonModes;
+
+__CFRunLoop::__CFRunLoop(int wake)
+    : HostCFObject(kClass), generation(HostForkGeneration()), wakeDescriptor(wake) {
+  commonModes.push_back(HostRetained<HostCFString>(&sDefaultMode));
+}
+
+__CFRunLoop* __CFRunLoop::Create(bool current) {
+  int wake = -1;
+  {
+    HostDescriptorOpening opening;
+    wake = opening.Enter(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), HostDescriptorKind::kWake);
+  }
+  if (wake < 0) return nullptr;
+  auto* loop = new __CFRunLoop(wake);
+  if (current) loop->BelongToThisThread();
+  return loop;
+}
+
+bool __CFRunLoop::IsForeign() const { return generation != HostForkGeneration(); }
+
+void __CFRunLoop::Close() {
+  // Each source leaves as if it had been removed, so its cancel function runs.
+  std::vector<std::pair<SourceRef, HostRetained<HostCFString>>> leaving;
+  std::vector<std::unique_ptr<HostRunLoopMode>> closing;
+  {
+    const std::lock_guard<HostMutex> lock(mutex);
+    for (const auto& mode : modes) {
+      for (const SourceRef& source : mode->sources) leaving.emplace_back(source, mode->name);
+      for (const auto& port : mode->ports) leaving.emplace_back(port.source, mode->name);
+    }
+    commonSources.clear();
+    commonTimers.clear();
+  }
+  for (const auto& [source, mode] : leaving) RemoveSourceFromMode(source.Get(), mode.Get());
+  {
+    const std::lock_guard<HostMutex> lock(mutex);
+    closing.swap(modes);
+  }
+  for (const auto& mode : closing) HostCloseDescriptor(mode->epollSet);
+}
+
+void __CFRunLoop::LastRelease() {
+  for (const auto& mode : modes) HostCloseDescriptor(mode->epollSet);  // made after the close
+  HostCloseDescriptor(wakeDescriptor);
+  delete this;
+}
+
+// Modes and what is in them.
+
+HostRunLoopMode* __CFRunLoop::FindMode(HostCFString* name) {
+  for (const auto& mode : modes) {
+    if (mode->name.Get() == name || mode->name->Equal(*name)) return mode.get();
+  }
+  return nullptr;
+}
+
+HostRunLoopMode* __CFRunLoop::FindOrMakeMode(HostCFString* name) {
+  if (HostRunLoopMode* known = FindMode(name)) return known;
+  int epollSet = -1;
+  {
+    HostDescriptorOpening opening;
+    epollSet = opening.Enter(epoll_create1(EPOLL_CLOEXEC), HostDescriptorKind::kEpoll);
+  }
+  if (epollSet < 0) return nullptr;
+  epoll_event event = {};
+  event.events = EPOLLIN;
+  event.data.u64 = kWakeData;
+  epoll_ctl(epollSet, EPOLL_CTL_ADD, wakeDescriptor, &event);
+  auto mode = std::make_unique<HostRunLoopMode>();
+  mode->name = HostRetained<HostCFString>::Retaining(name);
+  mode->epollSet = epollSet;
+  modes.push_back(std::move(mode));
+  return modes.back().get();
+}
+
+void __CFRunLoop::AddCommonMode(HostCFString* mode) {
+  std::vector<SourceRef> sources;
+  std::vector<TimerRef> timers;
+  {
+    const std::lock_guard<HostMutex> lock(mutex);
+    for (const auto& common : commonModes) {
+      if (common->Equal(*mode)) return;
+    }
+    commonModes.push_back(HostRetained<HostCFString>::Retaining(mode));
+    sources = commonSources;
+    timers = commonTimers;
+  }
+  for (const SourceRef& source : sources) AddSourceToMode(source.Get(), mode);
+  for (const TimerRef& timer : timers) AddTimerToMode(timer.Get(), mode);
+}
+
+// The modes that `mode` means: itself, or all common ones.
+std::vector<HostRetained<HostCFString>> __CFRunLoop::ModesOf(HostCFString* mode) {
+  if (!IsCommonModes(mode)) return {HostRetained<HostCFString>::Retaining(mode)};
+  const std::lock_guard<HostMutex> lock(mutex);
+  return commonModes;
+}
+
+void __CFRunLoop::AddSource(__CFRunLoopSource* source, HostCFString* mode) {
+  if (IsCommonModes(mode)) {
+    const std::lock_guard<HostMutex> lock(mutex);
+    if (FindItem(commonSources, source) != commonSources.end()) return;
+    commonSources.push_back(SourceRef::Retaining(source));
+  }
+  for (const auto& each : ModesOf(mode)) AddSourceToMode(source, each.Get());
+}
+
+void __CFRunLoop::AddSourceToMode(__CFRunLoopSource* source, HostCFString* modeName) {
+  if (!source->IsValid()) return;
+  std::shared_ptr<HostReceiver> receiver;
+  if (source->IsPort()) {
+    receiver = HostReceiverOf(source->Port());
+    if (receiver == nullptr) return;
+  }
+  {
+    const std::lock_guard<HostMutex> lock(mutex);
+    HostRunLoopMode* mode = FindOrMakeMode(modeName);
+    if (mode == nullptr || Contains(*mode, source)) return;
+    if (source->IsPort()) {
+      const uint32_t tag = ++lastTag;
+      mode->ports.push_back({SourceRef::Retaining(source), receiver, tag});
+      receiver->Watch(mode->epollSet, tag, wakeDescriptor);
+    } else {
+      const auto place = std::upper_bound(
+          mode->sources.begin(), mode->sources.end(), source->Order(),
+          [](CFIndex order, const SourceRef& each) { return order < each->Order(); });
+      mode->sources.insert(place, SourceRef::Retaining(source));
+    }
+    mode->NoteChange();
+  }
+  source->Joined(this, modeName);
+  // Invalidated meanwhile: the invalidation may have looked for the source before it was here.
+  if (!source->IsValid()) RemoveSourceFromMode(source, modeName);
+  WakeUp();
+}
+
+void __CFRunLoop::RemoveSource(__CFRunLoopSource* source, HostCFString* mode) {
+  const SourceRef kept = SourceRef::Retaining(source);
+  if (IsCommonModes(mode)) {
+    const std::lock_guard<HostMutex> lock(mutex);
+    const auto common = FindItem(commonSources, source);
+    if (common != commonSources.end()) commonSources.erase(common);
+  }
+  for (const auto& each : ModesOf(mode)) RemoveSourceFromMode(source, each.Get());
+}
+
+bool __CFRunLoop::RemoveSourceFromMode(__CFRunLoopSource* source, HostCFString* modeName) {
+  const SourceRef kept = SourceRef::Retaining(source);
+  {
+    const std::lock_guard<HostMutex> lock(mutex);
+    HostRunLoopMode* mode = FindMode(modeName);
+    if (mode == nullptr || !Contains(*mode, source)) return false;
+    if (source->IsPort()) {
+      const auto port =
+          std::find_if(mode->ports.begin(), mode->ports.end(),
+                       [source](const auto& each) { return each.source.Get() == source; });
+      port->receiver->Unwatch(mode->epollSet);
+      mode->ports.erase(port);
+    } else {
+      mode->sources.erase(FindItem(mode->sources, source));
+    }
+    mode->NoteChange();
+  }
+  source->Left(this, modeName);
+  WakeUp();
+  return true;
+}
+
+bool __CFRunLoop::Contains(const HostRunLoopMode& mode, __CFRunLoopSource* source) {
+  if (!source->IsPort()) return FindItem(mode.sources, source) != mode.sources.end();
+  return std::any_of(mode.ports.begin(), mode.ports.end(),
+                     [source](const auto& port) { return port.source.Get() == source; });
+}
+
+bool __CFRunLoop::ContainsSource(__CFRunLoopSource* source, HostCFString* modeName) {
+  const std::lock_guard<HostMutex> lock(mutex);
+  if (IsCommonModes(modeName)) return FindItem(commonSources, source) != commonSources.end();
+  const HostRunLoopMode* mode = FindMode(modeName);
+  return mode != nullptr && Contains(*mode, source);
+}
+
+void __CFRunLoop::AddTimer(__CFRunLoopTimer* timer, HostCFString* mode) {
+  if (IsCommonModes(mode)) {
+    const std::lock_guard<HostMutex> lock(mutex);
+    if (FindItem(commonTimers, timer) != commonTimers.end()) return;
+    commonTimers.push_back(TimerRef::Retaining(timer));
+  }
+  for (const auto& each : ModesOf(mode)) AddTimerToMode(timer, each.Get());
+}
+
+void __CFRunLoop::AddTimerToMode(__CFRunLoopTimer* timer, HostCFString* modeName) {
+  {
+    const std::lock_guard<HostMutex> lock(mutex);
+    HostRunLoopMode* mode = FindOrMakeMode(modeName);
+    if (mode == nullptr || FindItem(mode->timers, timer) != mode->timers.end()) return;
+    mode->timers.push_back(TimerRef::Retaining(timer));
+    mode->NoteChange();
+  }
+  WakeUp();
+}
+
+void __CFRunLoop::RemoveTimer(__CFRunLoopTimer* timer, HostCFString* modeName) {
+  const TimerRef kept = TimerRef::Retaining(timer);
+  const std::vector<HostRetained<HostCFString>> names = ModesOf(modeName);
+  const std::lock_guard<HostMutex> lock(mutex);
+  if (IsCommonModes(modeName)) {
+    const auto common = FindItem(commonTimers, timer);
+    if (common != commonTimers.end()) commonTimers.erase(common);
+  }
+  for (const auto& each : names) {
+    HostRunLoopMode* mode = FindMode(each.Get());
+    if (mode == nullptr) continue;
+    const auto found = FindItem(mode->timers, timer);
+    if (found != mode->timers.end()) mode->timers.erase(found);
+    mode->NoteChange();
+  }
+}
+
+bool __CFRunLoop::ContainsTimer(__CFRunLoopTimer* timer, HostCFString* modeName) {
+  const std::lock_guard<HostMutex> lock(mutex);
+  if (IsCommonModes(modeName)) return FindItem(commonTimers, timer) != commonTimers.end();
+  const HostRunLoopMode* mode = FindMode(modeName);
+  return mode != nullptr && FindItem(mode->timers, timer) != mode->timers.end();
+}
+
+// Running.
+
+void __CFRunLoop::Stop() {
+  // The thread may end, and its loop with it, as soon as it sees the request.
+  const auto kept = HostRetained<__CFRunLoop>::Retaining(this);
+  stopRequested.store(true, std::memory_order_release);
+  WakeUp();
+}
+
+void __CFRunLoop::WakeUp() {
+  // The thread itself looks at everything again before it waits.
+  if (pthread_equal(owner.load(), pthread_self()) != 0 || IsForeign()) return;
+  const uint64_t one = 1;
+  (void)!write(wakeDescriptor, &one, sizeof one);
+}
+
+bool __CFRunLoop::ShouldEnd(const RunOptions& options) {
+  const bool stopped = stopRequested.load(std::memory_order_acquire);
+  if (options.until != nullptr) {
+    if (stopped) stopRequested.store(false);
+    return options.until->load(std::memory_order_acquire);
+  }
+  return stopped;
+}
+
+SInt32 __CFRunLoop::Run(HostCFString* modeName, const RunOptions& options) {
+  HostRunLoopMode* mode = nullptr;
+  {
+    const std::lock_guard<HostMutex> lock(mutex);
+    mode = options.until != nullptr ? FindOrMakeMode(modeName) : FindMode(modeName);
+  }
+  for (;;) {
+    if (ShouldEnd(options)) {
+      if (options.until == nullptr) stopRequested.store(false);
+      return kCFRunLoopRunStopped;
+    }
+    // A child that forked in a callout has no part in its parent's loop.
+    if (mode == nullptr || IsForeign()) return kCFRunLoopRunFinished;
+    if (options.until == nullptr && IsFinished(*mode)) return kCFRunLoopRunFinished;
+
+    const bool fired = FireTimers(*mode);
+    bool handled = PerformSources(*mode, options);
+    if (!(handled && options.returnAfterSource)) handled |= ServePorts(*mode, options);
+    if (ShouldEnd(options)) continue;
+    if (handled && options.returnAfterSource) return kCFRunLoopRunHandledSource;
+    // A callout may have emptied the mode: there is nothing to wait for then.
+    if ((fired || handled) && options.until == nullptr && IsFinished(*mode)) continue;
+
+    bool pending = false;
+    const int64_t earliest = EarliestDeadline(*mode, options.deadline, &pending);
+    const bool timedOut = options.deadline != kHostNever && HostNow() >= options.deadline;
+    Poll(*mode, pending || timedOut ? 0 : earliest);
+    if (timedOut) {
+      // One last look, so that a pass without waiting serves what is there.
+      handled = ServePorts(*mode, options);
+      if (ShouldEnd(options)) continue;
+      return handled && options.returnAfterSource ? kCFRunLoopRunHandledSource
+                                                  : kCFRunLoopRunTimedOut;
+    }
+  }
+}
+
+bool __CFRunLoop::IsFinished(HostRunLoopMode& mode) {
+  if (mode.hasPorts.load(std::memory_order_acquire) && !mode.hasTimers.load()) return false;
+  const std::lock_guard<HostMutex> lock(mutex);
+  std::erase_if(mode.timers, [](const TimerRef& timer) { return !timer->IsValid(); });
+  mode.NoteChange();
+  return mode.IsEmpty();
+}
+
+bool __CFRunLoop::FireTimers(HostRunLoopMode& mode) {
+  if (!mode.hasTimers.load(std::memory_order_acquire)) return false;
+  std::vector<TimerRef> due;
+  int64_t now = 0;
+  {
+    const std::lock_guard<HostMutex> lock(mutex);
+    now = HostNow();
+    for (const TimerRef& timer : mode.timers) {
+      if (timer->NextFire() <= now) due.push_back(timer);
+    }
+  }
+  std::sort(due.begin(), due.end(),
+            [](const TimerRef& a, const TimerRef& b) { return a->NextFire() < b->NextFire(); });
+  for (const TimerRef& timer : due) {
+    if (timer->IsValid()) timer->Fire(now);
+  }
+  return !due.empty();
+}
+
+bool __CFRunLoop::PerformSources(HostRunLoopMode& mode, const RunOptions& options) {
+  if (!mode.hasSources.load(std::memory_order_acquire)) return false;
+  std::vector<SourceRef> signalled;
+  {
+    const std::lock_guard<HostMutex> lock(mutex);
+    for (const SourceRef& source : mode.sources) {
+      if (source->IsSignalled()) signalled.push_back(source);
+    }
+  }
+  bool handled = false;
+  for (const SourceRef& source : signalled) {
+    if (ShouldEnd(options)) break;
+    {
+      const std::lock_guard<HostMutex> lock(mutex);
+      if (!Contains(mode, source.Get())) continue;
+    }
+    if (!source->IsValid() || !source->TakeSignal()) continue;
+    source->Perform();
+    handled = true;
+    if (options.returnAfterSource) break;
+  }
+  return handled;
+}
+
+bool __CFRunLoop::ServePorts(HostRunLoopMode& mode, const RunOptions& options) {
+  const int limit = options.returnAfterSource ? 1 : kMessagesPerPass;
+  int64_t end = 0;
+  int served = 0;
+  while (served < limit && !ShouldEnd(options) && ServeOneMessage(mode)) {
+    served++;
+    if (served == limit || !HasMessages(mode)) break;  // as a rule: the clock need not be read
+    const int64_t now = HostNow();
+    if (served == 1) end = now + kPassTime;
+    if (now >= end) break;
+  }
+  return served > 0;
+}
+
+bool __CFRunLoop::HasMessages(HostRunLoopMode& mode) {
+  const std::lock_guard<HostMutex> lock(mutex);
+  return std::any_of(mode.ports.begin(), mode.ports.end(),
+                     [](const auto& port) { return port.receiver->HasMessages(); });
+}
+
+// One message of the port whose turn it is.
+bool __CFRunLoop::ServeOneMessage(HostRunLoopMode& mode) {
+  if (IsForeign()) return false;
+  SourceRef source;
+  std::shared_ptr<HostReceiver> receiver;
+  HostMessage message;
+  {
+    const std::lock_guard<HostMutex> lock(mutex);
+    const size_t count = mode.ports.size();
+    for (size_t i = 0; i < count && receiver == nullptr; i++) {
+      HostRunLoopMode::PortEntry& port = mode.ports[(mode.turn + i) % count];
+      // Asked before the message is taken: one that is taken must be served, or its asker would
+      // wait in vain. An invalidation after this finds the callout begun.
+      if (!port.source->IsValid() || !port.receiver->HasMessages()) continue;
+      if (!port.receiver->TakeMessage(&message)) continue;
+      mode.turn = (mode.turn + i + 1) % count;
+      receiver = port.receiver;
+      source = port.source;
+    }
+  }
+  if (receiver == nullptr) return false;
+  HostCallout callout(std::move(receiver), &message);
+  source->PerformMessage(callout.Header(), static_cast<CFIndex>(callout.Header()->msgh_size));
+  return true;
+}
+
+// When the loop must look again at the latest. `*pending`: at once.
+int64_t __CFRunLoop::EarliestDeadline(HostRunLoopMode& mode, int64_t deadline, bool* pending) {
+  const std::lock_guard<HostMutex> lock(mutex);
+  int64_t earliest = deadline;
+  for (const TimerRef& timer : mode.timers) earliest = std::min(earliest, timer->NextFire());
+  for (const SourceRef& source : mode.sources) *pending |= source->IsSignalled();
+  for (const auto& port : mode.ports) {
+    *pending |= port.receiver->HasMessages();
+    earliest = std::min(earliest, port.receiver->Deadline());
+  }
+  return earliest;
+}
+
+void __CFRunLoop::Poll(HostRunLoopMode& mode, int64_t deadline) {
+  epoll_event events[kEventsPerPoll];
+  int timeout = -1;
+  if (deadline != kHostNever) timeout = HostMillisecondsUntil(deadline, HostNow());
+  if (timeout != 0) waiting.store(true, std::memory_order_release);
+  const int count = epoll_wait(mode.epollSet, events, kEventsPerPoll, timeout);
+  waiting.store(false, std::memory_order_release);
+  for (int i = 0; i < count; i++) HandleEvent(mode, events[i].data.u64, events[i].events);
+  if (deadline != kHostNever) HandleDeadlines(mode);
+}
+
+void __CFRunLoop::HandleEvent(HostRunLoopMode& mode, uint64_t data, uint32_t events) {
+  if (data == kWakeData) {
+    uint64_t count = 0;
+    (void)!read(wakeDescriptor, &count, sizeof count);
+    return;
+  }
+  std::shared_ptr<HostReceiver> receiver;
+  {
+    const std::lock_guard<HostMutex> lock(mutex);
+    const auto tag = static_cast<uint32_t>(data >> 32);
+    for (const auto& port : mode.ports) {
+      if (port.tag == tag) receiver = port.receiver;
+    }
+  }
+  if (receiver != nullptr) receiver->HandleEvent(static_cast<uint32_t>(data), events);
+}
+
+void __CFRunLoop::HandleDeadlines(HostRunLoopMode& mode) {
+  const std::lock_guard<HostMutex> lock(mutex);
+  for (const auto& port : mode.ports) {
+    const int64_t due = port.receiver->Deadline();
+    if (due == kHostNever) continue;
+    const int64_t now = HostNow();
+    if (due <= now) port.receiver->HandleDeadline(now);
+  }
+}

@@ -1,0 +1,187 @@
+#pragma once
+
+#include <CoreFoundation/CFRunLoop.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "platform/host/base/mutex.h"
+#include "platform/host/objects/cf_object.h"
+#include "platform/host/objects/cf_string.h"
+#include "platform/host/ports/receiver.h"
+
+// The run loop's objects. Lock order: a loop's mutex, then a source's, then a receiver's; none is
+// held during a callout.
+
+struct __CFRunLoop;
+
+// What a loop serves: a flag that anybody may set (version 0) or a port (version 1).
+struct __CFRunLoopSource final : HostCFObject {
+  static constexpr HostTypeID kClass = kHostTypeRunLoopSource;
+
+  __CFRunLoopSource(CFIndex order, const CFRunLoopSourceContext& context);
+  __CFRunLoopSource(CFIndex order, const CFRunLoopSourceContext1& context);
+
+  bool IsPort() const { return version == 1; }
+  bool IsValid() const { return valid.load(std::memory_order_acquire); }
+  CFIndex Order() const { return order; }
+  void CopyContext(CFRunLoopSourceContext* out) const;
+
+  void Signal() { signalled.store(true, std::memory_order_release); }
+  bool IsSignalled() const { return signalled.load(std::memory_order_acquire); }
+  bool TakeSignal() { return signalled.exchange(false, std::memory_order_acq_rel); }
+  void Invalidate();
+
+  mach_port_t Port() const;
+  void Perform();                                    // version 0
+  void PerformMessage(void* message, CFIndex size);  // version 1
+
+  // The loop tells of each mode that the source is in.
+  void Joined(__CFRunLoop* loop, HostCFString* mode);
+  void Left(__CFRunLoop* loop, HostCFString* mode);
+
+ private:
+  struct Membership {
+    HostRetained<__CFRunLoop> loop;
+    HostRetained<HostCFString> mode;
+  };
+  void LastRelease() override;
+  void KeepInfo() const;
+
+  const CFIndex order;
+  const CFIndex version;
+  CFRunLoopSourceContext context0 = {};
+  CFRunLoopSourceContext1 context1 = {};
+  std::atomic<bool> valid{true};
+  std::atomic<bool> signalled{false};
+  HostMutex mutex;
+  std::vector<Membership> memberships;
+};
+
+struct __CFRunLoopTimer final : HostCFObject {
+  static constexpr HostTypeID kClass = kHostTypeRunLoopTimer;
+
+  __CFRunLoopTimer(int64_t firstFire, int64_t interval, CFRunLoopTimerCallBack callout,
+                   const CFRunLoopTimerContext* context);
+
+  bool IsValid() const { return valid.load(std::memory_order_acquire); }
+  // Monotonic nanoseconds; kHostNever once invalid.
+  int64_t NextFire() const { return nextFire.load(std::memory_order_acquire); }
+  // Moves on to the next time, or invalidates a timer that fires once, then calls out.
+  void Fire(int64_t now);
+  void Invalidate();
+
+ private:
+  void LastRelease() override;
+
+  const int64_t interval;  // ns; 0: fires once
+  const CFRunLoopTimerCallBack callout;
+  CFRunLoopTimerContext context = {};
+  std::atomic<int64_t> nextFire;
+  std::atomic<bool> valid{true};
+};
+
+// What a loop serves together: one epoll set, into which the modes' ports enter their descriptors.
+struct HostRunLoopMode {
+  struct PortEntry {
+    HostRetained<__CFRunLoopSource> source;
+    std::shared_ptr<HostReceiver> receiver;
+    uint32_t tag;  // names the entry in epoll data
+  };
+
+  HostRetained<HostCFString> name;
+  int epollSet = -1;
+  std::vector<HostRetained<__CFRunLoopSource>> sources;  // version 0, lower order first
+  std::vector<PortEntry> ports;
+  std::vector<HostRetained<__CFRunLoopTimer>> timers;
+  size_t turn = 0;  // the port that is served next
+  // Whether there are any, readable without the loop's mutex.
+  std::atomic<bool> hasSources{false};
+  std::atomic<bool> hasPorts{false};
+  std::atomic<bool> hasTimers{false};
+
+  bool IsEmpty() const { return sources.empty() && ports.empty() && timers.empty(); }
+  void NoteChange() {
+    hasSources.store(!sources.empty(), std::memory_order_release);
+    hasPorts.store(!ports.empty(), std::memory_order_release);
+    hasTimers.store(!timers.empty(), std::memory_order_release);
+  }
+};
+
+// One thread's loop. The thread owns it (and everything that is added to it) until it ends.
+struct __CFRunLoop final : HostCFObject {
+  static constexpr HostTypeID kClass = kHostTypeRunLoop;
+
+  // Null when the kernel refuses the wake-up descriptor. Belongs to the calling thread if
+  // `current`.
+  static __CFRunLoop* Create(bool current);
+  // The thread ends: everything leaves.
+  void Close();
+
+  struct RunOptions {
+    int64_t deadline;
+    bool returnAfterSource = false;
+    // Set for the application event loop: ends on the flag, not on a stop or an empty mode.
+    const std::atomic<bool>* until = nullptr;
+  };
+  SInt32 Run(HostCFString* modeName, const RunOptions& options);
+  void Stop();
+  void WakeUp();
+  bool IsWaiting() const { return waiting.load(std::memory_order_acquire); }
+  std::atomic<int> runs{0};  // under way, nested ones too; counted by those who call Run
+  void BelongToThisThread() { owner.store(pthread_self()); }
+  bool IsForeign() const;  // of a process that forked us
+
+  void AddCommonMode(HostCFString* mode);
+  // `mode` may be the pseudo-mode of all common modes.
+  void AddSource(__CFRunLoopSource* source, HostCFString* mode);
+  void RemoveSource(__CFRunLoopSource* source, HostCFString* mode);
+  bool ContainsSource(__CFRunLoopSource* source, HostCFString* mode);
+  void AddTimer(__CFRunLoopTimer* timer, HostCFString* mode);
+  void RemoveTimer(__CFRunLoopTimer* timer, HostCFString* mode);
+  bool ContainsTimer(__CFRunLoopTimer* timer, HostCFString* mode);
+
+ private:
+  using SourceRef = HostRetained<__CFRunLoopSource>;
+  using TimerRef = HostRetained<__CFRunLoopTimer>;
+
+  explicit __CFRunLoop(int wake);
+  void LastRelease() override;
+
+  HostRunLoopMode* FindMode(HostCFString* name);
+  HostRunLoopMode* FindOrMakeMode(HostCFString* name);
+  std::vector<HostRetained<HostCFString>> ModesOf(HostCFString* mode);
+  void AddSourceToMode(__CFRunLoopSource* source, HostCFString* mode);
+  bool RemoveSourceFromMode(__CFRunLoopSource* source, HostCFString* mode);
+  void AddTimerToMode(__CFRunLoopTimer* timer, HostCFString* mode);
+
+  bool ShouldEnd(const RunOptions& options);
+  bool IsFinished(HostRunLoopMode& mode);
+  bool FireTimers(HostRunLoopMode& mode);
+  bool PerformSources(HostRunLoopMode& mode, const RunOptions& options);
+  bool ServePorts(HostRunLoopMode& mode, const RunOptions& options);
+  bool ServeOneMessage(HostRunLoopMode& mode);
+  bool HasMessages(HostRunLoopMode& mode);
+  bool Contains(const HostRunLoopMode& mode, __CFRunLoopSource* source);
+  int64_t EarliestDeadline(HostRunLoopMode& mode, int64_t deadline, bool* pending);
+  void Poll(HostRunLoopMode& mode, int64_t deadline);
+  void HandleEvent(HostRunLoopMode& mode, uint64_t data, uint32_t events);
+  void HandleDeadlines(HostRunLoopMode& mode);
+
+  const uint32_t generation;
+  const int wakeDescriptor;
+  std::atomic<pthread_t> owner{};
+  std::atomic<bool> stopRequested{false};
+  std::atomic<bool> waiting{false};
+
+  HostMutex mutex;
+  std::vector<std::unique_ptr<HostRunLoopMode>> modes;
+  std::vector<HostRetained<HostCFString>> commonModes;
+  std::vector<SourceRef> commonSources;
+  std::vector<TimerRef> commonTimers;
+  uint32_t lastTag = 0;
+};

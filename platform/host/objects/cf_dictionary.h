@@ -1,0 +1,128 @@
+#pragma once
+
+#include <CoreFoundation/CFDictionary.h>
+
+#include <atomic>
+#include <cstddef>
+
+#include "platform/host/objects/cf_container.h"
+
+struct HostDictionaryCallbacks {
+  HostItemCallbacks key;
+  HostItemCallbacks value;
+  bool operator==(const HostDictionaryCallbacks&) const = default;
+};
+inline constexpr HostDictionaryCallbacks kHostObjectPairs = {kHostObjectKeys, kHostObjects};
+
+// A key and its value. A removed pair stays as a hole, with a null key, until the list is packed.
+struct HostPair {
+  const void* key;
+  const void* value;
+};
+
+// The dictionary object: its pairs as a list in the order in which the keys came in, and, from nine
+// pairs on, an index over that list, an open-addressing table of (hash, place) with linear probing.
+// Fewer are searched one by one. Strings are hashed with a key of this process, so that no file can
+// choose keys that collide. Where the keys of a new dictionary are plainly all different, the index
+// waits for the first search, on whatever thread that is.
+//
+// The pairs of a dictionary that was created with some lie behind it in the same block, also if it
+// is mutable, until it outgrows that.
+struct __CFDictionary final : HostContainer {
+  static constexpr HostTypeID kClass = kHostTypeDictionary;
+
+  // A dictionary of counted objects that takes over the caller's references to all keys and values
+  // of `pairs`, none of them null; of equal keys the first one stays, with the last value. One
+  // reference for the caller. On failure (no memory, more than INT32_MAX pairs) null, and the
+  // references stay the caller's.
+  static __CFDictionary* CreateTaking(const HostPair* pairs, size_t count, bool isMutable,
+                                      HostObjectPool* pool = nullptr);
+  // An empty dictionary with room for `room` pairs. Null when there is no memory.
+  static __CFDictionary* Create(const HostDictionaryCallbacks& callbacks, size_t room,
+                                bool isMutable);
+
+  size_t Count() const { return count; }
+  const HostDictionaryCallbacks& Callbacks() const {
+    return holdsObjects ? kHostObjectPairs
+                        : *reinterpret_cast<const HostDictionaryCallbacks*>(this + 1);
+  }
+
+  // The list with its holes, until the next change: for (const HostPair& pair : Pairs()).
+  struct PairList {
+    const HostPair* first;
+    const HostPair* last;
+    const HostPair* begin() const { return first; }
+    const HostPair* end() const { return last; }
+    size_t Size() const { return static_cast<size_t>(last - first); }
+  };
+  PairList Pairs() const { return {pairs, pairs + used}; }
+
+  // The pair of an equal key, until the next change; null when absent. `key` may be null.
+  const HostPair* Find(const void* key) const;
+
+  // Whatever isMutable says. Set retains both, and replaces the value of an equal key. False, with
+  // nothing changed, when one is null or refused, or when there is no memory.
+  bool Set(const void* key, const void* value);
+  void Remove(const void* key);
+  void RemoveAll();
+
+  // The pairs keep their places while anybody walks over them.
+  void BeginWalk() const { walkers.fetch_add(1, std::memory_order_relaxed); }
+  void EndWalk() const { walkers.fetch_sub(1, std::memory_order_relaxed); }
+
+  bool NextItem(size_t& place, Item& item) const override;
+  size_t ItemCount() const override { return count; }
+  const HostItemCallbacks& ValueCallbacks() const override { return Callbacks().value; }
+  const HostItemCallbacks* KeyCallbacks() const override { return &Callbacks().key; }
+  bool EqualOutside(const HostContainer& other, HostEqualWalk& walk) const override;
+
+ private:
+  // One entry of the index. `place` is that of the pair plus 1; 0: free.
+  struct Slot {
+    UInt32 hash;
+    UInt32 place;
+  };
+  static constexpr UInt32 kMaxUnindexed = 8;
+  static constexpr UInt32 kNowhere = UINT32_MAX;
+
+  __CFDictionary(size_t room, bool isMutable, bool holdsObjects)
+      : HostContainer(kClass, isMutable, holdsObjects),
+        capacity(static_cast<UInt32>(room)),
+        pairs(Inline()) {}
+  static size_t HeadSize(bool holdsObjects) {
+    return sizeof(__CFDictionary) + (holdsObjects ? 0 : sizeof(HostDictionaryCallbacks));
+  }
+  static __CFDictionary* Make(size_t room, bool isMutable, bool holdsObjects, HostObjectPool* pool);
+  void Destroy() override;
+  HostPair* Inline() {
+    return reinterpret_cast<HostPair*>(reinterpret_cast<UInt8*>(this) + HeadSize(holdsObjects));
+  }
+
+  bool HasIndex() const { return slots.load(std::memory_order_relaxed) != nullptr; }
+  const Slot* IndexForSearch() const;
+  UInt32 HashOf(const void* key) const;
+  bool KeysEqual(const void* a, const void* b) const;
+  UInt32 FindPlace(const void* key) const;
+  UInt32 FindIndexed(const Slot* index, const void* key, UInt32 hash) const;
+  void Take(const HostPair& pair, UInt32 hash);
+  HostPair Detach(UInt32 place);
+  void ReleasePair(const HostPair& pair) const;
+  bool MakeRoom();
+  void Pack();
+  bool MakeIndex(UInt32 pairCapacity);
+  void DropIndex();
+  template <class Put>
+  void WithHashes(const HostPair* list, size_t size, const Slot* index, Put put) const;
+  void EnterAll(Slot* index) const;
+  void Enter(Slot* index, UInt32 hash, UInt32 place) const;
+  void Leave(UInt32 place);
+
+  mutable std::atomic<UInt32> walkers{0};
+  UInt32 count = 0;     // of pairs without holes
+  UInt32 used = 0;      // with holes
+  UInt32 capacity;      // of `pairs`
+  UInt32 slotMask = 0;  // number of slots less 1; without slots: of those that are to come
+  HostPair* pairs;
+  mutable std::atomic<Slot*> slots{nullptr};
+};
+using HostCFDictionary = __CFDictionary;

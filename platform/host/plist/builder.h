@@ -1,0 +1,125 @@
+#pragma once
+
+#include <CoreFoundation/CFPropertyList.h>
+
+#include <cstddef>
+#include <vector>
+
+#include "platform/host/objects/cf_dictionary.h"
+#include "platform/host/objects/cf_object.h"
+#include "platform/host/objects/cf_string.h"
+
+// HostPlistBuilder makes the objects of a property list in the order in which a reader meets them:
+// leaves and whole containers go into the innermost container that is open. It keeps the open
+// containers in lists of its own, so nothing recurses, and every container is made at once, in its
+// final size, when it is closed. It counts the memory that all this takes against a limit.
+//
+// Equal keys share one string as a rule: the last one with each hash is remembered. One reader, one
+// thread; what is unfinished is released with the builder.
+class HostPlistBuilder {
+ public:
+  enum class Kind : UInt8 { kArray, kDictionary };
+
+  // The limit is `factor` times `inputSize`, the size of the file, and 4 MiB; the file itself
+  // counts. An item takes `leastItem` bytes of the file as a rule.
+  HostPlistBuilder(size_t inputSize, size_t factor, size_t leastItem, CFOptionFlags mutability);
+  explicit HostPlistBuilder(CFOptionFlags mutability);  // without a limit
+  ~HostPlistBuilder();
+  HostPlistBuilder(const HostPlistBuilder&) = delete;
+  HostPlistBuilder& operator=(const HostPlistBuilder&) = delete;
+
+  // Why the last call returned false: a limit or no memory. Never null.
+  const char* Problem() const { return problem; }
+
+  bool IsInside() const { return !frames.empty(); }  // a container is open
+  bool HasRoot() const { return frames.empty() && valueCount > 0; }
+  bool HasDropped() const { return hasDropped; }  // a key came twice in a dictionary
+  size_t Depth() const { return frames.size(); }
+  Kind Innermost() const { return frames.back().kind; }  // of the open ones
+  bool NeedsKey() const {  // a dictionary is open and a key is its next item
+    return !frames.empty() && frames.back().kind == Kind::kDictionary &&
+           ((valueCount - frames.back().firstValue) & 1) == 0;
+  }
+
+  // All below: false when it cannot be done (see Problem); the reader gives up then.
+
+  bool Open(Kind kind);
+  bool Close();  // the innermost one, which has a value for each key
+
+  bool AddKey(const UInt8* text, size_t count);        // ASCII; for values too that come again
+  bool AddKeyAsValue();                                // the last key once more, as its own value
+  bool AddString(const UInt8* text, size_t count);     // ASCII
+  bool AddInteger(bool isNegative, UInt64 magnitude);  // within -2^63 to 2^64 - 1
+  bool AddReal(double value);
+  bool AddDate(CFAbsoluteTime time);
+  bool AddBoolean(bool value);
+  bool AddData(const UInt8* bytes, size_t count);
+  // Takes the reference over; null means that there was no memory for it. `size` is what the object
+  // takes in bytes, 0 for one that is counted already.
+  bool Add(const HostCFObject* taken, size_t size) {
+    if (taken == nullptr) return FailForMemory();
+    if (size != 0 && !Charge(BlockSize(size))) return Drop(taken);
+    return Push(taken);
+  }
+
+  // Bytes that the reader takes for itself. False when that is too much.
+  bool Charge(size_t bytes) {
+    if (bytes > memoryLeft) return FailForSize();
+    memoryLeft -= bytes;
+    return true;
+  }
+  void Refund(size_t bytes) { memoryLeft += bytes; }
+
+  // Where the objects that a reader makes itself come from; may be null.
+  HostObjectPool* Pool() { return usesPool ? &pool : nullptr; }
+
+  // The list, once HasRoot; the caller releases it.
+  CFPropertyListRef TakeRoot();
+
+ private:
+  struct Frame {
+    size_t firstValue;
+    Kind kind;
+  };
+
+  struct KnownKey {
+    UInt32 hash = 0;
+    UInt32 era = 0;          // of another era than the builder's: forgotten
+    bool wasShared = false;  // lately: another key must come twice to take its place
+    const HostCFString* key = nullptr;
+  };
+
+  bool Push(const HostCFObject* taken) {
+    if (valueCount == valueLimit && !RaiseLimit()) return Drop(taken);
+    values[valueCount++] = taken;
+    return true;
+  }
+  // What a block of the heap takes, its administration included.
+  static constexpr size_t BlockSize(size_t bytes) { return (bytes + 8 + 15) & ~size_t{15}; }
+
+  [[gnu::cold]] bool Drop(const HostCFObject* taken);
+  bool RaiseLimit();
+  bool GrowValues();
+  [[gnu::cold]] bool Fail(const char* why);
+  [[gnu::cold]] bool FailForMemory() { return Fail("there is no memory left"); }
+  [[gnu::cold]] bool FailForSize();
+
+  const bool isMutable;
+  const size_t keysWorthRemembering;
+  const size_t firstCapacity;  // of `values`
+  const bool usesPool;         // in the smallest files a value that is kept keeps nothing else
+  size_t memoryLeft;
+  const char* problem = "there is no memory left";
+  HostObjectPool pool;
+  std::vector<Frame> frames;
+  // Of all open containers: keys and values in turn, or values. There is room for all that a
+  // large file can have from the beginning, so that no abandoned lists are left in the heap; what
+  // is not used is never touched, and not counted either.
+  CFTypeRef* values = nullptr;
+  size_t valueCount = 0;
+  size_t valueLimit = 0;       // as many are counted
+  size_t valueCapacity = 0;    // there is room for so many
+  std::vector<KnownKey> keys;  // of ASCII, borrowed from the list
+  UInt32 era = 1;
+  bool hasDropped = false;
+};

@@ -1,0 +1,104 @@
+#include "platform/host/plist/characters.h"
+
+namespace {
+
+bool IsTrail(UInt8 byte) { return (byte & 0xC0) == 0x80; }
+
+// The size of the one well-formed sequence at `at`, which is no ASCII; 0 when there is none.
+size_t SequenceSize(const UInt8* at, size_t count) {
+  const UInt8 lead = at[0];
+  const size_t size = lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
+  if (size == 0 || size > count) return 0;
+  // The second byte's range excludes overlong forms, surrogates and what is beyond U+10FFFF.
+  const UInt8 least = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+  const UInt8 most = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+  if (at[1] < least || at[1] > most) return 0;
+  for (size_t i = 2; i < size; ++i) {
+    if (!IsTrail(at[i])) return 0;
+  }
+  return size;
+}
+
+constexpr UInt32 kNoScalar = 0xFFFFFFFF;
+
+// Reads a character at `*at` of `count` bytes in UTF-16; kNoScalar when it is cut or half a pair.
+UInt32 TakeUTF16(const UInt8* bytes, size_t count, bool isBig, size_t* at) {
+  const auto unit = [&](size_t i) -> UInt32 {
+    return isBig ? UInt32{bytes[i]} << 8 | bytes[i + 1] : UInt32{bytes[i + 1]} << 8 | bytes[i];
+  };
+  if (count - *at < 2) return kNoScalar;
+  const UInt32 first = unit(*at);
+  *at += 2;
+  if ((first & 0xF800) != 0xD800) return first;
+  if (first >= 0xDC00 || count - *at < 2) return kNoScalar;
+  const UInt32 second = unit(*at);
+  *at += 2;
+  if ((second & 0xFC00) != 0xDC00) return kNoScalar;
+  return 0x10000 + ((first & 0x3FF) << 10 | (second & 0x3FF));
+}
+
+}  // namespace
+
+HostPlistText HostTakePlistText(const UInt8* bytes, size_t count, std::vector<UInt8>* converted) {
+  if (count >= 3 && std::memcmp(bytes, "\xEF\xBB\xBF", 3) == 0) {
+    return {bytes + 3, count - 3, false, true};
+  }
+  const bool isBig = count >= 2 && bytes[0] == 0xFE && bytes[1] == 0xFF;
+  const bool isLittle = count >= 2 && bytes[0] == 0xFF && bytes[1] == 0xFE;
+  if (!isBig && !isLittle) return {bytes, count, false, true};
+
+  converted->resize(count / 2 * 3);  // three bytes for a unit, four for a pair
+  size_t size = 0;
+  bool isGood = true;
+  for (size_t at = 2; at < count && isGood;) {
+    const UInt32 scalar = TakeUTF16(bytes, count, isBig, &at);
+    isGood = scalar != kNoScalar;
+    if (isGood) size += HostPutUTF8(scalar, converted->data() + size);
+  }
+  return {converted->data(), size, true, isGood};
+}
+
+const UInt8* HostFindBadUTF8(const UInt8* at, const UInt8* end) {
+  while (at < end) {
+    uint64_t word;
+    if (end - at >= static_cast<ptrdiff_t>(sizeof word)) {
+      std::memcpy(&word, at, sizeof word);
+      if ((word & kHostHighs) == 0) {
+        at += sizeof word;
+        continue;
+      }
+    }
+    const size_t size = *at < 0x80 ? 1 : SequenceSize(at, static_cast<size_t>(end - at));
+    if (size == 0) return at;
+    at += size;
+  }
+  return end;
+}
+
+size_t HostPutUTF8(UInt32 scalar, UInt8* out) {
+  if (scalar < 0x80) {
+    out[0] = static_cast<UInt8>(scalar);
+    return 1;
+  }
+  const size_t size = scalar < 0x800 ? 2 : scalar < 0x10000 ? 3 : 4;
+  for (size_t i = size - 1; i > 0; --i, scalar >>= 6) {
+    out[i] = static_cast<UInt8>(0x80 | (scalar & 0x3F));
+  }
+  constexpr UInt8 kLeads[] = {0, 0, 0xC0, 0xE0, 0xF0};
+  out[0] = static_cast<UInt8>(kLeads[size] | scalar);
+  return size;
+}
+
+HostTextPlace HostFindPlace(const UInt8* begin, const UInt8* at) {
+  HostTextPlace place;
+  for (; begin < at; ++begin) {
+    const bool isOldEnd = *begin == '\r' && !(at - begin > 1 && begin[1] == '\n');
+    if (*begin == '\n' || isOldEnd) {
+      ++place.line;
+      place.column = 0;
+    } else if (!IsTrail(*begin)) {
+      ++place.column;
+    }
+  }
+  return place;
+}

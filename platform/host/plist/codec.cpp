@@ -1,0 +1,63 @@
+#include "platform/host/plist/codec.h"
+
+#include <cstring>
+#include <new>
+#include <string>
+#include <string_view>
+
+namespace {
+
+// The first characters of a text file behind byte-order mark and white space; what is no ASCII
+// shows as '?'.
+std::string FirstCharacters(const UInt8* bytes, size_t count) {
+  constexpr size_t kEnough = 16;
+  const bool isBig = count >= 2 && bytes[0] == 0xFE && bytes[1] == 0xFF;
+  const bool isLittle = count >= 2 && bytes[0] == 0xFF && bytes[1] == 0xFE;
+  const bool hasMark = count >= 3 && std::memcmp(bytes, "\xEF\xBB\xBF", 3) == 0;
+  const size_t step = isBig || isLittle ? 2 : 1;
+  std::string text;
+  for (size_t at = hasMark ? 3 : step == 2 ? 2 : 0; at + step <= count; at += step) {
+    const UInt8 low = bytes[isBig ? at + 1 : at];
+    const UInt8 high = step == 1 ? UInt8{0} : bytes[isBig ? at : at + 1];
+    const bool isBlank = high == 0 && (low == ' ' || (low >= '\t' && low <= '\r'));
+    if (text.empty() && isBlank) continue;
+    text += high == 0 && low < 0x80 ? static_cast<char>(low) : '?';
+    if (text.size() == kEnough) break;
+  }
+  return text;
+}
+
+}  // namespace
+
+CFPropertyListFormat HostRecognisePlist(const UInt8* bytes, size_t count) {
+  constexpr std::string_view kMagic = "bplist";
+  if (count >= kMagic.size() && std::memcmp(bytes, kMagic.data(), kMagic.size()) == 0) {
+    return kCFPropertyListBinaryFormat_v1_0;
+  }
+  const std::string text = FirstCharacters(bytes, count);
+  if (text.empty() || text[0] != '<') return kCFPropertyListOpenStepFormat;
+  // Every element has a letter in its name that is no hexadecimal digit.
+  const size_t end = text.find_first_not_of("0123456789abcdefABCDEF", 1);
+  const char stop = end == std::string::npos ? '>' : text[end];
+  const bool isWord = (stop >= 'a' && stop <= 'z') || (stop >= 'A' && stop <= 'Z') || stop == '/';
+  const bool isData = end == 1 ? std::strchr("> \t\r\n", stop) != nullptr : !isWord;
+  return isData ? kCFPropertyListOpenStepFormat : kCFPropertyListXMLFormat_v1_0;
+}
+
+CFPropertyListRef HostReadPlist(const UInt8* bytes, size_t count, CFOptionFlags mutability,
+                                CFPropertyListFormat* format, HostPropertyListError* error) {
+  *format = HostRecognisePlist(bytes, count);
+  try {
+    switch (*format) {
+      case kCFPropertyListBinaryFormat_v1_0:
+        return HostReadPlistBinary(bytes, count, mutability, error);
+      case kCFPropertyListXMLFormat_v1_0:
+        return HostReadPlistXML(bytes, count, mutability, error);
+      default:
+        return HostReadPlistText(bytes, count, mutability, error);
+    }
+  } catch (const std::bad_alloc&) {  // of the readers' own lists
+    *error = {"there is no memory left", ""};
+    return nullptr;
+  }
+}

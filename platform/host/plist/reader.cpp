@@ -1,0 +1,43 @@
+#include "platform/host/plist/reader.h"
+
+#include <utility>
+
+namespace {
+
+// A fault may quote the file: no more than a piece of it, and nothing that a terminal or a log
+// obeys.
+std::string Presentable(std::string text) {
+  constexpr size_t kLongest = 200;
+  if (text.size() > kLongest) {
+    size_t cut = kLongest;
+    while ((text[cut] & 0xC0) == 0x80) --cut;
+    text.replace(cut, std::string::npos, "...");
+  }
+  for (char& c : text) {
+    const auto code = static_cast<UInt8>(c);
+    if (code < ' ' || code == 0x7F) c = '?';
+  }
+  return text;
+}
+
+}  // namespace
+
+bool HostPlistReader::Begin() {
+  if (!input.isGood) return Fail(end, "the bytes are not UTF-16");
+  return !input.wasUTF16 || builder.Charge(input.count) || FailBuilding(begin);
+}
+
+bool HostPlistReader::Fail(const UInt8* where, std::string text, std::string hint) {
+  const HostTextPlace place = HostFindPlace(begin, where);
+  error->text = Presentable(std::move(text));
+  error->hint = std::move(hint);
+  error->offset = static_cast<size_t>(where - begin);
+  error->line = place.line + 1;
+  error->column = place.column + 1;
+  return false;
+}
+
+bool HostPlistReader::FailNotUTF8(const UInt8* where) {
+  return Fail(where, "the bytes are not UTF-8",
+              "save the file as UTF-8, or as UTF-16 with a byte-order mark");
+}

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <CoreFoundation/CFPropertyList.h>
+
+#include <cstddef>
+#include <vector>
+
+#include "platform/host/objects/cf_dictionary.h"
+#include "platform/host/objects/cf_string.h"
+
+// HostPlistWalk goes through an object and all it holds, in the order in which it would be written,
+// and finds out on the way whether it is a property list: only the permitted classes, keys that are
+// strings, not nested more than kHostPlistDepth deep (so nothing contains itself). Containers whose
+// callbacks say nothing about counted objects hold bare pointers and are no property lists.
+//
+//   for (HostPlistWalk walk(root, order); walk.Next();) ... walk.Step() ...
+//   ... walk.Fault()
+//
+// Nothing is retained: the list must not change meanwhile. One thread.
+class HostPlistWalk {
+ public:
+  enum class Order : UInt8 { kStored, kSorted };  // of keys; sorted is by UTF-16 code unit
+  enum class Step : UInt8 { kLeaf, kOpen, kClose };
+
+  HostPlistWalk(CFPropertyListRef root, Order order);
+
+  // Goes to the next step; false at the end, and when something is wrong.
+  bool Next();
+
+  // Of the current step. All but kClose: the key in front of the object, or null.
+  Step Current() const { return step; }
+  const HostCFString* Key() const { return key; }
+  const HostCFObject* Object() const { return object; }  // the leaf, or the container
+  size_t Level() const { return level; }                 // of the object; the root's is 0
+
+  // Null, or why the object is no property list; it ended the walk.
+  const char* Fault() const { return fault; }
+
+ private:
+  struct Frame {
+    const HostCFObject* container;
+    size_t next;       // the place of the next item
+    size_t end;        // places there are
+    size_t firstPair;  // in `sorted`, of a sorted dictionary
+  };
+  struct SortedPair {
+    UInt64 prefix;  // of the key, as a number that compares as the characters do
+    HostPair pair;
+  };
+
+  struct KeyOrder;
+
+  bool Fail(const char* why);
+  bool Enter(const HostCFObject* container);
+  bool Visit(const void* item);
+  bool NextPair(Frame& frame);
+  void FetchAhead(size_t place) const;
+  bool Sort(const HostCFDictionary& dictionary);
+
+  const Order order;
+  Step step = Step::kLeaf;
+  const HostCFString* key = nullptr;
+  const HostCFObject* object = nullptr;
+  size_t level = 0;
+  const char* fault = nullptr;
+  bool atRoot = true;
+  std::vector<Frame> frames;
+  std::vector<SortedPair> sorted;  // of all dictionaries that are open
+};

@@ -1,0 +1,373 @@
+#include "platform/host/ports/conversation.h"
+
+#include <CoreServices/MacErrors.h>
+
+#include <poll.h>
+#include <sys/random.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <cerrno>
+#include <cstring>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <utility>
+
+#include "platform/host/base/clock.h"
+#include "platform/host/base/descriptors.h"
+#include "platform/host/base/thread_object.h"
+#include "platform/host/ports/port_table.h"
+#include "platform/host/session/port_address.h"
+#include "platform/host/wire/frame_stream.h"
+
+namespace {
+
+constexpr size_t kConnectionsPerThread = 8;
+// How much a socket's receive time-out may differ from the time left before it is set anew.
+constexpr int64_t kTimeoutSlack = 40 * kHostMillisecond;
+
+uint64_t RandomNumber() {
+  uint64_t number = 0;
+  while (getrandom(&number, sizeof number, 0) != sizeof number || number == 0) {
+  }
+  return number;
+}
+
+// Random numbers, drawn from the kernel many at a time.
+class RequestNumbers {
+ public:
+  uint64_t Next() {
+    if (left == 0) {
+      while (getrandom(numbers.data(), sizeof numbers, 0) != sizeof numbers) {
+      }
+      left = numbers.size();
+    }
+    return numbers[--left];
+  }
+
+ private:
+  std::array<uint64_t, 32> numbers;  // up to 256 bytes are never cut short by a signal
+  size_t left = 0;
+};
+
+timeval TimevalOf(int64_t nanoseconds) {
+  timeval time = {};
+  time.tv_sec = static_cast<time_t>(nanoseconds / kHostSecond);
+  time.tv_usec = static_cast<suseconds_t>(nanoseconds % kHostSecond / 1000);
+  return time;
+}
+
+// Nanoseconds until `deadline` as a socket's time-out: 0 is for ever.
+int64_t TimeLeft(int64_t deadline) {
+  return deadline == kHostNever ? 0 : std::max(deadline - HostNow(), kHostMillisecond);
+}
+
+// When a call's time is up. The clock is read when that is asked for the first time: most sends
+// never wait.
+class TimeLimit {
+ public:
+  explicit TimeLimit(int64_t nanoseconds) : timeout(nanoseconds) {}
+
+  int64_t Deadline() {
+    if (deadline == 0) {
+      deadline = timeout == kHostNever ? kHostNever : HostDeadlineAfter(HostNow(), timeout);
+    }
+    return deadline;
+  }
+
+ private:
+  const int64_t timeout;
+  int64_t deadline = 0;
+};
+
+bool IsLost(int error) { return error == EPIPE || error == ECONNRESET || error == ENOTCONN; }
+
+// One connection of this thread.
+class Conversation {
+ public:
+  Conversation() = default;
+  Conversation(const Conversation&) = delete;
+  Conversation& operator=(const Conversation&) = delete;
+  ~Conversation() { Close(); }
+
+  bool IsOpen() const { return descriptor >= 0; }
+  bool IsTo(uint64_t port) const { return IsOpen() && portID == port; }
+  bool HasUnfinished() const { return !unfinished.IsEmpty(); }
+  bool HasHungUp() const;
+
+  OSStatus Open(uint64_t port, TimeLimit* limit);
+  void Close();
+  void Forget() {  // a forked child's: the descriptor is closed already
+    descriptor = -1;
+    Close();
+  }
+
+  // Result as HostConverse; `*lost` when the connection broke before the frame was out.
+  OSStatus Send(const std::vector<iovec>& pieces, TimeLimit* limit, bool* lost);
+  // Whether Send had to wait for room: time has passed then.
+  bool HasWaited() const { return waited; }
+  // left  what is left until `deadline`, as for SetReceiveTimeout.
+  OSStatus AwaitReply(uint64_t requestNumber, int64_t deadline, int64_t left, HostFrameSlice* body);
+
+  uint64_t lastUse = 0;
+
+ private:
+  OSStatus WaitForRoom(int64_t deadline, bool* lost);
+  int DropReplies();
+  bool SetReceiveTimeout(int64_t left);
+
+  int descriptor = -1;
+  uint64_t portID = 0;
+  HostFrameReader in{false};
+  HostOutQueue unfinished;     // the rest of a frame whose sender's time ran out
+  int64_t receiveTimeout = 0;  // as set on the socket, ns; 0: none
+  bool waited = false;
+};
+
+bool Conversation::HasHungUp() const {
+  pollfd entry = {descriptor, POLLIN, 0};
+  return poll(&entry, 1, 0) > 0 && (entry.revents & (POLLHUP | POLLERR)) != 0;
+}
+
+OSStatus Conversation::Open(uint64_t port, TimeLimit* limit) {
+  const int64_t deadline = limit->Deadline();
+  sockaddr_un address;
+  socklen_t size = 0;
+  if (!HostPortAddress(port, &address, &size)) return connectionInvalid;
+  {
+    HostDescriptorOpening opening;
+    descriptor = opening.Enter(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0),
+                               HostDescriptorKind::kConnection);
+  }
+  if (descriptor < 0) return memFullErr;
+  for (;;) {
+    // A connect waits only while the server's backlog is full; the send time-out bounds that.
+    if (deadline != kHostNever) {
+      const timeval left = TimevalOf(TimeLeft(deadline));
+      setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &left, sizeof left);
+    }
+    if (connect(descriptor, reinterpret_cast<sockaddr*>(&address), size) == 0) break;
+    const int error = errno;
+    if (error == EINTR && HostNow() < deadline) continue;
+    Close();
+    if (error == EAGAIN || error == EINTR) return errAETimeout;
+    if (error == ENOMEM || error == ENOBUFS) return memFullErr;
+    HostForgetDeadPort(port);
+    return connectionInvalid;
+  }
+  portID = port;
+  HostWidenSocket(descriptor);
+  return 0;
+}
+
+void Conversation::Close() {
+  HostCloseDescriptor(descriptor);
+  descriptor = -1;
+  in = HostFrameReader(false);
+  unfinished = HostOutQueue();
+  receiveTimeout = 0;
+}
+
+// Whatever lies there answers requests that nobody waits for any more. Result: 0 or errno.
+int Conversation::DropReplies() {
+  for (;;) {
+    HostFrameHeader header;
+    HostFrameSlice body;
+    HostFrameReader::Next next;
+    while ((next = in.Take(&header, &body)) == HostFrameReader::Next::kFrame) {
+    }
+    if (next == HostFrameReader::Next::kBad) return EBADMSG;
+    const ssize_t size = in.Receive(descriptor, MSG_DONTWAIT);
+    if (size == 0) return EPIPE;
+    if (size < 0 && errno == EINTR) continue;
+    if (size < 0) return errno == EAGAIN ? 0 : errno;
+  }
+}
+
+// Reads while it waits: the server may be unable to take more until we do.
+OSStatus Conversation::WaitForRoom(int64_t deadline, bool* lost) {
+  const int wait = HostMillisecondsUntil(deadline, HostNow());
+  if (wait == 0) return errAETimeout;
+  waited = true;
+  pollfd entry = {descriptor, POLLIN | POLLOUT, 0};
+  const int ready = poll(&entry, 1, wait);
+  if (ready == 0 || (ready < 0 && errno == EINTR)) return 0;
+  if (ready < 0) return memFullErr;
+  if ((entry.revents & POLLIN) == 0) return 0;
+  const int error = DropReplies();
+  if (error == 0) return 0;
+  *lost = true;
+  return connectionInvalid;
+}
+
+OSStatus Conversation::Send(const std::vector<iovec>& pieces, TimeLimit* limit, bool* lost) {
+  OSStatus err = 0;
+  waited = false;
+  while (err == 0 && !unfinished.IsEmpty()) {
+    const int error = unfinished.Flush(descriptor);
+    if (error == EAGAIN) {
+      err = WaitForRoom(limit->Deadline(), lost);
+    } else if (error != 0) {
+      *lost = true;
+      err = connectionInvalid;
+    }
+  }
+  size_t written = 0;
+  while (err == 0) {
+    const int error = HostWritePieces(descriptor, pieces, &written);
+    if (error == 0) return 0;
+    if (error == EAGAIN) {
+      err = WaitForRoom(limit->Deadline(), lost);
+    } else {
+      *lost = IsLost(error);
+      err = *lost ? connectionInvalid : memFullErr;
+    }
+  }
+  if (err == errAETimeout && written > 0 && !unfinished.Append(pieces, written)) Close();
+  return err;
+}
+
+bool Conversation::SetReceiveTimeout(int64_t left) {
+  // Kept when it is near enough: most requests have the same time-out.
+  if (receiveTimeout >= left && receiveTimeout - left <= kTimeoutSlack && left != 0) return true;
+  if (left == receiveTimeout) return true;
+  const timeval time = TimevalOf(left);
+  if (setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time) != 0) return false;
+  receiveTimeout = left;
+  return true;
+}
+
+OSStatus Conversation::AwaitReply(uint64_t requestNumber, int64_t deadline, int64_t left,
+                                  HostFrameSlice* body) {
+  for (;; left = TimeLeft(deadline)) {
+    HostFrameHeader header;
+    HostFrameReader::Next next;
+    while ((next = in.Take(&header, body)) == HostFrameReader::Next::kFrame) {
+      if (header.kind == HostFrameKind::kReply && header.requestNumber == requestNumber) return 0;
+    }
+    *body = HostFrameSlice();
+    if (next == HostFrameReader::Next::kBad) {
+      Close();
+      return errAECorruptData;
+    }
+    const ssize_t size = SetReceiveTimeout(left) ? in.Receive(descriptor, 0) : -1;
+    if (size > 0) continue;
+    if (size < 0 && (errno == EINTR || errno == EAGAIN)) {
+      if (deadline != kHostNever && HostNow() >= deadline) return errAETimeout;
+      continue;
+    }
+    const int error = size == 0 ? EPIPE : errno;
+    Close();
+    if (error == EBADMSG) return errAECorruptData;
+    return IsLost(error) ? connectionInvalid : memFullErr;
+  }
+}
+
+// The connections of one thread, least recently used first to go.
+class Conversations {
+ public:
+  Conversations() = default;
+  ~Conversations() { CheckFork(); }  // a forked child's thread closes nothing of its parent's
+
+  Conversation* FindOrOpen(uint64_t portID, TimeLimit* limit, OSStatus* err, bool* fresh);
+  uint64_t ThreadNumber();
+
+ private:
+  void CheckFork();
+  Conversation* Choose();
+
+  std::array<Conversation, kConnectionsPerThread> all;
+  Conversation* latest = &all[0];  // the one used last
+  uint64_t useCount = 0;
+  uint64_t threadNumber = 0;
+  uint32_t generation = 0;
+};
+
+void Conversations::CheckFork() {
+  if (generation == HostForkGeneration()) return;
+  if (generation != 0) {
+    for (Conversation& each : all) each.Forget();
+  }
+  generation = HostForkGeneration();
+  threadNumber = RandomNumber();
+}
+
+uint64_t Conversations::ThreadNumber() {
+  CheckFork();
+  return threadNumber;
+}
+
+// A place for a new connection. Those whose port has gone are closed on this occasion; else the
+// least recently used goes, but one with an unfinished frame only when all have one.
+Conversation* Conversations::Choose() {
+  for (Conversation& each : all) {
+    if (each.IsOpen() && each.HasHungUp()) each.Close();
+  }
+  Conversation* choice = nullptr;
+  for (Conversation& each : all) {
+    if (!each.IsOpen()) return &each;
+    if (choice == nullptr || std::pair(each.HasUnfinished(), each.lastUse) <
+                                 std::pair(choice->HasUnfinished(), choice->lastUse)) {
+      choice = &each;
+    }
+  }
+  choice->Close();
+  return choice;
+}
+
+Conversation* Conversations::FindOrOpen(uint64_t portID, TimeLimit* limit, OSStatus* err,
+                                        bool* fresh) {
+  CheckFork();
+  *fresh = false;
+  Conversation* conversation = latest->IsTo(portID) ? latest : nullptr;
+  for (size_t i = 0; conversation == nullptr && i < all.size(); i++) {
+    if (all[i].IsTo(portID)) conversation = &all[i];
+  }
+  if (conversation == nullptr) {
+    conversation = Choose();
+    *fresh = true;
+    *err = conversation->Open(portID, limit);
+    if (*err != 0) return nullptr;
+  }
+  conversation->lastUse = ++useCount;
+  latest = conversation;
+  return conversation;
+}
+
+Conversations& ThreadConversations() { return HostThreadObject<Conversations>(); }
+
+}  // namespace
+
+uint64_t HostNextRequestNumber() { return HostThreadObject<RequestNumbers>().Next(); }
+
+uint64_t HostThreadNumber() { return ThreadConversations().ThreadNumber(); }
+
+OSStatus HostConverse(uint64_t portID, HostFrameHeader header, HostGather& frame, int64_t timeout,
+                      HostFrameSlice* replyBody) {
+  TimeLimit limit(timeout);
+  const int64_t deadline = replyBody == nullptr ? kHostNever : limit.Deadline();
+  header.sender = HostThreadNumber();
+  HostFillFrameHeader(header, &frame);
+
+  // A frame that did not go out whole is never dispatched, so a connection that the server gave up
+  // is replaced once and the frame sent again.
+  for (;;) {
+    OSStatus err = 0;
+    bool fresh = false, lost = false;
+    Conversation* conversation = ThreadConversations().FindOrOpen(portID, &limit, &err, &fresh);
+    if (conversation == nullptr) return err;
+    err = conversation->Send(frame.Pieces(), &limit, &lost);
+    if (lost) {
+      conversation->Close();
+      if (fresh) return connectionInvalid;
+      continue;
+    }
+    if (err != 0 || replyBody == nullptr) return err;
+    // As a rule no time has passed, and the clock need not be read again.
+    const bool isNow = timeout != kHostNever && !fresh && !conversation->HasWaited();
+    return conversation->AwaitReply(header.requestNumber, deadline,
+                                    isNow ? timeout : TimeLeft(deadline), replyBody);
+  }
+}

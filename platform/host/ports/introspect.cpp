@@ -1,0 +1,14 @@
+#include "platform/host/ports/introspect.h"
+
+#include "platform/host/ports/port_table.h"
+
+HostPortCounts HostCountPorts() {
+  const HostTableCounts table = HostCountTable();
+  HostPortCounts counts;
+  counts.portNames = table.names;
+  counts.receivers = table.receivers;
+  counts.connections = table.connections;
+  counts.queuedBytes = table.queuedBytes;
+  counts.partialBytes = table.partialBytes;
+  return counts;
+}

@@ -1,0 +1,53 @@
+#include "platform/host/ports/local_waiter.h"
+
+#include <CoreServices/MacErrors.h>
+
+#include <chrono>
+#include <utility>
+
+#include "platform/host/base/clock.h"
+#include "platform/host/ports/port_table.h"
+
+void HostLocalWaiter::Answer(HostFrameSlice body) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  if (state != State::kWaiting) return;
+  state = State::kAnswered;
+  reply = std::move(body);
+  changed.notify_all();
+}
+
+void HostLocalWaiter::Abandon() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  if (state != State::kWaiting) return;
+  state = State::kAbandoned;
+  changed.notify_all();
+}
+
+bool HostLocalWaiter::Expect(mach_port_t right) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  if (state != State::kWaiting) return false;
+  replyRight = right;
+  return true;
+}
+
+OSStatus HostLocalWaiter::Wait(int64_t deadline, HostFrameSlice* body) {
+  mach_port_t right = MACH_PORT_NULL;
+  State result = State::kWaiting;
+  {
+    std::unique_lock<std::mutex> lock(mutex);
+    const auto settled = [this] { return state != State::kWaiting; };
+    if (deadline == kHostNever) {
+      changed.wait(lock, settled);
+    } else {
+      using Clock = std::chrono::steady_clock;
+      changed.wait_until(lock, Clock::time_point(std::chrono::nanoseconds(deadline)), settled);
+    }
+    if (state == State::kWaiting) state = State::kTimedOut;
+    result = state;
+    right = std::exchange(replyRight, MACH_PORT_NULL);
+    *body = std::move(reply);
+  }
+  if (right != MACH_PORT_NULL) HostRemoveReplyRight(right);
+  if (result == State::kAnswered) return 0;
+  return result == State::kAbandoned ? OSStatus{connectionInvalid} : OSStatus{errAETimeout};
+}

@@ -1,0 +1,342 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+
+#include <chrono>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "platform/host/base/clock.h"
+#include "platform/host/base/descriptors.h"
+#include "platform/host/base/file_lock.h"
+#include "platform/host/base/open_file.h"
+#include "platform/host/objects/cf_date.h"
+#include "platform/host/plist/codec.h"
+#include "platform/host/plist/walk.h"
+#include "platform/host/preferences/disk.h"
+
+constinit HostCFString gHostRemovedPreference{"(removed)"};
+
+namespace {
+
+constexpr int64_t kMaxLockWait = 30 * kHostSecond;
+constexpr int kMaxLinks = 40;
+constexpr int kMaxAttempts = 100;  // at a lock that others remove
+
+// Where the file is, behind its links, and how new things beside it are to look.
+struct Target {
+  std::string folder;
+  std::string file;
+  bool isShared = false;
+  HostOpenFile directory;
+  uid_t folderOwner = 0;
+  gid_t folderGroup = 0;
+
+  std::string Path() const { return folder + "/" + file; }
+  mode_t FileMode() const { return isShared ? 0644 : 0600; }
+};
+
+// What failed, with errno's reason.
+std::string Failure(const char* what, const std::string& path) {
+  return std::string("preferences ") + path + " not written: " + what + ": " + strerror(errno);
+}
+
+// False with errno when it cannot be told where the links lead: they must not be replaced.
+bool FollowLinks(std::string* path) {
+  for (int i = 0; i < kMaxLinks; i++) {
+    char next[4096];
+    const ssize_t length = readlink(path->c_str(), next, sizeof next);
+    // Not a link, or nothing there.
+    if (length < 0) return errno == EINVAL || errno == ENOENT || errno == ENOTDIR;
+    if (length == 0 || length == sizeof next) return errno = ENAMETOOLONG, false;
+    const std::string link(next, static_cast<size_t>(length));
+    *path = link[0] == '/' ? link : path->substr(0, path->rfind('/') + 1) + link;
+  }
+  return errno = ELOOP, false;
+}
+
+// Waits for the disk. Some file systems cannot, for folders: then there is nothing to wait for.
+bool Sync(int fd, bool isFolder) {
+  while (fsync(fd) != 0) {
+    if (isFolder && errno == EINVAL) return true;
+    if (errno != EINTR) return false;
+  }
+  return true;
+}
+
+int OpenFolder(const std::string& folder) {
+  return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+}
+
+// Makes what is missing of the way to `folder`. Failing shows when the folder is opened: the result
+// is errno of the first one that could not be made, 0 when all were made or there.
+int MakeFolders(const std::string& folder, mode_t mode) {
+  int reason = 0;
+  std::string parent = "/";
+  for (size_t slash = 0; slash != std::string::npos;) {
+    slash = folder.find('/', slash + 1);
+    const std::string made = folder.substr(0, slash);
+    if (mkdir(made.c_str(), mode) == 0) {
+      Sync(HostOpenFile(OpenFolder(parent)).Get(), true);
+    } else if (reason == 0 && errno != EEXIST) {
+      reason = errno;
+    }
+    parent = made;
+  }
+  return reason;
+}
+
+bool FindTarget(const HostPreferencesPlace& place, Target* target, std::string* problem) {
+  std::string path = place.path;
+  if (!FollowLinks(&path)) return *problem = Failure("its links", place.path), false;
+  const size_t slash = path.rfind('/');
+  target->folder = path.substr(0, slash);
+  target->file = path.substr(slash + 1);
+  target->isShared = place.isShared;
+  target->directory = HostOpenFile(OpenFolder(target->folder));
+  if (!target->directory.IsOpen() && errno == ENOENT && path == place.path) {
+    const int reason = MakeFolders(target->folder, place.isShared ? 0755 : 0700);
+    target->directory = HostOpenFile(OpenFolder(target->folder));
+    // Why it is not there says more than that it is not.
+    if (!target->directory.IsOpen() && errno == ENOENT && reason != 0) errno = reason;
+  }
+  struct stat info;
+  if (!target->directory.IsOpen() || fstat(target->directory.Get(), &info) != 0) {
+    return *problem = Failure("its folder", path), false;
+  }
+  target->folderOwner = info.st_uid;
+  target->folderGroup = info.st_gid;
+  return true;
+}
+
+// What a privileged program makes in a user's folder is the user's. `fd` is new, so that nobody can
+// have put another file in its place.
+void GiveToFolderOwner(const Target& target, int fd) {
+  if (geteuid() != 0 || target.folderOwner == 0) return;
+  [[maybe_unused]] const int ignored = fchown(fd, target.folderOwner, target.folderGroup);
+}
+
+// The lock of a file, held by one process at a time, and by this object until its end.
+class CommitLock {
+ public:
+  CommitLock() = default;
+  CommitLock(const CommitLock&) = delete;
+  CommitLock& operator=(const CommitLock&) = delete;
+  ~CommitLock() {
+    if (fd < 0) return;
+    HostUnlockByte(fd, 0);
+    HostCloseDescriptor(fd);
+  }
+
+  bool Take(const Target& target, std::string* problem) {
+    const std::string name = "." + target.file + ".lock";
+    const int64_t end = HostDeadlineAfter(HostNow(), kMaxLockWait);
+    for (int attempt = 0; attempt < kMaxAttempts; attempt++) {
+      fd = Open(target, name.c_str());
+      if (fd < 0 && errno == EEXIST) continue;  // made by another at this moment
+      if (fd < 0) return *problem = Failure("its lock", target.Path()), false;
+      if (!Wait(end)) return *problem = Failure("waiting for its lock", target.Path()), false;
+      // A file that was removed between opening and locking guards nothing.
+      if (HostIsSameFile(target.directory.Get(), name.c_str(), fd)) return true;
+      HostCloseDescriptor(std::exchange(fd, -1));
+    }
+    return *problem = Failure("its lock keeps vanishing", target.Path()), false;
+  }
+
+ private:
+  static int Open(const Target& target, const char* name) {
+    constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+    HostDescriptorOpening opening;
+    const int directory = target.directory.Get();
+    int lock = openat(directory, name, kFlags);
+    if (lock < 0 && errno == ENOENT) {
+      lock = openat(directory, name, kFlags | O_CREAT | O_EXCL, target.FileMode());
+      if (lock >= 0) GiveToFolderOwner(target, lock);
+    }
+    return opening.Enter(lock, HostDescriptorKind::kNameFile);
+  }
+
+  // Asks again and again, because waiting in the kernel has no end when the owner is stopped.
+  bool Wait(int64_t end) {
+    auto pause = std::chrono::microseconds(200);
+    while (!HostTryLockByte(fd, 0)) {
+      if (errno != EAGAIN && errno != EACCES) return false;
+      if (HostNow() >= end) return errno = ETIMEDOUT, false;
+      std::this_thread::sleep_for(pause);
+      pause = std::min(pause * 2, std::chrono::microseconds(5000));
+    }
+    return true;
+  }
+
+  int fd = -1;
+};
+
+// A copy of `old` (may be null) with the changes; `*differs` tells whether they change anything.
+HostRetained<HostCFDictionary> Merge(const HostCFDictionary* old, const HostCFDictionary& changes,
+                                     bool* differs) {
+  *differs = false;
+  HostRetained<HostCFDictionary> merged(
+      old != nullptr
+          ? CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, old)
+          : CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
+                                      &kCFTypeDictionaryValueCallBacks));
+  if (!merged) return merged;
+  for (const HostPair& change : changes.Pairs()) {
+    if (change.key == nullptr) continue;
+    const HostPair* const found = merged->Find(change.key);
+    if (change.value == &gHostRemovedPreference) {
+      *differs = *differs || found != nullptr;
+      merged->Remove(change.key);
+    } else {
+      *differs = *differs || found == nullptr || !HostIsSamePreference(found->value, change.value);
+      if (!merged->Set(change.key, change.value)) return {};
+    }
+  }
+  return merged;
+}
+
+class VectorSink final : public HostPlistSink {
+ public:
+  bool Take(const UInt8* piece, size_t count) override {
+    if (count > static_cast<size_t>(kHostMaxPreferencesBytes) - bytes.size()) return false;
+    bytes.insert(bytes.end(), piece, piece + count);
+    return true;
+  }
+  std::vector<UInt8> bytes;
+};
+
+// XML has whole seconds only.
+bool HasFractionOfSecond(CFPropertyListRef list) {
+  HostPlistWalk walk(list, HostPlistWalk::Order::kStored);
+  while (walk.Next()) {
+    const auto* date = HostCast<HostCFDate>(walk.Object());
+    if (date != nullptr && std::floor(date->Time()) != date->Time()) return true;
+  }
+  return false;
+}
+
+bool Encode(CFPropertyListRef list, std::vector<UInt8>* bytes, std::string* reason) {
+  HostPropertyListError error;
+  VectorSink xml, binary;
+  // Text with a NUL, or half of a pair, goes into the binary form only.
+  if (!HasFractionOfSecond(list) && HostWritePlistXML(list, xml, &error)) {
+    *bytes = std::move(xml.bytes);
+  } else if (HostWritePlistBinary(list, binary, &error)) {
+    *bytes = std::move(binary.bytes);
+  } else {
+    *reason = error.Sentence();
+    return false;
+  }
+  return true;
+}
+
+bool WriteAll(int fd, const std::vector<UInt8>& bytes) {
+  for (size_t done = 0; done < bytes.size();) {
+    const ssize_t wrote = write(fd, bytes.data() + done, bytes.size() - done);
+    if (wrote > 0) done += static_cast<size_t>(wrote);
+    if (wrote == 0) errno = ENOSPC;
+    if (wrote == 0 || (wrote < 0 && errno != EINTR)) return false;
+  }
+  return true;
+}
+
+// The new file, beside the one that it replaces. Only whoever holds the lock makes one.
+class NewFile {
+ public:
+  explicit NewFile(const Target& target) : target(target), name("." + target.file + ".new") {}
+  ~NewFile() {
+    if (isMade) unlinkat(target.directory.Get(), name.c_str(), 0);
+  }
+  NewFile(const NewFile&) = delete;
+  NewFile& operator=(const NewFile&) = delete;
+
+  // Each step tells on failure what it was about.
+  bool Make(const HostFileStamp& old, std::string* problem) {
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    const int directory = target.directory.Get();
+    int fd = openat(directory, name.c_str(), kFlags, 0600);
+    if (fd < 0 && errno == EEXIST && unlinkat(directory, name.c_str(), 0) == 0) {
+      fd = openat(directory, name.c_str(), kFlags, 0600);  // its writer died
+    }
+    file = HostOpenFile(fd);
+    isMade = fd >= 0;
+    if (!isMade) return Fail("making a new file", problem);
+    return TakeAfter(old) || Fail("its owner and mode", problem);
+  }
+
+  bool Fill(const std::vector<UInt8>& bytes, std::string* problem) {
+    if (!WriteAll(file.Get(), bytes)) return Fail("writing", problem);
+    return Sync(file.Get(), false) || Fail("bringing it to the disk", problem);
+  }
+
+  bool PutInPlace(std::string* problem) {
+    const int directory = target.directory.Get();
+    if (renameat(directory, name.c_str(), directory, target.file.c_str()) != 0) {
+      return Fail("renaming", problem);
+    }
+    isMade = false;
+    return Sync(directory, true) || Fail("bringing its folder to the disk", problem);
+  }
+
+ private:
+  bool Fail(const char* what, std::string* problem) const {
+    *problem = Failure(what, target.Path());
+    return false;
+  }
+
+  bool TakeAfter(const HostFileStamp& old) const {
+    if (old.changed == 0) {
+      GiveToFolderOwner(target, file.Get());
+      return fchmod(file.Get(), target.FileMode()) == 0;
+    }
+    struct stat made;
+    if (fstat(file.Get(), &made) != 0) return false;
+    const bool isSameOwner = made.st_uid == old.owner && made.st_gid == old.group;
+    if (!isSameOwner && fchown(file.Get(), old.owner, old.group) != 0) return false;
+    return fchmod(file.Get(), old.mode & 07777) == 0;
+  }
+
+  const Target& target;
+  const std::string name;
+  HostOpenFile file;
+  bool isMade = false;
+};
+
+bool Replace(const Target& target, const HostFileStamp& old, CFPropertyListRef list,
+             std::string* problem) {
+  std::vector<UInt8> bytes;
+  std::string reason;
+  if (!Encode(list, &bytes, &reason)) {
+    *problem = "preferences " + target.Path() + " not written: " + reason;
+    return false;
+  }
+  NewFile file(target);
+  return file.Make(old, problem) && file.Fill(bytes, problem) && file.PutInPlace(problem);
+}
+
+}  // namespace
+
+bool HostCommitPreferences(const HostPreferencesPlace& place, const HostCFDictionary& changes,
+                           HostPreferencesContent* content, std::string* problem) {
+  Target target;
+  CommitLock lock;
+  if (!FindTarget(place, &target, problem) || !lock.Take(target, problem)) return false;
+  *content = HostReadPreferences(target.Path(), place.path);
+  if (content->state == HostPreferencesContent::State::kRefused) {
+    *problem = content->problem;
+    return false;
+  }
+  bool differs = false;
+  const auto merged = Merge(content->values.Get(), changes, &differs);
+  if (!merged) return *problem = "no memory to write preferences", false;
+  if (!differs) return true;
+  if (!Replace(target, content->stamp, merged.Get(), problem)) return false;
+  content->state = HostPreferencesContent::State::kRead;
+  content->values = merged;
+  content->stamp = HostStampOfFile(target.Path().c_str());
+  content->isSettled = false;
+  return true;
+}

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+
+#include "platform/host/objects/cf_dictionary.h"
+#include "platform/host/objects/cf_string.h"
+#include "platform/host/preferences/place.h"
+
+// Preferences files: reading one, and changing some of its keys so that no other process's are
+// lost. No state; any thread. Paths are followed through symbolic links.
+//
+// On disk, besides ID.plist: .ID.plist.lock, empty, whose byte 0 is locked while somebody writes
+// and which stays; and .ID.plist.new, the file that is being written, which whoever holds the lock
+// next removes if its writer died. Both stand beside the file itself, behind its links.
+
+inline constexpr off_t kHostMaxPreferencesBytes = off_t{64} << 20;
+
+// What tells one state of a file from another.
+struct HostFileStamp {
+  dev_t device = 0;
+  ino_t inode = 0;
+  off_t size = 0;
+  mode_t mode = 0;
+  uid_t owner = 0;
+  gid_t group = 0;
+  int64_t modified = 0;  // nanoseconds of the wall clock
+  int64_t changed = 0;   // the same, of the file's record; 0: there is no file
+
+  bool operator==(const HostFileStamp&) const = default;
+};
+
+// One question to the kernel. A file that is not there, or cannot be asked about, has no stamp.
+HostFileStamp HostStampOfFile(const char* path);
+
+struct HostPreferencesContent {
+  enum class State { kAbsent, kRead, kRefused };
+
+  State state = State::kAbsent;
+  HostRetained<HostCFDictionary> values;  // immutable; null unless kRead
+  std::string problem;                    // of kRefused: one line with path, owner, mode and reason
+  HostFileStamp stamp;
+  // Any later change shows in the stamp. Not so right after one, because the kernel's times of
+  // files move in steps.
+  bool isSettled = false;
+};
+
+// What the file at `path` says now, if it can be trusted. `name` is what a problem calls it.
+HostPreferencesContent HostReadPreferences(const std::string& path, const std::string& name);
+
+// Whether a file that has one of two values need not be changed to have the other: the same
+// content, bit for bit: 1 is not 1.0, and 0.0 is not -0.0.
+bool HostIsSamePreference(CFTypeRef a, CFTypeRef b);
+
+// What stands for "remove this key" in changes.
+extern HostCFString gHostRemovedPreference;
+
+// Puts `changes` (key -> value, or the above) into the file, under its lock and upon what it says
+// at that moment, and waits until the disk has it. Makes the folders that are missing.
+//
+// Result  true: `*content` is what the file says now. False: `*problem` says in one line why; the
+//         file is the old one, or, when only its folder could not be brought to the disk, the new
+//         one. A file that cannot be read is never changed.
+bool HostCommitPreferences(const HostPreferencesPlace& place, const HostCFDictionary& changes,
+                           HostPreferencesContent* content, std::string* problem);

@@ -1,0 +1,185 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include <bit>
+#include <memory>
+
+#include "platform/host/base/open_file.h"
+#include "platform/host/objects/cf_number.h"
+#include "platform/host/plist/codec.h"
+#include "platform/host/plist/walk.h"
+#include "platform/host/preferences/disk.h"
+
+namespace {
+
+using State = HostPreferencesContent::State;
+
+constexpr mode_t kForeignWriters = S_IWGRP | S_IWOTH;
+
+int64_t Nanoseconds(const timespec& time) {
+  return int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
+
+HostFileStamp StampOf(const struct stat& info) {
+  HostFileStamp stamp;
+  stamp.device = info.st_dev;
+  stamp.inode = info.st_ino;
+  stamp.size = info.st_size;
+  stamp.mode = info.st_mode;
+  stamp.owner = info.st_uid;
+  stamp.group = info.st_gid;
+  stamp.modified = Nanoseconds(info.st_mtim);
+  stamp.changed = Nanoseconds(info.st_ctim);
+  return stamp;
+}
+
+// The clock that the kernel stamps files with: a change after this moment bears this time or a
+// later one.
+int64_t FileClock() {
+  timespec now;
+  clock_gettime(CLOCK_REALTIME_COARSE, &now);
+  return Nanoseconds(now);
+}
+
+const char* Distrust(const HostFileStamp& stamp) {
+  if (!S_ISREG(stamp.mode)) return "it is no plain file";
+  if (stamp.owner != 0 && stamp.owner != geteuid()) return "another user owns it";
+  if ((stamp.mode & kForeignWriters) != 0) return "its group or others may write it";
+  if (stamp.size > kHostMaxPreferencesBytes) return "it has more than 64 MiB";
+  return nullptr;
+}
+
+// All bytes of the file, which may be longer or shorter by now than it was. Null with errno.
+std::unique_ptr<UInt8[]> ReadAll(int fd, size_t expected, size_t* count) {
+  const size_t room = expected + 1;
+  std::unique_ptr<UInt8[]> bytes(new (std::nothrow) UInt8[room]);
+  errno = ENOMEM;
+  if (bytes == nullptr) return nullptr;
+  size_t have = 0;
+  while (have < room) {
+    const ssize_t got = read(fd, bytes.get() + have, room - have);
+    if (got == 0) break;
+    if (got > 0) have += static_cast<size_t>(got);
+    if (got < 0 && errno != EINTR) return nullptr;
+  }
+  if (have == room) {
+    errno = EAGAIN;  // it grows; the next read sees another stamp
+    return nullptr;
+  }
+  *count = have;
+  return bytes;
+}
+
+// The dictionary that the bytes are; null with the reason.
+HostCFDictionary* Parse(const UInt8* bytes, size_t count, std::string* reason) {
+  HostPropertyListError error;
+  CFPropertyListFormat format = 0;
+  const CFPropertyListRef list =
+      HostReadPlist(bytes, count, kCFPropertyListImmutable, &format, &error);
+  if (list == nullptr) {
+    *reason = error.text.empty() ? "it cannot be read" : error.Sentence();
+    return nullptr;
+  }
+  auto* const values = HostCast<HostCFDictionary>(list);
+  if (values != nullptr) return values;
+  CFRelease(list);
+  *reason = "its property list is no dictionary";
+  return nullptr;
+}
+
+std::string ReadValues(int fd, HostPreferencesContent* content) {
+  if (const char* reason = Distrust(content->stamp)) return reason;
+  size_t count = 0;
+  const auto bytes = ReadAll(fd, static_cast<size_t>(content->stamp.size), &count);
+  if (bytes == nullptr) return strerror(errno);
+  std::string reason;
+  content->values = HostRetained<HostCFDictionary>(Parse(bytes.get(), count, &reason));
+  return reason;
+}
+
+std::string Refusal(const std::string& name, const HostFileStamp& stamp,
+                    const std::string& reason) {
+  char owner[64] = "";
+  if (stamp.changed != 0) {
+    snprintf(owner, sizeof owner, " (owner %u, mode %04o)", static_cast<unsigned>(stamp.owner),
+             static_cast<unsigned>(stamp.mode & 07777));
+  }
+  return "preferences " + name + owner + " are neither read nor written: " + reason;
+}
+
+// A real number's bits: zeros of either sign are equal, and no NaN is equal to another.
+uint64_t BitsOf(CFNumberRef real) {
+  double value = 0;
+  CFNumberGetValue(real, kCFNumberFloat64Type, &value);
+  return std::bit_cast<uint64_t>(value);
+}
+
+bool IsSameLeaf(CFTypeRef a, CFTypeRef b) {
+  const auto* number = HostCast<HostCFNumber>(a);
+  const auto* other = HostCast<HostCFNumber>(b);
+  if (number == nullptr || other == nullptr) return CFEqual(a, b);
+  if (number->IsFloat() != other->IsFloat()) return false;
+  return number->IsFloat() ? BitsOf(number) == BitsOf(other) : CFEqual(a, b);
+}
+
+bool IsSameStep(const HostPlistWalk& a, const HostPlistWalk& b) {
+  if (a.Current() != b.Current() || a.Object()->TypeID() != b.Object()->TypeID()) return false;
+  if (a.Current() == HostPlistWalk::Step::kClose) return true;
+  if ((a.Key() != nullptr) != (b.Key() != nullptr)) return false;
+  if (a.Key() != nullptr && !CFEqual(a.Key(), b.Key())) return false;
+  return a.Current() == HostPlistWalk::Step::kOpen || IsSameLeaf(a.Object(), b.Object());
+}
+
+}  // namespace
+
+HostFileStamp HostStampOfFile(const char* path) {
+  struct stat info;
+  return stat(path, &info) == 0 ? StampOf(info) : HostFileStamp();
+}
+
+HostPreferencesContent HostReadPreferences(const std::string& path, const std::string& name) {
+  HostPreferencesContent content;
+  int fd;
+  do {
+    // Neither a pipe nor a terminal that somebody has put there may hold us up.
+    fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  } while (fd < 0 && errno == EINTR);
+  const int reason = errno;
+  const HostOpenFile file(fd);
+  if (!file.IsOpen() && (reason == ENOENT || reason == ENOTDIR)) return content;
+
+  const int64_t now = FileClock();
+  struct stat info;
+  std::string problem;
+  if (!file.IsOpen()) {
+    content.stamp = HostStampOfFile(path.c_str());
+    problem = strerror(reason);
+  } else if (fstat(fd, &info) != 0) {
+    problem = strerror(errno);
+  } else {
+    content.stamp = StampOf(info);
+    problem = ReadValues(fd, &content);
+  }
+  content.isSettled = now > content.stamp.changed;
+  content.state = problem.empty() ? State::kRead : State::kRefused;
+  if (!problem.empty()) content.problem = Refusal(name, content.stamp, problem);
+  return content;
+}
+
+bool HostIsSamePreference(CFTypeRef a, CFTypeRef b) {
+  if (a == b) return true;
+  const CFTypeID type = CFGetTypeID(a);
+  if (type != CFGetTypeID(b)) return false;
+  if (type != kHostTypeArray && type != kHostTypeDictionary) return IsSameLeaf(a, b);
+  HostPlistWalk first(a, HostPlistWalk::Order::kSorted);
+  HostPlistWalk second(b, HostPlistWalk::Order::kSorted);
+  for (;;) {
+    const bool hasMore = first.Next();
+    if (hasMore != second.Next()) return false;
+    if (!hasMore) return first.Fault() == nullptr && second.Fault() == nullptr;
+    if (!IsSameStep(first, second)) return false;
+  }
+}

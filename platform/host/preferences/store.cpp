@@ -1,0 +1,225 @@
+#include "platform/host/preferences/store.h"
+
+#include <syslog.h>
+
+#include <algorithm>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "platform/host/objects/cf_number.h"
+
+namespace {
+
+using State = HostPreferencesContent::State;
+
+constinit std::mutex sFilesMutex;
+
+HostRetained<HostCFDictionary> NewTable() {
+  return HostRetained<HostCFDictionary>(CFDictionaryCreateMutable(
+      kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+}
+
+// Also the stored width of a number, which callers can see.
+bool IsInterchangeable(CFTypeRef a, CFTypeRef b) {
+  if (!HostIsSamePreference(a, b)) return false;
+  const auto* number = HostCast<HostCFNumber>(a);
+  return number == nullptr ||
+         CFNumberGetType(number) == CFNumberGetType(static_cast<CFNumberRef>(b));
+}
+
+// Former values that are equal as numbers, such as both zeros or 1 and 1.0, stand side by side.
+HostRetained<HostCFDictionary> NewFormerTable() {
+  CFDictionaryKeyCallBacks keys = kCFTypeDictionaryKeyCallBacks;
+  keys.equal = [](const void* a, const void* b) -> Boolean { return IsInterchangeable(a, b); };
+  return HostRetained<HostCFDictionary>(
+      CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &keys, &kCFTypeDictionaryValueCallBacks));
+}
+
+// A copy that nobody can change, null for what cannot stand in a file under this key.
+CFPropertyListRef CopyForFile(CFStringRef key, CFPropertyListRef value) {
+  const CFPropertyListRef copy =
+      CFPropertyListCreateDeepCopy(kCFAllocatorDefault, value, kCFPropertyListImmutable);
+  if (copy == nullptr) return nullptr;
+  const HostRetained<HostCFDictionary> root = NewTable();
+  if (root && root->Set(key, copy) &&
+      CFPropertyListIsValid(root.Get(), kCFPropertyListBinaryFormat_v1_0)) {
+    return copy;
+  }
+  CFRelease(copy);
+  return nullptr;
+}
+
+}  // namespace
+
+CFTypeRef HostFormerPreferences::Find(CFTypeRef value) const {
+  const HostPair* const found = values ? values->Find(value) : nullptr;
+  return found != nullptr ? found->value : value;
+}
+
+void HostFormerPreferences::Keep(CFTypeRef value) {
+  const CFIndex references = CFGetRetainCount(value);
+  if (references <= 1 || references == INT32_MAX) return;  // its holder's only, or a constant
+  if (!values) values = NewFormerTable();
+  if (values && values->Count() >= limit) Prune();
+  if (values) values->Set(value, value);
+}
+
+void HostFormerPreferences::Prune() {
+  constexpr CFIndex kOurs = 2;  // as key and as value
+  std::vector<CFTypeRef> unused;
+  for (const HostPair& pair : values->Pairs()) {
+    const bool isUnused = pair.key != nullptr && CFGetRetainCount(pair.key) <= kOurs;
+    if (isUnused) unused.push_back(pair.key);
+  }
+  for (const CFTypeRef value : unused) values->Remove(value);
+  limit = std::max(kFewest, 2 * values->Count());
+}
+
+HostPreferencesFile& HostPreferencesFile::At(const HostPreferencesPlace& place) {
+  static auto* const files = new std::unordered_map<std::string, HostPreferencesFile*>;
+  const std::lock_guard<std::mutex> lock(sFilesMutex);
+  HostPreferencesFile*& file = (*files)[place.path];
+  if (file == nullptr) file = new HostPreferencesFile(place);
+  return *file;
+}
+
+void HostPreferencesFile::LogOnce(const std::string& problem, std::string* last) {
+  if (problem == *last) return;
+  *last = problem;
+  if (!problem.empty()) syslog(LOG_ERR, "%s", problem.c_str());
+}
+
+void HostPreferencesFile::Refresh() {
+  if (wasRead && content.isSettled && HostStampOfFile(place.path.c_str()) == content.stamp) return;
+  Adopt(HostReadPreferences(place.path, place.path));
+}
+
+// Values that have not changed stay the objects that they were.
+void HostPreferencesFile::Adopt(HostPreferencesContent fresh) {
+  std::vector<std::pair<CFTypeRef, CFTypeRef>> known;
+  if (fresh.values) {
+    for (const HostPair& pair : fresh.values->Pairs()) {
+      if (pair.key == nullptr) continue;
+      const CFTypeRef value = KnownValue(static_cast<CFStringRef>(pair.key), pair.value);
+      if (value != pair.value) known.emplace_back(pair.key, value);
+    }
+    for (const auto& [key, value] : known) fresh.values->Set(key, value);
+  }
+  if (content.values && content.values.Get() != fresh.values.Get()) {
+    for (const HostPair& pair : content.values->Pairs()) {
+      if (pair.key == nullptr) continue;
+      const HostPair* const now = fresh.values ? fresh.values->Find(pair.key) : nullptr;
+      if (now == nullptr || now->value != pair.value) former.Keep(pair.value);
+    }
+  }
+  content = std::move(fresh);
+  wasRead = true;
+  LogOnce(content.problem, &lastRefusal);
+}
+
+// The object to keep for `value` under `key`: the one that is there already, or was, else itself.
+CFTypeRef HostPreferencesFile::KnownValue(CFStringRef key, CFTypeRef value) const {
+  const HostPair* const found = content.values ? content.values->Find(key) : nullptr;
+  if (found != nullptr && IsInterchangeable(found->value, value)) return found->value;
+  return former.Find(value);
+}
+
+CFTypeRef HostPreferencesFile::CopyValue(CFStringRef key) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  const HostPair* found = changes ? changes->Find(key) : nullptr;
+  if (found == nullptr) {
+    Refresh();
+    found = content.values ? content.values->Find(key) : nullptr;
+  }
+  if (found == nullptr || found->value == &gHostRemovedPreference) return nullptr;
+  return CFRetain(found->value);
+}
+
+HostRetained<HostCFDictionary> HostPreferencesFile::CopyAll() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  Refresh();
+  HostRetained<HostCFDictionary> all =
+      content.values ? HostRetained<HostCFDictionary>(CFDictionaryCreateMutableCopy(
+                           kCFAllocatorDefault, 0, content.values.Get()))
+                     : NewTable();
+  if (!all || !changes) return all;
+  for (const HostPair& change : changes->Pairs()) {
+    if (change.key == nullptr) continue;
+    if (change.value == &gHostRemovedPreference) {
+      all->Remove(change.key);
+    } else if (!all->Set(change.key, change.value)) {
+      return {};
+    }
+  }
+  return all;
+}
+
+void HostPreferencesFile::Set(CFStringRef key, CFPropertyListRef value) {
+  const bool isKey = HostCast<HostCFString>(key) != nullptr;
+  const CFPropertyListRef copy = isKey && value != nullptr ? CopyForFile(key, value) : nullptr;
+  const std::lock_guard<std::mutex> lock(mutex);
+  if (!changes) changes = NewTable();
+  if (!isKey || !changes || (value != nullptr && copy == nullptr)) {
+    wasValueRefused = true;
+  } else {
+    const CFTypeRef kept = copy != nullptr ? KnownValue(key, copy) : &gHostRemovedPreference;
+    const HostPair* const old = changes->Find(key);
+    if (old != nullptr && old->value != kept) former.Keep(old->value);
+    if (!changes->Set(key, kept)) wasValueRefused = true;
+  }
+  if (copy != nullptr) CFRelease(copy);
+}
+
+// `*taken` is a copy of the changes, null when there are none. False without memory.
+bool HostPreferencesFile::TakeChanges(HostRetained<HostCFDictionary>* taken, bool* wasRefused) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  *wasRefused = std::exchange(wasValueRefused, false);
+  if (!changes || changes->Count() == 0) return true;
+  *taken = HostRetained<HostCFDictionary>(
+      CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, changes.Get()));
+  return static_cast<bool>(*taken);
+}
+
+// What was set anew while the disk was written waits for the next time.
+void HostPreferencesFile::Finish(const HostCFDictionary& written, HostPreferencesContent fresh) {
+  for (const HostPair& pair : written.Pairs()) {
+    if (pair.key == nullptr) continue;
+    const HostPair* const change = changes->Find(pair.key);
+    if (change != nullptr && change->value == pair.value) changes->Remove(pair.key);
+  }
+  Adopt(std::move(fresh));
+  lastFailure.clear();
+}
+
+bool HostPreferencesFile::Synchronize() {
+  const std::lock_guard<std::mutex> commitLock(committing);
+  HostRetained<HostCFDictionary> taken;
+  bool wasRefused = false;
+  if (!TakeChanges(&taken, &wasRefused)) return false;
+  if (!taken) return !wasRefused;
+  HostPreferencesContent fresh;
+  std::string problem;
+  const bool isWritten = HostCommitPreferences(place, *taken.Get(), &fresh, &problem);
+  const std::lock_guard<std::mutex> lock(mutex);
+  if (isWritten) {
+    Finish(*taken.Get(), std::move(fresh));
+  } else {
+    wasRead = false;  // whatever it is now
+    LogOnce(problem, problem == fresh.problem ? &lastRefusal : &lastFailure);
+    lastFailure = problem;
+  }
+  return isWritten && !wasRefused;
+}
+
+std::string HostPreferencesFile::Problem(bool* isThere) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  Refresh();
+  *isThere = content.state != State::kAbsent;
+  return content.problem;
+}
+
+std::string HostPreferencesFile::Failure() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  return lastFailure;
+}

@@ -1,0 +1,137 @@
+#include "platform/host/session/context_directory.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include <atomic>
+#include <mutex>
+
+#include <syslog.h>
+
+namespace {
+
+constinit std::mutex sMutex;
+constinit std::atomic<const HostContext*> sContext{nullptr};
+
+struct Place {
+  std::string path;
+  std::string source;
+};
+
+Place ChoosePlace(uid_t uid) {
+  const char* runtime = getenv("XDG_RUNTIME_DIR");
+  if (runtime != nullptr && runtime[0] == '/') {
+    return {std::string(runtime) + "/veltrane", "XDG_RUNTIME_DIR"};
+  }
+  const std::string number = std::to_string(uid);
+  const std::string session = "/run/user/" + number;
+  struct stat info;
+  if (stat(session.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) {
+    return {session + "/veltrane", "/run/user"};
+  }
+  return {"/tmp/veltrane-" + number, "/tmp"};
+}
+
+std::string DescribeRefusal(const std::string& path, const struct stat* info, uid_t uid,
+                            const char* reason) {
+  char text[160] = "";
+  if (info != nullptr) {
+    snprintf(text, sizeof text, " (owner %u, mode %04o)", static_cast<unsigned>(info->st_uid),
+             static_cast<unsigned>(info->st_mode & 07777));
+  }
+  char remedy[200];
+  snprintf(remedy, sizeof remedy,
+           "; it must be a directory of uid %u with mode 0700: remove it, or chown and chmod it, "
+           "or set XDG_RUNTIME_DIR to a directory of your own",
+           static_cast<unsigned>(uid));
+  return "session directory " + path + text + " refused: " + reason + remedy;
+}
+
+// Opens directory `name` of `parent`, made when it is missing, and checks that it is ours alone.
+int OpenOwnDirectory(int parent, const char* name, const std::string& path, uid_t uid,
+                     std::string* problem) {
+  const bool made = mkdirat(parent, name, 0700) == 0;
+  const int made_errno = made ? 0 : errno;
+  struct stat info;
+  const int fd = openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) {
+    const int reason = made_errno != 0 && made_errno != EEXIST ? made_errno : errno;
+    const bool seen = fstatat(parent, name, &info, AT_SYMLINK_NOFOLLOW) == 0;
+    const bool link = seen && S_ISLNK(info.st_mode);
+    *problem = DescribeRefusal(path, seen ? &info : nullptr, uid,
+                               link ? "it is a symbolic link" : strerror(reason));
+    return -1;
+  }
+  if (made) fchmod(fd, 0700);  // whatever the umask is
+  const char* reason = nullptr;
+  if (fstat(fd, &info) != 0) {
+    reason = strerror(errno);
+  } else if (info.st_uid != uid) {
+    reason = "another user owns it";
+  } else if ((info.st_mode & 07777) != 0700) {
+    reason = "its mode is not 0700";
+  }
+  if (reason == nullptr) return fd;
+  *problem = DescribeRefusal(path, &info, uid, reason);
+  close(fd);
+  return -1;
+}
+
+const HostContext* OpenContext(const Place& place, uid_t uid, std::string* problem) {
+  HostContext context;
+  context.directory = OpenOwnDirectory(AT_FDCWD, place.path.c_str(), place.path, uid, problem);
+  if (context.directory >= 0) {
+    context.names =
+        OpenOwnDirectory(context.directory, "names", place.path + "/names", uid, problem);
+  }
+  if (context.names >= 0) {
+    context.ports =
+        OpenOwnDirectory(context.directory, "ports", place.path + "/ports", uid, problem);
+  }
+  if (context.ports < 0) {
+    if (context.names >= 0) close(context.names);
+    if (context.directory >= 0) close(context.directory);
+    return nullptr;
+  }
+  context.uid = uid;
+  context.path = place.path;
+  context.source = place.source;
+  return new HostContext(context);
+}
+
+}  // namespace
+
+const HostContext* HostTryContext(std::string* path, std::string* source, std::string* problem) {
+  const std::lock_guard<std::mutex> lock(sMutex);
+  const HostContext* context = sContext.load(std::memory_order_acquire);
+  if (context == nullptr) {
+    const uid_t uid = geteuid();
+    const Place place = ChoosePlace(uid);
+    *path = place.path;
+    *source = place.source;
+    context = OpenContext(place, uid, problem);
+    if (context == nullptr) return nullptr;
+    sContext.store(context, std::memory_order_release);
+  }
+  *path = context->path;
+  *source = context->source;
+  return context;
+}
+
+const HostContext* HostGetContext() {
+  if (const HostContext* context = sContext.load(std::memory_order_acquire)) return context;
+  static std::string* sLastProblem = new std::string;
+  std::string path, source, problem;
+  const HostContext* context = HostTryContext(&path, &source, &problem);
+  if (context != nullptr) return context;
+  const std::lock_guard<std::mutex> lock(sMutex);
+  if (*sLastProblem != problem) {
+    *sLastProblem = problem;
+    syslog(LOG_ERR, "%s", problem.c_str());
+  }
+  return nullptr;
+}

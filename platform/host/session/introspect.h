@@ -1,0 +1,31 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+// What people ask about the session that no documented call answers: its names with their owners,
+// and where its directory is. For tools, benchmarks and tests only. Any thread.
+
+// One name that a live process owns.
+struct HostNameInfo {
+  std::string name;    // raw bytes
+  pid_t ownerPid = 0;  // 0 when the owner's record could not be read
+  uid_t ownerUid = 0;
+  std::string program;  // the owner's executable path as /proc tells, "" when it does not
+  double ageSeconds = 0;
+  bool hidden = false;  // a process's own event port, claimed by its event loop
+};
+
+// The names that are published now, sorted. Empty when the session directory cannot be used.
+std::vector<HostNameInfo> HostListNames();
+
+// The session directory and where its path came from; when it cannot be used, why and what to do.
+struct HostContextInfo {
+  std::string path;
+  std::string source;  // "XDG_RUNTIME_DIR", "/run/user" or "/tmp"
+  bool usable = false;
+  std::string problem;  // path, owner, mode and remedy in one line; "" when usable
+};
+HostContextInfo HostDescribeContext();

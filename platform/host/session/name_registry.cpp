@@ -1,0 +1,400 @@
+#include "platform/host/session/name_registry.h"
+
+#include <CoreServices/Processes.h>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+
+#include <ctime>
+#include <memory>
+#include <optional>
+
+#include "platform/host/base/descriptors.h"
+#include "platform/host/base/file_lock.h"
+#include "platform/host/base/thread_object.h"
+#include "platform/host/processes/proc_status.h"
+#include "platform/host/session/context_directory.h"
+
+namespace {
+
+constexpr size_t kMaxNameBytes = BOOTSTRAP_MAX_NAME_LEN - 1;
+constexpr int kStaleFilesPerClaim = 8;
+constexpr int kEntriesPerClaim = 256;  // looked at; a claim must not take longer the more names
+constexpr time_t kStaleSeconds = 24 * 60 * 60;
+// Sticky, so that directory cleaners spare the file.
+constexpr mode_t kNameFileMode = S_ISVTX | 0600;
+
+struct NameFile {
+  char text[2 * kMaxNameBytes + 1];
+};
+
+bool EncodeName(const char* name, NameFile* file) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  const size_t size = strnlen(name, kMaxNameBytes + 1);
+  if (size == 0 || size > kMaxNameBytes) return false;
+  char* out = file->text;
+  for (size_t i = 0; i < size; i++) {
+    const auto byte = static_cast<unsigned char>(name[i]);
+    *out++ = kDigits[byte >> 4];
+    *out++ = kDigits[byte & 15];
+  }
+  *out = 0;
+  return true;
+}
+
+int DigitValue(char digit) {
+  if (digit >= '0' && digit <= '9') return digit - '0';
+  if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
+  return -1;
+}
+
+std::optional<std::string> DecodeName(const char* text) {
+  const size_t size = strlen(text);
+  if (size == 0 || size % 2 != 0 || size > 2 * kMaxNameBytes) return std::nullopt;
+  std::string name;
+  for (size_t i = 0; i < size; i += 2) {
+    const int high = DigitValue(text[i]), low = DigitValue(text[i + 1]);
+    if (high < 0 || low < 0 || (high == 0 && low == 0)) return std::nullopt;
+    name.push_back(static_cast<char>(high << 4 | low));
+  }
+  return name;
+}
+
+struct flock LockOf(short type, off_t start, off_t length) {
+  struct flock lock = {};
+  lock.l_type = type;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = start;
+  lock.l_len = length;  // 0: to the end
+  return lock;
+}
+
+off_t OffsetOf(uint64_t portId) { return static_cast<off_t>(portId + 1); }
+
+// 0 when no owner has published a port; errors read as nobody.
+uint64_t PublishedPort(int fd) {
+  struct flock lock = LockOf(F_WRLCK, 1, 0);
+  if (fcntl(fd, F_OFD_GETLK, &lock) != 0 || lock.l_type == F_UNLCK || lock.l_start < 2) return 0;
+  return static_cast<uint64_t>(lock.l_start) - 1;
+}
+
+// What an owner writes about itself: for people, and for whoever cleans up behind it.
+struct OwnerRecord {
+  long pid = 0;
+  unsigned long uid = 0;
+  UInt32 startTicks = 0;
+  uint64_t portId = 0;
+};
+
+std::optional<OwnerRecord> ReadRecord(int fd) {
+  char text[160];
+  const ssize_t size = pread(fd, text, sizeof text - 1, 0);
+  if (size <= 0) return std::nullopt;
+  text[size] = 0;
+  OwnerRecord record;
+  if (sscanf(text, "pid %10ld uid %10lu start %10" SCNu32 " port %16" SCNx64, &record.pid,
+             &record.uid, &record.startTicks, &record.portId) != 4) {
+    return std::nullopt;
+  }
+  return record;
+}
+
+bool WriteRecord(int fd, uint64_t portId) {
+  ProcessSerialNumber psn = {0, 0};
+  GetCurrentProcess(&psn);
+  char text[160];
+  const int size =
+      snprintf(text, sizeof text, "pid %ld uid %lu start %" PRIu32 " port %016" PRIx64 "\n",
+               static_cast<long>(getpid()), static_cast<unsigned long>(geteuid()),
+               psn.highLongOfPSN, portId);
+  return ftruncate(fd, 0) == 0 && pwrite(fd, text, static_cast<size_t>(size), 0) == size;
+}
+
+void RemoveSocket(const HostContext& context, uint64_t portId) {
+  char file[17];
+  HostPortFileName(portId, file);
+  unlinkat(context.ports, file, 0);
+}
+
+int OpenNameFile(const HostContext& context, const char* file) {
+  HostDescriptorOpening opening;
+  return opening.Enter(
+      openat(context.names, file, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kNameFileMode),
+      HostDescriptorKind::kNameFile);
+}
+
+// Takes byte 0 of `file`: then the name is ours.
+kern_return_t TakeOwnership(const HostContext& context, const char* file, int* claim) {
+  for (;;) {
+    const int fd = OpenNameFile(context, file);
+    if (fd < 0) return HostRegistrationStatus(errno);
+    if (!HostTryLockByte(fd, 0)) {
+      const int error = errno;
+      HostCloseDescriptor(fd);
+      return error == EAGAIN || error == EACCES ? BOOTSTRAP_NAME_IN_USE
+                                                : HostRegistrationStatus(error);
+    }
+    // A file that was removed between open and lock guards nothing: start again.
+    if (HostIsSameFile(context.names, file, fd)) {
+      *claim = fd;
+      return 0;
+    }
+    struct stat info;
+    const bool gone = fstat(context.names, &info) != 0 || info.st_nlink == 0;
+    HostCloseDescriptor(fd);
+    if (gone) return KERN_FAILURE;
+  }
+}
+
+// Takes over a file that nobody owns and that has not been touched for a day, and removes it.
+bool RemoveIfStale(const HostContext& context, const char* file) {
+  struct stat info;
+  if (fstatat(context.names, file, &info, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  if (!S_ISREG(info.st_mode) || info.st_mtime > time(nullptr) - kStaleSeconds) return false;
+  const int fd = openat(context.names, file, O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+  if (fd < 0) return false;
+  const bool ours = HostTryLockByte(fd, 0) && HostIsSameFile(context.names, file, fd);
+  if (ours) {
+    if (const auto record = ReadRecord(fd)) RemoveSocket(context, record->portId);
+    unlinkat(context.names, file, 0);
+  }
+  close(fd);
+  return ours;
+}
+
+struct DirectoryCloser {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+using Directory = std::unique_ptr<DIR, DirectoryCloser>;
+
+Directory OpenDirectory(int fd) {
+  // A description of its own: the shared one has a position.
+  const int copy = openat(fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  DIR* directory = copy < 0 ? nullptr : fdopendir(copy);
+  if (directory == nullptr && copy >= 0) close(copy);
+  return Directory(directory);
+}
+
+void RemoveStaleFiles(const HostContext& context) {
+  const Directory directory = OpenDirectory(context.names);
+  if (directory == nullptr) return;
+  int removed = 0;
+  for (int seen = 0; seen < kEntriesPerClaim && removed < kStaleFilesPerClaim; seen++) {
+    const dirent* entry = readdir(directory.get());
+    if (entry == nullptr) return;
+    if (entry->d_name[0] != '.' && RemoveIfStale(context, entry->d_name)) removed++;
+  }
+}
+
+int OpenToLook(const HostContext& context, const char* file) {
+  return openat(context.names, file, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+}
+
+// The name that a thread looked up last. One that it looks up again keeps its file open, since
+// opening it takes more than asking who has locked it: then a look-up is that question, and whether
+// the file is still the name's, which ends with its removal.
+class LastLookUp {
+ public:
+  LastLookUp() = default;
+  LastLookUp(const LastLookUp&) = delete;
+  LastLookUp& operator=(const LastLookUp&) = delete;
+  ~LastLookUp() { Close(); }
+
+  bool IsOf(const NameFile& file) const { return strcmp(name.text, file.text) == 0; }
+  uint64_t Ask();
+  kern_return_t OpenAndAsk(const HostContext& context, const NameFile& file, uint64_t* portId);
+
+ private:
+  void Close();
+
+  NameFile name = {};
+  int descriptor = -1;      // of its file, read-only; -1: not kept
+  uint32_t generation = 0;  // of the process in which it was opened, by forks
+};
+
+void LastLookUp::Close() {
+  // In a forked child the number is no longer ours.
+  if (generation == HostForkGeneration()) HostCloseDescriptor(descriptor);
+  descriptor = -1;
+}
+
+// The published port, 0 when the kept file does not tell: then the name is to be opened anew.
+uint64_t LastLookUp::Ask() {
+  if (descriptor < 0 || generation != HostForkGeneration()) return 0;
+  const uint64_t port = PublishedPort(descriptor);
+  struct stat info;
+  // Looked at after the lock: an owner that took the name since has another file.
+  return port != 0 && fstat(descriptor, &info) == 0 && info.st_nlink > 0 ? port : 0;
+}
+
+// As HostFindName.
+kern_return_t LastLookUp::OpenAndAsk(const HostContext& context, const NameFile& file,
+                                     uint64_t* portId) {
+  const bool isAgain = IsOf(file);
+  Close();
+  generation = HostForkGeneration();
+  name = file;
+
+  int fd = -1;
+  {
+    HostDescriptorOpening opening;
+    fd = opening.Enter(openat(context.names, file.text, O_RDONLY | O_CLOEXEC | O_NOFOLLOW),
+                       HostDescriptorKind::kNameFile);
+  }
+  if (fd < 0) return errno == ENOENT ? BOOTSTRAP_UNKNOWN_SERVICE : HostRegistrationStatus(errno);
+  const uint64_t port = PublishedPort(fd);
+  if (isAgain && port != 0) {
+    descriptor = fd;
+  } else {
+    HostCloseDescriptor(fd);
+  }
+  if (port == 0) return BOOTSTRAP_UNKNOWN_SERVICE;
+  *portId = port;
+  return BOOTSTRAP_SUCCESS;
+}
+
+// The pid in the record, 0 unless the record is that of the port that is published.
+pid_t PublishedOwner(uint64_t port, const std::optional<OwnerRecord>& record) {
+  const bool isCurrent = port != 0 && record && record->portId == port && record->pid > 0;
+  return isCurrent ? static_cast<pid_t>(record->pid) : 0;
+}
+
+std::optional<HostNameInfo> ReadNameFile(const HostContext& context, const char* file) {
+  const auto name = DecodeName(file);
+  if (!name) return std::nullopt;
+  const int fd = OpenToLook(context, file);
+  if (fd < 0) return std::nullopt;
+  const uint64_t port = PublishedPort(fd);
+  const auto record = ReadRecord(fd);
+  struct stat info = {};
+  fstat(fd, &info);
+  close(fd);
+  if (port == 0) return std::nullopt;
+
+  HostNameInfo result;
+  result.name = *name;
+  result.hidden = (*name)[0] == 1;
+  result.ageSeconds = std::max<double>(0, difftime(time(nullptr), info.st_mtime));
+  if (const pid_t owner = PublishedOwner(port, record); owner != 0) {
+    result.ownerPid = owner;
+    result.ownerUid = static_cast<uid_t>(record->uid);
+    result.program = HostProgramPath(result.ownerPid);
+  }
+  return result;
+}
+
+}  // namespace
+
+kern_return_t HostRegistrationStatus(int error) {
+  switch (error) {
+    case EACCES:
+    case EPERM:
+    case EROFS:
+      return BOOTSTRAP_NOT_PRIVILEGED;
+    case EMFILE:
+    case ENFILE:
+    case ENOMEM:
+    case ENOSPC:
+    case EDQUOT:
+    case ENOLCK:
+      return BOOTSTRAP_NO_MEMORY;
+    default:
+      return KERN_FAILURE;
+  }
+}
+
+kern_return_t HostClaimName(const char* name, uint64_t portId, int* claim) {
+  const HostContext* context = HostGetContext();
+  if (context == nullptr) return KERN_FAILURE;
+  NameFile file;
+  if (!EncodeName(name, &file)) return KERN_INVALID_ARGUMENT;
+  int fd = -1;
+  if (const kern_return_t err = TakeOwnership(*context, file.text, &fd); err != 0) return err;
+
+  if (const auto record = ReadRecord(fd)) RemoveSocket(*context, record->portId);
+  fchmod(fd, kNameFileMode);  // whatever the umask is
+  // Published last: from here on others find the port.
+  if (!WriteRecord(fd, portId) || !HostTryLockByte(fd, OffsetOf(portId))) {
+    const kern_return_t err = HostRegistrationStatus(errno);
+    HostReleaseName(name, fd);
+    return err;
+  }
+  futimens(fd, nullptr);  // a lock wakes no file watcher, this does
+  *claim = fd;
+  RemoveStaleFiles(*context);
+  return 0;
+}
+
+void HostReleaseName(const char* name, int claim) {
+  const HostContext* context = HostGetContext();
+  NameFile file;
+  // Still locked: whoever opens the file meanwhile finds, once it has the lock, that it is gone.
+  if (context != nullptr && EncodeName(name, &file) &&
+      HostIsSameFile(context->names, file.text, claim)) {
+    unlinkat(context->names, file.text, 0);
+  }
+  HostCloseDescriptor(claim);
+}
+
+kern_return_t HostFindName(const char* name, uint64_t* portId) {
+  const HostContext* context = HostGetContext();
+  if (context == nullptr) return KERN_FAILURE;
+  NameFile file;
+  if (!EncodeName(name, &file)) return KERN_INVALID_ARGUMENT;
+  LastLookUp& last = HostThreadObject<LastLookUp>();
+  if (last.IsOf(file)) {
+    if (const uint64_t port = last.Ask(); port != 0) {
+      *portId = port;
+      return BOOTSTRAP_SUCCESS;
+    }
+  }
+  return last.OpenAndAsk(*context, file, portId);
+}
+
+std::string HostFindNameOwnedBy(const std::function<bool(pid_t)>& isOwner) {
+  const HostContext* context = HostGetContext();
+  if (context == nullptr) return {};
+  const Directory directory = OpenDirectory(context->names);
+  if (directory == nullptr) return {};
+  std::string hidden;
+  while (const dirent* entry = readdir(directory.get())) {
+    const auto name = DecodeName(entry->d_name);
+    if (!name) continue;
+    const int fd = OpenToLook(*context, entry->d_name);
+    if (fd < 0) continue;
+    const pid_t owner = PublishedOwner(PublishedPort(fd), ReadRecord(fd));
+    close(fd);
+    if (owner == 0 || !isOwner(owner)) continue;
+    if ((*name)[0] != 1) return *name;
+    hidden = *name;
+  }
+  return hidden;
+}
+
+std::vector<HostNameInfo> HostReadNames() {
+  std::vector<HostNameInfo> names;
+  const HostContext* context = HostGetContext();
+  if (context == nullptr) return names;
+  const Directory directory = OpenDirectory(context->names);
+  if (directory == nullptr) return names;
+  while (const dirent* entry = readdir(directory.get())) {
+    if (auto info = ReadNameFile(*context, entry->d_name)) names.push_back(std::move(*info));
+  }
+  return names;
+}
+
+std::string HostEventPortName(const ProcessSerialNumber& psn) {
+  char text[18];
+  snprintf(text, sizeof text, "\x01%08" PRIx32 "%08" PRIx32, psn.highLongOfPSN, psn.lowLongOfPSN);
+  return text;
+}
+
+void HostPortFileName(uint64_t portId, char (&text)[17]) {
+  snprintf(text, sizeof text, "%016" PRIx64, portId);
+}

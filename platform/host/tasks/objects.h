@@ -1,0 +1,231 @@
+#pragma once
+
+#include <CoreServices/MacErrors.h>
+#include <CoreServices/Multiprocessing.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+#include <ctime>
+#include <limits>
+#include <mutex>
+#include <new>
+#include <utility>
+
+#include "platform/host/base/clock.h"
+
+// What the ids of Multiprocessing Services stand for. Each kind has a table of objects that are
+// made once and never destroyed, only used again: so an id that was deleted can be looked up, and
+// its mutex locked, without counting references. The object's own `id` tells whether the id is
+// still its.
+//
+// An id's bits, from below: index and 1 (18), kind (3), generation (the rest of a pointer). A table
+// hands freed objects out in the order in which they were freed.
+//
+// Lock order: an object's mutex, then its table's. Any thread.
+
+enum class HostMPKind : uintptr_t { kTask = 1, kQueue, kEvent, kSemaphore, kRegion };
+
+// The kernel's own mutex and condition, timed by the monotonic clock: what an object holds must
+// stay usable for ever, so neither has a destructor.
+class HostMPMutex {
+ public:
+  void lock() { pthread_mutex_lock(&native); }
+  void unlock() { pthread_mutex_unlock(&native); }
+
+ private:
+  friend class HostMPCondition;
+  pthread_mutex_t native = PTHREAD_MUTEX_INITIALIZER;
+};
+
+// On the monotonic clock.
+class HostMPCondition {
+ public:
+  HostMPCondition() {
+    pthread_condattr_t attributes;
+    pthread_condattr_init(&attributes);
+    pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+    pthread_cond_init(&native, &attributes);
+    pthread_condattr_destroy(&attributes);
+  }
+  HostMPCondition(const HostMPCondition&) = delete;
+  HostMPCondition& operator=(const HostMPCondition&) = delete;
+
+  void WakeOne() { pthread_cond_signal(&native); }
+  void WakeAll() { pthread_cond_broadcast(&native); }
+  // False at `deadline`, monotonic nanoseconds.
+  bool Wait(HostMPMutex& mutex, int64_t deadline) {
+    if (deadline == kHostNever) return pthread_cond_wait(&native, &mutex.native) == 0;
+    timespec end = {};
+    end.tv_sec = static_cast<time_t>(deadline / kHostSecond);
+    end.tv_nsec = static_cast<int32_t>(deadline % kHostSecond);
+    return pthread_cond_timedwait(&native, &mutex.native, &end) == 0;
+  }
+
+ private:
+  pthread_cond_t native;
+};
+
+// A kind's own fields follow, then a HostMPCondition named `changed`: the fields that every call
+// touches lie together.
+class HostMPObject {
+ public:
+  HostMPMutex mutex;
+  uintptr_t id = 0;      // 0: free, or deleted and still waited on
+  uint32_t waiters = 0;  // threads inside Wait
+
+ private:
+  template <class Object, HostMPKind kKind>
+  friend class HostMPTable;
+  uint32_t index = 0;
+  uintptr_t generation = 0;
+  HostMPObject* nextFree = nullptr;
+};
+
+// The end of a wait of `timeout` on the monotonic clock, in nanoseconds.
+inline int64_t HostMPDeadline(Duration timeout) {
+  if (timeout == kDurationForever) return kHostNever;
+  const int64_t wide = timeout;
+  return HostNow() + (wide < 0 ? -wide * 1000 : wide * kHostMillisecond);
+}
+
+template <class Object, HostMPKind kKind>
+class HostMPTable {
+ public:
+  // An object with its mutex held, or nothing.
+  class Held {
+   public:
+    Held() = default;
+    Held(Object* object, uintptr_t id) : lock(object->mutex) {
+      if (object->id == id) held = object;
+    }
+    explicit operator bool() const { return held != nullptr; }
+    Object* operator->() const { return held; }
+
+   private:
+    friend class HostMPTable;
+    std::unique_lock<HostMPMutex> lock;
+    Object* held = nullptr;
+  };
+
+  // A new object, held so that it can be prepared, and its id. Nothing when the table is full or
+  // memory short.
+  Held Create(uintptr_t* id) {
+    Object* object = TakeFree();
+    if (object == nullptr) return Held();
+    std::unique_lock<HostMPMutex> lock(object->mutex);
+    object->generation = (object->generation + 1) & kGenerationMask;
+    object->id = object->generation << kGenerationShift |
+                 static_cast<uintptr_t>(kKind) << kIndexBits | (object->index + 1);
+    *id = object->id;
+    return HoldAgain(object, std::move(lock));
+  }
+
+  Held Find(const void* opaque) {
+    const auto id = reinterpret_cast<uintptr_t>(opaque);
+    const uintptr_t index = (id & kIndexMask) - 1;
+    if ((id & kIndexMask) == 0) return Held();
+    Object* chunk = chunks[index / kChunk].load(std::memory_order_acquire);
+    return chunk == nullptr ? Held() : Held(&chunk[index % kChunk], id);
+  }
+
+  // The id is dead from here on; waiters are told, and the last of them frees the object.
+  void Delete(Held& held) {
+    held->id = 0;
+    if (held->waiters == 0) {
+      Free(held);
+    } else {
+      held->changed.WakeAll();
+    }
+  }
+
+  // Lets the object go and wakes one of its waiters, if any: after the mutex is free, so that it
+  // need not wait again. The condition outlives whatever happens to the object meanwhile.
+  static void WakeOne(Held& held) {
+    Object* object = held.held;
+    const bool isAwaited = object->waiters > 0;
+    held = Held();
+    if (isAwaited) object->changed.WakeOne();
+  }
+
+  // Waits, with the mutex released, until `ready()`. Result: 0, the object still held;
+  // kMPTimeoutErr; kMPDeletedErr, the object no longer to be touched.
+  template <class Ready>
+  OSStatus Wait(Held& held, Duration timeout, Ready ready) {
+    if (ready()) return noErr;
+    if (timeout == kDurationImmediate) return kMPTimeoutErr;
+    const uintptr_t id = held->id;
+    const int64_t deadline = HostMPDeadline(timeout);
+    OSStatus err = noErr;
+    held->waiters++;
+    while (held->id == id && err == noErr && !ready()) {
+      if (!held->changed.Wait(held->mutex, deadline)) err = kMPTimeoutErr;
+    }
+    held->waiters--;
+    if (held->id != id) {
+      if (held->waiters == 0) Free(held);
+      return kMPDeletedErr;
+    }
+    return err != noErr && ready() ? OSStatus{noErr} : err;
+  }
+
+ private:
+  static constexpr unsigned kIndexBits = 18;
+  static constexpr unsigned kKindBits = 3;
+  static constexpr unsigned kGenerationShift = kIndexBits + kKindBits;
+  static constexpr uintptr_t kIndexMask = (uintptr_t{1} << kIndexBits) - 1;
+  static constexpr uintptr_t kGenerationMask =
+      std::numeric_limits<uintptr_t>::max() >> kGenerationShift;
+  static constexpr uint32_t kChunk = 128;
+  static constexpr uint32_t kMaxObjects = kIndexMask - 1;
+  // So many freed objects rest before the first of them is used again.
+  static constexpr uint32_t kResting = 128;
+
+  static Held HoldAgain(Object* object, std::unique_lock<HostMPMutex> lock) {
+    Held held;
+    held.lock = std::move(lock);
+    held.held = object;
+    return held;
+  }
+
+  Object* TakeFree() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (freeCount <= kResting && made < kMaxObjects) {
+      if (Object* object = MakeOne()) return object;
+    }
+    if (firstFree == nullptr) return nullptr;
+    HostMPObject* object = firstFree;
+    firstFree = object->nextFree;
+    if (firstFree == nullptr) lastFree = nullptr;
+    freeCount--;
+    return static_cast<Object*>(object);
+  }
+
+  Object* MakeOne() {
+    std::atomic<Object*>& chunk = chunks[made / kChunk];
+    if (chunk.load(std::memory_order_relaxed) == nullptr) {
+      auto* objects = new (std::nothrow) Object[kChunk];
+      if (objects == nullptr) return nullptr;
+      chunk.store(objects, std::memory_order_release);
+    }
+    Object* object = &chunk.load(std::memory_order_relaxed)[made % kChunk];
+    object->index = made++;
+    return object;
+  }
+
+  void Free(Held& held) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    HostMPObject* object = held.held;
+    object->nextFree = nullptr;
+    (lastFree != nullptr ? lastFree->nextFree : firstFree) = object;
+    lastFree = object;
+    freeCount++;
+  }
+
+  std::mutex mutex;
+  std::atomic<Object*> chunks[kMaxObjects / kChunk + 1] = {};
+  uint32_t made = 0;
+  uint32_t freeCount = 0;
+  HostMPObject* firstFree = nullptr;
+  HostMPObject* lastFree = nullptr;
+};

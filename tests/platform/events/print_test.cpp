@@ -1,0 +1,53 @@
+#include "tests/platform/events/support.h"
+
+namespace {
+
+using Print = DescTest;
+
+TEST_F(Print, Values) {
+  const struct {
+    Raw value;
+    std::string text;
+  } rows[] = {
+      {{typeNull, ""}, "'null'()"},
+      {Short(-2), "-2"},
+      {Float(0.1f), "0.1"},
+      {Bool(1), "'true'"},
+      {Code(typeType, 0x01610A62), "'?a?b'"},
+      {Code(typeMachPort, 0x1234), "'port'($00001234$)"},
+      {UTF8("\xC3\xA4"), "'utf8'(\xD2\x8A\xD3)"},
+      {UTF8("\xF0\x9F\x98\x80"), "'utf8'($F09F9880$)"},  // no such character in Mac Roman
+      {{FourCC('w', 'h', 'a', 't'), "\x01\xFF"}, "'what'($01FF$)"},
+      // Numbers of an odd size, or several: as bytes, in the order of the wire.
+      {{typeSInt16, Short(1).bytes + Short(2).bytes}, "'shor'($00010002$)"},
+      {{typeSInt32, "abc"}, "'long'($616263$)"},
+      {{typeProcessSerialNumber, ULong(0).bytes + ULong(0xC0001).bytes},
+       "'psn '($00000000000C0001$)"},
+  };
+  for (const auto& row : rows) {
+    StDesc desc;
+    Make(row.value, &desc);
+    EXPECT_EQ(row.text, Printed(desc));
+  }
+}
+
+// Lists, events and what they nest are printed where they are put together.
+TEST_F(Print, Records) {
+  StDesc record, object;
+  ASSERT_EQ(0, AECreateList(nullptr, 0, true, &record));
+  EXPECT_EQ("{ }", Printed(record));
+  ASSERT_EQ(0, AEPutKeyPtr(&record, FourCC('k', 'e', 'y', '1'), typeBoolean, "\1", 1));
+  ASSERT_EQ(0, AEPutKeyPtr(&record, FourCC('k', 'e', 'y', '2'), typeChar, "two", 3));
+  ASSERT_EQ(0, AECoerceDesc(&record, FourCC('o', 'b', 'j', ' '), &object));
+  EXPECT_EQ("'obj '{ 'key1':'true', 'key2':\xD2two\xD3 }", Printed(object));
+}
+
+TEST_F(Print, FailureGivesNoHandle) {
+  char* master = nullptr;
+  Handle handle = &master;
+  AEDesc stale = {typeChar, reinterpret_cast<AEDataStorage>(1)};
+  EXPECT_EQ(errAENotAEDesc, AEPrintDescToHandle(&stale, &handle));
+  EXPECT_EQ(nullptr, handle);
+}
+
+}  // namespace

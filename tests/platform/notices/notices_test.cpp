@@ -1,0 +1,90 @@
+#include <Carbon/Notification.h>
+#include <CoreServices/MacErrors.h>
+#include <gtest/gtest.h>
+#include <syslog.h>
+
+#include <cerrno>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/support/test_sink.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+int sResponses = 0;
+OSErr sRemoved = -999;
+
+void CountResponse(NMRecPtr) { ++sResponses; }
+void RemoveInResponse(NMRecPtr record) { sRemoved = NMRemove(record); }
+
+NMRec MakeRecord(unsigned char* text, NMUPP response) {
+  NMRec record = {};
+  record.qType = nmType;
+  record.nmStr = text;
+  record.nmResp = response;
+  return record;
+}
+
+}  // namespace
+
+TEST(Notices, EachInstallationIsShownOnceAndAnswered) {
+  const TestSink notices("VLTHOST_NOTICES"), log("VLTHOST_LOG");
+  unsigned char text[] =
+      "\x07"
+      "caf\x8E\n!!";
+  NMRec record = MakeRecord(text, NewNMUPP(CountResponse));
+  sResponses = 0;
+  EXPECT_EQ(noErr, NMInstall(&record));
+  EXPECT_EQ(1, sResponses);
+  text[1] = 'C';
+  EXPECT_EQ(noErr, NMInstall(&record));  // still installed: shown again
+  EXPECT_EQ(2, sResponses);
+  EXPECT_EQ((Lines{"caf\xC3\xA9 !!", "Caf\xC3\xA9 !!"}), notices.Lines());
+  EXPECT_EQ((Lines{"5 caf\xC3\xA9 !!", "5 Caf\xC3\xA9 !!"}), log.Lines());
+  EXPECT_EQ(noErr, NMRemove(&record));
+  EXPECT_EQ(qErr, NMRemove(&record));
+}
+
+TEST(Notices, TheResponseDecidesHowLongARecordStays) {
+  const TestSink notices("VLTHOST_NOTICES"), log("VLTHOST_LOG");
+  const struct {
+    NMUPP response;
+    OSErr removed;
+  } rows[] = {{nullptr, noErr}, {kNMRemoveWhenDone, qErr}, {RemoveInResponse, qErr}};
+  for (const auto& row : rows) {
+    NMRec record = MakeRecord(nullptr, row.response);
+    EXPECT_EQ(noErr, NMInstall(&record));
+    EXPECT_EQ(row.removed, NMRemove(&record));
+  }
+  EXPECT_EQ(noErr, sRemoved);
+  EXPECT_TRUE(notices.Lines().empty());  // records without a text show nothing
+}
+
+TEST(SystemLog, EntriesAreSingleLines) {
+  const TestSink log("VLTHOST_LOG");
+  errno = ENOENT;
+  syslog(0x404, "%s Assert Failed: %ld\n", "tool", static_cast<long>(-5));
+  syslog(LOG_ERR, "two\nlines: %m");
+  EXPECT_EQ(ENOENT, errno);
+  syslog(LOG_DEBUG, "%s", std::string(5000, 'x').c_str());
+  EXPECT_EQ((Lines{"404 tool Assert Failed: -5", "3 two lines: No such file or directory",
+                   "7 " + std::string(2047, 'x')}),
+            log.Lines());
+}
+
+TEST(SystemLog, LinesOfSeveralWritersDoNotMix) {
+  const TestSink log("VLTHOST_LOG");
+  std::vector<std::thread> writers;
+  for (char letter = 'a'; letter < 'e'; ++letter) {
+    writers.emplace_back([letter] {
+      for (int i = 0; i < 50; ++i) syslog(LOG_INFO, "%s", std::string(1000, letter).c_str());
+    });
+  }
+  for (std::thread& writer : writers) writer.join();
+  const Lines lines = log.Lines();
+  EXPECT_EQ(200u, lines.size());
+  for (const std::string& line : lines) EXPECT_EQ("6 " + std::string(1000, line[2]), line);
+}

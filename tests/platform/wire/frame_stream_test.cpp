@@ -1,0 +1,142 @@
+#include "platform/host/wire/frame_stream.h"
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+struct SocketPair {
+  SocketPair() { EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends)); }
+  ~SocketPair() {
+    close(ends[0]);
+    close(ends[1]);
+  }
+  void Write(const uint8_t* bytes, size_t size) {
+    ASSERT_EQ(static_cast<ssize_t>(size), send(ends[0], bytes, size, MSG_NOSIGNAL));
+  }
+  int ends[2];
+};
+
+Bytes FrameOf(const std::string& body, uint64_t number, HostFrameKind kind) {
+  HostFrameHeader header;
+  header.kind = kind;
+  header.bodySize = static_cast<uint32_t>(body.size());
+  header.requestNumber = number;
+  uint8_t head[kHostFrameHeaderSize];
+  HostEncodeFrameHeader(header, head);
+  Bytes frame(head, head + sizeof head);
+  frame.insert(frame.end(), body.begin(), body.end());
+  return frame;
+}
+
+std::string PatternOf(size_t size) {
+  std::string text(size, 0);
+  for (size_t i = 0; i < size; i++) text[i] = static_cast<char>(i * 31 + i / 251);
+  return text;
+}
+
+std::string TextOf(const HostFrameSlice& slice) {
+  return std::string(reinterpret_cast<const char*>(slice.bytes), slice.size);
+}
+
+// Receives until a frame is complete; fails when the stream has nothing more.
+bool ReadFrame(HostFrameReader& reader, int fd, HostFrameHeader* header, std::string* body) {
+  for (;;) {
+    HostFrameSlice slice;
+    const auto next = reader.Take(header, &slice);
+    if (next == HostFrameReader::Next::kBad) return false;
+    if (next == HostFrameReader::Next::kFrame) {
+      *body = TextOf(slice);
+      return true;
+    }
+    if (reader.Receive(fd, MSG_DONTWAIT) <= 0) return false;
+  }
+}
+
+TEST(FrameReader, EverySplitOfAFrameGivesTheSameBytes) {
+  const std::string body = PatternOf(1024 - kHostFrameHeaderSize);
+  Bytes stream = FrameOf(body, 7, HostFrameKind::kRequest);
+  const Bytes second = FrameOf("second", 8, HostFrameKind::kRequest);
+  stream.insert(stream.end(), second.begin(), second.end());
+  for (size_t split = 1; split < stream.size(); split++) {
+    SCOPED_TRACE(split);
+    SocketPair sockets;
+    HostFrameReader reader;
+    sockets.Write(stream.data(), split);
+    ASSERT_GT(reader.Receive(sockets.ends[1], MSG_DONTWAIT), 0);
+    ASSERT_EQ(split >= 1024, reader.HasCompleteFrame());
+    sockets.Write(stream.data() + split, stream.size() - split);
+    HostFrameHeader header;
+    std::string text;
+    ASSERT_TRUE(ReadFrame(reader, sockets.ends[1], &header, &text));
+    ASSERT_EQ(7u, header.requestNumber);
+    ASSERT_EQ(body, text);
+    ASSERT_TRUE(ReadFrame(reader, sockets.ends[1], &header, &text));
+    ASSERT_EQ("second", text);
+    ASSERT_EQ(0u, reader.PartialBytes());
+  }
+}
+
+// A frame that is still held by an event must not change while later ones arrive.
+TEST(FrameReader, SlicesOutliveWhatFollows) {
+  SocketPair sockets;
+  HostFrameReader reader;
+  std::vector<HostFrameSlice> slices;
+  std::vector<std::string> bodies;
+  for (const size_t size : {10u, 70000u, 0u, 3000u, 130000u, 1u}) {
+    bodies.push_back(PatternOf(size));
+    const Bytes frame = FrameOf(bodies.back(), size, HostFrameKind::kRequest);
+    size_t sent = 0;
+    while (sent < frame.size() || reader.HasCompleteFrame()) {
+      const size_t part = std::min<size_t>(40000, frame.size() - sent);
+      if (part > 0) sockets.Write(frame.data() + sent, part);
+      sent += part;
+      if (!reader.HasCompleteFrame()) {
+        ASSERT_GT(reader.Receive(sockets.ends[1], MSG_DONTWAIT), 0);
+      }
+      HostFrameHeader header;
+      HostFrameSlice slice;
+      if (reader.Take(&header, &slice) == HostFrameReader::Next::kFrame) slices.push_back(slice);
+    }
+  }
+  ASSERT_EQ(bodies.size(), slices.size());
+  for (size_t i = 0; i < bodies.size(); i++) EXPECT_EQ(bodies[i], TextOf(slices[i])) << i;
+}
+
+TEST(FrameReader, WhatIsNoFrameEndsTheStream) {
+  const struct {
+    const char* what;
+    size_t offset;
+    Bytes bytes;
+  } rows[] = {
+      {"magic", 0, {'x'}},
+      {"version", 4, {2}},
+      {"kind 0", 5, {0}},
+      {"unknown flag", 6, {0x80, 0}},
+      {"limit + 1", 8, {0x01, 0, 0, 0}},
+      {"2^32 - 1", 8, {0xFF, 0xFF, 0xFF, 0xFF}},
+      {"reserved", 12, {0, 0, 0, 1}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    SocketPair sockets;
+    HostFrameReader reader;
+    Bytes broken = FrameOf("body", 2, HostFrameKind::kRequest);
+    std::copy(row.bytes.begin(), row.bytes.end(),
+              broken.begin() + static_cast<ptrdiff_t>(row.offset));
+    sockets.Write(broken.data(), broken.size());
+    ASSERT_GT(reader.Receive(sockets.ends[1], MSG_DONTWAIT), 0);
+    HostFrameHeader header;
+    HostFrameSlice slice;
+    EXPECT_EQ(HostFrameReader::Next::kBad, reader.Take(&header, &slice));
+    EXPECT_TRUE(reader.IsBad());
+  }
+}
+
+}  // namespace

@@ -1,0 +1,239 @@
+#include <CoreFoundation/CoreFoundation.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tools/plist/diff.h"
+#include "tools/plist/json.h"
+#include "tools/plist/leaf.h"
+#include "tools/plist/path.h"
+#include "tools/plist/text.h"
+#include "tools/values/json_value.h"
+
+namespace {
+
+// The list that JSON means, for tests: with a failure when it means none.
+OwnedRef<CFTypeRef> List(const std::string& json) {
+  std::string problem;
+  OwnedRef<CFTypeRef> list(CreateFromJson(json, problem));
+  EXPECT_NE(nullptr, static_cast<CFTypeRef>(list)) << problem;
+  return list;
+}
+
+std::string Json(CFTypeRef list) { return list != nullptr ? JsonText(JsonOfPlist(list)) : "none"; }
+
+OwnedRef<CFTypeRef> Leaf(PlistKind kind, const char* text) {
+  std::string problem;
+  return CreateLeaf(kind, text, problem);
+}
+
+}  // namespace
+
+TEST(PlistJson, ReadsByTheLetter) {
+  const struct {
+    const char* json;
+    const char* written;  // null: refused
+    const char* problem;
+  } rows[] = {
+      {"{}", "{}", ""},
+      {"{\"a\":[1,{\"b\":[true,false]},-0.5],\"c\":\"\"}",
+       "{\"a\":[1,{\"b\":[true,false]},-0.5],\"c\":\"\"}", ""},
+      {"[1e2,1E+2,0.1,5e-324,123456789.125]", "[100.0,100.0,0.1,5e-324,123456789.125]", ""},
+      {"[9007199254740991,-9223372036854775808,18446744073709551615]",
+       "[9007199254740991,\"-9223372036854775808\",\"18446744073709551615\"]", ""},
+      {"\"\\u00e9\\ud83d\\ude00\\n\\\"\\/\xC3\xA9\"",
+       "\"\xC3\xA9\xF0\x9F\x98\x80\\n\\\"/\xC3\xA9\"", ""},
+      // Halves of pairs, which UTF-8 does not have, and keys that differ in nothing else.
+      {"[\"\\ud800\",\"a\\uDFFF\\ud83d\\ude00\\ud83d\"]",
+       "[\"\\ud800\",\"a\\udfff\xF0\x9F\x98\x80\\ud83d\"]", ""},
+      {"{\"k\\udbff\":1,\"k\\udc00\":2}", "{\"k\\udbff\":1,\"k\\udc00\":2}", ""},
+      {"{\"a\":1,\"a\":2}", "{\"a\":2}", ""},
+      {"", nullptr, "line 1, column 1: a value is missing"},
+      {"[1,\n2,]", nullptr, "line 2, column 3: no JSON value"},
+      {"{\"a\":1,}", nullptr, "a key in quotation marks is missing"},
+      {"{\"a\" 1}", nullptr, "a colon is missing"},
+      {"{\"a\":1", nullptr, "a comma or } is missing"},
+      {"null", nullptr, "null: property lists have no such value"},
+      {"[1.]", nullptr, "digits are missing"},
+      {"[18446744073709551616]", nullptr, "no integer"},
+      {"1 2", nullptr, "more follows the value"},
+      {"\"a", nullptr, "the string does not end"},
+      {"\"\x01\"", nullptr, "a control character"},
+      {"\"\xFF\"", nullptr, "not UTF-8"},
+      {"\"\\u12\"", nullptr, "an escape"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.json);
+    std::string problem;
+    const OwnedRef<CFTypeRef> list(CreateFromJson(row.json, problem));
+    EXPECT_EQ(row.written != nullptr ? row.written : "none", Json(list));
+    EXPECT_NE(std::string::npos, problem.find(row.problem)) << problem;
+  }
+}
+
+TEST(PlistJson, DepthIsLimitedNotTheStack) {
+  auto nested = [](size_t levels) { return std::string(levels, '[') + std::string(levels, ']'); };
+  EXPECT_EQ(nested(512), Json(List(nested(512))));
+  for (size_t levels : {513u, 1000000u}) {
+    std::string problem;
+    EXPECT_EQ(nullptr, CreateFromJson(nested(levels), problem));
+    EXPECT_NE(std::string::npos, problem.find("512 levels")) << problem;
+  }
+}
+
+TEST(PlistLeaf, TextGoesForthAndBack) {
+  const struct {
+    PlistKind kind;
+    const char* text;
+    const char* again;  // null: refused
+  } rows[] = {
+      {PlistKind::kString, " a<b&c ", " a<b&c "},
+      {PlistKind::kInteger, "-9223372036854775808", "-9223372036854775808"},
+      {PlistKind::kInteger, "18446744073709551616", nullptr},
+      {PlistKind::kInteger, "1</integer><integer>2", nullptr},
+      {PlistKind::kReal, "0.30000000000000004", "0.30000000000000004"},
+      {PlistKind::kReal, "nan", "NaN"},
+      {PlistKind::kBoolean, "yes", "true"},
+      {PlistKind::kBoolean, "TRUE", nullptr},
+      {PlistKind::kDate, "2005-03-01T12:34:56Z", "2005-03-01T12:34:56Z"},
+      {PlistKind::kDate, "2005-03-01", nullptr},
+      {PlistKind::kData, "AAEC/w==", "AAEC/w=="},
+      {PlistKind::kArray, "[]", nullptr},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::string(KindName(row.kind)) + " " + row.text);
+    std::string problem;
+    const OwnedRef<CFTypeRef> leaf(CreateLeaf(row.kind, row.text, problem));
+    EXPECT_EQ(row.again == nullptr, leaf == nullptr);
+    EXPECT_EQ(leaf == nullptr, !problem.empty());
+    if (leaf == nullptr) continue;
+    EXPECT_EQ(row.kind, KindOf(leaf));
+    EXPECT_EQ(row.again, LeafText(leaf));
+    EXPECT_EQ(row.kind, KindNamed(KindName(row.kind)));
+  }
+}
+
+TEST(PlistLeaf, AWordMeansWhatItLooksLike) {
+  const OwnedRef<CFTypeRef> nothing, real(Leaf(PlistKind::kReal, "1")), list(List("[]"));
+  const OwnedRef<CFTypeRef> text(Leaf(PlistKind::kString, "x"));
+  const struct {
+    const char* word;
+    CFTypeRef replaced;
+    PlistKind kind;  // kNone: refused
+    const char* json;
+  } rows[] = {
+      {"5", nothing, PlistKind::kInteger, "5"},
+      {"5", real, PlistKind::kReal, "5.0"},
+      {"5", text, PlistKind::kString, "\"5\""},
+      {"5", list, PlistKind::kNone, ""},
+      {"{}", list, PlistKind::kNone, ""},
+      {"[5]", list, PlistKind::kArray, "[5]"},
+      {"\"5\"", nothing, PlistKind::kString, "\"5\""},
+      {"{\"a\":1}", nothing, PlistKind::kDictionary, "{\"a\":1}"},
+      {"{ a = 1; }", nothing, PlistKind::kDictionary, "{\"a\":\"1\"}"},
+      {"{ a = ", nothing, PlistKind::kNone, ""},
+      {"<0fbd>", nothing, PlistKind::kData, "\"D70=\""},
+      {"<date>2020-01-01T00:00:00Z</date>", nothing, PlistKind::kDate, "\"2020-01-01T00:00:00Z\""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.word);
+    std::string problem;
+    const OwnedRef<CFTypeRef> value(CreateValueOfType("", row.word, row.replaced, problem));
+    EXPECT_EQ(row.kind, KindOf(value));
+    EXPECT_EQ(value == nullptr, !problem.empty()) << problem;
+    EXPECT_TRUE(value == nullptr || Json(value) == row.json) << Json(value);
+  }
+}
+
+TEST(PlistPath, StepsAreReadAndWritten) {
+  const struct {
+    const char* text;
+    bool isFine;
+    PlistPath path;
+  } rows[] = {
+      {"", true, {}},        {"a", true, {"a"}}, {"com\\.example.x", true, {"com.example", "x"}},
+      {".", true, {"", ""}}, {"a\\", false, {}},
+  };
+  for (const auto& row : rows) {
+    PlistPath path;
+    EXPECT_EQ(row.isFine, ParsePlistPath(row.text, path)) << row.text;
+    if (!row.isFine) continue;
+    EXPECT_EQ(row.path, path) << row.text;
+    EXPECT_EQ(row.text, PlistPathText(path));
+  }
+}
+
+TEST(PlistPath, ChangesOrSaysWhyNot) {
+  const struct {
+    const char* path;
+    PlistChange change;
+    const char* result;  // what the list is then; or the problem
+  } rows[] = {
+      {"b", PlistChange::kSet, "{\"a\":{},\"l\":[1,2],\"b\":9}"},
+      {"a.b", PlistChange::kSet, "{\"a\":{\"b\":9},\"l\":[1,2]}"},
+      {"l.2", PlistChange::kSet, "{\"a\":{},\"l\":[1,2,9]}"},
+      {"l.0", PlistChange::kInsert, "{\"a\":{},\"l\":[9,1,2]}"},
+      {"l.1", PlistChange::kRemove, "{\"a\":{},\"l\":[1]}"},
+      {"a", PlistChange::kRemove, "{\"l\":[1,2]}"},
+      {"a", PlistChange::kInsert, "a is there already"},
+      {"l.2", PlistChange::kRemove, "l is an array of 2 and has no index 2"},
+      {"l.-1", PlistChange::kSet, "l is an array of 2 and has no index -1"},
+      {"l.0.x", PlistChange::kSet, "l.0 is an integer, with nothing inside"},
+      {"a.z", PlistChange::kRemove, "a has no key z"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.path);
+    const OwnedRef<CFTypeRef> list(List("{\"a\":{},\"l\":[1,2]}"));
+    const OwnedRef<CFTypeRef> value(List("9"));
+    PlistPath path;
+    std::string problem;
+    ASSERT_TRUE(ParsePlistPath(row.path, path));
+    const bool isDone = ChangePlist(list, path, row.change, value, problem);
+    EXPECT_EQ(row.result, isDone ? Json(list) : problem);
+    EXPECT_TRUE(isDone || Json(list) == "{\"a\":{},\"l\":[1,2]}");
+  }
+}
+
+TEST(PlistDiff, TellsEveryPlaceOnce) {
+  const struct {
+    const char* before;
+    const char* after;
+    const char* differences;
+  } rows[] = {
+      {"{\"a\":[1,{\"b\":2}]}", "{\"a\":[1,{\"b\":2}]}", ""},
+      {"{\"a\":1,\"b\":2}", "{\"b\":2,\"a\":1}", ""},
+      {"1", "1.0", "=1>1.0 "},
+      {"[0.0,-0.0,1e999]", "[-0.0,-0.0,1e999]", "0=0.0>-0.0 "},
+      {"{\"a.b\":1,\"c\":2}", "{\"c\":3,\"d\":4}", "a\\.b=1> c=2>3 d=>4 "},
+      {"[1,[2,3]]", "[1,[2],4]", "1.1=3> 2=>4 "},
+      {"{\"a\":true}", "{\"a\":1}", "a=true>1 "},
+  };
+  for (const auto& row : rows) {
+    const OwnedRef<CFTypeRef> before(List(row.before)), after(List(row.after));
+    std::string told;
+    DiffPlists(before, after, [&](const PlistDifference& difference) {
+      told += difference.path + "=" + (difference.before ? Json(difference.before) : "") + ">" +
+              (difference.after ? Json(difference.after) : "") + " ";
+    });
+    EXPECT_EQ(row.differences, told);
+  }
+}
+
+TEST(PlistText, IsForPeople) {
+  const OwnedRef<CFTypeRef> list(List("{\"a b\":[1,\"x\\ny\",{}],\"c\":{\"d\":0.5}}"));
+  EXPECT_EQ(
+      "{\n"
+      "  \"a b\" = [\n"
+      "    1\n"
+      "    \"x\\ny\"\n"
+      "    {\n"
+      "    }\n"
+      "  ]\n"
+      "  c = {\n"
+      "    d = 0.5\n"
+      "  }\n"
+      "}\n",
+      PlistText(list));
+  EXPECT_EQ("<00ff>\n", PlistText(Leaf(PlistKind::kData, "AP8=")));
+  EXPECT_EQ("{...} (2)", PlistLine(list));
+}

@@ -1,0 +1,202 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/scratch_folder.h"
+#include "tests/tools/verbs/verb_runner.h"
+
+// vltctl plist as people and scripts meet it.
+
+namespace {
+
+ProgramResult Plist(const std::vector<std::string>& words) { return RunVerb({"plist"}, words); }
+
+constexpr char kList[] =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<!DOCTYPE plist PUBLIC \"-//Apple Computer//DTD PLIST 1.0//EN\" "
+    "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+    "<plist version=\"1.0\">\n"
+    "<dict>\n"
+    "\t<key>big</key>\n"
+    "\t<integer>18446744073709551615</integer>\n"
+    "\t<key>list</key>\n"
+    "\t<array>\n"
+    "\t\t<real>0.10000000000000001</real>\n"
+    "\t\t<true/>\n"
+    "\t</array>\n"
+    "\t<key>name</key>\n"
+    "\t<string>a &amp; \xC3\xA9</string>\n"
+    "\t<key>raw</key>\n"
+    "\t<data>\n"
+    "\tAAEC/w==\n"
+    "\t</data>\n"
+    "\t<key>when</key>\n"
+    "\t<date>2005-03-01T12:34:56Z</date>\n"
+    "</dict>\n"
+    "</plist>\n";
+
+}  // namespace
+
+TEST(VltctlPlist, ConvertsForthAndBack) {
+  const OpenDescriptorCheck noLeaks;
+  const ScratchFolder folder;
+  const std::string xml = folder.File("a.plist", kList);
+  const std::string binary = folder.Path("b.plist"), again = folder.Path("c.plist");
+  EXPECT_EQ(0, Plist({"convert", "binary", xml, "-o", binary}).status);
+  EXPECT_EQ(0u, ReadFile(binary).find("bplist00"));
+  EXPECT_EQ(0, Plist({"convert", "xml", binary, "-o", again}).status);
+  EXPECT_EQ(kList, ReadFile(again));
+  EXPECT_EQ(kList, Plist({"convert", "xml", binary}).output);
+  const char* json =
+      "{\"big\":\"18446744073709551615\",\"list\":[0.1,true],\"name\":\"a & \xC3\xA9\","
+      "\"raw\":\"AAEC/w==\",\"when\":\"2005-03-01T12:34:56Z\"}\n";
+  const std::vector<VerbRun> runs = {
+      {{"diff", xml, binary}, 0, "", ""},
+      {{"convert", "json", binary}, 0, json, ""},
+      {{"print", "--json", xml}, 0, json, ""},
+      {{"print", "--json", folder.File("a.json", json)}, 0, json, ""},
+  };
+  ExpectRuns({"plist"}, runs);
+}
+
+TEST(VltctlPlist, LintTellsThePlace) {
+  const ScratchFolder folder;
+  const std::string good = folder.File("good", kList);
+  const std::string bad =
+      folder.File("bad", "<plist>\n<dict>\n  <string>x</string>\n</dict></plist>");
+  const std::string cut = folder.File("cut", "bplist00\x01");
+  const ProgramResult result = Plist({"lint", good, bad, cut});
+  EXPECT_EQ(7, result.status);
+  EXPECT_NE(std::string::npos, result.output.find(good + ": ok (XML)\n")) << result.output;
+  EXPECT_NE(std::string::npos, result.output.find(bad + ":3:3: ")) << result.output;
+  EXPECT_NE(std::string::npos, result.output.find(cut + ": byte ")) << result.output;
+  const ProgramResult json = Plist({"lint", "--json", bad});
+  EXPECT_NE(std::string::npos, json.output.find("\"line\":3,\"column\":3,")) << json.output;
+  EXPECT_EQ(0, Plist({"lint", good}).status);
+  EXPECT_EQ(3, Plist({"lint", folder.Path("missing")}).status);
+}
+
+TEST(VltctlPlist, FaultsAreThoseOfTheFormThatIsMeant) {
+  const ScratchFolder folder;
+  const struct {
+    const char* verb;
+    const char* text;
+    const char* said;
+  } rows[] = {
+      {"print", "{ a = b; ", "line 1, column 10: the file ends too early"},
+      {"print", "{ \"a\" = (b }", "line 1, column 12: , or ) is due"},
+      {"print", "{\"a\":1", "JSON line 1, column 7: a comma or } is missing"},
+      {"print", "[1,", "JSON line 1, column 4: a value is missing"},
+      {"lint", "{\"a\":1}", ":1:5: = or ; is due here (this is JSON"},
+      {"lint", "{\"a\":1", ":1:5: = or ; is due here\n"},
+  };
+  for (const auto& row : rows) {
+    const ProgramResult result = Plist({row.verb, folder.File("list", row.text)});
+    EXPECT_EQ(7, result.status) << row.text;
+    const std::string told = result.output + result.errors;
+    EXPECT_NE(std::string::npos, told.find(row.said)) << told;
+  }
+  const std::string full = VLTCTL_PROGRAM " plist convert xml " + folder.File("a", kList);
+  EXPECT_EQ("vltctl: standard output: No space left on device\n",
+            RunProgram({"/bin/sh", "-c", full + " > /dev/full"}, 20s).errors);
+}
+
+TEST(VltctlPlist, WhatNeverEndsIsNoList) {
+  for (const char* verb : {"print", "lint"}) {
+    const ProgramResult result = Plist({verb, "/dev/zero"});
+    EXPECT_EQ(7, result.status);
+    EXPECT_NE(std::string::npos, (result.output + result.errors).find("more than 256 MiB"));
+  }
+  EXPECT_EQ(7,
+            RunProgram({"/bin/sh", "-c", VLTCTL_PROGRAM " plist print - < /dev/zero"}, 20s).status);
+}
+
+TEST(VltctlPlist, EditsAFileInItsPlace) {
+  const ScratchFolder folder;
+  const std::string file = folder.File("a.plist", kList);
+  const std::string link = folder.Link("link", "a.plist");
+  ASSERT_EQ(0, chmod(file.c_str(), 0640));
+  const struct {
+    std::vector<std::string> words;
+    int status;
+  } rows[] = {
+      {{"set", link, "name", "5"}, 0},
+      {{"set", link, "when", "2024-02-29T00:00:00Z"}, 0},
+      {{"set", link, "new", "{\"x\":[1.5]}"}, 0},
+      {{"insert", link, "list.0", "first"}, 0},
+      {{"remove", link, "list.1"}, 0},
+      {{"set", link, "raw", "--type", "string", "text"}, 0},
+      {{"remove", link, "big"}, 0},
+      {{"set", link, "list.1", "maybe"}, 2},  // is a bool
+      {{"set", link, "x", "--type", "dict", "[]"}, 2},
+      {{"insert", link, "name", "1"}, 3},
+      {{"set", folder.Path("missing"), "a", "1"}, 3},
+      {{"set", folder.File("bad", "<dict>"), "a", "1"}, 7},
+      {{"set", folder.Path("."), "a", "1"}, 1},
+      {{"convert", "xml", file, "-o", folder.Path("no/such/folder")}, 3},
+      {{"convert", "xml", file, "-o", folder.Link("loop", "loop")}, 1},
+      {{"convert", "xml", file, "-o", folder.Path("none/")}, 1},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.words));
+    const ProgramResult result = Plist(row.words);
+    EXPECT_EQ(row.status, result.status) << result.errors;
+    EXPECT_EQ(row.status != 0, !result.errors.empty()) << result.errors;
+  }
+  EXPECT_EQ(
+      "{\"list\":[\"first\",true],\"name\":\"5\",\"new\":{\"x\":[1.5]},\"raw\":\"text\","
+      "\"when\":\"2024-02-29T00:00:00Z\"}\n",
+      Plist({"print", "--json", file}).output);
+  EXPECT_EQ("5\n", Plist({"extract", file, "name"}).output);
+  EXPECT_EQ("[\n  1.5\n]\n", Plist({"extract", file, "new.x"}).output);
+  struct stat info = {};
+  ASSERT_EQ(0, lstat(link.c_str(), &info));
+  EXPECT_TRUE(S_ISLNK(info.st_mode));
+  ASSERT_EQ(0, stat(file.c_str(), &info));
+  EXPECT_EQ(0640u, info.st_mode & 07777);
+
+  const std::string before = folder.File("before", kList);
+  const ProgramResult diff = Plist({"diff", before, file});
+  EXPECT_EQ(1, diff.status);
+  EXPECT_NE(std::string::npos, diff.output.find("- list.0 = 0.1\n+ list.0 = \"first\"\n"))
+      << diff.output;
+  // A key takes no more than its line, and does nothing to the terminal.
+  const std::string odd = folder.File("odd", "{\"a\\n+ b\\u001b\":1}");
+  EXPECT_EQ("- a\\n+ b\\x1b = 1\n", Plist({"diff", odd, folder.File("none", "{}")}).output);
+}
+
+TEST(VltctlPlist, AFilterOfStandardInput) {
+  const ScratchFolder folder;
+  const std::string file = folder.File("a.plist", kList);
+  auto filter = [&](const std::string& words) {
+    return RunProgram({"/bin/sh", "-c", "< " + file + " " VLTCTL_PROGRAM " plist " + words}, 20s);
+  };
+  EXPECT_EQ("true\n", filter("extract - list.1").output);
+  EXPECT_EQ(kList, filter("convert binary - -o - | " VLTCTL_PROGRAM " plist convert xml -").output);
+  EXPECT_EQ("{\"list\":[0.1,true]}\n",
+            filter("remove - big | " VLTCTL_PROGRAM " plist remove - name | " VLTCTL_PROGRAM
+                   " plist remove - raw | " VLTCTL_PROGRAM " plist remove - when | " VLTCTL_PROGRAM
+                   " plist print --json -")
+                .output);
+  EXPECT_EQ(kList, ReadFile(file));
+  // Links to what is open are written to, and nothing takes the place of what they lead to.
+  EXPECT_EQ(kList, filter("convert xml - -o /dev/stdout | cat").output);
+  const std::string out = folder.File("out", "kept\n");
+  EXPECT_EQ("",
+            filter("convert json - -o /dev/fd/3 3>> " + out + " && echo more >> " + out).errors);
+  EXPECT_EQ("more\n", ReadFile(out).substr(ReadFile(out).find('\n') + 1));
+}
+
+TEST(VltctlPlist, UsageErrors) {
+  const std::vector<VerbRun> runs = {
+      {{"lnit", "x"}, 2, "", "did you mean lint?"},
+      {{"print", "a", "b"}, 2, "", "usage: vltctl plist print FILE"},
+      {{"convert", "yaml", "x"}, 2, "", "no format: yaml"},
+      {{"convert", "xml", "x", "--json"}, 2, "", "needs -o OUT"},
+      {{"set", "-", "a", "1", "--json"}, 2, "", "--json needs a file"},
+  };
+  ExpectRuns({"plist"}, runs);
+}

@@ -1,0 +1,95 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/integration/launch_support.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/tools/verbs/verb_runner.h"
+
+// `vltctl launch` as people and scripts meet it.
+
+namespace {
+
+TEST(VltctlLaunch, TellsWhatWasFoundHowAndWhatBecameOfIt) {
+  OpenDescriptorCheck noLeaks;
+  LaunchedApplications apps;
+  const std::string port = UniquePortName();
+  const std::string path =
+      apps.AddBundle("It.app", {"com.test.it", "It  ", "APPL", "program", "2.1"},
+                     apps.NoteStep("it") + "claim " + port + "\nloop\n");
+  apps.AddBundle("Ends.app", {"com.test.ends", "Ends", "APPL", "program", "1"}, "exit 1\n");
+  MakeTestBundle(apps.Folder(), "data/veltrane/Applications/Empty.app",
+                 {"com.test.empty", "Mpty", "APPL", "program", "1"});
+  const std::string folder = apps.Folder().Path("data/veltrane/Applications");
+  const struct {
+    std::vector<std::string> words;
+    int status;
+    const char* by;
+    const char* outcome;
+    const char* said;
+  } rows[] = {
+      {{path}, 0, "path", "started", ""},
+      {{"com.test.it"}, 0, "identifier", "alreadyRunning", ""},
+      {{"It  ", "--port", port}, 0, "signature", "alreadyRunning", ""},
+      {{"'It  '", "--port", "test.nobody", "--wait", "0.1"}, 4, "signature", "noPort", "in time"},
+      {{"Ends", "--port", "test.nobody"}, 6, "signature", "ended", "has ended"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.words));
+    std::vector<std::string> words = row.words;
+    words.push_back("--json");
+    const ProgramResult result = RunVerb({"launch"}, words);
+    EXPECT_EQ(row.status, result.status);
+    for (const std::string& member : {std::string("\"by\":\"") + row.by + "\",",
+                                      std::string("\"outcome\":\"") + row.outcome + "\","}) {
+      EXPECT_NE(std::string::npos, result.output.find(member)) << result.output;
+    }
+    EXPECT_EQ(row.status == 0, result.errors.empty()) << result.errors;
+    EXPECT_NE(std::string::npos, result.errors.find(row.said)) << result.errors;
+  }
+  // All members, of one that runs and of one that does not.
+  const std::string running = "{\"application\":\"" + path +
+                              "\",\"by\":\"path\",\"folder\":null,\"program\":\"" + path +
+                              "/Contents/Linux/program\",\"outcome\":\"alreadyRunning\",\"pid\":" +
+                              std::to_string(apps.Starts("it").at(0)) + ",\"port\":\"" + port +
+                              "\",\"seconds\":null,\"error\":null}\n";
+  const std::string failed =
+      "{\"application\":\"" + folder + "/Empty.app\",\"by\":\"identifier\",\"folder\":\"" + folder +
+      "\",\"program\":null,\"outcome\":\"failed\",\"pid\":null,\"port\":null,\"seconds\":null,"
+      "\"error\":{\"number\":-10827,\"name\":\"kLSNoExecutableErr\"}}\n";
+  ExpectRuns({"launch"}, {{{path, "--json"}, 0, running, ""},
+                          {{"com.test.empty", "--json"}, 1, failed, "kLSNoExecutableErr"}});
+  EXPECT_TRUE(QuitAndWait(port));
+}
+
+TEST(VltctlLaunch, ExplainsEachWay) {
+  OpenDescriptorCheck noLeaks;
+  LaunchedApplications apps;
+  apps.AddBundle("It.app", {"com.test.it", "It  ", "APPL", "program", "2.1"}, "exit 0\n");
+  const struct {
+    const char* word;
+    int status;
+    std::vector<const char*> lines;
+  } rows[] = {
+      {"It  ",
+       6,
+       {"path        not found  nothing of that name", "identifier  not found  none of 1",
+        "signature   found      version 2.1 in "}},
+      {"/nothing/here",
+       3,
+       {"path        not found  error -43 (fnfErr)",
+        "identifier  not found  an identifier has no slash",
+        "signature   not found  it is not four characters"}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.word);
+    const ProgramResult result = RunVerb({"launch"}, {row.word, "--explain"});
+    EXPECT_EQ(row.status, result.status) << result.errors;
+    for (const char* line : row.lines) {
+      EXPECT_NE(std::string::npos, result.output.find(line)) << line << " in\n" << result.output;
+    }
+  }
+}
+
+}  // namespace

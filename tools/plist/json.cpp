@@ -1,0 +1,285 @@
+#include "tools/plist/json.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+#include <vector>
+
+#include "tools/plist/leaf.h"
+#include "tools/plist/walk.h"
+
+namespace {
+
+JsonValue JsonOfLeaf(CFTypeRef leaf) {
+  switch (KindOf(leaf)) {
+    case PlistKind::kBoolean:
+      return JsonValue::Bool(CFBooleanGetValue(static_cast<CFBooleanRef>(leaf)));
+    case PlistKind::kReal: {
+      double value = 0;
+      CFNumberGetValue(static_cast<CFNumberRef>(leaf), kCFNumberDoubleType, &value);
+      return JsonValue::Real(value);
+    }
+    case PlistKind::kInteger: {
+      SInt64 value = 0;
+      if (CFNumberGetValue(static_cast<CFNumberRef>(leaf), kCFNumberSInt64Type, &value)) {
+        return JsonValue::Integer(value);
+      }
+      return LeafText(leaf);  // beyond what JSON numbers are good for
+    }
+    default:
+      return LeafText(leaf);
+  }
+}
+
+// Reads by the letter of the grammar. One use each.
+class Reader {
+ public:
+  explicit Reader(std::string_view text) : whole(text), rest(text) {}
+
+  CFTypeRef Read(std::string& problem) {
+    OwnedRef<CFTypeRef> root = Document();
+    if (fault.empty()) return CFRetain(root);
+    problem = Place() + fault;
+    return nullptr;
+  }
+
+  size_t Reached() const { return whole.size() - rest.size(); }
+
+ private:
+  static constexpr size_t kMaxDepth = 512;
+
+  struct Frame {
+    OwnedRef<CFMutableArrayRef> array;
+    OwnedRef<CFMutableDictionaryRef> dictionary;  // one of the two
+    OwnedRef<CFStringRef> key;                    // of the next value
+  };
+
+  OwnedRef<CFTypeRef> Document() {
+    OwnedRef<CFTypeRef> done;
+    do {
+      OwnedRef<CFTypeRef> value = Begin();
+      // A value that is complete may complete those around it.
+      while (static_cast<CFTypeRef>(value) != nullptr) {
+        if (open.empty()) {
+          done = std::move(value);
+          break;
+        }
+        Put(value);
+        value = End();
+      }
+    } while (fault.empty() && !open.empty());
+    if (fault.empty() && (SkipBlanks(), !rest.empty())) Fail("more follows the value");
+    return done;
+  }
+
+  // A leaf, or an empty container; null when a container was opened or something is wrong.
+  OwnedRef<CFTypeRef> Begin() {
+    SkipBlanks();
+    if (rest.empty()) return Fail("a value is missing");
+    if (Take('[')) return Open(false);
+    if (Take('{')) return Open(true);
+    if (rest.front() == '"') return String();
+    if (Word("true")) return kCFBooleanTrue;
+    if (Word("false")) return kCFBooleanFalse;
+    if (rest.starts_with("null")) return Fail("null: property lists have no such value");
+    return Number();
+  }
+
+  OwnedRef<CFTypeRef> Open(bool isDictionary) {
+    if (open.size() == kMaxDepth) return Fail("more than 512 levels");
+    Frame frame;
+    if (isDictionary) {
+      frame.dictionary = CFDictionaryCreateMutable(
+          kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+    } else {
+      frame.array = CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks);
+    }
+    open.push_back(std::move(frame));
+    SkipBlanks();
+    if (Take(isDictionary ? '}' : ']')) return Pop();
+    if (isDictionary) Key();
+    return nullptr;
+  }
+
+  void Put(CFTypeRef value) {
+    Frame& frame = open.back();
+    if (static_cast<CFTypeRef>(frame.array) != nullptr)
+      CFArrayAppendValue(frame.array, value);
+    else
+      CFDictionarySetValue(frame.dictionary, frame.key, value);
+  }
+
+  // The innermost container when it ends behind its last value; else null.
+  OwnedRef<CFTypeRef> End() {
+    const bool isDictionary = static_cast<CFTypeRef>(open.back().dictionary) != nullptr;
+    SkipBlanks();
+    if (Take(isDictionary ? '}' : ']')) return Pop();
+    if (!Take(','))
+      return Fail(isDictionary ? "a comma or } is missing" : "a comma or ] is missing");
+    if (isDictionary) Key();
+    return nullptr;
+  }
+
+  OwnedRef<CFTypeRef> Pop() {
+    Frame& frame = open.back();
+    OwnedRef<CFTypeRef> closed(static_cast<CFTypeRef>(frame.array) != nullptr
+                                   ? CFRetain(frame.array)
+                                   : CFRetain(frame.dictionary));
+    open.pop_back();
+    return closed;
+  }
+
+  void Key() {
+    SkipBlanks();
+    if (!rest.starts_with('"'))
+      return static_cast<void>(Fail("a key in quotation marks is missing"));
+    const OwnedRef<CFTypeRef> key = String();
+    open.back().key = static_cast<CFStringRef>(CFRetain(key));
+    SkipBlanks();
+    if (fault.empty() && !Take(':')) Fail("a colon is missing");
+  }
+
+  OwnedRef<CFTypeRef> String() {
+    std::vector<UniChar> units;
+    rest.remove_prefix(1);
+    for (;;) {
+      const size_t plain = rest.find_first_of(std::string_view("\"\\"));
+      if (plain == rest.npos) return Fail("the string does not end");
+      for (const char c : rest.substr(0, plain)) {
+        if (static_cast<unsigned char>(c) < ' ') return Fail("a control character in a string");
+      }
+      const OwnedRef<CFStringRef> part(CreateString(rest.substr(0, plain)));
+      if (static_cast<CFStringRef>(part) == nullptr) return Fail("the string is not UTF-8");
+      const size_t count = static_cast<size_t>(CFStringGetLength(part));
+      units.resize(units.size() + count);
+      CFStringGetCharacters(part, CFRangeMake(0, static_cast<CFIndex>(count)),
+                            units.data() + units.size() - count);
+      rest.remove_prefix(plain);
+      if (Take('"')) break;
+      if (!Escape(units)) return Fail("an escape that JSON does not have");
+    }
+    return CFStringCreateWithCharacters(kCFAllocatorDefault, units.data(),
+                                        static_cast<CFIndex>(units.size()));
+  }
+
+  bool Escape(std::vector<UniChar>& units) {
+    constexpr std::string_view kLetters = "\"\\/bfnrt";
+    constexpr std::string_view kMeanings = "\"\\/\b\f\n\r\t";
+    if (rest.size() < 2) return false;
+    const char letter = rest[1];
+    rest.remove_prefix(2);
+    if (const size_t index = kLetters.find(letter); index != kLetters.npos) {
+      units.push_back(static_cast<UniChar>(kMeanings[index]));
+      return true;
+    }
+    if (letter != 'u' || rest.size() < 4) return false;
+    UInt16 unit = 0;
+    const auto parsed = std::from_chars(rest.data(), rest.data() + 4, unit, 16);
+    if (parsed.ptr != rest.data() + 4) return false;
+    rest.remove_prefix(4);
+    units.push_back(unit);
+    return true;
+  }
+
+  size_t Digits(size_t from) const {
+    size_t end = from;
+    while (end < rest.size() && rest[end] >= '0' && rest[end] <= '9') ++end;
+    return end;
+  }
+
+  OwnedRef<CFTypeRef> Number() {
+    const size_t start = rest.starts_with('-') ? 1 : 0;
+    size_t end = Digits(start);
+    if (end == start || (rest[start] == '0' && end > start + 1)) return Fail("no JSON value");
+    bool isReal = false;
+    if (end < rest.size() && rest[end] == '.') {
+      isReal = true;
+      const size_t point = end;
+      end = Digits(point + 1);
+      if (end == point + 1) return Fail("digits are missing behind the point");
+    }
+    if (end < rest.size() && (rest[end] | 0x20) == 'e') {
+      isReal = true;
+      size_t exponent = end + 1;
+      if (exponent < rest.size() && (rest[exponent] == '+' || rest[exponent] == '-')) ++exponent;
+      end = Digits(exponent);
+      if (end == exponent) return Fail("digits are missing in the exponent");
+    }
+    std::string problem;
+    OwnedRef<CFTypeRef> number(
+        CreateLeaf(isReal ? PlistKind::kReal : PlistKind::kInteger, rest.substr(0, end), problem));
+    if (static_cast<CFTypeRef>(number) == nullptr) return Fail(problem);
+    rest.remove_prefix(end);
+    return number;
+  }
+
+  bool Take(char c) {
+    if (!rest.starts_with(c)) return false;
+    rest.remove_prefix(1);
+    return true;
+  }
+
+  bool Word(std::string_view word) {
+    if (!rest.starts_with(word)) return false;
+    rest.remove_prefix(word.size());
+    return true;
+  }
+
+  void SkipBlanks() {
+    rest.remove_prefix(std::min(rest.find_first_not_of(" \t\r\n"), rest.size()));
+  }
+
+  OwnedRef<CFTypeRef> Fail(std::string what) {
+    if (fault.empty()) fault = std::move(what);
+    return nullptr;
+  }
+
+  std::string Place() const {
+    size_t line = 1, column = 1;
+    for (const char c : whole.substr(0, Reached())) {
+      if (c == '\n')
+        ++line, column = 1;
+      else if ((static_cast<unsigned char>(c) & 0xC0) != 0x80)
+        ++column;
+    }
+    return "JSON line " + std::to_string(line) + ", column " + std::to_string(column) + ": ";
+  }
+
+  const std::string_view whole;
+  std::string_view rest;
+  std::vector<Frame> open;
+  std::string fault;
+};
+
+}  // namespace
+
+JsonValue JsonOfPlist(CFTypeRef list) {
+  JsonValue root;
+  std::vector<JsonValue*> open;
+  PlistStep step;
+  for (PlistWalk walk(list); walk.Next(step);) {
+    if (step.what == PlistStep::kClose) {
+      open.pop_back();
+      continue;
+    }
+    JsonValue made = step.what == PlistStep::kLeaf ? JsonOfLeaf(step.object)
+                     : step.IsDictionary()         ? JsonValue(JsonValue::Object())
+                                                   : JsonValue(JsonValue::Array());
+    JsonValue* placed = &root;
+    if (open.empty())
+      root = std::move(made);
+    else if (step.key != nullptr)
+      placed = &open.back()->Add(TextOf(step.key), std::move(made));
+    else
+      placed = &open.back()->AsArray()->emplace_back(std::move(made));
+    if (step.what == PlistStep::kOpen) open.push_back(placed);
+  }
+  return root;
+}
+
+CFTypeRef CreateFromJson(std::string_view text, std::string& problem, size_t* reached) {
+  Reader reader(text);
+  const CFTypeRef list = reader.Read(problem);
+  if (reached != nullptr) *reached = reader.Reached();
+  return list;
+}

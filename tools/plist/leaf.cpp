@@ -1,0 +1,202 @@
+#include "tools/plist/leaf.h"
+
+#include <iterator>
+
+#include "platform/host/plist/introspect.h"
+#include "tools/plist/json.h"
+#include "tools/values/json_value.h"
+
+namespace {
+
+struct KindRow {
+  PlistKind kind;
+  const char* name;
+  const char* element;  // of the XML form; null for what is not written as text there
+};
+constexpr KindRow kKinds[] = {
+    {PlistKind::kString, "string", nullptr}, {PlistKind::kInteger, "integer", "integer"},
+    {PlistKind::kReal, "real", "real"},      {PlistKind::kBoolean, "bool", nullptr},
+    {PlistKind::kDate, "date", "date"},      {PlistKind::kData, "data", "data"},
+    {PlistKind::kArray, "array", nullptr},   {PlistKind::kDictionary, "dict", nullptr},
+};
+
+const KindRow* RowOf(PlistKind kind) {
+  for (const KindRow& row : kKinds) {
+    if (row.kind == kind) return &row;
+  }
+  return nullptr;
+}
+
+// What UTF-8 would be of half of a surrogate pair, if it had it.
+std::string HalfText(UniChar unit) {
+  const char bytes[] = {static_cast<char>(0xE0 | unit >> 12),
+                        static_cast<char>(0x80 | (unit >> 6 & 0x3F)),
+                        static_cast<char>(0x80 | (unit & 0x3F))};
+  return std::string(bytes, sizeof bytes);
+}
+
+// What stands between the tags of a leaf's XML form, without white space.
+std::string XMLContents(CFTypeRef leaf, const char* element) {
+  const OwnedRef<CFDataRef> data(CFPropertyListCreateXMLData(kCFAllocatorDefault, leaf));
+  const std::string_view xml(reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
+                             static_cast<size_t>(CFDataGetLength(data)));
+  const std::string open = std::string("<") + element + ">";
+  const size_t start = xml.find(open);
+  const size_t end = xml.rfind("</" + open.substr(1));
+  std::string contents;
+  if (start == xml.npos || end == xml.npos) return contents;
+  for (const char c : xml.substr(start + open.size(), end - start - open.size())) {
+    if (static_cast<unsigned char>(c) > ' ') contents += c;
+  }
+  return contents;
+}
+
+CFTypeRef CreateFromXML(const KindRow& row, std::string_view text, std::string& problem) {
+  const std::string xml =
+      std::string("<") + row.element + ">" + std::string(text) + "</" + row.element + ">";
+  HostPropertyListError error;
+  CFPropertyListFormat format = 0;
+  // Markup would be read as such, not as a value.
+  CFTypeRef leaf = nullptr;
+  if (text.find_first_of("<&") == text.npos) {
+    leaf = HostReadPropertyList(reinterpret_cast<const UInt8*>(xml.data()), xml.size(),
+                                kCFPropertyListImmutable, &format, &error);
+  }
+  if (leaf == nullptr) {
+    problem = std::string("no ") + row.name + ": " + std::string(text.substr(0, 100));
+    if (!error.hint.empty()) problem += " (" + error.hint + ")";
+  }
+  return leaf;
+}
+
+CFTypeRef CreateBoolean(std::string_view text, std::string& problem) {
+  for (const char* word : {"true", "yes", "1"}) {
+    if (text == word) return kCFBooleanTrue;
+  }
+  for (const char* word : {"false", "no", "0"}) {
+    if (text == word) return kCFBooleanFalse;
+  }
+  problem = "no bool: " + std::string(text.substr(0, 100)) + " (true or false)";
+  return nullptr;
+}
+
+CFTypeRef CreateFromList(std::string_view text, std::string& problem) {
+  CFPropertyListFormat format = 0;
+  HostPropertyListError error;
+  CFTypeRef value = HostReadPropertyList(reinterpret_cast<const UInt8*>(text.data()), text.size(),
+                                         kCFPropertyListMutableContainers, &format, &error);
+  if (value == nullptr) problem = "the value is no property list: " + error.Sentence();
+  return value;
+}
+
+}  // namespace
+
+PlistKind KindOf(CFTypeRef object) {
+  const CFTypeID type = CFGetTypeID(object);
+  if (type == CFStringGetTypeID()) return PlistKind::kString;
+  if (type == CFBooleanGetTypeID()) return PlistKind::kBoolean;
+  if (type == CFDateGetTypeID()) return PlistKind::kDate;
+  if (type == CFDataGetTypeID()) return PlistKind::kData;
+  if (type == CFArrayGetTypeID()) return PlistKind::kArray;
+  if (type == CFDictionaryGetTypeID()) return PlistKind::kDictionary;
+  if (type != CFNumberGetTypeID()) return PlistKind::kNone;
+  return CFNumberIsFloatType(static_cast<CFNumberRef>(object)) ? PlistKind::kReal
+                                                               : PlistKind::kInteger;
+}
+
+const char* KindName(PlistKind kind) {
+  const KindRow* row = RowOf(kind);
+  return row != nullptr ? row->name : "none";
+}
+
+PlistKind KindNamed(std::string_view name) {
+  for (const KindRow& row : kKinds) {
+    if (name == row.name) return row.kind;
+  }
+  return PlistKind::kNone;
+}
+
+std::string TextOf(CFStringRef string) {
+  const CFIndex length = CFStringGetLength(string);
+  std::string text;
+  for (CFIndex at = 0; at < length;) {
+    const CFRange rest = CFRangeMake(at, length - at);
+    CFIndex used = 0;
+    at += CFStringGetBytes(string, rest, kCFStringEncodingUTF8, 0, false, nullptr, 0, &used);
+    const size_t before = text.size();
+    text.resize(before + static_cast<size_t>(used));
+    CFStringGetBytes(string, rest, kCFStringEncodingUTF8, 0, false,
+                     reinterpret_cast<UInt8*>(text.data() + before), used, &used);
+    if (at < length) text += HalfText(CFStringGetCharacterAtIndex(string, at++));
+  }
+  return text;
+}
+
+CFStringRef CreateString(std::string_view utf8) {
+  if (utf8.size() > INT32_MAX) return nullptr;
+  return CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(utf8.data()),
+                                 static_cast<CFIndex>(utf8.size()), kCFStringEncodingUTF8, false);
+}
+
+std::string LeafText(CFTypeRef leaf) {
+  const PlistKind kind = KindOf(leaf);
+  switch (kind) {
+    case PlistKind::kString:
+      return TextOf(static_cast<CFStringRef>(leaf));
+    case PlistKind::kBoolean:
+      return CFBooleanGetValue(static_cast<CFBooleanRef>(leaf)) ? "true" : "false";
+    case PlistKind::kReal: {
+      double value = 0;
+      CFNumberGetValue(static_cast<CFNumberRef>(leaf), kCFNumberDoubleType, &value);
+      return JsonValue::Real(value).Plain();
+    }
+    case PlistKind::kInteger:
+    case PlistKind::kDate:
+    case PlistKind::kData:
+      return XMLContents(leaf, RowOf(kind)->element);
+    default:
+      return "";
+  }
+}
+
+CFTypeRef CreateLeaf(PlistKind kind, std::string_view text, std::string& problem) {
+  if (kind == PlistKind::kBoolean) return CreateBoolean(text, problem);
+  if (kind == PlistKind::kString) {
+    CFTypeRef string = CreateString(text);
+    if (string == nullptr) problem = "the value is not UTF-8";
+    return string;
+  }
+  const KindRow* row = RowOf(kind);
+  if (row != nullptr && row->element != nullptr) return CreateFromXML(*row, text, problem);
+  problem = std::string(KindName(kind)) + " is no leaf";
+  return nullptr;
+}
+
+CFTypeRef CreateValue(std::string_view text, std::string& problem) {
+  const size_t start = text.find_first_not_of(" \t\r\n");
+  const char first = start != text.npos ? text[start] : ' ';
+  if (first == '<' || first == '(') return CreateFromList(text, problem);
+  std::string jsonProblem, listProblem;
+  CFTypeRef value = CreateFromJson(text, jsonProblem);
+  // { a = b; } is a list in the old text form.
+  if (value == nullptr && first == '{') value = CreateFromList(text, listProblem);
+  if (value != nullptr) return value;
+  if (first != '{' && first != '[' && first != '"') {
+    return CreateLeaf(PlistKind::kString, text, problem);
+  }
+  problem = jsonProblem;
+  return nullptr;
+}
+
+CFTypeRef CreateValueOfType(const std::string& type, std::string_view text, CFTypeRef replaced,
+                            std::string& problem) {
+  const PlistKind kind = type.empty() ? KindOf(replaced) : KindNamed(type);
+  if (type.empty() && kind == PlistKind::kNone) return CreateValue(text, problem);
+  if (!IsContainer(kind)) return CreateLeaf(kind, text, problem);
+  const CFTypeRef value = CreateValue(text, problem);
+  if (value == nullptr || KindOf(value) == kind) return value;
+  CFRelease(value);
+  problem = std::string("the value is no ") + KindName(kind);
+  if (type.empty()) problem += " (--type sets one of another type)";
+  return nullptr;
+}

@@ -1,0 +1,94 @@
+#include <CoreServices/CoreServices.h>
+
+#include <cstdio>
+
+#include "clients/device_monitor.h"
+#include "tools/values/error_names.h"
+#include "tools/values/parameter_text.h"
+#include "tools/verbs/device_requests.h"
+#include "tools/verbs/verb.h"
+
+namespace {
+
+// What the words ask for.
+struct Access {
+  SInt32 deviceID = 0;
+  std::string key;      // as it was typed
+  std::string keyText;  // as it travels
+  bool isAttribute = false;
+  bool isSetting = false;
+  DeviceSetting setting;
+};
+
+bool ParseAccess(const CommandLine& line, Access& access, std::string& problem) {
+  const std::vector<std::string>& words = line.words;
+  if (!ParseWhole(words[0], access.deviceID)) return problem = "no device id: " + words[0], false;
+  access.isSetting = words[1] == "set";
+  if (!access.isSetting && words[1] != "get") {
+    return problem = "get or set, not " + words[1], false;
+  }
+  if (words.size() != (access.isSetting ? 5 : 3)) {
+    return problem = access.isSetting ? "set takes KEY TYPE VALUE" : "get takes KEY", false;
+  }
+  access.key = words[2];
+  access.isAttribute = line.Has("--attribute");
+  // Texts of the terminal become those of events on the way through a parameter.
+  ParameterValue value;
+  if (!ParseParameter("----:text=" + access.key, value, problem)) return false;
+  access.keyText = value.bytes;
+  if (!access.isSetting) return true;
+  value = {};
+  if (!ParseParameter("----:" + words[3] + "=" + words[4], value, problem)) return false;
+  access.setting = {value.type, value.bytes};
+  return true;
+}
+
+OSStatus Carry(Access& access) {
+  if (!access.isSetting) {
+    return ReadDeviceSetting(access.deviceID, access.keyText, access.isAttribute, access.setting);
+  }
+  const auto set = access.isAttribute ? DMSetDeviceAttribute : DMSetDevicePreference;
+  return set(access.deviceID, access.keyText.c_str(), access.setting.type,
+             access.setting.bytes.data(), static_cast<SInt32>(access.setting.bytes.size()));
+}
+
+}  // namespace
+
+static int RunDevice(const CommandLine& line) {
+  Access access;
+  std::string problem;
+  if (!ParseAccess(line, access, problem)) return Say("device: " + problem), kExitUsage;
+  if (!SetDeviceTimeout(line)) return kExitUsage;
+  const OSStatus err = Carry(access);
+  const JsonValue value = err == 0 ? SettingModel(access.setting) : JsonValue();
+  if (line.Has("--json")) {
+    JsonValue model = JsonValue::Object{{"device", JsonValue::Integer(access.deviceID)}};
+    model.AddBytes("key", access.key);
+    model.Add("attribute", JsonValue::Bool(access.isAttribute));
+    model.Add("error", ErrorModel(err));
+    model.Add("value", value);
+    PrintJson(model);
+  } else if (err == 0 && !access.isSetting) {
+    for (const std::string& text : ParameterLines(JsonValue::Object{{access.key, value}})) {
+      std::printf("%s\n", text.c_str());
+    }
+  }
+  return err == 0 ? int{kExitOk} : TellDeviceFailure("device", err);
+}
+
+Verb DeviceVerb() {
+  return {
+      "device",
+      "ID get|set KEY [TYPE VALUE] [--attribute] [--timeout SECONDS] [--json]",
+      "Reads or changes a preference or an attribute of a device.",
+      "TYPE and VALUE are as for send, and what get prints is KEY:TYPE=VALUE.\n"
+      "\n"
+      "JSON: one object with device, key, attribute (whether it is one), error (number and name)\n"
+      "and value, as for send; null when there is none.\n",
+      {{"--attribute", nullptr, "an attribute instead of a preference"},
+       kDeviceTimeoutOption,
+       kJsonOption},
+      3,
+      5,
+      RunDevice};
+}

@@ -1,0 +1,71 @@
+#include "tools/verbs/device_requests.h"
+
+#include <charconv>
+
+#include "clients/device_monitor.h"
+#include "tools/values/desc_model.h"
+#include "tools/values/error_names.h"
+#include "tools/verbs/outcome.h"
+#include "tools/verbs/verb.h"
+
+namespace {
+
+constexpr int kDefaultTicks = 10 * 60;
+constexpr size_t kFirstRoom = 4096;
+constexpr int kTries = 3;  // the value may grow between two of them
+
+}  // namespace
+
+OSStatus ReadDeviceSetting(SInt32 deviceID, const std::string& key, bool isAttribute,
+                           DeviceSetting& setting) {
+  size_t room = kFirstRoom;
+  for (int i = 0; i < kTries; ++i) {
+    setting.bytes.resize(room);
+    SInt32 size = 0;
+    const auto get = [&](auto request) {
+      return request(deviceID, key.c_str(), typeWildCard, setting.bytes.data(),
+                     static_cast<SInt32>(room), &size, &setting.type);
+    };
+    using Request = OSStatus (*)(SInt32, const char*, OSType, void*, SInt32, SInt32*, OSType*);
+    const OSStatus err =
+        get(isAttribute ? Request{DMGetDeviceAttribute} : Request{DMGetDevicePreference});
+    if (err != 0) return err;
+    const auto whole = static_cast<size_t>(size);
+    if (whole <= room) return setting.bytes.resize(whole), 0;
+    room = whole;
+  }
+  return errAEBufferTooSmall;
+}
+
+JsonValue SettingModel(const DeviceSetting& setting) {
+  AEDesc desc = {typeNull, nullptr};
+  AECreateDesc(setting.type, setting.bytes.data(), static_cast<Size>(setting.bytes.size()), &desc);
+  const JsonValue model = DescModel(desc);
+  AEDisposeDesc(&desc);
+  return model;
+}
+
+bool SetDeviceTimeout(const CommandLine& line) {
+  int ticks = kDefaultTicks;
+  if (line.Has("--timeout") && !ParseSeconds(line.options.at("--timeout"), ticks)) {
+    return Say("no seconds: " + line.options.at("--timeout")), false;
+  }
+  DMSetSendEventTimeout(static_cast<UInt32>(ticks));
+  return true;
+}
+
+int TellDeviceFailure(const std::string& verb, OSStatus err) {
+  Say(verb +
+      (err == procNotFound ? ": the device monitor is not running" : ": error " + ErrorText(err)));
+  return ExitForAnswer(err);
+}
+
+bool ParseWhole(const std::string& text, SInt32& number) {
+  const char* const end = text.data() + text.size();
+  UInt32 bits = 0;
+  const bool isHex = text.starts_with("0x");
+  const auto [stop, error] = isHex ? std::from_chars(text.data() + 2, end, bits, 16)
+                                   : std::from_chars(text.data(), end, number);
+  if (isHex) number = static_cast<SInt32>(bits);
+  return error == std::errc() && stop == end;
+}

@@ -1,0 +1,35 @@
+#include "tools/verbs/outcome.h"
+
+#include "tools/values/error_names.h"
+#include "tools/verbs/verb.h"
+
+namespace {
+
+// What people are told, behind the port's name; null for nothing.
+const char* TextFor(const std::string& outcome) {
+  if (outcome == "notRunning") return " is not running";
+  if (outcome == "alreadyRunning") return " is running already";
+  if (outcome == "stillRunning") return " has not ended in time";
+  return nullptr;
+}
+
+}  // namespace
+
+ExitStatus ExitForAnswer(OSStatus err) {
+  const ExitStatus exit = ExitForStatus(err);
+  return exit == kExitGeneral ? kExitRefused : exit;
+}
+
+int TellOutcome(const CommandLine& line, const std::string& port, const Outcome& outcome) {
+  JsonValue model = JsonValue::Object();
+  model.AddBytes("port", port);
+  model.Add("outcome", outcome.name);
+  model.Add("error", outcome.err != 0 ? ErrorModel(outcome.err) : JsonValue());
+  if (outcome.err != 0) {
+    Say(port + ": error " + ErrorText(outcome.err));
+  } else if (const char* text = TextFor(outcome.name)) {
+    Say(port + text);
+  }
+  if (line.Has("--json")) PrintJson(model);
+  return outcome.exit;
+}

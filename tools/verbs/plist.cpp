@@ -1,0 +1,341 @@
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "tools/plist/diff.h"
+#include "tools/plist/file.h"
+#include "tools/plist/json.h"
+#include "tools/plist/leaf.h"
+#include "tools/plist/path.h"
+#include "tools/plist/text.h"
+#include "tools/values/port_text.h"
+#include "tools/verbs/verb.h"
+
+namespace {
+
+// The words behind the action's name, and the options.
+struct Request {
+  const CommandLine& line;
+  std::vector<std::string> words;
+
+  bool WantsJson() const { return line.Has("--json"); }
+  std::string Option(const char* name) const {
+    const auto found = line.options.find(name);
+    return found != line.options.end() ? found->second : "";
+  }
+};
+
+struct Action {
+  const char* name;
+  const char* synopsis;
+  size_t minWords;
+  size_t maxWords;
+  const char* option;  // the one that it takes besides --json; or null
+  int (*run)(const Request& request);
+};
+
+int Usage(const std::string& problem) {
+  Say("plist: " + problem);
+  return kExitUsage;
+}
+
+int Tell(const PlistProblem& problem) {
+  Say(problem.Sentence());
+  return problem.exit;
+}
+
+int NotFound(const std::string& problem) {
+  Say("plist: " + problem);
+  return kExitNotFound;
+}
+
+void Print(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
+
+int RunPrint(const Request& request) {
+  PlistFile file;
+  PlistProblem problem;
+  if (!ReadPlistFile(request.words[0], true, file, problem)) return Tell(problem);
+  if (request.WantsJson())
+    PrintJson(JsonOfPlist(file.list));
+  else
+    Print(PlistText(file.list));
+  return kExitOk;
+}
+
+JsonValue LintModel(const std::string& name, const PlistFile& file, const PlistProblem& problem) {
+  const HostPropertyListError& place = problem.place;
+  const bool isFine = problem.exit == kExitOk;
+  auto number = [](size_t known) { return known != 0 ? JsonValue::Unsigned(known) : JsonValue(); };
+  JsonValue model = JsonValue::Object();
+  model.AddBytes("file", name);
+  model.Add("ok", JsonValue::Bool(isFine));
+  model.Add("format", file.format != 0 ? FormatName(file.format) : JsonValue());
+  model.Add("line", number(place.line));
+  model.Add("column", number(place.column));
+  model.Add("offset", place.text.empty() ? JsonValue() : JsonValue::Unsigned(place.offset));
+  model.Add("problem", isFine ? JsonValue() : place.text.empty() ? problem.text : place.text);
+  model.Add("hint", place.hint.empty() ? JsonValue() : place.hint);
+  return model;
+}
+
+// As compilers tell it, so that editors can go there.
+std::string LintLine(const std::string& name, const PlistFile& file, const PlistProblem& problem) {
+  if (problem.exit == kExitOk) return name + ": ok (" + FormatName(file.format) + ")";
+  const HostPropertyListError& place = problem.place;
+  if (place.text.empty()) return name + ": " + problem.text;
+  std::string text = name + ":";
+  if (place.line != 0) {
+    text += std::to_string(place.line) + ":" + std::to_string(place.column) + ": ";
+  } else {
+    text += " byte " + std::to_string(place.offset) + ": ";
+  }
+  return text + place.text + (place.hint.empty() ? "" : " (" + place.hint + ")");
+}
+
+int RunLint(const Request& request) {
+  int exit = kExitOk;
+  for (const std::string& name : request.words) {
+    PlistFile file;
+    PlistProblem problem;
+    if (!ReadPlistFile(name, false, file, problem)) exit = problem.exit;
+    if (request.WantsJson())
+      PrintJson(LintModel(name, file, problem));
+    else
+      Print(LintLine(name, file, problem) + "\n");
+  }
+  return exit;
+}
+
+bool FormatNamed(const std::string& name, CFPropertyListFormat& format) {
+  if (name == "xml")
+    format = kCFPropertyListXMLFormat_v1_0;
+  else if (name == "binary")
+    format = kCFPropertyListBinaryFormat_v1_0;
+  else if (name == "json")
+    format = kJsonFormat;
+  else
+    return false;
+  return true;
+}
+
+int RunConvert(const Request& request) {
+  const std::string& name = request.words[1];
+  const std::string out = request.line.Has("-o") ? request.Option("-o") : "-";
+  CFPropertyListFormat format = 0;
+  if (!FormatNamed(request.words[0], format)) {
+    return Usage("no format: " + request.words[0] + " (xml, binary or json)");
+  }
+  if (out.empty()) return Usage("-o needs a file");
+  if (out == "-" && request.WantsJson()) return Usage("convert --json needs -o OUT");
+  PlistFile file;
+  PlistProblem problem;
+  std::string bytes;
+  if (!ReadPlistFile(name, true, file, problem) || !PlistBytes(file.list, format, bytes, problem)) {
+    return Tell(problem);
+  }
+  if (!WritePlistFile(out, bytes, problem)) return Tell(problem);
+  if (!request.WantsJson()) return kExitOk;
+  JsonValue model = JsonValue::Object();
+  model.AddBytes("file", name);
+  model.Add("from", FormatName(file.format));
+  model.Add("to", FormatName(format));
+  model.AddBytes("out", out);
+  model.Add("bytes", JsonValue::Unsigned(bytes.size()));
+  PrintJson(model);
+  return kExitOk;
+}
+
+int RunExtract(const Request& request) {
+  PlistPath path;
+  if (!ParsePlistPath(request.words[1], path)) return Usage("no key path: " + request.words[1]);
+  PlistFile file;
+  PlistProblem problem;
+  if (!ReadPlistFile(request.words[0], true, file, problem)) return Tell(problem);
+  std::string absent;
+  CFTypeRef value = FindInPlist(file.list, path, absent);
+  if (value == nullptr) return NotFound(absent);
+  if (request.WantsJson())
+    PrintJson(JsonOfPlist(value));
+  else
+    Print(IsContainer(KindOf(value)) ? PlistText(value) : LeafText(value) + "\n");
+  return kExitOk;
+}
+
+// The value that a word means at a place; null, told, when it means none.
+OwnedRef<CFTypeRef> ValueOf(const Request& request, const std::string& word, CFTypeRef replaced) {
+  std::string problem;
+  OwnedRef<CFTypeRef> value(CreateValueOfType(request.Option("--type"), word, replaced, problem));
+  if (value == nullptr) Usage(problem);
+  return value;
+}
+
+// The binary form stays; all else that property lists come in is written as XML.
+CFPropertyListFormat FormatToWrite(CFPropertyListFormat read) {
+  return read == kCFPropertyListBinaryFormat_v1_0 ? read : kCFPropertyListXMLFormat_v1_0;
+}
+
+int Change(const Request& request, PlistChange change, const char* outcome) {
+  const std::string& name = request.words[0];
+  PlistPath path;
+  if (!ParsePlistPath(request.words[1], path)) return Usage("no key path: " + request.words[1]);
+  if (path.empty()) return Usage("the whole list cannot be changed at once: a key path is needed");
+  if (name == "-" && request.WantsJson()) return Usage("--json needs a file");
+  const std::string type = request.Option("--type");
+  if (!type.empty() && KindNamed(type) == PlistKind::kNone) {
+    return Usage("no type: " + type + " (string, integer, real, bool, date, data, array or dict)");
+  }
+  PlistFile file;
+  PlistProblem problem;
+  if (!ReadPlistFile(name, false, file, problem)) return Tell(problem);
+  std::string ignored, refused;
+  OwnedRef<CFTypeRef> value;
+  if (change != PlistChange::kRemove) {
+    CFTypeRef old = change == PlistChange::kSet ? FindInPlist(file.list, path, ignored) : nullptr;
+    value = ValueOf(request, request.words[2], old);
+    if (value == nullptr) return kExitUsage;
+  }
+  if (!ChangePlist(file.list, path, change, value, refused)) return NotFound(refused);
+  std::string bytes;
+  if (!PlistBytes(file.list, FormatToWrite(file.format), bytes, problem) ||
+      !WritePlistFile(name, bytes, problem)) {
+    return Tell(problem);
+  }
+  if (!request.WantsJson()) return kExitOk;
+  JsonValue model = JsonValue::Object();
+  model.AddBytes("file", name);
+  model.Add("path", PlistPathText(path));
+  model.Add("outcome", outcome);
+  PrintJson(model);
+  return kExitOk;
+}
+
+int RunSet(const Request& request) { return Change(request, PlistChange::kSet, "set"); }
+int RunInsert(const Request& request) { return Change(request, PlistChange::kInsert, "inserted"); }
+int RunRemove(const Request& request) { return Change(request, PlistChange::kRemove, "removed"); }
+
+JsonValue DifferenceModel(const PlistDifference& difference) {
+  JsonValue model = JsonValue::Object();
+  model.Add("path", difference.path);
+  for (const auto& [name, value] :
+       {std::pair{"before", difference.before}, std::pair{"after", difference.after}}) {
+    model.Add(std::string(name) + "Type", value != nullptr ? KindName(KindOf(value)) : JsonValue());
+    model.Add(name, value != nullptr ? JsonOfPlist(value) : JsonValue());
+  }
+  return model;
+}
+
+std::string DifferenceLines(const PlistDifference& difference) {
+  std::string lines;
+  auto add = [&](const char* sign, CFTypeRef value) {
+    if (value == nullptr) return;
+    lines += sign + OneLine(difference.path) + " = " + PlistLine(value) + "\n";
+  };
+  add("- ", difference.before);
+  add("+ ", difference.after);
+  return lines;
+}
+
+int RunDiff(const Request& request) {
+  PlistFile files[2];
+  for (size_t i = 0; i < 2; ++i) {
+    PlistProblem problem;
+    const std::string& name = request.words[i];
+    if (!ReadPlistFile(name, true, files[i], problem)) return Tell(problem);
+  }
+  int exit = kExitOk;
+  DiffPlists(files[0].list, files[1].list, [&](const PlistDifference& difference) {
+    exit = kExitGeneral;
+    if (request.WantsJson())
+      PrintJson(DifferenceModel(difference));
+    else
+      Print(DifferenceLines(difference));
+  });
+  return exit;
+}
+
+constexpr Action kActions[] = {
+    {"print", "FILE", 1, 1, nullptr, RunPrint},
+    {"lint", "FILE ...", 1, SIZE_MAX, nullptr, RunLint},
+    {"convert", "xml|binary|json FILE [-o OUT]", 2, 2, "-o", RunConvert},
+    {"extract", "FILE PATH", 2, 2, nullptr, RunExtract},
+    {"set", "FILE PATH VALUE [--type TYPE]", 3, 3, "--type", RunSet},
+    {"insert", "FILE PATH VALUE [--type TYPE]", 3, 3, "--type", RunInsert},
+    {"remove", "FILE PATH", 2, 2, nullptr, RunRemove},
+    {"diff", "FILE FILE", 2, 2, nullptr, RunDiff},
+};
+
+const Action* FindAction(const std::string& name) {
+  for (const Action& action : kActions) {
+    if (name == action.name) return &action;
+  }
+  return nullptr;
+}
+
+int UnknownAction(const std::string& name) {
+  std::vector<std::string_view> names;
+  for (const Action& action : kActions) names.push_back(action.name);
+  const std::string near = NearestWord(name, names);
+  return Usage("unknown action \"" + name + "\"" +
+               (near.empty() ? "" : "; did you mean " + near + "?"));
+}
+
+}  // namespace
+
+static int RunPlist(const CommandLine& line) {
+  const Action* action = FindAction(line.words[0]);
+  if (action == nullptr) return UnknownAction(line.words[0]);
+  Request request = {line, {line.words.begin() + 1, line.words.end()}};
+  if (request.words.size() < action->minWords || request.words.size() > action->maxWords) {
+    return Usage(std::string("usage: vltctl plist ") + action->name + " " + action->synopsis);
+  }
+  for (const auto& [option, value] : line.options) {
+    const bool isTaken = option == "--json" || (action->option && option == action->option);
+    if (!isTaken) return Usage(std::string(action->name) + " takes no " + option);
+  }
+  return action->run(request);
+}
+
+Verb PlistVerb() {
+  return {
+      "plist",
+      "print|lint|convert|extract|set|insert|remove|diff ... FILE [--json]",
+      "Looks into property lists, checks, converts, changes and compares them.",
+      "  print FILE                        the whole list, for people\n"
+      "  lint FILE ...                     FILE:LINE:COLUMN: what is wrong (and what may help)\n"
+      "  convert xml|binary|json FILE [-o OUT]\n"
+      "                                    to OUT, else to standard output\n"
+      "  extract FILE PATH                 one value\n"
+      "  set FILE PATH VALUE               in place of the old value, or under a new key\n"
+      "  insert FILE PATH VALUE            under a new key, or before an index of an array\n"
+      "  remove FILE PATH                  a key, or an item of an array\n"
+      "  diff FILE FILE                    what was removed (-) and added (+)\n"
+      "\n"
+      "FILE may be -, standard input (and output). Read are XML, binary and the old text form, by\n"
+      "print, convert, extract and diff also JSON. What is changed keeps the binary form, else it\n"
+      "becomes XML; it is written beside the old file and put in its place.\n"
+      "\n"
+      "PATH is keys and indexes with points between them: a.b.0.c is key c in the first item of\n"
+      "the array b in a. A backslash takes the character behind it as it is: com\\.example. As an\n"
+      "index, the number of items is the place behind the last one.\n"
+      "\n"
+      "VALUE has the type that is asked for; without --type that of the value it takes the place\n"
+      "of; else it is read as JSON or a property list when it looks like one, a number, true or\n"
+      "false, and is a string when it does not. Dates are 2005-03-01T12:34:56Z, in UTC; data is\n"
+      "base64.\n"
+      "\n"
+      "JSON: of print and extract the value itself, dates and data as strings; of lint an object\n"
+      "for each file with file, ok, format, line, column, offset, problem and hint; of diff an\n"
+      "object for each difference with path, beforeType, before, afterType and after; of the\n"
+      "others one object with file and what was done. Reals read back bit for bit; integers beyond\n"
+      "2^53 - 1, NaN, Infinity and -Infinity are strings.\n"
+      "\n"
+      "Exit status: 1 also when diff finds differences, 3 when there is no such file or path, 7\n"
+      "for bytes that are no property list.\n",
+      {{"-o", "OUT", "of convert: the file to write"},
+       {"--type", "TYPE", "string, integer, real, bool, date, data, array or dict"},
+       kJsonOption},
+      2,
+      SIZE_MAX,
+      RunPlist,
+      false};
+}

@@ -1,0 +1,67 @@
+#include <cmath>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/host/session/introspect.h"
+#include "tools/table.h"
+#include "tools/values/port_text.h"
+#include "tools/verbs/verb.h"
+
+namespace {
+
+JsonValue PortModel(const HostNameInfo& info) {
+  const bool isOwnerKnown = info.ownerPid > 0;
+  JsonValue port = JsonValue::Object();
+  port.AddBytes("name", info.name);
+  port.Add("pid", isOwnerKnown ? JsonValue::Integer(info.ownerPid) : JsonValue());
+  port.Add("uid", isOwnerKnown ? JsonValue::Unsigned(info.ownerUid) : JsonValue());
+  port.Add("ageSeconds", JsonValue::Real(std::round(info.ageSeconds * 1000) / 1000));
+  if (info.program.empty()) {
+    port.Add("program", JsonValue());
+  } else {
+    port.AddBytes("program", info.program);
+  }
+  port.Add("hidden", JsonValue::Bool(info.hidden));
+  return port;
+}
+
+TableRow RowOf(const JsonValue& port) {
+  return {TableCell(*port.Find("name")), TableCell(*port.Find("pid")),
+          AgeText(port.Find("ageSeconds")->AsDouble()), TableCell(*port.Find("program"))};
+}
+
+}  // namespace
+
+static int RunPorts(const CommandLine& line) {
+  JsonValue::Array ports;
+  for (const HostNameInfo& info : HostListNames()) {
+    if (!info.hidden || line.Has("--all")) ports.push_back(PortModel(info));
+  }
+  if (ports.empty()) Say("no ports are published");
+  if (line.Has("--json")) {
+    for (const JsonValue& port : ports) PrintJson(port);
+    return kExitOk;
+  }
+  std::vector<TableRow> rows;
+  for (const JsonValue& port : ports) rows.push_back(RowOf(port));
+  PrintTable({"NAME", "PID", "AGE", "PROGRAM"}, std::move(rows));
+  return kExitOk;
+}
+
+Verb PortsVerb() {
+  return {
+      "ports",
+      "[--all] [--json]",
+      "Lists the published port names with their owners.",
+      "A line for each: name, process id, age and program of the owner. Bytes of a name that are\n"
+      "not printable ASCII are shown as \\xNN.\n"
+      "\n"
+      "JSON: an object for each port with name, pid, uid, ageSeconds, program and hidden; null is\n"
+      "what cannot be told. When a name or a program is not UTF-8, nameHex or programHex has its\n"
+      "bytes.\n",
+      {{"--all", nullptr, "also the hidden names of processes' own event ports"}, kJsonOption},
+      0,
+      0,
+      RunPorts};
+}

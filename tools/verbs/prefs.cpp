@@ -1,0 +1,289 @@
+#include <CoreFoundation/CoreFoundation.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "platform/host/preferences/introspect.h"
+#include "tools/plist/file.h"
+#include "tools/plist/json.h"
+#include "tools/plist/leaf.h"
+#include "tools/plist/text.h"
+#include "tools/table.h"
+#include "tools/verbs/verb.h"
+
+namespace {
+
+using OwnedString = OwnedRef<CFStringRef>;
+using OwnedObject = OwnedRef<CFTypeRef>;
+
+// One domain, and what the command line says about it.
+struct Request {
+  std::string domain;
+  std::string key;  // "" for none; a file for export and import
+  std::string value;
+  bool hasKey = false;
+  bool hasValue = false;
+  bool isJson = false;
+  OwnedString application;
+  CFStringRef user = kCFPreferencesCurrentUser;
+  CFStringRef host = kCFPreferencesAnyHost;
+  const CommandLine* line = nullptr;
+
+  CFTypeRef Copy(CFStringRef name) const {
+    return CFPreferencesCopyValue(name, application, user, host);
+  }
+  void Set(CFStringRef name, CFTypeRef to) const {
+    CFPreferencesSetValue(name, to, application, user, host);
+  }
+  CFDictionaryRef CopyAll() const {
+    return CFPreferencesCopyMultiple(nullptr, application, user, host);
+  }
+};
+
+int Fail(ExitStatus exit, const std::string& text) { return Say("prefs: " + text), exit; }
+
+// What a change came to, for people when it failed.
+int Tell(const Request& request, const char* outcome, ExitStatus exit,
+         const std::string& problem = "") {
+  if (!problem.empty()) Say("prefs: " + problem);
+  if (!request.isJson) return exit;
+  JsonValue model = JsonValue::Object();
+  model.AddBytes("domain", request.domain);
+  model.Add("outcome", outcome);
+  model.Add("problem", problem.empty() ? JsonValue() : JsonValue(problem));
+  PrintJson(model);
+  return exit;
+}
+
+int Commit(const Request& request) {
+  if (CFPreferencesSynchronize(request.application, request.user, request.host)) {
+    return Tell(request, "written", kExitOk);
+  }
+  const std::string problem =
+      HostPreferencesProblem(request.application, request.user, request.host);
+  return Tell(request, "failed", kExitRefused,
+              problem.empty() ? "the value cannot be in a file of preferences" : problem);
+}
+
+// Whether the file may be read; says why it may not.
+bool IsReadable(const Request& request) {
+  const std::string problem =
+      HostPreferencesProblem(request.application, request.user, request.host);
+  if (!problem.empty()) Say("prefs: " + problem);
+  return problem.empty();
+}
+
+int NoSuchKey(const Request& request) {
+  return Fail(kExitNotFound, "\"" + request.domain + "\" has no key \"" + request.key + "\" here");
+}
+
+void PrintValue(const Request& request, CFTypeRef value) {
+  if (request.isJson) return PrintJson(JsonOfPlist(value));
+  const std::string text = IsContainer(KindOf(value)) ? PlistText(value) : LeafText(value) + "\n";
+  std::fwrite(text.data(), 1, text.size(), stdout);
+}
+
+int Read(const Request& request) {
+  if (!IsReadable(request)) return kExitRefused;
+  if (!request.hasKey) {
+    const OwnedRef<CFDictionaryRef> all = request.CopyAll();
+    PrintValue(request, static_cast<CFDictionaryRef>(all));
+    return kExitOk;
+  }
+  const OwnedString name = CreateString(request.key);
+  const OwnedObject value = request.Copy(name);
+  if (value == nullptr) return NoSuchKey(request);
+  PrintValue(request, value);
+  return kExitOk;
+}
+
+int Write(const Request& request) {
+  if (!request.hasValue) return Fail(kExitUsage, "write needs DOMAIN KEY VALUE");
+  const OwnedString name = CreateString(request.key);
+  std::string problem;
+  const auto type = request.line->options.find("--type");
+  const bool isTyped = type != request.line->options.end();
+  const OwnedObject present = request.Copy(name);
+  const OwnedObject value =
+      CreateValueOfType(isTyped ? type->second : "", request.value, present, problem);
+  if (value == nullptr) return Fail(kExitUsage, problem);
+  request.Set(name, value);
+  return Commit(request);
+}
+
+int Delete(const Request& request) {
+  if (!IsReadable(request)) return kExitRefused;
+  if (request.hasKey) {
+    const OwnedString name = CreateString(request.key);
+    const OwnedObject present = request.Copy(name);
+    if (present == nullptr) return NoSuchKey(request);
+    request.Set(name, nullptr);
+    return Commit(request);
+  }
+  const OwnedRef<CFArrayRef> keys =
+      CFPreferencesCopyKeyList(request.application, request.user, request.host);
+  CFPreferencesSetMultiple(nullptr, keys, request.application, request.user, request.host);
+  return Commit(request);
+}
+
+int Export(const Request& request) {
+  if (!IsReadable(request)) return kExitRefused;
+  const OwnedRef<CFDictionaryRef> all = request.CopyAll();
+  const CFPropertyListFormat format =
+      request.isJson ? kJsonFormat : CFPropertyListFormat{kCFPropertyListXMLFormat_v1_0};
+  const std::string file = request.hasKey ? request.key : "-";
+  std::string bytes;
+  PlistProblem problem;
+  if (!PlistBytes(static_cast<CFDictionaryRef>(all), format, bytes, problem) ||
+      !WritePlistFile(file, bytes, problem)) {
+    return Fail(problem.exit, problem.Sentence());
+  }
+  return kExitOk;
+}
+
+int Import(const Request& request) {
+  const std::string file = request.hasKey ? request.key : "-";
+  PlistFile read;
+  PlistProblem problem;
+  if (!ReadPlistFile(file, true, read, problem)) return Fail(problem.exit, problem.Sentence());
+  if (KindOf(read.list) != PlistKind::kDictionary) {
+    return Fail(kExitBadData, problem.file + ": not a dictionary");
+  }
+  const CFTypeRef list = read.list;
+  CFPreferencesSetMultiple(static_cast<CFDictionaryRef>(list), nullptr, request.application,
+                           request.user, request.host);
+  return Commit(request);
+}
+
+const char* StateOf(const HostPreferencesSource& source) {
+  if (!source.problem.empty()) return "refused";
+  if (!source.exists) return "absent";
+  return source.hasValue ? "value" : "used";
+}
+
+JsonValue SourceModel(const HostPreferencesSource& source) {
+  JsonValue model = JsonValue::Object();
+  model.AddBytes("path", source.path);
+  model.Add("state", StateOf(source));
+  model.Add("anyUser", JsonValue::Bool(source.isForAnyUser));
+  model.Add("currentHost", JsonValue::Bool(source.isForThisHost));
+  model.Add("anyApplication", JsonValue::Bool(source.isForAnyApplication));
+  model.Add("problem", source.problem.empty() ? JsonValue() : JsonValue(source.problem));
+  return model;
+}
+
+// Whether the options leave this file in. Without any, all are.
+bool IsAskedFor(const Request& request, const HostPreferencesSource& source) {
+  const bool anyUser = request.line->Has("--any-user");
+  const bool currentHost = request.line->Has("--current-host");
+  if (!anyUser && !currentHost) return true;
+  if (source.isForAnyApplication || source.isForAnyUser != anyUser) return false;
+  return anyUser || source.isForThisHost;
+}
+
+int Where(const Request& request) {
+  const OwnedString name = CreateString(request.key);
+  const CFStringRef key = request.hasKey ? static_cast<CFStringRef>(name) : nullptr;
+  bool isFound = !request.hasKey;
+  std::vector<TableRow> rows;
+  for (const HostPreferencesSource& source : HostPreferencesSources(request.application, key)) {
+    if (!IsAskedFor(request, source)) continue;
+    if (!source.problem.empty()) Say("prefs: " + source.problem);
+    if (request.isJson) {
+      PrintJson(SourceModel(source));
+    } else if (!request.hasKey || (source.hasValue && !isFound)) {
+      // With a key, the file that its value comes from and no other.
+      rows.push_back(request.hasKey ? TableRow{source.path}
+                                    : TableRow{StateOf(source), source.path});
+    }
+    isFound = isFound || source.hasValue;
+  }
+  PrintTable(rows);
+  return isFound ? kExitOk : NoSuchKey(request);
+}
+
+struct Action {
+  const char* name;
+  size_t maxWords;  // besides its name
+  int (*run)(const Request& request);
+};
+const Action kActions[] = {{"read", 2, Read},     {"write", 3, Write},   {"delete", 2, Delete},
+                           {"export", 2, Export}, {"import", 2, Import}, {"where", 2, Where}};
+
+bool AreUtf8(const std::vector<std::string>& words) {
+  for (const std::string& word : words) {
+    if (!IsUtf8(word)) return false;
+  }
+  return true;
+}
+
+int Run(const Action& action, const CommandLine& line) {
+  const std::vector<std::string>& words = line.words;
+  if (words.size() > action.maxWords + 1) {
+    return Fail(kExitUsage, std::string("too many words for ") + action.name);
+  }
+  if (!AreUtf8(words)) return Fail(kExitUsage, "words must be UTF-8");
+  Request request;
+  request.domain = words[1];
+  request.hasKey = words.size() > 2;
+  request.hasValue = words.size() > 3;
+  if (request.hasKey) request.key = words[2];
+  if (request.hasValue) request.value = words[3];
+  request.isJson = line.Has("--json");
+  request.application = CreateString(request.domain);
+  if (line.Has("--any-user")) request.user = kCFPreferencesAnyUser;
+  if (line.Has("--current-host")) request.host = kCFPreferencesCurrentHost;
+  request.line = &line;
+  if (HostPreferencesSources(request.application, nullptr).empty()) {
+    return Fail(kExitUsage, "\"" + request.domain + "\" can be no application's identifier");
+  }
+  return action.run(request);
+}
+
+}  // namespace
+
+static int RunPrefs(const CommandLine& line) {
+  std::vector<std::string_view> names;
+  for (const Action& action : kActions) {
+    if (line.words[0] == action.name) return Run(action, line);
+    names.push_back(action.name);
+  }
+  const std::string near = NearestWord(line.words[0], names);
+  return Fail(kExitUsage, "unknown action \"" + line.words[0] + "\"" +
+                              (near.empty() ? "" : "; did you mean " + near + "?"));
+}
+
+Verb PrefsVerb() {
+  return {
+      "prefs",
+      "read|write|delete|export|import|where DOMAIN [KEY [VALUE]] [--any-user] [--current-host]",
+      "Reads and changes preferences.",
+      "  read DOMAIN [KEY]                 one value, or all\n"
+      "  write DOMAIN KEY VALUE            sets and commits\n"
+      "  delete DOMAIN [KEY]               removes one key, or all, and commits\n"
+      "  export DOMAIN [FILE]              all as XML (--json: as JSON), to standard output\n"
+      "  import DOMAIN [FILE]              adds a list of any form, or JSON, and commits\n"
+      "  where DOMAIN [KEY]                the file that the application's value comes from, or\n"
+      "                                    all its files, the strongest first, with their state\n"
+      "\n"
+      "DOMAIN is an application's identifier; kCFPreferencesAnyApplication stands for all of them.\n"
+      "Without options the current user's preferences for any host are meant, by where all that\n"
+      "the application sees. VALUE and --type are as for plist. Whoever runs sees a change at its\n"
+      "next read.\n"
+      "\n"
+      "JSON: of read the value itself; of write, delete and import an object with domain, outcome\n"
+      "(written, failed) and problem; of where an object for each file with path, state (value,\n"
+      "used, absent, refused), anyUser, currentHost, anyApplication and problem.\n"
+      "\n"
+      "Exit status: 3 when there is no such key or file, 5 when the file is refused or cannot be\n"
+      "written, 7 for bytes that mean nothing.\n",
+      {{"--any-user", nullptr, "the machine's preferences"},
+       {"--current-host", nullptr, "those for this host only"},
+       {"--type", "TYPE", "of write: string, integer, real, bool, date, data, array or dict"},
+       kJsonOption},
+      2,
+      4,
+      RunPrefs,
+      false};
+}

@@ -1,0 +1,93 @@
+#include <CoreServices/CoreServices.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/host/applications/introspect.h"
+#include "tools/table.h"
+#include "tools/values/value_types.h"
+#include "tools/verbs/verb.h"
+
+namespace {
+
+// null for a process without a bundle, which has no codes of its own.
+JsonValue Code(const HostProcessInfo& info, OSType code) {
+  return info.bundle.empty() ? JsonValue() : JsonValue(CodeText(code));
+}
+
+void AddText(JsonValue& object, const char* name, const std::string& text) {
+  if (text.empty()) {
+    object.Add(name, JsonValue());
+  } else {
+    object.AddBytes(name, text);
+  }
+}
+
+JsonValue ProcessModel(const ProcessSerialNumber& psn, const HostProcessInfo& info) {
+  JsonValue process = JsonValue::Object();
+  process.Add("high", JsonValue::Unsigned(psn.highLongOfPSN));
+  process.Add("low", JsonValue::Unsigned(psn.lowLongOfPSN));
+  process.Add("pid", JsonValue::Integer(info.pid));
+  process.Add("signature", Code(info, info.signature));
+  process.Add("type", Code(info, info.type));
+  AddText(process, "identifier", info.identifier);
+  AddText(process, "bundle", info.bundle);
+  AddText(process, "program", info.program);
+  return process;
+}
+
+// What a process has none of shows as a dash.
+std::string Cell(const JsonValue& process, const char* name) {
+  const JsonValue& value = *process.Find(name);
+  return value.IsNull() ? "-" : TableCell(value);
+}
+
+TableRow RowOf(const JsonValue& process) {
+  return {Cell(process, "high") + ":" + Cell(process, "low"),
+          Cell(process, "pid"),
+          Cell(process, "signature"),
+          Cell(process, "type"),
+          Cell(process, "identifier"),
+          Cell(process, "program")};
+}
+
+}  // namespace
+
+static int RunPs(const CommandLine& line) {
+  std::vector<JsonValue> processes;
+  ProcessSerialNumber psn = {0, kNoProcess};
+  while (GetNextProcess(&psn) == noErr) {
+    HostProcessInfo info;
+    if (!HostDescribeProcess(psn, &info)) continue;  // it has ended meanwhile
+    if (info.bundle.empty() && line.Has("--apps")) continue;
+    processes.push_back(ProcessModel(psn, info));
+  }
+  if (processes.empty()) Say("no applications are running");
+  if (line.Has("--json")) {
+    for (const JsonValue& process : processes) PrintJson(process);
+    return kExitOk;
+  }
+  std::vector<TableRow> rows;
+  for (const JsonValue& process : processes) rows.push_back(RowOf(process));
+  PrintTable({"NUMBER", "PID", "SIGN", "TYPE", "IDENTIFIER", "PROGRAM"}, std::move(rows));
+  return kExitOk;
+}
+
+Verb PsVerb() {
+  return {
+      "ps",
+      "[--apps] [--json]",
+      "Lists the processes of this user that have a serial number.",
+      "A line for each: serial number (high:low), process id, and of its application bundle\n"
+      "signature, type and identifier; then the program. A dash stands for what is not there.\n"
+      "\n"
+      "JSON: an object for each process with high, low, pid, signature, type, identifier, bundle\n"
+      "and program; null is what is not there. Where a path is not UTF-8, bundleHex or programHex\n"
+      "has its bytes.\n",
+      {{"--apps", nullptr, "only what runs out of an application bundle"}, kJsonOption},
+      0,
+      0,
+      RunPs,
+      false};
+}

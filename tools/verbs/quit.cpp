@@ -1,0 +1,91 @@
+#include <chrono>
+#include <thread>
+
+#include <CoreServices/CoreServices.h>
+#include <servers/bootstrap.h>
+
+#include "aeport/event.h"
+#include "aeport/port_listener.h"
+#include "launch/launch_spec.h"
+#include "tools/verbs/outcome.h"
+#include "tools/verbs/verb.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kDefaultTicks = 10 * 60;
+constexpr int kTicksPerSecond = 60;
+
+// Sends the quit event. The session daemon is told, as its clients tell it (SMQuitDaemon has a time
+// of its own); others may refuse, and are waited for. An owner that ends before it has answered has
+// done what it was asked.
+OSStatus SendQuit(const std::string& name, int timeoutTicks) {
+  const bool isOurs = name == gSessionMonitorLaunchSpec.portName;
+  VLTPortDestinationAddress address(name.c_str());
+  VLTPortAppleEvent event(kCoreEventClass, kAEQuitApplication, isOurs ? kAENoReply : kAEWaitReply,
+                          &address, kAutoGenerateReturnID, kAnyTransactionID);
+  OSStatus err = address.initialize();
+  if (err == 0) err = event.createEvent();
+  if (err == 0) err = event.sendEvent(0, timeoutTicks, kAENormalPriority);
+  event.finalizeEvent();
+  return err == connectionInvalid ? 0 : err;
+}
+
+// Another port under the name is another process: the one that was asked is gone.
+bool IsGone(const char* name, mach_port_t asked) {
+  mach_port_t port = MACH_PORT_NULL;
+  return VLTPortAEMachPortListener::CheckPortRegistered(name, port) != 0 || port != asked;
+}
+
+// False when the time ends first.
+bool WaitUntilGone(const char* name, mach_port_t asked, Clock::time_point end) {
+  while (!IsGone(name, asked)) {
+    if (Clock::now() >= end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+// Result  the outcome; of kExitUsage when the name can be no port's.
+Outcome Quit(const std::string& name, int timeoutTicks) {
+  const auto end =
+      Clock::now() + std::chrono::milliseconds(timeoutTicks * 1000LL / kTicksPerSecond);
+  mach_port_t asked = MACH_PORT_NULL;
+  OSStatus err = VLTPortAEMachPortListener::CheckPortRegistered(name.c_str(), asked);
+  if (err == paramErr) return {"failed", err, kExitUsage};
+  if (err == 0) err = SendQuit(name, timeoutTicks);
+  if (err == BOOTSTRAP_UNKNOWN_SERVICE) return {"notRunning"};
+  if (err != 0) return {"failed", err, ExitForAnswer(err)};
+  if (!WaitUntilGone(name.c_str(), asked, end)) return {"stillRunning", 0, kExitTimeout};
+  return {"quit"};
+}
+
+}  // namespace
+
+static int RunQuit(const CommandLine& line) {
+  const std::string name = line.words.empty() ? gSessionMonitorLaunchSpec.portName : line.words[0];
+  int timeoutTicks = kDefaultTicks;
+  if (line.Has("--timeout") && !ParseSeconds(line.options.at("--timeout"), timeoutTicks)) {
+    return Say("quit: no seconds: " + line.options.at("--timeout")), kExitUsage;
+  }
+  const Outcome outcome = Quit(name, timeoutTicks);
+  if (outcome.exit == kExitUsage) return Say("quit: a port name has 1 to 127 bytes"), kExitUsage;
+  return TellOutcome(line, name, outcome);
+}
+
+Verb QuitVerb() {
+  return {
+      "quit",
+      "[PORT] [--timeout SECONDS] [--json]",
+      "Sends the quit event and waits until the port is gone.",
+      "Without PORT to the session daemon. Nobody there counts as done.\n"
+      "\n"
+      "JSON: one object with port, outcome and error. The outcome is quit, notRunning, failed (the\n"
+      "error says why; null with every other outcome) or stillRunning (it has answered, but not\n"
+      "ended in time).\n",
+      {kTimeoutOption, kJsonOption},
+      0,
+      1,
+      RunQuit};
+}

@@ -1,0 +1,119 @@
+#include <cstdio>
+#include <set>
+
+#include <CoreServices/CoreServices.h>
+
+#include "aeport/event.h"
+#include "tools/values/desc_model.h"
+#include "tools/values/error_names.h"
+#include "tools/values/parameter_text.h"
+#include "tools/verbs/verb.h"
+
+namespace {
+
+constexpr int kDefaultTicks = 10 * 60;
+
+struct Request {
+  std::string port;
+  FourCharCode eventClass = 0;
+  FourCharCode eventID = 0;
+  std::vector<ParameterValue> parameters;
+  bool wantsReply = true;
+  int timeoutTicks = kDefaultTicks;
+};
+
+bool ParseRequest(const CommandLine& line, Request& request, std::string& problem) {
+  request.port = line.words[0];
+  if (!ParseCode(line.words[1], request.eventClass)) {
+    return problem = "no event class: " + line.words[1], false;
+  }
+  if (!ParseCode(line.words[2], request.eventID)) {
+    return problem = "no event id: " + line.words[2], false;
+  }
+  std::set<AEKeyword> keys;
+  for (size_t i = 3; i < line.words.size(); ++i) {
+    ParameterValue& value = request.parameters.emplace_back();
+    if (!ParseParameter(line.words[i], value, problem)) return false;
+    if (!keys.insert(value.key).second) {
+      return problem = "the key " + CodeText(value.key) + " is given twice", false;
+    }
+  }
+  request.wantsReply = !line.Has("--no-reply");
+  if (!line.Has("--timeout")) return true;
+  const std::string& seconds = line.options.at("--timeout");
+  if (ParseSeconds(seconds, request.timeoutTicks)) return true;
+  return problem = "no seconds: " + seconds, false;
+}
+
+OSStatus PutParameters(const Request& request, AEDesc& event) {
+  OSStatus err = 0;
+  for (const ParameterValue& value : request.parameters) {
+    if (err != 0) break;
+    err = AEPutParamPtr(&event, value.key, value.type, value.bytes.data(),
+                        static_cast<Size>(value.bytes.size()));
+  }
+  return err;
+}
+
+JsonValue ReplyModel(const Request& request, OSStatus err, const AEDesc& reply) {
+  JsonValue model = JsonValue::Object();
+  model.AddBytes("port", request.port);
+  model.Add("error", ErrorModel(err));
+  model.Add("attributes", AttributesModel(reply));
+  model.Add("parameters", ParametersModel(reply));
+  return model;
+}
+
+}  // namespace
+
+static int RunSend(const CommandLine& line) {
+  Request request;
+  std::string problem;
+  if (!ParseRequest(line, request, problem)) return Say("send: " + problem), kExitUsage;
+
+  VLTPortDestinationAddress address(request.port.c_str());
+  VLTPortAppleEvent event(request.eventClass, request.eventID,
+                          request.wantsReply ? kAEWaitReply : kAENoReply, &address,
+                          kAutoGenerateReturnID, kAnyTransactionID);
+  OSStatus err = address.initialize();
+  if (err == -1) return Say("send: a port name has 1 to 127 bytes"), kExitUsage;
+  if (err == 0) err = event.createEvent();
+  if (err == 0) err = PutParameters(request, event.event);
+  if (err == 0) err = event.sendEvent(0, request.timeoutTicks, kAENormalPriority);
+  event.finalizeEvent();
+
+  const JsonValue model = ReplyModel(request, err, event.reply);
+  if (line.Has("--json")) {
+    PrintJson(model);
+  } else {
+    for (const std::string& text : ParameterLines(*model.Find("parameters"))) {
+      std::printf("%s\n", text.c_str());
+    }
+  }
+  if (err == 0) return kExitOk;
+  Say(request.port + ": error " + ErrorText(err));
+  return event.getReplyHasError() ? kExitRefused : ExitForStatus(err);
+}
+
+Verb SendVerb() {
+  return {
+      "send",
+      "PORT CLASS ID [KEY:TYPE=VALUE ...] [--no-reply] [--timeout SECONDS] [--json]",
+      "Sends an event to a port and prints the reply's parameters.",
+      "CLASS, ID and KEY are four characters, or 0x and eight hexadecimal digits. TYPE is one of\n"
+      "bool, short, ushort, long, ulong, comp, ucomp, float, double, text, utf8, utf16, type, enum\n"
+      "and data (hexadecimal), or a code in single quotes with hexadecimal bytes of that type,\n"
+      "numbers from the most significant byte on. Several numbers or codes are separated by\n"
+      "commas. The reply's parameters are printed in the same form, a line for each; lists,\n"
+      "records and events in brackets.\n"
+      "\n"
+      "JSON: one object with port, error (number and name), attributes and parameters, which are\n"
+      "null when no reply came. A descriptor is an object with its type and, by type, value,\n"
+      "values, high and low, text, items (of a list), fields (of a record), or attributes and\n"
+      "parameters (of an event). hex has all bytes wherever the rest would not give them back.\n"
+      "Integers beyond 2^53 - 1, NaN, Infinity and -Infinity are strings.\n",
+      {{"--no-reply", nullptr, "ask for no reply and wait for none"}, kTimeoutOption, kJsonOption},
+      3,
+      SIZE_MAX,
+      RunSend};
+}

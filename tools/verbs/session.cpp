@@ -1,0 +1,103 @@
+#include <Security/Security.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "platform/host/services/introspect.h"
+#include "platform/host/session/introspect.h"
+#include "tools/table.h"
+#include "tools/values/port_text.h"
+#include "tools/verbs/verb.h"
+#include "util/user_session.h"
+
+namespace {
+
+// A fact and where it comes from.
+JsonValue Fact(JsonValue value, const char* source) {
+  JsonValue fact = JsonValue::Object();
+  fact.Add("value", std::move(value));
+  fact.Add("source", source);
+  return fact;
+}
+
+JsonValue UserModel() {
+  char name[256];
+  const bool hasName = GetCurrentUserName(name, sizeof name) == 0;
+  JsonValue user = JsonValue::Object();
+  if (hasName) {
+    user.AddBytes("value", name);
+  } else {
+    user.Add("value", JsonValue());
+  }
+  user.Add("source", "password database");
+  return user;
+}
+
+JsonValue DirectoryModel(const HostContextInfo& context) {
+  JsonValue directory = JsonValue::Object();
+  directory.AddBytes("value", context.path);
+  directory.Add("source", context.source.c_str());
+  directory.Add("usable", JsonValue::Bool(context.usable));
+  directory.Add("problem", context.usable ? JsonValue() : JsonValue(context.problem));
+  return directory;
+}
+
+JsonValue SessionModel(const HostSession& session, const HostContextInfo& context) {
+  char id[16];
+  std::snprintf(id, sizeof id, "0x%x", static_cast<unsigned>(session.id));
+  const bool isRoot = (session.attributes & sessionIsRoot) != 0;
+  const bool hasGraphicAccess = (session.attributes & sessionHasGraphicAccess) != 0;
+  JsonValue model = JsonValue::Object();
+  model.Add("session", Fact(JsonValue::Unsigned(session.id), session.idSource));
+  model.Add("hex", id);
+  model.Add("root", Fact(JsonValue::Bool(isRoot), session.rootSource));
+  model.Add("graphicAccess", Fact(JsonValue::Bool(hasGraphicAccess), session.graphicSource));
+  model.Add("user", UserModel());
+  model.Add("directory", DirectoryModel(context));
+  return model;
+}
+
+void PrintSession(const JsonValue& model) {
+  std::vector<TableRow> rows;
+  for (const char* name : {"session", "root", "graphicAccess", "user", "directory"}) {
+    const JsonValue& fact = *model.Find(name);
+    std::string value = TableCell(*fact.Find("value"));
+    if (std::string(name) == "session") value += " (" + model.Find("hex")->Plain() + ")";
+    rows.push_back({name, value, "(" + fact.Find("source")->Plain() + ")"});
+  }
+  PrintTable(rows);
+}
+
+}  // namespace
+
+static int RunSession(const CommandLine& line) {
+  const HostContextInfo context = HostDescribeContext();
+  const JsonValue model = SessionModel(HostDescribeOwnSession(), context);
+  if (line.Has("--json")) {
+    PrintJson(model);
+  } else {
+    PrintSession(model);
+  }
+  if (context.usable) return kExitOk;
+  Say(context.problem);
+  return kExitNoSession;
+}
+
+Verb SessionVerb() {
+  return {
+      "session",
+      "[--json]",
+      "Tells which session this is, and how that is known.",
+      "A line for each fact: session id, whether it is the root session, whether it has a display,\n"
+      "the user, the session directory; the source in brackets.\n"
+      "\n"
+      "JSON: one object with session, root, graphicAccess, user and directory, each an object of\n"
+      "value and source (directory also usable and problem), and hex, the id as port names have\n"
+      "it behind 0x.\n",
+      {kJsonOption},
+      0,
+      0,
+      RunSession,
+      false};
+}

@@ -1,0 +1,24 @@
+#include "tools/verbs/verb.h"
+
+#include <cstdio>
+
+const OptionSpec kJsonOption = {"--json", nullptr, "print JSON, one object a line"};
+const OptionSpec kTimeoutOption = {"--timeout", "SECONDS", "wait at most this long (10)"};
+const OptionSpec kDeviceTimeoutOption = {"--timeout", "SECONDS",
+                                         "for each of at most five attempts (10)"};
+
+const std::vector<Verb>& AllVerbs() {
+  static const std::vector<Verb> verbs = {
+      PortsVerb(),   SendVerb(),    QuitVerb(),   StatusVerb(),       LaunchVerb(),
+      StartVerb(),   DevicesVerb(), DeviceVerb(), DeviceStatusVerb(), PsVerb(),
+      SessionVerb(), PlistVerb(),   PrefsVerb(),
+  };
+  return verbs;
+}
+
+void Say(const std::string& text) { std::fprintf(stderr, "vltctl: %s\n", text.c_str()); }
+
+void PrintJson(const JsonValue& value) {
+  const std::string line = JsonText(value) + "\n";
+  std::fwrite(line.data(), 1, line.size(), stdout);
+}
