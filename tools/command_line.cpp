@@ -25,7 +25,7 @@ std::string UnknownOption(const std::vector<OptionSpec>& specs, const std::strin
   std::vector<std::string_view> names;
   for (const OptionSpec& spec : specs) names.push_back(spec.name);
   const std::string near = NearestWord(name, names);
-  return "unknown option " + name + (near.empty() ? "" : "; did you mean " + near + "?");
+  return "unknown option " + Quoted(name) + (near.empty() ? "" : "; did you mean " + near + "?");
 }
 
 size_t EditDistance(std::string_view a, std::string_view b) {
@@ -72,7 +72,7 @@ bool ParseCommandLine(const std::vector<OptionSpec>& specs, const std::vector<st
     } else if (++i < words.size()) {
       value = words[i];
     } else {
-      return problem = name + " needs " + spec->valueName, false;
+      return problem = name + " needs a value: " + spec->valueName, false;
     }
   }
   return true;
@@ -99,4 +99,18 @@ bool ParseSeconds(std::string_view text, int& ticks) {
   if (!(seconds > 0) || seconds > INT32_MAX / kTicksPerSecond) return false;
   ticks = static_cast<int>(std::ceil(seconds * kTicksPerSecond));
   return true;
+}
+
+bool ParseSecondsOption(const CommandLine& line, const char* name, int& ticks,
+                        std::string& problem) {
+  const auto option = line.options.find(name);
+  if (option == line.options.end() || ParseSeconds(option->second, ticks)) return true;
+  problem = name + (": " + Quoted(option->second)) + " is not a number of seconds above 0";
+  return false;
+}
+
+std::string Quoted(std::string_view text) {
+  constexpr size_t kMaxShown = 200;
+  const bool isCut = text.size() > kMaxShown;
+  return "\"" + std::string(text.substr(0, kMaxShown)) + (isCut ? "...\"" : "\"");
 }

@@ -42,5 +42,15 @@ bool ParseCommandLine(const std::vector<OptionSpec>& specs, const std::vector<st
 // The candidate with the smallest edit distance to `word`, or "" when none is near.
 std::string NearestWord(std::string_view word, const std::vector<std::string_view>& candidates);
 
-// Decimal seconds above 0, a fraction allowed, as ticks (1/60 s, rounded up). Nothing may follow.
+// Reads `text`, a decimal number above 0 and nothing else, as seconds. Stores them as ticks (1/60
+// s, rounded up).
 bool ParseSeconds(std::string_view text, int& ticks);
+
+// Reads the option `name` as seconds. Without the option leaves `ticks` alone. Returns false with a
+// message when the option's value is not a number of seconds.
+bool ParseSecondsOption(const CommandLine& line, const char* name, int& ticks,
+                        std::string& problem);
+
+// The text in quotation marks, for messages that repeat what the user gave. At most 200 bytes of
+// it.
+std::string Quoted(std::string_view text);

@@ -8,8 +8,12 @@
 namespace {
 
 constexpr char kExitHelp[] =
-    "Exit status: 0 ok, 1 general, 2 usage, 3 nobody there, 4 time-out, 5 the peer answered with\n"
-    "an error or access is denied, 6 the peer died, 7 bad data, 8 no session directory.\n";
+    "Exit status:\n"
+    "  0 success                       5 refused: an error reply, or no permission\n"
+    "  1 any other failure             6 the other process ended\n"
+    "  2 wrong arguments               7 invalid or oversized data\n"
+    "  3 no such port, file or key     8 session directory unusable\n"
+    "  4 time-out\n";
 
 void PrintOverview(FILE* out) {
   std::fprintf(out, "vltctl looks at named ports and talks to the services behind them.\n\n");
@@ -45,7 +49,7 @@ int UnknownVerb(const std::string& name) {
   std::vector<std::string_view> names = {"help"};
   for (const Verb& verb : AllVerbs()) names.push_back(verb.name);
   const std::string near = NearestWord(name, names);
-  Say("unknown command \"" + name + "\"" + (near.empty() ? "" : "; did you mean " + near + "?"));
+  Say("unknown command " + Quoted(name) + (near.empty() ? "" : "; did you mean " + near + "?"));
   return kExitUsage;
 }
 
@@ -68,8 +72,8 @@ int RunVerb(const Verb& verb, const std::vector<std::string>& words) {
   CommandLine line;
   std::string problem;
   if (ParseCommandLine(verb.options, words, line, problem)) {
-    if (line.words.size() < verb.minWords) problem = "too few words";
-    if (line.words.size() > verb.maxWords) problem = "too many words";
+    if (line.words.size() < verb.minWords) problem = "too few arguments";
+    if (line.words.size() > verb.maxWords) problem = "too many arguments";
   }
   if (!problem.empty()) {
     Say(std::string(verb.name) + ": " + problem);

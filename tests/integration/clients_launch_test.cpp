@@ -35,7 +35,7 @@ TEST(ClientsLaunch, TheToolStartsAndEndsTheSessionDaemon) {
   StartedDaemons cleanUp;
   ExpectRuns({}, {{{"status", "--json"}, 3, json + "notRunning" + end, absent},
                   {{"start", "--json"}, 0, json + "started" + end, ""},
-                  {{"start"}, 0, "", "is running already"},
+                  {{"start"}, 0, "", "is already running"},
                   {{"status", "--json"}, 0, json + "running" + end, ""},
                   {{"quit", "--json"}, 0, json + "quit" + end, ""},
                   {{"quit"}, 0, "", absent}});

@@ -311,10 +311,14 @@ TEST(DeviceMonitor, AnswersTheCommandLineTool) {
        "DvI#:long=1  DvSt:long=16  DvNm:text=Old camera\n"
        "DvI#:long=2  DvSt:long=16  DvNm:text=New camera\n",
        ""},
-      {{"device", "1", "set", "k", "long", "many"}, 2, "", "no long: many"},
+      {{"device", "1", "set", "k", "long", "many"}, 2, "", "\"many\" is not a value of type long"},
       {{"quit", kPort}, 0, "", ""},
       {{"devices"}, 3, "", "the device monitor is not running"},
   };
+  // Longer than the room of the tool's first attempt.
+  const std::string text(5000, 'x');
+  ExpectRuns({"device", "1"}, {{{"set", "long", "text", text}, 0, "", ""},
+                               {{"get", "long"}, 0, "long:text=" + text + "\n", ""}});
   ExpectRuns({}, runs);
   monitor.ExpectEnd();
 }

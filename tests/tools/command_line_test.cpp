@@ -22,11 +22,11 @@ TEST(CommandLine, OptionsAndWords) {
       {{"--", "--all", "--"}, "", {"--all", "--"}, {}},
       {{"----:long=1", "-", "-x", "---"}, "", {"----:long=1", "-", "-x", "---"}, {}},
       {{"-o", "-", "-ox"}, "", {"-ox"}, {{"-o", "-"}}},
-      {{"--timeout"}, "--timeout needs SECONDS", {}, {}},
+      {{"--timeout"}, "--timeout needs a value: SECONDS", {}, {}},
       {{"--all=1"}, "--all takes no value", {}, {}},
       {{"--all", "--all"}, "--all is given twice", {}, {}},
-      {{"--al"}, "unknown option --al; did you mean --all?", {}, {}},
-      {{"--xxmxoxx"}, "unknown option --xxmxoxx", {}, {}},
+      {{"--al"}, "unknown option \"--al\"; did you mean --all?", {}, {}},
+      {{"--xxmxoxx"}, "unknown option \"--xxmxoxx\"", {}, {}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::PrintToString(row.given));

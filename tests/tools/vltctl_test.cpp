@@ -61,10 +61,13 @@ TEST(Vltctl, UsageErrorsAreStatusTwoAndSaidOnStandardError) {
   const std::vector<VerbRun> runs = {
       {{}, 2, "", "vltctl ports"},
       {{"prots"}, 2, "", "did you mean ports?"},
-      {{"send", "x", "abcd"}, 2, "", "too few words"},
-      {{"send", "x", "abcd", "abc"}, 2, "", "no event id"},
+      {{"send", "x", "abcd"}, 2, "", "too few arguments"},
+      {{"send", "x", "abcd", "abc"}, 2, "", "event id \"abc\" is not four characters"},
       {{"send", "x", "abcd", "efgh", "keyy:long=1", "keyy:long=1"}, 2, "", "given twice"},
-      {{"send", "x", "abcd", "efgh", "--timeout", "1s"}, 2, "", "no seconds: 1s"},
+      {{"send", "x", "abcd", "efgh", "--timeout", "1s"},
+       2,
+       "",
+       "--timeout: \"1s\" is not a number of seconds"},
       {{"quit", std::string(128, 'n')}, 2, "", "1 to 127 bytes"},
   };
   ExpectRuns({}, runs);
@@ -90,14 +93,22 @@ TEST(Vltctl, SendPrintsTheReply) {
        0,
        "----:text=Gr\xc3\xbc\xc3\x9f\nnumb:comp=-5\nflag:bool=true\n",
        ""},
-      {{port, "test", "fail"}, 5, "errn:long=-31999\n", port + ": error -31999"},
+      {{port, "test", "fail"},
+       5,
+       "errn:long=-31999\n",
+       port + ": the server replied with an error (-31999)"},
       {{port, "test", "fail", "--no-reply"}, 0, "", ""},
-      {{"test.nobody", "test", "echo"}, 3, "", "error 1102 (BOOTSTRAP_UNKNOWN_SERVICE)"},
-      {{port, "test", "hang", "--timeout", "0.2"}, 4, "", "error -1712 (errAETimeout)"},
+      {{"test.nobody", "test", "echo"},
+       3,
+       "",
+       "test.nobody: no process owns this port name (1102, BOOTSTRAP_UNKNOWN_SERVICE)"},
+      {{port, "test", "hang", "--timeout", "0.2"}, 4, "", "no reply in time (-1712, errAETimeout)"},
   };
   ExpectRuns({"send"}, runs);
   service.Signal(SIGCONT);
-  ExpectRuns({"send"}, {{{port, "test", "die "}, 6, "", "-609 (connectionInvalid)"}});
+  ExpectRuns(
+      {"send"},
+      {{{port, "test", "die "}, 6, "", "ended before it replied (-609, connectionInvalid)"}});
 }
 
 TEST(Vltctl, SendPrintsOneJsonObject) {
@@ -147,7 +158,7 @@ TEST(Vltctl, SendPrintsOneJsonObject) {
 TEST(Vltctl, PortsListsOwnersWithEveryByteOfAName) {
   OpenDescriptorCheck noLeaks;
   {
-    TestProcess plain("Service", "a \"name\"", {});
+    TestProcess plain("Service", "a \"n\\me\"", {});
     TestProcess strange("Service", "b\xff", {});
     ASSERT_TRUE(plain.WaitReady(20s) && strange.WaitReady(20s));
     const std::string pids[] = {std::to_string(plain.Pid()), std::to_string(strange.Pid())};
@@ -156,9 +167,9 @@ TEST(Vltctl, PortsListsOwnersWithEveryByteOfAName) {
       std::vector<std::string> words;
       std::string starts[2], end;
     } rows[] = {
-        {{"ports"}, {"a\\x20\"name\"  " + pids[0] + "  ", "b\\xff"}, ""},
+        {{"ports"}, {"a\\x20\"n\\x5cme\"  " + pids[0] + "  ", "b\\xff"}, ""},
         {{"ports", "--json"},
-         {"{\"name\":\"a \\\"name\\\"\",\"pid\":" + pids[0] + owner,
+         {"{\"name\":\"a \\\"n\\\\me\\\"\",\"pid\":" + pids[0] + owner,
           "{\"name\":\"b\xef\xbf\xbd\",\"nameHex\":\"62ff\",\"pid\":" + pids[1] + owner},
          ",\"hidden\":false}"},
     };

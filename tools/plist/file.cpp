@@ -92,7 +92,7 @@ bool ReadPlistFile(const std::string& name, bool orJson, PlistFile& file, PlistP
       file.format = kJsonFormat;
       return true;
     }
-    if (isJson) problem.place.hint = "this is JSON; convert makes a property list of it";
+    if (isJson) problem.place.hint = "this is JSON; convert turns it into a property list";
     // Both forms may begin like this: the one that went further is meant.
     if (orJson && reached >= problem.place.offset) return Fail(problem, kExitBadData, fault);
   }

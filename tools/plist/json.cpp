@@ -68,20 +68,20 @@ class Reader {
         value = End();
       }
     } while (fault.empty() && !open.empty());
-    if (fault.empty() && (SkipBlanks(), !rest.empty())) Fail("more follows the value");
+    if (fault.empty() && (SkipBlanks(), !rest.empty())) Fail("unexpected text after the value");
     return done;
   }
 
   // A leaf, or an empty container; null when a container was opened or something is wrong.
   OwnedRef<CFTypeRef> Begin() {
     SkipBlanks();
-    if (rest.empty()) return Fail("a value is missing");
+    if (rest.empty()) return Fail("expected a value");
     if (Take('[')) return Open(false);
     if (Take('{')) return Open(true);
     if (rest.front() == '"') return String();
     if (Word("true")) return kCFBooleanTrue;
     if (Word("false")) return kCFBooleanFalse;
-    if (rest.starts_with("null")) return Fail("null: property lists have no such value");
+    if (rest.starts_with("null")) return Fail("null is not a value of property lists");
     return Number();
   }
 
@@ -115,7 +115,7 @@ class Reader {
     SkipBlanks();
     if (Take(isDictionary ? '}' : ']')) return Pop();
     if (!Take(','))
-      return Fail(isDictionary ? "a comma or } is missing" : "a comma or ] is missing");
+      return Fail(isDictionary ? "expected \",\" or \"}\"" : "expected \",\" or \"]\"");
     if (isDictionary) Key();
     return nullptr;
   }
@@ -131,12 +131,11 @@ class Reader {
 
   void Key() {
     SkipBlanks();
-    if (!rest.starts_with('"'))
-      return static_cast<void>(Fail("a key in quotation marks is missing"));
+    if (!rest.starts_with('"')) return static_cast<void>(Fail("expected a key in quotation marks"));
     const OwnedRef<CFTypeRef> key = String();
     open.back().key = static_cast<CFStringRef>(CFRetain(key));
     SkipBlanks();
-    if (fault.empty() && !Take(':')) Fail("a colon is missing");
+    if (fault.empty() && !Take(':')) Fail("expected \":\"");
   }
 
   OwnedRef<CFTypeRef> String() {
@@ -144,9 +143,10 @@ class Reader {
     rest.remove_prefix(1);
     for (;;) {
       const size_t plain = rest.find_first_of(std::string_view("\"\\"));
-      if (plain == rest.npos) return Fail("the string does not end");
+      if (plain == rest.npos) return Fail("unterminated string");
       for (const char c : rest.substr(0, plain)) {
-        if (static_cast<unsigned char>(c) < ' ') return Fail("a control character in a string");
+        if (static_cast<unsigned char>(c) < ' ')
+          return Fail("unescaped control character in a string");
       }
       const OwnedRef<CFStringRef> part(CreateString(rest.substr(0, plain)));
       if (static_cast<CFStringRef>(part) == nullptr) return Fail("the string is not UTF-8");
@@ -156,7 +156,7 @@ class Reader {
                             units.data() + units.size() - count);
       rest.remove_prefix(plain);
       if (Take('"')) break;
-      if (!Escape(units)) return Fail("an escape that JSON does not have");
+      if (!Escape(units)) return Fail("unknown escape in a string");
     }
     return CFStringCreateWithCharacters(kCFAllocatorDefault, units.data(),
                                         static_cast<CFIndex>(units.size()));
@@ -190,20 +190,20 @@ class Reader {
   OwnedRef<CFTypeRef> Number() {
     const size_t start = rest.starts_with('-') ? 1 : 0;
     size_t end = Digits(start);
-    if (end == start || (rest[start] == '0' && end > start + 1)) return Fail("no JSON value");
+    if (end == start || (rest[start] == '0' && end > start + 1)) return Fail("not a JSON value");
     bool isReal = false;
     if (end < rest.size() && rest[end] == '.') {
       isReal = true;
       const size_t point = end;
       end = Digits(point + 1);
-      if (end == point + 1) return Fail("digits are missing behind the point");
+      if (end == point + 1) return Fail("expected digits after the decimal point");
     }
     if (end < rest.size() && (rest[end] | 0x20) == 'e') {
       isReal = true;
       size_t exponent = end + 1;
       if (exponent < rest.size() && (rest[exponent] == '+' || rest[exponent] == '-')) ++exponent;
       end = Digits(exponent);
-      if (end == exponent) return Fail("digits are missing in the exponent");
+      if (end == exponent) return Fail("expected digits in the exponent");
     }
     std::string problem;
     OwnedRef<CFTypeRef> number(

@@ -3,6 +3,7 @@
 #include <iterator>
 
 #include "platform/host/plist/introspect.h"
+#include "tools/command_line.h"
 #include "tools/plist/json.h"
 #include "tools/values/json_value.h"
 
@@ -25,6 +26,13 @@ const KindRow* RowOf(PlistKind kind) {
     if (row.kind == kind) return &row;
   }
   return nullptr;
+}
+
+// The rest of a message that begins with a value of another kind.
+std::string NotA(PlistKind kind) {
+  const char* const article =
+      kind == PlistKind::kInteger || kind == PlistKind::kArray ? "an " : "a ";
+  return std::string(" is not ") + article + KindName(kind);
 }
 
 // What UTF-8 would be of half of a surrogate pair, if it had it.
@@ -63,7 +71,7 @@ CFTypeRef CreateFromXML(const KindRow& row, std::string_view text, std::string& 
                                 kCFPropertyListImmutable, &format, &error);
   }
   if (leaf == nullptr) {
-    problem = std::string("no ") + row.name + ": " + std::string(text.substr(0, 100));
+    problem = Quoted(text) + NotA(row.kind);
     if (!error.hint.empty()) problem += " (" + error.hint + ")";
   }
   return leaf;
@@ -76,7 +84,7 @@ CFTypeRef CreateBoolean(std::string_view text, std::string& problem) {
   for (const char* word : {"false", "no", "0"}) {
     if (text == word) return kCFBooleanFalse;
   }
-  problem = "no bool: " + std::string(text.substr(0, 100)) + " (true or false)";
+  problem = Quoted(text) + NotA(PlistKind::kBoolean) + " (true or false)";
   return nullptr;
 }
 
@@ -85,7 +93,7 @@ CFTypeRef CreateFromList(std::string_view text, std::string& problem) {
   HostPropertyListError error;
   CFTypeRef value = HostReadPropertyList(reinterpret_cast<const UInt8*>(text.data()), text.size(),
                                          kCFPropertyListMutableContainers, &format, &error);
-  if (value == nullptr) problem = "the value is no property list: " + error.Sentence();
+  if (value == nullptr) problem = "the value is not a property list: " + error.Sentence();
   return value;
 }
 
@@ -114,6 +122,11 @@ PlistKind KindNamed(std::string_view name) {
     if (name == row.name) return row.kind;
   }
   return PlistKind::kNone;
+}
+
+std::string UnknownPlistType(std::string_view name) {
+  return "unknown type " + Quoted(name) +
+         " (string, integer, real, bool, date, data, array or dict)";
 }
 
 std::string TextOf(CFStringRef string) {
@@ -168,7 +181,7 @@ CFTypeRef CreateLeaf(PlistKind kind, std::string_view text, std::string& problem
   }
   const KindRow* row = RowOf(kind);
   if (row != nullptr && row->element != nullptr) return CreateFromXML(*row, text, problem);
-  problem = std::string(KindName(kind)) + " is no leaf";
+  problem = std::string(KindName(kind)) + " is not a leaf";
   return nullptr;
 }
 
@@ -191,12 +204,16 @@ CFTypeRef CreateValue(std::string_view text, std::string& problem) {
 CFTypeRef CreateValueOfType(const std::string& type, std::string_view text, CFTypeRef replaced,
                             std::string& problem) {
   const PlistKind kind = type.empty() ? KindOf(replaced) : KindNamed(type);
+  if (!type.empty() && kind == PlistKind::kNone) {
+    problem = UnknownPlistType(type);
+    return nullptr;
+  }
   if (type.empty() && kind == PlistKind::kNone) return CreateValue(text, problem);
   if (!IsContainer(kind)) return CreateLeaf(kind, text, problem);
   const CFTypeRef value = CreateValue(text, problem);
   if (value == nullptr || KindOf(value) == kind) return value;
   CFRelease(value);
-  problem = std::string("the value is no ") + KindName(kind);
-  if (type.empty()) problem += " (--type sets one of another type)";
+  problem = "the value" + NotA(kind);
+  if (type.empty()) problem += " (--type sets a value of another type)";
   return nullptr;
 }

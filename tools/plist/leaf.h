@@ -41,7 +41,9 @@ enum class PlistKind {
 PlistKind KindOf(CFTypeRef object);
 // "string", "integer", "real", "bool", "date", "data", "array", "dict".
 const char* KindName(PlistKind kind);
-PlistKind KindNamed(std::string_view name);  // kNone when there is none
+PlistKind KindNamed(std::string_view name);  // kNone when no kind has this name
+// The message about a name that no kind has.
+std::string UnknownPlistType(std::string_view name);
 
 inline bool IsContainer(PlistKind kind) {
   return kind == PlistKind::kArray || kind == PlistKind::kDictionary;

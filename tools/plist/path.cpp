@@ -46,13 +46,14 @@ std::string WhyNot(CFTypeRef container, const PlistPath& path, size_t depth) {
       PlistPathText({path.begin(), path.begin() + static_cast<ptrdiff_t>(depth)});
   const std::string place = whole.empty() ? "the list" : whole;
   const PlistKind kind = KindOf(container);
-  if (kind == PlistKind::kDictionary) return place + " has no key " + path[depth];
+  if (kind == PlistKind::kDictionary) return place + " has no key \"" + path[depth] + "\"";
   if (kind != PlistKind::kArray) {
     const char* const article = kind == PlistKind::kInteger ? " is an " : " is a ";
-    return place + article + KindName(kind) + ", with nothing inside";
+    return place + article + KindName(kind) + " and contains nothing";
   }
   const CFIndex count = CFArrayGetCount(AsArray(container));
-  return place + " is an array of " + std::to_string(count) + " and has no index " + path[depth];
+  return place + " is an array of " + std::to_string(count) + " and has no index \"" + path[depth] +
+         "\"";
 }
 
 bool ChangeArray(CFMutableArrayRef array, const std::string& step, PlistChange change,
@@ -77,7 +78,7 @@ bool ChangeDictionary(CFMutableDictionaryRef dictionary, const PlistPath& path, 
   } else if (change == PlistChange::kRemove && !isThere) {
     problem = WhyNot(dictionary, path, path.size() - 1);
   } else if (change == PlistChange::kInsert && isThere) {
-    problem = PlistPathText(path) + " is there already";
+    problem = PlistPathText(path) + " exists already";
   } else if (change == PlistChange::kRemove) {
     CFDictionaryRemoveValue(dictionary, key);
   } else {

@@ -11,7 +11,7 @@
 namespace {
 
 void Require(OSStatus err) {
-  if (err != 0) throw std::runtime_error("a value cannot be read: error " + ErrorText(err));
+  if (err != 0) throw std::runtime_error("a value cannot be read: " + ErrorSentence(err));
 }
 
 // Owns one descriptor.

@@ -7,11 +7,14 @@
 #include "tools/command_line.h"
 #include "tools/values/json_value.h"
 
-// "-1708 (errAEEventNotHandled)", or the bare number when it has no name here.
-std::string ErrorText(OSStatus status);
+// "(-1708, errAEEventNotHandled)", or "(-31999)" for a number without a name here.
+std::string ErrorNumber(OSStatus status);
+
+// What the error means, and ErrorNumber: "no reply in time (-1712, errAETimeout)".
+std::string ErrorSentence(OSStatus status);
 
 // An object with "number" and "name", null when it has none here.
 JsonValue ErrorModel(OSStatus status);
 
-// The exit status that tells a failure of looking up or sending.
+// The exit status for the result of looking up a port or sending an event.
 ExitStatus ExitForStatus(OSStatus status);

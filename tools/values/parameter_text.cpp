@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cstring>
 
+#include "tools/command_line.h"
 #include "tools/values/port_text.h"
 
 namespace {
@@ -167,23 +168,23 @@ bool ParseParameter(std::string_view text, ParameterValue& value, std::string& p
   const size_t keySize = text.starts_with("0x") && text.size() > 10 && text[10] == ':' ? 10 : 4;
   const size_t equals = text.find('=', keySize + 1);
   if (text.size() <= keySize || text[keySize] != ':' || equals == text.npos) {
-    return problem = "parameters are KEY:TYPE=VALUE, not " + std::string(text), false;
+    return problem = Quoted(text) + " is not a parameter of the form KEY:TYPE=VALUE", false;
   }
   const std::string_view type = text.substr(keySize + 1, equals - keySize - 1);
   const std::string_view given = text.substr(equals + 1);
   if (!ParseCode(text.substr(0, keySize), value.key)) {
-    return problem = "no key: " + std::string(text.substr(0, keySize)), false;
+    return problem = "key " + Quoted(text.substr(0, keySize)) + kNotACode, false;
   }
   const ValueType* row = ValueTypeNamed(type);
   const bool isQuoted = type.size() > 2 && type.front() == '\'' && type.back() == '\'';
   if (row != nullptr) {
     value.type = row->type;
   } else if (!isQuoted || !ParseCode(type.substr(1, type.size() - 2), value.type)) {
-    return problem = "no type: " + std::string(type), false;
+    return problem = "unknown type " + Quoted(type) + "; vltctl help send lists the types", false;
   }
   if (!(row != nullptr ? PutNamed(*row, given, value.bytes)
                        : PutHex(value.type, given, value.bytes))) {
-    return problem = "no " + std::string(type) + ": " + std::string(given), false;
+    return problem = Quoted(given) + " is not a value of type " + std::string(type), false;
   }
   return true;
 }

@@ -41,6 +41,10 @@ std::string OneLine(const std::string& text) {
   return line;
 }
 
+std::string NotAPortName(const std::string& text) {
+  return "\"" + EscapedBytes(text) + "\" is not a port name; it has 1 to 127 bytes";
+}
+
 std::string AgeText(double seconds) {
   const struct {
     double seconds;

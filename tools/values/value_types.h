@@ -12,6 +12,8 @@
 // A four-character code: exactly four printable characters, or 0x and exactly eight hexadecimal
 // digits. Nothing else.
 bool ParseCode(std::string_view text, FourCharCode& code);
+// The rest of a message that begins with a text that ParseCode refuses.
+inline constexpr char kNotACode[] = " is not four characters, or 0x and eight hexadecimal digits";
 
 // The code as four characters if they are printable and none of : = ' and comma, else 0x and eight
 // digits. Different codes have different texts.

@@ -22,13 +22,16 @@ struct Access {
 
 bool ParseAccess(const CommandLine& line, Access& access, std::string& problem) {
   const std::vector<std::string>& words = line.words;
-  if (!ParseWhole(words[0], access.deviceID)) return problem = "no device id: " + words[0], false;
+  if (!ParseWhole(words[0], access.deviceID))
+    return problem = "device id " + Quoted(words[0]) + kNotAWhole, false;
   access.isSetting = words[1] == "set";
   if (!access.isSetting && words[1] != "get") {
-    return problem = "get or set, not " + words[1], false;
+    return problem = "unknown action " + Quoted(words[1]) + " (get or set)", false;
   }
   if (words.size() != (access.isSetting ? 5 : 3)) {
-    return problem = access.isSetting ? "set takes KEY TYPE VALUE" : "get takes KEY", false;
+    return problem =
+               access.isSetting ? "set needs KEY TYPE VALUE" : "get needs KEY and nothing else",
+           false;
   }
   access.key = words[2];
   access.isAttribute = line.Has("--attribute");

@@ -47,16 +47,16 @@ JsonValue SettingModel(const DeviceSetting& setting) {
 
 bool SetDeviceTimeout(const CommandLine& line) {
   int ticks = kDefaultTicks;
-  if (line.Has("--timeout") && !ParseSeconds(line.options.at("--timeout"), ticks)) {
-    return Say("no seconds: " + line.options.at("--timeout")), false;
-  }
+  std::string problem;
+  if (!ParseSecondsOption(line, "--timeout", ticks, problem)) return Say(problem), false;
   DMSetSendEventTimeout(static_cast<UInt32>(ticks));
   return true;
 }
 
 int TellDeviceFailure(const std::string& verb, OSStatus err) {
-  Say(verb +
-      (err == procNotFound ? ": the device monitor is not running" : ": error " + ErrorText(err)));
+  Say(verb + ": " +
+      (err == procNotFound ? "the device monitor is not running " + ErrorNumber(err)
+                           : RequestErrorSentence(err)));
   return ExitForAnswer(err);
 }
 

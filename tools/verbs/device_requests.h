@@ -28,3 +28,6 @@ int TellDeviceFailure(const std::string& verb, OSStatus err);
 
 // A decimal number, or a hexadecimal one behind 0x, of 32 bits, and nothing else.
 bool ParseWhole(const std::string& text, SInt32& number);
+// The rest of a message that begins with a text that ParseWhole refuses.
+inline constexpr char kNotAWhole[] =
+    " is not a 32-bit number, decimal or 0x and hexadecimal digits";

@@ -63,7 +63,8 @@ static int RunDevices(const CommandLine& line) {
 static int RunDeviceStatus(const CommandLine& line) {
   SInt32 mask = 0;
   if (line.Has("--mask") && !ParseWhole(line.options.at("--mask"), mask)) {
-    return Say("device-status: no mask: " + line.options.at("--mask")), kExitUsage;
+    return Say("device-status: --mask: " + Quoted(line.options.at("--mask")) + kNotAWhole),
+           kExitUsage;
   }
   if (!SetDeviceTimeout(line)) return kExitUsage;
   AEDescList list = {typeNull, nullptr};

@@ -57,8 +57,8 @@ Way ByPath(const std::string& word, Search& search) {
   const auto* path = reinterpret_cast<const UInt8*>(word.c_str());
   const OSStatus err = FSPathMakeRef(path, &search.application, nullptr);
   if (err == 0) return {"path", true, "it is there"};
-  if (word.find('/') != std::string::npos) return {"path", false, "error " + ErrorText(err)};
-  return {"path", false, "nothing of that name in this folder"};
+  if (word.find('/') != std::string::npos) return {"path", false, ErrorSentence(err)};
+  return {"path", false, "nothing of that name in the working directory"};
 }
 
 // Where applications were looked for, as people read it.
@@ -72,7 +72,7 @@ Way ByRegistry(const char* name, OSType signature, const std::string& identifier
   CFStringRef string = nullptr;
   if (!identifier.empty()) {
     string = CFStringCreateWithCString(nullptr, identifier.c_str(), kCFStringEncodingUTF8);
-    if (string == nullptr) return {name, false, "no identifier: it is not UTF-8"};
+    if (string == nullptr) return {name, false, "an identifier is UTF-8"};
   }
   const OSStatus err =
       LSFindApplicationForInfo(signature, string, nullptr, &search.application, nullptr);
@@ -104,13 +104,14 @@ Search Find(const std::string& word) {
   Search search;
   const bool isQuoted = word.size() == 6 && word.front() == '\'' && word.back() == '\'';
   const bool isPath = word.find('/') != std::string::npos;
-  search.ways.push_back(isQuoted ? Way{"path", false, "a signature in quotes is no path"}
-                                 : ByPath(word, search));
+  search.ways.push_back(isQuoted
+                            ? Way{"path", false, "a signature in quotation marks is not a path"}
+                            : ByPath(word, search));
   if (!search.Found()) {
-    search.ways.push_back(isQuoted || isPath ? Way{"identifier", false,
-                                                   "an identifier has no slash"
-                                                   " and no quotes"}
-                                             : ByRegistry("identifier", 0, word, search));
+    search.ways.push_back(
+        isQuoted || isPath
+            ? Way{"identifier", false, "an identifier has no slash and no quotation marks"}
+            : ByRegistry("identifier", 0, word, search));
   }
   if (!search.Found()) {
     const OSType signature = SignatureOf(word);
@@ -269,11 +270,11 @@ std::string OutcomeText(const Result& result) {
   const std::string outcome = result.outcome;
   const std::string pid =
       result.info.pid != 0 ? ", process " + std::to_string(result.info.pid) : "";
-  if (outcome == "failed") return "error " + ErrorText(result.err);
-  if (outcome == "alreadyRunning") return "runs already" + pid;
-  if (outcome == "underWay") return "somebody else is opening it" + pid;
-  if (outcome == "ended") return "started, and has ended without the port" + pid;
-  if (outcome == "noPort") return "has not claimed the port in time" + pid;
+  if (outcome == "failed") return "cannot be opened: " + ErrorSentence(result.err);
+  if (outcome == "alreadyRunning") return "already running" + pid;
+  if (outcome == "underWay") return "another process is opening it" + pid;
+  if (outcome == "ended") return "started, but ended without claiming the port" + pid;
+  if (outcome == "noPort") return "started, but did not claim the port in time" + pid;
   return "started" + pid;
 }
 
@@ -295,8 +296,8 @@ void PrintWays(const Search& search) {
 
 void SayNotFound(const Search& search, const std::string& word) {
   const bool isPath = word.find('/') != std::string::npos;
-  Say("launch: no such application: " + EscapedBytes(word) +
-      (isPath ? ": " + search.ways[0].text : ""));
+  Say("launch: no application found for \"" + EscapedBytes(word) + "\"" +
+      (isPath ? ": " + search.ways[0].text : "; --explain shows where it was looked for"));
 }
 
 void PrintResult(const Result& result) {
@@ -316,14 +317,13 @@ static int RunLaunch(const CommandLine& line) {
   const std::string port = line.Has("--port") ? line.options.at("--port") : "";
   double waitSeconds = port.empty() ? 0 : kDefaultWait;
   int ticks = 0;
-  if (line.Has("--wait")) {
-    if (!ParseSeconds(line.options.at("--wait"), ticks)) {
-      return Say("launch: no seconds: " + line.options.at("--wait")), kExitUsage;
-    }
-    waitSeconds = ticks / kTicksPerSecond;
+  std::string problem;
+  if (!ParseSecondsOption(line, "--wait", ticks, problem)) {
+    return Say("launch: " + problem), kExitUsage;
   }
+  if (ticks > 0) waitSeconds = ticks / kTicksPerSecond;
   if (line.Has("--port") && (port.empty() || port.size() > 127)) {
-    return Say("launch: a port name has 1 to 127 bytes"), kExitUsage;
+    return Say("launch: " + NotAPortName(port)), kExitUsage;
   }
   const Result result = Launch(line.words[0], port, waitSeconds);
   const bool explain = line.Has("--explain");

@@ -8,8 +8,8 @@ namespace {
 // What people are told, behind the port's name; null for nothing.
 const char* TextFor(const std::string& outcome) {
   if (outcome == "notRunning") return " is not running";
-  if (outcome == "alreadyRunning") return " is running already";
-  if (outcome == "stillRunning") return " has not ended in time";
+  if (outcome == "alreadyRunning") return " is already running";
+  if (outcome == "stillRunning") return ": replied, but did not end in time";
   return nullptr;
 }
 
@@ -20,13 +20,21 @@ ExitStatus ExitForAnswer(OSStatus err) {
   return exit == kExitGeneral ? kExitRefused : exit;
 }
 
+std::string RequestErrorSentence(OSStatus err) {
+  // The text of a number that a server chose may mean something else there.
+  if (ExitForAnswer(err) != kExitRefused) return ErrorSentence(err);
+  return "the request was refused " + ErrorNumber(err);
+}
+
 int TellOutcome(const CommandLine& line, const std::string& port, const Outcome& outcome) {
   JsonValue model = JsonValue::Object();
   model.AddBytes("port", port);
   model.Add("outcome", outcome.name);
   model.Add("error", outcome.err != 0 ? ErrorModel(outcome.err) : JsonValue());
   if (outcome.err != 0) {
-    Say(port + ": error " + ErrorText(outcome.err));
+    Say(port + ": " +
+        (outcome.problem.empty() ? RequestErrorSentence(outcome.err)
+                                 : outcome.problem + " " + ErrorNumber(outcome.err)));
   } else if (const char* text = TextFor(outcome.name)) {
     Say(port + text);
   }

@@ -49,6 +49,10 @@ int NotFound(const std::string& problem) {
   return kExitNotFound;
 }
 
+std::string NotAPath(const std::string& text) {
+  return Quoted(text) + " is not a key path: nothing follows its last backslash";
+}
+
 void Print(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
 
 int RunPrint(const Request& request) {
@@ -123,9 +127,9 @@ int RunConvert(const Request& request) {
   const std::string out = request.line.Has("-o") ? request.Option("-o") : "-";
   CFPropertyListFormat format = 0;
   if (!FormatNamed(request.words[0], format)) {
-    return Usage("no format: " + request.words[0] + " (xml, binary or json)");
+    return Usage("unknown format " + Quoted(request.words[0]) + " (xml, binary or json)");
   }
-  if (out.empty()) return Usage("-o needs a file");
+  if (out.empty()) return Usage("-o needs the name of a file");
   if (out == "-" && request.WantsJson()) return Usage("convert --json needs -o OUT");
   PlistFile file;
   PlistProblem problem;
@@ -147,7 +151,7 @@ int RunConvert(const Request& request) {
 
 int RunExtract(const Request& request) {
   PlistPath path;
-  if (!ParsePlistPath(request.words[1], path)) return Usage("no key path: " + request.words[1]);
+  if (!ParsePlistPath(request.words[1], path)) return Usage(NotAPath(request.words[1]));
   PlistFile file;
   PlistProblem problem;
   if (!ReadPlistFile(request.words[0], true, file, problem)) return Tell(problem);
@@ -177,12 +181,12 @@ CFPropertyListFormat FormatToWrite(CFPropertyListFormat read) {
 int Change(const Request& request, PlistChange change, const char* outcome) {
   const std::string& name = request.words[0];
   PlistPath path;
-  if (!ParsePlistPath(request.words[1], path)) return Usage("no key path: " + request.words[1]);
-  if (path.empty()) return Usage("the whole list cannot be changed at once: a key path is needed");
+  if (!ParsePlistPath(request.words[1], path)) return Usage(NotAPath(request.words[1]));
+  if (path.empty()) return Usage("the key path is empty; the whole list cannot be changed at once");
   if (name == "-" && request.WantsJson()) return Usage("--json needs a file");
   const std::string type = request.Option("--type");
   if (!type.empty() && KindNamed(type) == PlistKind::kNone) {
-    return Usage("no type: " + type + " (string, integer, real, bool, date, data, array or dict)");
+    return Usage(UnknownPlistType(type));
   }
   PlistFile file;
   PlistProblem problem;
@@ -275,7 +279,7 @@ int UnknownAction(const std::string& name) {
   std::vector<std::string_view> names;
   for (const Action& action : kActions) names.push_back(action.name);
   const std::string near = NearestWord(name, names);
-  return Usage("unknown action \"" + name + "\"" +
+  return Usage("unknown action " + Quoted(name) +
                (near.empty() ? "" : "; did you mean " + near + "?"));
 }
 
@@ -290,7 +294,7 @@ static int RunPlist(const CommandLine& line) {
   }
   for (const auto& [option, value] : line.options) {
     const bool isTaken = option == "--json" || (action->option && option == action->option);
-    if (!isTaken) return Usage(std::string(action->name) + " takes no " + option);
+    if (!isTaken) return Usage(std::string(action->name) + " does not take " + option);
   }
   return action->run(request);
 }

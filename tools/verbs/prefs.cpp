@@ -63,7 +63,7 @@ int Commit(const Request& request) {
   const std::string problem =
       HostPreferencesProblem(request.application, request.user, request.host);
   return Tell(request, "failed", kExitRefused,
-              problem.empty() ? "the value cannot be in a file of preferences" : problem);
+              problem.empty() ? "the value cannot be stored in a preferences file" : problem);
 }
 
 // Whether the file may be read; says why it may not.
@@ -75,7 +75,8 @@ bool IsReadable(const Request& request) {
 }
 
 int NoSuchKey(const Request& request) {
-  return Fail(kExitNotFound, "\"" + request.domain + "\" has no key \"" + request.key + "\" here");
+  return Fail(kExitNotFound, Quoted(request.domain) + " has no key " + Quoted(request.key) +
+                                 " in these preferences");
 }
 
 void PrintValue(const Request& request, CFTypeRef value) {
@@ -221,9 +222,9 @@ bool AreUtf8(const std::vector<std::string>& words) {
 int Run(const Action& action, const CommandLine& line) {
   const std::vector<std::string>& words = line.words;
   if (words.size() > action.maxWords + 1) {
-    return Fail(kExitUsage, std::string("too many words for ") + action.name);
+    return Fail(kExitUsage, std::string("too many arguments for ") + action.name);
   }
-  if (!AreUtf8(words)) return Fail(kExitUsage, "words must be UTF-8");
+  if (!AreUtf8(words)) return Fail(kExitUsage, "arguments must be UTF-8");
   Request request;
   request.domain = words[1];
   request.hasKey = words.size() > 2;
@@ -236,7 +237,10 @@ int Run(const Action& action, const CommandLine& line) {
   if (line.Has("--current-host")) request.host = kCFPreferencesCurrentHost;
   request.line = &line;
   if (HostPreferencesSources(request.application, nullptr).empty()) {
-    return Fail(kExitUsage, "\"" + request.domain + "\" can be no application's identifier");
+    return Fail(
+        kExitUsage,
+        Quoted(request.domain) +
+            " cannot be an application identifier (1 to 200 bytes, without \"/\" and \"..\")");
   }
   return action.run(request);
 }
@@ -250,7 +254,7 @@ static int RunPrefs(const CommandLine& line) {
     names.push_back(action.name);
   }
   const std::string near = NearestWord(line.words[0], names);
-  return Fail(kExitUsage, "unknown action \"" + line.words[0] + "\"" +
+  return Fail(kExitUsage, "unknown action " + Quoted(line.words[0]) +
                               (near.empty() ? "" : "; did you mean " + near + "?"));
 }
 

@@ -7,6 +7,7 @@
 #include "aeport/event.h"
 #include "aeport/port_listener.h"
 #include "launch/launch_spec.h"
+#include "tools/values/port_text.h"
 #include "tools/verbs/outcome.h"
 #include "tools/verbs/verb.h"
 
@@ -66,11 +67,12 @@ Outcome Quit(const std::string& name, int timeoutTicks) {
 static int RunQuit(const CommandLine& line) {
   const std::string name = line.words.empty() ? gSessionMonitorLaunchSpec.portName : line.words[0];
   int timeoutTicks = kDefaultTicks;
-  if (line.Has("--timeout") && !ParseSeconds(line.options.at("--timeout"), timeoutTicks)) {
-    return Say("quit: no seconds: " + line.options.at("--timeout")), kExitUsage;
+  std::string problem;
+  if (!ParseSecondsOption(line, "--timeout", timeoutTicks, problem)) {
+    return Say("quit: " + problem), kExitUsage;
   }
   const Outcome outcome = Quit(name, timeoutTicks);
-  if (outcome.exit == kExitUsage) return Say("quit: a port name has 1 to 127 bytes"), kExitUsage;
+  if (outcome.exit == kExitUsage) return Say("quit: " + NotAPortName(name)), kExitUsage;
   return TellOutcome(line, name, outcome);
 }
 

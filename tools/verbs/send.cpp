@@ -7,6 +7,7 @@
 #include "tools/values/desc_model.h"
 #include "tools/values/error_names.h"
 #include "tools/values/parameter_text.h"
+#include "tools/values/port_text.h"
 #include "tools/verbs/verb.h"
 
 namespace {
@@ -25,24 +26,21 @@ struct Request {
 bool ParseRequest(const CommandLine& line, Request& request, std::string& problem) {
   request.port = line.words[0];
   if (!ParseCode(line.words[1], request.eventClass)) {
-    return problem = "no event class: " + line.words[1], false;
+    return problem = "event class " + Quoted(line.words[1]) + kNotACode, false;
   }
   if (!ParseCode(line.words[2], request.eventID)) {
-    return problem = "no event id: " + line.words[2], false;
+    return problem = "event id " + Quoted(line.words[2]) + kNotACode, false;
   }
   std::set<AEKeyword> keys;
   for (size_t i = 3; i < line.words.size(); ++i) {
     ParameterValue& value = request.parameters.emplace_back();
     if (!ParseParameter(line.words[i], value, problem)) return false;
     if (!keys.insert(value.key).second) {
-      return problem = "the key " + CodeText(value.key) + " is given twice", false;
+      return problem = "the key " + Quoted(CodeText(value.key)) + " is given twice", false;
     }
   }
   request.wantsReply = !line.Has("--no-reply");
-  if (!line.Has("--timeout")) return true;
-  const std::string& seconds = line.options.at("--timeout");
-  if (ParseSeconds(seconds, request.timeoutTicks)) return true;
-  return problem = "no seconds: " + seconds, false;
+  return ParseSecondsOption(line, "--timeout", request.timeoutTicks, problem);
 }
 
 OSStatus PutParameters(const Request& request, AEDesc& event) {
@@ -76,7 +74,7 @@ static int RunSend(const CommandLine& line) {
                           request.wantsReply ? kAEWaitReply : kAENoReply, &address,
                           kAutoGenerateReturnID, kAnyTransactionID);
   OSStatus err = address.initialize();
-  if (err == -1) return Say("send: a port name has 1 to 127 bytes"), kExitUsage;
+  if (err == -1) return Say("send: " + NotAPortName(request.port)), kExitUsage;
   if (err == 0) err = event.createEvent();
   if (err == 0) err = PutParameters(request, event.event);
   if (err == 0) err = event.sendEvent(0, request.timeoutTicks, kAENormalPriority);
@@ -91,8 +89,12 @@ static int RunSend(const CommandLine& line) {
     }
   }
   if (err == 0) return kExitOk;
-  Say(request.port + ": error " + ErrorText(err));
-  return event.getReplyHasError() ? kExitRefused : ExitForStatus(err);
+  if (event.getReplyHasError()) {
+    Say(request.port + ": the server replied with an error " + ErrorNumber(err));
+    return kExitRefused;
+  }
+  Say(request.port + ": " + ErrorSentence(err));
+  return ExitForStatus(err);
 }
 
 Verb SendVerb() {

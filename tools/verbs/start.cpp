@@ -1,5 +1,7 @@
 #include <CoreServices/CoreServices.h>
 
+#include <string>
+
 #include "clients/session_monitor.h"
 #include "launch/launch_spec.h"
 #include "tools/values/error_names.h"
@@ -10,8 +12,14 @@ static int RunStart(const CommandLine& line) {
   const char* const port = gSessionMonitorLaunchSpec.portName;
   if (SMCheckDaemonRunning() == 0) return TellOutcome(line, port, {"alreadyRunning"});
   const OSStatus err = SMVerifyDaemonRunning();
-  return TellOutcome(line, port,
-                     err == 0 ? Outcome{"started"} : Outcome{"failed", err, ExitForStatus(err)});
+  if (err == 0) return TellOutcome(line, port, {"started"});
+  Outcome failed = {"failed", err, ExitForStatus(err)};
+  if (err == procNotFound) {
+    failed.problem =
+        std::string("is not running and could not be started; vltctl launch --explain ") +
+        gSessionMonitorLaunchSpec.bundleID + " shows why";
+  }
+  return TellOutcome(line, port, failed);
 }
 
 Verb StartVerb() {

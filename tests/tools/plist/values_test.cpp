@@ -48,19 +48,22 @@ TEST(PlistJson, ReadsByTheLetter) {
        "[\"\\ud800\",\"a\\udfff\xF0\x9F\x98\x80\\ud83d\"]", ""},
       {"{\"k\\udbff\":1,\"k\\udc00\":2}", "{\"k\\udbff\":1,\"k\\udc00\":2}", ""},
       {"{\"a\":1,\"a\":2}", "{\"a\":2}", ""},
-      {"", nullptr, "line 1, column 1: a value is missing"},
-      {"[1,\n2,]", nullptr, "line 2, column 3: no JSON value"},
-      {"{\"a\":1,}", nullptr, "a key in quotation marks is missing"},
-      {"{\"a\" 1}", nullptr, "a colon is missing"},
-      {"{\"a\":1", nullptr, "a comma or } is missing"},
-      {"null", nullptr, "null: property lists have no such value"},
-      {"[1.]", nullptr, "digits are missing"},
-      {"[18446744073709551616]", nullptr, "no integer"},
-      {"1 2", nullptr, "more follows the value"},
-      {"\"a", nullptr, "the string does not end"},
-      {"\"\x01\"", nullptr, "a control character"},
+      {"", nullptr, "line 1, column 1: expected a value"},
+      {"[1,\n2,]", nullptr, "line 2, column 3: not a JSON value"},
+      {"{\"a\":1,}", nullptr, "expected a key in quotation marks"},
+      {"{\"a\" 1}", nullptr, "expected \":\""},
+      {"{\"a\":1", nullptr, "expected \",\" or \"}\""},
+      {"null", nullptr, "null is not a value of property lists"},
+      {"[0,-0,0.5,-0e1]", "[0,0,0.5,-0.0]", ""},
+      {"[01]", nullptr, "not a JSON value"},
+      {"[-01]", nullptr, "not a JSON value"},
+      {"[1.]", nullptr, "expected digits after the decimal point"},
+      {"[18446744073709551616]", nullptr, "\"18446744073709551616\" is not an integer"},
+      {"1 2", nullptr, "unexpected text after the value"},
+      {"\"a", nullptr, "unterminated string"},
+      {"\"\x01\"", nullptr, "unescaped control character"},
       {"\"\xFF\"", nullptr, "not UTF-8"},
-      {"\"\\u12\"", nullptr, "an escape"},
+      {"\"\\u12\"", nullptr, "unknown escape"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.json);
@@ -152,7 +155,7 @@ TEST(PlistPath, StepsAreReadAndWritten) {
     PlistPath path;
   } rows[] = {
       {"", true, {}},        {"a", true, {"a"}}, {"com\\.example.x", true, {"com.example", "x"}},
-      {".", true, {"", ""}}, {"a\\", false, {}},
+      {".", true, {"", ""}}, {"a\\", false, {}}, {"a\\\\b.\\.", true, {"a\\b", "."}},
   };
   for (const auto& row : rows) {
     PlistPath path;
@@ -175,11 +178,11 @@ TEST(PlistPath, ChangesOrSaysWhyNot) {
       {"l.0", PlistChange::kInsert, "{\"a\":{},\"l\":[9,1,2]}"},
       {"l.1", PlistChange::kRemove, "{\"a\":{},\"l\":[1]}"},
       {"a", PlistChange::kRemove, "{\"l\":[1,2]}"},
-      {"a", PlistChange::kInsert, "a is there already"},
-      {"l.2", PlistChange::kRemove, "l is an array of 2 and has no index 2"},
-      {"l.-1", PlistChange::kSet, "l is an array of 2 and has no index -1"},
-      {"l.0.x", PlistChange::kSet, "l.0 is an integer, with nothing inside"},
-      {"a.z", PlistChange::kRemove, "a has no key z"},
+      {"a", PlistChange::kInsert, "a exists already"},
+      {"l.2", PlistChange::kRemove, "l is an array of 2 and has no index \"2\""},
+      {"l.-1", PlistChange::kSet, "l is an array of 2 and has no index \"-1\""},
+      {"l.0.x", PlistChange::kSet, "l.0 is an integer and contains nothing"},
+      {"a.z", PlistChange::kRemove, "a has no key \"z\""},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.path);
