@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include <servers/bootstrap.h>
+
 #include "tests/aeport/serving.h"
 #include "tests/support/open_descriptor_check.h"
 
@@ -144,6 +146,24 @@ TEST_F(PortListener, ATornDownListenerTakesItsNameOver) {
   EXPECT_EQ(0, AskServed(name, kPing).status);
   EXPECT_EQ(1, first.count);
   EXPECT_EQ(0, second.count);
+}
+
+TEST_F(PortListener, AListenerWhoseNameLeadsElsewhereStartsAgainWithANewPort) {
+  Counter first(0), second(0);
+  OpenListener loser, holder;
+  ASSERT_EQ(0, first.Listen(loser, name));
+  const mach_port_t lost = loser.Port();
+  mach_port_t bootstrap = MACH_PORT_NULL;
+  ASSERT_EQ(0, VLTPortAEMachPortListener::GetBootstrapPort(bootstrap));
+  ASSERT_EQ(0, bootstrap_register(bootstrap, name.c_str(), MACH_PORT_NULL));
+  ASSERT_EQ(0, second.Listen(holder, name));
+
+  EXPECT_EQ(0, first.Listen(loser, name));
+  EXPECT_EQ(1, loser.invalidations);
+  EXPECT_EQ(1, holder.invalidations);
+  EXPECT_NE(0, mach_port_destroy(mach_task_self(), lost));  // it is gone already
+  EXPECT_EQ(0, AskServed(name, kPing).status);
+  EXPECT_EQ(1, first.count);
 }
 
 TEST_F(PortListener, TheHandlerSeesWhatWasSent) {

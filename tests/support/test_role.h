@@ -25,6 +25,7 @@ class TestRole {
 
   const char* PortName() const { return portName.c_str(); }  // chosen by the test, unique
   const std::string& Argument(size_t index) const { return arguments.at(index); }
+  const std::vector<std::string>& Arguments() const { return arguments; }
   int NumberArgument(size_t index) const { return std::stoi(arguments.at(index)); }
 
   void SignalReady() { Tell("ready"); }

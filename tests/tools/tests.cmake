@@ -2,7 +2,8 @@ vlt_add_test(NAME command_line_test LABEL unit SOURCES command_line_test.cpp LIB
 vlt_add_test(NAME desc_model_test LABEL unit SOURCES values/desc_model_test.cpp LIBS vlt_tools)
 vlt_add_test(NAME json_value_test LABEL unit SOURCES values/json_value_test.cpp LIBS vlt_tools)
 vlt_add_test(NAME parameter_text_test LABEL unit SOURCES values/parameter_text_test.cpp LIBS vlt_tools)
-vlt_add_test(NAME vltctl_test LABEL integration SOURCES vltctl_test.cpp LIBS vlt_tools)
+vlt_add_test(NAME vltctl_test LABEL integration SOURCES vltctl_test.cpp verbs/outcomes_test.cpp
+  LIBS vlt_tools)
 target_compile_definitions(vltctl_test PRIVATE VLTCTL_PROGRAM="$<TARGET_FILE:vltctl>")
 add_dependencies(vltctl_test vltctl)
 vlt_add_test(NAME plist_values_test LABEL unit SOURCES plist/values_test.cpp LIBS vlt_tools)

@@ -56,7 +56,18 @@ TEST(Strings, CopyingAndAppending) {
       {"cpstrcpy", "", C(long300), 1000, P(std::string(255, 'x'))},
       {"cstrcpy", "", C("abcdef"), 4, "abcd"},  // meant: cut without a terminator
       {"cstrcpy", "", C("abcdef"), 1, C("")},
+      {"cstrcpy", "", C("abcdef"), 2, "ab"},
+      {"cstrcpy", "", C("abcdef"), 7, C("abcdef")},
+      {"pcstrcpy", "", P(ten), 11, C(ten)},
+      {"pcstrcpy", "", P(ten), 10, C("012345678")},
+      {"cpstrcpy", "", C(ten), 11, P(ten)},
+      {"cpstrcpy", "", C(long300), 256, P(std::string(255, 'x'))},
+      {"cpstrcpy", "", C(long300), 255, P(std::string(254, 'x'))},
       {"pstrcat", P("ab"), P("cde"), 5, P("abcd")},
+      {"pstrcat", P("ab"), P("cde"), 6, P("abcde")},
+      {"cpstrcat", P("ab"), C("cde"), 6, P("abcde")},
+      {"pcstrcat", C("ab"), P("cde"), 6, C("abcde")},
+      {"cstrcat", C("ab"), C("cde"), 6, C("abcde")},
       {"pstrcat", P("abcdef"), P("g"), 4, "\3abcdef"},  // longer than it may be: cut
       {"pstrcat", P("ab"), P("cde"), 0, P("ab")},
       {"pstrcat", P(long250), P(ten), 400, "\4" + long250 + ten},  // meant: the length wraps
@@ -125,7 +136,9 @@ TEST(Strings, MakePCString) {
     int length, size;
     int pLength;  // -1: nothing stored
     size_t cLength;
-  } rows[] = {{3, 10, 3, 3}, {9, 10, 8, 8}, {255, 400, 254, 255}, {5, 1, -1, 0}, {-1, 10, -1, 0}};
+  } rows[] = {{3, 10, 3, 3}, {9, 10, 8, 8},         {255, 400, 254, 255},
+              {5, 1, -1, 0}, {-1, 10, -1, 0},       {8, 10, 8, 8},
+              {1, 2, 0, 0},  {5, INT32_MIN, -1, 0}, {INT32_MIN, 10, -1, 0}};
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message() << row.length << " " << row.size);
     Buffer buffer("#" + text);
@@ -144,7 +157,8 @@ TEST(Strings, BufToCStringDropsTheLastByte) {
   const struct {
     int length, size;
     std::string touched;
-  } rows[] = {{4, 10, C("abc")}, {4, 3, C("ab")}, {0, 10, C("")}, {-1, 10, ""}, {4, 0, ""}};
+  } rows[] = {{4, 10, C("abc")}, {4, 4, C("abc")}, {4, 3, C("ab")}, {1, 1, C("")},
+              {0, 10, C("")},    {-1, 10, ""},     {4, 0, ""}};
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message() << row.length << " " << row.size);
     Buffer out;
@@ -187,7 +201,9 @@ TEST(Strings, TruncToCStr) {
     std::string result;
   } rows[] = {
       {C("a.b.c"), '.', 6, C("a") + C("b.c")},
-      {C("a.b"), '.', 1, C("a.b")},                           // not within the size
+      {C("a.b"), '.', 1, C("a.b")},         // not within the size
+      {C("ab."), '.', 3, C("ab") + C("")},  // its last byte
+      {C("ab."), '.', 2, C("ab.")},
       {C("a") + C("b.c"), '.', 6, C("a") + C("b") + C("c")},  // meant: looks through zeros
   };
   for (const auto& row : rows) {

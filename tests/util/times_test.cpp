@@ -26,6 +26,8 @@ TEST(Times, Conversions) {
     UnsignedFixed fixed;
     UInt64 fromSeconds, fromRate;
   } rows[] = {
+      {0, 0, 0},
+      {1, 15258, 65'536'000'000'000},
       {0x001E0000, 29'998'448'640, 33'333'333},
       {0xFFFFFFFF, 65'532'610'987'110, 15258},
   };

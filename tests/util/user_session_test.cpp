@@ -70,6 +70,21 @@ TEST(UserSession, EffectiveUserByName) {
   EXPECT_TRUE(succeeded && !changed);
 }
 
+TEST(UserSession, TheNameIsTheRealUsersAndFitsWithItsTerminator) {
+  const passwd* real = getpwuid(getuid());
+  ASSERT_NE(nullptr, real);
+  const std::string name = real->pw_name;
+  const auto size = static_cast<UInt32>(name.size());
+  const StUseridSetter other(kOther);  // changes nothing unless this is user 0
+  std::string buffer(size + 2, '#');
+  EXPECT_EQ(paramErr, GetCurrentUserName(nullptr, size + 1));
+  EXPECT_EQ(paramErr, GetCurrentUserName(buffer.data(), 0));
+  EXPECT_EQ(paramErr, GetCurrentUserName(buffer.data(), size));
+  EXPECT_EQ(std::string(size + 2, '#'), buffer);
+  EXPECT_EQ(noErr, GetCurrentUserName(buffer.data(), size + 1));
+  EXPECT_EQ(name + '\0' + '#', buffer);
+}
+
 TEST(UserSession, ASetterGoesBackWhenItHasChangedAnything) {
   const uid_t own = geteuid();
   {

@@ -62,21 +62,48 @@ TEST(VltctlPlist, ConvertsForthAndBack) {
   ExpectRuns({"plist"}, runs);
 }
 
-TEST(VltctlPlist, LintTellsThePlace) {
+TEST(VltctlPlist, LintReportsThePositionOfEachFaultAndFailsIfAnyFileHasOne) {
   const ScratchFolder folder;
   const std::string good = folder.File("good", kList);
   const std::string bad =
       folder.File("bad", "<plist>\n<dict>\n  <string>x</string>\n</dict></plist>");
   const std::string cut = folder.File("cut", "bplist00\x01");
-  const ProgramResult result = Plist({"lint", good, bad, cut});
-  EXPECT_EQ(7, result.status);
-  EXPECT_NE(std::string::npos, result.output.find(good + ": ok (XML)\n")) << result.output;
-  EXPECT_NE(std::string::npos, result.output.find(bad + ":3:3: ")) << result.output;
-  EXPECT_NE(std::string::npos, result.output.find(cut + ": byte ")) << result.output;
-  const ProgramResult json = Plist({"lint", "--json", bad});
-  EXPECT_NE(std::string::npos, json.output.find("\"line\":3,\"column\":3,")) << json.output;
-  EXPECT_EQ(0, Plist({"lint", good}).status);
-  EXPECT_EQ(3, Plist({"lint", folder.Path("missing")}).status);
+  const std::string missing = folder.Path("missing"), json = folder.File("json", "{\"a\":1}");
+  const struct {
+    std::string file;
+    int status;
+    std::string line, model;  // how they go on after the file's name
+    bool hasProblem, hasHint;
+  } rows[] = {
+      {good, 0, ": ok (XML)\n",
+       "\"ok\":true,\"format\":\"XML\",\"line\":null,\"column\":null,\"offset\":null,", false,
+       false},
+      {bad, 7, ":3:3: ", "\"ok\":false,\"format\":\"XML\",\"line\":3,\"column\":3,\"offset\":17,",
+       true, false},
+      {cut, 7, ": byte 9: ",
+       "\"ok\":false,\"format\":\"binary\",\"line\":null,\"column\":null,\"offset\":9,", true,
+       true},
+      {missing, 3, ": No such file or directory\n",
+       "\"ok\":false,\"format\":null,\"line\":null,\"column\":null,\"offset\":null,", true, false},
+      {json, 7, ":1:5: ", "\"ok\":false,\"format\":\"text\",\"line\":1,\"column\":5,\"offset\":4,",
+       true, true},
+  };
+  for (const auto& row : rows) {
+    // The file is the first and the last of several: neither hides its fault.
+    for (const auto& words : {std::vector<std::string>{row.file, good}, {good, row.file}}) {
+      std::vector<std::string> all = {"lint"};
+      all.insert(all.end(), words.begin(), words.end());
+      const ProgramResult result = Plist(all);
+      EXPECT_EQ(row.status, result.status) << row.file;
+      EXPECT_NE(std::string::npos, result.output.find(row.file + row.line)) << result.output;
+      EXPECT_NE(std::string::npos, result.output.find(good + ": ok (XML)\n")) << result.output;
+    }
+    const std::string line = Plist({"lint", "--json", row.file}).output;
+    EXPECT_EQ(0u, line.find("{\"file\":\"" + row.file + "\"," + row.model + "\"problem\":"))
+        << line;
+    EXPECT_EQ(row.hasProblem, line.find("\"problem\":null") == std::string::npos) << line;
+    EXPECT_EQ(row.hasHint, !line.ends_with(",\"hint\":null}\n")) << line;
+  }
 }
 
 TEST(VltctlPlist, FaultsAreThoseOfTheFormThatIsMeant) {
@@ -88,8 +115,8 @@ TEST(VltctlPlist, FaultsAreThoseOfTheFormThatIsMeant) {
   } rows[] = {
       {"print", "{ a = b; ", "line 1, column 10: the file ends too early"},
       {"print", "{ \"a\" = (b }", "line 1, column 12: , or ) is due"},
-      {"print", "{\"a\":1", "JSON line 1, column 7: a comma or } is missing"},
-      {"print", "[1,", "JSON line 1, column 4: a value is missing"},
+      {"print", "{\"a\":1", "JSON line 1, column 7: expected \",\" or \"}\""},
+      {"print", "[1,", "JSON line 1, column 4: expected a value"},
       {"lint", "{\"a\":1}", ":1:5: = or ; is due here (this is JSON"},
       {"lint", "{\"a\":1", ":1:5: = or ; is due here\n"},
   };
@@ -194,7 +221,7 @@ TEST(VltctlPlist, UsageErrors) {
   const std::vector<VerbRun> runs = {
       {{"lnit", "x"}, 2, "", "did you mean lint?"},
       {{"print", "a", "b"}, 2, "", "usage: vltctl plist print FILE"},
-      {{"convert", "yaml", "x"}, 2, "", "no format: yaml"},
+      {{"convert", "yaml", "x"}, 2, "", "unknown format \"yaml\""},
       {{"convert", "xml", "x", "--json"}, 2, "", "needs -o OUT"},
       {{"set", "-", "a", "1", "--json"}, 2, "", "--json needs a file"},
   };

@@ -35,7 +35,7 @@ class PrefsVerb : public testing::Test {
 TEST_F(PrefsVerb, ValuesKeepTheirTypes) {
   const std::vector<VerbRun> runs = {
       {{"write", "a.b", "n", "5"}, 0, "", ""},
-      {{"write", "a.b", "n", "x"}, 2, "", "no integer"},  // it was one, and stays one
+      {{"write", "a.b", "n", "x"}, 2, "", "\"x\" is not an integer"},  // it was one, and stays one
       {{"write", "a.b", "s", "hello"}, 0, "", ""},
       {{"write", "a.b", "s", "12"}, 0, "", ""},
       {{"write", "a.b", "n", "1", "--type", "real"}, 0, "", ""},
@@ -56,6 +56,7 @@ TEST_F(PrefsVerb, ValuesKeepTheirTypes) {
       {{"read", "a.b", "--json"}, 0, "{}\n", ""},
       {{"wirte", "a.b"}, 2, "", "did you mean write?"},
       {{"write", "a.b", "n"}, 2, "", "write needs DOMAIN KEY VALUE"},
+      {{"read", "a.b", "n", "x"}, 2, "", "too many arguments for read"},
       {{"read", "../x"}, 2, "", "../x"},
   };
   ExpectRuns({"prefs"}, runs);

@@ -18,6 +18,8 @@ TEST(VltctlLaunch, TellsWhatWasFoundHowAndWhatBecameOfIt) {
   const std::string path =
       apps.AddBundle("It.app", {"com.test.it", "It  ", "APPL", "program", "2.1"},
                      apps.NoteStep("it") + "claim " + port + "\nloop\n");
+  apps.AddBundle("Loop.app", {"com.test.loop", "Loop", "APPL", "program", "1"},
+                 apps.NoteStep("loop") + "loop\n");
   apps.AddBundle("Ends.app", {"com.test.ends", "Ends", "APPL", "program", "1"}, "exit 1\n");
   MakeTestBundle(apps.Folder(), "data/veltrane/Applications/Empty.app",
                  {"com.test.empty", "Mpty", "APPL", "program", "1"});
@@ -28,12 +30,16 @@ TEST(VltctlLaunch, TellsWhatWasFoundHowAndWhatBecameOfIt) {
     const char* by;
     const char* outcome;
     const char* said;
+    bool hasPort = false;
   } rows[] = {
-      {{path}, 0, "path", "started", ""},
-      {{"com.test.it"}, 0, "identifier", "alreadyRunning", ""},
-      {{"It  ", "--port", port}, 0, "signature", "alreadyRunning", ""},
+      {{path}, 0, "path", "started", "", true},
+      {{"com.test.it"}, 0, "identifier", "alreadyRunning", "", true},
+      {{"It  ", "--port", port}, 0, "signature", "alreadyRunning", "", true},
       {{"'It  '", "--port", "test.nobody", "--wait", "0.1"}, 4, "signature", "noPort", "in time"},
-      {{"Ends", "--port", "test.nobody"}, 6, "signature", "ended", "has ended"},
+      {{"Ends", "--port", "test.nobody"}, 6, "signature", "ended", "ended without"},
+      // Its event loop's own port is not one to wait for, and without --wait none is missed.
+      {{"com.test.loop"}, 0, "identifier", "started", ""},
+      {{"com.test.loop", "--wait", "0.1"}, 4, "identifier", "noPort", "in time"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::PrintToString(row.words));
@@ -47,6 +53,8 @@ TEST(VltctlLaunch, TellsWhatWasFoundHowAndWhatBecameOfIt) {
     }
     EXPECT_EQ(row.status == 0, result.errors.empty()) << result.errors;
     EXPECT_NE(std::string::npos, result.errors.find(row.said)) << result.errors;
+    EXPECT_EQ(row.hasPort, result.output.find("\"port\":null") == std::string::npos)
+        << result.output;
   }
   // All members, of one that runs and of one that does not.
   const std::string running = "{\"application\":\"" + path +
@@ -78,7 +86,7 @@ TEST(VltctlLaunch, ExplainsEachWay) {
         "signature   found      version 2.1 in "}},
       {"/nothing/here",
        3,
-       {"path        not found  error -43 (fnfErr)",
+       {"path        not found  no such file or folder (-43, fnfErr)",
         "identifier  not found  an identifier has no slash",
         "signature   not found  it is not four characters"}},
   };

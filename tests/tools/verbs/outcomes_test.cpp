@@ -1,0 +1,234 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "aeport/port_listener.h"
+#include "launch/launch_spec.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/test_process.h"
+#include "tests/support/test_role.h"
+#include "tests/tools/verbs/verb_runner.h"
+
+// A table of verb by outcome: exit status, JSON, and what standard error says. What a file or an
+// application brings about is in the tests of plist, prefs and launch.
+
+namespace {
+
+// A port whose handler always does the same: "dies"; "leaves", gives the port up; "changes", gives
+// it up and claims the name with another one; "stays"; or returns a number.
+struct BehavingPort {
+  std::string name;
+  std::string behaviour;
+  std::unique_ptr<VLTPortAEMachPortListener> listener = {};
+
+  OSStatus Claim() {
+    listener = std::make_unique<VLTPortAEMachPortListener>();
+    return listener->ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), Handle, this);
+  }
+
+  static OSStatus Handle(UInt32, UInt32, const AEDesc*, AEDesc*, void* refcon) {
+    auto& port = *static_cast<BehavingPort*>(refcon);
+    if (port.behaviour == "dies") raise(SIGKILL);
+    if (port.behaviour == "leaves" || port.behaviour == "changes") port.listener.reset();
+    if (port.behaviour == "changes") return port.Claim();
+    return std::atoi(port.behaviour.c_str());
+  }
+};
+
+// Arguments: name, behaviour, name, behaviour ...
+TEST_ROLE(Behaving) {
+  std::vector<BehavingPort> ports;
+  for (size_t i = 0; i < role.Arguments().size(); i += 2) {
+    ports.push_back({role.Argument(i), role.Argument(i + 1)});
+  }
+  for (BehavingPort& port : ports) {
+    if (port.Claim() != 0) return kRoleFailed;
+  }
+  role.SignalReady();
+  CFRunLoopRun();
+  return kRoleDone;
+}
+
+std::string Error(const std::string& number, const char* name) {
+  const std::string text = name != nullptr ? std::string("\"") + name + "\"" : "null";
+  return "{\"number\":" + number + ",\"name\":" + text + "}";
+}
+
+std::string OutcomeLine(const std::string& port, const char* outcome, const std::string& error) {
+  return "{\"port\":\"" + port + "\",\"outcome\":\"" + outcome + "\",\"error\":" + error + "}\n";
+}
+
+constexpr struct {
+  const char* number;
+  const char* name;
+  int sendStatus;   // of a reply with this error number
+  int otherStatus;  // of a request that a verb makes of its own
+} kReplies[] = {
+    {"-50", "paramErr", 5, 5},
+    {"-31999", nullptr, 5, 5},
+    {"-1708", "errAEEventNotHandled", 5, 5},
+    {"-600", "procNotFound", 5, 3},
+    {"1100", "BOOTSTRAP_NOT_PRIVILEGED", 5, 5},
+    {"-1702", "errAECorruptData", 5, 7},
+    {"-1706", "errAENewerVersion", 5, 7},
+    {"-108", "memFullErr", 5, 7},
+};
+
+TEST(VerbOutcomes, AnErrorReplyGivesTheStatusOfItsNumber) {
+  OpenDescriptorCheck noLeaks;
+  const std::string start = UniquePortName();
+  std::vector<std::string> ports;
+  for (const auto& row : kReplies) ports.insert(ports.end(), {start + row.number, row.number});
+  TestProcess server("Behaving", ports);
+  ASSERT_TRUE(server.WaitReady(20s));
+  for (const auto& row : kReplies) {
+    SCOPED_TRACE(row.number);
+    const std::string port = start + row.number;
+    const std::string failed = OutcomeLine(port, "failed", Error(row.number, row.name));
+    ExpectRuns({"quit"}, {{{port, "--json"}, row.otherStatus, failed, row.number},
+                          {{port}, row.otherStatus, "", port + ": "}});
+    const std::string errn = std::string("errn:long=") + row.number + "\n";
+    ExpectRuns({"send"}, {{{port, "test", "test"}, row.sendStatus, errn, row.number}});
+  }
+}
+
+TEST(VerbOutcomes, QuitSucceedsHoweverThePortGoes) {
+  OpenDescriptorCheck noLeaks;
+  const std::string start = UniquePortName();
+  const std::string leaves = start + "a", changes = start + "b", stays = start + "c";
+  const std::string dies = start + "d";
+  TestProcess server("Behaving",
+                     {leaves, "leaves", changes, "changes", stays, "stays", dies, "dies"});
+  ASSERT_TRUE(server.WaitReady(20s));
+  const std::vector<VerbRun> runs = {
+      {{leaves, "--json"}, 0, OutcomeLine(leaves, "quit", "null"), ""},
+      // Somebody else has the name by the time of the first look.
+      {{changes, "--json", "--timeout", "5"}, 0, OutcomeLine(changes, "quit", "null"), ""},
+      {{stays, "--json", "--timeout", "0.1"}, 4, OutcomeLine(stays, "stillRunning", "null"), stays},
+      {{stays, "--timeout=0.1"}, 4, "", stays + ": replied"},
+      {{dies, "--json"}, 0, OutcomeLine(dies, "quit", "null"), ""},
+      {{dies}, 0, "", dies},
+      // An argument of this name, not a request for help.
+      {{"--json", "--", "--help"}, 0, OutcomeLine("--help", "notRunning", "null"), "--help"},
+      {{"--json"}, 0, OutcomeLine(gSessionMonitorLaunchSpec.portName, "notRunning", "null"), "not"},
+  };
+  ExpectRuns({"quit"}, runs);
+}
+
+TEST(VerbOutcomes, StatusAndStartTellWhetherTheSessionDaemonRuns) {
+  OpenDescriptorCheck noLeaks;
+  const std::string port = gSessionMonitorLaunchSpec.portName;
+  const std::string notFound = OutcomeLine(port, "failed", Error("-600", "procNotFound"));
+  const std::vector<VerbRun> absent = {
+      {{"status"}, 3, "", port},
+      {{"status", "--json"}, 3, OutcomeLine(port, "notRunning", "null"), port},
+      {{"start"}, 3, "", "-600"},
+      {{"start", "--json"}, 3, notFound, "-600"},
+  };
+  ExpectRuns({}, absent);
+  {
+    TestProcess daemon("Behaving", {port, "stays"});
+    ASSERT_TRUE(daemon.WaitReady(20s));
+    const std::vector<VerbRun> running = {
+        {{"status"}, 0, port + " is running\n", ""},
+        {{"status", "--json"}, 0, OutcomeLine(port, "running", "null"), ""},
+        {{"start"}, 0, "", port},
+        {{"start", "--json"}, 0, OutcomeLine(port, "alreadyRunning", "null"), port},
+    };
+    ExpectRuns({}, running);
+  }
+  // Launch preferences that cannot be read are a failure, whether the daemon runs or not.
+  const std::string list = "{\"launchRetries\":\"many\"}";
+  const std::vector<std::string> common = {"--any-user", "com.veltrane.common.1.1",
+                                           "sessionMonitor"};
+  ExpectRuns({"prefs", "write"}, {{{common[0], common[1], common[2], list}, 0, "", ""}});
+  const std::string failed = OutcomeLine(port, "failed", Error("-50", "paramErr"));
+  ExpectRuns({},
+             {{{"status", "--json"}, 1, failed, "-50"}, {{"start", "--json"}, 1, failed, "-50"}});
+  ExpectRuns({"prefs", "delete"}, {{common, 0, "", ""}});
+}
+
+TEST(VerbOutcomes, DeviceVerbsGiveTheStatusOfTheMonitorsReply) {
+  OpenDescriptorCheck noLeaks;
+  const std::string monitor = gDeviceMonitorLaunchSpec.portName;
+  const auto expect = [](int status, const std::string& error, const char* said) {
+    const std::string model =
+        "{\"device\":7,\"key\":\"k\",\"attribute\":true,\"error\":" + error + ",\"value\":null}\n";
+    const std::vector<VerbRun> runs = {
+        {{"devices"}, status, "", said},
+        {{"devices", "--json"}, status, "", said},
+        {{"device-status", "--mask", "0x10"}, status, "", said},
+        {{"device", "7", "get", "k"}, status, "", said},
+        {{"device", "7", "set", "k", "long", "1"}, status, "", said},
+        {{"device", "7", "get", "k", "--attribute", "--json"}, status, model, said},
+        {{"device", "7", "set", "k", "long", "1", "--json", "--attribute"}, status, model, said},
+    };
+    ExpectRuns({}, runs);
+  };
+  expect(3, Error("-600", "procNotFound"), "not running");
+  for (const auto& row : kReplies) {
+    if (row.otherStatus == 3) continue;
+    SCOPED_TRACE(row.number);
+    TestProcess server("Behaving", {monitor, row.number});
+    ASSERT_TRUE(server.WaitReady(20s));
+    expect(row.otherStatus, Error(row.number, row.name), row.number);
+  }
+  TestProcess server("Behaving", {monitor, "dies"});
+  ASSERT_TRUE(server.WaitReady(20s));
+  ExpectRuns({}, {{{"device", "7", "get", "k"}, 6, "", "-609"}});
+}
+
+TEST(VerbOutcomes, WrongArgumentsAreStatusTwoWithNothingOnStandardOutput) {
+  const std::string longName(128, 'n');
+  const std::vector<VerbRun> runs = {
+      {{"ports", "x"}, 2, "", "usage: vltctl ports"},
+      {{"ports", "--al"}, 2, "", "--all"},
+      {{"help", "qit"}, 2, "", "quit"},
+      {{"send", "x", "abc", "efgh"}, 2, "", "\"abc\""},
+      {{"send", longName, "abcd", "efgh"}, 2, "", "1 to 127 bytes"},
+      {{"send", "", "abcd", "efgh"}, 2, "", "1 to 127 bytes"},
+      {{"send", "x", "abcd", "efgh", "keyy:lng=1"}, 2, "", "\"lng\""},
+      {{"send", "x", "abcd", "efgh", "keyy:long=abc"}, 2, "", "\"abc\""},
+      {{"send", "x", "abcd", "efgh", "key:long=1"}, 2, "", "key:long=1"},
+      {{"quit", "x", "y"}, 2, "", "usage: vltctl quit"},
+      {{"quit", ""}, 2, "", "1 to 127 bytes"},
+      {{"quit", "x", "--timeout", "0"}, 2, "", "\"0\""},
+      {{"status", "x"}, 2, "", "usage: vltctl status"},
+      {{"start", "x"}, 2, "", "usage: vltctl start"},
+      {{"devices", "--timeout", "x"}, 2, "", "\"x\""},
+      {{"device-status", "--mask", "0x"}, 2, "", "\"0x\""},
+      {{"device-status", "--mask", "4294967296"}, 2, "", "\"4294967296\""},
+      {{"device-status", "--timeout", "-1"}, 2, "", "\"-1\""},
+      {{"device", "7x", "get", "k"}, 2, "", "\"7x\""},
+      {{"device", "7", "got", "k"}, 2, "", "\"got\""},
+      {{"device", "7", "get", "k", "long", "1"}, 2, "", "get"},
+      {{"device", "7", "set", "k"}, 2, "", "set"},
+      {{"device", "7", "set", "k", "long", "x"}, 2, "", "\"x\""},
+      {{"device", "7", "get", "k", "--timeout", "1s"}, 2, "", "\"1s\""},
+      {{"launch", "x", "--wait", "soon"}, 2, "", "\"soon\""},
+      {{"launch", "x", "--port", ""}, 2, "", "1 to 127 bytes"},
+      {{"launch", "x", "--port", longName}, 2, "", "1 to 127 bytes"},
+      {{"ps", "x"}, 2, "", "usage: vltctl ps"},
+      {{"session", "x"}, 2, "", "usage: vltctl session"},
+      {{"plist", "print"}, 2, "", "usage: vltctl plist"},
+      {{"plist", "print", "x", "-o", "y"}, 2, "", "-o"},
+      {{"plist", "set", "x", "a\\", "1"}, 2, "", "\"a\\\""},
+      {{"plist", "set", "x", "", "1"}, 2, "", "key path"},
+      {{"plist", "set", "x", "a", "1", "--type", "text"}, 2, "", "\"text\""},
+      {{"plist", "convert", "xml", "x", "-o", ""}, 2, "", "-o"},
+      {{"prefs", "read"}, 2, "", "usage: vltctl prefs"},
+      {{"prefs", "read", "a.b", "c", "d"}, 2, "", "read"},
+      {{"prefs", "delete", "a.b", "c", "d"}, 2, "", "delete"},
+      {{"prefs", "write", "a.b", "c", "d", "e"}, 2, "", "usage: vltctl prefs"},
+      {{"prefs", "write", "a.b", "c", "d", "--type", "text"}, 2, "", "text"},
+      {{"prefs", "read", "a/b"}, 2, "", "\"a/b\""},
+      {{"prefs", "read", "a.b", "\xff"}, 2, "", "UTF-8"},
+  };
+  ExpectRuns({}, runs);
+}
+
+}  // namespace
