@@ -105,8 +105,8 @@ SInt16 pcstricmp(const unsigned char* a, const char* b, bool caseSensitive,
 }
 
 unsigned char* MakePCString(unsigned char* buffer, int length, int size) {
+  if (length < 0 || size < 2) return buffer;
   length = std::min(length, size - 2);
-  if (length < 0) return buffer;
   buffer[1 + length] = 0;  // meant: before the cap below, so the C text may be the longer one
   buffer[0] = static_cast<unsigned char>(std::min(length, 254));
   return buffer;
