@@ -1,10 +1,11 @@
 #include "aeport/client_support.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <thread>
 
 #include <syslog.h>
-#include <unistd.h>
 
 #include "util/bootstrap_error.h"
 #include "util/first_error.h"
@@ -17,6 +18,11 @@ constexpr size_t kLogEntrySize = 2048;
 
 const char* NameOr(const char* name, const char* standard) {
   return name != nullptr && name[0] != 0 ? name : standard;
+}
+
+// All of it: a signal that is handled meanwhile does not shorten the pause.
+void SleepOneSecond() {
+  std::this_thread::sleep_until(std::chrono::steady_clock::now() + std::chrono::seconds(1));
 }
 
 const char* Shown(const char* text) { return text != nullptr ? text : "(null)"; }
@@ -70,7 +76,8 @@ OSStatus VLTAEClientSupport::SendEvent(VLTAppleEventWrapper& event, SInt32 sendM
   do {
     err = event.sendEvent(sendMode, timeoutTicks, kAENormalPriority);
     if (err == errAETimeout) {
-      sleep(1);  // meant, also after the last attempt
+      // Meant: also after the last attempt, because callers rely on the pause before they go on.
+      SleepOneSecond();
       --retries;
     }
   } while (retries > 0 && err == errAETimeout);

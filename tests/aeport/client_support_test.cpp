@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+#include <signal.h>
+
+#include <atomic>
+#include <chrono>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -215,6 +220,48 @@ TEST_F(ClientSupport, ConstructEventStopsAtTheFirstFailure) {
   client.verifyResult = procNotFound;
   EXPECT_EQ(procNotFound, client.Request(kPing, kAEWaitReply, true));
   EXPECT_EQ(1102, client.Request(kPing));  // only looks
+}
+
+// Signals at this thread all the time, with a handler and without SA_RESTART.
+class SignalStorm {
+ public:
+  SignalStorm() {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &action, &before);
+    thread = std::thread([this, target = pthread_self()] {
+      while (!done) {
+        pthread_kill(target, SIGUSR1);
+        std::this_thread::sleep_for(1ms);
+      }
+    });
+  }
+  ~SignalStorm() {
+    done = true;
+    thread.join();
+    sigaction(SIGUSR1, &before, nullptr);
+  }
+
+ private:
+  struct sigaction before = {};
+  std::atomic<bool> done = false;
+  std::thread thread;
+};
+
+TEST_F(ClientSupport, ATimeOutIsFollowedByAWholeSecondAlsoUnderSignals) {
+  VLTPortAEMachPortListener silent;  // nobody runs its loop
+  TestClient client;
+  client.portName = UniquePortName();
+  ASSERT_EQ(
+      0, silent.ListenOnPort(client.portName.c_str(), CFRunLoopGetCurrent(), CallHandler, nullptr));
+  VLTPortDestinationAddress address;
+  VLTPortAppleEvent event(FourCC('t', 'e', 's', 't'), kPing, kAEWaitReply, nullptr,
+                          kAutoGenerateReturnID, kAnyTransactionID);
+  ASSERT_EQ(0, client.ConstructEvent(address, event, false));
+  const SignalStorm storm;
+  const auto before = std::chrono::steady_clock::now();
+  EXPECT_EQ(errAETimeout, client.SendEvent(event, 0, 1, 1));
+  EXPECT_GE(std::chrono::steady_clock::now() - before, 1s);
 }
 
 TEST_F(ClientSupport, WhatTheServerSaysIsNoFailureOfItsOwn) {
