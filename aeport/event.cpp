@@ -64,14 +64,14 @@ OSStatus VLTAppleEventWrapper::sendEvent(SInt32 sendMode, SInt32 timeoutTicks, S
   SInt32 result = doSendEvent(sendMode, timeoutTicks, priority);
   if (result != 0 || replyMode == kAENoReply) return result;
 
-  // The server's word becomes our result. One that cannot be read leaves the 0 of the send.
+  // The server's error number becomes the result. One that is not a long of 4 bytes, also after
+  // coercion, counts as 0: part of it would be another number on hosts of the other byte order.
+  SInt32 number = 0;
+  Size size = 0;
   const OSErr err =
-      AEGetParamPtr(&reply, keyErrorNumber, typeSInt32, nullptr, &result, sizeof result, nullptr);
-  if (err == errAEDescNotFound) {
-    result = 0;
-  } else {
-    replyHasError = true;
-  }
+      AEGetParamPtr(&reply, keyErrorNumber, typeSInt32, nullptr, &number, sizeof number, &size);
+  replyHasError = err != errAEDescNotFound;
+  if (err == 0 && size == sizeof number) result = number;
   replyReceived = true;
   return result;
 }
