@@ -109,7 +109,10 @@ TEST_F(PortAppleEvent, TheRepliesErrorNumberIsTheResult) {
       {"the result replaces it", Long(-50), -43, -43, true},
       {"a positive one", {}, 1, 1, true},
       {"a short is coerced", Short(-50), 0, -50, true},
-      {"text that is no number", Text("abc"), 0, 0, true},
+      {"text that is not a number", Text("abc"), 0, 0, true},
+      {"a long without bytes", {typeSInt32, ""}, 0, 0, true},
+      {"two bytes of a long", {typeSInt32, Short(-50).bytes}, 0, 0, true},
+      {"two longs", {typeSInt32, Long(-50).bytes + Long(-43).bytes}, 0, 0, true},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
@@ -155,6 +158,39 @@ TEST_F(PortAppleEvent, TheConstructorsReplyModeWins) {
       EXPECT_EQ(row.hasError, event.getReplyHasError());
     });
   }
+}
+
+// Both ends see the interaction level of the send, and an earlier one when a send brings none.
+TEST_F(PortAppleEvent, SendingSetsTheInteractionLevel) {
+  const auto levelOf = [](const AEDesc& event) {
+    SInt32 level = -1;
+    const OSErr err = AEGetAttributePtr(&event, keyInteractLevelAttr, typeSInt32, nullptr, &level,
+                                        sizeof level, nullptr);
+    return err == errAEDescNotFound ? 0 : level;
+  };
+  SInt32 arrived = -1;
+  const Server server([&](const ServedEvent& served) {
+    arrived = levelOf(*served.event);
+    return 0;
+  });
+  ServeWhile([&] {
+    VLTPortDestinationAddress address(server.name.c_str());
+    ASSERT_EQ(0, address.initialize());
+    TestEvent event(&address);
+    ASSERT_EQ(0, event.createEvent());
+    const struct {
+      SInt32 sendMode, level;
+    } rows[] = {{0, 0},
+                {kAECanInteract | kAECanSwitchLayer, kAECanInteract},
+                {kAEAlwaysInteract, kAEAlwaysInteract},
+                {0, kAEAlwaysInteract},
+                {kAENeverInteract, kAENeverInteract}};
+    for (const auto& row : rows) {
+      EXPECT_EQ(0, event.sendEvent(row.sendMode, 20 * 60, kAENormalPriority));
+      EXPECT_EQ(row.level, levelOf(event.event));
+      EXPECT_EQ(row.level, arrived);
+    }
+  });
 }
 
 TEST_F(PortAppleEvent, MayBeSentAgain) {

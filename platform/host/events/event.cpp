@@ -293,6 +293,13 @@ OSStatus HostSetArrival(AppleEvent* desc, const HostArrival& arrival) {
   return 0;
 }
 
+void HostSetInteraction(const AppleEvent* desc, SInt32 level) {
+  HostAEEvent* event = nullptr;
+  if (level == 0 || HostFindEvent(desc, &event) != 0) return;
+  event->fields.interaction = level;
+  event->fields.present |= BitOfKey(keyInteractLevelAttr);
+}
+
 OSStatus HostMakeAnswer(const AppleEvent* request, UInt32 replyPort, AppleEvent* answer) {
   HostAEEvent* asked = nullptr;
   OSStatus err = HostFindEvent(request, &asked);

@@ -31,6 +31,10 @@ struct HostArrival {
 };
 OSStatus HostSetArrival(AppleEvent* event, const HostArrival& arrival);
 
+// Stores the interaction level of the send mode that an event is sent with (its interaction bits). 0
+// leaves the attribute as it is. `event` is one that HostGetEventHead accepts.
+void HostSetInteraction(const AppleEvent* event, SInt32 level);
+
 // Makes the event to answer `request` with: the answer's class and id, the request's return and
 // transaction id, addressed to `replyPort` (0: to nobody). Results of AECreateAppleEvent.
 OSStatus HostMakeAnswer(const AppleEvent* request, UInt32 replyPort, AppleEvent* answer);

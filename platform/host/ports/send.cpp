@@ -194,6 +194,7 @@ OSStatus AESendMessage(const AppleEvent* event, AppleEvent* reply, AESendMode mo
   if (err != 0) return err;
   const UInt32 replyMode = static_cast<UInt32>(mode) & kReplyModeMask;
   if (replyMode == 0) return errAEUnknownSendMode;
+  HostSetInteraction(event, mode & kAEAlwaysInteract);
 
   // Without a place to put it a reply is still wanted and still waited for.
   AppleEvent unused = {typeNull, nullptr};
