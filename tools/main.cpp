@@ -1,7 +1,9 @@
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <new>
 
+#include "tools/output.h"
 #include "tools/tool.h"
 #include "tools/verbs/verb.h"
 
@@ -10,14 +12,16 @@
 int main(int argc, char** argv) {
   try {
     const int status = RunTool({argv + (argc > 0 ? 1 : 0), argv + argc});
-    // Data that could not be written (a full disk, a closed pipe) must not look like success.
-    if (std::fflush(stdout) != 0 && status == kExitOk) return kExitGeneral;
-    return status;
+    const int error = TakeOutputError();
+    if (error == 0) return status;
+    std::fprintf(stderr, "vltctl: standard output: %s\n", std::strerror(error));
+    return status != kExitOk ? status : int{kExitGeneral};
   } catch (const std::bad_alloc&) {
-    Say("there is no memory left");
+    // Nothing here may allocate.
+    std::fputs("vltctl: out of memory\n", stderr);
     return kExitGeneral;
   } catch (const std::exception& problem) {
-    Say(problem.what());
+    std::fprintf(stderr, "vltctl: %s\n", problem.what());
     return kExitGeneral;
   }
 }

@@ -3,8 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 
+#include "tools/output.h"
 #include "tools/values/port_text.h"
 
 void PrintTable(const std::vector<TableRow>& rows) {
@@ -14,10 +14,11 @@ void PrintTable(const std::vector<TableRow>& rows) {
     for (size_t i = 0; i + 1 < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
   }
   for (const TableRow& row : rows) {
+    std::string line;
     for (size_t i = 0; i + 1 < row.size(); ++i) {
-      std::printf("%-*s  ", static_cast<int>(widths[i]), row[i].c_str());
+      line += row[i] + std::string(widths[i] - row[i].size() + 2, ' ');
     }
-    std::printf("%s\n", row.back().c_str());
+    Print(line + row.back() + "\n");
   }
 }
 

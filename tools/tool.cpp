@@ -1,8 +1,10 @@
 #include "tools/tool.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "platform/host/session/introspect.h"
+#include "tools/output.h"
 #include "tools/verbs/verb.h"
 
 namespace {
@@ -15,27 +17,29 @@ constexpr char kExitHelp[] =
     "  3 no such port, file or key     8 session directory unusable\n"
     "  4 time-out\n";
 
-void PrintOverview(FILE* out) {
-  std::fprintf(out, "vltctl looks at named ports and talks to the services behind them.\n\n");
-  for (const Verb& verb : AllVerbs()) {
-    std::fprintf(out, "  vltctl %s%s%s\n      %s\n", verb.name, verb.synopsis[0] ? " " : "",
-                 verb.synopsis, verb.summary);
-  }
-  std::fprintf(out, "  vltctl --help | help [COMMAND]\n      More about one command.\n\n%s",
-               kExitHelp);
+std::string Synopsis(const Verb& verb) {
+  return std::string("vltctl ") + verb.name + (verb.synopsis[0] ? " " : "") + verb.synopsis + "\n";
 }
 
-void PrintVerb(FILE* out, const Verb& verb) {
-  std::fprintf(out, "vltctl %s%s%s\n%s\n", verb.name, verb.synopsis[0] ? " " : "", verb.synopsis,
-               verb.summary);
-  if (verb.details[0]) std::fprintf(out, "\n%s", verb.details);
-  if (!verb.options.empty()) std::fprintf(out, "\n");
-  for (const OptionSpec& option : verb.options) {
-    const std::string name =
-        option.name + (option.valueName ? std::string(" ") + option.valueName : "");
-    std::fprintf(out, "  %-20s %s\n", name.c_str(), option.help);
+std::string Overview() {
+  std::string text = "vltctl looks at named ports and talks to the services behind them.\n\n";
+  for (const Verb& verb : AllVerbs()) {
+    text += "  " + Synopsis(verb) + "      " + verb.summary + "\n";
   }
-  std::fprintf(out, "\n%s", kExitHelp);
+  return text + "  vltctl --help | help [COMMAND]\n      More about one command.\n\n" + kExitHelp;
+}
+
+std::string HelpOf(const Verb& verb) {
+  constexpr size_t kNameWidth = 20;
+  std::string text = Synopsis(verb) + verb.summary + "\n";
+  if (verb.details[0]) text += std::string("\n") + verb.details;
+  if (!verb.options.empty()) text += "\n";
+  for (const OptionSpec& option : verb.options) {
+    std::string name = option.name + (option.valueName ? std::string(" ") + option.valueName : "");
+    name.resize(std::max(name.size(), kNameWidth), ' ');
+    text += "  " + name + " " + option.help + "\n";
+  }
+  return text + "\n" + kExitHelp;
 }
 
 const Verb* FindVerb(const std::string& name) {
@@ -55,19 +59,19 @@ int UnknownVerb(const std::string& name) {
 
 int Help(const std::vector<std::string>& words) {
   if (words.size() < 2) {
-    PrintOverview(stdout);
+    Print(Overview());
     return kExitOk;
   }
   const Verb* verb = FindVerb(words[1]);
   if (verb == nullptr) return UnknownVerb(words[1]);
-  PrintVerb(stdout, *verb);
+  Print(HelpOf(*verb));
   return kExitOk;
 }
 
 int RunVerb(const Verb& verb, const std::vector<std::string>& words) {
   for (const std::string& word : words) {
     if (word == "--") break;
-    if (word == "--help") return PrintVerb(stdout, verb), kExitOk;
+    if (word == "--help") return Print(HelpOf(verb)), kExitOk;
   }
   CommandLine line;
   std::string problem;
@@ -90,7 +94,7 @@ int RunVerb(const Verb& verb, const std::vector<std::string>& words) {
 
 int RunTool(const std::vector<std::string>& words) {
   if (words.empty()) {
-    PrintOverview(stderr);
+    std::fputs(Overview().c_str(), stderr);
     return kExitUsage;
   }
   if (words[0] == "--help" || words[0] == "-h" || words[0] == "help") return Help(words);

@@ -8,6 +8,7 @@
 #include <new>
 
 #include "plist/file_replacement.h"
+#include "tools/output.h"
 #include "tools/plist/json.h"
 
 namespace {
@@ -54,9 +55,11 @@ bool LooksLikeJson(const std::string& bytes) {
   return start != bytes.npos && (bytes[start] == '{' || bytes[start] == '[');
 }
 
+// False with errno.
 bool WriteOut(const std::string& bytes) {
-  return std::fwrite(bytes.data(), 1, bytes.size(), stdout) == bytes.size() &&
-         std::fflush(stdout) == 0;
+  Print(bytes);
+  errno = TakeOutputError();
+  return errno == 0;
 }
 
 }  // namespace
@@ -96,6 +99,7 @@ bool ReadPlistFile(const std::string& name, bool orJson, PlistFile& file, PlistP
     // Both forms may begin like this: the one that went further is meant.
     if (orJson && reached >= problem.place.offset) return Fail(problem, kExitBadData, fault);
   }
+  if (problem.place.text == kHostPlistNoMemory) return FailWithError(problem, ENOMEM);
   std::string text = problem.place.Sentence();
   if (!problem.place.hint.empty()) text += " (" + problem.place.hint + ")";
   return Fail(problem, kExitBadData, text);
@@ -108,15 +112,20 @@ bool PlistBytes(CFTypeRef list, CFPropertyListFormat format, std::string& bytes,
     return true;
   }
   const OwnedRef<CFWriteStreamRef> stream(
-      CFWriteStreamCreateWithAllocatedBuffers(kCFAllocatorDefault, kCFAllocatorDefault));
+      Made(CFWriteStreamCreateWithAllocatedBuffers(kCFAllocatorDefault, kCFAllocatorDefault)));
   CFStringRef error = nullptr;
   CFWriteStreamOpen(stream);
   const CFIndex count = CFPropertyListWriteToStream(list, stream, format, &error);
   const OwnedRef<CFStringRef> why(error);
-  if (count == 0) return Fail(problem, kExitBadData, TextOf(why));
+  if (count == 0) {
+    // Either the format cannot hold the list, or the stream could not grow.
+    if (CFPropertyListIsValid(list, format)) return FailWithError(problem, ENOMEM);
+    return Fail(problem, kExitBadData, TextOf(why));
+  }
   const OwnedRef<CFTypeRef> written(
-      CFWriteStreamCopyProperty(stream, kCFStreamPropertyDataWritten));
+      Made(CFWriteStreamCopyProperty(stream, kCFStreamPropertyDataWritten)));
   const auto* data = static_cast<CFDataRef>(static_cast<CFTypeRef>(written));
+  if (CFDataGetLength(data) != count) return FailWithError(problem, ENOMEM);
   bytes.assign(reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
                static_cast<size_t>(CFDataGetLength(data)));
   return true;
@@ -125,21 +134,28 @@ bool PlistBytes(CFTypeRef list, CFPropertyListFormat format, std::string& bytes,
 bool WritePlistFile(const std::string& name, const std::string& bytes, PlistProblem& problem) {
   problem.file = name == "-" ? "standard output" : name;
   if (name == "-") return WriteOut(bytes) || FailWithError(problem, errno);
-  const OwnedRef<CFURLRef> url(CFURLCreateFromFileSystemRepresentation(
+  const OwnedRef<CFURLRef> url(Made(CFURLCreateFromFileSystemRepresentation(
       kCFAllocatorDefault, reinterpret_cast<const UInt8*>(name.data()),
-      static_cast<CFIndex>(name.size()), false));
+      static_cast<CFIndex>(name.size()), false)));
   if (CFURLHasDirectoryPath(url)) return FailWithError(problem, EISDIR);
   VLTFileReplacement replacement(url);
   if (replacement.Error() != 0) return FailWithError(problem, replacement.Error());
-  const OwnedRef<CFURLRef> target(replacement.CopyTarget());
-  const OwnedRef<CFWriteStreamRef> stream(CFWriteStreamCreateWithFile(kCFAllocatorDefault, target));
+  const OwnedRef<CFURLRef> target(Made(replacement.CopyTarget()));
+  const OwnedRef<CFWriteStreamRef> stream(
+      Made(CFWriteStreamCreateWithFile(kCFAllocatorDefault, target)));
   const auto count = static_cast<CFIndex>(bytes.size());
   bool isDone = CFWriteStreamOpen(stream) != 0;
   isDone = isDone &&
            CFWriteStreamWrite(stream, reinterpret_cast<const UInt8*>(bytes.data()), count) == count;
   CFWriteStreamClose(stream);
   isDone = isDone && CFWriteStreamGetStatus(stream) == kCFStreamStatusClosed;
-  if (isDone) return replacement.PutInPlace() || FailWithError(problem, errno);
+  if (isDone) {
+    if (replacement.PutInPlace()) return true;
+    // The name led to a folder a moment ago: what is missing now is not what was asked for.
+    const int error = errno;
+    return error == ENOENT ? Fail(problem, kExitGeneral, std::strerror(error))
+                           : FailWithError(problem, error);
+  }
   const SInt32 error = CFWriteStreamGetError(stream).error;
-  return FailWithError(problem, error != 0 ? error : ENOENT);
+  return FailWithError(problem, error != 0 ? error : EIO);
 }

@@ -89,10 +89,11 @@ class Reader {
     if (open.size() == kMaxDepth) return Fail("more than 512 levels");
     Frame frame;
     if (isDictionary) {
-      frame.dictionary = CFDictionaryCreateMutable(
-          kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+      frame.dictionary =
+          Made(CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
+                                         &kCFTypeDictionaryValueCallBacks));
     } else {
-      frame.array = CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks);
+      frame.array = Made(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
     }
     open.push_back(std::move(frame));
     SkipBlanks();
@@ -103,10 +104,11 @@ class Reader {
 
   void Put(CFTypeRef value) {
     Frame& frame = open.back();
-    if (static_cast<CFTypeRef>(frame.array) != nullptr)
-      CFArrayAppendValue(frame.array, value);
-    else
-      CFDictionarySetValue(frame.dictionary, frame.key, value);
+    if (static_cast<CFTypeRef>(frame.array) != nullptr) {
+      InsertInArray(frame.array, CFArrayGetCount(frame.array), value);
+    } else {
+      SetInDictionary(frame.dictionary, frame.key, value);
+    }
   }
 
   // The innermost container when it ends behind its last value; else null.
@@ -158,8 +160,8 @@ class Reader {
       if (Take('"')) break;
       if (!Escape(units)) return Fail("unknown escape in a string");
     }
-    return CFStringCreateWithCharacters(kCFAllocatorDefault, units.data(),
-                                        static_cast<CFIndex>(units.size()));
+    return Made(CFStringCreateWithCharacters(kCFAllocatorDefault, units.data(),
+                                             static_cast<CFIndex>(units.size())));
   }
 
   bool Escape(std::vector<UniChar>& units) {

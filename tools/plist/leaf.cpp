@@ -93,6 +93,7 @@ CFTypeRef CreateFromList(std::string_view text, std::string& problem) {
   HostPropertyListError error;
   CFTypeRef value = HostReadPropertyList(reinterpret_cast<const UInt8*>(text.data()), text.size(),
                                          kCFPropertyListMutableContainers, &format, &error);
+  if (value == nullptr && error.text == kHostPlistNoMemory) throw std::bad_alloc();
   if (value == nullptr) problem = "the value is not a property list: " + error.Sentence();
   return value;
 }
@@ -124,6 +125,17 @@ PlistKind KindNamed(std::string_view name) {
   return PlistKind::kNone;
 }
 
+void InsertInArray(CFMutableArrayRef array, CFIndex index, CFTypeRef value) {
+  const CFIndex count = CFArrayGetCount(array);
+  CFArrayInsertValueAtIndex(array, index, value);
+  if (CFArrayGetCount(array) != count + 1) throw std::bad_alloc();
+}
+
+void SetInDictionary(CFMutableDictionaryRef dictionary, CFStringRef key, CFTypeRef value) {
+  CFDictionarySetValue(dictionary, key, value);
+  if (CFDictionaryGetValue(dictionary, key) != value) throw std::bad_alloc();
+}
+
 std::string UnknownPlistType(std::string_view name) {
   return "unknown type " + Quoted(name) +
          " (string, integer, real, bool, date, data, array or dict)";
@@ -147,8 +159,10 @@ std::string TextOf(CFStringRef string) {
 
 CFStringRef CreateString(std::string_view utf8) {
   if (utf8.size() > INT32_MAX) return nullptr;
-  return CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(utf8.data()),
-                                 static_cast<CFIndex>(utf8.size()), kCFStringEncodingUTF8, false);
+  const CFStringRef string =
+      CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(utf8.data()),
+                              static_cast<CFIndex>(utf8.size()), kCFStringEncodingUTF8, false);
+  return string != nullptr || !IsUtf8(utf8) ? string : Made(string);
 }
 
 std::string LeafText(CFTypeRef leaf) {

@@ -2,6 +2,7 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -26,6 +27,14 @@ class OwnedRef {
   Ref ref;
 };
 
+// The object that a Create or Copy call with valid arguments gave. Null means that memory ran out:
+// throws std::bad_alloc, which the program reports with its own exit status.
+template <class Ref>
+Ref Made(Ref object) {
+  if (object == nullptr) throw std::bad_alloc();
+  return object;
+}
+
 enum class PlistKind {
   kNone,
   kString,
@@ -49,10 +58,15 @@ inline bool IsContainer(PlistKind kind) {
   return kind == PlistKind::kArray || kind == PlistKind::kDictionary;
 }
 
+// Insert before an index (the count: at the end), and set. Both throw std::bad_alloc when the
+// container could not grow, which the platform's own functions do not report.
+void InsertInArray(CFMutableArrayRef array, CFIndex index, CFTypeRef value);
+void SetInDictionary(CFMutableDictionaryRef dictionary, CFStringRef key, CFTypeRef value);
+
 // UTF-8. Half of a surrogate pair, which has no form there, takes the three bytes that it would
 // have: JsonText makes its escape of them, so that nothing is lost.
 std::string TextOf(CFStringRef string);
-// Null when the bytes are not UTF-8. The caller releases it.
+// Null when the bytes are not UTF-8 or more than 2^31 - 1. The caller releases it.
 CFStringRef CreateString(std::string_view utf8);
 
 // A leaf as people write it: a string's characters, digits, true or false, a date in UTC

@@ -63,8 +63,9 @@ bool ChangeArray(CFMutableArrayRef array, const std::string& step, PlistChange c
   if (index < 0 || index > count || (index == count && change == PlistChange::kRemove)) {
     return false;
   }
-  if (change == PlistChange::kSet) CFArraySetValueAtIndex(array, index, value);
-  if (change == PlistChange::kInsert) CFArrayInsertValueAtIndex(array, index, value);
+  const bool isNew = change == PlistChange::kInsert || index == count;
+  if (change == PlistChange::kSet && !isNew) CFArraySetValueAtIndex(array, index, value);
+  if (change != PlistChange::kRemove && isNew) InsertInArray(array, index, value);
   if (change == PlistChange::kRemove) CFArrayRemoveValueAtIndex(array, index);
   return true;
 }
@@ -82,7 +83,7 @@ bool ChangeDictionary(CFMutableDictionaryRef dictionary, const PlistPath& path, 
   } else if (change == PlistChange::kRemove) {
     CFDictionaryRemoveValue(dictionary, key);
   } else {
-    CFDictionarySetValue(dictionary, key, value);
+    SetInDictionary(dictionary, key, value);
   }
   return problem.empty();
 }

@@ -1,8 +1,7 @@
 #include <CoreServices/CoreServices.h>
 
-#include <cstdio>
-
 #include "clients/device_monitor.h"
+#include "tools/output.h"
 #include "tools/values/error_names.h"
 #include "tools/values/parameter_text.h"
 #include "tools/verbs/device_requests.h"
@@ -73,7 +72,7 @@ static int RunDevice(const CommandLine& line) {
     PrintJson(model);
   } else if (err == 0 && !access.isSetting) {
     for (const std::string& text : ParameterLines(JsonValue::Object{{access.key, value}})) {
-      std::printf("%s\n", text.c_str());
+      Print(text + "\n");
     }
   }
   return err == 0 ? int{kExitOk} : TellDeviceFailure("device", err);

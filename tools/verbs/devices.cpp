@@ -1,9 +1,9 @@
 #include <CoreServices/CoreServices.h>
 
-#include <cstdio>
 #include <vector>
 
 #include "clients/device_monitor.h"
+#include "tools/output.h"
 #include "tools/table.h"
 #include "tools/values/desc_model.h"
 #include "tools/values/parameter_text.h"
@@ -83,7 +83,7 @@ static int RunDeviceStatus(const CommandLine& line) {
     for (const std::string& each : ParameterLines(fields != nullptr ? *fields : alone)) {
       text += (text.empty() ? "" : "  ") + each;
     }
-    std::printf("%s\n", text.c_str());
+    Print(text + "\n");
   }
   return kExitOk;
 }

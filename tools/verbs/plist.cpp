@@ -1,7 +1,7 @@
-#include <cstdio>
 #include <string>
 #include <vector>
 
+#include "tools/output.h"
 #include "tools/plist/diff.h"
 #include "tools/plist/file.h"
 #include "tools/plist/json.h"
@@ -52,8 +52,6 @@ int NotFound(const std::string& problem) {
 std::string NotAPath(const std::string& text) {
   return Quoted(text) + " is not a key path: nothing follows its last backslash";
 }
-
-void Print(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
 
 int RunPrint(const Request& request) {
   PlistFile file;

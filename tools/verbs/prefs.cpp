@@ -1,10 +1,10 @@
 #include <CoreFoundation/CoreFoundation.h>
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
 #include "platform/host/preferences/introspect.h"
+#include "tools/output.h"
 #include "tools/plist/file.h"
 #include "tools/plist/json.h"
 #include "tools/plist/leaf.h"
@@ -82,7 +82,7 @@ int NoSuchKey(const Request& request) {
 void PrintValue(const Request& request, CFTypeRef value) {
   if (request.isJson) return PrintJson(JsonOfPlist(value));
   const std::string text = IsContainer(KindOf(value)) ? PlistText(value) : LeafText(value) + "\n";
-  std::fwrite(text.data(), 1, text.size(), stdout);
+  Print(text);
 }
 
 int Read(const Request& request) {
@@ -138,7 +138,7 @@ int Export(const Request& request) {
   PlistProblem problem;
   if (!PlistBytes(static_cast<CFDictionaryRef>(all), format, bytes, problem) ||
       !WritePlistFile(file, bytes, problem)) {
-    return Fail(problem.exit, problem.Sentence());
+    return Say(problem.Sentence()), problem.exit;
   }
   return kExitOk;
 }
@@ -147,9 +147,11 @@ int Import(const Request& request) {
   const std::string file = request.hasKey ? request.key : "-";
   PlistFile read;
   PlistProblem problem;
-  if (!ReadPlistFile(file, true, read, problem)) return Fail(problem.exit, problem.Sentence());
+  if (!ReadPlistFile(file, true, read, problem)) {
+    return Say(problem.Sentence()), problem.exit;
+  }
   if (KindOf(read.list) != PlistKind::kDictionary) {
-    return Fail(kExitBadData, problem.file + ": not a dictionary");
+    return Say(problem.file + ": not a dictionary"), kExitBadData;
   }
   const CFTypeRef list = read.list;
   CFPreferencesSetMultiple(static_cast<CFDictionaryRef>(list), nullptr, request.application,

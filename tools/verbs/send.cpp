@@ -1,9 +1,9 @@
-#include <cstdio>
 #include <set>
 
 #include <CoreServices/CoreServices.h>
 
 #include "aeport/event.h"
+#include "tools/output.h"
 #include "tools/values/desc_model.h"
 #include "tools/values/error_names.h"
 #include "tools/values/parameter_text.h"
@@ -85,7 +85,7 @@ static int RunSend(const CommandLine& line) {
     PrintJson(model);
   } else {
     for (const std::string& text : ParameterLines(*model.Find("parameters"))) {
-      std::printf("%s\n", text.c_str());
+      Print(text + "\n");
     }
   }
   if (err == 0) return kExitOk;

@@ -1,9 +1,10 @@
 #include <CoreServices/CoreServices.h>
 
-#include <cstdio>
+#include <string>
 
 #include "clients/session_monitor.h"
 #include "launch/launch_spec.h"
+#include "tools/output.h"
 #include "tools/values/error_names.h"
 #include "tools/verbs/outcome.h"
 #include "tools/verbs/verb.h"
@@ -13,7 +14,7 @@ static int RunStatus(const CommandLine& line) {
   const OSStatus err = SMCheckDaemonRunning();
   if (err == procNotFound) return TellOutcome(line, port, {"notRunning", 0, kExitNotFound});
   if (err != 0) return TellOutcome(line, port, {"failed", err, ExitForStatus(err)});
-  if (!line.Has("--json")) std::printf("%s is running\n", port);
+  if (!line.Has("--json")) Print(port + std::string(" is running\n"));
   return TellOutcome(line, port, {"running"});
 }
 

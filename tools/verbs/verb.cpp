@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "tools/output.h"
+
 const OptionSpec kJsonOption = {"--json", nullptr, "print JSON, one object a line"};
 const OptionSpec kTimeoutOption = {"--timeout", "SECONDS", "wait at most this long (10)"};
 const OptionSpec kDeviceTimeoutOption = {"--timeout", "SECONDS",
@@ -18,7 +20,4 @@ const std::vector<Verb>& AllVerbs() {
 
 void Say(const std::string& text) { std::fprintf(stderr, "vltctl: %s\n", text.c_str()); }
 
-void PrintJson(const JsonValue& value) {
-  const std::string line = JsonText(value) + "\n";
-  std::fwrite(line.data(), 1, line.size(), stdout);
-}
+void PrintJson(const JsonValue& value) { Print(JsonText(value) + "\n"); }

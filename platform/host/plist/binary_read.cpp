@@ -168,7 +168,7 @@ bool BinaryReader::ReadTrailer() {
   }
   // Zeroed by the host, where it lends fresh memory.
   known.reset(static_cast<const HostCFObject**>(std::calloc(objectCount, sizeof known[0])));
-  return known != nullptr || Fail(end + kHostPlistObjectCountAt, "there is no memory left");
+  return known != nullptr || Fail(end + kHostPlistObjectCountAt, kHostPlistNoMemory);
 }
 
 bool BinaryReader::FailLength(size_t where) {
@@ -325,7 +325,7 @@ BinaryReader::Added BinaryReader::AddObject(size_t index, bool asKey, size_t ref
   size_t size = 0;
   const HostCFObject* const object = MakeLeaf(head, &size);
   if (object == nullptr) {
-    if (error->text.empty()) Fail(at, "there is no memory left");
+    if (error->text.empty()) Fail(at, kHostPlistNoMemory);
     return kNothing;
   }
   known[index] = object;

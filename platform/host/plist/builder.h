@@ -8,6 +8,7 @@
 #include "platform/host/objects/cf_dictionary.h"
 #include "platform/host/objects/cf_object.h"
 #include "platform/host/objects/cf_string.h"
+#include "platform/host/plist/error.h"
 
 // HostPlistBuilder makes the objects of a property list in the order in which a reader meets them:
 // leaves and whole containers go into the innermost container that is open. It keeps the open
@@ -101,7 +102,7 @@ class HostPlistBuilder {
   bool RaiseLimit();
   bool GrowValues();
   [[gnu::cold]] bool Fail(const char* why);
-  [[gnu::cold]] bool FailForMemory() { return Fail("there is no memory left"); }
+  [[gnu::cold]] bool FailForMemory() { return Fail(kHostPlistNoMemory); }
   [[gnu::cold]] bool FailForSize();
 
   const bool isMutable;
@@ -109,7 +110,7 @@ class HostPlistBuilder {
   const size_t firstCapacity;  // of `values`
   const bool usesPool;         // in the smallest files a value that is kept keeps nothing else
   size_t memoryLeft;
-  const char* problem = "there is no memory left";
+  const char* problem = kHostPlistNoMemory;
   HostObjectPool pool;
   std::vector<Frame> frames;
   // Of all open containers: keys and values in turn, or values. There is room for all that a

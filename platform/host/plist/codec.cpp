@@ -57,7 +57,7 @@ CFPropertyListRef HostReadPlist(const UInt8* bytes, size_t count, CFOptionFlags 
         return HostReadPlistText(bytes, count, mutability, error);
     }
   } catch (const std::bad_alloc&) {  // of the readers' own lists
-    *error = {"there is no memory left", ""};
+    *error = {kHostPlistNoMemory, ""};
     return nullptr;
   }
 }

@@ -3,6 +3,9 @@
 #include <cstddef>
 #include <string>
 
+// The text of an error that says nothing about the list: memory ran out.
+inline constexpr char kHostPlistNoMemory[] = "there is no memory left";
+
 // Why bytes are no property list, or why a list cannot be written.
 struct HostPropertyListError {
   std::string text;   // what is wrong, as a part of a sentence: "no <key> before this value"

@@ -38,7 +38,7 @@ bool HostXMLMarkup::FailNotText(const UInt8* from, const UInt8* to) {
   if (nul != nullptr) {
     return Fail(static_cast<const UInt8*>(nul), "a NUL byte, which no XML text may have");
   }
-  if (bad == to) return Fail(from, "there is no memory left");
+  if (bad == to) return Fail(from, kHostPlistNoMemory);
   return FailNotUTF8(bad);
 }
 

@@ -126,9 +126,38 @@ TEST(VltctlPlist, FaultsAreThoseOfTheFormThatIsMeant) {
     const std::string told = result.output + result.errors;
     EXPECT_NE(std::string::npos, told.find(row.said)) << told;
   }
-  const std::string full = VLTCTL_PROGRAM " plist convert xml " + folder.File("a", kList);
-  EXPECT_EQ("vltctl: standard output: No space left on device\n",
-            RunProgram({"/bin/sh", "-c", full + " > /dev/full"}, 20s).errors);
+}
+
+TEST(VltctlPlist, OutputThatCannotBeWrittenIsStatusOneWithItsReason) {
+  const ScratchFolder folder;
+  const std::string shortFile = folder.File("short", kList);
+  // Larger than the buffer of standard output, several times.
+  const std::string longFile = folder.File("long", "{\"a\":\"" + std::string(100000, 'x') + "\"}");
+  const std::string longList = folder.Path("long.plist");
+  EXPECT_EQ(0, Plist({"convert", "xml", longFile, "-o", longList}).status);
+  EXPECT_EQ(0, RunVerb({"prefs", "import", "full.test"}, {longFile}).status);
+  for (const std::string& words :
+       {"plist print " + shortFile, "plist print " + longFile, "plist print --json " + longFile,
+        "plist extract " + longFile + " a", "plist convert xml " + shortFile,
+        "plist convert xml " + longFile, "plist lint " + shortFile,
+        "plist remove - list < " + shortFile, std::string("prefs read full.test"),
+        std::string("prefs read full.test a --json"), std::string("prefs export full.test"),
+        std::string("prefs where full.test"), std::string("session"), std::string("ps --json"),
+        std::string("help"), std::string("help send")}) {
+    SCOPED_TRACE(words);
+    const std::string command = VLTCTL_PROGRAM " " + words;
+    for (const auto& [target, reason] :
+         {std::pair{"/dev/full", "No space left on device"}, {"&-", "Bad file descriptor"}}) {
+      const ProgramResult result = RunProgram({"/bin/sh", "-c", command + " >" + target}, 20s);
+      EXPECT_EQ(1, result.status);
+      EXPECT_EQ(std::string("vltctl: standard output: ") + reason + "\n", result.errors);
+    }
+  }
+  // A result that is no success keeps its own status, and the reason is given all the same.
+  const ProgramResult diff =
+      RunProgram({"/bin/sh", "-c", VLTCTL_PROGRAM " plist lint " + longFile + " > /dev/full"}, 20s);
+  EXPECT_EQ(7, diff.status);
+  EXPECT_NE("", diff.errors);
 }
 
 TEST(VltctlPlist, WhatNeverEndsIsNoList) {
