@@ -118,6 +118,11 @@ bool RawPeer::WaitHungUp(std::chrono::milliseconds limit) {
   }
 }
 
+bool RawPeer::HasHungUp() const {
+  pollfd entry = {fd, 0, 0};
+  return poll(&entry, 1, 0) == 1;
+}
+
 std::string RawHeader(uint32_t bodySize) {
   HostFrameHeader header = RawRequest(1);
   header.sender = 99;

@@ -36,6 +36,8 @@ class RawPeer {
   std::optional<Frame> ReadFrame(std::chrono::milliseconds limit = 20s);
   // Waits until the other end hangs up; whatever comes before is dropped.
   bool WaitHungUp(std::chrono::milliseconds limit = 20s);
+  // Whether the other end has hung up already. Reads nothing.
+  bool HasHungUp() const;
 
  private:
   bool Read(size_t size, std::string* bytes, std::chrono::milliseconds limit);

@@ -27,6 +27,8 @@ namespace {
 constexpr size_t kConnectionsPerThread = 8;
 // How much a socket's receive time-out may differ from the time left before it is set anew.
 constexpr int64_t kTimeoutSlack = 40 * kHostMillisecond;
+// How often a thread that waits for room reads before it looks at the clock and at the room again.
+constexpr int kReceivesPerLook = 8;
 
 uint64_t RandomNumber() {
   uint64_t number = 0;
@@ -170,9 +172,10 @@ void Conversation::Close() {
   receiveTimeout = 0;
 }
 
-// Whatever lies there answers requests that nobody waits for any more. Result: 0 or errno.
+// Drops what has arrived: it answers requests that nobody waits for any more. Reads a few times at
+// most, so that the caller looks at the clock however much the server sends. Result: 0 or errno.
 int Conversation::DropReplies() {
-  for (;;) {
+  for (int i = 0; i < kReceivesPerLook; i++) {
     HostFrameHeader header;
     HostFrameSlice body;
     HostFrameReader::Next next;
@@ -184,6 +187,7 @@ int Conversation::DropReplies() {
     if (size < 0 && errno == EINTR) continue;
     if (size < 0) return errno == EAGAIN ? 0 : errno;
   }
+  return 0;
 }
 
 // Reads while it waits: the server may be unable to take more until we do.
@@ -241,7 +245,7 @@ bool Conversation::SetReceiveTimeout(int64_t left) {
 
 OSStatus Conversation::AwaitReply(uint64_t requestNumber, int64_t deadline, int64_t left,
                                   HostFrameSlice* body) {
-  for (;; left = TimeLeft(deadline)) {
+  for (bool hasReceived = false;; hasReceived = true) {
     HostFrameHeader header;
     HostFrameReader::Next next;
     while ((next = in.Take(&header, body)) == HostFrameReader::Next::kFrame) {
@@ -252,12 +256,14 @@ OSStatus Conversation::AwaitReply(uint64_t requestNumber, int64_t deadline, int6
       Close();
       return errAECorruptData;
     }
+    // After each receive, also one that brought something: a server may send other things for ever.
+    if (hasReceived && deadline != kHostNever) {
+      if (HostNow() >= deadline) return errAETimeout;
+      left = TimeLeft(deadline);
+    }
     const ssize_t size = SetReceiveTimeout(left) ? in.Receive(descriptor, 0) : -1;
     if (size > 0) continue;
-    if (size < 0 && (errno == EINTR || errno == EAGAIN)) {
-      if (deadline != kHostNever && HostNow() >= deadline) return errAETimeout;
-      continue;
-    }
+    if (size < 0 && (errno == EINTR || errno == EAGAIN)) continue;
     const int error = size == 0 ? EPIPE : errno;
     Close();
     if (error == EBADMSG) return errAECorruptData;

@@ -1,0 +1,487 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/fsuid.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <CoreServices/CoreServices.h>
+#include <servers/bootstrap.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "platform/host/base/clock.h"
+#include "platform/host/ports/introspect.h"
+#include "platform/host/session/context_directory.h"
+#include "platform/host/session/name_registry.h"
+#include "platform/host/session/port_address.h"
+#include "tests/integration/fault_server.h"
+#include "tests/integration/process_use.h"
+#include "tests/integration/raw_peer.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/test_process.h"
+#include "tests/support/test_role.h"
+
+// What servers and signals can do to a client. The test is the server, byte by byte; the client is
+// another process that sends with the library.
+
+namespace {
+
+constexpr size_t kLarge = size_t{4} << 20;  // more than a socket's buffers take
+constexpr SInt32 kShortTicks = 18;          // 0.3 s
+
+// A port whose connections the test serves itself.
+class RawPort {
+ public:
+  explicit RawPort(int backlog = 64) : name(UniquePortName()) {
+    static uint64_t sLast = static_cast<uint64_t>(getpid()) << 20;
+    portID = ++sLast;  // those of the host layer are random
+    sockaddr_un address = {};
+    socklen_t size = 0;
+    listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    EXPECT_TRUE(HostPortAddress(portID, &address, &size));
+    EXPECT_EQ(0, bind(listener, reinterpret_cast<sockaddr*>(&address), size));
+    EXPECT_EQ(0, listen(listener, backlog));
+    EXPECT_EQ(0, HostClaimName(name.c_str(), portID, &claim));
+  }
+  ~RawPort() { Die(); }
+
+  const char* Name() const { return name.c_str(); }
+  bool IsListening() const { return listener >= 0; }
+  bool HasCaller() const {
+    if (!IsListening()) return false;
+    pollfd entry = {listener, POLLIN, 0};
+    return poll(&entry, 1, 0) == 1;
+  }
+  RawPeer Accept() {
+    pollfd entry = {listener, POLLIN, 0};
+    EXPECT_EQ(1, poll(&entry, 1, 20000)) << "nobody connected";
+    return RawPeer(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+  }
+  // The name stays claimed, as that of an owner that has not noticed yet.
+  void StopListening() {
+    if (listener < 0) return;
+    char file[17];
+    HostPortFileName(portID, file);
+    unlinkat(HostGetContext()->ports, file, 0);
+    close(listener);
+    listener = -1;
+  }
+  void Die() {
+    StopListening();
+    if (claim >= 0) HostReleaseName(name.c_str(), std::exchange(claim, -1));
+  }
+
+ private:
+  const std::string name;
+  uint64_t portID;
+  int listener;
+  int claim = -1;
+};
+
+void Answer(RawPeer& peer, uint64_t requestNumber, SInt32 number) {
+  peer.Write(RawFrame(RawReply(requestNumber), kAEAnswer, number));
+}
+
+// Reads one request and answers it with its number.
+void Serve(RawPeer& peer, SInt32 number) {
+  const auto request = peer.ReadFrame();
+  ASSERT_TRUE(request.has_value());
+  Answer(peer, request->header.requestNumber, number);
+}
+
+TestRole* sSignalledRole = nullptr;
+
+// Does what the test says, a line each:
+//   ask NAME NUMBER SIZE TICKS   sends a request with so many bytes; tells status, number, ms
+//   rights                       tells how many port rights it has
+// After a SIGUSR1, which interrupts every system call that waits, it tells "!".
+TEST_ROLE(Client) {
+  sSignalledRole = &role;
+  struct sigaction action = {};
+  action.sa_handler = [](int) { sSignalledRole->Tell("!"); };  // too short to need memory
+  sigaction(SIGUSR1, &action, nullptr);
+  signal(SIGPIPE, SIG_DFL);  // test programs ignore it; who uses the library need not
+  role.SignalReady();
+  while (const auto line = role.Hear(60s)) {
+    std::istringstream words(*line);
+    std::string verb, name;
+    SInt32 number = 0, ticks = 0;
+    size_t size = 0;
+    words >> verb >> name >> number >> size >> ticks;
+    if (verb == "rights") {
+      role.Tell(std::to_string(HostCountPorts().portNames));
+    } else {
+      const FaultAnswer answer =
+          AskServer(name.c_str(), kEchoID, number, PatternBytes(size), ticks);
+      role.Tell(std::to_string(answer.status) + " " + std::to_string(answer.number) + " " +
+                std::to_string(answer.elapsed / kHostMillisecond));
+    }
+  }
+  return kRoleDone;
+}
+
+class ClientFaults : public testing::Test {
+ protected:
+  struct Result {
+    OSStatus status = 1;  // nothing was told
+    SInt32 number = 0;
+    int64_t elapsedMs = 0;
+  };
+
+  void SetUp() override { StartClient(); }
+  void StartClient() {
+    client = std::make_unique<TestProcess>("Client");
+    ASSERT_TRUE(client->WaitReady(20s));
+  }
+
+  void Ask(const RawPort& port, SInt32 number, size_t size = 0, SInt32 ticks = 20 * 60) {
+    std::ostringstream line;
+    line << "ask " << port.Name() << ' ' << number << ' ' << size << ' ' << ticks;
+    ASSERT_TRUE(client->Tell(line.str()));
+  }
+  static Result Parse(const std::string& line) {
+    Result result;
+    std::istringstream(line) >> result.status >> result.number >> result.elapsedMs;
+    return result;
+  }
+  Result Told() { return Parse(client->Hear(20s).value_or("")); }
+  size_t Rights() {
+    client->Tell("rights");
+    return std::stoul(client->Hear(20s).value_or("0"));
+  }
+  // Asks and serves one request whose connection exists already.
+  void Exchange(const RawPort& port, RawPeer& peer, SInt32 number) {
+    Ask(port, number);
+    Serve(peer, number);
+    const Result result = Told();
+    EXPECT_EQ(0, result.status);
+    EXPECT_EQ(number, result.number);
+  }
+  RawPeer Connect(RawPort& port, SInt32 number) {
+    Ask(port, number);
+    RawPeer peer = port.Accept();
+    Serve(peer, number);
+    EXPECT_EQ(0, Told().status);
+    return peer;
+  }
+  bool WaitAsleep() {
+    return WaitUntil([this] { return ProcessStateOf(client->Pid()) == 'S'; }, 20s);
+  }
+  // Interrupts a wait; empty when the handler has run, else what the client told instead.
+  std::string Interrupt() {
+    EXPECT_TRUE(WaitAsleep());
+    client->Signal(SIGUSR1);
+    std::string line = client->Hear(20s).value_or("nothing");
+    return line == "!" ? "" : line;
+  }
+
+  OpenDescriptorCheck noLeaks;
+  std::unique_ptr<TestProcess> client;
+};
+
+enum class Wait { kConnect, kSend, kReceive };
+constexpr Wait kWaits[] = {Wait::kConnect, Wait::kSend, Wait::kReceive};
+
+// A port at which a request with kLarge bytes waits in the way that is asked for.
+struct Obstacle {
+  explicit Obstacle(Wait way) : port(way == Wait::kConnect ? 0 : 64) {
+    if (way == Wait::kConnect) filler = std::make_unique<RawPeer>(port.Name());
+  }
+  size_t Size(Wait way) const { return way == Wait::kSend ? kLarge : 0; }
+
+  RawPort port;
+  std::unique_ptr<RawPeer> filler;  // takes the only place in the queue of connections
+};
+
+TEST_F(ClientFaults, SignalsInterruptNoRequest) {
+  for (const Wait way : kWaits) {
+    SCOPED_TRACE(static_cast<int>(way));
+    Obstacle at(way);
+    Ask(at.port, 7, at.Size(way));
+    if (way == Wait::kReceive) {
+      RawPeer peer = at.port.Accept();
+      const auto request = peer.ReadFrame();
+      for (int i = 0; i < 5; i++) ASSERT_EQ("", Interrupt());
+      Answer(peer, request->header.requestNumber, 7);
+      EXPECT_EQ(0, Told().status);
+      continue;
+    }
+    for (int i = 0; i < 5; i++) ASSERT_EQ("", Interrupt());
+    if (way == Wait::kConnect) at.port.Accept();
+    RawPeer peer = at.port.Accept();
+    Serve(peer, 7);
+    EXPECT_EQ(0, Told().status);
+    EXPECT_FALSE(at.port.HasCaller());  // one connection did
+  }
+}
+
+TEST_F(ClientFaults, SignalsNeitherShortenNorStretchATimeOut) {
+  for (const Wait way : kWaits) {
+    SCOPED_TRACE(static_cast<int>(way));
+    Obstacle at(way);
+    Ask(at.port, 7, at.Size(way), kShortTicks);
+    std::string line;
+    while (line.empty()) line = Interrupt();
+    const Result result = Parse(line);
+    EXPECT_EQ(errAETimeout, result.status);
+    EXPECT_GE(result.elapsedMs, 299);
+  }
+}
+
+// Bytes without end, whether the client waits for room or for its reply.
+TEST_F(ClientFaults, ATimeOutHoldsWhateverTheServerSends) {
+  const std::string small = RawFrame(RawReply(4711), kAEAnswer, 1);
+  const struct {
+    const char* what;
+    std::string bytes;
+  } rows[] = {
+      {"small foreign replies", small},
+      {"large foreign replies", RawFrame(RawReply(4711), kAEAnswer, 1, PatternBytes(kLarge))},
+      {"requests", RawFrame(RawRequest(4711), kAEAnswer, 1)},
+  };
+  for (const auto& row : rows) {
+    for (const bool reads : {true, false}) {
+      SCOPED_TRACE(std::string(row.what) + (reads ? ", reads" : ", does not read"));
+      RawPort port;
+      Ask(port, 1, reads ? 0 : kLarge, kShortTicks);
+      RawPeer peer = port.Accept();
+      if (reads) peer.ReadFrame();
+      std::atomic<bool> ends = false;
+      // In parts, so that the client is never without something to read, nor with a whole frame.
+      std::thread flood([&] {
+        const size_t part = std::min<size_t>(row.bytes.size(), size_t{1} << 16);
+        for (size_t at = 0; !ends; at = at + part < row.bytes.size() ? at + part : 0) {
+          if (!peer.Write(row.bytes.substr(at, part))) break;
+        }
+      });
+      const Result result = Told();
+      ends = true;
+      EXPECT_EQ(errAETimeout, result.status);
+      EXPECT_GE(result.elapsedMs, 299);
+      client.reset();  // the writer's other end is gone
+      flood.join();
+      StartClient();
+    }
+  }
+}
+
+// The time runs out in the middle of a frame, with and without an answer that comes too late.
+TEST_F(ClientFaults, AFrameThatWasBegunIsFinishedBeforeTheNext) {
+  const std::string data = PatternBytes(kLarge);
+  for (const bool isAnswered : {false, true}) {
+    SCOPED_TRACE(isAnswered);
+    RawPort port;
+    Ask(port, 1, kLarge, kShortTicks);
+    EXPECT_EQ(errAETimeout, Told().status);
+    RawPeer peer = port.Accept();
+    // Another waits for room behind the first, in vain: none of it is sent.
+    Ask(port, 2, kLarge, kShortTicks);
+    EXPECT_EQ(errAETimeout, Told().status);
+    Ask(port, 3);
+    const auto first = peer.ReadFrame();
+    ASSERT_TRUE(first.has_value());
+    EXPECT_TRUE(first->body.ends_with(data));
+    if (isAnswered) Answer(peer, first->header.requestNumber, 1);
+    Serve(peer, 3);
+    const Result result = Told();
+    EXPECT_EQ(0, result.status);
+    EXPECT_EQ(3, result.number);
+    EXPECT_FALSE(port.HasCaller());
+  }
+}
+
+// Each server has answered one request on its connection; the second one it meets in its own way.
+TEST_F(ClientFaults, ARequestIsSentAgainOnceUnlessItWasReceivedWhole) {
+  const auto hangUp = [](RawPeer& peer) { peer = RawPeer(-1); };
+  const struct {
+    const char* what;
+    OSStatus status;
+    std::function<void(RawPort&, RawPeer&)> meet;
+  } rows[] = {
+      {"gave up the idle connection", 0,
+       [&](RawPort& port, RawPeer& peer) {
+         hangUp(peer);
+         Ask(port, 2);
+         RawPeer again = port.Accept();
+         Serve(again, 2);
+       }},
+      {"ends in the middle of the frame", 0,
+       [&](RawPort& port, RawPeer& peer) {
+         Ask(port, 2, kLarge);
+         EXPECT_TRUE(WaitAsleep());
+         hangUp(peer);
+         RawPeer again = port.Accept();
+         Serve(again, 2);
+       }},
+      {"ends twice in the middle of the frame", connectionInvalid,
+       [&](RawPort& port, RawPeer& peer) {
+         Ask(port, 2, kLarge);
+         EXPECT_TRUE(WaitAsleep());
+         hangUp(peer);
+         RawPeer again = port.Accept();
+         EXPECT_TRUE(WaitAsleep());
+       }},
+      {"ends with the whole frame", connectionInvalid,
+       [&](RawPort& port, RawPeer& peer) {
+         Ask(port, 2);
+         EXPECT_TRUE(peer.ReadFrame().has_value());
+         hangUp(peer);
+       }},
+      {"sends what is no frame", errAECorruptData,
+       [&](RawPort& port, RawPeer& peer) {
+         Ask(port, 2);
+         EXPECT_TRUE(peer.ReadFrame().has_value());
+         peer.Write(std::string(64, 'x'));
+         EXPECT_TRUE(peer.WaitHungUp());
+       }},
+      {"is gone", connectionInvalid,
+       [&](RawPort& port, RawPeer& peer) {
+         port.StopListening();
+         hangUp(peer);
+         Ask(port, 2);
+       }},
+  };
+  const size_t rights = Rights();
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    RawPort port;
+    RawPeer peer = Connect(port, 1);
+    row.meet(port, peer);
+    const Result result = Told();
+    EXPECT_EQ(row.status, result.status);
+    if (row.status == 0) {
+      EXPECT_EQ(2, result.number);
+    }
+    EXPECT_FALSE(port.HasCaller());
+    if (port.IsListening()) {
+      Connect(port, 3);  // whatever happened, a new connection works
+      port.StopListening();
+      Ask(port, 4);
+      EXPECT_EQ(connectionInvalid, Told().status);
+    }
+    EXPECT_EQ(rights, Rights());  // a dead port takes its right with it
+  }
+}
+
+// The connections of a thread: at most eight; those that have hung up go first, then the one that
+// was not used for longest, but none in the middle of a frame.
+TEST_F(ClientFaults, TheLeastUsefulOfEightConnectionsIsClosed) {
+  constexpr int kMost = 8;
+  std::vector<std::unique_ptr<RawPort>> ports;
+  std::vector<RawPeer> peers;
+  const auto add = [&] {
+    ports.push_back(std::make_unique<RawPort>());
+    peers.push_back(Connect(*ports.back(), 1));
+  };
+  const auto expectOpen = [&](std::vector<size_t> closed) {
+    for (size_t i = 0; i < peers.size(); i++) {
+      const bool isClosed = std::find(closed.begin(), closed.end(), i) != closed.end();
+      EXPECT_EQ(isClosed, peers[i].HasHungUp()) << i;
+    }
+  };
+  for (int i = 0; i < kMost; i++) add();
+  expectOpen({});
+
+  Exchange(*ports[0], peers[0], 2);
+  Ask(*ports[1], 3, kLarge, kShortTicks);  // cut short, and then the least recently used
+  EXPECT_EQ(errAETimeout, Told().status);
+  for (size_t i : {0, 2, 3, 4, 5, 6, 7}) Exchange(*ports[i], peers[i], 4);
+  Exchange(*ports[2], peers[2], 5);
+  add();
+  expectOpen({0});
+
+  peers[5] = RawPeer(-1);  // hangs up
+  add();                   // in the place of that one
+  for (size_t i : {2, 3, 4, 6, 7, 8, 9}) Exchange(*ports[i], peers[i], 6);
+  Ask(*ports[1], 7);
+  ASSERT_TRUE(peers[1].ReadFrame().has_value());  // the frame that was begun
+  Serve(peers[1], 7);
+  EXPECT_EQ(7, Told().number);
+}
+
+// Another user's process cannot reach the socket as a rule. One that can is refused.
+TEST_ROLE(Stranger) {
+  // The connection is made as another user, the way to it is found as this one.
+  if (HostGetContext() == nullptr || seteuid(12345) != 0) return kRoleFailed;
+  setfsuid(0);
+  RawPeer peer(role.PortName());
+  peer.Write(RawFrame(RawRequest(1), kEchoID, 1));
+  role.Tell(peer.WaitHungUp() ? "refused" : "heard");
+  return kRoleDone;
+}
+
+TEST(OtherUsers, AreRefused) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  OpenDescriptorCheck noLeaks;
+  TestProcess server("FaultServer");
+  ASSERT_TRUE(server.WaitReady(20s));
+  TestProcess stranger("Stranger", server.PortName(), {});
+  EXPECT_EQ("refused", stranger.Hear(30s));
+  EXPECT_EQ(kRoleDone, stranger.Wait(20s));
+}
+
+// A server that counts its own port rights.
+
+constexpr AEEventID kRightsID = FourCC('r', 'g', 't', 's');
+
+class CountingListener : public FaultListener {
+ public:
+  using FaultListener::FaultListener;
+
+ private:
+  bool Serve(AEEventID eventID, SInt32 number, const AppleEvent& event,
+             AppleEvent* reply) override {
+    if (eventID != kRightsID) return FaultListener::Serve(eventID, number, event, reply);
+    const auto count = static_cast<SInt32>(HostCountPorts().portNames);
+    return AEPutParamPtr(reply, kNumberKey, typeSInt32, &count, sizeof count) == 0;
+  }
+};
+
+TEST_ROLE(CountingServer) {
+  CountingListener listener(&role);
+  if (listener.Listen() != 0) return kRoleFailed;
+  role.SignalReady();
+  CFRunLoopRun();
+  return kRoleFailed;
+}
+
+// Whatever becomes of the client whose request is never answered.
+TEST(ServersRights, LastNoLongerThanTheRequestsTheyAnswer) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess server("CountingServer");
+  ASSERT_TRUE(server.WaitReady(20s));
+  const auto rights = [&] {
+    SInt32 count = 0;
+    RunOnThread([&] { count = AskServer(server.PortName(), kRightsID).number; });
+    return count;
+  };
+  const SInt32 before = rights();
+  RunOnThread([&] {  // the time runs out, again and again
+    for (int i = 0; i < 5; i++) {
+      EXPECT_EQ(errAETimeout, AskServer(server.PortName(), kHoldID, 0, "", 6).status);
+      EXPECT_EQ("held", server.Hear(20s));
+    }
+    EXPECT_EQ(before, AskServer(server.PortName(), kRightsID).number);
+  });
+  EXPECT_TRUE(WaitUntil([&] { return rights() == before; }, 20s)) << "after the thread's end";
+  {
+    TestProcess waiter("Waiter", server.PortName(), {});
+    EXPECT_EQ("held", server.Hear(20s));
+    EXPECT_TRUE(waiter.KillAndWait(20s));
+  }
+  EXPECT_TRUE(WaitUntil([&] { return rights() == before; }, 20s)) << "after the client's death";
+}
+
+}  // namespace
