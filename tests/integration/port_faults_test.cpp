@@ -131,6 +131,32 @@ TEST(PortOwner, ARemovedNameFileLeadsNowhere) {
   EXPECT_NE(port, successor);
 }
 
+size_t EntriesIn(const char* folder) {
+  const std::filesystem::path path = HostGetContext()->path;
+  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(path / folder), {}));
+}
+
+// Ends by itself or is killed: the successor's claim removes what a killed owner left.
+TEST(PortOwner, LeavesNoSocketBehind) {
+  OpenDescriptorCheck noLeaks;
+  const std::string name = UniquePortName();
+  LookUpPort(name.c_str());
+  const size_t names = EntriesIn("names"), ports = EntriesIn("ports");
+  for (int i = 0; i < 3; i++) {
+    TestProcess owner("FaultServer", name.c_str(), {});
+    ASSERT_TRUE(owner.WaitReady(20s));
+    EXPECT_EQ(names + 1, EntriesIn("names"));
+    EXPECT_EQ(ports + 1, EntriesIn("ports"));
+    ASSERT_TRUE(owner.KillAndWait(20s));
+  }
+  {
+    VLTPortAEMachPortListener listener;
+    ASSERT_EQ(0, ListenUnder(listener, name.c_str()));
+  }
+  EXPECT_EQ(names, EntriesIn("names"));
+  EXPECT_EQ(ports, EntriesIn("ports"));
+}
+
 // A child that the owner forked and that lives on must keep neither name nor port.
 TEST_ROLE(ForkingServer) {
   VLTPortAEMachPortListener listener;

@@ -133,6 +133,80 @@ TEST_F(Codec, WhatIsTakenOutOutlivesTheFrame) {
   EXPECT_FALSE(frame->IsShared());  // a small one must not keep it
 }
 
+// The container stays as it was, and what was to be put is let go.
+TEST_F(Codec, APutThatFailsKeepsNothing) {
+  HostFrameRef frame;
+  StDesc source, large, value;
+  {
+    StEvent event;
+    ASSERT_EQ(0, PutRaw(&event, kKey, {typeChar, std::string(size_t{1} << 20, 'L')}));
+    ASSERT_EQ(0, Decode(Flatten(event), &source, &frame));
+  }
+  ASSERT_EQ(0, AEGetParamDesc(&source, kKey, typeWildCard, &large));
+  AEDisposeDesc(&source);
+  Make(Long(1), &value);
+  StList list, inner;
+  StEvent event;
+  ASSERT_EQ(0, AEPutDesc(&inner, 0, &large));
+  AEDisposeDesc(&large);
+  // The list's item is the only one that shares the frame.
+  EXPECT_EQ(errAEWrongDataType, AEPutParamDesc(&list, kKey, &inner));
+  EXPECT_EQ(errAEWrongDataType, AEPutParamDesc(&value, kKey, &inner));
+  EXPECT_EQ(errAEWrongDataType, AEPutDesc(&event, 0, &inner));
+  EXPECT_EQ(errAEIllegalIndex, AEPutDesc(&list, 2, &inner));
+  EXPECT_EQ(errAEIllegalIndex, AEPutDesc(&list, -1, &inner));
+  EXPECT_EQ(errAENotAppleEvent, AEPutAttributeDesc(&list, kKey, &inner));
+  EXPECT_EQ(errAEWrongDataType, AEPutAttributeDesc(&event, keyAddressAttr, &inner));
+  EXPECT_EQ(errAEWrongDataType, AEPutAttributeDesc(&event, keyEventSourceAttr, &inner));
+  EXPECT_EQ(errAECoercionFail, AEPutAttributeDesc(&event, keyTimeoutAttr, &inner));
+  StDesc target;
+  EXPECT_EQ(errAEWrongDataType, AECreateAppleEvent(1, 1, &inner, 1, 0, &target));
+  EXPECT_TRUE(frame->IsShared());
+  // What replaces a value, is deleted or disposed of lets go of it as well.
+  ASSERT_EQ(0, AEPutParamDesc(&event, kKey, &inner));
+  ASSERT_EQ(0, AEPutAttributeDesc(&event, kKey, &inner));
+  ASSERT_EQ(0, PutRaw(&event, kKey, Long(1)));
+  ASSERT_EQ(0, AEPutAttributePtr(&event, kKey, typeChar, "x", 1));
+  ASSERT_EQ(0, AEPutDesc(&list, 0, &inner));
+  ASSERT_EQ(0, AEDeleteItem(&list, 1));
+  ASSERT_EQ(0, AEPutParamDesc(&event, kKey, &inner));
+  ASSERT_EQ(0, AEDeleteParam(&event, kKey));
+  AEDisposeDesc(&inner);
+  EXPECT_FALSE(frame->IsShared());
+}
+
+TEST_F(Codec, AnEventMayFillItsFrameExactly) {
+  enum class Filled { kByOneValue, kBySmallValues, kByAList };
+  for (const Filled way : {Filled::kByOneValue, Filled::kBySmallValues, Filled::kByAList}) {
+    for (const size_t beyond : {size_t{0}, size_t{1}}) {
+      SCOPED_TRACE(testing::Message() << static_cast<int>(way) << " beyond by " << beyond);
+      StEvent event;
+      StList list;
+      HostGather frame;
+      // The fixed part: 32 + 24 bytes, then 12 for each item, and 4 for a list's count.
+      size_t left = kHostFrameLimit - 56 + beyond;
+      if (way == Filled::kByAList) {
+        left -= 16;
+        ASSERT_EQ(0, PutRaw(&event, 1, {typeChar, std::string(left - 12 - 24, 'x')}));
+        ASSERT_EQ(0, AEPutPtr(&list, 0, typeChar, "twelve bytes", 12));
+        ASSERT_EQ(0, AEPutParamDesc(&event, 2, &list));
+      } else {
+        const size_t last = way == Filled::kByOneValue ? 0 : 12 + 16;
+        ASSERT_EQ(0, PutRaw(&event, 1, {typeChar, std::string(left - last - 12, 'x')}));
+        if (last > 0) {
+          ASSERT_EQ(0, PutRaw(&event, 2, {typeChar, std::string(16, 's')}));
+        }
+      }
+      frame.Clear();
+      EXPECT_EQ(beyond == 0 ? 0 : memFullErr, HostFlattenEvent(&event, frame));
+      if (beyond != 0) continue;
+      EXPECT_EQ(kHostFrameLimit, frame.TotalSize());
+      StDesc decoded;
+      EXPECT_EQ(0, Decode(Flatten(event), &decoded));
+    }
+  }
+}
+
 TEST_F(Codec, AttributesMayBeContainers) {
   StDesc decoded;
   StList list;
@@ -212,6 +286,8 @@ TEST_F(Decoding, RefusesWhatIsNoEvent) {
       {"flags", "61657674 616e7372 0001 01 80 00000000 00000000 00000000"},
       {"parameter count", head + "00000000 00000001"},
       {"huge count", head + "00000000 ffffffff"},
+      {"counts whose sum has 33 bits", head + "00000001 ffffffff 6b657931 626f6f6c 00000000"},
+      {"list's huge count", one + "2d2d2d2d 6c697374 40000004 ffffffff"},
       {"count of attributes", head + "00000001 00000000 2d2d2d2d 626f6f6c 00000001 01 00"},
       {"fewer than there are", head + "00000000 00000000 2d2d2d2d 626f6f6c 00000001 01"},
       {"size too large", one + "2d2d2d2d 626f6f6c 00000002 01"},
@@ -238,6 +314,7 @@ TEST_F(Decoding, RefusesWhatIsNoEvent) {
       {"timeout of another type", head + "00000001 00000000 74696d6f 73686f72 00000002 0001"},
       {"timeout as a list", head + "00000001 00000000 74696d6f 6c697374 40000004 00000000"},
       {"an address", head + "00000001 00000000 61646472 706f7274 00000004 00000001"},
+      {"a reply port", head + "00000001 00000000 72657070 706f7274 00000004 00000001"},
       {"reply wanted", head + "00000001 00000000 72657071 626f6f6c 00000001 01"},
       {"event class", head + "00000001 00000000 6576636c 74797065 00000004 00000001"},
       {"inner event cut", one + "2d2d2d2d 61657674 c0000014 " + head + "00000000"},

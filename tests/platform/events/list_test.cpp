@@ -162,6 +162,47 @@ TEST_F(Param, ReadingWithALimit) {
   }
 }
 
+// Sizes around those that are kept or copied in another way, buffers around each size.
+TEST_F(Param, NothingIsWrittenBehindABuffer) {
+  for (const size_t size : {1, 2, 3, 4, 7, 8, 9, 15, 16, 17, 200}) {
+    std::string bytes;
+    for (size_t i = 0; i < size; i++) bytes += static_cast<char>('a' + i % 26);
+    StEvent event;
+    StDesc desc;
+    Make(Text(bytes), &desc);
+    ASSERT_EQ(0, AEPutParamDesc(&event, kKey, &desc));
+    ASSERT_EQ(0, AEPutAttributeDesc(&event, kKey, &desc));
+    for (const size_t room : {size - 1, size, size + 1}) {
+      SCOPED_TRACE(testing::Message() << size << " bytes into " << room);
+      const std::string expected =
+          bytes.substr(0, room) + std::string(256 - std::min(size, room), '#');
+      for (const bool isAttribute : {true, false}) {
+        std::string buffer(256, '#');
+        Size whole = 0;
+        EXPECT_EQ(0, (isAttribute ? AEGetAttributePtr : AEGetParamPtr)(
+                         &event, kKey, typeChar, nullptr, buffer.data(), static_cast<Size>(room),
+                         &whole));
+        EXPECT_EQ(expected, buffer);
+        EXPECT_EQ(size, static_cast<size_t>(whole));
+      }
+      std::string buffer(256, '#');
+      EXPECT_EQ(0, AEGetDescData(&desc, buffer.data(), static_cast<Size>(room)));
+      EXPECT_EQ(expected, buffer);
+    }
+  }
+  // An attribute with a field of its own.
+  StEvent event;
+  for (const Size room : {1, 2, 3}) {
+    std::string buffer(4, '#');
+    Size whole = 0;
+    EXPECT_EQ(0, AEGetAttributePtr(&event, keyReturnIDAttr, typeSInt16, nullptr, buffer.data(),
+                                   room, &whole));
+    EXPECT_EQ(2, whole);
+    EXPECT_EQ(room == 1, buffer[1] == '#');
+    EXPECT_EQ("##", buffer.substr(2));
+  }
+}
+
 TEST_F(Param, WrongKindsOfContainer) {
   StDesc null, value, list, record;
   Make(Long(1), &value);

@@ -3,9 +3,19 @@
 #include <mach/mach.h>
 #include <servers/bootstrap.h>
 
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
 #include <set>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/host/ports/introspect.h"
+#include "platform/host/ports/local_waiter.h"
+#include "platform/host/ports/port_table.h"
+#include "platform/host/session/context_directory.h"
 #include "platform/host/session/introspect.h"
 
 namespace {
@@ -49,6 +59,91 @@ TEST(MachPort, NamesAreNotReusedSoon) {
     ASSERT_EQ(KERN_SUCCESS, mach_port_destroy(mach_task_self(), port));
   }
   EXPECT_EQ(before, HostCountPorts().portNames);
+}
+
+// Also once its place in the table is another right's.
+TEST(MachPort, AFreedNameIsInvalidForEveryCall) {
+  const mach_port_t freed = NewReceiveRight();
+  EXPECT_EQ(KERN_SUCCESS, mach_port_destroy(mach_task_self(), freed));
+  std::vector<mach_port_t> others;
+  for (int i = 0; i < 1000; i++) {
+    const task_t task = mach_task_self();
+    ASSERT_EQ(KERN_INVALID_NAME,
+              mach_port_insert_right(task, freed, freed, MACH_MSG_TYPE_MAKE_SEND));
+    ASSERT_EQ(KERN_INVALID_NAME, mach_port_deallocate(task, freed));
+    ASSERT_EQ(KERN_INVALID_NAME, mach_port_destroy(task, freed));
+    ASSERT_EQ(KERN_INVALID_RIGHT, bootstrap_register(Bootstrap(), "freed", freed));
+    ASSERT_EQ(HostDestination::Kind::kNone, HostResolvePort(freed).kind);
+    others.push_back(NewReceiveRight());
+    if (i % 2 == 1) mach_port_destroy(task, others[static_cast<size_t>(i / 2)]);
+  }
+  for (const mach_port_t each : others) mach_port_destroy(mach_task_self(), each);
+}
+
+// A right that is given up in any way lets go of who waits for its reply.
+TEST(MachPort, AReplyRightKeepsNothingWhenItGoes) {
+  HostReplyTarget taken;
+  const std::function<void(mach_port_t)> ways[] = {
+      [](mach_port_t right) { mach_port_destroy(mach_task_self(), right); },
+      [](mach_port_t right) { mach_port_deallocate(mach_task_self(), right); },
+      [](mach_port_t right) { HostRemoveReplyRight(right); },
+      [&](mach_port_t right) {
+        EXPECT_TRUE(HostTakeReplyRight(right, &taken));
+        taken = {};
+      },
+  };
+  const size_t before = HostCountPorts().portNames;
+  for (const auto& giveUp : ways) {
+    auto waiter = std::make_shared<HostLocalWaiter>();
+    const std::weak_ptr<HostLocalWaiter> kept = waiter;
+    const mach_port_t right = HostInsertReplyRight({nullptr, 0, 0, std::move(waiter)});
+    EXPECT_FALSE(kept.expired());
+    giveUp(right);
+    EXPECT_TRUE(kept.expired());
+    EXPECT_FALSE(HostTakeReplyRight(right, &taken));
+    EXPECT_EQ(before, HostCountPorts().portNames);
+  }
+}
+
+// Ports that were looked up once and have died meanwhile do not fill the table.
+TEST(MachPort, SendRightsToDeadPortsGoWhenThereAreMany) {
+  const mach_port_t owner = NewReceiveRight();
+  ASSERT_EQ(0, bootstrap_register(Bootstrap(), "the.living", owner));
+  const std::string ports = HostGetContext()->path + "/ports/";
+  std::ofstream(ports + "0000000000000001");  // what tells that port 1 lives
+  const mach_port_t living = HostInsertSendRight(1);
+  const size_t before = HostCountPorts().portNames;
+  for (uint64_t port = 2; port < 10000; port++) HostInsertSendRight(port);
+  EXPECT_LE(HostCountPorts().portNames, before + 1100);
+  EXPECT_EQ(living, HostInsertSendRight(1));
+  std::filesystem::remove(ports + "0000000000000001");
+  for (uint64_t port = 1; port < 10000; port++) HostForgetDeadPort(port);
+  EXPECT_EQ(before - 1, HostCountPorts().portNames);
+  EXPECT_EQ(HostDestination::Kind::kNone, HostResolvePort(living).kind);
+  mach_port_destroy(mach_task_self(), owner);
+}
+
+// A right counts its references, and none of them is given up for another's.
+TEST(MachPort, SendRightsOfOnePortAreOne) {
+  mach_port_t found = MACH_PORT_NULL;
+  const mach_port_t owner = NewReceiveRight();
+  ASSERT_EQ(0, bootstrap_register(Bootstrap(), "counted", owner));
+  for (int i = 0; i < 2; i++) {
+    ASSERT_EQ(0, bootstrap_look_up(Bootstrap(), "counted", &found));
+    EXPECT_EQ(owner, found);
+  }
+  const mach_port_t other = HostInsertSendRight(77);
+  EXPECT_EQ(other, HostInsertSendRight(77));
+  for (const mach_port_t each : {owner, other}) {
+    EXPECT_EQ(KERN_SUCCESS, mach_port_deallocate(mach_task_self(), each));
+    EXPECT_EQ(KERN_SUCCESS, mach_port_deallocate(mach_task_self(), each));
+    EXPECT_EQ(KERN_INVALID_RIGHT, mach_port_deallocate(mach_task_self(), each));
+  }
+  EXPECT_EQ(other, HostInsertSendRight(77));  // kept while its port lives
+  HostForgetDeadPort(77);
+  mach_port_destroy(mach_task_self(), owner);
+  EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, bootstrap_look_up(Bootstrap(), "counted", &found));
+  EXPECT_EQ(MACH_PORT_NULL, found);
 }
 
 TEST(Bootstrap, ANameHasOneOwner) {
