@@ -3,6 +3,7 @@
 #include <CoreServices/MacErrors.h>
 #include <servers/bootstrap.h>
 
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/random.h>
 #include <sys/socket.h>
@@ -59,6 +60,11 @@ bool MaySpeak(const HostPeer& peer) {
 }
 
 bool IsDescriptorShortage(int error) { return error == EMFILE || error == ENFILE; }
+
+bool IsReadable(int fd) {
+  pollfd entry = {fd, POLLIN, 0};
+  return poll(&entry, 1, 0) > 0;
+}
 
 void ChangeEpoll(int epollSet, int fd, uint64_t data, uint32_t before, uint32_t after) {
   epoll_event event = {};
@@ -277,7 +283,11 @@ void HostReceiver::Accept() {
       continue;
     }
     if (errno == EINTR || errno == ECONNABORTED) continue;
-    if (IsDescriptorShortage(errno) && GiveUpSilentConnection()) continue;
+    if (IsDescriptorShortage(errno)) {
+      // The kernel reports the shortage also when nobody waits to be accepted.
+      if (!IsReadable(listener)) return;
+      if (GiveUpSilentConnection()) continue;
+    }
     if (errno == EAGAIN) return;
     // Nothing to be had now; the listener would report itself readable without end.
     listenerPaused = true;
