@@ -135,7 +135,7 @@ TEST_ROLE(Marker) {
   return kRoleDone;
 }
 
-TEST_F(ServerStop, WhoHasManyEventsWaitingIsServedInTurnWithTheOthers) {
+TEST_F(ServerStop, AClientWithManyQueuedEventsDelaysNoOtherClient) {
   constexpr SInt32 kFlood = 100;
   TestProcess early("Marker", server.PortName(), {"1000", "2"});
   TestProcess flooder("Marker", server.PortName(), {"1", std::to_string(kFlood)});

@@ -1,10 +1,15 @@
 #include "tests/integration/fault_server.h"
 
 #include <sys/resource.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "platform/host/base/clock.h"
+#include "platform/host/ports/introspect.h"
+#include "tests/integration/raw_peer.h"
 
 namespace {
 
@@ -24,6 +29,8 @@ TEST_ROLE(NarrowFaultServer) {
   const auto most = static_cast<rlim_t>(role.NumberArgument(0));
   const rlimit limit = {most, most};
   if (setrlimit(RLIMIT_NOFILE, &limit) != 0) return kRoleFailed;
+  // A file descriptor above the limit, inherited from whoever runs the tests, would not count.
+  if (close_range(static_cast<unsigned>(most), ~0u, 0) != 0) return kRoleFailed;
   return ServeForEver(role);
 }
 
@@ -36,6 +43,34 @@ TEST_ROLE(Waiter) {
   role.Tell(std::to_string(AskPort(port, kEchoID).status));
   role.Tell(std::to_string(AskServer(role.PortName()).status));
   return kRoleDone;
+}
+
+ServerCounts CountsOf(const char* name) {
+  RawPeer asker(name);
+  size_t counts[4] = {};
+  const std::string data =
+      asker.Ask(RawFrame(RawRequest(1), kSelfID, 0)).value_or(FaultAnswer()).data;
+  EXPECT_EQ(sizeof counts, data.size());
+  std::memcpy(counts, data.data(), std::min(sizeof counts, data.size()));
+  return {counts[0] - 1, counts[1] - 1, counts[2], counts[3]};
+}
+
+ServerProcess::ServerProcess(const std::string& role, std::vector<std::string> arguments)
+    : TestProcess(role, std::move(arguments)) {
+  EXPECT_TRUE(WaitReady(20s));
+  before = UseOf(Pid());
+  counts = CountsOf(PortName());
+}
+
+void ServerProcess::ExpectUnchanged() {
+  ASSERT_EQ(std::nullopt, Wait(0ms));
+  ServerCounts now;
+  WaitUntil([&] { return (now = CountsOf(PortName())) == counts; }, 10s);
+  EXPECT_EQ(counts.portNames, now.portNames);
+  EXPECT_EQ(counts.connections, now.connections);
+  EXPECT_EQ(counts.queuedBytes, now.queuedBytes);
+  EXPECT_EQ(counts.partialBytes, now.partialBytes);
+  ExpectBackAt(before, Pid());
 }
 
 OSStatus ListenUnder(VLTPortAEMachPortListener& listener, const char* name) {
@@ -79,6 +114,20 @@ bool FaultListener::Serve(AEEventID eventID, SInt32 number, const AppleEvent& ev
     case kHoldID:
       role->Tell("held");
       return false;
+    case kManyID:
+      data = DataOf(event);
+      for (int i = 0; i < kManyParameters; i++) {
+        const auto key = static_cast<AEKeyword>(kManyID + i + 1);
+        AEPutParamPtr(reply, key, typeChar, data.data(), static_cast<Size>(data.size()));
+      }
+      break;
+    case kSelfID: {
+      const HostPortCounts self = HostCountPorts();
+      const size_t counts[] = {self.portNames, self.connections, self.queuedBytes,
+                               self.partialBytes};
+      data.assign(reinterpret_cast<const char*>(counts), sizeof counts);
+      break;
+    }
     default:
       return false;
   }

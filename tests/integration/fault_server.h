@@ -31,24 +31,45 @@ enum : AEEventID {
   kFillID = FourCC('f', 'i', 'l', 'l'),  // answered with as many bytes as its number says
   kHoldID = FourCC('h', 'o', 'l', 'd'),  // never answered; the role tells its test "held"
   kDropID = FourCC('d', 'r', 'o', 'p'),  // counted only: for those who want no answer
+  kManyID = FourCC('m', 'a', 'n', 'y'),  // answered with its number and data, many times over
+  kSelfID = FourCC('s', 'e', 'l', 'f'),  // answered with HostCountPorts() of the server
 };
 
-// A test with a server of its own. Afterwards the server, which must still run, holds no more than
-// it held at first.
+inline constexpr int kManyParameters = 200;  // of the reply to kManyID, all but two
+
+// What the server holds for its ports, as it counts itself while it answers. The connection that
+// asks, and its reply right, are not counted.
+struct ServerCounts {
+  size_t portNames = 0;
+  size_t connections = 0;
+  size_t queuedBytes = 0;
+  size_t partialBytes = 0;
+  friend bool operator==(const ServerCounts&, const ServerCounts&) = default;
+};
+ServerCounts CountsOf(const char* name);  // asks over a new connection
+
+// A server of a test's own. ExpectUnchanged fails unless the server still runs and soon holds no
+// more than it held when it had started: file descriptors and threads as the kernel counts them,
+// rights, connections and bytes as the server counts them.
+class ServerProcess : public TestProcess {
+ public:
+  explicit ServerProcess(const std::string& role, std::vector<std::string> arguments = {});
+  void ExpectUnchanged();
+
+  ProcessUse before;
+
+ private:
+  ServerCounts counts;
+};
+
+// A test with a server of its own, which must be unchanged afterwards.
 class FaultTest : public testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(server.WaitReady(20s));
-    before = UseOf(server.Pid());
-  }
-  void TearDown() override {
-    EXPECT_EQ(std::nullopt, server.Wait(0ms));
-    ExpectBackAt(before, server.Pid());
-  }
+  void TearDown() override { server.ExpectUnchanged(); }
 
   OpenDescriptorCheck noLeaks;
-  TestProcess server{"FaultServer"};
-  ProcessUse before;
+  ServerProcess server{"FaultServer"};
+  ProcessUse& before = server.before;
 };
 
 // Listens on this thread's run loop, with nothing to say.

@@ -105,6 +105,24 @@ std::optional<RawPeer::Frame> RawPeer::ReadFrame(std::chrono::milliseconds limit
   return frame;
 }
 
+std::optional<FaultAnswer> RawPeer::Ask(const std::string& frame, std::chrono::milliseconds limit) {
+  if (!Write(frame)) return std::nullopt;
+  const std::optional<Frame> reply = ReadFrame(limit);
+  if (!reply) return std::nullopt;
+  HostFrameSlice body;
+  body.owner = HostFrameRef(HostFrameBuffer::Create(reply->body.size()));
+  body.bytes = body.owner->Bytes();
+  body.size = reply->body.size();
+  std::memcpy(body.bytes, reply->body.data(), body.size);
+  AppleEvent event = {typeNull, nullptr};
+  FaultAnswer answer;
+  answer.status = HostDecodeEvent(std::move(body), &event);
+  answer.number = NumberOf(event);
+  answer.data = DataOf(event);
+  AEDisposeDesc(&event);
+  return answer;
+}
+
 bool RawPeer::WaitHungUp(std::chrono::milliseconds limit) {
   const int64_t end = HostNow() + limit.count() * kHostMillisecond;
   std::vector<char> dropped(1 << 16);

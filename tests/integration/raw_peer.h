@@ -8,6 +8,7 @@
 #include <string>
 
 #include "platform/host/wire/frame.h"
+#include "tests/integration/fault_server.h"
 #include "tests/support/test_process.h"
 
 // RawPeer is one end of a connection whose bytes the test writes and reads itself: what a broken or
@@ -34,6 +35,8 @@ class RawPeer {
   };
   // The next frame; empty at the end of the stream, for what is no frame, and after `limit`.
   std::optional<Frame> ReadFrame(std::chrono::milliseconds limit = 20s);
+  // Writes a request and reads its reply: the number and data of that event (see fault_server.h).
+  std::optional<FaultAnswer> Ask(const std::string& frame, std::chrono::milliseconds limit = 20s);
   // Waits until the other end hangs up; whatever comes before is dropped.
   bool WaitHungUp(std::chrono::milliseconds limit = 20s);
   // Whether the other end has hung up already. Reads nothing.

@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -14,6 +15,30 @@ std::map<std::string, TestRoleBody>& Roles() {
   static std::map<std::string, TestRoleBody> roles;
   return roles;
 }
+
+// Holds SIGPIPE off this thread and drops one that comes meanwhile: the other end of a pipe between
+// a test and its role may have ended. Everywhere else the signal keeps its effect, so that a test
+// notices when the code under test raises it.
+class NoPipeSignal {
+ public:
+  NoPipeSignal() {
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe, &before);
+  }
+  ~NoPipeSignal() {
+    const timespec none = {};
+    while (sigtimedwait(&pipe, nullptr, &none) < 0 && errno == EINTR) {
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  }
+  NoPipeSignal(const NoPipeSignal&) = delete;
+  NoPipeSignal& operator=(const NoPipeSignal&) = delete;
+
+ private:
+  sigset_t pipe;
+  sigset_t before;
+};
 
 }  // namespace
 
@@ -42,9 +67,11 @@ std::optional<std::string> ReadLine(int descriptor, std::string& pending,
 }
 
 bool WriteLine(int descriptor, const std::string& line) {
+  const NoPipeSignal quiet;
   const std::string text = line + "\n";
   for (size_t done = 0; done < text.size();) {
     const ssize_t count = write(descriptor, text.data() + done, text.size() - done);
+    if (count < 0 && errno == EINTR) continue;
     if (count <= 0) return false;
     done += count;
   }
@@ -70,7 +97,6 @@ std::optional<int> RunRoleOfCommandLine(int argc, char** argv) {
     std::fprintf(stderr, "no role \"%s\" in %s\n", name.c_str(), argv[0]);
     return kRoleFailed;
   }
-  signal(SIGPIPE, SIG_IGN);  // for the pipes to a test that has ended
   TestRole role(portName, {argv + 4, argv + argc}, out, in);
   return found->second(role);
 }

@@ -153,6 +153,7 @@ TEST(Bootstrap, ANameHasOneOwner) {
   EXPECT_EQ(0, bootstrap_register(Bootstrap(), "one.owner", owner));
   EXPECT_EQ(0, bootstrap_register(Bootstrap(), "a.second.name", owner));
   EXPECT_EQ(BOOTSTRAP_NAME_IN_USE, bootstrap_register(Bootstrap(), "one.owner", rival));
+  EXPECT_EQ(1u, HostCountPorts().receivers);  // the rival keeps no socket for a name it did not get
   EXPECT_EQ(KERN_INVALID_RIGHT, bootstrap_register(Bootstrap(), "other", 4711));
 
   EXPECT_EQ(0, bootstrap_register(Bootstrap(), "one.owner", MACH_PORT_NULL));

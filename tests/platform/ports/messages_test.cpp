@@ -106,22 +106,24 @@ TEST(Messages, OnesOwnQueueNeverWaitsAndKeepsTheOrder) {
   for (SInt32 i = 0; i < 300; i++) EXPECT_EQ(i, seen[static_cast<size_t>(i)]);
 }
 
-TEST(Messages, OnesOwnQueueHasALimit) {
+TEST(Messages, OnesOwnQueueHasALimitAndServingItMakesRoomAgain) {
   size_t seen = 0;
   Server server([&](const AppleEvent&, AppleEvent&) { seen++; });
   const std::string large(size_t{15} << 20, 'x');
-  OSStatus err = 0;
-  size_t sent = 0;
-  for (; err == 0 && sent < 10; sent++) {
-    StDesc event;
-    MakeEvent(server.Port(), 0, &event);
-    ASSERT_EQ(0, AEPutParamPtr(&event, FourCC('d', 'a', 't', 'a'), typeChar, large.data(),
-                               static_cast<Size>(large.size())));
-    err = AESendMessage(&event, nullptr, kAENoReply, kAEDefaultTimeout);
+  StDesc event;
+  MakeEvent(server.Port(), 0, &event);
+  ASSERT_EQ(0, AEPutParamPtr(&event, FourCC('d', 'a', 't', 'a'), typeChar, large.data(),
+                             static_cast<Size>(large.size())));
+  for (size_t round = 1; round <= 3; round++) {
+    OSStatus err = 0;
+    size_t sent = 0;
+    for (; err == 0 && sent < 10; sent++) {
+      err = AESendMessage(&event, nullptr, kAENoReply, kAEDefaultTimeout);
+    }
+    EXPECT_EQ(errAETimeout, err);
+    EXPECT_EQ(5u, sent);
+    EXPECT_TRUE(Server::Run([&] { return seen == 4 * round; }));
   }
-  EXPECT_EQ(errAETimeout, err);
-  EXPECT_EQ(5u, sent);
-  EXPECT_TRUE(Server::Run([&] { return seen == 4; }));
 }
 
 TEST(Messages, WaitingOnTheServingThreadTimesOut) {
@@ -142,22 +144,28 @@ TEST(Messages, WaitingOnTheServingThreadTimesOut) {
   EXPECT_EQ(before, HostCountPorts().portNames);
 }
 
-// Whether its request was still queued or had been seen and not answered.
+// Whether its request is still queued, has been seen and not answered, or is being handled.
 TEST(Messages, TheDeathOfThePortEndsTheWait) {
-  for (const bool dispatched : {false, true}) {
-    SCOPED_TRACE(dispatched);
+  enum class When { kQueued, kSeen, kInTheCallout };
+  for (const When when : {When::kQueued, When::kSeen, When::kInTheCallout}) {
+    SCOPED_TRACE(static_cast<int>(when));
     int seen = 0;
-    Server server([&](const AppleEvent&, AppleEvent&) { seen++; });
+    mach_port_t dying = MACH_PORT_NULL;
+    Server server([&](const AppleEvent&, AppleEvent&) {
+      seen++;
+      if (dying != MACH_PORT_NULL) mach_port_destroy(mach_task_self(), dying);
+    });
+    if (when == When::kInTheCallout) dying = server.Port();
     std::promise<OSStatus> result;
     std::thread asker([&, port = server.Port()] {
       StDesc event, reply;
       MakeEvent(port, 1, &event);
-      result.set_value(AESendMessage(&event, &reply, kAEWaitReply, kNoTimeOut));
+      result.set_value(AESendMessage(&event, &reply, kAEWaitReply, 20 * 60));
     });
-    if (dispatched) {
+    if (when != When::kQueued) {
       EXPECT_TRUE(Server::Run([&] { return seen == 1; }));
     }
-    server.Destroy();
+    if (when != When::kInTheCallout) server.Destroy();
     EXPECT_EQ(connectionInvalid, result.get_future().get());
     asker.join();
   }

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <cerrno>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -136,6 +138,93 @@ TEST(FrameReader, WhatIsNoFrameEndsTheStream) {
     HostFrameSlice slice;
     EXPECT_EQ(HostFrameReader::Next::kBad, reader.Take(&header, &slice));
     EXPECT_TRUE(reader.IsBad());
+  }
+}
+
+// Pieces of all sizes, more than the kernel takes in one call.
+struct ManyPieces {
+  explicit ManyPieces(size_t count) {
+    for (size_t i = 0; i < count; i++) parts.push_back(PatternOf(i * 37 % 5000));
+    for (std::string& part : parts) {
+      pieces.push_back({part.data(), part.size()});
+      whole += part;
+    }
+  }
+  std::vector<std::string> parts;
+  std::vector<iovec> pieces;
+  std::string whole;
+};
+
+// What the socket holds, at most so many bytes.
+std::string ReadSome(int fd, size_t most) {
+  std::string text(most, '\0');
+  size_t got = 0;
+  for (ssize_t size; got < most; got += static_cast<size_t>(size)) {
+    size = recv(fd, text.data() + got, most - got, MSG_DONTWAIT);
+    if (size <= 0) break;
+  }
+  text.resize(got);
+  return text;
+}
+
+// The socket takes what it has room for, so writing stops and goes on in the middle of pieces.
+TEST(WritePieces, AnyNumberOfPiecesArriveInOrderThroughAFullSocket) {
+  for (const size_t count : {1u, 2u, 63u, 64u, 65u, 128u, 300u}) {
+    SCOPED_TRACE(count);
+    SocketPair sockets;
+    ManyPieces many(count);
+    std::string got;
+    size_t written = 0;
+    int error = EAGAIN;
+    while (error == EAGAIN) {
+      error = HostWritePieces(sockets.ends[0], many.pieces, &written);
+      got += ReadSome(sockets.ends[1], 1 << 20);
+      ASSERT_EQ(got.size(), written);
+    }
+    EXPECT_EQ(0, error);
+    EXPECT_TRUE(many.whole == got);
+  }
+}
+
+TEST(WritePieces, AClosedSocketIsAnErrorAndNoSignal) {
+  SocketPair sockets;
+  shutdown(sockets.ends[1], SHUT_RD);
+  ManyPieces many(3);
+  size_t written = 0;
+  EXPECT_EQ(EPIPE, HostWritePieces(sockets.ends[0], many.pieces, &written));
+  many.pieces.resize(1);
+  many.pieces[0] = {many.whole.data(), many.whole.size()};
+  EXPECT_EQ(EPIPE, HostWritePieces(sockets.ends[0], many.pieces, &written));
+  HostOutQueue queue;
+  ASSERT_TRUE(queue.Append(many.pieces, 0));
+  EXPECT_EQ(EPIPE, queue.Flush(sockets.ends[0]));
+}
+
+// Hundreds of frames wait, are read a few at a time, and others join them meanwhile. The first was
+// begun before it was queued, at any point.
+TEST(OutQueue, HundredsOfFramesLeaveItInOrder) {
+  for (const size_t begun : {0u, 1u, 36u, 37u, 38u, 5000u}) {
+    SCOPED_TRACE(begun);
+    SocketPair sockets;
+    HostOutQueue queue;
+    ManyPieces frame(20);
+    std::string expected = frame.whole.substr(begun), got;
+    ASSERT_TRUE(queue.Append(frame.pieces, begun));
+    EXPECT_EQ(0u, queue.WaitingSize());  // nothing waits behind the frame that is being written
+    for (size_t i = 0; i < 400; i++) {
+      std::string text = PatternOf(3000 + i);
+      ASSERT_TRUE(queue.Append({{text.data(), text.size()}}, 0));
+      expected += text;
+      if (i % 3 != 2) continue;
+      const int error = queue.Flush(sockets.ends[0]);
+      ASSERT_TRUE(error == 0 || error == EAGAIN);
+      got += ReadSome(sockets.ends[1], 8000);
+    }
+    EXPECT_FALSE(queue.IsEmpty());
+    while (queue.Flush(sockets.ends[0]) == EAGAIN) got += ReadSome(sockets.ends[1], 1 << 20);
+    got += ReadSome(sockets.ends[1], 1 << 20);
+    EXPECT_TRUE(queue.IsEmpty());
+    EXPECT_TRUE(expected == got);
   }
 }
 

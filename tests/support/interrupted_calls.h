@@ -1,0 +1,17 @@
+#pragma once
+
+// Signals that arrive in the middle of system calls, without a race: a test program that lists
+// interrupted_calls.cpp among its sources has a layer over the calls that can wait on a socket
+// (accept4, connect, recv, recvmsg, send, sendmsg, poll, epoll_wait). The layer lets a call fail
+// with EINTR before it has done anything, as a handler without SA_RESTART would. Any thread. For
+// native, dynamically linked test programs.
+
+// From now on one of `interval` of these calls is interrupted, in an order without a period (two
+// calls that take turns would keep step with one). 0: none is.
+void InterruptCalls(int interval);
+
+// As above for the `number`-th call (from 1) alone.
+void InterruptCall(int number);
+
+// How many calls have been interrupted since the last of these two.
+int InterruptedCalls();
