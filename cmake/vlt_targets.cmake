@@ -135,20 +135,14 @@ function(vlt_install_headers)
   endforeach()
 endfunction()
 
-# What stands before a test program's name, how much longer than natively it may take, and what its
-# environment adds.
+# What stands before a test program's name, and how much longer than natively it may take.
 set(VLT_TEST_LAUNCHER "")
 set(VLT_TEST_SLOWNESS 1)
-set(VLT_TEST_ENVIRONMENT "")
 if(CMAKE_CROSSCOMPILING)
   set(VLT_TEST_LAUNCHER ${CMAKE_CROSSCOMPILING_EMULATOR})
   set(VLT_TEST_SLOWNESS 4)
 elseif(VLT_SANITIZE)
   set(VLT_TEST_SLOWNESS 4)
-endif()
-if(VLT_SANITIZE MATCHES "address")
-  set(VLT_TEST_ENVIRONMENT
-    LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/leaks.supp:print_suppressions=0)
 endif()
 if(VLT_SANITIZE MATCHES "thread")
   # The sanitizer's shadow memory does not fit beside a widely randomised address space.

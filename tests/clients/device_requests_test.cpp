@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "clients/device_monitor.h"
+#include "tests/clients/login_session.h"
 #include "tests/clients/open_client.h"
 #include "tests/clients/recording_peer.h"
 #include "tests/support/open_descriptor_check.h"
@@ -213,6 +214,8 @@ TEST(DeviceRequests, WrongAnswersAreErrorsAndLoseNothing) {
   const Row rows[] = {
       {"no ids", [] { return GetIDs(4); }, kIDs, "", "-1701 -1 -1 -1 -1 -1"},
       {"an empty list", [] { return GetIDs(4); }, kIDs, "DvIs:'long'=", "0 0 -1 -1 -1 -1"},
+      {"as many as there is room for", [] { return GetIDs(3); }, kIDs, "DvIs:long=1,2,3",
+       "0 3 1 2 3 -1"},
       {"more than there is room for", [] { return GetIDs(2); }, kIDs, "DvIs:long=1,2,3",
        "-50 -1 -1 -1 -1 -1"},
       {"ids of another type", [] { return GetIDs(4); }, kIDs, "DvIs:short=5", "0 1 5 -1 -1 -1"},
@@ -226,6 +229,8 @@ TEST(DeviceRequests, WrongAnswersAreErrorsAndLoseNothing) {
        "-1701 ------ 0 TEXT"},
       {"a value that is cut", get(typeChar, 2, false, false), kPreference, "PVal:text=loud",
        "-1741 lo---- -1 null"},
+      {"a value that just fits", get(typeChar, 4, false, false), kPreference, "PVal:text=loud",
+       "0 loud-- -1 null"},
       {"a cut that is asked for", get(typeChar, 2, true, true), kPreference, "PVal:text=loud",
        "0 lo---- 4 TEXT"},
       {"only the size", get(typeChar, 0, true, true), kPreference, "PVal:text=loud",

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "tests/support/session_directory.h"
 
@@ -39,6 +40,29 @@ TEST(QuitRequest, NobodyToQuitIsNoFailure) {
     const std::string start = "404 Quit() - Error " + std::to_string(row.result) + " ";
     EXPECT_TRUE(row.result == 0 ? TestLogText().empty() : TestLogText().starts_with(start));
   }
+}
+
+// A client that records how it is told to send, and sends nothing.
+class SendingClient : public VLTAEClientSupport {
+ public:
+  OSStatus SendEvent(VLTAppleEventWrapper&, SInt32 mode, int retries, int timeoutTicks) override {
+    sent = {mode, retries, timeoutTicks};
+    return 0;
+  }
+  OSStatus ConstructEvent(VLTPortDestinationAddress&, VLTAppleEventWrapper&, bool verify) override {
+    verified = verify;
+    return 0;
+  }
+
+  std::vector<int> sent;
+  bool verified = true;
+};
+
+TEST(QuitRequest, IsSentOnceWithTwentySecondsForTheServerToTakeIt) {
+  SendingClient client;
+  EXPECT_EQ(0, SendQuitRequest(client, true, "Quit"));
+  EXPECT_EQ((std::vector<int>{0, 0, 20 * 60}), client.sent);  // 0 attempts: the client's own number
+  EXPECT_FALSE(client.verified);
 }
 
 }  // namespace

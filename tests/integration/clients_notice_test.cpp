@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "clients/device_monitor.h"
+#include "tests/clients/login_session.h"
 #include "tests/clients/open_client.h"
 #include "tests/integration/notice_support.h"
 

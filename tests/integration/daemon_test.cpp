@@ -7,6 +7,7 @@
 #include "daemon/event_service.h"
 #include "daemon/running_check.h"
 #include "tests/aeport/serving.h"
+#include "tests/clients/login_session.h"
 #include "tests/clients/recording_peer.h"
 #include "tests/support/child_process.h"
 #include "tests/support/open_descriptor_check.h"

@@ -13,6 +13,7 @@
 #include "clients/device_protocol.h"
 #include "examples/device_monitor/device_service.h"
 #include "tests/aeport/serving.h"
+#include "tests/clients/login_session.h"
 #include "tests/support/child_process.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/scratch_folder.h"

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,6 +16,7 @@
 #include <thread>
 
 #include "launch/launch.h"
+#include "platform/host/applications/launch_lock.h"
 #include "tests/integration/launch_support.h"
 #include "tests/integration/process_use.h"
 #include "tests/support/open_descriptor_check.h"
@@ -41,12 +43,19 @@ HostOpeningInfo Open(const std::string& path, OSStatus expected) {
   return info;
 }
 
+size_t MappingCount() {
+  std::ifstream maps("/proc/self/maps");
+  size_t count = 0;
+  for (std::string line; std::getline(maps, line);) count++;
+  return count;
+}
+
 TEST(LaunchFaults, WhatCannotBeOpenedIsSaidAtOnce) {
   OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
   const ScratchFolder& folder = apps.Folder();
   const auto bundle = [&](const char* name, const char* executable, const char* type = "APPL") {
-    return MakeTestBundle(folder, name, {"com.test", "test", type, executable, "1"});
+    return MakeTestBundle(folder, name, {"com.test", "LFts", type, executable, "1"});
   };
   const auto with = [&](const char* name, const char* text, mode_t mode = 0755) {
     const std::string path = bundle(name, "program");
@@ -77,6 +86,13 @@ TEST(LaunchFaults, WhatCannotBeOpenedIsSaidAtOnce) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);  // it was not waited for
     EXPECT_EQ(procNotFound, VLTLaunch(SpecOf(row.path, "test.nobody")).findAndLaunch());
   }
+  // A program that somebody is still writing.
+  const std::string written = apps.AddProgram("written", "");
+  const int writer = open(written.c_str(), O_WRONLY | O_CLOEXEC);
+  const size_t mappings = MappingCount();
+  for (int i = 0; i < 20; i++) EXPECT_EQ(0, Open(written, kLSNoExecutableErr).pid);
+  EXPECT_LT(MappingCount(), mappings + 10);  // each start has stacks of its own
+  close(writer);
   EXPECT_EQ(paramErr, LSOpenFSRef(nullptr, nullptr));
   FSRef gone = RefOf(folder.Path("document"));
   unlink(folder.Path("document").c_str());
@@ -106,7 +122,7 @@ TEST(LaunchFaults, ProgramsThatDoNotBehave) {
     LaunchedApplications apps;
     const std::string plan = row.plan == "WAIT" ? apps.WaitStep("never") : row.plan;
     const std::string path =
-        apps.AddBundle(std::string(row.name) + ".app", {"com.test", "test", "APPL", "program", "1"},
+        apps.AddBundle(std::string(row.name) + ".app", {"com.test", "LFts", "APPL", "program", "1"},
                        apps.NoteStep("it") + plan);
     const HostOpeningInfo info = Open(path, 0);
     // One that dies may do so before its port is seen, or after.
@@ -140,7 +156,7 @@ TEST(LaunchFaults, TheProgramInheritsTheEnvironmentAndNothingElse) {
   LaunchedApplications apps;
   const std::string port = UniquePortName();
   const std::string path =
-      apps.AddBundle("Dump.app", {"com.test", "test", "APPL", "program", "1"},
+      apps.AddBundle("Dump.app", {"com.test", "LFts", "APPL", "program", "1"},
                      "dump " + apps.Folder().Path("dump") + "\nclaim " + port + "\nloop\n");
 
   // Everything that could be handed down: descriptors without close-on-exec, a locked file,
@@ -151,15 +167,17 @@ TEST(LaunchFaults, TheProgramInheritsTheEnvironmentAndNothingElse) {
   int ends[2];
   ASSERT_EQ(0, pipe(ends));
   ScopedVariable variable("VLT_LAUNCH_TEST", "inherited");
-  struct sigaction onChild = {}, oldChild = {}, ignore = {}, oldPipe = {};
+  struct sigaction onChild = {}, oldChild = {}, ignore = {}, oldPipe = {}, oldLast = {};
   onChild.sa_handler = [](int) { sChildSignals++; };
   ignore.sa_handler = SIG_IGN;
   sigaction(SIGCHLD, &onChild, &oldChild);
   sigaction(SIGPIPE, &ignore, &oldPipe);
+  sigaction(SIGRTMAX, &ignore, &oldLast);
   sigset_t mask, oldMask, maskAfter;
   sigemptyset(&mask);
   sigaddset(&mask, SIGTERM);
   sigaddset(&mask, SIGUSR1);
+  sigaddset(&mask, SIGRTMAX - 1);
   sigprocmask(SIG_SETMASK, &mask, &oldMask);
   const pid_t child = fork();
   if (child == 0) {
@@ -186,6 +204,7 @@ TEST(LaunchFaults, TheProgramInheritsTheEnvironmentAndNothingElse) {
   EXPECT_EQ(1, sChildSignals.load());
   sigaction(SIGCHLD, &oldChild, nullptr);
   sigaction(SIGPIPE, &oldPipe, nullptr);
+  sigaction(SIGRTMAX, &oldLast, nullptr);
   close(ends[0]);
   close(locked);
   const int again = open(lockPath.c_str(), O_RDWR | O_CLOEXEC);
@@ -237,23 +256,132 @@ TEST_ROLE(Opener) {
   return kRoleDone;
 }
 
-TEST(LaunchFaults, OneOpensOthersWaitForIt) {
+// What a start leaves for the next opener, and an opener that is in the midst of it, by hand.
+HostLaunchRecord RecordOf(pid_t pid) {
+  HostLaunchRecord record;
+  ProcessSerialNumber psn = {};
+  EXPECT_EQ(noErr, GetProcessForPID(pid, &psn));
+  record.pid = pid;
+  record.startTicks = psn.highLongOfPSN;
+  return record;
+}
+
+std::string ProgramIn(const std::string& bundle) { return bundle + "/Contents/Linux/program"; }
+
+// An opener that has started its own process and gets no further, as if it were stopped.
+TEST_ROLE(StuckOpener) {
+  HostLaunchLock lock(role.Argument(0));
+  if (!lock.Try()) return kRoleFailed;
+  lock.Write(RecordOf(getpid()));
+  role.SignalReady();
+  role.Hear(120s);
+  return kRoleDone;
+}
+
+TEST(LaunchFaults, AStuckOpenerHoldsNobodyUpForLong) {
   OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
-  const std::string path = apps.AddBundle("Slow.app", {"com.test", "test", "APPL", "program", "1"},
-                                          apps.NoteStep("slow") + apps.WaitStep("never"));
-  TestProcess opener("Opener", {path});
-  ASSERT_TRUE(apps.WaitForStart("slow"));
+  const std::string path = apps.AddBundle("Slow.app", {"com.test", "LFts", "APPL", "program", "1"},
+                                          apps.NoteStep("slow") + "exit 0\n");
+  TestProcess stuck("StuckOpener", {ProgramIn(path)});
+  ASSERT_TRUE(stuck.WaitReady(20s));
   std::atomic<OSStatus> ofThread{1};
   std::thread second([&] {
     ofThread = Open(path, kLSLaunchInProgressErr).outcome == HostOpening::kUnderWay ? 0 : 2;
   });
-  EXPECT_EQ(apps.Starts("slow")[0], Open(path, kLSLaunchInProgressErr).pid);
+  TestProcess third("Opener", {path});
+  EXPECT_EQ(stuck.Pid(), Open(path, kLSLaunchInProgressErr).pid);
   second.join();
   EXPECT_EQ(0, ofThread);
-  EXPECT_EQ("ready", opener.Hear(20s));
-  EXPECT_EQ("0", opener.Hear(20s));
+  EXPECT_TRUE(third.WaitReady(20s));
+  EXPECT_EQ(std::to_string(kLSLaunchInProgressErr), third.Hear(20s));
+  EXPECT_EQ(0u, apps.Starts("slow").size());
+  // Its end frees the program for the next opener.
+  stuck.KillAndWait(20s);
+  Open(path, 0);
   EXPECT_EQ(1u, apps.Starts("slow").size());
+}
+
+TEST(LaunchFaults, ARecordedProcessIsKnownByItsStartToo) {
+  OpenDescriptorCheck noLeaks;
+  for (const bool isReused : {false, true}) {
+    SCOPED_TRACE(isReused);
+    LaunchedApplications apps;
+    const std::string path =
+        apps.AddBundle("Reused.app", {"com.test", "LFts", "APPL", "program", "1"},
+                       apps.NoteStep("it") + "claim " + UniquePortName() + "\nloop\n");
+    HostLaunchRecord record = RecordOf(getpid());
+    if (isReused) record.startTicks--;  // an earlier process had our pid
+    {
+      HostLaunchLock lock(ProgramIn(path));
+      ASSERT_TRUE(lock.Try());
+      lock.Write(record);
+    }
+    const HostOpeningInfo info = Open(path, 0);
+    EXPECT_EQ(isReused ? HostOpening::kClaimed : HostOpening::kRunning, info.outcome);
+    EXPECT_EQ(isReused ? apps.Starts("it").at(0) : getpid(), info.pid);
+    EXPECT_EQ(isReused ? 1u : 0u, apps.Starts("it").size());
+  }
+}
+
+// A record of an earlier start would make the next opener wait for a process that has nothing to do
+// with it.
+TEST(LaunchFaults, AStartThatFailsLeavesNoRecordOfAnEarlierOne) {
+  OpenDescriptorCheck noLeaks;
+  LaunchedApplications apps;
+  const std::string path = apps.AddBundle(
+      "Broken.app", {"com.test", "LFts", "APPL", "program", "1"}, apps.NoteStep("it") + "exit 0\n");
+  EXPECT_EQ(HostOpening::kEnded, Open(path, 0).outcome);
+  EXPECT_EQ(apps.Starts("it").at(0), HostLaunchLock(ProgramIn(path)).Read().pid);
+  std::filesystem::remove(ProgramIn(path));
+  std::ofstream(ProgramIn(path)) << "\177ELF and no more";
+  chmod(ProgramIn(path).c_str(), 0755);
+  Open(path, kLSNoExecutableErr);
+  EXPECT_EQ(0, HostLaunchLock(ProgramIn(path)).Read().pid);
+  EXPECT_EQ(0, HostLaunchLock(ProgramIn(path) + ".other").Read().pid);
+}
+
+// Opens with more and more file descriptors allowed, until it succeeds. Tells the statuses.
+TEST_ROLE(ShortOfDescriptors) {
+  FSRef ref = RefOf(role.Argument(0));
+  role.SignalReady();
+  role.Hear(20s);
+  rlimit limit;
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const rlim_t usual = limit.rlim_cur;
+  OSStatus err = 1;
+  for (limit.rlim_cur = 3; err != 0 && limit.rlim_cur < 60; limit.rlim_cur++) {
+    setrlimit(RLIMIT_NOFILE, &limit);
+    err = LSOpenFSRef(&ref, nullptr);
+    role.Tell(std::to_string(err));
+  }
+  limit.rlim_cur = usual;
+  setrlimit(RLIMIT_NOFILE, &limit);
+  return kRoleDone;
+}
+
+TEST(LaunchFaults, WithoutDescriptorsNothingIsStartedAndTheOpenerIsTold) {
+  LaunchedApplications apps;
+  const std::string path =
+      apps.AddBundle("Dear.app", {"com.test", "LFts", "APPL", "program", "1"},
+                     apps.NoteStep("it") + "claim " + UniquePortName() + "\nloop\n");
+  TestProcess opener("ShortOfDescriptors", {path});
+  ASSERT_TRUE(opener.WaitReady(20s));
+  opener.Tell("go");
+  std::string err = "none";
+  int failures = 0;
+  while (err != "0") {
+    err = opener.Hear(20s).value_or("0");
+    if (err == "0") break;
+    failures++;
+    EXPECT_TRUE(err == std::to_string(kLSServerCommunicationErr) ||
+                err == std::to_string(kLSUnknownErr) || err == std::to_string(tmfoErr))
+        << err;
+    EXPECT_EQ(0u, apps.Starts("it").size());
+  }
+  EXPECT_GE(failures, 3);
+  EXPECT_EQ(kRoleDone, opener.Wait(20s));
+  EXPECT_EQ(1u, apps.Starts("it").size());
 }
 
 // Whether an opener has left word of what it started.
@@ -273,7 +401,7 @@ TEST(LaunchFaults, AnOpenerThatIsKilledBlocksNobody) {
   OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
   const std::string path =
-      apps.AddBundle("Killed.app", {"com.test", "test", "APPL", "program", "1"},
+      apps.AddBundle("Killed.app", {"com.test", "LFts", "APPL", "program", "1"},
                      apps.NoteStep("slow") + apps.WaitStep("never"));
   TestProcess opener("Opener", {path});
   ASSERT_TRUE(apps.WaitForStart("slow") && WaitUntil(HasLeftWord, 20s));
@@ -285,19 +413,37 @@ TEST(LaunchFaults, AnOpenerThatIsKilledBlocksNobody) {
   EXPECT_EQ(2u, apps.Starts("slow").size());
 }
 
-TEST(LaunchFaults, OneThatIsLeavingIsReplaced) {
+std::atomic<int> sInterruptions{0};
+
+// The one that is on its way out is waited for, also by a thread that gets signals all the time.
+TEST(LaunchFaults, OneThatIsLeavingIsReplacedAfterItsEnd) {
+  struct sigaction onSignal = {}, before = {};
+  onSignal.sa_handler = [](int) { sInterruptions++; };
+  sigaction(SIGUSR2, &onSignal, &before);
   OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
   const std::string port = UniquePortName();
-  const std::string path = apps.AddBundle(
-      "Leaving.app", {"com.test", "test", "APPL", "program", "1"},
-      apps.NoteStep("it") + "claim " + port + "\nloop\nlet-go\n" + apps.WaitStep("leave"));
+  const std::string path =
+      apps.AddBundle("Leaving.app", {"com.test", "LFts", "APPL", "program", "1"},
+                     apps.NoteStep("it") + "claim " + port + "\nloop\nlet-go\n" +
+                         apps.WaitStep("leave") + apps.NoteStep("it"));
   ASSERT_EQ(0, VLTLaunch(SpecOf(path, port)).findAndLaunch());
   EXPECT_TRUE(QuitAndWait(port));
-  std::thread letGo([&] { EXPECT_TRUE(apps.LetGoOn("leave")); });
-  EXPECT_EQ(0, VLTLaunch(SpecOf(path, port)).findAndLaunch());
-  letGo.join();
-  EXPECT_EQ(2u, apps.Starts("it").size());
+  std::thread opener([&] { EXPECT_EQ(0, VLTLaunch(SpecOf(path, port)).findAndLaunch()); });
+  bool isInterrupted = true;
+  for (int i = 1; i <= 10 && isInterrupted; i++) {
+    pthread_kill(opener.native_handle(), SIGUSR2);
+    isInterrupted = WaitUntil([&] { return sInterruptions >= i; }, 5s);
+  }
+  EXPECT_TRUE(isInterrupted) << "the opener did not wait";
+  EXPECT_TRUE(apps.LetGoOn("leave"));
+  opener.join();
+  const std::vector<pid_t> notes = apps.Starts("it");
+  ASSERT_EQ(3u, notes.size());
+  EXPECT_EQ(notes[0], notes[1]) << "a second copy was started before the first had ended";
+  EXPECT_NE(notes[0], notes[2]);
+  EXPECT_TRUE(QuitAndWait(port));
+  sigaction(SIGUSR2, &before, nullptr);
 }
 
 // Asks for the daemon once for each line that it hears, and tells what became of it.
@@ -323,7 +469,7 @@ TEST(LaunchFaults, ManyClientsStartOneDaemon) {
   LaunchedApplications apps;
   const std::string port = UniquePortName();
   const std::string path =
-      apps.AddBundle("Daemon.app", {"com.test", "test", "APPL", "program", "1"},
+      apps.AddBundle("Daemon.app", {"com.test", "LFts", "APPL", "program", "1"},
                      apps.NoteStep("daemon") + "claim " + port + "\nloop\n");
   TestProcesses processes = StartProcesses(clients, "Client", "", {path, port});
   ExpectReady(processes);

@@ -1,7 +1,5 @@
-# The session is one that may have a device monitor of its own.
 vlt_add_test(NAME daemon_test LABEL integration
-  SOURCES daemon_test.cpp ../clients/recording_peer.cpp LIBS vlt_daemon vlt_tools
-  ENVIRONMENT VLTHOST_SESSION_ID=0xabc123 VLTHOST_SESSION_BITS=0x10)
+  SOURCES daemon_test.cpp ../clients/recording_peer.cpp LIBS vlt_daemon vlt_tools)
 target_compile_definitions(daemon_test PRIVATE VLTSESSIOND_PROGRAM="$<TARGET_FILE:vltsessiond>")
 add_dependencies(daemon_test vltsessiond)
 

@@ -1,9 +1,6 @@
-# Clients and the programs they talk to. The session is one that may have a device monitor of its
-# own.
-set(clients_session ENVIRONMENT VLTHOST_SESSION_ID=0xabc123 VLTHOST_SESSION_BITS=0x10)
-
+# Clients and the programs they talk to.
 vlt_add_test(NAME device_monitor_test LABEL integration SOURCES device_monitor_test.cpp
-  LIBS vlt_examples vlt_tools TIMEOUT 120 ${clients_session})
+  LIBS vlt_examples vlt_tools TIMEOUT 120)
 target_compile_definitions(device_monitor_test PRIVATE
   VLT_DEVICE_MONITOR="$<TARGET_FILE:device_monitor>" VLTCTL_PROGRAM="$<TARGET_FILE:vltctl>")
 add_dependencies(device_monitor_test device_monitor vltctl)
@@ -18,6 +15,6 @@ endif()
 
 if(TARGET vlt_notice_support)
   vlt_add_test(NAME clients_notice_test LABEL integration SOURCES clients_notice_test.cpp
-    LIBS vlt_clients vlt_notice_support NATIVE_ONLY ${clients_session})
+    LIBS vlt_clients vlt_notice_support NATIVE_ONLY)
   add_dependencies(clients_notice_test vlt-notify)
 endif()

@@ -2,8 +2,7 @@
 # own build, and only where that is known is there anything to test.
 set(mixed_hosts_entry PROGRAM_ONLY)
 if(VLT_PEER_BUILD)
-  set(mixed_hosts_entry ENVIRONMENT
-    VLT_PEER_TESTS=${VLT_PEER_BUILD}/tests VLT_PEER_EMULATOR=${VLT_PEER_EMULATOR})
+  set(mixed_hosts_entry "")
 endif()
 vlt_add_test(NAME typed_exchange_test LABEL integration SOURCES typed_exchange_test.cpp
   LIBS vlt_aeport TIMEOUT 120 ${mixed_hosts_entry})

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -151,6 +152,32 @@ TEST(LaunchPreferences, KeyByKey) {
     EXPECT_EQ(row.err, launch.prepare());
     EXPECT_EQ(Changed(usual, row.changes), StateOf(launch));
     EXPECT_EQ(row.err, launch.prepare());  // a mistake is one every time
+  }
+}
+
+// Bytes of the heap that are in use; a sanitizer's heap does not tell.
+size_t HeapInUse() { return mallinfo2().uordblks; }
+
+TEST(LaunchPreferences, TextsThatAreReplacedAreFreed) {
+  const std::string large(20'000, 'n');
+  VLTLaunchSpec spec = TestSpec();
+  spec.bundleID = spec.portName = spec.executablePath = large.c_str();
+  const std::string wrongType = Key("findByPortName", "<string>x</string>");
+  for (const std::string& keys :
+       {Text("bundleID", "com.other") + Text("portName", "other.port"),
+        Text("bundleID", "com.other") + Text("portName", "other.port") + wrongType,
+        Text("bundleID", "") + Text("executablePath", "/" + large), std::string()}) {
+    SCOPED_TRACE(keys.substr(0, 200));
+    StoreKeys(keys);
+    size_t before = 0;
+    for (int round = 0; round < 12; round++) {
+      if (round == 2) before = HeapInUse();  // what is kept once is there by now
+      OpenLaunch launch(spec);
+      launch.prepare();
+      launch.setPortName(large.substr(round).c_str());
+      launch.setPortName("short");
+    }
+    EXPECT_LT(HeapInUse(), before + 5 * large.size());
   }
 }
 

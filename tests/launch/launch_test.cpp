@@ -18,7 +18,9 @@
 
 namespace {
 
-constexpr OSType kSignature = FourCC('t', 'e', 's', 't');
+// No application of any test has these: the process list shows those of other tests that run now.
+constexpr OSType kSignature = FourCC('L', 'c', 'h', 'T');
+constexpr OSType kNobody = FourCC('L', 'c', 'h', 'N');
 
 // Nothing by which anything could be found or started.
 VLTLaunchSpec EmptySpec() { return {}; }
@@ -71,7 +73,7 @@ TEST(WaitForLaunch, AsksUntilThereIsAnAnswer) {
   EXPECT_EQ(paramErr, VLTLaunch::waitForPSN(0, 0, 0));
   EXPECT_EQ(0, VLTLaunch::waitForPort("test.nobody", 0, 0));
   EXPECT_EQ(procNotFound, VLTLaunch::waitForPort("test.nobody", 0, 2));
-  EXPECT_EQ(procNotFound, VLTLaunch::waitForPSN(FourCC('n', 'o', 'n', 'e'), 0, 2));
+  EXPECT_EQ(procNotFound, VLTLaunch::waitForPSN(kNobody, 0, 2));
 }
 
 void IgnoreAlarm(int) {}
@@ -238,7 +240,7 @@ TEST(Find, TellsWhoIsThere) {
   const std::string name = UniquePortName();
   EXPECT_EQ(paramErr, VLTLaunch::findPort(""));
   EXPECT_EQ(procNotFound, VLTLaunch::findPort(name.c_str()));
-  EXPECT_EQ(procNotFound, VLTLaunch::findPSN(FourCC('n', 'o', 'n', 'e')));
+  EXPECT_EQ(procNotFound, VLTLaunch::findPSN(kNobody));
   VLTPortAEMachPortListener listener;
   const auto nothing = [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return OSStatus{0}; };
   ASSERT_EQ(0, listener.ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), nothing, nullptr));

@@ -21,8 +21,8 @@ using Clock = std::chrono::steady_clock;
 constexpr int kRoleOut = 3;  // descriptors of the role's ends
 constexpr int kRoleIn = 4;
 
-// The command that starts this test program as `peer`. A test that needs the other host's programs
-// is registered only where the build knows them, and then names their folder and their emulator.
+// The command that starts this test program as `peer`. Only a build that knows the other host's
+// programs, which names their folder and their emulator, registers tests that need them.
 std::vector<std::string> PeerCommand(TestPeer peer) {
   const std::string own = std::filesystem::read_symlink("/proc/self/exe");
   if (peer == TestPeer::kSameHost) {
@@ -30,14 +30,12 @@ std::vector<std::string> PeerCommand(TestPeer peer) {
     command.push_back(own);
     return command;
   }
-  const char* folder = std::getenv("VLT_PEER_TESTS");
-  const char* emulator = std::getenv("VLT_PEER_EMULATOR");
-  if (folder == nullptr || emulator == nullptr) {
-    ADD_FAILURE()
-        << "VLT_PEER_TESTS and VLT_PEER_EMULATOR tell where the other host's programs are";
-    return {};
-  }
-  return {emulator, folder + own.substr(own.rfind('/'))};
+#ifdef VLT_PEER_TESTS
+  return {VLT_PEER_EMULATOR, VLT_PEER_TESTS + own.substr(own.rfind('/'))};
+#else
+  ADD_FAILURE() << "this build was configured without VLT_PEER_BUILD";
+  return {};
+#endif
 }
 
 bool IsPublished(const std::string& name) {

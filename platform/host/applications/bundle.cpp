@@ -46,6 +46,7 @@ FileState StateOf(const struct stat& info) {
 
 struct Kept {
   FileState state;
+  int error = 0;  // errno of a description that could not be read
   bool isBundle = false;
   HostBundle bundle;
 };
@@ -60,10 +61,11 @@ Cache& KeptBundles() {
   return *cache;
 }
 
-// All of a regular file that is not too large, with the state it was in.
-bool ReadWhole(const std::string& path, std::string* bytes, FileState* state) {
+// Reads all of a regular file that is not too large, and the state it was in. `*error` is the errno
+// value of a call that failed.
+bool ReadWhole(const std::string& path, std::string* bytes, FileState* state, int* error) {
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (fd < 0) return false;
+  if (fd < 0) return *error = errno, false;
   struct stat info;
   bool isRead = fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size <= kMaxDescription;
   if (isRead) {
@@ -73,6 +75,7 @@ bool ReadWhole(const std::string& path, std::string* bytes, FileState* state) {
     while (filled < bytes->size()) {
       const ssize_t size = read(fd, bytes->data() + filled, bytes->size() - filled);
       if (size < 0 && errno == EINTR) continue;
+      if (size < 0) *error = errno;
       if (size <= 0) break;
       filled += static_cast<size_t>(size);
     }
@@ -128,7 +131,10 @@ void ReadDescription(CFDictionaryRef description, HostBundle* bundle) {
 Kept ReadBundle(const std::string& path) {
   Kept kept;
   std::string bytes;
-  if (!ReadWhole(path + "/Contents/Info.plist", &bytes, &kept.state)) return kept;
+  if (!ReadWhole(path + "/Contents/Info.plist", &bytes, &kept.state, &kept.error)) {
+    kept.state = {};  // read again next time
+    return kept;
+  }
   CFPropertyListFormat format = 0;
   HostPropertyListError error;
   const CFPropertyListRef list =
@@ -192,7 +198,8 @@ struct Walk {
 
 }  // namespace
 
-bool HostReadBundle(std::string_view path, HostBundle* bundle) {
+bool HostReadBundle(std::string_view path, HostBundle* bundle, int* error) {
+  if (error != nullptr) *error = 0;
   while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
   if (!IsBundleName(path) || path.find('\0') != std::string_view::npos) return false;
   const std::string key(path);
@@ -206,6 +213,7 @@ bool HostReadBundle(std::string_view path, HostBundle* bundle) {
     entry = cache.bundles.insert_or_assign(key, ReadBundle(key)).first;
   }
   if (entry->second.isBundle) *bundle = entry->second.bundle;
+  if (error != nullptr) *error = entry->second.error;
   return entry->second.isBundle;
 }
 

@@ -24,7 +24,10 @@ struct HostBundle {
 // when the file has changed (inode, size or time). False, with `*bundle` unchanged, when `path` is
 // no bundle: no NAME.app, or no Info.plist in it that is a property list of at most 1 MiB with a
 // dictionary at its root. An executable's name with a "/" in it counts as empty.
-bool HostReadBundle(std::string_view path, HostBundle* bundle);
+//
+// `*error` receives the errno value if the description is there but could not be read, as without
+// file descriptors, and else 0.
+bool HostReadBundle(std::string_view path, HostBundle* bundle, int* error = nullptr);
 
 // The bundle that a program's path lies in by its name alone, "" for none:
 // ".../NAME.app/Contents/Linux/PROGRAM" gives ".../NAME.app".

@@ -85,9 +85,11 @@ OSStatus ProgramOf(const std::string& path, std::string* program) {
     return 0;
   }
   HostBundle bundle;
-  if (!HostReadBundle(path, &bundle) || bundle.packageType != kApplicationType) {
-    return kLSNotAnApplicationErr;
+  int error = 0;
+  if (!HostReadBundle(path, &bundle, &error)) {
+    return error != 0 ? OSStatus{HostFileStatus(error)} : OSStatus{kLSNotAnApplicationErr};
   }
+  if (bundle.packageType != kApplicationType) return kLSNotAnApplicationErr;
   if (bundle.executable.empty() || !IsExecutable(bundle.Program())) return kLSNoExecutableErr;
   *program = RealPath(bundle.Program());
   return 0;
@@ -148,11 +150,15 @@ class Process {
 
   pid_t Pid() const { return pid; }  // 0: nobody
 
-  // Waits for its end. False when the time is over first.
+  // Waits for its end, also across signals. Returns false if the time passes first.
   bool HasEnded(int64_t nanoseconds) const {
-    pollfd entry = {descriptor, POLLIN, 0};
-    const timespec time = TimeOf(nanoseconds);
-    return ppoll(&entry, 1, &time, nullptr) > 0;
+    const int64_t deadline = HostNow() + nanoseconds;
+    for (;;) {
+      pollfd entry = {descriptor, POLLIN, 0};
+      const timespec time = TimeOf(std::max<int64_t>(deadline - HostNow(), 0));
+      const int ready = ppoll(&entry, 1, &time, nullptr);
+      if (ready >= 0 || errno != EINTR) return ready > 0;
+    }
   }
 
   // Whether `other` is the process or one that it started: it began a session of its own, and what

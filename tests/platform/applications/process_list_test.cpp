@@ -21,7 +21,19 @@
 
 namespace {
 
-constexpr OSType kSignature = FourCC('T', 's', 't', 'P');
+// The process list shows the applications of every test that runs now, so each run of this program
+// has signatures of its own: a letter, and what tells its process from others.
+std::string OwnSignature(char letter) {
+  std::string text(1, letter);
+  for (pid_t rest = getpid(); text.size() < 4; rest /= 60) {
+    text += static_cast<char>('A' + rest % 60);
+  }
+  return text;
+}
+
+OSType CodeOf(const std::string& text) { return FourCC(text[0], text[1], text[2], text[3]); }
+
+const OSType kSignature = CodeOf(OwnSignature('P'));
 constexpr OSType kType = FourCC('A', 'P', 'P', 'L');
 constexpr char kSleeper[] = "/bin/sleep";
 
@@ -38,7 +50,7 @@ bool StartProgram(ChildProcess& child, std::vector<std::string> arguments) {
 // A bundle with a program that does nothing for a long time.
 class SleeperBundle {
  public:
-  explicit SleeperBundle(const char* name, const char* signature = "TstP")
+  explicit SleeperBundle(const char* name, const std::string& signature = OwnSignature('P'))
       : path(MakeTestBundle(scratch, name, {.signature = signature, .executable = "sleeper"})) {
     scratch.Program(std::string(name) + "/Contents/Linux/sleeper", kSleeper);
     scratch.Program(std::string(name) + "/Contents/Linux/helper", kSleeper);
@@ -71,7 +83,7 @@ OSErr Inform(const ProcessSerialNumber& psn, ProcessInfoRec* info) {
 
 TEST(ProcessList, FindsApplicationsWhileTheyRun) {
   const OpenDescriptorCheck noLeaks;
-  const SleeperBundle bundle("Sleeper.app");
+  const SleeperBundle bundle("A name of more than 31 characters.app");
   ProcessSerialNumber psn = {7, 7};
   EXPECT_EQ(procNotFound, FindPSN(&psn, kSignature, kType));
   ChildProcess first, second, helper;
@@ -87,7 +99,7 @@ TEST(ProcessList, FindsApplicationsWhileTheyRun) {
   ASSERT_EQ(noErr, GetProcessForPID(first.Pid(), &ofPid));
   EXPECT_TRUE(AreSame(ofPid, found[0]) || AreSame(ofPid, found[1]));
   EXPECT_TRUE(AllOf(kSignature, FourCC('B', 'N', 'D', 'L')).empty());
-  EXPECT_TRUE(AllOf(FourCC('T', 's', 't', 'p'), kType).empty());
+  EXPECT_TRUE(AllOf(CodeOf(OwnSignature('p')), kType).empty());
 
   Str31 name;
   FSSpec spec = {};
@@ -98,7 +110,8 @@ TEST(ProcessList, FindsApplicationsWhileTheyRun) {
   EXPECT_EQ(kSignature, info.processSignature);
   EXPECT_EQ(kType, info.processType);
   EXPECT_TRUE(AreSame(ofPid, info.processNumber));
-  EXPECT_EQ("Sleeper", std::string(reinterpret_cast<char*>(name) + 1, name[0]));
+  EXPECT_EQ("A name of more than 31 characte",
+            std::string(reinterpret_cast<char*>(name) + 1, name[0]));
   char path[4096];
   EXPECT_EQ(noErr, FSSpecToPath(&spec, path, sizeof path));
   EXPECT_EQ(bundle.path, path);
@@ -121,14 +134,14 @@ TEST(ProcessList, FindsApplicationsWhileTheyRun) {
 }
 
 TEST(ProcessList, FollowsChangesOfABundle) {
-  const SleeperBundle bundle("Changing.app", "Tst1");
+  const SleeperBundle bundle("Changing.app", OwnSignature('1'));
   ChildProcess child;
   ASSERT_TRUE(bundle.Start(child));
-  ASSERT_TRUE(WaitUntil([] { return !AllOf(FourCC('T', 's', 't', '1'), kType).empty(); }, 20s));
+  ASSERT_TRUE(WaitUntil([] { return !AllOf(CodeOf(OwnSignature('1')), kType).empty(); }, 20s));
   MakeTestBundle(bundle.scratch, "Changing.app",
-                 {.signature = "Tst2", .packageType = "BNDL", .executable = "sleeper"});
-  EXPECT_TRUE(AllOf(FourCC('T', 's', 't', '1'), kType).empty());
-  EXPECT_EQ(1u, AllOf(FourCC('T', 's', 't', '2'), FourCC('B', 'N', 'D', 'L')).size());
+                 {.signature = OwnSignature('2'), .packageType = "BNDL", .executable = "sleeper"});
+  EXPECT_TRUE(AllOf(CodeOf(OwnSignature('1')), kType).empty());
+  EXPECT_EQ(1u, AllOf(CodeOf(OwnSignature('2')), FourCC('B', 'N', 'D', 'L')).size());
 }
 
 // Every pass ends, by increasing pid, whatever starts and stops meanwhile; it has ourselves, and

@@ -84,6 +84,8 @@ TEST_F(FileRecords, PathsLeadToRecordsAndBack) {
   scratch.File("folder/\xff: \x01");
   scratch.File("folder/" + tooLong);
   scratch.File(tooLong + "/file");
+  const std::string justFits(63, 'n');
+  scratch.File("folder/" + justFits);
   scratch.Link("link", "folder/file");
   scratch.Link("loop", "loop2");
   scratch.Link("loop2", "loop");
@@ -97,6 +99,12 @@ TEST_F(FileRecords, PathsLeadToRecordsAndBack) {
       {"/", 0, "/", 0},
       {root + "folder/", 0, root + "folder", 0},
       {root + "folder/../link", 0, root + "folder/file", 0},
+      {root + "folder/file", 0, root + "folder/file", 0},
+      {root + "folder/.", 0, root + "folder", 0},  // the folder is known by now
+      {root + "folder/..", 0, scratch.Path(), 0},
+      {root + "folder/./file", 0, root + "folder/file", 0},
+      {root + "folder//file", 0, root + "folder/file", 0},
+      {root + "folder/" + justFits, 0, root + "folder/" + justFits, 0},
       {root + "folder/\xff: \x01", 0, root + "folder/\xff: \x01", 0},
       {root + "folder/" + tooLong, 0, root + "folder/" + tooLong, bdNamErr},
       {root + tooLong + "/file", 0, root + tooLong + "/file", 0},
@@ -172,7 +180,7 @@ TEST_F(FileRecords, SpecsTellWhatIsThere) {
 }
 
 TEST_F(FileRecords, NumbersAndReferencesDieWithWhatTheyName) {
-  for (const char* name : {"deleted", "moved", "replaced", "linked", "filed"}) {
+  for (const char* name : {"deleted", "moved", "replaced", "linked", "filed", "way/inner"}) {
     scratch.File(std::string(name) + "/file");
   }
   struct Row {
@@ -181,7 +189,7 @@ TEST_F(FileRecords, NumbersAndReferencesDieWithWhatTheyName) {
     FSRef folderRef = {};
     FSRef fileRef = {};
     SInt32 number = 0;
-  } rows[] = {{"deleted"}, {"moved"}, {"replaced"}, {"linked"}, {"filed"}};
+  } rows[] = {{"deleted"}, {"moved"}, {"replaced"}, {"linked"}, {"filed"}, {"way/inner"}};
   for (Row& row : rows) {
     const std::string path = scratch.Path(row.name);
     row.number = NumberOf(path);
@@ -196,6 +204,8 @@ TEST_F(FileRecords, NumbersAndReferencesDieWithWhatTheyName) {
   scratch.Link("linked", "elsewhere");
   std::filesystem::rename(scratch.Path("filed"), scratch.Path("kept2"));
   scratch.File("filed");
+  std::filesystem::rename(scratch.Path("way"), scratch.Path("kept3"));
+  scratch.File("way");  // a file where a folder on the way was
   std::filesystem::remove_all(scratch.Path("deleted"));
   std::filesystem::rename(scratch.Path("moved"), scratch.Path("away"));
 
@@ -223,6 +233,9 @@ TEST_F(FileRecords, NumbersAndReferencesDieWithWhatTheyName) {
   // The name alone is in the reference of a folder too: what has it now is meant.
   EXPECT_EQ(scratch.Path("replaced"), PathOfRef(rows[2].folderRef));
   EXPECT_NE(rows[2].number, NumberOf(scratch.Path("replaced")));
+  FSSpec again = {};
+  EXPECT_EQ(noErr, SpecOfPath(scratch.Path("replaced/file"), &again));
+  EXPECT_EQ(scratch.Path("replaced/file"), PathOfSpec(again));
   EXPECT_TRUE(std::filesystem::exists(scratch.Path("elsewhere/file")));
 }
 
@@ -309,6 +322,7 @@ TEST_F(FileRecords, NamesAndParents) {
       {scratch.Path("f\xc3\xa4"), scratch.Path(), 2, 0xE4, true},
       {scratch.Path("f\xc3\xa4/\xff"), scratch.Path("f\xc3\xa4"), 1, 0x02C7, false},  // Mac Roman
       {scratch.Path(longName), scratch.Path(), 100, 'n', true},
+      {"/proc", "/", 4, 'c', true},
   };
   FSRef ref, parent, found;
   for (const auto& row : rows) {
@@ -324,7 +338,12 @@ TEST_F(FileRecords, NamesAndParents) {
     ASSERT_EQ(noErr, FSMakeFSRefUnicode(&parent, name.length, name.unicode, 0, &found));
     EXPECT_EQ(noErr, FSCompareFSRefs(&ref, &found));
   }
-  // Here the last of them, a file, and the folder around it.
+  FSRef root;
+  ASSERT_EQ(noErr, RefOfPath("/", &root));
+  EXPECT_EQ(dirNFErr, FSGetCatalogInfo(&root, 0, nullptr, nullptr, nullptr, &parent));
+  // From here on a file and the folder around it.
+  ASSERT_EQ(noErr, RefOfPath(scratch.Path(longName), &ref));
+  ASSERT_EQ(noErr, RefOfPath(scratch.Path(), &parent));
   const UniChar dots[] = {'.', '.'}, slash[] = {'x', '/', 'y'}, none[] = {'z'};
   EXPECT_EQ(bdNamErr, FSMakeFSRefUnicode(&parent, 2, dots, 0, &found));
   EXPECT_EQ(bdNamErr, FSMakeFSRefUnicode(&parent, 3, slash, 0, &found));
@@ -378,7 +397,9 @@ TEST_F(FileRecords, MakingAndDeleting) {
 TEST_F(FileRecords, CatalogueTellsKindsAndSizes) {
   const std::string path = scratch.File("folder/b", "hello");
   scratch.File("folder/a");
-  scratch.Folder("folder/c");
+  const std::string longest(63, 'n');
+  chmod(scratch.File("folder/" + longest).c_str(), 0444);
+  scratch.File("folder/" + longest + "n");  // has no record, so no index either
   const std::string huge = scratch.File("huge");
   ASSERT_EQ(0, truncate(huge.c_str(), off_t{3} << 30));
   const bool hasFork =
@@ -399,6 +420,8 @@ TEST_F(FileRecords, CatalogueTellsKindsAndSizes) {
       {0, folder, "", 0, "", true, 0, 0},
       {-1, folder, "ignored", 0, "folder", true, 0, 0},
       {1, folder, "", 0, "a", false, 0, 0},
+      {2, folder, "", 0, "b", false, 5, hasFork ? 7 : 0},
+      {3, folder, "", 0, longest, false, 0, 0},
       {4, folder, "", fnfErr, "", false, 0, 0},
       {1, folder + 1000000, "", dirNFErr, "", false, 0, 0},
   };
@@ -421,6 +444,7 @@ TEST_F(FileRecords, CatalogueTellsKindsAndSizes) {
       EXPECT_EQ(row.resource, +file.fileParam.ioFlRLgLen);
     }
     if (row.err != noErr) continue;
+    EXPECT_EQ(row.found == longest, (block.hFileInfo.ioFlAttrib & kioFlAttribLockedMask) != 0);
     EXPECT_EQ(row.isFolder, (block.hFileInfo.ioFlAttrib & kioFlAttribDirMask) != 0);
     EXPECT_EQ(row.found, std::string(reinterpret_cast<char*>(name) + 1, name[0]));
     if (row.isFolder) {
