@@ -169,6 +169,10 @@ TEST(RunningCheck, TellsThisProcessFromOthers) {
     Daemon daemon;
     ASSERT_TRUE(daemon.HasPort());
     EXPECT_EQ("0 elsewhere 2", Found());
+    // A start that finds the port taken does not make this process the daemon.
+    EXPECT_NE(0, installAEHandlers());
+    EXPECT_EQ("0 elsewhere 2", Found());
+    EXPECT_EQ(0, removeAEHandlers());
   }
   EXPECT_EQ("0 not elsewhere 1", Found());
   ASSERT_EQ(0, installAEHandlers());
