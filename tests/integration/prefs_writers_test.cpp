@@ -1,12 +1,20 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
 
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "platform/host/base/file_lock.h"
+#include "platform/host/base/open_file.h"
 #include "plist/dictionary.h"
 #include "plist/preferences.h"
 #include "tests/integration/process_use.h"
@@ -24,6 +32,11 @@ constexpr char kDomain[] = "com.veltrane.writers";
 constexpr int kWriters = 16;
 constexpr int kKeys = 30;    // of each; scaled
 constexpr int kVictims = 3;  // scaled
+
+std::string LockPath() {
+  return std::string(std::getenv("XDG_CONFIG_DIRS")) + "/veltrane/preferences/." + kDomain +
+         ".plist.lock";
+}
 
 OSStatus CommitKey(const std::string& key, int value) {
   VLTPreferences preferences(kDomain, kCFPreferencesAnyUser, kCFPreferencesCurrentHost);
@@ -47,6 +60,58 @@ TEST_ROLE(Victim) {
   ArmFsyncFault(CallFault::kStop, 1);
   CommitKey("victim." + role.Argument(0), 1);
   return kRoleFailed;  // the test kills us first
+}
+
+// Commits while a timer's signals, whose handler does not restart system calls, come a thousand
+// times a second.
+TEST_ROLE(Waiter) {
+  struct sigaction action = {};
+  action.sa_handler = [](int) {};
+  sigaction(SIGALRM, &action, nullptr);
+  const itimerval often = {{0, 1000}, {0, 1000}};
+  setitimer(ITIMER_REAL, &often, nullptr);
+  role.Tell("status " + std::to_string(CommitKey("waiter", 1)));
+  return kRoleDone;
+}
+
+bool HasOpen(pid_t process, int fd) {
+  struct stat wanted, found;
+  EXPECT_EQ(0, fstat(fd, &wanted));
+  std::error_code ended;
+  const std::string folder = "/proc/" + std::to_string(process) + "/fd";
+  for (const auto& entry : std::filesystem::directory_iterator(folder, ended)) {
+    if (stat(entry.path().c_str(), &found) == 0 && found.st_ino == wanted.st_ino &&
+        found.st_dev == wanted.st_dev) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// A lock file that was replaced while a writer waited for it guards nothing any more.
+TEST(PreferencesWriters, AWriterWaitsForTheLockFileThatIsThereWhenItGetsTheLock) {
+  OpenDescriptorCheck noLeaks;
+  ASSERT_EQ(0, CommitKey("first", 1));
+  const std::string path = LockPath();
+  const auto takeLock = [&] {
+    HostOpenFile file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+    EXPECT_TRUE(HostTryLockByte(file.Get(), 0));
+    return file;
+  };
+  HostOpenFile old = takeLock();
+  TestProcess waiter("Waiter");
+  ASSERT_TRUE(WaitUntil([&] { return HasOpen(waiter.Pid(), old.Get()); }, 60s));
+  std::filesystem::remove(path);
+  const HostOpenFile replacement = takeLock();
+  HostUnlockByte(old.Get(), 0);
+  EXPECT_TRUE(WaitUntil(
+      [&] {
+        return HasOpen(waiter.Pid(), replacement.Get()) || ProcessStateOf(waiter.Pid()) == 'Z';
+      },
+      60s));
+  EXPECT_TRUE(HasOpen(waiter.Pid(), replacement.Get()));
+  HostUnlockByte(replacement.Get(), 0);
+  EXPECT_EQ("status 0", waiter.Hear(60s));
 }
 
 TEST(PreferencesWriters, EveryCommittedKeyIsThere) {

@@ -6,16 +6,19 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/host/preferences/disk.h"
 #include "plist/dictionary.h"
+#include "tests/support/observed_syncs.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/support/session_directory.h"
@@ -121,10 +124,20 @@ TEST_F(Preferences, NamesOfNoFileAreRefused) {
   }
   VLTPreferences elsewhere(kDomain, CFSTR("somebody"), kCFPreferencesAnyHost);
   EXPECT_EQ(paramErr, elsewhere.commit());
+  // A NUL does not end a name early.
+  const UniChar units[] = {'a', 0, 'b'};
+  const CFStringRef cut = CFStringCreateWithCharacters(nullptr, units, 3);
+  CFPreferencesSetAppValue(CFSTR("n"), kCFBooleanTrue, cut);
+  EXPECT_FALSE(CFPreferencesSynchronize(cut, kCFPreferencesCurrentUser, kCFPreferencesAnyHost));
+  CFRelease(cut);
   EXPECT_FALSE(std::filesystem::exists(UserFolder()));
+  VLTPreferences longest(tooLong.substr(1).c_str(), kCFPreferencesCurrentUser,
+                         kCFPreferencesAnyHost);
+  longest.setInteger("n", 1);
+  EXPECT_EQ(0, longest.commit());
 }
 
-TEST_F(Preferences, GettersAndSlots) {
+TEST_F(Preferences, GettersTellAbsentFromWrongTypeAndNullRemoves) {
   int number = 7;
   EXPECT_EQ(errAEDescNotFound, preferences.getInteger("n", number));
   EXPECT_EQ(0, preferences.remove("n"));
@@ -143,7 +156,7 @@ TEST_F(Preferences, GettersAndSlots) {
   EXPECT_FALSE(std::filesystem::exists(path));  // nothing has changed
 }
 
-TEST_F(Preferences, WholeTables) {
+TEST_F(Preferences, LoadingMergesOrReplacesAndSavingGivesAllEntries) {
   VLTDictionary list, read;
   EXPECT_EQ(paramErr, preferences.save("/dev/null", kCFPropertyListXMLFormat_v1_0));  // empty
   preferences.setInteger("old", 1);
@@ -219,10 +232,18 @@ TEST_F(Preferences, ReadsLeaveReferencesToOneObjectForEachValue) {
     if (i == 0) second = now;
     EXPECT_EQ(i % 2 == 0 ? second : first, now);
   }
+  // Also one that is replaced before it was ever written.
+  CFStringRef unwritten = nullptr;
+  preferences.setCString("s", "three");
+  EXPECT_EQ(0, preferences.getString("s", unwritten));
+  preferences.setCString("s", "four");
+  preferences.setCString("s", "three");
+  EXPECT_EQ(0, preferences.getString("s", again));
+  EXPECT_EQ(unwritten, again);
 }
 
 // What is the same is not written anew, and keeps its object.
-TEST(PreferenceValues, AreTheSameBitForBit) {
+TEST(PreferenceValues, AreTheSameOnlyIfTheyAreBitForBit) {
   const struct {
     const char* a;
     const char* b;
@@ -256,6 +277,79 @@ TEST(PreferenceValues, AreTheSameBitForBit) {
     CFRelease(a);
     CFRelease(b);
   }
+}
+
+TEST_F(Preferences, AValueThatIsEqualButNotTheSameIsWritten) {
+  WriteByHand(ListOf("n", 1));
+  preferences.setDouble("n", 1);
+  EXPECT_EQ(0, preferences.commit());
+  EXPECT_NE(std::string::npos, ReadFile(path).find("<real>1</real>"));
+  preferences.setDouble("n", 1);
+  const auto before = std::filesystem::last_write_time(path);
+  EXPECT_EQ(0, preferences.commit());
+  EXPECT_EQ(before, std::filesystem::last_write_time(path));
+}
+
+TEST_F(Preferences, ACommitSyncsTheNewFileThenReplacesTheOldOneThenSyncsTheFolder) {
+  const std::string config = std::getenv("XDG_CONFIG_HOME"), made = config + "/veltrane";
+  const std::string folder = made + "/preferences";
+  using States = std::vector<std::string>;
+  int number = 0;
+  const auto commit = [&](size_t failing, int error) {
+    preferences.setInteger("n", ++number);
+    States states;  // what is synced, and whether the file has the new value by then
+    ObserveSyncs([&, failing, error](const std::string& synced) {
+      const std::string value = "<integer>" + std::to_string(number) + "<";
+      const bool isNew = ReadFile(path).find(value) != std::string::npos;
+      states.push_back(std::filesystem::relative(synced, config).native() + (isNew ? " new" : ""));
+      return states.size() == failing ? error : 0;
+    });
+    const OSStatus err = preferences.commit();
+    ObserveSyncs(nullptr);
+    EXPECT_EQ(number, IntegerOf("n"));
+    return std::pair(err, states);
+  };
+  const std::string newFile = std::string("veltrane/preferences/.") + kDomain + ".plist.new";
+  const std::string inPlace = "veltrane/preferences new";
+  std::filesystem::remove_all(made);
+  EXPECT_EQ(std::pair(OSStatus{0}, States{".", "veltrane", newFile, inPlace}), commit(0, 0));
+  EXPECT_EQ(std::pair(OSStatus{0}, States{newFile, inPlace}), commit(0, 0));
+  EXPECT_EQ(std::pair(OSStatus{0}, States{newFile, newFile, inPlace}), commit(1, EINTR));
+  EXPECT_EQ(std::pair(OSStatus{0}, States{newFile, inPlace, inPlace}), commit(2, EINTR));
+  EXPECT_EQ(std::pair(OSStatus{0}, States{newFile, inPlace}), commit(2, EINVAL));
+}
+
+TEST_F(Preferences, ACommitWhoseSyncFailsSaysSoAndTheNextOneTriesAgain) {
+  for (const int failing : {1, 2}) {
+    WriteByHand(ListOf("n", 1));
+    preferences.setInteger("n", 2);
+    int syncs = 0;
+    ObserveSyncs([&](const std::string&) { return ++syncs == failing ? EIO : 0; });
+    EXPECT_EQ(paramErr, preferences.commit());
+    ObserveSyncs(nullptr);
+    EXPECT_EQ(failing == 2, ReadFile(path) != ListOf("n", 1));
+    EXPECT_EQ(2, IntegerOf("n"));
+    EXPECT_EQ(0, preferences.commit());
+    EXPECT_EQ(2, IntegerOf("n"));
+    EXPECT_FALSE(std::filesystem::exists(UserFolder() + "." + kDomain + ".plist.new"));
+  }
+}
+
+TEST_F(Preferences, WhatIsSetWhileACommitWaitsForTheDiskIsKeptForTheNextOne) {
+  preferences.setInteger("n", 1);
+  preferences.setInteger("gone", 1);
+  ObserveSyncs([&](const std::string&) {
+    preferences.setInteger("n", 2);
+    preferences.remove("gone");
+    return 0;
+  });
+  EXPECT_EQ(0, preferences.commit());
+  ObserveSyncs(nullptr);
+  EXPECT_EQ(2, IntegerOf("n"));
+  EXPECT_EQ(-1, IntegerOf("gone"));
+  EXPECT_NE(std::string::npos, ReadFile(path).find("<key>gone</key>"));
+  EXPECT_EQ(0, preferences.commit());
+  EXPECT_EQ(std::string::npos, ReadFile(path).find("<key>gone</key>"));
 }
 
 TEST_F(Preferences, ARefusedFileBehindALinkIsLoggedOnce) {
@@ -369,7 +463,12 @@ TEST_F(Preferences, ValuesThatNoFileCanHaveShowAtTheNextCommit) {
   EXPECT_EQ(0, preferences.setDictionary("deep", nest));
   EXPECT_EQ(paramErr, preferences.commit());
   EXPECT_EQ(0, preferences.commit());
-  EXPECT_EQ(1, IntegerOf("n"));
+  // What was set beside it is written all the same.
+  preferences.setDictionary("deep", nest);
+  preferences.setInteger("n", 2);
+  EXPECT_EQ(paramErr, preferences.commit());
+  EXPECT_NE(std::string::npos, ReadFile(path).find("<integer>2</integer>"));
+  EXPECT_EQ(0, preferences.commit());
   // What is set is a copy.
   VLTDictionary inner;
   inner.setInteger("n", 1);

@@ -20,7 +20,7 @@ std::string TextOf(CFTypeRef string) {
   return text;
 }
 
-TEST(StackRefs, HoldWhatTheyWereWrittenAs) {
+TEST(StackRefs, HoldTheStringNumberOrBytesThatTheyAreMadeFromAndReleaseThem) {
   const unsigned char pascal[] = "\4Rome";
   EXPECT_EQ(nullptr, static_cast<CFTypeRef>(StackCFString()));
   EXPECT_EQ(nullptr, static_cast<CFTypeRef>(StackCFString(static_cast<const char*>(nullptr))));
@@ -41,7 +41,7 @@ TEST(StackRefs, HoldWhatTheyWereWrittenAs) {
   CFRelease(given);
 }
 
-TEST(ReferenceSlots, CountsAfterEachStep) {
+TEST(ReferenceSlots, AssignReleaseAndAdjustChangeTheCountByWhatTheyPromise) {
   const CFStringRef a = NewString("a"), b = NewString("b");
   const void* slot = nullptr;
   EXPECT_EQ(nullptr, VLTCFAssignReference(nullptr, a));
@@ -67,6 +67,22 @@ TEST(ReferenceSlots, CountsAfterEachStep) {
   EXPECT_EQ(nullptr, VLTCFAdjustRetainCount(&slot, -7));
   EXPECT_EQ(nullptr, slot);
   CFRelease(a);
+}
+
+// The old object may hold the only other reference to the new one.
+TEST(ReferenceSlots, AssigningRetainsTheNewObjectBeforeItReleasesTheOldOne) {
+  static CFIndex countAtRelease = 0;
+  const CFStringRef inner = NewString("inner");
+  CFArrayCallBacks callbacks = {};
+  callbacks.release = [](CFAllocatorRef, const void* value) {
+    countAtRelease = CFGetRetainCount(value);
+  };
+  const void* values[] = {inner};
+  const void* slot = CFArrayCreate(nullptr, values, 1, &callbacks);
+  VLTCFAssignReference(&slot, inner);
+  EXPECT_EQ(2, countAtRelease);
+  VLTCFReleaseReference(&slot);
+  CFRelease(inner);
 }
 
 TEST(TypeRef, AssignRetainsAndAssumeDoesNot) {
@@ -166,7 +182,7 @@ TEST(NumberRule, RefusalsTouchNothing) {
   EXPECT_EQ(99, out);
 }
 
-TEST(Number, Accessors) {
+TEST(Number, AccessorsRefuseWhatDoesNotFitAndTwoReadOneByteOrNothing) {
   const VLTCFSInt16 number(300);
   SInt8 small = 0;
   EXPECT_EQ(errAECoercionFail, number.AsSInt8(small, -5));

@@ -20,10 +20,17 @@ int sCalls = 0;
 int sLeap = 0;
 int sLeapt = 0;
 
+enum class Call { kQuick, kInterruptible, kFsync };
+
 // What this call meets.
-CallFault Enter(bool isFsync = false) {
-  if (sOnlyFsync && !isFsync) return CallFault::kNone;
+CallFault Enter(Call call = Call::kQuick) {
+  if (sOnlyFsync && call != Call::kFsync) return CallFault::kNone;
   if (++sCalls != sNumber) return CallFault::kNone;
+  if (sFault == CallFault::kInterrupt) {
+    if (call == Call::kQuick) return CallFault::kNone;
+    errno = EINTR;
+    return CallFault::kError;
+  }
   if (sFault == CallFault::kKill) raise(SIGKILL);
   if (sFault == CallFault::kStop) raise(SIGSTOP);
   if (sFault == CallFault::kError) errno = sError;
@@ -67,21 +74,21 @@ INTERPOSE(fchmod, (int fd, mode_t mode), (fd, mode))
 INTERPOSE(fchown, (int fd, uid_t owner, gid_t group), (fd, owner, group))
 INTERPOSE(renameat, (int from, const char* old, int to, const char* name), (from, old, to, name))
 INTERPOSE(unlinkat, (int at, const char* path, int flags), (at, path, flags))
-INTERPOSE(mkdir, (const char* path, mode_t mode), (path, mode))
+INTERPOSE(mkdirat, (int at, const char* path, mode_t mode), (at, path, mode))
 
 extern "C" int fsync(int fd) {
   static auto* const hidden = Hidden<int(int)>("fsync");
-  return Enter(true) == CallFault::kError ? -1 : hidden(fd);
+  return Enter(Call::kFsync) == CallFault::kError ? -1 : hidden(fd);
 }
 
 extern "C" ssize_t read(int fd, void* bytes, size_t count) {
   static auto* const hidden = Hidden<ssize_t(int, void*, size_t)>("read");
-  return Enter() == CallFault::kError ? -1 : hidden(fd, bytes, count);
+  return Enter(Call::kInterruptible) == CallFault::kError ? -1 : hidden(fd, bytes, count);
 }
 
 extern "C" ssize_t write(int fd, const void* bytes, size_t count) {
   static auto* const hidden = Hidden<ssize_t(int, const void*, size_t)>("write");
-  const CallFault fault = Enter();
+  const CallFault fault = Enter(Call::kInterruptible);
   if (fault == CallFault::kError) return -1;
   return hidden(fd, bytes, fault == CallFault::kShortWrite && count > 1 ? count / 2 : count);
 }
@@ -105,7 +112,7 @@ extern "C" int open64(const char* path, int flags, ...) {
   va_start(arguments, flags);
   const mode_t mode = ModeAmong(flags, arguments);
   va_end(arguments);
-  return Enter() == CallFault::kError ? -1 : hidden(path, flags, mode);
+  return Enter(Call::kInterruptible) == CallFault::kError ? -1 : hidden(path, flags, mode);
 }
 
 extern "C" int openat64(int at, const char* path, int flags, ...) {
@@ -114,7 +121,7 @@ extern "C" int openat64(int at, const char* path, int flags, ...) {
   va_start(arguments, flags);
   const mode_t mode = ModeAmong(flags, arguments);
   va_end(arguments);
-  return Enter() == CallFault::kError ? -1 : hidden(at, path, flags, mode);
+  return Enter(Call::kInterruptible) == CallFault::kError ? -1 : hidden(at, path, flags, mode);
 }
 
 // Every command that takes anything takes a pointer or less.

@@ -3,15 +3,16 @@
 // The system calls by which this program changes files, passed through a layer that counts them and
 // can make one of them fail, in this process alone and without tracing. A test program that lists
 // interposed_calls.cpp among its sources has the layer: its functions take the place of the C
-// library's (open, openat, stat, fstat, fstatat, read, write, fsync, rename..., see there). For
+// library's (open, openat, stat, fstat, fstatat, read, write, fsync, renameat..., see there). For
 // native, dynamically linked test programs. Meant for one thread at a time.
 
 enum class CallFault {
-  kNone,       // counts only
-  kError,      // the call is not made and fails with `error`
-  kKill,       // the process is killed before the call
-  kStop,       // the process is stopped before the call (SIGSTOP)
-  kShortWrite  // a write takes half of its bytes; other calls go through
+  kNone,        // counts only
+  kError,       // the call is not made and fails with `error`
+  kKill,        // the process is killed before the call
+  kStop,        // the process is stopped before the call (SIGSTOP)
+  kShortWrite,  // a write takes half of its bytes; other calls go through
+  kInterrupt    // a call that signals can interrupt fails with EINTR; others go through
 };
 
 // From now on the `number`-th call (from 1) meets `fault`; 0: none does.

@@ -32,8 +32,7 @@ struct Target {
   std::string file;
   bool isShared = false;
   HostOpenFile directory;
-  uid_t folderOwner = 0;
-  gid_t folderGroup = 0;
+  struct stat info = {};  // of the folder
 
   std::string Path() const { return folder + "/" + file; }
   mode_t FileMode() const { return isShared ? 0644 : 0600; }
@@ -67,56 +66,74 @@ bool Sync(int fd, bool isFolder) {
   return true;
 }
 
-int OpenFolder(const std::string& folder) {
-  return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+// As openat; signals do not make it fail.
+int OpenAt(int directory, const char* name, int flags, mode_t mode = 0) {
+  int fd;
+  do {
+    fd = openat(directory, name, flags | O_CLOEXEC, mode);
+  } while (fd < 0 && errno == EINTR);
+  return fd;
 }
 
-// Makes what is missing of the way to `folder`. Failing shows when the folder is opened: the result
-// is errno of the first one that could not be made, 0 when all were made or there.
+int OpenFolder(int parent, const char* name) {
+  return OpenAt(parent, name, O_RDONLY | O_DIRECTORY);
+}
+
+// What a privileged program makes in a user's folder belongs to that user. `fd` is new and was
+// opened without following a link, so nobody can have put another file in its place.
+void GiveToOwnerOf(const struct stat& folder, int fd) {
+  if (geteuid() != 0 || folder.st_uid == 0) return;
+  [[maybe_unused]] const int ignored = fchown(fd, folder.st_uid, folder.st_gid);
+}
+
+// After a new folder was made in `parent`: gives it to the parent's owner, and waits until the disk
+// has its name.
+void FinishFolder(int parent, const char* name) {
+  const HostOpenFile made(OpenAt(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW));
+  struct stat info;
+  if (made.IsOpen() && fstat(parent, &info) == 0) GiveToOwnerOf(info, made.Get());
+  Sync(HostOpenFile(OpenFolder(parent, ".")).Get(), true);
+}
+
+// Makes the missing folders on the way to `folder`. A failure shows when the folder is opened: the
+// result is errno of the first folder that could not be made, or 0.
 int MakeFolders(const std::string& folder, mode_t mode) {
   int reason = 0;
-  std::string parent = "/";
-  for (size_t slash = 0; slash != std::string::npos;) {
-    slash = folder.find('/', slash + 1);
-    const std::string made = folder.substr(0, slash);
-    if (mkdir(made.c_str(), mode) == 0) {
-      Sync(HostOpenFile(OpenFolder(parent)).Get(), true);
+  HostOpenFile parent(OpenAt(AT_FDCWD, "/", O_PATH | O_DIRECTORY));
+  for (size_t start = 1, end = 0; end != std::string::npos; start = end + 1) {
+    if (!parent.IsOpen()) return reason != 0 ? reason : errno;
+    end = folder.find('/', start);
+    const std::string name = folder.substr(start, end - start);
+    if (name.empty()) continue;
+    if (mkdirat(parent.Get(), name.c_str(), mode) == 0) {
+      FinishFolder(parent.Get(), name.c_str());
     } else if (reason == 0 && errno != EEXIST) {
       reason = errno;
     }
-    parent = made;
+    // Folders on the way need not be readable.
+    parent = HostOpenFile(OpenAt(parent.Get(), name.c_str(), O_PATH | O_DIRECTORY));
   }
   return reason;
 }
 
 bool FindTarget(const HostPreferencesPlace& place, Target* target, std::string* problem) {
   std::string path = place.path;
-  if (!FollowLinks(&path)) return *problem = Failure("its links", place.path), false;
+  if (!FollowLinks(&path)) return *problem = Failure("cannot follow its links", place.path), false;
   const size_t slash = path.rfind('/');
   target->folder = path.substr(0, slash);
   target->file = path.substr(slash + 1);
   target->isShared = place.isShared;
-  target->directory = HostOpenFile(OpenFolder(target->folder));
+  target->directory = HostOpenFile(OpenFolder(AT_FDCWD, target->folder.c_str()));
   if (!target->directory.IsOpen() && errno == ENOENT && path == place.path) {
     const int reason = MakeFolders(target->folder, place.isShared ? 0755 : 0700);
-    target->directory = HostOpenFile(OpenFolder(target->folder));
-    // Why it is not there says more than that it is not.
+    target->directory = HostOpenFile(OpenFolder(AT_FDCWD, target->folder.c_str()));
+    // Report why the folder could not be created, not that it does not exist.
     if (!target->directory.IsOpen() && errno == ENOENT && reason != 0) errno = reason;
   }
-  struct stat info;
-  if (!target->directory.IsOpen() || fstat(target->directory.Get(), &info) != 0) {
-    return *problem = Failure("its folder", path), false;
+  if (!target->directory.IsOpen() || fstat(target->directory.Get(), &target->info) != 0) {
+    return *problem = Failure("cannot open its folder", path), false;
   }
-  target->folderOwner = info.st_uid;
-  target->folderGroup = info.st_gid;
   return true;
-}
-
-// What a privileged program makes in a user's folder is the user's. `fd` is new, so that nobody can
-// have put another file in its place.
-void GiveToFolderOwner(const Target& target, int fd) {
-  if (geteuid() != 0 || target.folderOwner == 0) return;
-  [[maybe_unused]] const int ignored = fchown(fd, target.folderOwner, target.folderGroup);
 }
 
 // The lock of a file, held by one process at a time, and by this object until its end.
@@ -137,24 +154,24 @@ class CommitLock {
     for (int attempt = 0; attempt < kMaxAttempts; attempt++) {
       fd = Open(target, name.c_str());
       if (fd < 0 && errno == EEXIST) continue;  // made by another at this moment
-      if (fd < 0) return *problem = Failure("its lock", target.Path()), false;
+      if (fd < 0) return *problem = Failure("cannot open the lock file", target.Path()), false;
       if (!Wait(end)) return *problem = Failure("waiting for its lock", target.Path()), false;
       // A file that was removed between opening and locking guards nothing.
       if (HostIsSameFile(target.directory.Get(), name.c_str(), fd)) return true;
       HostCloseDescriptor(std::exchange(fd, -1));
     }
-    return *problem = Failure("its lock keeps vanishing", target.Path()), false;
+    return *problem = Failure("its lock file keeps being removed", target.Path()), false;
   }
 
  private:
   static int Open(const Target& target, const char* name) {
-    constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+    constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
     HostDescriptorOpening opening;
     const int directory = target.directory.Get();
-    int lock = openat(directory, name, kFlags);
+    int lock = OpenAt(directory, name, kFlags);
     if (lock < 0 && errno == ENOENT) {
-      lock = openat(directory, name, kFlags | O_CREAT | O_EXCL, target.FileMode());
-      if (lock >= 0) GiveToFolderOwner(target, lock);
+      lock = OpenAt(directory, name, kFlags | O_CREAT | O_EXCL, target.FileMode());
+      if (lock >= 0) GiveToOwnerOf(target.info, lock);
     }
     return opening.Enter(lock, HostDescriptorKind::kNameFile);
   }
@@ -255,16 +272,16 @@ class NewFile {
 
   // Each step tells on failure what it was about.
   bool Make(const HostFileStamp& old, std::string* problem) {
-    constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
     const int directory = target.directory.Get();
-    int fd = openat(directory, name.c_str(), kFlags, 0600);
+    int fd = OpenAt(directory, name.c_str(), kFlags, 0600);
     if (fd < 0 && errno == EEXIST && unlinkat(directory, name.c_str(), 0) == 0) {
-      fd = openat(directory, name.c_str(), kFlags, 0600);  // its writer died
+      fd = OpenAt(directory, name.c_str(), kFlags, 0600);  // its writer died
     }
     file = HostOpenFile(fd);
     isMade = fd >= 0;
     if (!isMade) return Fail("making a new file", problem);
-    return TakeAfter(old) || Fail("its owner and mode", problem);
+    return TakeAfter(old) || Fail("cannot keep its owner and mode", problem);
   }
 
   bool Fill(const std::vector<UInt8>& bytes, std::string* problem) {
@@ -289,7 +306,7 @@ class NewFile {
 
   bool TakeAfter(const HostFileStamp& old) const {
     if (old.changed == 0) {
-      GiveToFolderOwner(target, file.Get());
+      GiveToOwnerOf(target.info, file.Get());
       return fchmod(file.Get(), target.FileMode()) == 0;
     }
     struct stat made;
