@@ -1,5 +1,8 @@
 #include "plist/file_replacement.h"
 
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,13 +11,15 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace {
 
 constexpr CFIndex kMaxPathBytes = 4096;
 constexpr int kMaxLinks = 40;
-constexpr char kNewFile[] = "/new";
+constexpr char kNewName[] = "new";
 
 std::string PathOf(CFURLRef file) {
   std::string bytes(kMaxPathBytes, 0);
@@ -44,11 +49,15 @@ std::filesystem::path FollowLinks(std::filesystem::path path) {
 using OpenFile = std::unique_ptr<FILE, int (*)(FILE*)>;
 
 OpenFile Open(const std::string& path, const char* mode) {
-  return OpenFile(std::fopen(path.c_str(), mode), &std::fclose);
+  FILE* file;
+  do {
+    file = std::fopen(path.c_str(), mode);
+  } while (file == nullptr && errno == EINTR);
+  return OpenFile(file, &std::fclose);
 }
 
-// Waits until the disk has all of a file, or the names in a folder. False with errno; for a file
-// that could not be opened, too.
+// Waits until the disk has all of a file, or the names in a folder. Returns false with errno on
+// failure, and for a file that could not be opened.
 bool WaitForDisk(const OpenFile& file) {
   if (file == nullptr) return false;
   while (fsync(fileno(file.get())) != 0) {
@@ -62,7 +71,58 @@ std::string FolderOf(const std::string& path) {
   return std::filesystem::path(path).parent_path().string();
 }
 
-// Failing is no harm: another's file that may be replaced is then ours, with its mode.
+constexpr char kFolderPattern[] = ".vlt-XXXXXX";
+constexpr int kMostExamined = 4096;
+constexpr int kMostAttempts = 10;
+
+int OpenFolder(int parent, const char* name) {
+  int fd;
+  do {
+    fd = openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  } while (fd < 0 && errno == EINTR);
+  return fd;
+}
+
+// A folder is in use while its process holds this lock, which ends with the process.
+bool TryLock(int folder) { return flock(folder, LOCK_EX | LOCK_NB) == 0; }
+
+bool IsInParent(int folder) {
+  struct stat info;
+  return fstat(folder, &info) == 0 && info.st_nlink > 0;
+}
+
+// Removes the temporary folder `name` in `parent` if it belongs to this user and no process uses
+// it.
+void RemoveIfLeft(int parent, const char* name) {
+  const int left = OpenFolder(parent, name);
+  if (left < 0) return;
+  struct stat info;
+  if (fstat(left, &info) == 0 && info.st_uid == geteuid() && TryLock(left)) {
+    unlinkat(left, kNewName, 0);
+    unlinkat(parent, name, AT_REMOVEDIR);
+  }
+  close(left);
+}
+
+// Removes what killed processes have left in `parent`. Looks at its first entries only, so that a
+// huge folder does not delay every save.
+void RemoveLeftFolders(const std::string& parent) {
+  DIR* const entries = opendir(parent.c_str());
+  if (entries == nullptr) return;
+  const std::string_view pattern = kFolderPattern;
+  const std::string_view prefix = pattern.substr(0, pattern.find('X'));
+  for (int i = 0; i < kMostExamined; i++) {
+    const dirent* const entry = readdir(entries);
+    if (entry == nullptr) break;
+    const std::string_view name = entry->d_name;
+    if (name.size() == pattern.size() && name.starts_with(prefix)) {
+      RemoveIfLeft(dirfd(entries), entry->d_name);
+    }
+  }
+  closedir(entries);
+}
+
+// Failing does no harm: the new file then belongs to this user, with the old file's mode.
 void TakeOver(const char* path, const struct stat& old) {
   if (chown(path, old.st_uid, old.st_gid) != 0) {
     [[maybe_unused]] const int group = chown(path, static_cast<uid_t>(-1), old.st_gid);
@@ -80,28 +140,49 @@ VLTFileReplacement::VLTFileReplacement(CFURLRef file) {
   if (path.empty()) {
     error = given.empty() ? ENOENT : ELOOP;
   } else if (isPlain && !IsLink(path)) {
-    MakeFolder();
+    const std::string parent = FolderOf(path);
+    RemoveLeftFolders(parent);
+    MakeFolder(parent);
   }
 }
 
 VLTFileReplacement::~VLTFileReplacement() {
-  if (folder.empty()) return;
-  std::remove((folder + kNewFile).c_str());
-  std::remove(folder.c_str());
+  if (openFolder < 0) return;
+  unlinkat(openFolder, kNewName, 0);
+  rmdir(folder.c_str());
+  close(openFolder);
 }
 
-void VLTFileReplacement::MakeFolder() {
-  const std::string parent = FolderOf(path);
-  std::string name = (parent == "/" ? "" : parent) + "/.vlt-XXXXXX";
-  if (mkdtemp(name.data()) != nullptr) {
-    folder = name;
-  } else if (errno != EACCES && errno != EPERM) {
-    error = errno;
-    path.clear();  // writing in place could destroy the old contents
+// Another process may take the new folder for one that was left, until it is locked: then a second
+// one is made.
+void VLTFileReplacement::MakeFolder(const std::string& parent) {
+  const std::string pattern = (parent == "/" ? "" : parent) + "/" + kFolderPattern;
+  for (int attempt = 0; attempt < kMostAttempts; attempt++) {
+    std::string name = pattern;
+    if (mkdtemp(name.data()) == nullptr) {
+      if (errno == EACCES || errno == EPERM) return;  // written in place
+      break;
+    }
+    const int opened = OpenFolder(AT_FDCWD, name.c_str());
+    const bool isOwn = opened >= 0 && (TryLock(opened) || errno != EWOULDBLOCK);
+    if (isOwn && IsInParent(opened)) {
+      folder = std::move(name);
+      openFolder = opened;
+      return;
+    }
+    const int reason = errno;
+    if (opened >= 0) close(opened);
+    rmdir(name.c_str());
+    errno = reason;
+    if (opened < 0 && reason != ENOENT) break;
   }
+  error = errno;
+  path.clear();  // writing in place could destroy the old contents
 }
 
-std::string VLTFileReplacement::Target() const { return folder.empty() ? path : folder + kNewFile; }
+std::string VLTFileReplacement::Target() const {
+  return folder.empty() ? path : folder + "/" + kNewName;
+}
 
 CFURLRef VLTFileReplacement::CopyTarget() const {
   const std::string target = Target();
@@ -120,5 +201,6 @@ bool VLTFileReplacement::PutInPlace() {
   if (file != nullptr && stat(path.c_str(), &old) == 0) TakeOver(target.c_str(), old);
   if (!WaitForDisk(file) || std::rename(target.c_str(), path.c_str()) != 0) return false;
   const OpenFile parent = Open(FolderOf(path), "re");
-  return parent == nullptr || WaitForDisk(parent);  // one that may not be read cannot be waited for
+  // A folder that may not be read cannot be synced.
+  return (parent == nullptr && errno == EACCES) || WaitForDisk(parent);
 }

@@ -4,11 +4,16 @@
 
 #include <string>
 
-// A file that is about to be replaced as a whole: the new one is written beside it and takes its
-// place only when it is complete and on the disk, so that a failure, a loss of power, and whoever
-// reads meanwhile, find the old one. The old file's mode, owner and symbolic links stay. What is no
-// plain file (a terminal, a pipe), what a link in /dev leads to (/dev/stdout), or what stands in a
-// folder that does not let us make another, is written in place. One thread.
+// VLTFileReplacement replaces a file as a whole. The new file is written beside the old one and
+// takes its place only when it is complete and on the disk: after a failure or a loss of power, and
+// for programs that read meanwhile, the old file is there. The old file's mode, owner and symbolic
+// links stay.
+//
+// The new file is written in a folder `.vlt-XXXXXX` beside the old one. A process that is killed
+// leaves that folder; the next replacement in the same place removes it.
+//
+// A file is written in place if it is not a regular file (a terminal, a pipe), if a link in /dev
+// leads to it (/dev/stdout), or if its folder does not permit another file. One thread.
 class VLTFileReplacement {
  public:
   explicit VLTFileReplacement(CFURLRef file);
@@ -16,23 +21,24 @@ class VLTFileReplacement {
   VLTFileReplacement& operator=(const VLTFileReplacement&) = delete;
   ~VLTFileReplacement();  // removes the new file unless it was put in place
 
-  // Where to write; null when nothing can be written. The caller releases it.
+  // Returns the file to write to, or null if nothing can be written. The caller releases it.
   CFURLRef CopyTarget() const;
 
-  // errno's reason why nothing can be written; 0 when it can.
+  // Returns errno's reason why nothing can be written, or 0 if something can.
   int Error() const { return error; }
 
-  // Puts what was written, and closed, into its place, and waits for the disk. False with errno
-  // when the system refuses: the file is the old one, or, when only its folder could not be brought
-  // to the disk, the new one.
+  // Puts the new file, which has been written and closed, in the old one's place and waits for the
+  // disk. Returns false with errno on failure: the old file is there then, or, if only its folder
+  // could not be synced, the new one.
   bool PutInPlace();
 
  private:
-  void MakeFolder();
+  void MakeFolder(const std::string& parent);
   std::string Target() const;
 
-  std::string path;     // of the file itself, behind its links; "" for no usable address
-  bool isPlain = true;  // it is a plain file, or not there
-  std::string folder;   // ours, beside the file, with the new one in it; "": written in place
+  std::string path;     // of the file itself, after its links; "" if there is no usable path
+  bool isPlain = true;  // it is a regular file, or does not exist
+  std::string folder;   // the temporary folder; "" if the file is written in place
+  int openFolder = -1;  // `folder`, locked for as long as this object exists
   int error = 0;
 };

@@ -1,11 +1,16 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <iterator>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "plist/dictionary.h"
+#include "plist/file_replacement.h"
+#include "tests/support/observed_syncs.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/scratch_folder.h"
 
@@ -67,7 +72,7 @@ TEST_F(DictionaryFiles, LoadingReplacesOrMergesOnlyWhatItCouldRead) {
   EXPECT_EQ(0, dictionary.getCount());
 }
 
-TEST_F(DictionaryFiles, RecordsOfFilesAreIgnoredWhenGood) {
+TEST_F(DictionaryFiles, LoadingAndSavingThroughAnFSRefDoNothingWhenTheFileExists) {
   Write("<plist><dict><key>n</key><integer>2</integer></dict></plist>");
   const std::string before = ReadFile(path);
   FSRef ref;
@@ -82,7 +87,7 @@ TEST_F(DictionaryFiles, RecordsOfFilesAreIgnoredWhenGood) {
   EXPECT_EQ(fnfErr, dictionary.save(&forged, kXML));
 }
 
-TEST_F(DictionaryFiles, OnlyAnAddressTakesAnotherForm) {
+TEST_F(DictionaryFiles, OnlyAURLIsSavedInAnotherFormThanXML) {
   VLTDictionary dictionary, loaded;
   dictionary.setInteger("n", 5);
   EXPECT_EQ(0, dictionary.save(path.c_str(), kBinary));
@@ -98,7 +103,7 @@ TEST_F(DictionaryFiles, OnlyAnAddressTakesAnotherForm) {
   CFRelease(url);
 }
 
-TEST_F(DictionaryFiles, MemoryForms) {
+TEST_F(DictionaryFiles, MemoryTakesTextOnlyAndGivesBackTheSameEntries) {
   VLTDictionary dictionary, loaded;
   dictionary.setCString("text", "\x8A");  // a with two dots
   char* buffer = nullptr;
@@ -159,10 +164,61 @@ TEST_F(DictionaryFiles, SavingReplacesWholeFilesBehindLinks) {
 
   // What is no plain file is written to and stays.
   EXPECT_EQ(0, dictionary.save("/dev/null", kXML));
+  EXPECT_EQ(fnfErr, dictionary.save("/dev/full", kXML));
   EXPECT_FALSE(std::filesystem::is_regular_file("/dev/null"));
   EXPECT_EQ(fnfErr, dictionary.save(folder.Path("none/x").c_str(), kXML));
   EXPECT_EQ(fnfErr, dictionary.save(folder.Path().c_str(), kXML));
   EXPECT_EQ(5u, EntriesOf(folder.Path()));
+}
+
+TEST_F(DictionaryFiles, SavingRemovesWhatAKilledSaveHasLeftAndNothingElse) {
+  VLTDictionary dictionary;
+  const auto make = [&](const char* name, const char* inside) {
+    std::filesystem::create_directory(folder.Path(name));
+    folder.File(std::string(name) + "/" + inside, "x");
+  };
+  make(".vlt-AAAAAA", "new");
+  std::filesystem::create_directory(folder.Path(".vlt-BBBBBB"));
+  make(".vlt-CCCCCC", "other");
+  make(".vlt-longer7", "new");
+  folder.File(".vlt-DDDDDD", "x");
+  const CFURLRef url = NewURL(folder.Path("live.plist"));
+  const VLTFileReplacement live(url);
+  EXPECT_EQ(0, live.Error());
+  EXPECT_EQ(0, dictionary.save(path.c_str(), kXML));
+  EXPECT_FALSE(std::filesystem::exists(folder.Path(".vlt-AAAAAA")));
+  EXPECT_FALSE(std::filesystem::exists(folder.Path(".vlt-BBBBBB")));
+  EXPECT_EQ(5u, EntriesOf(folder.Path()));  // the three others, the live one, the file
+  CFRelease(url);
+}
+
+TEST_F(DictionaryFiles, SavingSyncsTheNewFileThenReplacesTheOldOneThenSyncsTheFolder) {
+  VLTDictionary dictionary;
+  dictionary.setInteger("n", 5);
+  const auto save = [&](size_t failing, int error) {
+    Write("old");
+    std::vector<std::string> states;  // of the file, at each sync
+    ObserveSyncs([&, failing, error](const std::string& synced) {
+      states.push_back((synced == folder.Path() ? "folder " : "file ") +
+                       ReadFile(path).substr(0, 5));
+      return states.size() == failing ? error : 0;
+    });
+    const OSStatus err = dictionary.save(path.c_str(), kXML);
+    ObserveSyncs(nullptr);
+    EXPECT_EQ(1u, EntriesOf(folder.Path()));
+    return std::pair(err, states);
+  };
+  using States = std::vector<std::string>;
+  const States once = {"file old", "folder <?xml"};
+  EXPECT_EQ(std::pair(OSStatus{0}, once), save(0, 0));
+  // One that was interrupted is made again; a file system may have nothing to wait for.
+  EXPECT_EQ(std::pair(OSStatus{0}, States{"file old", "file old", "folder <?xml"}), save(1, EINTR));
+  EXPECT_EQ(std::pair(OSStatus{0}, States{"file old", "folder <?xml", "folder <?xml"}),
+            save(2, EINTR));
+  EXPECT_EQ(std::pair(OSStatus{0}, once), save(2, EINVAL));
+  EXPECT_EQ(std::pair(OSStatus{fnfErr}, States{"file old"}), save(1, EIO));
+  EXPECT_EQ("old", ReadFile(path));
+  EXPECT_EQ(std::pair(OSStatus{fnfErr}, once), save(2, EIO));
 }
 
 }  // namespace
