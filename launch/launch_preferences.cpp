@@ -109,7 +109,7 @@ OSStatus VLTLaunch::ReadPreferenceKeys(VLTDictionary& dict) {
 OSStatus VLTLaunch::readStringFromDict(VLTDictionary& dict, const char* key, char*& out) {
   char* text = nullptr;
   const OSStatus err = dict.getCStringAlloc(key, text, nullptr);
-  if (err != 0 || text == nullptr || text[0] == 0) {
+  if (err != 0 || text == nullptr || text[0] == 0 || !IsWhole(dict, key, text)) {
     StrFree(text);
     return errAEDescNotFound;
   }

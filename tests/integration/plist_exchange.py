@@ -2,7 +2,8 @@
 
 make DIR COUNT     random values into DIR/N.xml and DIR/N.bin
 check DIR COUNT    the same values must be in every file DIR/N.*.out
-rewrite DIR COUNT  DIR/N.xml and DIR/N.bin must hold the same; writes DIR/N.xml.out and N.bin.out
+rewrite DIR COUNT  DIR/N.xml and DIR/N.bin must hold the same; writes both, read, in the binary
+                   form (its XML has no carriage returns) to DIR/N.xml.out and N.bin.out
 lines DIR COUNT    DIR/lines.json must be JSON in UTF-8, line by line: bytes in hexadecimal, their text
 """
 
@@ -75,8 +76,8 @@ def main(verb, folder, count):
     for number in range(int(count)):
         files = {form: folder / f"{number}.{form}" for form in forms}
         if verb == "rewrite":
-            expected = plistlib.loads(files["xml"].read_bytes())
-            assert same(expected, plistlib.loads(files["bin"].read_bytes())), files
+            lists = {form: plistlib.loads(files[form].read_bytes()) for form in forms}
+            assert same(lists["xml"], lists["bin"]), files
         else:
             expected = value(random.Random(number), 5)
         for form, path in files.items():
@@ -84,7 +85,7 @@ def main(verb, folder, count):
                 path.write_bytes(plistlib.dumps(expected, fmt=forms[form]))
             elif verb == "rewrite":
                 path.with_suffix(f".{form}.out").write_bytes(
-                    plistlib.dumps(expected, fmt=forms[form]))
+                    plistlib.dumps(lists[form], fmt=plistlib.FMT_BINARY))
         if verb == "check":
             outputs = list(folder.glob(f"{number}.*.out"))
             assert len(outputs) == 4, outputs

@@ -60,8 +60,7 @@ TEST_ROLE(Changer) {
   signal(SIGXFSZ, SIG_IGN);
   if (what == "limited" && setrlimit(RLIMIT_FSIZE, &limit) != 0) return kRoleFailed;
   ArmCallFault(fault, number, role.NumberArgument(3));
-  if (what == "save, syncs count") ArmFsyncFault(fault, number);
-  const bool isSaved = what.starts_with("save");
+  const bool isSaved = what == "save";
   const bool ok = isSaved ? dictionary.save(SavedPath().c_str(), kCFPropertyListXMLFormat_v1_0) == 0
                           : Domain().commit() == 0;
   const int calls = CallsSinceArmed();
@@ -264,7 +263,8 @@ TEST_F(PreferencesFaults, EveryCallOfACommitFailsOnceOrIsTheLast) {
   EXPECT_GE(failed, 30);
 }
 
-TEST_F(PreferencesFaults, TheSameInsideTheProcessAndWithShortWrites) {
+TEST_F(PreferencesFaults,
+       InterruptedCallsAndShortWritesSucceedAndOtherFaultsLeaveTheOldOrTheNewFile) {
   OpenDescriptorCheck noLeaks;
   const ProgramResult plain = Change("commit");
   ASSERT_EQ("ok", Said(plain)) << plain.errors;
@@ -294,11 +294,11 @@ bool LeavesFolder() {
 }
 
 // Saves a file; the number in it is 1 in the old one and 2 in the new one.
-ProgramResult SaveWith(const std::string& what, CallFault fault, int call, int error, int* number) {
+ProgramResult SaveWith(CallFault fault, int call, int error, int* number) {
   VLTDictionary dictionary;
   dictionary.setInteger("n", 1);
   EXPECT_EQ(0, dictionary.save(SavedPath().c_str(), kCFPropertyListXMLFormat_v1_0));
-  const ProgramResult result = Change(what, fault, call, error);
+  const ProgramResult result = Change("save", fault, call, error);
   EXPECT_EQ(0, dictionary.load(SavedPath().c_str(), false));
   EXPECT_EQ(0, dictionary.getInteger("n", *number));
   return result;
@@ -306,7 +306,7 @@ ProgramResult SaveWith(const std::string& what, CallFault fault, int call, int e
 
 TEST(SavingFaults, TheFileIsTheOldOrTheNewOne) {
   int found = 0;
-  const ProgramResult plain = SaveWith("save", CallFault::kNone, 0, 0, &found);
+  const ProgramResult plain = SaveWith(CallFault::kNone, 0, 0, &found);
   ASSERT_EQ("ok", Said(plain)) << plain.errors;
   EXPECT_EQ(2, found);
   const int calls = CallsOf(plain);
@@ -314,21 +314,12 @@ TEST(SavingFaults, TheFileIsTheOldOrTheNewOne) {
   for (const auto& row : kFaults) {
     for (int number = 1; number <= calls; number++) {
       SCOPED_TRACE(testing::Message() << "call " << number << ", errno " << row.error);
-      const std::string said = Said(SaveWith("save", row.fault, number, row.error, &found));
+      const std::string said = Said(SaveWith(row.fault, number, row.error, &found));
       EXPECT_EQ(row.fault == CallFault::kKill, said.empty());
       EXPECT_TRUE(said == "ok" ? found == 2 : found >= 1) << said;
       EXPECT_TRUE(!MustSucceed(row.fault) || said == "ok");
       EXPECT_TRUE(said.empty() || !LeavesFolder()) << said;
     }
-  }
-}
-
-TEST(SavingFaults, TheDiskHasTheNewFileBeforeItTakesItsPlace) {
-  for (const int number : {1, 2}) {  // of the file, of its folder
-    int found = 0;
-    const auto result = SaveWith("save, syncs count", CallFault::kKill, number, 0, &found);
-    EXPECT_EQ(-SIGKILL, result.status) << number;
-    EXPECT_EQ(number, found);
   }
 }
 

@@ -129,6 +129,7 @@ TEST(LaunchPreferences, KeyByKey) {
       {Text("executablePath", "/usr"), 0, {"executable /usr"}},
       {Text("executablePath", "/usr/nothing/here") + port, 0, {"port other.port"}},
       {Text("executablePath", "/usr\xe2\x86\x92"), 0, {}},  // cut: /usr
+      {Text("portName", "ab\xe2\x86\x92") + Text("bundleID", "ab\xe2\x86\x92"), 0, {}},
       {Text("portName", ""), 0, {}},
       {Key("portName", number), 0, {}},
       {Key("findByPortName", "<false/>"), 0, {"findPort 0", "retries 0"}},

@@ -92,7 +92,7 @@ TEST(Dictionary, NumberValueComparesTheStoredWidth) {
   EXPECT_EQ(paramErr, dictionary.getNumberValue("text", kCFNumberSInt16Type, &two, 2, stored));
 }
 
-TEST(Dictionary, TextAndBytesIntoAllKindsOfBuffers) {
+TEST(Dictionary, TextAndDataFillBuffersExactlyAndAreCutToFit) {
   VLTDictionary dictionary;
   const unsigned char pascal[] = "\5hello";
   dictionary.setPString("text", pascal);
@@ -170,7 +170,7 @@ TEST(Dictionary, NullsAreNotStored) {
   EXPECT_EQ(paramErr, dictionary._get(CFSTR("absent"), value));
 }
 
-TEST(Dictionary, ReplacingAndDestroyingContents) {
+TEST(Dictionary, ReplaceContentsCopiesAndIgnoresItself) {
   VLTCFTypeDictionary source;
   source.SetValue(StackCFString("a"), kCFBooleanTrue);
   VLTDictionary first(source.PreflightModify()), second;
@@ -204,7 +204,7 @@ TEST(Dictionary, CopyContentsDoesNotReleaseTheOldOnes) {
   EXPECT_EQ(2, count);
 }
 
-TEST(Dictionary, IdentifiersFallBack) {
+TEST(Dictionary, InitStrFallsBackWhenThereIsNoText) {
   CFStringRef out = nullptr;
   bool created = true;
   VLTDictionaryBase::initStr(nullptr, out, kCFPreferencesAnyUser, created);

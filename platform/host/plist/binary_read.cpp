@@ -282,6 +282,9 @@ inline const HostCFObject* BinaryReader::MakeLeaf(const Head& head, size_t* size
 }
 
 bool BinaryReader::FailUnknown(const Head& head) {
+  if (head.marker == kHostPlistUID) {
+    return Fail(head.at, "this is an archive of objects with unique ids, not a property list");
+  }
   constexpr char kDigits[] = "0123456789abcdef";
   const char marker[] = {kDigits[bytes[head.at] >> 4], kDigits[bytes[head.at] & 15], 0};
   return Fail(head.at, (std::string("property lists have no objects of kind 0x") + marker).c_str());

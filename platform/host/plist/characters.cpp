@@ -37,15 +37,42 @@ UInt32 TakeUTF16(const UInt8* bytes, size_t count, bool isBig, size_t* at) {
   return 0x10000 + ((first & 0x3FF) << 10 | (second & 0x3FF));
 }
 
+// Whether the first bytes are those of UTF-32, which is not read.
+bool LooksLikeUTF32(const UInt8* bytes, size_t count) {
+  if (count < 4) return false;
+  const bool isBig = bytes[0] == 0 && bytes[1] == 0;
+  const bool isLittle = bytes[2] == 0 && bytes[3] == 0;
+  const bool hasMark =
+      isBig ? bytes[2] == 0xFE && bytes[3] == 0xFF : bytes[0] == 0xFF && bytes[1] == 0xFE;
+  const bool isASCII = isBig ? bytes[2] == 0 && bytes[3] != 0 : bytes[0] != 0 && bytes[1] == 0;
+  return isBig != isLittle && (hasMark || isASCII);
+}
+
+// Whether the first two characters are ASCII in UTF-16 without a byte-order mark.
+bool LooksLikeUTF16(const UInt8* bytes, size_t count) {
+  if (count < 4) return false;
+  const bool isBig = bytes[0] == 0 && bytes[2] == 0 && bytes[1] != 0 && bytes[3] != 0;
+  return isBig || (bytes[1] == 0 && bytes[3] == 0 && bytes[0] != 0 && bytes[2] != 0);
+}
+
 }  // namespace
 
 HostPlistText HostTakePlistText(const UInt8* bytes, size_t count, std::vector<UInt8>* converted) {
+  HostPlistText text = {bytes, count};
+  if (LooksLikeUTF32(bytes, count)) text.problem = "the text is UTF-32";
+  if (LooksLikeUTF16(bytes, count)) text.problem = "the text is UTF-16 without a byte-order mark";
+  if (text.problem != nullptr) {
+    text.count = 0;
+    return text;
+  }
   if (count >= 3 && std::memcmp(bytes, "\xEF\xBB\xBF", 3) == 0) {
-    return {bytes + 3, count - 3, false, true};
+    text.bytes += 3;
+    text.count -= 3;
+    return text;
   }
   const bool isBig = count >= 2 && bytes[0] == 0xFE && bytes[1] == 0xFF;
   const bool isLittle = count >= 2 && bytes[0] == 0xFF && bytes[1] == 0xFE;
-  if (!isBig && !isLittle) return {bytes, count, false, true};
+  if (!isBig && !isLittle) return text;
 
   converted->resize(count / 2 * 3);  // three bytes for a unit, four for a pair
   size_t size = 0;
@@ -55,7 +82,24 @@ HostPlistText HostTakePlistText(const UInt8* bytes, size_t count, std::vector<UI
     isGood = scalar != kNoScalar;
     if (isGood) size += HostPutUTF8(scalar, converted->data() + size);
   }
-  return {converted->data(), size, true, isGood};
+  text = {converted->data(), size, true, true};
+  if (!isGood) text.problem = "the bytes are not UTF-16";
+  return text;
+}
+
+void HostNormaliseLineEnds(HostPlistText* text, std::vector<UInt8>* converted) {
+  if (text->count == 0 || std::memchr(text->bytes, '\r', text->count) == nullptr) return;
+  if (!text->isCopy) converted->resize(text->count);
+  UInt8* const out = converted->data();
+  size_t size = 0;
+  for (size_t at = 0; at < text->count; ++at) {
+    const UInt8 byte = text->bytes[at];
+    const bool isFirstOfTwo = byte == '\r' && at + 1 < text->count && text->bytes[at + 1] == '\n';
+    if (!isFirstOfTwo) out[size++] = byte == '\r' ? UInt8{'\n'} : byte;
+  }
+  text->bytes = out;
+  text->count = size;
+  text->isCopy = true;
 }
 
 const UInt8* HostFindBadUTF8(const UInt8* at, const UInt8* end) {

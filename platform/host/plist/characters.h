@@ -15,13 +15,19 @@
 struct HostPlistText {
   const UInt8* bytes;
   size_t count;
-  bool wasUTF16;
-  bool isGood;  // false: UTF-16 that is not well-formed from where this text ends
+  bool wasUTF16 = false;
+  bool isCopy = false;            // the bytes are in the buffer
+  const char* problem = nullptr;  // why the text cannot be read from where it ends; may be null
 };
 
-// Obeys a byte-order mark, else takes the bytes for UTF-8, which it does not examine. `*converted`
-// holds what was UTF-16: up to one and a half times the file.
+// Obeys a byte-order mark, else takes the bytes for UTF-8, which it does not examine unless they
+// begin as UTF-16 or UTF-32 does. `*converted` holds what was UTF-16: up to one and a half times
+// the file.
 HostPlistText HostTakePlistText(const UInt8* bytes, size_t count, std::vector<UInt8>* converted);
+
+// Makes every line end of the text, \n, \r\n or \r, a \n, as XML demands. A text that has a \r is
+// copied to `*converted` if it is not there already.
+void HostNormaliseLineEnds(HostPlistText* text, std::vector<UInt8>* converted);
 
 inline constexpr uint64_t kHostOnes = 0x0101010101010101;
 inline constexpr uint64_t kHostHighs = 0x8080808080808080;

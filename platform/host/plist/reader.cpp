@@ -4,6 +4,8 @@
 
 namespace {
 
+constexpr char kEncodingHint[] = "save the file as UTF-8, or as UTF-16 with a byte-order mark";
+
 // A fault may quote the file: no more than a piece of it, and nothing that a terminal or a log
 // obeys.
 std::string Presentable(std::string text) {
@@ -23,8 +25,8 @@ std::string Presentable(std::string text) {
 }  // namespace
 
 bool HostPlistReader::Begin() {
-  if (!input.isGood) return Fail(end, "the bytes are not UTF-16");
-  return !input.wasUTF16 || builder.Charge(input.count) || FailBuilding(begin);
+  if (input.problem != nullptr) return Fail(end, input.problem, kEncodingHint);
+  return !input.isCopy || builder.Charge(input.count) || FailBuilding(begin);
 }
 
 bool HostPlistReader::Fail(const UInt8* where, std::string text, std::string hint) {
@@ -38,6 +40,5 @@ bool HostPlistReader::Fail(const UInt8* where, std::string text, std::string hin
 }
 
 bool HostPlistReader::FailNotUTF8(const UInt8* where) {
-  return Fail(where, "the bytes are not UTF-8",
-              "save the file as UTF-8, or as UTF-16 with a byte-order mark");
+  return Fail(where, "the bytes are not UTF-8", kEncodingHint);
 }

@@ -221,6 +221,7 @@ CFPropertyListRef XMLReader::Read() {
 CFPropertyListRef HostReadPlistXML(const UInt8* bytes, size_t count, CFOptionFlags mutability,
                                    HostPropertyListError* error) {
   std::vector<UInt8> converted;
-  const HostPlistText text = HostTakePlistText(bytes, count, &converted);
+  HostPlistText text = HostTakePlistText(bytes, count, &converted);
+  HostNormaliseLineEnds(&text, &converted);
   return XMLReader(text, count, mutability, error).Read();
 }

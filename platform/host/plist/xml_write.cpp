@@ -62,9 +62,11 @@ class XMLWriter {
 constexpr size_t kLongestCharacter = 5;
 constexpr size_t kShort = 1024;
 
-// Whether one of eight characters does not stand for itself in UTF-8 or in XML.
+// Whether one of eight characters may not stand for itself in UTF-8 or in XML: control characters,
+// &, < and >, and what is not ASCII.
 bool HasSpecial(uint64_t word) {
-  return (HostZeroBytes(word) | (word & kHostHighs) | HostZeroBytes(word ^ kHostOnes * '&') |
+  const uint64_t belowBlank = (word - kHostOnes * ' ') & ~word & kHostHighs;
+  return (belowBlank | (word & kHostHighs) | HostZeroBytes(word ^ kHostOnes * '&') |
           HostZeroBytes((word | kHostOnes * 2) ^ kHostOnes * '>')) != 0;
 }
 
@@ -90,6 +92,8 @@ UInt8* XMLWriter::PutScalar(UInt32 scalar, UInt8* at) {
       return Copy(at, "&lt;");
     case '>':
       return Copy(at, "&gt;");
+    case '\r':  // as it is, a reader would take it for the end of a line
+      return Copy(at, "&#13;");
     default:
       return at + HostPutUTF8(scalar, at);
   }

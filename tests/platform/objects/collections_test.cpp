@@ -56,7 +56,7 @@ constexpr CFDictionaryValueCallBacks kLetterValues = {0, HoldLetter, LetGoLetter
 
 }  // namespace
 
-TEST(Array, HoldsAndGivesBack) {
+TEST(Array, RetainsItsValuesAndReleasesThemWhenTheyGo) {
   const OwnedRef<CFMutableArrayRef> array(MutableArray());
   for (SInt32 i = 0; i < 20; ++i) CFArrayAppendValue(array, Number(i));
   CFArrayInsertValueAtIndex(array, 0, Number(100));
@@ -79,7 +79,7 @@ TEST(Array, HoldsAndGivesBack) {
   EXPECT_EQ(5, CFArrayGetCount(copy));
 }
 
-TEST(Array, RefusesWithoutHarm) {
+TEST(Array, NullsWrongObjectsAndBadIndexesChangeNothing) {
   const OwnedRef<CFMutableArrayRef> array(MutableArray());
   CFArrayAppendValue(array, Number(1));
   CFArrayAppendValue(array, nullptr);
@@ -106,7 +106,7 @@ TEST(Array, RefusesWithoutHarm) {
   EXPECT_EQ(nullptr, CFArrayCreateMutableCopy(nullptr, 0, wrong));
 }
 
-TEST(Array, ForeignItemsAreHeldAsTheyAsk) {
+TEST(Array, ForeignValuesAreRetainedComparedAndReleasedByTheirCallbacks) {
   Letter a{'a'}, alsoA{'a'}, b{'b'};
   {
     const void* values[] = {&a, &b};
@@ -129,7 +129,7 @@ TEST(Array, ForeignItemsAreHeldAsTheyAsk) {
 
 // Random changes, beside a map of the language's own. It begins as a reader of files makes it: keys
 // may repeat, and what is to be searched is made ready only when something asks or changes.
-TEST(Dictionary, BehavesAsATable) {
+TEST(Dictionary, RandomChangesGiveTheSameEntriesAsAStdMap) {
   std::mt19937 random(1);
   for (unsigned round = 0; round < 40; ++round) {
     SCOPED_TRACE(round);
@@ -203,7 +203,7 @@ TEST(Dictionary, BehavesAsATable) {
 
 // Keys in order, in no order, few and many, of both widths, and with a repeated one at either end:
 // whatever way the keys of a new dictionary are told apart, all searches find the same.
-TEST(Dictionary, IsSearchedByManyThreadsAtOnceFromTheBeginning) {
+TEST(Dictionary, ManyThreadsMaySearchANewDictionaryAtOnce) {
   for (const size_t count : {9u, 100u, 128u, 129u, 3000u}) {
     for (const bool sorted : {true, false}) {
       for (const bool wide : {false, true}) {
@@ -240,7 +240,7 @@ TEST(Dictionary, IsSearchedByManyThreadsAtOnceFromTheBeginning) {
   }
 }
 
-TEST(Dictionary, RefusesWithoutHarm) {
+TEST(Dictionary, NullsWrongObjectsAndFixedOnesChangeNothing) {
   const OwnedRef<CFMutableDictionaryRef> dictionary(MutableDictionary());
   CFDictionarySetValue(dictionary, CFSTR("a"), nullptr);
   CFDictionarySetValue(dictionary, nullptr, CFSTR("a"));
@@ -264,7 +264,7 @@ TEST(Dictionary, RefusesWithoutHarm) {
   EXPECT_EQ(nullptr, CFDictionaryCreateMutableCopy(nullptr, 0, wrong));
 }
 
-TEST(Dictionary, KeysAsTheCallbacksSay) {
+TEST(Dictionary, KeysAreComparedAndHashedByTheirCallbacks) {
   const OwnedRef<CFMutableDictionaryRef> copied(
       CFDictionaryCreateMutable(nullptr, 0, &kCFCopyStringDictionaryKeyCallBacks, nullptr));
   CFDictionarySetValue(copied, String("name"), "value");
@@ -301,7 +301,7 @@ TEST(Dictionary, KeysAsTheCallbacksSay) {
 
 // Each pair takes itself out and puts another in; the second time one of them puts many in, and a
 // later one takes all out. The last dictionary is released by the first of its two pairs.
-TEST(Dictionary, MayBeChangedByWhatItIsAppliedTo) {
+TEST(Dictionary, AFunctionThatIsAppliedMayChangeTheDictionary) {
   struct Context {
     CFMutableDictionaryRef dictionary;
     int turn, newest;  // the latter of the keys that are told
@@ -344,7 +344,7 @@ TEST(Dictionary, MayBeChangedByWhatItIsAppliedTo) {
 
 // Keys that a plain hash of the text would put together: a file with them must not take for ever.
 // With one chain this would be 2 * 10^10 comparisons.
-TEST(Dictionary, HostileKeysAreSpread) {
+TEST(Dictionary, KeysOfOneHashDoNotMakeLookUpsQuadratic) {
   constexpr UInt32 kPrime = 16777619;
   constexpr size_t kKeys = 200000;
   std::set<UInt32> hashes;

@@ -27,7 +27,7 @@ TEST(Data, CopiesOrKeepsItsBytes) {
   EXPECT_EQ(nullptr, CFAllocatorAllocate(kCFAllocatorNull, 5, 0));
 }
 
-TEST(Data, EdgesAndRefusals) {
+TEST(Data, NegativeAndMissingBytesAreRefusedAndEmptyOnesAreEqual) {
   UInt8 bytes[] = {1, 2, 3};
   const OwnedRef<CFDataRef> data(CFDataCreate(nullptr, bytes, 3));
   const OwnedRef<CFDataRef> empty(CFDataCreateWithBytesNoCopy(nullptr, nullptr, 0, nullptr));

@@ -84,7 +84,7 @@ TEST(Nesting, ForeignReleasesAndKeysNeedNoStackEither) {
 }
 
 // 2^60 leaves when every way to them is gone.
-TEST(Nesting, SharedPartsAreLookedAtOnce) {
+TEST(Nesting, PartsThatOccurOftenAreComparedOnce) {
   auto make = [](const void* leaf) {
     OwnedRef<CFTypeRef> inner(CFRetain(leaf));
     for (int i = 0; i < 60; ++i) {
@@ -100,7 +100,7 @@ TEST(Nesting, SharedPartsAreLookedAtOnce) {
   EXPECT_LT(CFStringGetLength(text), 2000000);
 }
 
-TEST(Nesting, WhatHoldsItselfIsComparedAndDescribed) {
+TEST(Nesting, AnArrayThatContainsItselfCanBeComparedAndDescribed) {
   OwnedRef<CFMutableArrayRef> a(MutableArray()), b(MutableArray());
   for (CFMutableArrayRef array :
        {static_cast<CFMutableArrayRef>(a), static_cast<CFMutableArrayRef>(b)}) {
@@ -117,7 +117,7 @@ TEST(Nesting, WhatHoldsItselfIsComparedAndDescribed) {
   CFArrayRemoveAllValues(b);
 }
 
-TEST(Nesting, DescriptionIsForPeople) {
+TEST(Nesting, DescriptionsShowContentsByLevel) {
   const OwnedRef<CFMutableDictionaryRef> dictionary(MutableDictionary());
   const OwnedRef<CFMutableArrayRef> array(MutableArray());
   CFArrayAppendValue(array, Number(1));

@@ -153,7 +153,7 @@ TEST(Number, OrderEqualityAndHashAgreeAcrossTypes) {
   }
 }
 
-TEST(Number, BooleansAreNoNumbers) {
+TEST(Number, BooleansAreNotNumbers) {
   EXPECT_FALSE(CFEqual(kCFBooleanTrue, Number(1)));
   EXPECT_EQ(0, CFNumberGetType(reinterpret_cast<CFNumberRef>(kCFBooleanTrue)));
   EXPECT_FALSE(CFNumberGetValue(nullptr, kCFNumberIntType, nullptr));

@@ -17,7 +17,7 @@ constinit HostCFString gConstant{"constant"};
 
 }  // namespace
 
-TEST(CFString, CreationRefusesWhatIsNotText) {
+TEST(CFString, CreationRefusesBytesThatAreNotInTheEncoding) {
   EXPECT_EQ(nullptr, String("\xC3"));
   const UInt8 bytes[] = {0, 'a', 0};
   EXPECT_EQ(nullptr, CFStringCreateWithBytes(nullptr, bytes, 3, kCFStringEncodingUTF16BE, false));
@@ -49,7 +49,7 @@ TEST(CFString, EqualWhateverItWasMadeFrom) {
   EXPECT_FALSE(CFEqual(part, strings[0]));
 }
 
-TEST(CFString, ConstantsAreOnePerText) {
+TEST(CFString, CFSTRGivesOneObjectForEachText) {
   EXPECT_EQ(__CFStringMakeConstantString("one"), CFSTR("one"));
   EXPECT_NE(CFSTR("one"), CFSTR("two"));
   EXPECT_TRUE(CFEqual(&gConstant, CFSTR("constant")));
@@ -113,7 +113,7 @@ TEST(CFString, WrongObjectsAndRangesAreNeutral) {
   }
 }
 
-TEST(CFString, GetBytes) {
+TEST(CFString, GetBytesStopsBeforeWhatDoesNotFitOrHasNoForm) {
   const Text string = String("a\xC3\xA9\xE2\x82\xAC\xE4\xB8\x80");
   const struct {
     CFRange range;
@@ -164,7 +164,7 @@ TEST(CFString, BorrowedBytesNeedTheRightForm) {
   EXPECT_EQ(nullptr, CFStringGetCStringPtr(zero, kCFStringEncodingUTF8));
 }
 
-TEST(CFString, Order) {
+TEST(CFString, CompareOrdersByCodeUnitAndPrefixesFirst) {
   EXPECT_EQ(kCFCompareEqualTo, CFStringCompare(CFSTR(""), String(""), 0));
   const char* const ascending[] = {"", "Z", "a", "ab", "b", "\xC3\xBF", "\xC4\x80"};
   for (size_t i = 1; i < std::size(ascending); ++i) {
@@ -174,7 +174,7 @@ TEST(CFString, Order) {
   }
 }
 
-TEST(CFString, Formats) {
+TEST(CFString, FormatsIntegersRealsTextAndObjects) {
   const Text held = String("\xC3\xA9\xE2\x82\xAC");
   const CFStringRef accented = held;
   const UniChar units[] = {0x20AC, 'x', 0};

@@ -77,7 +77,7 @@ TEST(URL, AStringIsMacRomanBytesIfItCanBe) {
   EXPECT_EQ("/caf\xC3\xA9", PathOf(URLOfString(bytes)));
 }
 
-TEST(URL, RefusalsAndEquality) {
+TEST(URL, RefusesWhatIsNoPathAndComparesByPath) {
   const UniChar half[] = {'/', 0xD800};
   EXPECT_EQ(nullptr,
             URLOfString(OwnedRef<CFStringRef>(CFStringCreateWithCharacters(nullptr, half, 2))));
@@ -133,7 +133,7 @@ TEST(Streams, AFileIsWrittenReadAndAppendedTo) {
   EXPECT_EQ("", ReadFile(path));  // cut to nothing
 }
 
-TEST(Streams, WhatTheSystemRefusesIsAnError) {
+TEST(Streams, AFileThatCannotBeOpenedReadOrWrittenIsAnErrorWithErrno) {
   const ScratchFolder folder;
   const OpenDescriptorCheck noLeaks;
   const Reader reader(CFReadStreamCreateWithFile(nullptr, URLOfBytes(folder.Path("."))));
@@ -153,7 +153,7 @@ TEST(Streams, WhatTheSystemRefusesIsAnError) {
   EXPECT_EQ(kCFStreamStatusError, CFWriteStreamGetStatus(full));
 }
 
-TEST(Streams, MemoryIsReadAndWritten) {
+TEST(Streams, MemoryStreamsGiveBackWhatWasWrittenToThem) {
   const Reader reader(
       CFReadStreamCreateWithBytesNoCopy(nullptr, Bytes("abcde"), 5, kCFAllocatorNull));
   UInt8 buffer[8] = {};

@@ -82,7 +82,7 @@ TEST(PlistBinary, ReadsOffsetsAndReferencesOfAnyWidth) {
   }
 }
 
-TEST(PlistBinary, RefusesLiesWithTheirPlace) {
+TEST(PlistBinary, RefusesFalseSizesAndPositionsWithTheirOffset) {
   const File plain = {{"\x09"}};
   const auto lie = [&](size_t fromEnd, std::string_view bytes) {
     std::string file = plain.Bytes();
@@ -113,7 +113,7 @@ TEST(PlistBinary, RefusesLiesWithTheirPlace) {
       {OneObject("\x15" + std::string(32, 'x')), 8, "kind 0x15"},
       {OneObject("\x21xx"), 8, "kind 0x21"},
       {OneObject("\x30xxxxxxxx"), 8, "kind 0x30"},
-      {OneObject("\x80\1"), 8, "kind 0x80"},
+      {OneObject("\x80\1"), 8, "archive of objects"},
       {OneObject("\xFF"), 8, "kind 0xff"},
       {OneObject("\x14\1\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0"sv), 8, "64 bits"},
       {OneObject("\x13xxxxxxx"), 8, "longer than the file"},
@@ -165,7 +165,7 @@ TEST(PlistBinary, FindsTheOneByteThatIsNotASCII) {
   }
 }
 
-TEST(PlistBinary, RefusesWhateverIsCutShort) {
+TEST(PlistBinary, RefusesEveryFileThatIsCutShort) {
   const std::string whole = WriteBinary(
       ReadList("<dict><key>a</key><array><string>x</string><real>1</real></array></dict>").Get());
   ASSERT_NE(nullptr, ReadList(whole).Get());
@@ -187,14 +187,14 @@ TEST(PlistBinary, GivesEveryReferrerAContainerOfItsOwn) {
 }
 
 // What the first of two equal keys had is let go of, and then referred to once more.
-TEST(PlistBinary, ForgetsNothingWhenAKeyComesTwice) {
+TEST(PlistBinary, ARepeatedKeyLosesNoSharedObject) {
   const File file = {{"\xA2\1\5", "\xD2\2\3\5\4", "\x51\x61", "\x51\x61", "\x09", "\x53old"}};
   ExpectRead({file.Bytes(), "<array><dict><key>a</key><true/></dict><string>old</string></array>"},
              kCFPropertyListBinaryFormat_v1_0);
 }
 
 // Each array refers to the next one twice: 2^n of them, were they all made.
-TEST(PlistBinary, BoundsWhatSharedReferencesMake) {
+TEST(PlistBinary, SharedReferencesCannotMakeAListLargerThanItsLimit) {
   for (const size_t levels : {40, 500}) {
     File file;
     file.refSize = file.offsetSize = 2;
@@ -240,7 +240,7 @@ TEST(PlistBinary, WritesTheDocumentedBytes) {
 }
 
 // Numbers that are equal but of another kind, and zeros of either sign, are objects of their own.
-TEST(PlistBinary, KeepsApartWhatOnlyComparesEqual) {
+TEST(PlistBinary, WritesEqualNumbersOfDifferentKindsSeparately) {
   const std::string body =
       "<array><integer>0</integer><real>0</real><real>-0</real><date>2001-01-01T00:00:00Z</date>"
       "<false/><string></string><data></data><real>nan</real></array>";
@@ -262,7 +262,7 @@ TEST(PlistBinary, WritesReferencesOfTheSizeThatIsNeeded) {
   }
 }
 
-TEST(PlistBinary, CarriesTextThatXMLCannot) {
+TEST(PlistBinary, CarriesNULsAndHalfSurrogatePairs) {
   for (const auto text : {std::u16string_view(u"a\0b", 3), std::u16string_view(u"\xD800x", 2)}) {
     const HostRetained<HostCFString> string(HostCFString::Create(
         HostTextView{nullptr, reinterpret_cast<const UniChar*>(text.data()), text.size()}));

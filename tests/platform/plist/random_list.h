@@ -18,7 +18,7 @@
 // Random lists, the same for the same seed on every host. The caller releases what it gets.
 class RandomList {
  public:
-  enum class Text { kAll, kWellFormed };  // the latter: no control characters
+  enum class Text { kAll, kWellFormed };  // the latter: without the character 1
 
   RandomList(UInt32 seed, Text text) : engine(seed), text(text) {}
 
@@ -53,8 +53,8 @@ class RandomList {
   UInt64 Bits() { return engine(); }
 
   HostCFString* String() {
-    static constexpr UniChar kUnits[] = {'a', 'b', '<',  '&',    '>',    '\n',
-                                         '"', '9', 0xE9, 0x20AC, 0xFFFD, 1};
+    static constexpr UniChar kUnits[] = {'a', 'b',  '<',    '&',    '>',  '\n', '"',
+                                         '9', 0xE9, 0x20AC, 0xFFFD, '\r', 1};
     const size_t choice = std::size(kUnits) - (text == Text::kAll ? 0 : 1);
     std::vector<UniChar> units;
     for (UInt64 i = Below(12); i > 0; --i) {

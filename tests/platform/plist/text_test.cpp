@@ -9,13 +9,13 @@ namespace {
 
 using namespace std::literals;
 
-TEST(PlistText, Reads) {
+TEST(PlistText, ReadsEveryConstructOfTheOldForm) {
   const PlistRead rows[] = {
       {" aZ09_$/:.- // x", "<string>aZ09_$/:.-</string>"},
       {"http://x", "<string>http://x</string>"},
       {"\"\"", "<string></string>"},
       {"'a \"b\"\n'", "<string>a \"b\"</string>"},
-      {"\"a\\\"\\\\\\'\\a\\b\\f\\r\\v\"", "<string>a\"\\'\a\b\f\r\v</string>"},
+      {"\"a\\\"\\\\\\'\\a\\b\\f\\r\\v\"", "<string>a\"\\'\a\b\f&#13;\v</string>"},
       {"\"\\101\\0479\\1a\"",
        "<string>A'9\x01"
        "a</string>"},

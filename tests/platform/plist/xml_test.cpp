@@ -8,7 +8,7 @@
 
 namespace {
 
-using namespace std::string_view_literals;
+using namespace std::literals;
 
 TEST(PlistXML, AcceptsAndWritesInOneForm) {
   const PlistRead rows[] = {
@@ -23,7 +23,8 @@ TEST(PlistXML, AcceptsAndWritesInOneForm) {
       {"<true> <!-- c --> </true>", "<true/>"},
       {"<string/>", "<string></string>"},
       {"<string a = 'b'></string >", "<string></string>"},
-      {"<string> a\r b </string>", "<string> a\r b </string>"},
+      {"<string> a b </string>", "<string> a b </string>"},
+      {"<string>a&#13;b&#xD;&#10;</string>", "<string>a&#13;b&#13;</string>"},
       {"<string>&amp;&lt;&gt;&apos;&quot;&#65;&#x0041;</string>",
        "<string>&amp;&lt;&gt;'\"AA</string>"},
       {"<string>a<![CDATA[<&]]]>b<!-- c -->d<?p?></string>", "<string>a&lt;&amp;]bd</string>"},
@@ -153,7 +154,7 @@ TEST(PlistXML, RefusesWithPlaceAndReason) {
   for (const PlistRefused& row : rows) ExpectRefused(row);
 }
 
-TEST(PlistXML, FaultsQuoteLittleAndNothingThatATerminalObeys) {
+TEST(PlistXML, ErrorsQuoteAtMost200BytesAndNoControlCharacters) {
   const struct {
     std::string encoding;
     std::string quoted;
@@ -169,7 +170,7 @@ TEST(PlistXML, FaultsQuoteLittleAndNothingThatATerminalObeys) {
 }
 
 // Every beginning of a good file is refused, with a place inside of it.
-TEST(PlistXML, RefusesWhateverIsCutShort) {
+TEST(PlistXML, RefusesEveryFileThatIsCutShort) {
   const std::string whole(
       "<?xml version='1.0'?><!DOCTYPE plist><plist><dict><key>a</key><array><string>&amp;\xC3\xA9"
       "<![CDATA[x]]></string><integer>1</integer><data>AAAA</data><true/></array></dict></plist>");
@@ -233,10 +234,47 @@ TEST(PlistXML, WritesTheDocumentedBytes) {
   EXPECT_EQ(text, WriteXML(ReadList(text).Get()));
 }
 
-TEST(PlistXML, EscapesAtEveryPlace) {
+TEST(PlistXML, ReadsEveryLineEndAsALineFeedAndKeepsWrittenCarriageReturns) {
+  const std::string ends = "<string>\r\na\rb\n\r\r\n<![CDATA[\r]]></string>\r\n";
+  const std::string expected = "<string>\na\nb\n\n\n\n</string>\n";
+  std::string wide = InUTF16(ends, true);
+  for (const std::string& file : {ends, "<?xml version='1.0'?>\r" + ends, wide}) {
+    const ReadList list(file);
+    ASSERT_NE(nullptr, list.Get()) << list.error.Sentence();
+    EXPECT_NE(std::string::npos, WriteXML(list.Get()).find(expected)) << WriteXML(list.Get());
+  }
+  const std::string narrow = "<string>a\tline&#13;</string>";
+  const std::string broad = "<string>\xE2\x82\xAC&#13;</string>";
+  for (const std::string& kept : {narrow, broad}) {
+    EXPECT_NE(std::string::npos, WriteXML(ReadList(kept).Get()).find(kept));
+  }
+  ExpectRefused({"<string>\r\nab\r<b/></string>", 3, 1, "not closed before"});
+}
+
+TEST(PlistXML, NamesEncodingsThatItCannotRead) {
+  const struct {
+    std::string bytes;
+    const char* named;
+  } rows[] = {
+      {InUTF16("<true/>", true).substr(2), "UTF-16 without a byte-order mark"},
+      {InUTF16("(a)", false).substr(2), "UTF-16 without a byte-order mark"},
+      {"\0\0\0<\0\0\0t"s, "UTF-32"},
+      {"{\0\0\0}\0\0\0"s, "UTF-32"},
+      {"\0\0\xFE\xFF\0\0\0<"s, "UTF-32"},
+      {"\xFF\xFE\0\0<\0\0\0"s, "UTF-32"},
+  };
+  for (const auto& row : rows) {
+    const ReadList list(row.bytes);
+    EXPECT_EQ(nullptr, list.Get());
+    EXPECT_EQ(std::string("the text is ") + row.named, list.error.text);
+    EXPECT_NE(std::string::npos, list.error.hint.find("UTF-8")) << row.named;
+  }
+}
+
+TEST(PlistXML, EscapesSpecialCharactersAtEveryPosition) {
   for (size_t length = 1; length < 20; ++length) {
     for (size_t at = 0; at < length; ++at) {
-      for (const std::string_view character : {"&amp;", "&gt;", "\xC3\xA9"}) {
+      for (const std::string_view character : {"&amp;", "&gt;", "&#13;", "\xC3\xA9"}) {
         std::string text(length, 'a');
         text.replace(at, 1, character);
         text = "<string>" + text + "</string>";
@@ -247,7 +285,7 @@ TEST(PlistXML, EscapesAtEveryPlace) {
 }
 
 // So many of each kind that they meet the end of the writer's buffer, with the longest of each.
-TEST(PlistXML, WritesEveryKindAcrossTheEndOfItsBuffer) {
+TEST(PlistXML, WritesEveryKindOfValueAcrossTheEndOfItsBuffer) {
   const std::string kinds[] = {
       "<true/>",
       "<integer>-9223372036854775808</integer>",
