@@ -1,6 +1,5 @@
 #include "plist/file_replacement.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -75,10 +74,10 @@ constexpr char kFolderPattern[] = ".vlt-XXXXXX";
 constexpr int kMostExamined = 4096;
 constexpr int kMostAttempts = 10;
 
-int OpenFolder(int parent, const char* name) {
+int OpenFolder(const char* path) {
   int fd;
   do {
-    fd = openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    fd = open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   } while (fd < 0 && errno == EINTR);
   return fd;
 }
@@ -91,15 +90,14 @@ bool IsInParent(int folder) {
   return fstat(folder, &info) == 0 && info.st_nlink > 0;
 }
 
-// Removes the temporary folder `name` in `parent` if it belongs to this user and no process uses
-// it.
-void RemoveIfLeft(int parent, const char* name) {
-  const int left = OpenFolder(parent, name);
+// Removes a temporary folder if it belongs to this user and no process uses it.
+void RemoveIfLeft(const char* path) {
+  const int left = OpenFolder(path);
   if (left < 0) return;
   struct stat info;
   if (fstat(left, &info) == 0 && info.st_uid == geteuid() && TryLock(left)) {
     unlinkat(left, kNewName, 0);
-    unlinkat(parent, name, AT_REMOVEDIR);
+    rmdir(path);
   }
   close(left);
 }
@@ -107,19 +105,16 @@ void RemoveIfLeft(int parent, const char* name) {
 // Removes what killed processes have left in `parent`. Looks at its first entries only, so that a
 // huge folder does not delay every save.
 void RemoveLeftFolders(const std::string& parent) {
-  DIR* const entries = opendir(parent.c_str());
-  if (entries == nullptr) return;
-  const std::string_view pattern = kFolderPattern;
-  const std::string_view prefix = pattern.substr(0, pattern.find('X'));
-  for (int i = 0; i < kMostExamined; i++) {
-    const dirent* const entry = readdir(entries);
-    if (entry == nullptr) break;
-    const std::string_view name = entry->d_name;
-    if (name.size() == pattern.size() && name.starts_with(prefix)) {
-      RemoveIfLeft(dirfd(entries), entry->d_name);
-    }
+  constexpr std::string_view kPattern = kFolderPattern;
+  constexpr std::string_view kPrefix = kPattern.substr(0, kPattern.find('X'));
+  std::error_code failure;
+  std::filesystem::directory_iterator entry(parent, failure);
+  for (int i = 0; i < kMostExamined && !failure && entry != end(entry); i++) {
+    const std::string& path = entry->path().native();
+    const std::string_view name = std::string_view(path).substr(path.rfind('/') + 1);
+    if (name.size() == kPattern.size() && name.starts_with(kPrefix)) RemoveIfLeft(path.c_str());
+    entry.increment(failure);
   }
-  closedir(entries);
 }
 
 // Failing does no harm: the new file then belongs to this user, with the old file's mode.
@@ -163,7 +158,7 @@ void VLTFileReplacement::MakeFolder(const std::string& parent) {
       if (errno == EACCES || errno == EPERM) return;  // written in place
       break;
     }
-    const int opened = OpenFolder(AT_FDCWD, name.c_str());
+    const int opened = OpenFolder(name.c_str());
     const bool isOwn = opened >= 0 && (TryLock(opened) || errno != EWOULDBLOCK);
     if (isOwn && IsInParent(opened)) {
       folder = std::move(name);

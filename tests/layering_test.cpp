@@ -96,9 +96,9 @@ const Folders kPlatformHeaders = {"CoreFoundation/CoreFoundation.h",
                                   "syslog.h"};
 
 // C headers that the upper folders may name: those of the language, and POSIX where documented
-// behaviour names a call (identity, file modes, waiting, threads).
-const Folders kPlainHeaders = {"pthread.h",  "pwd.h",       "stdint.h",
-                               "sys/stat.h", "sys/types.h", "unistd.h"};
+// behaviour names a call (identity, file modes and locks, waiting, threads).
+const Folders kPlainHeaders = {"fcntl.h",    "pthread.h",  "pwd.h",       "stdint.h",
+                               "sys/file.h", "sys/stat.h", "sys/types.h", "unistd.h"};
 
 std::string FolderOf(const std::string& path) {
   const size_t first = path.find('/');
