@@ -74,6 +74,9 @@ OSStatus VLTPortAEMachPortListener::ListenOnPort(const char* name, CFRunLoopRef 
   }
   if (err == 0 && !CFRunLoopContainsSource(loop, runLoopSource, kCFRunLoopDefaultMode)) {
     CFRunLoopAddSource(loop, runLoopSource, kCFRunLoopDefaultMode);
+    // The loop may lack a file descriptor for it: the name would be claimed and never answer.
+    const bool isServed = CFRunLoopContainsSource(loop, runLoopSource, kCFRunLoopDefaultMode);
+    if (!isServed) err = kIOReturnNoResources;
   }
   return err;
 }

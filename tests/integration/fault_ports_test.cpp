@@ -45,8 +45,8 @@ class FragileListener : public FaultListener {
         delete this;
         break;
       case kNestID: {
-        role->Tell("nested");
         const int until = served + number;
+        role->Tell("nested");
         while (served < until) {
           if (CFRunLoopRunInMode(kCFRunLoopDefaultMode, 20, true) != kCFRunLoopRunHandledSource) {
             return false;
@@ -125,12 +125,15 @@ TEST(NestedRun, ServesOthersWhileARequestIsUnderWay) {
   ASSERT_TRUE(server.WaitReady(20s));
   const ProcessUse before = UseOf(server.Pid());
   constexpr int kOthers = 8, kEach = 25;
-  // Three deep: each nested run serves some of the others, and the inner askers first.
+  // Three deep, and all three under way before anybody else asks: the outer one would wait in vain
+  // for requests that were served before it came.
   FaultAnswer outer, middle, inner;
   std::thread outerThread([&] { outer = AskServer(server.PortName(), kNestID, 150); });
+  EXPECT_EQ("nested", server.Hear(20s));
   std::thread middleThread([&] { middle = AskServer(server.PortName(), kNestID, 50); });
+  EXPECT_EQ("nested", server.Hear(20s));
   std::thread innerThread([&] { inner = AskServer(server.PortName(), kNestID, 10); });
-  for (int i = 0; i < 3; i++) EXPECT_EQ("nested", server.Hear(20s));
+  EXPECT_EQ("nested", server.Hear(20s));
   TestProcesses others =
       StartProcesses(kOthers, "Echoer", server.PortName(), {std::to_string(kEach)});
   ExpectDone(others);

@@ -9,9 +9,11 @@
 #include <future>
 #include <thread>
 
+#include "aeport/port_listener.h"
 #include "platform/host/ports/introspect.h"
 #include "tests/integration/fault_server.h"
 #include "tests/integration/process_use.h"
+#include "tests/support/few_descriptors.h"
 #include "tests/support/open_descriptor_check.h"
 
 // The run-loop source of a port that changes its loop while the port is asked. One process, so that
@@ -99,6 +101,43 @@ TEST(PortSources, ComeAndGoWhileThePortIsAsked) {
   }
   EXPECT_EQ(kAskers * each, served);
   EXPECT_EQ(names, HostCountPorts().portNames);
+}
+
+// With few file descriptors left, listening either fails, and its name is free again, or the port
+// answers.
+TEST(PortSources, AListenerThatLacksFileDescriptorsFailsOrAnswers) {
+  OpenDescriptorCheck noLeaks;
+  int failures = 0, answers = 0;
+  for (size_t left = 0; left < 10; left++) {
+    SCOPED_TRACE(left);
+    const std::string name = "test.few." + std::to_string(left);
+    RunOnThread([&] {  // a thread whose run loop has served nothing yet
+      const FewDescriptors few(left);
+      std::atomic<bool> isServed{false};
+      VLTPortAEMachPortListener listener;
+      const VLTAEDispatchCallback serve = [](UInt32, UInt32, const AEDesc*, AEDesc*, void* flag) {
+        *static_cast<std::atomic<bool>*>(flag) = true;
+        return OSStatus{0};
+      };
+      const OSStatus err =
+          listener.ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), serve, &isServed);
+      mach_port_t port = MACH_PORT_NULL;
+      if (err == 0) {
+        answers++;
+        EXPECT_EQ(0, LookUpPort(name.c_str(), &port));
+        EXPECT_EQ(0, SendOneWay(port, kDropID, 1));
+        while (CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, true) == kCFRunLoopRunHandledSource) {
+        }
+        EXPECT_TRUE(isServed);
+      } else {
+        failures++;
+        listener.Deallocate(0);
+      }
+    });
+    EXPECT_NE(0, LookUpPort(name.c_str()));
+  }
+  EXPECT_GT(failures, 0);
+  EXPECT_GT(answers, 0);
 }
 
 }  // namespace

@@ -104,7 +104,10 @@ HostRunLoopMode* __CFRunLoop::FindOrMakeMode(HostCFString* name) {
   epoll_event event = {};
   event.events = EPOLLIN;
   event.data.u64 = kWakeData;
-  epoll_ctl(epollSet, EPOLL_CTL_ADD, wakeDescriptor, &event);
+  if (epoll_ctl(epollSet, EPOLL_CTL_ADD, wakeDescriptor, &event) != 0) {
+    HostCloseDescriptor(epollSet);  // a loop that nobody can wake is worse than none
+    return nullptr;
+  }
   auto mode = std::make_unique<HostRunLoopMode>();
   mode->name = HostRetained<HostCFString>::Retaining(name);
   mode->epollSet = epollSet;
@@ -302,7 +305,7 @@ SInt32 __CFRunLoop::Run(HostCFString* modeName, const RunOptions& options) {
     if (mode == nullptr || IsForeign()) return kCFRunLoopRunFinished;
     if (options.until == nullptr && IsFinished(*mode)) return kCFRunLoopRunFinished;
 
-    const bool fired = FireTimers(*mode);
+    const bool fired = FireTimers(*mode, options);
     bool handled = PerformSources(*mode, options);
     if (!(handled && options.returnAfterSource)) handled |= ServePorts(*mode, options);
     if (ShouldEnd(options)) continue;
@@ -332,7 +335,7 @@ bool __CFRunLoop::IsFinished(HostRunLoopMode& mode) {
   return mode.IsEmpty();
 }
 
-bool __CFRunLoop::FireTimers(HostRunLoopMode& mode) {
+bool __CFRunLoop::FireTimers(HostRunLoopMode& mode, const RunOptions& options) {
   if (!mode.hasTimers.load(std::memory_order_acquire)) return false;
   std::vector<TimerRef> due;
   int64_t now = 0;
@@ -345,10 +348,17 @@ bool __CFRunLoop::FireTimers(HostRunLoopMode& mode) {
   }
   std::sort(due.begin(), due.end(),
             [](const TimerRef& a, const TimerRef& b) { return a->NextFire() < b->NextFire(); });
+  bool fired = false;
   for (const TimerRef& timer : due) {
-    if (timer->IsValid()) timer->Fire(now);
+    if (ShouldEnd(options)) break;
+    {
+      // An earlier callout may have removed it, or fired it in a run of its own.
+      const std::lock_guard<HostMutex> lock(mutex);
+      if (FindItem(mode.timers, timer.Get()) == mode.timers.end()) continue;
+    }
+    fired |= timer->Fire(now);
   }
-  return !due.empty();
+  return fired;
 }
 
 bool __CFRunLoop::PerformSources(HostRunLoopMode& mode, const RunOptions& options) {

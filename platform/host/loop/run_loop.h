@@ -71,8 +71,9 @@ struct __CFRunLoopTimer final : HostCFObject {
   bool IsValid() const { return valid.load(std::memory_order_acquire); }
   // Monotonic nanoseconds; kHostNever once invalid.
   int64_t NextFire() const { return nextFire.load(std::memory_order_acquire); }
-  // Moves on to the next time, or invalidates a timer that fires once, then calls out.
-  void Fire(int64_t now);
+  // If the timer is due at `now`: moves on to the next time, or invalidates a timer that fires
+  // once, then calls out and returns true.
+  bool Fire(int64_t now);
   void Invalidate();
 
  private:
@@ -161,7 +162,7 @@ struct __CFRunLoop final : HostCFObject {
 
   bool ShouldEnd(const RunOptions& options);
   bool IsFinished(HostRunLoopMode& mode);
-  bool FireTimers(HostRunLoopMode& mode);
+  bool FireTimers(HostRunLoopMode& mode, const RunOptions& options);
   bool PerformSources(HostRunLoopMode& mode, const RunOptions& options);
   bool ServePorts(HostRunLoopMode& mode, const RunOptions& options);
   bool ServeOneMessage(HostRunLoopMode& mode);

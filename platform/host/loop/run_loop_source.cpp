@@ -107,15 +107,20 @@ void __CFRunLoopTimer::LastRelease() {
   delete this;
 }
 
-void __CFRunLoopTimer::Fire(int64_t now) {
+bool __CFRunLoopTimer::Fire(int64_t now) {
+  int64_t due = NextFire();
+  if (due > now) return false;  // invalid, or fired meanwhile
   if (interval == 0) {
     Invalidate();
   } else {
     // Times that were missed are skipped, the rhythm is kept.
-    const int64_t missed = (now - NextFire()) / interval;
-    nextFire.store(NextFire() + (missed + 1) * interval, std::memory_order_release);
+    const int64_t missed = (now - due) / interval;
+    const int64_t next = HostDeadlineAfter(due + missed * interval, interval);
+    // Fails when another thread has invalidated the timer, which then stays so.
+    if (!nextFire.compare_exchange_strong(due, next, std::memory_order_acq_rel)) return false;
   }
   if (callout != nullptr) callout(this, context.info);
+  return true;
 }
 
 void __CFRunLoopTimer::Invalidate() {

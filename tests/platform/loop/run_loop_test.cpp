@@ -1,19 +1,30 @@
 #include <CoreFoundation/CoreFoundation.h>
+#include <CoreServices/CoreServices.h>
 #include <gtest/gtest.h>
+#include <mach/mach.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/time.h>
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <functional>
 #include <future>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
 
+#include "tests/platform/events/support.h"
 #include "tests/platform/objects/support.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using Milliseconds = std::chrono::duration<double, std::milli>;
 
 constexpr CFTimeInterval kLong = 20;  // a failing test's end, never waited for
 
@@ -49,6 +60,64 @@ struct Action {
   std::atomic<int> cancelled{0};
 };
 
+// A timer that runs a function, first after `wait` seconds. Added by hand.
+struct Timer {
+  Timer(double wait, double interval, std::function<void()> body) : run(std::move(body)) {
+    CFRunLoopTimerContext context = {};
+    context.info = this;
+    made = Clock::now();
+    timer = CFRunLoopTimerCreate(
+        kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + wait, interval, 0, 0,
+        [](CFRunLoopTimerRef, void* info) { static_cast<Timer*>(info)->run(); }, &context);
+    took = Clock::now() - made;
+  }
+  ~Timer() { CFRunLoopTimerInvalidate(timer); }
+  void Add() { CFRunLoopAddTimer(Current(), timer, kCFRunLoopDefaultMode); }
+
+  std::function<void()> run;
+  Clock::time_point made;  // just before
+  Milliseconds took;       // to make it: how exactly its times are known
+  OwnedRef<CFRunLoopTimerRef> timer;
+};
+
+void SpinUntil(Clock::time_point end) {
+  while (Clock::now() < end) {
+  }
+}
+
+// A port of this process on the current loop. Each message adds the port's letter to the log.
+struct LetterPort {
+  LetterPort(std::string* toLog, char itsLetter) : log(toLog), letter(itsLetter) {
+    CFMachPortContext context = {};
+    context.info = this;
+    port = CFMachPortCreate(
+        kCFAllocatorDefault,
+        [](CFMachPortRef, void*, CFIndex, void* info) {
+          auto* self = static_cast<LetterPort*>(info);
+          *self->log += self->letter;
+        },
+        &context, nullptr);
+    source = CFMachPortCreateRunLoopSource(kCFAllocatorDefault, port, 0);
+    CFRunLoopAddSource(Current(), source, kCFRunLoopDefaultMode);
+  }
+  ~LetterPort() { CFMachPortInvalidate(port); }
+
+  void Send(int count) {
+    StDesc address, event;
+    Make(Code(typeMachPort, CFMachPortGetPort(port)), &address);
+    ASSERT_EQ(0, AECreateAppleEvent(FourCC('t', 'e', 's', 't'), FourCC('t', 'e', 's', 't'),
+                                    &address, kAutoGenerateReturnID, kAnyTransactionID, &event));
+    for (int i = 0; i < count; i++) {
+      ASSERT_EQ(0, AESendMessage(&event, nullptr, kAENoReply, kAEDefaultTimeout));
+    }
+  }
+
+  std::string* log;
+  char letter;
+  OwnedRef<CFMachPortRef> port;
+  OwnedRef<CFRunLoopSourceRef> source;
+};
+
 TEST(RunLoop, NullAndForeignObjectsAreNeutral) {
   auto* wrong = reinterpret_cast<CFRunLoopSourceRef>(const_cast<__CFString*>(CFSTR("a string")));
   for (const CFRunLoopSourceRef none : {CFRunLoopSourceRef{}, wrong}) {
@@ -71,43 +140,70 @@ TEST(RunLoop, StopBeforeTheRunIsKept) {
   EXPECT_EQ(1, action.performed);
 }
 
-TEST(RunLoop, SourcesFireByOrderOncePerPass) {
+TEST(RunLoop, SourcesFireByOrderThenAgeOncePerPass) {
   std::string log;
   Action last([&] { log += "3"; }, 3), first([&] { log += "1"; }, 1),
-      middle([&] { log += "2"; }, 2);
-  for (Action* action : {&last, &first, &middle}) {
+      middle([&] { log += "2"; }, 2), equal([&] { log += "="; }, 2);
+  for (Action* action : {&last, &first, &middle, &equal}) {
     action->Add();
     action->Add();
     action->Signal();
     action->Signal();
   }
   EXPECT_EQ(kCFRunLoopRunTimedOut, CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false));
-  EXPECT_EQ("123", log);
+  EXPECT_EQ("12=3", log);
   EXPECT_EQ(1, first.scheduled);
   EXPECT_EQ(kCFRunLoopRunTimedOut, CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false));
-  EXPECT_EQ("123", log);
+  EXPECT_EQ("12=3", log);
 }
 
-TEST(RunLoop, RemovedAndInvalidatedSourcesDoNotFire) {
-  Action victim({}, 2), survivor({}, 3), killer({}, 1);
-  killer.run = [&] { CFRunLoopSourceInvalidate(victim.source); };
-  for (Action* action : {&victim, &survivor, &killer}) {
-    action->Add();
-    action->Signal();
+// A callout that ends another source's membership, or the run, is obeyed at once: although that
+// source was signalled before.
+TEST(RunLoop, ACalloutStopsTheNextOneOfItsRound) {
+  const struct {
+    const char* way;
+    std::function<void(Action&)> act;
+    bool leaves;
+  } rows[] = {
+      {"invalidates", [](Action& victim) { CFRunLoopSourceInvalidate(victim.source); }, true},
+      {"removes",
+       [](Action& victim) {
+         CFRunLoopRemoveSource(Current(), victim.source, kCFRunLoopDefaultMode);
+       },
+       true},
+      {"stops", [](Action&) { CFRunLoopStop(Current()); }, false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.way);
+    Action victim({}, 2), survivor({}, 3), killer({}, 1);
+    killer.run = [&] { row.act(victim); };
+    for (Action* action : {&victim, &survivor, &killer}) {
+      action->Add();
+      action->Signal();
+    }
+    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
+    EXPECT_EQ(0, victim.performed);
+    EXPECT_EQ(row.leaves, victim.cancelled == 1);
+    EXPECT_EQ(row.leaves ? 1 : 0, survivor.performed);
+    EXPECT_EQ(!row.leaves,
+              CFRunLoopContainsSource(Current(), victim.source, kCFRunLoopDefaultMode));
+    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);  // what a stop left signalled stays so
+    EXPECT_EQ(row.leaves ? 0 : 1, victim.performed);
+    EXPECT_EQ(1, survivor.performed);
   }
-  CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
-  EXPECT_EQ(0, victim.performed);
-  EXPECT_EQ(1, victim.cancelled);
-  EXPECT_EQ(1, survivor.performed);
-  EXPECT_FALSE(CFRunLoopContainsSource(Current(), victim.source, kCFRunLoopDefaultMode));
+}
 
-  CFRunLoopAddSource(Current(), victim.source, kCFRunLoopDefaultMode);
-  EXPECT_FALSE(CFRunLoopContainsSource(Current(), victim.source, kCFRunLoopDefaultMode));
-  survivor.Signal();
-  CFRunLoopRemoveSource(Current(), survivor.source, kCFRunLoopDefaultMode);
-  EXPECT_EQ(1, survivor.cancelled);
+TEST(RunLoop, SourcesThatHaveLeftDoNotFire) {
+  Action dead, removed;
+  CFRunLoopSourceInvalidate(dead.source);
+  dead.Add();
+  EXPECT_FALSE(CFRunLoopContainsSource(Current(), dead.source, kCFRunLoopDefaultMode));
+  removed.Add();
+  removed.Signal();
+  CFRunLoopRemoveSource(Current(), removed.source, kCFRunLoopDefaultMode);
+  EXPECT_EQ(1, removed.cancelled);
   CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
-  EXPECT_EQ(1, survivor.performed);
+  EXPECT_EQ(0, removed.performed);
 }
 
 TEST(RunLoop, ANestedRunEndsAlone) {
@@ -146,6 +242,20 @@ TEST(RunLoop, ModesAreServedApart) {
   EXPECT_EQ(2, common.performed);
   CFRunLoopRemoveSource(Current(), common.source, kCFRunLoopCommonModes);
   EXPECT_FALSE(CFRunLoopContainsSource(Current(), common.source, mode));
+  EXPECT_FALSE(CFRunLoopContainsSource(Current(), common.source, kCFRunLoopDefaultMode));
+  EXPECT_EQ(2, common.cancelled);
+
+  Timer everywhere(1000, 0, [] {});
+  CFRunLoopAddTimer(Current(), everywhere.timer, kCFRunLoopCommonModes);
+  const CFStringRef late = CFSTR("a mode that becomes common later");
+  CFRunLoopAddCommonMode(Current(), late);
+  for (const CFStringRef each : {kCFRunLoopDefaultMode, mode, late, kCFRunLoopCommonModes}) {
+    EXPECT_TRUE(CFRunLoopContainsTimer(Current(), everywhere.timer, each));
+  }
+  CFRunLoopRemoveTimer(Current(), everywhere.timer, kCFRunLoopCommonModes);
+  for (const CFStringRef each : {kCFRunLoopDefaultMode, mode, late, kCFRunLoopCommonModes}) {
+    EXPECT_FALSE(CFRunLoopContainsTimer(Current(), everywhere.timer, each));
+  }
 }
 
 TEST(RunLoop, AnExceptionPassesThroughAndTheLoopGoesOn) {
@@ -186,20 +296,140 @@ TEST(RunLoop, WakesFromAnotherThread) {
   EXPECT_EQ(1, action.cancelled);  // the thread's end took it out
 }
 
-TEST(RunLoop, TimersFireInTimeAndKeepTheirRhythm) {
+TEST(RunLoop, ATimerNeverFiresEarlyAndEndsTheRunWithItsEnd) {
   int fired = 0;
-  CFRunLoopTimerContext context = {};
-  context.info = &fired;
-  const auto count = [](CFRunLoopTimerRef timer, void* info) {
-    if (++*static_cast<int*>(info) == 5) CFRunLoopTimerInvalidate(timer);
+  Timer timer(0.02, 0.01, {});
+  timer.run = [&] {
+    EXPECT_GE(Clock::now() - timer.made, 20ms + fired * 10ms);
+    if (++fired == 5) CFRunLoopTimerInvalidate(timer.timer);
   };
-  const auto start = std::chrono::steady_clock::now();
-  const OwnedRef<CFRunLoopTimerRef> timer(CFRunLoopTimerCreate(
-      kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + 0.02, 0.01, 0, 0, count, &context));
-  CFRunLoopAddTimer(Current(), timer, kCFRunLoopDefaultMode);
+  timer.Add();
   EXPECT_EQ(kCFRunLoopRunFinished, CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, false));
   EXPECT_EQ(5, fired);
-  EXPECT_GE(std::chrono::steady_clock::now() - start, 59ms);
+}
+
+// A timer that is called late fires next at the next multiple of its interval, not an interval
+// after the late call. Another timer a quarter of an interval after that multiple tells the two
+// apart, however late everything is.
+TEST(RunLoop, ATimerThatWasLateKeepsItsRhythm) {
+  constexpr Milliseconds kInterval = 200ms;
+  for (int attempt = 0; attempt < 50; attempt++) {
+    std::string log;
+    Timer beat(0.2, 0.2, {});
+    if (beat.took > kInterval / 10) continue;  // its times are not known well enough
+    std::unique_ptr<Timer> after;
+    beat.run = [&] {
+      log += "b";
+      if (after != nullptr) return CFRunLoopStop(Current());
+      const double passed = Milliseconds(Clock::now() - beat.made) / kInterval;
+      const double next = std::floor(passed) + 1.25 - passed;
+      after = std::make_unique<Timer>(next * kInterval.count() / 1000, 0, [&] { log += "a"; });
+      after->Add();
+    };
+    beat.Add();
+    SpinUntil(beat.made + 310ms);
+    EXPECT_EQ(kCFRunLoopRunStopped, CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, false));
+    EXPECT_EQ("bb", log);
+    return;
+  }
+  GTEST_SKIP() << "no timer could be made within 20 ms";
+}
+
+// Timers that are due together: the earlier first, none that the earlier one has removed,
+// invalidated or (in a run of its own) fired already.
+TEST(RunLoop, TimersDueTogetherFireInTurn) {
+  const struct {
+    const char* text;
+    std::function<void(Timer&)> firstDoes;
+    const char* log;
+  } rows[] = {
+      {"nothing", [](Timer&) {}, "12"},
+      {"removes",
+       [](Timer& other) { CFRunLoopRemoveTimer(Current(), other.timer, kCFRunLoopDefaultMode); },
+       "1"},
+      {"invalidates", [](Timer& other) { CFRunLoopTimerInvalidate(other.timer); }, "1"},
+      {"runs the loop", [](Timer&) { CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false); }, "12"},
+      {"stops", [](Timer&) { CFRunLoopStop(Current()); }, "1"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.text);
+    std::string log;
+    Timer first(0.001, 1000, {});
+    Timer second(0.005, 1000, [&] { log += "2"; });
+    first.run = [&] {
+      log += "1";
+      row.firstDoes(second);
+    };
+    second.Add();
+    first.Add();
+    SpinUntil(Clock::now() + 10ms);
+    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
+    EXPECT_EQ(row.log, log);
+  }
+}
+
+TEST(RunLoop, PortsAreServedInTurnAndOneMessageEndsAReturningRun) {
+  std::string log;
+  LetterPort a(&log, 'a'), b(&log, 'b'), c(&log, 'c');
+  Action action([&] { log += "+"; });
+  action.Add();
+  for (LetterPort* port : {&a, &b, &c}) port->Send(3);
+  action.Signal();
+  const auto one = [] { return CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, true); };
+  EXPECT_EQ(kCFRunLoopRunHandledSource, one());
+  EXPECT_EQ("+", log);
+  EXPECT_EQ(kCFRunLoopRunHandledSource, one());
+  EXPECT_EQ("+a", log);
+  EXPECT_EQ(kCFRunLoopRunHandledSource, one());
+  EXPECT_EQ("+ab", log);
+  CFRunLoopRemoveSource(Current(), c.source, kCFRunLoopDefaultMode);
+  EXPECT_EQ(kCFRunLoopRunTimedOut, CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.01, false));
+  EXPECT_EQ("+ababab", log);
+}
+
+// The loop sleeps in the kernel until something is due: neither short sleeps nor a spin.
+TEST(RunLoop, AnIdleLoopTakesNoProcessorTime) {
+  std::string log;
+  const LetterPort port(&log, 'p');
+  const Action action;
+  Timer later(1000, 0, [] {});
+  later.Add();
+  rusage before = {}, after = {};
+  getrusage(RUSAGE_THREAD, &before);
+  EXPECT_EQ(kCFRunLoopRunTimedOut, CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.4, false));
+  getrusage(RUSAGE_THREAD, &after);
+  const auto microseconds = [](const rusage& use) {
+    return (use.ru_utime.tv_sec + use.ru_stime.tv_sec) * 1'000'000L + use.ru_utime.tv_usec +
+           use.ru_stime.tv_usec;
+  };
+  EXPECT_LE(after.ru_nvcsw - before.ru_nvcsw, 20);  // of waits: one a sleep
+  EXPECT_LE(microseconds(after) - microseconds(before), 20'000);
+}
+
+// Interrupted waits go on: the time is neither cut nor drawn out.
+TEST(RunLoop, SignalsDoNotEndAWait) {
+  static std::atomic<int> sSignals{0};
+  struct sigaction quiet = {}, before = {};
+  quiet.sa_handler = [](int) { sSignals++; };  // without SA_RESTART
+  sigaction(SIGUSR1, &quiet, &before);
+  const pthread_t self = pthread_self();
+  std::atomic<bool> isOver{false};
+  Action action;
+  action.Add();
+  std::thread sender([&] {
+    while (!isOver && sSignals < 30) {
+      pthread_kill(self, SIGUSR1);
+      std::this_thread::sleep_for(2ms);
+    }
+  });
+  const auto start = Clock::now();
+  EXPECT_EQ(kCFRunLoopRunTimedOut, CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.08, false));
+  EXPECT_GE(Clock::now() - start, 80ms);
+  isOver = true;
+  sender.join();
+  EXPECT_GT(sSignals, 0);
+  EXPECT_EQ(0, action.performed);
+  sigaction(SIGUSR1, &before, nullptr);
 }
 
 TEST(RunLoop, TheTimeRunsOut) {
