@@ -75,10 +75,9 @@ int Desktop::BusEnded(sd_bus_message*, void* desktop, sd_bus_error*) {
   return 0;
 }
 
-int Desktop::OwnerChanged(sd_bus_message* signal, void* desktop, sd_bus_error*) {
-  const char *name = "", *oldOwner = "", *newOwner = "";
-  if (sd_bus_message_read(signal, "sss", &name, &oldOwner, &newOwner) < 0) return 0;
-  if (oldOwner[0] != 0) DesktopOf(desktop).LoseAll();
+// Whatever is on screen was shown by the service before. (At its first start nothing is.)
+int Desktop::OwnerChanged(sd_bus_message*, void* desktop, sd_bus_error*) {
+  DesktopOf(desktop).LoseAll();
   return 0;
 }
 
@@ -163,6 +162,7 @@ int Desktop::CapabilitiesCame(sd_bus_message* reply, void* pointer, sd_bus_error
 
 bool Desktop::AskToShow(bool hasBody, bool hasMarkup) {
   const Request& request = waiting.front();
+  closedEarly.clear();
   const auto earlier = onScreen.find(request.place);
   const uint32_t replaced = earlier != onScreen.end() ? earlier->second.serviceID : 0;
   const std::string body = hasMarkup ? EscapedNoticeText(request.text) : request.text;
@@ -180,8 +180,9 @@ int Desktop::ShowingAnswered(sd_bus_message* reply, void* pointer, sd_bus_error*
   Desktop& desktop = DesktopOf(pointer);
   desktop.call = sd_bus_slot_unref(desktop.call);
   uint32_t serviceID = 0;
+  // 0 is not an id: the service could not report that this notice was dismissed.
   if (sd_bus_message_is_method_error(reply, nullptr) != 0 ||
-      sd_bus_message_read(reply, "u", &serviceID) < 0) {
+      sd_bus_message_read(reply, "u", &serviceID) < 0 || serviceID == 0) {
     desktop.FailFirst();
   } else {
     desktop.IsOnScreen(serviceID);
@@ -202,6 +203,10 @@ void Desktop::IsOnScreen(uint32_t serviceID) {
     CloseNotice(serviceID);
     return;
   }
+  if (std::find(closedEarly.begin(), closedEarly.end(), serviceID) != closedEarly.end()) {
+    client->Tell(NoticeMessageKind::kGone, request.notice);
+    return;
+  }
   client->Tell(NoticeMessageKind::kOnScreen, request.notice);
   onScreen[request.place] = {request.notice, serviceID, std::move(request.text)};
 }
@@ -214,7 +219,14 @@ int Desktop::NoticeClosed(sd_bus_message* signal, void* pointer, sd_bus_error*) 
   const auto shown =
       std::find_if(desktop.onScreen.begin(), desktop.onScreen.end(),
                    [serviceID](const auto& entry) { return entry.second.serviceID == serviceID; });
-  if (shown == desktop.onScreen.end()) return 0;
+  if (shown == desktop.onScreen.end()) {
+    // Perhaps the notice that the service is about to answer for. A service that floods this helper
+    // with other programs' ids finds no more room than for a few.
+    if (desktop.call != nullptr && desktop.closedEarly.size() < kNoticeLimit) {
+      desktop.closedEarly.push_back(serviceID);
+    }
+    return 0;
+  }
   const uint32_t notice = shown->second.notice;
   desktop.onScreen.erase(shown);
   desktop.client->Tell(NoticeMessageKind::kGone, notice);

@@ -6,6 +6,7 @@
 #include <deque>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "platform/notify/notice_protocol.h"
 
@@ -73,4 +74,7 @@ class Desktop {
   sd_event_source* timer = nullptr;
   std::deque<Request> waiting;
   std::map<uint32_t, Shown> onScreen;  // by place
+  // Ids that the service closed while it was being asked to show a notice: it may close one before
+  // it answers with its id.
+  std::vector<uint32_t> closedEarly;
 };

@@ -1,9 +1,17 @@
+#include <signal.h>
+#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <atomic>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+
 #include "tests/integration/notice_support.h"
+#include "tests/support/interposed_calls.h"
 #include "tests/support/session_directory.h"
 #include "tests/support/test_role.h"
 
@@ -112,6 +120,104 @@ TEST_F(NoticeTest, RemovingWithdraws) {
   service.Close(calls[1].id);
   EXPECT_TRUE(stays.WaitForResponses(1));
   EXPECT_EQ(0, notice.Responses());
+}
+
+// What a service may do, although it should not. The notice is answered once in each case.
+TEST_F(NoticeTest, ANoticeWhoseDismissalCannotBeToldIsAnsweredOnce) {
+  const NoHelpersLeft noLeaks;
+  const struct {
+    const char* text;
+    bool closesFirst;
+    bool givesNoID;
+    int logged;
+  } rows[] = {{"closed before the answer", true, false, 0},
+              {"shown without an id", false, true, 1}};
+  const PrivateBus bus;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.text);
+    ClearTestLog();
+    NotificationService service(bus, {.closesFirst = row.closesFirst, .givesNoID = row.givesNoID});
+    TestNotice notice(row.text);
+    for (int count = 1; count <= 2; count++) {
+      EXPECT_EQ(noErr, notice.Install());
+      EXPECT_TRUE(notice.WaitForResponses(count));
+    }
+    EXPECT_TRUE(WaitUntil([] { return NoticeHelpers().empty(); }, 20s));
+    EXPECT_EQ(2, notice.Responses());
+    EXPECT_EQ(2 * row.logged, LinesInLog(row.text)) << TestLogText();
+  }
+}
+
+// The time limit is for coming to the screen. Afterwards a notice stays until it is dismissed.
+TEST_F(NoticeTest, ANoticeStaysOnScreenForAnyTime) {
+  const NoHelpersLeft noLeaks;
+  const PrivateBus bus;
+  NotificationService service(bus);
+  TestNotice stays("stays"), passes("passes");
+  EXPECT_EQ(noErr, stays.Install());
+  for (int count = 1; count <= 2; count++) {
+    EXPECT_EQ(noErr, passes.Install());
+    const std::vector<NotificationCall> calls = service.Calls(count + 1);
+    ASSERT_EQ(size_t(count) + 1, calls.size());
+    service.Close(calls.back().id);
+    // Messages keep their order: that the first one is on screen is known after this.
+    EXPECT_TRUE(passes.WaitForResponses(count));
+    LeapClock(60);
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    LeapClock(0);
+  }
+  EXPECT_EQ(0, stays.Responses());
+  EXPECT_EQ("", TestLogText());
+  service.Close(service.Calls(1).at(0).id);
+  EXPECT_TRUE(stays.WaitForResponses(1));
+}
+
+// The thread that listens to the helper leaves the program's signals to the program's threads.
+TEST_F(NoticeTest, NoSignalIsHandledOnTheListeningThread) {
+  static std::atomic<int> sHandled{0};
+  struct sigaction count = {}, before = {};
+  count.sa_handler = [](int) { sHandled++; };
+  sigaction(SIGUSR2, &count, &before);
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGUSR2);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  {
+    const PrivateBus bus;
+    NotificationService service(bus);
+    TestNotice notice("text");
+    RunOnThread([&] {
+      pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+      EXPECT_EQ(noErr, notice.Install());
+    });
+    const uint32_t id = service.Calls(1).at(0).id;
+    kill(getpid(), SIGUSR2);
+    service.Close(id);
+    EXPECT_TRUE(notice.WaitForResponses(1));
+    EXPECT_EQ(0, sHandled);
+  }
+  pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+  EXPECT_EQ(1, sHandled);
+  sigaction(SIGUSR2, &before, nullptr);
+}
+
+TEST_F(NoticeTest, ABusInTheRuntimeFolderNeedsNoVariable) {
+  const PrivateBus bus;
+  const std::string path = std::string(getenv("XDG_RUNTIME_DIR")) + "/bus";
+  std::filesystem::create_symlink(bus.Address().substr(std::strlen("unix:path=")), path);
+  {
+    const ScopedVariable noAddress("DBUS_SESSION_BUS_ADDRESS", nullptr);
+    NotificationService service(bus);
+    TestNotice notice("text");
+    EXPECT_EQ(noErr, notice.Install());
+    const std::vector<NotificationCall> calls = service.Calls(1);
+    ASSERT_EQ(1u, calls.size());
+    service.Close(calls[0].id);
+    EXPECT_TRUE(notice.WaitForResponses(1));
+    EXPECT_EQ("", TestLogText());
+  }
+  std::filesystem::remove(path);
 }
 
 TEST_F(NoticeTest, NoMoreNoticesThanALimitAreOnScreen) {

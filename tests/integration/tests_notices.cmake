@@ -10,7 +10,8 @@ target_link_libraries(vlt_notice_support PUBLIC vlt_aeport vlt_test_support vlt_
   PRIVATE vlt_warnings)
 
 foreach(test IN ITEMS notice notice_faults)
-  vlt_add_test(NAME ${test}_test LABEL integration SOURCES ${test}_test.cpp
+  vlt_add_test(NAME ${test}_test LABEL integration
+    SOURCES ${test}_test.cpp ../support/interposed_calls.cpp
     LIBS vlt_notice_support TIMEOUT 120 NATIVE_ONLY)
   add_dependencies(${test}_test vlt-notify)
 endforeach()

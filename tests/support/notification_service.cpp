@@ -159,7 +159,11 @@ int NotificationService::Worker::Notify(sd_bus_message* call) {
   if (options.refuses) {
     sd_bus_reply_method_errorf(call, "org.example.Refused", "not today");
   } else {
-    sd_bus_reply_method_return(call, "u", noted.id);
+    if (options.closesFirst) {
+      sd_bus_emit_signal(sd_bus_message_get_bus(call), kPath, kName, "NotificationClosed", "uu",
+                         noted.id, kDismissed);
+    }
+    sd_bus_reply_method_return(call, "u", options.givesNoID ? 0 : noted.id);
   }
   return 1;
 }

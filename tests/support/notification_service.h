@@ -47,6 +47,8 @@ class NotificationService {
     bool refuses = false;   // answers Notify with an error
     bool isSilent = false;  // never answers anything
     bool neverReplaces = false;
+    bool closesFirst = false;  // dismisses a notice before it answers Notify
+    bool givesNoID = false;    // answers Notify with 0
   };
 
   // Returns once it has its name on the bus.

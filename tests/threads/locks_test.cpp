@@ -42,6 +42,7 @@ struct Identity : VLTMPThread {
   Identity() : VLTMPThread(MACH_PORT_NULL, pthread_t(), kInvalidID) {}
   SInt32 Initialize() override { return initialised++, 11; }
   SInt32 Finalize(SInt32 error) override { return finalised++, error + 1; }
+  SInt32 Status() const { return status; }
   int initialised = 0;
   int finalised = 0;
 };
@@ -57,6 +58,22 @@ TEST(AbstractThread, InitialisesAndFinalisesOnceForEachPair) {
   { VLTStaticThreadFinalizer finalizer(&thread); }
   EXPECT_EQ(2, thread.initialised);
   EXPECT_EQ(2, thread.finalised);
+}
+
+TEST(AbstractThread, TheStatusOfACreatedThreadIsNeverZero) {
+  const struct {
+    SInt32 result, created, terminated;
+  } rows[] = {{0, 1, 0}, {1, 1, 1}, {-5, -5, -5}};
+  for (const auto& row : rows) {
+    Identity thread;
+    EXPECT_EQ(0, thread.NotifyThreadCreated(row.result));
+    EXPECT_EQ(row.created, thread.Status());
+    EXPECT_TRUE(thread.IsThreadCreated());
+    EXPECT_FALSE(thread.IsThreadTerminated());
+    EXPECT_EQ(0, thread.NotifyThreadTerminated(row.result));
+    EXPECT_EQ(row.terminated, thread.Status());
+    EXPECT_TRUE(thread.IsThreadTerminated());
+  }
 }
 
 }  // namespace

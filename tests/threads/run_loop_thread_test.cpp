@@ -12,16 +12,21 @@
 namespace {
 
 struct Thread : VLTStdMPRunLoopThread {
+  using Base = VLTStdMPRunLoopThread;
   ~Thread() override { FinalizeIfNeeded(0); }
   SInt32 ThreadCreated(SInt32 result) override { return createdResult + result; }
   SInt32 Quantum() const { return rrQuantum; }
   bool Runs() const { return HasTask(); }
+  bool IsLocked(SInt32 lock) const { return locks.IsLockAcquired(lock); }
+  MPEventID EventGroup() const { return eventGroup; }
+  SInt32 StartThread() override { return startResult != 0 ? startResult : Base::StartThread(); }
   SInt32 Run(const std::function<SInt32()>& body) {
     return CallSynchronous(
         [](void* a, void*) { return (*static_cast<const std::function<SInt32()>*>(a))(); },
         const_cast<std::function<SInt32()>*>(&body), nullptr, 0);
   }
   SInt32 createdResult = 0;
+  SInt32 startResult = 0;
 };
 
 SInt32 Add(void* a, void* b) {
@@ -93,6 +98,38 @@ TEST(RunLoopThread, TheSmallestQuantumWins) {
   EXPECT_EQ(0, thread_info(port, THREAD_SCHED_RR_INFO, &info.max_priority, &count));
   EXPECT_EQ(info.max_priority, info.base_priority);
   EXPECT_EQ(-2, info.quantum);
+}
+
+TEST(RunLoopThread, ACallWhoseStartFailsLeavesNothingPending) {
+  Thread thread;
+  thread.startResult = -7;
+  EXPECT_EQ(-7, thread.CallSynchronous(Add, Number(1), Number(3), 0));
+  EXPECT_FALSE(thread.IsLocked(kVLTThreadStopLock));
+  thread.startResult = 0;
+  EXPECT_EQ(9, thread.CallSynchronous(Add, Number(2), Number(7), 0));
+}
+
+// Meant: where the quantum applies, the result of the policy hides that of adding.
+TEST(RunLoopThread, TheResultOfThePolicyHidesAddSources) {
+  mach_msg_type_number_t count = POLICY_RR_INFO_COUNT;
+  policy_rr_info_data_t info = {};
+  const SInt32 refused =
+      thread_info(MACH_PORT_NULL, THREAD_SCHED_RR_INFO, &info.max_priority, &count);
+  ASSERT_NE(0, refused);
+  Thread thread;
+  thread.startResult = -7;
+  EXPECT_EQ(-7, thread.AddPrioritySource(nullptr, kCFRunLoopDefaultMode, 0));
+  EXPECT_EQ(refused, thread.AddPrioritySource(nullptr, kCFRunLoopDefaultMode, 3));
+}
+
+// Meant: lock 4 goes first, so the event group stays.
+TEST(RunLoopThread, FinalizeLeavesTheEventGroup) {
+  Thread thread;
+  EXPECT_EQ(0, thread.StartThread());
+  const MPEventID group = thread.EventGroup();
+  EXPECT_EQ(0, thread.FinalizeIfNeeded(0));
+  EXPECT_FALSE(thread.IsLocked(kVLTThreadEventLock));
+  EXPECT_EQ(noErr, MPDeleteEvent(group));
 }
 
 // Each call from within one on another thread, there and back.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <syslog.h>
 
+#include <atomic>
 #include <cerrno>
 #include <string>
 #include <thread>
@@ -61,6 +62,29 @@ TEST(Notices, TheResponseDecidesHowLongARecordStays) {
   }
   EXPECT_EQ(noErr, sRemoved);
   EXPECT_TRUE(notices.Lines().empty());  // records without a text show nothing
+}
+
+// After NMRemove has returned, the record may be destroyed: its response does not run any more.
+TEST(Notices, RemovingWaitsForTheResponseOfAnotherThread) {
+  static std::atomic<bool> sIsInside, sMayReturn, sHasReturned;
+  sIsInside = sMayReturn = sHasReturned = false;
+  const TestSink notices("VLTHOST_NOTICES"), log("VLTHOST_LOG");
+  NMRec record = MakeRecord(nullptr, [](NMRecPtr) {
+    sIsInside = true;
+    while (!sMayReturn) std::this_thread::yield();
+    // Time for a removal that does not wait, to show itself.
+    for (int i = 0; i < 1000; ++i) std::this_thread::yield();
+    sHasReturned = true;
+  });
+  std::thread installer([&] { EXPECT_EQ(noErr, NMInstall(&record)); });
+  while (!sIsInside) std::this_thread::yield();
+  std::thread remover([&] {
+    sMayReturn = true;
+    EXPECT_EQ(noErr, NMRemove(&record));
+    EXPECT_TRUE(sHasReturned);
+  });
+  installer.join();
+  remover.join();
 }
 
 TEST(SystemLog, EntriesAreSingleLines) {
