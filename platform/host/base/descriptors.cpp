@@ -52,7 +52,8 @@ void GiveUpInChild() {
 
 void InstallHandlers() {
   if (sHandlersInstalled.exchange(true)) return;
-  pthread_atfork(LockBeforeFork, UnlockInParent, GiveUpInChild);
+  const bool isInstalled = pthread_atfork(LockBeforeFork, UnlockInParent, GiveUpInChild) == 0;
+  if (!isInstalled) sHandlersInstalled.store(false);  // no memory: the next opening tries again
 }
 
 }  // namespace

@@ -2,21 +2,26 @@
 
 #include <utility>
 
-// HostThreadObject<T>() is the calling thread's own T, made on first use and destroyed when the
-// thread ends. Unlike a plain thread_local it may still be used by destructors that run later (a
-// program's static objects, another library's thread objects): they get a new one, which then
-// stays.
+#include "platform/host/base/thread_end.h"
+
+// HostThreadObject<T>() is the calling thread's own T, made on first use (std::bad_alloc without
+// memory) and destroyed when the thread ends. Unlike a plain thread_local it may still be used by
+// destructors that run later (a program's static objects, another library's thread objects): they
+// get a new one, which then stays.
+template <class T>
+struct HostThreadPlace {
+  static void Destroy() { delete std::exchange(object, nullptr); }
+
+  static constinit inline thread_local T* object = nullptr;
+  static constinit inline thread_local HostThreadEnd end{Destroy};
+};
+
 template <class T>
 T& HostThreadObject() {
-  constinit thread_local T* object = nullptr;
-  struct End {
-    T** place;
-    ~End() { delete std::exchange(*place, nullptr); }
-  };
-  if (object == nullptr) [[unlikely]] {
-    object = new T;
-    thread_local const End end{&object};
-    (void)end;
+  using Place = HostThreadPlace<T>;
+  if (Place::object == nullptr) [[unlikely]] {
+    Place::object = new T;
+    HostAtThreadEnd(Place::end);
   }
-  return *object;
+  return *Place::object;
 }

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "platform/host/base/byte_order.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/events/codec.h"
 #include "platform/host/events/number.h"
 #include "platform/host/events/text.h"
@@ -232,7 +233,9 @@ OSStatus HostCoerce(const HostAEItem& source, DescType toType, HostAEItem* out) 
   out->SetNull();
   const HostAEItem* from = &source;
   while (!HostTakesAsIs(from->type, toType)) {
-    if (from->form != HostAEForm::kList) return ApplyTable(*from, toType, out);
+    if (from->form != HostAEForm::kList) {
+      return HostGuard(OSStatus{memFullErr}, [&] { return ApplyTable(*from, toType, out); });
+    }
     if (from->items.Count() != 1) return Fail();
     from = from->items.begin();
   }

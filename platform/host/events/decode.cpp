@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "platform/host/base/byte_order.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/events/codec.h"
 #include "platform/host/events/event.h"
 #include "platform/host/events/layout.h"
@@ -208,7 +209,7 @@ OSStatus HostDecodeEvent(HostFrameSlice body, AppleEvent* out) {
   HostAEItem item;
   item.key = typeWildCard;
   item.SetEvent(event);
-  OSStatus err = Decoder(body).Run(event);
+  OSStatus err = HostGuard(OSStatus{memFullErr}, [&] { return Decoder(body).Run(event); });
   event->frame = std::move(body.owner);
   if (err == 0) {
     err = HostMakeDesc(&item, out);

@@ -1,4 +1,5 @@
 #include "platform/host/base/byte_order.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/events/codec.h"
 #include "platform/host/events/event.h"
 #include "platform/host/events/layout.h"
@@ -99,7 +100,7 @@ OSStatus WriteItem(const HostAEItem& item, HostGather& out) {
 OSStatus HostFlattenEvent(const AppleEvent* desc, HostGather& out) {
   HostAEEvent* event = nullptr;
   OSStatus err = HostFindEvent(desc, &event);
-  if (err == 0) err = WriteEvent(*event, out);
+  if (err == 0) err = HostGuard(OSStatus{memFullErr}, [&] { return WriteEvent(*event, out); });
   if (err == 0 && out.TotalSize() > kHostFrameLimit) err = memFullErr;
   return err;
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/host/base/byte_order.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/events/event.h"
 #include "platform/host/events/number.h"
 #include "platform/host/events/storage.h"
@@ -174,10 +175,12 @@ OSStatus AEPrintDescToHandle(const AEDesc* desc, Handle* out) {
   HostAEItem view;
   const OSStatus err = HostViewDesc(desc, &view);
   if (err != 0) return err;
-  std::string text;
-  PrintItem(view, &text);
-  if (text.size() > INT32_MAX) return memFullErr;
-  return PtrToHand(text.data(), out, static_cast<Size>(text.size()));
+  return HostGuard(OSStatus{memFullErr}, [&]() -> OSStatus {
+    std::string text;
+    PrintItem(view, &text);
+    if (text.size() > INT32_MAX) return memFullErr;
+    return PtrToHand(text.data(), out, static_cast<Size>(text.size()));
+  });
 }
 
 }  // extern "C"

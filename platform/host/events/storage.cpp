@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "platform/host/base/mutex.h"
+#include "platform/host/base/thread_end.h"
 #include "platform/host/events/types.h"
 
 // Free slots wait in queues, first in first out, so that generations of a slot are far apart in
@@ -42,8 +43,7 @@ struct ThreadStore {
   Queue free;
   HostAEEvent* events;
   uint32_t eventCount;
-  bool armed;  // the end of the thread will give everything back
-  bool ended;  // it has
+  bool ended;  // the thread has given everything back
 };
 
 constinit Table sTable = {{}, {}, 1};
@@ -77,22 +77,17 @@ void FreeEvent(HostAEEvent* event) {
   delete event;
 }
 
-struct StoreEnd {
-  bool armed = false;
-  ~StoreEnd() {
-    ThreadStore& store = sStore;
-    store.ended = true;
-    const std::lock_guard<HostMutex> guard(sTable.lock);
-    while (store.free.count > 0) Push(sTable.free, Pop(store.free));
-    while (store.events != nullptr) FreeEvent(std::exchange(store.events, store.events->next));
-  }
-};
-thread_local StoreEnd sStoreEnd;
+void GiveAllBack() {
+  ThreadStore& store = sStore;
+  store.ended = true;
+  const std::lock_guard<HostMutex> guard(sTable.lock);
+  while (store.free.count > 0) Push(sTable.free, Pop(store.free));
+  while (store.events != nullptr) FreeEvent(std::exchange(store.events, store.events->next));
+}
+constinit thread_local HostThreadEnd sStoreEnd{GiveAllBack};
 
 void Arm(ThreadStore& store) {
-  if (store.armed || store.ended) return;
-  sStoreEnd.armed = true;  // its first use is what makes it run at the thread's end
-  store.armed = true;
+  if (!sStoreEnd.isWaiting && !store.ended) HostAtThreadEnd(sStoreEnd);
 }
 
 // Makes another slot; 0 when the table is full or there is no memory. The lock is held.

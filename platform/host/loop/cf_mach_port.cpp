@@ -2,9 +2,11 @@
 
 #include <atomic>
 #include <mutex>
+#include <new>
 #include <unordered_map>
 
 #include "platform/host/base/descriptors.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/base/mutex.h"
 #include "platform/host/loop/run_loop.h"
 #include "platform/host/objects/cf_object.h"
@@ -47,16 +49,14 @@ constinit HostMutex sMutex;
 using PortMap = std::unordered_map<mach_port_t, __CFMachPort*>;
 constinit __CFMachPort* sFound = nullptr;  // of the map: the last one found, or null
 
-PortMap& LockedPorts() {
-  static PortMap* sPorts = new PortMap;
-  return *sPorts;
-}
+constinit PortMap* sPorts = nullptr;  // made by the first object, never destroyed
 
 MachPort FindPort(mach_port_t port) {
   const std::lock_guard<HostMutex> lock(sMutex);
+  if (sPorts == nullptr) return MachPort();
   if (sFound == nullptr || sFound->Port() != port) {
-    const auto found = LockedPorts().find(port);
-    if (found == LockedPorts().end()) return MachPort();
+    const auto found = sPorts->find(port);
+    if (found == sPorts->end()) return MachPort();
     sFound = found->second;
   }
   return sFound->RetainUnlessDying() ? MachPort(sFound) : MachPort();
@@ -82,14 +82,20 @@ CFMachPortRef Create(mach_port_t port, bool ownsRight, CFMachPortCallBack callou
                      CFMachPortContext* context, Boolean* shouldFreeInfo) {
   HostSetDeathObserver(PortDied);
   const std::lock_guard<HostMutex> lock(sMutex);
-  __CFMachPort*& place = LockedPorts()[port];
-  const bool known = place != nullptr && place->RetainUnlessDying();
+  if (sPorts == nullptr) sPorts = new PortMap;
+  const auto place = sPorts->try_emplace(port, nullptr).first;
+  const bool known = place->second != nullptr && place->second->RetainUnlessDying();
   if (!known) {
-    place = new __CFMachPort(port, ownsRight, callout, context);
-    sFound = place;  // what stood there before is dying
+    auto* const made = new (std::nothrow) __CFMachPort(port, ownsRight, callout, context);
+    if (made == nullptr) {
+      if (place->second == nullptr) sPorts->erase(place);
+      return nullptr;
+    }
+    place->second = made;
+    sFound = made;  // what stood there before is dying
   }
   if (shouldFreeInfo != nullptr) *shouldFreeInfo = known ? 1 : 0;
-  return place;
+  return place->second;
 }
 
 }  // namespace
@@ -106,8 +112,8 @@ void __CFMachPort::LastRelease() {
   Retain();  // a callback below may count references of its own
   {
     const std::lock_guard<HostMutex> lock(sMutex);
-    const auto found = LockedPorts().find(port);
-    if (found != LockedPorts().end() && found->second == this) LockedPorts().erase(found);
+    const auto found = sPorts->find(port);
+    if (found != sPorts->end() && found->second == this) sPorts->erase(found);
     if (sFound == this) sFound = nullptr;
   }
   Invalidate();
@@ -135,7 +141,9 @@ CFRunLoopSourceRef __CFMachPort::CopySource(CFIndex order) {
     sourceContext.info = PortInfo(port);
     sourceContext.getPort = SourcePort;
     sourceContext.perform = SourcePerform;
-    source = HostRetained<__CFRunLoopSource>(new __CFRunLoopSource(order, sourceContext));
+    source =
+        HostRetained<__CFRunLoopSource>(new (std::nothrow) __CFRunLoopSource(order, sourceContext));
+    if (!source) return nullptr;
   }
   source->Retain();
   return source.Get();
@@ -171,13 +179,18 @@ CFMachPortRef CFMachPortCreate(CFAllocatorRef, CFMachPortCallBack callout,
     return nullptr;
   }
   mach_port_insert_right(mach_task_self(), port, port, MACH_MSG_TYPE_MAKE_SEND);
-  return Create(port, true, callout, context, shouldFreeInfo);
+  CFMachPortRef made = HostGuard<CFMachPortRef>(
+      nullptr, [&] { return Create(port, true, callout, context, shouldFreeInfo); });
+  if (made == nullptr) mach_port_destroy(mach_task_self(), port);
+  return made;
 }
 
 CFMachPortRef CFMachPortCreateWithPort(CFAllocatorRef, mach_port_t port, CFMachPortCallBack callout,
                                        CFMachPortContext* context, Boolean* shouldFreeInfo) {
-  if (HostReceiverOf(port) == nullptr) return nullptr;
-  return Create(port, false, callout, context, shouldFreeInfo);
+  return HostGuard<CFMachPortRef>(nullptr, [&]() -> CFMachPortRef {
+    if (HostReceiverOf(port) == nullptr) return nullptr;
+    return Create(port, false, callout, context, shouldFreeInfo);
+  });
 }
 
 mach_port_t CFMachPortGetPort(CFMachPortRef ref) {

@@ -32,8 +32,11 @@ class EventPort {
  public:
   EventPort() : port(CFMachPortCreate(kCFAllocatorDefault, AnswerNotHandled, nullptr, nullptr)) {
     source = CFMachPortCreateRunLoopSource(kCFAllocatorDefault, port, 0);
-    CFRunLoopAddSource(CFRunLoopGetCurrent(), source, kCFRunLoopDefaultMode);
+    CFRunLoopRef loop = CFRunLoopGetCurrent();
+    CFRunLoopAddSource(loop, source, kCFRunLoopDefaultMode);
     ProcessSerialNumber psn;
+    // A port that nobody serves must have no name.
+    if (!CFRunLoopContainsSource(loop, source, kCFRunLoopDefaultMode)) return;
     if (GetCurrentProcess(&psn) != 0) return;
     bootstrap_register(kHostBootstrapPort, HostEventPortName(psn).c_str(), CFMachPortGetPort(port));
   }

@@ -8,6 +8,7 @@
 
 #include "platform/host/base/clock.h"
 #include "platform/host/base/descriptors.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/ports/callout.h"
 #include "platform/host/ports/port_table.h"
 
@@ -50,7 +51,8 @@ __CFRunLoop* __CFRunLoop::Create(bool current) {
     wake = opening.Enter(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), HostDescriptorKind::kWake);
   }
   if (wake < 0) return nullptr;
-  auto* loop = new __CFRunLoop(wake);
+  auto* const loop = HostGuard<__CFRunLoop*>(nullptr, [wake] { return new __CFRunLoop(wake); });
+  if (loop == nullptr) return HostCloseDescriptor(wake), nullptr;
   if (current) loop->BelongToThisThread();
   return loop;
 }
@@ -58,19 +60,34 @@ __CFRunLoop* __CFRunLoop::Create(bool current) {
 bool __CFRunLoop::IsForeign() const { return generation != HostForkGeneration(); }
 
 void __CFRunLoop::Close() {
-  // Each source leaves as if it had been removed, so its cancel function runs.
-  std::vector<std::pair<SourceRef, HostRetained<HostCFString>>> leaving;
-  std::vector<std::unique_ptr<HostRunLoopMode>> closing;
   {
     const std::lock_guard<HostMutex> lock(mutex);
-    for (const auto& mode : modes) {
-      for (const SourceRef& source : mode->sources) leaving.emplace_back(source, mode->name);
-      for (const auto& port : mode->ports) leaving.emplace_back(port.source, mode->name);
-    }
     commonSources.clear();
     commonTimers.clear();
   }
-  for (const auto& [source, mode] : leaving) RemoveSourceFromMode(source.Get(), mode.Get());
+  // Each source leaves as if it had been removed, so its cancel function runs. One at a time, since
+  // tear-down must not need memory.
+  for (;;) {
+    SourceRef source;
+    HostRetained<HostCFString> name;
+    {
+      const std::lock_guard<HostMutex> lock(mutex);
+      for (const auto& mode : modes) {
+        if (!mode->sources.empty()) {
+          source = mode->sources.front();
+        } else if (!mode->ports.empty()) {
+          source = mode->ports.front().source;
+        } else {
+          continue;
+        }
+        name = mode->name;
+        break;
+      }
+    }
+    if (!source) break;
+    RemoveSourceFromMode(source.Get(), name.Get());
+  }
+  std::vector<std::unique_ptr<HostRunLoopMode>> closing;
   {
     const std::lock_guard<HostMutex> lock(mutex);
     closing.swap(modes);
@@ -95,6 +112,8 @@ HostRunLoopMode* __CFRunLoop::FindMode(HostCFString* name) {
 
 HostRunLoopMode* __CFRunLoop::FindOrMakeMode(HostCFString* name) {
   if (HostRunLoopMode* known = FindMode(name)) return known;
+  modes.reserve(modes.size() + 1);
+  auto mode = std::make_unique<HostRunLoopMode>();
   int epollSet = -1;
   {
     HostDescriptorOpening opening;
@@ -108,7 +127,6 @@ HostRunLoopMode* __CFRunLoop::FindOrMakeMode(HostCFString* name) {
     HostCloseDescriptor(epollSet);  // a loop that nobody can wake is worse than none
     return nullptr;
   }
-  auto mode = std::make_unique<HostRunLoopMode>();
   mode->name = HostRetained<HostCFString>::Retaining(name);
   mode->epollSet = epollSet;
   modes.push_back(std::move(mode));
@@ -131,11 +149,20 @@ void __CFRunLoop::AddCommonMode(HostCFString* mode) {
   for (const TimerRef& timer : timers) AddTimerToMode(timer.Get(), mode);
 }
 
-// The modes that `mode` means: itself, or all common ones.
-std::vector<HostRetained<HostCFString>> __CFRunLoop::ModesOf(HostCFString* mode) {
-  if (!IsCommonModes(mode)) return {HostRetained<HostCFString>::Retaining(mode)};
-  const std::lock_guard<HostMutex> lock(mutex);
-  return commonModes;
+// Calls `use` with each mode that `mode` means: itself, or all common ones, of which none is ever
+// removed. Needs no memory.
+template <class Use>
+void __CFRunLoop::ForEachMode(HostCFString* mode, Use use) {
+  if (!IsCommonModes(mode)) return use(mode);
+  for (size_t i = 0;; i++) {
+    HostRetained<HostCFString> each;
+    {
+      const std::lock_guard<HostMutex> lock(mutex);
+      if (i == commonModes.size()) return;
+      each = commonModes[i];
+    }
+    use(each.Get());
+  }
 }
 
 void __CFRunLoop::AddSource(__CFRunLoopSource* source, HostCFString* mode) {
@@ -144,7 +171,7 @@ void __CFRunLoop::AddSource(__CFRunLoopSource* source, HostCFString* mode) {
     if (FindItem(commonSources, source) != commonSources.end()) return;
     commonSources.push_back(SourceRef::Retaining(source));
   }
-  for (const auto& each : ModesOf(mode)) AddSourceToMode(source, each.Get());
+  ForEachMode(mode, [&](HostCFString* each) { AddSourceToMode(source, each); });
 }
 
 void __CFRunLoop::AddSourceToMode(__CFRunLoopSource* source, HostCFString* modeName) {
@@ -158,10 +185,20 @@ void __CFRunLoop::AddSourceToMode(__CFRunLoopSource* source, HostCFString* modeN
     const std::lock_guard<HostMutex> lock(mutex);
     HostRunLoopMode* mode = FindOrMakeMode(modeName);
     if (mode == nullptr || Contains(*mode, source)) return;
+    // What needs memory comes first, so that without memory nothing has changed.
+    if (source->IsPort()) {
+      mode->ports.reserve(mode->ports.size() + 1);
+    } else {
+      mode->sources.reserve(mode->sources.size() + 1);
+    }
+    source->Join(this, modeName);
     if (source->IsPort()) {
       const uint32_t tag = ++lastTag;
+      if (!HostGuard([&] { receiver->Watch(mode->epollSet, tag, wakeDescriptor); })) {
+        source->Forget(this, modeName);
+        throw std::bad_alloc();
+      }
       mode->ports.push_back({SourceRef::Retaining(source), receiver, tag});
-      receiver->Watch(mode->epollSet, tag, wakeDescriptor);
     } else {
       const auto place = std::upper_bound(
           mode->sources.begin(), mode->sources.end(), source->Order(),
@@ -170,7 +207,7 @@ void __CFRunLoop::AddSourceToMode(__CFRunLoopSource* source, HostCFString* modeN
     }
     mode->NoteChange();
   }
-  source->Joined(this, modeName);
+  source->Scheduled(this, modeName);
   // Invalidated meanwhile: the invalidation may have looked for the source before it was here.
   if (!source->IsValid()) RemoveSourceFromMode(source, modeName);
   WakeUp();
@@ -183,7 +220,7 @@ void __CFRunLoop::RemoveSource(__CFRunLoopSource* source, HostCFString* mode) {
     const auto common = FindItem(commonSources, source);
     if (common != commonSources.end()) commonSources.erase(common);
   }
-  for (const auto& each : ModesOf(mode)) RemoveSourceFromMode(source, each.Get());
+  ForEachMode(mode, [&](HostCFString* each) { RemoveSourceFromMode(source, each); });
 }
 
 bool __CFRunLoop::RemoveSourceFromMode(__CFRunLoopSource* source, HostCFString* modeName) {
@@ -227,7 +264,7 @@ void __CFRunLoop::AddTimer(__CFRunLoopTimer* timer, HostCFString* mode) {
     if (FindItem(commonTimers, timer) != commonTimers.end()) return;
     commonTimers.push_back(TimerRef::Retaining(timer));
   }
-  for (const auto& each : ModesOf(mode)) AddTimerToMode(timer, each.Get());
+  ForEachMode(mode, [&](HostCFString* each) { AddTimerToMode(timer, each); });
 }
 
 void __CFRunLoop::AddTimerToMode(__CFRunLoopTimer* timer, HostCFString* modeName) {
@@ -243,19 +280,19 @@ void __CFRunLoop::AddTimerToMode(__CFRunLoopTimer* timer, HostCFString* modeName
 
 void __CFRunLoop::RemoveTimer(__CFRunLoopTimer* timer, HostCFString* modeName) {
   const TimerRef kept = TimerRef::Retaining(timer);
-  const std::vector<HostRetained<HostCFString>> names = ModesOf(modeName);
-  const std::lock_guard<HostMutex> lock(mutex);
   if (IsCommonModes(modeName)) {
+    const std::lock_guard<HostMutex> lock(mutex);
     const auto common = FindItem(commonTimers, timer);
     if (common != commonTimers.end()) commonTimers.erase(common);
   }
-  for (const auto& each : names) {
-    HostRunLoopMode* mode = FindMode(each.Get());
-    if (mode == nullptr) continue;
+  ForEachMode(modeName, [&](HostCFString* each) {
+    const std::lock_guard<HostMutex> lock(mutex);
+    HostRunLoopMode* mode = FindMode(each);
+    if (mode == nullptr) return;
     const auto found = FindItem(mode->timers, timer);
     if (found != mode->timers.end()) mode->timers.erase(found);
     mode->NoteChange();
-  }
+  });
 }
 
 bool __CFRunLoop::ContainsTimer(__CFRunLoopTimer* timer, HostCFString* modeName) {

@@ -40,14 +40,19 @@ struct __CFRunLoopSource final : HostCFObject {
   void Perform();                                    // version 0
   void PerformMessage(void* message, CFIndex size);  // version 1
 
-  // The loop tells of each mode that the source is in.
-  void Joined(__CFRunLoop* loop, HostCFString* mode);
+  // What the loop reports of each mode that the source is in: Join before it enters, or Forget if
+  // it could not enter after all; Scheduled when it has entered, Left when it has been removed.
+  // The last two call out. Only Join needs memory.
+  void Join(__CFRunLoop* loop, HostCFString* mode);
+  bool Forget(__CFRunLoop* loop, HostCFString* mode);  // false if it was not in there
+  void Scheduled(__CFRunLoop* loop, HostCFString* mode);
   void Left(__CFRunLoop* loop, HostCFString* mode);
 
  private:
   struct Membership {
     HostRetained<__CFRunLoop> loop;
     HostRetained<HostCFString> mode;
+    bool isLeaving = false;  // an invalidation has taken it up
   };
   void LastRelease() override;
   void KeepInfo() const;
@@ -155,7 +160,8 @@ struct __CFRunLoop final : HostCFObject {
 
   HostRunLoopMode* FindMode(HostCFString* name);
   HostRunLoopMode* FindOrMakeMode(HostCFString* name);
-  std::vector<HostRetained<HostCFString>> ModesOf(HostCFString* mode);
+  template <class Use>
+  void ForEachMode(HostCFString* mode, Use use);
   void AddSourceToMode(__CFRunLoopSource* source, HostCFString* mode);
   bool RemoveSourceFromMode(__CFRunLoopSource* source, HostCFString* mode);
   void AddTimerToMode(__CFRunLoopTimer* timer, HostCFString* mode);

@@ -6,6 +6,7 @@
 
 #include "platform/host/base/clock.h"
 #include "platform/host/base/descriptors.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/base/thread_object.h"
 #include "platform/host/loop/run_loop.h"
 #include "platform/host/loop/thread_loop.h"
@@ -89,13 +90,15 @@ CFAbsoluteTime CFAbsoluteTimeGetCurrent(void) {
 CFTypeID CFRunLoopGetTypeID(void) { return kHostTypeRunLoop; }
 
 CFRunLoopRef CFRunLoopGetCurrent(void) {
-  ThreadLoop& own = OwnLoop();
-  // A forked child leaves its parent's loop alone and gets one of its own.
-  if (own.loop == nullptr || own.loop->IsForeign()) {
-    own.loop = IsMainThread() ? MainLoop() : __CFRunLoop::Create(true);
-    if (own.loop != nullptr && IsMainThread()) own.loop->Retain();
-  }
-  return own.loop;
+  return HostGuard<CFRunLoopRef>(nullptr, [] {
+    ThreadLoop& own = OwnLoop();
+    // A forked child leaves its parent's loop alone and gets one of its own.
+    if (own.loop == nullptr || own.loop->IsForeign()) {
+      own.loop = IsMainThread() ? MainLoop() : __CFRunLoop::Create(true);
+      if (own.loop != nullptr && IsMainThread()) own.loop->Retain();
+    }
+    return own.loop;
+  });
 }
 
 CFRunLoopRef CFRunLoopGetMain(void) { return MainLoop(); }
@@ -103,7 +106,7 @@ CFRunLoopRef CFRunLoopGetMain(void) { return MainLoop(); }
 void CFRunLoopAddCommonMode(CFRunLoopRef ref, CFStringRef modeRef) {
   auto* loop = HostCast<__CFRunLoop>(ref);
   auto* mode = HostCast<HostCFString>(modeRef);
-  if (loop != nullptr && mode != nullptr) loop->AddCommonMode(mode);
+  if (loop != nullptr && mode != nullptr) HostGuard([&] { loop->AddCommonMode(mode); });
 }
 
 void CFRunLoopRun(void) {
@@ -138,7 +141,9 @@ void CFRunLoopAddSource(CFRunLoopRef ref, CFRunLoopSourceRef sourceRef, CFString
   auto* loop = HostCast<__CFRunLoop>(ref);
   auto* source = HostCast<__CFRunLoopSource>(sourceRef);
   auto* mode = HostCast<HostCFString>(modeRef);
-  if (loop != nullptr && source != nullptr && mode != nullptr) loop->AddSource(source, mode);
+  if (loop == nullptr || source == nullptr || mode == nullptr) return;
+  // Of several common modes some may have it by then.
+  if (!HostGuard([&] { loop->AddSource(source, mode); })) loop->RemoveSource(source, mode);
 }
 
 void CFRunLoopRemoveSource(CFRunLoopRef ref, CFRunLoopSourceRef sourceRef, CFStringRef modeRef) {
@@ -161,7 +166,8 @@ void CFRunLoopAddTimer(CFRunLoopRef ref, CFRunLoopTimerRef timerRef, CFStringRef
   auto* loop = HostCast<__CFRunLoop>(ref);
   auto* timer = HostCast<__CFRunLoopTimer>(timerRef);
   auto* mode = HostCast<HostCFString>(modeRef);
-  if (loop != nullptr && timer != nullptr && mode != nullptr) loop->AddTimer(timer, mode);
+  if (loop == nullptr || timer == nullptr || mode == nullptr) return;
+  if (!HostGuard([&] { loop->AddTimer(timer, mode); })) loop->RemoveTimer(timer, mode);
 }
 
 void CFRunLoopRemoveTimer(CFRunLoopRef ref, CFRunLoopTimerRef timerRef, CFStringRef modeRef) {

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <new>
 
 #include "platform/host/base/clock.h"
 #include "platform/host/loop/run_loop.h"
@@ -57,16 +58,19 @@ void __CFRunLoopSource::PerformMessage(void* message, CFIndex size) {
   context1.perform(message, size, kCFAllocatorDefault, context1.info);
 }
 
-void __CFRunLoopSource::Joined(__CFRunLoop* loop, HostCFString* mode) {
+void __CFRunLoopSource::Join(__CFRunLoop* loop, HostCFString* mode) {
   {
     const std::lock_guard<HostMutex> lock(mutex);
     memberships.push_back(
         {HostRetained<__CFRunLoop>::Retaining(loop), HostRetained<HostCFString>::Retaining(mode)});
   }
+}
+
+void __CFRunLoopSource::Scheduled(__CFRunLoop* loop, HostCFString* mode) {
   if (context0.schedule != nullptr) context0.schedule(context0.info, loop, mode);
 }
 
-void __CFRunLoopSource::Left(__CFRunLoop* loop, HostCFString* mode) {
+bool __CFRunLoopSource::Forget(__CFRunLoop* loop, HostCFString* mode) {
   Membership left;  // released without the lock
   {
     const std::lock_guard<HostMutex> lock(mutex);
@@ -74,21 +78,34 @@ void __CFRunLoopSource::Left(__CFRunLoop* loop, HostCFString* mode) {
         std::find_if(memberships.begin(), memberships.end(), [loop, mode](const Membership& each) {
           return each.loop.Get() == loop && each.mode->Equal(*mode);
         });
-    if (found == memberships.end()) return;
+    if (found == memberships.end()) return false;
     left = std::move(*found);
     memberships.erase(found);
   }
+  return true;
+}
+
+void __CFRunLoopSource::Left(__CFRunLoop* loop, HostCFString* mode) {
+  if (!Forget(loop, mode)) return;
   if (context0.cancel != nullptr) context0.cancel(context0.info, loop, mode);
 }
 
 void __CFRunLoopSource::Invalidate() {
   if (!valid.exchange(false, std::memory_order_acq_rel)) return;
-  std::vector<Membership> leaving;
-  {
-    const std::lock_guard<HostMutex> lock(mutex);
-    leaving = memberships;
+  // One at a time, since tear-down must not need memory. One that another thread is removing at
+  // this moment is still listed, so each is marked and taken once.
+  for (;;) {
+    Membership leaving;
+    {
+      const std::lock_guard<HostMutex> lock(mutex);
+      const auto next = std::find_if(memberships.begin(), memberships.end(),
+                                     [](const Membership& each) { return !each.isLeaving; });
+      if (next == memberships.end()) return;
+      next->isLeaving = true;
+      leaving = *next;
+    }
+    leaving.loop->RemoveSource(this, leaving.mode.Get());
   }
-  for (const Membership& each : leaving) each.loop->RemoveSource(this, each.mode.Get());
 }
 
 // Timers.
@@ -135,9 +152,10 @@ CFTypeID CFRunLoopSourceGetTypeID(void) { return kHostTypeRunLoopSource; }
 CFRunLoopSourceRef CFRunLoopSourceCreate(CFAllocatorRef, CFIndex order,
                                          CFRunLoopSourceContext* context) {
   if (context == nullptr) return nullptr;
-  if (context->version == 0) return new __CFRunLoopSource(order, *context);
+  if (context->version == 0) return new (std::nothrow) __CFRunLoopSource(order, *context);
   if (context->version != 1) return nullptr;
-  return new __CFRunLoopSource(order, *reinterpret_cast<CFRunLoopSourceContext1*>(context));
+  auto* const context1 = reinterpret_cast<CFRunLoopSourceContext1*>(context);
+  return new (std::nothrow) __CFRunLoopSource(order, *context1);
 }
 
 CFIndex CFRunLoopSourceGetOrder(CFRunLoopSourceRef ref) {
@@ -172,8 +190,8 @@ CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef, CFAbsoluteTime fireDate,
                                        CFRunLoopTimerCallBack callout,
                                        CFRunLoopTimerContext* context) {
   const int64_t wait = NanosecondsOf(fireDate - CFAbsoluteTimeGetCurrent());
-  return new __CFRunLoopTimer(HostDeadlineAfter(HostNow(), wait), NanosecondsOf(interval), callout,
-                              context);
+  return new (std::nothrow) __CFRunLoopTimer(HostDeadlineAfter(HostNow(), wait),
+                                             NanosecondsOf(interval), callout, context);
 }
 
 void CFRunLoopTimerInvalidate(CFRunLoopTimerRef ref) {

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "platform/host/base/guard.h"
 #include "platform/host/ports/port_table.h"
 #include "platform/host/ports/receiver.h"
 #include "platform/host/session/context_directory.h"
@@ -28,6 +29,33 @@ kern_return_t Withdraw(const char* name) {
   return BOOTSTRAP_SUCCESS;
 }
 
+kern_return_t Register(const char* name, mach_port_t port) {
+  const auto receiver = HostReceiverOf(port);
+  if (receiver == nullptr) return KERN_INVALID_RIGHT;
+  if (receiver->IsRegisteredAs(name)) return BOOTSTRAP_SUCCESS;
+  kern_return_t err = receiver->Register(name);
+  if (err == 0 && !HostGuard([&] { HostNoteOwnService(name, port); })) {
+    receiver->Unregister(name);
+    err = BOOTSTRAP_NO_MEMORY;
+  }
+  return err;
+}
+
+kern_return_t LookUp(const char* name, mach_port_t* port) {
+  mach_port_t found = HostFindOwnService(name);
+  if (found == MACH_PORT_NULL) {
+    uint64_t portID = 0;
+    const kern_return_t err = HostFindName(name, &portID);
+    if (err != BOOTSTRAP_SUCCESS) return err;
+    found = HostInsertSendRight(portID);
+    if (found == MACH_PORT_NULL) return KERN_NO_SPACE;
+  } else {
+    HostAddSendReference(found);
+  }
+  *port = found;
+  return BOOTSTRAP_SUCCESS;
+}
+
 }  // namespace
 
 mach_port_t mach_task_self(void) { return kHostTaskPort; }
@@ -36,9 +64,11 @@ kern_return_t task_get_special_port(task_t task, int which, mach_port_t* port) {
   if (!IsOwnTask(task) || which != TASK_BOOTSTRAP_PORT || port == nullptr) {
     return KERN_INVALID_ARGUMENT;
   }
-  if (HostGetContext() == nullptr) return KERN_FAILURE;
-  *port = kHostBootstrapPort;
-  return KERN_SUCCESS;
+  return HostGuard(KERN_RESOURCE_SHORTAGE, [&] {
+    if (HostGetContext() == nullptr) return KERN_FAILURE;
+    *port = kHostBootstrapPort;
+    return KERN_SUCCESS;
+  });
 }
 
 kern_return_t mach_port_allocate(ipc_space_t task, mach_port_right_t right,
@@ -46,7 +76,7 @@ kern_return_t mach_port_allocate(ipc_space_t task, mach_port_right_t right,
   if (!IsOwnTask(task)) return KERN_INVALID_TASK;
   if (name == nullptr) return KERN_INVALID_ARGUMENT;
   if (right != MACH_PORT_RIGHT_RECEIVE) return KERN_INVALID_VALUE;
-  const mach_port_t port = HostAllocateReceiveRight();
+  const mach_port_t port = HostGuard(mach_port_t{MACH_PORT_NULL}, HostAllocateReceiveRight);
   if (port == MACH_PORT_NULL) return KERN_NO_SPACE;
   *name = port;
   return KERN_SUCCESS;
@@ -71,13 +101,8 @@ kern_return_t mach_port_destroy(ipc_space_t task, mach_port_name_t name) {
 kern_return_t bootstrap_register(mach_port_t bp, const name_t name, mach_port_t port) {
   if (bp != kHostBootstrapPort) return KERN_INVALID_NAME;
   if (!IsServiceName(name)) return KERN_INVALID_ARGUMENT;
-  if (port == MACH_PORT_NULL) return Withdraw(name);
-  const auto receiver = HostReceiverOf(port);
-  if (receiver == nullptr) return KERN_INVALID_RIGHT;
-  if (receiver->IsRegisteredAs(name)) return BOOTSTRAP_SUCCESS;
-  const kern_return_t err = receiver->Register(name);
-  if (err == 0) HostNoteOwnService(name, port);
-  return err;
+  return HostGuard(kern_return_t{BOOTSTRAP_NO_MEMORY},
+                   [&] { return port == MACH_PORT_NULL ? Withdraw(name) : Register(name, port); });
 }
 
 kern_return_t bootstrap_look_up(mach_port_t bp, const name_t name, mach_port_t* port) {
@@ -85,16 +110,5 @@ kern_return_t bootstrap_look_up(mach_port_t bp, const name_t name, mach_port_t* 
   *port = MACH_PORT_NULL;
   if (bp != kHostBootstrapPort) return KERN_INVALID_NAME;
   if (!IsServiceName(name)) return KERN_INVALID_ARGUMENT;
-  mach_port_t found = HostFindOwnService(name);
-  if (found == MACH_PORT_NULL) {
-    uint64_t portID = 0;
-    const kern_return_t err = HostFindName(name, &portID);
-    if (err != BOOTSTRAP_SUCCESS) return err;
-    found = HostInsertSendRight(portID);
-    if (found == MACH_PORT_NULL) return KERN_NO_SPACE;
-  } else {
-    HostAddSendReference(found);
-  }
-  *port = found;
-  return BOOTSTRAP_SUCCESS;
+  return HostGuard(kern_return_t{BOOTSTRAP_NO_MEMORY}, [&] { return LookUp(name, port); });
 }

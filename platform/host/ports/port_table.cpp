@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/host/base/descriptors.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/base/mutex.h"
 #include "platform/host/ports/receiver.h"
 #include "platform/host/session/context_directory.h"
@@ -77,6 +78,8 @@ void ForgetAllInChild() {
   sTable = nullptr;
 }
 
+// The table, made on first use. What only gives something back must not need memory and looks at
+// sTable instead.
 Table& LockedTable() {
   if (sTable == nullptr) {
     sTable = new Table;
@@ -156,8 +159,9 @@ void SweepDeadPorts(Table& table) {
 
 std::shared_ptr<HostReceiver> ReceiverOf(Table& table, mach_port_t name, Entry& entry) {
   if (entry.receiver == nullptr) {
-    entry.receiver = std::make_shared<HostReceiver>(name);
-    table.byPortID.emplace(entry.receiver->PortID(), name);
+    auto receiver = std::make_shared<HostReceiver>(name);
+    table.byPortID.emplace(receiver->PortID(), name);
+    entry.receiver = std::move(receiver);
     static const bool sExitHandler = atexit(HostDestroyAllReceivers) == 0;
     (void)sExitHandler;
   }
@@ -232,13 +236,18 @@ mach_port_t HostInsertSendRight(uint64_t portID) {
     return known->second;
   }
   if (table.remote >= table.sweepAt) SweepDeadPorts(table);
-  const mach_port_t name = Insert(table, Kind::kSend);
-  if (name == MACH_PORT_NULL) return name;
+  // Entered first: without memory for the name itself it is taken out again, which needs none.
+  const auto place = table.byPortID.emplace(portID, MACH_PORT_NULL).first;
+  mach_port_t name = MACH_PORT_NULL;
+  if (!HostGuard([&] { name = Insert(table, Kind::kSend); }) || name == MACH_PORT_NULL) {
+    table.byPortID.erase(place);
+    return MACH_PORT_NULL;
+  }
   Entry* entry = Find(table, name);
   entry->portID = portID;
   entry->sendReferences = 1;
   table.remote++;
-  table.byPortID.emplace(portID, name);
+  place->second = name;
   return name;
 }
 
@@ -257,7 +266,8 @@ void HostNoteOwnService(const char* service, mach_port_t name) {
 
 void HostForgetOwnService(const char* service) {
   const std::lock_guard<HostMutex> lock(*sMutex);
-  LockedTable().services.erase(service);
+  if (sTable == nullptr) return;
+  std::erase_if(sTable->services, [service](const auto& each) { return each.first == service; });
 }
 
 mach_port_t HostInsertReplyRight(HostReplyTarget target) {
@@ -273,7 +283,8 @@ mach_port_t HostInsertReplyRight(HostReplyTarget target) {
 bool HostTakeReplyRight(mach_port_t name, HostReplyTarget* target) {
   if (name == kHostDiscardPort) return true;
   const std::lock_guard<HostMutex> lock(*sMutex);
-  Table& table = LockedTable();
+  if (sTable == nullptr) return false;
+  Table& table = *sTable;
   Entry* entry = Find(table, name);
   if (entry == nullptr || entry->kind != Kind::kReply) return false;
   *target = std::move(entry->reply);
@@ -288,7 +299,8 @@ void HostRemoveReplyRight(mach_port_t name) {
 
 void HostForgetDeadPort(uint64_t portID) {
   const std::lock_guard<HostMutex> lock(*sMutex);
-  Table& table = LockedTable();
+  if (sTable == nullptr) return;
+  Table& table = *sTable;
   const auto known = table.byPortID.find(portID);
   if (known == table.byPortID.end()) return;
   const mach_port_t name = known->second;
@@ -298,7 +310,7 @@ void HostForgetDeadPort(uint64_t portID) {
 
 kern_return_t HostAddSendReference(mach_port_t name) {
   const std::lock_guard<HostMutex> lock(*sMutex);
-  Entry* entry = Find(LockedTable(), name);
+  Entry* entry = sTable != nullptr ? Find(*sTable, name) : nullptr;
   if (entry == nullptr) return KERN_INVALID_NAME;
   if (entry->kind != Kind::kReceive) return KERN_INVALID_RIGHT;
   if (entry->sendReferences == UINT32_MAX) return KERN_UREFS_OVERFLOW;
@@ -309,7 +321,8 @@ kern_return_t HostAddSendReference(mach_port_t name) {
 kern_return_t HostDropReference(mach_port_t name) {
   HostReplyTarget dropped;  // released after the lock
   const std::lock_guard<HostMutex> lock(*sMutex);
-  Table& table = LockedTable();
+  if (sTable == nullptr) return KERN_INVALID_NAME;
+  Table& table = *sTable;
   Entry* entry = Find(table, name);
   if (entry == nullptr) return KERN_INVALID_NAME;
   if (entry->kind == Kind::kReply) {
@@ -328,7 +341,8 @@ kern_return_t HostDestroyRight(mach_port_t name) {
   bool receive = false;
   {
     const std::lock_guard<HostMutex> lock(*sMutex);
-    Table& table = LockedTable();
+    if (sTable == nullptr) return KERN_INVALID_NAME;
+    Table& table = *sTable;
     Entry* entry = Find(table, name);
     if (entry == nullptr) return KERN_INVALID_NAME;
     receive = entry->kind == Kind::kReceive;
@@ -347,12 +361,16 @@ kern_return_t HostDestroyRight(mach_port_t name) {
 }
 
 void HostDestroyAllReceivers() {
-  std::vector<std::shared_ptr<HostReceiver>> receivers;
-  {
-    const std::lock_guard<HostMutex> lock(*sMutex);
-    receivers = AllReceivers(LockedTable());
+  // One after the other: at a process's end there may be no memory for a list of them.
+  for (uint32_t index = 0;; index++) {
+    std::shared_ptr<HostReceiver> receiver;
+    {
+      const std::lock_guard<HostMutex> lock(*sMutex);
+      if (sTable == nullptr || index >= sTable->size) return;
+      receiver = sTable->At(index).receiver;
+    }
+    if (receiver != nullptr) receiver->Destroy();
   }
-  for (const auto& receiver : receivers) receiver->Destroy();
 }
 
 HostTableCounts HostCountTable() {

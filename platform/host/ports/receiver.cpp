@@ -143,10 +143,11 @@ void HostReceiver::CloseSocket() {
 kern_return_t HostReceiver::Register(const char* service) {
   const std::lock_guard<HostMutex> lock(mutex);
   if (IsForeign() || IsDestroyed()) return KERN_INVALID_RIGHT;
+  Claim claim = {service, -1};
+  claims.reserve(claims.size() + 1);
   kern_return_t err = OpenSocket();
-  int descriptor = -1;
-  if (err == 0) err = HostClaimName(service, portID, &descriptor);
-  if (err == 0) claims.push_back({service, descriptor});
+  if (err == 0) err = HostClaimName(service, portID, &claim.descriptor);
+  if (err == 0) claims.push_back(std::move(claim));
   if (err != 0 && claims.empty()) CloseSocket();
   return err;
 }

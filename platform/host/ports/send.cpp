@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "platform/host/base/clock.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/base/thread_object.h"
 #include "platform/host/events/codec.h"
 #include "platform/host/events/event.h"
@@ -201,7 +202,7 @@ OSStatus AESendMessage(const AppleEvent* event, AppleEvent* reply, AESendMode mo
   AppleEvent* received = reply != nullptr ? reply : &unused;
   const Delivery delivery = {event, replyMode == kAEWaitReply ? received : nullptr,
                              replyMode != kAENoReply, timeoutTicks};
-  const OSStatus result = SendToAddress(delivery);
+  const OSStatus result = HostGuard(OSStatus{memFullErr}, [&] { return SendToAddress(delivery); });
   AEDisposeDesc(&unused);
   return result;
 }

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include <atomic>
+#include <memory>
 #include <mutex>
 
 #include <syslog.h>
@@ -82,25 +83,27 @@ int OpenOwnDirectory(int parent, const char* name, const std::string& path, uid_
 }
 
 const HostContext* OpenContext(const Place& place, uid_t uid, std::string* problem) {
-  HostContext context;
+  // All that needs memory comes before the first descriptor.
+  auto made = std::make_unique<HostContext>();
+  HostContext& context = *made;
+  context.uid = uid;
+  context.path = place.path;
+  context.source = place.source;
+  const std::string names = place.path + "/names";
+  const std::string ports = place.path + "/ports";
   context.directory = OpenOwnDirectory(AT_FDCWD, place.path.c_str(), place.path, uid, problem);
   if (context.directory >= 0) {
-    context.names =
-        OpenOwnDirectory(context.directory, "names", place.path + "/names", uid, problem);
+    context.names = OpenOwnDirectory(context.directory, "names", names, uid, problem);
   }
   if (context.names >= 0) {
-    context.ports =
-        OpenOwnDirectory(context.directory, "ports", place.path + "/ports", uid, problem);
+    context.ports = OpenOwnDirectory(context.directory, "ports", ports, uid, problem);
   }
   if (context.ports < 0) {
     if (context.names >= 0) close(context.names);
     if (context.directory >= 0) close(context.directory);
     return nullptr;
   }
-  context.uid = uid;
-  context.path = place.path;
-  context.source = place.source;
-  return new HostContext(context);
+  return made.release();
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <climits>
 
+#include "platform/host/base/thread_end.h"
 #include "platform/host/tasks/objects.h"
 #include "platform/host/tasks/queue.h"
 
@@ -39,21 +40,19 @@ constinit thread_local OSStatus sTaskStatus = noErr;
 
 void* AsPointer(OSStatus status) { return reinterpret_cast<void*>(intptr_t{status}); }
 
-// The thread's first object of its own, hence the last to be destroyed: whoever receives the
-// message finds everything else that the thread held given back, its run loop too.
-struct TaskEnd {
-  Plan plan;
-
-  ~TaskEnd() {
-    {
-      auto task = sTasks.Find(sCurrentTask);
-      if (task) sTasks.Delete(task);
-    }
-    if (plan.notifyQueue == kInvalidID) return;
-    HostPostPromised(plan.notifyQueue, plan.terminationParameters[0], plan.terminationParameters[1],
-                     AsPointer(sTaskStatus));
+// Registered first, hence the last to run: whoever receives the message finds everything else that
+// the thread held given back, its run loop too.
+constinit thread_local Plan sPlan = {};
+void EndTask() {
+  {
+    auto task = sTasks.Find(sCurrentTask);
+    if (task) sTasks.Delete(task);
   }
-};
+  if (sPlan.notifyQueue == kInvalidID) return;
+  HostPostPromised(sPlan.notifyQueue, sPlan.terminationParameters[0],
+                   sPlan.terminationParameters[1], AsPointer(sTaskStatus));
+}
+constinit thread_local HostThreadEnd sTaskEnd{EndTask};
 
 Plan PlanOf(MPTaskID id) {
   auto task = sTasks.Find(id);
@@ -62,10 +61,11 @@ Plan PlanOf(MPTaskID id) {
 
 void* RunTask(void* id) {
   sCurrentTask = static_cast<MPTaskID>(id);
-  thread_local const TaskEnd end = {PlanOf(sCurrentTask)};
+  sPlan = PlanOf(sCurrentTask);
+  HostAtThreadEnd(sTaskEnd);
   // An end that is neither a return nor MPExit leaves this.
   sTaskStatus = kMPTaskAbortedErr;
-  sTaskStatus = end.plan.entry(end.plan.parameter);
+  sTaskStatus = sPlan.entry(sPlan.parameter);
   return nullptr;
 }
 

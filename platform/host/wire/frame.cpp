@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "platform/host/base/byte_order.h"
+#include "platform/host/base/guard.h"
 
 namespace {
 
@@ -56,10 +57,12 @@ void HostFillFrameHeader(HostFrameHeader header, HostGather* frame) {
 
 HostFrameSlice HostCopyFrameBody(HostGather& frame) {
   HostFrameSlice body;
+  const std::vector<iovec>* pieces = nullptr;
+  if (!HostGuard([&] { pieces = &frame.Pieces(); })) return body;
   body.owner = HostFrameRef(HostFrameBuffer::Create(frame.TotalSize()));
   if (!body.owner) return body;
   uint8_t* to = body.owner->Bytes();
-  for (const iovec& piece : frame.Pieces()) {
+  for (const iovec& piece : *pieces) {
     memcpy(to, piece.iov_base, piece.iov_len);
     to += piece.iov_len;
   }

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <new>
 
+#include "platform/host/base/thread_end.h"
+
 // Each thread keeps the last blocks that it released if they are of the size that connections read
 // into, or that large values take: fresh memory of that size costs a page fault per page. It keeps
 // a few small ones too, which every longer text needs.
@@ -62,17 +64,14 @@ struct Spares {
 };
 constinit thread_local Spares sSpares = {};
 
-struct SparesEnd {
-  bool armed = false;
-  ~SparesEnd() {
-    sSpares.ended = true;
-    while (sSpares.count > 0) free(sSpares.blocks[--sSpares.count]);
-    for (auto& each : sSpares.small) {
-      while (each.count > 0) free(each.blocks[--each.count]);
-    }
+void FreeAll() {
+  sSpares.ended = true;
+  while (sSpares.count > 0) free(sSpares.blocks[--sSpares.count]);
+  for (auto& each : sSpares.small) {
+    while (each.count > 0) free(each.blocks[--each.count]);
   }
-};
-thread_local SparesEnd sSparesEnd;
+}
+constinit thread_local HostThreadEnd sSparesEnd{FreeAll};
 
 // Takes out the block at `index`.
 HostFrameBuffer* TakeOut(Spares& spares, size_t index) {
@@ -91,14 +90,14 @@ bool Keep(HostFrameBuffer* block) {
   if (block->Capacity() <= kSmallMost) {
     auto& kept = SmallOnes(block->Capacity());
     if (!kKeepsSmall || spares.ended || kept.count == kSmallKept) return false;
-    sSparesEnd.armed = true;
+    HostAtThreadEnd(sSparesEnd);
     kept.blocks[kept.count++] = block;
     return true;
   }
   if (spares.ended || block->Capacity() < kSpareLeast || block->Capacity() > kSpareMost) {
     return false;
   }
-  sSparesEnd.armed = true;  // its first use is what makes it run at the thread's end
+  HostAtThreadEnd(sSparesEnd);
   // What was kept longest, for frames of another size, makes room.
   while (spares.count == kSpareCount || spares.bytes + block->Capacity() > kSpareInAll) {
     free(TakeOut(spares, 0));

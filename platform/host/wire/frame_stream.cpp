@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/host/base/guard.h"
+
 namespace {
 
 // What a connection reads into at first: many small frames, or the beginning of a large one. A
@@ -134,7 +136,8 @@ bool HostOutQueue::Append(const std::vector<iovec>& pieces, size_t written) {
   left -= written;
   HostFrameSlice block;
   block.owner = HostFrameRef(HostFrameBuffer::Create(left));
-  if (!block.owner) return false;
+  // Room for the entry comes first: a frame that has begun must not be lost by an exception.
+  if (!block.owner || !HostGuard([&] { blocks.emplace_back(); })) return false;
   block.bytes = block.owner->Bytes();
   block.size = left;
   uint8_t* to = block.bytes;
@@ -144,7 +147,7 @@ bool HostOutQueue::Append(const std::vector<iovec>& pieces, size_t written) {
     memcpy(to, static_cast<const uint8_t*>(piece.iov_base) + skip, piece.iov_len - skip);
     to += piece.iov_len - skip;
   }
-  blocks.push_back(std::move(block));
+  blocks.back() = std::move(block);
   size += left;
   return true;
 }

@@ -1,0 +1,155 @@
+#include <gtest/gtest.h>
+#include <servers/bootstrap.h>
+
+#include <string>
+#include <string_view>
+
+#include "aeport/event.h"
+#include "aeport/port_listener.h"
+#include "platform/host/events/codec.h"
+#include "platform/host/events/storage.h"
+#include "platform/host/wire/frame.h"
+#include "tests/support/failing_allocations.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/test_process.h"
+
+// What one thread does with events, ports and run loops while an allocation fails.
+
+namespace {
+
+constexpr AEEventClass kClass = FourCC('t', 'e', 's', 't');
+constexpr AEEventID kEchoID = FourCC('e', 'c', 'h', 'o');
+constexpr AEKeyword kText = FourCC('t', 'e', 'x', 't');
+constexpr AEKeyword kList = FourCC('l', 'i', 's', 't');
+constexpr AEKeyword kRecord = FourCC('r', 'e', 'c', 'o');
+
+OSStatus PutText(AEDesc* to, AEKeyword key, std::string_view text) {
+  return AEPutParamPtr(to, key, typeChar, text.data(), static_cast<Size>(text.size()));
+}
+
+// An event with values of every kind: small, large, in a list and in a record.
+OSStatus BuildEvent(const AEDesc* address, AppleEvent* event) {
+  static const std::string kLong(5000, 'x');
+  AEDesc list = {typeNull, nullptr};
+  AEDesc record = {typeNull, nullptr};
+  const SInt32 number = 7;
+  OSStatus err =
+      AECreateAppleEvent(kClass, kEchoID, address, kAutoGenerateReturnID, kAnyTransactionID, event);
+  if (err == 0) err = AECreateList(nullptr, 0, false, &list);
+  for (int i = 1; err == 0 && i < 20; i++) err = AEPutPtr(&list, 0, typeChar, kLong.data(), 60);
+  if (err == 0) err = AECreateList(nullptr, 0, true, &record);
+  if (err == 0) err = PutText(&record, kText, "a text that is longer than what fits inline");
+  if (err == 0) err = AEPutKeyPtr(&record, kList, typeSInt32, &number, sizeof number);
+  if (err == 0) err = AEPutParamDesc(event, kList, &list);
+  if (err == 0) err = AEPutParamDesc(event, kRecord, &record);
+  if (err == 0) err = PutText(event, kText, kLong);
+  AEDisposeDesc(&list);
+  AEDisposeDesc(&record);
+  if (err != 0) AEDisposeDesc(event);
+  return err;
+}
+
+AEDesc NoAddress() {
+  AEDesc address = {typeNull, nullptr};
+  const ProcessSerialNumber self = {0, kCurrentProcess};
+  AECreateDesc(typeProcessSerialNumber, &self, sizeof self, &address);
+  return address;
+}
+
+// Values, and what only events hold besides.
+class EventsWithoutMemory : public testing::Test {
+ protected:
+  void TearDown() override { EXPECT_EQ(descriptors, HostCountDescs()); }
+
+  OpenDescriptorCheck noLeaks;
+  const size_t descriptors = HostCountDescs();
+};
+
+TEST_F(EventsWithoutMemory, BuildingCopyingAndCoercing) {
+  AEDesc address = NoAddress();
+  SweepAllocations({"build an event",
+                    [&] {
+                      AppleEvent event = {typeNull, nullptr};
+                      const OSStatus err = BuildEvent(&address, &event);
+                      AEDisposeDesc(&event);
+                      return err;
+                    },
+                    {memFullErr}});
+  AppleEvent event = {typeNull, nullptr};
+  ASSERT_EQ(0, BuildEvent(&address, &event));
+  SweepAllocations({"duplicate an event",
+                    [&] {
+                      AppleEvent copy = {typeNull, nullptr};
+                      const OSStatus err = AEDuplicateDesc(&event, &copy);
+                      AEDisposeDesc(&copy);
+                      return err;
+                    },
+                    {memFullErr}});
+  SweepAllocations({"coerce and print",
+                    [&] {
+                      AEDesc number = {typeNull, nullptr};
+                      AEDesc text = {typeNull, nullptr};
+                      Handle printed = nullptr;
+                      OSStatus err = AEPrintDescToHandle(&event, &printed);
+                      if (err == 0) err = AEGetParamDesc(&event, kText, typeWildCard, &text);
+                      if (err == 0) err = AEGetParamDesc(&event, kList, typeAEList, &number);
+                      if (printed != nullptr) DisposeHandle(printed);
+                      AEDisposeDesc(&text);
+                      AEDisposeDesc(&number);
+                      return err;
+                    },
+                    {memFullErr}});
+  AEDisposeDesc(&event);
+  AEDisposeDesc(&address);
+}
+
+TEST_F(EventsWithoutMemory, FlatteningAndDecoding) {
+  AEDesc address = NoAddress();
+  AppleEvent event = {typeNull, nullptr};
+  ASSERT_EQ(0, BuildEvent(&address, &event));
+  SweepAllocations({"flatten",
+                    [&] {
+                      HostGather gather;
+                      return HostFlattenEvent(&event, gather);
+                    },
+                    {memFullErr}});
+  SweepAllocations({"flatten and decode",
+                    [&] {
+                      HostGather gather;
+                      AppleEvent decoded = {typeNull, nullptr};
+                      OSStatus err = HostFlattenEvent(&event, gather);
+                      HostFrameSlice body;
+                      if (err == 0) body = HostCopyFrameBody(gather);
+                      if (err == 0 && !body.owner) err = memFullErr;
+                      if (err == 0) err = HostDecodeEvent(std::move(body), &decoded);
+                      EXPECT_TRUE(err == 0 || decoded.descriptorType == typeNull);
+                      AEDisposeDesc(&decoded);
+                      return err;
+                    },
+                    {memFullErr}});
+  AEDisposeDesc(&event);
+  AEDisposeDesc(&address);
+}
+
+OSStatus Refuse(UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return errAEEventNotHandled; }
+
+// Claiming a name and giving it back, with all that a listener does around that.
+TEST_F(EventsWithoutMemory, ClaimingANameAndLookingItUp) {
+  const std::string name = UniquePortName();
+  const auto isFree = [&](OSStatus) {
+    mach_port_t port = MACH_PORT_NULL;
+    EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE,
+              VLTPortAEMachPortListener::CheckPortRegistered(name.c_str(), port));
+  };
+  SweepAllocations({"claim a name",
+                    [&] {
+                      VLTPortAEMachPortListener listener;
+                      return listener.ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), Refuse,
+                                                   nullptr);
+                    },
+                    {memFullErr, kIOReturnNoResources, BOOTSTRAP_NO_MEMORY, KERN_NO_SPACE,
+                     KERN_RESOURCE_SHORTAGE},
+                    isFree});
+}
+
+}  // namespace
