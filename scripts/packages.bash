@@ -23,6 +23,18 @@ need_test_tools() {
   need dbus-daemon /usr/bin/dbus-daemon
   need strace /usr/bin/strace
   need python3 /usr/bin/python3
+  need gdb /usr/bin/gdb
+  need cmark-gfm /usr/bin/cmark-gfm # scripts/check-docs renders the documents
+}
+
+need_lint_tools() {
+  need clang-format '/usr/bin/clang-format*'
+  need clang-tidy '/usr/bin/clang-tidy*'
+  need codespell /usr/bin/codespell
+  need shellcheck /usr/bin/shellcheck
+  need git /usr/bin/git
+  need cmake /usr/bin/cmake /usr/local/bin/cmake
+  need ninja-build /usr/bin/ninja /usr/local/bin/ninja
 }
 
 need_powerpc_tools() {
