@@ -155,7 +155,7 @@ CFPropertyListRef Read(const std::string& file) {
   CFPropertyListFormat format = 0;
   HostPropertyListError error;
   CFPropertyListRef list = HostReadPlist(
-      Bytes(file), file.size(), kCFPropertyListMutableContainersAndLeaves, &format, &error);
+      Bytes(file), file.size(), {kCFPropertyListMutableContainersAndLeaves}, &format, &error);
   if (list == nullptr) Fail(error.Sentence().c_str());
   return list;
 }

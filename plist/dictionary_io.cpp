@@ -65,15 +65,16 @@ OSStatus WriteFile(CFURLRef file, CFDictionaryRef list, CFPropertyListFormat for
   return err;
 }
 
-// What a memory stream took, as the UTF-8 text that it is. Bytes that are none give null.
-CFStringRef CopyWrittenText(CFWriteStreamRef stream) {
+// Stores what a memory stream took as a string, if it is UTF-8 text; else null, with result 0.
+OSStatus CopyWrittenText(CFWriteStreamRef stream, CFPropertyListFormat format, CFStringRef* text) {
   const CFTypeRef written = CFWriteStreamCopyProperty(stream, kCFStreamPropertyDataWritten);
+  // Null is a lack of memory, not an empty list.
+  if (written == nullptr) return memFullErr;
   const auto data = static_cast<CFDataRef>(written);
-  const CFStringRef text =
-      CFStringCreateWithBytes(kCFAllocatorDefault, CFDataGetBytePtr(data), CFDataGetLength(data),
-                              kCFStringEncodingUTF8, false);
-  ReleaseIfAny(written);
-  return text;
+  *text = CFStringCreateWithBytes(kCFAllocatorDefault, CFDataGetBytePtr(data),
+                                  CFDataGetLength(data), kCFStringEncodingUTF8, false);
+  CFRelease(written);
+  return *text == nullptr && format == kCFPropertyListXMLFormat_v1_0 ? memFullErr : 0;
 }
 
 // The text as UTF-8 in new memory. Nothing is stored for an empty text.
@@ -97,8 +98,9 @@ OSStatus WriteMemory(char** buffer, UInt32* length, CFDictionaryRef list,
       CFWriteStreamCreateWithAllocatedBuffers(kCFAllocatorDefault, kCFAllocatorDefault);
   OSStatus err = WriteList(stream, list, format);
   if (err == 0) {
-    const CFStringRef text = CopyWrittenText(stream);
-    err = StoreText(text, buffer, length);
+    CFStringRef text = nullptr;
+    err = CopyWrittenText(stream, format, &text);
+    if (err == 0) err = StoreText(text, buffer, length);
     ReleaseIfAny(text);
   }
   ReleaseIfAny(stream);

@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "tests/platform/plist/support.h"
 
@@ -144,6 +147,28 @@ TEST(PlistMemory, BinaryIsBounded) {
     SCOPED_TRACE(row.name);
     ExpectBounded(row.bytes, 16);
   }
+}
+
+// A reader that keeps one changed value after each change of a file keeps those values only, not
+// what was read with them.
+TEST(PreferencesMemory, KeptValuesKeepNothingElse) {
+  const std::string folder = std::string(std::getenv("XDG_CONFIG_HOME")) + "/veltrane/preferences";
+  std::filesystem::create_directories(folder);
+  const std::string rest =
+      Counted("", "<key>key ", "</key><string>a value of some length</string>", "", 300);
+  constexpr int kChanges = 200;
+  std::vector<CFTypeRef> kept;
+  size_t before = 0;
+  for (int i = 0; i < kChanges; i++) {
+    if (i == 20) before = mallinfo2().uordblks;
+    std::ofstream(folder + "/memory.plist")
+        << "<dict>" << rest << "<key>n</key><string>" << i << "</string></dict>";
+    kept.push_back(CFPreferencesCopyValue(CFSTR("n"), CFSTR("memory"), kCFPreferencesCurrentUser,
+                                          kCFPreferencesAnyHost));
+    ASSERT_NE(nullptr, kept.back());
+  }
+  EXPECT_LE(mallinfo2().uordblks, before + kChanges * 512);
+  for (const CFTypeRef value : kept) CFRelease(value);
 }
 
 }  // namespace

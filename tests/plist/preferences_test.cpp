@@ -406,7 +406,7 @@ TEST_F(Preferences, FilesThatCannotBeTrustedOrReadAreLeftAlone) {
       {good, 0600, 12345, "another user owns it"},
       {"<plist><dict>", 0600, geteuid(), "line 1"},
       {"", 0600, geteuid(), "neither read nor written"},
-      {"<plist><array/></plist>", 0600, geteuid(), "is no dictionary"},
+      {"<plist><array/></plist>", 0600, geteuid(), "is not a dictionary"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.said);
@@ -447,6 +447,85 @@ TEST_F(Preferences, FilesThatCannotBeTrustedOrReadAreLeftAlone) {
   EXPECT_NE(std::string::npos, TestLogText().find("64 MiB"));
   std::filesystem::remove(path);
   EXPECT_EQ(0, preferences.commit());
+}
+
+// The test has to be run by root; the other user's id is nobody's.
+class OtherUsersPreferences : public Preferences {
+ protected:
+  static constexpr uid_t kOther = 12345;
+
+  OtherUsersPreferences() {
+    std::filesystem::remove_all(config / "veltrane");
+    if (geteuid() != 0) return;
+    for (auto folder = config; folder != "/tmp"; folder = folder.parent_path()) {
+      EXPECT_EQ(0, chmod(folder.c_str(), 0755));
+    }
+  }
+  ~OtherUsersPreferences() override {
+    std::filesystem::remove_all(config / "veltrane");
+    EXPECT_EQ(0, chown(config.c_str(), geteuid(), getegid()));
+  }
+
+  static void Become(uid_t user) {
+    EXPECT_EQ(0, seteuid(0));
+    EXPECT_EQ(0, setegid(user));
+    EXPECT_EQ(0, seteuid(user));
+  }
+
+  const std::filesystem::path config = std::getenv("XDG_CONFIG_HOME");
+};
+
+TEST_F(OtherUsersPreferences, AnAnswerIsNotKeptForAnotherEffectiveUser) {
+  if (geteuid() != 0) return;
+  const struct {
+    uid_t owner;
+    mode_t mode;
+    int byRoot, byOther;
+  } rows[] = {{kOther, 0600, -1, 1}, {0, 0644, 1, 1}, {0, 0600, 1, -1}};
+  for (const auto& row : rows) {
+    WriteByHand(ListOf("n", 1));
+    ASSERT_EQ(0, chmod(path.c_str(), row.mode));
+    ASSERT_EQ(0, chown(path.c_str(), row.owner, 0));
+    for (auto folder = config / "veltrane/preferences"; folder != config;
+         folder = folder.parent_path()) {
+      ASSERT_EQ(0, chmod(folder.c_str(), 0755));
+    }
+    for (int i = 0; i < 2; i++) {
+      EXPECT_EQ(row.byRoot, IntegerOf("n"));
+      Become(kOther);
+      EXPECT_EQ(row.byOther, IntegerOf("n"));
+      Become(0);
+    }
+  }
+}
+
+TEST_F(OtherUsersPreferences, WhatRootMakesInAUsersFolderBelongsToThatUserAndBothReadIt) {
+  if (geteuid() != 0) return;
+  ASSERT_EQ(0, chown(config.c_str(), kOther, kOther));
+  VLTPreferences onHost(kDomain, kCFPreferencesCurrentUser, kCFPreferencesCurrentHost);
+  onHost.setInteger("n", 1);
+  EXPECT_EQ(0, onHost.commit());
+  preferences.setInteger("n", 1);
+  EXPECT_EQ(0, preferences.commit());
+  int entries = 0;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(config / "veltrane")) {
+    struct stat info;
+    ASSERT_EQ(0, stat(entry.path().c_str(), &info));
+    EXPECT_EQ(std::pair(kOther, gid_t{kOther}), std::pair(info.st_uid, info.st_gid)) << entry;
+    entries++;
+  }
+  EXPECT_EQ(6, entries);  // two folders, two files and their locks
+  for (int i = 2; i < 5; i += 2) {
+    Become(kOther);
+    EXPECT_EQ(i - 1, IntegerOf("n"));
+    preferences.setInteger("n", i);
+    EXPECT_EQ(0, preferences.commit());
+    Become(0);
+    WriteByHand(ListOf("n", i));  // so that nothing is known of it
+    EXPECT_EQ(i, IntegerOf("n"));
+    preferences.setInteger("n", i + 1);
+    EXPECT_EQ(0, preferences.commit());
+  }
 }
 
 TEST_F(Preferences, ValuesThatNoFileCanHaveShowAtTheNextCommit) {

@@ -139,7 +139,7 @@ Kept ReadBundle(const std::string& path) {
   HostPropertyListError error;
   const CFPropertyListRef list =
       HostReadPlist(reinterpret_cast<const UInt8*>(bytes.data()), bytes.size(),
-                    kCFPropertyListImmutable, &format, &error);
+                    {kCFPropertyListImmutable}, &format, &error);
   if (HostCast<HostCFDictionary>(list) != nullptr) {
     kept.isBundle = true;
     kept.bundle.path = path;

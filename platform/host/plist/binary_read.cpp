@@ -42,13 +42,13 @@ struct FreeDelete {
 // when it is not as it should be; the error is then in place.
 class BinaryReader {
  public:
-  BinaryReader(const UInt8* bytes, size_t count, CFOptionFlags mutability, bool retains,
+  BinaryReader(const UInt8* bytes, size_t count, const HostPlistRequest& request, bool retains,
                HostPropertyListError* error)
       : bytes(bytes),
         count(count),
         retains(retains),
         error(error),
-        builder(count, kMemoryFactor, kLeastItem, mutability) {}
+        builder(count, kMemoryFactor, kLeastItem, request) {}
   ~BinaryReader();
   BinaryReader(const BinaryReader&) = delete;
   BinaryReader& operator=(const BinaryReader&) = delete;
@@ -386,9 +386,10 @@ CFPropertyListRef BinaryReader::Read(bool* again) {
 
 }  // namespace
 
-CFPropertyListRef HostReadPlistBinary(const UInt8* bytes, size_t count, CFOptionFlags mutability,
+CFPropertyListRef HostReadPlistBinary(const UInt8* bytes, size_t count,
+                                      const HostPlistRequest& request,
                                       HostPropertyListError* error) {
   bool again = false;
-  CFPropertyListRef list = BinaryReader(bytes, count, mutability, false, error).Read(&again);
-  return again ? BinaryReader(bytes, count, mutability, true, error).Read(&again) : list;
+  CFPropertyListRef list = BinaryReader(bytes, count, request, false, error).Read(&again);
+  return again ? BinaryReader(bytes, count, request, true, error).Read(&again) : list;
 }

@@ -11,7 +11,6 @@
 #include "platform/host/objects/cf_data.h"
 #include "platform/host/objects/cf_date.h"
 #include "platform/host/objects/cf_number.h"
-#include "platform/host/plist/codec.h"
 
 namespace {
 
@@ -60,11 +59,11 @@ size_t KeysWorthRemembering(size_t inputSize) {
 }  // namespace
 
 HostPlistBuilder::HostPlistBuilder(size_t inputSize, size_t factor, size_t leastItem,
-                                   CFOptionFlags mutability)
-    : isMutable(mutability != kCFPropertyListImmutable),
+                                   const HostPlistRequest& request)
+    : isMutable(request.mutability != kCFPropertyListImmutable),
       keysWorthRemembering(KeysWorthRemembering(inputSize)),
       firstCapacity(FirstCapacity(inputSize, leastItem)),
-      usesPool(inputSize >= kSmallestWithPool),
+      usesPool(request.mayShareBlocks && inputSize >= kSmallestWithPool),
       memoryLeft(MemoryLimit(inputSize, factor)) {}
 
 HostPlistBuilder::HostPlistBuilder(CFOptionFlags mutability)

@@ -8,6 +8,7 @@
 #include "platform/host/objects/cf_dictionary.h"
 #include "platform/host/objects/cf_object.h"
 #include "platform/host/objects/cf_string.h"
+#include "platform/host/plist/codec.h"
 #include "platform/host/plist/error.h"
 
 // HostPlistBuilder makes the objects of a property list in the order in which a reader meets them:
@@ -23,7 +24,8 @@ class HostPlistBuilder {
 
   // The limit is `factor` times `inputSize`, the size of the file, and 4 MiB; the file itself
   // counts. An item takes `leastItem` bytes of the file as a rule.
-  HostPlistBuilder(size_t inputSize, size_t factor, size_t leastItem, CFOptionFlags mutability);
+  HostPlistBuilder(size_t inputSize, size_t factor, size_t leastItem,
+                   const HostPlistRequest& request);
   explicit HostPlistBuilder(CFOptionFlags mutability);  // without a limit
   ~HostPlistBuilder();
   HostPlistBuilder(const HostPlistBuilder&) = delete;
@@ -108,7 +110,7 @@ class HostPlistBuilder {
   const bool isMutable;
   const size_t keysWorthRemembering;
   const size_t firstCapacity;  // of `values`
-  const bool usesPool;         // in the smallest files a value that is kept keeps nothing else
+  const bool usesPool;         // not in the smallest files: they are kept whole by one value
   size_t memoryLeft;
   const char* problem = kHostPlistNoMemory;
   HostObjectPool pool;

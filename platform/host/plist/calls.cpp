@@ -124,7 +124,7 @@ CFPropertyListRef ReadPlist(const UInt8* bytes, size_t count, CFOptionFlags muta
                             CFPropertyListFormat* format, CFStringRef* error) {
   HostPropertyListError why;
   CFPropertyListFormat found = 0;
-  CFPropertyListRef list = HostReadPlist(bytes, count, mutability, &found, &why);
+  CFPropertyListRef list = HostReadPlist(bytes, count, {mutability}, &found, &why);
   if (list == nullptr)
     Report(why, error);
   else if (format != nullptr)

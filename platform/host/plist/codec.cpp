@@ -44,17 +44,17 @@ CFPropertyListFormat HostRecognisePlist(const UInt8* bytes, size_t count) {
   return isData ? kCFPropertyListOpenStepFormat : kCFPropertyListXMLFormat_v1_0;
 }
 
-CFPropertyListRef HostReadPlist(const UInt8* bytes, size_t count, CFOptionFlags mutability,
+CFPropertyListRef HostReadPlist(const UInt8* bytes, size_t count, const HostPlistRequest& request,
                                 CFPropertyListFormat* format, HostPropertyListError* error) {
   *format = HostRecognisePlist(bytes, count);
   try {
     switch (*format) {
       case kCFPropertyListBinaryFormat_v1_0:
-        return HostReadPlistBinary(bytes, count, mutability, error);
+        return HostReadPlistBinary(bytes, count, request, error);
       case kCFPropertyListXMLFormat_v1_0:
-        return HostReadPlistXML(bytes, count, mutability, error);
+        return HostReadPlistXML(bytes, count, request, error);
       default:
-        return HostReadPlistText(bytes, count, mutability, error);
+        return HostReadPlistText(bytes, count, request, error);
     }
   } catch (const std::bad_alloc&) {  // of the readers' own lists
     *error = {kHostPlistNoMemory, ""};

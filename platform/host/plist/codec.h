@@ -22,18 +22,27 @@ inline constexpr size_t kHostPlistDepth = 512;
 // hexadecimal digits; all else is the text form.
 CFPropertyListFormat HostRecognisePlist(const UInt8* bytes, size_t count);
 
+// What a reader is to make.
+struct HostPlistRequest {
+  CFOptionFlags mutability = kCFPropertyListImmutable;
+  // The objects of a large file share blocks of memory, so a value that is kept keeps others'
+  // memory too. False costs time, for lists whose values are lent one by one.
+  bool mayShareBlocks = true;
+};
+
 // Recognises the form. The list, which the caller releases, or null with `*error`. `*format` tells
 // the form as far as it was recognised, also on failure.
-CFPropertyListRef HostReadPlist(const UInt8* bytes, size_t count, CFOptionFlags mutability,
+CFPropertyListRef HostReadPlist(const UInt8* bytes, size_t count, const HostPlistRequest& request,
                                 CFPropertyListFormat* format, HostPropertyListError* error);
 
 // One form each; `count` bytes are the whole file.
-CFPropertyListRef HostReadPlistXML(const UInt8* bytes, size_t count, CFOptionFlags mutability,
-                                   HostPropertyListError* error);
-CFPropertyListRef HostReadPlistBinary(const UInt8* bytes, size_t count, CFOptionFlags mutability,
+CFPropertyListRef HostReadPlistXML(const UInt8* bytes, size_t count,
+                                   const HostPlistRequest& request, HostPropertyListError* error);
+CFPropertyListRef HostReadPlistBinary(const UInt8* bytes, size_t count,
+                                      const HostPlistRequest& request,
                                       HostPropertyListError* error);
-CFPropertyListRef HostReadPlistText(const UInt8* bytes, size_t count, CFOptionFlags mutability,
-                                    HostPropertyListError* error);
+CFPropertyListRef HostReadPlistText(const UInt8* bytes, size_t count,
+                                    const HostPlistRequest& request, HostPropertyListError* error);
 
 // Where a writer's bytes go, piece by piece.
 class HostPlistSink {

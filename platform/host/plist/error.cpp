@@ -1,5 +1,7 @@
 #include "platform/host/plist/error.h"
 
+bool HostPropertyListError::IsNoMemory() const { return text == kHostPlistNoMemory; }
+
 std::string HostPropertyListError::Sentence() const {
   if (line > 0) {
     return "line " + std::to_string(line) + ", column " + std::to_string(column) + ": " + text;

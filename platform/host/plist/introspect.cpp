@@ -4,5 +4,5 @@
 
 CFPropertyListRef HostReadPropertyList(const UInt8* bytes, size_t count, CFOptionFlags mutability,
                                        CFPropertyListFormat* format, HostPropertyListError* error) {
-  return HostReadPlist(bytes, count, mutability, format, error);
+  return HostReadPlist(bytes, count, {mutability}, format, error);
 }

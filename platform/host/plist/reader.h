@@ -16,13 +16,13 @@ class HostPlistReader {
   // `text` is borrowed, as is the error. inputSize is that of the file in bytes, before it became
   // UTF-8; an item of it takes `leastItem` bytes as a rule.
   HostPlistReader(const HostPlistText& text, size_t inputSize, size_t leastItem,
-                  CFOptionFlags mutability, HostPropertyListError* error)
+                  const HostPlistRequest& request, HostPropertyListError* error)
       : begin(text.bytes),
         end(text.bytes + text.count),
         at(text.bytes),
         input(text),
         error(error),
-        builder(inputSize, kMemoryFactor, leastItem, mutability) {}
+        builder(inputSize, kMemoryFactor, leastItem, request) {}
 
   // To be asked before anything is read: is this text, and may it take the memory that it takes?
   bool Begin();

@@ -43,9 +43,9 @@ int DigitOf(UInt8 c, int base) {
 class TextReader : private HostPlistReader {
  public:
   // inputSize is that of the file, before it became UTF-8.
-  TextReader(const HostPlistText& text, size_t inputSize, CFOptionFlags mutability,
+  TextReader(const HostPlistText& text, size_t inputSize, const HostPlistRequest& request,
              HostPropertyListError* error)
-      : HostPlistReader(text, inputSize, kLeastItem, mutability, error) {}
+      : HostPlistReader(text, inputSize, kLeastItem, request, error) {}
 
   CFPropertyListRef Read();
 
@@ -302,9 +302,9 @@ CFPropertyListRef TextReader::Read() { return Begin() && ReadAll() ? builder.Tak
 
 }  // namespace
 
-CFPropertyListRef HostReadPlistText(const UInt8* bytes, size_t count, CFOptionFlags mutability,
-                                    HostPropertyListError* error) {
+CFPropertyListRef HostReadPlistText(const UInt8* bytes, size_t count,
+                                    const HostPlistRequest& request, HostPropertyListError* error) {
   std::vector<UInt8> converted;
   const HostPlistText text = HostTakePlistText(bytes, count, &converted);
-  return TextReader(text, count, mutability, error).Read();
+  return TextReader(text, count, request, error).Read();
 }

@@ -14,9 +14,9 @@ constexpr size_t kLeastItem = 7;  // <true/>
 class XMLReader : private HostXMLMarkup {
  public:
   // inputSize is that of the file, before it became UTF-8.
-  XMLReader(const HostPlistText& text, size_t inputSize, CFOptionFlags mutability,
+  XMLReader(const HostPlistText& text, size_t inputSize, const HostPlistRequest& request,
             HostPropertyListError* error)
-      : HostXMLMarkup(text, inputSize, kLeastItem, mutability, error) {}
+      : HostXMLMarkup(text, inputSize, kLeastItem, request, error) {}
 
   CFPropertyListRef Read();
 
@@ -218,10 +218,10 @@ CFPropertyListRef XMLReader::Read() {
 
 }  // namespace
 
-CFPropertyListRef HostReadPlistXML(const UInt8* bytes, size_t count, CFOptionFlags mutability,
-                                   HostPropertyListError* error) {
+CFPropertyListRef HostReadPlistXML(const UInt8* bytes, size_t count,
+                                   const HostPlistRequest& request, HostPropertyListError* error) {
   std::vector<UInt8> converted;
   HostPlistText text = HostTakePlistText(bytes, count, &converted);
   HostNormaliseLineEnds(&text, &converted);
-  return XMLReader(text, count, mutability, error).Read();
+  return XMLReader(text, count, request, error).Read();
 }

@@ -353,7 +353,7 @@ bool HostCommitPreferences(const HostPreferencesPlace& place, const HostCFDictio
   if (!Replace(target, content->stamp, merged.Get(), problem)) return false;
   content->state = HostPreferencesContent::State::kRead;
   content->values = merged;
-  content->stamp = HostStampOfFile(target.Path().c_str());
+  content->stamp = HostStampOfFile(place.path);
   content->isSettled = false;
   return true;
 }

@@ -18,7 +18,8 @@
 
 inline constexpr off_t kHostMaxPreferencesBytes = off_t{64} << 20;
 
-// What tells one state of a file from another.
+// What an answer about a file depends on: the state of the file, and who reads it. A read that
+// finds the same stamp as before gives the same answer.
 struct HostFileStamp {
   dev_t device = 0;
   ino_t inode = 0;
@@ -28,12 +29,16 @@ struct HostFileStamp {
   gid_t group = 0;
   int64_t modified = 0;  // nanoseconds of the wall clock
   int64_t changed = 0;   // the same, of the file's record; 0: there is no file
+  uid_t reader = 0;      // the effective user
+  // Of the folder, if a privileged program reads what an unprivileged user owns; else 0.
+  uid_t folderOwner = 0;
 
   bool operator==(const HostFileStamp&) const = default;
 };
 
-// One question to the kernel. A file that is not there, or cannot be asked about, has no stamp.
-HostFileStamp HostStampOfFile(const char* path);
+// The stamp of the file at `path`. A file that does not exist, or whose folder may not be searched,
+// has an empty one.
+HostFileStamp HostStampOfFile(const std::string& path);
 
 struct HostPreferencesContent {
   enum class State { kAbsent, kRead, kRefused };
@@ -42,12 +47,17 @@ struct HostPreferencesContent {
   HostRetained<HostCFDictionary> values;  // immutable; null unless kRead
   std::string problem;                    // of kRefused: one line with path, owner, mode and reason
   HostFileStamp stamp;
-  // Any later change shows in the stamp. Not so right after one, because the kernel's times of
-  // files move in steps.
+  // Of kRefused: the reason lies outside the file and its stamp (no file descriptors, no memory, an
+  // I/O error). The values that were read before are still the best answer.
+  bool isPassing = false;
+  // Any later change shows in the stamp. False right after a change, because the kernel's times of
+  // files move in steps, and after a refusal by the system, whose reason the stamp does not have.
   bool isSettled = false;
 };
 
-// What the file at `path` says now, if it can be trusted. `name` is what a problem calls it.
+// What the file at `path` says now, if it can be trusted. `name` is the path by which it is known,
+// perhaps a symbolic link to `path`: it appears in a problem, and its folder's owner is the user
+// for whom a privileged program may read the file.
 HostPreferencesContent HostReadPreferences(const std::string& path, const std::string& name);
 
 // Whether a file that has one of two values need not be changed to have the other: the same

@@ -1,5 +1,8 @@
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -23,8 +26,33 @@ int64_t Nanoseconds(const timespec& time) {
   return int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
 
-HostFileStamp StampOf(const struct stat& info) {
+bool MayChangeUser() {
+  __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
+  if (syscall(SYS_capget, &header, data) != 0) return true;
+  return (data[0].permitted & (UInt32{1} << CAP_SETUID)) != 0;
+}
+
+// A process that has only one user id and no privilege to change it keeps that id; only for others
+// is the kernel asked each time.
+uid_t Reader() {
+  static const uid_t constant = [] {
+    uid_t real = 0, effective = 0, saved = 0;
+    if (getresuid(&real, &effective, &saved) != 0) return uid_t{0};
+    const bool isOne = real == effective && effective == saved;
+    return isOne && !MayChangeUser() ? effective : uid_t{0};
+  }();
+  return constant != 0 ? constant : geteuid();
+}
+
+HostFileStamp StampOf(const struct stat& info, const std::string& name) {
   HostFileStamp stamp;
+  stamp.reader = Reader();
+  struct stat folder;
+  if (stamp.reader == 0 && info.st_uid != 0 &&
+      stat(name.substr(0, name.rfind('/') + 1).c_str(), &folder) == 0) {
+    stamp.folderOwner = folder.st_uid;
+  }
   stamp.device = info.st_dev;
   stamp.inode = info.st_ino;
   stamp.size = info.st_size;
@@ -45,11 +73,29 @@ int64_t FileClock() {
 }
 
 const char* Distrust(const HostFileStamp& stamp) {
-  if (!S_ISREG(stamp.mode)) return "it is no plain file";
-  if (stamp.owner != 0 && stamp.owner != geteuid()) return "another user owns it";
+  if (!S_ISREG(stamp.mode)) return "it is not a regular file";
+  // What a privileged program writes in a user's folder belongs to that user, and is still its own.
+  const bool isFolderOwners = stamp.folderOwner != 0 && stamp.owner == stamp.folderOwner;
+  if (stamp.owner != 0 && stamp.owner != stamp.reader && !isFolderOwners) {
+    return "another user owns it";
+  }
   if ((stamp.mode & kForeignWriters) != 0) return "its group or others may write it";
   if (stamp.size > kHostMaxPreferencesBytes) return "it has more than 64 MiB";
   return nullptr;
+}
+
+// Whether the system may do later, with the same file and for the same user, what it refused now.
+bool IsPassing(int error) {
+  switch (error) {
+    case EMFILE:
+    case ENFILE:
+    case ENOMEM:
+    case EIO:
+    case EAGAIN:
+      return true;
+    default:
+      return false;
+  }
 }
 
 // All bytes of the file, which may be longer or shorter by now than it was. Null with errno.
@@ -74,29 +120,41 @@ std::unique_ptr<UInt8[]> ReadAll(int fd, size_t expected, size_t* count) {
 }
 
 // The dictionary that the bytes are; null with the reason.
-HostCFDictionary* Parse(const UInt8* bytes, size_t count, std::string* reason) {
+HostCFDictionary* Parse(const UInt8* bytes, size_t count, std::string* reason, bool* isPassing) {
   HostPropertyListError error;
   CFPropertyListFormat format = 0;
-  const CFPropertyListRef list =
-      HostReadPlist(bytes, count, kCFPropertyListImmutable, &format, &error);
+  HostPlistRequest request;
+  request.mayShareBlocks = false;  // callers keep single values for long
+  const CFPropertyListRef list = HostReadPlist(bytes, count, request, &format, &error);
   if (list == nullptr) {
+    *isPassing = error.IsNoMemory();
     *reason = error.text.empty() ? "it cannot be read" : error.Sentence();
     return nullptr;
   }
   auto* const values = HostCast<HostCFDictionary>(list);
   if (values != nullptr) return values;
   CFRelease(list);
-  *reason = "its property list is no dictionary";
+  *reason = "its property list is not a dictionary";
   return nullptr;
 }
 
+// Why the system refused, by errno.
+std::string SystemRefusal(int error, HostPreferencesContent* content) {
+  content->isPassing = IsPassing(error);
+  content->isSettled = false;
+  return strerror(error);
+}
+
+// Returns the reason of a refusal, or "".
 std::string ReadValues(int fd, HostPreferencesContent* content) {
   if (const char* reason = Distrust(content->stamp)) return reason;
   size_t count = 0;
   const auto bytes = ReadAll(fd, static_cast<size_t>(content->stamp.size), &count);
-  if (bytes == nullptr) return strerror(errno);
+  if (bytes == nullptr) return SystemRefusal(errno, content);
   std::string reason;
-  content->values = HostRetained<HostCFDictionary>(Parse(bytes.get(), count, &reason));
+  content->values =
+      HostRetained<HostCFDictionary>(Parse(bytes.get(), count, &reason, &content->isPassing));
+  if (content->isPassing) content->isSettled = false;
   return reason;
 }
 
@@ -135,16 +193,16 @@ bool IsSameStep(const HostPlistWalk& a, const HostPlistWalk& b) {
 
 }  // namespace
 
-HostFileStamp HostStampOfFile(const char* path) {
+HostFileStamp HostStampOfFile(const std::string& path) {
   struct stat info;
-  return stat(path, &info) == 0 ? StampOf(info) : HostFileStamp();
+  return stat(path.c_str(), &info) == 0 ? StampOf(info, path) : HostFileStamp();
 }
 
 HostPreferencesContent HostReadPreferences(const std::string& path, const std::string& name) {
   HostPreferencesContent content;
   int fd;
   do {
-    // Neither a pipe nor a terminal that somebody has put there may hold us up.
+    // A pipe or a terminal in place of the file must not make this process wait.
     fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   } while (fd < 0 && errno == EINTR);
   const int reason = errno;
@@ -155,15 +213,16 @@ HostPreferencesContent HostReadPreferences(const std::string& path, const std::s
   struct stat info;
   std::string problem;
   if (!file.IsOpen()) {
-    content.stamp = HostStampOfFile(path.c_str());
-    problem = strerror(reason);
+    content.stamp = HostStampOfFile(name);
+    problem = SystemRefusal(reason, &content);
   } else if (fstat(fd, &info) != 0) {
-    problem = strerror(errno);
+    problem = SystemRefusal(errno, &content);
   } else {
-    content.stamp = StampOf(info);
+    content.stamp = StampOf(info, name);
+    content.isSettled = now > content.stamp.changed;
     problem = ReadValues(fd, &content);
   }
-  content.isSettled = now > content.stamp.changed;
+  content.stamp.reader = Reader();
   content.state = problem.empty() ? State::kRead : State::kRefused;
   if (!problem.empty()) content.problem = Refusal(name, content.stamp, problem);
   return content;

@@ -91,12 +91,21 @@ void HostPreferencesFile::LogOnce(const std::string& problem, std::string* last)
 }
 
 void HostPreferencesFile::Refresh() {
-  if (wasRead && content.isSettled && HostStampOfFile(place.path.c_str()) == content.stamp) return;
+  if (wasRead && content.isSettled && HostStampOfFile(place.path) == content.stamp) return;
   Adopt(HostReadPreferences(place.path, place.path));
 }
 
 // Values that have not changed stay the objects that they were.
 void HostPreferencesFile::Adopt(HostPreferencesContent fresh) {
+  if (fresh.isPassing && content.stamp.reader == fresh.stamp.reader) {
+    // What was read before is a better answer than nothing: a program that finds nothing may commit
+    // a default over the user's value.
+    if (content.state == State::kAbsent) content.state = State::kRefused;
+    content.problem = std::move(fresh.problem);
+    content.isSettled = false;
+    LogOnce(content.problem, &lastRefusal);
+    return;
+  }
   std::vector<std::pair<CFTypeRef, CFTypeRef>> known;
   if (fresh.values) {
     for (const HostPair& pair : fresh.values->Pairs()) {
@@ -205,7 +214,6 @@ bool HostPreferencesFile::Synchronize() {
   if (isWritten) {
     Finish(*taken.Get(), std::move(fresh));
   } else {
-    wasRead = false;  // whatever it is now
     LogOnce(problem, problem == fresh.problem ? &lastRefusal : &lastFailure);
     lastFailure = problem;
   }
