@@ -196,6 +196,7 @@ bool VLTFileReplacement::PutInPlace() {
   if (file != nullptr && stat(path.c_str(), &old) == 0) TakeOver(target.c_str(), old);
   if (!WaitForDisk(file) || std::rename(target.c_str(), path.c_str()) != 0) return false;
   const OpenFile parent = Open(FolderOf(path), "re");
+  if (parent == nullptr && errno != EACCES) return false;
   // A folder that may not be read cannot be synced.
-  return (parent == nullptr && errno == EACCES) || WaitForDisk(parent);
+  return parent == nullptr || WaitForDisk(parent);
 }
