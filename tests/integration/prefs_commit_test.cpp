@@ -425,6 +425,8 @@ TEST_F(PreferencesFaults, AReadOfWhatIsKnownIsOneCall) {
     }
     if (line.find("\"begin\\n\"") != std::string::npos) isBetween = true;
   }
+  std::erase_if(calls,
+                [](const auto& call) { return call.first.starts_with("rt_sig"); });  // Tell's
   if (geteuid() == 0) {
     EXPECT_EQ(reads, calls["geteuid"]);  // a privileged process may become another user
     calls.erase("geteuid");
