@@ -1,6 +1,6 @@
 #include "tools/plist/leaf.h"
 
-#include <iterator>
+#include <optional>
 
 #include "platform/host/plist/introspect.h"
 #include "tools/command_line.h"
@@ -12,13 +12,17 @@ namespace {
 struct KindRow {
   PlistKind kind;
   const char* name;
-  const char* element;  // of the XML form; null for what is not written as text there
+  std::optional<HostPlistLeaf> leaf = {};  // how the host layer reads its text; none: it does not
 };
 constexpr KindRow kKinds[] = {
-    {PlistKind::kString, "string", nullptr}, {PlistKind::kInteger, "integer", "integer"},
-    {PlistKind::kReal, "real", "real"},      {PlistKind::kBoolean, "bool", nullptr},
-    {PlistKind::kDate, "date", "date"},      {PlistKind::kData, "data", "data"},
-    {PlistKind::kArray, "array", nullptr},   {PlistKind::kDictionary, "dict", nullptr},
+    {PlistKind::kString, "string"},
+    {PlistKind::kInteger, "integer", HostPlistLeaf::kInteger},
+    {PlistKind::kReal, "real", HostPlistLeaf::kReal},
+    {PlistKind::kBoolean, "bool"},
+    {PlistKind::kDate, "date", HostPlistLeaf::kDate},
+    {PlistKind::kData, "data", HostPlistLeaf::kData},
+    {PlistKind::kArray, "array"},
+    {PlistKind::kDictionary, "dict"},
 };
 
 const KindRow* RowOf(PlistKind kind) {
@@ -43,38 +47,14 @@ std::string HalfText(UniChar unit) {
   return std::string(bytes, sizeof bytes);
 }
 
-// What stands between the tags of a leaf's XML form, without white space.
-std::string XMLContents(CFTypeRef leaf, const char* element) {
-  const OwnedRef<CFDataRef> data(CFPropertyListCreateXMLData(kCFAllocatorDefault, leaf));
-  const std::string_view xml(reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
-                             static_cast<size_t>(CFDataGetLength(data)));
-  const std::string open = std::string("<") + element + ">";
-  const size_t start = xml.find(open);
-  const size_t end = xml.rfind("</" + open.substr(1));
-  std::string contents;
-  if (start == xml.npos || end == xml.npos) return contents;
-  for (const char c : xml.substr(start + open.size(), end - start - open.size())) {
-    if (static_cast<unsigned char>(c) > ' ') contents += c;
-  }
-  return contents;
-}
-
-CFTypeRef CreateFromXML(const KindRow& row, std::string_view text, std::string& problem) {
-  const std::string xml =
-      std::string("<") + row.element + ">" + std::string(text) + "</" + row.element + ">";
+CFTypeRef CreateFromText(const KindRow& row, std::string_view text, std::string& problem) {
   HostPropertyListError error;
-  CFPropertyListFormat format = 0;
-  // Markup would be read as such, not as a value.
-  CFTypeRef leaf = nullptr;
-  if (text.find_first_of("<&") == text.npos) {
-    leaf = HostReadPropertyList(reinterpret_cast<const UInt8*>(xml.data()), xml.size(),
-                                kCFPropertyListImmutable, &format, &error);
-  }
-  if (leaf == nullptr) {
-    problem = Quoted(text) + NotA(row.kind);
-    if (!error.hint.empty()) problem += " (" + error.hint + ")";
-  }
-  return leaf;
+  const CFTypeRef leaf = HostCreatePlistLeaf(*row.leaf, text, &error);
+  if (leaf != nullptr) return leaf;
+  if (error.text == kHostPlistNoMemory) throw std::bad_alloc();
+  problem = Quoted(text) + NotA(row.kind);
+  if (!error.hint.empty()) problem += " (" + error.hint + ")";
+  return nullptr;
 }
 
 CFTypeRef CreateBoolean(std::string_view text, std::string& problem) {
@@ -177,12 +157,8 @@ std::string LeafText(CFTypeRef leaf) {
       CFNumberGetValue(static_cast<CFNumberRef>(leaf), kCFNumberDoubleType, &value);
       return JsonValue::Real(value).Plain();
     }
-    case PlistKind::kInteger:
-    case PlistKind::kDate:
-    case PlistKind::kData:
-      return XMLContents(leaf, RowOf(kind)->element);
     default:
-      return "";
+      return HostPlistLeafText(leaf);
   }
 }
 
@@ -194,7 +170,7 @@ CFTypeRef CreateLeaf(PlistKind kind, std::string_view text, std::string& problem
     return string;
   }
   const KindRow* row = RowOf(kind);
-  if (row != nullptr && row->element != nullptr) return CreateFromXML(*row, text, problem);
+  if (row != nullptr && row->leaf) return CreateFromText(*row, text, problem);
   problem = std::string(KindName(kind)) + " is not a leaf";
   return nullptr;
 }
