@@ -76,7 +76,7 @@ OSStatus VLTAEClientSupport::SendEvent(VLTAppleEventWrapper& event, SInt32 sendM
   do {
     err = event.sendEvent(sendMode, timeoutTicks, kAENormalPriority);
     if (err == errAETimeout) {
-      // Meant: also after the last attempt, because callers rely on the pause before they go on.
+      // Meant: after the last attempt, too, because callers rely on it.
       SleepOneSecond();
       --retries;
     }

@@ -5,30 +5,31 @@
 #include "aeport/destination_address.h"
 #include "aeport/event.h"
 
-// VLTAEClientSupport is the base of the objects through which a process talks to one of the
-// package's daemons. It prepares a request, sends it with the package's send mode, time-out and
-// retries, and says what a failure means: a server that is gone is logged and shown to the user
-// once per run of failures, one that does not know the request is shown as incompatible, and a
-// failure of the caller's own making is only logged.
+// VLTAEClientSupport is the base class of the clients of the package's daemons. It prepares a
+// request, sends it with the package's send mode, time-out and retries, and reports failures. A
+// server that is gone is logged and shown to the user, once per run of failures. A server that does
+// not know the request is logged and shown as incompatible. A failure on the client's side is only
+// logged.
 //
-// One request: make an address and a VLTPortAppleEvent without destination, ConstructEvent, put
-// parameters into the event, SendEvent, read the reply, HandleResult (also after success: it arms
-// the notice anew).
+// A request takes these steps: construct an address and a VLTPortAppleEvent without destination,
+// ConstructEvent, put parameters into the event, SendEvent, read the reply, HandleResult. Call
+// HandleResult after a success, too, because it ends a run of failures.
 //
-// An object belongs to one thread at a time. Notices and their state are the process's and may come
-// from any thread. An object may go while its notice is on screen.
+// Only one thread at a time may use an object. Notices and their state belong to the process and
+// may be used from any thread. An object may be destroyed while its notice is on screen.
 class VLTAEClientSupport {
  public:
   VLTAEClientSupport() = default;
 
-  // The names are borrowed and must outlive the object; null and empty ones become "Server",
+  // The names are borrowed and must outlive the object. Null and empty names become "Server",
   // "Client" and "Package" when the first message is made.
   //
   // sendModeFlags  added to every send mode
-  // timeoutTicks   of sends that bring none, 1/60 s; 0 waits for ever
-  // notifyUser     whether notices are shown at all
-  // logFailures    whether failures go to the system log
-  // reportFirstFailureOnly  of a run of failures that mean the server is gone
+  // timeoutTicks   the default time-out of SendEvent in 1/60 s; 0 waits for ever
+  // notifyUser     show notices
+  // logFailures    write failures to the system log
+  // reportFirstFailureOnly  while the server is gone, report only the first failure; the next
+  //                request that gets through ends the run
   VLTAEClientSupport(const char* serverName, const char* clientName, const char* packageName,
                      SInt32 sendModeFlags, SInt32 timeoutTicks, bool notifyUser, bool logFailures,
                      bool reportFirstFailureOnly);
@@ -36,74 +37,77 @@ class VLTAEClientSupport {
   VLTAEClientSupport& operator=(const VLTAEClientSupport&) = delete;
   virtual ~VLTAEClientSupport() = default;
 
-  // ReadFromPreferences, then ResetSendFailures. The former's error.
+  // Calls ReadFromPreferences and then ResetSendFailures. Returns the error of the first.
   virtual OSStatus Init();
 
-  // Sends and gives the event's reply port up. A send that times out is followed by one second of
-  // sleep and, while attempts are left, by another one.
+  // Sends the event and releases its reply port. After each time-out, sleeps for one second and, if
+  // attempts are left, sends again.
   //
-  // sendMode      besides the object's own flags, which are added to it
-  // retries       attempts; 0 or less: the object's own number, at least one
-  // timeoutTicks  1/60 s for each attempt; 0 or less: the object's own
-  // Result        sendEvent's of the last attempt, else the error of giving the port up
+  // sendMode      the object's own flags are added to it
+  // retries       the number of attempts; 0 or less: the object's own number, at least one
+  // timeoutTicks  for each attempt, in 1/60 s; 0 or less: the object's own time-out
+  // Result        the error of the last attempt (sendEvent), else that of releasing the port
   virtual OSStatus SendEvent(VLTAppleEventWrapper& event, SInt32 sendMode, int retries,
                              int timeoutTicks);
 
-  // Makes sure that the server runs (`verify`) or only looks, finds it, and creates the event for
-  // it. The event refers to `address`, which must outlive it, also when this fails. The first
-  // error; -1 when the object has no server of its own.
+  // Starts the server if it does not run (`verify`) or only checks that it runs, looks it up, and
+  // creates the event for it. The event refers to `address`, which must outlive it, even if this
+  // fails. Returns the first error; -1 if GetDestinationAddress has stored no port name.
   virtual OSStatus ConstructEvent(VLTPortDestinationAddress& address, VLTAppleEventWrapper& event,
                                   bool verify);
 
-  // Reports how a request ended. `event` may be null: as one whose reply had no error number.
-  // `functionName` is the request's name in the log. `notifyText`, when it is not null, replaces
-  // the text about a server that is gone.
+  // Reports how a request ended. A null `event` is treated like an event whose reply held no error
+  // number. `functionName` is the request's name in the log. A `notifyText` that is not null
+  // replaces the text about a server that is gone.
   virtual void HandleResult(OSStatus err, VLTAppleEventWrapper* event, const char* functionName,
                             const char* notifyText);
 
-  // The server is gone or silent. Only the number counts, also one that the server itself sent.
+  // Returns true if the error means that the server is gone or does not reply. Only the number
+  // counts, even if the server itself sent it.
   virtual bool IsServerDisabled(OSStatus err);
-  // The request failed on this side: the reply held no error number.
+  // Returns true if the request failed and no reply with an error number arrived.
   virtual bool IsClientError(OSStatus err, VLTAppleEventWrapper* event);
 
-  // Shows a length-prefixed text, which is copied. Always 0.
+  // Shows a length-prefixed text, which is copied. Returns 0.
   virtual OSStatus NotifyServerDisabled(unsigned char* pascalText);
-  // One log entry, when failures are logged. Always 0.
+  // Writes a log entry if failures are logged. Returns 0.
   virtual OSStatus LogClientFailure(OSStatus err, const char* functionName);
 
-  // For derived clients. The base has no server, always finds it running, and leaves the address
-  // empty; all of these return 0.
+  // For derived classes. The versions of the base class do nothing and return 0, so the address
+  // stays empty.
   virtual OSStatus GetDestinationAddress(VLTPortDestinationAddress& address);
-  virtual OSStatus VerifyServerRunning();  // starts it where settings say so
-  virtual OSStatus CheckServerRunning();   // only looks
+  virtual OSStatus
+  VerifyServerRunning();                  // starts the server if it does not run and may be started
+  virtual OSStatus CheckServerRunning();  // never starts it
 
-  // The server answered that it does not know the event: another version.
+  // Returns true if the server replied that it does not handle the event: it has another version.
   virtual bool IsServerError(OSStatus err, VLTAppleEventWrapper* event);
 
-  // Makes the texts, once: names set later do not change them.
+  // Makes the texts once; names that are set later do not change them.
   virtual void InitMessages();
-  // The text about a server that is gone, or `text`, in one buffer of the object's.
+  // Puts the text about a server that is gone, or `text` if it is not null, into the object's
+  // buffer and returns that.
   virtual unsigned char* PrepareNotifyMessage(const char* text);
-  // The text about an incompatible server, in the same buffer.
+  // Puts the text about an incompatible server into the same buffer.
   virtual unsigned char* PrepareProtocolMessage();
 
-  virtual OSStatus ReadFromPreferences();  // derived clients read their settings here
+  virtual OSStatus ReadFromPreferences();  // derived classes read their settings here
 
-  // The next failure is the first of a run again. 0.
+  // Makes the next failure the first of a run. Returns 0.
   OSStatus ResetSendFailures();
-  // Whether a failure is to be reported now; a first one counts as reported then.
+  // Returns whether to report a failure now. The first failure of a run counts as reported then.
   bool DoNotificationOnFailure();
-  // Returns whether only first failures were reported until now.
+  // Returns true if only first failures were reported so far.
   bool setReportAllFailures(bool reportAll);
-  // Borrowed; null and empty give the default name.
+  // The names are borrowed. Null and empty names give the default name.
   void setServerName(const char* name);
   void setClientName(const char* name);
   void setPackagename(const char* name);
-  // 1/60 s; 0 waits for ever.
+  // In 1/60 s; 0 waits for ever.
   void setSendEventTimeout(UInt32 timeoutTicks);
 
  protected:
-  // The response routine of the notice, on a thread of the platform's choice.
+  // The response routine of the notice; the platform calls it on any thread.
   static void NotifyServerDisabledCompletion(NMRecPtr record);
 
   static UInt32 sNotificationFlags;  // bit 0: a notice is on screen
@@ -111,14 +115,16 @@ class VLTAEClientSupport {
 
   const char* disabledFormat = "The %s was disabled or removed. Please reinstall the %s.";
   const char* sendErrorFormat = "%s() - Error %ld (%lx) sending message to %s";
-  // The spelling is meant.
+  // Meant: "verisions", because callers rely on the exact text.
   const char* incompatibleFormat =
       "The %s is incompatible with the %s. This is probably due to mismatched versions. Please "
       "remove all old verisions of the %s and reinstall.";
   const char* serverName = "Server";
   const char* clientName = "Client";
   const char* packageName = "Package";
-  SInt32 syslogPriority = 1028;  // a warning; the bit above it is meant
+  // Meant: LOG_WARNING (4) plus 0x400, a bit outside level and facility that the log drops, because
+  // callers rely on the number.
+  SInt32 syslogPriority = 1028;
   bool notifyUser = false;
   bool logFailures = false;
   bool reportFirstFailureOnly = true;

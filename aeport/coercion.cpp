@@ -6,7 +6,7 @@ bool TakesEverything(DescType type) { return type == typeWildCard || type == typ
 
 bool Suits(DescType type, DescType target) { return type == target || TakesEverything(target); }
 
-// Gives `made` to the destination.
+// Replaces the destination with `made`.
 void MoveTo(AEDesc& destination, const AEDesc& made) {
   AEDisposeDesc(&destination);
   destination = made;
@@ -28,8 +28,9 @@ OSStatus CoerceDirectly(const AEDesc& source, DescType target, AEDesc& destinati
   return err;
 }
 
-// A descriptor of the bytes, of the target's type if the manager can make it; `finish` takes what
-// still has another type to the destination: OSStatus(const AEDesc& made).
+// Makes a descriptor from the bytes, of the target's type if the Apple Event Manager can coerce
+// them. One that still has another type is passed to `finish`, OSStatus(const AEDesc& made), which
+// stores the destination.
 template <class Finish>
 OSStatus CoercePtr(DescType type, const void* data, SInt32 size, DescType target,
                    AEDesc& destination, Finish&& finish) {
@@ -54,7 +55,7 @@ DescType OSTypeInList(DescType type, const DescType* list, SInt32 count, DescTyp
   if (list == nullptr) return 0;
   for (SInt32 i = 0; i < count; ++i) {
     if (list[i] == type) return type;
-    // Meant: later entries are not looked at, even when one of them is equal.
+    // Meant: later entries are ignored, even an equal one, because callers rely on it.
     if (type == typeWildCard) return wildType;
     if (type == typeBest) return bestType;
   }
@@ -70,7 +71,7 @@ OSStatus AECoerceDescToType(const AEDesc& source, DescType target, AEDesc& desti
     return err;
   }
   OSStatus err = CoerceDirectly(source, target, destination);
-  // A text has no way through text: without this it would come back here for ever.
+  // Coercing a text by way of text would recurse without end.
   const bool isText = source.descriptorType == typeChar;
   if (err == 0 || isText || !IsReachedThroughText(target)) return err;
 

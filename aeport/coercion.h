@@ -2,33 +2,34 @@
 
 #include <CoreServices/CoreServices.h>
 
-// Descriptors of a wanted type, or of the first of several types that works, from other descriptors
-// or from plain bytes. Any thread; one descriptor by one thread at a time.
+// Coerces descriptors or plain bytes to a wanted type, or to the first of several types that works.
+// Any thread; only one thread at a time may use a descriptor.
 //
-// A destination that is written is disposed of first, so it must be a descriptor that was made or
-// initialised to null; it is the caller's afterwards. It is unchanged on failure, but for a source
-// that cannot be copied, which leaves the null descriptor. It may be the source itself.
+// The destination must be a valid or a null descriptor: it is disposed of before it is written, and
+// then belongs to the caller. A failure leaves it unchanged, except that a source that cannot be
+// copied leaves the null descriptor. Source and destination may be the same.
 //
-// As a target, typeWildCard and typeBest take everything as it is.
+// The targets typeWildCard and typeBest copy the source as it is.
 
-// Which type of a list of `count` types suits `type`: the type itself when it is in the list;
-// `wildType` for typeWildCard and `bestType` for typeBest, when the list's first entry is another;
-// else 0, as for an empty or a null list.
+// Chooses the type of a list of `count` types that suits `type`. typeWildCard gives `wildType` and
+// typeBest gives `bestType`, unless the list begins with that code. Any other type gives itself if
+// it is in the list, else 0. An empty or null list gives 0.
 DescType OSTypeInList(DescType type, const DescType* list, SInt32 count, DescType wildType,
                       DescType bestType);
 
-// Coerces. What has no direct way to a Pascal, C, encoded or Unicode text goes by way of typeChar.
-// Result  0, errAECoercionFail, errAENotAEDesc, memFullErr.
+// Coerces `source` to `target`. A value without a direct coercion to a Pascal, C, encoded or
+// Unicode text is coerced to typeChar first. Result  0, errAECoercionFail, errAENotAEDesc,
+// memFullErr.
 OSStatus AECoerceDescToType(const AEDesc& source, DescType target, AEDesc& destination);
 
-// Tries the type that OSTypeInList finds for the source, then each entry in order, in which
-// typeWildCard stands for `wildType` and typeBest for `bestType`. The first success ends the
-// search, else the result is that of the last try; errAECoercionFail when there is nothing to try.
+// Tries the type that OSTypeInList gives for the source's type, then each entry of the list in
+// order, with `wildType` for typeWildCard and `bestType` for typeBest. Returns 0 after the first
+// success, otherwise the result of the last attempt, or errAECoercionFail if the list is empty.
 OSStatus AECoerceDescToTypeList(const AEDesc& source, AEDesc& destination, const DescType* list,
                                 SInt32 count, DescType wildType, DescType bestType);
 
-// The same from `size` bytes of `type`, which are copied. Further results: paramErr (negative size,
-// no data), errAEWrongDataType (the type of a list, record or event).
+// Make or coerce a descriptor from `size` bytes of `type`, which are copied. Other results:
+// paramErr (negative size, no data), errAEWrongDataType (the type of a list, record or event).
 OSStatus AECopyPtrToDesc(DescType type, const void* data, SInt32 size, AEDesc& destination);
 OSStatus AECoercePtrToDesc(DescType type, const void* data, SInt32 size, DescType target,
                            AEDesc& destination);

@@ -7,8 +7,8 @@
 
 namespace {
 
-// Copies `count` bytes from `offset` on. A descriptor is read from its first byte only, so what is
-// skipped needs room for a while.
+// Copies `count` bytes from `offset` on. A descriptor can only be read from its first byte, so the
+// skipped bytes are copied, too, into a temporary block.
 OSStatus CopyFrom(const AEDesc& source, SInt32 offset, void* buffer, SInt32 count) {
   if (offset == 0) return AEGetDescData(&source, buffer, count);
   Ptr block = NewPtr(offset + count);

@@ -2,27 +2,29 @@
 
 #include <CoreServices/CoreServices.h>
 
-// Bytes of values, coerced or not, from any place on, into a buffer of the caller's. Any thread;
-// one descriptor by one thread at a time.
+// Copies the bytes of a value, optionally after coercing it, from a given offset on into the
+// caller's buffer. Any thread; only one thread at a time may use a descriptor.
 //
-// Result  the number of bytes copied when positive, an error when negative. 0 when there is nothing
-//         behind the offset or no room. A null buffer copies nothing.
+// Result  the number of bytes copied, or a negative error. 0 if the offset is the end of the value
+//         or the buffer has no room. A null buffer copies nothing.
 
-// offset    bytes to skip; a negative one counts from the value's end.
-// fullSize  null, or receives the bytes that the whole value has, before anything can fail.
-// Result    paramErr for a negative buffer size and an offset outside the value; memFullErr. Lists
-//           and records have no bytes. For a null buffer the bytes that would have been copied.
+// offset    bytes to skip; a negative offset counts from the end of the value.
+// fullSize  null, or receives the size of the whole value, even if the call then fails.
+// Result    also paramErr for a negative buffer size or an offset outside the value, and
+// memFullErr.
+//           Lists and records have no bytes. With a null buffer, the number of bytes that would
+//           have been copied.
 SInt32 AECopyDescToPtr(const AEDesc& source, void* buffer, SInt32 bufferSize, SInt32* fullSize,
                        SInt32 offset);
 
-// The same of the value that the source is coerced to. When that fails, its error, and `fullSize`
-// is not written.
+// Coerces the source to `target` first. If that fails, returns its error and leaves `fullSize`
+// alone.
 SInt32 AECoerceDescToPtr(const AEDesc& source, void* buffer, SInt32 bufferSize, DescType target,
                          SInt32* fullSize, SInt32 offset);
 
-// From `size` bytes of `type`. When the target is another type, as above. When it is the same, a
-// negative offset is paramErr, and whatever else leaves nothing to copy gives 0: an offset behind
-// the data, no room, no buffer. paramErr for a negative size, and for a null pointer with another
-// size than 0.
+// Copies from `size` bytes of `type`, which are coerced to `target` first, as above, if that is
+// another type. If it is the same type, the result is paramErr for a negative offset, and 0
+// whenever nothing is copied: an offset beyond the data, no room, a null buffer. paramErr for a
+// negative size and for null data with a size other than 0.
 SInt32 AECoercePtrToPtr(DescType type, const void* data, SInt32 size, DescType target, void* buffer,
                         SInt32 bufferSize, SInt32* fullSize, SInt32 offset);

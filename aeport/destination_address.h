@@ -5,34 +5,35 @@
 
 #include "aeport/port_name.h"
 
-// Where an event goes. The caller owns the address and keeps it alive as long as the event that
-// refers to it; one address serves any number of events, one thread at a time. It borrows its port:
-// a copy needs no care, and a destination that has ended is noticed by the send.
+// The destination of events. The caller owns the address and keeps it alive as long as any event
+// that refers to it. An address may serve several events, but only one thread at a time. It does
+// not own its port, so it may be copied; if the server has ended, sending the event fails.
 class VLTAppleEventDestinationAddress {
  public:
   virtual ~VLTAppleEventDestinationAddress() = default;
 
-  // Finds the destination. Must succeed before getDestinationAddress; harmless when it has.
+  // Finds the destination. Must succeed before getDestinationAddress is called; may be repeated.
   virtual OSStatus initialize() = 0;
 
-  // The address as a descriptor, which the caller disposes of.
+  // Stores the address as a descriptor, which the caller disposes of.
   virtual OSStatus getDestinationAddress(AEDesc* address) = 0;
 };
 
-// A service that listens on a named port.
+// A server that listens on a named port.
 class VLTPortDestinationAddress : public VLTAppleEventDestinationAddress {
  public:
   VLTPortDestinationAddress() = default;
-  // Null and names over 127 bytes count as empty: a name is never cut to another service's.
+  // Null, and a name over 127 bytes, count as an empty name: a name is never cut, because that
+  // could make it another server's.
   explicit VLTPortDestinationAddress(const char* name);
 
-  // Asks the bootstrap server now. -1 without a name; BOOTSTRAP_UNKNOWN_SERVICE when nobody is
-  // there; the codes of the kernel.
+  // Looks the name up now. Returns 0; -1 if the name is empty; BOOTSTRAP_UNKNOWN_SERVICE if no
+  // process owns it; or the kernel's error.
   OSStatus locatePort();
 
-  // locatePort, until it has succeeded once.
+  // Calls locatePort unless that has succeeded before.
   OSStatus initialize() override;
-  OSStatus getDestinationAddress(AEDesc* address) override;  // -1 when not located
+  OSStatus getDestinationAddress(AEDesc* address) override;  // -1 unless located
 
  protected:
   mach_port_t port = MACH_PORT_NULL;
@@ -40,7 +41,7 @@ class VLTPortDestinationAddress : public VLTAppleEventDestinationAddress {
   bool located = false;
 };
 
-// A process, which answers while it runs an application event loop.
+// A process, which replies while it runs an application event loop.
 class VLTProcessDestinationAddress : public VLTAppleEventDestinationAddress {
  public:
   VLTProcessDestinationAddress() = default;

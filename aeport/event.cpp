@@ -9,7 +9,7 @@ namespace {
 
 constexpr SInt32 kReplyModeMask = 3;
 
-// The text of a handle as a C string in a new array, or null.
+// Returns the text of a handle as a C string in a new array, or null.
 char* NewTextOfHandle(Handle handle) {
   if (handle == nullptr || *handle == nullptr) return nullptr;
   const Size size = GetHandleSize(handle);

@@ -5,42 +5,43 @@
 #include "aeport/destination_address.h"
 #include "aeport/return_address.h"
 
-// VLTAppleEventWrapper is one request of a client: it owns the event, its reply and the port that
-// the reply comes back to. Construct, createEvent, put parameters into `event`, sendEvent, read
-// parameters from `reply`, finalizeEvent, destroy; destroying is safe at every stage. One thread at
-// a time. Events for different threads are different objects.
+// VLTAppleEventWrapper is one request of a client. It owns the event, its reply and the port that
+// receives the reply. Use it in this order: construct, createEvent, put parameters into `event`,
+// sendEvent, read parameters from `reply`, finalizeEvent, destroy. It may be destroyed at every
+// stage. Only one thread at a time may use an object.
 class VLTAppleEventWrapper {
  public:
   VLTAppleEventWrapper(const VLTAppleEventWrapper&) = delete;
   VLTAppleEventWrapper& operator=(const VLTAppleEventWrapper&) = delete;
   virtual ~VLTAppleEventWrapper();  // disposes of the descriptors; see finalizeEvent
 
-  // Gives the reply port up. Left undone, its table entry stays for the life of the process.
+  // Releases the reply port. Without this call its table entry stays until the process ends.
   virtual OSStatus finalizeEvent();
 
-  // Borrowed: the address lives as long as the event.
+  // The address is borrowed and must live as long as the event.
   void setDestinationAddress(VLTAppleEventDestinationAddress* address) { destination = address; }
 
-  // Makes the event for the destination, which has been initialised. paramErr without one; the
-  // first error of address, port and event.
+  // Creates the event for the destination, which must have been initialised. Returns 0; paramErr
+  // without a destination; or the first error of the address, the reply port and the event.
   OSStatus createEvent();
 
-  // Sends, and waits for the reply when the constructor's mode says so: the reply bits of
-  // `sendMode` do not count, its other bits do. May be repeated: an earlier reply is disposed of.
+  // Sends the event, and waits for the reply if the send mode given to the constructor asks for
+  // one: its reply bits replace those of `sendMode`. May be repeated; an earlier reply is disposed
+  // of.
   //
-  // timeoutTicks  1/60 s; 0 and kNoTimeOut wait for ever, kAEDefaultTimeout one minute.
-  // Result        the failure of sending, else what the server's handler said (the reply's error
-  //               number; 0 when it has none or one that cannot be read). getReplyHasError tells
-  //               whether the reply held an error number, also of 0.
+  // timeoutTicks  in 1/60 s; 0 and kNoTimeOut wait for ever, kAEDefaultTimeout one minute.
+  // Result        the error of sending, otherwise the error number in the reply: 0 if it has none,
+  //               or one that is not a long of 4 bytes. getReplyHasError tells whether the reply
+  //               held an error number, even 0.
   OSStatus sendEvent(SInt32 sendMode, SInt32 timeoutTicks, SInt16 priority);
 
-  AEDesc* getSndReply();  // where the reply goes; null when none is wanted
+  AEDesc* getSndReply();  // the reply to fill; null if the event wants none
   bool getReplyHasError() const { return replyHasError; }
 
-  // Diagnostics. printDesc renders and shows nothing: a place for a breakpoint.
+  // Diagnostics. printDesc makes the text and shows it nowhere: set a breakpoint there.
   static void printDesc(const char* label, const AEDesc* desc);
-  // The text of a descriptor in a new array, which the caller deletes. memFullErr when it is empty
-  // or there is no memory; `buffer` is written on success only.
+  // Stores the text of a descriptor in a new array, which the caller deletes. Returns memFullErr if
+  // the text is empty or memory runs out. `buffer` is written on success only.
   static OSStatus printDescToBufAlloc(const AEDesc* desc, char*& buffer);
 
  protected:
@@ -57,7 +58,7 @@ class VLTAppleEventWrapper {
   bool replyHasError = false;
   UInt32 eventClass;
   UInt32 eventID;
-  SInt32 replyMode;  // kAENoReply, kAEQueueReply or kAEWaitReply; 0 is refused by sending
+  SInt32 replyMode;  // kAENoReply, kAEQueueReply or kAEWaitReply; sending fails with 0
   SInt16 returnID;
   SInt32 transactionID;
   VLTAppleEventDestinationAddress* destination;  // borrowed
@@ -71,7 +72,7 @@ class VLTAppleEventWrapper {
   void ForgetReply();
 };
 
-// An event for a process, by its serial number.
+// An event for a process, addressed by its serial number.
 class VLTAppleEvent : public VLTAppleEventWrapper {
  public:
   VLTAppleEvent(UInt32 eventClass, UInt32 eventID, SInt32 sendMode,
@@ -90,6 +91,6 @@ class VLTPortAppleEvent : public VLTAppleEventWrapper {
       : VLTAppleEventWrapper(eventClass, eventID, sendMode, destination, returnID, transactionID) {}
 
  protected:
-  // The priority has no meaning between ports.
+  // Ports ignore the priority.
   OSStatus doSendEvent(SInt32 sendMode, SInt32 timeoutTicks, SInt16 priority) override;
 };

@@ -7,8 +7,8 @@
 
 namespace {
 
-// One parameter on its way to memory that is found when its size is known. Room is called once with
-// that size and a place to set: OSStatus(Size bytes, void*& place).
+// Copies one parameter to memory that is allocated once its size is known: `room` is called with
+// that size and sets the address, OSStatus(Size bytes, void*& place).
 struct ParamCopy {
   const AEDesc* event;
   AEKeyword key;
@@ -45,7 +45,7 @@ struct ParamCopy {
     err = room(bytes, place);
     if (err == 0) err = AEGetDescData(&coerced, place, bytes);
     err = FirstError(err, AEDisposeDesc(&coerced));
-    // Meant: who does not ask for the own type gets this, though the data is there.
+    // Meant: an error although the data is there, because callers rely on it.
     return err == 0 && !takesCoerced ? OSStatus{errAECoercionFail} : err;
   }
 };

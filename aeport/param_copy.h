@@ -2,33 +2,34 @@
 
 #include <CoreServices/CoreServices.h>
 
-// Copies of parameters whose size the caller does not know: into a block of the caller's kind of
-// memory, or into a handle. Any thread; the event, borrowed, by one at a time.
+// Copies parameters whose size the caller does not know, into a block from the caller's allocator
+// or into a handle. Any thread; only one thread at a time may use the event, which is borrowed.
 
-// Gives a block of `size` bytes, or null.
+// Returns a block of `size` bytes, or null if there is no memory.
 using AEPtrAllocator = char* (*)(SInt32 size);
 
-// A block from `allocator`, or from NewPtr without one, for the caller to free the same way. Sizes
-// below 1 count as 1. memFullErr, with `block` null, when there is none.
+// Allocates a block with `allocator`, or with NewPtr if that is null. The caller frees it in the
+// same way. A size below 1 counts as 1. Returns memFullErr, with `block` null, without memory.
 OSStatus CallAEPtrAllocator(AEPtrAllocator allocator, void*& block, SInt32 size);
 
 // Copies one parameter's bytes into a new block.
 //
-// desiredType  coerced to; typeWildCard and typeBest take the parameter as it is.
-// data         the block, from CallAEPtrAllocator, or null. It is the caller's whenever it is not
-//              null, also after a failure.
-// size         null, or the bytes that the block is meant for: 0 without a block.
-// actualType   null, or the parameter's own type, before any coercion; typeNull when there is no
-//              such parameter. Null also means that a coercion is not welcome: the result is then
-//              errAECoercionFail, and yet `data` and `size` are the coerced value.
+// desiredType  the type to coerce to; typeWildCard and typeBest copy the parameter as it is.
+// data         receives the block, from CallAEPtrAllocator, or null. A block that is not null
+//              belongs to the caller, even after a failure.
+// size         null, or receives the number of bytes in the block; 0 without a block.
+// actualType   null, or receives the parameter's type before any coercion; typeNull if there is no
+//              such parameter. Meant: if it is null and the value had to be coerced, the result is
+//              errAECoercionFail although `data` and `size` hold the coerced value, because callers
+//              rely on it.
 // allocator    null for NewPtr.
 // Result       0, errAEDescNotFound, errAECoercionFail, memFullErr, errAEWrongDataType (a coercion
 //              to a list, which has no bytes), errAENotAEDesc.
 OSStatus AECopyParamData(const AEDesc* event, AEKeyword key, DescType desiredType, void*& data,
                          SInt32* size, DescType* actualType, AEPtrAllocator allocator);
 
-// The same into `handle`, which takes the size of what is copied, and size 0 after every failure:
-// without `actualType` a coerced value is lost. The handle is unlocked afterwards. Further results:
-// nilHandleErr, memWZErr; memFullErr also for a locked handle that would have to move.
+// Copies into `handle` instead and sets its size to that of the copy, or to 0 after any failure: if
+// `actualType` is null, a coerced value is lost. Unlocks the handle. Other results: nilHandleErr,
+// memWZErr, and memFullErr if a locked handle would have to move.
 OSStatus AECopyParamDataToHandle(const AEDesc* event, AEKeyword key, DescType desiredType,
                                  Handle handle, DescType* actualType);

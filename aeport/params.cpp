@@ -35,7 +35,7 @@ OSErr GetAEOSType(const AEDesc* event, AEKeyword key, OSType* value) {
 }
 
 OSErr GetAEUInt64(const AEDesc* event, AEKeyword key, UInt64*) {
-  UInt64 dropped = 0;  // meant: callers rely on their variable staying as it is
+  UInt64 dropped = 0;  // Meant: `value` stays as it is, because callers rely on that.
   return GetAEParam<UInt64, typeSInt64>(event, key, &dropped);
 }
 
@@ -44,7 +44,8 @@ OSErr GetAECString(const AEDesc* event, AEKeyword key, char* text, SInt32 size) 
   text[0] = 0;
   SInt32 length = size - 1;
   const OSErr err = GetAEParam<char, typeChar>(event, key, text, length);
-  if (err == 0) text[length] = 0;  // meant: at the full length, also beyond the buffer
+  // Meant: at the full length, even beyond the buffer, because callers rely on it.
+  if (err == 0) text[length] = 0;
   return err;
 }
 
@@ -53,7 +54,7 @@ OSErr GetAEPString(const AEDesc* event, AEKeyword key, unsigned char* text, SInt
   text[0] = 0;
   SInt32 length = size - 1;
   const OSErr err = GetAEText(event, key, text + 1, length);
-  // Meant: what the parameter has, not what was stored.
+  // Meant: the length of the parameter, not of what was stored, because callers rely on it.
   if (err == 0) text[0] = static_cast<unsigned char>(std::min<SInt32>(length, 255));
   return err;
 }
@@ -143,7 +144,7 @@ OSErr PutAEShortArray(AEDesc* event, AEKeyword key, const SInt16* values, SInt32
 }
 
 OSStatus OSTypeToLongCString(OSType type, char* text, UInt32 size) {
-  constexpr UInt32 kNeeded = 9;  // eight digits and the terminator
+  constexpr UInt32 kNeeded = 9;  // eight digits and the NUL
   if (text == nullptr || size < kNeeded) return paramErr;
   std::snprintf(text, kNeeded, "%08" PRIx32, type);
   return 0;

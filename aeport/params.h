@@ -4,23 +4,24 @@
 
 #include <cstdint>
 
-// Typed parameters: what every sender and handler puts into events and takes out of them. Each
-// named function is one instance of the two templates at the top; what differs says so. Nothing is
-// kept here: any thread, one event by one thread at a time.
+// Typed parameters, which senders and handlers put into events and get from them. Each named
+// function is an instance of the templates at the top; differences are stated at the function. The
+// functions keep no state and may be called from any thread, but only one thread at a time may use
+// an event.
 //
 // Shared contract
 //   event    an event or a record; borrowed.
-//   Result   0 or the Apple Event Manager's code, unchanged: errAEDescNotFound (no such parameter),
-//            errAECoercionFail (no form of the wanted type), errAENotAEDesc (the null descriptor);
-//            paramErr for a negative count, for one of more than 2^31 - 1 bytes, and for a null
-//            pointer to what is put.
-//   Getting  coerces when it must. Outputs are written on success only, unless said otherwise. A
-//            null output asks only whether the value is there. A value that bears the wanted type
-//            but has fewer bytes than that type leaves the rest of the output as it was: whoever
-//            reads what others sent starts with a defined value.
-//   Putting  copies, and replaces what is there under the keyword.
+//   Result   0 or the Apple Event Manager's status, unchanged: errAEDescNotFound (no such
+//            parameter), errAECoercionFail (it cannot be coerced to the type), errAENotAEDesc (the
+//            null descriptor). paramErr if the count is negative or means more than 2^31 - 1 bytes,
+//            or if the pointer to the value to put is null.
+//   Getting  coerces the value if it has another type. Writes its output on success only, unless
+//            stated otherwise. A null output only checks that the value can be read. When the
+//            parameter has the wanted type but fewer bytes, only those bytes of the output are
+//            written: initialise the output before reading what another process sent.
+//   Putting  copies the value and replaces an existing parameter under the keyword.
 
-// Whether `count` elements of some size can be named by a Size in bytes.
+// Computes the size of `count` elements in bytes. Returns false if a Size cannot hold it.
 template <class T>
 bool AEParamBytes(SInt32 count, Size& bytes) {
   const int64_t wide = int64_t{count} * static_cast<int64_t>(sizeof(T));
@@ -34,9 +35,9 @@ OSErr GetAEParam(const AEDesc* event, AEKeyword key, T* out) {
   return AEGetParamPtr(event, key, type, nullptr, out, sizeof(T), nullptr);
 }
 
-// An array. `count` is the capacity in elements on entry; on success it is the number of elements
-// that the parameter has, also when that is more than the capacity: only the first elements are
-// stored then, so a reader takes the smaller of the two.
+// An array. On entry `count` is the capacity of `out` in elements. On success it becomes the number
+// of elements in the parameter, which may be more than the capacity: then only the first elements
+// are stored, so use the smaller of the two numbers.
 template <class T, DescType type>
 OSErr GetAEParam(const AEDesc* event, AEKeyword key, T* out, SInt32& count) {
   Size room = 0;
@@ -61,36 +62,36 @@ OSErr PutAEParam(AEDesc* event, AEKeyword key, const T* values, SInt32 count) {
 
 // Getting.
 
-// Any non-zero byte is true.
+// The first form gives true for any non-zero byte, the second the byte itself.
 OSErr GetAEBoolean(const AEDesc* event, AEKeyword key, bool* value);
-OSErr GetAEBoolean(const AEDesc* event, AEKeyword key, unsigned char* value);  // the byte itself
+OSErr GetAEBoolean(const AEDesc* event, AEKeyword key, unsigned char* value);
 OSErr GetAEShort(const AEDesc* event, AEKeyword key, SInt16* value);
 OSErr GetAELong(const AEDesc* event, AEKeyword key, SInt32* value);
 OSErr GetAELongLong(const AEDesc* event, AEKeyword key, SInt64* value);
 OSErr GetAEOSType(const AEDesc* event, AEKeyword key, OSType* value);
 
-// Tells only whether the parameter can be read: `value` is never written. GetAELongLong gives the
-// value.
+// Meant: checks that the parameter can be read but never writes `value`, because callers rely on
+// their variable staying as it is. GetAELongLong reads the value.
 OSErr GetAEUInt64(const AEDesc* event, AEKeyword key, UInt64* value);
 
-// Texts, into `size` bytes. paramErr for a null text or a size below 1; any other failure leaves an
-// empty text.
+// Texts, into a buffer of `size` bytes. Return paramErr for a null buffer or a size below 1. Any
+// other failure leaves an empty text.
 //
-// GetAECString stores at most size - 1 characters, and then the terminator BEHIND THE WHOLE TEXT,
-// at the index of its full length, however short the buffer is. Never call it with a buffer that
-// may be shorter than the text: it writes outside, and a text that was cut has no terminator
-// inside.
+// Meant, although it is unsafe, because callers rely on it: GetAECString stores at most size - 1
+// characters, but writes the NUL at the index of the text's full length, even beyond the buffer.
+// Never pass a buffer that may be shorter than the text.
 OSErr GetAECString(const AEDesc* event, AEKeyword key, char* text, SInt32 size);
-// Stores at most size - 1 characters. The length byte is the full length, 255 at the most: it may
-// say more than was stored.
+// Stores at most size - 1 characters. Meant: the length byte is the text's full length, at most
+// 255, even if fewer characters were stored, because callers rely on it.
 OSErr GetAEPString(const AEDesc* event, AEKeyword key, unsigned char* text, SInt32 size);
 
-// Arrays: `count` is as told above; bytes for a text.
+// Arrays, with `count` as for the array template. The elements of a text are bytes.
 OSErr GetAEText(const AEDesc* event, AEKeyword key, unsigned char* text, SInt32& count);
 OSErr GetAELongArray(const AEDesc* event, AEKeyword key, SInt32* values, SInt32& count);
 OSErr GetAEShortArray(const AEDesc* event, AEKeyword key, SInt16* values, SInt32& count);
 
-// 1 when the parameter is there, of whatever type, else 0. `exists` is not written.
+// Returns 1 if the parameter exists, with any type, else 0. Meant: `exists` is never written,
+// because callers rely on the result alone.
 SInt32 GetAEParamExists(const AEDesc* event, AEKeyword key, bool& exists);
 
 // Putting.
@@ -101,12 +102,13 @@ OSErr PutAEShort(AEDesc* event, AEKeyword key, const SInt16* value);
 OSErr PutAELong(AEDesc* event, AEKeyword key, const SInt32* value);
 OSErr PutAEInteger(AEDesc* event, AEKeyword key, const int* value);
 OSErr PutAELongLong(AEDesc* event, AEKeyword key, const SInt64* value);
-OSErr PutAEUInt64(AEDesc* event, AEKeyword key, const UInt64* value);  // the bytes of a signed one
+OSErr PutAEUInt64(AEDesc* event, AEKeyword key,
+                  const UInt64* value);  // as a signed number of the same bytes
 OSErr PutAEFloat(AEDesc* event, AEKeyword key, const float* value);
 OSErr PutAEDouble(AEDesc* event, AEKeyword key, const double* value);
 OSErr PutAEOSType(AEDesc* event, AEKeyword key, const OSType* value);
 
-// Texts travel without terminator or length byte.
+// Texts are put without the NUL or the length byte.
 OSErr PutAECString(AEDesc* event, AEKeyword key, const char* text);
 OSErr PutAEPString(AEDesc* event, AEKeyword key, const unsigned char* text);
 
@@ -114,6 +116,6 @@ OSErr PutAEText(AEDesc* event, AEKeyword key, const unsigned char* text, SInt32 
 OSErr PutAELongArray(AEDesc* event, AEKeyword key, const SInt32* values, SInt32 count);
 OSErr PutAEShortArray(AEDesc* event, AEKeyword key, const SInt16* values, SInt32 count);
 
-// A four-character code as eight lower-case hexadecimal digits and a terminator. paramErr, with
-// nothing written, for a null text or fewer than 9 bytes.
+// Writes a four-character code as eight lower-case hexadecimal digits and a NUL. Returns paramErr
+// and writes nothing if `text` is null or has fewer than 9 bytes.
 OSStatus OSTypeToLongCString(OSType type, char* text, UInt32 size);

@@ -6,11 +6,11 @@
 
 constinit std::atomic<mach_port_t> VLTPortAEMachPortListener::gBootstrapPort{MACH_PORT_NULL};
 
-// The ports that one ListenOnPort is about.
+// The rights that one call of ListenOnPort deals with.
 struct VLTPortAEMachPortListener::Rights {
   mach_port_t bootstrap = MACH_PORT_NULL;
-  mach_port_t local = MACH_PORT_NULL;   // our receive right
-  mach_port_t looked = MACH_PORT_NULL;  // what the name leads to
+  mach_port_t local = MACH_PORT_NULL;   // this listener's receive right
+  mach_port_t looked = MACH_PORT_NULL;  // the port that the name leads to
 };
 
 namespace {
@@ -67,14 +67,14 @@ OSStatus VLTPortAEMachPortListener::ListenOnPort(const char* name, CFRunLoopRef 
   if (err == 0 && rights.local == MACH_PORT_NULL) err = MakePort(rights);
   if (err == 0 && runLoopSource == nullptr) err = MakeSource();
   if (err == 0) {
-    // Before the claim: an event may follow it at once.
+    // Before the name is registered, because an event may arrive at once.
     refcon = newRefcon;
     callback = newCallback;
     err = Register(name, rights);
   }
   if (err == 0 && !CFRunLoopContainsSource(loop, runLoopSource, kCFRunLoopDefaultMode)) {
     CFRunLoopAddSource(loop, runLoopSource, kCFRunLoopDefaultMode);
-    // The loop may lack a file descriptor for it: the name would be claimed and never answer.
+    // Without a file descriptor for the loop the name would be claimed and never reply.
     const bool isServed = CFRunLoopContainsSource(loop, runLoopSource, kCFRunLoopDefaultMode);
     if (!isServed) err = kIOReturnNoResources;
   }
@@ -87,8 +87,9 @@ OSStatus VLTPortAEMachPortListener::CheckArguments(const char* name,
   return portName[0] == 0 || std::strcmp(name, portName) == 0 ? 0 : paramErr;
 }
 
-// Compares what we hold with what the bootstrap server knows. With `err` set already only what is
-// invalid is dropped. At most one new start: the second round finds the name cleared.
+// Compares this listener's port with the one that the bootstrap server has under its name. If `err`
+// is an error, only drops what is invalid. Starts again at most once, because the second round
+// finds the name cleared.
 OSStatus VLTPortAEMachPortListener::Repair(OSStatus err, const char* name, Rights& rights) {
   for (int round = 0; round < 2; ++round) {
     rights = Rights();
@@ -98,14 +99,14 @@ OSStatus VLTPortAEMachPortListener::Repair(OSStatus err, const char* name, Right
 
     const OSStatus found = bootstrap_look_up(rights.bootstrap, portName, &rights.looked);
     if (found != 0 || rights.looked == MACH_PORT_NULL) {
-      // A registration that the server has forgotten is no error: it is made again.
+      // A name that is no longer registered is not an error: it is registered again.
       portName[0] = 0;
       rights.looked = MACH_PORT_NULL;
       return 0;
     }
     if (rights.looked == rights.local && std::strcmp(portName, name) == 0) return 0;
 
-    // The name leads elsewhere: start over without our port.
+    // The name leads to another port: start again without this listener's port.
     err = mach_port_destroy(mach_task_self(), rights.looked);
     if (machPort != nullptr) CFMachPortInvalidate(machPort);
     portName[0] = 0;
@@ -180,7 +181,7 @@ OSStatus VLTPortAEMachPortListener::Deallocate(OSStatus err) {
 
 void VLTPortAEMachPortListener::PortCallback(CFMachPortRef from, void* message, CFIndex) {
   if (from != machPort) return;
-  // The callback may delete this object, so nothing of it is used after the call.
+  // The callback may delete this object, so no member is used after the call.
   const VLTAEDispatchCallback dispatch = callback;
   void* const context = refcon;
 
@@ -193,14 +194,15 @@ void VLTPortAEMachPortListener::PortCallback(CFMachPortRef from, void* message, 
 
   OSStatus err = AEDecodeMessage(static_cast<mach_msg_header_t*>(message), &event, &reply);
   if (err == 0) err = VLTGetAEDispatchAttributes(event, &eventClass, &eventID, &replyWanted);
-  if (err != 0) return;  // nobody asked anything that could be answered
+  if (err != 0) return;  // without a decoded event there is nobody to reply to
 
   if (dispatch != nullptr) result = dispatch(eventClass, eventID, &event, &reply, context);
   if (replyWanted) {
     if (result != 0) AEPutParamPtr(&reply, keyErrorNumber, typeSInt32, &result, sizeof result);
-    AESendMessage(&reply, nullptr, kAENoReply, kAEDefaultTimeout);  // a vanished asker is no error
+    AESendMessage(&reply, nullptr, kAENoReply,
+                  kAEDefaultTimeout);  // a sender that has ended is not an error
   }
-  // Neither descriptor is disposed of. That is meant: both belong to the message.
+  // Meant: neither descriptor is disposed of, because both belong to the message.
 }
 
 void VLTPortAEMachPortListener::PortInvalidated(CFMachPortRef invalid) {

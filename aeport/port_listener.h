@@ -8,27 +8,27 @@
 
 #include "aeport/port_name.h"
 
-// Handles one event: class, id, the request, the reply to fill (the null descriptor when the sender
-// wants none) and the listener's refcon. Both descriptors are valid until it returns; what is
-// needed longer is duplicated. A result other than 0 travels back to the sender as its send's
-// result. The listener may be deleted from here.
+// Handles one event. Gets its class and id, the request, the reply to fill (the null descriptor if
+// the sender wants none) and the listener's refcon. Both descriptors are valid until the callback
+// returns; duplicate one to keep it longer. The sender's send returns a result other than 0. The
+// callback may delete the listener.
 using VLTAEDispatchCallback = OSStatus (*)(UInt32 eventClass, UInt32 eventID, const AEDesc* event,
                                            AEDesc* reply, void* refcon);
 
-// Reads a decoded event's class, id and whether its sender wants a reply. Each output may be null.
-// Returns the first error; outputs after it are not written.
+// Reads a decoded event's class and id, and whether its sender wants a reply. Each output may be
+// null. Returns the first error and leaves the outputs after it alone.
 OSStatus VLTGetAEDispatchAttributes(const AEDesc& event, UInt32* eventClass, UInt32* eventID,
                                     UInt8* replyWanted);
 
-// VLTPortAEMachPortListener is a server's end: it owns a named port and hands each event that
-// arrives there to one callback, then sends the answer. Whoever installs it owns it and deletes it.
-// All calls belong to the thread that runs the run loop it listens on, and the callback runs there,
-// one event at a time; the two static look-ups may be called from any thread.
+// VLTPortAEMachPortListener is the server's side of a port. It owns a named port, passes each event
+// that arrives there to one callback, and sends the reply. The program that creates it deletes it.
+// Call it only on the thread that runs its run loop; the callback runs there, too, one event at a
+// time. The two static look-ups may be called from any thread.
 //
-// Idle -> ListenOnPort -> listening -> Deallocate or the destructor -> torn down, from which
-// ListenOnPort with the same name begins anew. A subclass that overrides PortInvalidated is told of
-// a teardown only when it calls Deallocate in its own destructor: in the base destructor the base
-// version runs.
+// ListenOnPort makes an idle listener listen. Deallocate and the destructor end that; afterwards
+// ListenOnPort with the same name starts it again. A subclass that overrides PortInvalidated and
+// wants to be called at the end has to call Deallocate in its own destructor, because the base
+// destructor calls the base version.
 class VLTPortAEMachPortListener {
  public:
   VLTPortAEMachPortListener() = default;
@@ -36,35 +36,38 @@ class VLTPortAEMachPortListener {
   VLTPortAEMachPortListener& operator=(const VLTPortAEMachPortListener&) = delete;
   virtual ~VLTPortAEMachPortListener();
 
-  // Claims `name` (1 to 127 bytes) for this process and receives on it in the default mode of
-  // `loop`. Called again with the same name it checks the claim and repairs what has gone stale: a
-  // healthy listener is left alone. A listener never changes its name, not even after Deallocate.
+  // Claims `name` (1 to 127 bytes) for this process and receives events on it in the default mode
+  // of `loop`. Called again with the same name, it checks the claim and repairs what has become
+  // invalid; a healthy listener stays as it is. A listener never changes its name, not even after
+  // Deallocate.
   //
-  // Result  0; paramErr (bad name, another name than before, null callback: an existing listener
-  //         goes on); portInUse (somebody else owns the name); kIOReturnNoResources; the kernel's
-  //         and the bootstrap server's codes, BOOTSTRAP_NAME_IN_USE when another process was
-  //         faster. After a failure the caller calls Deallocate, or tries again.
+  // Result  0; paramErr (bad name, another name than before, or null callback: a listener that
+  //         listens goes on); portInUse (another owner has the name); kIOReturnNoResources; the
+  //         errors of the kernel and the bootstrap server, for example BOOTSTRAP_NAME_IN_USE if
+  //         another process claimed the name first. After a failure call Deallocate, or try again.
   //
-  // Beware: a torn-down listener that listens again under a name that another listener of this
-  // process holds by now takes the name over, for both see one and the same right.
+  // Meant, although it surprises: a listener that was deallocated and listens again under a name
+  // that another listener of this process owns by now takes the name over, because both see one
+  // right.
   virtual OSStatus ListenOnPort(const char* name, CFRunLoopRef loop, VLTAEDispatchCallback callback,
                                 void* refcon);
 
-  // One message for `from`, as the run loop delivers it. Ignored unless it is our port's.
+  // Handles one message for `from`, as the run loop delivers it. Ignores it unless `from` is this
+  // listener's port.
   virtual void PortCallback(CFMachPortRef from, void* message, CFIndex size);
 
-  // `invalid` no longer receives: gives its right up if it is the one we registered.
+  // Called when `invalid` no longer receives. Destroys its right if this listener registered it.
   virtual void PortInvalidated(CFMachPortRef invalid);
 
-  // Gives the port and its name up. Returns `err`, so that a failing caller can clean up and pass
-  // its error on. Any number of times.
+  // Releases the port and its name. Returns `err`, so that a caller can clean up after an error and
+  // return it. May be repeated.
   OSStatus Deallocate(OSStatus err);
 
-  // The bootstrap server's port, asked for once in the life of the process.
+  // Stores the bootstrap server's port, which the kernel is asked for only once in a process.
   static OSStatus GetBootstrapPort(mach_port_t& port);
 
-  // The port that is registered under `name`, or MACH_PORT_NULL and paramErr (no name, or more than
-  // 127 bytes) or the bootstrap server's code.
+  // Stores the port that is registered under `name` and returns 0. Otherwise stores MACH_PORT_NULL
+  // and returns paramErr (no name, or more than 127 bytes) or the bootstrap server's error.
   static OSStatus CheckPortRegistered(const char* name, mach_port_t& port);
 
  protected:
@@ -72,7 +75,7 @@ class VLTPortAEMachPortListener {
   CFRunLoopSourceRef runLoopSource = nullptr;  // owned
   VLTAEDispatchCallback callback = nullptr;
   void* refcon = nullptr;
-  mach_port_t port = MACH_PORT_NULL;  // what we registered
+  mach_port_t port = MACH_PORT_NULL;  // the right that was registered
   char portName[kVLTPortNameSize] = "";
 
   static std::atomic<mach_port_t> gBootstrapPort;

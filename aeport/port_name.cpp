@@ -14,7 +14,7 @@ OSStatus VLTAEMakePortName(char* outName, UInt32 outSize, const char* baseName, 
   if (perProcess) {
     ProcessSerialNumber psn = {};
     if (const OSErr err = GetCurrentPSN(&psn); err != 0) return err;
-    // The low word comes first. That is meant: peers compose the same name.
+    // Meant: the low word first, because other processes compose the same name.
     std::snprintf(process, sizeof process, ".%08" PRIx32 "%08" PRIx32, psn.lowLongOfPSN,
                   psn.highLongOfPSN);
   }

@@ -2,20 +2,19 @@
 
 #include <CoreServices/CoreServices.h>
 
-// Names under which the processes of the package are reached. Any thread.
+// The port names of the package's processes. Any thread.
 
-// Room for a service name and its terminator.
+// The size of a buffer for a port name of up to 127 bytes and its NUL.
 constexpr int kVLTPortNameSize = 128;
 
-// Composes baseName[.suffix][.serial number][.instance] into `outName`, which has room for
-// `outSize` bytes, the terminator included.
+// Composes baseName[.suffix][.serial number][.instance] in `outName`, a buffer of `outSize` bytes.
 //
-// perProcess  appends this process's serial number: 16 lower-case hexadecimal digits, low word
-//             first.
-// suffix      left out when null or empty.
-// instance    left out when negative.
+// perProcess  appends this process's serial number as 16 lower-case hexadecimal digits. Meant: the
+//             low word comes first, because other processes compose the same name.
+// suffix      omitted if null or empty.
+// instance    omitted if negative.
 // Result      0; paramErr for a null or empty base name, a null `outName`, or a name that does not
-//             fit (never more than 255 characters); the error of asking for the serial number.
+//             fit or has more than 255 characters; or the error of getting the serial number.
 //             `outName` is written on success only.
 OSStatus VLTAEMakePortName(char* outName, UInt32 outSize, const char* baseName, bool perProcess,
                            const char* suffix, int instance);

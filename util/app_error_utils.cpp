@@ -6,13 +6,45 @@
 
 #include <syslog.h>
 
+#include "util/file_utils.h"
 #include "util/notice_post.h"
+#include "util/strings.h"
 
 namespace {
 
 constexpr int kAssertPriority = 0x404;  // a warning
 
 const char* Shown(const char* text) { return text != nullptr ? text : "(null)"; }
+
+constexpr unsigned char kLogsName[] = "\004Logs";
+constexpr int kOpenToAll = 0777;
+
+// Leaves another user's folder as it is, and the target of a link: everyone may write to the folder
+// around it, so anyone may have put the link there.
+void OpenToAll(FSSpec& folder) {
+  FSSpec target = folder;
+  Boolean isFolder = 0, isLink = 0;
+  if (ResolveAliasFile(&target, 1, &isFolder, &isLink) != noErr || isLink != 0) return;
+  SetPermissions(folder, kOpenToAll);
+}
+
+// Steps into each folder of `subPath` and overwrites each "/" with a NUL.
+OSErr WalkDown(FSSpec& folder, char* subPath) {
+  OSErr err = noErr;
+  for (char* name = subPath; err == noErr && name != nullptr;) {
+    char* slash = name;
+    while (*slash != 0 && *slash != '/') ++slash;
+    char* const next = *slash == '/' ? slash + 1 : nullptr;
+    *slash = 0;
+    if (*name != 0) {
+      Str255 text;
+      err = FindOrCreateSubDirectory(folder, cpstrcpy(text, name, sizeof text));
+      if (err == noErr) OpenToAll(folder);
+    }
+    name = next;
+  }
+  return err;
+}
 
 }  // namespace
 
@@ -55,8 +87,8 @@ void VLTAppErrorUtils::reportError(const char* who, const char* message, const c
 OSErr VLTAppErrorUtils::reportErrorNotify(const char* who, const char* message, const char* file,
                                           SInt32 line, bool flag) {
   auto* notice = reinterpret_cast<unsigned char*>(const_cast<char*>(message));
-  // The report prints the length byte too, as it always has; it needs a terminator, which a
-  // length-prefixed string lacks.
+  // Meant: the report prints the length byte, too, because callers rely on it. The copy adds the
+  // NUL that a length-prefixed string lacks.
   char logged[257] = {};
   if (notice != nullptr) {
     BlockMoveData(notice, logged, 1 + Size{notice[0]});
@@ -71,3 +103,15 @@ OSErr VLTAppErrorUtils::userNotify(unsigned char* text) {
 }
 
 void VLTAppErrorUtils::notifyNMCompletion(NMRecPtr) { NoticeIsDone(&sNotificationFlags); }
+
+OSErr VLTAppErrorUtils::GetLogFileDirPath(char* path, UInt32 pathSize, char* subPath,
+                                          SInt16 domain) {
+  if (path == nullptr || pathSize == 0 || subPath == nullptr) return paramErr;
+  FSSpec folder = {};
+  OSErr err = GetFindFolderSpec(&folder, domain != 0 ? domain : SInt16{kLocalDomain},
+                                kDomainLibraryFolderType, kLogsName, true);
+  if (err == noErr) err = WalkDown(folder, subPath);
+  if (err == noErr) err = FSSpecToPath(&folder, path, pathSize);
+  if (err != noErr) std::snprintf(path, pathSize, "%s", "/Library/Logs");
+  return err;
+}

@@ -2,49 +2,50 @@
 
 #include <Carbon/Carbon.h>
 
-// The name a process goes by in messages, reports of failed assertions, and one-line notices to the
-// user. All state is the process's own. Nothing here throws.
+// The program's name in messages, reports of failed assertions, and one-line notices to the user.
+// All state belongs to the process. Nothing here throws.
 //
-// Threads: setAppName belongs to the start of main; notices and reports may come from any thread.
+// Threads: call setAppName at the start of main; notices and reports may come from any thread.
 class VLTAppErrorUtils {
  public:
-  // `path` is the path of the executable; borrowed for ever. Null is ignored.
+  // `path`, the path of the program, is borrowed and must stay valid. Null is ignored.
   static void setAppName(const char* path);
-  // What follows the path's last "/"; a placeholder in parentheses before setAppName.
+  // Returns the part after the last "/" of the path; before setAppName, a placeholder in
+  // parentheses.
   static const char* getAppName() { return sExecutableShortName; }
 
-  // Kept for clients: changes nothing, returns 0.
+  // Kept for existing callers. Changes nothing and returns 0.
   static OSStatus setLogfileName(const char* name, bool logErrors, const char* path);
 
-  // "(sys=%x, sub=%x, code=%x)" of a kernel I/O status, in one buffer that each call overwrites:
-  // not for concurrent callers.
+  // Returns the fields of a kernel I/O status as "(sys=%x, sub=%x, code=%x)", in a buffer that the
+  // next call overwrites. One thread at a time.
   static const char* logIOReturn(SInt32 status);
 
-  // Reports a failed assertion: an entry of the system log when sSysLogErrs is set, and a stop in
-  // the debugger in any case. The last argument is not used.
+  // Reports a failed assertion: writes a log entry if sSysLogErrs is set, then stops in the
+  // debugger if one is attached. `flag` is not used.
   static void reportError(const char* who, const char* message, const char* file, SInt32 line,
                           bool flag);
-  // The same, then userNotify. `message` is a length-prefixed string here.
+  // Calls reportError, then userNotify. `message` is a length-prefixed string here.
   static OSErr reportErrorNotify(const char* who, const char* message, const char* file,
                                  SInt32 line, bool flag);
 
   // Shows a length-prefixed text to the user. Returns 0 whether or not a notice was posted.
   static OSErr userNotify(unsigned char* text);
 
-  // The response routine of the notice; on a thread of the platform's choice.
+  // The response routine of the notice; the platform calls it on any thread.
   static void notifyNMCompletion(NMRecPtr record);
 
-  // Puts the path of a folder for log files into `path`, at most `pathSize` bytes with the zero:
-  // folder `subPath` (names with "/" between them) in the domain's log folder; 0 is kLocalDomain.
-  // What is missing is made, and open to all. Each "/" of `subPath` becomes a zero on the way.
-  // paramErr, with nothing touched, for null or 0; with every other failure `path` has a folder all
-  // the same, not the one asked for. Not for concurrent callers.
+  // Stores the path of a folder for log files in `path`, a buffer of `pathSize` bytes: the folder
+  // `subPath` (names with "/" between them) in the domain's log folder. Domain 0 is kLocalDomain.
+  // Creates the missing folders of `subPath` and makes all of them writable for everyone.
+  // Overwrites each "/" in `subPath` with a NUL. A null pointer or a size of 0 gives paramErr and
+  // changes nothing; after any other failure `path` holds "/Library/Logs". One thread at a time.
   static OSErr GetLogFileDirPath(char* path, UInt32 pathSize, char* subPath, SInt16 domain);
 
   static const char* sExecutableName;
   static const char* sExecutableShortName;
   static const char* sLogFileName;
   static bool sSysLogErrs;
-  static UInt32 sNotificationFlags;  // bit 0: a notice is posted
+  static UInt32 sNotificationFlags;  // bit 0: a notice is on screen
   static NMRec sNotificationRecord;  // the one record of all notices
 };

@@ -4,8 +4,8 @@
 
 #include <exception>
 
-// What code throws that cannot go on at all, with the status that tells why. Ordinary failures are
-// returned, not thrown; only the entry of a process catches this.
+// An exception with a status, thrown when a process cannot go on. Ordinary failures are returned,
+// not thrown. Only the entry of a process catches it.
 class VLTAppException : public std::exception {
  public:
   explicit VLTAppException(OSStatus reason) : status(reason) {}

@@ -3,7 +3,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <CoreServices/CoreServices.h>
 
-// Texts in Mac Roman to string objects, which the caller releases. Any thread.
+// Make string objects, which the caller releases, from texts in Mac Roman. Any thread.
 
-CFStringRef CStringToCFString(const char* text);       // null for null
-CFStringRef PStringToCFString(ConstStr255Param text);  // null for null and for an empty text
+CFStringRef CStringToCFString(const char* text);       // null gives null
+CFStringRef PStringToCFString(ConstStr255Param text);  // null and "" give null

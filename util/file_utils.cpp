@@ -12,7 +12,7 @@ namespace {
 constexpr SInt32 kFirstNewSystem = 0x1000;  // the first version with domains
 constexpr unsigned char kRootSupportName[] = "\010Veltrane";
 
-// Callers may name the machine's domain in the way of either system.
+// Callers may use either system's number for the machine's domain.
 SInt16 MachineDomain(SInt16 domain) {
   SInt32 version = 0;
   if (Gestalt(gestaltSystemVersion, &version) != noErr) return domain;
@@ -20,13 +20,13 @@ SInt16 MachineDomain(SInt16 domain) {
   return domain == kOnSystemDisk ? SInt16{kLocalDomain} : domain;
 }
 
-// The record of `name` in a folder, which is made when it is missing.
+// Stores the file spec of `name` in a folder. Creates `name` as a folder if it is missing.
 OSErr MakeFolderSpec(SInt16 vRefNum, SInt32 dirID, ConstStr255Param name, FSSpec* out) {
   const OSErr err = FSMakeFSSpec(vRefNum, dirID, name, out);
   return err == fnfErr ? FSpDirCreate(out, smSystemScript, nullptr) : err;
 }
 
-// The path of an item that does not exist yet.
+// Stores the path of an item that does not exist yet.
 OSErr PathOfNewItem(const FSSpec& item, char* path, UInt32 pathSize) {
   FSSpec folder = {};
   folder.vRefNum = item.vRefNum;
@@ -41,9 +41,9 @@ OSErr PathOfNewItem(const FSSpec& item, char* path, UInt32 pathSize) {
   pcstrcpy(leaf, item.name, sizeof leaf);
   const size_t length = std::strlen(path);
   const size_t leafLength = std::strlen(leaf);
-  // Meant: one byte more than the slash, the name and the zero need.
+  // Meant: one byte more than the slash, the name and the NUL need, because callers rely on it.
   if (length + leafLength + 2 >= pathSize) return paramErr;
-  path[length] = '/';  // meant, also behind the root's own slash
+  path[length] = '/';  // Meant: after the root's own slash, too, because callers rely on it.
   std::memcpy(path + length + 1, leaf, leafLength + 1);
   return noErr;
 }
@@ -173,7 +173,7 @@ OSErr FindNextPSN(ProcessSerialNumber* psn, OSType signature, OSType type) {
     if (err != noErr) return err;
     ProcessInfoRec info = {};
     info.processInfoLength = sizeof info;
-    // What cannot be told of has ended meanwhile.
+    // A process without information has ended meanwhile.
     if (GetProcessInformation(psn, &info) != noErr) continue;
     if (info.processSignature == signature && info.processType == type) return noErr;
   }

@@ -2,6 +2,6 @@
 
 #include <CoreServices/CoreServices.h>
 
-// Sets the size in bytes of a handle and returns what became of it: 0, memFullErr, memWZErr,
-// nilHandleErr. On failure the handle is unchanged. Any thread; the handle is the caller's.
+// Sets the size of a handle in bytes. Returns 0, memFullErr, memWZErr or nilHandleErr. A failure
+// leaves the handle unchanged. Any thread; only one at a time may use the handle.
 OSStatus NFSetHandleSize(Handle handle, SInt32 size);

@@ -15,14 +15,13 @@ OSType CodeOf(const char* characters) {
   return FourCC(characters[0], characters[1], characters[2], characters[3]);
 }
 
-// The scan format "%8u": blanks, then at most eight characters of sign and digits.
+// Reads what the scan format "%8u" reads: spaces, then at most eight characters of sign and digits.
 bool ScanEightDigits(const char* at, UInt32& number) {
   while (std::isspace(static_cast<unsigned char>(*at))) ++at;
   char field[9] = "";
   std::strncpy(field, at, sizeof field - 1);
   const char* start = field;
   SInt32 value = 0;
-  // Blanks behind a sign would be none of the number; in front there are none left.
   if (!ScanSInt32(start, value)) return false;
   number = static_cast<UInt32>(value);
   return true;
@@ -66,7 +65,7 @@ OSErr CStringToOSType(const char* text, OSType& code) {
     code = CodeOf(text + 1);
   } else if (UInt32 value = 0;
              std::strncmp(text, "0x", 2) == 0 && ScanEightDigits(text + 2, value)) {
-    code = value;  // meant: decimal in spite of the prefix
+    code = value;  // Meant: decimal in spite of the prefix, because callers rely on it.
   } else if (const char* at = text; ScanSInt32(at, number)) {
     code = static_cast<OSType>(number);
   } else if (length == 4) {

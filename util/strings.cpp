@@ -8,13 +8,14 @@
 
 namespace {
 
-// A length as the interface counts it.
+// The length as an int; 0 for null.
 int LengthOf(const char* text) {
   return text != nullptr ? static_cast<int>(std::min<size_t>(std::strlen(text), INT_MAX)) : 0;
 }
 
-// How many of `wanted` characters are appended to `current` ones. Meant: negative when there are
-// more than `size` already; the caller then moves nothing and ends up with size - 1 characters.
+// Returns how many of `wanted` characters to append to `current` ones. Meant: negative if there are
+// already more than `size`, because callers rely on the cut: nothing is moved then, and size - 1
+// characters remain.
 int AppendCount(int current, int wanted, int size) {
   return wanted >= size - current ? size - current - 1 : wanted;
 }
@@ -24,7 +25,7 @@ unsigned char* AppendToPString(unsigned char* dst, const void* src, int length, 
   const int current = dst[0];
   const int count = AppendCount(current, length, size);
   BlockMoveData(src, dst + 1 + current, count);
-  // Meant: the length wraps when `size` allows more than 255 characters.
+  // Meant: the length wraps if `size` allows more than 255 characters, because callers rely on it.
   dst[0] = static_cast<unsigned char>(current + count);
   return dst;
 }
@@ -35,7 +36,8 @@ unsigned char* pstrcpy(unsigned char* dst, const unsigned char* src, int size) {
   if (dst == nullptr || size < 1) return dst;
   const int length = src != nullptr ? src[0] : 0;
   if (length > 0) BlockMoveData(src + 1, dst + 1, std::min(length, size - 1));
-  dst[0] = static_cast<unsigned char>(length);  // meant: not reduced when the text was cut
+  // Meant: the whole length even after a cut, because callers rely on it.
+  dst[0] = static_cast<unsigned char>(length);
   return dst;
 }
 
@@ -61,7 +63,7 @@ char* cstrcpy(char* dst, const char* src, int size) {
   if (count < 1) {
     dst[0] = 0;
   } else {
-    // Meant: a text that was cut is not terminated, its next character takes the place.
+    // Meant: a cut text has its next character in place of the NUL, because callers rely on it.
     BlockMoveData(src, dst, count + 1);
   }
   return dst;
@@ -107,7 +109,8 @@ SInt16 pcstricmp(const unsigned char* a, const char* b, bool caseSensitive,
 unsigned char* MakePCString(unsigned char* buffer, int length, int size) {
   if (length < 0 || size < 2) return buffer;
   length = std::min(length, size - 2);
-  buffer[1 + length] = 0;  // meant: before the cap below, so the C text may be the longer one
+  // Meant: before the length is limited, so that the C string may be longer: callers rely on it.
+  buffer[1 + length] = 0;
   buffer[0] = static_cast<unsigned char>(std::min(length, 254));
   return buffer;
 }
@@ -120,7 +123,8 @@ char* NumToCString(SInt32 number, char* out, int size) {
 
 char* BufToCString(char* dst, const void* src, int srcLength, int size) {
   if (dst == nullptr || size < 1 || srcLength < 0) return dst;
-  const int count = std::max(std::min(srcLength, size) - 1, 0);  // meant: the last byte is dropped
+  // Meant: the last byte is never copied, because callers count a NUL.
+  const int count = std::max(std::min(srcLength, size) - 1, 0);
   BlockMoveData(src, dst, count);
   dst[count] = 0;
   return dst;

@@ -5,11 +5,12 @@
 #include <algorithm>
 #include <cstdlib>
 
-// Small steps of reading and printing text that the sources of this folder share.
+// Helpers for reading and printing text, shared by the sources of this folder. Pure functions, any
+// thread.
 
-// Reads a signed decimal number as the C scan formats do, blanks and a sign in front included, and
-// moves `at` behind it. Saturates at the limits of 32 bits. False, with nothing changed, when there
-// is no number.
+// Reads a signed decimal number as the C scan formats do, with spaces and a sign before it, and
+// moves `at` to the character after it. Saturates at the limits of 32 bits. Returns false and
+// changes nothing if there is no number.
 inline bool ScanSInt32(const char*& at, SInt32& number) {
   char* end = nullptr;
   const long long value = std::strtoll(at, &end, 10);
@@ -19,5 +20,5 @@ inline bool ScanSInt32(const char*& at, SInt32& number) {
   return true;
 }
 
-// Bytes over 127 do not count as printable, whether or not `char` has a sign here.
+// A byte over 127 is not printable, whether or not `char` is signed.
 inline bool IsPrintableASCII(UInt8 byte) { return byte >= 32 && byte < 127; }

@@ -68,7 +68,8 @@ double NanosecondsToSeconds(const UnsignedWide& nanoseconds) {
 double NanosecondsToSeconds(UInt64 nanoseconds) { return static_cast<double>(nanoseconds) * 1e-9; }
 
 UInt64 UnsignedFixedSecsToNanoseconds(UnsignedFixed seconds) {
-  return UInt64{seconds} * 15258;  // meant: 10^9 / 65536 without its fraction
+  // Meant: 10^9 / 65536 without its fraction, because callers rely on the factor.
+  return UInt64{seconds} * 15258;
 }
 
 void UnsignedFixedSecsToNanoseconds(UnsignedFixed seconds, UnsignedWide& nanoseconds) {

@@ -2,11 +2,11 @@
 
 #include <CoreServices/CoreServices.h>
 
-// Points in time, stopwatches and delays on the platform's absolute time, which steps of the wall
-// clock do not touch. A Duration is milliseconds, or microseconds when it is negative. Objects are
-// for one thread at a time; the functions for any.
+// Points in time, stopwatches and delays on the platform's absolute time, which does not follow
+// changes of the wall clock. A Duration counts milliseconds, or microseconds if it is negative.
+// Only one thread at a time may use an object; the functions may be called from any thread.
 
-// A point in time. Sums that would not fit stop at the greatest value.
+// A point in time. A sum that would overflow becomes the greatest value.
 class NativeTime {
  public:
   NativeTime() { SetToNow(); }
@@ -21,7 +21,7 @@ class NativeTime {
   void SetToNanosecondsFromNow(const UnsignedWide& nanoseconds);
   void SetToUInt64(UInt64 time);  // in units of absolute time
 
-  bool IsPast() const;  // not more than a microsecond ahead
+  bool IsPast() const;  // true also if it is at most a microsecond ahead
   Nanoseconds AsNanoseconds() const { return AbsoluteToNanoseconds(value); }
   double AsSeconds() const;
   operator const UnsignedWide&() const { return value; }
@@ -30,8 +30,8 @@ class NativeTime {
   AbsoluteTime value;
 };
 
-// A stopwatch. Stop adds the time since Start to what was gathered and does not forget the start:
-// a second Stop adds the time since then once more.
+// A stopwatch. Stop adds the time since Start to the sum. Meant: it keeps the start, so a second
+// Stop adds the whole time since then again, because callers rely on it.
 class NativeTimer {
  public:
   NativeTimer() { Reset(); }
@@ -46,13 +46,14 @@ class NativeTimer {
   NativeTime start;
 };
 
-// Keeps calls at least an interval apart, counted from the end of the wait of the one before. The
-// first one does not wait. An interval of 0 never waits.
+// Keeps calls at least an interval apart, counted from the end of the previous call's wait. The
+// first call does not wait. With an interval of 0 no call waits.
 class MPCallThrottle {
  public:
   explicit MPCallThrottle(Duration minimum);
 
-  // 0, or the status of a delay that failed; then the next call is allowed when this one was.
+  // Waits if necessary. Returns 0, or the status of a failed delay, which does not move the time of
+  // the next call.
   OSStatus DelayIfNeeded();
 
  private:
@@ -60,7 +61,7 @@ class MPCallThrottle {
   AbsoluteTime interval;
 };
 
-// The date for people: the local time, and how far it is from Greenwich.
+// The date for people: the local time and its distance from Greenwich.
 struct LocalTimeRecord {
   UInt32 highSeconds;  // 0
   UInt32 seconds;      // local, since the beginning of 1904
@@ -69,19 +70,20 @@ struct LocalTimeRecord {
 };
 constexpr UInt32 kLocalTimeIsKnown = 0x100;
 
-// Of now, by the wall clock: not for measuring.
+// Stores the present date of the wall clock. Do not measure time with it.
 void GetLocalTime(LocalTimeRecord& record);
 
-// Blocks the caller; the platform's status.
+// Blocks the caller. Returns the platform's status.
 OSStatus MPDelayForDuration(Duration duration);
 
 double NanosecondsToSeconds(const UnsignedWide& nanoseconds);
 double NanosecondsToSeconds(UInt64 nanoseconds);
 
-// A length in 16.16 seconds; a second gives 999,948,288 ns, by a factor that was rounded down.
+// Converts a time in 16.16 seconds. Meant: a second gives 999,948,288 ns, because callers rely on
+// the factor, which was rounded down.
 UInt64 UnsignedFixedSecsToNanoseconds(UnsignedFixed seconds);
 void UnsignedFixedSecsToNanoseconds(UnsignedFixed seconds, UnsignedWide& nanoseconds);
 
-// The period of a rate in 16.16 hertz, rounded down; 0 for a rate of 0.
+// Converts a rate in 16.16 hertz to its period, rounded down. A rate of 0 gives 0.
 UInt64 UnsignedFixedRateToNanoseconds(UnsignedFixed rate);
 void UnsignedFixedRateToNanoseconds(UnsignedFixed rate, UnsignedWide& nanoseconds);

@@ -37,7 +37,7 @@ OSStatus GetUserSessionHasGraphicAccess(bool& hasGraphicAccess) {
 OSStatus SetUserID(uid_t newID, uid_t& previousID, bool& succeeded, bool& changed) {
   previousID = geteuid();
   const bool isOther = newID != previousID;
-  // The flags tell whether it worked.
+  // The outputs report a failure.
   if (isOther) static_cast<void>(seteuid(newID) != 0);
   changed = isOther;
   succeeded = geteuid() == newID;

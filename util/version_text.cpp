@@ -14,7 +14,7 @@ constexpr Stage kStages[] = {
     {kDevelopmentStage, 'd'}, {kAlphaStage, 'a'}, {kBetaStage, 'b'}, {kFinalStage, 'f'}};
 constexpr char kStageLetters[] = "dabf";  // in the same order
 
-// Meant: values over 9 give the characters behind "9", as the packed form allows them.
+// Meant: values over 9 give the characters after "9", because the packed form allows them.
 unsigned char Digit(UInt32 value) { return static_cast<unsigned char>('0' + (value & 15)); }
 
 }  // namespace
@@ -46,7 +46,7 @@ char* VersToString(UInt32 version, unsigned char* out, bool withStage) {
     *at++ = Digit(version >> 16);
   }
   if (withStage) {
-    // Meant: an unknown stage puts its terminating zero into the text.
+    // Meant: an unknown stage puts its NUL into the text, because callers rely on it.
     *at++ = static_cast<unsigned char>(*StageChar(static_cast<UInt8>(version >> 8)));
     Str255 number;
     NumToString(static_cast<SInt32>(version & 0xFF), number);

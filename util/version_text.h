@@ -2,9 +2,9 @@
 
 #include <CoreServices/CoreServices.h>
 
-// Packed version numbers and their text. From the top: major (two decimal digits of 4 bits), minor
-// (4), bug fix (4), stage (8), non-release number (8). 0x01236004 is "1.2.3b4". Pure functions, any
-// thread.
+// Packed version numbers and their text. From the highest bit: major number (two decimal digits of
+// 4 bits), minor number (4), bug-fix number (4), stage (8), non-release number (8). 0x01236004 is
+// "1.2.3b4". Pure functions, any thread.
 
 enum : UInt8 {
   kDevelopmentStage = 0x20,
@@ -13,16 +13,17 @@ enum : UInt8 {
   kFinalStage = 0x80,
 };
 
-// Points at the stage's letter inside a constant text, so more letters may follow it; at the
-// terminating zero for an unknown stage.
+// Returns the address of the stage's letter inside a constant text, so other letters may follow it;
+// for an unknown stage, the address of the NUL.
 const char* StageChar(UInt8 stage);
-UInt8 StageVal(char letter);  // kFinalStage for an unknown letter
+UInt8 StageVal(char letter);  // an unknown letter gives kFinalStage
 
-// Writes a P string that is zero-terminated too, into at least 16 bytes, and returns the address of
-// its second byte: the C string. An unknown stage stands in the text as a zero byte.
+// Writes a P string with a NUL at its end to `out`, which needs 16 bytes, and returns the address
+// of its second byte, which begins a C string. Meant: an unknown stage puts a NUL into the text,
+// because callers rely on it.
 char* VersToString(UInt32 version, unsigned char* out, bool withStage);
 
-// "2", "1.2", "1.2.3", each with a stage letter and number behind it or not; text after that is
-// ignored. Numbers may have blanks and a sign in front. paramErr, with `version` unchanged, when a
-// number is missing.
+// Reads "2", "1.2" or "1.2.3", each optionally followed by a stage letter and a number, and ignores
+// the text after that. Spaces and a sign may precede each number. If a number is missing, returns
+// paramErr and leaves `version` unchanged.
 OSErr StringToVers(const char* text, UInt32& version);
