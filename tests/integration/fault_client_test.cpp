@@ -67,7 +67,13 @@ class RawPort {
   RawPeer Accept() {
     pollfd entry = {listener, POLLIN, 0};
     EXPECT_EQ(1, poll(&entry, 1, 20000)) << "nobody connected";
-    return RawPeer(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+    const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    // As much as the machine allows, so that a reader does not find the end of a flood.
+    const int buffer = 8 << 20;
+    if (setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &buffer, sizeof buffer) != 0) {
+      setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);
+    }
+    return RawPeer(fd);
   }
   // The name stays claimed, as that of an owner that has not noticed yet.
   void StopListening() {
@@ -227,29 +233,35 @@ TEST_F(ClientFaults, SignalsInterruptNoRequest) {
   }
 }
 
-TEST_F(ClientFaults, SignalsNeitherShortenNorStretchATimeOut) {
+TEST_F(ClientFaults, ATimeOutHoldsWithAndWithoutSignals) {
   for (const Wait way : kWaits) {
-    SCOPED_TRACE(static_cast<int>(way));
-    Obstacle at(way);
-    Ask(at.port, 7, at.Size(way), kShortTicks);
-    std::string line;
-    while (line.empty()) line = Interrupt();
-    const Result result = Parse(line);
-    EXPECT_EQ(errAETimeout, result.status);
-    EXPECT_GE(result.elapsedMs, 299);
+    for (const bool hasSignals : {false, true}) {
+      SCOPED_TRACE(testing::Message() << static_cast<int>(way) << hasSignals);
+      Obstacle at(way);
+      Ask(at.port, 7, at.Size(way), kShortTicks);
+      std::string line;
+      while (hasSignals && line.empty()) line = Interrupt();
+      const Result result = hasSignals ? Parse(line) : Told();
+      if (hasSignals) {
+        EXPECT_EQ("!", client->Hear(20s));  // of the last signal
+      }
+      EXPECT_EQ(errAETimeout, result.status);
+      EXPECT_GE(result.elapsedMs, 299);
+    }
   }
 }
 
 // Bytes without end, whether the client waits for room or for its reply.
 TEST_F(ClientFaults, ATimeOutHoldsWhateverTheServerSends) {
-  const std::string small = RawFrame(RawReply(4711), kAEAnswer, 1);
+  std::string small;
+  while (small.size() < size_t{1} << 18) small += RawFrame(RawReply(4711), kAEAnswer, 1);
   const struct {
     const char* what;
     std::string bytes;
   } rows[] = {
       {"small foreign replies", small},
       {"large foreign replies", RawFrame(RawReply(4711), kAEAnswer, 1, PatternBytes(kLarge))},
-      {"requests", RawFrame(RawRequest(4711), kAEAnswer, 1)},
+      {"large requests", RawFrame(RawRequest(4711), kAEAnswer, 1, PatternBytes(kLarge))},
   };
   for (const auto& row : rows) {
     for (const bool reads : {true, false}) {
@@ -261,7 +273,7 @@ TEST_F(ClientFaults, ATimeOutHoldsWhateverTheServerSends) {
       std::atomic<bool> ends = false;
       // In parts, so that the client is never without something to read, nor with a whole frame.
       std::thread flood([&] {
-        const size_t part = std::min<size_t>(row.bytes.size(), size_t{1} << 16);
+        const size_t part = std::min<size_t>(row.bytes.size(), size_t{1} << 18);
         for (size_t at = 0; !ends; at = at + part < row.bytes.size() ? at + part : 0) {
           if (!peer.Write(row.bytes.substr(at, part))) break;
         }
@@ -305,6 +317,7 @@ TEST_F(ClientFaults, AFrameThatWasBegunIsFinishedBeforeTheNext) {
 // Each server has answered one request on its connection; the second one it meets in its own way.
 TEST_F(ClientFaults, ARequestIsSentAgainOnceUnlessItWasReceivedWhole) {
   const auto hangUp = [](RawPeer& peer) { peer = RawPeer(-1); };
+  std::unique_ptr<RawPeer> again;
   const struct {
     const char* what;
     OSStatus status;
@@ -314,23 +327,42 @@ TEST_F(ClientFaults, ARequestIsSentAgainOnceUnlessItWasReceivedWhole) {
        [&](RawPort& port, RawPeer& peer) {
          hangUp(peer);
          Ask(port, 2);
-         RawPeer again = port.Accept();
-         Serve(again, 2);
+         RawPeer next = port.Accept();
+         Serve(next, 2);
        }},
       {"ends in the middle of the frame", 0,
        [&](RawPort& port, RawPeer& peer) {
          Ask(port, 2, kLarge);
          EXPECT_TRUE(WaitAsleep());
          hangUp(peer);
-         RawPeer again = port.Accept();
-         Serve(again, 2);
+         RawPeer next = port.Accept();
+         Serve(next, 2);
+       }},
+      {"ends in the middle of a frame whose time is up", 0,
+       [&](RawPort& port, RawPeer& peer) {
+         Ask(port, 1, kLarge, kShortTicks);
+         EXPECT_EQ(errAETimeout, Told().status);
+         hangUp(peer);
+         Ask(port, 2);
+         RawPeer next = port.Accept();
+         Serve(next, 2);  // nothing of the frame before
+       }},
+      {"ends, then does not answer in time", errAETimeout,
+       [&](RawPort& port, RawPeer& peer) {
+         Ask(port, 1, 0, kShortTicks);
+         Serve(peer, 1);
+         EXPECT_EQ(0, Told().status);
+         hangUp(peer);
+         Ask(port, 2, 0, kShortTicks);
+         again = std::make_unique<RawPeer>(port.Accept());
+         EXPECT_TRUE(again->ReadFrame().has_value());
        }},
       {"ends twice in the middle of the frame", connectionInvalid,
        [&](RawPort& port, RawPeer& peer) {
          Ask(port, 2, kLarge);
          EXPECT_TRUE(WaitAsleep());
          hangUp(peer);
-         RawPeer again = port.Accept();
+         RawPeer next = port.Accept();
          EXPECT_TRUE(WaitAsleep());
        }},
       {"ends with the whole frame", connectionInvalid,
@@ -365,6 +397,7 @@ TEST_F(ClientFaults, ARequestIsSentAgainOnceUnlessItWasReceivedWhole) {
       EXPECT_EQ(2, result.number);
     }
     EXPECT_FALSE(port.HasCaller());
+    again.reset();
     if (port.IsListening()) {
       Connect(port, 3);  // whatever happened, a new connection works
       port.StopListening();

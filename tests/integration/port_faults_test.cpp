@@ -1,9 +1,13 @@
+#include <Carbon/Carbon.h>
 #include <CoreFoundation/CoreFoundation.h>
 #include <CoreServices/CoreServices.h>
 #include <gtest/gtest.h>
 #include <mach/mach.h>
 #include <servers/bootstrap.h>
 
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,12 +15,16 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "aeport/port_listener.h"
 #include "platform/host/base/clock.h"
+#include "platform/host/base/file_lock.h"
+#include "platform/host/processes/serial_number.h"
 #include "platform/host/session/context_directory.h"
 #include "platform/host/session/name_registry.h"
 #include "tests/integration/fault_server.h"
@@ -281,6 +289,180 @@ TEST(PortClient, KeepsItsOrderThroughNewConnections) {
   EXPECT_EQ(kRoleDone, server.Wait(20s));
 }
 
+// The files of names.
+
+std::string NameFile(const std::string& name) {
+  std::string path = HostGetContext()->path + "/names/";
+  for (const char byte : name)
+    path += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
+  return path;
+}
+
+// Claims a name and looks it up; tells both results. "full": as if the disk were.
+TEST_ROLE(NameUser) {
+  if (role.Argument(0) == "full") {
+    const rlimit few = {8, 8};  // bytes of a file
+    signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &few);
+  }
+  int claim = -1;
+  uint64_t port = 0;
+  role.Tell(std::to_string(HostClaimName(role.PortName(), 4711, &claim)));
+  role.Tell(std::to_string(HostFindName(role.PortName(), &port)));
+  if (claim >= 0) HostReleaseName(role.PortName(), claim);
+  return kRoleDone;
+}
+
+// Whatever lies where a name's file belongs, nobody waits; one log line says what to remove.
+TEST(NameFiles, WhatCannotBeUsedIsRefusedWithOneLogLine) {
+  const struct {
+    const char* what;
+    std::function<int(const char*)> make;
+    kern_return_t claimed;
+    const char* logged;
+  } rows[] = {
+      {"pipe", [](const char* path) { return mkfifo(path, 0600); }, KERN_FAILURE, "regular file"},
+      {"folder", [](const char* path) { return mkdir(path, 0700); }, KERN_FAILURE, "regular file"},
+      {"link", [](const char* path) { return symlink("/dev/null", path); }, KERN_FAILURE,
+       "regular file"},
+      {"socket", [](const char* path) { return mknod(path, S_IFSOCK | 0600, 0); }, KERN_FAILURE,
+       "regular file"},
+      {"locked by another where a port would be",
+       [](const char* path) {
+         const int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+         return HostTryLockByte(fd, 5) ? 0 : -1;
+       },
+       KERN_FAILURE, "has locked"},
+      {"full", nullptr, BOOTSTRAP_NO_MEMORY, nullptr},  // nor can the test's log grow
+      {"mode 0", [](const char* path) { return mknod(path, S_IFREG, 0); }, BOOTSTRAP_NOT_PRIVILEGED,
+       "Permission"},
+  };
+  ASSERT_NE(nullptr, HostGetContext());
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    if (row.claimed == BOOTSTRAP_NOT_PRIVILEGED && geteuid() == 0) continue;  // root may open it
+    const std::string name = UniquePortName(), file = NameFile(name);
+    const auto before = OpenDescriptors();
+    ASSERT_EQ(0, row.make == nullptr ? 0 : row.make(file.c_str()));
+    ClearTestLog();
+    TestProcess user("NameUser", name.c_str(), {row.what});
+    EXPECT_EQ(std::to_string(row.claimed), user.Hear(20s));
+    user.Hear(20s);
+    EXPECT_EQ(kRoleDone, user.Wait(20s));
+    if (row.logged != nullptr) {
+      const std::string log = TestLogText();
+      const size_t line = log.find(row.logged);
+      EXPECT_NE(std::string::npos, line) << log;
+      EXPECT_EQ(line, log.rfind(row.logged)) << log;
+    }
+    for (const auto& [number, target] : OpenDescriptors()) {
+      if (!before.contains(number)) close(number);
+    }
+    std::filesystem::remove(file);
+    TestProcess again("NameUser", name.c_str(), {""});
+    EXPECT_EQ("0", again.Hear(20s));
+    EXPECT_EQ("0", again.Hear(20s));
+    EXPECT_EQ(kRoleDone, again.Wait(20s));
+    EXPECT_FALSE(std::filesystem::exists(file));
+  }
+}
+
+TEST_ROLE(Application) {
+  VLTPortAEMachPortListener listener;
+  if (ListenUnder(listener, role.PortName()) != 0) return kRoleFailed;
+  ProcessSerialNumber self = {0, kCurrentProcess};
+  HostProcess process;
+  if (!HostFindProcess(self, &process)) return kRoleFailed;
+  role.Tell(HostEventPortName(process.number).substr(1));
+  RunApplicationEventLoop();
+  return kRoleFailed;
+}
+
+// What killed processes left goes with the claims of others: at once if nobody can claim it again,
+// else after a day; however much there is, wherever it lies.
+TEST(NameFiles, LeftoversAreRemovedByTheClaimsOfOthers) {
+  OpenDescriptorCheck noLeaks;
+  const std::string name = UniquePortName();
+  LookUpPort(name.c_str());
+  const size_t before = EntriesIn("names"), ports = EntriesIn("ports");
+  const auto claim = [&name] {
+    VLTPortAEMachPortListener listener;
+    return ListenUnder(listener, name.c_str());
+  };
+  for (int i = 0; i < 3; i++) {
+    TestProcess application("Application", name.c_str(), {});
+    ASSERT_TRUE(WaitForPort("\x01" + application.Hear(20s).value_or(""), 20s));
+    ASSERT_TRUE(application.KillAndWait(20s));
+  }
+  ASSERT_EQ(0, claim());
+  EXPECT_EQ(before, EntriesIn("names"));
+  EXPECT_EQ(ports, EntriesIn("ports"));
+
+  // Names of live owners, or young: they stay.
+  constexpr int kYoung = 300, kOld = 500;
+  const auto path = [](const std::string& text) { return HostGetContext()->path + "/" + text; };
+  const auto makeFile = [](const std::string& file, const std::string& text) {
+    std::ofstream(file) << text;
+  };
+  std::set<std::string> staying;
+  for (int i = 0; i < kYoung; i++) {
+    staying.insert(NameFile("young." + std::to_string(i)));
+    staying.insert(NameFile("\x01young." + std::to_string(i)));  // about to be claimed
+  }
+  for (const std::string& file : staying) makeFile(file, "");
+  char record[160];
+  for (int i = 0; i < kOld; i++) {
+    snprintf(record, sizeof record, "pid %d uid 0 start 1 port %016x\n", getpid(), i + 1);
+    const std::string number = std::to_string(i);
+    makeFile(NameFile("\x01" + number), record);  // another process had this one's pid
+    makeFile(path("ports/") + std::string(record).substr(std::string(record).size() - 17, 16), "");
+    makeFile(NameFile("old." + number), "");
+    const timespec longAgo[2] = {{1, 0}, {1, 0}};
+    utimensat(AT_FDCWD, NameFile("old." + number).c_str(), longAgo, 0);
+  }
+  for (int i = 0; i < 60; i++) {
+    ASSERT_EQ(0, claim());
+    if (i % 10 == 9 && EntriesIn("names") == before + staying.size()) break;
+  }
+  EXPECT_EQ(before + staying.size(), EntriesIn("names"));
+  EXPECT_EQ(ports, EntriesIn("ports"));
+  for (const std::string& file : staying) EXPECT_TRUE(std::filesystem::remove(file));
+}
+
+// A program whose standard descriptors are closed does not print into what the library opens.
+TEST_ROLE(ClosedStandard) {
+  for (const int fd : {0, 1, 2}) close(fd);
+  VLTPortAEMachPortListener listener;
+  const std::string own = std::string(role.PortName()) + ".own";
+  if (ListenUnder(listener, own.c_str()) != 0) return kRoleFailed;
+  if (Ask(role.PortName()) != 0 || Ask(role.PortName()) != 0) return kRoleFailed;
+  CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, true);
+  const ScratchFolder folder;
+  const std::string path = folder.Path("file");
+  const CFURLRef url =
+      CFURLCreateFromFileSystemRepresentation(nullptr, reinterpret_cast<const UInt8*>(path.data()),
+                                              static_cast<CFIndex>(path.size()), false);
+  const CFWriteStreamRef stream = CFWriteStreamCreateWithFile(nullptr, url);
+  if (!CFWriteStreamOpen(stream)) return kRoleFailed;
+  std::string taken;
+  for (const int fd : {0, 1, 2}) {
+    if (fcntl(fd, F_GETFD) >= 0) taken += " " + std::to_string(fd);
+  }
+  role.Tell("taken:" + taken);
+  CFRelease(stream);
+  CFRelease(url);
+  return kRoleDone;
+}
+
+TEST(Descriptors, StayAboveTheStandardOnes) {
+  OpenDescriptorCheck noLeaks;
+  TestProcess server("FaultServer");
+  ASSERT_TRUE(server.WaitReady(20s));
+  TestProcess closed("ClosedStandard", server.PortName(), {});
+  EXPECT_EQ("taken:", closed.Hear(20s));
+  EXPECT_EQ(kRoleDone, closed.Wait(20s));
+}
+
 // The session directory.
 
 TEST_ROLE(Visitor) {
@@ -323,6 +505,42 @@ TEST(SessionDirectory, AnUnusableOneIsRefusedWithTheReason) {
     const std::string log = TestLogText();
     EXPECT_NE(std::string::npos, log.find(problem)) << log;
     EXPECT_EQ(log.find(problem), log.rfind(problem)) << log;
+  }
+}
+
+// Nothing is to be removed or changed where nothing is wrong.
+TEST_ROLE(HinderedVisitor) {
+  if (geteuid() == 0 && seteuid(12345) != 0) return kRoleFailed;  // root needs no permission
+  const bool isShort = role.Argument(1) == "descriptors";
+  rlimit limit = {};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit few = {0, limit.rlim_max};
+  if (isShort) setrlimit(RLIMIT_NOFILE, &few);
+  if (role.Argument(1) == "umask") umask(0777);
+  setenv("XDG_RUNTIME_DIR", role.Argument(0).c_str(), 1);
+  const HostContextInfo first = HostDescribeContext();
+  setrlimit(RLIMIT_NOFILE, &limit);
+  role.Tell(first.problem);
+  role.Tell(HostDescribeContext().problem);
+  return kRoleDone;
+}
+
+TEST(SessionDirectory, ShortageAndUmaskDoNotSpoilIt) {
+  for (const char* what : {"descriptors", "umask"}) {
+    SCOPED_TRACE(what);
+    const ScratchFolder runtime;
+    ASSERT_EQ(0, chmod(runtime.Path().c_str(), 0777));
+    TestProcess visitor("HinderedVisitor", {runtime.Path(), what});
+    const std::string problem = visitor.Hear(20s).value_or("nothing");
+    if (what == std::string("descriptors")) {
+      EXPECT_NE(std::string::npos, problem.find("Too many open files")) << problem;
+      EXPECT_EQ(std::string::npos, problem.find("remove")) << problem;
+      EXPECT_EQ(std::string::npos, problem.find("chmod")) << problem;
+    } else {
+      EXPECT_EQ("", problem);
+    }
+    EXPECT_EQ("", visitor.Hear(20s));
+    EXPECT_EQ(kRoleDone, visitor.Wait(20s));
   }
 }
 

@@ -1,5 +1,6 @@
 #include "platform/host/base/descriptors.h"
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <unistd.h>
 #include <cerrno>
@@ -66,6 +67,7 @@ HostDescriptorOpening::HostDescriptorOpening() {
 HostDescriptorOpening::~HostDescriptorOpening() { sOpening.unlock(); }
 
 int HostDescriptorOpening::Enter(int fd, HostDescriptorKind kind) {
+  fd = HostAboveStandard(fd);
   if (fd < 0) return -1;
   if (fd >= kTableSize) {
     close(fd);
@@ -77,6 +79,15 @@ int HostDescriptorOpening::Enter(int fd, HostDescriptorKind kind) {
   while (highest < fd && !sHighest.compare_exchange_weak(highest, fd)) {
   }
   return fd;
+}
+
+int HostAboveStandard(int fd) {
+  if (fd < 0 || fd > STDERR_FILENO) return fd;
+  const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int error = errno;
+  close(fd);
+  errno = error;
+  return moved;
 }
 
 void HostCloseDescriptor(int fd) {

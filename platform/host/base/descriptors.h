@@ -24,10 +24,17 @@ class HostDescriptorOpening {
   HostDescriptorOpening(const HostDescriptorOpening&) = delete;
   HostDescriptorOpening& operator=(const HostDescriptorOpening&) = delete;
 
-  // Enters `fd`, just opened. Result: `fd`; -1 with errno kept when `fd` is negative; -1 with
-  // EMFILE, and `fd` closed, when its number is beyond the table.
+  // Enters `fd`, just opened. Returns its number, which is above 2 (see HostAboveStandard); -1 with
+  // errno kept if `fd` is negative; -1 with EMFILE, and `fd` closed, if it has no number above 2 or
+  // its number is beyond the table.
   int Enter(int fd, HostDescriptorKind kind);
 };
+
+// Returns a file descriptor above 2 for what `fd`, just opened, is open on. In a program that runs
+// with a standard descriptor closed the kernel gives its number to the next file that is opened,
+// and whatever prints would then write into that file. Moves and closes such an `fd`; returns any
+// other as it is. Returns -1 with errno, and closes `fd`, if there is no other number. Any thread.
+int HostAboveStandard(int fd);
 
 // Takes `fd` out of the table and closes it. Negative numbers are ignored.
 void HostCloseDescriptor(int fd);

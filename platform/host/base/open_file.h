@@ -4,12 +4,15 @@
 
 #include <utility>
 
+#include "platform/host/base/descriptors.h"
+
 // HostOpenFile owns a descriptor for the length of a scope. For descriptors that a forked child
 // must give up see descriptors.h.
 class HostOpenFile {
  public:
   HostOpenFile() = default;
-  explicit HostOpenFile(int opened) : fd(opened) {}  // -1: none
+  // Takes over what has just been opened, under a number above 2; -1 with errno: none.
+  explicit HostOpenFile(int opened) : fd(HostAboveStandard(opened)) {}
   HostOpenFile(HostOpenFile&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
   HostOpenFile& operator=(HostOpenFile&& other) noexcept {
     std::swap(fd, other.fd);

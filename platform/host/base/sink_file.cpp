@@ -8,10 +8,12 @@
 #include <cerrno>
 #include <string>
 
+#include "platform/host/base/descriptors.h"
+
 bool HostAppendToSink(const char* variable, std::string_view line) {
   const char* path = secure_getenv(variable);
   if (path == nullptr || path[0] == 0) return false;
-  const int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+  const int fd = HostAboveStandard(open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
   if (fd < 0) return false;
 
   std::string text(line);

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "platform/host/base/descriptors.h"
 #include "platform/host/objects/cf_string.h"
 
 namespace {
@@ -26,7 +27,7 @@ void HostStreamState::Fail() {
 
 bool HostStreamState::OpenFile(const char* path, int flags) {
   do {
-    fd = open(path, flags | O_CLOEXEC | O_NOCTTY, 0666);
+    fd = HostAboveStandard(open(path, flags | O_CLOEXEC | O_NOCTTY, 0666));
   } while (fd < 0 && errno == EINTR);
   struct stat info = {};
   if (fd >= 0 && fstat(fd, &info) == 0 && S_ISDIR(info.st_mode)) {

@@ -109,6 +109,8 @@ kern_return_t bootstrap_look_up(mach_port_t bp, const name_t name, mach_port_t* 
   if (port == nullptr) return KERN_INVALID_ARGUMENT;
   *port = MACH_PORT_NULL;
   if (bp != kHostBootstrapPort) return KERN_INVALID_NAME;
-  if (!IsServiceName(name)) return KERN_INVALID_ARGUMENT;
+  if (name == nullptr) return KERN_INVALID_ARGUMENT;
+  // A name that cannot be registered has no owner.
+  if (!IsServiceName(name)) return BOOTSTRAP_UNKNOWN_SERVICE;
   return HostGuard(kern_return_t{BOOTSTRAP_NO_MEMORY}, [&] { return LookUp(name, port); });
 }

@@ -279,7 +279,7 @@ class NewFile {
       fd = OpenAt(directory, name.c_str(), kFlags, 0600);  // its writer died
     }
     file = HostOpenFile(fd);
-    isMade = fd >= 0;
+    isMade = file.IsOpen();
     if (!isMade) return Fail("making a new file", problem);
     return TakeAfter(old) || Fail("cannot keep its owner and mode", problem);
   }

@@ -13,6 +13,8 @@
 #include <climits>
 #include <cstdint>
 
+#include "platform/host/base/descriptors.h"
+
 // How it is done: a helper process that shares our memory and our descriptor table makes the
 // process of the program and ends. While each of the two runs, until it execs or ends, the kernel
 // holds whoever made it. So the program's process is an orphan from the start; the helper raises no
@@ -161,6 +163,7 @@ int HostStartProgram(const char* path, HostStartedProgram* started, char* const*
   close(nothing);
   if (start.error == 0) {
     *started = start.program;
+    started->descriptor = HostAboveStandard(started->descriptor);
   } else if (start.program.descriptor >= 0) {
     close(start.program.descriptor);
   }

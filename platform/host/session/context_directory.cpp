@@ -13,6 +13,8 @@
 
 #include <syslog.h>
 
+#include "platform/host/base/descriptors.h"
+
 namespace {
 
 constinit std::mutex sMutex;
@@ -52,22 +54,34 @@ std::string DescribeRefusal(const std::string& path, const struct stat* info, ui
   return "session directory " + path + text + " refused: " + reason + remedy;
 }
 
+bool IsShortage(int error) {
+  return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOSPC ||
+         error == EDQUOT;
+}
+
 // Opens directory `name` of `parent`, made when it is missing, and checks that it is ours alone.
 int OpenOwnDirectory(int parent, const char* name, const std::string& path, uid_t uid,
                      std::string* problem) {
   const bool made = mkdirat(parent, name, 0700) == 0;
   const int made_errno = made ? 0 : errno;
   struct stat info;
-  const int fd = openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  // At once, whatever the umask is: without the owner's bits it could not be opened.
+  if (made) fchmodat(parent, name, 0700, 0);
+  const int fd =
+      HostAboveStandard(openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (fd < 0) {
     const int reason = made_errno != 0 && made_errno != EEXIST ? made_errno : errno;
     const bool seen = fstatat(parent, name, &info, AT_SYMLINK_NOFOLLOW) == 0;
     const bool link = seen && S_ISLNK(info.st_mode);
-    *problem = DescribeRefusal(path, seen ? &info : nullptr, uid,
-                               link ? "it is a symbolic link" : strerror(reason));
+    // Nothing is wrong with the directory when this process or the machine has run short.
+    if (!link && IsShortage(reason)) {
+      *problem = "session directory " + path + " cannot be opened now: " + strerror(reason);
+    } else {
+      *problem = DescribeRefusal(path, seen ? &info : nullptr, uid,
+                                 link ? "it is a symbolic link" : strerror(reason));
+    }
     return -1;
   }
-  if (made) fchmod(fd, 0700);  // whatever the umask is
   const char* reason = nullptr;
   if (fstat(fd, &info) != 0) {
     reason = strerror(errno);

@@ -4,7 +4,9 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/random.h>
 #include <sys/stat.h>
+#include <syslog.h>
 #include <unistd.h>
 #include <cerrno>
 #include <cinttypes>
@@ -13,19 +15,25 @@
 
 #include <ctime>
 #include <memory>
+#include <mutex>
 #include <optional>
+#include <string>
+#include <utility>
 
 #include "platform/host/base/descriptors.h"
 #include "platform/host/base/file_lock.h"
 #include "platform/host/base/thread_object.h"
 #include "platform/host/processes/proc_status.h"
+#include "platform/host/processes/serial_number.h"
 #include "platform/host/session/context_directory.h"
 
 namespace {
 
 constexpr size_t kMaxNameBytes = BOOTSTRAP_MAX_NAME_LEN - 1;
-constexpr int kStaleFilesPerClaim = 8;
-constexpr int kEntriesPerClaim = 256;  // looked at; a claim must not take longer the more names
+// What one claim does to clean up, so that it does not take longer the more names there are:
+constexpr int kEntriesPerClaim = 512;      // name files that it examines,
+constexpr int kRemovalsPerClaim = 128;     // that it removes at most,
+constexpr uint32_t kSkippedAtMost = 4096;  // and passes over to begin anywhere
 constexpr time_t kStaleSeconds = 24 * 60 * 60;
 // Sticky, so that directory cleaners spare the file.
 constexpr mode_t kNameFileMode = S_ISVTX | 0600;
@@ -113,7 +121,10 @@ bool WriteRecord(int fd, uint64_t portId) {
       snprintf(text, sizeof text, "pid %ld uid %lu start %" PRIu32 " port %016" PRIx64 "\n",
                static_cast<long>(getpid()), static_cast<unsigned long>(geteuid()),
                psn.highLongOfPSN, portId);
-  return ftruncate(fd, 0) == 0 && pwrite(fd, text, static_cast<size_t>(size), 0) == size;
+  if (ftruncate(fd, 0) != 0) return false;
+  const ssize_t written = pwrite(fd, text, static_cast<size_t>(size), 0);
+  if (written >= 0 && written != size) errno = ENOSPC;
+  return written == size;
 }
 
 void RemoveSocket(const HostContext& context, uint64_t portId) {
@@ -122,18 +133,83 @@ void RemoveSocket(const HostContext& context, uint64_t portId) {
   unlinkat(context.ports, file, 0);
 }
 
-int OpenNameFile(const HostContext& context, const char* file) {
-  HostDescriptorOpening opening;
-  return opening.Enter(
-      openat(context.names, file, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kNameFileMode),
-      HostDescriptorKind::kNameFile);
+kern_return_t StatusOf(int error) {
+  switch (error) {
+    case EACCES:
+    case EPERM:
+    case EROFS:
+      return BOOTSTRAP_NOT_PRIVILEGED;
+    case EMFILE:
+    case ENFILE:
+    case ENOMEM:
+    case ENOSPC:
+    case EDQUOT:
+    case ENOLCK:
+      return BOOTSTRAP_NO_MEMORY;
+    default:
+      return KERN_FAILURE;
+  }
+}
+
+// Logs what is wrong with the session's names, once for each reason in a row.
+void LogProblem(const std::string& problem) {
+  static constinit std::mutex sMutex;
+  static std::string* sLast = new std::string;
+  const std::lock_guard<std::mutex> lock(sMutex);
+  if (*sLast == problem) return;
+  *sLast = problem;
+  syslog(LOG_ERR, "%s", problem.c_str());
+}
+
+// Logs why the file of a name cannot be used. Returns the status that stands for `error`.
+kern_return_t RefuseNameFile(const HostContext& context, const char* file, int error) {
+  struct stat info = {};
+  std::string reason = strerror(error);
+  if (fstatat(context.names, file, &info, AT_SYMLINK_NOFOLLOW) == 0 && !S_ISREG(info.st_mode)) {
+    reason = "it is not a regular file";
+  }
+  LogProblem("port name \"" + DecodeName(file).value_or(file) + "\": its file " + context.path +
+             "/names/" + file + " cannot be used: " + reason + "; remove it");
+  return StatusOf(error);
+}
+
+bool IsRegularFile(int fd) {
+  struct stat info;
+  return fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+}
+
+// Whether opening failed because of what the name's path leads to.
+bool IsFileUnusable(int error) {
+  return error == EACCES || error == EPERM || error == ELOOP || error == EISDIR || error == ENXIO ||
+         error == ENODEV || error == EINVAL;
+}
+
+// Opens the file of a name with `flags`. It is entered, so that no forked child keeps it. Returns
+// the descriptor; -1 with errno, which is EINVAL if the file is not a regular one. Never waits,
+// whatever lies at the path: forks are held off meanwhile.
+int OpenNameFile(const HostContext& context, const char* file, int flags) {
+  int fd = -1;
+  {
+    HostDescriptorOpening opening;
+    fd =
+        opening.Enter(openat(context.names, file,
+                             flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, kNameFileMode),
+                      HostDescriptorKind::kNameFile);
+  }
+  if (fd < 0 || IsRegularFile(fd)) return fd;
+  HostCloseDescriptor(fd);
+  errno = EINVAL;
+  return -1;
 }
 
 // Takes byte 0 of `file`: then the name is ours.
 kern_return_t TakeOwnership(const HostContext& context, const char* file, int* claim) {
   for (;;) {
-    const int fd = OpenNameFile(context, file);
-    if (fd < 0) return HostRegistrationStatus(errno);
+    const int fd = OpenNameFile(context, file, O_RDWR | O_CREAT);
+    if (fd < 0) {
+      return IsFileUnusable(errno) ? RefuseNameFile(context, file, errno)
+                                   : HostRegistrationStatus(errno);
+    }
     if (!HostTryLockByte(fd, 0)) {
       const int error = errno;
       HostCloseDescriptor(fd);
@@ -152,14 +228,29 @@ kern_return_t TakeOwnership(const HostContext& context, const char* file, int* c
   }
 }
 
-// Takes over a file that nobody owns and that has not been touched for a day, and removes it.
+// Whether a hidden name's file, whose owner recorded itself as `record`, is that of a process that
+// has ended.
+bool IsOfEndedProcess(const std::optional<OwnerRecord>& record) {
+  ProcessSerialNumber psn = {0, 0};
+  if (!record || record->pid <= 0) return false;
+  return !HostSerialNumberOfPid(static_cast<pid_t>(record->pid), &psn) ||
+         psn.highLongOfPSN != record->startTicks;
+}
+
+// Takes over a file that nobody owns, and removes it: one that has not been touched for a day, or a
+// hidden name of a process that has ended, which nobody will ever claim again.
 bool RemoveIfStale(const HostContext& context, const char* file) {
   struct stat info;
   if (fstatat(context.names, file, &info, AT_SYMLINK_NOFOLLOW) != 0) return false;
-  if (!S_ISREG(info.st_mode) || info.st_mtime > time(nullptr) - kStaleSeconds) return false;
-  const int fd = openat(context.names, file, O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+  const bool isHidden = strncmp(file, "01", 2) == 0;
+  const bool isOld = info.st_mtime <= time(nullptr) - kStaleSeconds;
+  if (!S_ISREG(info.st_mode) || !(isOld || isHidden)) return false;
+  const int fd = HostAboveStandard(
+      openat(context.names, file, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
   if (fd < 0) return false;
-  const bool ours = HostTryLockByte(fd, 0) && HostIsSameFile(context.names, file, fd);
+  // A young file that is being claimed is not locked even for a moment: its claim would fail.
+  const bool ours = (isOld || IsOfEndedProcess(ReadRecord(fd))) && HostTryLockByte(fd, 0) &&
+                    HostIsSameFile(context.names, file, fd);
   if (ours) {
     if (const auto record = ReadRecord(fd)) RemoveSocket(context, record->portId);
     unlinkat(context.names, file, 0);
@@ -175,25 +266,43 @@ using Directory = std::unique_ptr<DIR, DirectoryCloser>;
 
 Directory OpenDirectory(int fd) {
   // A description of its own: the shared one has a position.
-  const int copy = openat(fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int copy = HostAboveStandard(openat(fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   DIR* directory = copy < 0 ? nullptr : fdopendir(copy);
   if (directory == nullptr && copy >= 0) close(copy);
   return Directory(directory);
 }
 
+// Examines some of the names, beginning anywhere: what lies in front may be in use for long.
 void RemoveStaleFiles(const HostContext& context) {
   const Directory directory = OpenDirectory(context.names);
   if (directory == nullptr) return;
+  uint32_t skipped = 0;
+  if (getrandom(&skipped, sizeof skipped, 0) != sizeof skipped) skipped = 0;
+  skipped %= kSkippedAtMost;
+  uint32_t count = 0;
+  while (count < skipped && readdir(directory.get()) != nullptr) count++;
+  if (count < skipped) {  // fewer than that: round once more
+    rewinddir(directory.get());
+    for (uint32_t left = count == 0 ? 0 : skipped % count; left > 0; left--) {
+      readdir(directory.get());
+    }
+  }
   int removed = 0;
-  for (int seen = 0; seen < kEntriesPerClaim && removed < kStaleFilesPerClaim; seen++) {
+  bool isRound = false;
+  for (int seen = 0; seen < kEntriesPerClaim && removed < kRemovalsPerClaim; seen++) {
     const dirent* entry = readdir(directory.get());
-    if (entry == nullptr) return;
-    if (entry->d_name[0] != '.' && RemoveIfStale(context, entry->d_name)) removed++;
+    if (entry == nullptr) {
+      if (std::exchange(isRound, true)) return;
+      rewinddir(directory.get());
+    } else if (entry->d_name[0] != '.' && RemoveIfStale(context, entry->d_name)) {
+      removed++;
+    }
   }
 }
 
 int OpenToLook(const HostContext& context, const char* file) {
-  return openat(context.names, file, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  return HostAboveStandard(
+      openat(context.names, file, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
 }
 
 // The name that a thread looked up last. One that it looks up again keeps its file open, since
@@ -241,13 +350,12 @@ kern_return_t LastLookUp::OpenAndAsk(const HostContext& context, const NameFile&
   generation = HostForkGeneration();
   name = file;
 
-  int fd = -1;
-  {
-    HostDescriptorOpening opening;
-    fd = opening.Enter(openat(context.names, file.text, O_RDONLY | O_CLOEXEC | O_NOFOLLOW),
-                       HostDescriptorKind::kNameFile);
+  const int fd = OpenNameFile(context, file.text, O_RDONLY);
+  if (fd < 0) {
+    if (errno == ENOENT) return BOOTSTRAP_UNKNOWN_SERVICE;
+    return IsFileUnusable(errno) ? RefuseNameFile(context, file.text, errno)
+                                 : HostRegistrationStatus(errno);
   }
-  if (fd < 0) return errno == ENOENT ? BOOTSTRAP_UNKNOWN_SERVICE : HostRegistrationStatus(errno);
   const uint64_t port = PublishedPort(fd);
   if (isAgain && port != 0) {
     descriptor = fd;
@@ -257,6 +365,16 @@ kern_return_t LastLookUp::OpenAndAsk(const HostContext& context, const NameFile&
   if (port == 0) return BOOTSTRAP_UNKNOWN_SERVICE;
   *portId = port;
   return BOOTSTRAP_SUCCESS;
+}
+
+// Whether others find `portId` in the name's file. Asked through a description of its own, which
+// the owner's locks exclude like anybody's. True if there are no descriptors to ask with.
+bool IsFound(const HostContext& context, const char* file, uint64_t portId) {
+  const int fd = OpenToLook(context, file);
+  if (fd < 0) return true;
+  const uint64_t found = PublishedPort(fd);
+  close(fd);
+  return found == portId;
 }
 
 // The pid in the record, 0 unless the record is that of the port that is published.
@@ -292,21 +410,11 @@ std::optional<HostNameInfo> ReadNameFile(const HostContext& context, const char*
 }  // namespace
 
 kern_return_t HostRegistrationStatus(int error) {
-  switch (error) {
-    case EACCES:
-    case EPERM:
-    case EROFS:
-      return BOOTSTRAP_NOT_PRIVILEGED;
-    case EMFILE:
-    case ENFILE:
-    case ENOMEM:
-    case ENOSPC:
-    case EDQUOT:
-    case ENOLCK:
-      return BOOTSTRAP_NO_MEMORY;
-    default:
-      return KERN_FAILURE;
+  if (const HostContext* context = HostGetContext()) {
+    const char* const hint = error == ENOENT ? " (is /proc mounted?)" : "";
+    LogProblem("port names in " + context->path + " cannot be used: " + strerror(error) + hint);
   }
+  return StatusOf(error);
 }
 
 kern_return_t HostClaimName(const char* name, uint64_t portId, int* claim) {
@@ -324,6 +432,13 @@ kern_return_t HostClaimName(const char* name, uint64_t portId, int* claim) {
     const kern_return_t err = HostRegistrationStatus(errno);
     HostReleaseName(name, fd);
     return err;
+  }
+  if (!IsFound(*context, file.text, portId)) {
+    LogProblem("port name \"" + std::string(name) +
+               "\": another program has locked part of its file " + context->path + "/names/" +
+               file.text + ", so that nobody would find the port; end it");
+    HostReleaseName(name, fd);
+    return KERN_FAILURE;
   }
   futimens(fd, nullptr);  // a lock wakes no file watcher, this does
   *claim = fd;
@@ -346,7 +461,7 @@ kern_return_t HostFindName(const char* name, uint64_t* portId) {
   const HostContext* context = HostGetContext();
   if (context == nullptr) return KERN_FAILURE;
   NameFile file;
-  if (!EncodeName(name, &file)) return KERN_INVALID_ARGUMENT;
+  if (!EncodeName(name, &file)) return BOOTSTRAP_UNKNOWN_SERVICE;
   LastLookUp& last = HostThreadObject<LastLookUp>();
   if (last.IsOf(file)) {
     if (const uint64_t port = last.Ask(); port != 0) {

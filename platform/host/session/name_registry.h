@@ -23,13 +23,15 @@ kern_return_t HostClaimName(const char* name, uint64_t portId, int* claim);
 // Gives a claim up and removes its file.
 void HostReleaseName(const char* name, int claim);
 
-// The port id that the owner of `name` published. BOOTSTRAP_UNKNOWN_SERVICE when nobody has. A
+// The port id that the owner of `name` published. BOOTSTRAP_UNKNOWN_SERVICE when nobody has, also
+// for a name that nobody can own (empty, over 127 bytes). A
 // thread that asks for one name twice running keeps its file open, one descriptor, until it asks
 // for another or ends; the answer is that of now all the same.
 kern_return_t HostFindName(const char* name, uint64_t* portId);
 
 // The bootstrap status of a failed system call: BOOTSTRAP_NOT_PRIVILEGED, BOOTSTRAP_NO_MEMORY
-// (descriptors, disk or memory), else KERN_FAILURE.
+// (descriptors, disk or memory), else KERN_FAILURE. Logs the reason, unless it is the one that was
+// logged last.
 kern_return_t HostRegistrationStatus(int error);
 
 // A published name whose owner `isOwner` accepts by its pid, an event port's only when there is no

@@ -148,6 +148,12 @@ TEST_F(Codec, APutThatFailsKeepsNothing) {
   StList list, inner;
   StEvent event;
   ASSERT_EQ(0, AEPutDesc(&inner, 0, &large));
+  {
+    // Addresses go with their event.
+    StEvent addressed;
+    ASSERT_EQ(0, AEPutAttributeDesc(&addressed, keyAddressAttr, &large));
+    ASSERT_EQ(0, AEPutAttributeDesc(&addressed, keyOriginalAddressAttr, &large));
+  }
   AEDisposeDesc(&large);
   // The list's item is the only one that shares the frame.
   EXPECT_EQ(errAEWrongDataType, AEPutParamDesc(&list, kKey, &inner));

@@ -17,6 +17,7 @@
 #include "platform/host/ports/port_table.h"
 #include "platform/host/session/context_directory.h"
 #include "platform/host/session/introspect.h"
+#include "platform/host/session/name_registry.h"
 
 namespace {
 
@@ -134,6 +135,8 @@ TEST(MachPort, SendRightsOfOnePortAreOne) {
   }
   const mach_port_t other = HostInsertSendRight(77);
   EXPECT_EQ(other, HostInsertSendRight(77));
+  EXPECT_EQ(KERN_INVALID_RIGHT,
+            mach_port_insert_right(mach_task_self(), other, other, MACH_MSG_TYPE_MAKE_SEND));
   for (const mach_port_t each : {owner, other}) {
     EXPECT_EQ(KERN_SUCCESS, mach_port_deallocate(mach_task_self(), each));
     EXPECT_EQ(KERN_SUCCESS, mach_port_deallocate(mach_task_self(), each));
@@ -166,6 +169,24 @@ TEST(Bootstrap, ANameHasOneOwner) {
   mach_port_destroy(mach_task_self(), owner);
   mach_port_destroy(mach_task_self(), rival);
   EXPECT_TRUE(HostListNames().empty());
+}
+
+TEST(Bootstrap, ANameThatCannotBeRegisteredIsUnknown) {
+  const std::string longest(127, 'n'), tooLong(128, 'n');
+  const mach_port_t owner = NewReceiveRight();
+  mach_port_t found = 1;
+  for (const std::string& name : {std::string(), tooLong}) {
+    EXPECT_EQ(KERN_INVALID_ARGUMENT, bootstrap_register(Bootstrap(), name.c_str(), owner));
+    EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, bootstrap_look_up(Bootstrap(), name.c_str(), &found));
+    EXPECT_EQ(MACH_PORT_NULL, found);
+    uint64_t port = 0;
+    EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, HostFindName(name.c_str(), &port));
+  }
+  EXPECT_EQ(KERN_INVALID_ARGUMENT, bootstrap_look_up(Bootstrap(), nullptr, &found));
+  EXPECT_EQ(0, bootstrap_register(Bootstrap(), longest.c_str(), owner));
+  EXPECT_EQ(0, bootstrap_look_up(Bootstrap(), longest.c_str(), &found));
+  EXPECT_EQ(owner, found);
+  mach_port_destroy(mach_task_self(), owner);
 }
 
 struct PortLog {
