@@ -86,9 +86,9 @@ OSStatus ReadDeviceIDs(const AEDesc* reply, SInt32* ids, SInt32 maxCount, SInt32
 OSStatus ReadIntoBuffer(const AEDesc* reply, OSType type, void* buffer, SInt32 bufferSize,
                         SInt32* actualSize, OSType* actualType) {
   Size size = 0;
-  DescType ownType = type;
+  DescType ownType = type;  // stays when there is no value
+  AESizeOfParam(reply, keyDMSettingValue, &ownType, nullptr);
   OSStatus err = AEGetParamPtr(reply, keyDMSettingValue, type, nullptr, buffer, bufferSize, &size);
-  if (err == 0) err = AESizeOfParam(reply, keyDMSettingValue, &ownType, nullptr);
   if (actualSize != nullptr) {
     *actualSize = size;
   } else if (size > bufferSize) {
@@ -135,8 +135,9 @@ OSStatus DMLaunch::FindForThisSession() {
 OSStatus DMLaunch::SetDeviceMonitorPortName(const char* name) {
   const char* const old = deviceMonitorPortName;
   if (old == name || (old != nullptr && name != nullptr && std::strcmp(old, name) == 0)) return 0;
-  StrFree(deviceMonitorPortName);
-  deviceMonitorPortName = StrDup(name);
+  char* const copy = StrDup(name);
+  StrFree(deviceMonitorPortName);  // last: `name` may point into it
+  deviceMonitorPortName = copy;
   return 0;
 }
 

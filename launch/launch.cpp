@@ -86,10 +86,11 @@ OSStatus VLTLaunch::setExecutable(FSSpec* file) {
 
 OSStatus VLTLaunch::setPortName(const char* name) {
   if (AreEqual(name, portName)) return 0;
-  char* const copy = IsEmpty(name) ? nullptr : StrDup(name);
-  StrFree(portName);
+  const bool hasName = !IsEmpty(name);
+  char* const copy = hasName ? StrDup(name) : nullptr;
+  StrFree(portName);  // last: `name` may point into it
   portName = copy;
-  findByPortName = !IsEmpty(name);
+  findByPortName = hasName;
   return 0;
 }
 

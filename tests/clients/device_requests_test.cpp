@@ -242,9 +242,9 @@ TEST(DeviceRequests, WrongAnswersAreErrorsAndLoseNothing) {
       {"whatever it is", get(typeWildCard, 64, true, true), kPreference, "PVal:'ABCD'=414243",
        "0 ABC--- 3 ABCD"},
       {"no coercion", get(typeSInt32, 4, true, true), kPreference, "PVal:'ABCD'=00",
-       "-1700 757935405 0 long"},
-      {"no room at all", get(typeChar, -1, true, true), kPreference, "PVal:text=loud",
-       "-50 ------ 0 TEXT"},
+       "-1700 757935405 0 ABCD"},
+      {"no room at all", get(typeSInt32, -1, true, true), kPreference, "PVal:text=loud",
+       "-50 757935405 0 TEXT"},
       {"another type, block", [] { return IntoBlock(kCopyPreference, typeChar, false); },
        kPreference, "PVal:short=-5", "-1700 -5 null"},
       {"no value, handle", [] { return IntoHandle(kFillAttribute, typeChar); }, kAttribute, "",
@@ -379,6 +379,15 @@ TEST(DeviceConnection, RefusesWhatNamesNothing) {
   EXPECT_EQ(paramErr, DMSetDeviceMonitorExecutable(nullptr));
   EXPECT_EQ(procNotFound, DMCheckDaemonRunning());
   EXPECT_EQ(procNotFound, DMVerifyDaemonRunning());  // and starts nothing unless told to
+}
+
+TEST(DeviceConnection, ANameMayLieInsideTheOneThatItReplaces) {
+  DMLaunch launch(gDeviceMonitorLaunchSpec);
+  EXPECT_EQ(0, launch.SetDeviceMonitorPortName("one.name"));
+  EXPECT_EQ(0, launch.SetDeviceMonitorPortName(launch.GetDeviceMonitorPortName() + 4));
+  EXPECT_STREQ("name", launch.GetDeviceMonitorPortName());
+  EXPECT_EQ(0, launch.SetDeviceMonitorPortName(nullptr));
+  EXPECT_EQ(nullptr, launch.GetDeviceMonitorPortName());
 }
 
 // A monitor for this session alone is found when there is none for all, and found again when it

@@ -193,7 +193,10 @@ TEST(Launch, SettersCountFromTheNextLookUpOn) {
   EXPECT_FALSE(launch.findByPortName);
   launch.setPortName("test.other");
   EXPECT_TRUE(launch.findByPortName);
-  launch.setPortName("");
+  launch.setPortName(launch.portName + 5);  // inside the one that it replaces
+  EXPECT_STREQ("other", launch.portName);
+  EXPECT_TRUE(launch.findByPortName);
+  launch.setPortName(launch.portName + 5);
   EXPECT_EQ(nullptr, launch.portName);
   EXPECT_FALSE(launch.findByPortName);
   launch.findByPortName = true;
