@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <mutex>
@@ -13,6 +14,7 @@
 
 #include "platform/host/base/clock.h"
 #include "platform/host/files/items.h"
+#include "platform/host/files/status.h"
 #include "platform/host/processes/serial_number.h"
 
 namespace {
@@ -20,8 +22,8 @@ namespace {
 constexpr UInt64 kTicksPerSecond = 60;
 constexpr int64_t kPidsFreshFor = kHostSecond;
 
-// The pids of one look at /proc, shared by all passes over the list: reading the folder anew for
-// each step would make a pass cost the square of its length.
+// The pids of one look at /proc, shared by all passes over the list. If each step read the folder
+// again, the cost of a pass would grow with the square of its length.
 struct Pids {
   std::mutex mutex;
   std::vector<pid_t> pids;  // increasing
@@ -33,10 +35,11 @@ Pids& KnownPids() {
   return *pids;
 }
 
-void ReadPids(std::vector<pid_t>* pids) {
+// Returns 0 or the errno value of a list that cannot be read; then no pids are known.
+int ReadPids(std::vector<pid_t>* pids) {
   pids->clear();
   DIR* directory = opendir("/proc");
-  if (directory == nullptr) return;
+  if (directory == nullptr) return errno;
   while (const dirent* entry = readdir(directory)) {
     const char* name = entry->d_name;
     const char* end = name + std::strlen(name);
@@ -46,19 +49,23 @@ void ReadPids(std::vector<pid_t>* pids) {
   }
   closedir(directory);
   std::sort(pids->begin(), pids->end());
+  return 0;
 }
 
-// The first pid beyond `after`; 0 at the end. `anew`: a pass begins, and looks for itself.
-pid_t NextPid(pid_t after, bool anew) {
+// Finds the first pid above `after`; 0 at the end of the list. A pass that begins (`isFirst`)
+// always reads the list. Returns 0 or an errno value.
+int FindNextPid(pid_t after, bool isFirst, pid_t* pid) {
   Pids& known = KnownPids();
   const std::lock_guard<std::mutex> lock(known.mutex);
   const int64_t now = HostNow();
-  if (anew || known.readAt == 0 || now - known.readAt > kPidsFreshFor) {
-    ReadPids(&known.pids);
+  if (isFirst || known.readAt == 0 || now - known.readAt > kPidsFreshFor) {
+    known.readAt = 0;
+    if (const int error = ReadPids(&known.pids); error != 0) return error;
     known.readAt = now;
   }
   const auto next = std::upper_bound(known.pids.begin(), known.pids.end(), after);
-  return next == known.pids.end() ? 0 : *next;
+  *pid = next == known.pids.end() ? 0 : *next;
+  return 0;
 }
 
 UInt32 ToTicks(uint64_t clockTicks) {
@@ -93,12 +100,17 @@ OSErr GetNextProcess(ProcessSerialNumber* psn) {
   if (psn == nullptr) return paramErr;
   ProcessSerialNumber from = *psn;
   if (from.highLongOfPSN == 0 && from.lowLongOfPSN == kCurrentProcess) GetCurrentProcess(&from);
-  bool anew = from.highLongOfPSN == 0 && from.lowLongOfPSN == kNoProcess;
-  UInt32 last = std::min<UInt32>(from.lowLongOfPSN, INT32_MAX);
-  while (const pid_t pid = NextPid(static_cast<pid_t>(last), anew)) {
-    if (HostSerialNumberOfPid(pid, psn)) return noErr;
-    last = static_cast<UInt32>(pid);
-    anew = false;
+  bool isFirst = from.highLongOfPSN == 0 && from.lowLongOfPSN == kNoProcess;
+  auto pid = static_cast<pid_t>(std::min<UInt32>(from.lowLongOfPSN, INT32_MAX));
+  for (;; isFirst = false) {
+    int error = FindNextPid(pid, isFirst, &pid);
+    if (error == 0 && pid == 0) break;
+    if (error == 0) error = HostFindSerialNumber(pid, psn);
+    if (error == 0) return noErr;
+    // Processes that end or whose /proc is closed to us are passed over; without file descriptors
+    // or memory nobody knows what comes next.
+    if (error == EMFILE || error == ENFILE || error == ENOMEM) return HostFileStatus(error);
+    if (pid == 0) return HostFileStatus(error);
   }
   *psn = {0, kNoProcess};
   return procNotFound;

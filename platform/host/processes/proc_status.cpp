@@ -14,11 +14,11 @@ namespace {
 
 constexpr uint64_t kKernelThread = 0x00200000;  // a bit of the flags field
 
-// Places in the line, counted from 1 as its documentation does.
+// Positions of the fields, counted from 1 as its documentation does.
 enum Field { kFirstNumber = 4, kFlags = 9, kUserTime = 14, kSystemTime = 15, kStart = 22 };
 
-// The command name in front may hold blanks and parentheses of its own, so fields are counted from
-// the last one. A process that has ended and only waits to be waited for is none any more.
+// The command name may contain spaces and parentheses, so fields are counted from the last ")". A
+// zombie does not count as a process.
 bool ParseStatus(const char* text, HostProcessStatus* status) {
   const char* nameEnd = std::strrchr(text, ')');
   if (nameEnd == nullptr || nameEnd[1] != ' ') return false;
@@ -40,22 +40,22 @@ bool ParseStatus(const char* text, HostProcessStatus* status) {
 
 }  // namespace
 
-bool HostReadProcessStatus(pid_t pid, HostProcessStatus* status) {
-  // The dot makes a user-mode emulator pass the path on: it answers for the plain one itself, with
-  // a start time that is not the one other processes see.
+int HostReadProcessStatus(pid_t pid, HostProcessStatus* status) {
+  // The dot makes a user-mode emulator pass the path on. It would answer for the path without it
+  // itself, with a start time that differs from the one that other processes see.
   char path[40];
   std::snprintf(path, sizeof path, "/proc/./%d/stat", static_cast<int>(pid));
   const int fd = open(path, O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
+  if (fd < 0) return errno == ENOENT ? ESRCH : errno;
   char text[1024];
   struct stat info;
   const ssize_t size = read(fd, text, sizeof text - 1);
-  const bool owned = fstat(fd, &info) == 0;
+  const int error = size < 0 || fstat(fd, &info) != 0 ? errno : 0;
   close(fd);
-  if (size <= 0 || !owned) return false;
+  if (error != 0 || size == 0) return error != 0 ? error : ESRCH;
   text[size] = 0;
   status->uid = info.st_uid;
-  return ParseStatus(text, status);
+  return ParseStatus(text, status) ? 0 : ESRCH;
 }
 
 std::string HostProgramPath(pid_t pid) {

@@ -13,9 +13,9 @@ struct HostProcessStatus {
   uid_t uid = 0;             // its owner
 };
 
-// False when there is no such process, when it has ended and only waits to be waited for, and for
-// the kernel's own threads.
-bool HostReadProcessStatus(pid_t pid, HostProcessStatus* status);
+// Returns 0, or ESRCH if there is no such process; zombies and the kernel's own threads do not
+// count as processes. Any other errno value says why /proc could not be read.
+int HostReadProcessStatus(pid_t pid, HostProcessStatus* status);
 
 // The path of a process's program, "" when it cannot be read.
 std::string HostProgramPath(pid_t pid);

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 
 #include <CoreServices/MacErrors.h>
 
@@ -21,7 +22,7 @@ ProcessSerialNumber Compose(uint64_t startTicks, pid_t pid) {
   return {ticks != 0 ? ticks : 1, static_cast<UInt32>(pid)};
 }
 
-// Our own number, high word above low; of another process when we were forked since.
+// This process's number, the high word in the upper half; after a fork still the parent's.
 constinit std::atomic<uint64_t> sOwnNumber{0};
 
 bool OwnSerialNumber(ProcessSerialNumber* psn) {
@@ -30,7 +31,7 @@ bool OwnSerialNumber(ProcessSerialNumber* psn) {
   *psn = {static_cast<UInt32>(known >> 32), static_cast<UInt32>(known)};
   if (psn->lowLongOfPSN == static_cast<UInt32>(pid)) return true;
   HostProcessStatus status;
-  if (!HostReadProcessStatus(pid, &status)) return false;
+  if (HostReadProcessStatus(pid, &status) != 0) return false;
   *psn = Compose(status.startTicks, pid);
   sOwnNumber.store(uint64_t{psn->highLongOfPSN} << 32 | psn->lowLongOfPSN,
                    std::memory_order_relaxed);
@@ -45,12 +46,18 @@ bool Resolve(const ProcessSerialNumber& psn, ProcessSerialNumber* resolved) {
 
 }  // namespace
 
-bool HostSerialNumberOfPid(pid_t pid, ProcessSerialNumber* psn) {
-  if (pid == getpid()) return GetCurrentProcess(psn) == noErr;
+int HostFindSerialNumber(pid_t pid, ProcessSerialNumber* psn) {
+  if (pid == getpid() && GetCurrentProcess(psn) == noErr) return 0;
   HostProcessStatus status;
-  if (pid <= 0 || !HostReadProcessStatus(pid, &status) || status.uid != geteuid()) return false;
+  if (pid <= 0) return ESRCH;
+  if (const int error = HostReadProcessStatus(pid, &status); error != 0) return error;
+  if (status.uid != geteuid()) return ESRCH;
   *psn = Compose(status.startTicks, pid);
-  return true;
+  return 0;
+}
+
+bool HostSerialNumberOfPid(pid_t pid, ProcessSerialNumber* psn) {
+  return HostFindSerialNumber(pid, psn) == 0;
 }
 
 bool HostFindProcess(const ProcessSerialNumber& psn, HostProcess* process) {
@@ -58,7 +65,7 @@ bool HostFindProcess(const ProcessSerialNumber& psn, HostProcess* process) {
   HostProcessStatus status;
   if (!Resolve(psn, &wanted) || wanted.lowLongOfPSN > INT32_MAX) return false;
   const auto pid = static_cast<pid_t>(wanted.lowLongOfPSN);
-  if (pid <= 0 || !HostReadProcessStatus(pid, &status)) return false;
+  if (pid <= 0 || HostReadProcessStatus(pid, &status) != 0) return false;
   if (pid != getpid() && status.uid != geteuid()) return false;
   if (!AreEqual(Compose(status.startTicks, pid), wanted)) return false;
   *process = {pid, wanted, status};

@@ -4,17 +4,21 @@
 
 #include "platform/host/processes/proc_status.h"
 
-// A serial number is made of what the kernel tells about a process: high is its start time in clock
-// ticks (the low 32 bits, 0 counting as 1), low its pid. So it needs no registry, means the same in
-// every process, and a pid that is used again gives another number. Any thread.
+// A serial number consists of a process's start time in clock ticks (high; the low 32 bits, 0
+// counting as 1) and its pid (low). So it needs no registry, means the same in every process, and a
+// pid that is used again gives another number. Any thread.
 
-// The number of a live process of our own user. False when there is none; `*psn` is unchanged then.
+// Finds the number of a live process of this process's user. Returns 0, ESRCH if there is none, or
+// the errno value of a failure to look. A failure leaves `*psn` unchanged.
+int HostFindSerialNumber(pid_t pid, ProcessSerialNumber* psn);
+// Returns true if that gives a number.
 bool HostSerialNumberOfPid(pid_t pid, ProcessSerialNumber* psn);
 
-// The pid that a number names, 0 when no such process lives. { 0, kCurrentProcess } is ourselves.
+// Returns the pid that a number stands for, or 0 if no such process lives. { 0, kCurrentProcess }
+// stands for this process.
 pid_t HostPidOfSerialNumber(const ProcessSerialNumber& psn);
 
-// A live process of our own user, by a number as above.
+// A live process of this process's user, by a number as above.
 struct HostProcess {
   pid_t pid = 0;
   ProcessSerialNumber number = {};
