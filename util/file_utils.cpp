@@ -22,8 +22,10 @@ SInt16 MachineDomain(SInt16 domain) {
 
 // Stores the file spec of `name` in a folder. Creates `name` as a folder if it is missing.
 OSErr MakeFolderSpec(SInt16 vRefNum, SInt32 dirID, ConstStr255Param name, FSSpec* out) {
-  const OSErr err = FSMakeFSSpec(vRefNum, dirID, name, out);
-  return err == fnfErr ? FSpDirCreate(out, smSystemScript, nullptr) : err;
+  OSErr err = FSMakeFSSpec(vRefNum, dirID, name, out);
+  if (err == fnfErr) err = FSpDirCreate(out, smSystemScript, nullptr);
+  // Somebody else made it between the two calls.
+  return err == dupFNErr ? FSMakeFSSpec(vRefNum, dirID, name, out) : err;
 }
 
 // Stores the path of an item that does not exist yet.

@@ -3,10 +3,13 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "tests/support/scratch_folder.h"
 #include "util/app_error_utils.h"
@@ -90,6 +93,24 @@ TEST_F(FileUtils, StepsIntoFoldersWhichAreMadeWhenMissing) {
   EXPECT_EQ(noErr, FindOrCreateSubDirectory(at, cpstrcpy(name, "file", sizeof name)));
   EXPECT_EQ(dirNFErr, FindOrCreateSubDirectory(at, cpstrcpy(name, "x", sizeof name)));
   EXPECT_EQ(scratch.Path("file"), PathOf(at));
+}
+
+TEST_F(FileUtils, AFolderThatSeveralMakeAtOnceIsFoundByAll) {
+  constexpr int kThreads = 4, kFolders = 300;
+  const FSSpec start = SpecOf(scratch.Path());
+  std::atomic<int> arrived[kFolders] = {};
+  const auto makeAll = [&] {
+    for (int i = 0; i < kFolders; ++i) {
+      FSSpec at = start;
+      Str255 name;
+      cpstrcpy(name, std::to_string(i).c_str(), sizeof name);
+      for (++arrived[i]; arrived[i] < kThreads;) std::this_thread::yield();
+      EXPECT_EQ(noErr, FindOrCreateSubDirectory(at, name));
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i) threads.emplace_back(makeAll);
+  for (std::thread& thread : threads) thread.join();
 }
 
 TEST_F(FileUtils, StandardFoldersOfBothKindsOfSystem) {

@@ -27,16 +27,18 @@ constexpr SInt32 kFirstNumber = 16;     // smaller ones have, or may get, a mean
 constexpr size_t kMaxNodes = 1u << 20;  // folders of one process
 constexpr size_t kMaxName = sizeof(Str63) - 1;
 
-// What is at a path: which folder, or that it is none.
+// What is at a path: which folder, or that it is not a folder.
 struct Identity {
-  dev_t device = 0;
-  ino_t inode = 0;
+  UInt64 device = 0;
+  UInt64 inode = 0;
+  int64_t born = 0;  // nanoseconds of the wall clock; 0 where the file system does not record it
   bool isFolder = false;
 
-  // Files are known by their paths alone: whoever saves one puts a new one in its place.
+  // A file is known by its path alone, because saving a file replaces it with a new one. A folder
+  // that is removed leaves its inode number to the next one, so its birth time counts, too.
   bool IsSameItem(const Identity& other) const {
     if (isFolder != other.isFolder) return false;
-    return !isFolder || (device == other.device && inode == other.inode);
+    return !isFolder || (device == other.device && inode == other.inode && born == other.born);
   }
 };
 
@@ -63,12 +65,22 @@ Table& Nodes() {
   return *table;
 }
 
-OSErr Identify(const char* path, Identity* identity) {
-  struct stat info;
-  if (lstat(path, &info) != 0) return HostFileStatus(errno);
-  *identity = {info.st_dev, info.st_ino, S_ISDIR(info.st_mode)};
+// With an empty path it is the item that `descriptor` is open on.
+OSErr Identify(int descriptor, const char* path, Identity* identity) {
+  struct statx info;
+  const int flags = AT_SYMLINK_NOFOLLOW | AT_EMPTY_PATH;
+  if (statx(descriptor, path, flags, STATX_TYPE | STATX_INO | STATX_BTIME, &info) != 0) {
+    return HostFileStatus(errno);
+  }
+  identity->device = UInt64{info.stx_dev_major} << 32 | info.stx_dev_minor;
+  identity->inode = info.stx_ino;
+  identity->isFolder = S_ISDIR(info.stx_mode);
+  const bool isBornKnown = (info.stx_mask & STATX_BTIME) != 0;
+  identity->born = isBornKnown ? info.stx_btime.tv_sec * 1'000'000'000 + info.stx_btime.tv_nsec : 0;
   return noErr;
 }
+
+OSErr Identify(const char* path, Identity* identity) { return Identify(AT_FDCWD, path, identity); }
 
 // The number of what is at `path`, given out if it has none.
 OSErr NumberOf(const std::string& path, const Identity& identity, SInt32* number) {
@@ -116,8 +128,9 @@ UInt32 ReferenceKey() {
   return sKey.compare_exchange_strong(key, made) ? made : key;
 }
 
-// The bytes of a reference. The stamp tells which file or folder was there when it was made, 0 when
-// that was not known: the same one at the same place needs no second look at the folder.
+// The bytes of a reference. The stamp is made from the device and inode number of what was at the
+// path when the reference was made, or is 0 if that was not known. An item with the same stamp at
+// the same path counts as the same one, and its folder is not looked at again.
 struct Reference {
   UInt64 stamp;
   UInt32 key;
@@ -221,13 +234,11 @@ OSErr HostOpenFolder(SInt32 number, int* descriptor) {
   const int fd = open(path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   if (fd < 0) return HostFileStatus(errno);
   // What was opened, and not what was there a moment ago, must be the folder.
-  struct stat info;
-  Identity known;
-  if (fstat(fd, &info) != 0) err = HostFileStatus(errno);
-  if (err == noErr && number != fsRtDirID) err = NodeOf(number, &path, &known);
-  if (err == noErr && number != fsRtDirID &&
-      !known.IsSameItem({info.st_dev, info.st_ino, S_ISDIR(info.st_mode)})) {
-    err = fnfErr;
+  Identity known, opened;
+  if (number != fsRtDirID) {
+    err = Identify(fd, "", &opened);
+    if (err == noErr) err = NodeOf(number, &path, &known);
+    if (err == noErr && !known.IsSameItem(opened)) err = fnfErr;
   }
   if (err != noErr) return close(fd), err;
   *descriptor = fd;

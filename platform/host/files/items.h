@@ -7,9 +7,10 @@
 #include <string_view>
 
 // What the File Manager's records stand for. One table of the process, locked, gives folders their
-// numbers. A number belongs to a path and to the folder (device and inode) that was there when it
-// was given out: it never comes to mean another folder, and nothing is found through a folder that
-// somebody has put in the place of another one. Entries are never taken out. Any thread.
+// numbers. A number belongs to a path and to the folder (device, inode number and birth time) that
+// was there when the number was given out. Each use of the number checks that the path still leads
+// to that folder, so a number never comes to mean another folder. Entries are never removed. Any
+// thread.
 
 // An item: a name in a numbered folder. The root is { fsRtParID, "/" }. An item whose name is too
 // long for a record has a number of its own, and no name here.

@@ -239,6 +239,23 @@ TEST_F(FileRecords, NumbersAndReferencesDieWithWhatTheyName) {
   EXPECT_TRUE(std::filesystem::exists(scratch.Path("elsewhere/file")));
 }
 
+// File systems give the inode number of a removed folder to the next one that is made.
+TEST_F(FileRecords, ANewFolderUnderTheOldInodeNumberIsAnotherFolder) {
+  scratch.File("f/file");
+  const SInt32 number = NumberOf(scratch.Path("f"));
+  FSSpec spec = {};
+  ASSERT_EQ(noErr, SpecOfPath(scratch.Path("f/file"), &spec));
+  std::filesystem::remove_all(scratch.Path("f"));
+  scratch.File("f/file");
+  FSSpec again = {};
+  EXPECT_EQ(fnfErr, MakeSpec(number, "file", &again));
+  EXPECT_EQ(fnfErr, FSpDelete(&spec));
+  EXPECT_EQ("-43", PathOfSpec(spec));
+  EXPECT_NE(number, NumberOf(scratch.Path("f")));
+  ASSERT_EQ(noErr, SpecOfPath(scratch.Path("f/file"), &again));
+  EXPECT_EQ(scratch.Path("f/file"), PathOfSpec(again));
+}
+
 // A path that was looked up before is not resolved again, unless that would matter.
 TEST_F(FileRecords, KnownPathsFollowWhatHasChanged) {
   scratch.File("a/b/file");
