@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -17,9 +18,11 @@
 
 #include "launch/launch.h"
 #include "platform/host/applications/launch_lock.h"
+#include "platform/host/base/clock.h"
 #include "tests/integration/launch_support.h"
 #include "tests/integration/process_use.h"
 #include "tests/support/open_descriptor_check.h"
+#include "tests/support/session_directory.h"
 #include "tests/support/test_role.h"
 
 // Programs that do not do what a daemon should, and what a start leaves behind.
@@ -257,13 +260,13 @@ TEST_ROLE(Opener) {
 }
 
 // What a start leaves for the next opener, and an opener that is in the midst of it, by hand.
-HostLaunchRecord RecordOf(pid_t pid) {
-  HostLaunchRecord record;
+HostLaunchEntry EntryOf(pid_t pid) {
+  HostLaunchEntry entry;
   ProcessSerialNumber psn = {};
   EXPECT_EQ(noErr, GetProcessForPID(pid, &psn));
-  record.pid = pid;
-  record.startTicks = psn.highLongOfPSN;
-  return record;
+  entry.pid = pid;
+  entry.startTicks = psn.highLongOfPSN;
+  return entry;
 }
 
 std::string ProgramIn(const std::string& bundle) { return bundle + "/Contents/Linux/program"; }
@@ -272,9 +275,12 @@ std::string ProgramIn(const std::string& bundle) { return bundle + "/Contents/Li
 TEST_ROLE(StuckOpener) {
   HostLaunchLock lock(role.Argument(0));
   if (!lock.Try()) return kRoleFailed;
-  lock.Write(RecordOf(getpid()));
+  HostLaunchEntry entry = EntryOf(getpid());
+  lock.Write(entry);
   role.SignalReady();
-  role.Hear(120s);
+  if (role.Hear(120s) != "go on") return kRoleFailed;
+  entry.opened = HostNow();
+  lock.Write(entry);
   return kRoleDone;
 }
 
@@ -302,6 +308,33 @@ TEST(LaunchFaults, AStuckOpenerHoldsNobodyUpForLong) {
   EXPECT_EQ(1u, apps.Starts("slow").size());
 }
 
+// Whether an opener sleeps with the lock file open, so that it waits for its turn.
+bool WaitsForItsTurn(pid_t pid) {
+  for (const auto& entry :
+       std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
+    std::error_code error;
+    const std::string target = std::filesystem::read_symlink(entry.path(), error);
+    if (target.find("/launch-") != std::string::npos) return ProcessStateOf(pid) == 'S';
+  }
+  return false;
+}
+
+TEST(LaunchFaults, WhoWaitedForAnotherOpenerStartsNothing) {
+  OpenDescriptorCheck noLeaks;
+  LaunchedApplications apps;
+  const std::string path = apps.AddBundle("Ends.app", {"com.test", "LFts", "APPL", "program", "1"},
+                                          apps.NoteStep("it") + "exit 0\n");
+  TestProcess first("StuckOpener", {ProgramIn(path)});
+  ASSERT_TRUE(first.WaitReady(20s));
+  TestProcess second("Opener", {path});
+  ASSERT_TRUE(second.WaitReady(20s));
+  EXPECT_TRUE(WaitUntil([&] { return WaitsForItsTurn(second.Pid()); }, 20s));
+  first.Tell("go on");  // it ends, and so does what it is said to have started
+  EXPECT_EQ(std::to_string(kLSLaunchInProgressErr), second.Hear(20s));
+  EXPECT_EQ(kRoleDone, first.Wait(20s));
+  EXPECT_EQ(0u, apps.Starts("it").size());
+}
+
 TEST(LaunchFaults, ARecordedProcessIsKnownByItsStartToo) {
   OpenDescriptorCheck noLeaks;
   for (const bool isReused : {false, true}) {
@@ -310,12 +343,12 @@ TEST(LaunchFaults, ARecordedProcessIsKnownByItsStartToo) {
     const std::string path =
         apps.AddBundle("Reused.app", {"com.test", "LFts", "APPL", "program", "1"},
                        apps.NoteStep("it") + "claim " + UniquePortName() + "\nloop\n");
-    HostLaunchRecord record = RecordOf(getpid());
-    if (isReused) record.startTicks--;  // an earlier process had our pid
+    HostLaunchEntry entry = EntryOf(getpid());
+    if (isReused) entry.startTicks--;  // an earlier process had our pid
     {
       HostLaunchLock lock(ProgramIn(path));
       ASSERT_TRUE(lock.Try());
-      lock.Write(record);
+      lock.Write(entry);
     }
     const HostOpeningInfo info = Open(path, 0);
     EXPECT_EQ(isReused ? HostOpening::kClaimed : HostOpening::kRunning, info.outcome);
@@ -326,19 +359,130 @@ TEST(LaunchFaults, ARecordedProcessIsKnownByItsStartToo) {
 
 // A record of an earlier start would make the next opener wait for a process that has nothing to do
 // with it.
-TEST(LaunchFaults, AStartThatFailsLeavesNoRecordOfAnEarlierOne) {
+TEST(LaunchFaults, AnEntryIsOfTheLastStartOfThisProgram) {
   OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
   const std::string path = apps.AddBundle(
       "Broken.app", {"com.test", "LFts", "APPL", "program", "1"}, apps.NoteStep("it") + "exit 0\n");
   EXPECT_EQ(HostOpening::kEnded, Open(path, 0).outcome);
   EXPECT_EQ(apps.Starts("it").at(0), HostLaunchLock(ProgramIn(path)).Read().pid);
+  {
+    HostLaunchLock lock(ProgramIn(path));
+    for (const auto& [descriptor, target] : OpenDescriptors()) {
+      if (target.find("/launch-") == std::string::npos) continue;
+      EXPECT_EQ(0, truncate(target.c_str(), static_cast<off_t>(ReadFile(target).size() - 2)));
+    }
+    EXPECT_EQ(0, lock.Read().pid);  // another program's, or written in part only
+  }
+  EXPECT_EQ(HostOpening::kEnded, Open(path, 0).outcome);
   std::filesystem::remove(ProgramIn(path));
   std::ofstream(ProgramIn(path)) << "\177ELF and no more";
   chmod(ProgramIn(path).c_str(), 0755);
   Open(path, kLSNoExecutableErr);
   EXPECT_EQ(0, HostLaunchLock(ProgramIn(path)).Read().pid);
   EXPECT_EQ(0, HostLaunchLock(ProgramIn(path) + ".other").Read().pid);
+}
+
+// Opens a path as a tool does that a person runs.
+TEST_ROLE(PersonsOpener) {
+  const FSRef ref = RefOf(role.Argument(0));
+  HostOpenDespitePauses();
+  role.Tell(std::to_string(LSOpenFSRef(&ref, nullptr)));
+  return kRoleDone;
+}
+
+// One that ends before it has a port, and one that has had one.
+TEST(LaunchPauses, AProgramThatEndsEarlyFiveTimesInARowIsNotStartedAgainAtOnce) {
+  for (const bool claims : {false, true}) {
+    SCOPED_TRACE(claims);
+    OpenDescriptorCheck noLeaks;
+    ClearTestLog();
+    LaunchedApplications apps;
+    const std::string port = UniquePortName();
+    const std::string path = apps.AddBundle(
+        "Ends.app", {"com.test", "LFts", "APPL", "program", "1"},
+        apps.NoteStep("it") + (claims ? "claim " + port + "\nexit 0\n" : "exit 1\n"));
+    for (size_t i = 1; i <= 5; i++) {
+      Open(path, 0);
+      ASSERT_EQ(i, apps.Starts("it").size());
+      EXPECT_TRUE(WaitForEnd(apps.Starts("it").back()));
+    }
+    for (int i = 0; i < 3; i++) Open(path, kLSServerCommunicationErr);
+    EXPECT_EQ(procNotFound, VLTLaunch(SpecOf(path, port)).findAndLaunch());
+    EXPECT_EQ(5u, apps.Starts("it").size());
+    const std::string said =
+        " has ended within 2 s of its start 5 times in a row; the next start is";
+    const std::string log = TestLogText();
+    EXPECT_NE(std::string::npos, log.find(ProgramIn(path) + said)) << log;
+    EXPECT_EQ(1, std::count(log.begin(), log.end(), '\n')) << log;
+    TestProcess person("PersonsOpener", {path});
+    EXPECT_EQ("0", person.Hear(20s));
+    EXPECT_EQ(6u, apps.Starts("it").size());
+  }
+}
+
+TEST(LaunchPauses, GrowToTenSecondsAndEndWhenTheProgramLives) {
+  OpenDescriptorCheck noLeaks;
+  LaunchedApplications apps;
+  const std::string path = apps.AddBundle("Ends.app", {"com.test", "LFts", "APPL", "program", "1"},
+                                          apps.NoteStep("it") + "exit 0\n");
+  const pid_t dead = fork();
+  if (dead == 0) _exit(0);
+  EXPECT_EQ(dead, waitpid(dead, nullptr, 0));
+  const struct {
+    const char* what;
+    pid_t pid;
+    int started;  // seconds ago
+    int earlyEnds;
+    int lastEnd;  // seconds ago; -1: not seen
+    bool starts;
+  } rows[] = {
+      {"four", 0, 3, 4, 0, true},
+      {"five, at once", 0, 3, 5, 0, false},
+      {"five, later", 0, 3, 5, 1, true},
+      {"six, at once", 0, 3, 6, 1, false},
+      {"six, later", 0, 3, 6, 2, true},
+      {"seven, at once", 0, 9, 7, 2, false},
+      {"seven, later", 0, 9, 7, 4, true},
+      {"eight, at once", 0, 9, 8, 6, false},
+      {"eight, later", 0, 9, 8, 8, true},
+      {"nine, at once", 0, 20, 9, 8, false},
+      {"nine, later", 0, 20, 9, 10, true},
+      {"many, at once", 0, 20, kHostMaxEarlyEnds, 8, false},
+      {"many, later", 0, 20, kHostMaxEarlyEnds, 10, true},
+      {"the fifth is seen now", dead, 0, 4, -1, false},
+      {"the fifth lived longer", dead, 2, 4, -1, true},
+      {"it was counted already", dead, 1, 4, 0, true},
+      {"long ago", 0, 61, 9, 0, true},
+      {"before the machine was restarted", 0, -1000, 9, -1000, true},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    const int64_t now = HostNow();
+    HostLaunchEntry entry;
+    entry.pid = row.pid;
+    entry.started = now - row.started * kHostSecond;
+    entry.earlyEnds = row.earlyEnds;
+    entry.lastEarlyEnd = row.lastEnd == -1 ? 0 : now - row.lastEnd * kHostSecond;
+    {
+      HostLaunchLock lock(ProgramIn(path));
+      ASSERT_TRUE(lock.Try());
+      lock.Write(entry);
+    }
+    Open(path, row.starts ? OSStatus{0} : OSStatus{kLSServerCommunicationErr});
+    EXPECT_EQ(row.starts ? 1u : 0u, apps.Starts("it").size());
+    apps.ForgetStarts("it");
+  }
+  HostLaunchEntry lives = EntryOf(getpid());
+  lives.started = HostNow() - 3 * kHostSecond;
+  lives.earlyEnds = 4;
+  {
+    HostLaunchLock lock(ProgramIn(path));
+    ASSERT_TRUE(lock.Try());
+    lock.Write(lives);
+  }
+  EXPECT_EQ(HostOpening::kRunning, Open(path, 0).outcome);
+  EXPECT_EQ(0, HostLaunchLock(ProgramIn(path)).Read().earlyEnds);
 }
 
 // Opens with more and more file descriptors allowed, until it succeeds. Tells the statuses.
@@ -384,19 +528,6 @@ TEST(LaunchFaults, WithoutDescriptorsNothingIsStartedAndTheOpenerIsTold) {
   EXPECT_EQ(1u, apps.Starts("it").size());
 }
 
-// Whether an opener has left word of what it started.
-bool HasLeftWord() {
-  const std::string session = std::string(getenv("XDG_RUNTIME_DIR")) + "/veltrane";
-  for (const auto& entry : std::filesystem::directory_iterator(session)) {
-    const std::string name = entry.path().filename();
-    if (!name.starts_with("launch-")) continue;
-    std::string word;
-    std::getline(std::ifstream(entry.path()), word);
-    if (word.find("/Killed.app/") != std::string::npos && !word.starts_with("pid 0 ")) return true;
-  }
-  return false;
-}
-
 TEST(LaunchFaults, AnOpenerThatIsKilledBlocksNobody) {
   OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
@@ -404,7 +535,8 @@ TEST(LaunchFaults, AnOpenerThatIsKilledBlocksNobody) {
       apps.AddBundle("Killed.app", {"com.test", "LFts", "APPL", "program", "1"},
                      apps.NoteStep("slow") + apps.WaitStep("never"));
   TestProcess opener("Opener", {path});
-  ASSERT_TRUE(apps.WaitForStart("slow") && WaitUntil(HasLeftWord, 20s));
+  const auto hasEntry = [&] { return HostLaunchLock(ProgramIn(path)).Read().pid != 0; };
+  ASSERT_TRUE(apps.WaitForStart("slow") && WaitUntil(hasEntry, 20s));
   opener.KillAndWait(20s);
   EXPECT_EQ(HostOpening::kRunning, Open(path, 0).outcome);  // what it started goes on
   kill(apps.Starts("slow")[0], SIGKILL);
@@ -446,15 +578,12 @@ TEST(LaunchFaults, OneThatIsLeavingIsReplacedAfterItsEnd) {
   sigaction(SIGUSR2, &before, nullptr);
 }
 
-// Asks for the daemon once for each line that it hears, and tells what became of it.
+// Asks for the daemon at each path that it hears, and tells what became of it.
 TEST_ROLE(Client) {
-  const VLTLaunchSpec spec = [&] {
-    VLTLaunchSpec made = SpecOf(role.Argument(0), role.Argument(1));
-    made.launchRetrySleepInterval = 1;
-    return made;
-  }();
   role.SignalReady();
-  while (role.Hear(120s) == "go") {
+  while (const auto path = role.Hear(120s)) {
+    VLTLaunchSpec spec = SpecOf(*path, role.Argument(0));
+    spec.launchRetrySleepInterval = 1;
     role.Tell(std::to_string(VLTLaunch(spec).findAndLaunch()));
   }
   return kRoleDone;
@@ -468,13 +597,14 @@ TEST(LaunchFaults, ManyClientsStartOneDaemon) {
   OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
   const std::string port = UniquePortName();
-  const std::string path =
-      apps.AddBundle("Daemon.app", {"com.test", "LFts", "APPL", "program", "1"},
-                     apps.NoteStep("daemon") + "claim " + port + "\nloop\n");
-  TestProcesses processes = StartProcesses(clients, "Client", "", {path, port});
+  TestProcesses processes = StartProcesses(clients, "Client", "", {port});
   ExpectReady(processes);
   for (int round = 1; round <= rounds; round++) {
-    for (auto& process : processes) process->Tell("go");
+    // One program would be seen to end early each time.
+    const std::string path = apps.AddBundle("Daemon" + std::to_string(round) + ".app",
+                                            {"com.test", "LFts", "APPL", "program", "1"},
+                                            apps.NoteStep("daemon") + "claim " + port + "\nloop\n");
+    for (auto& process : processes) process->Tell(path);
     for (auto& process : processes) EXPECT_EQ("0", process->Hear(60s));
     ASSERT_EQ(static_cast<size_t>(round), apps.Starts("daemon").size());
     ASSERT_TRUE(QuitAndWait(port));

@@ -219,6 +219,7 @@ Result Launch(const std::string& word, const std::string& port, double waitSecon
   result.search = Find(word);
   if (!result.search.Found()) return result;
   const auto began = Clock::now();
+  HostOpenDespitePauses();
   result.err = HostOpenApplication(&result.search.application, &result.info);
   if (result.err != 0 && result.err != kLSLaunchInProgressErr) {
     result.outcome = "failed";

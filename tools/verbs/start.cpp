@@ -4,6 +4,7 @@
 
 #include "clients/session_monitor.h"
 #include "launch/launch_spec.h"
+#include "platform/host/applications/introspect.h"
 #include "tools/values/error_names.h"
 #include "tools/verbs/outcome.h"
 #include "tools/verbs/verb.h"
@@ -11,6 +12,7 @@
 static int RunStart(const CommandLine& line) {
   const char* const port = gSessionMonitorLaunchSpec.portName;
   if (SMCheckDaemonRunning() == 0) return TellOutcome(line, port, {"alreadyRunning"});
+  HostOpenDespitePauses();
   const OSStatus err = SMVerifyDaemonRunning();
   if (err == 0) return TellOutcome(line, port, {"started"});
   Outcome failed = {"failed", err, ExitForStatus(err)};

@@ -4,9 +4,11 @@
 #include <poll.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
@@ -41,6 +43,17 @@ namespace {
 constexpr OSType kApplicationType = FourCC('A', 'P', 'P', 'L');
 
 constexpr int64_t kPatience = 2 * kHostSecond;  // for whatever opening waits for
+
+// A program that ends within kEarly of its start five times in a row is not started again at once:
+// 1, 2, 4, 8 and then 10 s have to pass each time. A run of early ends is forgotten when the
+// program is seen to live longer, or when its last start lies further back than any pause lasts.
+constexpr int64_t kEarly = 2 * kHostSecond;
+constexpr int kFirstPauseAfter = 5;  // early ends
+constexpr int kMostDoublings = 4;
+constexpr int64_t kLongestPause = 10 * kHostSecond;
+constexpr int64_t kForgottenAfter = 60 * kHostSecond;
+
+constinit std::atomic<bool> sIgnoresPauses{false};
 
 // Moments of waiting: an eighth of the time waited until now, within limits, and never so short
 // that looking itself takes the most of it.
@@ -133,13 +146,13 @@ class Process {
   explicit Process(const HostStartedProgram& started)
       : pid(started.pid), descriptor(started.descriptor) {}
   // Of a record; nobody when that process has ended.
-  explicit Process(const HostLaunchRecord& record) {
-    if (record.pid == 0) return;
-    descriptor = static_cast<int>(syscall(SYS_pidfd_open, record.pid, 0));
+  explicit Process(const HostLaunchEntry& entry) {
+    if (entry.pid == 0) return;
+    descriptor = static_cast<int>(syscall(SYS_pidfd_open, entry.pid, 0));
     ProcessSerialNumber psn;
-    if (descriptor >= 0 && HostSerialNumberOfPid(record.pid, &psn) &&
-        psn.highLongOfPSN == record.startTicks) {
-      pid = record.pid;
+    if (descriptor >= 0 && HostSerialNumberOfPid(entry.pid, &psn) &&
+        psn.highLongOfPSN == entry.startTicks) {
+      pid = entry.pid;
     }
   }
   ~Process() {
@@ -227,8 +240,8 @@ bool RunsProgram(pid_t pid, const struct stat& program) {
 // Whether a copy runs that can be reached, or will be: one that owns a port, or was started here
 // and has not come to its port yet. One that had a port and has none any more is on its way out and
 // is waited for, so that whoever asks for a daemon that just quits gets a new one.
-bool Runs(const HostLaunchRecord& record, HostOpeningInfo* info) {
-  const Process last(record);
+bool Runs(const HostLaunchEntry& entry, HostOpeningInfo* info) {
+  const Process last(entry);
   struct stat program;
   if (stat(info->program.c_str(), &program) != 0) return false;
   info->port = HostFindNameOwnedBy([&](pid_t owner) {
@@ -238,26 +251,57 @@ bool Runs(const HostLaunchRecord& record, HostOpeningInfo* info) {
   });
   if (!info->port.empty()) return true;
   if (last.Pid() == 0) return false;
-  if (record.hadPort) return last.HasEnded(kPatience), false;
+  if (entry.hadPort) return last.HasEnded(kPatience), false;
   info->pid = last.Pid();
   return true;
 }
 
-OSStatus StartAndWait(HostLaunchLock& lock, HostOpeningInfo* info) {
-  lock.Write({});  // until there is something to tell
+// How long after `earlyEnds` early ends in a row a program is not started again.
+int64_t PauseAfter(int earlyEnds) {
+  if (earlyEnds < kFirstPauseAfter) return 0;
+  const int doublings = std::min(earlyEnds - kFirstPauseAfter, kMostDoublings);
+  return std::min(kHostSecond << doublings, kLongestPause);
+}
+
+// Counts the end of the entry's process, which has been seen now. An end that nobody saw within
+// kEarly of the start counts for nothing: it may have been early or not.
+void CountEnd(const std::string& program, HostLaunchEntry* entry) {
+  const int64_t now = HostNow();
+  if (entry->pid == 0 || entry->lastEarlyEnd >= entry->started) return;  // counted already
+  if (now - entry->started >= kEarly) return;
+  entry->earlyEnds = std::min(entry->earlyEnds + 1, kHostMaxEarlyEnds);
+  entry->lastEarlyEnd = now;
+  const int64_t pause = PauseAfter(entry->earlyEnds);
+  if (pause > 0) {
+    syslog(LOG_WARNING,
+           "%s has ended within %d s of its start %d times in a row; the next start is possible in "
+           "%d s",
+           program.c_str(), static_cast<int>(kEarly / kHostSecond), entry->earlyEnds,
+           static_cast<int>(pause / kHostSecond));
+  }
+}
+
+// `past` is the entry of the start before.
+OSStatus StartAndWait(HostLaunchLock& lock, const HostLaunchEntry& past, HostOpeningInfo* info) {
+  HostLaunchEntry entry;
+  entry.earlyEnds = past.earlyEnds;
+  entry.lastEarlyEnd = past.lastEarlyEnd;
+  lock.Write(entry);  // of no process until one has been started
   HostStartedProgram started;
+  entry.started = HostNow();
   const int error = HostStartProgram(info->program.c_str(), &started);
   if (error != 0) return StatusOfStart(error);
   const Process process(started);
-  HostLaunchRecord record;
   ProcessSerialNumber psn;
-  record.pid = info->pid = process.Pid();
-  if (HostSerialNumberOfPid(process.Pid(), &psn)) record.startTicks = psn.highLongOfPSN;
-  lock.Write(record);
+  entry.pid = info->pid = process.Pid();
+  if (HostSerialNumberOfPid(process.Pid(), &psn)) entry.startTicks = psn.highLongOfPSN;
+  lock.Write(entry);
   info->outcome = WaitForPort(process, &info->port);
-  record.hadPort = info->outcome == HostOpening::kClaimed;
-  record.opened = HostNow();
-  lock.Write(record);
+  entry.hadPort = info->outcome == HostOpening::kClaimed;
+  entry.opened = HostNow();
+  if (info->outcome == HostOpening::kEnded) CountEnd(info->program, &entry);
+  if (info->outcome == HostOpening::kSilent) entry.earlyEnds = 0;
+  lock.Write(entry);
   return 0;
 }
 
@@ -268,23 +312,38 @@ OSStatus OpenProgram(HostOpeningInfo* info) {
   info->outcome = HostOpening::kUnderWay;
   const bool hadToWait = !lock.Try();
   const bool isOurTurn = !hadToWait || WaitForTurn(lock);
-  const HostLaunchRecord record = lock.Read();
+  const HostLaunchEntry entry = lock.Read();
   if (!isOurTurn) {
-    if (record.opened == 0) info->pid = record.pid;  // of the start that is still under way
+    if (entry.opened == 0) info->pid = entry.pid;  // of the start that is still under way
     return kLSLaunchInProgressErr;
   }
   // Whoever was before us has started it, whatever has become of it. (One who could not start it
   // has left no record: then it is for us to find out why.)
-  if (hadToWait && record.pid != 0 && record.opened >= arrived) {
-    info->pid = record.pid;
+  if (hadToWait && entry.pid != 0 && entry.opened >= arrived) {
+    info->pid = entry.pid;
     return kLSLaunchInProgressErr;
   }
+  HostLaunchEntry past = entry;
+  const int64_t age = HostNow() - past.started;
+  if (age < 0) past = {};  // from before the machine was restarted
+  if (age > kForgottenAfter) past.earlyEnds = 0;
   info->outcome = HostOpening::kRunning;
-  if (Runs(record, info)) return 0;
-  return StartAndWait(lock, info);
+  if (Runs(entry, info)) {
+    if (past.earlyEnds != 0 && age >= kEarly) past.earlyEnds = 0, lock.Write(past);
+    return 0;
+  }
+  CountEnd(info->program, &past);
+  const bool isPaused = HostNow() - past.lastEarlyEnd < PauseAfter(past.earlyEnds);
+  if (isPaused && !sIgnoresPauses.load(std::memory_order_relaxed)) {
+    lock.Write(past);
+    return kLSServerCommunicationErr;
+  }
+  return StartAndWait(lock, past, info);
 }
 
 }  // namespace
+
+void HostOpenDespitePauses() { sIgnoresPauses = true; }
 
 OSStatus HostOpenApplication(const FSRef* application, HostOpeningInfo* info) {
   if (application == nullptr) return paramErr;

@@ -85,7 +85,7 @@ TEST_F(FileRecords, PathsLeadToRecordsAndBack) {
   scratch.File("folder/" + tooLong);
   scratch.File(tooLong + "/file");
   const std::string justFits(63, 'n');
-  scratch.File("folder/" + justFits);
+  scratch.File("fresh/" + justFits);
   scratch.Link("link", "folder/file");
   scratch.Link("loop", "loop2");
   scratch.Link("loop2", "loop");
@@ -104,7 +104,7 @@ TEST_F(FileRecords, PathsLeadToRecordsAndBack) {
       {root + "folder/..", 0, scratch.Path(), 0},
       {root + "folder/./file", 0, root + "folder/file", 0},
       {root + "folder//file", 0, root + "folder/file", 0},
-      {root + "folder/" + justFits, 0, root + "folder/" + justFits, 0},
+      {root + "fresh/" + justFits, 0, root + "fresh/" + justFits, 0},
       {root + "folder/\xff: \x01", 0, root + "folder/\xff: \x01", 0},
       {root + "folder/" + tooLong, 0, root + "folder/" + tooLong, bdNamErr},
       {root + tooLong + "/file", 0, root + tooLong + "/file", 0},
@@ -167,6 +167,7 @@ TEST_F(FileRecords, SpecsTellWhatIsThere) {
       {kHostVolume, folder, std::string(63, 'n'), fnfErr, std::string(63, 'n')},
       {kHostVolume, folder, std::string(64, 'n'), bdNamErr, ""},
       {kHostVolume, tooHigh, "file", dirNFErr, ""},
+      {kHostVolume, folder + 1, "file", dirNFErr, ""},  // the next number to be given out
       {kHostVolume, -7, "file", dirNFErr, ""},
       {-101, folder, "file", nsvErr, ""},
   };
@@ -313,6 +314,14 @@ TEST_F(FileRecords, ForgedReferencesAreRefused) {
   EXPECT_EQ(errFSBadFSRef, FSCompareFSRefs(&good, &forged));
   EXPECT_EQ(errFSBadFSRef,
             FSGetCatalogInfo(&forged, kFSCatInfoNone, nullptr, nullptr, &spec, nullptr));
+  // A reference of another process differs in some bytes that have no other meaning.
+  int refused = 0;
+  for (size_t at = 0; at < sizeof good; ++at) {
+    forged = good;
+    forged.hidden[at] ^= 0x55;
+    if (PathOfRef(forged) == "-1401") ++refused;
+  }
+  EXPECT_GE(refused, 4);
   // Every byte in turn: refused, or a name that is not there, but never a way out of the folder.
   for (size_t at = 0; at < sizeof good; ++at) {
     for (const int value : {0x00, 0x2F, 0x2E, 0x40, 0xFF}) {
@@ -358,6 +367,10 @@ TEST_F(FileRecords, NamesAndParents) {
   FSRef root;
   ASSERT_EQ(noErr, RefOfPath("/", &root));
   EXPECT_EQ(dirNFErr, FSGetCatalogInfo(&root, 0, nullptr, nullptr, nullptr, &parent));
+  // Both are the first inode of their file systems.
+  ASSERT_EQ(noErr, RefOfPath("/proc", &ref));
+  ASSERT_EQ(noErr, RefOfPath("/sys", &found));
+  EXPECT_EQ(errFSRefsDifferent, FSCompareFSRefs(&ref, &found));
   // From here on a file and the folder around it.
   ASSERT_EQ(noErr, RefOfPath(scratch.Path(longName), &ref));
   ASSERT_EQ(noErr, RefOfPath(scratch.Path(), &parent));
@@ -423,6 +436,7 @@ TEST_F(FileRecords, CatalogueTellsKindsAndSizes) {
       setxattr(path.c_str(), "user.org.netatalk.ResourceFork", "fork!!!", 7, 0) == 0;
   ASSERT_TRUE(hasFork || errno == ENOTSUP);
   const SInt32 folder = NumberOf(scratch.Path("folder"));
+  const OpenDescriptorCheck noLeaks;
   const struct {
     SInt16 index;
     SInt32 folder;
@@ -459,6 +473,8 @@ TEST_F(FileRecords, CatalogueTellsKindsAndSizes) {
       EXPECT_EQ(row.err == noErr && row.isFolder ? OSErr{fnfErr} : row.err, PBHGetFInfoSync(&file));
       EXPECT_EQ(row.data, +file.fileParam.ioFlLgLen);
       EXPECT_EQ(row.resource, +file.fileParam.ioFlRLgLen);
+      file.fileParam.ioFDirIndex = 1;  // this call knows no indexes
+      EXPECT_EQ(paramErr, PBHGetFInfoSync(&file));
     }
     if (row.err != noErr) continue;
     EXPECT_EQ(row.found == longest, (block.hFileInfo.ioFlAttrib & kioFlAttribLockedMask) != 0);
@@ -480,6 +496,7 @@ TEST_F(FileRecords, AliasesAreResolvedStepByStepOrToTheEnd) {
   scratch.Link("one", "folder/file");
   scratch.Link("two", "one");
   scratch.Link("up", "folder/../folder/");
+  scratch.Link("dots", "folder/..");
   scratch.Link("absolute", scratch.Path("two"));
   scratch.Link("missing", "folder/none");
   scratch.Link("lost", "none/file");
@@ -498,6 +515,7 @@ TEST_F(FileRecords, AliasesAreResolvedStepByStepOrToTheEnd) {
       {"two", false, 0, scratch.Path("one"), false, true},
       {"absolute", true, 0, scratch.Path("folder/file"), false, true},
       {"up", true, 0, scratch.Path("folder"), true, true},
+      {"dots", true, 0, scratch.Path(), true, true},
       {"missing", true, fnfErr, "-43", false, false},
       {"lost", true, dirNFErr, "", false, false},
       {"long", true, bdNamErr, "", false, false},

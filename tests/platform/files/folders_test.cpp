@@ -4,8 +4,11 @@
 #include <Security/Security.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "tests/support/scratch_folder.h"
 
@@ -57,6 +60,24 @@ TEST(Folders, DomainsAndTypes) {
     if (row.path == nullptr) continue;
     EXPECT_EQ(scratch.Path(row.path), FolderPath(volume, number));
     EXPECT_EQ(noErr, FSFindFolder(row.domain, row.type, kDontCreateFolder, &ref));
+  }
+}
+
+TEST(Folders, AFolderThatSeveralMakeAtOnceIsFoundByAll) {
+  constexpr int kThreads = 4;
+  for (int round = 0; round < 100; ++round) {
+    const ScratchFolder scratch;
+    const ScopedVariable local("VLTHOST_LOCAL_ROOT", scratch.Path("local").c_str());
+    std::atomic<int> arrived{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+      threads.emplace_back([&] {
+        FSRef ref;
+        for (++arrived; arrived < kThreads;) std::this_thread::yield();
+        EXPECT_EQ(noErr, FSFindFolder(kLocalDomain, kPreferencesFolderType, true, &ref));
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
   }
 }
 
