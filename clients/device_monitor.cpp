@@ -16,7 +16,7 @@ namespace {
 constexpr bool kMayLaunch = true;
 constexpr int kAttempts = 5;
 
-// A request, made and filled by `put`; its event refers to the address beside it.
+// A request whose parameters `put` has added. The event refers to the address in the same object.
 struct FilledRequest {
   template <class Put>
   FilledRequest(AEEventID eventID, SInt32 replyMode, Put put)
@@ -31,7 +31,7 @@ struct FilledRequest {
   OSStatus err;
 };
 
-// The rest of every request: sends, has the reply read by `read`, reports how it ended.
+// The second half of every request: sends it, calls `read` with the reply, reports the result.
 template <class Read>
 OSStatus SendAndHandleReply(VLTAppleEventWrapper& event, OSStatus err, const char* failureName,
                             Read read) {
@@ -48,7 +48,7 @@ OSStatus Request(AEEventID eventID, SInt32 replyMode, const char* failureName, P
   return SendAndHandleReply(request.event, request.err, failureName, read);
 }
 
-// The two ends of which a request may have none.
+// For requests without parameters and for replies without results.
 OSStatus PutNothing(VLTAppleEventWrapper&) { return 0; }
 OSStatus ReadNothing(const AEDesc*) { return 0; }
 
@@ -62,7 +62,7 @@ OSStatus PutProcess(AEDesc& event, const ProcessSerialNumber* psn) {
   return AEPutParamPtr(&event, keyDMProcess, typeProcessSerialNumber, psn, sizeof *psn);
 }
 
-// Asks for a setting and has its value read.
+// Requests a setting and calls `read` with the reply.
 template <class Read>
 OSStatus GetSetting(SInt32 deviceID, const char* key, AEEventID eventID, const char* failureName,
                     Read read) {
@@ -86,7 +86,7 @@ OSStatus ReadDeviceIDs(const AEDesc* reply, SInt32* ids, SInt32 maxCount, SInt32
 OSStatus ReadIntoBuffer(const AEDesc* reply, OSType type, void* buffer, SInt32 bufferSize,
                         SInt32* actualSize, OSType* actualType) {
   Size size = 0;
-  DescType ownType = type;  // stays when there is no value
+  DescType ownType = type;  // unless there is a value
   AESizeOfParam(reply, keyDMSettingValue, &ownType, nullptr);
   OSStatus err = AEGetParamPtr(reply, keyDMSettingValue, type, nullptr, buffer, bufferSize, &size);
   if (actualSize != nullptr) {
@@ -119,7 +119,7 @@ OSStatus DMLaunch::find() {
   return err;
 }
 
-// 0 or procNotFound.
+// Returns 0 or procNotFound.
 OSStatus DMLaunch::FindForThisSession() {
   bool isRoot = false;
   UInt32 sessionID = 0;
@@ -175,8 +175,8 @@ OSStatus DMClient::GetDestinationAddress(VLTPortDestinationAddress& address) {
   return 0;
 }
 
-// A look-up that finds nobody forgets the name, and waiting for the daemon that was started then
-// does not keep it again. Without one more look the request that started the daemon would fail.
+// The look-up that found no daemon cleared the stored name, and waiting for the daemon that was
+// started does not set it. Without another look-up the request that started the daemon would fail.
 OSStatus DMClient::VerifyServerRunning() {
   OSStatus err = launcher.findAndLaunch();
   if (err == 0 && launcher.GetDeviceMonitorPortName() == nullptr) err = launcher.find();
@@ -185,7 +185,7 @@ OSStatus DMClient::VerifyServerRunning() {
 
 OSStatus DMClient::CheckServerRunning() { return launcher.find(); }
 
-// Never destroyed: objects that die after main may still ask.
+// Never destroyed, because destructors that run after main may still send requests.
 DMLaunch& GetDeviceMonitorLauncher() {
   static DMLaunch& launcher = *new DMLaunch(gDeviceMonitorLaunchSpec);
   return launcher;
@@ -233,7 +233,7 @@ OSStatus DMSetDeviceMonitorExecutable(FSSpec* spec) {
 OSStatus DMVerifyDaemonRunning() { return GetDeviceMonitorLauncher().findAndLaunch(); }
 OSStatus DMCheckDaemonRunning() { return GetDeviceMonitorLauncher().find(); }
 
-// The name's spelling is meant.
+// Meant: the log entry has to spell this name "DMQuitDemon"; readers of the log rely on it.
 OSStatus DMQuitDaemon() { return SendQuitRequest(GetDMClient(), false, "DMQuitDemon"); }
 
 OSStatus DMGetDeviceIDs(SInt32* ids, SInt32 maxCount, SInt32* count) {
@@ -285,7 +285,7 @@ OSStatus DMSetDevicePreference(SInt32 deviceID, const char* key, OSType type, co
 
 OSStatus DMSetDeviceAttribute(SInt32 deviceID, const char* key, OSType type, const void* data,
                               SInt32 size) {
-  // The name's spelling is meant.
+  // Meant: the log entry has to spell this name "DMSetDevicAttribute", as above.
   return DMSetDeviceInfo(deviceID, key, kDMSetAttribute, type, data, size, "DMSetDevicAttribute");
 }
 
@@ -324,8 +324,8 @@ OSStatus DMGetDeviceAttribute(SInt32 deviceID, const char* key, OSType type, voi
                          actualType, "DMGetDeviceAttribute");
 }
 
-// Meant: with an allocator both forms ask for the preference, and below, with a handle, both for
-// the attribute. Callers and daemons in the field rely on it.
+// Meant: both forms with an allocator read the preference, and both forms with a handle, below,
+// read the attribute, because clients and daemons in the field rely on it.
 OSStatus DMGetDevicePreference(SInt32 deviceID, const char* key, OSType type, void*& data,
                                SInt32* size, OSType* actualType, AEPtrAllocator allocator) {
   return DMGetDeviceInfo(deviceID, key, kDMGetPreference, type, data, size, actualType, allocator,

@@ -6,39 +6,41 @@
 #include "aeport/param_copy.h"
 #include "launch/launch.h"
 
-// The device monitor as its clients see it: the devices there are, their settings, their status.
+// Requests to the device monitor: which devices there are, their settings and their status.
 //
-// Every request finds the daemon anew, so one that was restarted, or that serves one login session
-// instead of all, needs no care. A daemon that does not run is started only when that has been
-// switched on (DMSetLaunchIfNotRunning, or the launch preferences). A request blocks until the
-// answer is there: at most five times the time-out, each followed by one second. The time-out is
-// 500 seconds unless it is set.
+// Every request looks the daemon up again, so clients need no reset after a daemon has been
+// restarted, or when it serves one login session instead of all. The daemon is started only if
+// DMSetLaunchIfNotRunning or the launch preferences ask for it. A request blocks until the reply
+// arrives: it makes at most five attempts, each of which takes at most the time-out (500 s unless
+// it is set) and, if it times out, one second more.
 //
-// Threads  the first call on one thread before others use the client; one request at a time.
+// Threads  The first call has to return before other threads use the client. One request at a time.
 //
 // Results of requests
 //   0
 //   procNotFound         the daemon does not run and was not started
-//   errAETimeout, connectionInvalid   it does not answer; it ended before it answered
-//   errAEDescNotFound, errAECoercionFail   its answer lacks the parameter; in no form of the wanted
-//                        type
-//   paramErr             a null text or list, or a buffer that is too small, as told below
-//   anything else        what the daemon's handler said, or the Apple Event Manager
-// Outputs are written on success only, unless said otherwise.
+//   errAETimeout         the daemon did not reply in time
+//   connectionInvalid    the daemon ended before it replied
+//   errAEDescNotFound    the reply lacks the parameter
+//   errAECoercionFail    the reply's parameter cannot be converted to the wanted type
+//   paramErr             a null text or list, or a buffer that is too small, as described below
+//   anything else        the error of the daemon's handler or of the Apple Event Manager
+// Outputs are written on success only, unless the function says otherwise.
 
-// Finds the daemon under the name that serves all sessions, else under this login session's.
+// Finds the daemon under the port name for all login sessions, else under the name for this one.
 class DMLaunch : public VLTLaunch {
  public:
   explicit DMLaunch(const VLTLaunchSpec& specification) : VLTLaunch(specification) {}
   ~DMLaunch() override;
 
-  // As the base; while it finds by port name it also keeps the name that it found. Nobody there
-  // forgets the name, any other failure keeps it.
+  // Like VLTLaunch::find. While finding by port name is on, also stores the name under which the
+  // daemon was found. procNotFound clears the stored name; any other failure leaves it.
   OSStatus find() override;
 
-  // Copies; null for none. 0.
+  // Stores a copy of `name`, which may point into the stored name; null clears it. Returns 0.
   OSStatus SetDeviceMonitorPortName(const char* name);
-  // Where the daemon was last found, or null. Borrowed: valid until the next look-up.
+  // Returns the port name under which the daemon was last found, or null. Borrowed: valid until the
+  // next look-up.
   const char* GetDeviceMonitorPortName() const { return deviceMonitorPortName; }
 
  protected:
@@ -48,20 +50,20 @@ class DMLaunch : public VLTLaunch {
   OSStatus FindForThisSession();
 };
 
-// Makes the device monitor's requests. One object, GetDMClient's, serves them all.
+// Sends the requests. All functions below use one object, that of GetDMClient.
 class DMClient : public VLTAEClientSupport {
  public:
   explicit DMClient(DMLaunch& daemonLauncher);  // borrowed for the object's life
 
-  // Name a device in a request: by the daemon's id, by what it is on the USB, or by the text that
-  // tells it from others on another bus. The first failing put ends it.
+  // Put the device into a request: by the id that the daemon gave it, by its identity and position
+  // on the USB, or by the text that identifies it on another bus. Return the first error.
   OSStatus AddDeviceID(VLTAppleEventWrapper& event, SInt32 deviceID);
   OSStatus AddDeviceID(VLTAppleEventWrapper& event, SInt16 vendorID, SInt16 productID,
                        SInt32 location);
   OSStatus AddDeviceID(VLTAppleEventWrapper& event, const char* bus, const char* text);
 
-  // procNotFound, after a stop in the debugger if there is one, unless the launcher has found the
-  // daemon.
+  // Sets `address` to the port name that the launcher has stored. If it has none, breaks into an
+  // attached debugger and returns procNotFound.
   OSStatus GetDestinationAddress(VLTPortDestinationAddress& address) override;
   OSStatus VerifyServerRunning() override;
   OSStatus CheckServerRunning() override;
@@ -70,83 +72,98 @@ class DMClient : public VLTAEClientSupport {
   DMLaunch& launcher;
 };
 
-// The one launcher and the one client: made when first asked for, never destroyed.
+// The launcher and the client of this process, created by the first call and never destroyed.
 DMLaunch& GetDeviceMonitorLauncher();
 DMClient& GetDMClient();
 
-// The connection. 0 unless said otherwise.
+// The connection. These functions return 0 unless they say otherwise.
 
-OSStatus DMSetSendEventTimeout(UInt32 timeoutTicks);     // 1/60 s, for each attempt; 0: for ever
-OSStatus DMSetLaunchIfNotRunning(bool launchIt);         // launch preferences override it
-OSStatus DMSetDeviceMonitorPortName(const char* name);   // all sessions'; paramErr for null and ""
-OSStatus DMGetDeviceMonitorPortName(const char*& name);  // looks; null when nobody is there
-OSStatus DMSetDeviceMonitorSignature(OSType signature);  // paramErr for 0
+// Sets the time-out of each attempt, in 1/60 s; 0 waits for ever.
+OSStatus DMSetSendEventTimeout(UInt32 timeoutTicks);
+// Sets whether requests start the daemon. Launch preferences override it.
+OSStatus DMSetLaunchIfNotRunning(bool launchIt);
+// Sets the port name for all login sessions. Returns paramErr for null and "". The first look-up
+// replaces a name and a signature that were set before it.
+OSStatus DMSetDeviceMonitorPortName(const char* name);
+// Looks the daemon up. `name` becomes the port name under which it was found, or null.
+OSStatus DMGetDeviceMonitorPortName(const char*& name);
+// Returns paramErr for 0.
+OSStatus DMSetDeviceMonitorSignature(OSType signature);
 OSStatus DMGetDeviceMonitorSignature(OSType& signature);
-OSStatus DMSetDeviceMonitorExecutable(FSSpec* spec);  // paramErr for null; VLTLaunch::setExecutable
-OSStatus DMVerifyDaemonRunning();                     // VLTLaunch::findAndLaunch
-OSStatus DMCheckDaemonRunning();                      // VLTLaunch::find; starts nothing
+// Returns paramErr for null, else the result of VLTLaunch::setExecutable.
+OSStatus DMSetDeviceMonitorExecutable(FSSpec* spec);
+// Starts the daemon if it does not run and may be started; see VLTLaunch::findAndLaunch.
+OSStatus DMVerifyDaemonRunning();
+// Only looks; see VLTLaunch::find.
+OSStatus DMCheckDaemonRunning();
 
-// Asks the daemon to quit and waits for no answer. One that is not running counts as done, and none
-// is started.
+// Sends the quit event without waiting for a reply. Never starts the daemon; returns 0 if it does
+// not run.
 OSStatus DMQuitDaemon();
 
-// The ids of all devices. With maxCount 0 only `*count` is written. paramErr, with nothing written,
-// when there are more than `maxCount`.
+// Fetches the ids of all devices. If maxCount is 0, writes only `*count`. If there are more than
+// `maxCount` ids, returns paramErr and writes nothing.
 OSStatus DMGetDeviceIDs(SInt32* ids, SInt32 maxCount, SInt32* count);
 
-// The id of one device, by its place on the USB or by the text that another bus tells it by.
+// Fetch the id of one device: by its identity and position on the USB, or by the text that
+// identifies it on another bus.
 OSStatus DMGetDeviceID(SInt16 vendorID, SInt16 productID, SInt32 location, SInt32& deviceID);
 OSStatus DMGetDeviceID(const char* bus, const char* text, SInt32& deviceID);
 
-// Stores `size` bytes of `type`, in this host's byte order, under a key.
+// Store `size` bytes of `type`, in this CPU's byte order, under a key.
 OSStatus DMSetDevicePreference(SInt32 deviceID, const char* key, OSType type, const void* data,
                                SInt32 size);
 OSStatus DMSetDeviceAttribute(SInt32 deviceID, const char* key, OSType type, const void* data,
                               SInt32 size);
 
-// Reads a value as `type` into a buffer; typeWildCard takes it as it is.
+// Read a value, converted to `type`, into a buffer. typeWildCard reads it in its own type.
 //
-// actualSize  receives the bytes that the whole value has, 0 when it could not be read: the buffer
-//             may hold only its beginning. Null: a value that is cut is errAEBufferTooSmall, though
-//             the buffer was filled.
-// actualType  receives the value's own type before any coercion, or `type` when it could not be
-//             read. Null: a value of another type is errAECoercionFail, though it was coerced.
+// actualSize  Receives the size of the whole value, also if the buffer holds only its beginning, or
+//             0 if the value could not be read. If it is null, a value that does not fit gives
+//             errAEBufferTooSmall, but the buffer is filled.
+// actualType  Receives the value's own type before conversion, also if the conversion failed, or
+//             `type` if the reply has no value. If it is null, a value of another type gives
+//             errAECoercionFail, but the buffer is filled.
 OSStatus DMGetDevicePreference(SInt32 deviceID, const char* key, OSType type, void* buffer,
                                SInt32 bufferSize, SInt32* actualSize, OSType* actualType);
 OSStatus DMGetDeviceAttribute(SInt32 deviceID, const char* key, OSType type, void* buffer,
                               SInt32 bufferSize, SInt32* actualSize, OSType* actualType);
 
-// The same into a new block of `allocator` (null: NewPtr), as AECopyParamData: `data` becomes null
-// or a block, which is the caller's also after a failure. A request that failed earlier leaves
-// `data` and the other outputs alone: begin with null.
+// Read a value into a new block of `allocator` (null: NewPtr), like AECopyParamData: `data` becomes
+// null or a block, which belongs to the caller also after a failure. A request that fails before
+// its reply is read leaves `data` and the other outputs unchanged, so initialise `data` with null.
 //
-// Beware: the attribute form asks for the PREFERENCE of that key. That is meant.
+// Meant: the attribute form reads the PREFERENCE of that key; clients and daemons in the field rely
+// on it.
 OSStatus DMGetDevicePreference(SInt32 deviceID, const char* key, OSType type, void*& data,
                                SInt32* size, OSType* actualType, AEPtrAllocator allocator);
 OSStatus DMGetDeviceAttribute(SInt32 deviceID, const char* key, OSType type, void*& data,
                               SInt32* size, OSType* actualType, AEPtrAllocator allocator);
 
-// The same into an existing handle, as AECopyParamDataToHandle: it takes the value's size, and size
-// 0 when the value cannot be read. A request that failed earlier leaves it alone.
+// Read a value into an existing handle, like AECopyParamDataToHandle: the handle is set to the
+// value's size, or to 0 if the value cannot be read. A request that fails before its reply is read
+// leaves it unchanged.
 //
-// Beware: the preference form asks for the ATTRIBUTE of that key. That is meant.
+// Meant: the preference form reads the ATTRIBUTE of that key; clients and daemons in the field rely
+// on it.
 OSStatus DMGetDevicePreference(SInt32 deviceID, const char* key, OSType type, char** handle,
                                OSType* actualType);
 OSStatus DMGetDeviceAttribute(SInt32 deviceID, const char* key, OSType type, char** handle,
                               OSType* actualType);
 
-// Tells the daemon that a process takes pictures from a device, under a key of its own. Waits for
-// no answer.
+// Registers a process as the one that captures pictures from a device, under a key that the process
+// chooses. Sends without waiting for a reply.
 OSStatus DMRegisterRemoteDigitizer(SInt32 deviceID, ProcessSerialNumber& psn, const char* key);
 
-// Registers a process for changes of the devices' status that `mask` selects; `param` comes back
-// with each. `devices` receives the list as it is now, which the caller disposes of.
+// Registers a process for the changes of device status that `mask` selects; each notification
+// carries `param`. `devices` receives the current list; the caller disposes of it.
 OSStatus DMRegisterForDeviceStatusNotification(ProcessSerialNumber* psn, const char* key,
                                                SInt16 param, SInt32 mask, AEDescList* devices);
-// Only the list, once. Of the mask's low four bits none counts. paramErr for null: nothing is sent.
+// Fetches the current list without registering. The low four bits of `mask` are ignored. If
+// `devices` is null, returns paramErr and sends nothing.
 OSStatus DMGetDeviceStatus(SInt32 mask, AEDescList* devices);
 
-// What the functions above share. `failureName` is the request's name in the log.
+// The common parts of the functions above. `failureName` is the request's name in the log.
 
 OSStatus DMGetDeviceIDSendAndHandleReply(VLTAppleEventWrapper& event, OSStatus err,
                                          SInt32& deviceID);

@@ -2,18 +2,18 @@
 
 #include <CoreServices/CoreServices.h>
 
-// The device monitor's protocol: the events it answers and the parameters they carry, for those who
-// ask and for those who serve. Texts are 'TEXT' without a terminator; ids are 'long'.
+// The device monitor's protocol: the events it handles and their parameters, for clients and
+// servers. Texts are 'TEXT' without a terminator; ids are 'long'. Constants only: any thread.
 //
-// A setting is a key and a value of any type; each device has two tables of them, its preferences
-// and its attributes. What the status bits and the entries of a status list mean is the serving
-// program's to say.
+// A setting is a key and a value of any type. Each device has two tables of settings, its
+// preferences and its attributes. The device monitor defines what the status bits and the entries
+// of a status list mean.
 
 enum : AEEventClass { kDMEventClass = FourCC('C', 'm', 'o', 'N') };
 
 enum : AEEventID {
   kDMGetDeviceIDs = FourCC('G', 't', 'I', 's'),
-  kDMGetDeviceID = FourCC('U', 'n', 'I', 'D'),  // by what tells one device from all others
+  kDMGetDeviceID = FourCC('U', 'n', 'I', 'D'),  // by what identifies the device
   kDMSetPreference = FourCC('S', 't', 'P', 'f'),
   kDMSetAttribute = FourCC('S', 't', 'A', 't'),
   kDMGetPreference = FourCC('G', 't', 'P', 'f'),
@@ -34,11 +34,11 @@ enum : AEKeyword {
   keyDMSettingKey = FourCC('P', 'K', 'e', 'y'),  // TEXT
   keyDMSettingValue = FourCC('P', 'V', 'a', 'l'),
   keyDMProcess = FourCC('P', 'S', '#', 'n'),      // psn
-  keyDMStatusParam = FourCC('i', 'x', 'r', 'P'),  // shor, given back with each notification
+  keyDMStatusParam = FourCC('i', 'x', 'r', 'P'),  // shor, repeated in each notification
   keyDMStatusMask = FourCC('N', 'M', 's', 'k'),   // long
 };
 
 constexpr char kDMUSBBus[] = "USB";
 
-// In a status mask: the list is wanted once, nothing is registered.
+// In a status mask: return the list once and register nothing.
 constexpr UInt32 kDMStatusOnce = 0x1000;

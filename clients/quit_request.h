@@ -2,16 +2,16 @@
 
 #include "aeport/client_support.h"
 
-// What the clients of both monitors share.
+// The common parts of the clients of both daemons. Any thread that may use the client.
 
 constexpr SInt32 kMonitorSendFlags = kAECanInteract + kAECanSwitchLayer + kAEDontRecord;
 constexpr SInt32 kMonitorTimeoutTicks = 30000;
 
-// Sends the quit event to a client's server, which is not started for it, and waits for no answer.
-// A server that does not run counts as done; other failures of this side are logged under
+// Sends the quit event to a client's server without waiting for a reply. Never starts the server.
+// Returns 0 if the server does not run. Other failures on the client's side are logged under
 // `failureName`.
 //
-// lookUpTells  whether a bootstrap code means, too, that the server does not run: for a client
-//              that does not look for its server before it makes an event.
-// Result       0, or the failure of making or sending the event.
+// lookUpTells  Whether a bootstrap code means, too, that the server does not run. For a client that
+//              does not look for its server before it creates an event.
+// Result       0, or the error of creating or sending the event.
 OSStatus SendQuitRequest(VLTAEClientSupport& client, bool lookUpTells, const char* failureName);

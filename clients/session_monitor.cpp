@@ -24,7 +24,8 @@ OSStatus SMClient::VerifyServerRunning() { return SMVerifyDaemonRunning(); }
 OSStatus SMCheckDaemonRunning() { return sLauncher.find(); }
 OSStatus SMVerifyDaemonRunning() { return sLauncher.findAndLaunch(); }
 
-// This client checks nothing beforehand, so it is the look-up that tells of nobody there.
+// This client does not look for the daemon before it creates the event, so the look-up of the
+// event's address finds out that the daemon does not run.
 OSStatus SMQuitDaemon() { return SendQuitRequest(sClient, true, "SMQuitDaemon"); }
 
 OSStatus SMSetDeviceMonitorExecutable(FSSpec* spec) {

@@ -4,14 +4,13 @@
 
 #include "aeport/client_support.h"
 
-// The session daemon as its clients see it, the daemon itself among them: whether it runs, starting
-// it, asking it to quit. Only the fixed port name counts; there is no name for each session, for
-// there is one daemon in each.
+// Finding, starting and ending the session daemon; the daemon itself is one of the clients. Its
+// port name is fixed: there is one daemon per session, so no name per login session is needed.
 //
-// The launcher and the client behind these functions exist from before main until the process ends;
-// nobody uses them outside of that. One thread at a time.
+// The launcher and the client behind these functions are static objects. Do not use them from
+// constructors or destructors of other static objects. One thread at a time.
 
-// Makes the session daemon's requests.
+// Sends the requests to the session daemon.
 class SMClient : public VLTAEClientSupport {
  public:
   SMClient();
@@ -20,21 +19,23 @@ class SMClient : public VLTAEClientSupport {
   OSStatus VerifyServerRunning() override;
 };
 
-// 0 when the daemon runs; procNotFound when it does not. Starts nothing. paramErr when launch
-// preferences leave no way to find it, and the error of reading them.
+// Returns 0 if the daemon runs and procNotFound if not; never starts it. Returns paramErr if the
+// launch preferences leave no way to find it, or the error of reading them.
 OSStatus SMCheckDaemonRunning();
 
-// The same, but starts the daemon if it can, and waits for its port: for some 20 seconds when the
-// daemon does not appear.
+// Like SMCheckDaemonRunning, but starts the daemon if it does not run and waits for its port, for
+// about 20 seconds if the daemon does not claim it.
 OSStatus SMVerifyDaemonRunning();
 
-// Asks the daemon to quit and waits for no answer; works on the daemon's own thread, before its
-// loop runs, too. One that is not running counts as done, and none is started.
+// Sends the quit event without waiting for a reply. Never starts the daemon; returns 0 if it does
+// not run. The daemon's own main thread may call it, too, before its event loop runs.
 OSStatus SMQuitDaemon();
 
-// The application to start as the SESSION monitor; the name is meant. paramErr for null, else
-// VLTLaunch::setExecutable.
+// Sets the application to start as the session daemon. Meant: the name says device monitor, because
+// callers rely on it. Returns paramErr for null, else the result of VLTLaunch::setExecutable.
 OSStatus SMSetDeviceMonitorExecutable(FSSpec* spec);
 
-OSStatus SMSetSendEventTimeout(UInt32 timeoutTicks);  // 1/60 s; 0 waits for ever. 0
-OSStatus SMSetLaunchIfNotRunning(bool launchIt);      // launch preferences override it. 0
+// Sets the time-out in 1/60 s; 0 waits for ever. Returns 0.
+OSStatus SMSetSendEventTimeout(UInt32 timeoutTicks);
+// Sets whether SMVerifyDaemonRunning starts the daemon. Launch preferences override it. Returns 0.
+OSStatus SMSetLaunchIfNotRunning(bool launchIt);

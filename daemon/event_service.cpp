@@ -28,7 +28,8 @@ OSStatus installAEHandlers() {
 OSStatus removeAEHandlers() {
   delete cmPortAEListener;
   cmPortAEListener = nullptr;
-  // The flag stays. That is meant: it tells that this process has been the daemon.
+  // Meant: the flag stays set, because the check for a running daemon has to know that this process
+  // was the daemon.
   return 0;
 }
 

@@ -2,29 +2,32 @@
 
 #include <CoreServices/CoreServices.h>
 
-// The daemon's event service: one listener on the daemon's port and the handlers behind it. All on
-// the main thread, whose run loop it uses; nothing here is locked.
+// The daemon's event service: a listener on the daemon's port, and the event handlers. Main thread
+// only; the listener uses its run loop.
 
-// Where the session daemon is reached. One daemon of a session owns it, and that is what makes it
-// the only one.
+// The session daemon's port name. Only one process of a session can own it, so there is only one
+// session daemon in each session.
 constexpr char kSessionDaemonPortName[] = "com.veltrane.vltsessiond.1.1";
 
-// Opens the service on the calling thread's run loop. memFullErr without memory, else what claiming
-// the port said. After a failure removeAEHandlers tidies up. Not to be called twice.
+// Opens the service on the calling thread's run loop. Returns memFullErr when memory runs out,
+// otherwise the result of claiming the port (ListenOnPort). Call removeAEHandlers also after a
+// failure. Do not call it twice.
 OSStatus installAEHandlers();
 
-// Closes the service and gives the port up. Always 0; harmless when there is no service.
+// Closes the service and releases the port. Does nothing if there is no service. Returns 0.
 OSStatus removeAEHandlers();
 
-// Whether the service has ever been opened by this process: it stays true after the service closed.
+// Returns true if this process has ever opened the service, also after the service was closed.
 bool isAEHandlerRegistered();
 
-// Whether somebody listens under `portName`. False for a null or empty name and for any error.
+// Returns true if a process owns the port name. Returns false for a null or empty name and for any
+// error.
 bool checkPortRegistered(const char* portName);
 
-// Routes one event to its handler; errAEEventNotHandled for those that nobody handles.
+// Calls the handler of an event, or returns errAEEventNotHandled if there is none.
 OSStatus SMAEDispatchCallback(UInt32 eventClass, UInt32 eventID, const AEDesc* event, AEDesc* reply,
                               void* refcon);
 
-// Ends the application event loop, whoever asks. The answer leaves before the loop ends. 0.
+// Ends the application event loop, whoever the sender is. The reply is sent before the loop ends.
+// Returns 0.
 OSErr AEQuitHandler(const AppleEvent* event, AppleEvent* reply, SInt32 refcon);

@@ -3,8 +3,8 @@
 #include "daemon/session_monitor.h"
 #include "util/app_error_utils.h"
 
-// The session daemon: claims the session's port, answers events until a quit event, exits with 0.
-// An exception that nobody expected ends it at once, with 1 and no clean-up.
+// The session daemon: claims its port, handles events until the quit event and exits with 0. An
+// unexpected exception ends it at once with 1, without clean-up.
 
 int main(int argc, char** argv) {
   try {

@@ -2,17 +2,17 @@
 
 #include <CoreServices/CoreServices.h>
 
-// Tells whether a session daemon runs already, for those who must decide whether to start one.
-// Nothing is claimed and nothing is started. Main thread only.
+// Checks whether a session daemon runs, for a process that decides whether to start one. Claims and
+// starts nothing. Main thread only.
 
 enum : int {
   kDaemonHereOrNowhere = 1,
   kDaemonElsewhere = 2,
 };
 
-// runningElsewhere  whether another process is the daemon; false in the process that is or has been
-//                   the daemon itself, which is not looked for then.
-// where             kDaemonElsewhere when one was found, else kDaemonHereOrNowhere.
-// Result            0, also when there is none; else the failure of looking, with both outputs as
-//                   for none.
+// runningElsewhere  True if another process is the daemon. In a process that is or was the daemon
+//                   itself it is false, without a look-up.
+// where             kDaemonElsewhere if another process is the daemon, else kDaemonHereOrNowhere.
+// Result            0, also if there is no daemon. After a failed look-up its error, with false and
+//                   kDaemonHereOrNowhere in the outputs.
 OSStatus isSessionManagerAlreadyRunning(bool& runningElsewhere, int& where);

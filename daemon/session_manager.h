@@ -4,9 +4,10 @@
 
 class VLTPreferences;
 
-// SessionManager is the daemon's central object: where its preferences would come from and go to,
-// and when. The preference operations are hooks; this daemon keeps no settings of its own, and the
-// file names of the command line are recorded, not read. Main thread only.
+// SessionManager is the daemon's central object. It decides when the daemon's preferences are
+// loaded and saved. The operations on preferences are hooks that do nothing, because this daemon
+// has no settings. The file names from the command line are stored but never opened. Main thread
+// only.
 class SessionManager {
  public:
   constexpr SessionManager() = default;
@@ -15,22 +16,23 @@ class SessionManager {
   constexpr virtual ~SessionManager() = default;
 
   OSStatus init();        // loads the preferences
-  OSStatus finishInit();  // saves them; from then on changes are saved
+  OSStatus finishInit();  // saves them, and from then on prefsModified saves changes
 
-  OSStatus loadPreferences();                               // hook: 0
-  OSStatus loadPreferences(VLTPreferences& preferences);    // loadSMPreferences
-  OSStatus loadSMPreferences(VLTPreferences& preferences);  // hook for our own keys: 0
-  OSStatus savePreferences();                               // hook: 0
-  OSStatus savePreferences(VLTPreferences& preferences);    // hook: 0
+  OSStatus loadPreferences();                               // hook: returns 0
+  OSStatus loadPreferences(VLTPreferences& preferences);    // calls loadSMPreferences
+  OSStatus loadSMPreferences(VLTPreferences& preferences);  // hook for the daemon's keys: returns 0
+  OSStatus savePreferences();                               // hook: returns 0
+  OSStatus savePreferences(VLTPreferences& preferences);    // hook: returns 0
 
-  // Saves when there are changes and the start has finished. Always 0, whatever saving said.
+  // Saves the preferences if they have changed and the start has finished. Returns 0, also if
+  // saving fails.
   OSStatus prefsModified();
 
-  // Borrowed for the life of the manager; they point into the command line.
+  // Store the pointers. The texts have to outlive the manager; they belong to the command line.
   void setLoadPreferencesFilename(const char* name) { loadPreferencesFilename = name; }
   void setSavePreferencesFilename(const char* name) { savePreferencesFilename = name; }
 
-  OSStatus identify();  // 0
+  OSStatus identify();  // returns 0
 
  protected:
   const char* loadPreferencesFilename = nullptr;
@@ -39,5 +41,5 @@ class SessionManager {
   bool initialised = false;
 };
 
-// The one manager. Exists before main and until the process ends.
+// The manager of this process. Exists before main and until the process ends.
 extern SessionManager gSessionManager;

@@ -11,7 +11,7 @@
 #include "util/app_error_utils.h"
 #include "util/strings.h"
 
-// Build switch: whether the user is told of a failed start.
+// Build switch: whether a notice tells the user that the start has failed.
 #ifndef VLT_NOTIFY_ON_START_FAILURE
 #define VLT_NOTIFY_ON_START_FAILURE false
 #endif
@@ -21,8 +21,8 @@ namespace {
 bool sQuitImmediately = false;
 bool sNotifyUserOnStartFailure = VLT_NOTIFY_ON_START_FAILURE;
 
-// Shows why there is no daemon; the same words whatever the reason. The text is static because the
-// notice refers to it until the user has dismissed it.
+// Shows that the daemon failed to start, with the same text for every reason. The text is static
+// because the notice refers to it until the user dismisses the notice.
 void NotifyStartFailure() {
   static char text[1024];
   std::snprintf(text, sizeof text,
@@ -69,7 +69,8 @@ OSStatus initializeSessionManager() {
   OSStatus err = gSessionManager.init();
   if (err == 0) err = gSessionManager.finishInit();
   if (err == 0) err = installAEHandlers();
-  // Now that the port is ours, the quit event comes to ourselves, and waits for the loop.
+  // This process owns the port now, so it sends the quit event to itself. The event waits for the
+  // loop.
   if (err == 0 && sQuitImmediately) err = SMQuitDaemon();
   return err;
 }

@@ -2,19 +2,19 @@
 
 #include <CoreServices/CoreServices.h>
 
-// The daemon's life between command line and exit status. Main thread only.
+// The daemon's run, from the command line to the exit status. Main thread only.
 
-// Takes the options from the second argument on: "-q", "-lp" or "-loadPrefs" FILE, "-sp" or
-// "-savePrefs" FILE. The last occurrence wins; what matches no option, and an option whose value is
-// missing, is passed over in silence. The strings are kept, not copied.
+// Reads the options from the second argument on: "-q", "-lp" or "-loadPrefs" FILE, "-sp" or
+// "-savePrefs" FILE. If an option occurs twice, the last one is used. Other arguments, and an
+// option without its value, are ignored. Stores the pointers; the texts are not copied.
 void ParseSessionDaemonOptions(int argc, char** argv);
 
-// Where the daemon would choose a log file of its own: leaves the default and returns 0.
+// The place where a daemon would choose its log file. This one leaves the default and returns 0.
 OSStatus SetSessionDaemonLogfileName();
 
-// Starts, runs the event loop until a quit event, and tidies up. A start that fails (mostly because
-// another copy owns the port) skips the loop and is no error of the process: always 0.
+// Starts the daemon, runs the event loop until the quit event, and cleans up. If the start fails,
+// in most cases because another copy owns the port, does not run the loop. Returns 0 in all cases.
 int sessionMonitor();
 
-OSStatus initializeSessionManager();  // the start; 0 or the first failing step's status
-OSStatus termSessionManager();        // the end, also after a failed start; always 0
+OSStatus initializeSessionManager();  // the start; returns the first error
+OSStatus termSessionManager();        // the clean-up, also after a failed start; returns 0

@@ -18,7 +18,7 @@ constexpr OSType kApplicationType = FourCC('A', 'P', 'P', 'L');
 
 bool IsEmpty(const char* text) { return text == nullptr || text[0] == 0; }
 
-// Signals cut none of it off, and what is negative counts as no time.
+// Sleeps the whole time, also when signals arrive. A negative number counts as 0.
 void SleepSeconds(int seconds) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
   std::this_thread::sleep_until(end);
@@ -69,7 +69,8 @@ OSStatus VLTLaunch::findAndLaunch() {
   return waitForLaunch();
 }
 
-// Meant: the bundle identifier comes before the signature, although its slot comes after.
+// Meant: tries the bundle identifier before the signature, although its slot comes after; callers
+// rely on which application is started.
 OSStatus VLTLaunch::launch() {
   OSStatus err = findAndLaunchFromSpecified();
   if (err == procNotFound) err = findAndLaunchFromBundleID();
@@ -168,7 +169,7 @@ OSStatus VLTLaunch::waitForLaunch(VLTLaunchProbe probe, void* first, void* secon
   do {
     err = probe(first, second);
     if (err == procNotFound) {
-      SleepSeconds(sleepSeconds);  // meant: after the last probe too
+      SleepSeconds(sleepSeconds);  // Meant: also after the last probe; callers rely on the time
       ++count;
     }
   } while (err == procNotFound && count < retries);

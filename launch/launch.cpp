@@ -39,7 +39,7 @@ OSStatus VLTLaunch::initParams() {
   if (launchRetrySleepInterval == 0) launchRetrySleepInterval = 2;
   if (launchRetries == 0) launchRetries = 20;
   signature = spec.signature;
-  // Meant: a name that was set before the first look-up goes.
+  // Meant: a name that was set before the first look-up is overwritten, because callers rely on it.
   StrFree(bundleID);
   bundleID = StrDup(spec.bundleID);
   StrFree(portName);
@@ -57,12 +57,12 @@ OSStatus VLTLaunch::initParams() {
 OSStatus VLTLaunch::init() {
   MaskSwitches();
   executableValid = executable.isValid();
-  // Meant: also when a way to find the daemon is switched on again later.
+  // Meant: stays 0 if a way of finding is turned on later, because waiting was given up for good.
   if (!findByPortName && !findBySignature) launchRetries = 0;
   return 0;
 }
 
-// A way that lacks what it goes by is none.
+// A way of finding or launching whose value is missing is turned off.
 void VLTLaunch::MaskSwitches() {
   launchBySignature = launchBySignature && signature != 0;
   launchByBundleID = launchByBundleID && !IsEmpty(bundleID);

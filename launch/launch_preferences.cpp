@@ -7,19 +7,19 @@
 #include "plist/preferences.h"
 #include "util/ostype_text.h"
 
-// The launch preferences: a dictionary in the preferences of any user on the current host, by which
-// an administrator says how a daemon is found and started.
+// The launch preferences are a dictionary in the preferences of any user on the current host. With
+// it an administrator decides how a daemon is found and started.
 
 namespace {
 
-// The store that launch preferences are kept in.
+// The preferences that contain the launch preferences.
 class LaunchPreferences : public VLTPreferences {
  public:
   explicit LaunchPreferences(const char* domain)
       : VLTPreferences(domain, kCFPreferencesAnyUser, kCFPreferencesCurrentHost) {}
 };
 
-// Frees a text that reading replaced, whatever ends the reading.
+// Frees the old text of a field in the end, if a new one has replaced it.
 class ReplacedText {
  public:
   explicit ReplacedText(char*& field) : current(field), before(field) {}
@@ -34,13 +34,14 @@ class ReplacedText {
   char* before;
 };
 
-// Whether `text` is all of a key's string: what has no Mac Roman form, or no room, was cut.
+// Whether `text` is the whole string of a key. Reading cuts it before a character that Mac Roman
+// lacks and at the end of the buffer.
 bool IsWhole(VLTDictionary& dict, const char* key, const char* text) {
   UInt32 characters = 0;
   return dict.getCString(key, nullptr, 0, characters) == 0 && characters == std::strlen(text);
 }
 
-// An absent key is no failure.
+// A missing key is not a failure.
 OSStatus Optional(OSStatus err) { return err == errAEDescNotFound ? 0 : err; }
 
 }  // namespace
@@ -81,7 +82,8 @@ OSStatus VLTLaunch::readPreferences() {
   VLTDictionary dict;
   OSStatus err = getLaunchPrefsDict(dict);
   if (err != 0) {
-    prefsRead = true;  // meant: a dictionary that cannot be read is an error once
+    prefsRead =
+        true;  // Meant: an unreadable dictionary is an error only once, so that later requests work
     return Optional(err);
   }
   err = ReadPreferenceKeys(dict);
@@ -95,7 +97,7 @@ OSStatus VLTLaunch::ReadPreferenceKeys(VLTDictionary& dict) {
   if (err == 0) err = Optional(dict.getLong("launchRetrySleepInterval", launchRetrySleepInterval));
   if (err == 0) err = Optional(readOSTypeFromDict(dict, "signature", signature));
   if (err == 0) err = Optional(dict.getBoolean("launchBySignature", launchBySignature));
-  // Meant: errors of these two never end the reading.
+  // Meant: errors of these two keys never end the reading, so that a wrong path leaves the others.
   if (err == 0 && readStringFromDict(dict, "bundleID", bundleID) == 0) launchByBundleID = true;
   if (err == 0 && readSpecFromDict(dict, "executablePath", executable) == 0) {
     executableValid = executable.isValid();
@@ -122,7 +124,7 @@ OSStatus VLTLaunch::readSpecFromDict(VLTDictionary& dict, const char* key, FileS
   OSStatus err = dict.getCStringAlloc(key, path, nullptr);
   if (err != 0) return err;
   FSRef ref;
-  // Half a path is no path to start anything from.
+  // A cut path would lead to another program.
   err = IsWhole(dict, key, path) ? 0 : errAEDescNotFound;
   if (err == 0) err = FSPathMakeRef(reinterpret_cast<const UInt8*>(path), &ref, nullptr);
   StrFree(path);
@@ -135,7 +137,7 @@ OSStatus VLTLaunch::readOSTypeFromDict(VLTDictionary& dict, const char* key, OST
   char text[256] = "";
   UInt32 length = 0;
   const OSStatus err = dict.getCString(key, text, sizeof text, length);
-  // One that does not fit counts as empty.
+  // A text that is cut counts as empty.
   if (err != 0 || length == 0 || !IsWhole(dict, key, text)) return err;
   return CStringToOSType(text, out) == 0 ? 0 : errAEDescNotFound;
 }

@@ -6,7 +6,7 @@ constexpr char kPreferencesDomain[] = "com.veltrane.common.1.1";
 
 }  // namespace
 
-// Constants, so that launchers among the static objects of other files may be made from them.
+// Constants, so that static objects of other files can be constructed from them.
 constinit const VLTLaunchSpec gSessionMonitorLaunchSpec = {
     .launchIfNotFound = true,
     .launchRetrySleepInterval = 1,

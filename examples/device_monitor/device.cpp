@@ -33,7 +33,7 @@ void AddListedDevice(CFDictionaryRef listed, std::vector<Device>& devices) {
   devices.push_back(device);
 }
 
-// The first line of a small file, or "".
+// Returns the first line of a small file, or "".
 std::string LineOf(const fs::path& path) {
   std::ifstream file(path);
   std::string line;
@@ -47,7 +47,7 @@ int Parse(const std::string& text, int base) {
   return number;
 }
 
-// "1" and "4.2" become 0x01420000: the bus, then the ports on the way.
+// Makes the location of bus number and path: "1" and "4.2" become 0x01420000.
 SInt32 LocationOf(int bus, const std::string& ports) {
   UInt32 location = static_cast<UInt32>(bus) << 24;
   int shift = 20;
@@ -108,7 +108,7 @@ void AddVideoDevices(const std::string& folder, std::vector<Device>& devices) {
   for (const auto& entry : fs::directory_iterator(folder, failed)) entries.push_back(entry.path());
   std::sort(entries.begin(), entries.end());
   for (const fs::path& entry : entries) {
-    // A device has further entries for what comes beside its pictures.
+    // A device has more entries for data other than pictures; only the first one counts.
     if (Parse(LineOf(entry / "index"), 10) == 0) devices.push_back(VideoDevice(entry));
   }
 }

@@ -7,28 +7,28 @@
 
 #include "examples/device_monitor/setting.h"
 
-// A capture device: what tells it from all others, who uses it, and its two tables of settings.
-// Plain data, one thread at a time.
+// A capture device: what identifies it, which process uses it, and its two tables of settings.
+// Plain data; one thread at a time.
 struct Device {
-  SInt32 id = 0;    // given by the monitor, good as long as it runs
+  SInt32 id = 0;    // assigned by the monitor, valid as long as the monitor runs
   std::string bus;  // "USB", or another bus's name
   SInt16 vendorID = 0;
   SInt16 productID = 0;
-  SInt32 location = 0;  // on the USB: the bus in the top byte, then a port each four bits
-  std::string serial;   // on another bus: the text that names it there
+  SInt32 location = 0;  // on the USB: the bus in the top byte, then four bits for each port
+  std::string serial;   // on another bus: the text that identifies the device there
   SettingTable preferences;
   SettingTable attributes;
-  ProcessSerialNumber digitizer = {0, kNoProcess};  // who takes pictures from it
+  ProcessSerialNumber digitizer = {0, kNoProcess};  // the process that captures pictures from it
 
-  // The same for the same device at every start: what its settings are stored under.
+  // Returns the key under which the device's settings are stored. It is the same at every start.
   std::string Identity() const;
 };
 
-// Devices in the property list's array "devices", each a dictionary with "bus", and "vendorID",
-// "productID" and "location" on the USB, else "serial"; "attributes" is a dictionary of settings.
-// Entries without a bus are passed over.
+// Adds the devices of the property list's array "devices". Each is a dictionary with "bus"; with
+// "vendorID", "productID" and "location" on the USB, else with "serial"; and with "attributes", a
+// dictionary of settings. Entries without a bus are ignored.
 void AddListedDevices(VLTDictionaryBase& list, std::vector<Device>& devices);
 
-// The machine's own video devices, as the kernel tells in `folder`: an entry for each, with its
-// "name" and, below "device", what the bus knows. Nothing without such a folder.
+// Adds the machine's video devices. `folder` is the kernel's list: a folder for each device, with a
+// file "name" and a link "device" to the bus's description. Adds nothing if it does not exist.
 void AddVideoDevices(const std::string& folder, std::vector<Device>& devices);

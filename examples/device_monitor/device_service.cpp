@@ -10,9 +10,8 @@
 #include "aeport/params.h"
 #include "clients/device_protocol.h"
 
-// The largest texts and tables that a client can make the monitor keep are bounded here; so is the
-// time that a client which does not read its notifications can cost: one short wait, then it is
-// forgotten.
+// The service limits what a client can make it store, and how long a client that does not read its
+// notifications can delay it: after one short wait the client's registration is removed.
 
 namespace {
 
@@ -20,7 +19,7 @@ constexpr size_t kLongestText = 255;
 constexpr size_t kMostRegistrations = 64;
 constexpr SInt32 kNotifyTicks = 6;  // 1/60 s
 
-// A value as it came.
+// Reads the value with the type that it has in the event.
 OSStatus ReadValue(const AEDesc& event, Setting& value) {
   void* data = nullptr;
   Size size = 0;
@@ -78,7 +77,7 @@ OSStatus PutStatus(AEDesc& record, const Device& device, UInt32 bits) {
 
 const char kDeviceMonitorDomain[] = "com.veltrane.devicemonitor.1.1";
 
-// Every event there is, in one table.
+// All events that the service handles.
 const DeviceService::Row DeviceService::kRows[] = {
     {kCoreEventClass, kAEQuitApplication, &DeviceService::Quit},
     {kDMEventClass, kDMGetDeviceIDs, &DeviceService::GetDeviceIDs},
@@ -103,8 +102,8 @@ DeviceService::DeviceService(std::vector<Device> found)
   }
 }
 
-// What this returns goes back to the sender: 0 with the reply as it was filled, anything else as
-// the result of its request.
+// If this returns 0, the sender gets the reply as the handler filled it. Any other number becomes
+// the result of the sender's request.
 OSStatus DeviceService::Dispatch(UInt32 eventClass, UInt32 eventID, const AEDesc* event,
                                  AEDesc* reply, void* refcon) {
   auto* const service = static_cast<DeviceService*>(refcon);
@@ -124,7 +123,7 @@ OSStatus DeviceService::Quit(const AEDesc&, AEDesc&) {
 OSStatus DeviceService::GetDeviceIDs(const AEDesc&, AEDesc& reply) {
   std::vector<SInt32> ids;
   for (const Device& device : devices) ids.push_back(device.id);
-  ids.reserve(1);  // an array of none is an array, too
+  ids.reserve(1);  // also an empty array needs a pointer
   return PutAELongArray(&reply, keyDMDeviceIDs, ids.data(), static_cast<SInt32>(ids.size()));
 }
 
@@ -147,7 +146,7 @@ OSStatus DeviceService::GetDeviceID(const AEDesc& event, AEDesc& reply) {
   return fnfErr;
 }
 
-// paramErr when there is no such device.
+// Returns paramErr if there is no such device.
 OSStatus DeviceService::FindDevice(const AEDesc& event, Device*& found) {
   SInt32 id = 0;
   const OSStatus err = GetAELong(&event, keyDMDeviceID, &id);
@@ -175,7 +174,7 @@ OSStatus DeviceService::Get(Table table, const AEDesc& event, AEDesc& reply) {
                        static_cast<Size>(setting.bytes.size()));
 }
 
-// A value that cannot be stored is not taken: the sender hears of it, and the old one stands.
+// If a value cannot be stored, the sender gets the error and the old value is kept.
 OSStatus DeviceService::Set(Table table, const AEDesc& event) {
   Device* device = nullptr;
   std::string key;
@@ -219,7 +218,7 @@ OSStatus DeviceService::SetAttribute(const AEDesc& event, AEDesc&) {
   return Set(&Device::attributes, event);
 }
 
-// A device has one user at most: the last one, until it ends.
+// A device has at most one digitizer: the process that registered last, until it ends.
 OSStatus DeviceService::RegisterDigitizer(const AEDesc& event, AEDesc&) {
   Device* device = nullptr;
   std::string key;
@@ -247,7 +246,8 @@ OSStatus DeviceService::RegisterForStatus(const AEDesc& event, AEDesc& reply) {
   return err == 0 ? ListStatus(reply) : err;
 }
 
-// One registration for each process and port; those of processes that have ended make room.
+// There is one registration for each process and port. Registrations of processes that have ended
+// are removed first.
 OSStatus DeviceService::Register(const Registration& registration) {
   if (registration.portName.empty() || !IsAlive(registration.psn)) return paramErr;
   std::erase_if(registrations, [&](const Registration& each) {
@@ -275,7 +275,8 @@ OSStatus DeviceService::ListStatus(AEDesc& reply) {
   return err;
 }
 
-// Tells those who want to hear of `changed`. Whoever is gone, or does not take it, is forgotten.
+// Notifies the processes whose mask has a bit of `changed`. Removes the registration of a process
+// that has ended or does not take the notification.
 void DeviceService::Notify(const Device& device, UInt32 changed) {
   std::erase_if(registrations, [&](const Registration& each) {
     if ((each.mask & changed) == 0) return false;

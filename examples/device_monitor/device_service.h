@@ -9,31 +9,31 @@
 #include "examples/device_monitor/device.h"
 #include "plist/preferences.h"
 
-// What this monitor puts into status lists and notifications, besides keyDMDeviceID.
+// The parameters of status lists and notifications besides keyDMDeviceID.
 enum : AEKeyword {
   keyStatusBits = FourCC('D', 'v', 'S', 't'),  // long
   keyStatusName = FourCC('D', 'v', 'N', 'm'),  // TEXT: the attribute "name", or ""
 };
 
-// Bits of a status, and of the mask that selects what a registered process hears of.
+// Bits of a status, and of the mask that selects the changes a registered process is notified of.
 enum : UInt32 {
   kStatusPresent = 0x10,
-  kStatusInUse = 0x20,            // a process takes pictures from it
+  kStatusInUse = 0x20,            // a process captures pictures from it
   kStatusSettingsChanged = 0x40,  // in notifications only
 };
 
-// The notification: sent to the port that a registration's key names, no answer wanted.
+// The notification. It is sent to the port name in a registration's key and needs no reply.
 constexpr AEEventID kStatusChangedEvent = FourCC('D', 'v', 'S', 'C');
 
-// DeviceService answers the device monitor's events. It owns the devices and the registrations and
-// keeps settings in the preferences, so that they are there at the next start. One thread: that of
-// the run loop which its listener is attached to.
+// DeviceService handles the device monitor's events. It owns the devices and the registrations, and
+// stores settings in the preferences, so that they survive a restart. Use it only on the thread
+// whose run loop its listener is attached to.
 class DeviceService {
  public:
-  // Restores what is stored for `found`; their ids are 1, 2, ... in this order.
+  // Restores the stored settings of `found` and gives the devices the ids 1, 2, ... in this order.
   explicit DeviceService(std::vector<Device> found);
 
-  // The listener's dispatch callback; `refcon` is the service.
+  // The listener's dispatch callback. `refcon` is the service.
   static OSStatus Dispatch(UInt32 eventClass, UInt32 eventID, const AEDesc* event, AEDesc* reply,
                            void* refcon);
 
@@ -78,5 +78,5 @@ class DeviceService {
   VLTPreferences store;
 };
 
-// The preferences domain of the settings, and of "devices" when no list file is given.
+// The preferences domain of the settings, and of "devices" if no list file is given.
 extern const char kDeviceMonitorDomain[];

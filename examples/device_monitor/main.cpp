@@ -12,8 +12,8 @@
 #include "launch/launch_spec.h"
 #include "util/user_session.h"
 
-// A device monitor in some eight hundred lines: the example of how to write a server with this
-// library, explained in README.md, and what the clients are tried against.
+// A device monitor in some eight hundred lines, as an example of a server that uses this library.
+// The tests of the clients talk to it.
 
 namespace {
 
@@ -60,8 +60,8 @@ OSStatus FindDevices(const Options& options, std::vector<Device>& devices) {
   return err;
 }
 
-// One monitor serves all sessions, or each session has its own. Clients look for the first, then
-// for theirs.
+// One monitor serves all login sessions, or each login session has its own. Clients look for the
+// former first.
 OSStatus MakePortName(bool isForSession, char (&name)[kVLTPortNameSize]) {
   char suffix[16] = "";
   UInt32 sessionID = 0;

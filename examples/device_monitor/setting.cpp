@@ -18,7 +18,7 @@ Setting SettingOf(DescType type, const T& value) {
 
 Size ByteCount(const Setting& setting) { return static_cast<Size>(setting.bytes.size()); }
 
-// False when the value has no form of the type.
+// Returns false if the value cannot be converted to the type.
 bool Coerce(const Setting& setting, DescType type, Setting& out) {
   AEDesc desc = {typeNull, nullptr};
   if (AECoercePtr(setting.type, setting.bytes.data(), ByteCount(setting), type, &desc) != 0) {
@@ -66,7 +66,7 @@ OSStatus StoreValue(VLTDictionaryBase& entry, const Setting& setting) {
                        static_cast<UInt32>(setting.bytes.size()));
 }
 
-// The value under `key` in the type that comes nearest to its class in the property list.
+// Reads the value under `key` as the descriptor type that fits its class in the property list.
 bool LoadNatural(VLTDictionaryBase& list, const char* key, Setting& out) {
   UInt32 typeID = 0;
   if (list.getType(key, typeID, nullptr) != 0) return false;

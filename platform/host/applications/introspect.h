@@ -8,8 +8,8 @@
 
 #include "platform/host/applications/open_application.h"
 
-// What people ask about applications and processes that no documented call answers, and opening
-// with a report (open_application.h). For tools, benchmarks and tests only. Any thread.
+// What no documented call reports about applications and processes, and opening with a report
+// (open_application.h). For tools, benchmarks and tests only. Any thread.
 
 // An application that can be found by its identifier or signature.
 struct HostApplicationInfo {
@@ -20,19 +20,20 @@ struct HostApplicationInfo {
   OSType signature = 0;
 };
 
-// The folders that applications are looked for in, in their order, and what is in them.
+// Return the folders in which applications are searched, in their order, and the applications in
+// them.
 std::vector<std::string> HostListApplicationFolders();
 std::vector<HostApplicationInfo> HostDescribeApplications();
 
-// A process of the process list, and where its program is.
+// A process of the process list and its program.
 struct HostProcessInfo {
   pid_t pid = 0;
-  OSType type = 0;  // as GetProcessInformation tells them
+  OSType type = 0;  // type and signature as in GetProcessInformation
   OSType signature = 0;
-  std::string program;     // path as /proc tells, "" when it does not
-  std::string bundle;      // path of the application bundle, "" for a program that has none
-  std::string identifier;  // the bundle's, "" without
+  std::string program;     // path from /proc, or ""
+  std::string bundle;      // path of the application bundle, or ""
+  std::string identifier;  // of the bundle, or ""
 };
 
-// False, with nothing stored, for a process that has ended or is not ours to see.
+// Returns false and stores nothing if the process has ended or belongs to another user.
 bool HostDescribeProcess(const ProcessSerialNumber& psn, HostProcessInfo* info);

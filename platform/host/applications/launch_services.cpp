@@ -12,7 +12,8 @@
 #include "platform/host/files/items.h"
 #include "platform/host/objects/cf_string.h"
 
-// Finding applications. There is no registry to go stale: each question looks at the folders.
+// Finding applications. Each call searches the folders, so there is no registry that could be
+// stale.
 
 namespace {
 

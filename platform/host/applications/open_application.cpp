@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cassert>
 #include <cerrno>
 #include <cstdlib>
 #include <ctime>
@@ -30,13 +31,22 @@
 #include "platform/host/session/context_directory.h"
 #include "platform/host/session/name_registry.h"
 
-// Opening an application: which program it is, whether it runs or is being opened, starting it, and
-// waiting until it can be reached. All of this for one program happens in one process at a time,
-// so that of many who want it at once one starts it.
+// Opening an application takes four steps: find the program, check whether it runs or is being
+// opened, start it, and wait until it can be reached. Only the holder of the program's launch lock
+// takes the last three, so if many processes open a program at once, one of them starts it.
 //
-// Waiting looks again and again, at moments further and further apart. File watching would tell at
-// once, but giving a watch back takes the kernel longer than most programs take to start (12 ms),
-// and there are few of them to a user.
+// The others wait for the lock, at most kPatience. Who gets it after the holder has started the
+// program reports that a launch is in progress; who gets it after the holder has failed to start
+// the program tries itself. The launch entry, the content of the lock file, tells the two cases
+// apart.
+//
+// A program runs already if a process that runs its file owns a port, or if the process of the last
+// start or one of that process's POSIX session does. The process of the last start also counts
+// before it owns a port. After it has owned one and owns none any more it is about to end: its end
+// is waited for, then the program is started again.
+//
+// Waiting polls at growing intervals. A file watch would report at once, but removing one takes the
+// kernel 12 ms, longer than most programs take to start, and each user may have only a few.
 
 namespace {
 
@@ -55,20 +65,20 @@ constexpr int64_t kForgottenAfter = 60 * kHostSecond;
 
 constinit std::atomic<bool> sIgnoresPauses{false};
 
-// Moments of waiting: an eighth of the time waited until now, within limits, and never so short
-// that looking itself takes the most of it.
+// A pause between two polls is an eighth of the time waited so far, within limits, and at least
+// four times as long as one poll takes.
 constexpr int64_t kLookSoonest = kHostMillisecond / 10;
 constexpr int64_t kLookLatest = 10 * kHostMillisecond;
 constexpr int kLookShare = 8;
 constexpr int kLookCost = 4;  // times what one look takes
-// Those who only wait for another to open are many at times and must not hold it up.
+// Many processes may wait for one opener and must not slow it down.
 constexpr int64_t kTurnSoonest = 2 * kHostMillisecond;
 
 struct FreeText {
   void operator()(char* text) const { free(text); }
 };
 
-// The path without links, as /proc shows it of a process; as it is when it cannot be told.
+// Returns the path without links, as /proc shows it for a process, or `path` if that fails.
 std::string RealPath(const std::string& path) {
   const std::unique_ptr<char, FreeText> real(realpath(path.c_str(), nullptr));
   return real != nullptr ? real.get() : path;
@@ -87,7 +97,7 @@ bool IsExecutable(const std::string& path) {
          faccessat(AT_FDCWD, path.c_str(), X_OK, AT_EACCESS) == 0;
 }
 
-// The program that opening the item at `path` runs.
+// Finds the program that runs when the item at `path` is opened.
 OSStatus ProgramOf(const std::string& path, std::string* program) {
   struct stat info;
   if (stat(path.c_str(), &info) != 0) return HostFileStatus(errno);
@@ -133,19 +143,19 @@ timespec TimeOf(int64_t nanoseconds) {
           static_cast<long>(nanoseconds % kHostSecond)};
 }
 
-// A signal ends it early.
+// A signal ends the sleep early; callers poll.
 void Nap(int64_t nanoseconds) {
   const timespec time = TimeOf(nanoseconds);
   nanosleep(&time, nullptr);
 }
 
-// A process by a descriptor, which no other process ever takes the place of.
+// A process that is held by a pidfd, so that no other process can be mistaken for it.
 class Process {
  public:
   Process() = default;
   explicit Process(const HostStartedProgram& started)
       : pid(started.pid), descriptor(started.descriptor) {}
-  // Of a record; nobody when that process has ended.
+  // The process of an entry; nobody if it has ended.
   explicit Process(const HostLaunchEntry& entry) {
     if (entry.pid == 0) return;
     descriptor = static_cast<int>(syscall(SYS_pidfd_open, entry.pid, 0));
@@ -174,12 +184,12 @@ class Process {
     }
   }
 
-  // Whether `other` is the process or one that it started: it began a session of its own, and what
-  // it starts belongs to that until it leaves it.
+  // Whether `other` is the process or belongs to the POSIX session that the process began, as the
+  // processes that it starts do.
   bool IsOrStarted(pid_t other) const { return pid != 0 && (other == pid || getsid(other) == pid); }
 
-  // Whether one that it started lives, as behind a script or a program that puts itself into the
-  // background.
+  // Whether a process of its POSIX session is alive, as after a script or a program that puts
+  // itself into the background.
   bool HasHeirs() const {
     ProcessSerialNumber psn = {0, kNoProcess};
     while (GetNextProcess(&psn) == 0) {
@@ -193,15 +203,17 @@ class Process {
   int descriptor = -1;
 };
 
-// The next moment to look, from when we began and from when the last look did.
+// Returns how long to sleep before the next poll. `began` is when the wait began, `looked` when the
+// last poll began.
 int64_t NapUntilNextLook(int64_t began, int64_t looked, int64_t deadline) {
   const int64_t now = HostNow();
   const int64_t nap = std::clamp((now - began) / kLookShare, kLookSoonest, kLookLatest);
   return std::min(std::max(nap, kLookCost * (now - looked)), deadline - now);
 }
 
-// Waits until the process can be reached by a port, or has ended.
+// Waits until the process or one of its POSIX session owns a port, or all have ended.
 HostOpening WaitForPort(const Process& process, std::string* port) {
+  assert(process.Pid() != 0);
   const int64_t began = HostNow();
   const int64_t deadline = began + kPatience;
   bool hasEnded = false;
@@ -218,7 +230,7 @@ HostOpening WaitForPort(const Process& process, std::string* port) {
   }
 }
 
-// Waits until nobody else opens the program. False when that takes too long.
+// Waits until no other process opens the program. Returns false if that takes too long.
 bool WaitForTurn(HostLaunchLock& lock) {
   const int64_t began = HostNow();
   while (!lock.Try()) {
@@ -237,9 +249,7 @@ bool RunsProgram(pid_t pid, const struct stat& program) {
          running.st_dev == program.st_dev;
 }
 
-// Whether a copy runs that can be reached, or will be: one that owns a port, or was started here
-// and has not come to its port yet. One that had a port and has none any more is on its way out and
-// is waited for, so that whoever asks for a daemon that just quits gets a new one.
+// Whether the program runs, as described above. Fills `info` if so.
 bool Runs(const HostLaunchEntry& entry, HostOpeningInfo* info) {
   const Process last(entry);
   struct stat program;
@@ -283,6 +293,7 @@ void CountEnd(const std::string& program, HostLaunchEntry* entry) {
 
 // `past` is the entry of the start before.
 OSStatus StartAndWait(HostLaunchLock& lock, const HostLaunchEntry& past, HostOpeningInfo* info) {
+  assert(!info->program.empty() && info->program[0] == '/');
   HostLaunchEntry entry;
   entry.earlyEnds = past.earlyEnds;
   entry.lastEarlyEnd = past.lastEarlyEnd;
@@ -317,8 +328,8 @@ OSStatus OpenProgram(HostOpeningInfo* info) {
     if (entry.opened == 0) info->pid = entry.pid;  // of the start that is still under way
     return kLSLaunchInProgressErr;
   }
-  // Whoever was before us has started it, whatever has become of it. (One who could not start it
-  // has left no record: then it is for us to find out why.)
+  // The holder before has started the program, whatever has become of it since. A holder that could
+  // not start it leaves an entry without a process.
   if (hadToWait && entry.pid != 0 && entry.opened >= arrived) {
     info->pid = entry.pid;
     return kLSLaunchInProgressErr;

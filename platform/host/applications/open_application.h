@@ -7,21 +7,22 @@
 
 struct FSRef;
 
-// Opening an application and waiting until it can be reached. Any thread; the caller waits.
+// Opening an application and waiting until it can be reached. Any thread; the calling thread
+// blocks.
 
-// How opening an application went, for people.
+// What opening an application found or did.
 enum class HostOpening {
   kRunning,   // it ran already
-  kUnderWay,  // somebody else was opening it
+  kUnderWay,  // another process was opening it
   kClaimed,   // started, and it claimed a port
-  kEnded,     // started, and it has ended without one
-  kSilent,    // started; it has done neither within the time
+  kEnded,     // started, and it ended without claiming one
+  kSilent,    // started, and it did neither in time
 };
 struct HostOpeningInfo {
   std::string program;  // absolute path, links resolved
   HostOpening outcome = HostOpening::kSilent;
-  pid_t pid = 0;     // of the program that was started, or is known to run; 0 when it is not known
-  std::string port;  // a port of its, "" when none was seen
+  pid_t pid = 0;     // of the process that was started or runs; 0 if it is not known
+  std::string port;  // the name of one of its ports, or ""
 };
 
 // Does the work of LSOpenFSRef and reports what it saw. `info` is filled as far as opening got.

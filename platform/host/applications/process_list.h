@@ -7,7 +7,7 @@
 
 // Which application a process is. Any thread.
 
-// The path of a process's program ("" when it cannot be read) and the application bundle that the
-// program belongs to. Returns false for a program without a bundle; the bundle's type and signature
-// are then '????'.
+// Finds the path of a process's program ("" if it cannot be read) and the application bundle whose
+// program it is. Returns false for a program without a bundle; the bundle's type and signature are
+// then '????'.
 bool HostBundleOfProcess(const HostProcess& process, std::string* program, HostBundle* bundle);

@@ -19,14 +19,14 @@ struct Target {
   struct stat info;
 };
 
-// What is at the item's path. fnfErr leaves item and path as the place where it should be.
+// Looks at the item. If it does not exist, returns fnfErr and sets the target's item and path.
 OSErr LookAt(const HostItem& item, Target* target) {
   target->item = item;
   return HostLookAtItem(item, &target->path, &target->info);
 }
 
-// The place that a link's text names, seen from the folder the link is in. Only its last component
-// may be a link again, or be missing.
+// Finds the item that a link's text names, relative to the folder of the link. Its last component
+// may be a link again or may not exist.
 OSErr PlaceOf(const std::string& linkPath, const std::string& text, HostItem* item) {
   std::string path = text;
   if (path[0] != '/') path.insert(0, linkPath.substr(0, linkPath.rfind('/') + 1));

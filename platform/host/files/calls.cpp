@@ -24,8 +24,8 @@ OSErr PathOfRef(const FSRef* ref, HostItem* item, std::string* path) {
   return HostResolveRef(*ref, item, path, &info);
 }
 
-// The record of what a reference names, whether or not it is still there: the disk tells nothing
-// that is in a record. Resolving the record tells whether it is.
+// Makes the file spec of a reference without a look at the disk. The item may be gone; the file
+// spec's next use finds out.
 OSErr SpecOfRef(const FSRef* ref, FSSpec* spec) {
   if (ref == nullptr) return paramErr;
   HostItem item;
@@ -33,7 +33,7 @@ OSErr SpecOfRef(const FSRef* ref, FSSpec* spec) {
   return err == noErr ? HostSpecOfItem(item, spec) : err;
 }
 
-// A name as UTF-16: of UTF-8, or else of Mac Roman.
+// Decodes a name as UTF-8, or else as Mac Roman.
 void DecodeName(const std::string& name, HFSUniStr255* out) {
   const auto* bytes = reinterpret_cast<const UInt8*>(name.data());
   size_t units = 0;
@@ -55,7 +55,7 @@ OSErr EncodeName(const UniChar* units, UniCharCount count, std::string* name) {
   return isName ? OSErr{noErr} : OSErr{bdNamErr};
 }
 
-// Opens the folder that an item lies in. Only what has a name of its own can be made or deleted.
+// Opens the folder in which an item lies. Only items with a name can be made or deleted.
 OSErr OpenFolderOf(const FSSpec* spec, HostItem* item, int* folder) {
   if (spec == nullptr) return paramErr;
   OSErr err = HostItemOfSpec(*spec, item);

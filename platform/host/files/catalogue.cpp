@@ -15,7 +15,7 @@
 
 namespace {
 
-// Where file servers on Linux keep a file's resource fork.
+// The extended attribute in which file servers on Linux store a file's resource fork.
 constexpr char kResourceForkAttribute[] = "user.org.netatalk.ResourceFork";
 
 SInt32 Clamped(int64_t size) {
@@ -50,7 +50,7 @@ OSErr FindIndexed(SInt32 folder, int index, CatalogueEntry* entry) {
   return FindEntry({folder, *place}, entry);
 }
 
-// What a block asks for, by the rules of ioFDirIndex.
+// Finds the item that a parameter block names, by the rules of ioFDirIndex.
 OSErr FindAsked(const HFileInfo& block, CatalogueEntry* entry) {
   const bool isNamed = block.ioFDirIndex == 0;
   HostItem item;
@@ -65,7 +65,7 @@ OSErr FindAsked(const HFileInfo& block, CatalogueEntry* entry) {
   return found == noErr ? FindIndexed(folder, block.ioFDirIndex, entry) : found;
 }
 
-// The fields that every kind of block has for a file.
+// Fills the fields that both kinds of parameter block have for a file.
 template <class Block>
 void FillFile(const CatalogueEntry& entry, Block* block) {
   const ssize_t fork = lgetxattr(entry.path.c_str(), kResourceForkAttribute, nullptr, 0);

@@ -10,7 +10,7 @@
 
 namespace {
 
-// The root of a domain; "" for one that is not supplied.
+// Returns the root of a domain, or "" for an unknown domain.
 std::string DomainRoot(SInt16 domain) {
   if (domain == kUserDomain) {
     const std::string data = HostDataFolder();
@@ -21,14 +21,14 @@ std::string DomainRoot(SInt16 domain) {
   return moved.empty() ? "/var/lib/veltrane" : moved;
 }
 
-// The machine's applications belong where every installed program's data is looked for.
+// The machine's applications are in the folder where installed programs keep their data.
 std::string ApplicationsFolder(SInt16 domain, const std::string& root) {
   if (domain == kUserDomain) return root + "/Applications";
   const auto shared = HostSharedDataFolders();
   return shared.empty() ? "" : shared[0] + "/veltrane/Applications";
 }
 
-// "" for a domain or a type that is not supplied.
+// Returns "" for an unknown domain or type.
 std::string PathOf(SInt16 domain, OSType type) {
   const std::string root = DomainRoot(domain);
   if (root.empty()) return "";
@@ -52,7 +52,7 @@ std::string PathOf(SInt16 domain, OSType type) {
   }
 }
 
-// Makes what is missing of a path, from its beginning. What is there may be a link.
+// Makes the missing folders of a path. Those that exist may be links.
 OSErr MakeFolders(const std::string& path) {
   for (size_t end = 1; end != std::string::npos;) {
     end = path.find('/', end);

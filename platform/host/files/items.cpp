@@ -21,6 +21,14 @@
 #include "platform/host/base/clock.h"
 #include "platform/host/files/status.h"
 
+// File specs and file references are byte-copyable, so what they refer to is in a table of this
+// process: the path and the identity of each folder that has a number. A path is resolved once, by
+// realpath; after that its folder's number is found by the path's text, and a look at the folder
+// (Identify) shows whether the path still leads to the folder that got the number. If it does not,
+// the number's node is marked as replaced (path null), and the new folder gets a number of its own.
+// So a number that was given out either leads to its own folder or fails with fnfErr, and the table
+// only grows. One mutex guards the table; no call that may block is made while it is held.
+
 namespace {
 
 constexpr SInt32 kFirstNumber = 16;     // smaller ones have, or may get, a meaning of their own
@@ -47,7 +55,7 @@ struct Node {
   Identity identity;
 };
 
-// So that a part of a path can be looked for as it stands.
+// Allows look-ups by a part of a path without a copy.
 struct PathHash {
   using is_transparent = void;
   size_t operator()(std::string_view path) const { return std::hash<std::string_view>{}(path); }
@@ -82,8 +90,10 @@ OSErr Identify(int descriptor, const char* path, Identity* identity) {
 
 OSErr Identify(const char* path, Identity* identity) { return Identify(AT_FDCWD, path, identity); }
 
-// The number of what is at `path`, given out if it has none.
+// Finds the number of the item at `path`, or gives it one. If the path has led to another folder
+// before, that folder's number is never used again.
 OSErr NumberOf(const std::string& path, const Identity& identity, SInt32* number) {
+  assert(path.size() > 1 && path[0] == '/');  // the root's number is fixed
   Table& table = Nodes();
   const std::lock_guard<std::mutex> lock(table.mutex);
   const auto [entry, isNew] = table.numbers.try_emplace(path, 0);
@@ -116,7 +126,7 @@ OSErr NodeOf(SInt32 number, std::string* path, Identity* identity) {
   return noErr;
 }
 
-// A word that the references of this process have and no other bytes.
+// A random word in this process's references, by which others are refused.
 UInt32 ReferenceKey() {
   static constinit std::atomic<uint32_t> sKey{0};
   uint32_t key = sKey.load(std::memory_order_relaxed);
@@ -151,7 +161,7 @@ std::string Joined(std::string folder, std::string_view name) {
   return folder;
 }
 
-// Whether realpath would return the text as it is if there were no links.
+// Whether realpath would return the text unchanged if no component were a link.
 bool IsPlainPath(std::string_view path) {
   if (path.size() < 2 || path[0] != '/' || path.size() >= PATH_MAX) return false;
   while (!path.empty()) {
@@ -163,8 +173,8 @@ bool IsPlainPath(std::string_view path) {
   return true;
 }
 
-// The item at a path whose folder has a number and is the one it had when it got that: there is
-// nothing to resolve then, however the path leads there. False for all else, links too.
+// Finds an item whose folder has a number and still is the folder that got that number; then
+// nothing has to be resolved. Returns false for any other item, and for links.
 bool FindKnown(std::string_view path, HostItem* item, struct stat* info) {
   if (!IsPlainPath(path)) return false;
   const size_t slash = path.rfind('/');
@@ -179,6 +189,7 @@ bool FindKnown(std::string_view path, HostItem* item, struct stat* info) {
       const auto entry = table.numbers.find(folder);
       if (entry == table.numbers.end()) return false;
       number = entry->second;
+      assert(number >= kFirstNumber);
       known = table.nodes[static_cast<size_t>(number - kFirstNumber)].identity;
     }
     if (!known.isFolder || Identify(folder.c_str(), &found) != noErr) return false;
@@ -194,7 +205,7 @@ bool FindKnown(std::string_view path, HostItem* item, struct stat* info) {
 OSErr NumberOfWorkingFolder(SInt32* number) {
   char path[PATH_MAX];
   if (getcwd(path, sizeof path) == nullptr) return HostFileStatus(errno);
-  if (path[0] != '/') return fnfErr;  // it lies outside the tree that we see
+  if (path[0] != '/') return fnfErr;  // it lies outside this process's root folder
   return HostNumberOfFolder(path, number);
 }
 
@@ -220,7 +231,7 @@ OSErr HostPathOfFolder(SInt32 number, std::string* path) {
   OSErr err = NodeOf(number, &knownPath, &known);
   if (err == noErr && !known.isFolder) err = dirNFErr;
   if (err == noErr) err = Identify(knownPath.c_str(), &found);
-  // A folder on the way that has become a file: the folder we mean is gone.
+  // If a folder on the way has become a file, the numbered folder is gone.
   if (err == dirNFErr && known.isFolder) err = fnfErr;
   if (err == noErr && !known.IsSameItem(found)) err = fnfErr;
   if (err == noErr) *path = std::move(knownPath);
@@ -233,7 +244,7 @@ OSErr HostOpenFolder(SInt32 number, int* descriptor) {
   if (err != noErr) return err;
   const int fd = open(path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   if (fd < 0) return HostFileStatus(errno);
-  // What was opened, and not what was there a moment ago, must be the folder.
+  // Check the folder that was opened: the path may lead to another one by now.
   Identity known, opened;
   if (number != fsRtDirID) {
     err = Identify(fd, "", &opened);
@@ -247,6 +258,7 @@ OSErr HostOpenFolder(SInt32 number, int* descriptor) {
 
 OSErr HostItemOfPath(const std::string& path, HostItem* item) {
   if (path == "/") return *item = {fsRtParID, "/"}, noErr;
+  assert(!path.empty() && path[0] == '/' && path.back() != '/');
   const size_t slash = path.rfind('/');
   std::string name = path.substr(slash + 1);
   SInt32 number = 0;
@@ -304,6 +316,7 @@ OSErr HostItemOfRef(const FSRef& ref, HostItem* item) {
 
 OSErr HostSpecOfItem(const HostItem& item, FSSpec* spec) {
   if (item.name.empty()) return bdNamErr;
+  assert(item.name.size() <= kMaxName);
   FSSpec made = {};
   made.vRefNum = kHostVolume;
   made.parID = item.folder;
@@ -327,6 +340,7 @@ OSErr HostResolveRef(const FSRef& ref, HostItem* item, std::string* path, struct
 }
 
 void HostRefOfItem(const HostItem& item, FSRef* ref, const struct stat* info) {
+  assert(item.name.size() <= kMaxName);
   Reference bytes = {};
   bytes.stamp = info != nullptr ? StampOf(*info) : 0;
   bytes.key = ReferenceKey();
@@ -345,7 +359,7 @@ OSErr HostPathOfItem(const HostItem& item, std::string* path) {
     Identity identity;
     const OSErr err = NodeOf(item.folder, path, &identity);
     if (err != noErr) return err;
-    // Nothing else is recorded in this way.
+    // Only items with long names have a number and no name.
     if (path->size() - path->rfind('/') - 1 <= kMaxName) return errFSBadFSRef;
     return identity.isFolder ? HostPathOfFolder(item.folder, path) : OSErr{noErr};
   }

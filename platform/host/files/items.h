@@ -12,51 +12,54 @@
 // to that folder, so a number never comes to mean another folder. Entries are never removed. Any
 // thread.
 
-// An item: a name in a numbered folder. The root is { fsRtParID, "/" }. An item whose name is too
-// long for a record has a number of its own, and no name here.
+// An item is a name in a numbered folder. The root is { fsRtParID, "/" }. An item whose name is too
+// long for a file spec has a number of its own, and no name here.
 struct HostItem {
   SInt32 folder = 0;
   std::string name;
 };
 
-// Of a record. An empty name is the folder itself, which must be there; else neither the item nor
-// its folder is asked for yet.
+// Finds the item of a file spec. An empty name stands for the folder itself, which must exist.
+// Otherwise does not look whether the item or its folder exists.
 OSErr HostItemOfSpec(SInt16 volume, SInt32 folder, ConstStr255Param name, HostItem* item);
 inline OSErr HostItemOfSpec(const FSSpec& spec, HostItem* item) {
   return HostItemOfSpec(spec.vRefNum, spec.parID, spec.name, item);
 }
-// Of a reference that this process made.
+// Finds the item of a file reference. Returns errFSBadFSRef for one that this process has not made.
 OSErr HostItemOfRef(const FSRef& ref, HostItem* item);
-// The same with its path and what is there: an item that is there, or a failure.
+// Also finds the item's path and status. Fails if the item does not exist.
 OSErr HostResolveRef(const FSRef& ref, HostItem* item, std::string* path, struct stat* info);
 
-// Of a path that is absolute and has neither links (but for its last component) nor "." and "..",
-// as realpath gives it.
+// Finds the item at an absolute path without "." and "..", and without links except for its last
+// component, as realpath returns it.
 OSErr HostItemOfPath(const std::string& path, HostItem* item);
-// Of any path to what is there: links are followed, the last one too. `info`, what lstat tells of
-// it, may be null.
+// Finds the existing item at the end of any path, with all links followed. `info` receives the
+// status of the item and may be null.
 OSErr HostItemAtEndOf(const char* path, HostItem* item, struct stat* info = nullptr);
 
-// bdNamErr when the item has no record.
+// Makes the item's file spec. Returns bdNamErr if its name is too long for one.
 OSErr HostSpecOfItem(const HostItem& item, FSSpec* spec);
-// `info` is what is there now, when the caller knows: the reference is resolved faster then.
+// Makes the item's file reference. `info` is the item's status, or null if the caller does not know
+// it; with it the reference is resolved faster.
 void HostRefOfItem(const HostItem& item, FSRef* ref, const struct stat* info = nullptr);
 
-// Its path. Makes sure of the folder, but not of the item.
+// Returns the item's path. Checks that the folder exists, but not that the item does.
 OSErr HostPathOfItem(const HostItem& item, std::string* path);
-// The same with what is there. When nothing is, fnfErr, and the path says where it would be.
+// Also returns the item's status. If the item does not exist, returns fnfErr and sets `path`.
 OSErr HostLookAtItem(const HostItem& item, std::string* path, struct stat* info);
-// The item that is the folder it lies in; dirNFErr for the root.
+// Finds the folder in which an item lies, as an item. Returns dirNFErr for the root.
 OSErr HostFolderOfItem(const HostItem& item, HostItem* folder);
 
-// The number of the folder at a path as for HostItemOfPath; dirNFErr for what is no folder.
+// Returns the number of the folder at a path as for HostItemOfPath, and gives it one if it has
+// none. Returns dirNFErr if there is something else.
 OSErr HostNumberOfFolder(const std::string& path, SInt32* number);
-// The path of a numbered folder, which is there.
+// Returns the path of a numbered folder. Returns fnfErr if that folder is not there any more.
 OSErr HostPathOfFolder(SInt32 number, std::string* path);
-// A descriptor of it (O_PATH, the caller closes it), for calls relative to it.
+// Opens a numbered folder, for calls relative to it. The caller closes the file descriptor
+// (O_PATH).
 OSErr HostOpenFolder(SInt32 number, int* descriptor);
 
-// 1 to 63 bytes without "/" and NUL, not "." or "..".
+// Whether a name fits into a file spec: 1 to 63 bytes without "/" and NUL, not "." or "..".
 bool HostIsRecordName(std::string_view name);
 
 // Stores the first `most` bytes of a name as a Pascal string: a length byte, then the bytes. `out`

@@ -2,5 +2,5 @@
 
 #include <CoreServices/MacErrors.h>
 
-// The File Manager's status for an errno value; ioErr for what has none. Pure.
+// Returns the File Manager's status for an errno value, ioErr for one that has none. Any thread.
 OSErr HostFileStatus(int error);

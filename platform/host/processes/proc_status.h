@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-// What /proc tells about a process. Any thread.
+// What /proc reports about a process. Any thread.
 
 struct HostProcessStatus {
   uint64_t startTicks = 0;   // clock ticks from the machine's start to the process's
@@ -17,5 +17,5 @@ struct HostProcessStatus {
 // count as processes. Any other errno value says why /proc could not be read.
 int HostReadProcessStatus(pid_t pid, HostProcessStatus* status);
 
-// The path of a process's program, "" when it cannot be read.
+// Returns the path of a process's program, or "" if it cannot be read.
 std::string HostProgramPath(pid_t pid);

@@ -9,20 +9,24 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cassert>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
 
 #include "platform/host/base/descriptors.h"
 
-// How it is done: a helper process that shares our memory and our descriptor table makes the
-// process of the program and ends. While each of the two runs, until it execs or ends, the kernel
-// holds whoever made it. So the program's process is an orphan from the start; the helper raises no
-// signal (it has none to raise) and is waited for by its pid alone; and a failure of the exec is a
-// word in our memory when we go on. Nothing is copied, which makes it as quick as posix_spawn.
+// The caller creates an intermediate process that shares its memory and its file descriptors. The
+// intermediate process creates the program's process, which shares only the memory, and exits. As
+// with vfork, the kernel suspends the thread that creates each of them until that process has
+// called exec or exited. So the program's process is an orphan from the start, and an error of exec
+// is in this process's memory when the caller goes on. The intermediate process sends no signal
+// when it ends and is waited for by its pid alone, so the caller's other children and its SIGCHLD
+// are not affected. No memory is copied, so a start is as fast as with posix_spawn.
 //
-// Everything between here and the exec shares its memory with other threads that go on meanwhile:
-// only system calls, no locks, no allocation. Sanitizers' marks on the stack would stay behind.
+// The code that runs before exec shares memory with this process's other threads, which keep
+// running. It may only make system calls: no locks, no allocation. It is built without sanitizers,
+// whose marks on the shared stack would never be removed.
 
 #define VLT_IN_NEW_PROCESS __attribute__((no_sanitize("address", "thread", "undefined")))
 
@@ -32,15 +36,15 @@
 
 namespace {
 
-constexpr size_t kStackSize = 64 * 1024;  // of each of the two
-constexpr int kExitedWithoutExec = 127;   // seen by nobody
+constexpr size_t kStackSize = 64 * 1024;  // of each of the two processes
+constexpr int kExitedWithoutExec = 127;   // nobody waits for it
 
 struct Start {
   const char* path;
   char* const* arguments;
-  int input;    // becomes descriptor 0; -1: `nothing` does
-  int nothing;  // a descriptor of /dev/null
-  char* stack;  // the program's process begins on it
+  int input;    // becomes file descriptor 0; if it is -1, `nothing` does
+  int nothing;  // /dev/null
+  char* stack;  // of the program's process
   HostStartedProgram program;
   int error;  // errno of what failed, else 0
 };
@@ -57,7 +61,7 @@ VLT_IN_NEW_PROCESS void SetStandardDescriptors(int input, int nothing) {
   }
 }
 
-// Whatever their flags are, descriptors from 3 on end with the exec.
+// Makes exec close all file descriptors from 3 on, whatever their flags are.
 VLT_IN_NEW_PROCESS void MarkOtherDescriptors() {
   if (syscall(SYS_close_range, 3U, UINT_MAX, CLOSE_RANGE_CLOEXEC) == 0) return;
   // A kernel before 5.11.
@@ -69,7 +73,8 @@ VLT_IN_NEW_PROCESS void MarkOtherDescriptors() {
   }
 }
 
-// Before signals are let in: our handlers must not run on our memory there.
+// Resets the handlers before it unblocks signals: this process's handlers must not run in the new
+// process, which shares its memory.
 VLT_IN_NEW_PROCESS void ResetSignals() {
   struct sigaction action = {};
   action.sa_handler = SIG_DFL;
@@ -92,9 +97,9 @@ VLT_IN_NEW_PROCESS int RunProgram(void* argument) {
   _exit(kExitedWithoutExec);
 }
 
-VLT_IN_NEW_PROCESS int RunHelper(void* argument) {
+VLT_IN_NEW_PROCESS int RunIntermediate(void* argument) {
   auto* const start = static_cast<Start*>(argument);
-  // Its descriptor is opened in the table that we share with our maker.
+  // The pidfd is opened in the table of file descriptors that is shared with the caller.
   const pid_t pid = clone(RunProgram, start->stack, CLONE_VM | CLONE_VFORK | CLONE_PIDFD | SIGCHLD,
                           start, &start->program.descriptor);
   if (pid < 0) start->error = errno;
@@ -102,7 +107,7 @@ VLT_IN_NEW_PROCESS int RunHelper(void* argument) {
   _exit(0);
 }
 
-// Also those that the C library keeps for itself, which its own calls leave open.
+// Blocks also the signals that the C library reserves, which its own calls leave unblocked.
 class AllSignalsBlocked {
  public:
   AllSignalsBlocked() { Set(~uint64_t{0}, &before); }
@@ -136,22 +141,24 @@ class Stacks {
   void* memory;
 };
 
-void RunToExec(Start* start, char* helperStack) {
+void RunToExec(Start* start, char* stack) {
   const AllSignalsBlocked noHandlersThere;
-  // No signal in the flags: its end raises none, whatever the caller does with SIGCHLD.
-  const pid_t helper = clone(RunHelper, helperStack, CLONE_VM | CLONE_VFORK | CLONE_FILES, start);
-  if (helper < 0) {
+  // Without a signal in the flags the end of the intermediate process sends none.
+  const pid_t pid = clone(RunIntermediate, stack, CLONE_VM | CLONE_VFORK | CLONE_FILES, start);
+  if (pid < 0) {
     start->error = errno;
     return;
   }
-  while (waitpid(helper, nullptr, __WALL) < 0 && errno == EINTR) {
+  while (waitpid(pid, nullptr, __WALL) < 0 && errno == EINTR) {
   }
+  assert(start->error != 0 || start->program.pid > 0);
 }
 
 }  // namespace
 
 int HostStartProgram(const char* path, HostStartedProgram* started, char* const* arguments,
                      int input) {
+  assert(path[0] == '/' && (arguments == nullptr || arguments[0] != nullptr));
   Stacks stacks;
   if (!stacks.IsUsable()) return errno;
   const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
