@@ -1,7 +1,7 @@
-#include <syslog.h>
 #include <systemd/sd-event.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 
 #include "platform/notify/client.h"
@@ -17,7 +17,8 @@ int main(int argc, char** argv) {
     std::fputs("vlt-notify is started by programs that show notices.\n", stderr);
     return 2;
   }
-  openlog(argv[1], 0, LOG_USER);
+  // The log entries are the client's.
+  program_invocation_short_name = argv[1];
   sd_event* loop = nullptr;
   if (sd_event_new(&loop) < 0) return 1;
   int status = 1;

@@ -6,6 +6,9 @@ vlt_add_test(NAME host_mutex_test LABEL unit SOURCES base/mutex_test.cpp LIBS vl
 vlt_add_test(NAME platform_toolbox_test LABEL unit
   SOURCES notices/notices_test.cpp services/memory_test.cpp services/text_utils_test.cpp
   LIBS vlt_platform)
+vlt_add_test(NAME platform_services_test LABEL integration NATIVE_ONLY
+  SOURCES services/security_session_test.cpp services/system_log_test.cpp
+  LIBS vlt_platform)
 vlt_add_test(NAME platform_debugger_test LABEL integration NATIVE_ONLY
   SOURCES services/debugger_test.cpp
   LIBS vlt_platform)

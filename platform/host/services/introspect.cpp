@@ -5,7 +5,9 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstdint>
 
 namespace {
 
@@ -13,8 +15,10 @@ constexpr UInt32 kNoAuditSession = 0xFFFFFFFF;
 // Stands for user 0, whose number would mean "no session". No user and no audit session has it.
 constexpr SecuritySessionId kRootUserSession = 0x80000000;
 
-bool ParseNumber(const char* text, int base, UInt32* number) {
+// Decimal, or hexadecimal after 0x.
+bool ParseNumber(const char* text, UInt32* number) {
   if (text == nullptr || text[0] < '0' || text[0] > '9') return false;
+  const int base = text[0] == '0' && (text[1] == 'x' || text[1] == 'X') ? 16 : 10;
   char* end = nullptr;
   errno = 0;
   const unsigned long long value = strtoull(text, &end, base);
@@ -27,16 +31,33 @@ bool IsRealId(SecuritySessionId id) {
   return id != noSecuritySession && id != callerSecuritySession;
 }
 
-// The number that the login gave all its processes; false outside every login.
-bool AuditSession(SecuritySessionId* id) {
+// What /proc told when it could first be read: this bit and the audit session's number, which is
+// kNoAuditSession outside every login. It stays the same as long as the process lives, and later
+// the file may be unreadable for lack of file descriptors.
+constexpr uint64_t kIsRead = uint64_t{1} << 32;
+constinit std::atomic<uint64_t> sAuditSession{0};
+
+// 0 when the file cannot be read now. A system without the file has no audit sessions.
+uint64_t ReadAuditSession() {
   const int fd = open("/proc/self/sessionid", O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
+  if (fd < 0) return errno == ENOENT || errno == ENOTDIR ? kIsRead | kNoAuditSession : 0;
   char text[16];
   const ssize_t size = read(fd, text, sizeof text - 1);
   close(fd);
-  if (size <= 0) return false;
+  if (size <= 0) return 0;
   text[size] = 0;
-  return ParseNumber(text, 10, id) && *id != kNoAuditSession && IsRealId(*id);
+  UInt32 id = kNoAuditSession;
+  if (!ParseNumber(text, &id) || !IsRealId(id)) id = kNoAuditSession;
+  return kIsRead | id;
+}
+
+uint64_t AuditSession() {
+  uint64_t known = sAuditSession.load();
+  if (known == 0) {
+    known = ReadAuditSession();
+    if (known != 0) sAuditSession.store(known);
+  }
+  return known;
 }
 
 bool IsSet(const char* variable) {
@@ -47,11 +68,14 @@ bool IsSet(const char* variable) {
 // Whether the caller belongs to a login session; fills in the id.
 bool FindId(HostSession* session) {
   session->idSource = "VLTHOST_SESSION_ID";
-  if (ParseNumber(secure_getenv("VLTHOST_SESSION_ID"), 0, &session->id) && IsRealId(session->id)) {
+  if (ParseNumber(secure_getenv("VLTHOST_SESSION_ID"), &session->id) && IsRealId(session->id)) {
     return true;
   }
   session->idSource = "audit session";
-  if (AuditSession(&session->id)) return true;
+  const uint64_t audit = AuditSession();
+  session->isKnown = audit != 0;
+  session->id = static_cast<SecuritySessionId>(audit);
+  if (audit == 0 || session->id != kNoAuditSession) return true;
   // The real user: the effective one may be changed for the length of a block.
   const uid_t uid = getuid();
   session->idSource = "user id";
@@ -64,7 +88,7 @@ bool FindId(HostSession* session) {
 HostSession HostDescribeOwnSession() {
   HostSession session;
   const bool isLogin = FindId(&session);
-  if (ParseNumber(secure_getenv("VLTHOST_SESSION_BITS"), 0, &session.attributes)) {
+  if (ParseNumber(secure_getenv("VLTHOST_SESSION_BITS"), &session.attributes)) {
     session.rootSource = session.graphicSource = "VLTHOST_SESSION_BITS";
     return session;
   }

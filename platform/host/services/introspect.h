@@ -6,6 +6,7 @@
 
 // The caller's login session, and how that is known. The sources are texts for people.
 struct HostSession {
+  bool isKnown = true;  // false: it cannot be read now; the id is 0
   UInt32 id = 0;
   UInt32 attributes = 0;           // bits as SessionGetInfo gives them
   const char* idSource = "";       // a variable's name, "audit session" or "user id"

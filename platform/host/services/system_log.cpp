@@ -1,38 +1,56 @@
 #include <syslog.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <string>
+#include <new>
+#include <string_view>
 
 #include "platform/host/base/sink_file.h"
+#include "platform/host/services/log_socket.h"
 
 namespace {
 
 constexpr int kPriorityBits = LOG_PRIMASK | LOG_FACMASK;
-constexpr size_t kEntrySize = 2048;  // bytes, NUL included
+constexpr size_t kMaxPrefix = 16;
 
-std::string_view WithoutLastNewline(std::string_view text) {
-  if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
-  return text;
+constinit HostLogSocket sLog{_PATH_LOG};
+
+// Formats into `entry` as one line: without the newline at its end, and with blanks for other
+// control bytes, which could feign further entries or steer a terminal.
+std::string_view FormatLine(char (&entry)[HostLogSocket::kMaxText + 1], const char* format,
+                            va_list arguments) {
+  const int size = vsnprintf(entry, sizeof entry, format, arguments);
+  size_t length = std::min(static_cast<size_t>(std::max(size, 0)), sizeof entry - 1);
+  if (length > 0 && entry[length - 1] == '\n') length--;
+  std::replace_if(
+      entry, entry + length,
+      [](char byte) { return static_cast<unsigned char>(byte) < ' ' || byte == '\x7F'; }, ' ');
+  return {entry, length};
+}
+
+// "404 text", to the file that tests read. False when there is none.
+bool WriteToSink(int priority, std::string_view text) {
+  char line[kMaxPrefix + HostLogSocket::kMaxText];
+  const int size = snprintf(line, sizeof line, "%x %.*s", static_cast<unsigned>(priority),
+                            static_cast<int>(text.size()), text.data());
+  try {
+    return HostAppendToSink("VLTHOST_LOG", {line, static_cast<size_t>(size)});
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
 }
 
 }  // namespace
 
 void HostSyslog(int priority, const char* format, ...) {
   const int savedErrno = errno;
-  char entry[kEntrySize];
+  char entry[HostLogSocket::kMaxText + 1];
   va_list arguments;
   va_start(arguments, format);
-  const int size = vsnprintf(entry, sizeof entry, format, arguments);
+  const std::string_view text = FormatLine(entry, format, arguments);
   va_end(arguments);
-  if (size < 0) entry[0] = 0;
-
-  char prefix[16];
-  snprintf(prefix, sizeof prefix, "%x ", static_cast<unsigned>(priority));
-  std::string line = prefix;
-  line += WithoutLastNewline(entry);
-  // The parentheses call the C library's function instead of the macro of its name.
-  if (!HostAppendToSink("VLTHOST_LOG", line)) (syslog)(priority & kPriorityBits, "%s", entry);
+  if (!WriteToSink(priority, text)) sLog.Write(priority & kPriorityBits, text);
   errno = savedErrno;
 }

@@ -144,6 +144,7 @@ TEST(SecuritySession, IsTheCallersOwnOnly) {
   } rows[] = {
       {"0x1234ABCD", "0", ":0", nullptr, 0x1234ABCD, 0},
       {"5", "junk", nullptr, "wayland-0", 5, sessionHasGraphicAccess},
+      {"010", "020", nullptr, nullptr, 10, 20},
       {"0xFFFFFFFF", "1", nullptr, nullptr, 0, sessionIsRoot},
       {"4294967296", "1", nullptr, nullptr, 0, sessionIsRoot},
   };

@@ -1,10 +1,8 @@
 #include <Carbon/Notification.h>
 #include <CoreServices/MacErrors.h>
 #include <gtest/gtest.h>
-#include <syslog.h>
 
 #include <atomic>
-#include <cerrno>
 #include <string>
 #include <thread>
 #include <vector>
@@ -85,30 +83,4 @@ TEST(Notices, RemovingWaitsForTheResponseOfAnotherThread) {
   });
   installer.join();
   remover.join();
-}
-
-TEST(SystemLog, EntriesAreSingleLines) {
-  const TestSink log("VLTHOST_LOG");
-  errno = ENOENT;
-  syslog(0x404, "%s Assert Failed: %ld\n", "tool", static_cast<long>(-5));
-  syslog(LOG_ERR, "two\nlines: %m");
-  EXPECT_EQ(ENOENT, errno);
-  syslog(LOG_DEBUG, "%s", std::string(5000, 'x').c_str());
-  EXPECT_EQ((Lines{"404 tool Assert Failed: -5", "3 two lines: No such file or directory",
-                   "7 " + std::string(2047, 'x')}),
-            log.Lines());
-}
-
-TEST(SystemLog, LinesOfSeveralWritersDoNotMix) {
-  const TestSink log("VLTHOST_LOG");
-  std::vector<std::thread> writers;
-  for (char letter = 'a'; letter < 'e'; ++letter) {
-    writers.emplace_back([letter] {
-      for (int i = 0; i < 50; ++i) syslog(LOG_INFO, "%s", std::string(1000, letter).c_str());
-    });
-  }
-  for (std::thread& writer : writers) writer.join();
-  const Lines lines = log.Lines();
-  EXPECT_EQ(200u, lines.size());
-  for (const std::string& line : lines) EXPECT_EQ("6 " + std::string(1000, line[2]), line);
 }

@@ -1,0 +1,60 @@
+#include <Security/Security.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <stdlib.h>
+#include <sys/mount.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "tests/support/few_descriptors.h"
+#include "tests/support/scratch_folder.h"
+#include "tests/support/test_process.h"
+#include "tests/support/test_role.h"
+
+namespace {
+
+std::string OwnSession() {
+  SecuritySessionId id = 0;
+  SessionAttributeBits bits = 0;
+  const OSStatus err = SessionGetInfo(callerSecuritySession, &id, &bits);
+  return std::to_string(err) + " " + std::to_string(id) + " " +
+         std::to_string(bits & sessionIsRoot);
+}
+
+// Tells its session without file descriptors, with them, and without them again. Its login is the
+// one in the file that its argument names.
+TEST_ROLE(LoggedIn) {
+  unsetenv("VLTHOST_SESSION_ID");
+  unsetenv("VLTHOST_SESSION_BITS");
+  if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+      mount(role.Argument(0).c_str(), "/proc/self/sessionid", nullptr, MS_BIND, nullptr) != 0) {
+    role.Tell(std::string("no file system of its own: ") + std::strerror(errno));
+    return kRoleDone;
+  }
+  for (const bool isShort : {true, false, true}) {
+    std::string session;
+    if (isShort) {
+      const FewDescriptors none(0);
+      session = OwnSession();
+    } else {
+      session = OwnSession();
+    }
+    role.Tell(session);
+  }
+  return kRoleDone;
+}
+
+TEST(SecuritySession, ALackOfFileDescriptorsIsNotTakenForNoLogin) {
+  const ScratchFolder folder;
+  TestProcess process("LoggedIn", {folder.File("sessionid", "4711")});
+  const std::optional<std::string> first = process.Hear(20s);
+  if (first.value_or("").starts_with("no file system")) GTEST_SKIP() << *first;
+  EXPECT_EQ(std::to_string(errSessionInternal) + " 0 0", first);
+  EXPECT_EQ("0 4711 0", process.Hear(20s));
+  EXPECT_EQ("0 4711 0", process.Hear(20s));
+  EXPECT_EQ(kRoleDone, process.Wait(20s));
+}
+
+}  // namespace

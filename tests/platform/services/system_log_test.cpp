@@ -1,0 +1,171 @@
+#include <Carbon/Carbon.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <stdlib.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/host/services/log_socket.h"
+#include "tests/support/scratch_folder.h"
+#include "tests/support/test_process.h"
+#include "tests/support/test_role.h"
+#include "tests/support/test_sink.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+// What a log daemon is to those who write: a datagram socket at a path.
+class LogDaemon {
+ public:
+  explicit LogDaemon(const std::string& path) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    if (bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+      ADD_FAILURE() << "no log socket: " << std::strerror(errno);
+    }
+  }
+  ~LogDaemon() { close(socket); }
+
+  // All entries that wait.
+  Lines Take() {
+    Lines entries;
+    char entry[1 << 17];
+    for (;;) {
+      const ssize_t size = recv(socket, entry, sizeof entry, MSG_DONTWAIT);
+      if (size < 0) return entries;
+      entries.emplace_back(entry, static_cast<size_t>(size));
+    }
+  }
+
+ private:
+  const int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+};
+
+std::string OwnName() {
+  return std::string(program_invocation_short_name) + "[" + std::to_string(getpid()) + "]: ";
+}
+
+TEST(SystemLog, AnEntryBearsPriorityTimeProgramAndProcess) {
+  const ScratchFolder folder;
+  const std::string path = folder.Path("log");
+  LogDaemon daemon(path);
+  HostLogSocket log(path.c_str());
+  const std::string longest(HostLogSocket::kMaxText, 'x');
+  log.Write(LOG_WARNING, "text");
+  log.Write(LOG_DAEMON | LOG_ERR, longest);
+  const Lines entries = daemon.Take();
+  ASSERT_EQ(2u, entries.size());
+  const std::regex time("[A-Z][a-z]{2} [ 1-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-6][0-9] ");
+  EXPECT_EQ("<12>" + OwnName() + "text", std::regex_replace(entries[0], time, ""));
+  EXPECT_EQ("<27>" + OwnName() + longest, std::regex_replace(entries[1], time, ""));
+}
+
+// Entries are written while nobody reads, until the socket takes no more; what was lost then is
+// reported once.
+TEST(SystemLog, AStuckLogLosesEntriesAndIsToldHowMany) {
+  const ScratchFolder folder;
+  const std::string path = folder.Path("log");
+  HostLogSocket log(path.c_str());
+  log.Write(LOG_INFO, "nobody there");
+  LogDaemon daemon(path);
+  constexpr int kWritten = 5000;
+  for (int i = 0; i < kWritten; ++i) log.Write(LOG_INFO, "entry");
+  Lines taken = daemon.Take();
+  ASSERT_GE(taken.size(), 2u);
+  EXPECT_TRUE(taken[0].ends_with(": 1 log entries of this process were lost")) << taken[0];
+  EXPECT_LT(taken.size(), size_t{kWritten});
+  const size_t lost = kWritten + 1 - taken.size();
+  log.Write(LOG_INFO, "first");
+  log.Write(LOG_INFO, "second");
+  taken = daemon.Take();
+  ASSERT_EQ(3u, taken.size());
+  EXPECT_TRUE(taken[0].starts_with("<12>"));
+  EXPECT_TRUE(
+      taken[0].ends_with(": " + std::to_string(lost) + " log entries of this process were lost"))
+      << taken[0];
+  EXPECT_TRUE(taken[1].ends_with("]: first"));
+  EXPECT_TRUE(taken[2].ends_with("]: second"));
+}
+
+// In a file system of its own, where /dev/log is this role's: with nobody who reads it, whatever
+// logs returns.
+TEST_ROLE(LogsToNobody) {
+  unsetenv("VLTHOST_LOG");
+  unsetenv("VLTHOST_NOTICES");
+  unsetenv("DBUS_SESSION_BUS_ADDRESS");
+  if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+      mount("none", "/dev", "tmpfs", 0, nullptr) != 0) {
+    role.Tell(std::string("no file system of its own: ") + std::strerror(errno));
+    return kRoleDone;
+  }
+  role.SignalReady();
+  LogDaemon daemon("/dev/log");
+  unsigned char text[] = "\x04text";
+  NMRec record = {};
+  record.qType = nmType;
+  record.nmStr = text;
+  for (int i = 0; i < 2000; ++i) {
+    syslog(0x404, "%d", i);
+    if (NMInstall(&record) != noErr || NMRemove(&record) != noErr) return kRoleFailed;
+  }
+  const Lines entries = daemon.Take();
+  if (entries.size() < 2) return kRoleFailed;
+  role.Tell(entries[0].substr(0, 4) + entries[0].substr(entries[0].find("]: ")));
+  role.Tell(entries[1].substr(0, 4) + entries[1].substr(entries[1].find("]: ")));
+  return kRoleDone;
+}
+
+TEST(SystemLog, AStuckLogDaemonStopsNobody) {
+  TestProcess process("LogsToNobody");
+  const std::optional<std::string> first = process.Hear(20s);
+  if (first.value_or("").starts_with("no file system")) GTEST_SKIP() << *first;
+  EXPECT_EQ("ready", first);
+  EXPECT_EQ("<12>]: 0", process.Hear(60s));
+  EXPECT_EQ("<13>]: text", process.Hear(20s));
+  EXPECT_EQ(kRoleDone, process.Wait(20s));
+}
+
+TEST(SystemLog, EntriesAreSingleLines) {
+  const TestSink log("VLTHOST_LOG");
+  errno = ENOENT;
+  syslog(0x404, "%s Assert Failed: %ld\n", "tool", static_cast<long>(-5));
+  syslog(LOG_ERR, "two\nlines: %m");
+  EXPECT_EQ(ENOENT, errno);
+  syslog(LOG_INFO, "\x1B[31mred\x7F\r\t.\xC3\xA9\n");
+  for (const size_t size : {2046u, 2047u, 2048u, 65536u}) {
+    syslog(LOG_DEBUG, "%s", std::string(size, 'x').c_str());
+  }
+  EXPECT_EQ(
+      (Lines{"404 tool Assert Failed: -5", "3 two lines: No such file or directory",
+             "6  [31mred   .\xC3\xA9", "7 " + std::string(2046, 'x'), "7 " + std::string(2047, 'x'),
+             "7 " + std::string(2047, 'x'), "7 " + std::string(2047, 'x')}),
+      log.Lines());
+}
+
+TEST(SystemLog, LinesOfSeveralWritersDoNotMix) {
+  const TestSink log("VLTHOST_LOG");
+  std::vector<std::thread> writers;
+  for (char letter = 'a'; letter < 'e'; ++letter) {
+    writers.emplace_back([letter] {
+      for (int i = 0; i < 50; ++i) syslog(LOG_INFO, "%s", std::string(1000, letter).c_str());
+    });
+  }
+  for (std::thread& writer : writers) writer.join();
+  const Lines lines = log.Lines();
+  EXPECT_EQ(200u, lines.size());
+  for (const std::string& line : lines) EXPECT_EQ("6 " + std::string(1000, line[2]), line);
+}
+
+}  // namespace
