@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -7,36 +8,53 @@
 
 #include <CoreServices/CoreServices.h>
 
-// NotificationTurn lets one thread at a time take from a worker's notification queue. A message
-// that one thread takes may be what another waits to see done: so whoever waits for a change, and
-// not for a message, learns of each message that was handled. Belongs to one worker object; any
+// The end of one wait that consists of several: for the turn, then for a message. A value; any
 // thread.
+class WaitLimit {
+ public:
+  // From now on. Milliseconds, negative microseconds, or kDurationForever.
+  explicit WaitLimit(Duration timeout);
+
+  bool IsForever() const { return isForever; }
+  std::chrono::steady_clock::time_point End() const { return end; }
+  Duration Left() const;  // what remains, rounded up; kDurationImmediate when nothing does
+
+ private:
+  bool isForever;
+  std::chrono::steady_clock::time_point end;
+};
+
+// NotificationTurn lets one thread at a time take from a worker's notification queue. The message
+// that one thread takes may bring about the change that another thread waits for. A thread that
+// waits for a change is therefore woken after each handled message. Belongs to one worker object.
+// Any thread.
 class NotificationTurn {
  public:
   NotificationTurn() = default;
   NotificationTurn(const NotificationTurn&) = delete;
   NotificationTurn& operator=(const NotificationTurn&) = delete;
 
-  // The caller's turn, until End. 0, or kMPTimeoutErr when another thread had it all the time. A
-  // thread that has the turn gets it again, and ends it as often.
-  OSStatus Begin(Duration timeout);
+  // Begins the caller's turn, which lasts until End. Returns 0, or kMPTimeoutErr if another thread
+  // had the turn all the time. A thread that has the turn may begin it again, and ends it as often.
+  OSStatus Begin(const WaitLimit& limit);
   void End();  // what was taken has been handled
 
-  // A number that changes with each message handled. Whoever waits for a change asks for it, then
-  // looks whether the change has come, then calls BeginUnlessHandled with it.
+  // Returns a number that changes with each handled message. A thread that waits for a change reads
+  // it, then checks whether the change has come, then calls BeginUnlessHandled with the number.
   uint32_t Handled();
 
-  // Begins the caller's turn (true), unless a message was handled since `ticket`: waits for either.
-  // When false, `*err` is 0 or, if the time ran out, kMPTimeoutErr.
-  bool BeginUnlessHandled(uint32_t ticket, Duration timeout, OSStatus* err);
+  // Waits until the turn is free or a message has been handled since `ticket`. Returns true if it
+  // began the caller's turn. If it returns false, `*err` is 0, or kMPTimeoutErr if the time ran
+  // out.
+  bool BeginUnlessHandled(uint32_t ticket, const WaitLimit& limit, OSStatus* err);
 
-  bool IsCallers();  // the calling thread has the turn
+  bool IsCallers();  // whether the calling thread has the turn
 
  private:
   bool IsOthers() const { return depth > 0 && holder != std::this_thread::get_id(); }
   void Take();
   template <class Done>
-  bool Wait(std::unique_lock<std::mutex>& lock, Duration timeout, Done done);
+  bool Wait(std::unique_lock<std::mutex>& lock, const WaitLimit& limit, Done done);
 
   std::mutex mutex;
   std::condition_variable changed;

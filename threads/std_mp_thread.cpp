@@ -28,21 +28,23 @@ VLTStdMPThread::~VLTStdMPThread() { _Finalize(); }
 
 // Starting.
 
+// Waiting happens between the steps, never with the mutex: a handler on another thread, whose end
+// is waited for, may start this thread itself. So after each wait everything is looked at again.
 SInt32 VLTStdMPThread::StartThread() {
-  // The task itself asks, while whoever starts it waits with the mutex for its report.
+  // The task itself calls this while its starter waits for its report.
   if (IsOwnTask()) return 0;
-  const std::lock_guard<std::recursive_mutex> lock(startMutex);
-  SInt32 err = InitializeIfNeeded();
-  if (err == 0) err = MakeQueue();
-  if (err == 0) err = MakeEventGroup();
-  if (err != 0 || HasTask()) return err;
-
-  locks.ReleaseMask(kCreatedAndTerminatedMask);
-  err = TakeOutstandingEnd();
-  if (err == 0) err = FlushNotifications();
-  // Taking the old end marked the thread terminated, which is not said of the new one.
-  locks.ReleaseMask(kCreatedAndTerminatedMask);
-  if (err == 0) err = CreateTask();
+  bool isStarted = false;
+  bool isThere = false;
+  SInt32 err = Prepare();
+  while (err == 0 && !isStarted && !isThere) {
+    isThere = HasTask();
+    if (isThere) break;
+    err = TakeOutstandingEnd();
+    if (err == 0) err = FlushNotifications();
+    if (err == 0) err = CreateTaskUnlessThere(&isStarted, &isThere);
+  }
+  // A handler that finds the task running may be handling the very message that reports its start.
+  if (isThere && turn.IsCallers()) return 0;
   return WaitForThreadCreation(err);
 }
 
@@ -66,15 +68,39 @@ SInt32 VLTStdMPThread::MakeEventGroup() {
   return 0;
 }
 
-// The task clears its id before its end message is posted, so a wait may have returned without it.
-// Left in the queue it would be taken for the end of the next task. It is certain to come: the
-// queue has room for it. Another thread that has taken it must be done with it, too; a thread that
-// starts the next task while it processes the end of the last one is.
+SInt32 VLTStdMPThread::Prepare() {
+  const std::lock_guard<std::recursive_mutex> lock(startMutex);
+  SInt32 err = InitializeIfNeeded();
+  if (err == 0) err = MakeQueue();
+  if (err == 0) err = MakeEventGroup();
+  return err;
+}
+
+// Does nothing if the end of a run that came between is still to be taken.
+SInt32 VLTStdMPThread::CreateTaskUnlessThere(bool* isStarted, bool* isThere) {
+  const std::lock_guard<std::recursive_mutex> lock(startMutex);
+  *isThere = HasTask();
+  if (*isThere || !IsLastEndTaken()) return 0;
+  // Taking the old end marked the thread terminated, which must not be said of the new run.
+  locks.ReleaseMask(kCreatedAndTerminatedMask);
+  *isStarted = true;
+  return CreateTask();
+}
+
+// The task clears its id before its end message is posted, so a waiter may return before the
+// message arrives. It must be taken before the next start: left in the queue, it would be mistaken
+// for the end of the next task. It always arrives, because the queue reserves room for it. If
+// another thread has taken it, that thread must have handled it; a thread that starts the next task
+// while it handles the end of the last one has done enough.
+bool VLTStdMPThread::IsLastEndTaken() {
+  return (turn.IsCallers() ? endsTaken : endsProcessed).load() == runs.load();
+}
+
 SInt32 VLTStdMPThread::TakeOutstandingEnd() {
   SInt32 err = 0;
   while (err == 0) {
     const uint32_t ticket = turn.Handled();
-    if ((turn.IsCallers() ? endsTaken : endsProcessed).load() == runs.load()) break;
+    if (IsLastEndTaken()) break;
     err = WaitForProgress(ticket, kDurationForever);
   }
   return err;
@@ -93,11 +119,14 @@ SInt32 VLTStdMPThread::CreateTask() {
 }
 
 SInt32 VLTStdMPThread::WaitForThreadCreation(SInt32 error) {
+  const UInt32 run = CurrentRun();
   while (error == 0) {
     const uint32_t ticket = turn.Handled();
-    if (IsThreadCreated()) break;
-    error = IsThreadTerminated() ? SInt32{kMPTaskAbortedErr}
-                                 : WaitForProgress(ticket, kDurationForever);
+    // The mark, or its trace if another thread has started the next run meanwhile.
+    const bool wasCreated = run != 0 && static_cast<SInt32>(createdRun.load() - run) >= 0;
+    if (IsThreadCreated() || wasCreated) break;
+    const bool isOver = IsThreadTerminated() || CurrentRun() != run;
+    error = isOver ? SInt32{kMPTaskAbortedErr} : WaitForProgress(ticket, kDurationForever);
   }
   return error;
 }
@@ -133,21 +162,24 @@ SInt32 VLTStdMPThread::PostThreadNotification(void* tag, void* kind, void* value
 
 SInt32 VLTStdMPThread::WaitOnThreadNotification(void** tag, void** kind, void** value,
                                                 SInt32 timeout) {
-  const SInt32 err = turn.Begin(timeout);
-  return err != 0 ? err : TakeInTurn(tag, kind, value, timeout);
+  const WaitLimit limit(timeout);
+  const SInt32 err = turn.Begin(limit);
+  return err != 0 ? err : TakeInTurn(tag, kind, value, limit);
 }
 
-SInt32 VLTStdMPThread::TakeInTurn(void** tag, void** kind, void** value, SInt32 timeout) {
+SInt32 VLTStdMPThread::TakeInTurn(void** tag, void** kind, void** value, const WaitLimit& limit) {
   struct EndTurn {
     NotificationTurn& turn;
     ~EndTurn() { turn.End(); }
   } const end{turn};
-  return TakeNotification(tag, kind, value, timeout);
+  return TakeNotification(tag, kind, value, limit);
 }
 
-SInt32 VLTStdMPThread::TakeNotification(void** tag, void** kind, void** value, SInt32 timeout) {
+SInt32 VLTStdMPThread::TakeNotification(void** tag, void** kind, void** value,
+                                        const WaitLimit& limit) {
   void* taken[3] = {};
-  const SInt32 err = MPWaitOnQueue(notifyQueue.load(), &taken[0], &taken[1], &taken[2], timeout);
+  const SInt32 err =
+      MPWaitOnQueue(notifyQueue.load(), &taken[0], &taken[1], &taken[2], limit.Left());
   if (err == kMPTimeoutErr) return err;
   const bool isEnd = err == 0 && CodeOf(taken[0]) == adminTag && CodeOf(taken[1]) == endKind &&
                      endsTaken.load() != runs.load();
@@ -169,10 +201,11 @@ SInt32 VLTStdMPThread::TakeNotification(void** tag, void** kind, void** value, S
 
 // One message since `ticket`, processed here or by another thread that has the turn.
 SInt32 VLTStdMPThread::WaitForProgress(uint32_t ticket, SInt32 timeout) {
+  const WaitLimit limit(timeout);
   OSStatus err = 0;
-  if (!turn.BeginUnlessHandled(ticket, timeout, &err)) return err;
+  if (!turn.BeginUnlessHandled(ticket, limit, &err)) return err;
   void* taken[3] = {};
-  return TakeInTurn(&taken[0], &taken[1], &taken[2], timeout);
+  return TakeInTurn(&taken[0], &taken[1], &taken[2], limit);
 }
 
 SInt32 VLTStdMPThread::DoThreadNotification(void*& tag, void*& kind, void*& value, SInt32 error) {
@@ -188,6 +221,7 @@ SInt32 VLTStdMPThread::DoAdminNotification(void* kind, void* value) {
 
 SInt32 VLTStdMPThread::NotifyThreadCreated(SInt32 result) {
   const SInt32 err = VLTMPThread::NotifyThreadCreated(result);
+  createdRun.store(CurrentRun());
   return FirstError(err, MPSetEvent(eventGroup.load(), kCreatedFlag));
 }
 

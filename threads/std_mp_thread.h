@@ -98,19 +98,24 @@ class VLTStdMPThread : public VLTMPThread {
   void* clientArgument;
 
  private:
+  SInt32 Prepare();
   SInt32 MakeQueue();
   SInt32 MakeEventGroup();
   SInt32 CreateTask();
+  SInt32 CreateTaskUnlessThere(bool* isStarted, bool* isThere);
+  bool IsLastEndTaken();
   SInt32 TakeOutstandingEnd();
-  SInt32 TakeNotification(void** tag, void** kind, void** value, SInt32 timeout);
-  SInt32 TakeInTurn(void** tag, void** kind, void** value, SInt32 timeout);
+  SInt32 TakeNotification(void** tag, void** kind, void** value, const WaitLimit& limit);
+  SInt32 TakeInTurn(void** tag, void** kind, void** value, const WaitLimit& limit);
   SInt32 WaitForProgress(uint32_t ticket, SInt32 timeout);
 
-  // Held while the task is started. Recursive: a hook of the start may ask for it again.
+  // Held while the task is created, but not while anything is waited for. Recursive: Initialize may
+  // start the thread.
   std::recursive_mutex startMutex;
   NotificationTurn turn;
   std::atomic<UInt32> runs{0};  // tasks that were created
   // Of these, whose end message was taken from the queue, and whose was processed as well.
   std::atomic<UInt32> endsTaken{0};
   std::atomic<UInt32> endsProcessed{0};
+  std::atomic<UInt32> createdRun{0};  // the latest run whose start was processed
 };

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 
@@ -193,6 +194,40 @@ TEST(Worker, StartsItselfAnewWhenItHearsOfItsEnd) {
     worker.terminated = nullptr;
   });
   EXPECT_EQ(5, runs);
+}
+
+// A handler on one thread starts the worker, whose end it handles, while another thread starts it
+// as well.
+TEST(Worker, StartedByAHandlerAndAnotherThreadAtOnce) {
+  std::atomic<int> runs{0}, restarts{0};
+  Worker worker([&](Worker&) { return ++runs, 0; });
+  worker.terminated = [&](Worker& self) {
+    if (restarts++ % 3 == 0) return;
+    EXPECT_EQ(0, self.StartThread());
+  };
+  InThreads(3, [&](int) {
+    for (int i = 0; i < 300; i++) {
+      EXPECT_EQ(0, worker.StartThread());
+      EXPECT_EQ(0, worker.WaitForCompletion(kLong));
+    }
+  });
+  worker.terminated = nullptr;
+  EXPECT_GE(runs, 300);
+}
+
+// The wait for another thread's turn counts as part of the time.
+TEST(Worker, WaitersAtOnceEachWaitOnce) {
+  Worker worker;
+  ASSERT_EQ(0, worker.StartThread());
+  ASSERT_EQ(0, worker.StopThread());
+  worker.TakeEnd();
+  InThreads(3, [&](int) {
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(kMPTimeoutErr, worker.WaitOnThreadNotification(nullptr, nullptr, nullptr, 500));
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took, std::chrono::milliseconds(500));
+    EXPECT_LT(took, std::chrono::milliseconds(950));  // twice the time it was
+  });
 }
 
 }  // namespace
