@@ -1,5 +1,6 @@
 #include "threads/std_mp_run_loop_thread.h"
 
+#include <exception>
 #include <utility>
 
 #include "util/errno_status.h"
@@ -51,10 +52,18 @@ SInt32 VLTStdMPRunLoopThread::StopThreadAsync() {
   stoppedRun.store(CurrentRun());
   if (CFRunLoopRef loop = CopyRunLoop()) {
     CFRunLoopStop(loop);
+    // That may end a run within a callout alone. The source reaches the runs around it.
+    if (AcquireSyncMutex() == 0) {
+      if (syncSource != nullptr) CFRunLoopSourceSignal(syncSource);
+      ReleaseSyncMutex();
+    }
+    CFRunLoopWakeUp(loop);
     CFRelease(loop);
   }
   return err;
 }
+
+bool VLTStdMPRunLoopThread::IsStopped() const { return stoppedRun.load() == CurrentRun(); }
 
 bool VLTStdMPRunLoopThread::IsEnding() const {
   return HasTask() && endingRun.load() == CurrentRun();
@@ -87,14 +96,35 @@ SInt32 VLTStdMPRunLoopThread::GetCFRunLoop(CFRunLoopRef& loop) {
 
 // Sources.
 
+// A run that was asked to stop would never serve the source: the next run gets it.
 SInt32 VLTStdMPRunLoopThread::AddSource(CFRunLoopSourceRef source, CFStringRef mode) {
-  const SInt32 err = StartThreadIfNeeded();
-  if (err != 0) return err;
-  CFRunLoopRef loop = CopyRunLoop();
-  if (loop == nullptr) return threadProtocolErr;  // it has ended meanwhile
+  CFRunLoopRef loop = nullptr;
+  while (loop == nullptr) {
+    SInt32 err = 0;
+    while (err == 0 && HasTask() && IsStopped() && !IsOwnTask()) {
+      err = WaitForRun(stoppedRun.load(), kDurationForever);
+    }
+    if (err == 0) err = StartThreadIfNeeded();
+    if (err != 0) return err;
+    loop = CopyRunLoop();
+    if (loop == nullptr && IsOwnTask()) return threadProtocolErr;  // after its loop
+  }
   CFRunLoopAddSource(loop, source, mode);
+  const bool isServed = !CFRunLoopSourceIsValid(source) || IsServed(loop, source, mode);
   CFRelease(loop);
-  return 0;
+  return isServed ? SInt32{0} : SInt32{kIOReturnNoResources};
+}
+
+// A loop that lacks a file descriptor for a mode takes no source into it. A source that is not
+// there may also have fired and removed itself, where the thread's own source shows that the mode
+// is served.
+bool VLTStdMPRunLoopThread::IsServed(CFRunLoopRef loop, CFRunLoopSourceRef source,
+                                     CFStringRef mode) {
+  if (CFRunLoopContainsSource(loop, source, mode)) return true;
+  if (!CFEqual(mode, kCFRunLoopDefaultMode) || AcquireSyncMutex() != 0) return false;
+  const bool hasOwnSource = syncSource != nullptr;
+  ReleaseSyncMutex();
+  return hasOwnSource;
 }
 
 SInt32 VLTStdMPRunLoopThread::RemoveSource(CFRunLoopSourceRef source, CFStringRef mode) {
@@ -222,7 +252,12 @@ SInt32 VLTStdMPRunLoopThread::ReleaseSyncMutex() {
 // Synchronous calls, the thread's side.
 
 void VLTStdMPRunLoopThread::CallbackSourcePerform(void* info) {
-  if (info != nullptr) static_cast<VLTStdMPRunLoopThread*>(info)->PerformSyncCallback();
+  auto* self = static_cast<VLTStdMPRunLoopThread*>(info);
+  if (self == nullptr) return;
+  self->PerformSyncCallback();
+  // This may be a run within a callout. Signalled again and again, the source reaches the outermost
+  // run in the end, which looks for the request after each source.
+  if (self->IsStopped() && self->syncSource != nullptr) CFRunLoopSourceSignal(self->syncSource);
 }
 
 SInt32 VLTStdMPRunLoopThread::PerformSyncCallback() {
@@ -239,11 +274,27 @@ SInt32 VLTStdMPRunLoopThread::PerformSyncCallback() {
   void* const a = callArg1;
   void* const b = callArg2;
   ReleaseSyncMutex();
+  // The caller gets an answer even if the function ends the task (MPExit) or throws.
+  struct Answer {
+    VLTStdMPRunLoopThread* thread;
+    ~Answer() {
+      if (thread != nullptr) thread->AnswerUnreturned();
+    }
+  } answer{this};
   const SInt32 result = function(a, b);
+  answer.thread = nullptr;
   err = AcquireSyncMutex();
   if (err != 0) return err;
   FinishCall(result == kPending ? 0 : result);
   return ReleaseSyncMutex();
+}
+
+void VLTStdMPRunLoopThread::AnswerUnreturned() {
+  AcquireSyncMutex();
+  // Without an exception it is the task that ends: the next call waits for the next run.
+  if (std::uncaught_exceptions() == 0) endingRun.store(CurrentRun());
+  FinishCall(kMPTaskAbortedErr);
+  ReleaseSyncMutex();
 }
 
 // With the mutex. The fields are cleared with the result: a stop must not run the call again.
@@ -259,9 +310,19 @@ void VLTStdMPRunLoopThread::FinishCall(SInt32 result) {
 // The task.
 
 SInt32 VLTStdMPRunLoopThread::DoThreadTask() {
+  // A task that ends in the middle (MPExit in a called function) leaves nothing behind either: its
+  // source and identity would be taken for those of the next run.
+  struct Leaving {
+    VLTStdMPRunLoopThread* thread;
+    ~Leaving() {
+      if (thread != nullptr) thread->Abandon();
+    }
+  } leaving{this};
   SInt32 err = BeforeRunLoop();
   if (err == 0) err = RunRunLoop();
-  return AfterRunLoop(err);
+  err = AfterRunLoop(err);
+  leaving.thread = nullptr;
+  return err;
 }
 
 SInt32 VLTStdMPRunLoopThread::BeforeRunLoop() {
@@ -273,28 +334,52 @@ SInt32 VLTStdMPRunLoopThread::BeforeRunLoop() {
   CFRunLoopSourceRef source = CFRunLoopSourceCreate(kCFAllocatorDefault, 0, &context);
   if (source == nullptr) return memFullErr;
   CFRunLoopAddSource(loop, source, kCFRunLoopDefaultMode);
+  // Without it a loop that lacks a file descriptor would serve nothing.
+  if (!CFRunLoopContainsSource(loop, source, kCFRunLoopDefaultMode)) {
+    CFRelease(source);
+    return kIOReturnNoResources;
+  }
   const SInt32 err = AcquireSyncMutex();
   syncSource = source;
   if (locks.IsLockAcquired(kVLTThreadStopLock)) CFRunLoopSourceSignal(source);
   if (err == 0) ReleaseSyncMutex();
   // Asked to stop before there was a loop to be stopped.
-  if (stoppedRun.load() == CurrentRun()) CFRunLoopStop(loop);
+  if (IsStopped()) CFRunLoopStop(loop);
   return err;
 }
 
+// As CFRunLoopRun, and ends when a stop request ended a run within a callout.
 SInt32 VLTStdMPRunLoopThread::RunRunLoop() {
-  CFRunLoopRun();
+  constexpr CFTimeInterval kForever = 1e10;
+  SInt32 result = 0;
+  do {
+    result = CFRunLoopRunInMode(kCFRunLoopDefaultMode, kForever, true);
+  } while (result != kCFRunLoopRunStopped && result != kCFRunLoopRunFinished && !IsStopped());
   return 0;
 }
 
 SInt32 VLTStdMPRunLoopThread::AfterRunLoop(SInt32 result) {
-  if (CFRunLoopSourceRef source = MarkEnding()) {
+  Leave(MarkEnding());
+  return result;
+}
+
+void VLTStdMPRunLoopThread::Abandon() {
+  AcquireSyncMutex();
+  if (callResult != nullptr) FinishCall(kMPTaskAbortedErr);
+  endingRun.store(CurrentRun());
+  CFRunLoopSourceRef source = std::exchange(syncSource, nullptr);
+  ReleaseSyncMutex();
+  Leave(source);
+}
+
+// Gives the source and the identity of the run up.
+void VLTStdMPRunLoopThread::Leave(CFRunLoopSourceRef source) {
+  if (source != nullptr) {
     CFRunLoopSourceInvalidate(source);
     CFRelease(source);
   }
   threadPort.store(MACH_PORT_NULL);
   ForgetPThread();
-  return result;
 }
 
 // Serves what is pending, then marks that no call is accepted any more and takes the source out of

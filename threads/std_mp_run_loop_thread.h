@@ -84,6 +84,11 @@ class VLTStdMPRunLoopThread : public VLTStdMPThread {
   void WithdrawCall(SInt32* result);
   void FinishCall(SInt32 result);
   CFRunLoopSourceRef MarkEnding();
+  void AnswerUnreturned();
+  void Abandon();
+  void Leave(CFRunLoopSourceRef source);
+  bool IsStopped() const;
+  bool IsServed(CFRunLoopRef loop, CFRunLoopSourceRef source, CFStringRef mode);
   bool IsEnding() const;
   SInt32 WaitWhileEnding();
   bool WantsQuantum(SInt32 quantum) const;

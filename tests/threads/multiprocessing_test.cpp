@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <set>
+#include <vector>
 
 #include "tests/threads/bounded.h"
 
@@ -209,6 +210,30 @@ TEST(MPEvent, TheWholeWordGoesToOneWaiter) {
   EXPECT_EQ(0, left);
   EXPECT_EQ(noErr, MPDeleteEvent(event));
   EXPECT_EQ(kMPInvalidIDErr, MPWaitForEvent(event, nullptr, kDurationForever));
+}
+
+// Some objects are never deleted, as the event group of a run-loop thread: what that costs is
+// memory and, on a 32-bit host, ids.
+TEST(MPEvent, LostOnesLeaveIdsForOthers) {
+  constexpr size_t kWanted = 300'000;
+  std::vector<MPEventID> events;
+  MPEventID event = kInvalidID;
+  while (events.size() < kWanted && MPCreateEvent(&event) == noErr) events.push_back(event);
+  if (sizeof(void*) >= 8) {
+    EXPECT_EQ(kWanted, events.size());
+  } else {
+    EXPECT_GT(events.size(), size_t{260'000});
+  }
+  for (size_t i = 0; i < events.size(); i++) {
+    ASSERT_EQ(noErr, MPSetEvent(events[i], static_cast<MPEventFlags>(i + 1)));
+  }
+  for (size_t i = 0; i < events.size(); i++) {
+    MPEventFlags flags = 0;
+    ASSERT_EQ(noErr, MPWaitForEvent(events[i], &flags, kDurationImmediate));
+    ASSERT_EQ(i + 1, flags);
+    ASSERT_EQ(noErr, MPDeleteEvent(events[i]));
+    ASSERT_EQ(kMPInvalidIDErr, MPSetEvent(events[i], 1));
+  }
 }
 
 TEST(MPSemaphore, CountsUpToItsMaximum) {

@@ -5,7 +5,9 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <thread>
 
+#include "tests/support/few_descriptors.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/threads/bounded.h"
 
@@ -260,6 +262,105 @@ TEST(RunLoopThread, SourcesAddedAndRemovedWhileTheyFire) {
   });
   WithinTime([&] { EXPECT_EQ(0, thread.StopThread()); });
   EXPECT_GE(fired, 100);
+}
+
+// A stop ends the whole run, also when it meets a run of the loop within a callout.
+TEST(RunLoopThread, AStopDuringANestedRunEndsTheThread) {
+  enum class From { kCall, kSource, kTimer };
+  for (const From from : {From::kCall, From::kSource, From::kTimer}) {
+    for (const int nestedRuns : {1, 3}) {
+      SCOPED_TRACE(static_cast<int>(from) * 10 + nestedRuns);
+      Thread thread;
+      std::atomic<bool> isInside{false};
+      std::function<void()> nest = [&] {
+        isInside = true;
+        for (int i = 0; i < nestedRuns; i++) {
+          CFRunLoopRunInMode(kCFRunLoopDefaultMode, i == 0 ? 60 : 0.01, false);
+        }
+      };
+      Source source(nest);
+      CFRunLoopTimerRef timer = nullptr;
+      std::thread caller;
+      if (from == From::kCall) {
+        caller = std::thread([&] { EXPECT_EQ(5, thread.Run([&] { return nest(), 5; })); });
+      } else if (from == From::kSource) {
+        CFRunLoopSourceSignal(source.ref);
+        EXPECT_EQ(0, thread.AddSource(source.ref, kCFRunLoopDefaultMode));
+      } else {
+        CFRunLoopRef loop = nullptr;
+        ASSERT_EQ(0, thread.GetCFRunLoop(loop));
+        CFRunLoopTimerContext context = {};
+        context.info = &nest;
+        const auto fire = [](CFRunLoopTimerRef, void* info) {
+          (*static_cast<std::function<void()>*>(info))();
+        };
+        timer = CFRunLoopTimerCreate(kCFAllocatorDefault, 0, 0, 0, 0, fire, &context);
+        CFRunLoopAddTimer(loop, timer, kCFRunLoopDefaultMode);
+      }
+      WithinTime([&] {
+        while (!isInside) MPYield();
+        EXPECT_EQ(0, thread.StopThread());
+      });
+      EXPECT_FALSE(thread.Runs());
+      if (caller.joinable()) caller.join();
+      if (timer != nullptr) CFRelease(timer);
+    }
+  }
+}
+
+TEST(RunLoopThread, ASourceAddedAfterAStopIsServedByTheNextRun) {
+  Thread thread;
+  for (int round = 0; round < 100; round++) {
+    std::atomic<int> fired{0};
+    Source source([&] { fired++; });
+    ASSERT_EQ(0, thread.StartThread());
+    EXPECT_EQ(0, thread.StopThreadAsync());
+    WithinTime([&] {
+      CFRunLoopSourceSignal(source.ref);
+      EXPECT_EQ(0, thread.AddSource(source.ref, kCFRunLoopDefaultMode));
+      while (fired == 0) MPYield();
+    });
+    CFRunLoopSourceInvalidate(source.ref);
+  }
+}
+
+TEST(RunLoopThread, ACallThatEndsItsTaskIsAnsweredAndTheNextOneServed) {
+  OpenDescriptorCheck noLeaks;
+  Thread thread;
+  WithinTime([&] {
+    for (int round = 0; round < 50; round++) {
+      EXPECT_EQ(kMPTaskAbortedErr, thread.Run([]() -> SInt32 {
+        MPExit(5);
+        return 3;
+      }));
+      EXPECT_EQ(9, thread.CallSynchronous(Add, Number(2), Number(7), 0));
+    }
+    EXPECT_EQ(0, thread.StopThread());
+  });
+}
+
+// With few file descriptors left, a source is either refused or served.
+TEST(RunLoopThread, WithoutFileDescriptorsASourceIsRefused) {
+  int refused = 0, served = 0;
+  for (const CFStringRef mode : {kCFRunLoopDefaultMode, CFSTR("another mode")}) {
+    for (size_t left = 0; left < 6; left++) {
+      SCOPED_TRACE(left);
+      const FewDescriptors few(left);
+      Thread thread;
+      std::atomic<int> fired{0};
+      Source source([&] { fired++; });
+      CFRunLoopSourceSignal(source.ref);
+      if (thread.AddSource(source.ref, mode) != 0) {
+        refused++;
+        continue;
+      }
+      served++;
+      EXPECT_EQ(0, thread.Run([mode] { return CFRunLoopRunInMode(mode, 0, false), 0; }));
+      EXPECT_GE(fired, 1);
+    }
+  }
+  EXPECT_GE(refused, 4);
+  EXPECT_GE(served, 4);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <bit>
 #include <cstdint>
 #include <ctime>
 #include <limits>
@@ -19,8 +20,10 @@
 // its mutex locked, without counting references. The object's own `id` tells whether the id is
 // still its.
 //
-// An id's bits, from below: index and 1 (18), kind (3), generation (the rest of a pointer). A table
-// hands freed objects out in the order in which they were freed.
+// An id's bits, from below: index plus 1 (31; 18 on a 32-bit host), kind (3), generation (the rest
+// of a pointer). A table hands freed objects out in the order in which they were freed. There are
+// ids for whatever memory can hold, except on a 32-bit host: a program may lose ids for as long as
+// it runs.
 //
 // Lock order: an object's mutex, then its table's. Any thread.
 
@@ -123,10 +126,10 @@ class HostMPTable {
 
   Held Find(const void* opaque) {
     const auto id = reinterpret_cast<uintptr_t>(opaque);
-    const uintptr_t index = (id & kIndexMask) - 1;
     if ((id & kIndexMask) == 0) return Held();
-    Object* chunk = chunks[index / kChunk].load(std::memory_order_acquire);
-    return chunk == nullptr ? Held() : Held(&chunk[index % kChunk], id);
+    const Place place = PlaceOf(static_cast<uint32_t>((id & kIndexMask) - 1));
+    Object* chunk = chunks[place.chunk].load(std::memory_order_acquire);
+    return chunk == nullptr ? Held() : Held(&chunk[place.index], id);
   }
 
   // The id is dead from here on; waiters are told, and the last of them frees the object.
@@ -170,16 +173,27 @@ class HostMPTable {
   }
 
  private:
-  static constexpr unsigned kIndexBits = 18;
+  static constexpr unsigned kIndexBits = sizeof(uintptr_t) >= 8 ? 31 : 18;
   static constexpr unsigned kKindBits = 3;
   static constexpr unsigned kGenerationShift = kIndexBits + kKindBits;
   static constexpr uintptr_t kIndexMask = (uintptr_t{1} << kIndexBits) - 1;
   static constexpr uintptr_t kGenerationMask =
       std::numeric_limits<uintptr_t>::max() >> kGenerationShift;
-  static constexpr uint32_t kChunk = 128;
   static constexpr uint32_t kMaxObjects = kIndexMask - 1;
+  // Chunk n holds kFirstChunk << n objects, so that few chunks hold as many as there can be ids.
+  static constexpr uint32_t kFirstChunk = 128;
+  static constexpr unsigned kChunks = std::bit_width(kMaxObjects / kFirstChunk + 1);
   // So many freed objects rest before the first of them is used again.
   static constexpr uint32_t kResting = 128;
+
+  struct Place {
+    unsigned chunk;
+    uint32_t index;  // in the chunk
+  };
+  static constexpr Place PlaceOf(uint32_t index) {
+    const unsigned chunk = std::bit_width(index / kFirstChunk + 1) - 1;
+    return {chunk, index - kFirstChunk * ((1u << chunk) - 1)};
+  }
 
   static Held HoldAgain(Object* object, std::unique_lock<HostMPMutex> lock) {
     Held held;
@@ -202,13 +216,14 @@ class HostMPTable {
   }
 
   Object* MakeOne() {
-    std::atomic<Object*>& chunk = chunks[made / kChunk];
+    const Place place = PlaceOf(made);
+    std::atomic<Object*>& chunk = chunks[place.chunk];
     if (chunk.load(std::memory_order_relaxed) == nullptr) {
-      auto* objects = new (std::nothrow) Object[kChunk];
+      auto* objects = new (std::nothrow) Object[size_t{kFirstChunk} << place.chunk];
       if (objects == nullptr) return nullptr;
       chunk.store(objects, std::memory_order_release);
     }
-    Object* object = &chunk.load(std::memory_order_relaxed)[made % kChunk];
+    Object* object = &chunk.load(std::memory_order_relaxed)[place.index];
     object->index = made++;
     return object;
   }
@@ -223,7 +238,7 @@ class HostMPTable {
   }
 
   std::mutex mutex;
-  std::atomic<Object*> chunks[kMaxObjects / kChunk + 1] = {};
+  std::atomic<Object*> chunks[kChunks] = {};
   uint32_t made = 0;
   uint32_t freeCount = 0;
   HostMPObject* firstFree = nullptr;
