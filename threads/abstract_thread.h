@@ -11,19 +11,20 @@
 
 #include "threads/atomic_lock_set.h"
 
-// What every thread object is built on: marks in one word of bit locks, and wrappers that remember
-// a thread by its three names (the kernel's port, the POSIX handle with the run loop, the task).
-// The owner makes, starts, waits for and destroys the object; the thread it stands for writes its
-// own identity. All of it may be read from any thread.
+// The bases of every thread object: marks in one word of bit locks, and wrappers that store the
+// three identities of a thread (the kernel's port, the POSIX handle with the run loop, the task).
 //
-// Lock numbers, shared by all classes here:
+// The owner constructs, starts, waits for and destroys the object. The thread that the object
+// stands for stores its own identity. Any thread may read all of it.
+//
+// The lock numbers, shared by all classes here:
 enum : SInt32 {
   kVLTThreadInitialisedLock = 0,  // Initialize has run
   kVLTThreadCreatedLock = 1,      // the thread's start was reported
   kVLTThreadTerminatedLock = 2,   // its end was reported
-  kVLTThreadQueueLock = 3,        // the notification queue is ours to delete
-  kVLTThreadEventLock = 4,        // the event group is ours to delete
-  kVLTThreadStopLock = 5,         // asked to stop
+  kVLTThreadQueueLock = 3,        // this object has to delete the notification queue
+  kVLTThreadEventLock = 4,        // this object has to delete the event group
+  kVLTThreadStopLock = 5,         // the thread was asked to stop
 };
 
 class VLTAbstractThread {
@@ -34,15 +35,16 @@ class VLTAbstractThread {
   virtual ~VLTAbstractThread() = default;
 
   virtual SInt32 Initialize() { return 0; }
-  virtual SInt32 Finalize(SInt32 error) { return error; }  // `error`, or what it met itself
-  // `result` is 0 or why the thread gave up at its start. The status never is 0 afterwards: 1
-  // stands for a good start. Returns 0.
+  // Returns `error`, or the first failure of its own if `error` is 0.
+  virtual SInt32 Finalize(SInt32 error) { return error; }
+  // Records the start. `result` is 0, or the reason why the thread gave up at its start. Stores it
+  // as the status, 0 as 1, so that a created thread never has the status 0. Returns 0.
   virtual SInt32 NotifyThreadCreated(SInt32 result);
-  // The thread has ended with `result`. Returns 0.
+  // Records that the thread has ended with `result`, which becomes the status. Returns 0.
   virtual SInt32 NotifyThreadTerminated(SInt32 result) = 0;
 
-  // Initialize or Finalize, once for each pair: of several callers one does it. The others get 0,
-  // respectively `error`, at once.
+  // Call Initialize or Finalize once for each pair. If several threads call one of them, one does
+  // the work; the others return at once, with 0 or `error`.
   SInt32 InitializeIfNeeded();
   SInt32 FinalizeIfNeeded(SInt32 error);
 
@@ -54,15 +56,15 @@ class VLTAbstractThread {
   std::atomic<SInt32> status{0};
 };
 
-// A thread by its kernel port.
+// VLTMachThread identifies a thread by its kernel port.
 class VLTMachThread : public VLTAbstractThread {
  public:
   explicit VLTMachThread(mach_port_t port) : threadPort(port) {}
 
-  SInt32 NotifyThreadTerminated(SInt32 result) override;  // forgets the port
-  virtual SInt32 RememberSelf();                          // the caller is the thread; returns 0
+  SInt32 NotifyThreadTerminated(SInt32 result) override;  // also clears the port
+  virtual SInt32 RememberSelf();  // stores the calling thread's identity; returns 0
 
-  bool IsCurrentThread() const;  // false when no port is stored
+  bool IsCurrentThread() const;  // false if no port is stored
 
  protected:
   bool HasThreadPort() const { return threadPort.load() != MACH_PORT_NULL; }
@@ -70,7 +72,8 @@ class VLTMachThread : public VLTAbstractThread {
   std::atomic<mach_port_t> threadPort;
 };
 
-// A thread by its POSIX handle, with its run loop. The loop is retained while it is remembered.
+// VLTPThread identifies a thread by its POSIX handle, with its run loop. It retains the loop for as
+// long as it stores it.
 class VLTPThread : public VLTMachThread {
  public:
   VLTPThread(mach_port_t port, pthread_t thread) : VLTMachThread(port), pthread(thread) {}
@@ -80,9 +83,9 @@ class VLTPThread : public VLTMachThread {
   SInt32 RememberSelf() override;
 
  protected:
-  void ForgetPThread();  // handle and run loop
+  void ForgetPThread();  // clears handle and run loop
   pthread_t RememberedThread() const;
-  CFRunLoopRef CopyRunLoop() const;  // the caller releases it; null when none is remembered
+  CFRunLoopRef CopyRunLoop() const;  // the caller releases it; null if none is stored
   CFRunLoopRef PeekRunLoop() const;  // borrowed: valid while the thread runs
 
  private:
@@ -91,8 +94,8 @@ class VLTPThread : public VLTMachThread {
   CFRunLoopRef runLoop = nullptr;
 };
 
-// A thread by its task. The id is stored by the platform when the task is created and cleared by
-// the task at its end, hence read atomically.
+// VLTMPThread identifies a thread by its task. The platform stores the id when it creates the task,
+// and the task clears it at its end; it is therefore read atomically.
 class VLTMPThread : public VLTPThread {
  public:
   VLTMPThread(mach_port_t port, pthread_t thread, MPTaskID task)
@@ -102,7 +105,7 @@ class VLTMPThread : public VLTPThread {
 
  protected:
   bool HasTask() const { return LoadTask() != kInvalidID; }
-  bool IsOwnTask() const;  // the caller is the task
+  bool IsOwnTask() const;  // whether the caller is the task
   void ClearTask();
 
   mutable MPTaskID taskID;
@@ -111,8 +114,8 @@ class VLTMPThread : public VLTPThread {
   MPTaskID LoadTask() const;
 };
 
-// Finalises a thread object when the process's static objects are destroyed: a static instance,
-// made right after the static thread object.
+// VLTStaticThreadFinalizer finalises a thread object when the process destroys its static objects.
+// Define it as a static object right after the static thread object.
 class VLTStaticThreadFinalizer {
  public:
   explicit VLTStaticThreadFinalizer(VLTAbstractThread* thread) : thread(thread) {}

@@ -5,16 +5,17 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <CoreServices/CoreServices.h>
 
-// VLTCOMObjectRef holds one reference to a plug-in interface object, or none, and lets several
-// threads replace, copy and query it. Any thread may use one; its destructor belongs to the last.
-// The object is a pointer to the pointer to its table. Counts are changed with no lock held, except
-// where CopyFrom says otherwise. Reading the object (NewRef, QueryInterface, AdjustRefCount) does
-// not take the lock: a caller that races them against the last release keeps a reference of its
-// own meanwhile.
+// VLTCOMObjectRef holds at most one reference to a plug-in interface object and lets several
+// threads replace, copy and query it. Any thread may use it; it must be destroyed when no other
+// thread uses it any more. An object is a pointer to the pointer to its interface table.
 //
-// Flags: bit 0, in what a setter is given: the caller hands its own reference over, none is added;
-// in the stored word: the access lock. Bit 1: the reference held is borrowed and never released.
-// The others are the caller's, stored and returned as they are.
+// The functions of an object are called with no lock held, except in CopyFrom. NewRef,
+// QueryInterface and AdjustRefCount read the object without the access lock. A caller that may race
+// them against the last release must own a reference of its own meanwhile.
+//
+// Flags. Bit 0, when passed to a setter: the caller hands over its own reference, and none is
+// added. Bit 0 of the stored word: the access lock. Bit 1: the held reference is borrowed and never
+// released. The other bits belong to the caller; they are stored and returned unchanged.
 class VLTCOMObjectRef {
  public:
   using Object = IUnknownVTbl**;
@@ -24,54 +25,59 @@ class VLTCOMObjectRef {
   VLTCOMObjectRef& operator=(const VLTCOMObjectRef&) = delete;
   virtual ~VLTCOMObjectRef();
 
-  // Takes the access lock, spinning as long as it must (`timeout` is not used; not recursive), and
-  // returns the flags from before.
+  // Takes the access lock and returns the flags from before. Spins for as long as another thread
+  // has the lock; `timeout` is not used. Not recursive.
   virtual UInt32 BeginAccessGetFlags(SInt32 timeout);
   static bool GotAccess(UInt32 flags) { return (flags & 1) == 0; }
-  // Stores `flags` without bit 0, which gives the lock back.
+  // Stores `flags` without bit 0, which releases the access lock.
   virtual void EndAccessSetFlags(UInt32 flags);
 
-  // The interface `iid` of what is held, as _QueryInterface.
+  // Queries the held object for the interface `iid`, as _QueryInterface does.
   virtual void* QueryInterface(CFUUIDBytes iid, SInt32* result);
-  // What is held, with a reference for the caller to release. Null when empty.
+  // Returns the held object with a reference that the caller releases, or null if there is none.
   virtual Object NewRef() const;
 
-  // Holds `object` from now on and releases what was held. Adds a reference unless bit 0 of `flags`
-  // is set; with bit 1 alone that one is never given back. Returns `object`.
+  // Replaces the held object by `object` and releases the old one. Adds a reference unless bit 0 of
+  // `flags` is set. Returns `object`. Meant: with bit 1 and without bit 0 the added reference is
+  // never released, because callers that borrow an object this way rely on it living on.
   Object SetObjectPtr(Object object, UInt32 flags);
-  // The same, but the old object, with its reference, is the caller's. `previousFlags` may be null.
+  // The same, but returns the old object, whose reference now belongs to the caller.
+  // `previousFlags` may be null.
   Object SwapObjectPtr(Object object, UInt32 flags, UInt32* previousFlags);
   Object Release() { return SetObjectPtr(nullptr, 0); }
 
-  // Holds what a query gave: `interface` if `result` is not negative, else nothing. Returns
-  // `result`, or E_NOINTERFACE for success without an interface. An interface that comes with a
-  // negative result is not released.
+  // Stores the outcome of a query: `interface` if `result` is not negative, else null. Returns
+  // `result`, or E_NOINTERFACE if `result` reports success and `interface` is null. An interface
+  // that comes with a negative result is not released.
   SInt32 SetToQueryInterfaceResult(SInt32 result, void* interface, CFUUIDBytes iid, UInt32 flags);
 
-  // Adds a reference to the other's object and takes its flags without bit 1, but keeps the old
-  // pointer, which it releases when the other's flags lack bit 1. Beware: meant so, although this
-  // object may be left pointing to something that is gone, and the other's object with a reference
-  // too many. Prefer SetObjectPtr(other.NewRef(), 1).
+  // Meant, although it is unsafe, because callers rely on the counts: adds a reference to the
+  // other's object and copies the other's flags without bit 1, but keeps this object's own pointer,
+  // and releases that one unless the other's flags have bit 1. Afterwards this object may point to
+  // a destroyed object, and the other's object has a reference too many. Prefer
+  // SetObjectPtr(other.NewRef(), 1).
   void CopyFrom(const VLTCOMObjectRef& other);
 
-  // Adds (or, negative, takes away) so many references of what is held. The last count reported; 0
-  // when there was nothing to do.
+  // Adds `delta` references to the held object or, if negative, releases as many. Returns the count
+  // that the object reported last, or 0 if there was nothing to do.
   UInt32 AdjustRefCount(int delta);
 
-  // On an object; null is no object. `result` may be null.
+  // For an object, which may be null; `result` may be null, too.
 
-  // The interface, with a reference for the caller, or null; `*result` the object's answer, or
-  // E_INVALIDARG without an object.
+  // Returns the interface with a reference that the caller releases, or null. Stores the object's
+  // result, or E_INVALIDARG if `object` is null.
   static void* _QueryInterface(Object object, CFUUIDBytes iid, SInt32* result);
-  static Object _AddRef(Object object);   // `object`
-  static Object _Release(Object object);  // null
+  static Object _AddRef(Object object);   // returns `object`
+  static Object _Release(Object object);  // returns null
 
-  // On a pointer slot that several threads may change. Without a slot they do nothing and return
+  // For a pointer slot that several threads may change. If `slot` is null they do nothing and
+  // return `object`. Swapping returns the old object, whose reference then belongs to the caller.
+  // Setting releases the old object and returns `object`. The forms with NewRef add a reference to
   // `object`.
-  static Object _SwapObjectPtr(Object* slot, Object object);        // the old one, the caller's now
-  static Object _SwapObjectPtrNewRef(Object* slot, Object object);  // and adds a reference
-  static Object _SetObjectPtr(Object* slot, Object object);        // `object`; releases the old one
-  static Object _SetObjectPtrNewRef(Object* slot, Object object);  // and adds a reference
+  static Object _SwapObjectPtr(Object* slot, Object object);
+  static Object _SwapObjectPtrNewRef(Object* slot, Object object);
+  static Object _SetObjectPtr(Object* slot, Object object);
+  static Object _SetObjectPtrNewRef(Object* slot, Object object);
 
  protected:
   static void* QueryInterfaceResult(Object object, SInt32 result, void* interface);

@@ -2,20 +2,25 @@
 
 #include "threads/std_mp_thread.h"
 
-// VLTStdMPRunLoopThread is a worker that runs its thread's run loop: sources are served there, and
-// any other thread can have a function run on it and wait for the result. The thread is started by
-// the first operation that needs it.
+// VLTStdMPRunLoopThread is a worker that runs its thread's run loop. The loop serves sources, and
+// any other thread can run a function on the thread and wait for the result. The first operation
+// that needs the thread starts it.
 //
 // not started -> running (identity stored, sync source installed) -> stopping (the loop has ended;
-// a pending call is still served, then the source goes, then the identity) -> ended, from which the
-// next operation starts it anew.
+// a pending call is still served, then the sync source is removed, then the identity is cleared)
+// -> ended. The next operation starts the thread again.
 //
-// Any thread may call the operations below, call functions on the thread and ask it to stop. The
-// owner finalises and destroys, when nobody else uses the object any more.
+// Any thread may call the operations below, call functions on the thread and stop it. The owner
+// finalises and destroys the object when no other thread uses it any more.
 //
-// Lock 5 marks a pending call as well as a stop request, and lock 4 that the call's lock is ready
-// as well as the owned event group. Both are meant. A stop request thus looks like a call without a
-// function, and Finalize leaves the event group undeleted: it releases lock 4 first.
+// A stop ends all runs of the loop, also those within a callout. Code that runs the loop again and
+// again in a callout should end when such a run returns kCFRunLoopRunStopped: until it does, the
+// thread cannot stop, and its runs no longer sleep.
+//
+// Meant: lock 5 marks a pending call as well as a stop request, and lock 4 that the call's mutex is
+// ready as well as the owned event group, because subclasses read these locks. A stop request thus
+// looks like a call without a function. Finalize releases lock 4 first and therefore leaves the
+// event group undeleted; that costs memory.
 class VLTStdMPRunLoopThread : public VLTStdMPThread {
  public:
   VLTStdMPRunLoopThread();
@@ -25,36 +30,45 @@ class VLTStdMPRunLoopThread : public VLTStdMPThread {
   SInt32 Finalize(SInt32 error) override;
   SInt32 StopThreadAsync() override;  // also ends a loop that is about to run
   SInt32 DoThreadTask() override;
-  SInt32 ThreadTerminating(SInt32 result) override;  // answers a call that nothing else would
+  SInt32 ThreadTerminating(SInt32 result) override;  // ends a call that was never served
 
-  // Runs `function(a, b)` on the thread and returns its result, 1 as 0. One call at a time; the
-  // others wait for their turn. Called on the thread itself it runs the function directly, and 1 is
-  // 1. Other results: paramErr without a function, what starting the thread says, and what the
-  // function never got to say: the status of a thread that gave up at its start. `timeout` is not
-  // used. The function runs with no lock held.
+  // Runs `function(a, b)` on the thread and returns its result, 1 as 0. One call runs at a time;
+  // other callers wait. On the thread itself the function is called directly, and a result of 1 is
+  // returned as 1. Other results: paramErr for a null function; the error of starting the thread;
+  // if the thread gave up during its start and never ran the function, the status with which it
+  // gave up; kMPTaskAbortedErr if the function ended the task (MPExit). `timeout` is not used. The
+  // function runs with no lock held.
+  //
+  // An override of NotifyThreadCreated must not call this: if the start came from CallSynchronous,
+  // the caller processes the start message and would wait for itself for ever.
   virtual SInt32 CallSynchronous(SInt32 (*function)(void*, void*), void* a, void* b,
                                  SInt32 timeout);
 
-  // Starts the thread if needed and adds `source` to its loop. 0 or what starting says.
+  // Starts the thread if needed and adds `source` to its loop. If the thread was asked to stop,
+  // waits for its end first and starts it again, except on the thread itself. Returns 0; the error
+  // of starting the thread; kIOReturnNoResources if the loop lacks a file descriptor for `mode`.
   virtual SInt32 AddSource(CFRunLoopSourceRef source, CFStringRef mode);
-  // And asks for round-robin scheduling with the greatest priority. The result is SetMaxRRPolicy's,
-  // and AddSource's only where the quantum asks for nothing new.
+  // Calls AddSource, then requests round-robin scheduling with the greatest priority. Meant:
+  // returns the result of SetMaxRRPolicy, and that of AddSource only if the quantum requests
+  // nothing new, because callers look for the policy's errors here.
   virtual SInt32 AddPrioritySource(CFRunLoopSourceRef source, CFStringRef mode, SInt32 quantum);
-  // The smallest quantum wins: 0 without effect unless it is the first that is not 0, or smaller
-  // (signed) than the one set. Result: 0, what starting says, -1, thread_policy's codes.
+  // Starts the thread if needed and applies `quantum` if it is not 0 and none is set yet, or if it
+  // is smaller (signed) than the one that is set. Returns 0, also if nothing changed; the error of
+  // starting the thread; -1 if the thread stored no identity; the error of thread_policy.
   virtual SInt32 SetMaxRRPolicy(SInt32 quantum);
-  // Does not start the thread. A callout that is running is not waited for. Returns 0.
+  // Does not start the thread and does not wait for a callout that is running. Returns 0.
   virtual SInt32 RemoveSource(CFRunLoopSourceRef source, CFStringRef mode);
 
-  // On the thread: serves the pending call, if there is one.
+  // Runs on the thread: serves the pending call, if there is one.
   virtual SInt32 PerformSyncCallback();
-  // On the thread, around the loop. AfterRunLoop returns `result`.
+  // Run on the thread, around the loop. AfterRunLoop returns `result`.
   virtual SInt32 BeforeRunLoop();
   virtual SInt32 RunRunLoop();
   virtual SInt32 AfterRunLoop(SInt32 result);
 
-  // Start the thread if needed; 0, what starting says, or threadProtocolErr when the thread left no
-  // identity. The output is written in any case. The loop is borrowed: valid while the thread runs.
+  // Start the thread if needed. Return 0, the error of starting it, or threadProtocolErr if the
+  // thread stored no identity. Write the output in each case. The loop is borrowed: valid while the
+  // thread runs.
   SInt32 GetMachThread(mach_port_t& port);
   SInt32 GetPThread(pthread_t& thread);
   SInt32 GetCFRunLoop(CFRunLoopRef& loop);
@@ -65,11 +79,13 @@ class VLTStdMPRunLoopThread : public VLTStdMPThread {
   SInt32 StartThreadIfNeeded();
   SInt32 AcquireSyncMutex();
 
-  CFRunLoopSourceRef syncSource = nullptr;  // owned; the thread's, read under the mutex
-  // Usable from construction to destruction: a stop comes after Finalize has given them up.
+  // Owned. Written by the thread, under the mutex.
+  CFRunLoopSourceRef syncSource = nullptr;
+  // Valid from construction to destruction: the base class stops the thread after Finalize has
+  // released lock 4.
   pthread_mutex_t syncMutex = PTHREAD_MUTEX_INITIALIZER;
   pthread_cond_t syncCondition = PTHREAD_COND_INITIALIZER;
-  // The pending call, guarded by the mutex. Empty (no result to write) between calls.
+  // The pending call, guarded by the mutex. Between calls `callResult` is null.
   SInt32 (*callFunction)(void*, void*) = nullptr;
   SInt32* callResult = nullptr;
   void* callArg1 = nullptr;
@@ -94,8 +110,8 @@ class VLTStdMPRunLoopThread : public VLTStdMPThread {
   bool WantsQuantum(SInt32 quantum) const;
   SInt32 ApplyQuantum(SInt32 quantum);
 
-  std::mutex callerMutex;             // whoever has a call; before syncMutex
-  bool callRunning = false;           // guarded by syncMutex: the thread is in the function
-  std::atomic<UInt32> endingRun{0};   // the run that takes no more calls
+  std::mutex callerMutex;             // held by the thread that has a call; before syncMutex
+  bool callRunning = false;           // guarded by syncMutex: the function is running
+  std::atomic<UInt32> endingRun{0};   // the run that accepts no more calls
   std::atomic<UInt32> stoppedRun{0};  // the latest run that was asked to stop
 };

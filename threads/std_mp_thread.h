@@ -6,82 +6,92 @@
 #include "threads/abstract_thread.h"
 #include "threads/notification_turn.h"
 
-// VLTStdMPThread is a worker: a task of its own whose start and end are reported to its owner
-// through a notification queue, and an event group for flags. Subclasses override DoThreadTask.
+// VLTStdMPThread is a worker: a task that reports its start and its end to the owner through a
+// notification queue, and an event group for flags. Subclasses override DoThreadTask.
 //
-// constructed -> initialised -> queue and event group made -> task running (marked created once its
-// start message was processed) -> asked to stop -> ended (marked terminated once the end message
-// was processed) -> finalised. A worker that ended may be started again, with the same queue and
-// event group.
+// constructed -> initialised -> queue and event group created -> task running (marked created after
+// its start message was processed) -> asked to stop -> ended (marked terminated after the end
+// message was processed) -> finalised. A worker that has ended may be started again; it keeps its
+// queue and its event group.
 //
-// The owner starts, waits, stops and finalises. The marks are set on the owner's side, while it
-// waits: the task posts messages only. Several threads may start and wait at once; the task starts
-// once, and all of them see its marks. The owner must finalise, or wait for the end, before it
-// destroys the object: the destructor does not stop the task. Right after WaitForCompletion it may.
+// The owner starts the worker, waits for it, stops and finalises it. The task only posts messages;
+// the marks are set by a thread that waits. Several threads may start the worker and wait for it at
+// once: one task is created, and all of them see its marks. Messages are processed one at a time,
+// so a slow handler delays whoever waits for a later message. A handler may start the worker.
 //
-// Messages are three pointers. The tag 'notf' marks the system's own; a subclass gives its messages
-// another and overrides DoThreadNotification. Codes and statuses travel as numbers in pointers.
+// The destructor does not stop the task: before it destroys the object the owner must finalise it
+// or wait for the end of the task. It may destroy the object right after WaitForCompletion.
+//
+// A message is three pointers: tag, kind and value. The tag 'notf' marks this system's own
+// messages; a subclass uses another tag for its messages and overrides DoThreadNotification. Codes
+// and statuses are passed as numbers in pointers.
 class VLTStdMPThread : public VLTMPThread {
  public:
-  // `proc` and `argument` are stored for subclasses; this class does not call them. `stackSize` in
-  // bytes, 0 for the default; `options` as MPCreateTask takes them.
+  // Stores `proc` and `argument` for subclasses; this class does not call them. `stackSize` is in
+  // bytes, 0 for the default; `options` are those of MPCreateTask.
   VLTStdMPThread(SInt32 (*proc)(void*), void* argument, UInt32 stackSize, UInt32 options);
   ~VLTStdMPThread() override;
 
-  // Stops, waits for the end and deletes queue and event group. The first failure, `error` before
-  // all. Leaves the stop request standing, also on a worker that was never started.
+  // Stops the task, waits for its end and deletes the queue and the event group. Returns the first
+  // failure, or `error` if that is not 0. The stop request stays set, also if the worker was never
+  // started.
   SInt32 Finalize(SInt32 error) override;
   SInt32 NotifyThreadCreated(SInt32 result) override;  // also sets flag 1 of the event group
 
-  // One message that was taken. The result is WaitOnThreadNotification's: `error` if that is not 0,
-  // 0 for a message of nobody's.
+  // Handles one message that was taken from the queue; `error` is the result of taking it. Returns
+  // the result of WaitOnThreadNotification: `error` if that is not 0, and 0 for a message with a
+  // tag that it does not know.
   virtual SInt32 DoThreadNotification(void*& tag, void*& kind, void*& value, SInt32 error);
   virtual SInt32 DoAdminNotification(void* kind, void* value);
 
-  // Makes what is missing, starts the task and waits until it has reported its start. 0 also when
-  // the task exists already; kMPTaskAbortedErr when it ended without reporting; the platform's
-  // codes. What was made stays ours after a failure. A stop request from before is not withdrawn: a
-  // task that polls for it ends at once.
+  // Creates what is missing, starts the task and waits until the task has reported its start.
+  // Returns 0, also if the task is running already; kMPTaskAbortedErr if it ended without reporting
+  // its start; otherwise the platform's error. After a failure this object still owns what it has
+  // created. An earlier stop request stays set: a task that polls for it ends at once.
   virtual SInt32 StartThread();
 
-  virtual SInt32 StopThreadAsync();  // asks; the task is expected to poll. Returns 0
-  // Asks, and waits for the end of the run that was asked. Not from the task itself.
+  // Sets the stop request, which the task is expected to poll. Returns 0.
+  virtual SInt32 StopThreadAsync();
+  // Sets the stop request and waits for the end of the current run. Not from the task itself.
   virtual SInt32 StopThread();
 
-  // Waits for flags and hands them to DoThreadEvent, whose result it returns.
+  // Waits for flags of the event group, passes them to DoThreadEvent and returns its result.
   virtual SInt32 WaitForEvent(UInt32& flags, SInt32 timeout);
 
-  // Processes messages until the task has ended. 0 also when none runs; kMPTimeoutErr when nothing
-  // came for `timeout`, which counts anew for each message. Not from the task itself.
+  // Processes messages until the task has ended. Returns 0, also if no task runs; kMPTimeoutErr if
+  // no message came for `timeout`. The time starts again with each message. Not from the task
+  // itself.
   virtual SInt32 WaitForCompletion(SInt32 timeout);
 
-  // Hooks. The last three run on the task: the first and last pass on what they are given, the
-  // middle one is the task's work.
-  virtual SInt32 DoThreadEvent(UInt32 flags);  // on the thread that waits
+  // Hooks. The last three run on the task: DoThreadTask is its work, the other two return their
+  // argument.
+  virtual SInt32 DoThreadEvent(UInt32 flags);  // runs on the thread that waits
   virtual SInt32 ThreadCreated(SInt32 result);
   virtual SInt32 DoThreadTask();
   virtual SInt32 ThreadTerminating(SInt32 result);
 
-  // From any thread, the task too. The platform's result.
+  // Any thread may post, the task too. Returns the platform's result.
   SInt32 PostThreadNotification(void* tag, void* kind, void* value);
 
-  // Takes one message, each output null or written when there was one, and processes it. Returns
-  // kMPTimeoutErr when none came in time, else what DoThreadNotification says. Without an output
-  // for the kind or the value DoThreadNotification finds null there.
+  // Takes one message and processes it. Writes each output that is not null. Returns kMPTimeoutErr
+  // if no message came within `timeout`, otherwise the result of DoThreadNotification. Meant: if
+  // `kind` or `value` is null, DoThreadNotification sees null there, because subclasses were
+  // written so.
   SInt32 WaitOnThreadNotification(void** tag, void** kind, void** value, SInt32 timeout);
 
-  SInt32 FlushNotifications();  // processes what is there already
+  SInt32 FlushNotifications();  // processes the messages that are waiting
 
-  // Room for so many messages and no more, 0 for as many as memory holds. Once started only.
+  // Limits the queue to `count` messages, and reserves room for them; 0 stands for as many as
+  // memory holds. The worker must have been started.
   SInt32 SetNotifyQueueReserve(UInt32 count);
 
  protected:
   static OSStatus _TaskProc(void* thread);
 
   SInt32 WaitForThreadCreation(SInt32 error);
-  SInt32 _Finalize();  // deletes the queue and the event group that are ours
+  SInt32 _Finalize();  // deletes the queue and the event group, if this object has to
 
-  // The run in progress or, between runs, the last one.
+  // Returns the number of the current run or, between runs, of the last one.
   UInt32 CurrentRun() const { return runs.load(); }
   SInt32 WaitForRun(UInt32 run, SInt32 timeout);
 
@@ -114,7 +124,7 @@ class VLTStdMPThread : public VLTMPThread {
   std::recursive_mutex startMutex;
   NotificationTurn turn;
   std::atomic<UInt32> runs{0};  // tasks that were created
-  // Of these, whose end message was taken from the queue, and whose was processed as well.
+  // How many of their end messages were taken from the queue, and how many were processed.
   std::atomic<UInt32> endsTaken{0};
   std::atomic<UInt32> endsProcessed{0};
   std::atomic<UInt32> createdRun{0};  // the latest run whose start was processed
