@@ -26,10 +26,12 @@ class TestRole {
   const char* PortName() const { return portName.c_str(); }  // chosen by the test, unique
   const std::string& Argument(size_t index) const { return arguments.at(index); }
   const std::vector<std::string>& Arguments() const { return arguments; }
+  int NumberOfArguments() const { return static_cast<int>(arguments.size()); }
   int NumberArgument(size_t index) const { return std::stoi(arguments.at(index)); }
 
   void SignalReady() { Tell("ready"); }
   void Tell(const std::string& line);
+  int Pipe() const { return toTest; }  // what Tell writes to
   // The test's next line; empty when it ended or `limit` has passed.
   std::optional<std::string> Hear(std::chrono::milliseconds limit);
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CoreServices/AEDataModel.h>
+#include <CoreServices/AppleEvents.h>
 
 #include "platform/host/wire/frame_buffer.h"
 #include "platform/host/wire/gather.h"
@@ -16,6 +17,18 @@ inline constexpr int kHostNestingLimit = 64;
 // Result  0; paramErr, errAENotAEDesc, errAENotAppleEvent (no event), memFullErr (over
 //         kHostFrameLimit). The list's contents are then undefined.
 OSStatus HostFlattenEvent(const AppleEvent* event, HostGather& out);
+
+// What identifies a request to whoever answers it, read from a flattened request that need not be
+// sound, and an answer with an error number and nothing else, flattened into `bytes`. Both without
+// memory: they are for when there is none for a real answer.
+struct HostAnswerIDs {
+  AEReturnID returnID = 0;
+  AETransactionID transactionID = 0;
+};
+HostAnswerIDs HostPeekAnswerIDs(const HostFrameSlice& request);
+inline constexpr size_t kHostFailureAnswerSize = 40;
+void HostFlattenFailureAnswer(const HostAnswerIDs& ids, SInt32 error,
+                              uint8_t (&bytes)[kHostFailureAnswerSize]);
 
 // Makes an event of the flattened bytes `body` (no frame header). The event keeps a reference to
 // the frame and points into it; scalars of the slice are swapped in place to native order, so a

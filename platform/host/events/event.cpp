@@ -308,9 +308,12 @@ OSStatus HostMakeAnswer(const AppleEvent* request, UInt32 replyPort, AppleEvent*
                              asked->fields.transactionID, answer);
   }
   HostAEEvent* made = nullptr;
-  if (err == 0 && replyPort != 0) err = HostFindEvent(answer, &made);
-  if (made != nullptr) SetPortAddress(made, replyPort);
-  return err;
+  if (err == 0) err = HostFindEvent(answer, &made);
+  if (err != 0) return err;
+  if (replyPort != 0) SetPortAddress(made, replyPort);
+  if (made->parameters.ReserveForErrorNumber()) return 0;
+  AEDisposeDesc(answer);
+  return memFullErr;
 }
 
 extern "C" {

@@ -101,6 +101,32 @@ OSStatus HostFlattenEvent(const AppleEvent* desc, HostGather& out) {
   HostAEEvent* event = nullptr;
   OSStatus err = HostFindEvent(desc, &event);
   if (err == 0) err = HostGuard(OSStatus{memFullErr}, [&] { return WriteEvent(*event, out); });
+  // Gathering the pieces then needs no memory, so that only this can fail.
+  if (err == 0 && !HostGuard([&] { out.Pieces(); })) err = memFullErr;
   if (err == 0 && out.TotalSize() > kHostFrameLimit) err = memFullErr;
   return err;
+}
+
+HostAnswerIDs HostPeekAnswerIDs(const HostFrameSlice& request) {
+  if (request.size < kHostEventHeadSize) return {};
+  return {static_cast<AEReturnID>(HostLoadBig16(request.bytes + kHostReturnIDAt)),
+          static_cast<AETransactionID>(HostLoadBig32(request.bytes + kHostTransactionAt))};
+}
+
+void HostFlattenFailureAnswer(const HostAnswerIDs& ids, SInt32 error,
+                              uint8_t (&bytes)[kHostFailureAnswerSize]) {
+  static_assert(kHostFailureAnswerSize == kHostEventHeadSize + kHostItemHeadSize + sizeof error);
+  HostStoreBig32(bytes + kHostEventClassAt, kCoreEventClass);
+  HostStoreBig32(bytes + kHostEventIDAt, kAEAnswer);
+  HostStoreBig16(bytes + kHostReturnIDAt, static_cast<uint16_t>(ids.returnID));
+  bytes[kHostVersionAt] = kHostEventVersion;
+  bytes[kHostFlagsAt] = 0;
+  HostStoreBig32(bytes + kHostTransactionAt, static_cast<uint32_t>(ids.transactionID));
+  HostStoreBig32(bytes + kHostAttributeCountAt, 0);
+  HostStoreBig32(bytes + kHostParameterCountAt, 1);
+  uint8_t* const item = bytes + kHostEventHeadSize;
+  HostStoreBig32(item + kHostKeyAt, keyErrorNumber);
+  HostStoreBig32(item + kHostTypeAt, typeSInt32);
+  HostStoreBig32(item + kHostFormAt, FormWord(HostAEForm::kValue, sizeof error));
+  HostStoreBig32(item + kHostItemHeadSize, static_cast<uint32_t>(error));
 }

@@ -42,7 +42,16 @@ HostAEItem* HostAEItems::Search(AEKeyword key) const {
 
 bool HostAEItems::Reserve(uint32_t capacity) {
   if (block != nullptr && capacity <= block->capacity) return true;
-  const uint64_t bytes = sizeof(Block) + uint64_t{capacity} * sizeof(HostAEItem);
+  return Allocate(capacity, block != nullptr ? block->spare : 0);
+}
+
+bool HostAEItems::ReserveForErrorNumber() {
+  if (block == nullptr) return Allocate(kFirstCapacity, 1);
+  return block->spare > 0 || Allocate(block->capacity, 1);
+}
+
+bool HostAEItems::Allocate(uint32_t capacity, uint32_t spare) {
+  const uint64_t bytes = sizeof(Block) + (uint64_t{capacity} + spare) * sizeof(HostAEItem);
   if (bytes > SIZE_MAX / 2) return false;
   auto* grown = static_cast<Block*>(realloc(block, static_cast<size_t>(bytes)));
   if (grown == nullptr) return false;
@@ -53,6 +62,7 @@ bool HostAEItems::Reserve(uint32_t capacity) {
     grown->keys = 0;
   }
   grown->capacity = capacity;
+  grown->spare = spare;
   block = grown;
   return true;
 }
@@ -60,7 +70,11 @@ bool HostAEItems::Reserve(uint32_t capacity) {
 bool HostAEItems::Append(const HostAEItem& item) {
   if (block == nullptr || block->count == block->capacity) {
     const uint64_t wanted = std::max<uint64_t>(kFirstCapacity, uint64_t{Count()} * 2);
-    if (wanted > UINT32_MAX || !Reserve(static_cast<uint32_t>(wanted))) return false;
+    if (wanted > UINT32_MAX || !Reserve(static_cast<uint32_t>(wanted))) {
+      if (block == nullptr || block->spare == 0 || item.key != keyErrorNumber) return false;
+      --block->spare;
+      ++block->capacity;
+    }
   }
   memcpy(begin() + block->count, &item, sizeof item);
   ++block->count;

@@ -57,6 +57,9 @@ struct HostAEItems {
 
   // False when there is no memory; the array is then unchanged.
   bool Reserve(uint32_t capacity);
+  // False when there is no memory. Else a reply's error number can be appended without memory,
+  // whatever is appended before: a reply that lacked it would be taken for success.
+  bool ReserveForErrorNumber();
   // Takes `item` over on success; false when there is no memory.
   bool Append(const HostAEItem& item);
   // Takes `item` over and releases what was there.
@@ -79,11 +82,13 @@ struct HostAEItems {
     uint32_t capacity;
     int32_t tallestItem;
     uint32_t likely;  // index of the item that is asked for next, as a rule
+    uint32_t spare;   // places behind the capacity, for an error number: 0 or 1
     uint64_t keys;    // a bit for each key that was ever put
   };
   static uint64_t BitOf(AEKeyword key) { return uint64_t{1} << (key * 0x9E3779B1u >> 26); }
   HostAEItem* Search(AEKeyword key) const;
   void RecomputeHeight();
+  bool Allocate(uint32_t capacity, uint32_t spare);
 
   Block* block;
 };

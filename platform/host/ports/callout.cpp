@@ -3,8 +3,10 @@
 #include <CoreServices/AppleEvents.h>
 #include <CoreServices/MacErrors.h>
 
+#include <cstring>
 #include <utility>
 
+#include "platform/host/base/guard.h"
 #include "platform/host/events/event.h"
 #include "platform/host/ports/port_table.h"
 
@@ -41,20 +43,18 @@ HostCallout* HostCallout::Find(const mach_msg_header_t* header) {
 
 OSStatus HostCallout::Decode(AppleEvent* event, AppleEvent* reply) {
   if (std::exchange(decoded, true)) return errAENotAppleEvent;
-  OSStatus err = HostDecodeEvent(std::move(message.body), &decodedEvent);
+  const HostAnswerIDs ids = HostPeekAnswerIDs(message.body);
   HostArrival arrival;
-  arrival.replyRequested = message.header.ReplyWanted();
-  arrival.source = message.connection == 0 ? kAESameProcess : kAELocalProcess;
-  if (err == 0 && arrival.replyRequested) {
-    arrival.replyPort = MakeReplyRight();
-    err = arrival.replyPort == MACH_PORT_NULL
-              ? OSStatus{memFullErr}
-              : HostMakeAnswer(&decodedEvent, arrival.replyPort, &decodedReply);
-  }
-  if (err == 0) err = HostSetArrival(&decodedEvent, arrival);
+  const OSStatus err = HostGuard(OSStatus{memFullErr}, [&] { return DecodeRequest(&arrival); });
   if (err != 0) {
     AEDisposeDesc(&decodedEvent);
     AEDisposeDesc(&decodedReply);
+    HostReplyTarget target = Target();
+    const bool isTaken =
+        arrival.replyPort == MACH_PORT_NULL || HostTakeReplyRight(arrival.replyPort, &target);
+    if (err == memFullErr && arrival.replyRequested && isTaken) {
+      HostFailRequest(target, arrival.replyPort, ids, err);
+    }
     return err;
   }
   *event = decodedEvent;
@@ -62,19 +62,62 @@ OSStatus HostCallout::Decode(AppleEvent* event, AppleEvent* reply) {
   return 0;
 }
 
+OSStatus HostCallout::DecodeRequest(HostArrival* arrival) {
+  arrival->replyRequested = message.header.ReplyWanted();
+  arrival->source = message.connection == 0 ? kAESameProcess : kAELocalProcess;
+  OSStatus err = HostDecodeEvent(std::move(message.body), &decodedEvent);
+  if (err == 0 && arrival->replyRequested) {
+    arrival->replyPort = MakeReplyRight();
+    err = arrival->replyPort == MACH_PORT_NULL
+              ? OSStatus{memFullErr}
+              : HostMakeAnswer(&decodedEvent, arrival->replyPort, &decodedReply);
+  }
+  return err == 0 ? HostSetArrival(&decodedEvent, *arrival) : err;
+}
+
+// Where an answer goes: to the connection, or to the waiting thread of this process.
+HostReplyTarget HostCallout::Target() const {
+  if (message.connection == 0) return {nullptr, 0, 0, message.waiter};
+  return {receiver, message.connection, message.header.requestNumber, nullptr};
+}
+
 // The answer is addressed to a reply right of this process; the asker's own number for its reply
 // port means nothing here.
 mach_port_t HostCallout::MakeReplyRight() {
   if (message.connection != 0) {
-    const mach_port_t right =
-        HostInsertReplyRight({receiver, message.connection, message.header.requestNumber, nullptr});
+    const mach_port_t right = HostInsertReplyRight(Target());
     // A connection has one asker at a time: whoever asked before waits no more.
     const mach_port_t before = receiver->ExchangeReplyRight(message.connection, right);
     if (before != MACH_PORT_NULL) HostRemoveReplyRight(before);
     return right;
   }
   if (message.waiter == nullptr) return kHostDiscardPort;
-  const mach_port_t right = HostInsertReplyRight({nullptr, 0, 0, message.waiter});
+  const mach_port_t right = HostInsertReplyRight(Target());
   if (right != MACH_PORT_NULL && !message.waiter->Expect(right)) HostRemoveReplyRight(right);
   return right;
+}
+
+void HostFailRequest(const HostReplyTarget& target, mach_port_t right, const HostAnswerIDs& ids,
+                     OSStatus error) {
+  uint8_t frame[kHostFrameHeaderSize + kHostFailureAnswerSize];
+  uint8_t answer[kHostFailureAnswerSize];
+  HostFlattenFailureAnswer(ids, error, answer);
+  if (target.waiter != nullptr) {
+    HostFrameSlice body;
+    body.owner = HostFrameRef(HostFrameBuffer::Create(sizeof answer));
+    if (!body.owner) return target.waiter->Fail();
+    body.bytes = body.owner->Bytes();
+    body.size = sizeof answer;
+    memcpy(body.bytes, answer, sizeof answer);
+    target.waiter->Answer(std::move(body));
+  }
+  if (target.receiver == nullptr) return;
+  HostFrameHeader header;
+  header.kind = HostFrameKind::kReply;
+  header.requestNumber = target.requestNumber;
+  header.bodySize = sizeof answer;
+  HostEncodeFrameHeader(header, frame);
+  memcpy(frame + kHostFrameHeaderSize, answer, sizeof answer);
+  const iovec piece = {frame, sizeof frame};
+  target.receiver->Reply(target.connection, right, {&piece, 1});
 }

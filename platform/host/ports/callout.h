@@ -5,7 +5,16 @@
 
 #include <memory>
 
+#include "platform/host/events/codec.h"
+#include "platform/host/events/event.h"
+#include "platform/host/ports/port_table.h"
 #include "platform/host/ports/receiver.h"
+
+// Answers a request with an error number and nothing else, so that nobody waits in vain where there
+// can be no real answer. `right` is used up by it; MACH_PORT_NULL if there is none yet. Needs no
+// memory, unless the reply has to wait behind others.
+void HostFailRequest(const HostReplyTarget& target, mach_port_t right, const HostAnswerIDs& ids,
+                     OSStatus error);
 
 // HostCallout is one message under way in a port's callout: what the callout is given as its
 // message, and what AEDecodeMessage made of it. Lives on the stack of the run loop that serves the
@@ -23,10 +32,14 @@ class HostCallout {
   static HostCallout* Find(const mach_msg_header_t* header);
 
   mach_msg_header_t* Header() { return &header; }
+  // Results of AEDecodeMessage. A request that wants a reply and cannot be decoded for lack of
+  // memory has been answered with memFullErr.
   OSStatus Decode(AppleEvent* event, AppleEvent* reply);
 
  private:
+  OSStatus DecodeRequest(HostArrival* arrival);
   mach_port_t MakeReplyRight();
+  HostReplyTarget Target() const;
 
   mach_msg_header_t header = {};
   std::shared_ptr<HostReceiver> receiver;

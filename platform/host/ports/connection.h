@@ -37,12 +37,47 @@ struct HostConnection {
   bool isWaitedFor = false;
   bool identified = false;
   bool isReady = false;  // stands in the receiver's turn list
-  bool paused = false;   // not read on: too much is partly received
-  bool ended = false;    // nothing more comes
+  HostConnection* nextReady = nullptr;
+  bool paused = false;  // not read on: too much is partly received
+  bool ended = false;   // nothing more comes
 
   // Nothing that is complete would be lost with it: no request, no reply, no asker who waits.
   bool IsExpendable() const {
     return !ended && dispatching == 0 && out.IsEmpty() && !isReady && !in.HasCompleteFrame() &&
            replyRight == MACH_PORT_NULL;
   }
+};
+
+// Connections with a complete frame, in turn. It links the connections themselves, so that a frame
+// that has arrived is never lost for lack of memory. Guarded by the receiver.
+class HostReadyConnections {
+ public:
+  bool IsEmpty() const { return first == nullptr; }
+  void Append(HostConnection& connection) {
+    (first == nullptr ? first : last->nextReady) = &connection;
+    last = &connection;
+    connection.nextReady = nullptr;
+    connection.isReady = true;
+  }
+  HostConnection& TakeFirst() {
+    HostConnection& taken = *first;
+    first = taken.nextReady;
+    taken.isReady = false;
+    return taken;
+  }
+  void Clear() {
+    while (!IsEmpty()) TakeFirst();
+  }
+  void Remove(HostConnection& connection) {
+    if (!connection.isReady) return;
+    HostConnection* before = nullptr;
+    for (HostConnection* each = first; each != &connection; each = each->nextReady) before = each;
+    (before == nullptr ? first : before->nextReady) = connection.nextReady;
+    if (last == &connection) last = before;
+    connection.isReady = false;
+  }
+
+ private:
+  HostConnection* first = nullptr;
+  HostConnection* last = nullptr;  // meaningless while there is no first
 };

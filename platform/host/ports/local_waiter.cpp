@@ -16,10 +16,13 @@ void HostLocalWaiter::Answer(HostFrameSlice body) {
   changed.notify_all();
 }
 
-void HostLocalWaiter::Abandon() {
+void HostLocalWaiter::Abandon() { Settle(State::kAbandoned); }
+void HostLocalWaiter::Fail() { Settle(State::kFailed); }
+
+void HostLocalWaiter::Settle(State how) {
   const std::lock_guard<std::mutex> lock(mutex);
   if (state != State::kWaiting) return;
-  state = State::kAbandoned;
+  state = how;
   changed.notify_all();
 }
 
@@ -49,5 +52,6 @@ OSStatus HostLocalWaiter::Wait(int64_t deadline, HostFrameSlice* body) {
   }
   if (right != MACH_PORT_NULL) HostRemoveReplyRight(right);
   if (result == State::kAnswered) return 0;
+  if (result == State::kFailed) return memFullErr;
   return result == State::kAbandoned ? OSStatus{connectionInvalid} : OSStatus{errAETimeout};
 }

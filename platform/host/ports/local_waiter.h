@@ -14,16 +14,18 @@ class HostLocalWaiter {
   // Hands the reply over; the first call counts.
   void Answer(HostFrameSlice body);
   void Abandon();  // the port has gone
+  void Fail();     // there is no memory for the reply
 
   // The reply right through which the answer will come; false when nobody waits any more.
   bool Expect(mach_port_t right);
 
-  // Result  0 with the reply's flattened body; connectionInvalid; errAETimeout at `deadline`
-  //         (monotonic nanoseconds). The reply right is gone then.
+  // Result  0 with the reply's flattened body; connectionInvalid; memFullErr; errAETimeout at
+  //         `deadline` (monotonic nanoseconds). The reply right is gone then.
   OSStatus Wait(int64_t deadline, HostFrameSlice* body);
 
  private:
-  enum class State { kWaiting, kAnswered, kAbandoned, kTimedOut };
+  enum class State { kWaiting, kAnswered, kAbandoned, kFailed, kTimedOut };
+  void Settle(State how);
   std::mutex mutex;
   std::condition_variable changed;
   State state = State::kWaiting;

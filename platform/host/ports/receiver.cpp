@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <cassert>
 #include <cerrno>
 
 #include <algorithm>
@@ -17,6 +18,7 @@
 
 #include "platform/host/base/clock.h"
 #include "platform/host/base/descriptors.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/ports/port_table.h"
 #include "platform/host/session/context_directory.h"
 #include "platform/host/session/name_registry.h"
@@ -229,19 +231,16 @@ void HostReceiver::HandleEvent(uint32_t number, uint32_t events) {
 void HostReceiver::HandleDeadline(int64_t now) {
   const std::lock_guard<HostMutex> lock(mutex);
   if (IsForeign() || IsDestroyed()) return;
-  std::vector<uint32_t> old, paused;
-  for (const auto& [number, connection] : connections) {
-    const int64_t since = connection->partialSince;
-    if (since != 0 && since + kPartialAge <= now) old.push_back(number);
-    if (connection->paused && retryAt <= now) paused.push_back(number);
-  }
-  for (const uint32_t number : old) Drop(*Find(number));
-  for (const uint32_t number : paused) {
-    HostConnection* connection = Find(number);
-    if (connection == nullptr) continue;
-    connection->paused = false;
-    pausedConnections--;
-    UpdateInterest(*connection);
+  for (auto place = connections.begin(); place != connections.end();) {
+    HostConnection& connection = *(place++)->second;  // dropping one leaves the others in place
+    const int64_t since = connection.partialSince;
+    if (since != 0 && since + kPartialAge <= now) {
+      Drop(connection);
+    } else if (connection.paused && retryAt <= now) {
+      connection.paused = false;
+      pausedConnections--;
+      UpdateInterest(connection);
+    }
   }
   if (listenerPaused && retryAt <= now) {
     listenerPaused = false;
@@ -267,6 +266,7 @@ void HostReceiver::UpdateDeadline() {
 
 void HostReceiver::Accept() {
   for (int i = 0; i < kAcceptsPerEvent && listener >= 0; i++) {
+    if (!MakeSpare()) return PauseListener();
     int fd = -1;
     {
       HostDescriptorOpening opening;
@@ -284,33 +284,52 @@ void HostReceiver::Accept() {
       continue;
     }
     if (errno == EINTR || errno == ECONNABORTED) continue;
-    if (IsDescriptorShortage(errno)) {
+    const int error = errno;
+    if (IsDescriptorShortage(error)) {
       // The kernel reports the shortage also when nobody waits to be accepted.
       if (!IsReadable(listener)) return;
-      if (GiveUpSilentConnection()) continue;
+      bool isOneGivenUp = false;
+      HostGuard([&] { isOneGivenUp = GiveUpSilentConnection(); });
+      if (isOneGivenUp) continue;
     }
-    if (errno == EAGAIN) return;
-    // Nothing to be had now; the listener would report itself readable without end.
-    listenerPaused = true;
-    WatchListener(false);
-    retryAt = std::min(retryAt, HostNow() + kRetryAfter);
-    UpdateDeadline();
+    if (error != EAGAIN) PauseListener();
     return;
   }
+}
+
+// Nothing can be accepted now; the listener would report itself readable without end.
+void HostReceiver::PauseListener() {
+  listenerPaused = true;
+  WatchListener(false);
+  retryAt = std::min(retryAt, HostNow() + kRetryAfter);
+  UpdateDeadline();
+}
+
+// A connection is accepted only when there is memory for it: a client that waits in the backlog
+// notices nothing, one whose connection is closed again takes the server for dead.
+bool HostReceiver::MakeSpare() {
+  if (!spare.empty()) return true;
+  return HostGuard([this] {
+    ConnectionMap made;
+    made.emplace(0, std::make_unique<HostConnection>());
+    connections.reserve(connections.size() + 1);
+    spare = made.extract(made.begin());
+  });
 }
 
 void HostReceiver::Admit(int fd, const HostPeer& peer) {
   do {
     lastConnection++;
   } while (lastConnection == 0 || connections.contains(lastConnection));
-  auto connection = std::make_unique<HostConnection>();
-  connection->number = lastConnection;
-  connection->acceptOrder = ++acceptCount;
-  connection->descriptor = fd;
-  connection->peer = peer;
-  connection->lastActivity = ++activity;
-  HostConnection& admitted = *connection;
-  connections.emplace(admitted.number, std::move(connection));
+  assert(!spare.empty());
+  HostConnection& admitted = *spare.mapped();
+  admitted.number = lastConnection;
+  admitted.acceptOrder = ++acceptCount;
+  admitted.descriptor = fd;
+  admitted.peer = peer;
+  admitted.lastActivity = ++activity;
+  spare.key() = lastConnection;
+  connections.insert(std::move(spare));
   UpdateInterest(admitted);
 }
 
@@ -369,16 +388,10 @@ void HostReceiver::UpdateInterest(HostConnection& connection) {
 
 void HostReceiver::Read(HostConnection& connection) {
   if (connection.ended || connection.in.HasCompleteFrame()) return;
-  if (!MayReadOn(connection)) {
-    connection.paused = true;
-    pausedConnections++;
-    retryAt = std::min(retryAt, HostNow() + kRetryAfter);
-    UpdateInterest(connection);
-    UpdateDeadline();
-    return;
-  }
+  if (!MayReadOn(connection)) return Pause(connection);
   const ssize_t size = connection.in.Receive(connection.descriptor, MSG_DONTWAIT);
   if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
+  if (size < 0 && errno == ENOMEM) return Pause(connection);
   if (size < 0 && errno != ECONNRESET) {
     Drop(connection);
     return;
@@ -389,6 +402,15 @@ void HostReceiver::Read(HostConnection& connection) {
     connection.ended = true;
   }
   AfterRead(connection);
+}
+
+// What it sends is left where it is for a moment.
+void HostReceiver::Pause(HostConnection& connection) {
+  connection.paused = true;
+  pausedConnections++;
+  retryAt = std::min(retryAt, HostNow() + kRetryAfter);
+  UpdateInterest(connection);
+  UpdateDeadline();
 }
 
 void HostReceiver::AfterRead(HostConnection& connection) {
@@ -427,27 +449,24 @@ void HostReceiver::Identify(HostConnection& connection) {
 
 void HostReceiver::MakeReady(HostConnection& connection) {
   if (connection.isReady || connection.waitsFor != 0) return;
-  connection.isReady = true;
-  ready.push_back(connection.number);
+  ready.Append(connection);
   UpdateWaiting();
 }
 
 void HostReceiver::UpdateWaiting() {
-  messagesWait.store(!ready.empty() || !local.empty(), std::memory_order_release);
+  messagesWait.store(!ready.IsEmpty() || !local.empty(), std::memory_order_release);
 }
 
 bool HostReceiver::TakeMessage(HostMessage* message) {
   const std::lock_guard<HostMutex> lock(mutex);
   if (IsForeign() || IsDestroyed()) return false;
   bool taken = false;
-  while (!taken && (!ready.empty() || !local.empty())) {
-    if (!local.empty() && (localTurn || ready.empty())) {
+  while (!taken && (!ready.IsEmpty() || !local.empty())) {
+    if (!local.empty() && (localTurn || ready.IsEmpty())) {
       taken = TakeLocal(message);
       continue;
     }
-    HostConnection* connection = Find(ready.front());
-    ready.pop_front();
-    if (connection != nullptr) taken = TakeFrom(*connection, message);
+    taken = TakeFrom(ready.TakeFirst(), message);
     localTurn = true;
   }
   UpdateWaiting();
@@ -467,7 +486,6 @@ bool HostReceiver::TakeLocal(HostMessage* message) {
 }
 
 bool HostReceiver::TakeFrom(HostConnection& connection, HostMessage* message) {
-  connection.isReady = false;
   const HostFrameReader::Next next = connection.in.Take(&message->header, &message->body);
   if (next != HostFrameReader::Next::kFrame || message->header.kind != HostFrameKind::kRequest) {
     Drop(connection);
@@ -490,6 +508,7 @@ void HostReceiver::FinishMessage(const HostMessage& message) {
   if (IsForeign()) return;
   const std::lock_guard<HostMutex> lock(mutex);
   if (message.waiter != nullptr) {
+    waitersToCome--;
     // May still be answered, but not by a port that is no more.
     std::erase_if(unanswered, [](const auto& waiter) { return waiter.expired(); });
     if (IsDestroyed()) {
@@ -522,6 +541,7 @@ void HostReceiver::Drop(HostConnection& connection) {
   if (connection.paused) pausedConnections--;
   if (connection.replyRight != MACH_PORT_NULL) HostRemoveReplyRight(connection.replyRight);
 
+  ready.Remove(connection);
   const uint32_t number = connection.number;
   const bool wasWaitedFor = connection.isWaitedFor;
   if (found == &connection) found = nullptr;
@@ -564,18 +584,14 @@ void HostReceiver::Destroy() {
   }
   local.clear();
   unanswered.clear();
-  ready.clear();
+  ready.Clear();
   messagesWait.store(false, std::memory_order_release);
   deadline.store(kHostNever, std::memory_order_relaxed);
 
-  std::vector<uint32_t> finished;
-  for (const auto& [number, connection] : connections) {
-    connection->isReady = false;
-    SetInterest(*connection, 0);
-    if (connection->dispatching == 0) finished.push_back(number);
-  }
-  for (const uint32_t number : finished) {
-    HostConnection& connection = *Find(number);
+  for (const auto& [number, connection] : connections) SetInterest(*connection, 0);
+  for (auto place = connections.begin(); place != connections.end();) {
+    HostConnection& connection = *(place++)->second;  // dropping one leaves the others in place
+    if (connection.dispatching > 0) continue;
     FlushUntil(connection, destroyEnd);
     Drop(connection);
   }

@@ -7,6 +7,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -73,9 +74,9 @@ class HostReceiver : public std::enable_shared_from_this<HostReceiver> {
   OSStatus PostLocal(const HostFrameHeader& header, HostGather& frame,
                      std::shared_ptr<HostLocalWaiter> waiter);
 
-  // Writes or queues the reply `frame` (header room filled) on `connection`; `right` is used up by
-  // it. Never waits. Result: 0; connectionInvalid (the asker has gone); memFullErr.
-  OSStatus Reply(uint32_t connection, mach_port_t right, HostGather& frame);
+  // Writes or queues the frame of a reply on `connection`; `right` is used up by it. Never waits.
+  // Result: 0; connectionInvalid (the asker has gone); memFullErr (the connection has been closed).
+  OSStatus Reply(uint32_t connection, mach_port_t right, std::span<const iovec> pieces);
 
   // The reply right that stands for the latest unanswered request of `connection`; gives the one
   // before, which no longer has an asker that waits for it. 0 for none.
@@ -116,6 +117,8 @@ class HostReceiver : public std::enable_shared_from_this<HostReceiver> {
   void CloseSocket();
   void WatchListener(bool on);
   void Accept();
+  bool MakeSpare();
+  void PauseListener();
   void Admit(int fd, const HostPeer& peer);
   bool GiveUpSilentConnection();
   void GiveUp(HostConnection& connection);
@@ -123,6 +126,7 @@ class HostReceiver : public std::enable_shared_from_this<HostReceiver> {
   void SetInterest(HostConnection& connection, uint32_t interest);
   void UpdateInterest(HostConnection& connection);
   void Read(HostConnection& connection);
+  void Pause(HostConnection& connection);
   void AfterRead(HostConnection& connection);
   void Identify(HostConnection& connection);
   void MakeReady(HostConnection& connection);
@@ -156,9 +160,12 @@ class HostReceiver : public std::enable_shared_from_this<HostReceiver> {
   std::vector<Watcher> watchers;
   ConnectionMap connections;
   HostConnection* found = nullptr;  // of `connections`: what Find gave last, or null
-  std::deque<uint32_t> ready;       // connections with a complete frame, in turn
+  ConnectionMap::node_type spare;   // the place of the next connection, made before it is accepted
+  HostReadyConnections ready;
   std::deque<LocalMessage> local;
-  std::vector<std::weak_ptr<HostLocalWaiter>> unanswered;  // their callouts have returned
+  // Their callouts have returned. Has room for all that are still to come.
+  std::vector<std::weak_ptr<HostLocalWaiter>> unanswered;
+  size_t waitersToCome = 0;  // of requests in `local` and in callouts
   size_t localBytes = 0;
   bool localTurn = false;
   uint32_t lastConnection = 0;

@@ -30,7 +30,13 @@ OSStatus HostReceiver::PostLocal(const HostFrameHeader& header, HostGather& fram
   const std::lock_guard<HostMutex> lock(mutex);
   if (IsForeign() || IsDestroyed()) return connectionInvalid;
   if (localBytes + size > kLocalLimit) return errAETimeout;
+  const bool isWaitedFor = waiter != nullptr;
+  if (isWaitedFor) {
+    std::erase_if(unanswered, [](const auto& each) { return each.expired(); });
+    unanswered.reserve(unanswered.size() + waitersToCome + 1);
+  }
   local.push_back({header, std::move(body), std::move(waiter)});
+  waitersToCome += isWaitedFor ? 1 : 0;
   localBytes += size;
   UpdateWaiting();
   for (const Watcher& watcher : watchers) {
@@ -41,14 +47,13 @@ OSStatus HostReceiver::PostLocal(const HostFrameHeader& header, HostGather& fram
   return 0;
 }
 
-OSStatus HostReceiver::Reply(uint32_t number, mach_port_t right, HostGather& frame) {
+OSStatus HostReceiver::Reply(uint32_t number, mach_port_t right, std::span<const iovec> pieces) {
   const std::lock_guard<HostMutex> lock(mutex);
   if (IsForeign()) return connectionInvalid;
   HostConnection* connection = Find(number);
   if (connection == nullptr) return connectionInvalid;
   if (connection->replyRight == right) connection->replyRight = MACH_PORT_NULL;
   size_t written = 0;
-  const std::vector<iovec>& pieces = frame.Pieces();
   if (connection->out.IsEmpty()) {
     const int error = HostWritePieces(connection->descriptor, pieces, &written);
     if (error == 0) return 0;

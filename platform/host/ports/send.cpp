@@ -56,10 +56,12 @@ HostFrameHeader RequestHeader(const Delivery& delivery) {
 
 // The thread's own gather list, so that a send allocates nothing.
 OSStatus Flatten(const AppleEvent* event, HostGather** frame) {
-  HostGather& gather = HostThreadObject<HostGather>();
-  gather.Clear();
-  *frame = &gather;
-  return HostFlattenEvent(event, gather);
+  return HostGuard(OSStatus{memFullErr}, [&] {
+    HostGather& gather = HostThreadObject<HostGather>();
+    gather.Clear();
+    *frame = &gather;
+    return HostFlattenEvent(event, gather);
+  });
 }
 
 OSStatus SendToOwnPort(const std::shared_ptr<HostReceiver>& receiver, const Delivery& delivery) {
@@ -86,23 +88,13 @@ OSStatus SendToPeer(uint64_t portID, const Delivery& delivery) {
   return HostDecodeEvent(std::move(body), delivery.reply);
 }
 
-// An answer that cannot be sent as it is becomes one that says why, so that nobody waits in vain.
-OSStatus FlattenFailure(const AppleEvent* event, SInt32 error, HostGather** frame) {
-  AppleEvent answer = {typeNull, nullptr};
-  OSStatus err = HostMakeAnswer(event, MACH_PORT_NULL, &answer);
-  if (err == 0) err = AEPutParamPtr(&answer, keyErrorNumber, typeSInt32, &error, sizeof error);
-  if (err == 0) err = Flatten(&answer, frame);
-  AEDisposeDesc(&answer);
-  return err;
-}
-
 // The right is used up whatever comes of it: a request is answered once.
 OSStatus DeliverReply(mach_port_t right, HostGather* frame) {
   HostReplyTarget target;
   if (!HostTakeReplyRight(right, &target)) return connectionInvalid;
   if (target.waiter != nullptr) {
     HostFrameSlice body = HostCopyFrameBody(*frame);
-    if (!body.owner) return memFullErr;
+    if (!body.owner) return target.waiter->Fail(), memFullErr;
     target.waiter->Answer(std::move(body));
   }
   if (target.receiver == nullptr) return 0;
@@ -110,14 +102,19 @@ OSStatus DeliverReply(mach_port_t right, HostGather* frame) {
   header.kind = HostFrameKind::kReply;
   header.requestNumber = target.requestNumber;
   HostFillFrameHeader(header, frame);
-  return target.receiver->Reply(target.connection, right, *frame);
+  return target.receiver->Reply(target.connection, right, frame->Pieces());
 }
 
 OSStatus SendReply(mach_port_t right, const AppleEvent* event) {
   HostGather* frame = nullptr;
   const OSStatus err = Flatten(event, &frame);
   if (err == 0) return DeliverReply(right, frame);
-  if (FlattenFailure(event, err, &frame) == 0) DeliverReply(right, frame);
+  // An answer that cannot be sent as it is becomes one that says why, so that nobody waits in vain.
+  HostEventHead head;
+  HostReplyTarget target;
+  if (HostGetEventHead(event, &head) == 0 && HostTakeReplyRight(right, &target)) {
+    HostFailRequest(target, right, {head.returnID, head.transactionID}, err);
+  }
   return err;
 }
 

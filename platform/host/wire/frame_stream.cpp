@@ -130,7 +130,7 @@ HostFrameReader::Next HostFrameReader::Take(HostFrameHeader* header, HostFrameSl
   return Next::kFrame;
 }
 
-bool HostOutQueue::Append(const std::vector<iovec>& pieces, size_t written) {
+bool HostOutQueue::Append(std::span<const iovec> pieces, size_t written) {
   size_t left = 0;
   for (const iovec& piece : pieces) left += piece.iov_len;
   left -= written;
@@ -177,7 +177,7 @@ int HostOutQueue::Flush(int fd) {
   return 0;
 }
 
-int HostWritePieces(int fd, const std::vector<iovec>& pieces, size_t* written) {
+int HostWritePieces(int fd, std::span<const iovec> pieces, size_t* written) {
   // One piece is the common case.
   if (pieces.size() == 1) return WritePiece(fd, pieces.front(), written);
   constexpr size_t kMaxVectors = 64;

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "platform/host/wire/frame.h"
@@ -58,7 +59,7 @@ class HostOutQueue {
   size_t WaitingSize() const { return IsEmpty() ? 0 : size - blocks[first].size; }
 
   // Appends what is left of a frame of which `written` bytes are out. False without memory.
-  bool Append(const std::vector<iovec>& pieces, size_t written);
+  bool Append(std::span<const iovec> pieces, size_t written);
 
   // Writes as much as the socket takes without waiting.
   // Result  0, or errno: EAGAIN when something is left, others when the connection is lost.
@@ -74,7 +75,7 @@ class HostOutQueue {
 
 // Writes the pieces to `fd` without waiting and without SIGPIPE, beginning `*written` bytes in;
 // `*written` moves on. Result: 0 when all is out, else errno (EAGAIN, EPIPE, ...).
-int HostWritePieces(int fd, const std::vector<iovec>& pieces, size_t* written);
+int HostWritePieces(int fd, std::span<const iovec> pieces, size_t* written);
 
 // Asks for as large a send buffer as the kernel gives without privilege: a large frame then takes
 // fewer turns between its two ends.
