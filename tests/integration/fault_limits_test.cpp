@@ -237,18 +237,6 @@ TEST_F(PartialFrames, OlderThanHalfAMinuteEndTheirConnectionAndNoOther) {
 
 constexpr int kFewDescriptors = 32;
 
-// Asks for what is never answered on so many connections, until the test ends it.
-TEST_ROLE(Holder) {
-  std::vector<RawPeer> peers;
-  for (int i = 0; i < role.NumberArgument(0); i++) {
-    peers.emplace_back(role.PortName());
-    if (!peers.back().Write(RawFrame(RawRequest(1), kHoldID, i))) return kRoleFailed;
-  }
-  role.SignalReady();
-  role.Hear(120s);
-  return kRoleDone;
-}
-
 // Everybody who is connected waits for a reply, and nobody has more than his share: a newcomer has
 // to wait, the server must not spin, and the first place that comes free is the newcomer's.
 TEST(FewDescriptors, WithNobodyToGiveUpTheServerWaitsWithoutSpinning) {

@@ -26,12 +26,19 @@ int ServeForEver(TestRole& role) {
 TEST_ROLE(FaultServer) { return ServeForEver(role); }
 
 TEST_ROLE(NarrowFaultServer) {
-  const auto most = static_cast<rlim_t>(role.NumberArgument(0));
-  const rlimit limit = {most, most};
-  if (setrlimit(RLIMIT_NOFILE, &limit) != 0) return kRoleFailed;
-  // A file descriptor above the limit, inherited from whoever runs the tests, would not count.
-  if (close_range(static_cast<unsigned>(most), ~0u, 0) != 0) return kRoleFailed;
-  return ServeForEver(role);
+  return HaveFewDescriptors(role.NumberArgument(0)) ? ServeForEver(role) : kRoleFailed;
+}
+
+// Asks for what is never answered on so many connections, until the test ends it.
+TEST_ROLE(Holder) {
+  std::vector<RawPeer> peers;
+  for (int i = 0; i < role.NumberArgument(0); i++) {
+    peers.emplace_back(role.PortName());
+    if (!peers.back().Write(RawFrame(RawRequest(1), kHoldID, i))) return kRoleFailed;
+  }
+  role.SignalReady();
+  role.Hear(120s);
+  return kRoleDone;
 }
 
 // Asks what is never answered; tells how that ended, then how a new request fares with the port
@@ -43,6 +50,13 @@ TEST_ROLE(Waiter) {
   role.Tell(std::to_string(AskPort(port, kEchoID).status));
   role.Tell(std::to_string(AskServer(role.PortName()).status));
   return kRoleDone;
+}
+
+bool HaveFewDescriptors(int most) {
+  const rlimit limit = {static_cast<rlim_t>(most), static_cast<rlim_t>(most)};
+  // A descriptor above the limit, inherited from whoever runs the tests, would not count.
+  return setrlimit(RLIMIT_NOFILE, &limit) == 0 &&
+         close_range(static_cast<unsigned>(most), ~0u, 0) == 0;
 }
 
 ServerCounts CountsOf(const char* name) {

@@ -18,7 +18,8 @@
 //
 // It runs as the role "FaultServer", and as "NarrowFaultServer" with no more descriptors than its
 // first argument says. The role "Waiter" asks it what is never answered, and tells how that ended
-// and then how new requests fare: with the port that it knew, and with the name.
+// and then how new requests fare: with the port that it knew, and with the name. The role "Holder"
+// asks it the same on as many connections as its argument says, and keeps them until it ends.
 
 inline constexpr AEEventClass kFaultClass = FourCC('f', 'a', 'u', 'l');
 inline constexpr AEKeyword kNumberKey = FourCC('n', 'u', 'm', 'b');
@@ -47,6 +48,9 @@ struct ServerCounts {
   friend bool operator==(const ServerCounts&, const ServerCounts&) = default;
 };
 ServerCounts CountsOf(const char* name);  // asks over a new connection
+
+// Lets this process have no more descriptors than `most`. False when that cannot be.
+bool HaveFewDescriptors(int most);
 
 // A server of a test's own. ExpectUnchanged fails unless the server still runs and soon holds no
 // more than it held when it had started: file descriptors and threads as the kernel counts them,

@@ -2,6 +2,7 @@
 
 #include <CoreServices/CoreServices.h>
 
+#include <cerrno>
 #include <string>
 
 #include "tests/integration/fault_server.h"
@@ -10,7 +11,7 @@
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 
-// Signals without SA_RESTART, in every call that a server waits or works in.
+// System calls of a server that are interrupted by a signal without SA_RESTART, or fail.
 
 namespace {
 
@@ -42,6 +43,41 @@ TEST(InterruptedServers, ServeEveryRequest) {
     }
     server.ExpectUnchanged();
   }
+}
+
+// For each line from the test: lets so many of the calls fail that make a connection.
+TEST_ROLE(FailingServer) {
+  FaultListener listener(&role);
+  if (listener.Listen() != 0) return kRoleFailed;
+  role.SignalReady();
+  for (;;) {
+    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.02, true);
+    const auto line = role.Hear(0ms);
+    if (!line) continue;
+    if (*line == "watch") FailNextWatches(1, ENOSPC);
+    if (*line == "peer") FailNextSocketOptions(1, ENOBUFS);
+    role.Tell("armed");
+  }
+}
+
+// Its peer must not wait for a server that will never read.
+TEST(FailingServers, CloseAConnectionThatCannotBeMadeWhole) {
+  OpenDescriptorCheck noLeaks;
+  ServerProcess server("FailingServer");
+  for (const char* what : {"watch", "peer", "watch"}) {
+    SCOPED_TRACE(what);
+    RawPeer before(server.PortName());
+    EXPECT_TRUE(before.Ask(RawFrame(RawRequest(1), kEchoID, 1)));
+    ASSERT_TRUE(server.Tell(what));
+    ASSERT_EQ("armed", server.Hear(20s));
+    RawPeer unlucky(server.PortName());
+    unlucky.Write(RawFrame(RawRequest(1), kEchoID, 1));
+    EXPECT_TRUE(unlucky.WaitHungUp());
+    EXPECT_TRUE(before.Ask(RawFrame(RawRequest(2), kEchoID, 1)));
+    RawPeer after(server.PortName());
+    EXPECT_TRUE(after.Ask(RawFrame(RawRequest(1), kEchoID, 1)));
+  }
+  server.ExpectUnchanged();
 }
 
 }  // namespace

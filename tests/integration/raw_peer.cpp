@@ -57,6 +57,10 @@ bool RawPeer::Write(const std::string& bytes) {
   return true;
 }
 
+void RawPeer::WriteAtOnce(const std::string& bytes) {
+  send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
 bool RawPeer::WriteWithDescriptor(const std::string& bytes, int passed) {
   std::string copy = bytes;
   iovec piece = {copy.data(), copy.size()};

@@ -24,6 +24,8 @@ class RawPeer {
 
   // False when the other end has hung up, or took nothing for 20 s.
   bool Write(const std::string& bytes);
+  // Writes as much as the socket takes without waiting.
+  void WriteAtOnce(const std::string& bytes);
   // The bytes with a descriptor beside them.
   bool WriteWithDescriptor(const std::string& bytes, int passed);
   // Waits until the other end has taken all that was written.

@@ -8,7 +8,7 @@ if(CMAKE_CROSSCOMPILING)
   return()
 endif()
 
-foreach(fault IN ITEMS client death slow_peers frames replies churn ports sources disk)
+foreach(fault IN ITEMS client death slow_peers frames replies churn ports sources disk fairness)
   vlt_add_test(NAME fault_${fault}_test LABEL integration SOURCES fault_${fault}_test.cpp
     LIBS vlt_fault_support TIMEOUT 300 NATIVE_ONLY)
 endforeach()

@@ -60,3 +60,39 @@ INTERRUPT(ssize_t, sendmsg, (int fd, const msghdr* message, int flags), (fd, mes
 INTERRUPT(int, poll, (pollfd * entries, nfds_t count, int timeout), (entries, count, timeout))
 INTERRUPT(int, epoll_wait, (int fd, epoll_event* events, int count, int timeout),
           (fd, events, count, timeout))
+
+namespace {
+
+struct Failures {
+  std::atomic<int> left{0};
+  std::atomic<int> error{0};
+
+  bool Take() {
+    if (left <= 0 || left-- <= 0) return false;
+    errno = error;
+    return true;
+  }
+};
+Failures sWatches, sSocketOptions;
+
+void Arm(Failures& failures, int count, int error) {
+  failures.error = error;
+  failures.left = count;
+}
+
+}  // namespace
+
+void FailNextWatches(int count, int error) { Arm(sWatches, count, error); }
+void FailNextSocketOptions(int count, int error) { Arm(sSocketOptions, count, error); }
+
+extern "C" int epoll_ctl(int set, int operation, int fd, epoll_event* event) noexcept {
+  static auto* const hidden =
+      reinterpret_cast<int (*)(int, int, int, epoll_event*)>(dlsym(RTLD_NEXT, "epoll_ctl"));
+  return operation == EPOLL_CTL_ADD && sWatches.Take() ? -1 : hidden(set, operation, fd, event);
+}
+
+extern "C" int getsockopt(int fd, int level, int name, void* value, socklen_t* size) noexcept {
+  static auto* const hidden =
+      reinterpret_cast<int (*)(int, int, int, void*, socklen_t*)>(dlsym(RTLD_NEXT, "getsockopt"));
+  return sSocketOptions.Take() ? -1 : hidden(fd, level, name, value, size);
+}

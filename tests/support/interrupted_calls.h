@@ -15,3 +15,7 @@ void InterruptCall(int number);
 
 // How many calls have been interrupted since the last of these two.
 int InterruptedCalls();
+
+// The next `count` calls of epoll_ctl that add a descriptor, or of getsockopt, fail with `error`.
+void FailNextWatches(int count, int error);
+void FailNextSocketOptions(int count, int error);

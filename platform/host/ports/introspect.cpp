@@ -1,5 +1,6 @@
 #include "platform/host/ports/introspect.h"
 
+#include "platform/host/ports/intake.h"
 #include "platform/host/ports/port_table.h"
 
 HostPortCounts HostCountPorts() {
@@ -8,7 +9,7 @@ HostPortCounts HostCountPorts() {
   counts.portNames = table.names;
   counts.receivers = table.receivers;
   counts.connections = table.connections;
-  counts.queuedBytes = table.queuedBytes;
-  counts.partialBytes = table.partialBytes;
+  counts.queuedBytes = HostIntake::OfThisProcess().QueuedBytes();
+  counts.partialBytes = HostIntake::OfThisProcess().PartialBytes();
   return counts;
 }

@@ -1,95 +1,55 @@
+// The server's side of a port. Each part has its rules where it is defined; here is how they work
+// together.
+//
+// A connection is read while it has no complete frame. A complete frame puts it in line; its turn
+// comes, the frame is handed out, and it is read again. What comes while a frame waits stays in the
+// socket. The end of the stream is acted upon when all that came before it has been served.
+//
+// Some things cannot be done at once and are tried again 50 ms later: accepting when descriptors
+// are short, and reading on when the intake refuses. The receiver's deadline is the earliest of
+// that retry and the moment when a frame that is not complete becomes 30 s old.
+
 #include "platform/host/ports/receiver.h"
 
 #include <CoreServices/MacErrors.h>
-#include <servers/bootstrap.h>
 
-#include <poll.h>
 #include <sys/epoll.h>
-#include <sys/random.h>
 #include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 #include <cassert>
 #include <cerrno>
 
 #include <algorithm>
-#include <new>
 #include <utility>
 
 #include "platform/host/base/clock.h"
 #include "platform/host/base/descriptors.h"
 #include "platform/host/base/guard.h"
 #include "platform/host/ports/port_table.h"
-#include "platform/host/session/context_directory.h"
-#include "platform/host/session/name_registry.h"
-#include "platform/host/session/port_address.h"
 
 namespace {
 
-constexpr int kBacklog = 4096;
 constexpr int kAcceptsPerEvent = 64;
-constexpr size_t kPartialInAll = size_t{64} << 20;
-constexpr size_t kPartialAlways = size_t{64} << 10;  // a frame may begin whatever others hold
 constexpr int64_t kPartialAge = 30 * kHostSecond;
 constexpr int64_t kRetryAfter = 50 * kHostMillisecond;
+constexpr int64_t kUnreadAge = kHostSecond;  // unread replies this old make a connection silent
 constexpr int64_t kDestroyGrace = kHostSecond;
 
-constinit std::atomic<size_t> sPartialInAll{0};
+// Counts what peers do, in all receivers, so that the order of their last signs of life is known.
+constinit std::atomic<uint64_t> sActivity{0};
 
-// 62 random bits, so that 1 + id is a file offset; never 0.
-uint64_t RandomPortID() {
-  uint64_t number = 0;
-  do {
-    if (getrandom(&number, sizeof number, 0) != sizeof number) number = 0;
-    number &= (uint64_t{1} << 62) - 1;
-  } while (number == 0);
-  return number;
+// Two threads may get the same number, which does no harm, and is cheaper than counting exactly.
+uint64_t NextActivity() {
+  const uint64_t next = sActivity.load(std::memory_order_relaxed) + 1;
+  sActivity.store(next, std::memory_order_relaxed);
+  return next;
 }
-
-bool ReadPeer(int fd, HostPeer* peer) {
-  ucred credentials = {};
-  socklen_t size = sizeof credentials;
-  if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) return false;
-  peer->pid = credentials.pid;
-  peer->uid = credentials.uid;
-  return true;
-}
-
-// The session's user and root; whose session it is does not change with a later seteuid.
-bool MaySpeak(const HostPeer& peer) {
-  const HostContext* context = HostGetContext();
-  return peer.uid == 0 || (context != nullptr && peer.uid == context->uid);
-}
-
-bool IsDescriptorShortage(int error) { return error == EMFILE || error == ENFILE; }
-
-bool IsReadable(int fd) {
-  pollfd entry = {fd, POLLIN, 0};
-  return poll(&entry, 1, 0) > 0;
-}
-
-void ChangeEpoll(int epollSet, int fd, uint64_t data, uint32_t before, uint32_t after) {
-  epoll_event event = {};
-  event.events = after;
-  event.data.u64 = data;
-  if (before == 0 && after != 0) {
-    epoll_ctl(epollSet, EPOLL_CTL_ADD, fd, &event);
-  } else if (before != 0 && after == 0) {
-    // Said in so many words: a close alone does not do it while a forked child holds a copy.
-    epoll_ctl(epollSet, EPOLL_CTL_DEL, fd, &event);
-  } else if (before != after) {
-    epoll_ctl(epollSet, EPOLL_CTL_MOD, fd, &event);
-  }
-}
-
-uint64_t EventData(uint32_t tag, uint32_t connection) { return uint64_t{tag} << 32 | connection; }
 
 }  // namespace
 
 HostReceiver::HostReceiver(mach_port_t portName)
     : name(portName),
-      portID(RandomPortID()),
       generation(HostForkGeneration()),
+      intake(HostIntake::OfThisProcess()),
       deadline(kHostNever),
       retryAt(kHostNever),
       destroyEnd(kHostNever) {}
@@ -98,7 +58,7 @@ HostReceiver::~HostReceiver() { Destroy(); }
 
 bool HostReceiver::IsForeign() const { return generation != HostForkGeneration(); }
 
-// A message is worth several look-ups of one connection.
+// Handling one message looks its connection up several times, so the last one found is kept.
 HostConnection* HostReceiver::Find(uint32_t number) {
   if (found != nullptr && found->number == number) return found;
   const auto place = connections.find(number);
@@ -109,67 +69,30 @@ HostConnection* HostReceiver::Find(uint32_t number) {
 
 // Names and the socket.
 
-kern_return_t HostReceiver::OpenSocket() {
-  if (listener >= 0) return 0;
-  sockaddr_un address;
-  socklen_t size = 0;
-  if (!HostPortAddress(portID, &address, &size)) return KERN_FAILURE;
-  int fd = -1;
-  {
-    HostDescriptorOpening opening;
-    fd = opening.Enter(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0),
-                       HostDescriptorKind::kListener);
-  }
-  if (fd < 0) return HostRegistrationStatus(errno);
-  if (bind(fd, reinterpret_cast<sockaddr*>(&address), size) != 0 || listen(fd, kBacklog) != 0) {
-    const int error = errno;
-    HostCloseDescriptor(fd);
-    return HostRegistrationStatus(error);
-  }
-  listener = fd;
-  WatchListener(true);
-  return 0;
-}
-
-void HostReceiver::CloseSocket() {
-  if (listener < 0) return;
-  WatchListener(false);
-  HostCloseDescriptor(listener);
-  listener = -1;
-  const HostContext* context = HostGetContext();
-  char file[17];
-  HostPortFileName(portID, file);
-  if (context != nullptr) unlinkat(context->ports, file, 0);
-}
-
 kern_return_t HostReceiver::Register(const char* service) {
   const std::lock_guard<HostMutex> lock(mutex);
   if (IsForeign() || IsDestroyed()) return KERN_INVALID_RIGHT;
-  Claim claim = {service, -1};
-  claims.reserve(claims.size() + 1);
-  kern_return_t err = OpenSocket();
-  if (err == 0) err = HostClaimName(service, portID, &claim.descriptor);
-  if (err == 0) claims.push_back(std::move(claim));
-  if (err != 0 && claims.empty()) CloseSocket();
+  const bool hadSocket = endpoint.Listener() >= 0;
+  if (!hadSocket) intake.Join(std::shared_ptr<HostIntakeMember>(shared_from_this(), this));
+  const kern_return_t err = endpoint.Register(service);
+  if (hadSocket) return err;
+  if (err != 0) {
+    intake.Leave(this);
+  } else {
+    listenerPaused = true;
+    ResumeListener();
+  }
   return err;
 }
 
 bool HostReceiver::IsRegisteredAs(const char* service) {
   const std::lock_guard<HostMutex> lock(mutex);
-  return std::any_of(claims.begin(), claims.end(),
-                     [service](const Claim& claim) { return claim.service == service; });
+  return endpoint.IsRegisteredAs(service);
 }
 
 bool HostReceiver::Unregister(const char* service) {
   const std::lock_guard<HostMutex> lock(mutex);
-  if (IsForeign()) return false;
-  for (auto claim = claims.begin(); claim != claims.end(); ++claim) {
-    if (claim->service != service) continue;
-    HostReleaseName(service, claim->descriptor);
-    claims.erase(claim);
-    return true;
-  }
-  return false;
+  return !IsForeign() && endpoint.Unregister(service);
 }
 
 // Run loops.
@@ -177,86 +100,101 @@ bool HostReceiver::Unregister(const char* service) {
 void HostReceiver::Watch(int epollSet, uint32_t tag, int wakeDescriptor) {
   const std::lock_guard<HostMutex> lock(mutex);
   if (IsForeign() || IsDestroyed()) return;
-  watchers.push_back({epollSet, tag, wakeDescriptor});
-  if (listener >= 0 && !listenerPaused) {
-    ChangeEpoll(epollSet, listener, EventData(tag, 0), 0, EPOLLIN);
+  const HostInterest::Watcher watcher = {epollSet, tag, wakeDescriptor};
+  interest.Add(watcher);
+  if (endpoint.Listener() >= 0 && !listenerPaused &&
+      !HostInterest::ChangeIn(watcher, endpoint.Listener(), 0, 0, EPOLLIN)) {
+    PauseListener();
   }
   for (const auto& [number, connection] : connections) {
-    ChangeEpoll(epollSet, connection->descriptor, EventData(tag, number), 0, connection->interest);
+    HostInterest::ChangeIn(watcher, connection->descriptor, number, 0, connection->interest);
   }
 }
 
 void HostReceiver::Unwatch(int epollSet) {
   const std::lock_guard<HostMutex> lock(mutex);
-  if (IsForeign()) return;
-  const auto watcher =
-      std::find_if(watchers.begin(), watchers.end(),
-                   [epollSet](const Watcher& each) { return each.epollSet == epollSet; });
-  if (watcher == watchers.end()) return;
-  watchers.erase(watcher);
-  if (listener >= 0 && !listenerPaused) ChangeEpoll(epollSet, listener, 0, EPOLLIN, 0);
+  if (IsForeign() || !interest.Remove(epollSet)) return;
+  const HostInterest::Watcher watcher = {epollSet, 0, -1};
+  if (endpoint.Listener() >= 0 && !listenerPaused) {
+    HostInterest::ChangeIn(watcher, endpoint.Listener(), 0, EPOLLIN, 0);
+  }
   for (const auto& [number, connection] : connections) {
-    ChangeEpoll(epollSet, connection->descriptor, 0, connection->interest, 0);
+    HostInterest::ChangeIn(watcher, connection->descriptor, 0, connection->interest, 0);
   }
 }
 
-void HostReceiver::WatchListener(bool on) {
-  for (const Watcher& watcher : watchers) {
-    const uint32_t readable = EPOLLIN;
-    ChangeEpoll(watcher.epollSet, listener, EventData(watcher.tag, 0), on ? 0 : readable,
-                on ? readable : 0);
-  }
+bool HostReceiver::WatchListener(bool on) {
+  const uint32_t readable = EPOLLIN;
+  return interest.Change(endpoint.Listener(), 0, on ? 0 : readable, on ? readable : 0);
+}
+
+// The listener would report itself readable without end.
+void HostReceiver::PauseListener() {
+  if (!listenerPaused) WatchListener(false);
+  listenerPaused = true;
+  RetrySoon();
+}
+
+void HostReceiver::ResumeListener() {
+  if (!listenerPaused || endpoint.Listener() < 0) return;
+  listenerPaused = !WatchListener(true);
+  if (listenerPaused) RetrySoon();
 }
 
 void HostReceiver::HandleEvent(uint32_t number, uint32_t events) {
-  const std::lock_guard<HostMutex> lock(mutex);
-  if (IsForeign() || IsDestroyed()) return;
-  if (number == 0) {
-    Accept();
-    return;
+  if (number == 0) return AcceptAll();
+  {
+    const std::lock_guard<HostMutex> lock(mutex);
+    if (IsForeign() || IsDestroyed()) return;
+    HostConnection* connection = Find(number);
+    if (connection == nullptr) return;
+    if ((events & EPOLLOUT) != 0) {
+      const int error = Flush(*connection);
+      // A peer that has gone reads nothing more; what it sent before is still to be read.
+      if (error != 0 && error != EAGAIN) DiscardReplies(*connection);
+      UpdateInterest(*connection);
+      if (DropIfFinished(*connection)) return;
+    }
+    if ((events & ~uint32_t{EPOLLOUT}) != 0) Read(*connection);
   }
-  HostConnection* connection = Find(number);
-  if (connection == nullptr) return;
-  if ((events & EPOLLOUT) != 0) {
-    const int error = connection->out.Flush(connection->descriptor);
-    // A peer that has gone reads nothing more; what it sent before is still to be read.
-    if (error != 0 && error != EAGAIN) connection->out = HostOutQueue();
-    CountQueued(*connection);
-    UpdateInterest(*connection);
-    if (DropIfFinished(*connection)) return;
-  }
-  if ((events & ~uint32_t{EPOLLOUT}) != 0) Read(*connection);
+  intake.Relieve();
 }
 
 void HostReceiver::HandleDeadline(int64_t now) {
-  const std::lock_guard<HostMutex> lock(mutex);
-  if (IsForeign() || IsDestroyed()) return;
-  for (auto place = connections.begin(); place != connections.end();) {
-    HostConnection& connection = *(place++)->second;  // dropping one leaves the others in place
-    const int64_t since = connection.partialSince;
-    if (since != 0 && since + kPartialAge <= now) {
-      Drop(connection);
-    } else if (connection.paused && retryAt <= now) {
-      connection.paused = false;
-      pausedConnections--;
-      UpdateInterest(connection);
+  {
+    const std::lock_guard<HostMutex> lock(mutex);
+    if (IsForeign() || IsDestroyed()) return;
+    for (auto place = connections.begin(); place != connections.end();) {
+      HostConnection& connection = *(place++)->second;  // dropping one leaves the others in place
+      const int64_t since = connection.account.partialSince;
+      if (since != 0 && since + kPartialAge <= now) {
+        Drop(connection);
+      } else if (retryAt <= now) {
+        connection.paused = false;
+        UpdateInterest(connection);
+        DropIfFinished(connection);
+      }
     }
+    if (retryAt <= now) {
+      retryAt = kHostNever;
+      ResumeListener();
+    }
+    UpdateDeadline();
   }
-  if (listenerPaused && retryAt <= now) {
-    listenerPaused = false;
-    WatchListener(true);
-  }
-  if (retryAt <= now) retryAt = kHostNever;
-  UpdateDeadline();
+  intake.Relieve();
+}
+
+void HostReceiver::RetrySoon() {
+  retryAt = std::min(retryAt, HostNow() + kRetryAfter);
+  if (retryAt < Deadline()) deadline.store(retryAt, std::memory_order_relaxed);
 }
 
 void HostReceiver::UpdateDeadline() {
   int64_t earliest = retryAt;
   if (partialConnections > 0) {
     for (const auto& [number, connection] : connections) {
-      if (connection->partialSince != 0) {
-        earliest = std::min(earliest, connection->partialSince + kPartialAge);
-      }
+      const int64_t since = connection->account.partialSince;
+      if (since != 0) earliest = std::min(earliest, since + kPartialAge);
     }
   }
   deadline.store(earliest, std::memory_order_relaxed);
@@ -264,45 +202,39 @@ void HostReceiver::UpdateDeadline() {
 
 // Accepting.
 
-void HostReceiver::Accept() {
-  for (int i = 0; i < kAcceptsPerEvent && listener >= 0; i++) {
-    if (!MakeSpare()) return PauseListener();
-    int fd = -1;
-    {
-      HostDescriptorOpening opening;
-      fd = opening.Enter(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC),
-                         HostDescriptorKind::kConnection);
-    }
-    HostPeer peer;
-    if (fd >= 0) {
-      if (ReadPeer(fd, &peer) && MaySpeak(peer)) {
-        HostWidenSocket(fd);
-        Admit(fd, peer);
-      } else {
-        HostCloseDescriptor(fd);
+void HostReceiver::AcceptAll() {
+  for (int i = 0; i < kAcceptsPerEvent; i++) {
+    switch (AcceptOne()) {
+      case HostEndpoint::Outcome::kNobody:
+        return;
+      case HostEndpoint::Outcome::kShortage:
+        // Whose descriptor comes free, a receiver's lock must not be held for.
+        if (intake.FreeDescriptor()) continue;
+        [[fallthrough]];
+      case HostEndpoint::Outcome::kFailure: {
+        const std::lock_guard<HostMutex> lock(mutex);
+        if (!IsForeign() && !IsDestroyed()) PauseListener();
+        return;
       }
-      continue;
+      case HostEndpoint::Outcome::kAccepted:
+      case HostEndpoint::Outcome::kRefused:
+      case HostEndpoint::Outcome::kAgain:
+        continue;
     }
-    if (errno == EINTR || errno == ECONNABORTED) continue;
-    const int error = errno;
-    if (IsDescriptorShortage(error)) {
-      // The kernel reports the shortage also when nobody waits to be accepted.
-      if (!IsReadable(listener)) return;
-      bool isOneGivenUp = false;
-      HostGuard([&] { isOneGivenUp = GiveUpSilentConnection(); });
-      if (isOneGivenUp) continue;
-    }
-    if (error != EAGAIN) PauseListener();
-    return;
   }
 }
 
-// Nothing can be accepted now; the listener would report itself readable without end.
-void HostReceiver::PauseListener() {
-  listenerPaused = true;
-  WatchListener(false);
-  retryAt = std::min(retryAt, HostNow() + kRetryAfter);
-  UpdateDeadline();
+HostEndpoint::Outcome HostReceiver::AcceptOne() {
+  const std::lock_guard<HostMutex> lock(mutex);
+  if (IsForeign() || IsDestroyed() || endpoint.Listener() < 0) {
+    return HostEndpoint::Outcome::kNobody;
+  }
+  if (!MakeSpare()) return HostEndpoint::Outcome::kFailure;
+  int fd = -1;
+  HostPeer peer;
+  const HostEndpoint::Outcome outcome = endpoint.Accept(&fd, &peer);
+  if (outcome == HostEndpoint::Outcome::kAccepted) Admit(fd, peer);
+  return outcome;
 }
 
 // A connection is accepted only when there is memory for it: a client that waits in the backlog
@@ -310,7 +242,7 @@ void HostReceiver::PauseListener() {
 bool HostReceiver::MakeSpare() {
   if (!spare.empty()) return true;
   return HostGuard([this] {
-    ConnectionMap made;
+    HostConnectionMap made;
     made.emplace(0, std::make_unique<HostConnection>());
     connections.reserve(connections.size() + 1);
     spare = made.extract(made.begin());
@@ -318,185 +250,145 @@ bool HostReceiver::MakeSpare() {
 }
 
 void HostReceiver::Admit(int fd, const HostPeer& peer) {
+  assert(!spare.empty());
+  HostWidenSocket(fd);
   do {
     lastConnection++;
   } while (lastConnection == 0 || connections.contains(lastConnection));
-  assert(!spare.empty());
   HostConnection& admitted = *spare.mapped();
   admitted.number = lastConnection;
   admitted.acceptOrder = ++acceptCount;
   admitted.descriptor = fd;
   admitted.peer = peer;
-  admitted.lastActivity = ++activity;
+  admitted.lastActivity = NextActivity();
+  admitted.account.member = this;
+  admitted.account.number = lastConnection;
+  admitted.account.pid = peer.pid;
   spare.key() = lastConnection;
   connections.insert(std::move(spare));
   UpdateInterest(admitted);
+  DropIfFinished(admitted);
 }
 
-// Frees a descriptor at the cost of the process that holds most: of its connections the one that
-// has been silent longest goes, be it idle or in the middle of a frame. A peer that still means
-// that frame sends it again. One that waits for an answer is never taken.
-bool HostReceiver::GiveUpSilentConnection() {
-  std::unordered_map<pid_t, size_t> held;
-  for (const auto& [number, connection] : connections) held[connection->peer.pid]++;
-  const auto rank = [&held](const HostConnection& connection) {
-    return std::pair(held[connection.peer.pid], ~connection.lastActivity);
-  };
-  for (;;) {
-    HostConnection* choice = nullptr;
-    for (const auto& [number, connection] : connections) {
-      if (!connection->IsExpendable()) continue;
-      if (choice == nullptr || rank(*connection) > rank(*choice)) choice = connection.get();
+// Giving connections up.
+
+void HostReceiver::Survey(std::vector<HostCandidate>* candidates) {
+  const std::lock_guard<HostMutex> lock(mutex);
+  const std::shared_ptr<HostIntakeMember> self(shared_from_this(), this);
+  const int64_t now = HostNow();
+  for (const auto& [number, connection] : connections) {
+    HostWorth worth = HostWorth::kSilent;
+    if (connection->HasRequest()) {
+      worth = HostWorth::kHandled;
+    } else if (!connection->out.IsEmpty()) {
+      // The peer may have read since this process last looked.
+      if (now - connection->account.queuedSince >= kUnreadAge) Flush(*connection);
+      const bool isRead = now - connection->account.queuedSince < kUnreadAge;
+      if (isRead) worth = HostWorth::kBusy;
     }
-    if (choice == nullptr) return false;
-    const size_t before = connections.size();
-    GiveUp(*choice);
-    if (connections.size() < before) return true;
+    candidates->push_back({self, number, connection->peer.pid, worth, connection->lastActivity});
   }
+}
+
+void HostReceiver::DropHolder(uint32_t number) {
+  const std::lock_guard<HostMutex> lock(mutex);
+  if (HostConnection* connection = Find(number)) Drop(*connection);
 }
 
 // The peer's next write fails before its first byte, and what it wrote before is still served.
-void HostReceiver::GiveUp(HostConnection& connection) {
-  shutdown(connection.descriptor, SHUT_RD);
-  const uint32_t number = connection.number;
-  while (Find(number) != nullptr && !connection.ended && !connection.paused &&
-         !connection.in.HasCompleteFrame()) {
-    Read(connection);
+bool HostReceiver::GiveUp(uint32_t number, HostWorth worth) {
+  const std::lock_guard<HostMutex> lock(mutex);
+  HostConnection* connection = Find(number);
+  if (connection == nullptr || IsDestroyed()) return false;
+  if (worth == HostWorth::kHandled) {
+    Drop(*connection);
+    return true;
   }
-  if (Find(number) == nullptr) return;
-  connection.ended = true;
-  UpdateInterest(connection);
-  DropIfFinished(connection);
+  if (connection->HasRequest()) return false;  // one has come meanwhile
+  DiscardReplies(*connection);
+  shutdown(connection->descriptor, SHUT_RD);
+  while (Find(number) != nullptr && !connection->ended && !connection->paused &&
+         !connection->HasFrame()) {
+    Read(*connection);
+  }
+  if (Find(number) == nullptr) return true;
+  connection->ended = true;
+  TrackPartial(*connection);
+  UpdateInterest(*connection);
+  return DropIfFinished(*connection);
 }
 
 // Reading.
 
-void HostReceiver::SetInterest(HostConnection& connection, uint32_t interest) {
-  if (interest == connection.interest) return;
-  for (const Watcher& watcher : watchers) {
-    ChangeEpoll(watcher.epollSet, connection.descriptor, EventData(watcher.tag, connection.number),
-                connection.interest, interest);
+// A connection that a run loop cannot watch has ended: what has come of it is served, and its peer
+// learns from the closed connection that nothing more will be.
+void HostReceiver::UpdateInterest(HostConnection& connection) {
+  const bool held = connection.waitsFor != 0 && connection.HasFrame();
+  const bool read = !connection.ended && !connection.paused && !held;
+  const uint32_t wanted =
+      (read ? EPOLLIN : 0u) | (connection.out.IsEmpty() ? 0u : uint32_t{EPOLLOUT});
+  if (wanted == connection.interest) return;
+  if (interest.Change(connection.descriptor, connection.number, connection.interest, wanted)) {
+    connection.interest = wanted;
+    return;
   }
-  connection.interest = interest;
+  connection.interest = 0;
+  connection.ended = true;
+  DiscardReplies(connection);
 }
 
-void HostReceiver::UpdateInterest(HostConnection& connection) {
-  const bool held = connection.waitsFor != 0 && connection.in.HasCompleteFrame();
-  const bool read = !connection.ended && !connection.paused && !held;
-  SetInterest(connection, (read ? EPOLLIN : 0u) | (connection.out.IsEmpty() ? 0u : EPOLLOUT));
+// What the peer sends is left where it is for a moment.
+void HostReceiver::Pause(HostConnection& connection) {
+  connection.paused = true;
+  UpdateInterest(connection);
+  RetrySoon();
 }
 
 void HostReceiver::Read(HostConnection& connection) {
-  if (connection.ended || connection.in.HasCompleteFrame()) return;
-  if (!MayReadOn(connection)) return Pause(connection);
+  if (connection.ended || connection.HasFrame()) return;
+  if (!intake.MayReadOn(connection.account)) return Pause(connection);
   const ssize_t size = connection.in.Receive(connection.descriptor, MSG_DONTWAIT);
   if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
   if (size < 0 && errno == ENOMEM) return Pause(connection);
-  if (size < 0 && errno != ECONNRESET) {
-    Drop(connection);
-    return;
-  }
+  if (size < 0 && errno != ECONNRESET) return Drop(connection);
   if (size > 0) {
-    connection.lastActivity = ++activity;
+    connection.lastActivity = NextActivity();
   } else {
     connection.ended = true;
   }
   AfterRead(connection);
 }
 
-// What it sends is left where it is for a moment.
-void HostReceiver::Pause(HostConnection& connection) {
-  connection.paused = true;
-  pausedConnections++;
-  retryAt = std::min(retryAt, HostNow() + kRetryAfter);
-  UpdateInterest(connection);
-  UpdateDeadline();
-}
-
 void HostReceiver::AfterRead(HostConnection& connection) {
-  Identify(connection);
-  if (connection.in.HasCompleteFrame()) {
-    MakeReady(connection);
-  } else if (connection.in.IsBad()) {
-    Drop(connection);
-    return;
-  }
+  turns.Identify(connection, connections);
+  if (!connection.HasFrame() && connection.in.IsBad()) return Drop(connection);
+  turns.Offer(connection);
   TrackPartial(connection);
   UpdateInterest(connection);
   DropIfFinished(connection);
 }
 
-// A thread that closed a connection and made another must still be heard in its order: the younger
-// waits until the older is drained.
-void HostReceiver::Identify(HostConnection& connection) {
-  HostFrameHeader header;
-  if (connection.identified || !connection.in.Peek(&header)) return;
-  connection.identified = true;
-  connection.sender = header.sender;
-  if (connection.sender == 0) return;
-  HostConnection* before = nullptr;
-  for (const auto& [number, other] : connections) {
-    if (other->sender != connection.sender || other->peer.pid != connection.peer.pid ||
-        other->acceptOrder >= connection.acceptOrder) {
-      continue;
-    }
-    if (before == nullptr || other->acceptOrder > before->acceptOrder) before = other.get();
-  }
-  if (before == nullptr) return;
-  connection.waitsFor = before->number;
-  before->isWaitedFor = true;
-}
-
-void HostReceiver::MakeReady(HostConnection& connection) {
-  if (connection.isReady || connection.waitsFor != 0) return;
-  ready.Append(connection);
-  UpdateWaiting();
-}
-
-void HostReceiver::UpdateWaiting() {
-  messagesWait.store(!ready.IsEmpty() || !local.empty(), std::memory_order_release);
-}
-
 bool HostReceiver::TakeMessage(HostMessage* message) {
   const std::lock_guard<HostMutex> lock(mutex);
   if (IsForeign() || IsDestroyed()) return false;
-  bool taken = false;
-  while (!taken && (!ready.IsEmpty() || !local.empty())) {
-    if (!local.empty() && (localTurn || ready.IsEmpty())) {
-      taken = TakeLocal(message);
-      continue;
-    }
-    taken = TakeFrom(ready.TakeFirst(), message);
-    localTurn = true;
+  HostConnection* connection = nullptr;
+  while (turns.Next(&connection, message)) {
+    if (connection == nullptr || TakeFrom(*connection, message)) return true;
   }
-  UpdateWaiting();
-  return taken;
-}
-
-bool HostReceiver::TakeLocal(HostMessage* message) {
-  LocalMessage& first = local.front();
-  message->header = first.header;
-  message->body = std::move(first.body);
-  message->connection = 0;
-  message->waiter = std::move(first.waiter);
-  localBytes -= message->body.size;
-  local.pop_front();
-  localTurn = false;
-  return true;
+  return false;
 }
 
 bool HostReceiver::TakeFrom(HostConnection& connection, HostMessage* message) {
-  const HostFrameReader::Next next = connection.in.Take(&message->header, &message->body);
-  if (next != HostFrameReader::Next::kFrame || message->header.kind != HostFrameKind::kRequest) {
+  assert(!connection.isReady && connection.HasFrame() && connection.waitsFor == 0);
+  if (!connection.TakeFrame(&message->header, &message->body)) {
     Drop(connection);
     return false;
   }
   message->connection = connection.number;
   message->waiter = nullptr;
   connection.dispatching++;
-  if (connection.in.HasCompleteFrame()) {
-    MakeReady(connection);
-  } else if (connection.in.IsBad()) {
+  turns.Offer(connection);
+  if (!connection.HasFrame() && connection.in.IsBad()) {
     connection.ended = true;
     UpdateInterest(connection);
   }
@@ -509,7 +401,7 @@ void HostReceiver::FinishMessage(const HostMessage& message) {
   const std::lock_guard<HostMutex> lock(mutex);
   if (message.waiter != nullptr) {
     waitersToCome--;
-    // May still be answered, but not by a port that is no more.
+    // May still be answered, but not by a port that is gone.
     std::erase_if(unanswered, [](const auto& waiter) { return waiter.expired(); });
     if (IsDestroyed()) {
       message.waiter->Abandon();
@@ -519,6 +411,7 @@ void HostReceiver::FinishMessage(const HostMessage& message) {
   }
   HostConnection* connection = Find(message.connection);
   if (connection == nullptr) return;
+  assert(connection->dispatching > 0);
   connection->dispatching--;
   if (!IsDestroyed()) {
     DropIfFinished(*connection);
@@ -531,37 +424,34 @@ void HostReceiver::FinishMessage(const HostMessage& message) {
 // Ending connections.
 
 void HostReceiver::Drop(HostConnection& connection) {
-  SetInterest(connection, 0);
+  interest.Change(connection.descriptor, connection.number, connection.interest, 0);
   HostCloseDescriptor(connection.descriptor);
+  connection.interest = 0;
   connection.ended = true;
   connection.in = HostFrameReader();
-  connection.out = HostOutQueue();
   TrackPartial(connection);
-  CountQueued(connection);
-  if (connection.paused) pausedConnections--;
+  DiscardReplies(connection);
   if (connection.replyRight != MACH_PORT_NULL) HostRemoveReplyRight(connection.replyRight);
 
-  ready.Remove(connection);
+  turns.Remove(connection);
   const uint32_t number = connection.number;
   const bool wasWaitedFor = connection.isWaitedFor;
   if (found == &connection) found = nullptr;
   connections.erase(number);
-  if (listenerPaused && !IsDestroyed()) {
-    listenerPaused = false;
-    WatchListener(true);
-  }
-  if (!wasWaitedFor) return;
+  if (!IsDestroyed()) ResumeListener();
+  if (!wasWaitedFor || IsDestroyed()) return;
   for (const auto& [other, follower] : connections) {
     if (follower->waitsFor != number) continue;
-    follower->waitsFor = 0;
-    if (follower->in.HasCompleteFrame()) MakeReady(*follower);
+    turns.Unhold(*follower);
     UpdateInterest(*follower);
+    // Callers may be on their way through the connections: one that has ended is dropped later.
+    if (follower->ended) RetrySoon();
   }
 }
 
 bool HostReceiver::DropIfFinished(HostConnection& connection) {
   if (!connection.ended || connection.dispatching > 0 || !connection.out.IsEmpty() ||
-      connection.in.HasCompleteFrame()) {
+      connection.HasFrame()) {
     return false;
   }
   Drop(connection);
@@ -570,72 +460,55 @@ bool HostReceiver::DropIfFinished(HostConnection& connection) {
 
 void HostReceiver::Destroy() {
   if (IsForeign()) return;
+  intake.Leave(this);
   const std::lock_guard<HostMutex> lock(mutex);
   if (destroyed.exchange(true, std::memory_order_acq_rel)) return;
   destroyEnd = HostDeadlineAfter(HostNow(), kDestroyGrace);
-  for (const Claim& claim : claims) HostReleaseName(claim.service.c_str(), claim.descriptor);
-  claims.clear();
-  CloseSocket();
-  for (const LocalMessage& message : local) {
-    if (message.waiter != nullptr) message.waiter->Abandon();
-  }
+  if (endpoint.Listener() >= 0 && !listenerPaused) WatchListener(false);
+  endpoint.Close();
+  turns.End();
   for (const auto& waiter : unanswered) {
     if (const auto asker = waiter.lock()) asker->Abandon();
   }
-  local.clear();
   unanswered.clear();
-  ready.Clear();
-  messagesWait.store(false, std::memory_order_release);
   deadline.store(kHostNever, std::memory_order_relaxed);
 
-  for (const auto& [number, connection] : connections) SetInterest(*connection, 0);
+  for (const auto& [number, connection] : connections) {
+    interest.Change(connection->descriptor, number, connection->interest, 0);
+    connection->interest = 0;
+  }
+  interest.RemoveAll();
   for (auto place = connections.begin(); place != connections.end();) {
     HostConnection& connection = *(place++)->second;  // dropping one leaves the others in place
     if (connection.dispatching > 0) continue;
     FlushUntil(connection, destroyEnd);
     Drop(connection);
   }
-  watchers.clear();
 }
 
 HostReceiver::Counts HostReceiver::Count() {
   const std::lock_guard<HostMutex> lock(mutex);
   Counts counts;
   counts.connections = connections.size();
-  counts.hasSocket = listener >= 0;
+  counts.hasSocket = endpoint.Listener() >= 0;
   for (const auto& [number, connection] : connections) {
-    counts.queuedBytes += connection->countedQueued;
-    counts.partialBytes += connection->countedPartial;
+    counts.queuedBytes += connection->account.queued;
+    counts.partialBytes += connection->account.partial;
   }
   return counts;
 }
 
-// Bounds on what is partly received.
-
+// Keeps the account of a frame that has begun and is not complete.
 void HostReceiver::TrackPartial(HostConnection& connection) {
   const size_t size = connection.ended ? 0 : connection.in.PartialBytes();
-  if (size == 0 && connection.countedPartial == 0) return;
-  sPartialInAll.fetch_add(size - connection.countedPartial, std::memory_order_relaxed);
-  connection.countedPartial = size;
-  if (size > 0 && connection.partialSince == 0) {
-    connection.partialSince = HostNow();
+  const bool hadPartial = connection.account.partialSince != 0;
+  if (size == 0 && !hadPartial) return;
+  intake.SetPartial(connection.account, size);
+  if (size > 0 && !hadPartial) {
     partialConnections++;
-    const int64_t end = connection.partialSince + kPartialAge;
+    const int64_t end = connection.account.partialSince + kPartialAge;
     if (end < Deadline()) deadline.store(end, std::memory_order_relaxed);
-  } else if (size == 0 && connection.partialSince != 0) {
-    connection.partialSince = 0;
-    if (--partialConnections == 0) UpdateDeadline();
+  } else if (size == 0 && --partialConnections == 0) {
+    UpdateDeadline();
   }
-}
-
-// Beyond the limit only the frame that began first is read on, so that one after the other ends.
-bool HostReceiver::MayReadOn(const HostConnection& connection) const {
-  if (sPartialInAll.load(std::memory_order_relaxed) <= kPartialInAll ||
-      connection.countedPartial < kPartialAlways) {
-    return true;
-  }
-  return std::none_of(connections.begin(), connections.end(), [&connection](const auto& entry) {
-    const HostConnection& other = *entry.second;
-    return other.countedPartial >= kPartialAlways && other.partialSince < connection.partialSince;
-  });
 }

@@ -213,7 +213,8 @@ TEST(OutQueue, HundredsOfFramesLeaveItInOrder) {
     EXPECT_EQ(0u, queue.WaitingSize());  // nothing waits behind the frame that is being written
     for (size_t i = 0; i < 400; i++) {
       std::string text = PatternOf(3000 + i);
-      ASSERT_TRUE(queue.Append({{text.data(), text.size()}}, 0));
+      const iovec piece = {text.data(), text.size()};
+      ASSERT_TRUE(queue.Append({&piece, 1}, 0));
       expected += text;
       if (i % 3 != 2) continue;
       const int error = queue.Flush(sockets.ends[0]);

@@ -1,0 +1,126 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "platform/host/base/mutex.h"
+
+class HostIntake;
+
+// What one connection holds of the process: bytes of a frame that is not complete, and bytes of
+// replies that its peer has not read. Embedded in the connection. Written by HostIntake with the
+// lock of the connection's receiver held as well, so either lock is enough to read it.
+struct HostAccount {
+  class HostIntakeMember* member = nullptr;
+  uint32_t number = 0;  // of the connection, within its member
+  pid_t pid = 0;        // of its peer
+  size_t partial = 0;
+  size_t queued = 0;
+  int64_t partialSince = 0;  // monotonic ns since when a frame is incomplete; 0: none is
+  int64_t progressAt = 0;    // when that frame last grew, by the intake's clock
+  int64_t queuedSince = 0;   // monotonic ns since when replies wait and none is read; 0: none wait
+
+ private:
+  friend class HostIntake;
+  bool isListed = false;  // exactly while it holds anything
+  HostAccount* next = nullptr;
+  HostAccount* previous = nullptr;
+};
+
+// What a connection is worth keeping for when file descriptors run short.
+enum class HostWorth {
+  kSilent,   // nobody waits for anything on it, or its peer does not read what it was sent
+  kHandled,  // a request of it is being handled
+  kBusy,     // its replies are being read
+};
+
+struct HostCandidate {
+  std::shared_ptr<HostIntakeMember> member;
+  uint32_t number = 0;
+  pid_t pid = 0;
+  HostWorth worth = HostWorth::kBusy;
+  uint64_t lastActivity = 0;
+};
+
+// A receiver, as the intake sees it. Called without any lock of this room held; takes its own.
+class HostIntakeMember {
+ public:
+  // Appends all connections.
+  virtual void Survey(std::vector<HostCandidate>* candidates) = 0;
+  // Closes a connection that holds too much. Nothing happens when it has gone meanwhile.
+  virtual void DropHolder(uint32_t number) = 0;
+  // Gives a connection up for its descriptor. True when that is free now; false when what the peer
+  // sent before has to be served first.
+  virtual bool GiveUp(uint32_t number, HostWorth worth) = 0;
+
+ protected:
+  ~HostIntakeMember() = default;
+};
+
+// HostIntake owns the limits that the process has for all its ports together, and finds the
+// connection that goes when one is reached, whichever port it belongs to. There is one.
+//
+// Any thread. Its own lock guards the accounts and the list of members; it is taken with a
+// receiver's lock held and never the other way round, and nothing else is taken under it.
+class HostIntake {
+ public:
+  // The process's own; a forked child gets a new one.
+  static HostIntake& OfThisProcess();
+
+  void Join(std::weak_ptr<HostIntakeMember> member);
+  void Leave(HostIntakeMember* member);
+
+  // Both are called with the lock of the account's receiver held.
+  void SetPartial(HostAccount& account, size_t bytes);
+  void SetQueued(HostAccount& account, size_t bytes);
+
+  // Whether a connection may read more of its frame now. If not, the caller asks again in a while.
+  bool MayReadOn(const HostAccount& account);
+
+  // Closes connections until the process is within its limits, or nobody may be closed yet (or
+  // there is no memory to find out who). The caller holds no receiver's lock.
+  void Relieve() {
+    if (IsOverLimit()) [[unlikely]]
+      while (CloseHolder()) {
+      }
+  }
+
+  // Gives up one connection for its descriptor. False when none may be given up, or there is no
+  // memory to choose. The caller holds no receiver's lock.
+  bool FreeDescriptor();
+
+  size_t PartialBytes() const { return partialInAll.load(std::memory_order_relaxed); }
+  size_t QueuedBytes() const { return queuedInAll.load(std::memory_order_relaxed); }
+
+ private:
+  struct Member {
+    HostIntakeMember* member;
+    std::weak_ptr<HostIntakeMember> owner;
+  };
+
+  static HostIntake& Make();
+  bool IsOverLimit() const;
+  bool CloseHolder();
+  bool FreeOne();
+  void List(HostAccount& account);
+  void Tick();
+  bool IsStalled(const HostAccount& account) const;
+  const HostAccount* Fullest() const;
+  const HostAccount* HeaviestStalled() const;
+  std::shared_ptr<HostIntakeMember> OwnerOf(const HostAccount& account) const;
+
+  std::atomic<size_t> partialInAll{0};  // written under the lock
+  std::atomic<size_t> queuedInAll{0};
+
+  HostMutex mutex;
+  std::vector<Member> members;
+  HostAccount* first = nullptr;
+  int64_t clock = 0;  // see intake.cpp
+  int64_t lastTick = 0;
+  const HostIntake* inherited = nullptr;  // a forked child's: what it does not use, and keeps
+};

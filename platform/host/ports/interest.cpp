@@ -1,0 +1,41 @@
+#include "platform/host/ports/interest.h"
+
+#include <sys/epoll.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+bool HostInterest::Remove(int epollSet) {
+  return std::erase_if(watchers,
+                       [epollSet](const Watcher& each) { return each.epollSet == epollSet; }) > 0;
+}
+
+bool HostInterest::ChangeIn(const Watcher& watcher, int fd, uint32_t number, uint32_t before,
+                            uint32_t after) {
+  if (before == after) return true;
+  epoll_event event = {};
+  event.events = after;
+  event.data.u64 = uint64_t{watcher.tag} << 32 | number;
+  // What is no longer watched is taken out explicitly: closing the descriptor alone does not do it
+  // while a forked child holds a copy.
+  const int operation = before == 0 ? EPOLL_CTL_ADD : after == 0 ? EPOLL_CTL_DEL : EPOLL_CTL_MOD;
+  return epoll_ctl(watcher.epollSet, operation, fd, &event) == 0;
+}
+
+bool HostInterest::Change(int fd, uint32_t number, uint32_t before, uint32_t after) const {
+  bool isTaken = true;
+  for (const Watcher& watcher : watchers) {
+    isTaken = ChangeIn(watcher, fd, number, before, after) && isTaken;
+  }
+  if (isTaken || after == 0) return true;
+  for (const Watcher& watcher : watchers) ChangeIn(watcher, fd, number, after, 0);
+  return false;
+}
+
+void HostInterest::Wake() const {
+  for (const Watcher& watcher : watchers) {
+    const uint64_t one = 1;
+    // A counter that is full has been raised already.
+    (void)!write(watcher.wakeDescriptor, &one, sizeof one);
+  }
+}
