@@ -59,8 +59,10 @@ TEST_F(Unread, RepliesOfOnePeerMayTakeEightMegabytesBehindTheOneBeingWritten) {
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::PrintToString(row.sizes));
     RawPeer peer(server.PortName());
-    for (const SInt32 size : row.sizes) ASSERT_TRUE(peer.Write(Fill(size * kMegabyte)));
-    Settle(server);
+    for (const SInt32 size : row.sizes) {
+      ASSERT_TRUE(peer.Write(Fill(size * kMegabyte)));
+      Settle(server);
+    }
     for (const SInt32 size : row.sizes) {
       if (row.kept) {
         EXPECT_TRUE(ReadsReply(peer, size * kMegabyte));
