@@ -7,6 +7,7 @@
 
 #include "platform/host/events/codec.h"
 #include "platform/host/events/event.h"
+#include "platform/host/events/storage.h"
 
 // What a request and its reply cost apart from the kernel: building, flattening, decoding and
 // reading, in one thread.
@@ -57,7 +58,9 @@ AppleEvent Answer(AppleEvent& request, std::vector<UInt8>& buffer) {
   UInt32 eventClass = 0;
   UInt32 eventID = 0;
   Boolean replyWanted = 0;
-  HostSetArrival(&request, {true, kAELocalProcess, 0});
+  HostAEEvent* found = nullptr;
+  if (HostFindEvent(&request, &found) != 0) return {typeNull, nullptr};
+  HostSetArrival(found, {true, kAELocalProcess, 0});
   AEGetAttributePtr(&request, keyEventClassAttr, typeType, nullptr, &eventClass, 4, nullptr);
   AEGetAttributePtr(&request, keyEventIDAttr, typeType, nullptr, &eventID, 4, nullptr);
   AEGetAttributePtr(&request, keyReplyRequestedAttr, typeBoolean, nullptr, &replyWanted, 1,
@@ -66,11 +69,9 @@ AppleEvent Answer(AppleEvent& request, std::vector<UInt8>& buffer) {
   AEGetParamPtr(&request, kDataKey, typeChar, nullptr, buffer.data(),
                 static_cast<Size>(buffer.size()), &size);
 
-  HostEventHead head = {};
-  HostGetEventHead(&request, &head);
   AppleEvent reply = {typeNull, nullptr};
-  AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, head.returnID, head.transactionID,
-                     &reply);
+  AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, found->fields.returnID,
+                     found->fields.transactionID, &reply);
   AEPutParamPtr(&reply, keyErrorNumber, typeSInt32, &size, sizeof size);
   return reply;
 }

@@ -12,7 +12,8 @@
 //     return HostGuard(BOOTSTRAP_NO_MEMORY, [&] { return Register(name, port); });
 //   }
 //
-// Callouts are made outside of it, because a callout's own exceptions pass through a run loop.
+// Any thread. Callouts are made outside of it, because a callout's own exceptions pass through a
+// run loop.
 template <class Result, class Work>
 Result HostGuard(Result withoutMemory, Work&& work) {
   try {

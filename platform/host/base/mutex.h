@@ -3,6 +3,7 @@
 #include <sys/single_threaded.h>
 
 #include <atomic>
+#include <cassert>
 #include <cstdint>
 
 // True while the process has one thread only, as the C library tells. What was written then is seen
@@ -35,6 +36,9 @@ class HostMutex {
       word.notify_one();
     }
   }
+
+  // For functions whose callers hold the mutex. Knows that a thread holds it, not which one.
+  void AssertHeld() const { assert(word.load(std::memory_order_relaxed) != kFree); }
 
  private:
   static constexpr uint32_t kFree = 0;

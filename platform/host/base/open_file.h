@@ -6,7 +6,8 @@
 
 #include "platform/host/base/descriptors.h"
 
-// HostOpenFile owns a descriptor for the length of a scope. For descriptors that a forked child
+// HostOpenFile owns a file descriptor for the length of a scope. Not thread-safe: one scope, one
+// owner. For descriptors that a forked child
 // must give up see descriptors.h.
 class HostOpenFile {
  public:

@@ -3,13 +3,13 @@
 #include <CoreServices/AppleEvents.h>
 
 #include <algorithm>
-#include <atomic>
 #include <bit>
+#include <cassert>
 #include <cstddef>
 
-#include "platform/host/base/mutex.h"
 #include "platform/host/events/coerce.h"
 #include "platform/host/events/put.h"
+#include "platform/host/events/return_id.h"
 #include "platform/host/events/storage.h"
 
 namespace {
@@ -57,58 +57,11 @@ const uint8_t* FieldOf(const HostAEEvent& event, const HostAttributeRow& row) {
   return reinterpret_cast<const uint8_t*>(&event.fields) + row.offset;
 }
 
-// Return ids that were made here and whose events exist, one bit each. Ids are taken in turn, so
-// one that has come free stays unused for as long as possible. Two are never made: 0, and the one
-// that asks for another.
-constexpr uint32_t kIDsPerWord = 32;
-constexpr uint32_t kIDWords = 65536 / kIDsPerWord;
-constinit std::atomic<uint32_t> sReturnIDs[kIDWords] = {};
-constinit std::atomic<uint32_t> sLastReturnID = 0;
-
-// Gives what the word was before.
-template <class Change>
-uint32_t ChangeWord(std::atomic<uint32_t>& word, Change change) {
-  uint32_t before = word.load(std::memory_order_relaxed);
-  if (HostIsSingleThreaded()) {
-    word.store(change(before), std::memory_order_relaxed);
-  } else {
-    while (!word.compare_exchange_weak(before, change(before), std::memory_order_relaxed)) {
-    }
-  }
-  return before;
-}
-
-bool ClaimReturnID(uint16_t id) {
-  if (id == 0 || id == static_cast<uint16_t>(kAutoGenerateReturnID)) return false;
-  const uint32_t bit = 1u << (id % kIDsPerWord);
-  const uint32_t before =
-      ChangeWord(sReturnIDs[id / kIDsPerWord], [bit](uint32_t word) { return word | bit; });
-  return (before & bit) == 0;
-}
-
-AEReturnID MakeReturnID(bool* owned) {
-  *owned = true;
-  for (int tries = 0; tries < 64; ++tries) {
-    const uint32_t next = ChangeWord(sLastReturnID, [](uint32_t last) { return last + 1; }) + 1;
-    if (ClaimReturnID(static_cast<uint16_t>(next))) return static_cast<AEReturnID>(next);
-  }
-  for (uint32_t id = 0; id < 65536; ++id) {
-    if (sReturnIDs[id / kIDsPerWord].load(std::memory_order_relaxed) == UINT32_MAX) {
-      id |= kIDsPerWord - 1;
-    } else if (ClaimReturnID(static_cast<uint16_t>(id))) {
-      return static_cast<AEReturnID>(id);
-    }
-  }
-  // All are taken: the caller has as many events as ids, and gets one that is not its own.
-  *owned = false;
-  return 1;
-}
-
 void SetReturnID(HostAEEvent* event, AEReturnID id) {
   if (event->fields.ownsReturnID) HostReturnIDDone(event->fields.returnID);
   event->fields.ownsReturnID = false;
   event->fields.returnID =
-      id == kAutoGenerateReturnID ? MakeReturnID(&event->fields.ownsReturnID) : id;
+      id == kAutoGenerateReturnID ? HostMakeReturnID(&event->fields.ownsReturnID) : id;
 }
 
 constexpr uint16_t BitOfKey(AEKeyword key) {
@@ -250,27 +203,9 @@ bool HostSetAttributeField(HostAEEvent* event, const HostAttributeRow& row, Desc
   return true;
 }
 
-void HostReturnIDDone(SInt16 returnID) {
-  const auto id = static_cast<uint16_t>(returnID);
-  const uint32_t bit = 1u << (id % kIDsPerWord);
-  ChangeWord(sReturnIDs[id / kIDsPerWord], [bit](uint32_t word) { return word & ~bit; });
-}
-
-OSStatus HostGetEventHead(const AppleEvent* desc, HostEventHead* head) {
-  HostAEEvent* event = nullptr;
-  const OSStatus err = HostFindEvent(desc, &event);
-  if (err != 0) return err;
-  const Fields& fields = event->fields;
-  *head = {fields.eventClass, fields.eventID, fields.returnID, fields.transactionID};
-  return 0;
-}
-
-OSStatus HostGetEventAddress(const AppleEvent* desc, DescType* type, Size* size,
+OSStatus HostGetEventAddress(const HostAEEvent& event, DescType* type, Size* size,
                              UInt8 (&first)[8]) {
-  HostAEEvent* event = nullptr;
-  const OSStatus err = HostFindEvent(desc, &event);
-  if (err != 0) return err;
-  const HostAEItem& address = event->fields.address;
+  const HostAEItem& address = event.fields.address;
   if (address.type == typeNull) return errAEDescNotFound;
   *type = address.type;
   *size = static_cast<Size>(address.size);
@@ -279,37 +214,31 @@ OSStatus HostGetEventAddress(const AppleEvent* desc, DescType* type, Size* size,
   return 0;
 }
 
-OSStatus HostSetArrival(AppleEvent* desc, const HostArrival& arrival) {
-  HostAEEvent* event = nullptr;
-  const OSStatus err = HostFindEvent(desc, &event);
-  if (err != 0) return err;
+void HostSetArrival(HostAEEvent* event, const HostArrival& arrival) {
   event->fields.replyRequested = arrival.replyRequested ? 1 : 0;
   event->fields.source = arrival.source;
   event->fields.present |= BitOfKey(keyReplyRequestedAttr) | BitOfKey(keyEventSourceAttr);
-  if (arrival.replyPort == 0) return 0;
+  if (arrival.replyPort == 0) return;
   event->fields.replyPort = arrival.replyPort;
   event->fields.present |= BitOfKey(keyReplyPortAttr);
   SetPortAddress(event, arrival.replyPort);
-  return 0;
 }
 
-void HostSetInteraction(const AppleEvent* desc, SInt32 level) {
-  HostAEEvent* event = nullptr;
-  if (level == 0 || HostFindEvent(desc, &event) != 0) return;
+void HostSetInteraction(HostAEEvent* event, SInt32 level) {
+  if (level == 0) return;
   event->fields.interaction = level;
   event->fields.present |= BitOfKey(keyInteractLevelAttr);
 }
 
-OSStatus HostMakeAnswer(const AppleEvent* request, UInt32 replyPort, AppleEvent* answer) {
-  HostAEEvent* asked = nullptr;
-  OSStatus err = HostFindEvent(request, &asked);
-  if (err == 0) {
-    err = AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, asked->fields.returnID,
-                             asked->fields.transactionID, answer);
-  }
-  HostAEEvent* made = nullptr;
-  if (err == 0) err = HostFindEvent(answer, &made);
+OSStatus HostMakeAnswer(const HostAEEvent& request, UInt32 replyPort, AppleEvent* answer) {
+  const OSStatus err =
+      AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, request.fields.returnID,
+                         request.fields.transactionID, answer);
   if (err != 0) return err;
+  HostAEEvent* made = nullptr;
+  const OSStatus found = HostFindEvent(answer, &made);
+  assert(found == 0);  // made a moment ago
+  (void)found;
   if (replyPort != 0) SetPortAddress(made, replyPort);
   if (made->parameters.ReserveForErrorNumber()) return 0;
   AEDisposeDesc(answer);

@@ -4,23 +4,13 @@
 
 #include "platform/host/events/value.h"
 
-// Attributes of Apple Events, for the transport, the codec and the printer. Threads as for all
-// descriptors: one event, one thread at a time.
-
-// What every event has; on the wire it is the fixed head.
-struct HostEventHead {
-  AEEventClass eventClass;
-  AEEventID eventID;
-  AEReturnID returnID;
-  AETransactionID transactionID;
-};
-
-// Result  0; paramErr, errAENotAEDesc, errAENotAppleEvent; `*head` is then untouched.
-OSStatus HostGetEventHead(const AppleEvent* event, HostEventHead* head);
+// Attributes of Apple Events, for the transport, the codec and the printer. Who has an event's
+// descriptor finds the event once (HostFindEvent) and passes it on. Threads as for all descriptors:
+// one event, one thread at a time.
 
 // The address attribute: its type, size in bytes, and its first 8 bytes (the rest zero).
-// Result  as above, errAEDescNotFound when the event has no address; the outputs are untouched.
-OSStatus HostGetEventAddress(const AppleEvent* event, DescType* type, Size* size,
+// Returns 0, or errAEDescNotFound if the event has no address; the outputs are then untouched.
+OSStatus HostGetEventAddress(const HostAEEvent& event, DescType* type, Size* size,
                              UInt8 (&first)[8]);
 
 // What the transport knows of an event that arrived.
@@ -29,15 +19,15 @@ struct HostArrival {
   SInt16 source = 0;     // a value of the event source attribute
   UInt32 replyPort = 0;  // also the event's address then; 0: none
 };
-OSStatus HostSetArrival(AppleEvent* event, const HostArrival& arrival);
+void HostSetArrival(HostAEEvent* event, const HostArrival& arrival);
 
-// Stores the interaction level of the send mode that an event is sent with (its interaction bits). 0
-// leaves the attribute as it is. `event` is one that HostGetEventHead accepts.
-void HostSetInteraction(const AppleEvent* event, SInt32 level);
+// Stores the interaction level of the send mode that an event is sent with (its interaction bits).
+// 0 leaves the attribute as it is.
+void HostSetInteraction(HostAEEvent* event, SInt32 level);
 
 // Makes the event to answer `request` with: the answer's class and id, the request's return and
 // transaction id, addressed to `replyPort` (0: to nobody). Results of AECreateAppleEvent.
-OSStatus HostMakeAnswer(const AppleEvent* request, UInt32 replyPort, AppleEvent* answer);
+OSStatus HostMakeAnswer(const HostAEEvent& request, UInt32 replyPort, AppleEvent* answer);
 
 // One attribute that has a field of its own.
 struct HostAttributeRow {

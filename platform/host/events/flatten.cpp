@@ -99,8 +99,12 @@ OSStatus WriteItem(const HostAEItem& item, HostGather& out) {
 
 OSStatus HostFlattenEvent(const AppleEvent* desc, HostGather& out) {
   HostAEEvent* event = nullptr;
-  OSStatus err = HostFindEvent(desc, &event);
-  if (err == 0) err = HostGuard(OSStatus{memFullErr}, [&] { return WriteEvent(*event, out); });
+  const OSStatus err = HostFindEvent(desc, &event);
+  return err == 0 ? HostFlattenEvent(*event, out) : err;
+}
+
+OSStatus HostFlattenEvent(const HostAEEvent& event, HostGather& out) {
+  OSStatus err = HostGuard(OSStatus{memFullErr}, [&] { return WriteEvent(event, out); });
   // Gathering the pieces then needs no memory, so that only this can fail.
   if (err == 0 && !HostGuard([&] { out.Pieces(); })) err = memFullErr;
   if (err == 0 && out.TotalSize() > kHostFrameLimit) err = memFullErr;

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 // The layout of the flattened event, shared by the writer and the reader. docs/protocol.md has the
-// byte table.
+// byte table. Constants only: any thread.
 
 inline constexpr uint8_t kHostEventVersion = 1;
 

@@ -9,8 +9,6 @@ namespace {
 constexpr unsigned kKeyed = kHostRecordBit | kHostEventBit;
 constexpr unsigned kIndexed = kHostListBit | kKeyed;
 
-bool NestsTooDeep(const HostAEItem& item) { return item.Height() >= kHostNestingLimit; }
-
 // Result  0; paramErr, errAENotAEDesc, errAEWrongDataType, errAEDescNotFound.
 OSStatus FindKeyed(const AEDesc* desc, AEKeyword key, HostAEItem** item) {
   HostAEItems* items = nullptr;
@@ -36,7 +34,7 @@ OSStatus PutNth(AEDescList* list, SInt32 index, HostAEItem* item) {
   const uint32_t count = err == 0 ? items->Count() : 0;
   const uint32_t place = index == 0 ? count + 1 : static_cast<uint32_t>(index);
   if (err == 0 && (index < 0 || place > count + 1)) err = errAEIllegalIndex;
-  if (err == 0 && NestsTooDeep(*item)) err = errAEBadListItem;
+  if (err == 0 && HostNestsTooDeep(*item)) err = errAEBadListItem;
   if (err == 0) {
     item->key = typeWildCard;
     if (place <= count) {
@@ -63,28 +61,6 @@ void ReportSize(const HostAEItem& item, DescType* type, Size* size) {
 }
 
 }  // namespace
-
-OSStatus HostItemFromDesc(const AEDesc* desc, HostAEItem* out) {
-  out->key = typeWildCard;
-  out->SetNull();
-  HostAEItem view;
-  const OSStatus err = HostViewDesc(desc, &view);
-  return err == 0 ? out->CopyFrom(view) : err;
-}
-
-OSStatus HostPutKeyed(HostAEItems* items, AEKeyword key, HostAEItem* item) {
-  item->key = key;
-  OSStatus err = NestsTooDeep(*item) ? errAEBadListItem : 0;
-  if (err == 0) {
-    if (HostAEItem* old = items->Find(key)) {
-      items->Replace(static_cast<uint32_t>(old - items->begin()), *item);
-    } else if (!items->Append(*item)) {
-      err = memFullErr;
-    }
-  }
-  if (err != 0) item->Release();
-  return err;
-}
 
 extern "C" {
 

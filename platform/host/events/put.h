@@ -2,9 +2,14 @@
 
 #include <CoreServices/AEDataModel.h>
 
+#include "platform/host/events/codec.h"
 #include "platform/host/events/storage.h"
 
 // The steps that the calls for descriptors, lists, parameters and attributes have in common.
+// Threads as for all descriptors: one tree, one thread at a time.
+
+// Whether the item has as many levels as are allowed, so that it fits into no other.
+inline bool HostNestsTooDeep(const HostAEItem& item) { return item.Height() >= kHostNestingLimit; }
 
 // A value item (key typeWildCard) of copied bytes.
 // Result  0; paramErr (negative size, no data), errAEWrongDataType (a container's code),

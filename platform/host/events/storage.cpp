@@ -1,6 +1,7 @@
 #include "platform/host/events/storage.h"
 
 #include <atomic>
+#include <cassert>
 #include <cstdlib>
 #include <mutex>
 #include <new>
@@ -8,10 +9,29 @@
 
 #include "platform/host/base/mutex.h"
 #include "platform/host/base/thread_end.h"
+#include "platform/host/events/return_id.h"
 #include "platform/host/events/types.h"
 
-// Free slots wait in queues, first in first out, so that generations of a slot are far apart in
-// time: a short one for each thread, which needs no lock, and one for all.
+// The storage of descriptors.
+//
+// Slots. A descriptor's number is a slot's index and a generation. The slot's word holds the
+// current generation and, in bit 0, whether the slot is in use; both change in one step, so of
+// several threads that dispose of one number one succeeds, and a number that was disposed of names
+// nothing. Slots are made in chunks that are never moved or freed, so a number is looked up without
+// a lock.
+//
+//   free --HostMakeDesc--> in use --HostDisposeItem--> free, with the next generation
+//
+// Free slots wait in queues, first in first out, so that the generations of a slot are far apart in
+// time. Each thread has a short queue, which needs no lock, and there is one for all threads. A
+// thread takes from the common queue and gives back to it by kBatch slots at once; its end gives
+// all back. Generations have 31 bits where a pointer has 64, else 12: there at least kThreadMinimum
+// slots stay queued before one is used again.
+//
+// Events. Each thread also keeps a few disposed events for reuse, with the room of their arrays.
+//
+// Limits. 2^24 slots (2^20 with 32-bit pointers), then memFullErr. Locks. The table's mutex guards
+// the common queue and the making of slots; nothing else is locked under it.
 
 constinit std::atomic<HostDescSlot*> gHostDescChunks[kHostChunks] = {};
 
@@ -65,6 +85,7 @@ void Push(Queue& queue, uint32_t index) {
 }
 
 uint32_t Pop(Queue& queue) {
+  assert(queue.count > 0);
   const uint32_t index = queue.head;
   queue.head = SlotAt(index).next;
   --queue.count;
@@ -92,6 +113,7 @@ void Arm(ThreadStore& store) {
 
 // Makes another slot; 0 when the table is full or there is no memory. The lock is held.
 uint32_t NewSlot() {
+  sTable.lock.AssertHeld();
   if (sTable.used >> kHostSlotIndexBits != 0) return 0;
   std::atomic<Slot*>& chunk = gHostDescChunks[sTable.used / kHostChunkSlots];
   if (chunk.load(std::memory_order_relaxed) == nullptr) {
@@ -104,6 +126,7 @@ uint32_t NewSlot() {
 
 // A slot from the common store; 0 when there is none. The lock is held.
 uint32_t TakeCommon() {
+  sTable.lock.AssertHeld();
   if (sTable.free.count > kThreadMinimum) return Pop(sTable.free);
   const uint32_t fresh = NewSlot();
   return fresh == 0 && sTable.free.count > 0 ? Pop(sTable.free) : fresh;
@@ -154,6 +177,7 @@ OSStatus HostMakeDesc(HostAEItem* item, AEDesc* dst) {
   Slot& slot = SlotAt(index);
   memcpy(&slot.item, item, sizeof slot.item);
   const uint32_t word = slot.word.load(std::memory_order_relaxed);
+  assert((word & 1) == 0);  // a queued slot is free
   slot.word.store(word | 1, std::memory_order_release);
   *dst = {slot.item.type, MakeNumber(index, word >> 1)};
   return 0;

@@ -88,5 +88,10 @@ inline OSStatus HostFindEvent(const AppleEvent* desc, HostAEEvent** event) {
   return 0;
 }
 
+// Events come from a small store of the thread and go back to that of the thread that disposes of
+// them. A new event is empty: fields 0, no address. Null when there is no memory.
+HostAEEvent* HostAcquireEvent();
+void HostReleaseEvent(HostAEEvent* event);
+
 // Descriptors in existence: a walk over the whole table, for tests.
 size_t HostCountDescs();

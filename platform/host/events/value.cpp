@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "platform/host/events/storage.h"
 #include "platform/host/events/types.h"
 
 namespace {

@@ -182,7 +182,7 @@ class StHostAEItem {
   HostAEItem item;
 };
 
-// The attributes of an event that have a field of their own; ae_event.cpp has their table.
+// The attributes of an event that have a field of their own; event.cpp has their table.
 struct HostAEEventFields {
   UInt32 eventClass;
   UInt32 eventID;
@@ -209,14 +209,9 @@ struct HostAEEvent {
   int Height() const;
 };
 
-// Events come from a small store of the thread and go back to that of the thread that disposes.
-// A new event is empty: fields 0, no address. Null when there is no memory.
-HostAEEvent* HostAcquireEvent();
-void HostReleaseEvent(HostAEEvent* event);
+// A deep copy that borrows nothing, with the same return id, which it does not own. Returns 0, or
+// memFullErr with `*out` null.
 OSStatus HostCopyEvent(const HostAEEvent& source, HostAEEvent** out);
-
-// Gives a generated return id back (ae_event.cpp).
-void HostReturnIDDone(SInt16 returnID);
 
 inline HostAEItem* HostAEItems::begin() const {
   return block == nullptr ? nullptr : reinterpret_cast<HostAEItem*>(block + 1);

@@ -8,6 +8,7 @@
 
 #include "platform/host/base/guard.h"
 #include "platform/host/events/event.h"
+#include "platform/host/events/storage.h"
 #include "platform/host/ports/port_table.h"
 
 namespace {
@@ -66,13 +67,16 @@ OSStatus HostCallout::DecodeRequest(HostArrival* arrival) {
   arrival->replyRequested = message.header.ReplyWanted();
   arrival->source = message.connection == 0 ? kAESameProcess : kAELocalProcess;
   OSStatus err = HostDecodeEvent(std::move(message.body), &decodedEvent);
+  HostAEEvent* found = nullptr;
+  if (err == 0) err = HostFindEvent(&decodedEvent, &found);
   if (err == 0 && arrival->replyRequested) {
     arrival->replyPort = MakeReplyRight();
     err = arrival->replyPort == MACH_PORT_NULL
               ? OSStatus{memFullErr}
-              : HostMakeAnswer(&decodedEvent, arrival->replyPort, &decodedReply);
+              : HostMakeAnswer(*found, arrival->replyPort, &decodedReply);
   }
-  return err == 0 ? HostSetArrival(&decodedEvent, *arrival) : err;
+  if (err == 0) HostSetArrival(found, *arrival);
+  return err;
 }
 
 // Where an answer goes: to the connection, or to the waiting thread of this process.

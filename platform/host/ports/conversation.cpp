@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cassert>
 #include <utility>
 
 #include "platform/host/base/clock.h"
@@ -21,6 +22,27 @@
 #include "platform/host/ports/port_table.h"
 #include "platform/host/session/port_address.h"
 #include "platform/host/wire/frame_stream.h"
+
+// The client's end of connections. Everything here belongs to one thread; there are no locks.
+//
+// States of a conversation. Closed -> open (connect) -> closed (the peer hung up, sent what is no
+// frame, or its place is needed). An open one may have an unfinished frame: the rest of a frame
+// whose sender's time ran out in the middle. It is written before anything else, so what a thread
+// sends to a port arrives in order, and a time-out never breaks a connection.
+//
+// A request. The frame is written; while there is no room, the thread reads and drops what arrives,
+// because the server may be unable to take more until its own replies are read. Then it reads until
+// a reply with the request's own number has come. Every other reply answers a request that nobody
+// waits for any more and is dropped. After each receive and each wait the clock is read, so the
+// time-out holds whatever the server sends.
+//
+// Loss. A frame that did not leave whole is never dispatched by the server. So if the connection
+// breaks before that, as it does when a server gives up an idle one, the frame is sent once more on
+// a new connection. If a new connection breaks as well, or the whole frame was out, the result is
+// connectionInvalid.
+//
+// Limits. A thread keeps kConnectionsPerThread connections. A new one takes the place of any that
+// has hung up, else of the one used least recently, if possible one without an unfinished frame.
 
 namespace {
 
@@ -134,6 +156,7 @@ bool Conversation::HasHungUp() const {
 }
 
 OSStatus Conversation::Open(uint64_t port, TimeLimit* limit) {
+  assert(!IsOpen() && unfinished.IsEmpty());
   const int64_t deadline = limit->Deadline();
   sockaddr_un address;
   socklen_t size = 0;
@@ -207,6 +230,7 @@ OSStatus Conversation::WaitForRoom(int64_t deadline, bool* lost) {
 }
 
 OSStatus Conversation::Send(const std::vector<iovec>& pieces, TimeLimit* limit, bool* lost) {
+  assert(IsOpen());
   OSStatus err = 0;
   waited = false;
   while (err == 0 && !unfinished.IsEmpty()) {
@@ -245,6 +269,7 @@ bool Conversation::SetReceiveTimeout(int64_t left) {
 
 OSStatus Conversation::AwaitReply(uint64_t requestNumber, int64_t deadline, int64_t left,
                                   HostFrameSlice* body) {
+  assert(IsOpen() && unfinished.IsEmpty());  // the request is out
   for (bool hasReceived = false;; hasReceived = true) {
     HostFrameHeader header;
     HostFrameReader::Next next;
@@ -305,8 +330,9 @@ uint64_t Conversations::ThreadNumber() {
   return threadNumber;
 }
 
-// A place for a new connection. Those whose port has gone are closed on this occasion; else the
-// least recently used goes, but one with an unfinished frame only when all have one.
+// Finds a slot for a new connection. First closes every connection whose port is gone. If no slot
+// is free then, closes the least recently used connection, if possible one without an unfinished
+// frame.
 Conversation* Conversations::Choose() {
   for (Conversation& each : all) {
     if (each.IsOpen() && each.HasHungUp()) each.Close();

@@ -7,9 +7,10 @@
 #include "platform/host/events/codec.h"
 #include "platform/host/wire/frame.h"
 
-// The client's end of the transport. Each thread keeps connections of its own, one to each port it
-// talks to: what it sends to a port arrives in order, and a late reply can reach nobody else. A
-// time-out never breaks a connection: a frame that was begun is finished before the next.
+// The client's end of the transport. Any thread: each keeps connections of its own, one to each
+// port that it sends to, so what it sends to a port arrives in order, and a late reply reaches
+// nobody else. A time-out never breaks a connection: a frame that was begun is finished before the
+// next.
 
 // Sends `frame` (its header room is filled in here, from `header`) to the port and, when
 // `replyBody` is not null, waits for the reply to this very request.

@@ -2,6 +2,7 @@
 
 #include <CoreServices/MacErrors.h>
 
+#include <cassert>
 #include <chrono>
 #include <utility>
 
@@ -29,6 +30,7 @@ void HostLocalWaiter::Settle(State how) {
 bool HostLocalWaiter::Expect(mach_port_t right) {
   const std::lock_guard<std::mutex> lock(mutex);
   if (state != State::kWaiting) return false;
+  assert(replyRight == MACH_PORT_NULL);  // a request is taken once
   replyRight = right;
   return true;
 }

@@ -8,7 +8,9 @@
 
 #include "platform/host/wire/frame_buffer.h"
 
-// A thread of this process that waits for the reply of a port of this process.
+// A thread of this process that waits for the reply of a port of this process. Shared by that
+// thread, the queued request and its reply right. Any thread; Wait is called once, by the waiting
+// thread.
 class HostLocalWaiter {
  public:
   // Hands the reply over; the first call counts.

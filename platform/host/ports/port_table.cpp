@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cassert>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
@@ -18,6 +19,28 @@
 #include "platform/host/ports/receiver.h"
 #include "platform/host/session/context_directory.h"
 #include "platform/host/session/name_registry.h"
+
+// The table of this process's port rights.
+//
+// Entries. A right is an entry: kFree -> kReceive, kSend or kReply -> kFree. An entry is never
+// moved. Its number is the entry's index (20 bits) below a generation (12 bits) that grows each
+// time the entry is used, so a freed number names nothing until the generations have come round.
+// Free entries wait in a queue, first in first out, behind at least kFreeBeforeReuse others: a
+// number returns after half a million later ones at the earliest.
+//
+// One number for each port. byPortID leads from a port id to the right that this process has to the
+// port, be it a receive right or a send right, so that looking a port up again gives the same
+// number. A reply right is not in it: it stands for one request.
+//
+// Life. A receive right ends with mach_port_destroy, a reply right when it is used, dropped or its
+// client has gone. A send right stays after its last reference: it goes when its port is found
+// dead, by a send to it, or by a look through all send rights each time their number has doubled
+// (1024 at the least).
+//
+// Limits. About a million rights; then no more are given out. Rights cost memory only.
+//
+// Locks. One mutex guards everything here. No callout, no receiver's function and no release of a
+// reply's target runs under it, because a receiver that ends takes its own mutex and then this one.
 
 namespace {
 
@@ -80,7 +103,9 @@ void ForgetAllInChild() {
 
 // The table, made on first use. What only gives something back must not need memory and looks at
 // sTable instead.
+// The caller holds the mutex.
 Table& LockedTable() {
+  sMutex->AssertHeld();
   if (sTable == nullptr) {
     sTable = new Table;
     sTable->inherited = sInherited;
@@ -118,7 +143,11 @@ mach_port_t Insert(Table& table, Kind kind) {
   return entry.generation << kIndexBits | (index + kFirstIndex);
 }
 
+// Frees an entry. What a reply right leads to has been taken out of it before: it must not be
+// released under the mutex.
 void Remove(Table& table, mach_port_t name, Entry& entry) {
+  assert(&entry == Find(table, name));
+  assert(entry.reply.receiver == nullptr && entry.reply.waiter == nullptr);
   if (entry.kind == Kind::kSend) {
     table.byPortID.erase(entry.portID);
     table.remote--;
@@ -148,8 +177,9 @@ bool SocketExists(uint64_t portID) {
 void SweepDeadPorts(Table& table) {
   std::vector<mach_port_t> dead;
   for (const auto& [portID, name] : table.byPortID) {
-    Entry* entry = Find(table, name);
-    if (entry != nullptr && entry->kind == Kind::kSend && !SocketExists(portID)) {
+    const Entry* entry = Find(table, name);
+    assert(entry != nullptr);
+    if (entry->kind == Kind::kSend && !SocketExists(portID)) {
       dead.push_back(name);
     }
   }
@@ -158,6 +188,7 @@ void SweepDeadPorts(Table& table) {
 }
 
 std::shared_ptr<HostReceiver> ReceiverOf(Table& table, mach_port_t name, Entry& entry) {
+  assert(entry.kind == Kind::kReceive);
   if (entry.receiver == nullptr) {
     auto receiver = std::make_shared<HostReceiver>(name);
     table.byPortID.emplace(receiver->PortID(), name);
@@ -232,6 +263,7 @@ mach_port_t HostInsertSendRight(uint64_t portID) {
   const auto known = table.byPortID.find(portID);
   if (known != table.byPortID.end()) {
     Entry* entry = Find(table, known->second);
+    assert(entry != nullptr && entry->kind != Kind::kReply);
     if (entry->sendReferences < UINT32_MAX) entry->sendReferences++;
     return known->second;
   }
@@ -244,6 +276,7 @@ mach_port_t HostInsertSendRight(uint64_t portID) {
     return MACH_PORT_NULL;
   }
   Entry* entry = Find(table, name);
+  assert(entry != nullptr && entry->sendReferences == 0);
   entry->portID = portID;
   entry->sendReferences = 1;
   table.remote++;
@@ -305,6 +338,7 @@ void HostForgetDeadPort(uint64_t portID) {
   if (known == table.byPortID.end()) return;
   const mach_port_t name = known->second;
   Entry* entry = Find(table, name);
+  assert(entry != nullptr);
   if (entry->kind == Kind::kSend) Remove(table, name, *entry);
 }
 

@@ -12,6 +12,7 @@
 #include "platform/host/base/thread_object.h"
 #include "platform/host/events/codec.h"
 #include "platform/host/events/event.h"
+#include "platform/host/events/storage.h"
 #include "platform/host/ports/callout.h"
 #include "platform/host/ports/conversation.h"
 #include "platform/host/ports/port_table.h"
@@ -40,7 +41,7 @@ UInt32 WordAt(const UInt8* bytes) {
 
 // One send: where it goes and what is expected back.
 struct Delivery {
-  const AppleEvent* event;
+  const HostAEEvent& event;
   AppleEvent* reply;  // null unless a reply is waited for
   bool replyWanted;
   SInt32 timeoutTicks;
@@ -55,7 +56,7 @@ HostFrameHeader RequestHeader(const Delivery& delivery) {
 }
 
 // The thread's own gather list, so that a send allocates nothing.
-OSStatus Flatten(const AppleEvent* event, HostGather** frame) {
+OSStatus Flatten(const HostAEEvent& event, HostGather** frame) {
   return HostGuard(OSStatus{memFullErr}, [&] {
     HostGather& gather = HostThreadObject<HostGather>();
     gather.Clear();
@@ -105,15 +106,14 @@ OSStatus DeliverReply(mach_port_t right, HostGather* frame) {
   return target.receiver->Reply(target.connection, right, frame->Pieces());
 }
 
-OSStatus SendReply(mach_port_t right, const AppleEvent* event) {
+OSStatus SendReply(mach_port_t right, const HostAEEvent& event) {
   HostGather* frame = nullptr;
   const OSStatus err = Flatten(event, &frame);
   if (err == 0) return DeliverReply(right, frame);
   // An answer that cannot be sent as it is becomes one that says why, so that nobody waits in vain.
-  HostEventHead head;
   HostReplyTarget target;
-  if (HostGetEventHead(event, &head) == 0 && HostTakeReplyRight(right, &target)) {
-    HostFailRequest(target, right, {head.returnID, head.transactionID}, err);
+  if (HostTakeReplyRight(right, &target)) {
+    HostFailRequest(target, right, {event.fields.returnID, event.fields.transactionID}, err);
   }
   return err;
 }
@@ -161,8 +161,7 @@ OSStatus SendToAddress(const Delivery& delivery) {
   Size size = 0;
   UInt8 first[8] = {};
   const OSStatus err = HostGetEventAddress(delivery.event, &type, &size, first);
-  if (err == errAEDescNotFound) return procNotFound;
-  if (err != 0) return err;
+  if (err != 0) return procNotFound;
   ProcessSerialNumber psn = {WordAt(first), WordAt(first + 4)};
   switch (type) {
     case typeMachPort:
@@ -187,17 +186,17 @@ OSStatus SendToAddress(const Delivery& delivery) {
 OSStatus AESendMessage(const AppleEvent* event, AppleEvent* reply, AESendMode mode,
                        SInt32 timeoutTicks) {
   if (reply != nullptr) *reply = {typeNull, nullptr};
-  HostEventHead head;
-  const OSStatus err = HostGetEventHead(event, &head);
+  HostAEEvent* found = nullptr;
+  const OSStatus err = HostFindEvent(event, &found);
   if (err != 0) return err;
   const UInt32 replyMode = static_cast<UInt32>(mode) & kReplyModeMask;
   if (replyMode == 0) return errAEUnknownSendMode;
-  HostSetInteraction(event, mode & kAEAlwaysInteract);
+  HostSetInteraction(found, mode & kAEAlwaysInteract);
 
   // Without a place to put it a reply is still wanted and still waited for.
   AppleEvent unused = {typeNull, nullptr};
   AppleEvent* received = reply != nullptr ? reply : &unused;
-  const Delivery delivery = {event, replyMode == kAEWaitReply ? received : nullptr,
+  const Delivery delivery = {*found, replyMode == kAEWaitReply ? received : nullptr,
                              replyMode != kAENoReply, timeoutTicks};
   const OSStatus result = HostGuard(OSStatus{memFullErr}, [&] { return SendToAddress(delivery); });
   AEDisposeDesc(&unused);

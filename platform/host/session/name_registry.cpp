@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
+#include <cassert>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -26,6 +27,33 @@
 #include "platform/host/processes/proc_status.h"
 #include "platform/host/processes/serial_number.h"
 #include "platform/host/session/context_directory.h"
+
+// Names as file locks.
+//
+// A name's file holds two locks of its owner, of the kind that belongs to the open file
+// description: byte 0 makes it the owner, byte 1 + port id publishes its port. The kernel drops
+// both with the owner, at once and however it ended, so nothing that is read from a lock can be
+// stale. The content of the file is for people and for cleaning up only.
+//
+//   unowned --lock byte 0--> claimed --lock byte 1 + port id--> published --release or end-->
+//   unowned
+//
+// Claiming. Open, lock byte 0, and check that the path still leads to that file: a file that was
+// removed between the two guards nothing, and the claim starts again. Of any number of racers one
+// gets the lock. Then the dead owner's socket is removed, the record written, the port published,
+// and the name looked up once as others would do it, since a foreign lock in front would hide it.
+// The owner unlinks the file before it drops the locks; whoever opened it meanwhile starts again.
+//
+// Looking up asks for the first lock from byte 1 on. A claimed name that is not published yet is
+// unknown. A thread that looks one name up again keeps its file open and then only asks for the
+// lock and whether the file has been removed.
+//
+// Cleaning up. Each claim examines some files, beginning anywhere, and removes those that nobody
+// owns if they are a day old or the hidden name of a process that has ended. It holds byte 0
+// meanwhile.
+//
+// Locks. No mutex but that of the log line is held here. Opening holds forks off (descriptors.h)
+// and therefore never waits, whatever lies at the path.
 
 namespace {
 
@@ -83,7 +111,10 @@ struct flock LockOf(short type, off_t start, off_t length) {
   return lock;
 }
 
-off_t OffsetOf(uint64_t portId) { return static_cast<off_t>(portId + 1); }
+off_t OffsetOf(uint64_t portId) {
+  assert(portId != 0 && portId >> 62 == 0);  // above the owner's byte, within a file's size
+  return static_cast<off_t>(portId + 1);
+}
 
 // 0 when no owner has published a port; errors read as nobody.
 uint64_t PublishedPort(int fd) {
@@ -305,9 +336,9 @@ int OpenToLook(const HostContext& context, const char* file) {
       openat(context.names, file, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
 }
 
-// The name that a thread looked up last. One that it looks up again keeps its file open, since
-// opening it takes more than asking who has locked it: then a look-up is that question, and whether
-// the file is still the name's, which ends with its removal.
+// The name that a thread looked up last. The second look-up in a row keeps the name's file open,
+// since opening it costs more than querying its lock. Further look-ups only query the lock and
+// check that the file has not been removed.
 class LastLookUp {
  public:
   LastLookUp() = default;
@@ -447,6 +478,7 @@ kern_return_t HostClaimName(const char* name, uint64_t portId, int* claim) {
 }
 
 void HostReleaseName(const char* name, int claim) {
+  assert(claim >= 0);
   const HostContext* context = HostGetContext();
   NameFile file;
   // Still locked: whoever opens the file meanwhile finds, once it has the lock, that it is gone.

@@ -370,7 +370,9 @@ TEST_F(Decoding, RecycledEventsAreEmpty) {
   for (int round = 0; round < 100; ++round) {
     StDesc rich, next;
     ASSERT_EQ(0, Decode(FromHex(kRichEvent), &rich));
-    ASSERT_EQ(0, HostSetArrival(&rich, {true, kAELocalProcess, 4711}));
+    HostAEEvent* found = nullptr;
+    ASSERT_EQ(0, HostFindEvent(&rich, &found));
+    HostSetArrival(found, {true, kAELocalProcess, 4711});
     AEDisposeDesc(&rich);
     ASSERT_EQ(0, Decode(plain, &next));
     EXPECT_EQ(expected, Printed(next));

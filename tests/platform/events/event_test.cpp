@@ -82,27 +82,28 @@ TEST_F(Event, PuttingAttributes) {
 TEST_F(Event, TheTransportSetsWhatCallersCannot) {
   StDesc event;
   MakeEvent(&event);
-  EXPECT_EQ(0, HostSetArrival(&event, {true, kAELocalProcess, 0}));
+  HostAEEvent* found = nullptr;
+  ASSERT_EQ(0, HostFindEvent(&event, &found));
+  HostSetArrival(found, {true, kAELocalProcess, 0});
   EXPECT_EQ(Bool(1), Attribute(&event, keyReplyRequestedAttr));
   EXPECT_EQ(Short(3), Attribute(&event, keyEventSourceAttr));
 
   DescType type = 0;
   Size size = 0;
   UInt8 first[8];
-  EXPECT_EQ(errAEDescNotFound, HostGetEventAddress(&event, &type, &size, first));
+  EXPECT_EQ(errAEDescNotFound, HostGetEventAddress(*found, &type, &size, first));
   ASSERT_EQ(0, PutRaw(&event, keyAddressAttr, Text("0123456789abcdefghij")));
-  EXPECT_EQ(0, HostGetEventAddress(&event, &type, &size, first));
+  EXPECT_EQ(0, HostGetEventAddress(*found, &type, &size, first));
   EXPECT_EQ(20, size);
   EXPECT_EQ(0, memcmp(first, "01234567", 8));
   ASSERT_EQ(0, PutRaw(&event, keyAddressAttr, Text("ab")));
-  EXPECT_EQ(0, HostGetEventAddress(&event, &type, &size, first));
+  EXPECT_EQ(0, HostGetEventAddress(*found, &type, &size, first));
   EXPECT_EQ(0, memcmp(first, "ab\0\0\0\0\0\0", 8));
 }
 
 SInt16 ReturnID(const AppleEvent* event) {
-  HostEventHead head = {};
-  EXPECT_EQ(0, HostGetEventHead(event, &head));
-  return head.returnID;
+  HostAEEvent* found = nullptr;
+  return HostFindEvent(event, &found) == 0 ? found->fields.returnID : SInt16{0};
 }
 
 TEST_F(ReturnIDs, AreDistinctUntilTheyRunOutWhichIsNoFailure) {
