@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -388,6 +389,17 @@ TEST(DeviceConnection, ANameMayLieInsideTheOneThatItReplaces) {
   EXPECT_STREQ("name", launch.GetDeviceMonitorPortName());
   EXPECT_EQ(0, launch.SetDeviceMonitorPortName(nullptr));
   EXPECT_EQ(nullptr, launch.GetDeviceMonitorPortName());
+}
+
+TEST(DeviceConnection, ALauncherFreesTheNamesThatItHasStored) {
+  const std::string large(20'000, 'n');
+  const size_t before = mallinfo2().uordblks;
+  for (int round = 0; round < 10; ++round) {
+    DMLaunch launch(gDeviceMonitorLaunchSpec);
+    launch.SetDeviceMonitorPortName(large.c_str());
+    launch.SetDeviceMonitorPortName(large.c_str() + 1);
+  }
+  EXPECT_LT(mallinfo2().uordblks, before + 5 * large.size());
 }
 
 // A monitor for this session alone is found when there is none for all, and found again when it

@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -12,6 +16,7 @@
 #include "tests/support/child_process.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/session_directory.h"
+#include "tests/support/test_role.h"
 
 // The daemon as a program: its command line, its one port, its exit status; and as its clients, of
 // which it is one itself, see it.
@@ -160,6 +165,25 @@ std::string Found() {
   const OSStatus err = isSessionManagerAlreadyRunning(runningElsewhere, where);
   return std::to_string(err) + (runningElsewhere ? " elsewhere " : " not elsewhere ") +
          std::to_string(where);
+}
+
+// Launch preferences that leave no way to find the daemon.
+TEST_ROLE(LostChecker) {
+  const std::string folder = std::string(getenv("XDG_CONFIG_DIRS")) + "/veltrane/preferences";
+  std::filesystem::create_directories(folder);
+  const std::string file = folder + "/com.veltrane.common.1.1.plist";
+  std::ofstream(file) << "<plist version=\"1.0\"><dict><key>sessionMonitor</key><dict>"
+                         "<key>findByPortName</key><false/></dict></dict></plist>";
+  chmod(file.c_str(), 0644);
+  role.Tell(Found());
+  std::filesystem::remove(file);
+  return kRoleDone;
+}
+
+TEST(RunningCheck, AFailedLookUpIsReported) {
+  TestProcess checker("LostChecker");
+  EXPECT_EQ("-50 not elsewhere 1", checker.Hear(20s));
+  EXPECT_EQ(kRoleDone, checker.Wait(20s));
 }
 
 // The last test: this process becomes the daemon, and stays one that has been it.

@@ -55,6 +55,9 @@ TEST(FindApplication, ByIdentifierThenSignatureThenName) {
   add((all + "C.app").c_str(), "com.test.one", "One ", "1.10");  // as new, but after A
   const std::string same = add((own + "deep/er/D.app").c_str(), "com.test.two", "Two ", "2");
   add((all + "D.app").c_str(), "com.test.two", "Two ", "2.0");
+  add((own + "E.app").c_str(), "com.test.three", "Thre", "1.9");
+  const std::string second = add((own + "F.app").c_str(), "com.test.three", "Thre", "2.1");
+  add((own + "G.app").c_str(), "com.test.three", "Thre", "1.10.5");
   add("elsewhere/H.app", "com.test.far", "Far ", "1");
   apps.Folder().Link("data/veltrane/Applications/Link.app", apps.Folder().Path("elsewhere/H.app"));
 
@@ -67,6 +70,7 @@ TEST(FindApplication, ByIdentifierThenSignatureThenName) {
       {0, "com.test.one", nullptr, newest},
       {FourCC('O', 'n', 'e', ' '), nullptr, nullptr, newest},
       {0, "com.test.two", nullptr, same},
+      {0, "com.test.three", nullptr, second},
       {FourCC('O', 'n', 'e', ' '), "com.test.two", "b.app", same},
       {FourCC('T', 'w', 'o', ' '), "com.test.none", "b.app", same},
       {FourCC('X', 'X', 'X', 'X'), "com.test.none", "b.APP", first},

@@ -175,8 +175,10 @@ TEST(LaunchPreferences, TextsThatAreReplacedAreFreed) {
       if (round == 2) before = HeapInUse();  // what is kept once is there by now
       OpenLaunch launch(spec);
       launch.prepare();
-      launch.setPortName(large.substr(round).c_str());
       launch.setPortName("short");
+      launch.setPortName(large.c_str());
+      FSRef ref;
+      EXPECT_EQ(procNotFound, VLTLaunch::getFileRefFromBundleID(large.c_str(), ref));
     }
     EXPECT_LT(HeapInUse(), before + 5 * large.size());
   }

@@ -12,6 +12,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include "aeport/port_listener.h"
+#include "platform/host/ports/introspect.h"
 #include "tests/launch/open_launch.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/support/test_process.h"
@@ -239,20 +240,24 @@ TEST(Launch, TheExecutableIsBehindItsAliases) {
   EXPECT_EQ(paramErr, VLTLaunch::PathToFileSpec(app, ""));
 }
 
-TEST(Find, TellsWhoIsThere) {
+TEST(Find, ReportsWhoIsThereAndKeepsNoRightOfThem) {
   const std::string name = UniquePortName();
   EXPECT_EQ(paramErr, VLTLaunch::findPort(""));
   EXPECT_EQ(procNotFound, VLTLaunch::findPort(name.c_str()));
   EXPECT_EQ(procNotFound, VLTLaunch::findPSN(kNobody));
-  VLTPortAEMachPortListener listener;
-  const auto nothing = [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return OSStatus{0}; };
-  ASSERT_EQ(0, listener.ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), nothing, nullptr));
-  EXPECT_EQ(0, VLTLaunch::waitForPort(name.c_str(), 1, 20));
-  // A port that is there does not count when only the signature does.
-  VLTLaunchSpec bySignature = PortSpec(name.c_str());
-  bySignature.findByPortName = false;
-  bySignature.findBySignature = true;
-  EXPECT_EQ(procNotFound, OpenLaunch(bySignature).find());
+  const size_t rights = HostCountPorts().portNames;
+  {
+    VLTPortAEMachPortListener listener;
+    const auto nothing = [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return OSStatus{0}; };
+    ASSERT_EQ(0, listener.ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), nothing, nullptr));
+    EXPECT_EQ(0, VLTLaunch::waitForPort(name.c_str(), 1, 20));
+    // A port that is there does not count when only the signature does.
+    VLTLaunchSpec bySignature = PortSpec(name.c_str());
+    bySignature.findByPortName = false;
+    bySignature.findBySignature = true;
+    EXPECT_EQ(procNotFound, OpenLaunch(bySignature).find());
+  }
+  EXPECT_EQ(rights, HostCountPorts().portNames);
 }
 
 }  // namespace

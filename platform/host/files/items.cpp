@@ -46,7 +46,8 @@ struct Identity {
   // that is removed leaves its inode number to the next one, so its birth time counts, too.
   bool IsSameItem(const Identity& other) const {
     if (isFolder != other.isFolder) return false;
-    return !isFolder || (device == other.device && inode == other.inode && born == other.born);
+    if (isFolder && born != other.born) return false;
+    return !isFolder || (device == other.device && inode == other.inode);
   }
 };
 

@@ -149,6 +149,7 @@ TEST_F(Applications, AreFoundByCreator) {
       {FourCC('C', 'm', 'o', 'N'), 0, noErr, "New.app"},
       {FourCC('C', 'm', 'o', 'N'), 2, noErr, "Old.app"},
       {FourCC('C', 'm', 'o', 'N'), 3, afpItemNotFound, ""},
+      {FourCC('C', 'm', 'o', 'N'), -1, paramErr, ""},
       {FourCC('c', 'm', 'o', 'n'), 0, afpItemNotFound, ""},
   };
   DTPBRec block = {};

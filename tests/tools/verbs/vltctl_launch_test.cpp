@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "platform/host/applications/launch_lock.h"
 #include "tests/integration/launch_support.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/tools/verbs/verb_runner.h"
@@ -69,6 +71,36 @@ TEST(VltctlLaunch, TellsWhatWasFoundHowAndWhatBecameOfIt) {
   ExpectRuns({"launch"}, {{{path, "--json"}, 0, running, ""},
                           {{"com.test.empty", "--json"}, 1, failed, "kLSNoExecutableErr"}});
   EXPECT_TRUE(QuitAndWait(port));
+}
+
+TEST(VltctlLaunch, WaitsTenSecondsForAPortThatWasNamed) {
+  OpenDescriptorCheck noLeaks;
+  LaunchedApplications apps;
+  const std::string first = UniquePortName(), second = UniquePortName();
+  const std::string path = apps.AddBundle(
+      "Late.app", {"com.test.late", "Late", "APPL", "program", "1"},
+      "claim " + first + "\n" + apps.WaitStep("second") + "claim " + second + "\nloop\n");
+  std::thread letGoOn([&] {
+    EXPECT_TRUE(WaitForPort(first, 20s));
+    EXPECT_TRUE(apps.LetGoOn("second"));
+  });
+  const ProgramResult result = RunVerb({"launch"}, {path, "--port", second, "--json"});
+  letGoOn.join();
+  EXPECT_EQ(0, result.status) << result.errors;
+  EXPECT_NE(std::string::npos, result.output.find("\"port\":\"" + second)) << result.output;
+  EXPECT_TRUE(QuitAndWait(second));
+}
+
+TEST(VltctlLaunch, SaysThatAnotherProcessOpensTheApplication) {
+  OpenDescriptorCheck noLeaks;
+  LaunchedApplications apps;
+  const std::string path =
+      apps.AddBundle("It.app", {"com.test.it", "It  ", "APPL", "program", "2.1"}, "exit 0\n");
+  HostLaunchLock opener(path + "/Contents/Linux/program");
+  ASSERT_TRUE(opener.Try());
+  const ProgramResult result = RunVerb({"launch"}, {path, "--json"});
+  EXPECT_EQ(0, result.status) << result.errors;
+  EXPECT_NE(std::string::npos, result.output.find("\"outcome\":\"underWay\"")) << result.output;
 }
 
 TEST(VltctlLaunch, ExplainsEachWay) {
