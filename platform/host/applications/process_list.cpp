@@ -54,11 +54,11 @@ int ReadPids(std::vector<pid_t>* pids) {
 
 // Finds the first pid above `after`; 0 at the end of the list. A pass that begins (`isFirst`)
 // always reads the list. Returns 0 or an errno value.
-int FindNextPid(pid_t after, bool isFirst, pid_t* pid) {
+int FindNextPid(pid_t after, bool anew, pid_t* pid) {
   Pids& known = KnownPids();
   const std::lock_guard<std::mutex> lock(known.mutex);
   const int64_t now = HostNow();
-  if (isFirst || known.readAt == 0 || now - known.readAt > kPidsFreshFor) {
+  if (anew || known.readAt == 0 || now - known.readAt > kPidsFreshFor) {
     known.readAt = 0;
     if (const int error = ReadPids(&known.pids); error != 0) return error;
     known.readAt = now;
