@@ -52,7 +52,7 @@ int ReadPids(std::vector<pid_t>* pids) {
   return 0;
 }
 
-// Finds the first pid above `after`; 0 at the end of the list. A pass that begins (`isFirst`)
+// Finds the first pid above `after`; 0 at the end of the list. A pass that begins (`anew`)
 // always reads the list. Returns 0 or an errno value.
 int FindNextPid(pid_t after, bool anew, pid_t* pid) {
   Pids& known = KnownPids();

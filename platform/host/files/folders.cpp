@@ -1,6 +1,8 @@
 #include <CoreServices/Folders.h>
 #include <CoreServices/MacErrors.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -52,6 +54,18 @@ std::string PathOf(SInt16 domain, OSType type) {
   }
 }
 
+// A folder that root has made inside another user's folder is given to that user, who could not use
+// it otherwise.
+void GiveToOwnerOfParent(const std::string& path) {
+  struct stat parent;
+  if (geteuid() != 0) return;
+  if (stat(path.substr(0, path.rfind('/') + 1).c_str(), &parent) != 0 || parent.st_uid == 0) return;
+  const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) return;
+  [[maybe_unused]] const int ignored = fchown(fd, parent.st_uid, parent.st_gid);
+  close(fd);
+}
+
 // Makes the missing folders of a path. Those that exist may be links.
 OSErr MakeFolders(const std::string& path) {
   for (size_t end = 1; end != std::string::npos;) {
@@ -61,7 +75,11 @@ OSErr MakeFolders(const std::string& path) {
     struct stat info;
     if (stat(part.c_str(), &info) == 0) continue;
     if (errno != ENOENT) return HostFileStatus(errno);
-    if (mkdir(part.c_str(), 0777) != 0 && errno != EEXIST) return HostFileStatus(errno);
+    if (mkdir(part.c_str(), 0777) == 0) {
+      GiveToOwnerOfParent(part);
+    } else if (errno != EEXIST) {
+      return HostFileStatus(errno);
+    }
   }
   return noErr;
 }

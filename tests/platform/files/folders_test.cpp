@@ -3,6 +3,8 @@
 #include <CoreServices/MacErrors.h>
 #include <Security/Security.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
@@ -10,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/open_descriptor_check.h"
 #include "tests/support/scratch_folder.h"
 
 // Standard folders, system version and login session: what the environment decides.
@@ -78,6 +81,24 @@ TEST(Folders, AFolderThatSeveralMakeAtOnceIsFoundByAll) {
       });
     }
     for (std::thread& thread : threads) thread.join();
+  }
+}
+
+TEST(Folders, WhatRootMakesInAUsersFolderBelongsToTheUser) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root makes folders for others";
+  constexpr uid_t kUser = 65534;
+  const OpenDescriptorCheck noLeaks;
+  const ScratchFolder scratch;
+  const ScopedVariable data("XDG_DATA_HOME", scratch.Folder("data").c_str());
+  ASSERT_EQ(0, chown(scratch.Path("data").c_str(), kUser, kUser));
+  FSRef ref;
+  EXPECT_EQ(noErr, FSFindFolder(kUserDomain, kPreferencesFolderType, true, &ref));
+  for (const char* name :
+       {"data/veltrane", "data/veltrane/Library", "data/veltrane/Library/Preferences"}) {
+    struct stat info = {};
+    EXPECT_EQ(0, stat(scratch.Path(name).c_str(), &info)) << name;
+    EXPECT_EQ(kUser, info.st_uid) << name;
+    EXPECT_EQ(kUser, info.st_gid) << name;
   }
 }
 
