@@ -2,8 +2,8 @@
 
 #include "plist/dictionary_base.h"
 
-// VLTDictionary keeps its entries in memory, in one mutable dictionary that it owns. What it is
-// made from is copied (the table, not the values), never taken over. One thread at a time.
+// VLTDictionary keeps its entries in memory, in one mutable dictionary that it owns. It copies the
+// dictionary that it is made from; the values themselves are shared. One thread at a time.
 class VLTDictionary : public VLTDictionaryBase {
  public:
   VLTDictionary();  // empty
@@ -15,16 +15,18 @@ class VLTDictionary : public VLTDictionaryBase {
   VLTDictionary& operator=(const VLTDictionary& other);  // replaceContents
   operator const void*() const { return dictionary; }    // borrowed
 
-  // A mutable copy, or an empty dictionary of counted objects for null. The caller releases it.
+  // Returns a mutable copy, or for null an empty dictionary of counted objects. The caller releases
+  // it.
   static CFMutableDictionaryRef newDictionary(CFDictionaryRef source);
 
   CFIndex getCount() const;
 
-  // Becomes a copy of `other`'s dictionary. What was held before is NOT released: call
-  // destroyContents first, or replaceContents instead.
+  // Holds a copy of `other`'s dictionary from now on. Meant: does NOT release the dictionary that
+  // it held before, because callers rely on it being gone already. Call destroyContents first, or
+  // use replaceContents.
   void copyContents(const VLTDictionary& other);
-  void destroyContents();  // afterwards there is no dictionary, and setting does nothing
-  void replaceContents(const VLTDictionary& other);  // itself: nothing
+  void destroyContents();  // afterwards there is no dictionary, and setters do nothing
+  void replaceContents(const VLTDictionary& other);  // does nothing if `other` is this object
 
  protected:
   OSStatus _set(CFStringRef key, const void* value) override;
@@ -36,7 +38,7 @@ class VLTDictionary : public VLTDictionaryBase {
   CFDictionaryRef _getDictForSave() override;
   void _releaseDictAfterSave(CFDictionaryRef saved) override;
 
-  // Sets the pair in the dictionary that `context` is.
+  // Sets the pair in the dictionary that `context` points to.
   static void copyToDestDict(const void* key, const void* value, void* context);
 
  private:

@@ -7,16 +7,17 @@
 
 class VLTDictionary;
 
-// VLTDictionaryBase is the one typed table of settings: string keys, property-list values, typed
-// setters and getters, and whole tables from and to property lists. Where the entries are kept is a
-// subclass's matter: VLTDictionary has them in memory, VLTPreferences in the preferences. One
-// thread at a time.
+// VLTDictionaryBase is a typed table of settings: string keys, property-list values, typed setters
+// and getters, and loading and saving as property lists. Subclasses decide where the entries are
+// kept: VLTDictionary keeps them in memory, VLTPreferences in the preferences. One thread at a
+// time.
 //
-// Keys are temporaries made of a C string (Mac Roman) or of a four-character code, whose text
+// Keys are temporaries made from a C string (Mac Roman) or from a four-character code, whose text
 // includes the single quotes: the key of 'SmoN' has six characters.
 //
-// Results  0, errAEDescNotFound (no such key), paramErr (a value of another type, a bad argument),
-//          fnfErr (any failure of a stream or of a property list), memFullErr, mFulErr.
+// Functions return 0 on success, errAEDescNotFound if there is no such key, paramErr if the value
+// has another type or an argument is bad, fnfErr for any failure of a stream or a property list,
+// and memFullErr or mFulErr if there is no memory.
 class VLTDictionaryBase {
  public:
   using Allocator = char* (*)(SInt32 size);
@@ -26,18 +27,19 @@ class VLTDictionaryBase {
   VLTDictionaryBase& operator=(const VLTDictionaryBase&) = delete;
   virtual ~VLTDictionaryBase() = default;
 
-  // `out` is a string of `text`, which the caller releases, and `created` true; when there can be
-  // none (null text), `out` is `fallback`, not retained, and `created` false.
+  // Stores a new string made from `text` and sets `created`; the caller releases the string. If no
+  // string can be made (null text), stores `fallback`, not retained, and clears `created`.
   static void initStr(const char* text, CFStringRef& out, CFStringRef fallback, bool& created);
 
-  // The memory that the ...Alloc getters and saving hand out unless told otherwise. Null for a
-  // negative size and when there is no memory; null is freed harmlessly.
+  // Allocates the memory that saving and, by default, the ...Alloc getters hand out. Returns null
+  // for a negative size and if there is no memory. PtrFree ignores null.
   static char* PtrAllocator(SInt32 size);
   static void PtrFree(char* block);
 
-  // Setting replaces. A value that could not be made is null, and what that does is the storage's
-  // matter: VLTDictionary ignores it, VLTPreferences removes the key.
-  OSStatus remove(StackCFString key);  // also an absent key
+  // A setter replaces an existing value. If the value object cannot be created (null text, no
+  // memory), the setter hands null to the storage: VLTDictionary then changes nothing,
+  // VLTPreferences removes the key.
+  OSStatus remove(StackCFString key);  // returns 0 for an absent key, too
   OSStatus setBoolean(StackCFString key, bool value);
   OSStatus setBoolean(StackCFString key, unsigned char value);
   OSStatus setShort(StackCFString key, SInt16 value);
@@ -54,84 +56,88 @@ class VLTDictionaryBase {
   OSStatus setDictionary(StackCFString key, VLTDictionary& value);  // shared, not copied
   OSStatus setArray(StackCFString key, CFArrayRef value);
 
-  // Outputs stay as they were when the result is errAEDescNotFound, or paramErr for a wrong type.
-  // References are borrowed: valid until the entry changes.
+  // A getter leaves its outputs unchanged if it returns errAEDescNotFound, or paramErr for a wrong
+  // type. References are borrowed: they are valid until the entry changes.
   OSStatus getBoolean(StackCFString key, bool& value);
   OSStatus getBoolean(StackCFString key, unsigned char& value);
-  // paramErr, with the nearest value stored, for a number that the type cannot carry exactly.
+  // These return paramErr and store the nearest value if the type cannot carry the number exactly.
   OSStatus getShort(StackCFString key, SInt16& value);
   OSStatus getInteger(StackCFString key, int& value);
   OSStatus getLong(StackCFString key, SInt32& value);
   OSStatus getLongLong(StackCFString key, SInt64& value);
   OSStatus getFloat(StackCFString key, float& value);
   OSStatus getDouble(StackCFString key, double& value);
-  // The number as `type`, the nearest value if need be; `storedSize` is the byte size of the number
-  // as it is stored. paramErr also when that is SMALLER than `bufferSize`. Writes as many bytes as
-  // `type` has, whatever `bufferSize` says: the buffer must have room for them.
+  // Stores the number as `type`, or the nearest value, and its stored byte size in `storedSize`.
+  // Meant: returns paramErr if the stored size is SMALLER than `bufferSize`, and writes as many
+  // bytes as `type` has whatever `bufferSize` is, because callers pass the size of `type`. The
+  // buffer must have room for them.
   OSStatus getNumberValue(StackCFString key, CFNumberType type, void* buffer, UInt32 bufferSize,
                           UInt32& storedSize);
 
   OSStatus getString(StackCFString key, CFStringRef& value);
-  // Mac Roman, cut to `size` bytes with a terminator; `length` is what was stored. With a null
-  // buffer or size 0 it is the number of characters, the terminator not counted.
+  // Stores the text as Mac Roman, cut to `size` bytes including the NUL, and its length in
+  // `length`. With a null buffer or size 0, stores the number of characters, without the NUL,
+  // instead.
   OSStatus getCString(StackCFString key, char* buffer, UInt32 size, UInt32& length);
-  // Into memory of `alloc`, null for PtrAllocator; the caller frees it. memFullErr without memory.
+  // Stores the text in memory from `alloc` (null: PtrAllocator), which the caller frees. Returns
+  // memFullErr if there is no memory.
   OSStatus getCStringAlloc(StackCFString key, char*& buffer, Allocator alloc);
 
-  // Of any value: one that is no data object has no bytes. At most `size` bytes (read as a signed
-  // number), `length` of them; with a null buffer or size 0 it is the number of bytes there are.
+  // Copies at most `size` bytes and stores their number in `length`; with a null buffer or size 0,
+  // stores the full size instead. A value that is not a data object counts as empty. A `size` of
+  // 2^31 or more copies nothing.
   OSStatus getData(StackCFString key, char* buffer, UInt32 size, UInt32& length);
-  // As getCStringAlloc, without a terminator; mFulErr without memory.
+  // As getCStringAlloc, without a NUL. Returns mFulErr if there is no memory.
   OSStatus getDataAlloc(StackCFString key, char*& buffer, Allocator alloc);
 
   OSStatus getDictionary(StackCFString key, CFDictionaryRef& value);
-  OSStatus getDictionary(StackCFString key, VLTDictionary& value);  // becomes a copy
+  OSStatus getDictionary(StackCFString key, VLTDictionary& value);  // copies the dictionary
   OSStatus getArray(StackCFString key, CFArrayRef& value);
-  // `numberType` may be null, and is stored for a number only.
+  // Stores the type id of the value and, if it is a number and `numberType` is not null, its type.
   OSStatus getType(StackCFString key, UInt32& typeId, CFNumberType* numberType);
 
-  // Puts a property list's entries in, of any form that can be read; unless `merge` is set, all
-  // others are removed. A failure changes nothing. A list that is no dictionary is not refused: it
-  // has no entries.
+  // Adds the entries of a property list in any form that can be read. Unless `merge` is set,
+  // removes all others. A failure changes nothing. A list that is not a dictionary counts as empty.
   //
-  // The forms that take a file's record DO NOTHING and return 0 for a good one, and fnfErr for one
-  // that names no file; callers rely on it. Use a path or an address.
+  // Meant: the FSSpec and FSRef forms never load anything. They return 0 when the file exists and
+  // fnfErr when it does not; callers rely on that. To load a file, pass a path or a CFURL.
   OSStatus load(FSSpec* file, bool merge);
   OSStatus load(FSRef* file, bool merge);
-  OSStatus load(const char* path, bool merge);  // bytes as in a shell; null or "" is paramErr
+  OSStatus load(const char* path, bool merge);  // paramErr for null or ""
   OSStatus load(CFURLRef file, bool merge);
   OSStatus load(const char* bytes, UInt32 length, bool merge);
-  OSStatus loadFromXML(CFDataRef data, bool merge);                       // null is paramErr
-  OSStatus loadFromXML(unsigned char* bytes, SInt32 length, bool merge);  // null or 0 is paramErr
+  OSStatus loadFromXML(CFDataRef data, bool merge);                       // paramErr for null
+  OSStatus loadFromXML(unsigned char* bytes, SInt32 length, bool merge);  // paramErr for null or 0
 
-  // Writes all entries; paramErr when there is no table to write. A file is replaced as a whole,
-  // with its mode and through a symbolic link, and stays as it was on failure.
+  // Writes all entries. Returns paramErr if there is no table to write. A file is replaced as a
+  // whole and keeps its mode and its symbolic links; after a failure the old file is there.
   //
-  // The forms that take a file's record do nothing for a good one, as above. They and the path form
-  // write XML, whatever `format` says.
+  // Meant: the FSSpec and FSRef forms do nothing if the file exists, as above, and they and the
+  // path form write XML whatever `format` says; callers rely on that.
   OSStatus save(FSSpec* file, CFPropertyListFormat format);
   OSStatus save(FSRef* file, CFPropertyListFormat format);
   OSStatus save(const char* path, CFPropertyListFormat format);
   OSStatus save(CFURLRef file, CFPropertyListFormat format);
-  // Into memory that the caller frees with PtrFree. Only forms that are UTF-8 text come back: for
-  // the binary one nothing is stored, with result 0.
+  // Stores the list in memory that the caller frees with PtrFree. Only text is handed back: for the
+  // binary form returns 0 and stores nothing.
   OSStatus save(char** buffer, UInt32* length, CFPropertyListFormat format);
   OSStatus saveAsXML(CFDataRef& out);  // the caller releases it
 
  protected:
-  // What a storage supplies. All the above stands on these.
+  // What a subclass has to supply. All functions above use only these.
   virtual OSStatus _set(CFStringRef key, const void* value) = 0;
   virtual OSStatus _get(CFStringRef key,
-                        const void*& value) = 0;  // whether it is there, or paramErr
+                        const void*& value) = 0;  // 0 if the key is present, else paramErr
   virtual OSStatus _remove(CFStringRef key) = 0;
   virtual const void* _get(CFStringRef key) = 0;  // null when absent
   virtual void _eraseExtant() = 0;
-  virtual void _addContentsOfDictionary(CFDictionaryRef source) = 0;  // of equal keys, its values
-  // A dictionary of all entries, to be handed back after use; null when there is none.
+  // Adds all entries of `source`, which replace those with equal keys.
+  virtual void _addContentsOfDictionary(CFDictionaryRef source) = 0;
+  // Returns a dictionary of all entries, to be handed back after use, or null if there is none.
   virtual CFDictionaryRef _getDictForSave() = 0;
   virtual void _releaseDictAfterSave(CFDictionaryRef dictionary) = 0;
 
-  // The exact value of a number.
+  // Stores a number's exact value; else the nearest one, with paramErr.
   template <class T, CFNumberType type>
   OSStatus getNumber(StackCFString& key, T& value);
 

@@ -3,36 +3,35 @@
 #include "plist/dictionary_base.h"
 
 // VLTPreferences keeps its entries in the preferences of one application, user scope and host
-// scope. What is set is seen at once in this process, and by others once commit has succeeded. One
-// thread at a time; several objects may stand for one domain.
+// scope. This process sees a value as soon as it is set, other processes after a successful commit.
+// One thread at a time; several objects may use the same domain.
 //
-// Each read through a getter leaves one reference to the value it found outstanding, so what
-// getString, getDictionary and getArray hand out stays valid whatever becomes of the entry, and may
-// be released once. The value is the one that the preferences hold anyway: its count grows, memory
-// does not.
+// Meant: each getter call that finds a value leaves one reference to it unreleased. What getString,
+// getDictionary and getArray return therefore stays valid when the entry changes, and the caller
+// may release it once. The preferences keep one object for each value, so only its count grows.
 class VLTPreferences : public VLTDictionaryBase {
  public:
-  // `applicationId` is Mac Roman text; null is the current application. `user` and `host` are the
-  // platform's constants, kept as given and not retained.
+  // `applicationId` is Mac Roman text; null stands for the current application. `user` and `host`
+  // are the platform's constants; they are not retained.
   VLTPreferences(const char* applicationId, CFStringRef user, CFStringRef host);
   ~VLTPreferences() override;
 
-  // Makes what was set durable. paramErr when it could not be written: it stays set in this
-  // process, and the next commit tries again.
+  // Writes what was set and waits for the disk. Returns paramErr if that failed: the values stay
+  // set in this process, and the next commit tries again.
   OSStatus commit();
 
-  CFArrayRef getKeys();  // null when the domain is empty; the caller releases it
+  CFArrayRef getKeys();  // null if the domain is empty; the caller releases it
   void setMultiple(CFDictionaryRef toSet, CFArrayRef toRemove);  // either may be null
   CFDictionaryRef getMultiple(CFArrayRef keys);                  // the caller releases it
 
  protected:
-  OSStatus _set(CFStringRef key, const void* value) override;  // null removes; always 0
+  OSStatus _set(CFStringRef key, const void* value) override;  // null removes; returns 0
   OSStatus _get(CFStringRef key, const void*& value) override;
   OSStatus _remove(CFStringRef key) override;
   const void* _get(CFStringRef key) override;
   void _eraseExtant() override;
   void _addContentsOfDictionary(CFDictionaryRef source) override;
-  CFDictionaryRef _getDictForSave() override;  // null when the domain is empty
+  CFDictionaryRef _getDictForSave() override;  // null if the domain is empty
   void _releaseDictAfterSave(CFDictionaryRef saved) override;
 
  private:
