@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/host/preferences/disk.h"
+#include "platform/host/preferences/read.h"
 #include "plist/dictionary.h"
 #include "tests/support/observed_syncs.h"
 #include "tests/support/open_descriptor_check.h"

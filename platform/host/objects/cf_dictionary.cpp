@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cassert>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -10,6 +11,30 @@
 
 #include "platform/host/base/hash.h"
 #include "platform/host/objects/cf_string.h"
+
+// How a dictionary is stored and searched.
+//
+// The pairs stand in a list in the order in which their keys came in. Removing a pair leaves a hole
+// (a null key), so that the other pairs keep their places; holes at the end are dropped at once,
+// the others when a quarter of a full list is holes and nobody walks over it (Pack).
+//
+// Up to kMaxUnindexed pairs are searched one by one. From then on there is an index: a table of
+// slots (hash, place + 1), a power of two in size and at most three quarters full. A key's search
+// begins at its hash and ends at the first free slot. Removing a slot therefore moves those after
+// it up (Leave), so that no search ends too early; there are no marks for removed slots.
+//
+// Three states of the index:
+//   none       slots null, slotMask 0: the pairs are few, or RemoveAll has dropped it
+//   postponed  slots null, slotMask set: CreateTaking has seen that all keys differ, so building
+//   the
+//              table can wait for the first search, which many lists from files never get
+//   built      slots set
+// Only a search turns postponed into built, on any thread: each thread that finds no table makes
+// one, and the first to store it wins. Everything else that changes a dictionary is the caller's to
+// serialise. A search that has no memory for the table looks at the pairs one by one.
+//
+// References: Take owns those of its pair; Detach takes a pair out completely before its references
+// are released, because a foreign release callback may change this very dictionary.
 
 namespace {
 
@@ -166,6 +191,8 @@ void __CFDictionary::Take(const HostPair& pair, UInt32 hash) {
   Slot* const index = slots.load(std::memory_order_relaxed);
   const UInt32 place = index != nullptr ? FindIndexed(index, pair.key, hash) : FindPlace(pair.key);
   if (place == kNowhere) {
+    assert(used < capacity);  // MakeRoom has been called
+    assert(index == nullptr || used <= slotMask);
     pairs[used] = pair;
     if (index != nullptr) Enter(index, hash, used);
     ++used;
@@ -245,9 +272,8 @@ const HostPair* __CFDictionary::Find(const void* key) const {
 
 // ---- The index ----
 
-// The index, which is made now if it has been waiting for a search: everybody who searches may find
-// it missing at once, and the first one ready puts his in place. Null when there is none, or no
-// memory for it; the pairs are searched one by one then.
+// Returns the index, which is built now if it was postponed, or null if there is none or no memory
+// for it: then the pairs are searched one by one.
 const __CFDictionary::Slot* __CFDictionary::IndexForSearch() const {
   Slot* index = slots.load(std::memory_order_acquire);
   if (index != nullptr || slotMask == 0) return index;
@@ -259,8 +285,8 @@ const __CFDictionary::Slot* __CFDictionary::IndexForSearch() const {
   return index;
 }
 
-// An index over so many pairs, with those entered that are there. The old one stays when there is
-// no memory.
+// Builds an index for so many pairs, which holds those that are there. Without memory returns false
+// and keeps the old one.
 bool __CFDictionary::MakeIndex(UInt32 pairCapacity) {
   const size_t wanted = SlotsFor(pairCapacity);
   const size_t size = HostContainerSize(0, wanted, sizeof(Slot));
@@ -296,14 +322,16 @@ void __CFDictionary::EnterAll(Slot* index) const {
 
 // `index` has slotMask + 1 slots.
 void __CFDictionary::Enter(Slot* index, UInt32 hash, UInt32 place) const {
+  assert(place < capacity && pairs[place].key != nullptr);
   UInt32 i = hash & slotMask;
   while (index[i].place != 0) i = (i + 1) & slotMask;
   index[i] = {hash, place + 1};
 }
 
-// Frees the slot of a pair and moves those behind it up, so that no search stops short of them.
+// Frees the slot of a pair and moves those after it up, so that no search ends before them.
 void __CFDictionary::Leave(UInt32 place) {
   Slot* const index = slots.load(std::memory_order_relaxed);
+  assert(index != nullptr && pairs[place].key != nullptr);
   UInt32 hole = HashOf(pairs[place].key) & slotMask;
   while (index[hole].place != place + 1) hole = (hole + 1) & slotMask;
   for (UInt32 i = (hole + 1) & slotMask; index[i].place != 0; i = (i + 1) & slotMask) {
@@ -317,13 +345,15 @@ void __CFDictionary::Leave(UInt32 place) {
 
 // ---- Changing ----
 
-// Closes the holes, which changes the places of the pairs behind them.
+// Removes the holes, which changes the places of the pairs after them.
 void __CFDictionary::Pack() {
+  assert(walkers.load(std::memory_order_relaxed) == 0);
   UInt32 kept = 0;
   for (UInt32 i = 0; i < used; ++i) {
     if (pairs[i].key != nullptr) pairs[kept++] = pairs[i];
   }
   used = kept;
+  assert(used == count);
   Slot* const index = slots.load(std::memory_order_relaxed);
   if (index == nullptr) return;
   std::memset(index, 0, (size_t{slotMask} + 1) * sizeof(Slot));
@@ -364,8 +394,9 @@ bool __CFDictionary::Set(const void* key, const void* value) {
   return false;
 }
 
-// Takes a pair out, with its references, before anybody is told about it.
+// Takes a pair out of the dictionary; the caller releases its references.
 HostPair __CFDictionary::Detach(UInt32 place) {
+  assert(place < used && pairs[place].key != nullptr);
   if (HasIndex()) Leave(place);
   const HostPair pair = std::exchange(pairs[place], HostPair{});
   --count;

@@ -1,4 +1,5 @@
 #include <bit>
+#include <cassert>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -34,12 +35,26 @@ struct FreeDelete {
   void operator()(void* block) const { std::free(block); }
 };
 
-// BinaryReader follows the references from the root on. A leaf is made once, when it is first met,
-// and shared by all who refer to it; a container is made anew for each. Leaves are known as long as
-// the list that is being made holds them. Where a key comes twice, its dictionary lets go of some:
-// then everything is read once more, with references to what is known. Every number of the file is
-// held against the bytes there are before it is used. A function that reads something returns false
-// when it is not as it should be; the error is then in place.
+// BinaryReader follows the references from the root on, depth first, with a list of open containers
+// instead of recursion. Steps:
+//
+//   ReadTrailer    checks the trailer against the size of the file; everything after relies on
+//                  table, objectCount, offsetSize and refSize being inside it
+//   AddReference   looks the object up in `known`; AddObject reads one that is not there
+//   ReadItems      adds items of the innermost container until another one is opened, or closes it
+//
+// `known[i]` is null (not read, or a container that is closed), OpenMark (a container that is open:
+// a reference to it is a cycle, and an error), or a leaf. A leaf is made once and shared by all
+// that refer to it; a container is made again for each reference, so the result is a tree. The
+// builder's limit bounds what shared references can make.
+//
+// `known` holds no references: the unfinished list keeps the leaves alive. That fails in one case:
+// a dictionary with a repeated key releases a value, so a known leaf may be gone. Then the file is
+// read a second time with `retains` set, where the table holds references (rare files pay, others
+// do not).
+//
+// Every number of the file is compared with the bytes that are there before it is used. A function
+// that reads something returns false if it is malformed; the error is then in place.
 class BinaryReader {
  public:
   BinaryReader(const UInt8* bytes, size_t count, const HostPlistRequest& request, bool retains,
@@ -291,11 +306,12 @@ bool BinaryReader::FailUnknown(const Head& head) {
 }
 
 BinaryReader::Added BinaryReader::FailKey(size_t referrer) {
-  Fail(referrer, "a key of a dictionary is no string");
+  Fail(referrer, "a dictionary key is not a string");
   return Added::kNothing;
 }
 
 bool BinaryReader::OpenContainer(size_t index, const Head& head) {
+  assert(known[index] == nullptr && frames.size() == builder.Depth());
   const bool isDictionary = head.marker == kHostPlistDict;
   if (!Fits(head, uint64_t{head.count} * refSize * (isDictionary ? 2 : 1))) return false;
   const auto kind =
@@ -310,6 +326,7 @@ bool BinaryReader::OpenContainer(size_t index, const Head& head) {
 BinaryReader::Added BinaryReader::AddObject(size_t index, bool asKey, size_t referrer) {
   constexpr Added kNothing = Added::kNothing;
   const size_t entry = table + index * offsetSize;
+  assert(index < objectCount);  // checked by AddReference, and by ReadTrailer for the root
   const uint64_t position = LoadBig(bytes + entry, offsetSize);
   if (position < kHostPlistMagicSize || position >= table) {
     return Fail(entry, "this position lies outside of the objects"), kNothing;
@@ -365,6 +382,7 @@ bool BinaryReader::ReadItems() {
     frames[depth - 1].next = item + 1;
     return true;
   }
+  assert(frames.size() == depth && known[frame.index] == OpenMark());
   known[frame.index] = nullptr;
   frames.pop_back();
   return builder.Close() || FailBuilding(frame.refs);
@@ -381,6 +399,7 @@ CFPropertyListRef BinaryReader::Read(bool* again) {
     *again = builder.HasDropped() && !retains;
     if (*again) return nullptr;
   }
+  assert(builder.HasRoot());
   return builder.TakeRoot();
 }
 

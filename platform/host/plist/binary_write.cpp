@@ -1,4 +1,5 @@
 #include <bit>
+#include <cassert>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -65,8 +66,8 @@ Scalar ScalarOf(const HostCFObject& object) {
           static_cast<UInt64>(value)};
 }
 
-// LeafTable finds the number under which an equal leaf is written already. Open addressing with
-// linear probing; twice as large whenever it is half full.
+// LeafTable finds the number under which an equal leaf is already written. Open addressing with
+// linear probing; it doubles when it is half full, so a search always meets a free slot.
 class LeafTable {
  public:
   LeafTable() : slots(256) {}
@@ -143,8 +144,18 @@ UInt32 LeafTable::Find(const HostCFObject& leaf, UInt32 next,
   return next;
 }
 
-// BinaryWriter numbers all objects first, the root being 0, then writes them in that order: the
-// size of a reference depends on how many there are.
+// BinaryWriter goes over the list once and over its table of objects once:
+//
+//   Number       walks the list and gives each container, and each leaf that is not yet in
+//                LeafTable, the next number; the root is 0. The numbers of a container's items
+//                wait in `pending` until it closes, and then move to `references`, keys before
+//                values, because a container that is inside comes in between.
+//   Write        writes the objects in the order of their numbers and notes where each begins, then
+//                the table of positions and the trailer.
+//
+// The first pass is needed because the size of a reference depends on the number of objects. Equal
+// leaves are written once, where equal means that their bytes would be: 1 and 1.0 are two, and so
+// are 0.0 and -0.0. There are at most 2^31 - 1 objects and as many references.
 class BinaryWriter {
  public:
   explicit BinaryWriter(HostPlistSink& sink) : out(sink) {
@@ -209,12 +220,14 @@ bool BinaryWriter::NumberLeaf(const HostCFObject* leaf) {
 
 // Keys and values were met in turn; the keys are written first.
 void BinaryWriter::CloseContainer(const HostCFObject* container) {
+  assert(!starts.empty() && starts.size() == opened.size());
   const size_t start = starts.back();
   firstReference[opened.back()] = references.size();
   if (container->TypeID() == kHostTypeArray) {
     references.insert(references.end(), pending.begin() + static_cast<ptrdiff_t>(start),
                       pending.end());
   } else {
+    assert((pending.size() - start) % 2 == 0);
     const size_t count = (pending.size() - start) / 2;
     const size_t first = references.size();
     references.resize(first + 2 * count);
@@ -252,6 +265,8 @@ bool BinaryWriter::Number(CFPropertyListRef list) {
   while (walk.Next() && NumberStep(walk)) {
   }
   if (walk.Fault() != nullptr) problem = walk.Fault();
+  assert(problem != nullptr || (opened.empty() && pending.size() == 1));
+  assert(objects.size() == firstReference.size());
   refSize = WidthOf(objects.size(), true);
   return problem == nullptr;
 }

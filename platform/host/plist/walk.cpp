@@ -1,11 +1,26 @@
 #include "platform/host/plist/walk.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 
 #include "platform/host/base/byte_order.h"
 #include "platform/host/objects/cf_array.h"
 #include "platform/host/plist/codec.h"
+
+// How the walk goes.
+//
+// One step of Next visits one object. Open containers are frames in a list, so nothing recurses. A
+// frame counts the places of its container; in a dictionary some of these are holes. The depth
+// limit is also what ends the walk of a container that contains itself.
+//
+// Sorted dictionaries: on entering one, its pairs are copied to the end of `sorted` and sorted
+// there; on leaving it, they are cut off again. So `sorted` holds the pairs of all open
+// dictionaries, the innermost last, and a frame remembers where its own begin. Keys are compared by
+// 64-bit prefixes first (KeyOrder), because the strings lie all over the memory and most keys
+// differ early.
+//
+// Most of the time goes into waiting for memory. The prefetches ask for what the next steps need.
 
 namespace {
 
@@ -165,7 +180,7 @@ bool HostPlistWalk::Sort(const HostCFDictionary& dictionary) {
     if (pairs.end() - &pair > kAhead) __builtin_prefetch((&pair)[kAhead].key);
     if (pair.key == nullptr) continue;
     const auto* text = HostCast<HostCFString>(pair.key);
-    if (text == nullptr) return Fail("a key of a dictionary is no string");
+    if (text == nullptr) return Fail("a dictionary key is not a string");
     anyWide |= text->Latin1() == nullptr;
     next++->pair = pair;
   }
@@ -174,6 +189,7 @@ bool HostPlistWalk::Sort(const HostCFDictionary& dictionary) {
 }
 
 bool HostPlistWalk::Enter(const HostCFObject* container) {
+  assert(frames.size() <= kHostPlistDepth);
   if (frames.size() == kHostPlistDepth) {
     return Fail("containers nest more than 512 levels deep, or one contains itself");
   }
@@ -264,9 +280,10 @@ bool HostPlistWalk::Next() {
     const auto* array = static_cast<const HostCFArray*>(frame.container);
     if (frame.next < frame.end) return Visit(array->Values()[frame.next++]);
   } else if (NextPair(frame)) {
-    return key != nullptr ? Visit(object) : Fail("a key of a dictionary is no string");
+    return key != nullptr ? Visit(object) : Fail("a dictionary key is not a string");
   }
   object = frame.container;
+  assert(frame.next == frame.end && frame.firstPair <= sorted.size());
   sorted.resize(frame.firstPair);
   frames.pop_back();
   level = frames.size();

@@ -1,5 +1,8 @@
+#include "platform/host/preferences/commit.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <cassert>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -16,7 +19,24 @@
 #include "platform/host/objects/cf_date.h"
 #include "platform/host/plist/codec.h"
 #include "platform/host/plist/walk.h"
-#include "platform/host/preferences/disk.h"
+
+// How a commit goes.
+//
+//   1. Follow the links to the file itself and open its folder, which is created if it is missing.
+//      From here on files are named relative to that folder, so renaming it does no harm.
+//   2. Lock byte 0 of .ID.plist.lock. If the lock file was replaced meanwhile, start again with the
+//      new one: a removed file guards nothing.
+//   3. Read the file again and apply this process's changes to it. If nothing differs, end here.
+//   4. Write .ID.plist.new with the old file's owner and mode, and sync it.
+//   5. Rename it over the file, and sync the folder.
+//
+// A process that dies at any point leaves the old or the new file. The lock ends with the process;
+// the next commit removes the .new file, which only the owner of the lock may create.
+//
+// Limits: 30 s for the lock (the wait polls, because a lock of a stopped process never ends), 40
+// links, 100 replaced lock files. The lock file is never removed, since whoever waits for it has it
+// open. Order of locks: HostPreferencesFile::committing, then the lock file; the descriptor table's
+// lock is held only while the lock file is opened.
 
 constinit HostCFString gHostRemovedPreference{"(removed)"};
 
@@ -26,7 +46,7 @@ constexpr int64_t kMaxLockWait = 30 * kHostSecond;
 constexpr int kMaxLinks = 40;
 constexpr int kMaxAttempts = 100;  // at a lock that others remove
 
-// Where the file is, behind its links, and how new things beside it are to look.
+// Where the file is, after its links, and what its folder is like.
 struct Target {
   std::string folder;
   std::string file;
@@ -43,12 +63,13 @@ std::string Failure(const char* what, const std::string& path) {
   return std::string("preferences ") + path + " not written: " + what + ": " + strerror(errno);
 }
 
-// False with errno when it cannot be told where the links lead: they must not be replaced.
+// Replaces `*path` by the path that its links lead to. Returns false with errno if that cannot be
+// found out; the links must not be replaced then.
 bool FollowLinks(std::string* path) {
   for (int i = 0; i < kMaxLinks; i++) {
     char next[4096];
     const ssize_t length = readlink(path->c_str(), next, sizeof next);
-    // Not a link, or nothing there.
+    // It is not a link, or it does not exist.
     if (length < 0) return errno == EINVAL || errno == ENOENT || errno == ENOTDIR;
     if (length == 0 || length == sizeof next) return errno = ENAMETOOLONG, false;
     const std::string link(next, static_cast<size_t>(length));
@@ -57,7 +78,7 @@ bool FollowLinks(std::string* path) {
   return errno = ELOOP, false;
 }
 
-// Waits for the disk. Some file systems cannot, for folders: then there is nothing to wait for.
+// Waits for the disk. Some file systems cannot sync folders; their error is ignored.
 bool Sync(int fd, bool isFolder) {
   while (fsync(fd) != 0) {
     if (isFolder && errno == EINVAL) return true;
@@ -136,7 +157,7 @@ bool FindTarget(const HostPreferencesPlace& place, Target* target, std::string* 
   return true;
 }
 
-// The lock of a file, held by one process at a time, and by this object until its end.
+// The lock of a file. One process at a time holds it, until this object is destroyed.
 class CommitLock {
  public:
   CommitLock() = default;
@@ -153,7 +174,7 @@ class CommitLock {
     const int64_t end = HostDeadlineAfter(HostNow(), kMaxLockWait);
     for (int attempt = 0; attempt < kMaxAttempts; attempt++) {
       fd = Open(target, name.c_str());
-      if (fd < 0 && errno == EEXIST) continue;  // made by another at this moment
+      if (fd < 0 && errno == EEXIST) continue;  // another process created it at this moment
       if (fd < 0) return *problem = Failure("cannot open the lock file", target.Path()), false;
       if (!Wait(end)) return *problem = Failure("waiting for its lock", target.Path()), false;
       // A file that was removed between opening and locking guards nothing.
@@ -176,7 +197,7 @@ class CommitLock {
     return opening.Enter(lock, HostDescriptorKind::kNameFile);
   }
 
-  // Asks again and again, because waiting in the kernel has no end when the owner is stopped.
+  // Polls, because waiting in the kernel would never end if the owner is stopped.
   bool Wait(int64_t end) {
     auto pause = std::chrono::microseconds(200);
     while (!HostTryLockByte(fd, 0)) {
@@ -191,7 +212,8 @@ class CommitLock {
   int fd = -1;
 };
 
-// A copy of `old` (may be null) with the changes; `*differs` tells whether they change anything.
+// Returns a copy of `old` (which may be null) with the changes, or null without memory. `*differs`
+// tells whether they change anything.
 HostRetained<HostCFDictionary> Merge(const HostCFDictionary* old, const HostCFDictionary& changes,
                                      bool* differs) {
   *differs = false;
@@ -225,7 +247,7 @@ class VectorSink final : public HostPlistSink {
   std::vector<UInt8> bytes;
 };
 
-// XML has whole seconds only.
+// XML has no fractions of a second.
 bool HasFractionOfSecond(CFPropertyListRef list) {
   HostPlistWalk walk(list, HostPlistWalk::Order::kStored);
   while (walk.Next()) {
@@ -260,7 +282,7 @@ bool WriteAll(int fd, const std::vector<UInt8>& bytes) {
   return true;
 }
 
-// The new file, beside the one that it replaces. Only whoever holds the lock makes one.
+// The new file, beside the one that it replaces. Only the owner of the lock creates one.
 class NewFile {
  public:
   explicit NewFile(const Target& target) : target(target), name("." + target.file + ".new") {}
@@ -270,7 +292,7 @@ class NewFile {
   NewFile(const NewFile&) = delete;
   NewFile& operator=(const NewFile&) = delete;
 
-  // Each step tells on failure what it was about.
+  // Make, Fill and PutInPlace in this order. Each returns false with the reason in `*problem`.
   bool Make(const HostFileStamp& old, std::string* problem) {
     constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
     const int directory = target.directory.Get();
@@ -279,18 +301,20 @@ class NewFile {
       fd = OpenAt(directory, name.c_str(), kFlags, 0600);  // its writer died
     }
     file = HostOpenFile(fd);
+    assert(!isMade);
     isMade = file.IsOpen();
-    if (!isMade) return Fail("making a new file", problem);
+    if (!isMade) return Fail("cannot create a new file", problem);
     return TakeAfter(old) || Fail("cannot keep its owner and mode", problem);
   }
 
   bool Fill(const std::vector<UInt8>& bytes, std::string* problem) {
-    if (!WriteAll(file.Get(), bytes)) return Fail("writing", problem);
+    if (!WriteAll(file.Get(), bytes)) return Fail("cannot write", problem);
     return Sync(file.Get(), false) || Fail("bringing it to the disk", problem);
   }
 
   bool PutInPlace(std::string* problem) {
     const int directory = target.directory.Get();
+    assert(isMade);
     if (renameat(directory, name.c_str(), directory, target.file.c_str()) != 0) {
       return Fail("renaming", problem);
     }

@@ -5,26 +5,27 @@
 
 struct __CFString;
 
-// Where preferences come from, and why a file is not used: for tools, benchmarks and tests only.
-// Any thread.
+// Tells where preferences come from and why a file is not used. For tools, benchmarks and tests
+// only. Any thread.
 
-// One of the files in which the preferences of an application are looked up.
+// One of the files in which the preferences of an application are searched.
 struct HostPreferencesSource {
   std::string path;
   bool isForAnyUser = false;  // else the current user's
   bool isForThisHost = false;
   bool isForAnyApplication = false;
   bool exists = false;
-  bool hasValue = false;  // under the key that was asked for, also when it is not written yet
-  std::string problem;    // one line, why the file is not used; "" when it is, or does not exist
+  bool hasValue = false;  // for the given key, even if it is not yet written
+  std::string problem;    // one line: why the file is not used; "" if it is, or does not exist
 };
 
-// Those files, the strongest first: the first one that has a value is where the application's value
-// comes from. `key` may be null: no values then. Empty when the identifier can have no files.
+// Returns those files in the order in which they are searched: the application's value comes from
+// the first that has one. With a null `key`, no file has a value. Empty if the identifier can have
+// no files.
 std::vector<HostPreferencesSource> HostPreferencesSources(const __CFString* application,
                                                           const __CFString* key);
 
-// Why one domain has no values or was not written by the last synchronising of this process, in one
-// line; "" when nothing is wrong with it.
+// Returns, in one line, why a domain has no values or why this process could not write it the last
+// time, or "" if nothing is wrong with it.
 std::string HostPreferencesProblem(const __CFString* application, const __CFString* user,
                                    const __CFString* host);

@@ -4,20 +4,23 @@
 
 #include <string>
 
-// Which file has the preferences of an application, a user scope and a host scope:
+// Finds the file that holds the preferences of an application for a user scope and a host scope.
+// This room is the store behind the CFPreferences functions: place.h names a file, read.h reads it,
+// commit.h changes it, store.h keeps what this process knows of it.
 //
 //   current user, any host      $XDG_CONFIG_HOME/veltrane/preferences/ID.plist
 //   current user, current host  $XDG_CONFIG_HOME/veltrane/preferences/ByHost/ID.plist
 //   any user, on either host    D/veltrane/preferences/ID.plist, D the first of $XDG_CONFIG_DIRS
 //
-// $XDG_CONFIG_HOME is .config in the home folder and $XDG_CONFIG_DIRS is /etc/xdg where they are
-// not set; paths that are not absolute do not count. ID is .GlobalPreferences for any application.
+// Without $XDG_CONFIG_HOME, .config in the home folder is used; without $XDG_CONFIG_DIRS, /etc/xdg.
+// Relative paths in them are ignored. For any application, ID is .GlobalPreferences.
 
 struct HostPreferencesPlace {
-  std::string path;       // "" when there can be no file
-  bool isShared = false;  // by all users
+  std::string path;       // "" if there can be no such file
+  bool isShared = false;  // for all users
 };
 
-// Never fails: what no file can stand for has an empty path. Any thread.
+// Returns an empty path if no file can hold these preferences. Any thread that does not race with
+// changes of the environment.
 HostPreferencesPlace HostFindPreferencesPlace(CFStringRef application, CFStringRef user,
                                               CFStringRef host);

@@ -1,3 +1,5 @@
+#include "platform/host/preferences/read.h"
+
 #include <fcntl.h>
 #include <linux/capability.h>
 #include <sys/stat.h>
@@ -14,7 +16,6 @@
 #include "platform/host/objects/cf_number.h"
 #include "platform/host/plist/codec.h"
 #include "platform/host/plist/walk.h"
-#include "platform/host/preferences/disk.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 
 #include "platform/host/preferences/store.h"
 
-// The domains in which an application's preferences are looked up, the strongest first. Any thread.
+// The domains in which an application's preferences are searched. Any thread.
 
-// The four domains of one kind of user that hold an application's values, the strongest first.
+// The four domains of one user scope, in the order in which they are searched.
 struct HostPreferencesDomainKind {
   bool isForAnyApplication;
   CFStringRef const* host;
@@ -19,8 +19,8 @@ inline const HostPreferencesDomainKind kHostPreferencesDomainKinds[] = {
 inline CFStringRef const* const kHostPreferencesUsers[] = {&kCFPreferencesCurrentUser,
                                                            &kCFPreferencesAnyUser};
 
-// Calls `visit` for each domain that holds an application's values, in the order in which they are
-// searched, until it says true.
+// Calls `visit` for each domain of an application, in the order in which they are searched, until
+// it returns true.
 template <class Visit>
 void HostVisitPreferencesDomains(CFStringRef application, Visit visit) {
   for (CFStringRef const* user : kHostPreferencesUsers) {
@@ -31,7 +31,7 @@ void HostVisitPreferencesDomains(CFStringRef application, Visit visit) {
   }
 }
 
-// The file of one domain; null for a domain that can have no file. Never freed.
+// Returns the file of one domain, or null if it can have no file. Never destroyed.
 inline HostPreferencesFile* HostFindPreferencesFile(CFStringRef application, CFStringRef user,
                                                     CFStringRef host) {
   const HostPreferencesPlace place = HostFindPreferencesPlace(application, user, host);

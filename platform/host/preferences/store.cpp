@@ -3,11 +3,33 @@
 #include <syslog.h>
 
 #include <algorithm>
+#include <cassert>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "platform/host/objects/cf_number.h"
+#include "platform/host/preferences/commit.h"
+
+// How values are found and kept.
+//
+// A file has two layers: `content`, what it said when it was last read, and `changes`, what was set
+// here and not yet written. A change hides the file's value until Synchronize has written it.
+//
+// Refresh keeps `content` while the file's stamp is the same and the content is settled (see
+// read.h), else the file is read again:
+//   read or absent     the new content replaces the old one
+//   refused            no values: the file is not trusted, or is malformed
+//   passing refusal    the old values stay, and the next read tries again
+//
+// Callers may keep a reference to every value that they read, for ever. Each value is therefore one
+// object for as long as anybody holds it: Adopt keeps the old object of a value that has not
+// changed, and `former` keeps those that left the file while somebody held them.
+//
+// Synchronize copies the changes, writes them without `mutex`, and removes from `changes` only what
+// still is as it was copied: a value that was set meanwhile waits for the next call. Order of
+// locks: `committing`, the file's lock on disk, `mutex`; sFilesMutex is never held together with
+// them.
 
 namespace {
 
@@ -20,7 +42,7 @@ HostRetained<HostCFDictionary> NewTable() {
       kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
 }
 
-// Also the stored width of a number, which callers can see.
+// Whether callers see no difference: the stored width of a number counts, too.
 bool IsInterchangeable(CFTypeRef a, CFTypeRef b) {
   if (!HostIsSamePreference(a, b)) return false;
   const auto* number = HostCast<HostCFNumber>(a);
@@ -28,7 +50,7 @@ bool IsInterchangeable(CFTypeRef a, CFTypeRef b) {
          CFNumberGetType(number) == CFNumberGetType(static_cast<CFNumberRef>(b));
 }
 
-// Former values that are equal as numbers, such as both zeros or 1 and 1.0, stand side by side.
+// A table in which values that are equal as numbers, such as both zeros or 1 and 1.0, are apart.
 HostRetained<HostCFDictionary> NewFormerTable() {
   CFDictionaryKeyCallBacks keys = kCFTypeDictionaryKeyCallBacks;
   keys.equal = [](const void* a, const void* b) -> Boolean { return IsInterchangeable(a, b); };
@@ -36,7 +58,7 @@ HostRetained<HostCFDictionary> NewFormerTable() {
       CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &keys, &kCFTypeDictionaryValueCallBacks));
 }
 
-// A copy that nobody can change, null for what cannot stand in a file under this key.
+// Returns an immutable copy, or null if no file can hold the value under this key.
 CFPropertyListRef CopyForFile(CFStringRef key, CFPropertyListRef value) {
   const CFPropertyListRef copy =
       CFPropertyListCreateDeepCopy(kCFAllocatorDefault, value, kCFPropertyListImmutable);
@@ -95,7 +117,7 @@ void HostPreferencesFile::Refresh() {
   Adopt(HostReadPreferences(place.path, place.path));
 }
 
-// Values that have not changed stay the objects that they were.
+// Takes over what was read. Values that have not changed stay the same objects.
 void HostPreferencesFile::Adopt(HostPreferencesContent fresh) {
   if (fresh.isPassing && content.stamp.reader == fresh.stamp.reader) {
     // What was read before is a better answer than nothing: a program that finds nothing may commit
@@ -127,7 +149,8 @@ void HostPreferencesFile::Adopt(HostPreferencesContent fresh) {
   LogOnce(content.problem, &lastRefusal);
 }
 
-// The object to keep for `value` under `key`: the one that is there already, or was, else itself.
+// Returns the object to keep for `value` under `key`: the present or a former one with that value,
+// or `value` itself. Borrowed.
 CFTypeRef HostPreferencesFile::KnownValue(CFStringRef key, CFTypeRef value) const {
   const HostPair* const found = content.values ? content.values->Find(key) : nullptr;
   if (found != nullptr && IsInterchangeable(found->value, value)) return found->value;
@@ -180,7 +203,7 @@ void HostPreferencesFile::Set(CFStringRef key, CFPropertyListRef value) {
   if (copy != nullptr) CFRelease(copy);
 }
 
-// `*taken` is a copy of the changes, null when there are none. False without memory.
+// Stores a copy of the changes, or null if there are none. Returns false without memory.
 bool HostPreferencesFile::TakeChanges(HostRetained<HostCFDictionary>* taken, bool* wasRefused) {
   const std::lock_guard<std::mutex> lock(mutex);
   *wasRefused = std::exchange(wasValueRefused, false);
@@ -190,8 +213,9 @@ bool HostPreferencesFile::TakeChanges(HostRetained<HostCFDictionary>* taken, boo
   return static_cast<bool>(*taken);
 }
 
-// What was set anew while the disk was written waits for the next time.
+// A value that was set while the file was written stays in `changes`.
 void HostPreferencesFile::Finish(const HostCFDictionary& written, HostPreferencesContent fresh) {
+  assert(changes && fresh.state != State::kRefused);
   for (const HostPair& pair : written.Pairs()) {
     if (pair.key == nullptr) continue;
     const HostPair* const change = changes->Find(pair.key);

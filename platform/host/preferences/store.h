@@ -5,19 +5,20 @@
 #include <mutex>
 #include <string>
 
-#include "platform/host/preferences/disk.h"
+#include "platform/host/preferences/place.h"
+#include "platform/host/preferences/read.h"
 
-// The preferences of this process: what the files say, as far as they were asked for, and what was
-// set here and not written yet. Any thread.
+// The preferences of this process: a cache of the files that were read, and the values that were
+// set here and not yet written.
 
-// Values that were handed out and are no longer in the file. Readers may leave their reference
-// behind; when a value comes back, the old object is handed out again, so memory grows with the
-// number of different values and not with the number of changes. Guarded by its owner.
+// Values that were handed out and are no longer in the file. Callers may never release what they
+// got; when a value comes back, the old object is handed out again, so memory grows with the number
+// of different values and not with the number of changes. The owner's mutex guards it.
 class HostFormerPreferences {
  public:
-  // The object to keep for `value`: a former one of the same value and type, else itself. Borrowed.
+  // Returns a former object with the same value and type, or `value` itself. Borrowed.
   CFTypeRef Find(CFTypeRef value) const;
-  // Keeps `value` when somebody besides its holder has a reference.
+  // Keeps `value` if anybody besides its present holder has a reference to it.
   void Keep(CFTypeRef value);
 
  private:
@@ -26,30 +27,31 @@ class HostFormerPreferences {
   void Prune();
 
   HostRetained<HostCFDictionary> values;  // each its own key, also by type; made when needed
-  size_t limit = kFewest;                 // when to look for those that nobody has any more
+  size_t limit = kFewest;                 // at this many, values that nobody else holds are dropped
 };
 
-// One file and the changes to it. Never destroyed.
+// One file and the changes to it. Any thread. Never destroyed. See store.cpp for its states.
 class HostPreferencesFile {
  public:
   explicit HostPreferencesFile(const HostPreferencesPlace& where) : place(where) {}
 
-  // The file at `place`, which has a path.
+  // Returns the object for `place`, which must have a path.
   static HostPreferencesFile& At(const HostPreferencesPlace& place);
 
-  // Retained for the caller; null when absent. One question to the kernel when the file has not
-  // changed, none when the key has been set here.
+  // Returns the value, retained for the caller, or null if there is none. Makes one stat call if
+  // the file has not changed, and no call if the key was set here.
   CFTypeRef CopyValue(CFStringRef key);
-  // All entries, changes included; retained for the caller, null without memory. The dictionary is
-  // nobody else's.
+  // Returns a new dictionary of all entries, changes included, or null without memory.
   HostRetained<HostCFDictionary> CopyAll();
-  // `value` null removes.
+  // Sets a value, or removes the key if `value` is null. A value that no file can hold is refused:
+  // the next Synchronize then returns false.
   void Set(CFStringRef key, CFPropertyListRef value);
+  // Writes what was set. Returns false if that failed; the values stay set.
   bool Synchronize();
 
-  // For people: why the file is not used, "" when it is or is absent; and whether it is there.
+  // For people: the reason why the file is not used, or "" if it is used or does not exist.
   std::string Problem(bool* isThere);
-  std::string Failure();  // of the last synchronising; "" when it succeeded
+  std::string Failure();  // the reason why the last Synchronize failed, or ""
 
  private:
   void Refresh();
@@ -60,13 +62,13 @@ class HostPreferencesFile {
   static void LogOnce(const std::string& problem, std::string* last);
 
   const HostPreferencesPlace place;
-  std::mutex committing;  // taken before `mutex`; held while the disk is written
-  std::mutex mutex;       // of all below; never held while another process is waited for
+  std::mutex committing;  // locked before `mutex`, and while the file is written
+  std::mutex mutex;       // guards all below; never locked while waiting for another process
   bool wasRead = false;
-  bool wasValueRefused = false;  // since the last synchronising
+  bool wasValueRefused = false;  // since the last Synchronize
   HostPreferencesContent content;
   HostRetained<HostCFDictionary> changes;  // key -> value or gHostRemovedPreference; null: none
   HostFormerPreferences former;
-  std::string lastRefusal;  // that the log has
-  std::string lastFailure;  // of synchronising; the log has it, here or as a refusal
+  std::string lastRefusal;  // already logged
+  std::string lastFailure;  // of Synchronize; already logged, here or as a refusal
 };

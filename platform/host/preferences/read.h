@@ -6,15 +6,8 @@
 #include <string>
 
 #include "platform/host/objects/cf_dictionary.h"
-#include "platform/host/objects/cf_string.h"
-#include "platform/host/preferences/place.h"
 
-// Preferences files: reading one, and changing some of its keys so that no other process's are
-// lost. No state; any thread. Paths are followed through symbolic links.
-//
-// On disk, besides ID.plist: .ID.plist.lock, empty, whose byte 0 is locked while somebody writes
-// and which stays; and .ID.plist.new, the file that is being written, which whoever holds the lock
-// next removes if its writer died. Both stand beside the file itself, behind its links.
+// Reading a preferences file, and comparing its values. No state; any thread.
 
 inline constexpr off_t kHostMaxPreferencesBytes = off_t{64} << 20;
 
@@ -55,23 +48,11 @@ struct HostPreferencesContent {
   bool isSettled = false;
 };
 
-// What the file at `path` says now, if it can be trusted. `name` is the path by which it is known,
-// perhaps a symbolic link to `path`: it appears in a problem, and its folder's owner is the user
-// for whom a privileged program may read the file.
+// Returns what the file at `path` says now, if it can be trusted. `name` is the path by which it is
+// known, perhaps a symbolic link to `path`: it appears in a problem, and its folder's owner is the
+// user for whom a privileged program may read the file.
 HostPreferencesContent HostReadPreferences(const std::string& path, const std::string& name);
 
-// Whether a file that has one of two values need not be changed to have the other: the same
-// content, bit for bit: 1 is not 1.0, and 0.0 is not -0.0.
+// Returns whether two values have the same content bit for bit, so that a file with one of them
+// need not be changed to hold the other: 1 is not 1.0, and 0.0 is not -0.0.
 bool HostIsSamePreference(CFTypeRef a, CFTypeRef b);
-
-// What stands for "remove this key" in changes.
-extern HostCFString gHostRemovedPreference;
-
-// Puts `changes` (key -> value, or the above) into the file, under its lock and upon what it says
-// at that moment, and waits until the disk has it. Makes the folders that are missing.
-//
-// Result  true: `*content` is what the file says now. False: `*problem` says in one line why; the
-//         file is the old one, or, when only its folder could not be brought to the disk, the new
-//         one. A file that cannot be read is never changed.
-bool HostCommitPreferences(const HostPreferencesPlace& place, const HostCFDictionary& changes,
-                           HostPreferencesContent* content, std::string* problem);
