@@ -32,8 +32,5 @@ void HostVisitPreferencesDomains(CFStringRef application, Visit visit) {
 }
 
 // Returns the file of one domain, or null if it can have no file. Never destroyed.
-inline HostPreferencesFile* HostFindPreferencesFile(CFStringRef application, CFStringRef user,
-                                                    CFStringRef host) {
-  const HostPreferencesPlace place = HostFindPreferencesPlace(application, user, host);
-  return place.path.empty() ? nullptr : &HostPreferencesFile::At(place);
-}
+HostPreferencesFile* HostFindPreferencesFile(CFStringRef application, CFStringRef user,
+                                             CFStringRef host);

@@ -136,9 +136,9 @@ TEST(PlistBinary, RefusesFalseSizesAndPositionsWithTheirOffset) {
       {OneObject("\xA1\1"), 9, "no such object"},
       {OneObject("\xA1\0"sv), 9, "contains itself"},
       {File{{"\xA1\1", "\xD1\2\0"s, "\x50"}}.Bytes(), 12, "contains itself"},
-      {File{{"\xD1\1\1", "\x09"}}.Bytes(), 9, "no string"},
-      {File{{"\xD1\1\2", "\xA0", "\x09"}}.Bytes(), 9, "no string"},
-      {File{{"\xA2\1\2", "\x10\5", "\xD1\1\1"}}.Bytes(), 14, "no string"},  // known already
+      {File{{"\xD1\1\1", "\x09"}}.Bytes(), 9, "not a string"},
+      {File{{"\xD1\1\2", "\xA0", "\x09"}}.Bytes(), 9, "not a string"},
+      {File{{"\xA2\1\2", "\x10\5", "\xD1\1\1"}}.Bytes(), 14, "not a string"},  // known already
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::PrintToString(row.bytes) + " " + std::string(row.reason));
