@@ -5,27 +5,10 @@
 #include <new>
 #include <string>
 #include <string_view>
-#include <utility>
+
+#include "util/owned_ref.h"
 
 // The values in property lists as text, in both directions. Pure functions, any thread.
-
-// Owns the reference that a Create or Copy call gave.
-template <class Ref>
-class OwnedRef {
- public:
-  OwnedRef(Ref taken = nullptr) : ref(taken) {}
-  OwnedRef(OwnedRef&& other) noexcept : ref(std::exchange(other.ref, nullptr)) {}
-  OwnedRef& operator=(OwnedRef&& other) noexcept {
-    std::swap(ref, other.ref);
-    return *this;
-  }
-  ~OwnedRef() { CFRelease(ref); }
-
-  operator Ref() const { return ref; }  // borrowed
-
- private:
-  Ref ref;
-};
 
 // The object that a Create or Copy call with valid arguments gave. Null means that memory ran out:
 // throws std::bad_alloc, which the program reports with its own exit status.

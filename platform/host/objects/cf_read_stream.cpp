@@ -13,15 +13,14 @@
 #include "platform/host/objects/cf_url.h"
 
 // A read stream has a file or bytes in memory.
-struct __CFReadStream final : HostCFObject {
+struct __CFReadStream final : HostStream {
   static constexpr HostTypeID kClass = kHostTypeReadStream;
 
-  explicit __CFReadStream(HostCFURL* file)
-      : HostCFObject(kClass), url(HostRetained<HostCFURL>::Retaining(file)) {}
+  explicit __CFReadStream(HostCFURL* file) : HostStream(kClass, file) {}
   __CFReadStream(const UInt8* bytes, size_t count, CFAllocatorRef deallocator)
-      : HostCFObject(kClass), bytes(bytes), count(count), deallocator(deallocator) {}
+      : HostStream(kClass, nullptr), bytes(bytes), count(count), deallocator(deallocator) {}
   void LastRelease() override {
-    state.Close();
+    Close();
     CFAllocatorDeallocate(deallocator, const_cast<UInt8*>(bytes));
     delete this;
   }
@@ -30,11 +29,9 @@ struct __CFReadStream final : HostCFObject {
   // comes.
   SInt64 Read(UInt8* buffer, size_t size);
   const UInt8* TakeFromMemory(size_t size);
-  // How many bytes to be ready for: what the file has left, a guess for what is no plain file.
+  // How many bytes to expect: what a regular file has left, a guess for any other.
   size_t ExpectedRest() const;
 
-  HostStreamState state;
-  const HostRetained<HostCFURL> url;
   const UInt8* const bytes = nullptr;
   const size_t count = 0;
   size_t position = 0;
@@ -44,7 +41,7 @@ struct __CFReadStream final : HostCFObject {
 const UInt8* __CFReadStream::TakeFromMemory(size_t size) {
   const UInt8* taken = bytes + position;
   position += size;
-  if (position == count) state.status = kCFStreamStatusAtEnd;
+  if (position == count) status = kCFStreamStatusAtEnd;
   return taken;
 }
 
@@ -57,37 +54,37 @@ SInt64 __CFReadStream::Read(UInt8* buffer, size_t size) {
   }
   ssize_t got;
   do {
-    got = read(state.fd, buffer, size);
+    got = read(fd, buffer, size);
   } while (got < 0 && errno == EINTR);
-  if (got < 0) state.Fail();
-  if (got == 0) state.status = kCFStreamStatusAtEnd;
+  if (got < 0) Fail();
+  if (got == 0) status = kCFStreamStatusAtEnd;
   return got;
 }
 
 size_t __CFReadStream::ExpectedRest() const {
   constexpr size_t kGuess = 16384;
   struct stat info = {};
-  const off_t at = lseek(state.fd, 0, SEEK_CUR);
-  if (fstat(state.fd, &info) != 0 || !S_ISREG(info.st_mode) || at < 0) return kGuess;
-  // Some files, those of /proc for one, say 0 and have more.
+  const off_t at = lseek(fd, 0, SEEK_CUR);
+  if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || at < 0) return kGuess;
+  // Some files, such as those of /proc, have size 0 and more bytes.
   return info.st_size > at ? static_cast<size_t>(std::min<off_t>(info.st_size - at, INT32_MAX))
                            : kGuess;
 }
 
 namespace {
 
-// Reads a file until `wanted` bytes are there or it ends, into a block that grows when the file was
-// longer than it said.
+// Reads a file until `wanted` bytes are there or it ends, into a block that grows if the file is
+// longer than its size says.
 HostStreamRead ReadFile(__CFReadStream& stream, size_t wanted, HostStreamRest& rest) {
   size_t room = 0;
-  while (rest.count < wanted && stream.state.status == kCFStreamStatusOpen) {
+  while (rest.count < wanted && stream.status == kCFStreamStatusOpen) {
     if (rest.count == room) {
       // One byte more than is expected, so that the end shows without growing.
       room = std::min(wanted, room == 0 ? stream.ExpectedRest() + 1 : room * 2);
       auto* larger = static_cast<UInt8*>(std::realloc(rest.storage.get(), room));
       if (larger == nullptr) {
         errno = ENOMEM;
-        stream.state.Fail();
+        stream.Fail();
         break;
       }
       static_cast<void>(rest.storage.release());
@@ -97,7 +94,7 @@ HostStreamRead ReadFile(__CFReadStream& stream, size_t wanted, HostStreamRest& r
     const SInt64 got = stream.Read(rest.storage.get() + rest.count, room - rest.count);
     rest.count += static_cast<size_t>(std::max<SInt64>(got, 0));
   }
-  return stream.state.IsOpen() ? HostStreamRead::kOk : HostStreamRead::kFailed;
+  return stream.IsOpen() ? HostStreamRead::kOk : HostStreamRead::kFailed;
 }
 
 }  // namespace
@@ -106,7 +103,7 @@ HostStreamRead HostReadStreamToEnd(CFReadStreamRef ref, size_t length, size_t li
                                    HostStreamRest& rest) {
   rest = HostStreamRest();
   auto* stream = HostCast<__CFReadStream>(ref);
-  if (stream == nullptr || !stream->state.IsOpen()) return HostStreamRead::kFailed;
+  if (stream == nullptr || !stream->IsOpen()) return HostStreamRead::kFailed;
   if (length > limit) return HostStreamRead::kTooLong;
   // A byte beyond the limit tells a file that ends there from a longer one.
   const size_t wanted = length != 0 ? length : limit + 1;
@@ -135,30 +132,23 @@ CFReadStreamRef CFReadStreamCreateWithBytesNoCopy(CFAllocatorRef, const UInt8* b
 
 Boolean CFReadStreamOpen(CFReadStreamRef ref) {
   auto* stream = HostCast<__CFReadStream>(ref);
-  if (stream == nullptr || stream->state.status != kCFStreamStatusNotOpen) return false;
-  if (stream->url) return stream->state.OpenFile(stream->url->Path(), O_RDONLY);
-  stream->state.status = kCFStreamStatusOpen;
-  return true;
+  return stream != nullptr && stream->Open(O_RDONLY);
 }
 
-void CFReadStreamClose(CFReadStreamRef ref) {
-  if (auto* stream = HostCast<__CFReadStream>(ref)) stream->state.Close();
-}
+void CFReadStreamClose(CFReadStreamRef ref) { HostCloseStream<__CFReadStream>(ref); }
 
 CFStreamStatus CFReadStreamGetStatus(CFReadStreamRef ref) {
-  const auto* stream = HostCast<__CFReadStream>(ref);
-  return stream != nullptr ? stream->state.status : kCFStreamStatusNotOpen;
+  return HostStatusOfStream<__CFReadStream>(ref);
 }
 
 CFStreamError CFReadStreamGetError(CFReadStreamRef ref) {
-  const auto* stream = HostCast<__CFReadStream>(ref);
-  return stream != nullptr ? stream->state.error : CFStreamError{0, 0};
+  return HostErrorOfStream<__CFReadStream>(ref);
 }
 
 CFIndex CFReadStreamRead(CFReadStreamRef ref, UInt8* buffer, CFIndex size) {
   auto* stream = HostCast<__CFReadStream>(ref);
-  if (stream == nullptr || !stream->state.IsOpen() || size < 0) return -1;
-  if (size == 0 || stream->state.status == kCFStreamStatusAtEnd) return 0;
+  if (stream == nullptr || !stream->IsOpen() || size < 0) return -1;
+  if (size == 0 || stream->status == kCFStreamStatusAtEnd) return 0;
   if (buffer == nullptr) return -1;
   return static_cast<CFIndex>(stream->Read(buffer, static_cast<size_t>(size)));
 }

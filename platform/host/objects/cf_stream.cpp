@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cassert>
 #include <cerrno>
 #include <utility>
 
@@ -20,30 +21,32 @@ constinit HostCFString gAppendToFile{"kCFStreamPropertyAppendToFile"};
 constinit const CFStringRef kCFStreamPropertyDataWritten = &gDataWritten;
 constinit const CFStringRef kCFStreamPropertyAppendToFile = &gAppendToFile;
 
-void HostStreamState::Fail() {
+void HostStream::Fail() {
   error = {kCFStreamErrorDomainPOSIX, errno};
   status = kCFStreamStatusError;
 }
 
-bool HostStreamState::OpenFile(const char* path, int flags) {
-  do {
-    fd = HostAboveStandard(open(path, flags | O_CLOEXEC | O_NOCTTY, 0666));
-  } while (fd < 0 && errno == EINTR);
-  struct stat info = {};
-  if (fd >= 0 && fstat(fd, &info) == 0 && S_ISDIR(info.st_mode)) {
-    close(std::exchange(fd, -1));
-    errno = EISDIR;
+bool HostStream::Open(int flags) {
+  if (status != kCFStreamStatusNotOpen) return false;
+  assert(fd < 0);
+  if (url) {
+    do {
+      fd = HostAboveStandard(open(url->Path(), flags | O_CLOEXEC | O_NOCTTY, 0666));
+    } while (fd < 0 && errno == EINTR);
+    struct stat info = {};
+    if (fd >= 0 && fstat(fd, &info) == 0 && S_ISDIR(info.st_mode)) {
+      close(std::exchange(fd, -1));
+      errno = EISDIR;
+    }
+    if (fd < 0) return Fail(), false;
   }
-  if (fd >= 0)
-    status = kCFStreamStatusOpen;
-  else
-    Fail();
-  return fd >= 0;
+  status = kCFStreamStatusOpen;
+  return true;
 }
 
-void HostStreamState::Close() {
+void HostStream::Close() {
   const int closed = std::exchange(fd, -1);
-  // Interrupted or not, the descriptor is gone on Linux: never again.
+  // Even if close is interrupted, the descriptor is free on Linux: never close it twice.
   const bool isWell = closed < 0 || close(closed) == 0 || errno == EINTR;
   if (!IsOpen()) return;
   if (isWell)

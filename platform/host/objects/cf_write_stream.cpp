@@ -17,13 +17,14 @@
 #include "platform/host/objects/cf_url.h"
 
 // A write stream has a file, memory of its own that grows, or the caller's.
-struct __CFWriteStream final : HostCFObject {
+struct __CFWriteStream final : HostStream {
   static constexpr HostTypeID kClass = kHostTypeWriteStream;
   enum class Kind : UInt8 { kFile, kMemory, kBuffer };
 
-  explicit __CFWriteStream(Kind kind) : HostCFObject(kClass), kind(kind) {}
+  explicit __CFWriteStream(Kind kind, HostCFURL* file = nullptr)
+      : HostStream(kClass, file), kind(kind) {}
   void LastRelease() override {
-    state.Close();
+    Close();
     delete this;
   }
 
@@ -33,8 +34,6 @@ struct __CFWriteStream final : HostCFObject {
 
   const Kind kind;
   bool isAppending = false;
-  HostStreamState state;
-  HostRetained<HostCFURL> url;
   std::vector<UInt8> written;
   UInt8* buffer = nullptr;
   size_t bufferSize = 0;
@@ -43,11 +42,11 @@ struct __CFWriteStream final : HostCFObject {
 
 bool __CFWriteStream::WriteToFile(const UInt8* bytes, size_t count) {
   while (count > 0) {
-    const ssize_t put = write(state.fd, bytes, count);
+    const ssize_t put = write(fd, bytes, count);
     if (put < 0 && errno == EINTR) continue;
     if (put == 0) errno = ENOSPC;
     if (put <= 0) {
-      state.Fail();
+      Fail();
       return false;
     }
     bytes += put;
@@ -62,7 +61,7 @@ bool __CFWriteStream::WriteToMemory(const UInt8* bytes, size_t count) try {
   return true;
 } catch (const std::bad_alloc&) {
   errno = ENOMEM;
-  state.Fail();
+  Fail();
   return false;
 }
 
@@ -85,9 +84,7 @@ CFTypeID CFWriteStreamGetTypeID(void) { return kHostTypeWriteStream; }
 
 CFWriteStreamRef CFWriteStreamCreateWithFile(CFAllocatorRef, CFURLRef file) {
   auto* url = HostCast<HostCFURL>(file);
-  auto* stream = url != nullptr ? new (std::nothrow) __CFWriteStream(Kind::kFile) : nullptr;
-  if (stream != nullptr) stream->url = HostRetained<HostCFURL>::Retaining(url);
-  return stream;
+  return url != nullptr ? new (std::nothrow) __CFWriteStream(Kind::kFile, url) : nullptr;
 }
 
 CFWriteStreamRef CFWriteStreamCreateWithAllocatedBuffers(CFAllocatorRef, CFAllocatorRef) {
@@ -105,32 +102,23 @@ CFWriteStreamRef CFWriteStreamCreateWithBuffer(CFAllocatorRef, UInt8* buffer, CF
 
 Boolean CFWriteStreamOpen(CFWriteStreamRef ref) {
   auto* stream = HostCast<__CFWriteStream>(ref);
-  if (stream == nullptr || stream->state.status != kCFStreamStatusNotOpen) return false;
-  if (stream->kind == Kind::kFile) {
-    const int mode = stream->isAppending ? O_APPEND : O_TRUNC;
-    return stream->state.OpenFile(stream->url->Path(), O_WRONLY | O_CREAT | mode);
-  }
-  stream->state.status = kCFStreamStatusOpen;
-  return true;
+  if (stream == nullptr) return false;
+  return stream->Open(O_WRONLY | O_CREAT | (stream->isAppending ? O_APPEND : O_TRUNC));
 }
 
-void CFWriteStreamClose(CFWriteStreamRef ref) {
-  if (auto* stream = HostCast<__CFWriteStream>(ref)) stream->state.Close();
-}
+void CFWriteStreamClose(CFWriteStreamRef ref) { HostCloseStream<__CFWriteStream>(ref); }
 
 CFStreamStatus CFWriteStreamGetStatus(CFWriteStreamRef ref) {
-  const auto* stream = HostCast<__CFWriteStream>(ref);
-  return stream != nullptr ? stream->state.status : kCFStreamStatusNotOpen;
+  return HostStatusOfStream<__CFWriteStream>(ref);
 }
 
 CFStreamError CFWriteStreamGetError(CFWriteStreamRef ref) {
-  const auto* stream = HostCast<__CFWriteStream>(ref);
-  return stream != nullptr ? stream->state.error : CFStreamError{0, 0};
+  return HostErrorOfStream<__CFWriteStream>(ref);
 }
 
 CFIndex CFWriteStreamWrite(CFWriteStreamRef ref, const UInt8* bytes, CFIndex count) {
   auto* stream = HostCast<__CFWriteStream>(ref);
-  if (stream == nullptr || !stream->state.IsOpen() || count < 0) return -1;
+  if (stream == nullptr || !stream->IsOpen() || count < 0) return -1;
   if (count == 0) return 0;
   if (bytes == nullptr) return -1;
   const auto size = static_cast<size_t>(count);
@@ -160,7 +148,7 @@ Boolean CFWriteStreamSetProperty(CFWriteStreamRef ref, CFStringRef property, CFT
   auto* stream = HostCast<__CFWriteStream>(ref);
   const auto* boolean = HostCast<HostCFBoolean>(value);
   if (stream == nullptr || boolean == nullptr || stream->kind != Kind::kFile ||
-      stream->state.status != kCFStreamStatusNotOpen ||
+      stream->status != kCFStreamStatusNotOpen ||
       !IsProperty(property, kCFStreamPropertyAppendToFile)) {
     return false;
   }

@@ -4,28 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <utility>
 
 #include "platform/host/objects/cf_object.h"
+#include "util/owned_ref.h"
 
 // What the tests of counted objects share.
-
-// Owns the reference that a Create or Copy call gave.
-template <class Ref>
-class OwnedRef {
- public:
-  OwnedRef(Ref taken = nullptr) : ref(taken) {}
-  OwnedRef(OwnedRef&& other) noexcept : ref(other.ref) { other.ref = nullptr; }
-  OwnedRef& operator=(OwnedRef&& other) noexcept {
-    std::swap(ref, other.ref);
-    return *this;
-  }
-  ~OwnedRef() { CFRelease(ref); }
-  operator Ref() const { return ref; }
-
- private:
-  Ref ref;
-};
 
 inline std::string TextOf(CFStringRef string) {
   char buffer[4096];
