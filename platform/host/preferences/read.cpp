@@ -216,12 +216,12 @@ HostPreferencesContent HostReadPreferences(const std::string& path, const std::s
   if (!file.IsOpen()) {
     content.stamp = HostStampOfFile(name);
     problem = SystemRefusal(reason, &content);
-  } else if (fstat(fd, &info) != 0) {
+  } else if (fstat(file.Get(), &info) != 0) {
     problem = SystemRefusal(errno, &content);
   } else {
     content.stamp = StampOf(info, name);
     content.isSettled = now > content.stamp.changed;
-    problem = ReadValues(fd, &content);
+    problem = ReadValues(file.Get(), &content);
   }
   content.stamp.reader = Reader();
   content.state = problem.empty() ? State::kRead : State::kRefused;
