@@ -32,9 +32,6 @@ need_lint_tools() {
   need clang-tidy '/usr/bin/clang-tidy*'
   need codespell /usr/bin/codespell
   need shellcheck /usr/bin/shellcheck
-  need git /usr/bin/git
-  need cmake /usr/bin/cmake /usr/local/bin/cmake
-  need ninja-build /usr/bin/ninja /usr/local/bin/ninja
 }
 
 need_powerpc_tools() {

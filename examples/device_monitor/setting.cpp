@@ -118,7 +118,7 @@ Setting TextSetting(const std::string& text) { return {typeChar, text}; }
 std::string TextOf(VLTDictionaryBase& list, const char* key) {
   char* text = nullptr;
   if (list.getCStringAlloc(key, text, nullptr) != 0) return "";
-  const std::string copy = text;
+  std::string copy = text;
   VLTDictionaryBase::PtrFree(text);
   return copy;
 }

@@ -83,9 +83,9 @@ JsonValue NumberModel(const ValueType& row, uint64_t bits, bool& isWhole) {
     case ValueKind::kCode:
       return CodeText(static_cast<FourCharCode>(bits));
     case ValueKind::kReal: {
-      const JsonValue number =
-          row.width == 4 ? JsonValue::Real(std::bit_cast<float>(static_cast<uint32_t>(bits)))
-                         : JsonValue::Real(std::bit_cast<double>(bits));
+      JsonValue number = row.width == 4
+                             ? JsonValue::Real(std::bit_cast<float>(static_cast<uint32_t>(bits)))
+                             : JsonValue::Real(std::bit_cast<double>(bits));
       const bool isNaN = number.AsString() != nullptr && *number.AsString() == "NaN";
       if (isNaN && !IsUsualNaN(bits, row.width)) isWhole = false;
       return number;

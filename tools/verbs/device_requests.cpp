@@ -40,7 +40,7 @@ OSStatus ReadDeviceSetting(SInt32 deviceID, const std::string& key, bool isAttri
 JsonValue SettingModel(const DeviceSetting& setting) {
   AEDesc desc = {typeNull, nullptr};
   AECreateDesc(setting.type, setting.bytes.data(), static_cast<Size>(setting.bytes.size()), &desc);
-  const JsonValue model = DescModel(desc);
+  JsonValue model = DescModel(desc);
   AEDisposeDesc(&desc);
   return model;
 }

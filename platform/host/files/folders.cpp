@@ -32,7 +32,7 @@ std::string ApplicationsFolder(SInt16 domain, const std::string& root) {
 
 // Returns "" for an unknown domain or type.
 std::string PathOf(SInt16 domain, OSType type) {
-  const std::string root = DomainRoot(domain);
+  std::string root = DomainRoot(domain);
   if (root.empty()) return "";
   switch (type) {
     case kDomainTopLevelFolderType:

@@ -48,7 +48,7 @@ std::string FindHelper() {
   const std::string places[] = {folder, PrefixOf(folder) + "libexec/veltrane/",
                                 VLT_NOTIFY_FOLDER "/"};
   for (const std::string& place : places) {
-    const std::string path = place + kHelperName;
+    std::string path = place + kHelperName;
     if (path[0] == '/' && access(path.c_str(), X_OK) == 0) return path;
   }
   return "";
