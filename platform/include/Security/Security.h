@@ -24,8 +24,8 @@ extern "C" {
 
 // Only the caller's own session is known, by callerSecuritySession or by its id;
 // errSessionInvalidId for every other; errSessionInternal if the session cannot be read now, for
-// lack of file descriptors say. Either output may be null; `id` gets a real id, never one of the two
-// above.
+// lack of file descriptors say. Either output may be null; `id` gets a real id, never one of the
+// two above.
 OSStatus SessionGetInfo(SecuritySessionId session, SecuritySessionId* id,
                         SessionAttributeBits* attributes);
 
