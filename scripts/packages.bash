@@ -1,6 +1,7 @@
-# Sourced by the scripts. Installs what a Debian 12 machine lacks, and says so.
+# Sourced by the scripts. Installs the packages that are missing on Debian 12, and names them.
 
-# need PACKAGE FILE... : the package is there when one of the files is (wildcards allowed).
+# need PACKAGE FILE... : the package counts as installed if one of the files exists. Wildcards are
+# allowed.
 missing=()
 need() {
   local package=$1 file
