@@ -1,4 +1,4 @@
-# How the folders' targets are made. Each folder names its own sources.
+# Functions that create the targets of the folders. Each folder lists its own sources.
 
 find_package(Threads REQUIRED)
 
@@ -12,15 +12,16 @@ if(CMAKE_SYSTEM_PROCESSOR STREQUAL "powerpc")
   set(VLT_ATOMIC_LIBRARY atomic)
 endif()
 
-# The powerpc preset is there for its word size and byte order; a compiler for another kind would
-# make its tests say nothing.
+# The powerpc preset exists for its word size and byte order. With a compiler for another CPU
+# architecture, its tests would pass without testing that.
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL "powerpc")
   include(CheckCXXSourceCompiles)
   check_cxx_source_compiles("
     static_assert(sizeof(void*) == 4 && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__);
     int main() { return 0; }" VLT_IS_32_BIT_BIG_ENDIAN)
   if(NOT VLT_IS_32_BIT_BIG_ENDIAN)
-    message(FATAL_ERROR "The powerpc toolchain is not a 32-bit big-endian one")
+    message(FATAL_ERROR "${CMAKE_CXX_COMPILER} does not compile for a 32-bit big-endian CPU; "
+      "install g++-powerpc-linux-gnu")
   endif()
 endif()
 
@@ -35,8 +36,8 @@ endfunction()
 
 # vlt_host_room(NAME SOURCES ... [USES rooms ...])
 # One room of platform/host: the static library vlt_host_NAME, linked against the rooms that it
-# names. With tests, a program also takes the whole of it together with those rooms alone, so that a
-# call upward, even one through a documented name, does not link.
+# names. If tests are built, a program links the whole room with those rooms alone, so that an
+# upward call does not link, even one through a platform interface.
 function(vlt_host_room name)
   cmake_parse_arguments(arg "" "" "SOURCES;USES" ${ARGN})
   set(room vlt_host_${name})
@@ -67,9 +68,9 @@ endfunction()
 
 # vlt_add_application(NAME BUNDLE name IDENTIFIER text SIGNATURE code [INSTALL]
 #                     SOURCES ... [LIBS ...])
-# A program inside an application bundle, by which others find and open it: below
-# share/veltrane/Applications of the build folder and, with INSTALL, of the installation. A link
-# makes it a plain program as well: in the target's build folder, and in bin.
+# A program inside an application bundle, so that clients can find and open it. The bundle is below
+# share/veltrane/Applications of the build folder and, with INSTALL, of the installation. A link to
+# the program is in the target's build folder and in bin.
 function(vlt_add_application name)
   cmake_parse_arguments(app "INSTALL" "BUNDLE;IDENTIFIER;SIGNATURE" "SOURCES;LIBS" ${ARGN})
   set(app_PROGRAM ${name})
@@ -96,20 +97,20 @@ function(vlt_add_application name)
   install(FILES ${link_file} DESTINATION ${CMAKE_INSTALL_BINDIR})
 endfunction()
 
-# What programs of both kinds have in common.
+# What vlt_add_program and vlt_add_application have in common.
 function(vlt_add_bare_program name)
   cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE ${arg_LIBS} vlt_warnings)
   if(NOT VLT_SANITIZE)
-    # Binding the whole C++ library's symbols at each start takes longer than all that a program
-    # does before its port is claimed. Of its own copy a program keeps what it uses.
+    # Binding the symbols of the shared C++ library at each start takes longer than all that a
+    # program does before its port is claimed. Of the static library it contains only what it uses.
     target_link_options(${name} PRIVATE -static-libstdc++ -static-libgcc LINKER:--gc-sections)
   endif()
 endfunction()
 
 # vlt_add_merged_library(NAME STATIC|SHARED OBJECTS...)
-# One real library of several folders' objects, installed as libvlt.
+# One library of the objects of several folders, installed as libvlt.
 function(vlt_add_merged_library name kind)
   add_library(${name} ${kind} ${ARGN})
   set_target_properties(${name} PROPERTIES OUTPUT_NAME vlt LINKER_LANGUAGE CXX
@@ -123,7 +124,7 @@ endfunction()
 
 # vlt_install_headers(FOLDERS...)
 # The headers that users of the library include, below one folder, so that an installed program
-# says -Iinclude/vlt -Iinclude/vlt/platform/include. What platform/host has is private.
+# is compiled with -Iinclude/vlt -Iinclude/vlt/platform/include. platform/host is private.
 function(vlt_install_headers)
   set(target ${CMAKE_INSTALL_INCLUDEDIR}/vlt)
   foreach(folder IN LISTS ARGN)
@@ -135,7 +136,7 @@ function(vlt_install_headers)
   endforeach()
 endfunction()
 
-# What stands before a test program's name, and how much longer than natively it may take.
+# The command that starts a test program, and the factor by which its time limit grows.
 set(VLT_TEST_LAUNCHER "")
 set(VLT_TEST_SLOWNESS 1)
 if(CMAKE_CROSSCOMPILING)
@@ -153,8 +154,8 @@ if(VLT_SANITIZE MATCHES "thread")
   endif()
 endif()
 
-# A build for another kind of machine, with whose programs this one's tests talk.
-set(VLT_PEER_BUILD "" CACHE PATH "Build directory of the powerpc preset, for tests that mix hosts")
+# A build for another CPU architecture. Tests exchange events with its programs.
+set(VLT_PEER_BUILD "" CACHE PATH "Build directory of the powerpc preset, for tests that mix CPU architectures")
 if(VLT_PEER_BUILD)
   find_program(VLT_PEER_EMULATOR NAMES qemu-ppc-static qemu-ppc REQUIRED)
 endif()
