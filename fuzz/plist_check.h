@@ -26,14 +26,14 @@ class FuzzSink final : public HostPlistSink {
   std::string text;
 };
 
-using FuzzReader = CFPropertyListRef (*)(const UInt8*, size_t, CFOptionFlags,
+using FuzzReader = CFPropertyListRef (*)(const UInt8*, size_t, const HostPlistRequest&,
                                          HostPropertyListError*);
 
 // The list is compared as it is written in the same form: XML has no parts of seconds.
 inline void CheckAgain(const FuzzSink& written, FuzzReader read,
                        bool (*write)(CFPropertyListRef, HostPlistSink&, HostPropertyListError*)) {
   HostPropertyListError error;
-  CFPropertyListRef again = read(written.Bytes(), written.text.size(), 0, &error);
+  CFPropertyListRef again = read(written.Bytes(), written.text.size(), {}, &error);
   FuzzSink sink;
   RequireThat(again != nullptr && write(again, sink, &error) && sink.text == written.text);
   CFRelease(again);
@@ -43,7 +43,8 @@ inline void CheckAgain(const FuzzSink& written, FuzzReader read,
 // and a place inside of them.
 inline bool CheckList(const uint8_t* data, size_t size, FuzzReader read) {
   HostPropertyListError error;
-  CFPropertyListRef list = read(data, size, kCFPropertyListMutableContainers, &error);
+  CFPropertyListRef list =
+      read(data, size, {.mutability = kCFPropertyListMutableContainers}, &error);
   if (list == nullptr) {
     RequireThat(!error.text.empty() && error.offset <= size + size / 2);
     return false;
