@@ -81,8 +81,8 @@ OSStatus HostCallout::DecodeRequest(HostArrival* arrival) {
 
 // Where an answer goes: to the connection, or to the waiting thread of this process.
 HostReplyTarget HostCallout::Target() const {
-  if (message.connection == 0) return {nullptr, 0, 0, message.waiter};
-  return {receiver, message.connection, message.header.requestNumber, nullptr};
+  if (message.connection == 0) return HostReplyTarget(message.waiter);
+  return {receiver, message.connection, message.header.requestNumber};
 }
 
 // The answer is addressed to a reply right of this process; the asker's own number for its reply

@@ -76,7 +76,8 @@ kern_return_t mach_port_allocate(ipc_space_t task, mach_port_right_t right,
   if (!IsOwnTask(task)) return KERN_INVALID_TASK;
   if (name == nullptr) return KERN_INVALID_ARGUMENT;
   if (right != MACH_PORT_RIGHT_RECEIVE) return KERN_INVALID_VALUE;
-  const mach_port_t port = HostGuard(mach_port_t{MACH_PORT_NULL}, HostAllocateReceiveRight);
+  const mach_port_t port = HostGuard(mach_port_t{MACH_PORT_NULL},
+                                     [] { return HostAllocateReceiveRight(HostMakeReceiver); });
   if (port == MACH_PORT_NULL) return KERN_NO_SPACE;
   *name = port;
   return KERN_SUCCESS;

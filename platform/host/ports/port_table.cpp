@@ -16,7 +16,7 @@
 #include "platform/host/base/descriptors.h"
 #include "platform/host/base/guard.h"
 #include "platform/host/base/mutex.h"
-#include "platform/host/ports/receiver.h"
+#include "platform/host/ports/port_object.h"
 #include "platform/host/session/context_directory.h"
 #include "platform/host/session/name_registry.h"
 
@@ -63,10 +63,10 @@ struct Entry {
   Kind kind = Kind::kFree;
   uint32_t generation = 0;
   uint32_t sendReferences = 0;
-  uint32_t nextFree = 0;                   // in the queue of free entries
-  uint64_t portID = 0;                     // kSend
-  std::shared_ptr<HostReceiver> receiver;  // kReceive: null until something is done with it
-  HostReplyTarget reply;                   // kReply
+  uint32_t nextFree = 0;                     // in the queue of free entries
+  uint64_t portID = 0;                       // kSend
+  std::shared_ptr<HostPortObject> receiver;  // kReceive: null until something is done with it
+  HostReplyTarget reply;                     // kReply
 };
 
 struct Table {
@@ -80,6 +80,7 @@ struct Table {
   size_t used = 0;
   size_t remote = 0;
   size_t sweepAt = kSweepAt;
+  HostPortObjectMaker maker = nullptr;
   std::unordered_map<uint64_t, mach_port_t> byPortID;  // of send rights and of receivers
   std::unordered_map<std::string, mach_port_t> services;
   const Table* inherited = nullptr;  // a forked child's: what it does not use, and keeps
@@ -187,10 +188,10 @@ void SweepDeadPorts(Table& table) {
   table.sweepAt = std::max(kSweepAt, 2 * table.remote);
 }
 
-std::shared_ptr<HostReceiver> ReceiverOf(Table& table, mach_port_t name, Entry& entry) {
+std::shared_ptr<HostPortObject> ReceiverOf(Table& table, mach_port_t name, Entry& entry) {
   assert(entry.kind == Kind::kReceive);
   if (entry.receiver == nullptr) {
-    auto receiver = std::make_shared<HostReceiver>(name);
+    auto receiver = table.maker(name);
     table.byPortID.emplace(receiver->PortID(), name);
     entry.receiver = std::move(receiver);
     static const bool sExitHandler = atexit(HostDestroyAllReceivers) == 0;
@@ -199,8 +200,8 @@ std::shared_ptr<HostReceiver> ReceiverOf(Table& table, mach_port_t name, Entry& 
   return entry.receiver;
 }
 
-std::vector<std::shared_ptr<HostReceiver>> AllReceivers(Table& table) {
-  std::vector<std::shared_ptr<HostReceiver>> receivers;
+std::vector<std::shared_ptr<HostPortObject>> AllReceivers(Table& table) {
+  std::vector<std::shared_ptr<HostPortObject>> receivers;
   for (uint32_t index = 0; index < table.size; index++) {
     if (table.At(index).receiver != nullptr) receivers.push_back(table.At(index).receiver);
   }
@@ -242,13 +243,16 @@ HostDestination HostResolvePort(mach_port_t name) {
   return destination;
 }
 
-mach_port_t HostAllocateReceiveRight() {
+mach_port_t HostAllocateReceiveRight(HostPortObjectMaker maker) {
   InstallForkReset();
   const std::lock_guard<HostMutex> lock(*sMutex);
-  return Insert(LockedTable(), Kind::kReceive);
+  Table& table = LockedTable();
+  assert(table.maker == nullptr || table.maker == maker);
+  table.maker = maker;
+  return Insert(table, Kind::kReceive);
 }
 
-std::shared_ptr<HostReceiver> HostReceiverOf(mach_port_t name) {
+std::shared_ptr<HostPortObject> HostPortObjectOf(mach_port_t name) {
   const std::lock_guard<HostMutex> lock(*sMutex);
   Table& table = LockedTable();
   Entry* entry = Find(table, name);
@@ -370,7 +374,7 @@ kern_return_t HostDropReference(mach_port_t name) {
 }
 
 kern_return_t HostDestroyRight(mach_port_t name) {
-  std::shared_ptr<HostReceiver> receiver;
+  std::shared_ptr<HostPortObject> receiver;
   HostReplyTarget dropped;
   bool receive = false;
   {
@@ -397,7 +401,7 @@ kern_return_t HostDestroyRight(mach_port_t name) {
 void HostDestroyAllReceivers() {
   // One after the other: at a process's end there may be no memory for a list of them.
   for (uint32_t index = 0;; index++) {
-    std::shared_ptr<HostReceiver> receiver;
+    std::shared_ptr<HostPortObject> receiver;
     {
       const std::lock_guard<HostMutex> lock(*sMutex);
       if (sTable == nullptr || index >= sTable->size) return;
@@ -408,7 +412,7 @@ void HostDestroyAllReceivers() {
 }
 
 HostTableCounts HostCountTable() {
-  std::vector<std::shared_ptr<HostReceiver>> receivers;
+  std::vector<std::shared_ptr<HostPortObject>> receivers;
   HostTableCounts counts;
   {
     const std::lock_guard<HostMutex> lock(*sMutex);
@@ -417,11 +421,9 @@ HostTableCounts HostCountTable() {
     receivers = AllReceivers(table);
   }
   for (const auto& receiver : receivers) {
-    const HostReceiver::Counts each = receiver->Count();
+    const HostPortObject::Counts each = receiver->Count();
     if (each.hasSocket) counts.receivers++;
     counts.connections += each.connections;
-    counts.queuedBytes += each.queuedBytes;
-    counts.partialBytes += each.partialBytes;
   }
   return counts;
 }

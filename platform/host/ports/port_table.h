@@ -6,9 +6,10 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 
-class HostReceiver;
 class HostLocalWaiter;
+class HostPortObject;
 
 // The names of this task's port rights. One name for each port, whatever rights are held; numbers
 // carry a generation and are not reused soon. Any thread. A forked child starts with an empty
@@ -18,9 +19,17 @@ inline constexpr mach_port_t kHostTaskPort = 0x103;
 inline constexpr mach_port_t kHostBootstrapPort = 0x203;
 inline constexpr mach_port_t kHostDiscardPort = 0x303;  // a reply right without an asker
 
-// Where a reply goes.
+// Where a reply goes. Has one holder at a time: the table while the reply right exists, then
+// whoever took it.
 struct HostReplyTarget {
-  std::shared_ptr<HostReceiver> receiver;  // with `connection`: the asker is another process
+  HostReplyTarget() = default;
+  HostReplyTarget(std::shared_ptr<HostPortObject> port, uint32_t number, uint64_t request)
+      : receiver(std::move(port)), connection(number), requestNumber(request) {}
+  explicit HostReplyTarget(std::shared_ptr<HostLocalWaiter> thread) : waiter(std::move(thread)) {}
+  HostReplyTarget(HostReplyTarget&&) = default;
+  HostReplyTarget& operator=(HostReplyTarget&&) = default;
+
+  std::shared_ptr<HostPortObject> receiver;  // with `connection`: the asker is another process
   uint32_t connection = 0;
   uint64_t requestNumber = 0;
   std::shared_ptr<HostLocalWaiter> waiter;  // the asker is a thread of this process
@@ -30,16 +39,20 @@ struct HostReplyTarget {
 struct HostDestination {
   enum class Kind { kNone, kOwn, kRemote, kReply };
   Kind kind = Kind::kNone;
-  uint64_t portID = 0;                     // kRemote
-  std::shared_ptr<HostReceiver> receiver;  // kOwn
+  uint64_t portID = 0;                       // kRemote
+  std::shared_ptr<HostPortObject> receiver;  // kOwn
 };
 HostDestination HostResolvePort(mach_port_t name);
 
-// A new receive right: an entry, nothing more. MACH_PORT_NULL when the table is full.
-mach_port_t HostAllocateReceiveRight();
+// Makes the object behind the receive right `name`.
+using HostPortObjectMaker = std::shared_ptr<HostPortObject> (*)(mach_port_t name);
 
-// The receiver behind a receive right, made on first use. Null when `name` is none.
-std::shared_ptr<HostReceiver> HostReceiverOf(mach_port_t name);
+// A new receive right: an entry, nothing more. Its object is made by `maker` when something is done
+// with it; there is one maker in a process. MACH_PORT_NULL when the table is full.
+mach_port_t HostAllocateReceiveRight(HostPortObjectMaker maker);
+
+// The object behind a receive right, made on first use. Null when `name` is not a receive right.
+std::shared_ptr<HostPortObject> HostPortObjectOf(mach_port_t name);
 
 // A send right to the port with this id: the receive right's own name when it is ours. Adds a
 // reference. MACH_PORT_NULL when the table is full.
@@ -69,8 +82,6 @@ struct HostTableCounts {
   size_t names = 0;
   size_t receivers = 0;
   size_t connections = 0;
-  size_t queuedBytes = 0;
-  size_t partialBytes = 0;
 };
 HostTableCounts HostCountTable();
 

@@ -107,7 +107,12 @@ void HostReceiver::Watch(int epollSet, uint32_t tag, int wakeDescriptor) {
     PauseListener();
   }
   for (const auto& [number, connection] : connections) {
-    HostInterest::ChangeIn(watcher, connection->descriptor, number, 0, connection->interest);
+    if (HostInterest::ChangeIn(watcher, connection->descriptor, number, 0, connection->interest)) {
+      continue;
+    }
+    connection->ended = true;  // as in UpdateInterest
+    DiscardReplies(*connection);
+    RetrySoon();
   }
 }
 
@@ -486,16 +491,9 @@ void HostReceiver::Destroy() {
   }
 }
 
-HostReceiver::Counts HostReceiver::Count() {
+HostPortObject::Counts HostReceiver::Count() {
   const std::lock_guard<HostMutex> lock(mutex);
-  Counts counts;
-  counts.connections = connections.size();
-  counts.hasSocket = endpoint.Listener() >= 0;
-  for (const auto& [number, connection] : connections) {
-    counts.queuedBytes += connection->account.queued;
-    counts.partialBytes += connection->account.partial;
-  }
-  return counts;
+  return {connections.size(), endpoint.Listener() >= 0};
 }
 
 // Keeps the account of a frame that has begun and is not complete.
@@ -511,4 +509,13 @@ void HostReceiver::TrackPartial(HostConnection& connection) {
   } else if (size == 0 && --partialConnections == 0) {
     UpdateDeadline();
   }
+}
+
+std::shared_ptr<HostPortObject> HostMakeReceiver(mach_port_t name) {
+  return std::make_shared<HostReceiver>(name);
+}
+
+std::shared_ptr<HostReceiver> HostReceiverOf(mach_port_t name) {
+  // The table holds what its one maker has made.
+  return std::static_pointer_cast<HostReceiver>(HostPortObjectOf(name));
 }

@@ -16,6 +16,7 @@
 #include "platform/host/ports/intake.h"
 #include "platform/host/ports/interest.h"
 #include "platform/host/ports/local_waiter.h"
+#include "platform/host/ports/port_object.h"
 #include "platform/host/ports/turns.h"
 #include "platform/host/wire/frame.h"
 
@@ -34,13 +35,15 @@
 // it calls; under `mutex` those of the intake and of the port table may be taken. What concerns
 // other receivers is left to the intake, which is called with `mutex` released. A forked child must
 // not use the parent's receivers: every operation there does nothing.
-class HostReceiver : public std::enable_shared_from_this<HostReceiver>, private HostIntakeMember {
+class HostReceiver : public std::enable_shared_from_this<HostReceiver>,
+                     public HostPortObject,
+                     private HostIntakeMember {
  public:
   explicit HostReceiver(mach_port_t portName);
   ~HostReceiver();
 
   mach_port_t Name() const { return name; }
-  uint64_t PortID() const { return endpoint.PortID(); }
+  uint64_t PortID() const override { return endpoint.PortID(); }
 
   // Claims `service` and makes the port reachable under it. Results of bootstrap_register.
   kern_return_t Register(const char* service);
@@ -68,25 +71,16 @@ class HostReceiver : public std::enable_shared_from_this<HostReceiver>, private 
   OSStatus PostLocal(const HostFrameHeader& header, HostGather& frame,
                      std::shared_ptr<HostLocalWaiter> waiter);
 
-  // Writes or queues the frame of a reply on `connection`; `right` is used up by it. Never waits.
-  // Result: 0; connectionInvalid (the sender has gone); memFullErr (the connection has been
-  // closed).
-  OSStatus Reply(uint32_t connection, mach_port_t right, std::span<const iovec> pieces);
+  OSStatus Reply(uint32_t connection, mach_port_t right, std::span<const iovec> pieces) override;
 
   // The reply right that stands for the latest unanswered request of `connection`; gives the one
   // before, for whose reply the sender no longer waits. 0: there is none.
   mach_port_t ExchangeReplyRight(uint32_t connection, mach_port_t right);
 
   // The port dies: name, socket and undispatched messages go, unread replies get a second.
-  void Destroy();
+  void Destroy() override;
 
-  struct Counts {
-    size_t connections = 0;
-    size_t queuedBytes = 0;
-    size_t partialBytes = 0;
-    bool hasSocket = false;
-  };
-  Counts Count();
+  Counts Count() override;
 
  private:
   // HostIntakeMember
@@ -145,3 +139,9 @@ class HostReceiver : public std::enable_shared_from_this<HostReceiver>, private 
   uint64_t acceptCount = 0;
   size_t partialConnections = 0;
 };
+
+// What the port table makes for a receive right.
+std::shared_ptr<HostPortObject> HostMakeReceiver(mach_port_t name);
+
+// The receiver behind a receive right, made on first use. Null when `name` is not a receive right.
+std::shared_ptr<HostReceiver> HostReceiverOf(mach_port_t name);

@@ -122,7 +122,7 @@ OSStatus SendToPort(mach_port_t port, const Delivery& delivery) {
   const HostDestination destination = HostResolvePort(port);
   switch (destination.kind) {
     case HostDestination::Kind::kOwn:
-      return SendToOwnPort(destination.receiver, delivery);
+      return SendToOwnPort(std::static_pointer_cast<HostReceiver>(destination.receiver), delivery);
     case HostDestination::Kind::kRemote:
       return SendToPeer(destination.portID, delivery);
     case HostDestination::Kind::kReply:

@@ -97,7 +97,7 @@ TEST(MachPort, AReplyRightKeepsNothingWhenItGoes) {
   for (const auto& giveUp : ways) {
     auto waiter = std::make_shared<HostLocalWaiter>();
     const std::weak_ptr<HostLocalWaiter> kept = waiter;
-    const mach_port_t right = HostInsertReplyRight({nullptr, 0, 0, std::move(waiter)});
+    const mach_port_t right = HostInsertReplyRight(HostReplyTarget(std::move(waiter)));
     EXPECT_FALSE(kept.expired());
     giveUp(right);
     EXPECT_TRUE(kept.expired());
