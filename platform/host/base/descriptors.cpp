@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include <atomic>
+#include <cassert>
 #include <mutex>
 
 namespace {
@@ -105,7 +106,7 @@ void HostAtForkInChild(void (*reset)()) {
   for (int i = 0; i < count; i++) {
     if (sResets[i].load() == reset) return;
   }
-  if (count == kMaxResets) return;
+  assert(count < kMaxResets);
   sResets[count].store(reset);
   sResetCount.store(count + 1);
 }

@@ -7,7 +7,7 @@
 
 #include "platform/host/base/guard.h"
 #include "platform/host/ports/port_table.h"
-#include "platform/host/ports/receiver.h"
+#include "platform/host/ports/services.h"
 #include "platform/host/session/context_directory.h"
 #include "platform/host/session/name_registry.h"
 
@@ -19,26 +19,6 @@ bool IsServiceName(const char* name) {
   if (name == nullptr) return false;
   const size_t size = strnlen(name, BOOTSTRAP_MAX_NAME_LEN);
   return size > 0 && size < BOOTSTRAP_MAX_NAME_LEN;
-}
-
-kern_return_t Withdraw(const char* name) {
-  const mach_port_t port = HostFindOwnService(name);
-  const auto receiver = HostReceiverOf(port);
-  if (receiver == nullptr || !receiver->Unregister(name)) return BOOTSTRAP_UNKNOWN_SERVICE;
-  HostForgetOwnService(name);
-  return BOOTSTRAP_SUCCESS;
-}
-
-kern_return_t Register(const char* name, mach_port_t port) {
-  const auto receiver = HostReceiverOf(port);
-  if (receiver == nullptr) return KERN_INVALID_RIGHT;
-  if (receiver->IsRegisteredAs(name)) return BOOTSTRAP_SUCCESS;
-  kern_return_t err = receiver->Register(name);
-  if (err == 0 && !HostGuard([&] { HostNoteOwnService(name, port); })) {
-    receiver->Unregister(name);
-    err = BOOTSTRAP_NO_MEMORY;
-  }
-  return err;
 }
 
 kern_return_t LookUp(const char* name, mach_port_t* port) {
@@ -96,14 +76,17 @@ kern_return_t mach_port_deallocate(ipc_space_t task, mach_port_name_t name) {
 }
 
 kern_return_t mach_port_destroy(ipc_space_t task, mach_port_name_t name) {
-  return IsOwnTask(task) ? HostDestroyRight(name) : KERN_INVALID_TASK;
+  if (!IsOwnTask(task)) return KERN_INVALID_TASK;
+  HostForgetServicesOf(name);
+  return HostDestroyRight(name);
 }
 
 kern_return_t bootstrap_register(mach_port_t bp, const name_t name, mach_port_t port) {
   if (bp != kHostBootstrapPort) return KERN_INVALID_NAME;
   if (!IsServiceName(name)) return KERN_INVALID_ARGUMENT;
-  return HostGuard(kern_return_t{BOOTSTRAP_NO_MEMORY},
-                   [&] { return port == MACH_PORT_NULL ? Withdraw(name) : Register(name, port); });
+  return HostGuard(kern_return_t{BOOTSTRAP_NO_MEMORY}, [&] {
+    return port == MACH_PORT_NULL ? HostWithdrawService(name) : HostRegisterService(name, port);
+  });
 }
 
 kern_return_t bootstrap_look_up(mach_port_t bp, const name_t name, mach_port_t* port) {

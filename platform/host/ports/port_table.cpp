@@ -82,7 +82,6 @@ struct Table {
   size_t sweepAt = kSweepAt;
   HostPortObjectMaker maker = nullptr;
   std::unordered_map<uint64_t, mach_port_t> byPortID;  // of send rights and of receivers
-  std::unordered_map<std::string, mach_port_t> services;
   const Table* inherited = nullptr;  // a forked child's: what it does not use, and keeps
 };
 
@@ -288,25 +287,6 @@ mach_port_t HostInsertSendRight(uint64_t portID) {
   return name;
 }
 
-mach_port_t HostFindOwnService(const char* service) {
-  const std::lock_guard<HostMutex> lock(*sMutex);
-  Table& table = LockedTable();
-  if (table.services.empty()) return MACH_PORT_NULL;
-  const auto found = table.services.find(service);
-  return found == table.services.end() ? MACH_PORT_NULL : found->second;
-}
-
-void HostNoteOwnService(const char* service, mach_port_t name) {
-  const std::lock_guard<HostMutex> lock(*sMutex);
-  LockedTable().services.insert_or_assign(service, name);
-}
-
-void HostForgetOwnService(const char* service) {
-  const std::lock_guard<HostMutex> lock(*sMutex);
-  if (sTable == nullptr) return;
-  std::erase_if(sTable->services, [service](const auto& each) { return each.first == service; });
-}
-
 mach_port_t HostInsertReplyRight(HostReplyTarget target) {
   const std::lock_guard<HostMutex> lock(*sMutex);
   Table& table = LockedTable();
@@ -386,9 +366,6 @@ kern_return_t HostDestroyRight(mach_port_t name) {
     receive = entry->kind == Kind::kReceive;
     if (entry->kind == Kind::kReply) dropped = std::move(entry->reply);
     receiver = entry->receiver;
-    if (receiver != nullptr) {
-      std::erase_if(table.services, [name](const auto& service) { return service.second == name; });
-    }
     Remove(table, name, *entry);
   }
   if (receiver != nullptr) receiver->Destroy();

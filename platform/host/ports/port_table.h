@@ -58,11 +58,6 @@ std::shared_ptr<HostPortObject> HostPortObjectOf(mach_port_t name);
 // reference. MACH_PORT_NULL when the table is full.
 mach_port_t HostInsertSendRight(uint64_t portID);
 
-// The own receive right that is registered under `service`, or MACH_PORT_NULL.
-mach_port_t HostFindOwnService(const char* service);
-void HostNoteOwnService(const char* service, mach_port_t name);
-void HostForgetOwnService(const char* service);
-
 // A reply right: used up by HostTakeReplyRight, removed when its asker has gone.
 mach_port_t HostInsertReplyRight(HostReplyTarget target);
 bool HostTakeReplyRight(mach_port_t name, HostReplyTarget* target);
