@@ -27,7 +27,7 @@ constexpr size_t kMaxKept = 256;
 constexpr int kMaxDepth = 4;
 constexpr size_t kMaxEntries = 10'000;
 
-// A state of a file: when it is the same again, so is what the file holds.
+// A state of a file. As long as it is the same, so is the file's content.
 struct FileState {
   dev_t device = 0;
   ino_t inode = 0;
@@ -85,7 +85,8 @@ bool ReadWhole(const std::string& path, std::string* bytes, FileState* state, in
   return isRead;
 }
 
-// A string of the description in `encoding`; "" when it is absent, no string, or has no such form.
+// Returns a string of the description in `encoding`, or "" if it is missing, is not a string, or
+// cannot be encoded.
 std::string TextOf(CFDictionaryRef description, CFStringRef key, CFStringEncoding encoding) {
   const auto* text = HostCast<HostCFString>(CFDictionaryGetValue(description, key));
   if (text == nullptr) return "";
@@ -96,7 +97,7 @@ std::string TextOf(CFDictionaryRef description, CFStringRef key, CFStringEncodin
   return bytes;
 }
 
-// The code of four characters; `code` stays as it is when there are not four.
+// Reads a code of four characters. Leaves `code` unchanged if there are not four.
 void ReadCode(CFDictionaryRef description, CFStringRef key, OSType* code) {
   const std::string text = TextOf(description, key, kCFStringEncodingMacRoman);
   if (text.size() == 4) *code = FourCC(text[0], text[1], text[2], text[3]);
@@ -155,13 +156,14 @@ bool IsBundleName(std::string_view path) {
   return name.size() > kExtension.size() && name.ends_with(kExtension);
 }
 
-// A link counts when what it leads to has a bundle's name too, for that is what will be opened.
+// A link counts if its target has a bundle's name, too, because the target is what is opened.
 bool LeadsToBundle(const std::string& path) {
   char real[PATH_MAX];
   return realpath(path.c_str(), real) != nullptr && IsBundleName(real);
 }
 
-// A walk through a folder of applications. Folders are taken from a list, not by recursion.
+// A walk through a folder of applications. It keeps a list of the folders to visit and does not
+// recurse, so deep trees cost no stack.
 struct Walk {
   struct Folder {
     std::string path;

@@ -13,15 +13,16 @@
 
 namespace {
 
-// The one desktop database there is: it covers the application folders.
+// The only desktop database. It covers all application folders.
 constexpr SInt16 kDesktopRefNum = 1;
 
 struct Application {
   HostItem item;
-  UInt32 date = 0;  // of the bundle's making, as near as the disk tells
+  UInt32 date = 0;  // when the bundle's folder was last changed
 };
 
-// The applications of a creator whose bundles have a record, in the order of the folders.
+// Finds the applications of a creator, in the order of the folders. Leaves out bundles whose names
+// are too long for a file spec.
 std::vector<Application> ApplicationsOf(OSType creator) {
   std::vector<Application> found;
   for (const HostBundle& bundle : HostListApplications()) {

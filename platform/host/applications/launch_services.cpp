@@ -19,8 +19,8 @@ namespace {
 
 constexpr OSType kApplicationType = FourCC('A', 'P', 'P', 'L');
 
-// The number at the start of `*text`, which moves behind it and a point; 0 when there is none. Only
-// the nine highest digits count.
+// Takes the number at the start of `*text`, and the dot after it, off the text; 0 if there is no
+// digit. Only the first nine digits count.
 UInt32 TakeNumber(std::string_view* text) {
   UInt32 number = 0;
   size_t digits = 0;
@@ -29,7 +29,7 @@ UInt32 TakeNumber(std::string_view* text) {
     digits++;
   }
   text->remove_prefix(digits);
-  // What is neither digit nor point ends the version: 1.2b3 is 1.2.
+  // A character other than a digit or a dot ends the version: 1.2b3 is 1.2.
   if (text->empty() || text->front() != '.') {
     *text = {};
   } else {
@@ -38,7 +38,7 @@ UInt32 TakeNumber(std::string_view* text) {
   return number;
 }
 
-// Number by number, so that 1.10 is above 1.9; missing ones are 0.
+// Compares number by number, so that 1.10 is above 1.9. Missing numbers count as 0.
 bool IsLowerVersion(std::string_view a, std::string_view b) {
   while (!a.empty() || !b.empty()) {
     const UInt32 left = TakeNumber(&a);
@@ -54,7 +54,7 @@ bool AreEqualButForCase(std::string_view a, std::string_view b) {
 
 std::string FileName(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
-// What of the string can be the bytes of a file: UTF-8.
+// Returns the string as UTF-8, or "" for null.
 std::string Utf8Of(CFStringRef string) {
   const auto* text = HostCast<HostCFString>(string);
   if (text == nullptr) return "";
@@ -67,7 +67,7 @@ std::string Utf8Of(CFStringRef string) {
   return bytes;
 }
 
-// Of the applications that fit, the first of the highest version.
+// Returns the path of the application that fits and has the highest version; of several, the first.
 template <class Fits>
 std::optional<std::string> Best(const std::vector<HostBundle>& bundles, Fits fits) {
   const HostBundle* best = nullptr;
@@ -87,7 +87,7 @@ std::optional<std::string> Find(OSType creator, const std::string& identifier,
       return AreEqualButForCase(bundle.identifier, identifier);
     });
   }
-  // A code is a number and has no case.
+  // The letter case of a creator counts, because it is a number.
   if (!found && creator != kLSUnknownCreator) {
     found = Best(bundles, [&](const HostBundle& bundle) { return bundle.signature == creator; });
   }

@@ -6,11 +6,11 @@
 #include <string>
 #include <string_view>
 
-// What the File Manager's records stand for. One table of the process, locked, gives folders their
-// numbers. A number belongs to a path and to the folder (device, inode number and birth time) that
-// was there when the number was given out. Each use of the number checks that the path still leads
-// to that folder, so a number never comes to mean another folder. Entries are never removed. Any
-// thread.
+// The items that file specs and file references refer to. A table of this process, with a lock,
+// gives folders their numbers. A number belongs to a path and to the folder (device, inode number
+// and birth time) that was there when the number was given out. Each use of the number checks that
+// the path still leads to that folder, so a number never comes to mean another folder. Entries are
+// never removed. Any thread.
 
 // An item is a name in a numbered folder. The root is { fsRtParID, "/" }. An item whose name is too
 // long for a file spec has a number of its own, and no name here.
