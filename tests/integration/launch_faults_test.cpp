@@ -454,7 +454,8 @@ TEST(LaunchPauses, GrowToTenSecondsAndEndWhenTheProgramLives) {
       {"the fifth is seen now", dead, 0, 4, -1, false},
       {"the fifth lived longer", dead, 2, 4, -1, true},
       {"it was counted already", dead, 1, 4, 0, true},
-      {"long ago", 0, 61, 9, 0, true},
+      {"long ago", 0, 70, 1000, 61, true},
+      {"seen lately", 0, 70, 9, 0, false},
       {"before the machine was restarted", 0, -1000, 9, -1000, true},
   };
   for (const auto& row : rows) {

@@ -69,8 +69,10 @@ HostLaunchEntry HostLaunchLock::Read() const {
                             " port %1d early %4d last %20" SCNd64 " %n",
                             &pid, &entry.startTicks, &entry.started, &entry.opened, &hadPort,
                             &entry.earlyEnds, &entry.lastEarlyEnd, &end);
-  if (fields != 7 || pid < 0 || pid > INT_MAX || entry.earlyEnds < 0 ||
-      std::string_view(text + end) != program + "\n") {
+  const bool isPossible = pid >= 0 && pid <= INT_MAX && entry.started >= 0 &&
+                          entry.lastEarlyEnd >= 0 && entry.earlyEnds >= 0 &&
+                          entry.earlyEnds <= kHostMaxEarlyEnds;
+  if (fields != 7 || !isPossible || std::string_view(text + end) != program + "\n") {
     return {};
   }
   entry.pid = static_cast<pid_t>(pid);

@@ -56,7 +56,7 @@ constexpr int64_t kPatience = 2 * kHostSecond;  // for whatever opening waits fo
 
 // A program that ends within kEarly of its start five times in a row is not started again at once:
 // 1, 2, 4, 8 and then 10 s have to pass each time. A run of early ends is forgotten when the
-// program is seen to live longer, or when its last start lies further back than any pause lasts.
+// program is seen to live longer, or when nothing has been seen of it for longer than any pause.
 constexpr int64_t kEarly = 2 * kHostSecond;
 constexpr int kFirstPauseAfter = 5;  // early ends
 constexpr int kMostDoublings = 4;
@@ -335,12 +335,13 @@ OSStatus OpenProgram(HostOpeningInfo* info) {
     return kLSLaunchInProgressErr;
   }
   HostLaunchEntry past = entry;
-  const int64_t age = HostNow() - past.started;
-  if (age < 0) past = {};  // from before the machine was restarted
-  if (age > kForgottenAfter) past.earlyEnds = 0;
+  const int64_t now = HostNow();
+  const int64_t latest = std::max(past.started, past.lastEarlyEnd);
+  if (latest > now) past = {};  // from before the machine was restarted
+  if (now - latest > kForgottenAfter) past.earlyEnds = 0;
   info->outcome = HostOpening::kRunning;
   if (Runs(entry, info)) {
-    if (past.earlyEnds != 0 && age >= kEarly) past.earlyEnds = 0, lock.Write(past);
+    if (past.earlyEnds != 0 && now - past.started >= kEarly) past.earlyEnds = 0, lock.Write(past);
     return 0;
   }
   CountEnd(info->program, &past);
