@@ -206,8 +206,8 @@ HostPreferencesContent HostReadPreferences(const std::string& path, const std::s
     // A pipe or a terminal in place of the file must not make this process wait.
     fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   } while (fd < 0 && errno == EINTR);
-  const int reason = errno;
   const HostOpenFile file(fd);
+  const int reason = errno;
   if (!file.IsOpen() && (reason == ENOENT || reason == ENOTDIR)) return content;
 
   const int64_t now = FileClock();
