@@ -6,24 +6,25 @@
 
 #include "platform/host/objects/cf_container.h"
 
-// The array object. The values of an array that was created with some lie behind it in the same
-// block; a mutable one moves them to a block of their own when it outgrows that.
+// The array object. Its first values stand after it in the same block; a mutable array that needs
+// more room moves them to a block of their own. Any thread may read an array while none changes it.
 struct __CFArray final : HostContainer {
   static constexpr HostTypeID kClass = kHostTypeArray;
 
-  // An array of counted objects that takes over the caller's reference to each of `values`, none of
-  // them null. One reference for the caller. On failure (no memory, more than INT32_MAX values)
-  // null, and the references stay the caller's.
+  // Returns a new array of counted objects that takes over the caller's reference to each of
+  // `values`; none may be null. Returns null for lack of memory or more than INT32_MAX values: the
+  // caller keeps the references then.
   static __CFArray* CreateTaking(const CFTypeRef* values, size_t count, bool isMutable,
                                  HostObjectPool* pool = nullptr);
-  // An empty array with room for `room` values. Null when there is no memory.
+  // Returns an empty array with room for `room` values, or null without memory.
   static __CFArray* Create(const HostItemCallbacks& callbacks, size_t room, bool isMutable);
 
   size_t Count() const { return count; }
   const void* const* Values() const { return values; }  // until the next change
 
-  // Whatever isMutable says. The value is retained. False, with nothing changed, when it is null or
-  // refused, when there is no memory, or for an index outside.
+  // These change the array even if it is not mutable; the documented calls check that. They retain
+  // the value. They return false and change nothing if the value is null or its callback refuses
+  // it, without memory, and for an index outside the array.
   bool Insert(size_t index, const void* value);
   bool Replace(size_t index, const void* value);
   bool Append(const void* value) { return Insert(count, value); }

@@ -7,19 +7,20 @@
 
 #include "platform/host/objects/cf_object.h"
 
-// What arrays and dictionaries have in common: how they treat what they hold, and the walks over
-// nested ones (destroying, comparing, describing). The walks keep their place in the heap, not on
-// the stack, so nesting may be of any depth. Containers that hold themselves, directly or not, are
-// compared and described in finite time; they are never destroyed. Only what is a key of a key, 64
-// times over, is not compared any more: it counts as different.
+// What arrays and dictionaries have in common: how they treat their items, and how nested
+// containers are destroyed, compared and described. This works without recursion, so containers may
+// nest to any depth. Containers that contain themselves can be compared and described; they are
+// never destroyed. Keys that are containers are compared to a depth of 64 and count as different
+// beyond it.
+//
+// Any thread may read a container while none changes it.
 
-// How counted objects are retained and released, and strings copied.
+// The callbacks of containers of counted objects.
 const void* HostRetainObject(CFAllocatorRef allocator, const void* value);
 const void* HostCopyString(CFAllocatorRef allocator, const void* value);  // null for all else
 void HostReleaseObject(CFAllocatorRef allocator, const void* value);
 
-// What a container does with one kind of item, as the documented records say. Functions may be
-// null.
+// The callbacks for one kind of item, taken from a documented record. Each may be null.
 struct HostItemCallbacks {
   const void* (*retain)(CFAllocatorRef allocator, const void* value) = nullptr;
   void (*release)(CFAllocatorRef allocator, const void* value) = nullptr;
@@ -36,19 +37,19 @@ struct HostItemCallbacks {
         equal(given.equal) {
     if constexpr (requires { given.hash; }) hash = given.hash;
   }
-  // Null: bare pointers.
+  // Null stands for bare pointers, which are neither retained nor compared by value.
   template <class Documented>
   static HostItemCallbacks Of(const Documented* given) {
     return given != nullptr ? HostItemCallbacks(*given) : HostItemCallbacks();
   }
   bool operator==(const HostItemCallbacks&) const = default;
 
-  // What is to be stored; null when the value is refused.
+  // Returns what to store, or null if the callback refuses the value.
   const void* Retain(const void* value) const {
     return retain != nullptr ? retain(kCFAllocatorDefault, value) : value;
   }
   void Release(const void* value) const {
-    // The usual case, known here to spare the indirect call.
+    // The usual case, without an indirect call.
     if (release == HostReleaseObject)
       static_cast<const HostCFObject*>(value)->Release();
     else if (release != nullptr)
@@ -57,7 +58,7 @@ struct HostItemCallbacks {
   bool Equal(const void* a, const void* b) const {
     return a == b || (equal != nullptr && equal(a, b));
   }
-  // Whether the items are counted objects as far as comparing and describing goes.
+  // Whether the items are compared, or described, as counted objects.
   bool ComparesObjects() const { return equal == CFEqual; }
   bool DescribesObjects() const { return copyDescription == CFCopyDescription; }
 };
@@ -67,7 +68,7 @@ inline constexpr HostItemCallbacks kHostObjects(CFDictionaryValueCallBacks{
 inline constexpr HostItemCallbacks kHostObjectKeys(CFDictionaryKeyCallBacks{
     0, HostRetainObject, HostReleaseObject, CFCopyDescription, CFEqual, CFHash});
 
-// Bytes for `count` parts of a container behind its head; 0 when there can be no such container.
+// Returns the bytes of a container's head and `count` parts, or 0 if that is too large.
 size_t HostContainerSize(size_t headSize, size_t count, size_t partSize);
 
 struct HostEqualWalk;
@@ -80,7 +81,8 @@ class HostContainer : public HostCFObject {
   CFHashCode Hash() const final;
   CFStringRef CopyDescription() const final;
 
-  // One item after the other: `key` is null in an array. `place` begins at 0 and is not an index.
+  // Returns one item after the other. `key` is null in an array. `place` begins at 0 and is not an
+  // index.
   struct Item {
     const void* key = nullptr;
     const void* value = nullptr;
@@ -90,8 +92,8 @@ class HostContainer : public HostCFObject {
   virtual const HostItemCallbacks& ValueCallbacks() const = 0;
   virtual const HostItemCallbacks* KeyCallbacks() const = 0;  // null in an array
 
-  // Whether this and another container of the same class are equal as far as can be told without
-  // looking into the containers inside; these are given to `walk`.
+  // Compares this with another container of the same class, except for the containers inside, which
+  // are handed to `walk`.
   virtual bool EqualOutside(const HostContainer& other, HostEqualWalk& walk) const = 0;
 
  protected:
@@ -99,25 +101,25 @@ class HostContainer : public HostCFObject {
       : HostCFObject(type), isMutable(isMutable), holdsObjects(holdsObjects) {}
   ~HostContainer() = default;
 
-  // Releases everything inside, then frees the object itself.
+  // Releases all items, then frees the object.
   virtual void Destroy() = 0;
 
-  // Destroys this container and, one after the other, those that die with it.
+  // Destroys this container and then, one after the other, those that it held last.
   void LastRelease() final;
 
   const bool isMutable : 1;
-  const bool holdsObjects : 1;  // with callbacks that nobody need remember; else they lie behind it
+  const bool holdsObjects : 1;  // with the usual callbacks; else the callbacks stand after it
 
  private:
   HostContainer* nextDying = nullptr;
 };
 
-// The container that `ref` denotes; null for other objects and null.
+// Returns the container, or null for null and for other objects.
 const HostContainer* HostCastContainer(CFTypeRef ref);
 
 // Pairs of containers that are still to be compared.
 struct HostEqualWalk {
-  // Whether two items are equal, for now: a pair of containers is put off.
+  // Returns false if two items differ. A pair of containers is put aside and compared later.
   virtual bool Compare(const HostItemCallbacks& callbacks, const void* a, const void* b) = 0;
 
  protected:

@@ -6,19 +6,19 @@
 
 #include "platform/host/objects/cf_object.h"
 
-// The data object. Copied bytes lie behind it in the same block; bytes that were handed over stay
-// where they are. Immutable; any thread.
+// The data object. Copied bytes stand after it in the same block; other bytes stay where they are.
+// Immutable; any thread.
 struct __CFData final : HostCFObject {
   static constexpr HostTypeID kClass = kHostTypeData;
 
-  // One reference for the caller. Null when there is no memory or more than INT32_MAX bytes. The
-  // block is from `pool` unless that is null.
+  // Returns a new object with a copy of the bytes, or null without memory or for more than
+  // INT32_MAX bytes. The block is from `pool` unless that is null.
   static __CFData* Create(const UInt8* bytes, size_t count, HostObjectPool* pool = nullptr);
-  // `room` bytes that the caller fills through `*bytes` before anybody else sees the object, then
-  // says with Finish how many it has filled.
+  // As above with `room` bytes that the caller fills through `*bytes`; Finish sets their number.
+  // Only then may the object be passed on.
   static __CFData* CreateToFill(size_t room, UInt8** bytes, HostObjectPool* pool = nullptr);
   void Finish(size_t count) { length = static_cast<UInt32>(count); }
-  // Keeps the pointer and gives it to `deallocator` in the end.
+  // Keeps the pointer, which `deallocator` frees in the end.
   static __CFData* CreateNoCopy(const UInt8* bytes, size_t count, CFAllocatorRef deallocator);
 
   const UInt8* Bytes() const { return bytes; }
@@ -38,6 +38,6 @@ struct __CFData final : HostCFObject {
 
   UInt32 length;
   const UInt8* const bytes;
-  const CFAllocatorRef deallocator;  // kCFAllocatorNull for bytes behind the object
+  const CFAllocatorRef deallocator;  // kCFAllocatorNull for bytes in the object's own block
 };
 using HostCFData = __CFData;

@@ -8,13 +8,12 @@
 struct __CFDate final : HostCFObject {
   static constexpr HostTypeID kClass = kHostTypeDate;
 
-  // One reference for the caller; null when there is no memory. The block is from `pool` unless
-  // that is null.
+  // Returns a new object, or null without memory. The block is from `pool` unless that is null.
   static __CFDate* Create(CFAbsoluteTime time, HostObjectPool* pool = nullptr);
 
   CFAbsoluteTime Time() const { return time; }
 
-  bool Equal(const HostCFObject& other) const override;  // -0 and 0 are one time, so is NaN itself
+  bool Equal(const HostCFObject& other) const override;  // 0 equals -0, and NaN equals NaN
   CFHashCode Hash() const override;
   CFStringRef CopyDescription() const override;
 

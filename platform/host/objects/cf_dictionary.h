@@ -14,30 +14,28 @@ struct HostDictionaryCallbacks {
 };
 inline constexpr HostDictionaryCallbacks kHostObjectPairs = {kHostObjectKeys, kHostObjects};
 
-// A key and its value. A removed pair stays as a hole, with a null key, until the list is packed.
+// A key and its value. A removed pair leaves a hole, with a null key, until the list is packed.
 struct HostPair {
   const void* key;
   const void* value;
 };
 
-// The dictionary object: its pairs as a list in the order in which the keys came in, and, from nine
-// pairs on, an index over that list, an open-addressing table of (hash, place) with linear probing.
-// Fewer are searched one by one. Strings are hashed with a key of this process, so that no file can
-// choose keys that collide. Where the keys of a new dictionary are plainly all different, the index
-// waits for the first search, on whatever thread that is.
+// The dictionary object: a list of its pairs in the order in which the keys came in, and from nine
+// pairs on a hash table over that list; cf_dictionary.cpp describes it. Strings are hashed with a
+// random key of this process, so that no file can choose keys that collide. The first pairs stand
+// after the object in the same block.
 //
-// The pairs of a dictionary that was created with some lie behind it in the same block, also if it
-// is mutable, until it outgrows that.
+// Any thread may search or read a dictionary while none changes it.
 struct __CFDictionary final : HostContainer {
   static constexpr HostTypeID kClass = kHostTypeDictionary;
 
-  // A dictionary of counted objects that takes over the caller's references to all keys and values
-  // of `pairs`, none of them null; of equal keys the first one stays, with the last value. One
-  // reference for the caller. On failure (no memory, more than INT32_MAX pairs) null, and the
-  // references stay the caller's.
+  // Returns a new dictionary of counted objects that takes over the caller's references to all keys
+  // and values of `pairs`; none may be null. If a key occurs twice, the first key stays with the
+  // last value. Returns null for lack of memory or more than INT32_MAX pairs: the caller keeps the
+  // references then.
   static __CFDictionary* CreateTaking(const HostPair* pairs, size_t count, bool isMutable,
                                       HostObjectPool* pool = nullptr);
-  // An empty dictionary with room for `room` pairs. Null when there is no memory.
+  // Returns an empty dictionary with room for `room` pairs, or null without memory.
   static __CFDictionary* Create(const HostDictionaryCallbacks& callbacks, size_t room,
                                 bool isMutable);
 
@@ -47,7 +45,7 @@ struct __CFDictionary final : HostContainer {
                         : *reinterpret_cast<const HostDictionaryCallbacks*>(this + 1);
   }
 
-  // The list with its holes, until the next change: for (const HostPair& pair : Pairs()).
+  // The list with its holes, valid until the next change: for (const HostPair& pair : Pairs()).
   struct PairList {
     const HostPair* first;
     const HostPair* last;
@@ -57,16 +55,17 @@ struct __CFDictionary final : HostContainer {
   };
   PairList Pairs() const { return {pairs, pairs + used}; }
 
-  // The pair of an equal key, until the next change; null when absent. `key` may be null.
+  // Returns the pair with an equal key, valid until the next change, or null if there is none.
   const HostPair* Find(const void* key) const;
 
-  // Whatever isMutable says. Set retains both, and replaces the value of an equal key. False, with
-  // nothing changed, when one is null or refused, or when there is no memory.
+  // These change the dictionary even if it is not mutable; the documented calls check that. Set
+  // retains both and replaces the value of an equal key. It returns false and changes nothing if
+  // one of them is null or its callback refuses it, and without memory.
   bool Set(const void* key, const void* value);
   void Remove(const void* key);
   void RemoveAll();
 
-  // The pairs keep their places while anybody walks over them.
+  // Between these two calls pairs keep their places, whatever is added or removed.
   void BeginWalk() const { walkers.fetch_add(1, std::memory_order_relaxed); }
   void EndWalk() const { walkers.fetch_sub(1, std::memory_order_relaxed); }
 
@@ -77,7 +76,7 @@ struct __CFDictionary final : HostContainer {
   bool EqualOutside(const HostContainer& other, HostEqualWalk& walk) const override;
 
  private:
-  // One entry of the index. `place` is that of the pair plus 1; 0: free.
+  // One entry of the index. `place` is the pair's place plus 1, or 0 if the entry is free.
   struct Slot {
     UInt32 hash;
     UInt32 place;
@@ -121,7 +120,7 @@ struct __CFDictionary final : HostContainer {
   UInt32 count = 0;     // of pairs without holes
   UInt32 used = 0;      // with holes
   UInt32 capacity;      // of `pairs`
-  UInt32 slotMask = 0;  // number of slots less 1; without slots: of those that are to come
+  UInt32 slotMask = 0;  // number of slots minus 1, set already while the index is postponed
   HostPair* pairs;
   mutable std::atomic<Slot*> slots{nullptr};
 };

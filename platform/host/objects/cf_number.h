@@ -4,11 +4,11 @@
 
 #include "platform/host/objects/cf_object.h"
 
-// The number object: 24 bytes on 64-bit hosts, one block. Immutable; any thread.
+// The number object. Immutable; any thread.
 struct __CFNumber final : HostCFObject {
   static constexpr HostTypeID kClass = kHostTypeNumber;
 
-  // What is stored: the canonical types by their numbers, and what property lists need beyond them.
+  // How the value is stored: the canonical types, and one that only property lists need.
   enum class Form : UInt8 {
     kSInt8 = kCFNumberSInt8Type,
     kSInt16 = kCFNumberSInt16Type,
@@ -16,22 +16,21 @@ struct __CFNumber final : HostCFObject {
     kSInt64 = kCFNumberSInt64Type,
     kFloat32 = kCFNumberFloat32Type,
     kFloat64 = kCFNumberFloat64Type,
-    // 2^63 to 2^64 - 1. Callers see an SInt64 that no signed type carries exactly.
+    // 2^63 to 2^64 - 1. Its documented type is SInt64, to which it never converts exactly.
     kUInt64,
   };
 
-  // One reference for the caller; null when there is no memory. The block is from `pool` unless
-  // that is null.
+  // Return a new object, or null without memory. The block is from `pool` unless that is null.
   static __CFNumber* CreateSInt64(SInt64 value, HostObjectPool* pool = nullptr) {
     return Make(Form::kSInt64, {.integer = value}, pool);
   }
-  // An SInt64 when it fits into one.
+  // Stores an SInt64 if the value fits.
   static __CFNumber* CreateUInt64(UInt64 value, HostObjectPool* pool = nullptr);
   static __CFNumber* CreateFloat32(float value) { return Make(Form::kFloat32, {.real32 = value}); }
   static __CFNumber* CreateFloat64(double value, HostObjectPool* pool = nullptr) {
     return Make(Form::kFloat64, {.real64 = value}, pool);
   }
-  // Any documented type; null also for one that does not exist. `value` need not be aligned.
+  // Accepts every documented type and returns null for any other. `value` need not be aligned.
   static __CFNumber* Create(CFNumberType type, const void* value);
 
   Form StoredForm() const { return form; }
@@ -64,7 +63,7 @@ struct __CFNumber final : HostCFObject {
 };
 using HostCFNumber = __CFNumber;
 
-// The two truth values are constant objects.
+// The Boolean values are two constant objects. Any thread.
 struct __CFBoolean final : HostCFObject {
   static constexpr HostTypeID kClass = kHostTypeBoolean;
 
@@ -72,7 +71,7 @@ struct __CFBoolean final : HostCFObject {
 
   CFHashCode Hash() const override { return is ? 1 : 0; }
   CFStringRef CopyDescription() const override;
-  void LastRelease() override {}  // never called: constants are not counted
+  void LastRelease() override {}  // never called, because constants are not counted
 
   const bool is;
 };

@@ -11,8 +11,11 @@
 
 #include "platform/host/base/object_pool.h"
 
-// HostCFObject is what every counted object begins with: an atomic reference count, the number of
-// its class, and the few slots behind CFEqual, CFHash, CFCopyDescription and the last CFRelease.
+// This room holds the counted objects: strings, numbers, data, dates, containers, URLs and streams.
+//
+// HostCFObject is the base of every counted object: an atomic reference count, the number of its
+// class, and the virtual functions that CFEqual, CFHash, CFCopyDescription and the last CFRelease
+// call.
 //
 // A class is written as the documented opaque struct, with a Host name beside it:
 //
@@ -24,17 +27,18 @@
 //   };
 //   using HostCFThing = __CFThing;
 //
-// so a pointer to the object *is* a CFThingRef, without a cast. HostCFObject is the first base: the
-// pointer that travels as CFTypeRef is the object's own address. Objects are made with new and
-// owned by their references; counting is safe on any thread, all else is the class's own matter.
+// so a pointer to the object *is* a CFThingRef, without a cast. HostCFObject must be the first
+// base, because the address that is passed as CFTypeRef is the object's own. Objects are created
+// with new and owned by their references. Counting is safe on any thread; the header of each class
+// says which threads may call the rest.
 //
-// The base has no virtual destructor on purpose: a class without owning members is then trivially
-// destructible, so its constant objects can be constinit globals that nothing ever destroys.
+// The base has no virtual destructor, so that a class without owning members is trivially
+// destructible: its constant objects can then be constinit globals that are never destroyed.
 
-// The class numbers. Fixed, so that they can be compared in constant expressions; the names that
-// CFCopyTypeIDDescription gives stand in one table in cf_object.cpp, in this order.
+// The class numbers. They are fixed, so that constant expressions can compare them. A table in
+// cf_object.cpp has the names that CFCopyTypeIDDescription returns, in this order.
 enum HostTypeID : CFTypeID {
-  kHostTypeNone = 0,  // what CFGetTypeID gives for null
+  kHostTypeNone = 0,  // CFGetTypeID returns it for null
   kHostTypeAllocator,
   kHostTypeString,
   kHostTypeNumber,
@@ -69,35 +73,35 @@ class HostCFObject {
     references.fetch_add(1, std::memory_order_relaxed);
   }
 
-  // The last release calls LastRelease; the object is gone then.
+  // The last release destroys the object.
   void Release() const {
     UInt32 count = references.load(std::memory_order_relaxed);
     if (IsConstant(count)) return;
-    if (__libc_single_threaded != 0) {  // as the C library tells: spares the locked instruction
+    if (__libc_single_threaded != 0) {  // one thread needs no locked instruction
       references.store(count - 1, std::memory_order_relaxed);
     } else {
       count = references.fetch_sub(1, std::memory_order_acq_rel);
     }
     if (count != 1) return;
-    // Spares most objects the indirect call.
+    // Most objects need no indirect call.
     if (((kLeafTypes >> typeID) & 1) != 0) return const_cast<HostCFObject*>(this)->FreeBlock();
     const_cast<HostCFObject*>(this)->LastRelease();
   }
 
-  // Retains unless the last reference has been dropped already. For tables that know an object
-  // without owning it: call under the lock that LastRelease takes to leave the table.
+  // Retains unless the last reference has been released. For tables that do not own their objects:
+  // call it under the lock that LastRelease takes to remove the object from the table.
   bool RetainUnlessDying() const;
 
   // 1 after creation, INT32_MAX for a constant object.
   CFIndex RetainCount() const;
 
-  // `other` is another object of the same class. Identity unless overridden.
+  // `other` is another object of the same class. Compares addresses unless overridden.
   virtual bool Equal(const HostCFObject& other) const { return this == &other; }
 
-  // Equal objects give equal values. The address unless overridden.
+  // Returns equal values for equal objects. Uses the address unless overridden.
   virtual CFHashCode Hash() const;
 
-  // A text for people; the caller releases it. Class name and address unless overridden.
+  // Returns a text for people, which the caller releases: class name and address unless overridden.
   virtual CFStringRef CopyDescription() const;
 
  protected:
@@ -108,23 +112,23 @@ class HostCFObject {
         typeID(static_cast<UInt8>(type)) {}
   ~HostCFObject() = default;
 
-  // The count has reached 0: destroys the object. What holds objects that may hold others, to any
-  // depth, derives from HostContainer (cf_container.h), which does it without recursion.
+  // Destroys the object; called when the count reaches 0. Classes that hold objects which may hold
+  // others derive from HostContainer (cf_container.h), which destroys them without recursion.
   virtual void LastRelease() = 0;
 
-  // What LastRelease ends with in a class that needs no destructor: the block goes back to where it
-  // came from, the heap unless RememberBlock was told something else when the object was made.
+  // Frees the object's block; the last step of LastRelease in a class that needs no destructor. The
+  // block comes from the heap unless RememberBlock was called after creation.
   void FreeBlock() { HostObjectPool::GiveBack(this, blockPlace); }
   void RememberBlock(const HostObjectBlock& block) { blockPlace = block.place; }
 
  private:
-  // A count with the top bit set never changes. Constants begin there, and an object that was
-  // retained two thousand million times ends there instead of wrapping round to 0.
+  // A count with the top bit set never changes. Constants have such a count, and an object that is
+  // retained 2^31 times reaches it instead of overflowing.
   static constexpr UInt32 kConstantCount = 0xC0000000;
 
   static bool IsConstant(UInt32 count) { return (count >> 31) != 0; }
 
-  // Whose LastRelease does nothing but free the block.
+  // The classes whose LastRelease only frees the block.
   static constexpr UInt32 kLeafTypes =
       1u << kHostTypeString | 1u << kHostTypeNumber | 1u << kHostTypeDate;
 
@@ -133,8 +137,8 @@ class HostCFObject {
   const UInt8 typeID;     // small, so that a class's own small fields share its word
 };
 
-// The object that `ref` denotes if it is one of class T, else null: for null and for every other
-// class. What a documented function does first with each of its arguments.
+// Returns the object if `ref` is one of class T, else null. Every documented function checks each
+// of its arguments with it.
 template <class T>
 T* HostCast(CFTypeRef ref) {
   static_assert(std::is_base_of_v<HostCFObject, T>);
@@ -143,13 +147,12 @@ T* HostCast(CFTypeRef ref) {
   return const_cast<T*>(static_cast<const T*>(object));
 }
 
-// HostRetained owns one reference to an object of class T, or nothing. One scope or one object
-// owns it; not for sharing between threads.
+// HostRetained owns one reference to an object of class T, or nothing. One thread at a time.
 template <class T>
 class HostRetained {
  public:
   HostRetained() = default;
-  explicit HostRetained(T* taken) : object(taken) {}  // takes the caller's reference over
+  explicit HostRetained(T* taken) : object(taken) {}  // takes over the caller's reference
   HostRetained(const HostRetained& other) : HostRetained(Retaining(other.object)) {}
   HostRetained(HostRetained&& other) noexcept : object(std::exchange(other.object, nullptr)) {}
   HostRetained& operator=(HostRetained other) noexcept {
@@ -160,7 +163,7 @@ class HostRetained {
     if (object != nullptr) object->Release();
   }
 
-  // Adds a reference of its own; null stays null.
+  // Retains `borrowed`, which may be null.
   static HostRetained Retaining(T* borrowed) {
     if (borrowed != nullptr) borrowed->Retain();
     return HostRetained(borrowed);
@@ -170,7 +173,7 @@ class HostRetained {
   T* operator->() const { return object; }
   explicit operator bool() const { return object != nullptr; }
 
-  // Gives the reference up; the caller must now release it.
+  // Hands the reference to the caller, who must release it.
   [[nodiscard]] T* Give() { return std::exchange(object, nullptr); }
 
  private:

@@ -9,10 +9,10 @@
 #include "platform/host/base/text_codec.h"
 #include "platform/host/objects/cf_object.h"
 
-// The string object. Its code units are stored one byte each when all are below U+0100, else two
-// bytes each: always the smaller form, so equal strings have the same form. The units of a created
-// string lie at the end of the object in the same block, NUL-terminated. The hash is worked out
-// when it is first asked for, and kept. Immutable; any thread.
+// The string object. Its code units are stored in one byte each if all are below U+0100, else in
+// two bytes each, so equal strings have the same form. The units of a created string stand at the
+// end of the object in the same block, with a NUL after them. The hash is computed when it is first
+// needed, and kept. Immutable; any thread.
 //
 // A constant string is a global made from an ASCII literal at compile time:
 //
@@ -34,28 +34,28 @@ struct __CFString final : HostCFObject {
     }
   }
 
-  // Copies the units, one reference for the caller. Null when there is no memory or more than
+  // Returns a new object with a copy of the units, or null without memory or for more than
   // INT32_MAX units.
   static __CFString* Create(HostTextView text);
-  // Null also when the bytes are not well formed.
+  // Returns null also if the bytes are not well formed.
   static __CFString* Create(CFStringEncoding encoding, const UInt8* bytes, size_t count,
                             bool external);
-  // Of bytes that the caller knows to be ASCII; the block is from `pool` unless it is null. `hash`
-  // is what HostHashBytes says of the bytes, or 0.
+  // For bytes that are known to be ASCII. The block is from `pool` unless it is null. `hash` is the
+  // result of HostHashBytes for the bytes, or 0.
   static __CFString* CreateASCII(const UInt8* bytes, size_t count, HostObjectPool* pool = nullptr,
                                  UInt32 hash = 0);
-  // Of bytes that may be ASCII, behind which eight more can be read. Null also when they are not;
-  // `*isASCII` tells.
+  // For bytes that may be ASCII, after which eight more bytes must be readable. Clears `*isASCII`
+  // and returns null if they are not ASCII.
   static __CFString* CreateIfASCII(const UInt8* bytes, size_t count, HostObjectPool* pool,
                                    bool* isASCII);
-  // Of Mac Roman text; never destroyed.
+  // From Mac Roman text. The object is never destroyed.
   static __CFString* CreateConstant(const char* text);
 
   size_t Length() const { return length; }
   HostTextView Text() const;
-  // The bytes when all are ASCII, NUL-terminated; else null.
+  // Returns the bytes, NUL-terminated, if all are ASCII; else null.
   const char* ASCII() const { return isASCII ? reinterpret_cast<const char*>(Narrow()) : nullptr; }
-  // The bytes when all units are below U+0100 (ISO Latin-1), NUL-terminated; else null.
+  // Returns the bytes, NUL-terminated, if all units are below U+0100 (ISO Latin-1); else null.
   const UInt8* Latin1() const { return isWide ? nullptr : Narrow(); }
 
   bool Equal(const HostCFObject& other) const override {
@@ -95,13 +95,14 @@ struct __CFString final : HostCFObject {
   const bool isWide : 1;
   const bool isLiteral : 1;
   const UInt32 length;
-  mutable std::atomic<UInt32> hash{0};  // 0: not worked out yet
+  mutable std::atomic<UInt32> hash{0};  // 0: not yet computed
   union {
     const char* literalText;
-    UInt8 firstUnits[sizeof(const char*)];  // the block goes on behind these
+    UInt8 firstUnits[sizeof(const char*)];  // the others follow in the same block
   };
 };
 using HostCFString = __CFString;
 
-// The text of `format` with the arguments put in, as CFStringCreateWithFormat documents it.
+// Returns the text of `format` with its arguments, as CFStringCreateWithFormat documents it; the
+// caller releases it. Defined in cf_string_format.cpp.
 CFStringRef HostFormatString(const HostCFString& format, va_list arguments);

@@ -7,13 +7,13 @@
 
 #include "platform/host/objects/cf_object.h"
 
-// The address object: an absolute path of bytes, NUL-terminated, behind the object in the same
-// block, without a slash at its end unless it is "/". Immutable; any thread.
+// The URL object: an absolute path of bytes, which stands after the object in the same block with a
+// NUL at its end. The path has no slash at its end unless it is "/". Immutable; any thread.
 struct __CFURL final : HostCFObject {
   static constexpr HostTypeID kClass = kHostTypeURL;
 
-  // A relative path is completed with the working directory. One reference for the caller; null for
-  // an empty path, one with a NUL inside, without a working directory and without memory.
+  // Returns a new object; a relative path is completed with the working directory. Returns null for
+  // an empty path, a path with a NUL, and without a working directory or memory.
   static __CFURL* Create(std::string_view path, bool isDirectory);
 
   const char* Path() const { return reinterpret_cast<const char*>(this + 1); }
@@ -24,7 +24,7 @@ struct __CFURL final : HostCFObject {
   CFHashCode Hash() const override;
   CFStringRef CopyDescription() const override { return CopyPath(); }
 
-  // The path as a string that makes the same address again; null without memory.
+  // Returns the path as a string from which the same URL can be made, or null without memory.
   CFStringRef CopyPath() const;
 
  private:

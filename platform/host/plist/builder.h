@@ -11,19 +11,19 @@
 #include "platform/host/plist/codec.h"
 #include "platform/host/plist/error.h"
 
-// HostPlistBuilder makes the objects of a property list in the order in which a reader meets them:
-// leaves and whole containers go into the innermost container that is open. It keeps the open
-// containers in lists of its own, so nothing recurses, and every container is made at once, in its
-// final size, when it is closed. It counts the memory that all this takes against a limit.
+// HostPlistBuilder creates the objects of a property list in the order in which a reader meets
+// them: leaves and closed containers are added to the innermost open container. It keeps the items
+// of open containers in a list of its own, so nothing recurses, and creates each container when it
+// closes, in its final size. It charges all memory that this takes against a limit.
 //
-// Equal keys share one string as a rule: the last one with each hash is remembered. One reader, one
-// thread; what is unfinished is released with the builder.
+// Equal keys usually share one string: the last key with each hash is remembered. One reader, one
+// thread. The destructor releases what is unfinished.
 class HostPlistBuilder {
  public:
   enum class Kind : UInt8 { kArray, kDictionary };
 
-  // The limit is `factor` times `inputSize`, the size of the file, and 4 MiB; the file itself
-  // counts. An item takes `leastItem` bytes of the file as a rule.
+  // The limit is `factor` times `inputSize`, the size of the file, plus 4 MiB, of which the file
+  // itself is a part. `leastItem` is the usual least size of an item in the file, in bytes.
   HostPlistBuilder(size_t inputSize, size_t factor, size_t leastItem,
                    const HostPlistRequest& request);
   explicit HostPlistBuilder(CFOptionFlags mutability);  // without a limit
@@ -31,12 +31,12 @@ class HostPlistBuilder {
   HostPlistBuilder(const HostPlistBuilder&) = delete;
   HostPlistBuilder& operator=(const HostPlistBuilder&) = delete;
 
-  // Why the last call returned false: a limit or no memory. Never null.
+  // Returns why the last call failed: a limit, or no memory. Never null.
   const char* Problem() const { return problem; }
 
   bool IsInside() const { return !frames.empty(); }  // a container is open
   bool HasRoot() const { return frames.empty() && valueCount > 0; }
-  bool HasDropped() const { return hasDropped; }  // a key came twice in a dictionary
+  bool HasDropped() const { return hasDropped; }  // a key occurred twice in a dictionary
   size_t Depth() const { return frames.size(); }
   Kind Innermost() const { return frames.back().kind; }  // of the open ones
   bool NeedsKey() const {  // a dictionary is open and a key is its next item
@@ -44,28 +44,28 @@ class HostPlistBuilder {
            ((valueCount - frames.back().firstValue) & 1) == 0;
   }
 
-  // All below: false when it cannot be done (see Problem); the reader gives up then.
+  // All functions below return false on failure (see Problem); the reader then gives up.
 
   bool Open(Kind kind);
-  bool Close();  // the innermost one, which has a value for each key
+  bool Close();  // the innermost container, in which every key must have a value
 
-  bool AddKey(const UInt8* text, size_t count);        // ASCII; for values too that come again
-  bool AddKeyAsValue();                                // the last key once more, as its own value
+  bool AddKey(const UInt8* text, size_t count);        // ASCII; shared with equal keys
+  bool AddKeyAsValue();                                // adds the last key again, as its value
   bool AddString(const UInt8* text, size_t count);     // ASCII
   bool AddInteger(bool isNegative, UInt64 magnitude);  // within -2^63 to 2^64 - 1
   bool AddReal(double value);
   bool AddDate(CFAbsoluteTime time);
   bool AddBoolean(bool value);
   bool AddData(const UInt8* bytes, size_t count);
-  // Takes the reference over; null means that there was no memory for it. `size` is what the object
-  // takes in bytes, 0 for one that is counted already.
+  // Takes over the reference; null means that there was no memory for the object. `size` is its
+  // size in bytes, or 0 if it was charged before.
   bool Add(const HostCFObject* taken, size_t size) {
     if (taken == nullptr) return FailForMemory();
     if (size != 0 && !Charge(BlockSize(size))) return Drop(taken);
     return Push(taken);
   }
 
-  // Bytes that the reader takes for itself. False when that is too much.
+  // Charges bytes that the reader uses itself. Returns false if the limit is exceeded.
   bool Charge(size_t bytes) {
     if (bytes > memoryLeft) return FailForSize();
     memoryLeft -= bytes;
@@ -73,10 +73,10 @@ class HostPlistBuilder {
   }
   void Refund(size_t bytes) { memoryLeft += bytes; }
 
-  // Where the objects that a reader makes itself come from; may be null.
+  // The pool for objects that the reader creates itself; may be null.
   HostObjectPool* Pool() { return usesPool ? &pool : nullptr; }
 
-  // The list, once HasRoot; the caller releases it.
+  // Returns the list, which the caller releases. Call it once, after HasRoot.
   CFPropertyListRef TakeRoot();
 
  private:

@@ -6,20 +6,20 @@
 
 #include "platform/host/plist/error.h"
 
-// Property lists in bytes: what stands behind the CFPropertyList functions. Readers and writers
-// go through their input once and do not recurse; they keep no state, so any thread may use them.
+// This room reads and writes property lists as bytes; the CFPropertyList functions call it. Readers
+// and writers go through their input once, without recursion, and keep no state. Any thread.
 //
-// Limits. kHostPlistDepth containers within each other. A reader takes at most 8 times (binary: 16
-// times) the size of its input, and 4 MiB, for all that it makes; what would need more is refused.
+// Limits: containers nest at most kHostPlistDepth deep. A reader uses at most 8 times the size of
+// its input (binary: 16 times) and 4 MiB for all that it makes, and refuses what needs more.
 //
-// What a reader returns is a tree: every container is in one place only, also when a binary file
-// refers to it from several. Whatever a reader accepts can be written again, in both forms, but for
-// text that XML cannot carry: a NUL, or half of a surrogate pair.
+// A reader returns a tree: every container is in one place only, even if a binary file refers to it
+// several times. All that a reader accepts can be written in both forms, except text that XML
+// cannot carry: a NUL, or half of a surrogate pair.
 
 inline constexpr size_t kHostPlistDepth = 512;
 
-// The form, from the first characters: binary by its magic, XML by a < that does not begin
-// hexadecimal digits; all else is the text form.
+// Returns the form, which the first characters tell: "bplist" for binary, a < that does not begin
+// hexadecimal digits for XML. All else is old-style text.
 CFPropertyListFormat HostRecognisePlist(const UInt8* bytes, size_t count);
 
 // What a reader is to make.
@@ -30,12 +30,13 @@ struct HostPlistRequest {
   bool mayShareBlocks = true;
 };
 
-// Recognises the form. The list, which the caller releases, or null with `*error`. `*format` tells
-// the form as far as it was recognised, also on failure.
+// Recognises the form and returns the list, which the caller releases, or null with `*error`.
+// Stores the form in `*format` also on failure.
 CFPropertyListRef HostReadPlist(const UInt8* bytes, size_t count, const HostPlistRequest& request,
                                 CFPropertyListFormat* format, HostPropertyListError* error);
 
-// One form each; `count` bytes are the whole file.
+// These read one form each, from a whole file of `count` bytes; each is defined in the source that
+// has its name.
 CFPropertyListRef HostReadPlistXML(const UInt8* bytes, size_t count,
                                    const HostPlistRequest& request, HostPropertyListError* error);
 CFPropertyListRef HostReadPlistBinary(const UInt8* bytes, size_t count,
@@ -44,19 +45,19 @@ CFPropertyListRef HostReadPlistBinary(const UInt8* bytes, size_t count,
 CFPropertyListRef HostReadPlistText(const UInt8* bytes, size_t count,
                                     const HostPlistRequest& request, HostPropertyListError* error);
 
-// Where a writer's bytes go, piece by piece.
+// Receives a writer's bytes, piece by piece. One writer, one thread.
 class HostPlistSink {
  public:
-  // False when the bytes could not be taken: the writer gives up then.
+  // Returns false if it cannot take the bytes; the writer then gives up.
   virtual bool Take(const UInt8* bytes, size_t count) = 0;
 
  protected:
   ~HostPlistSink() = default;
 };
 
-// Writes the whole list. False with `*error`: the object is not a property list, it nests too
-// deeply (or contains itself), it has text or a date that the form cannot carry, there is no
-// memory, or the sink refused. Some bytes may have been written then.
+// These write the whole list. They return false with `*error` if the object is not a property list,
+// nests too deeply or contains itself, has text or a date that the form cannot carry, if there is
+// no memory, or if the sink refuses. The sink may have received some bytes then.
 bool HostWritePlistXML(CFPropertyListRef list, HostPlistSink& sink, HostPropertyListError* error);
 bool HostWritePlistBinary(CFPropertyListRef list, HostPlistSink& sink,
                           HostPropertyListError* error);

@@ -9,15 +9,16 @@
 
 #include "platform/host/plist/codec.h"
 
-// Collects a writer's bytes before they go to its sink. Once the sink has refused, everything is
-// accepted and dropped, so a writer asks for success only now and then. One writer, one thread.
+// HostPlistOutput buffers a writer's bytes on their way to its sink. After the sink has refused,
+// all bytes are accepted and dropped, so a writer need not check each call. One writer, one thread.
 class HostPlistOutput {
  public:
-  static constexpr size_t kRoom = 32 * 1024;  // the most that Reserve can promise
+  static constexpr size_t kRoom = 32 * 1024;  // the most that may be reserved
 
   explicit HostPlistOutput(HostPlistSink& sink) : sink(sink), buffer(new UInt8[kRoom]) {}
 
-  // Room for `count` bytes, to be filled from the beginning; Advance tells how many they were.
+  // Returns room for `count` bytes, at most kRoom. Advance takes the number of those that were
+  // filled.
   UInt8* Reserve(size_t count) {
     if (kRoom - used < count) Flush();
     return buffer.get() + used;
@@ -31,7 +32,7 @@ class HostPlistOutput {
     used += count;
   }
 
-  // Hands over what is there. False when the sink has ever refused.
+  // Hands the buffered bytes to the sink. Returns false if the sink has ever refused.
   bool Flush() {
     if (used > 0) Give(buffer.get(), used);
     used = 0;

@@ -8,13 +8,13 @@
 #include "platform/host/plist/characters.h"
 #include "platform/host/plist/codec.h"
 
-// HostPlistReader is what the readers of property lists in text share: they go through UTF-8 from
-// front to back and hand what they find to a builder. A function that reads something returns false
-// when it is not as it should be; the error is then in place and the reader is finished.
+// HostPlistReader is the common part of the readers of text forms: they go through UTF-8 once and
+// hand what they find to a builder. A function that reads something returns false if it is
+// malformed; the error is then in place and the reader ends. One thread.
 class HostPlistReader {
  protected:
-  // `text` is borrowed, as is the error. inputSize is that of the file in bytes, before it became
-  // UTF-8; an item of it takes `leastItem` bytes as a rule.
+  // Borrows `text` and `error`. `inputSize` is the size of the file in bytes, before it was
+  // converted to UTF-8; `leastItem` is the usual least size of an item in it.
   HostPlistReader(const HostPlistText& text, size_t inputSize, size_t leastItem,
                   const HostPlistRequest& request, HostPropertyListError* error)
       : begin(text.bytes),
@@ -24,7 +24,7 @@ class HostPlistReader {
         error(error),
         builder(inputSize, kMemoryFactor, leastItem, request) {}
 
-  // To be asked before anything is read: is this text, and may it take the memory that it takes?
+  // Call it before anything is read. Returns false if the bytes are not text, or too large a copy.
   bool Begin();
 
   // All return false. Fail sets the error, with the line and column of `where`. The text may quote

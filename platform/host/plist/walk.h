@@ -8,15 +8,15 @@
 #include "platform/host/objects/cf_dictionary.h"
 #include "platform/host/objects/cf_string.h"
 
-// HostPlistWalk goes through an object and all it holds, in the order in which it would be written,
-// and finds out on the way whether it is a property list: only the permitted classes, keys that are
-// strings, not nested more than kHostPlistDepth deep (so nothing contains itself). Containers whose
-// callbacks say nothing about counted objects hold bare pointers and are no property lists.
+// HostPlistWalk visits an object and all that it contains, in the order in which they are written,
+// and checks on the way that it is a property list: only the permitted classes, keys that are
+// strings, no more than kHostPlistDepth levels (so that nothing contains itself), and containers
+// whose callbacks are those of counted objects.
 //
 //   for (HostPlistWalk walk(root, order); walk.Next();) ... walk.Step() ...
 //   ... walk.Fault()
 //
-// Nothing is retained: the list must not change meanwhile. One thread.
+// It retains nothing, so the list must not change during the walk. One thread.
 class HostPlistWalk {
  public:
   enum class Order : UInt8 { kStored, kSorted };  // of keys; sorted is by UTF-16 code unit
@@ -24,16 +24,16 @@ class HostPlistWalk {
 
   HostPlistWalk(CFPropertyListRef root, Order order);
 
-  // Goes to the next step; false at the end, and when something is wrong.
+  // Goes to the next step. Returns false at the end and after a fault.
   bool Next();
 
-  // Of the current step. All but kClose: the key in front of the object, or null.
+  // The current step. Key returns the key of the object, or null in an array and for kClose.
   Step Current() const { return step; }
   const HostCFString* Key() const { return key; }
   const HostCFObject* Object() const { return object; }  // the leaf, or the container
   size_t Level() const { return level; }                 // of the object; the root's is 0
 
-  // Null, or why the object is no property list; it ended the walk.
+  // Returns null, or why the object is not a property list; the walk has ended then.
   const char* Fault() const { return fault; }
 
  private:

@@ -10,8 +10,8 @@
 #include "platform/host/plist/xml_names.h"
 
 // HostXMLMarkup is the half of the XML reader that knows markup but no values: prolog, comments,
-// tags with their attributes, and the text between tags. Nothing of the text is copied but what has
-// entities, comments or CDATA sections in it.
+// tags with their attributes, and the text between tags. It copies only text that contains
+// entities, comments or CDATA sections. One thread.
 class HostXMLMarkup : protected HostPlistReader {
  protected:
   using HostPlistReader::HostPlistReader;

@@ -8,7 +8,8 @@
 #include <string>
 #include <string_view>
 
-// The elements of property lists in XML, and how their tags are recognised eight bytes at a time.
+// The elements of property lists in XML, and tables to recognise their tags eight bytes at a time.
+// Constants and pure functions; any thread.
 
 enum class HostXMLElement : UInt8 {
   kKey,
