@@ -189,9 +189,9 @@ TEST_F(Preferences, WhatOthersWriteIsSeenAndWhatIsSetHereWinsUntilItIsWritten) {
   WriteByHand(ListOf("n", 1));
   EXPECT_EQ(1, IntegerOf("n"));
   // Of the same size, at the same moment.
-  for (int i = 2; i < 10; i++) {
-    WriteByHand(ListOf("n", i));
-    EXPECT_EQ(i, IntegerOf("n"));
+  for (int i = 1; i < 100; i++) {
+    WriteByHand(ListOf("n", i % 9));
+    EXPECT_EQ(i % 9, IntegerOf("n"));
   }
   preferences.setInteger("n", 50);
   preferences.setInteger("mine", 51);
@@ -280,6 +280,7 @@ TEST(PreferenceValues, AreTheSameOnlyIfTheyAreBitForBit) {
 }
 
 TEST_F(Preferences, AValueThatIsEqualButNotTheSameIsWritten) {
+  EXPECT_EQ(0, preferences.commit());  // nothing but the value below is to be written
   WriteByHand(ListOf("n", 1));
   preferences.setDouble("n", 1);
   EXPECT_EQ(0, preferences.commit());
