@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cassert>
 
 #include "platform/host/base/clock.h"
 #include "platform/host/base/descriptors.h"
@@ -12,11 +13,45 @@
 #include "platform/host/ports/callout.h"
 #include "platform/host/ports/port_table.h"
 
+// The algorithm. A run repeats one pass until it has a reason to end:
+//
+//   due timers, the earliest first
+//   -> signalled sources of version 0, by order, then in the order in which they were added
+//   -> messages of ports, one port after the other
+//   -> one epoll_wait for the mode's ports and the wake-up descriptor, which passes what arrived on
+//   to
+//      the receivers
+//
+// The wait ends at the next timer, the next deadline of a port or the end of the run, whichever is
+// first. It does not sleep if a source is signalled or a message is complete. Nothing else ends it,
+// so an idle loop makes no system call.
+//
+// Fairness: a pass calls each due timer and each signalled source once. It serves at most
+// kMessagesPerPass messages, or for kPassTime, and remembers whose turn is next, so that a port
+// with many messages delays neither timers and sources nor other ports.
+//
+// Obedience: what is due is collected under the loop's mutex, and the callouts run without it.
+// Before each callout the loop therefore checks again whether a stop was requested and whether the
+// timer or source is still valid and in the mode. An earlier callout or another thread may have
+// changed that.
+//
+// Nesting: a callout may run the loop again, in this mode or another. It takes what is due; the run
+// around it finds the rest. A stop ends the innermost run only. It is kept if no run is under way.
+//
+// Waking: other threads change the modes under the mutex, or set a flag, and then write to the
+// wake-up descriptor. The thread itself looks at everything again before it waits and writes
+// nothing.
+//
+// Locks: the mutex guards the modes and the lists in them. It comes before a source's mutex and a
+// receiver's, and is never held during a callout. Only the loop's own thread runs a mode and
+// touches its `turn`; a mode is never removed before the thread ends, so the thread may use one
+// without the mutex.
+
 namespace {
 
 constexpr int kEventsPerPoll = 64;
-// While messages wait the loop does not sleep, but looks at its descriptors after so many, or
-// after so long.
+// While messages wait the loop does not sleep, but polls its file descriptors after so many
+// messages, or after so long.
 constexpr int kMessagesPerPass = 16;
 constexpr int64_t kPassTime = kHostMillisecond;
 
@@ -103,6 +138,7 @@ void __CFRunLoop::LastRelease() {
 
 // Modes and what is in them.
 
+// With the mutex.
 HostRunLoopMode* __CFRunLoop::FindMode(HostCFString* name) {
   for (const auto& mode : modes) {
     if (mode->name.Get() == name || mode->name->Equal(*name)) return mode.get();
@@ -110,6 +146,7 @@ HostRunLoopMode* __CFRunLoop::FindMode(HostCFString* name) {
   return nullptr;
 }
 
+// With the mutex. Null if the kernel refuses an epoll set.
 HostRunLoopMode* __CFRunLoop::FindOrMakeMode(HostCFString* name) {
   if (HostRunLoopMode* known = FindMode(name)) return known;
   modes.reserve(modes.size() + 1);
@@ -233,12 +270,17 @@ bool __CFRunLoop::RemoveSourceFromMode(__CFRunLoopSource* source, HostCFString* 
       const auto port =
           std::find_if(mode->ports.begin(), mode->ports.end(),
                        [source](const auto& each) { return each.source.Get() == source; });
+      assert(port != mode->ports.end());
       port->receiver->Unwatch(mode->epollSet);
       mode->ports.erase(port);
     } else {
       mode->sources.erase(FindItem(mode->sources, source));
     }
     mode->NoteChange();
+    if (!source->IsValid()) {  // it will not come back with a new common mode either
+      const auto common = FindItem(commonSources, source);
+      if (common != commonSources.end()) commonSources.erase(common);
+    }
   }
   source->Left(this, modeName);
   WakeUp();
@@ -305,14 +347,14 @@ bool __CFRunLoop::ContainsTimer(__CFRunLoopTimer* timer, HostCFString* modeName)
 // Running.
 
 void __CFRunLoop::Stop() {
-  // The thread may end, and its loop with it, as soon as it sees the request.
+  // The thread may end, and release its loop, as soon as it sees the request.
   const auto kept = HostRetained<__CFRunLoop>::Retaining(this);
   stopRequested.store(true, std::memory_order_release);
   WakeUp();
 }
 
 void __CFRunLoop::WakeUp() {
-  // The thread itself looks at everything again before it waits.
+  // The thread itself checks everything again before it waits.
   if (pthread_equal(owner.load(), pthread_self()) != 0 || IsForeign()) return;
   const uint64_t one = 1;
   (void)!write(wakeDescriptor, &one, sizeof one);
@@ -333,12 +375,13 @@ SInt32 __CFRunLoop::Run(HostCFString* modeName, const RunOptions& options) {
     const std::lock_guard<HostMutex> lock(mutex);
     mode = options.until != nullptr ? FindOrMakeMode(modeName) : FindMode(modeName);
   }
+  assert(options.until == nullptr || !options.returnAfterSource);
   for (;;) {
     if (ShouldEnd(options)) {
       if (options.until == nullptr) stopRequested.store(false);
       return kCFRunLoopRunStopped;
     }
-    // A child that forked in a callout has no part in its parent's loop.
+    // A child that was forked in a callout must not touch its parent's loop.
     if (mode == nullptr || IsForeign()) return kCFRunLoopRunFinished;
     if (options.until == nullptr && IsFinished(*mode)) return kCFRunLoopRunFinished;
 
@@ -347,7 +390,7 @@ SInt32 __CFRunLoop::Run(HostCFString* modeName, const RunOptions& options) {
     if (!(handled && options.returnAfterSource)) handled |= ServePorts(*mode, options);
     if (ShouldEnd(options)) continue;
     if (handled && options.returnAfterSource) return kCFRunLoopRunHandledSource;
-    // A callout may have emptied the mode: there is nothing to wait for then.
+    // A callout may have emptied the mode. Then there is nothing to wait for.
     if ((fired || handled) && options.until == nullptr && IsFinished(*mode)) continue;
 
     bool pending = false;
@@ -355,7 +398,7 @@ SInt32 __CFRunLoop::Run(HostCFString* modeName, const RunOptions& options) {
     const bool timedOut = options.deadline != kHostNever && HostNow() >= options.deadline;
     Poll(*mode, pending || timedOut ? 0 : earliest);
     if (timedOut) {
-      // One last look, so that a pass without waiting serves what is there.
+      // Serve what the poll has just brought, so that a run of no length serves what is there.
       handled = ServePorts(*mode, options);
       if (ShouldEnd(options)) continue;
       return handled && options.returnAfterSource ? kCFRunLoopRunHandledSource
@@ -366,9 +409,19 @@ SInt32 __CFRunLoop::Run(HostCFString* modeName, const RunOptions& options) {
 
 bool __CFRunLoop::IsFinished(HostRunLoopMode& mode) {
   if (mode.hasPorts.load(std::memory_order_acquire) && !mode.hasTimers.load()) return false;
+  std::vector<TimerRef> dropped;  // released without the mutex: the last release calls out
   const std::lock_guard<HostMutex> lock(mutex);
-  std::erase_if(mode.timers, [](const TimerRef& timer) { return !timer->IsValid(); });
-  mode.NoteChange();
+  const auto drop = [&dropped](std::vector<TimerRef>& timers) {
+    const auto isValid = [](const TimerRef& timer) { return timer->IsValid(); };
+    const auto invalid = std::stable_partition(timers.begin(), timers.end(), isValid);
+    dropped.insert(dropped.end(), invalid, timers.end());
+    timers.erase(invalid, timers.end());
+  };
+  drop(commonTimers);
+  for (const auto& each : modes) {
+    drop(each->timers);
+    each->NoteChange();
+  }
   return mode.IsEmpty();
 }
 
@@ -428,7 +481,7 @@ bool __CFRunLoop::ServePorts(HostRunLoopMode& mode, const RunOptions& options) {
   int served = 0;
   while (served < limit && !ShouldEnd(options) && ServeOneMessage(mode)) {
     served++;
-    if (served == limit || !HasMessages(mode)) break;  // as a rule: the clock need not be read
+    if (served == limit || !HasMessages(mode)) break;  // mostly so: then the clock is not read
     const int64_t now = HostNow();
     if (served == 1) end = now + kPassTime;
     if (now >= end) break;
@@ -442,7 +495,7 @@ bool __CFRunLoop::HasMessages(HostRunLoopMode& mode) {
                      [](const auto& port) { return port.receiver->HasMessages(); });
 }
 
-// One message of the port whose turn it is.
+// Serves one message of the port whose turn it is. Returns false if no port has any.
 bool __CFRunLoop::ServeOneMessage(HostRunLoopMode& mode) {
   if (IsForeign()) return false;
   SourceRef source;
@@ -453,8 +506,9 @@ bool __CFRunLoop::ServeOneMessage(HostRunLoopMode& mode) {
     const size_t count = mode.ports.size();
     for (size_t i = 0; i < count && receiver == nullptr; i++) {
       HostRunLoopMode::PortEntry& port = mode.ports[(mode.turn + i) % count];
-      // Asked before the message is taken: one that is taken must be served, or its asker would
-      // wait in vain. An invalidation after this finds the callout begun.
+      // Check the source before taking the message: a message that has been taken must be served,
+      // or its sender would wait in vain. If the source is invalidated after this check, the
+      // callout counts as already begun.
       if (!port.source->IsValid() || !port.receiver->HasMessages()) continue;
       if (!port.receiver->TakeMessage(&message)) continue;
       mode.turn = (mode.turn + i + 1) % count;
@@ -462,6 +516,7 @@ bool __CFRunLoop::ServeOneMessage(HostRunLoopMode& mode) {
       source = port.source;
     }
   }
+  assert((receiver == nullptr) == !source);
   if (receiver == nullptr) return false;
   HostCallout callout(std::move(receiver), &message);
   source->PerformMessage(callout.Header(), static_cast<CFIndex>(callout.Header()->msgh_size));
@@ -509,6 +564,7 @@ void __CFRunLoop::HandleEvent(HostRunLoopMode& mode, uint64_t data, uint32_t eve
   if (receiver != nullptr) receiver->HandleEvent(static_cast<uint32_t>(data), events);
 }
 
+// Lets receivers do what they do at a time: retry, give up, end.
 void __CFRunLoop::HandleDeadlines(HostRunLoopMode& mode) {
   const std::lock_guard<HostMutex> lock(mutex);
   for (const auto& port : mode.ports) {

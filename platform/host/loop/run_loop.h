@@ -14,12 +14,15 @@
 #include "platform/host/objects/cf_string.h"
 #include "platform/host/ports/receiver.h"
 
-// The run loop's objects. Lock order: a loop's mutex, then a source's, then a receiver's; none is
-// held during a callout.
+// The room of run loops: sources, timers, loops and the ports they serve (cf_mach_port.cpp), and
+// the application event loop. run_loop.cpp opens with the algorithm.
+//
+// Any thread may use these objects; a loop is run only by the thread that it belongs to. Lock
+// order: a loop's mutex, then a source's, then a receiver's. None is held during a callout.
 
 struct __CFRunLoop;
 
-// What a loop serves: a flag that anybody may set (version 0) or a port (version 1).
+// A source is what a loop serves: a flag that any thread may set (version 0) or a port (version 1).
 struct __CFRunLoopSource final : HostCFObject {
   static constexpr HostTypeID kClass = kHostTypeRunLoopSource;
 
@@ -91,12 +94,12 @@ struct __CFRunLoopTimer final : HostCFObject {
   std::atomic<bool> valid{true};
 };
 
-// What a loop serves together: one epoll set, into which the modes' ports enter their descriptors.
+// A mode is what a loop serves together. Its ports enter their file descriptors into its epoll set.
 struct HostRunLoopMode {
   struct PortEntry {
     HostRetained<__CFRunLoopSource> source;
     std::shared_ptr<HostReceiver> receiver;
-    uint32_t tag;  // names the entry in epoll data
+    uint32_t tag;  // stands for the entry in epoll data
   };
 
   HostRetained<HostCFString> name;
@@ -105,7 +108,7 @@ struct HostRunLoopMode {
   std::vector<PortEntry> ports;
   std::vector<HostRetained<__CFRunLoopTimer>> timers;
   size_t turn = 0;  // the port that is served next
-  // Whether there are any, readable without the loop's mutex.
+  // Whether the lists have entries, readable without the loop's mutex.
   std::atomic<bool> hasSources{false};
   std::atomic<bool> hasPorts{false};
   std::atomic<bool> hasTimers{false};
@@ -118,27 +121,28 @@ struct HostRunLoopMode {
   }
 };
 
-// One thread's loop. The thread owns it (and everything that is added to it) until it ends.
+// A thread's loop. Until it ends, the thread owns the loop, and with it everything that is added.
 struct __CFRunLoop final : HostCFObject {
   static constexpr HostTypeID kClass = kHostTypeRunLoop;
 
-  // Null when the kernel refuses the wake-up descriptor. Belongs to the calling thread if
-  // `current`.
+  // Null if the kernel refuses the wake-up descriptor or memory is short. The loop belongs to the
+  // calling thread if `current`.
   static __CFRunLoop* Create(bool current);
-  // The thread ends: everything leaves.
+  // Removes everything; called when the thread ends.
   void Close();
 
   struct RunOptions {
     int64_t deadline;
     bool returnAfterSource = false;
-    // Set for the application event loop: ends on the flag, not on a stop or an empty mode.
+    // Set for the application event loop, which ends with this flag, not with a stop or an empty
+    // mode.
     const std::atomic<bool>* until = nullptr;
   };
   SInt32 Run(HostCFString* modeName, const RunOptions& options);
   void Stop();
   void WakeUp();
   bool IsWaiting() const { return waiting.load(std::memory_order_acquire); }
-  std::atomic<int> runs{0};  // under way, nested ones too; counted by those who call Run
+  std::atomic<int> runs{0};  // under way, nested ones too; counted by the callers of Run
   void BelongToThisThread() { owner.store(pthread_self()); }
   bool IsForeign() const;  // of a process that forked us
 

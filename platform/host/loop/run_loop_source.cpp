@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cassert>
 #include <new>
 
 #include "platform/host/base/clock.h"
@@ -6,7 +7,7 @@
 
 namespace {
 
-// Seconds as nanoseconds; what does not fit is for ever.
+// Converts seconds to nanoseconds; a value that does not fit stands for ever.
 int64_t NanosecondsOf(CFTimeInterval seconds) {
   if (!(seconds > 0)) return 0;
   const double nanoseconds = seconds * 1e9;
@@ -125,15 +126,16 @@ void __CFRunLoopTimer::LastRelease() {
 }
 
 bool __CFRunLoopTimer::Fire(int64_t now) {
+  assert(interval >= 0 && now != kHostNever);
   int64_t due = NextFire();
   if (due > now) return false;  // invalid, or fired meanwhile
   if (interval == 0) {
     Invalidate();
   } else {
-    // Times that were missed are skipped, the rhythm is kept.
+    // Skip the times that were missed, and keep to the multiples of the interval.
     const int64_t missed = (now - due) / interval;
     const int64_t next = HostDeadlineAfter(due + missed * interval, interval);
-    // Fails when another thread has invalidated the timer, which then stays so.
+    // This fails if another thread has invalidated the timer. It must stay invalid.
     if (!nextFire.compare_exchange_strong(due, next, std::memory_order_acq_rel)) return false;
   }
   if (callout != nullptr) callout(this, context.info);

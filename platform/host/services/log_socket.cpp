@@ -57,7 +57,7 @@ bool HostLogSocket::SendToLog(const char* bytes, size_t size) const {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
-  const int log = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  const int log = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (log < 0) return false;
   const ssize_t sent = sendto(log, bytes, size, MSG_DONTWAIT | MSG_NOSIGNAL,
                               reinterpret_cast<const sockaddr*>(&address), sizeof address);

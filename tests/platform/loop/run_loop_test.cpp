@@ -387,6 +387,33 @@ TEST(RunLoop, PortsAreServedInTurnAndOneMessageEndsAReturningRun) {
   EXPECT_EQ("+ababab", log);
 }
 
+// What a loop lets go of is released while no lock is held, and nothing that is invalid stays.
+TEST(RunLoop, InvalidSourcesAndTimersAreReleased) {
+  static int sReleased = 0;
+  sReleased = 0;
+  CFRunLoopTimerContext context = {};
+  context.release = [](const void*) {
+    sReleased++;
+    const Action other;
+    CFRunLoopAddSource(Current(), other.source, kCFRunLoopDefaultMode);  // takes the loop's mutex
+  };
+  for (const CFStringRef mode : {kCFRunLoopDefaultMode, kCFRunLoopCommonModes}) {
+    CFRunLoopTimerRef timer =
+        CFRunLoopTimerCreate(kCFAllocatorDefault, 0, 0, 0, 0, nullptr, &context);
+    CFRunLoopAddTimer(Current(), timer, mode);
+    CFRelease(timer);
+    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
+    CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
+  }
+  EXPECT_EQ(2, sReleased);
+
+  Action common;
+  CFRunLoopAddSource(Current(), common.source, kCFRunLoopCommonModes);
+  CFRunLoopSourceInvalidate(common.source);
+  EXPECT_EQ(1, CFGetRetainCount(common.source));
+  EXPECT_FALSE(CFRunLoopContainsSource(Current(), common.source, kCFRunLoopCommonModes));
+}
+
 // The loop sleeps in the kernel until something is due: neither short sleeps nor a spin.
 TEST(RunLoop, AnIdleLoopTakesNoProcessorTime) {
   std::string log;
