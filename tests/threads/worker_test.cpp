@@ -36,6 +36,10 @@ struct Worker : VLTStdMPThread {
     if (terminated) terminated(*this);
     return err;
   }
+  SInt32 NotifyThreadCreated(SInt32 result) override {
+    if (created) created(*this);
+    return VLTStdMPThread::NotifyThreadCreated(result);
+  }
   SInt32 DoThreadEvent(UInt32 flags) override { return static_cast<SInt32>(flags) + 100; }
 
   bool StopRequested() const { return locks.IsLockAcquired(kVLTThreadStopLock); }
@@ -51,7 +55,7 @@ struct Worker : VLTStdMPThread {
 
   static constexpr OSType kMine = FourCC('m', 'i', 'n', 'e');
   std::function<SInt32(Worker&)> body;
-  std::function<void(Worker&)> terminated;
+  std::function<void(Worker&)> created, terminated;
   std::atomic<void*> received{nullptr};
   bool missesStart = false;
 };
@@ -213,6 +217,22 @@ TEST(Worker, StartedByAHandlerAndAnotherThreadAtOnce) {
   });
   worker.terminated = nullptr;
   EXPECT_GE(runs, 300);
+}
+
+// Whoever handles the report of the start must not wait for it.
+TEST(Worker, AHandlerOfItsStartFindsItRunning) {
+  std::atomic<int> runs{0};
+  Worker worker([&](Worker& self) {
+    runs++;
+    while (!self.StopRequested()) MPYield();
+    return 0;
+  });
+  worker.created = [](Worker& self) { EXPECT_EQ(0, self.StartThread()); };
+  WithinTime([&] {
+    EXPECT_EQ(0, worker.StartThread());
+    EXPECT_EQ(0, worker.StopThread());
+  });
+  EXPECT_EQ(1, runs);
 }
 
 // The wait for another thread's turn counts as part of the time.

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <bit>
+#include <cassert>
 #include <cstdint>
 #include <ctime>
 #include <limits>
@@ -15,10 +16,11 @@
 
 #include "platform/host/base/clock.h"
 
-// What the ids of Multiprocessing Services stand for. Each kind has a table of objects that are
-// made once and never destroyed, only used again: so an id that was deleted can be looked up, and
-// its mutex locked, without counting references. The object's own `id` tells whether the id is
-// still its.
+// The room of Multiprocessing Services: tasks, queues and what else has an id.
+//
+// Each kind of id has a table of objects, which are constructed once and never destroyed, only used
+// again. An id that was deleted can therefore be looked up, and the object's mutex locked, without
+// counting references. The object's own `id` shows whether the id is still valid.
 //
 // An id's bits, from below: index plus 1 (31; 18 on a 32-bit host), kind (3), generation (the rest
 // of a pointer). A table hands freed objects out in the order in which they were freed. There are
@@ -29,8 +31,8 @@
 
 enum class HostMPKind : uintptr_t { kTask = 1, kQueue, kEvent, kSemaphore, kRegion };
 
-// The kernel's own mutex and condition, timed by the monotonic clock: what an object holds must
-// stay usable for ever, so neither has a destructor.
+// A POSIX mutex and condition. An object of a table is never destroyed, so neither has a
+// destructor. Any thread.
 class HostMPMutex {
  public:
   void lock() { pthread_mutex_lock(&native); }
@@ -41,7 +43,7 @@ class HostMPMutex {
   pthread_mutex_t native = PTHREAD_MUTEX_INITIALIZER;
 };
 
-// On the monotonic clock.
+// Its waits use the monotonic clock. Any thread.
 class HostMPCondition {
  public:
   HostMPCondition() {
@@ -56,7 +58,7 @@ class HostMPCondition {
 
   void WakeOne() { pthread_cond_signal(&native); }
   void WakeAll() { pthread_cond_broadcast(&native); }
-  // False at `deadline`, monotonic nanoseconds.
+  // Returns false once `deadline` (monotonic nanoseconds) has passed.
   bool Wait(HostMPMutex& mutex, int64_t deadline) {
     if (deadline == kHostNever) return pthread_cond_wait(&native, &mutex.native) == 0;
     timespec end = {};
@@ -69,8 +71,8 @@ class HostMPCondition {
   pthread_cond_t native;
 };
 
-// A kind's own fields follow, then a HostMPCondition named `changed`: the fields that every call
-// touches lie together.
+// What objects of every kind begin with. A kind adds its own fields and then a HostMPCondition
+// named `changed`, so that the fields that every call touches are next to each other.
 class HostMPObject {
  public:
   HostMPMutex mutex;
@@ -85,7 +87,7 @@ class HostMPObject {
   HostMPObject* nextFree = nullptr;
 };
 
-// The end of a wait of `timeout` on the monotonic clock, in nanoseconds.
+// Returns when a wait of `timeout` ends, in nanoseconds of the monotonic clock.
 inline int64_t HostMPDeadline(Duration timeout) {
   if (timeout == kDurationForever) return kHostNever;
   const int64_t wide = timeout;
@@ -95,7 +97,7 @@ inline int64_t HostMPDeadline(Duration timeout) {
 template <class Object, HostMPKind kKind>
 class HostMPTable {
  public:
-  // An object with its mutex held, or nothing.
+  // An object whose mutex is held, or null.
   class Held {
    public:
     Held() = default;
@@ -104,6 +106,7 @@ class HostMPTable {
     }
     explicit operator bool() const { return held != nullptr; }
     Object* operator->() const { return held; }
+    Object& operator*() const { return *held; }
 
    private:
     friend class HostMPTable;
@@ -111,8 +114,8 @@ class HostMPTable {
     Object* held = nullptr;
   };
 
-  // A new object, held so that it can be prepared, and its id. Nothing when the table is full or
-  // memory short.
+  // Returns a new object, held so that the caller can prepare it, and its id. Returns null if the
+  // table is full or memory is short.
   Held Create(uintptr_t* id) {
     Object* object = TakeFree();
     if (object == nullptr) return Held();
@@ -132,8 +135,9 @@ class HostMPTable {
     return chunk == nullptr ? Held() : Held(&chunk[place.index], id);
   }
 
-  // The id is dead from here on; waiters are told, and the last of them frees the object.
+  // Makes the id invalid. Wakes the waiters; the last of them frees the object.
   void Delete(Held& held) {
+    assert(held && held->id != 0);
     held->id = 0;
     if (held->waiters == 0) {
       Free(held);
@@ -142,8 +146,8 @@ class HostMPTable {
     }
   }
 
-  // Lets the object go and wakes one of its waiters, if any: after the mutex is free, so that it
-  // need not wait again. The condition outlives whatever happens to the object meanwhile.
+  // Unlocks the object and wakes one of its waiters, if any. In this order, so that the waiter
+  // finds the mutex free. The condition stays usable even if the id is deleted meanwhile.
   static void WakeOne(Held& held) {
     Object* object = held.held;
     const bool isAwaited = object->waiters > 0;
@@ -151,8 +155,9 @@ class HostMPTable {
     if (isAwaited) object->changed.WakeOne();
   }
 
-  // Waits, with the mutex released, until `ready()`. Result: 0, the object still held;
-  // kMPTimeoutErr; kMPDeletedErr, the object no longer to be touched.
+  // Waits, with the mutex released, until `ready()`. Returns 0 with the object still held;
+  // kMPTimeoutErr with the object still held; kMPDeletedErr, after which the caller must not touch
+  // the object.
   template <class Ready>
   OSStatus Wait(Held& held, Duration timeout, Ready ready) {
     if (ready()) return noErr;
@@ -231,6 +236,7 @@ class HostMPTable {
   void Free(Held& held) {
     const std::lock_guard<std::mutex> lock(mutex);
     HostMPObject* object = held.held;
+    assert(object->id == 0 && object->waiters == 0);
     object->nextFree = nullptr;
     (lastFree != nullptr ? lastFree->nextFree : firstFree) = object;
     lastFree = object;

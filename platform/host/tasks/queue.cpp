@@ -1,5 +1,6 @@
 #include "platform/host/tasks/queue.h"
 
+#include <cassert>
 #include <utility>
 
 #include "platform/host/tasks/objects.h"
@@ -18,17 +19,17 @@ struct Block {
   Block* next = nullptr;
 };
 
-// A list of blocks: taken from at `head`, added to at `tail`, behind which spare ones lie. Messages
-// do not move, and a queue that was long once gives its blocks back as it empties.
+// A list of blocks. Messages are taken at `head` and added at `tail`; spare blocks follow after
+// `tail`. Messages do not move, and a queue that has been long frees its blocks as it empties.
 struct Queue : HostMPObject {
   Block* head = nullptr;
   Block* tail = nullptr;
   uint32_t headIndex = 0;  // of the oldest message in `head`
   uint32_t tailIndex = 0;  // of the next free place in `tail`
-  uint32_t spares = 0;     // blocks behind `tail`
+  uint32_t spares = 0;     // blocks after `tail`
   uint32_t blocks = 0;
   uint32_t count = 0;
-  uint32_t promised = 0;  // places that tasks will need; always free
+  uint32_t promised = 0;  // slots reserved for the last messages of tasks; always free
   uint32_t reserve = 0;   // 0: grows
   Block* last = nullptr;
   HostMPCondition changed;
@@ -47,7 +48,7 @@ struct Queue : HostMPObject {
   void Clear();
 };
 
-// So many blocks hold `wanted` messages wherever the oldest lies in its block.
+// Returns how many blocks hold `wanted` messages wherever the oldest is in its block.
 uint32_t Queue::BlocksOfReserve(uint32_t wanted) const {
   return (wanted + promised + kPerBlock - 1) / kPerBlock + 1;
 }
@@ -71,7 +72,7 @@ void Queue::PutLast(Block* block) {
   spares++;
 }
 
-// Room for one more besides the promised ones.
+// Makes room for one message in addition to the promised ones.
 bool Queue::EnsureRoom() {
   while (FreePlaces() <= promised) {
     if (!AddBlock()) return false;
@@ -100,7 +101,10 @@ Message Queue::TakeFirst() {
   }
   const Message message = head->messages[headIndex++];
   count--;
-  if (count == 0) headIndex = tailIndex = 0;  // both are in one block then
+  if (count == 0) {
+    assert(head == tail);
+    headIndex = tailIndex = 0;
+  }
   return message;
 }
 
@@ -189,6 +193,7 @@ void HostWithdrawPromise(MPQueueID id) {
 void HostPostPromised(MPQueueID id, void* p1, void* p2, void* p3) {
   auto queue = sQueues.Find(id);
   if (!queue) return;
+  assert(queue->promised > 0 && queue->FreePlaces() > 0);
   queue->promised--;
   queue->Append(p1, p2, p3);
   sQueues.WakeOne(queue);

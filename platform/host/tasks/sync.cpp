@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <ctime>
 #include <thread>
+#include <utility>
 
 #include "platform/host/tasks/objects.h"
 
@@ -30,24 +31,44 @@ constinit HostMPTable<Event, HostMPKind::kEvent> sEvents;
 constinit HostMPTable<Semaphore, HostMPKind::kSemaphore> sSemaphores;
 constinit HostMPTable<Region, HostMPKind::kRegion> sRegions;
 
+// What the three kinds have in common. `prepare`, `isReady` and `take` get the locked object.
+
+template <class Table, class ID, class Prepare>
+OSStatus Create(Table& table, ID* out, Prepare prepare) {
+  uintptr_t id = 0;
+  auto object = table.Create(&id);
+  if (!object) return kMPInsufficientResourcesErr;
+  prepare(*object);
+  *out = reinterpret_cast<ID>(id);
+  return noErr;
+}
+
+template <class Table>
+OSStatus Delete(Table& table, const void* id) {
+  auto object = table.Find(id);
+  if (!object) return kMPInvalidIDErr;
+  table.Delete(object);
+  return noErr;
+}
+
+// Waits until `isReady`, then takes what was waited for, before another waiter can.
+template <class Table, class IsReady, class Take>
+OSStatus TakeWhenReady(Table& table, const void* id, Duration timeout, IsReady isReady, Take take) {
+  auto object = table.Find(id);
+  if (!object) return kMPInvalidIDErr;
+  const OSStatus err = table.Wait(object, timeout, [&] { return isReady(*object); });
+  if (err == noErr) take(*object);
+  return err;
+}
+
 }  // namespace
 
 OSStatus MPCreateEvent(MPEventID* out) {
   if (out == nullptr) return paramErr;
-  uintptr_t id = 0;
-  auto event = sEvents.Create(&id);
-  if (!event) return kMPInsufficientResourcesErr;
-  event->flags = 0;
-  *out = reinterpret_cast<MPEventID>(id);
-  return noErr;
+  return Create(sEvents, out, [](Event& event) { event.flags = 0; });
 }
 
-OSStatus MPDeleteEvent(MPEventID id) {
-  auto event = sEvents.Find(id);
-  if (!event) return kMPInvalidIDErr;
-  sEvents.Delete(event);
-  return noErr;
-}
+OSStatus MPDeleteEvent(MPEventID id) { return Delete(sEvents, id); }
 
 OSStatus MPSetEvent(MPEventID id, MPEventFlags flags) {
   auto event = sEvents.Find(id);
@@ -58,32 +79,23 @@ OSStatus MPSetEvent(MPEventID id, MPEventFlags flags) {
 }
 
 OSStatus MPWaitForEvent(MPEventID id, MPEventFlags* flags, Duration timeout) {
-  auto event = sEvents.Find(id);
-  if (!event) return kMPInvalidIDErr;
-  const OSStatus err = sEvents.Wait(event, timeout, [&event] { return event->flags != 0; });
-  if (err != noErr) return err;
-  if (flags != nullptr) *flags = event->flags;
-  event->flags = 0;
-  return noErr;
+  return TakeWhenReady(
+      sEvents, id, timeout, [](const Event& event) { return event.flags != 0; },
+      [flags](Event& event) {
+        const MPEventFlags taken = std::exchange(event.flags, 0);
+        if (flags != nullptr) *flags = taken;
+      });
 }
 
 OSStatus MPCreateSemaphore(MPSemaphoreCount maximum, MPSemaphoreCount initial, MPSemaphoreID* out) {
   if (out == nullptr || initial > maximum) return paramErr;
-  uintptr_t id = 0;
-  auto semaphore = sSemaphores.Create(&id);
-  if (!semaphore) return kMPInsufficientResourcesErr;
-  semaphore->maximum = maximum;
-  semaphore->count = initial;
-  *out = reinterpret_cast<MPSemaphoreID>(id);
-  return noErr;
+  return Create(sSemaphores, out, [maximum, initial](Semaphore& semaphore) {
+    semaphore.maximum = maximum;
+    semaphore.count = initial;
+  });
 }
 
-OSStatus MPDeleteSemaphore(MPSemaphoreID id) {
-  auto semaphore = sSemaphores.Find(id);
-  if (!semaphore) return kMPInvalidIDErr;
-  sSemaphores.Delete(semaphore);
-  return noErr;
-}
+OSStatus MPDeleteSemaphore(MPSemaphoreID id) { return Delete(sSemaphores, id); }
 
 OSStatus MPSignalSemaphore(MPSemaphoreID id) {
   auto semaphore = sSemaphores.Find(id);
@@ -95,41 +107,27 @@ OSStatus MPSignalSemaphore(MPSemaphoreID id) {
 }
 
 OSStatus MPWaitOnSemaphore(MPSemaphoreID id, Duration timeout) {
-  auto semaphore = sSemaphores.Find(id);
-  if (!semaphore) return kMPInvalidIDErr;
-  const auto isFree = [&semaphore] { return semaphore->count > 0; };
-  const OSStatus err = sSemaphores.Wait(semaphore, timeout, isFree);
-  if (err == noErr) semaphore->count--;
-  return err;
+  return TakeWhenReady(
+      sSemaphores, id, timeout, [](const Semaphore& semaphore) { return semaphore.count > 0; },
+      [](Semaphore& semaphore) { semaphore.count--; });
 }
 
 OSStatus MPCreateCriticalRegion(MPCriticalRegionID* out) {
   if (out == nullptr) return paramErr;
-  uintptr_t id = 0;
-  auto region = sRegions.Create(&id);
-  if (!region) return kMPInsufficientResourcesErr;
-  region->depth = 0;
-  *out = reinterpret_cast<MPCriticalRegionID>(id);
-  return noErr;
+  return Create(sRegions, out, [](Region& region) { region.depth = 0; });
 }
 
-OSStatus MPDeleteCriticalRegion(MPCriticalRegionID id) {
-  auto region = sRegions.Find(id);
-  if (!region) return kMPInvalidIDErr;
-  sRegions.Delete(region);
-  return noErr;
-}
+OSStatus MPDeleteCriticalRegion(MPCriticalRegionID id) { return Delete(sRegions, id); }
 
 OSStatus MPEnterCriticalRegion(MPCriticalRegionID id, Duration timeout) {
-  auto region = sRegions.Find(id);
-  if (!region) return kMPInvalidIDErr;
   const auto self = std::this_thread::get_id();
-  const OSStatus err = sRegions.Wait(
-      region, timeout, [&region, self] { return region->depth == 0 || region->owner == self; });
-  if (err != noErr) return err;
-  region->owner = self;
-  region->depth++;
-  return noErr;
+  return TakeWhenReady(
+      sRegions, id, timeout,
+      [self](const Region& region) { return region.depth == 0 || region.owner == self; },
+      [self](Region& region) {
+        region.owner = self;
+        region.depth++;
+      });
 }
 
 OSStatus MPExitCriticalRegion(MPCriticalRegionID id) {
