@@ -8,8 +8,8 @@ struct sd_event;
 struct sd_event_source;
 class Desktop;
 
-// Client is the process whose notices this helper shows, at the other end of a pair of sockets. It
-// takes what the client asks for to the desktop. One thread.
+// Client is the process whose notices this helper shows, at the other end of a socket pair. It
+// passes the client's requests to the desktop. One thread.
 class Client {
  public:
   // `socket` is borrowed.
@@ -18,7 +18,7 @@ class Client {
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
 
-  // False when the socket is none that this program can talk over.
+  // Returns false if the socket is not a sequenced-packet socket.
   bool Serve(sd_event* loop, Desktop* desktop);
 
   bool HasEnded() const { return hasEnded; }

@@ -12,9 +12,9 @@
 
 class Client;
 
-// Desktop is the notification service on the session's message bus. Notices are given to it one
-// after the other; each must be on screen within 5 seconds of its arrival here. A notice that does
-// not get there, or whose service ends before the user has dismissed it, goes to the log, once.
+// Desktop is the notification service on the session's message bus. It is sent one notice at a
+// time; each must be on screen within 5 seconds of its arrival here. A notice that fails to, or
+// whose service ends before the user has dismissed it, is logged once.
 //
 // waiting --(its turn)--> asked for capabilities --> asked to show --> on screen --> gone
 //    |                            |                       |               |
@@ -23,7 +23,7 @@ class Client;
 // One thread; nothing here waits.
 class Desktop {
  public:
-  // `appName` is what the service and the user are told that the notices are from. UTF-8.
+  // `appName`, in UTF-8, is the sender that the service shows to the user.
   Desktop(sd_event* loop, Client* client, std::string appName);
   ~Desktop();
   Desktop(const Desktop&) = delete;
@@ -40,7 +40,7 @@ class Desktop {
     uint32_t place;
     std::string text;   // UTF-8
     uint64_t deadline;  // microseconds of the monotonic clock
-    bool isRemoved;     // while the service was being asked
+    bool isRemoved;     // while a request to the service was under way
   };
   struct Shown {
     uint32_t notice;
@@ -70,11 +70,11 @@ class Desktop {
   Client* const client;
   const std::string appName;
   sd_bus* bus = nullptr;
-  sd_bus_slot* call = nullptr;  // the question under way, about the first of `waiting`
+  sd_bus_slot* call = nullptr;  // the request under way, for the first of `waiting`
   sd_event_source* timer = nullptr;
   std::deque<Request> waiting;
-  std::map<uint32_t, Shown> onScreen;  // by place
-  // Ids that the service closed while it was being asked to show a notice: it may close one before
-  // it answers with its id.
+  std::map<uint32_t, Shown> onScreen;  // by slot on the desktop
+  // Ids that the service closed while a request was under way: it may close a notice before it
+  // replies with the notice's id.
   std::vector<uint32_t> closedEarly;
 };

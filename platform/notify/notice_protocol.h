@@ -4,20 +4,20 @@
 #include <cstdint>
 #include <cstring>
 
-// What a process and its notice helper tell each other, over a pair of sequenced-packet sockets.
-// One packet, one message; the end of either side is the end of the other's input.
+// The messages between a process and its notice helper, over a pair of sequenced-packet sockets.
+// Each packet is one message. When either side ends, the other reads end of file.
 //
 // | Byte | What |
 // |---|---|
 // | 0 | kind |
-// | 1-4 | notice: a number that its process gives once, most significant byte first |
-// | 5-8 | place, of kShow only: a notice replaces an earlier one in the same place |
+// | 1-4 | notice: a number that its process uses once, most significant byte first |
+// | 5-8 | slot, of kShow only: a notice replaces an earlier one in the same slot |
 // | 9 | length of the text, of kShow only |
 // | 10- | the text, Mac Roman |
 //
-// To the helper: kShow; kRemove (withdraw it, nothing is told of it any more). From the helper, of
-// each notice: kOnScreen, at most once; kGone at last, when it has been dismissed or replaced, or
-// when it could not be shown and went to the log instead.
+// To the helper: kShow; kRemove, which withdraws the notice without a reply. From the helper, for
+// each notice: kOnScreen, at most once; at the end kGone, when the notice was dismissed or
+// replaced, or was logged because it could not be shown.
 
 enum class NoticeMessageKind : uint8_t { kShow = 1, kRemove = 2, kOnScreen = 3, kGone = 4 };
 
@@ -33,7 +33,7 @@ inline constexpr size_t kNoticeHeadSize = 5;
 inline constexpr size_t kNoticeShowSize = 10;  // without the text
 inline constexpr size_t kNoticePacketSize = kNoticeShowSize + 255;
 
-// At most so many notices of one process are under way or on screen.
+// The greatest number of a process's notices that are under way or on screen.
 inline constexpr size_t kNoticeLimit = 64;
 
 inline void PutNoticeNumber(uint32_t number, unsigned char* out) {
@@ -44,7 +44,7 @@ inline uint32_t GetNoticeNumber(const unsigned char* in) {
   return uint32_t{in[0]} << 24 | uint32_t{in[1]} << 16 | uint32_t{in[2]} << 8 | in[3];
 }
 
-// The packet's size; `packet` has room for kNoticePacketSize bytes.
+// Returns the packet's size. `packet` has room for kNoticePacketSize bytes.
 inline size_t WriteNoticeMessage(const NoticeMessage& message, unsigned char* packet) {
   packet[0] = static_cast<unsigned char>(message.kind);
   PutNoticeNumber(message.notice, packet + 1);
@@ -55,7 +55,7 @@ inline size_t WriteNoticeMessage(const NoticeMessage& message, unsigned char* pa
   return kNoticeShowSize + message.length;
 }
 
-// False for a packet that is none.
+// Returns false if the packet is not a valid message.
 inline bool ReadNoticeMessage(const unsigned char* packet, size_t size, NoticeMessage* message) {
   if (size < kNoticeHeadSize || packet[0] < static_cast<uint8_t>(NoticeMessageKind::kShow) ||
       packet[0] > static_cast<uint8_t>(NoticeMessageKind::kGone)) {

@@ -3,13 +3,13 @@
 #include <cstddef>
 #include <string>
 
-// Texts on their way to the desktop. Pure functions.
+// Texts for the desktop. Pure functions; any thread.
 
-// Mac Roman bytes as UTF-8. Returns become newlines, other control characters blanks.
+// Converts Mac Roman bytes to UTF-8. Returns become newlines, other control characters spaces.
 std::string NoticeText(const unsigned char* bytes, size_t length);
 
-// The same look where the service reads markup.
+// Escapes the text for a service that reads markup, so that it shows the same characters.
 std::string EscapedNoticeText(const std::string& text);
 
-// A program's name, or a general word when its bytes are no text.
+// Returns the program's name, or "Program" if its bytes are not UTF-8.
 std::string NoticeAppName(const char* name);

@@ -1,3 +1,5 @@
+#include "platform/host/loop/run_loop_source.h"
+
 #include <algorithm>
 #include <cassert>
 #include <new>

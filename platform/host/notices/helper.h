@@ -8,35 +8,35 @@
 
 #include "platform/notify/notice_protocol.h"
 
-// HostNoticeHelper is a process that shows notices on the desktop, and this process's connection to
-// it. It exists while notices are under way or on screen: with the last one the process is let go
-// and the thread that listens to it ends. Any thread; a forked child has none of it.
+// HostNoticeHelper is a notice helper process and this process's connection to it. It exists while
+// notices are under way or on screen. After the last one the connection is closed and the thread
+// that listens to the helper ends. Any thread. A forked child does not have its parent's helper.
 class HostNoticeHelper {
  public:
-  // What its owner is told, on the thread that listens, with no lock held.
+  // The owner's functions, called on the listening thread with no lock held.
   struct Events {
-    // These notices are over; they have been seen, or the helper put them into the log.
+    // These notices have ended: they were dismissed, or the helper logged them.
     void (*gone)(const std::vector<uint32_t>& notices);
-    // The helper has ended or hangs, and these notices with it.
+    // The helper has ended or hangs, so these notices are lost.
     void (*lost)(const std::vector<uint32_t>& notices);
     // Called after the others, and again every 50 ms until it returns true.
     bool (*settle)();
   };
 
-  // Null when there is no helper program, no desktop that it could show anything on, or no thread
-  // or process to be had.
+  // Returns null if there is no helper program or no desktop, or if no thread or process can be
+  // created.
   static std::shared_ptr<HostNoticeHelper> Start(const Events& events);
 
   HostNoticeHelper(const HostNoticeHelper&) = delete;
   HostNoticeHelper& operator=(const HostNoticeHelper&) = delete;
   ~HostNoticeHelper();
 
-  // Never waits. False when this helper takes no more notices: start another one.
+  // Never waits. Returns false if this helper accepts no more notices; then start another one.
   bool Show(const NoticeMessage& message);
-  void Remove(uint32_t notice);  // nothing is told of it any more
+  void Remove(uint32_t notice);  // no event follows for it
 
  private:
-  // Takes the descriptors over.
+  // Takes over the file descriptors.
   HostNoticeHelper(int socket, int program, int wake, const Events& events);
 
   void Listen();
@@ -51,12 +51,12 @@ class HostNoticeHelper {
   void CloseLocked();
 
   const int socket;
-  const int program;  // a descriptor that stands for the process; -1 without
-  const int wake;     // makes the listening thread look again
+  const int program;  // the helper's pidfd, or -1
+  const int wake;     // an eventfd that wakes the listening thread
   const Events events;
 
   std::mutex mutex;
   bool isClosed = false;
-  // Notice -> when it must be on screen at the latest; kHostNever once it is.
+  // Notice -> the time by which it must be on screen; kHostNever once it is.
   std::map<uint32_t, int64_t> notices;
 };

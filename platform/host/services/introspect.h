@@ -2,9 +2,10 @@
 
 #include <CoreServices/MacTypes.h>
 
-// How the login session is known, for tools, benchmarks and tests only. Any thread.
+// The room of services: small platform calls that need nothing but the base. Here: where the facts
+// about the login session come from, for tools, benchmarks and tests only. Any thread.
 
-// The caller's login session, and how that is known. The sources are texts for people.
+// The caller's login session and the sources of its facts, as texts for people.
 struct HostSession {
   bool isKnown = true;  // false: it cannot be read now; the id is 0
   UInt32 id = 0;
