@@ -49,18 +49,27 @@ SInt32 VLTStdMPRunLoopThread::StartThreadIfNeeded() {
 SInt32 VLTStdMPRunLoopThread::StopThreadAsync() {
   const SInt32 err = VLTStdMPThread::StopThreadAsync();
   // Before the loop is looked for: if the thread has not stored it, it will see this.
-  stoppedRun.store(CurrentRun());
+  const UInt32 run = CurrentRun();
+  const bool isFirst = stoppedRun.exchange(run) != run;
   if (CFRunLoopRef loop = CopyRunLoop()) {
     CFRunLoopStop(loop);
-    // That may end a run within a callout alone. The source reaches the runs around it.
-    if (AcquireSyncMutex() == 0) {
-      if (syncSource != nullptr) CFRunLoopSourceSignal(syncSource);
-      ReleaseSyncMutex();
-    }
-    CFRunLoopWakeUp(loop);
+    if (isFirst) KeepStopping(loop);
     CFRelease(loop);
   }
   return err;
+}
+
+// A stop ends the innermost run only, which may be one within a callout. So the loop is stopped
+// again and again until its outermost run has ended, and the timer with it. In between, code that
+// runs the loop until something has happened gets its time.
+void VLTStdMPRunLoopThread::KeepStopping(CFRunLoopRef loop) {
+  constexpr CFTimeInterval kInterval = 0.01;
+  const auto stop = [](CFRunLoopTimerRef, void*) { CFRunLoopStop(CFRunLoopGetCurrent()); };
+  CFRunLoopTimerRef timer = CFRunLoopTimerCreate(
+      kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + kInterval, kInterval, 0, 0, stop, nullptr);
+  if (timer == nullptr) return;
+  CFRunLoopAddTimer(loop, timer, kCFRunLoopDefaultMode);
+  CFRelease(timer);
 }
 
 bool VLTStdMPRunLoopThread::IsStopped() const { return stoppedRun.load() == CurrentRun(); }
@@ -107,7 +116,8 @@ SInt32 VLTStdMPRunLoopThread::AddSource(CFRunLoopSourceRef source, CFStringRef m
     if (err == 0) err = StartThreadIfNeeded();
     if (err != 0) return err;
     loop = CopyRunLoop();
-    if (loop == nullptr && IsOwnTask()) return threadProtocolErr;  // after its loop
+    // It has ended meanwhile. If it was stopped, the next run gets the source.
+    if (loop == nullptr && (IsOwnTask() || !IsStopped())) return threadProtocolErr;
   }
   CFRunLoopAddSource(loop, source, mode);
   const bool isServed = !CFRunLoopSourceIsValid(source) || IsServed(loop, source, mode);
@@ -252,12 +262,7 @@ SInt32 VLTStdMPRunLoopThread::ReleaseSyncMutex() {
 // Synchronous calls, the thread's side.
 
 void VLTStdMPRunLoopThread::CallbackSourcePerform(void* info) {
-  auto* self = static_cast<VLTStdMPRunLoopThread*>(info);
-  if (self == nullptr) return;
-  self->PerformSyncCallback();
-  // This may be a run within a callout. Signalled again and again, the source reaches the outermost
-  // run in the end, which looks for the request after each source.
-  if (self->IsStopped() && self->syncSource != nullptr) CFRunLoopSourceSignal(self->syncSource);
+  if (info != nullptr) static_cast<VLTStdMPRunLoopThread*>(info)->PerformSyncCallback();
 }
 
 SInt32 VLTStdMPRunLoopThread::PerformSyncCallback() {
@@ -348,13 +353,8 @@ SInt32 VLTStdMPRunLoopThread::BeforeRunLoop() {
   return err;
 }
 
-// As CFRunLoopRun, and ends when a stop request ended a run within a callout.
 SInt32 VLTStdMPRunLoopThread::RunRunLoop() {
-  constexpr CFTimeInterval kForever = 1e10;
-  SInt32 result = 0;
-  do {
-    result = CFRunLoopRunInMode(kCFRunLoopDefaultMode, kForever, true);
-  } while (result != kCFRunLoopRunStopped && result != kCFRunLoopRunFinished && !IsStopped());
+  CFRunLoopRun();
   return 0;
 }
 

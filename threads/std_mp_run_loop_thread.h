@@ -13,9 +13,9 @@
 // Any thread may call the operations below, call functions on the thread and stop it. The owner
 // finalises and destroys the object when no other thread uses it any more.
 //
-// A stop ends all runs of the loop, also those within a callout. Code that runs the loop again and
-// again in a callout should end when such a run returns kCFRunLoopRunStopped: until it does, the
-// thread cannot stop, and its runs no longer sleep.
+// A stop ends all runs of the loop, also those within a callout. Code in a callout that runs the
+// loop again and again should end when such a run returns kCFRunLoopRunStopped: the thread cannot
+// end before.
 //
 // Meant: lock 5 marks a pending call as well as a stop request, and lock 4 that the call's mutex is
 // ready as well as the owned event group, because subclasses read these locks. A stop request thus
@@ -100,6 +100,7 @@ class VLTStdMPRunLoopThread : public VLTStdMPThread {
   void WithdrawCall(SInt32* result);
   void FinishCall(SInt32 result);
   CFRunLoopSourceRef MarkEnding();
+  static void KeepStopping(CFRunLoopRef loop);
   void AnswerUnreturned();
   void Abandon();
   void Leave(CFRunLoopSourceRef source);

@@ -275,7 +275,7 @@ TEST(RunLoopThread, AStopDuringANestedRunEndsTheThread) {
       std::function<void()> nest = [&] {
         isInside = true;
         for (int i = 0; i < nestedRuns; i++) {
-          CFRunLoopRunInMode(kCFRunLoopDefaultMode, i == 0 ? 60 : 0.01, false);
+          CFRunLoopRunInMode(kCFRunLoopDefaultMode, i == 0 ? 60 : 0.01, i % 2 != 0);
         }
       };
       Source source(nest);
@@ -306,6 +306,33 @@ TEST(RunLoopThread, AStopDuringANestedRunEndsTheThread) {
       if (timer != nullptr) CFRelease(timer);
     }
   }
+}
+
+// Code that runs the loop until something has happened is stopped again and again, and gets it all
+// the same.
+TEST(RunLoopThread, ANestedRunThatIgnoresTheStopIsStillServed) {
+  Thread thread;
+  std::atomic<bool> isInside{false}, hasHappened{false};
+  std::atomic<int> stops{0};
+  Source event([&] { hasHappened = true; });
+  ASSERT_EQ(0, thread.AddSource(event.ref, kCFRunLoopDefaultMode));
+  std::thread caller([&] {
+    EXPECT_EQ(5, thread.Run([&] {
+      isInside = true;
+      while (!hasHappened) {
+        stops += CFRunLoopRunInMode(kCFRunLoopDefaultMode, 60, true) == kCFRunLoopRunStopped;
+      }
+      return 5;
+    }));
+  });
+  WithinTime([&] {
+    while (!isInside) MPYield();
+    EXPECT_EQ(0, thread.StopThreadAsync());
+    while (stops < 3) MPYield();
+    CFRunLoopSourceSignal(event.ref);
+    EXPECT_EQ(0, thread.StopThread());
+    caller.join();
+  });
 }
 
 TEST(RunLoopThread, ASourceAddedAfterAStopIsServedByTheNextRun) {
