@@ -1,6 +1,5 @@
 #include "threads/std_mp_run_loop_thread.h"
 
-#include <exception>
 #include <utility>
 
 #include "util/errno_status.h"
@@ -279,27 +278,11 @@ SInt32 VLTStdMPRunLoopThread::PerformSyncCallback() {
   void* const a = callArg1;
   void* const b = callArg2;
   ReleaseSyncMutex();
-  // The caller gets an answer even if the function ends the task (MPExit) or throws.
-  struct Answer {
-    VLTStdMPRunLoopThread* thread;
-    ~Answer() {
-      if (thread != nullptr) thread->AnswerUnreturned();
-    }
-  } answer{this};
-  const SInt32 result = function(a, b);
-  answer.thread = nullptr;
+  const SInt32 result = function(a, b);  // may end the task: see Abandon
   err = AcquireSyncMutex();
   if (err != 0) return err;
   FinishCall(result == kPending ? 0 : result);
   return ReleaseSyncMutex();
-}
-
-void VLTStdMPRunLoopThread::AnswerUnreturned() {
-  AcquireSyncMutex();
-  // Without an exception it is the task that ends: the next call waits for the next run.
-  if (std::uncaught_exceptions() == 0) endingRun.store(CurrentRun());
-  FinishCall(kMPTaskAbortedErr);
-  ReleaseSyncMutex();
 }
 
 // With the mutex. The fields are cleared with the result: a stop must not run the call again.
@@ -363,6 +346,7 @@ SInt32 VLTStdMPRunLoopThread::AfterRunLoop(SInt32 result) {
   return result;
 }
 
+// Answers the call and marks the end under one lock, so that the next call waits for the next run.
 void VLTStdMPRunLoopThread::Abandon() {
   AcquireSyncMutex();
   if (callResult != nullptr) FinishCall(kMPTaskAbortedErr);

@@ -101,7 +101,6 @@ class VLTStdMPRunLoopThread : public VLTStdMPThread {
   void FinishCall(SInt32 result);
   CFRunLoopSourceRef MarkEnding();
   static void KeepStopping(CFRunLoopRef loop);
-  void AnswerUnreturned();
   void Abandon();
   void Leave(CFRunLoopSourceRef source);
   bool IsStopped() const;
