@@ -17,21 +17,37 @@ constexpr char kExitHelp[] =
     "  3 no such port, file or key     8 session directory unusable\n"
     "  4 time-out\n";
 
-std::string Synopsis(const Verb& verb) {
-  return std::string("vltctl ") + verb.name + (verb.synopsis[0] ? " " : "") + verb.synopsis + "\n";
+// The verb and its arguments, on lines of at most 80 columns. Options are not torn apart.
+std::string Synopsis(const Verb& verb, size_t indent) {
+  constexpr size_t kColumns = 80;
+  std::string text(indent, ' ');
+  size_t lineStart = 0;
+  const std::string words = std::string("vltctl ") + verb.name + " " + verb.synopsis;
+  for (size_t at = 0; at < words.size();) {
+    size_t end = std::min(words.find(" [", at + 1), words.size());
+    if (text.size() - lineStart + end - at > kColumns) {
+      text += "\n" + std::string(indent + 6, ' ');
+      lineStart = text.size() - indent - 6;
+      if (words[at] == ' ') ++at;
+    }
+    text += words.substr(at, end - at);
+    at = end;
+  }
+  return text.substr(0, text.find_last_not_of(' ') + 1) + "\n";
 }
 
 std::string Overview() {
-  std::string text = "vltctl looks at named ports and talks to the services behind them.\n\n";
+  std::string text =
+      "vltctl lists ports, sends events, starts and stops programs, and reads and\nchanges property lists and preferences.\n\n";
   for (const Verb& verb : AllVerbs()) {
-    text += "  " + Synopsis(verb) + "      " + verb.summary + "\n";
+    text += Synopsis(verb, 2) + "      " + verb.summary + "\n";
   }
-  return text + "  vltctl --help | help [COMMAND]\n      More about one command.\n\n" + kExitHelp;
+  return text + "  vltctl --help | help [COMMAND]\n      Describes one command.\n\n" + kExitHelp;
 }
 
 std::string HelpOf(const Verb& verb) {
   constexpr size_t kNameWidth = 20;
-  std::string text = Synopsis(verb) + verb.summary + "\n";
+  std::string text = Synopsis(verb, 0) + verb.summary + "\n";
   if (verb.details[0]) text += std::string("\n") + verb.details;
   if (!verb.options.empty()) text += "\n";
   for (const OptionSpec& option : verb.options) {

@@ -13,6 +13,7 @@
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 #include "tests/tools/verbs/verb_runner.h"
+#include "tools/verbs/verb.h"
 
 // The program as people and scripts meet it: what it prints where, and its exit status.
 
@@ -73,13 +74,20 @@ TEST(Vltctl, UsageErrorsAreStatusTwoAndSaidOnStandardError) {
   ExpectRuns({}, runs);
 }
 
-TEST(Vltctl, HelpIsData) {
-  for (const std::vector<std::string>& words :
-       {std::vector<std::string>{"--help"}, {"help", "quit"}, {"quit", "--help"}}) {
+TEST(Vltctl, HelpGoesToStandardOutputWithStatusZeroOnLinesOfAtMostEightyColumns) {
+  const auto expectHelp = [](const std::vector<std::string>& words, const std::string& verb) {
     const ProgramResult result = Vltctl(words);
     EXPECT_EQ(0, result.status);
-    EXPECT_NE(std::string::npos, result.output.find("vltctl quit [PORT]")) << result.output;
+    EXPECT_NE(std::string::npos, result.output.find("vltctl " + verb)) << result.output;
+    EXPECT_NE(std::string::npos, result.output.find("Exit status")) << result.output;
     EXPECT_EQ("", result.errors);
+    std::istringstream lines(result.output);
+    for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 80u) << line;
+  };
+  for (const Verb& verb : AllVerbs()) {
+    expectHelp({"--help"}, verb.name);
+    expectHelp({"help", verb.name}, verb.name);
+    expectHelp({verb.name, "--help"}, verb.name);
   }
 }
 

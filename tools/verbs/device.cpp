@@ -79,18 +79,17 @@ static int RunDevice(const CommandLine& line) {
 }
 
 Verb DeviceVerb() {
-  return {
-      "device",
-      "ID get|set KEY [TYPE VALUE] [--attribute] [--timeout SECONDS] [--json]",
-      "Reads or changes a preference or an attribute of a device.",
-      "TYPE and VALUE are as for send, and what get prints is KEY:TYPE=VALUE.\n"
-      "\n"
-      "JSON: one object with device, key, attribute (whether it is one), error (number and name)\n"
-      "and value, as for send; null when there is none.\n",
-      {{"--attribute", nullptr, "an attribute instead of a preference"},
-       kDeviceTimeoutOption,
-       kJsonOption},
-      3,
-      5,
-      RunDevice};
+  return {"device",
+          "ID get|set KEY [TYPE VALUE] [--attribute] [--timeout SECONDS] [--json]",
+          "Reads or changes a preference or an attribute of a device.",
+          "TYPE and VALUE are as for send. get prints KEY:TYPE=VALUE.\n"
+          "\n"
+          "JSON: one object with device, key, attribute (true for an attribute), error\n"
+          "(number and name) and value, as for send; value is null if there is none.\n",
+          {{"--attribute", nullptr, "an attribute instead of a preference"},
+           kDeviceTimeoutOption,
+           kJsonOption},
+          3,
+          5,
+          RunDevice};
 }

@@ -91,10 +91,12 @@ static int RunDeviceStatus(const CommandLine& line) {
 Verb DevicesVerb() {
   return {"devices",
           "[--timeout SECONDS] [--json]",
-          "Lists the devices of the device monitor.",
-          "A line for each: its id, good as long as the monitor runs, and its attribute \"name\".\n"
+          "Lists the device monitor's devices.",
+          "Prints one line for each device: its id, which is valid until the device\n"
+          "monitor ends, and its attribute \"name\".\n"
           "\n"
-          "JSON: an object for each with id and name, null without one.\n",
+          "JSON: one object for each device with id and name; name is null if the device\n"
+          "has none.\n",
           {kDeviceTimeoutOption, kJsonOption},
           0,
           0,
@@ -104,11 +106,11 @@ Verb DevicesVerb() {
 Verb DeviceStatusVerb() {
   return {"device-status",
           "[--mask NUMBER] [--timeout SECONDS] [--json]",
-          "Prints the device monitor's list of its devices' status.",
-          "What an entry holds is the monitor's to say.\n"
+          "Prints the device monitor's list of device states.",
+          "The device monitor determines what an entry contains.\n"
           "\n"
           "JSON: the descriptor of each entry, as for send.\n",
-          {{"--mask", "NUMBER", "what to ask for, decimal or 0x and hexadecimal digits (0)"},
+          {{"--mask", "NUMBER", "decimal or 0x and hexadecimal digits (0)"},
            kDeviceTimeoutOption,
            kJsonOption},
           0,

@@ -341,27 +341,29 @@ static int RunLaunch(const CommandLine& line) {
 }
 
 Verb LaunchVerb() {
-  return {
-      "launch",
-      "PATH|BUNDLE-ID|'SIGN' [--port NAME] [--wait SECONDS] [--explain] [--json]",
-      "Finds an application, opens it, and waits for its port.",
-      "The application is looked for in the ways of the package's launcher, the first that finds it\n"
-      "counts: as the path of a bundle or program, by its bundle identifier, by its signature (four\n"
-      "characters). One that runs already is left as it is. Without --port any port of the program\n"
-      "will do; without --wait one is waited for only as long as opening takes, at most 2 seconds,\n"
-      "and a port that was named 10 seconds.\n"
-      "\n"
-      "JSON: one object with application, by (path, identifier, signature), folder (that it was\n"
-      "found in, null for a path), program, outcome, pid, port, seconds (from opening until the port\n"
-      "was seen, null unless it was started) and error. The outcome is started, alreadyRunning,\n"
-      "underWay (somebody else is opening it), notFound, failed (the error says why), ended (it did\n"
-      "without claiming the port) or noPort (not in time). With --explain also ways, an array of\n"
-      "objects with way, found and text.\n",
-      {{"--port", "NAME", "the port that is waited for"},
-       {"--wait", "SECONDS", "wait at most this long for the port"},
-       {"--explain", nullptr, "tell for each way why it found the application or did not"},
-       kJsonOption},
-      1,
-      1,
-      RunLaunch};
+  return {"launch",
+          "PATH|BUNDLE-ID|'SIGN' [--port NAME] [--wait SECONDS] [--explain] [--json]",
+          "Finds an application, opens it, and waits for its port.",
+          "The argument is tried as the path of a bundle or program, then as a bundle\n"
+          "identifier, then as a four-character signature. The first match is opened. An\n"
+          "application that already runs is not opened again.\n"
+          "\n"
+          "Without --port, any port of the program will do. Without --wait, the command\n"
+          "waits 10 seconds for a port given with --port, and for another port only as\n"
+          "long as opening takes, at most 2 seconds.\n"
+          "\n"
+          "JSON: one object with application, by (path, identifier, signature), folder\n"
+          "(where the application was found; null for a path), program, outcome, pid,\n"
+          "port, seconds (from opening until the port was seen; null unless started) and\n"
+          "error. The outcome is started, alreadyRunning, underWay (another process is\n"
+          "opening it), notFound, failed (error says why), ended (without claiming the\n"
+          "port) or noPort (not in time). With --explain also ways, an array of objects\n"
+          "with way, found and text.\n",
+          {{"--port", "NAME", "the port to wait for"},
+           {"--wait", "SECONDS", "the longest time to wait for the port"},
+           {"--explain", nullptr, "show why each way did or did not find it"},
+           kJsonOption},
+          1,
+          1,
+          RunLaunch};
 }

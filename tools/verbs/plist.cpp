@@ -298,46 +298,47 @@ static int RunPlist(const CommandLine& line) {
 }
 
 Verb PlistVerb() {
-  return {
-      "plist",
-      "print|lint|convert|extract|set|insert|remove|diff ... FILE [--json]",
-      "Looks into property lists, checks, converts, changes and compares them.",
-      "  print FILE                        the whole list, for people\n"
-      "  lint FILE ...                     FILE:LINE:COLUMN: what is wrong (and what may help)\n"
-      "  convert xml|binary|json FILE [-o OUT]\n"
-      "                                    to OUT, else to standard output\n"
-      "  extract FILE PATH                 one value\n"
-      "  set FILE PATH VALUE               in place of the old value, or under a new key\n"
-      "  insert FILE PATH VALUE            under a new key, or before an index of an array\n"
-      "  remove FILE PATH                  a key, or an item of an array\n"
-      "  diff FILE FILE                    what was removed (-) and added (+)\n"
-      "\n"
-      "FILE may be -, standard input (and output). Read are XML, binary and the old text form, by\n"
-      "print, convert, extract and diff also JSON. What is changed keeps the binary form, else it\n"
-      "becomes XML; it is written beside the old file and put in its place.\n"
-      "\n"
-      "PATH is keys and indexes with points between them: a.b.0.c is key c in the first item of\n"
-      "the array b in a. A backslash takes the character behind it as it is: com\\.example. As an\n"
-      "index, the number of items is the place behind the last one.\n"
-      "\n"
-      "VALUE has the type that is asked for; without --type that of the value it takes the place\n"
-      "of; else it is read as JSON or a property list when it looks like one, a number, true or\n"
-      "false, and is a string when it does not. Dates are 2005-03-01T12:34:56Z, in UTC; data is\n"
-      "base64.\n"
-      "\n"
-      "JSON: of print and extract the value itself, dates and data as strings; of lint an object\n"
-      "for each file with file, ok, format, line, column, offset, problem and hint; of diff an\n"
-      "object for each difference with path, beforeType, before, afterType and after; of the\n"
-      "others one object with file and what was done. Reals read back bit for bit; integers beyond\n"
-      "2^53 - 1, NaN, Infinity and -Infinity are strings.\n"
-      "\n"
-      "Exit status: 1 also when diff finds differences, 3 when there is no such file or path, 7\n"
-      "for bytes that are no property list.\n",
-      {{"-o", "OUT", "of convert: the file to write"},
-       {"--type", "TYPE", "string, integer, real, bool, date, data, array or dict"},
-       kJsonOption},
-      2,
-      SIZE_MAX,
-      RunPlist,
-      false};
+  return {"plist",
+          "print|lint|convert|extract|set|insert|remove|diff ... FILE [--json]",
+          "Prints, checks, converts, changes and compares property lists.",
+          "  print FILE                 prints the whole list for people\n"
+          "  lint FILE ...              prints FILE:LINE:COLUMN: FAULT (HINT)\n"
+          "  convert xml|binary|json FILE [-o OUT]\n"
+          "                             writes to OUT, or to standard output\n"
+          "  extract FILE PATH          prints one value\n"
+          "  set FILE PATH VALUE        replaces a value, or adds it under a new key\n"
+          "  insert FILE PATH VALUE     adds a new key, or a value before an array index\n"
+          "  remove FILE PATH           removes a key or an array item\n"
+          "  diff FILE FILE             prints removed (-) and added (+) values\n"
+          "\n"
+          "FILE may be -, for standard input (and output). All commands read XML, binary\n"
+          "and old-style text; print, convert, extract and diff also read JSON. set,\n"
+          "insert and remove write a binary file back as binary and any other as XML, to\n"
+          "a new file that then replaces the old one.\n"
+          "\n"
+          "PATH is keys and array indexes, separated by dots: a.b.0.c is key c in the\n"
+          "first item of array b in a. A backslash makes the next character part of the\n"
+          "key: com\\.example. For set and insert, the number of items is the index after\n"
+          "the last item.\n"
+          "\n"
+          "VALUE is read as the type given with --type, or else as the type of the value\n"
+          "that it replaces. Under a new key and without --type, a VALUE that begins like\n"
+          "JSON or a property list, or is a number, true or false, is read as such; any\n"
+          "other is a string. Dates are 2005-03-01T12:34:56Z, in UTC. Data is base64.\n"
+          "\n"
+          "JSON: for print and extract the value itself, with dates and data as strings;\n"
+          "for lint an object for each file with file, ok, format, line, column, offset,\n"
+          "problem and hint; for diff an object for each difference with path,\n"
+          "beforeType, before, afterType and after; for the others one object with file\n"
+          "and what was done. Reals read back bit for bit; integers beyond 2^53 - 1, NaN,\n"
+          "Infinity and -Infinity are strings.\n"
+          "\n"
+          "Exit status of its own: diff exits with 1 if there are differences.\n",
+          {{"-o", "OUT", "the file that convert writes"},
+           {"--type", "TYPE", "string, integer, real, bool, date, data, array, dict"},
+           kJsonOption},
+          2,
+          SIZE_MAX,
+          RunPlist,
+          false};
 }

@@ -50,18 +50,18 @@ static int RunPorts(const CommandLine& line) {
 }
 
 Verb PortsVerb() {
-  return {
-      "ports",
-      "[--all] [--json]",
-      "Lists the published port names with their owners.",
-      "A line for each: name, process id, age and program of the owner. Bytes of a name that are\n"
-      "not printable ASCII are shown as \\xNN.\n"
-      "\n"
-      "JSON: an object for each port with name, pid, uid, ageSeconds, program and hidden; null is\n"
-      "what cannot be told. When a name or a program is not UTF-8, nameHex or programHex has its\n"
-      "bytes.\n",
-      {{"--all", nullptr, "also the hidden names of processes' own event ports"}, kJsonOption},
-      0,
-      0,
-      RunPorts};
+  return {"ports",
+          "[--all] [--json]",
+          "Lists the port names that processes own.",
+          "Prints one line for each port name: the name, and the process id, age and\n"
+          "program of its owner. Bytes of a name that are not printable ASCII are shown\n"
+          "as \\xNN.\n"
+          "\n"
+          "JSON: one object for each port name with name, pid, uid, ageSeconds, program\n"
+          "and hidden. A member is null if its value is unknown. If a name or a program\n"
+          "is not UTF-8, nameHex or programHex has its bytes.\n",
+          {{"--all", nullptr, "also list the hidden names of event ports"}, kJsonOption},
+          0,
+          0,
+          RunPorts};
 }

@@ -261,35 +261,36 @@ static int RunPrefs(const CommandLine& line) {
 }
 
 Verb PrefsVerb() {
-  return {
-      "prefs",
-      "read|write|delete|export|import|where DOMAIN [KEY [VALUE]] [--any-user] [--current-host]",
-      "Reads and changes preferences.",
-      "  read DOMAIN [KEY]                 one value, or all\n"
-      "  write DOMAIN KEY VALUE            sets and commits\n"
-      "  delete DOMAIN [KEY]               removes one key, or all, and commits\n"
-      "  export DOMAIN [FILE]              all as XML (--json: as JSON), to standard output\n"
-      "  import DOMAIN [FILE]              adds a list of any form, or JSON, and commits\n"
-      "  where DOMAIN [KEY]                the file that the application's value comes from, or\n"
-      "                                    all its files, the strongest first, with their state\n"
-      "\n"
-      "DOMAIN is an application's identifier; kCFPreferencesAnyApplication stands for all of them.\n"
-      "Without options the current user's preferences for any host are meant, by where all that\n"
-      "the application sees. VALUE and --type are as for plist. Whoever runs sees a change at its\n"
-      "next read.\n"
-      "\n"
-      "JSON: of read the value itself; of write, delete and import an object with domain, outcome\n"
-      "(written, failed) and problem; of where an object for each file with path, state (value,\n"
-      "used, absent, refused), anyUser, currentHost, anyApplication and problem.\n"
-      "\n"
-      "Exit status: 3 when there is no such key or file, 5 when the file is refused or cannot be\n"
-      "written, 7 for bytes that mean nothing.\n",
-      {{"--any-user", nullptr, "the machine's preferences"},
-       {"--current-host", nullptr, "those for this host only"},
-       {"--type", "TYPE", "of write: string, integer, real, bool, date, data, array or dict"},
-       kJsonOption},
-      2,
-      4,
-      RunPrefs,
-      false};
+  return {"prefs",
+          "read|write|delete|export|import|where DOMAIN [KEY [VALUE]] [OPTION ...]",
+          "Reads and changes preferences.",
+          "  read DOMAIN [KEY]          prints one value, or all\n"
+          "  write DOMAIN KEY VALUE     sets a value and commits\n"
+          "  delete DOMAIN [KEY]        removes one key, or all, and commits\n"
+          "  export DOMAIN [FILE]       writes all as XML (--json: as JSON)\n"
+          "  import DOMAIN [FILE]       adds a property list or JSON, and commits\n"
+          "  where DOMAIN [KEY]         prints the file that the application's value comes\n"
+          "                             from, or all files, the strongest first, and\n"
+          "                             their states\n"
+          "\n"
+          "DOMAIN is an application identifier; kCFPreferencesAnyApplication stands for\n"
+          "all applications. FILE is standard output or input if it is missing or -.\n"
+          "\n"
+          "Without --any-user and --current-host, where looks at every file in which the\n"
+          "application's values are looked up; the other commands use the current user's\n"
+          "preferences for any host. VALUE and --type are as for plist. A program that is\n"
+          "running sees the change at its next read.\n"
+          "\n"
+          "JSON: for read the value itself; for write, delete and import an object with\n"
+          "domain, outcome (written, failed) and problem; for where an object for each\n"
+          "file with path, state (value, used, absent, refused), anyUser, currentHost,\n"
+          "anyApplication and problem.\n",
+          {{"--any-user", nullptr, "the preferences of all users"},
+           {"--current-host", nullptr, "the preferences for this host only"},
+           {"--type", "TYPE", "of write: the type of VALUE, as for plist"},
+           kJsonOption},
+          2,
+          4,
+          RunPrefs,
+          false};
 }

@@ -75,19 +75,19 @@ static int RunPs(const CommandLine& line) {
 }
 
 Verb PsVerb() {
-  return {
-      "ps",
-      "[--apps] [--json]",
-      "Lists the processes of this user that have a serial number.",
-      "A line for each: serial number (high:low), process id, and of its application bundle\n"
-      "signature, type and identifier; then the program. A dash stands for what is not there.\n"
-      "\n"
-      "JSON: an object for each process with high, low, pid, signature, type, identifier, bundle\n"
-      "and program; null is what is not there. Where a path is not UTF-8, bundleHex or programHex\n"
-      "has its bytes.\n",
-      {{"--apps", nullptr, "only what runs out of an application bundle"}, kJsonOption},
-      0,
-      0,
-      RunPs,
-      false};
+  return {"ps",
+          "[--apps] [--json]",
+          "Lists this user's processes that have a serial number.",
+          "Prints one line for each process: serial number (high:low), process id, the\n"
+          "signature, type and identifier of its application bundle, and the program. A\n"
+          "dash stands for a missing value.\n"
+          "\n"
+          "JSON: one object for each process with high, low, pid, signature, type,\n"
+          "identifier, bundle and program. A missing value is null. If a path is not\n"
+          "UTF-8, bundleHex or programHex has its bytes.\n",
+          {{"--apps", nullptr, "only processes of application bundles"}, kJsonOption},
+          0,
+          0,
+          RunPs,
+          false};
 }

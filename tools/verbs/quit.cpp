@@ -77,17 +77,17 @@ static int RunQuit(const CommandLine& line) {
 }
 
 Verb QuitVerb() {
-  return {
-      "quit",
-      "[PORT] [--timeout SECONDS] [--json]",
-      "Sends the quit event and waits until the port is gone.",
-      "Without PORT to the session daemon. Nobody there counts as done.\n"
-      "\n"
-      "JSON: one object with port, outcome and error. The outcome is quit, notRunning, failed (the\n"
-      "error says why; null with every other outcome) or stillRunning (it has answered, but not\n"
-      "ended in time).\n",
-      {kTimeoutOption, kJsonOption},
-      0,
-      1,
-      RunQuit};
+  return {"quit",
+          "[PORT] [--timeout SECONDS] [--json]",
+          "Sends the quit event and waits until the port is gone.",
+          "Without PORT, the event goes to the session daemon. If no process owns the\n"
+          "port, that counts as success.\n"
+          "\n"
+          "JSON: one object with port, outcome and error. The outcome is quit,\n"
+          "notRunning, failed or stillRunning (the server replied but did not end in\n"
+          "time). error is null unless the outcome is failed.\n",
+          {kTimeoutOption, kJsonOption},
+          0,
+          1,
+          RunQuit};
 }

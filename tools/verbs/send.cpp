@@ -98,24 +98,32 @@ static int RunSend(const CommandLine& line) {
 }
 
 Verb SendVerb() {
-  return {
-      "send",
-      "PORT CLASS ID [KEY:TYPE=VALUE ...] [--no-reply] [--timeout SECONDS] [--json]",
-      "Sends an event to a port and prints the reply's parameters.",
-      "CLASS, ID and KEY are four characters, or 0x and eight hexadecimal digits. TYPE is one of\n"
-      "bool, short, ushort, long, ulong, comp, ucomp, float, double, text, utf8, utf16, type, enum\n"
-      "and data (hexadecimal), or a code in single quotes with hexadecimal bytes of that type,\n"
-      "numbers from the most significant byte on. Several numbers or codes are separated by\n"
-      "commas. The reply's parameters are printed in the same form, a line for each; lists,\n"
-      "records and events in brackets.\n"
-      "\n"
-      "JSON: one object with port, error (number and name), attributes and parameters, which are\n"
-      "null when no reply came. A descriptor is an object with its type and, by type, value,\n"
-      "values, high and low, text, items (of a list), fields (of a record), or attributes and\n"
-      "parameters (of an event). hex has all bytes wherever the rest would not give them back.\n"
-      "Integers beyond 2^53 - 1, NaN, Infinity and -Infinity are strings.\n",
-      {{"--no-reply", nullptr, "ask for no reply and wait for none"}, kTimeoutOption, kJsonOption},
-      3,
-      SIZE_MAX,
-      RunSend};
+  return {"send",
+          "PORT CLASS ID [KEY:TYPE=VALUE ...] [--no-reply] [--timeout SECONDS] [--json]",
+          "Sends an event to a port and prints the reply's parameters.",
+          "CLASS, ID and KEY are four characters, or 0x and eight hexadecimal digits.\n"
+          "TYPE is bool, short, ushort, long, ulong, comp, ucomp, float, double, text,\n"
+          "utf8, utf16, type, enum or data. The value of data is hexadecimal digits. TYPE\n"
+          "may also be a code in single quotes; the value is then hexadecimal digits, the\n"
+          "most significant byte of each number first. Separate several numbers or codes\n"
+          "with commas.\n"
+          "\n"
+          "Each parameter of the reply is printed on a line, in the same form. Lists,\n"
+          "records and events are printed in brackets.\n"
+          "\n"
+          "Example: vltctl send com.veltrane.vltdeviced.1.1 CmoN GtPf \\\n"
+          "             DvI#:long=1 PKey:text=gain\n"
+          "\n"
+          "JSON: one object with port, error (number and name), attributes and\n"
+          "parameters. The last two are null if no reply arrived. A descriptor is an\n"
+          "object with type and, depending on that, value, values, high and low, text,\n"
+          "items (of a list), fields (of a record), or attributes and parameters (of an\n"
+          "event). hex has all bytes if the other members cannot give them back. Integers\n"
+          "beyond 2^53 - 1, NaN, Infinity and -Infinity are strings.\n",
+          {{"--no-reply", nullptr, "neither request a reply nor wait for one"},
+           kTimeoutOption,
+           kJsonOption},
+          3,
+          SIZE_MAX,
+          RunSend};
 }

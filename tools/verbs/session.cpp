@@ -85,19 +85,19 @@ static int RunSession(const CommandLine& line) {
 }
 
 Verb SessionVerb() {
-  return {
-      "session",
-      "[--json]",
-      "Tells which session this is, and how that is known.",
-      "A line for each fact: session id, whether it is the root session, whether it has a display,\n"
-      "the user, the session directory; the source in brackets.\n"
-      "\n"
-      "JSON: one object with session, root, graphicAccess, user and directory, each an object of\n"
-      "value and source (directory also usable and problem), and hex, the id as port names have\n"
-      "it behind 0x.\n",
-      {kJsonOption},
-      0,
-      0,
-      RunSession,
-      false};
+  return {"session",
+          "[--json]",
+          "Shows the login session and the session directory.",
+          "Prints one line for each fact: the id of the login session, whether it is the\n"
+          "root session, whether it has graphic access, the user, and the session\n"
+          "directory. The source of each fact is in parentheses.\n"
+          "\n"
+          "JSON: one object with session, root, graphicAccess, user and directory, each\n"
+          "an object with value and source (directory also with usable and problem), and\n"
+          "hex, the session id with 0x as it is in port names.\n",
+          {kJsonOption},
+          0,
+          0,
+          RunSession,
+          false};
 }

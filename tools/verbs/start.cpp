@@ -25,16 +25,16 @@ static int RunStart(const CommandLine& line) {
 }
 
 Verb StartVerb() {
-  return {
-      "start",
-      "[--json]",
-      "Starts the session daemon and waits until it has its port.",
-      "How it is found and started can be changed by launch preferences. One that runs already\n"
-      "counts as done.\n"
-      "\n"
-      "JSON: one object with port, outcome (started, alreadyRunning, failed) and error.\n",
-      {kJsonOption},
-      0,
-      0,
-      RunStart};
+  return {"start",
+          "[--json]",
+          "Starts the session daemon and waits until it owns its port.",
+          "Launch preferences can change how the daemon is found and started. If it\n"
+          "already runs, that counts as success.\n"
+          "\n"
+          "JSON: one object with port, outcome (started, alreadyRunning, failed) and\n"
+          "error.\n",
+          {kJsonOption},
+          0,
+          0,
+          RunStart};
 }

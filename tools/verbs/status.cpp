@@ -21,8 +21,8 @@ static int RunStatus(const CommandLine& line) {
 Verb StatusVerb() {
   return {"status",
           "[--json]",
-          "Tells whether the session daemon runs.",
-          "The exit status is 0 when it does and 3 when it does not. Nothing is started.\n"
+          "Shows whether the session daemon runs.",
+          "The exit status is 0 if it runs and 3 if it does not. Never starts it.\n"
           "\n"
           "JSON: one object with port, outcome (running, notRunning, failed) and error.\n",
           {kJsonOption},

@@ -4,10 +4,10 @@
 
 #include "tools/output.h"
 
-const OptionSpec kJsonOption = {"--json", nullptr, "print JSON, one object a line"};
-const OptionSpec kTimeoutOption = {"--timeout", "SECONDS", "wait at most this long (10)"};
+const OptionSpec kJsonOption = {"--json", nullptr, "print JSON, one object on each line"};
+const OptionSpec kTimeoutOption = {"--timeout", "SECONDS", "the longest time to wait (10)"};
 const OptionSpec kDeviceTimeoutOption = {"--timeout", "SECONDS",
-                                         "for each of at most five attempts (10)"};
+                                         "the time for each of five attempts (10)"};
 
 const std::vector<Verb>& AllVerbs() {
   static const std::vector<Verb> verbs = {
