@@ -9,7 +9,7 @@ namespace {
 
 constexpr double kTicksPerSecond = 60;
 
-// "--" and a letter: a parameter under the key "----" is a word.
+// "--" and a letter: a parameter under the key "----" is not an option.
 bool IsOption(std::string_view word) {
   if (word.size() < 3 || !word.starts_with("--")) return false;
   return (word[2] | 0x20) >= 'a' && (word[2] | 0x20) <= 'z';
@@ -54,7 +54,7 @@ bool ParseCommandLine(const std::vector<OptionSpec>& specs, const std::vector<st
       onlyWords = true;
       continue;
     }
-    // One that is spelled otherwise, as "-o", is an option where the verb has it.
+    // A short option, such as "-o", is one only if the verb has it.
     if (onlyWords || (!IsOption(word) && FindOption(specs, word) == nullptr)) {
       line.words.push_back(word);
       continue;

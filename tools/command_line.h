@@ -5,41 +5,41 @@
 #include <string_view>
 #include <vector>
 
-// What a verb of the tool takes, and taking a command line apart by it. Pure functions, one thread.
+// The options of the tool's verbs, and parsing a command line by them. Pure functions, any thread.
 
-// Exit statuses, the tool's contract with scripts.
+// Exit statuses, on which scripts rely.
 enum ExitStatus : int {
   kExitOk = 0,
   kExitGeneral = 1,
   kExitUsage = 2,
-  kExitNotFound = 3,   // nobody listens under the name
-  kExitTimeout = 4,    // no answer, or no room, in time
-  kExitRefused = 5,    // the peer answered with an error, or access is denied
-  kExitPeerDied = 6,   // the peer ended before it answered
-  kExitBadData = 7,    // bytes that mean nothing, or too many of them
+  kExitNotFound = 3,   // no process owns the port name; no such file or key
+  kExitTimeout = 4,    // no reply, or no room, in time
+  kExitRefused = 5,    // an error reply, or no permission
+  kExitPeerDied = 6,   // the other process ended before it replied
+  kExitBadData = 7,    // invalid or oversized data
   kExitNoSession = 8,  // the session directory cannot be used
 };
 
 struct OptionSpec {
   const char* name;       // "--timeout"
-  const char* valueName;  // "SECONDS", or null for a switch
+  const char* valueName;  // "SECONDS"; null for an option without a value
   const char* help;
 };
 
-// The words behind a verb, sorted out.
+// The arguments after a verb, separated.
 struct CommandLine {
-  std::vector<std::string> words;              // in order, options left out
-  std::map<std::string, std::string> options;  // by name; the value of a switch is empty
+  std::vector<std::string> words;              // the arguments without the options, in order
+  std::map<std::string, std::string> options;  // by name; "" without a value
 
   bool Has(const std::string& option) const { return options.contains(option); }
 };
 
-// Options may stand anywhere before "--", values behind a blank or "=". False with a text that says
-// what is wrong.
+// Parses the arguments after a verb. Options may be anywhere before "--", with their value after a
+// space or "=". Returns false with a message for a wrong argument.
 bool ParseCommandLine(const std::vector<OptionSpec>& specs, const std::vector<std::string>& words,
                       CommandLine& line, std::string& problem);
 
-// The candidate with the smallest edit distance to `word`, or "" when none is near.
+// Returns the candidate with the smallest edit distance to `word`, or "" if all are too different.
 std::string NearestWord(std::string_view word, const std::vector<std::string_view>& candidates);
 
 // Reads `text`, a decimal number above 0 and nothing else, as seconds. Stores them as ticks (1/60

@@ -5,15 +5,15 @@
 
 #include "tools/values/json_value.h"
 
-// A table for people: a line for each row, columns as wide as their widest cell, two blanks between
-// them. All rows have the same number of cells. To standard output, one thread.
+// Prints tables for people to standard output: a line for each row, columns as wide as their widest
+// cell and two spaces between them. All rows have the same number of cells. One thread.
 
 using TableRow = std::vector<std::string>;
 
 void PrintTable(const std::vector<TableRow>& rows);
 
-// The same under a heading when people are looking; programs that read it get the rows alone.
+// Prints the heading, too, if standard output is a terminal and there are rows.
 void PrintTable(const TableRow& heading, std::vector<TableRow> rows);
 
-// A scalar as one word; a question mark for what has no value.
+// A scalar without spaces; "?" for null.
 std::string TableCell(const JsonValue& value);

@@ -3,6 +3,6 @@
 #include <string>
 #include <vector>
 
-// Runs the tool on the words after its name and returns the exit status. Results go to standard
-// output, messages to standard error.
+// Runs the tool with the arguments after its name and returns the exit status. Results go to
+// standard output, messages to standard error. One thread.
 int RunTool(const std::vector<std::string>& words);

@@ -11,16 +11,16 @@ namespace {
 
 constexpr size_t kNone = SIZE_MAX;
 
-// The place of two values that are to be compared.
+// The position of two values to compare.
 struct Place {
-  size_t container = kNone;    // among those that were entered; kNone: the whole lists
+  size_t container = kNone;    // index in `entered`; kNone: these are the whole lists
   CFStringRef key = nullptr;   // in a dictionary
   CFIndex index = 0;           // in an array
-  CFTypeRef before = nullptr;  // null: there is none
+  CFTypeRef before = nullptr;  // null: missing
   CFTypeRef after = nullptr;
 };
 
-// Zeros of either sign are equal, and differ here: their texts do.
+// 0 and -0 are equal, but they differ here, because their texts do.
 bool AreSameLeaves(CFTypeRef before, CFTypeRef after, PlistKind kind) {
   return CFEqual(before, after) &&
          (kind != PlistKind::kReal || LeafText(before) == LeafText(after));

@@ -41,7 +41,7 @@ bool ReadAll(FILE* file, std::string& bytes) {
   return std::ferror(file) == 0;
 }
 
-// False with errno.
+// Returns false with errno on failure.
 bool ReadBytes(const std::string& name, std::string& bytes) try {
   if (name == "-") return ReadAll(stdin, bytes);
   const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(name.c_str(), "rbe"), &std::fclose);
@@ -55,7 +55,7 @@ bool LooksLikeJson(const std::string& bytes) {
   return start != bytes.npos && (bytes[start] == '{' || bytes[start] == '[');
 }
 
-// False with errno.
+// Returns false with errno on failure.
 bool WriteOut(const std::string& bytes) {
   Print(bytes);
   errno = TakeOutputError();
@@ -96,7 +96,7 @@ bool ReadPlistFile(const std::string& name, bool orJson, PlistFile& file, PlistP
       return true;
     }
     if (isJson) problem.place.hint = "this is JSON; convert turns it into a property list";
-    // Both forms may begin like this: the one that went further is meant.
+    // Both formats may begin like this. Report the one whose reader got further.
     if (orJson && reached >= problem.place.offset) return Fail(problem, kExitBadData, fault);
   }
   if (problem.place.text == kHostPlistNoMemory) return FailWithError(problem, ENOMEM);

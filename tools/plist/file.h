@@ -8,9 +8,9 @@
 #include "tools/command_line.h"
 #include "tools/plist/leaf.h"
 
-// Files of property lists for the tool; "-" is standard input and output.
+// Reads and writes files of property lists; "-" is standard input or output. One thread.
 
-inline constexpr CFPropertyListFormat kJsonFormat = 1000;  // beside the documented forms
+inline constexpr CFPropertyListFormat kJsonFormat = 1000;  // in addition to the platform's formats
 
 // "XML", "binary", "text", "JSON".
 const char* FormatName(CFPropertyListFormat format);
@@ -20,22 +20,24 @@ struct PlistFile {
   CFPropertyListFormat format = 0;
 };
 
-// What went wrong, for people and scripts.
+// A failure, for people and scripts.
 struct PlistProblem {
   ExitStatus exit = kExitOk;
-  std::string file;  // as people call the one that was read or written last; "": none was
-  std::string text;  // one line without the file's name
-  HostPropertyListError place;  // of bad data; its text is "" for everything else
+  std::string file;             // the file that was read or written last, as shown to people; or ""
+  std::string text;             // one line, without the file's name
+  HostPropertyListError place;  // of invalid data; its text is "" otherwise
 
   std::string Sentence() const { return file.empty() ? text : file + ": " + text; }
 };
 
-// Any of the three forms, and JSON when `orJson`. False with the problem.
+// Reads a file of any format, of JSON only with `orJson`. Returns false with the problem.
 bool ReadPlistFile(const std::string& name, bool orJson, PlistFile& file, PlistProblem& problem);
 
-// The bytes of a list in a form that can be written.
+// Makes the bytes of a list in one of the formats that can be written. Returns false with the
+// problem.
 bool PlistBytes(CFTypeRef list, CFPropertyListFormat format, std::string& bytes,
                 PlistProblem& problem);
 
-// A file is written beside the old one and takes its place when it is complete.
+// Writes the bytes to a new file that replaces the old one once it is complete. Returns false with
+// the problem.
 bool WritePlistFile(const std::string& name, const std::string& bytes, PlistProblem& problem);

@@ -24,14 +24,14 @@ JsonValue JsonOfLeaf(CFTypeRef leaf) {
       if (CFNumberGetValue(static_cast<CFNumberRef>(leaf), kCFNumberSInt64Type, &value)) {
         return JsonValue::Integer(value);
       }
-      return LeafText(leaf);  // beyond what JSON numbers are good for
+      return LeafText(leaf);  // beyond the range that JSON readers keep exact
     }
     default:
       return LeafText(leaf);
   }
 }
 
-// Reads by the letter of the grammar. One use each.
+// Reads JSON strictly by its grammar. For one use.
 class Reader {
  public:
   explicit Reader(std::string_view text) : whole(text), rest(text) {}
@@ -50,7 +50,7 @@ class Reader {
 
   struct Frame {
     OwnedRef<CFMutableArrayRef> array;
-    OwnedRef<CFMutableDictionaryRef> dictionary;  // one of the two
+    OwnedRef<CFMutableDictionaryRef> dictionary;  // exactly one of the two is set
     OwnedRef<CFStringRef> key;                    // of the next value
   };
 
@@ -58,7 +58,7 @@ class Reader {
     OwnedRef<CFTypeRef> done;
     do {
       OwnedRef<CFTypeRef> value = Begin();
-      // A value that is complete may complete those around it.
+      // A complete value may complete the containers around it.
       while (static_cast<CFTypeRef>(value) != nullptr) {
         if (open.empty()) {
           done = std::move(value);
@@ -72,7 +72,7 @@ class Reader {
     return done;
   }
 
-  // A leaf, or an empty container; null when a container was opened or something is wrong.
+  // Returns a leaf or an empty container; null if a container was opened, or after a fault.
   OwnedRef<CFTypeRef> Begin() {
     SkipBlanks();
     if (rest.empty()) return Fail("expected a value");
@@ -111,7 +111,7 @@ class Reader {
     }
   }
 
-  // The innermost container when it ends behind its last value; else null.
+  // Returns the innermost container if it ends after its last value; otherwise null.
   OwnedRef<CFTypeRef> End() {
     const bool isDictionary = static_cast<CFTypeRef>(open.back().dictionary) != nullptr;
     SkipBlanks();

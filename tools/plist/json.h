@@ -8,15 +8,17 @@
 
 #include "tools/values/json_value.h"
 
-// Property lists as JSON and back. JSON has no dates and no data: they become strings, a date in
-// UTC, data as base64. Pure functions, any thread, no recursion.
+// Converts property lists to JSON and back. JSON has neither dates nor data: they become strings, a
+// date in UTC, data as base64. No recursion. Any thread; only one at a time may use a list.
 
-// Members in the order of the dictionary. Integers beyond +-(2^53 - 1), NaN and the infinities are
+// Keeps the order of dictionaries. Integers beyond +-(2^53 - 1), NaN and the infinities become
 // strings, as in all JSON of this program.
 JsonValue JsonOfPlist(CFTypeRef list);
 
-// Mutable containers; the caller releases it. Whole numbers become integers (of -2^63 to 2^64 - 1),
-// those with a point or an exponent reals. Null with what is wrong and where: no JSON by the
-// letter, a null (which property lists do not have), more than 512 levels. `reached`, when there is
-// one, gets how many bytes were read until then.
+// Reads JSON as a list with mutable containers; the caller releases it. Whole numbers become
+// integers
+// (-2^63 to 2^64 - 1), numbers with a dot or an exponent become reals. Returns null with a message
+// and its position if the text is not valid JSON, contains null (which property lists do not have)
+// or has more than 512 levels. `reached`, unless null, receives the number of bytes read until
+// then.
 CFTypeRef CreateFromJson(std::string_view text, std::string& problem, size_t* reached = nullptr);

@@ -12,7 +12,7 @@ namespace {
 struct KindRow {
   PlistKind kind;
   const char* name;
-  std::optional<HostPlistLeaf> leaf = {};  // how the host layer reads its text; none: it does not
+  std::optional<HostPlistLeaf> leaf = {};  // for the host layer, if that reads its text
 };
 constexpr KindRow kKinds[] = {
     {PlistKind::kString, "string"},
@@ -39,7 +39,7 @@ std::string NotA(PlistKind kind) {
   return std::string(" is not ") + article + KindName(kind);
 }
 
-// What UTF-8 would be of half of a surrogate pair, if it had it.
+// Half of a surrogate pair in the three bytes that UTF-8 would have for it.
 std::string HalfText(UniChar unit) {
   const char bytes[] = {static_cast<char>(0xE0 | unit >> 12),
                         static_cast<char>(0x80 | (unit >> 6 & 0x3F)),

@@ -8,7 +8,8 @@
 
 #include "util/owned_ref.h"
 
-// The values in property lists as text, in both directions. Pure functions, any thread.
+// The values in property lists as text, in both directions. Any thread; only one at a time may use
+// a container.
 
 // The object that a Create or Copy call with valid arguments gave. Null means that memory ran out:
 // throws std::bad_alloc, which the program reports with its own exit status.
@@ -33,7 +34,7 @@ enum class PlistKind {
 PlistKind KindOf(CFTypeRef object);
 // "string", "integer", "real", "bool", "date", "data", "array", "dict".
 const char* KindName(PlistKind kind);
-PlistKind KindNamed(std::string_view name);  // kNone when no kind has this name
+PlistKind KindNamed(std::string_view name);  // kNone if no kind has this name
 // The message about a name that no kind has.
 std::string UnknownPlistType(std::string_view name);
 
@@ -46,28 +47,28 @@ inline bool IsContainer(PlistKind kind) {
 void InsertInArray(CFMutableArrayRef array, CFIndex index, CFTypeRef value);
 void SetInDictionary(CFMutableDictionaryRef dictionary, CFStringRef key, CFTypeRef value);
 
-// UTF-8. Half of a surrogate pair, which has no form there, takes the three bytes that it would
-// have: JsonText makes its escape of them, so that nothing is lost.
+// Returns UTF-8. Half of a surrogate pair, which UTF-8 does not have, becomes the three bytes that
+// it would have; JsonText escapes them, so that nothing is lost.
 std::string TextOf(CFStringRef string);
-// Null when the bytes are not UTF-8 or more than 2^31 - 1. The caller releases it.
+// Returns null if the bytes are not UTF-8 or more than 2^31 - 1. The caller releases the string.
 CFStringRef CreateString(std::string_view utf8);
 
-// A leaf as people write it: a string's characters, digits, true or false, a date in UTC
-// (2005-03-01T12:34:56Z), data as base64 on one line. Reals have the digits that read back as the
-// same value. "" for a container.
+// Returns a leaf as people write it: a string's characters, digits, true or false, a date in UTC
+// (2005-03-01T12:34:56Z), data as base64 on one line. The digits of a real number read back as the
+// same value. A container gives "".
 std::string LeafText(CFTypeRef leaf);
 
-// The leaf that such a text means; the caller releases it. Null with what is wrong.
+// Makes a leaf from such a text; the caller releases it. Returns null with a message if the text is
+// not one.
 CFTypeRef CreateLeaf(PlistKind kind, std::string_view text, std::string& problem);
 
-// What a word on the command line means; the caller releases it. Null with what is wrong.
-//
-// JSON or a property list when it begins like one ({ [ ( < or a quotation mark) or is a number,
-// true or false, else a string.
+// Makes a value from an argument of the command line; the caller releases it. An argument that
+// begins like JSON or a property list ({ [ ( < or a quotation mark), or is a number, true or false,
+// is read as such; any other is a string. Returns null with a message if it cannot be read.
 CFTypeRef CreateValue(std::string_view text, std::string& problem);
 
-// The same for a value whose kind is known: `type` is the name of one, or "" for that of the value
-// that is replaced, which may be null: any kind then. Null also for a type that does not exist, and
-// for a value of another one.
+// Makes a value of a known kind: `type` is the kind's name, or "" for the kind of the value that is
+// replaced. If that is null, any kind will do. Also returns null if the type does not exist or the
+// value has another one.
 CFTypeRef CreateValueOfType(const std::string& type, std::string_view text, CFTypeRef replaced,
                             std::string& problem);

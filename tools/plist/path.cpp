@@ -7,7 +7,7 @@
 
 namespace {
 
-// Decimal, with nothing around it; -1 when it is none.
+// Reads a decimal index and nothing else; -1 if it is not one.
 CFIndex IndexOf(const std::string& step) {
   CFIndex index = -1;
   const char* end = step.data() + step.size();
@@ -15,7 +15,7 @@ CFIndex IndexOf(const std::string& step) {
   return parsed.ec == std::errc() && parsed.ptr == end && index >= 0 ? index : -1;
 }
 
-// A key as it stands in the text of a path.
+// A key as the text of a path has it.
 std::string StepText(std::string_view key) {
   std::string step;
   for (const char c : key) {
@@ -40,7 +40,7 @@ CFTypeRef Child(CFTypeRef container, const std::string& step) {
   }
 }
 
-// Why a container has nothing under the step.
+// The message that a container has no value for the next step.
 std::string WhyNot(CFTypeRef container, const PlistPath& path, size_t depth) {
   const std::string whole =
       PlistPathText({path.begin(), path.begin() + static_cast<ptrdiff_t>(depth)});

@@ -6,27 +6,28 @@
 #include <string_view>
 #include <vector>
 
-// Key paths: keys of dictionaries and indexes of arrays, from 0, with points between them, as in
-// "servers.0.name". A backslash takes the character behind it as it is: "com\.example.port". The
-// empty path is the whole list.
+// Key paths: keys of dictionaries and indexes of arrays, from 0, separated by dots, as in
+// "servers.0.name". A backslash makes the next character part of the key: "com\.example.port". The
+// empty path means the whole list. Any thread; only one thread at a time may use a list.
 
 using PlistPath = std::vector<std::string>;
 
-// False when a backslash has nothing behind it.
+// Returns false if nothing follows the last backslash.
 bool ParsePlistPath(std::string_view text, PlistPath& path);
-// The other way round.
+// Returns the text that ParsePlistPath reads.
 std::string PlistPathText(const PlistPath& path);
 
-// What is there, borrowed from the list; null with what is wrong.
+// Returns the value at the path, borrowed from the list, or null with a message.
 CFTypeRef FindInPlist(CFTypeRef list, const PlistPath& path, std::string& problem);
 
 enum class PlistChange {
-  kSet,     // puts the value in place of what is there, or in a new key, or behind an array's last
-  kInsert,  // a new key, or before an index of an array (the count: behind the last)
+  kSet,     // replaces a value, or adds one under a new key or after an array's last item
+  kInsert,  // adds a new key, or an item before an array index (the count: after the last item)
   kRemove,
 };
 
-// Makes one change in a list of mutable containers. `value` is borrowed, null for kRemove. The path
-// is not empty: a whole list has nothing around it. False with what is wrong, and nothing changed.
+// Makes one change in a list of mutable containers. `value` is borrowed, and null for kRemove. The
+// path must not be empty, because nothing contains the whole list. Returns false with a message if
+// nothing was changed.
 bool ChangePlist(CFTypeRef list, const PlistPath& path, PlistChange change, CFTypeRef value,
                  std::string& problem);

@@ -4,7 +4,9 @@
 
 #include <string>
 
-// A property list as people read it, of several lines, the last one ended:
+// Property lists as text for people. Any thread; only one at a time may use a list.
+
+// Several lines, each with a line feed at its end:
 //
 //   {
 //     name = "a text"
@@ -17,8 +19,9 @@
 //     ]
 //   }
 //
-// Strings stand in quotation marks with JSON's escapes; keys too, unless they are plain words.
+// Strings are in quotation marks with JSON's escapes, and so are keys, unless they consist of
+// letters, digits, _ and -.
 std::string PlistText(CFTypeRef list);
 
-// One value of it on one line; containers as {...} with their size.
+// One value on one line; a container as {...} or [...] with its size.
 std::string PlistLine(CFTypeRef value);

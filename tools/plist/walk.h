@@ -5,31 +5,31 @@
 #include <cstddef>
 #include <vector>
 
-// One step of a walk over a property list. Borrowed from the list.
+// One step of a walk over a property list. Its objects are borrowed from the list.
 struct PlistStep {
-  enum What { kLeaf, kOpen, kClose };  // a container has two steps, with those inside between
+  enum What { kLeaf, kOpen, kClose };  // a container has two steps; its members come between them
 
   What what = kLeaf;
   CFTypeRef object = nullptr;
-  CFStringRef key = nullptr;  // in a dictionary; else null
+  CFStringRef key = nullptr;  // in a dictionary; otherwise null
   size_t depth = 0;           // 0 for the root
 
   bool IsDictionary() const { return CFGetTypeID(object) == CFDictionaryGetTypeID(); }
 };
 
-// Goes through a property list, which must not change, in its own order and without recursion. One
+// Visits a property list, which must not change, in its own order and without recursion. One
 // thread.
 class PlistWalk {
  public:
   explicit PlistWalk(CFTypeRef list) : root(list) {}
 
-  bool Next(PlistStep& step);  // false behind the last one
+  bool Next(PlistStep& step);  // false after the last one
 
  private:
   struct Frame {
     CFTypeRef container;
     CFStringRef key;
-    std::vector<const void*> keys;  // none in an array
+    std::vector<const void*> keys;  // empty for an array
     std::vector<const void*> values;
     size_t next;
   };

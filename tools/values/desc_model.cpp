@@ -40,7 +40,7 @@ std::string Bytes(const AEDesc& desc) {
   return bytes;
 }
 
-// False when the value has no form of that type.
+// Returns false if the value cannot be coerced to that type.
 bool CoercedBytes(const AEDesc& desc, DescType type, std::string& bytes) {
   StDesc coerced;
   if (AECoerceDesc(&desc, type, &coerced.desc) != 0) return false;
@@ -48,7 +48,7 @@ bool CoercedBytes(const AEDesc& desc, DescType type, std::string& bytes) {
   return true;
 }
 
-// Strings with a length or an end of their own have no way to UTF-8 but through plain text.
+// Strings with a length byte or a NUL can be coerced to UTF-8 only by way of plain text.
 bool ReadText(const AEDesc& desc, std::string& utf8) {
   if (CoercedBytes(desc, typeUTF8Text, utf8)) return true;
   StDesc plain;
@@ -56,7 +56,8 @@ bool ReadText(const AEDesc& desc, std::string& utf8) {
          CoercedBytes(plain.desc, typeUTF8Text, utf8);
 }
 
-// Marks in front, and characters that can be written in two ways, are lost in UTF-8.
+// Returns whether the UTF-8 text restores the bytes: byte-order marks, and characters with two
+// spellings, are lost.
 bool GivesBack(const std::string& utf8, DescType type, const std::string& bytes) {
   StDesc spoken;
   std::string again;
@@ -69,7 +70,7 @@ int64_t SignExtended(uint64_t number, size_t width) {
   return static_cast<int64_t>(number << unused) >> unused;
 }
 
-// The number that most hosts make when asked for none, which reading "NaN" gives again.
+// The bits of the usual NaN, which reading "NaN" gives.
 bool IsUsualNaN(uint64_t bits, size_t width) {
   return bits == (width == 4 ? 0x7FC00000u : 0x7FF8000000000000u);
 }
@@ -95,7 +96,7 @@ JsonValue NumberModel(const ValueType& row, uint64_t bits, bool& isWhole) {
   }
 }
 
-// The functions below add what they can tell; true when that gives the bytes back.
+// The functions below add members and return whether these restore all bytes.
 
 bool AddNumbers(const ValueType& row, const std::string& bytes, JsonValue& model) {
   if (bytes.size() % row.width != 0) return false;
@@ -184,7 +185,7 @@ JsonValue ValueModel(const AEDesc& desc) {
 // turn comes and is disposed of then, so copies never add up along a deep path.
 class TreeModel {
  public:
-  // `model` is the descriptor's place and stays where it is until Finish has returned.
+  // `model` receives the descriptor's model. Its address must stay valid until Finish has returned.
   void Put(StDesc taken, JsonValue& model) {
     if (!IsContainer(taken.desc)) {
       model = ValueModel(taken.desc);
@@ -194,12 +195,12 @@ class TreeModel {
     waiting.push_back({std::move(taken), &model});
   }
 
-  // Makes what a container holds, but for the containers in it: those wait.
+  // Makes the models of a container's members, except containers, which Finish makes.
   void PutContents(const AEDesc& desc, JsonValue& model) {
     if (desc.descriptorType == typeAEList) {
       PutItems(desc, model.Add("items", JsonValue::Array()));
     } else if (desc.descriptorType == typeAppleEvent) {
-      // Both first: the second would move the first, and what it holds is written to later.
+      // Add both first: adding the second moves the first, whose members are written later.
       model.Add("attributes", JsonValue::Object());
       model.Add("parameters", JsonValue::Object());
       PutAttributes(desc, (*model.AsObject())[1].second);

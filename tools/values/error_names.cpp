@@ -13,7 +13,7 @@ struct ErrorName {
 #define NAMED(status, text) \
   { status, #status, text }
 
-// What the calls behind the tool, and the services of the package, answer.
+// The errors of the functions that the tool calls and of the package's servers.
 constexpr ErrorName kNames[] = {
     NAMED(noErr, nullptr),
     NAMED(fnfErr, "no such file or folder"),
@@ -114,7 +114,7 @@ ExitStatus ExitForStatus(OSStatus status) {
       return kExitPeerDied;
     case errAECorruptData:
     case errAENewerVersion:
-    case memFullErr:  // an event larger than a frame may be
+    case memFullErr:  // the result of sending an event that is too large
       return kExitBadData;
     default:
       return kExitGeneral;

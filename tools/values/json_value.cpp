@@ -10,8 +10,8 @@ namespace {
 
 constexpr int64_t kExactInDoubles = (int64_t{1} << 53) - 1;
 
-// One character at the start of `bytes`. Returns its length, or 0 when there is none that is well
-// formed: cut short, longer than needed, half of a pair, beyond U+10FFFF.
+// Reads one character at the start of `bytes`. Returns its length, or 0 if it is not well formed:
+// cut short, longer than needed, half of a pair, beyond U+10FFFF.
 size_t TakeCharacter(std::string_view bytes, uint32_t& character) {
   const auto lead = static_cast<unsigned char>(bytes[0]);
   character = lead;
@@ -30,8 +30,8 @@ size_t TakeCharacter(std::string_view bytes, uint32_t& character) {
   return character < kSmallest[length] || character > 0x10FFFF || isHalf ? 0 : length;
 }
 
-// Half of a surrogate pair at the start of `bytes`, in the three bytes that UTF-8 would have for
-// it; 0 when there is none.
+// Returns the half of a surrogate pair at the start of `bytes`, in the three bytes that UTF-8 would
+// have for it; 0 if there is none.
 uint32_t HalfOfPair(std::string_view bytes) {
   if (bytes.size() < 3 || bytes[0] != '\xED') return 0;
   const auto second = static_cast<unsigned char>(bytes[1]);
@@ -40,7 +40,7 @@ uint32_t HalfOfPair(std::string_view bytes) {
   return 0xD000u | (second & 0x3Fu) << 6 | (third & 0x3Fu);
 }
 
-// Also what ends a line, or changes a terminal, without JSON minding.
+// Also characters that JSON permits but that end a line or control a terminal.
 bool NeedsEscape(uint32_t character) {
   return character < 0x20 || (character >= 0x7F && character < 0xA0) || character == 0x2028 ||
          character == 0x2029;
@@ -90,7 +90,7 @@ std::string Digits(Number number) {
   return std::string(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
 }
 
-// Walks a value with a stack of its own: values may stand for what others sent.
+// Uses a stack of its own instead of recursion, because other processes determine the depth.
 class JsonWriter {
  public:
   std::string Write(const JsonValue& root) {
@@ -161,7 +161,7 @@ JsonValue JsonValue::FromReal(Number number) {
   if (std::isnan(number)) return "NaN";
   if (std::isinf(number)) return number < 0 ? "-Infinity" : "Infinity";
   std::string digits = Digits(number);
-  // Else a reader takes it for an integer, which has neither -0 nor these sizes.
+  // Otherwise a reader takes it for an integer, which has neither -0 nor this range.
   if (digits.find_first_of(".e") == digits.npos) digits += ".0";
   JsonValue made;
   made.value = JsonNumber{std::move(digits)};

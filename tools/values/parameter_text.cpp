@@ -31,7 +31,7 @@ bool AppendCode(std::string_view text, std::string& bytes) {
 
 using Append = bool (*)(std::string_view text, std::string& bytes);
 
-// How one number of a type is read; null when its values are no numbers.
+// The function that reads one number of a type; null if its values are not numbers.
 Append AppendOf(const ValueType& row) {
   switch (row.kind) {
     case ValueKind::kSigned:
@@ -76,7 +76,7 @@ bool PutHex(DescType type, std::string_view text, std::string& bytes) {
   return true;
 }
 
-// The terminal speaks UTF-8.
+// The text of the terminal is UTF-8.
 bool PutText(DescType type, std::string_view text, std::string& bytes) {
   if (!IsUtf8(text)) return false;
   AEDesc coerced = {typeNull, nullptr};
@@ -113,7 +113,8 @@ std::string ListText(const JsonValue::Array& values) {
   return text;
 }
 
-// A value under its type's name, or where that cannot say it all the bytes under the quoted code.
+// A value with its type's name, or all of its bytes with the quoted code if that could lose
+// something.
 std::string ValueText(const std::string& type, const JsonValue& model) {
   const ValueType* row = RowOf(type);
   const JsonValue* hex = model.Find("hex");
@@ -130,7 +131,7 @@ std::string ValueText(const std::string& type, const JsonValue& model) {
 
 std::string DescText(const JsonValue& model);
 
-// Appends to the texts of a container's contents.
+// Appends the texts of a container's members.
 void AddMembers(const JsonValue* members, const char* mark, std::vector<std::string>& texts) {
   if (members == nullptr) return;
   for (const auto& [key, model] : *members->AsObject()) {

@@ -17,11 +17,11 @@ struct ParameterValue {
   std::string bytes;  // as a descriptor of the type holds them
 };
 
-// Several numbers or codes of one type stand behind each other with commas. Hexadecimal bytes are
-// those of numbers from the most significant on. False with a text that says what is wrong.
+// Reads a parameter. Several numbers or codes of one type are separated by commas. In hexadecimal
+// digits the most significant byte of a number comes first. Returns false with a message.
 bool ParseParameter(std::string_view text, ParameterValue& value, std::string& problem);
 
-// The parameters of an event or record by their model, sorted as they stand, in the form that
-// ParseParameter reads. Containers are lists in square brackets, records and events in braces,
-// with & before an attribute: for people only.
+// Returns the parameters of an event or record, given their model, in its order and in the form
+// that ParseParameter reads. It does not read containers, which are for people only: lists in
+// square brackets, records and events in braces, with & before an attribute.
 std::vector<std::string> ParameterLines(const JsonValue& parameters);

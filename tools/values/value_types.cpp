@@ -8,7 +8,7 @@ namespace {
 
 using enum ValueKind;
 
-constexpr DescType kTypeData = FourCC('t', 'd', 't', 'a');  // bytes without a meaning
+constexpr DescType kTypeData = FourCC('t', 'd', 't', 'a');  // plain bytes
 
 constexpr ValueType kTypes[] = {
     {"bool", typeBoolean, 1, kBool},

@@ -6,49 +6,49 @@
 #include <string>
 #include <string_view>
 
-// What the tool knows of descriptor types: how they are called, what their bytes mean. Pure
+// The descriptor types that the tool knows: their names and the meaning of their bytes. Pure
 // functions, any thread.
 
-// A four-character code: exactly four printable characters, or 0x and exactly eight hexadecimal
-// digits. Nothing else.
+// Reads a four-character code: exactly four printable ASCII characters, or 0x and exactly eight
+// hexadecimal digits.
 bool ParseCode(std::string_view text, FourCharCode& code);
 // The rest of a message that begins with a text that ParseCode refuses.
 inline constexpr char kNotACode[] = " is not four characters, or 0x and eight hexadecimal digits";
 
-// The code as four characters if they are printable and none of : = ' and comma, else 0x and eight
-// digits. Different codes have different texts.
+// Returns a code as four characters if they are printable and not : = ' or a comma, otherwise as 0x
+// and eight digits. Different codes give different texts.
 std::string CodeText(FourCharCode code);
 
-// What the bytes of a value are.
+// The meaning of a value's bytes.
 enum class ValueKind {
   kBool,    // one byte
-  kSigned,  // integers of the row's width, one as a rule
+  kSigned,  // integers of the row's width, usually one
   kUnsigned,
   kReal,      // IEEE
-  kFixed,     // signed, 16 bits behind the point
+  kFixed,     // signed, with 16 bits after the binary point
   kCode,      // four characters
   kWords,     // two 32-bit words, the high one first
-  kWide,      // one number that is no double
-  kText,      // text that coerces to UTF-8
-  kUtf8,      // UTF-8 by its own
-  kConstant,  // none: the type says it all
+  kWide,      // a number that does not fit a double
+  kText,      // text that can be coerced to UTF-8
+  kUtf8,      // UTF-8
+  kConstant,  // no bytes: the type is the value
   kData,      // bytes
 };
 
 struct ValueType {
-  const char* name;  // on the command line; null: only by its code
+  const char* name;  // on the command line; null: known by its code only
   DescType type;
-  size_t width;  // of one number in bytes: 1, 2, 4 or 8; 1 when the value is not numbers
+  size_t width;  // bytes of one number: 1, 2, 4 or 8; 1 if the value is not a number
   ValueKind kind;
 };
 
-// Null when there is no such row.
+// Return null if there is no such row.
 const ValueType* ValueTypeNamed(std::string_view name);
 const ValueType* ValueTypeOf(DescType type);
 
-// The number in `width` bytes in the host's order.
+// Reads a number of `width` bytes in native byte order.
 uint64_t LoadNumber(const char* bytes, size_t width);
 
-// Turns a value's bytes from the host's order to most significant byte first, number by number, or
-// back. Sizes that are no multiple of the width are no numbers and stay as they are.
+// Converts a value's numbers between native byte order and most significant byte first. Bytes whose
+// size is not a multiple of the width are returned unchanged.
 std::string SwappedToBig(DescType type, std::string bytes);

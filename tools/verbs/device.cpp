@@ -9,11 +9,11 @@
 
 namespace {
 
-// What the words ask for.
+// The parsed arguments.
 struct Access {
   SInt32 deviceID = 0;
-  std::string key;      // as it was typed
-  std::string keyText;  // as it travels
+  std::string key;      // as the user gave it
+  std::string keyText;  // in the encoding of events
   bool isAttribute = false;
   bool isSetting = false;
   DeviceSetting setting;
@@ -34,7 +34,7 @@ bool ParseAccess(const CommandLine& line, Access& access, std::string& problem) 
   }
   access.key = words[2];
   access.isAttribute = line.Has("--attribute");
-  // Texts of the terminal become those of events on the way through a parameter.
+  // ParseParameter converts a text of the terminal to the encoding of events.
   ParameterValue value;
   if (!ParseParameter("----:text=" + access.key, value, problem)) return false;
   access.keyText = value.bytes;

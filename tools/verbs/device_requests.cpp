@@ -12,7 +12,7 @@ namespace {
 
 constexpr int kDefaultTicks = 10 * 60;
 constexpr size_t kFirstRoom = 4096;
-constexpr int kTries = 3;  // the value may grow between two of them
+constexpr int kTries = 3;  // the value may grow between two attempts
 
 }  // namespace
 

@@ -7,26 +7,27 @@
 #include "tools/command_line.h"
 #include "tools/values/json_value.h"
 
-// What the verbs about devices share.
+// Shared by the verbs about devices. One thread.
 
 struct DeviceSetting {
   DescType type = typeNull;
   std::string bytes;  // as a descriptor of the type holds them
 };
 
-// The value as it is, of whatever size. What DMGetDevicePreference says.
+// Reads a value with its own type, of any size. Returns the result of DMGetDevicePreference or
+// DMGetDeviceAttribute; errAEBufferTooSmall if the value keeps growing.
 OSStatus ReadDeviceSetting(SInt32 deviceID, const std::string& key, bool isAttribute,
                            DeviceSetting& setting);
 JsonValue SettingModel(const DeviceSetting& setting);
 
-// "--timeout" for each attempt of the requests to come, ten seconds without it. False, having said
-// so, when it is no time.
+// Sets the time-out for each attempt of later requests: the value of --timeout, or ten seconds.
+// Returns false, after a message, if the value is not a number of seconds.
 bool SetDeviceTimeout(const CommandLine& line);
 
-// Says what came of a request. The exit status.
+// Prints the message about a failed request and returns the exit status.
 int TellDeviceFailure(const std::string& verb, OSStatus err);
 
-// A decimal number, or a hexadecimal one behind 0x, of 32 bits, and nothing else.
+// Reads a 32-bit number, decimal or 0x and hexadecimal digits, and nothing else.
 bool ParseWhole(const std::string& text, SInt32& number);
 // The rest of a message that begins with a text that ParseWhole refuses.
 inline constexpr char kNotAWhole[] =

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr SInt32 kSpareIDs = 8;  // for devices that come between asking how many and which
+constexpr SInt32 kSpareIDs = 8;  // for devices that are added between the two requests
 constexpr int kTries = 3;
 
 OSStatus ListDevices(std::vector<SInt32>& ids) {
@@ -31,7 +31,7 @@ OSStatus ListDevices(std::vector<SInt32>& ids) {
   return err;
 }
 
-// The attribute that names a device for people; null without one.
+// The attribute "name" of a device; null without one.
 JsonValue NameOf(SInt32 id) {
   DeviceSetting name;
   if (ReadDeviceSetting(id, "name", true, name) != 0) return JsonValue();

@@ -17,19 +17,19 @@
 #include "tools/verbs/verb.h"
 #include "util/ostype_text.h"
 
-// Finds an application in the ways in which the launcher does, one after the other, opens it, and
-// tells how all of that went.
+// Finds an application by the launcher's ways, one after the other, opens it, and prints how that
+// went.
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
-constexpr double kDefaultWait = 10;  // for a port that was named
+constexpr double kDefaultWait = 10;  // seconds, for a port given with --port
 constexpr double kTicksPerSecond = 60;
 constexpr auto kBetweenLooks = std::chrono::milliseconds(2);
 
-// One way of finding, and why it did not find.
+// One way of finding an application, and its result.
 struct Way {
   const char* name;
   bool found = false;
@@ -37,10 +37,10 @@ struct Way {
 };
 
 struct Search {
-  std::vector<Way> ways;  // as far as they were gone
+  std::vector<Way> ways;  // those that were tried
   FSRef application;
   std::string path;
-  std::string folder;  // the application folder it is in; "" when it was found by its path
+  std::string folder;  // the application folder that contains it; "" if found by its path
 
   bool Found() const { return !ways.empty() && ways.back().found; }
 };
@@ -61,7 +61,7 @@ Way ByPath(const std::string& word, Search& search) {
   return {"path", false, "nothing of that name in the working directory"};
 }
 
-// Where applications were looked for, as people read it.
+// The folders in which applications were looked for, for people.
 std::string LookedFor() {
   std::string text = std::to_string(HostDescribeApplications().size()) + " applications in";
   for (const std::string& folder : HostListApplicationFolders()) text += " " + folder;
@@ -91,7 +91,7 @@ Way ByRegistry(const char* name, OSType signature, const std::string& identifier
   return {name, true, "it is there"};
 }
 
-// The code that a word means, with or without quotes; 0 for none.
+// The four-character code in a text, with or without quotes; 0 if it is not one.
 OSType SignatureOf(const std::string& word) {
   OSType code = 0;
   const std::string quoted = word.size() == 4 ? "'" + word + "'" : word;
@@ -99,7 +99,7 @@ OSType SignatureOf(const std::string& word) {
   return isCode ? code : 0;
 }
 
-// In the launcher's order: what was found first is what would be started.
+// Tries the ways in the launcher's order; the first that finds an application ends the search.
 Search Find(const std::string& word) {
   Search search;
   const bool isQuoted = word.size() == 6 && word.front() == '\'' && word.back() == '\'';
@@ -122,7 +122,7 @@ Search Find(const std::string& word) {
   return search;
 }
 
-// The port that is waited for, once it is there.
+// The port that Launch waits for, or "" if it does not exist yet.
 std::string SeenPort(const std::string& wanted, const HostOpeningInfo& info) {
   if (!wanted.empty()) {
     mach_port_t port = MACH_PORT_NULL;
@@ -135,7 +135,7 @@ std::string SeenPort(const std::string& wanted, const HostOpeningInfo& info) {
   return "";
 }
 
-// A line on the terminal that is written anew while we wait.
+// A line on the terminal that shows how long the tool has waited. Removed at the end.
 class Progress {
  public:
   explicit Progress(std::string what)
@@ -159,7 +159,7 @@ class Progress {
 bool HasEnded(const HostOpeningInfo& info) {
   ProcessSerialNumber psn;
   if (info.outcome == HostOpening::kEnded) return true;
-  // One that claimed a port may have left it to a process of its own.
+  // A program that claimed a port may have ended and left the port to its child.
   return info.outcome == HostOpening::kSilent && GetProcessForPID(info.pid, &psn) != 0;
 }
 

@@ -5,7 +5,7 @@
 
 namespace {
 
-// What people are told, behind the port's name; null for nothing.
+// The message for people, after the port's name; null for none.
 const char* TextFor(const std::string& outcome) {
   if (outcome == "notRunning") return " is not running";
   if (outcome == "alreadyRunning") return " is already running";

@@ -6,20 +6,20 @@
 
 #include "tools/command_line.h"
 
-// What came of a verb that does one thing to one service.
+// The result of a verb that does one thing with one server. One thread.
 struct Outcome {
-  const char* name;  // as JSON has it, and as the text for people is chosen by
-  OSStatus err = 0;  // of "failed", else 0
+  const char* name;  // in JSON; also selects the text for people
+  OSStatus err = 0;  // of "failed"; else 0
   ExitStatus exit = kExitOk;
   std::string problem = "";  // of "failed", instead of the error's own text
 };
 
-// Tells people on standard error, unless the outcome is what was asked for, and prints the JSON
-// object when it is wanted. Returns the exit status.
+// Prints a message to standard error, unless the outcome is the requested one, and the JSON object
+// if the command line has --json. Returns the exit status.
 int TellOutcome(const CommandLine& line, const std::string& port, const Outcome& outcome);
 
-// As ExitForStatus, for a request that reached its service: what tells of no failure on the way is
-// the service's own answer.
+// Like ExitForStatus, for the result of a request to a server: an error that is not known as one of
+// the transport is the server's reply, so it gives kExitRefused.
 ExitStatus ExitForAnswer(OSStatus err);
 
 // ErrorSentence for such a request.

@@ -13,7 +13,7 @@
 
 namespace {
 
-// The words behind the action's name, and the options.
+// The arguments after the action's name, and the options.
 struct Request {
   const CommandLine& line;
   std::vector<std::string> words;
@@ -30,7 +30,7 @@ struct Action {
   const char* synopsis;
   size_t minWords;
   size_t maxWords;
-  const char* option;  // the one that it takes besides --json; or null
+  const char* option;  // the option that it takes besides --json; or null
   int (*run)(const Request& request);
 };
 
@@ -80,7 +80,7 @@ JsonValue LintModel(const std::string& name, const PlistFile& file, const PlistP
   return model;
 }
 
-// As compilers tell it, so that editors can go there.
+// In the form of compilers' messages, so that editors can jump to the position.
 std::string LintLine(const std::string& name, const PlistFile& file, const PlistProblem& problem) {
   if (problem.exit == kExitOk) return name + ": ok (" + FormatName(file.format) + ")";
   const HostPropertyListError& place = problem.place;
@@ -163,7 +163,7 @@ int RunExtract(const Request& request) {
   return kExitOk;
 }
 
-// The value that a word means at a place; null, told, when it means none.
+// Makes the value to store from an argument. Returns null after a message if it is not a value.
 OwnedRef<CFTypeRef> ValueOf(const Request& request, const std::string& word, CFTypeRef replaced) {
   std::string problem;
   OwnedRef<CFTypeRef> value(CreateValueOfType(request.Option("--type"), word, replaced, problem));
@@ -171,7 +171,7 @@ OwnedRef<CFTypeRef> ValueOf(const Request& request, const std::string& word, CFT
   return value;
 }
 
-// The binary form stays; all else that property lists come in is written as XML.
+// A binary file stays binary; every other form is written as XML.
 CFPropertyListFormat FormatToWrite(CFPropertyListFormat read) {
   return read == kCFPropertyListBinaryFormat_v1_0 ? read : kCFPropertyListXMLFormat_v1_0;
 }

@@ -17,10 +17,10 @@ namespace {
 using OwnedString = OwnedRef<CFStringRef>;
 using OwnedObject = OwnedRef<CFTypeRef>;
 
-// One domain, and what the command line says about it.
+// The parsed arguments.
 struct Request {
   std::string domain;
-  std::string key;  // "" for none; a file for export and import
+  std::string key;  // "" without one; for export and import, the file
   std::string value;
   bool hasKey = false;
   bool hasValue = false;
@@ -43,7 +43,7 @@ struct Request {
 
 int Fail(ExitStatus exit, const std::string& text) { return Say("prefs: " + text), exit; }
 
-// What a change came to, for people when it failed.
+// Reports the result of a change: a message if there is a problem, and JSON.
 int Tell(const Request& request, const char* outcome, ExitStatus exit,
          const std::string& problem = "") {
   if (!problem.empty()) Say("prefs: " + problem);
@@ -66,7 +66,7 @@ int Commit(const Request& request) {
               problem.empty() ? "the value cannot be stored in a preferences file" : problem);
 }
 
-// Whether the file may be read; says why it may not.
+// Returns whether the file may be read; prints the reason if not.
 bool IsReadable(const Request& request) {
   const std::string problem =
       HostPreferencesProblem(request.application, request.user, request.host);
@@ -176,7 +176,7 @@ JsonValue SourceModel(const HostPreferencesSource& source) {
   return model;
 }
 
-// Whether the options leave this file in. Without any, all are.
+// Returns whether the options select this file. Without options all files are selected.
 bool IsAskedFor(const Request& request, const HostPreferencesSource& source) {
   const bool anyUser = request.line->Has("--any-user");
   const bool currentHost = request.line->Has("--current-host");
@@ -196,7 +196,7 @@ int Where(const Request& request) {
     if (request.isJson) {
       PrintJson(SourceModel(source));
     } else if (!request.hasKey || (source.hasValue && !isFound)) {
-      // With a key, the file that its value comes from and no other.
+      // With a key, only the file that the value comes from.
       rows.push_back(request.hasKey ? TableRow{source.path}
                                     : TableRow{StateOf(source), source.path});
     }

@@ -11,7 +11,7 @@
 
 namespace {
 
-// null for a process without a bundle, which has no codes of its own.
+// null for a process without a bundle, because only bundles have codes.
 JsonValue Code(const HostProcessInfo& info, OSType code) {
   return info.bundle.empty() ? JsonValue() : JsonValue(CodeText(code));
 }
@@ -37,7 +37,7 @@ JsonValue ProcessModel(const ProcessSerialNumber& psn, const HostProcessInfo& in
   return process;
 }
 
-// What a process has none of shows as a dash.
+// A missing value is shown as a dash.
 std::string Cell(const JsonValue& process, const char* name) {
   const JsonValue& value = *process.Find(name);
   return value.IsNull() ? "-" : TableCell(value);

@@ -18,9 +18,9 @@ using Clock = std::chrono::steady_clock;
 constexpr int kDefaultTicks = 10 * 60;
 constexpr int kTicksPerSecond = 60;
 
-// Sends the quit event. The session daemon is told, as its clients tell it (SMQuitDaemon has a time
-// of its own); others may refuse, and are waited for. An owner that ends before it has answered has
-// done what it was asked.
+// Sends the quit event. Requests no reply from the session daemon, like its clients (SMQuitDaemon
+// has a time-out of its own). Waits for the reply of other servers, because they may refuse. A
+// server that ends before it replies has done what was requested.
 OSStatus SendQuit(const std::string& name, int timeoutTicks) {
   const bool isOurs = name == gSessionMonitorLaunchSpec.portName;
   VLTPortDestinationAddress address(name.c_str());
@@ -33,13 +33,13 @@ OSStatus SendQuit(const std::string& name, int timeoutTicks) {
   return err == connectionInvalid ? 0 : err;
 }
 
-// Another port under the name is another process: the one that was asked is gone.
+// Another port under the name means that the server that got the event has given the name up.
 bool IsGone(const char* name, mach_port_t asked) {
   mach_port_t port = MACH_PORT_NULL;
   return VLTPortAEMachPortListener::CheckPortRegistered(name, port) != 0 || port != asked;
 }
 
-// False when the time ends first.
+// Returns false if the time ends first.
 bool WaitUntilGone(const char* name, mach_port_t asked, Clock::time_point end) {
   while (!IsGone(name, asked)) {
     if (Clock::now() >= end) return false;
@@ -48,7 +48,7 @@ bool WaitUntilGone(const char* name, mach_port_t asked, Clock::time_point end) {
   return true;
 }
 
-// Result  the outcome; of kExitUsage when the name can be no port's.
+// Returns the outcome, with kExitUsage if the name cannot be a port name.
 Outcome Quit(const std::string& name, int timeoutTicks) {
   const auto end =
       Clock::now() + std::chrono::milliseconds(timeoutTicks * 1000LL / kTicksPerSecond);
