@@ -110,7 +110,7 @@ TEST_F(ClientSupport, ResultsWithoutAReplyAreClassifiedByTheirNumber) {
   }
 }
 
-TEST_F(ClientSupport, TextsAreToTheLetter) {
+TEST_F(ClientSupport, LogEntriesAndNoticesHaveTheExactTexts) {
   const struct {
     const char *server, *client, *package;
     const char* loggedServer;
@@ -142,7 +142,7 @@ TEST_F(ClientSupport, TextsAreToTheLetter) {
   }
 }
 
-TEST_F(ClientSupport, LongNamesAreCut) {
+TEST_F(ClientSupport, LongNamesAreCutToTheSizeOfANotice) {
   const std::string longName(5000, 'n');
   TestClient client(longName.c_str(), longName.c_str(), longName.c_str());
   client.HandleResult(1102, nullptr, longName.c_str(), longName.c_str());
@@ -174,7 +174,7 @@ TEST_F(ClientSupport, ARunOfFailuresIsReportedOnce) {
   }
 }
 
-TEST_F(ClientSupport, TheBusyBitIsUndoneAtOnce) {
+TEST_F(ClientSupport, TheBusyBitDoesNotSuppressTheNextNotice) {
   TestClient client;
   TestClient::sNotificationFlags = 4;
   client.NotifyServerDisabled(client.PrepareNotifyMessage("one"));
@@ -189,7 +189,7 @@ TEST_F(ClientSupport, TheBusyBitIsUndoneAtOnce) {
 }
 
 // Several clients' failures at once share record and word.
-TEST_F(ClientSupport, NoticesFromSeveralThreads) {
+TEST_F(ClientSupport, NoticesFromSeveralThreadsAreWhole) {
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([] {
@@ -264,7 +264,7 @@ TEST_F(ClientSupport, ATimeOutIsFollowedByAWholeSecondAlsoUnderSignals) {
   EXPECT_GE(std::chrono::steady_clock::now() - before, 1s);
 }
 
-TEST_F(ClientSupport, WhatTheServerSaysIsNoFailureOfItsOwn) {
+TEST_F(ClientSupport, AnErrorReplyIsNotReportedAsAServerThatIsGone) {
   const struct {
     OSStatus answer;
     Lines notices;

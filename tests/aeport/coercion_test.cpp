@@ -17,7 +17,7 @@ constexpr DescType kBest = FourCC('g', 'o', 'o', 'd');
 
 SInt32 CountOf(const std::vector<DescType>& types) { return static_cast<SInt32>(types.size()); }
 
-TEST_F(TypeLists, WhichTypeSuits) {
+TEST_F(TypeLists, ChoosesTheTypeItselfOrWhatStandsForAWildCard) {
   const struct {
     const char* what;
     DescType type;
@@ -52,7 +52,7 @@ const Raw kOld = Text("old");
 const Outcome kRefused = {errAECoercionFail, kOld};
 
 // One row serves a descriptor and plain bytes alike.
-TEST_F(Coercions, ToOneType) {
+TEST_F(Coercions, AFailureLeavesTheDestinationAlone) {
   const struct {
     Raw source;
     DescType target;
@@ -100,7 +100,7 @@ TEST_F(Coercions, ToOneType) {
   }
 }
 
-TEST_F(Coercions, ToTheFirstTypeThatWorks) {
+TEST_F(Coercions, AListEndsAtTheFirstTypeThatWorks) {
   const struct {
     const char* what;
     Raw source;
@@ -151,7 +151,7 @@ TEST_F(Coercions, ListsOfOneItemCountAsThatItem) {
   EXPECT_EQ(1, count);
 }
 
-TEST_F(Coercions, OfWhatIsNoDescriptor) {
+TEST_F(Coercions, RefuseNullDescriptorsAndBadSizes) {
   StDesc source, destination;
   Make(Text("abc"), &source);
   const AEDesc stale = source;
@@ -185,7 +185,7 @@ TEST_F(Coercions, OfWhatIsNoDescriptor) {
 }
 
 // Two records of one storage: neither is used after the other's disposal.
-TEST_F(Coercions, IntoACopyOfTheSourcesRecord) {
+TEST_F(Coercions, MayWriteToTheSourceItself) {
   for (const DescType target : {typeSInt32, typeSInt16, typeWildCard, typePString}) {
     StDesc source;
     Make(Long(5), &source);

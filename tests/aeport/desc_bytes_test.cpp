@@ -21,7 +21,7 @@ std::string Filled(const std::string& start) {
   return bytes.replace(0, start.size(), start);
 }
 
-TEST_F(DescBytes, PartOfAValue) {
+TEST_F(DescBytes, CopiesNoByteOutsideTheBufferOrTheValue) {
   const struct {
     const char* text;
     SInt32 bufferSize;
@@ -80,7 +80,7 @@ TEST_F(DescBytes, PartOfAValue) {
   }
 }
 
-TEST_F(DescBytes, ANullBufferAsksHowManyItWouldBe) {
+TEST_F(DescBytes, ANullBufferGivesTheNumberOfBytesToCopy) {
   StDesc source;
   Make(Text("0123456789"), &source);
   EXPECT_EQ(10, AECopyDescToPtr(source, nullptr, kHighest, nullptr, 0));
@@ -88,7 +88,7 @@ TEST_F(DescBytes, ANullBufferAsksHowManyItWouldBe) {
   EXPECT_EQ(0, AECoercePtrToPtr(typeChar, "abc", 3, typeChar, nullptr, 4, nullptr, 0));
 }
 
-TEST_F(DescBytes, WhatHasNoBytes) {
+TEST_F(DescBytes, ListsAndNullDescriptorsHaveNoBytes) {
   StDesc none;
   char buffer[4];
   StList list;
@@ -103,7 +103,7 @@ TEST_F(DescBytes, WhatHasNoBytes) {
   }
 }
 
-TEST_F(DescBytes, FailedCoercionsTellNoSize) {
+TEST_F(DescBytes, AFailedCoercionLeavesTheFullSizeAlone) {
   StDesc source;
   Make(Text("x"), &source);
   SInt32 fullSize = -1;

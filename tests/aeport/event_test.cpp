@@ -37,7 +37,7 @@ struct Server {
   VLTPortAEMachPortListener listener;
 };
 
-TEST(PortDestinationAddress, MustBeLocatedFirst) {
+TEST(PortDestinationAddress, GivesAnAddressOnlyAfterTheNameWasFound) {
   VLTPortDestinationAddress late("test.late"), copy;
   EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, late.initialize());
   const Server server([](const ServedEvent&) { return 0; });
@@ -69,7 +69,7 @@ TEST(PortDestinationAddress, MustBeLocatedFirst) {
   EXPECT_EQ(0, late.initialize());
 }
 
-TEST(ProcessDestinationAddress, HoldsTheHighWordFirst) {
+TEST(ProcessDestinationAddress, PutsTheHighWordFirst) {
   VLTProcessDestinationAddress address({0x01020304, 0xA0B0C0D0});
   StDesc desc;
   EXPECT_EQ(0, address.initialize());
@@ -95,7 +95,7 @@ TEST_F(PortAppleEvent, CannotBeMadeWithoutADestination) {
 }
 
 // What the reply's error number says, in every form that it may have.
-TEST_F(PortAppleEvent, TheRepliesErrorNumberIsTheResult) {
+TEST_F(PortAppleEvent, TheReplysErrorNumberIsTheResultIfItIsALong) {
   const struct {
     const char* what;
     Raw put;  // null: nothing
@@ -193,7 +193,7 @@ TEST_F(PortAppleEvent, SendingSetsTheInteractionLevel) {
   });
 }
 
-TEST_F(PortAppleEvent, MayBeSentAgain) {
+TEST_F(PortAppleEvent, ASecondSendReplacesTheReply) {
   OSStatus next = -1;
   const Server server([&](const ServedEvent& served) {
     AEPutParamPtr(served.reply, kBytes, typeSInt32, &next, sizeof next);
@@ -215,7 +215,7 @@ TEST_F(PortAppleEvent, MayBeSentAgain) {
   });
 }
 
-TEST(EventText, IsAStringOfItsOwn) {
+TEST(EventText, IsANewStringThatTheCallerDeletes) {
   StDesc desc;
   ASSERT_EQ(0, AECreateDesc(typeChar, "hello", 5, &desc));
   char* text = nullptr;

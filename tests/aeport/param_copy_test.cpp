@@ -62,7 +62,7 @@ const Row kRows[] = {
      typeSInt32},
 };
 
-TEST_F(ParamCopy, IntoABlock) {
+TEST_F(ParamCopy, ABlockHasTheSizeOfTheCoercedValue) {
   for (const Row& row : kRows) {
     for (const AEPtrAllocator allocator : {TestAllocator, static_cast<AEPtrAllocator>(nullptr)}) {
       SCOPED_TRACE(testing::Message() << row.what << (allocator != nullptr ? ", malloc" : ""));
@@ -89,7 +89,7 @@ TEST_F(ParamCopy, IntoABlock) {
   }
 }
 
-TEST_F(ParamCopy, IntoAHandle) {
+TEST_F(ParamCopy, AHandleGetsTheSizeOfTheValueAndZeroAfterAFailure) {
   for (const Row& row : kRows) {
     SCOPED_TRACE(row.what);
     StDesc event;
@@ -108,7 +108,7 @@ TEST_F(ParamCopy, IntoAHandle) {
   }
 }
 
-TEST_F(ParamCopy, HandlesThatCannotTakeIt) {
+TEST_F(ParamCopy, ALockedOrNullHandleGivesItsError) {
   StDesc event;
   MakeEvent(Text(std::string(100000, 'x')), &event);
   EXPECT_EQ(nilHandleErr, AECopyParamDataToHandle(&event, kKey, typeChar, nullptr, nullptr));
@@ -123,7 +123,7 @@ TEST_F(ParamCopy, HandlesThatCannotTakeIt) {
   EXPECT_EQ(memWZErr, AECopyParamDataToHandle(&event, kKey, typeChar, handle, nullptr));
 }
 
-TEST_F(ParamCopy, WithoutMemoryOrEvent) {
+TEST_F(ParamCopy, NoMemoryAndNoEventGiveTheirErrors) {
   StDesc event;
   MakeEvent(Short(7), &event);
   const StDesc none;

@@ -150,7 +150,7 @@ TEST_F(Params, EachHelperGetsItsTypeOrWhatCanBecomeIt) {
 }
 
 // Texts of 0 to 300 characters into buffers of every kind: what the two text helpers leave.
-TEST_F(Params, TextsInBuffers) {
+TEST_F(Params, TextsAreCutToTheBufferExceptForTheRequiredNul) {
   const struct {
     SInt32 length;
     SInt32 size;
@@ -186,7 +186,7 @@ TEST_F(Params, TextsInBuffers) {
   }
 }
 
-TEST_F(Params, TextsThatCannotBeRead) {
+TEST_F(Params, ATextThatCannotBeReadLeavesAnEmptyOne) {
   TestEvent event;
   event.Put({typeType, "abc"});
   char c[4] = "###";
@@ -207,7 +207,7 @@ TEST_F(Params, TextsThatCannotBeRead) {
   EXPECT_EQ('#', c[1]);
 }
 
-TEST_F(Params, ArraysTellHowManyThereAre) {
+TEST_F(Params, ArraysStoreWhatFitsAndGiveTheWholeCount) {
   const auto shorts = [](std::initializer_list<SInt16> values) {
     Raw raw = {typeSInt16, ""};
     for (const SInt16 value : values) raw.bytes += Short(value).bytes;
@@ -253,7 +253,7 @@ TEST_F(Params, ArraysTellHowManyThereAre) {
   EXPECT_EQ(0, text[2]);
 }
 
-TEST_F(Params, NullPointersAreAnswered) {
+TEST_F(Params, NullPointersGiveAnErrorOrTheSize) {
   TestEvent event;
   event.Put(Short(1));
   SInt32 count = 9;
@@ -285,7 +285,7 @@ TEST_F(Params, NullPointersAreAnswered) {
   EXPECT_EQ(errAEWrongDataType, GetAELong(&list, kKey, &count));
 }
 
-TEST_F(Params, WhetherOneExists) {
+TEST_F(Params, ExistenceIsTheResultAlone) {
   TestEvent event;
   StList list;
   for (const bool before : {false, true}) {
@@ -300,7 +300,7 @@ TEST_F(Params, WhetherOneExists) {
   }
 }
 
-TEST_F(Params, CodesAsHexadecimalDigits) {
+TEST_F(Params, ACodeNeedsRoomForEightDigitsAndTheNul) {
   std::string bytes(10, '#');
   EXPECT_EQ(paramErr, OSTypeToLongCString(typeChar, bytes.data(), 8));
   EXPECT_EQ(paramErr, OSTypeToLongCString(typeChar, nullptr, 9));

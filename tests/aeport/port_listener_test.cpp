@@ -76,7 +76,7 @@ TEST_F(PortListener, NamesOf1To127BytesAreListenedOn) {
   EXPECT_FALSE(IsRegistered("x"));
 }
 
-TEST_F(PortListener, BadCallsAndTheSameOnceMoreLeaveAListenerAsItIs) {
+TEST_F(PortListener, BadArgumentsAndARepeatedCallLeaveAListenerAsItIs) {
   Counter counter(0);
   OpenListener listener;
   CFRunLoopRef loop = CFRunLoopGetCurrent();
@@ -98,7 +98,7 @@ TEST_F(PortListener, BadCallsAndTheSameOnceMoreLeaveAListenerAsItIs) {
   EXPECT_EQ(1, counter.count);
 }
 
-TEST_F(PortListener, WhatWentStaleIsRepaired) {
+TEST_F(PortListener, ListeningAgainRepairsAnInvalidPortOrSource) {
   Counter counter(0);
   OpenListener listener;
   ASSERT_EQ(0, counter.Listen(listener, name));
@@ -166,7 +166,7 @@ TEST_F(PortListener, AListenerWhoseNameLeadsElsewhereStartsAgainWithANewPort) {
   EXPECT_EQ(1, first.count);
 }
 
-TEST_F(PortListener, TheHandlerSeesWhatWasSent) {
+TEST_F(PortListener, TheHandlerGetsClassIdAndWhetherAReplyIsWanted) {
   DescType replyType = 0;
   UInt32 seenClass = 0, seenID = 0;
   UInt8 replyWanted = 9;

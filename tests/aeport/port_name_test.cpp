@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string>
 
-TEST(MakePortName, ComposesInOrderAndFits) {
+TEST(MakePortName, RefusesANameThatDoesNotFitAndWritesNothing) {
   const std::string base250(250, 'b');
   const std::string base255(255, 'b');
   const struct {

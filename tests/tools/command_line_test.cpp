@@ -6,7 +6,7 @@
 
 namespace {
 
-TEST(CommandLine, OptionsAndWords) {
+TEST(CommandLine, SeparatesOptionsFromArgumentsAndQuotesAFault) {
   const std::vector<OptionSpec> specs = {
       {"--all", nullptr, ""}, {"--timeout", "SECONDS", ""}, {"-o", "FILE", ""}};
   const struct {
@@ -40,7 +40,7 @@ TEST(CommandLine, OptionsAndWords) {
   }
 }
 
-TEST(ParseSeconds, StrictAndRoundedUp) {
+TEST(ParseSeconds, RoundsUpAndRefusesAllButAPositiveNumber) {
   const struct {
     const char* text;
     bool isFine;

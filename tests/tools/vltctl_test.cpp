@@ -58,7 +58,7 @@ TEST_ROLE(Service) {
   return kRoleDone;
 }
 
-TEST(Vltctl, UsageErrorsAreStatusTwoAndSaidOnStandardError) {
+TEST(Vltctl, UsageErrorsAreStatusTwoWithAMessageOnStandardError) {
   const std::vector<VerbRun> runs = {
       {{}, 2, "", "vltctl ports"},
       {{"prots"}, 2, "", "did you mean ports?"},
@@ -91,7 +91,7 @@ TEST(Vltctl, HelpGoesToStandardOutputWithStatusZeroOnLinesOfAtMostEightyColumns)
   }
 }
 
-TEST(Vltctl, SendPrintsTheReply) {
+TEST(Vltctl, SendPrintsTheParametersOfTheReplyAndReportsEachFailure) {
   OpenDescriptorCheck noLeaks;
   TestProcess service("Service");
   ASSERT_TRUE(service.WaitReady(20s));
@@ -119,7 +119,7 @@ TEST(Vltctl, SendPrintsTheReply) {
       {{{port, "test", "die "}, 6, "", "ended before it replied (-609, connectionInvalid)"}});
 }
 
-TEST(Vltctl, SendPrintsOneJsonObject) {
+TEST(Vltctl, SendPrintsOneJsonObjectWithOrWithoutAReply) {
   OpenDescriptorCheck noLeaks;
   TestProcess service("Service");
   ASSERT_TRUE(service.WaitReady(20s));
@@ -163,7 +163,7 @@ TEST(Vltctl, SendPrintsOneJsonObject) {
   }
 }
 
-TEST(Vltctl, PortsListsOwnersWithEveryByteOfAName) {
+TEST(Vltctl, PortsShowsEveryByteOfANameAndItsOwner) {
   OpenDescriptorCheck noLeaks;
   {
     TestProcess plain("Service", "a \"n\\me\"", {});

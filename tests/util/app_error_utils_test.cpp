@@ -41,7 +41,7 @@ TEST_F(AppErrorUtils, NameIsTheLastPartOfThePath) {
   EXPECT_STREQ("tool", VLTAppErrorUtils::getAppName());
 }
 
-TEST_F(AppErrorUtils, IOStatusFields) {
+TEST_F(AppErrorUtils, AnIOStatusIsPrintedFieldByField) {
   const struct {
     UInt32 status;
     const char* text;

@@ -7,7 +7,7 @@
 #include "util/errno_status.h"
 #include "util/first_error.h"
 
-TEST(CFStrings, MacRomanBothWays) {
+TEST(CFStrings, TextsAreReadAsMacRoman) {
   const unsigned char pascal[] = {2, 'e', 0x8E, 'x'}, empty[] = {0, 'x'};
   CFStringRef fromC = CStringToCFString("e\x8E");
   CFStringRef fromP = PStringToCFString(pascal);
@@ -22,7 +22,7 @@ TEST(CFStrings, MacRomanBothWays) {
   for (CFStringRef string : {fromC, fromP, fromEmpty}) CFRelease(string);
 }
 
-TEST(ErrnoStatus, IsTheValueItselfAndNeverASuccess) {
+TEST(ErrnoStatus, IsTheValueItselfAndNever0) {
   EXPECT_EQ(EDEADLK, ErrnoToOSStatus(EDEADLK));
   EXPECT_EQ(0xC000, ErrnoToOSStatus(0));
 }

@@ -44,7 +44,7 @@ class FileUtils : public testing::Test {
   const ScratchFolder scratch;
 };
 
-TEST_F(FileUtils, PathsOfItemsThatAreThereOrNotYet) {
+TEST_F(FileUtils, APathFitsItsBufferOrGivesAnError) {
   const std::string folder = scratch.Folder("folder");
   const std::string joined = folder + "/new";
   const FSSpec present = SpecOf(folder), absent = Below(folder, "new");
@@ -113,7 +113,7 @@ TEST_F(FileUtils, AFolderThatSeveralMakeAtOnceIsFoundByAll) {
   for (std::thread& thread : threads) thread.join();
 }
 
-TEST_F(FileUtils, StandardFoldersOfBothKindsOfSystem) {
+TEST_F(FileUtils, StandardFoldersAreFoundByEitherSystemsDomain) {
   const struct {
     const char* version;
     SInt16 domain;
@@ -144,7 +144,7 @@ TEST_F(FileUtils, StandardFoldersOfBothKindsOfSystem) {
   EXPECT_TRUE(std::filesystem::is_directory(scratch.Path("local/Library/sub")));
 }
 
-TEST_F(FileUtils, PermissionsAreThoseBehindALink) {
+TEST_F(FileUtils, SettingPermissionsFollowsALink) {
   scratch.File("target");
   ASSERT_EQ(0, chmod(scratch.Path("target").c_str(), 0600));
   scratch.Link("link", "target");
@@ -169,7 +169,7 @@ class LogFileDir : public FileUtils {
   const std::string logs = scratch.Path("local/Library/Logs");
 };
 
-TEST_F(LogFileDir, FoldersAreMadeAndOpenToAll) {
+TEST_F(LogFileDir, CreatesFoldersThatEveryoneMayWrite) {
   std::string path(4096, '#'), subPath = "A/B";
   EXPECT_EQ(noErr, Get(path, subPath));
   EXPECT_EQ(std::string("A\0B", 3), subPath);

@@ -3,7 +3,7 @@
 #include <CoreServices/MacErrors.h>
 #include <gtest/gtest.h>
 
-TEST(OSTypeText, Printing) {
+TEST(OSTypeText, ACodeIsPrintedInItsFormAndCutToTheBuffer) {
   const struct {
     OSType code;
     int size;
@@ -21,7 +21,7 @@ TEST(OSTypeText, Printing) {
   }
 }
 
-TEST(OSTypeText, Appending) {
+TEST(OSTypeText, AppendingStopsAtTheBuffersEnd) {
   const struct {
     int size;
     const char* text;

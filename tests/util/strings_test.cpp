@@ -41,7 +41,7 @@ const unsigned char* Bytes(const std::string& text) {
 
 }  // namespace
 
-TEST(Strings, CopyingAndAppending) {
+TEST(Strings, CopyingAndAppendingTouchNoByteBeyondTheSize) {
   const std::string ten = "0123456789", long250(250, 'x'), long300(300, 'x');
   const struct {
     std::string function, start, source;
@@ -101,7 +101,7 @@ TEST(Strings, CopyingAndAppending) {
   EXPECT_EQ(C(""), (cstrcpy(s.C(), nullptr, 5), s.Touched()));
 }
 
-TEST(Strings, ConversionsInPlace) {
+TEST(Strings, SourceAndDestinationMayBeTheSame) {
   Buffer toP(C("text"));
   cpstrcpy(toP.P(), toP.C(), 256);
   EXPECT_EQ(P("text"), toP.Touched());
@@ -111,7 +111,7 @@ TEST(Strings, ConversionsInPlace) {
   EXPECT_EQ("text", std::string(toP.C()));
 }
 
-TEST(Strings, Comparison) {
+TEST(Strings, ComparisonUses254Characters) {
   const std::string same254(254, 'x');
   const struct {
     std::string a, b;
@@ -130,7 +130,7 @@ TEST(Strings, Comparison) {
   }
 }
 
-TEST(Strings, MakePCString) {
+TEST(Strings, MakePCStringCutsToTheBuffer) {
   const std::string text(300, 'x');
   const struct {
     int length, size;
@@ -167,7 +167,7 @@ TEST(Strings, BufToCStringDropsTheLastByte) {
   }
 }
 
-TEST(Strings, Dumps) {
+TEST(Strings, DumpsReadOnlyTheBytesTheyPrint) {
   // No byte beyond the last one's may be read, so the data end where they are needed.
   const struct {
     bool isHex;
@@ -193,7 +193,7 @@ TEST(Strings, Dumps) {
   }
 }
 
-TEST(Strings, TruncToCStr) {
+TEST(Strings, TruncToCStrSearchesExactlyTheSize) {
   const struct {
     std::string text;
     char stop;

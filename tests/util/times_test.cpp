@@ -19,7 +19,7 @@ UnsignedWide Wide(UInt64 value) {
   return {static_cast<UInt32>(value >> 32), static_cast<UInt32>(value)};
 }
 
-TEST(Times, Conversions) {
+TEST(Times, ConversionsRoundDownAndARateOf0Gives0) {
   EXPECT_DOUBLE_EQ(4.294967296, NanosecondsToSeconds(UnsignedWide{1, 0}));
   EXPECT_DOUBLE_EQ(9223372036.854776, NanosecondsToSeconds(UInt64{1} << 63));
   const struct {
@@ -42,7 +42,7 @@ TEST(Times, Conversions) {
   }
 }
 
-TEST(Times, PointsInTime) {
+TEST(Times, SumsThatOverflowGiveTheGreatestTime) {
   NativeTime time(durationForever);
   EXPECT_FALSE(time.IsPast());
   time.SetToUInt64(0);
@@ -57,7 +57,7 @@ TEST(Times, PointsInTime) {
   EXPECT_DOUBLE_EQ(2.5, time.AsSeconds());
 }
 
-TEST(Times, AStopwatchAddsUp) {
+TEST(Times, AStopwatchAddsUpFromTheSameStart) {
   NativeTimer timer;
   EXPECT_EQ(0, timer.AsSeconds());
   const auto before = Clock::now();

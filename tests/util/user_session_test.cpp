@@ -13,7 +13,7 @@ namespace {
 
 constexpr uid_t kOther = 12345;
 
-TEST(UserSession, IsWhatThePlatformSays) {
+TEST(UserSession, GivesThePlatformsIdAndAttributes) {
   const ScopedVariable id("VLTHOST_SESSION_ID", "77"), bits("VLTHOST_SESSION_BITS", "0xFFEE");
   UInt32 session = 0, flags = 0;
   bool isRoot = true, hasGraphicAccess = true;
@@ -30,7 +30,7 @@ TEST(UserSession, IsWhatThePlatformSays) {
   EXPECT_TRUE(isRoot && hasGraphicAccess);
 }
 
-TEST(UserSession, EffectiveUserByNumber) {
+TEST(UserSession, ARefusedChangeByNumberIsReportedInTheFlags) {
   const uid_t own = geteuid();
   uid_t previous = 1;
   bool succeeded = false, changed = true;
@@ -55,7 +55,7 @@ TEST(UserSession, EffectiveUserByNumber) {
   EXPECT_EQ(own, geteuid());
 }
 
-TEST(UserSession, EffectiveUserByName) {
+TEST(UserSession, AnUnknownUserNameChangesNothing) {
   uid_t previous = 1;
   bool succeeded = true, changed = true;
   EXPECT_EQ(paramErr, SetUserID("", previous, succeeded, changed));

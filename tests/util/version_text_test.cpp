@@ -5,7 +5,7 @@
 
 #include <string>
 
-TEST(VersionText, Printing) {
+TEST(VersionText, PrintsEveryPackedVersion) {
   const struct {
     UInt32 version;
     bool withStage;
@@ -28,7 +28,7 @@ TEST(VersionText, Printing) {
   }
 }
 
-TEST(VersionText, Reading) {
+TEST(VersionText, ReadsOneToThreeNumbersAndAStage) {
   const struct {
     const char* text;
     OSErr err;

@@ -29,7 +29,7 @@ OwnedRef<CFTypeRef> Leaf(PlistKind kind, const char* text) {
 
 }  // namespace
 
-TEST(PlistJson, ReadsByTheLetter) {
+TEST(PlistJson, AcceptsExactlyTheGrammarAndReportsThePositionOfAFault) {
   const struct {
     const char* json;
     const char* written;  // null: refused
@@ -74,7 +74,7 @@ TEST(PlistJson, ReadsByTheLetter) {
   }
 }
 
-TEST(PlistJson, DepthIsLimitedNotTheStack) {
+TEST(PlistJson, RefusesMoreThan512LevelsWithoutRecursion) {
   auto nested = [](size_t levels) { return std::string(levels, '[') + std::string(levels, ']'); };
   EXPECT_EQ(nested(512), Json(List(nested(512))));
   for (size_t levels : {513u, 1000000u}) {
@@ -84,7 +84,7 @@ TEST(PlistJson, DepthIsLimitedNotTheStack) {
   }
 }
 
-TEST(PlistLeaf, TextGoesForthAndBack) {
+TEST(PlistLeaf, TextOfEveryKindReadsBackAsTheSameLeaf) {
   const struct {
     PlistKind kind;
     const char* text;
@@ -116,7 +116,7 @@ TEST(PlistLeaf, TextGoesForthAndBack) {
   }
 }
 
-TEST(PlistLeaf, AWordMeansWhatItLooksLike) {
+TEST(PlistLeaf, AnArgumentGetsTheTypeOfWhatItReplacesOrLooksLike) {
   const OwnedRef<CFTypeRef> nothing, real(Leaf(PlistKind::kReal, "1")), list(List("[]"));
   const OwnedRef<CFTypeRef> text(Leaf(PlistKind::kString, "x"));
   const struct {
@@ -148,7 +148,7 @@ TEST(PlistLeaf, AWordMeansWhatItLooksLike) {
   }
 }
 
-TEST(PlistPath, StepsAreReadAndWritten) {
+TEST(PlistPath, TextReadsBackWithEscapedDotsAndBackslashes) {
   const struct {
     const char* text;
     bool isFine;
@@ -166,7 +166,7 @@ TEST(PlistPath, StepsAreReadAndWritten) {
   }
 }
 
-TEST(PlistPath, ChangesOrSaysWhyNot) {
+TEST(PlistPath, AChangeThatFailsLeavesTheListAloneAndSaysWhy) {
   const struct {
     const char* path;
     PlistChange change;
@@ -197,7 +197,7 @@ TEST(PlistPath, ChangesOrSaysWhyNot) {
   }
 }
 
-TEST(PlistDiff, TellsEveryPlaceOnce) {
+TEST(PlistDiff, ReportsEachDifferenceOnceInOrder) {
   const struct {
     const char* before;
     const char* after;
@@ -222,7 +222,7 @@ TEST(PlistDiff, TellsEveryPlaceOnce) {
   }
 }
 
-TEST(PlistText, IsForPeople) {
+TEST(PlistText, PrintsEachValueOnALineOfItsOwn) {
   const OwnedRef<CFTypeRef> list(List("{\"a b\":[1,\"x\\ny\",{}],\"c\":{\"d\":0.5}}"));
   EXPECT_EQ(
       "{\n"

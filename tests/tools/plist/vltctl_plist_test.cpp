@@ -40,7 +40,7 @@ constexpr char kList[] =
 
 }  // namespace
 
-TEST(VltctlPlist, ConvertsForthAndBack) {
+TEST(VltctlPlist, ConvertingToBinaryAndBackGivesTheSameFile) {
   const OpenDescriptorCheck noLeaks;
   const ScratchFolder folder;
   const std::string xml = folder.File("a.plist", kList);
@@ -106,7 +106,7 @@ TEST(VltctlPlist, LintReportsThePositionOfEachFaultAndFailsIfAnyFileHasOne) {
   }
 }
 
-TEST(VltctlPlist, FaultsAreThoseOfTheFormThatIsMeant) {
+TEST(VltctlPlist, ReportsTheFaultOfTheFormatWhoseReaderGotFurther) {
   const ScratchFolder folder;
   const struct {
     const char* verb;
@@ -160,7 +160,7 @@ TEST(VltctlPlist, OutputThatCannotBeWrittenIsStatusOneWithItsReason) {
   EXPECT_NE("", diff.errors);
 }
 
-TEST(VltctlPlist, WhatNeverEndsIsNoList) {
+TEST(VltctlPlist, RefusesInputThatNeverEnds) {
   for (const char* verb : {"print", "lint"}) {
     const ProgramResult result = Plist({verb, "/dev/zero"});
     EXPECT_EQ(7, result.status);
@@ -170,7 +170,7 @@ TEST(VltctlPlist, WhatNeverEndsIsNoList) {
             RunProgram({"/bin/sh", "-c", VLTCTL_PROGRAM " plist print - < /dev/zero"}, 20s).status);
 }
 
-TEST(VltctlPlist, EditsAFileInItsPlace) {
+TEST(VltctlPlist, EditingKeepsLinkAndModeAndAFailureKeepsTheFile) {
   const ScratchFolder folder;
   const std::string file = folder.File("a.plist", kList);
   const std::string link = folder.Link("link", "a.plist");
@@ -224,7 +224,7 @@ TEST(VltctlPlist, EditsAFileInItsPlace) {
   EXPECT_EQ("- a\\n+ b\\x1b = 1\n", Plist({"diff", odd, folder.File("none", "{}")}).output);
 }
 
-TEST(VltctlPlist, AFilterOfStandardInput) {
+TEST(VltctlPlist, ReadsStandardInputAndWritesThroughLinksToOpenFiles) {
   const ScratchFolder folder;
   const std::string file = folder.File("a.plist", kList);
   auto filter = [&](const std::string& words) {
@@ -246,7 +246,7 @@ TEST(VltctlPlist, AFilterOfStandardInput) {
   EXPECT_EQ("more\n", ReadFile(out).substr(ReadFile(out).find('\n') + 1));
 }
 
-TEST(VltctlPlist, UsageErrors) {
+TEST(VltctlPlist, WrongArgumentsAreStatusTwo) {
   const std::vector<VerbRun> runs = {
       {{"lnit", "x"}, 2, "", "did you mean lint?"},
       {{"print", "a", "b"}, 2, "", "usage: vltctl plist print FILE"},

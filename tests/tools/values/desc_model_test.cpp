@@ -77,7 +77,7 @@ constexpr struct {
     {typeIntlText, "0000000061", "\"text\":\"a\",\"hex\":\"0000000061\""},
 };
 
-TEST(DescModel, Values) {
+TEST(DescModel, EveryTypeHasItsMembersOnEveryArchitecture) {
   for (const auto& row : kValues) {
     SCOPED_TRACE(CodeText(row.type) + " " + row.hex);
     StTestDesc value;
@@ -87,7 +87,7 @@ TEST(DescModel, Values) {
   }
 }
 
-TEST(DescModel, ContainersAndNestedEvents) {
+TEST(DescModel, ShowsContainersAndNestedEventsCompletely) {
   StTestDesc list, record, inner, event;
   ASSERT_EQ(0, AECreateList(nullptr, 0, false, &list.desc));
   ASSERT_EQ(0, AECreateList(nullptr, 0, true, &record.desc));
@@ -142,7 +142,7 @@ std::string BytesOf(const JsonValue& parameters) {
   return value.bytes;
 }
 
-TEST(DescModel, NothingIsLostOfAnyValue) {
+TEST(DescModel, RandomValuesAreRestoredToTheByte) {
   std::mt19937 random(3);
   for (int i = 0; i < 20000; ++i) {
     const DescType type = kValues[random() % std::size(kValues)].type;

@@ -10,7 +10,7 @@
 
 namespace {
 
-TEST(JsonValue, Lines) {
+TEST(JsonValue, EveryValueIsOneLineOfValidJson) {
   constexpr double kInfinity = std::numeric_limits<double>::infinity();
   const struct {
     JsonValue value;

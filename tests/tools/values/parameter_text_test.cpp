@@ -6,7 +6,7 @@
 
 namespace {
 
-TEST(ParseCode, FourCharactersOrAllDigits) {
+TEST(ParseCode, AcceptsFourCharactersOrEightHexadecimalDigitsOnly) {
   const struct {
     const char* text;
     bool isFine;
@@ -32,7 +32,7 @@ TEST(ParseCode, FourCharactersOrAllDigits) {
 }
 
 // What is sent is printed as it was given: text -> parameter -> event -> text.
-TEST(ParameterText, RoundTrips) {
+TEST(ParameterText, APrintedParameterReadsBackAsTheSameBytes) {
   const struct {
     const char* given;
     DescType type;
@@ -76,7 +76,7 @@ TEST(ParameterText, RoundTrips) {
   }
 }
 
-TEST(ParameterText, WhatIsNotStrictIsRefused) {
+TEST(ParameterText, RefusesEverythingElseWithAMessage) {
   for (const char* text :
        {"", "keyyy:long=1", "keyy:lon=1", "keyy:'abc'=00", "keyy:long=", "keyy:long= 1",
         "keyy:long=1x", "keyy:long=2147483648", "keyy:ushort=-1", "keyy:long=1,",

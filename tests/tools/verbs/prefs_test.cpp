@@ -32,7 +32,7 @@ class PrefsVerb : public testing::Test {
   OpenDescriptorCheck noLeaks;
 };
 
-TEST_F(PrefsVerb, ValuesKeepTheirTypes) {
+TEST_F(PrefsVerb, AWrittenValueKeepsTheTypeOfWhatItReplaces) {
   const std::vector<VerbRun> runs = {
       {{"write", "a.b", "n", "5"}, 0, "", ""},
       {{"write", "a.b", "n", "x"}, 2, "", "\"x\" is not an integer"},  // it was one, and stays one
@@ -62,7 +62,7 @@ TEST_F(PrefsVerb, ValuesKeepTheirTypes) {
   ExpectRuns({"prefs"}, runs);
 }
 
-TEST_F(PrefsVerb, WhereAValueComesFrom) {
+TEST_F(PrefsVerb, WherePrintsTheStrongestFileWithAValue) {
   const std::string user = Folder("XDG_CONFIG_HOME"), shared = Folder("XDG_CONFIG_DIRS");
   EXPECT_EQ(3, Prefs({"where", "a.b", "n"}).status);
   const struct {
@@ -82,7 +82,7 @@ TEST_F(PrefsVerb, WhereAValueComesFrom) {
   EXPECT_EQ(6, std::count(all.output.begin(), all.output.end(), '\n')) << all.output;
 }
 
-TEST_F(PrefsVerb, ExportAndImport) {
+TEST_F(PrefsVerb, ImportAddsWhatExportWrote) {
   const std::string file = Folder("HOME") + "../../list.plist";
   std::filesystem::create_directories(Folder("HOME"));
   std::ofstream(file + ".array") << "[1]";
@@ -100,7 +100,7 @@ TEST_F(PrefsVerb, ExportAndImport) {
   EXPECT_EQ(ReadFile(file), Prefs({"export", "a.b"}).output);
 }
 
-TEST_F(PrefsVerb, ARefusedFileIsExplainedAndLeftAlone) {
+TEST_F(PrefsVerb, AFileThatOthersMayWriteIsReportedAndLeftAlone) {
   EXPECT_EQ(0, Prefs({"write", "a.b", "n", "5"}).status);
   const std::string path = Folder("XDG_CONFIG_HOME") + "a.b.plist";
   const std::string before = ReadFile(path);

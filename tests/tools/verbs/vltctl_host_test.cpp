@@ -23,7 +23,7 @@ std::string LineWith(const std::string& output, const std::string& text) {
   return "";
 }
 
-TEST(VltctlPs, TellsOfApplicationsAndOtherProcesses) {
+TEST(VltctlPs, ShowsBundleValuesOfApplicationsOnly) {
   const ScratchFolder scratch;
   const std::string app =
       MakeTestBundle(scratch, "An App.app",
@@ -65,7 +65,7 @@ TEST(VltctlPs, TellsOfApplicationsAndOtherProcesses) {
                                          "\"identifier\":null,\"bundle\":null,"));
 }
 
-TEST(VltctlSession, TellsWhereEachFactComesFrom) {
+TEST(VltctlSession, ShowsTheSourceOfEachFact) {
   const passwd* user = getpwuid(getuid());
   ASSERT_NE(nullptr, user);
   const std::string directory = std::string(getenv("XDG_RUNTIME_DIR")) + "/veltrane";

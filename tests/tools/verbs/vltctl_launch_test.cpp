@@ -13,7 +13,7 @@
 
 namespace {
 
-TEST(VltctlLaunch, TellsWhatWasFoundHowAndWhatBecameOfIt) {
+TEST(VltctlLaunch, EachOutcomeHasItsStatusTextAndJson) {
   OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
   const std::string port = UniquePortName();
@@ -103,7 +103,7 @@ TEST(VltctlLaunch, SaysThatAnotherProcessOpensTheApplication) {
   EXPECT_NE(std::string::npos, result.output.find("\"outcome\":\"underWay\"")) << result.output;
 }
 
-TEST(VltctlLaunch, ExplainsEachWay) {
+TEST(VltctlLaunch, ExplainShowsTheResultOfEachWay) {
   OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
   apps.AddBundle("It.app", {"com.test.it", "It  ", "APPL", "program", "2.1"}, "exit 0\n");
