@@ -26,12 +26,14 @@ CFIndex VLTDictionary::getCount() const {
 }
 
 void VLTDictionary::copyContents(const VLTDictionary& other) {
+  isDestroyed = false;
   dictionary = newDictionary(other.dictionary);  // meant: the old one is not released here
 }
 
 void VLTDictionary::destroyContents() {
   if (dictionary != nullptr && CFGetRetainCount(dictionary) > 0) CFRelease(dictionary);
   dictionary = nullptr;
+  isDestroyed = true;
 }
 
 void VLTDictionary::replaceContents(const VLTDictionary& other) {
@@ -41,8 +43,11 @@ void VLTDictionary::replaceContents(const VLTDictionary& other) {
 }
 
 OSStatus VLTDictionary::_set(CFStringRef key, const void* value) {
+  if (IsLost()) return memFullErr;
   CFDictionarySetValue(dictionary, key, value);
-  return 0;
+  const bool isKept = dictionary == nullptr || key == nullptr || value == nullptr ||
+                      CFDictionaryGetValue(dictionary, key) == value;
+  return isKept ? 0 : OSStatus{memFullErr};
 }
 
 OSStatus VLTDictionary::_get(CFStringRef key, const void*& value) {
@@ -67,6 +72,53 @@ void VLTDictionary::_addContentsOfDictionary(CFDictionaryRef source) {
 
 void VLTDictionary::copyToDestDict(const void* key, const void* value, void* context) {
   CFDictionarySetValue(static_cast<CFMutableDictionaryRef>(context), key, value);
+}
+
+// What taking over another dictionary's contents works on: the pairs go `into` this one, which was
+// as `before` (null: empty). Each step is applied to all pairs of a dictionary. Only the first one
+// needs memory, so the others cannot leave the work half done.
+struct VLTDictionary::Taking {
+  CFMutableDictionaryRef into;
+  CFDictionaryRef source;
+  CFDictionaryRef before;
+  bool isComplete = true;
+
+  static void AddNew(const void* key, const void* value, void* context) {
+    auto& taking = *static_cast<Taking*>(context);
+    if (!taking.isComplete || CFDictionaryContainsKey(taking.into, key)) return;
+    CFDictionarySetValue(taking.into, key, value);
+    taking.isComplete = CFDictionaryContainsKey(taking.into, key);
+  }
+  static void TakeBack(const void* key, const void*, void* context) {
+    auto& taking = *static_cast<Taking*>(context);
+    if (taking.before != nullptr && CFDictionaryContainsKey(taking.before, key)) return;
+    CFDictionaryRemoveValue(taking.into, key);
+  }
+  static void RemoveOld(const void* key, const void*, void* context) {
+    auto& taking = *static_cast<Taking*>(context);
+    if (CFDictionaryContainsKey(taking.source, key)) return;
+    CFDictionaryRemoveValue(taking.into, key);
+  }
+};
+
+OSStatus VLTDictionary::_takeContents(CFDictionaryRef source, bool merge) {
+  if (dictionary == nullptr) return IsLost() ? OSStatus{memFullErr} : 0;
+  const bool isEmpty = CFDictionaryGetCount(dictionary) == 0;
+  const CFDictionaryRef before =
+      isEmpty ? nullptr : CFDictionaryCreateCopy(kCFAllocatorDefault, dictionary);
+  if (!isEmpty && before == nullptr) return memFullErr;
+  Taking taking = {dictionary, source, before};
+  CFDictionaryApplyFunction(source, Taking::AddNew, &taking);
+  if (taking.isComplete) {
+    if (!merge && before != nullptr) {
+      CFDictionaryApplyFunction(before, Taking::RemoveOld, &taking);
+    }
+    if (before != nullptr) _addContentsOfDictionary(source);
+  } else {
+    CFDictionaryApplyFunction(source, Taking::TakeBack, &taking);
+  }
+  if (before != nullptr) CFRelease(before);
+  return taking.isComplete ? 0 : OSStatus{memFullErr};
 }
 
 CFDictionaryRef VLTDictionary::_getDictForSave() {

@@ -35,6 +35,7 @@ class VLTDictionary : public VLTDictionaryBase {
   const void* _get(CFStringRef key) override;
   void _eraseExtant() override;
   void _addContentsOfDictionary(CFDictionaryRef source) override;
+  OSStatus _takeContents(CFDictionaryRef source, bool merge) override;
   CFDictionaryRef _getDictForSave() override;
   void _releaseDictAfterSave(CFDictionaryRef saved) override;
 
@@ -42,5 +43,12 @@ class VLTDictionary : public VLTDictionaryBase {
   static void copyToDestDict(const void* key, const void* value, void* context);
 
  private:
-  CFMutableDictionaryRef dictionary;  // null after destroyContents
+  struct Taking;
+
+  // There was no memory for the dictionary: setting and loading then fail, where one that was
+  // destroyed takes everything and keeps nothing.
+  bool IsLost() const { return dictionary == nullptr && !isDestroyed; }
+
+  CFMutableDictionaryRef dictionary;  // null after destroyContents, and without memory
+  bool isDestroyed = false;
 };

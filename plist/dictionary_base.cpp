@@ -20,18 +20,25 @@ char* VLTDictionaryBase::PtrAllocator(SInt32 size) {
 
 void VLTDictionaryBase::PtrFree(char* block) { delete[] block; }
 
-OSStatus VLTDictionaryBase::remove(StackCFString key) { return _remove(key); }
+OSStatus VLTDictionaryBase::remove(StackCFString key) {
+  return key.IsLost() ? OSStatus{memFullErr} : _remove(key);
+}
+
+// `isLost`: there is a value, but no memory for it.
+OSStatus VLTDictionaryBase::Set(StackCFString& key, CFTypeRef value, bool isLost) {
+  return key.IsLost() || isLost ? OSStatus{memFullErr} : _set(key, value);
+}
 
 OSStatus VLTDictionaryBase::SetNumber(StackCFString& key, CFNumberType type, const void* value) {
   const StackCFNumber number(type, value);
-  return _set(key, number);
+  return Set(key, number, CFTypeRef(number) == nullptr);
 }
 
 OSStatus VLTDictionaryBase::setBoolean(StackCFString key, bool value) {
-  return _set(key, value ? kCFBooleanTrue : kCFBooleanFalse);
+  return Set(key, value ? kCFBooleanTrue : kCFBooleanFalse);
 }
 OSStatus VLTDictionaryBase::setBoolean(StackCFString key, unsigned char value) {
-  return _set(key, value != 0 ? kCFBooleanTrue : kCFBooleanFalse);
+  return Set(key, value != 0 ? kCFBooleanTrue : kCFBooleanFalse);
 }
 OSStatus VLTDictionaryBase::setShort(StackCFString key, SInt16 value) {
   return SetNumber(key, kCFNumberShortType, &value);
@@ -52,31 +59,32 @@ OSStatus VLTDictionaryBase::setDouble(StackCFString key, double value) {
   return SetNumber(key, kCFNumberDoubleType, &value);
 }
 OSStatus VLTDictionaryBase::setString(StackCFString key, CFStringRef value) {
-  return _set(key, value);
+  return Set(key, value);
 }
 OSStatus VLTDictionaryBase::setCString(StackCFString key, const char* value) {
   const StackCFString string(value);
-  return _set(key, string);
+  return Set(key, string, string.IsLost());
 }
 OSStatus VLTDictionaryBase::setPString(StackCFString key, ConstStr255Param value) {
   const StackCFPascalString string(value);
-  return _set(key, string);
+  return Set(key, string, string.IsLost());
 }
 OSStatus VLTDictionaryBase::setData(StackCFString key, const unsigned char* bytes, UInt32 length) {
   const StackCFData data(bytes, static_cast<CFIndex>(length));
-  return _set(key, data);
+  return Set(key, data, bytes != nullptr && CFTypeRef(data) == nullptr);
 }
 OSStatus VLTDictionaryBase::setDictionary(StackCFString key, CFDictionaryRef value) {
-  return _set(key, value);
+  return Set(key, value);
 }
 OSStatus VLTDictionaryBase::setDictionary(StackCFString key, VLTDictionary& value) {
-  return _set(key, value);
+  return Set(key, value);
 }
 OSStatus VLTDictionaryBase::setArray(StackCFString key, CFArrayRef value) {
-  return _set(key, value);
+  return Set(key, value);
 }
 
 OSStatus VLTDictionaryBase::Find(StackCFString& key, const void*& value) {
+  if (key.IsLost()) return memFullErr;
   const void* const found = _get(key);
   if (found == nullptr) return errAEDescNotFound;
   value = found;

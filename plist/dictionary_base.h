@@ -36,9 +36,9 @@ class VLTDictionaryBase {
   static char* PtrAllocator(SInt32 size);
   static void PtrFree(char* block);
 
-  // A setter replaces an existing value. If the value object cannot be created (null text, no
-  // memory), the setter hands null to the storage: VLTDictionary then changes nothing,
-  // VLTPreferences removes the key.
+  // A setter replaces an existing value. The storage decides what a null value does: VLTDictionary
+  // changes nothing, VLTPreferences removes the key. If there is no memory for the key or the value,
+  // the setter returns memFullErr and the entry stays.
   OSStatus remove(StackCFString key);  // returns 0 for an absent key, too
   OSStatus setBoolean(StackCFString key, bool value);
   OSStatus setBoolean(StackCFString key, unsigned char value);
@@ -133,6 +133,9 @@ class VLTDictionaryBase {
   virtual void _eraseExtant() = 0;
   // Adds all entries of `source`, which replace those with equal keys.
   virtual void _addContentsOfDictionary(CFDictionaryRef source) = 0;
+  // What loading does: erases everything unless `merge` is set, then adds `source`. A storage that
+  // can run out of memory in between overrides it and returns memFullErr with nothing changed.
+  virtual OSStatus _takeContents(CFDictionaryRef source, bool merge);
   // Returns a dictionary of all entries, to be handed back after use, or null if there is none.
   virtual CFDictionaryRef _getDictForSave() = 0;
   virtual void _releaseDictAfterSave(CFDictionaryRef dictionary) = 0;
@@ -142,6 +145,7 @@ class VLTDictionaryBase {
   OSStatus getNumber(StackCFString& key, T& value);
 
  private:
+  OSStatus Set(StackCFString& key, CFTypeRef value, bool isLost = false);
   OSStatus SetNumber(StackCFString& key, CFNumberType type, const void* value);
   OSStatus Find(StackCFString& key, const void*& value);
   OSStatus FindTyped(StackCFString& key, CFTypeID type, const void*& value);

@@ -1,5 +1,7 @@
 #include "plist/dictionary_base.h"
 
+#include <cerrno>
+
 #include "plist/file_replacement.h"
 #include "util/cf_strings.h"
 
@@ -56,6 +58,7 @@ OSStatus WriteList(CFWriteStreamRef stream, CFDictionaryRef list, CFPropertyList
 
 OSStatus WriteFile(CFURLRef file, CFDictionaryRef list, CFPropertyListFormat format) {
   VLTFileReplacement replacement(file);
+  if (replacement.Error() == ENOMEM) return memFullErr;
   const CFURLRef target = replacement.CopyTarget();
   const CFWriteStreamRef stream = CFWriteStreamCreateWithFile(kCFAllocatorDefault, target);
   OSStatus err = WriteList(stream, list, format);
@@ -111,10 +114,15 @@ OSStatus WriteMemory(char** buffer, UInt32* length, CFDictionaryRef list,
 
 OSStatus VLTDictionaryBase::TakeList(CFPropertyListRef list, bool merge) {
   if (list == nullptr) return fnfErr;
-  if (!merge) _eraseExtant();
   // Meant: whatever the list is. One that is no dictionary has nothing to add.
-  _addContentsOfDictionary(static_cast<CFDictionaryRef>(list));
+  const OSStatus err = _takeContents(static_cast<CFDictionaryRef>(list), merge);
   CFRelease(list);
+  return err;
+}
+
+OSStatus VLTDictionaryBase::_takeContents(CFDictionaryRef source, bool merge) {
+  if (!merge) _eraseExtant();
+  _addContentsOfDictionary(source);
   return 0;
 }
 

@@ -1,5 +1,6 @@
 #include "plist/file_replacement.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -10,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -45,26 +47,36 @@ std::filesystem::path FollowLinks(std::filesystem::path path) {
   return path;
 }
 
-using OpenFile = std::unique_ptr<FILE, int (*)(FILE*)>;
-
-OpenFile Open(const std::string& path, const char* mode) {
-  FILE* file;
-  do {
-    file = std::fopen(path.c_str(), mode);
-  } while (file == nullptr && errno == EINTR);
-  return OpenFile(file, &std::fclose);
-}
-
-// Waits until the disk has all of a file, or the names in a folder. Returns false with errno on
-// failure, and for a file that could not be opened.
-bool WaitForDisk(const OpenFile& file) {
-  if (file == nullptr) return false;
-  while (fsync(fileno(file.get())) != 0) {
-    if (errno == EINVAL) return true;  // there is nothing to wait for
-    if (errno != EINTR) return false;
+// A file descriptor within a scope; -1 with errno if the file could not be opened.
+class OpenFile {
+ public:
+  OpenFile(const std::string& path, int flags) {
+    do {
+      fd = open(path.c_str(), flags | O_CLOEXEC);
+    } while (fd < 0 && errno == EINTR);
   }
-  return true;
-}
+  ~OpenFile() {
+    if (fd >= 0) close(fd);
+  }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+
+  bool IsOpen() const { return fd >= 0; }
+
+  // Waits until the disk has all of a file, or the names in a folder. Returns false with errno on
+  // failure, and for a file that could not be opened.
+  bool WaitForDisk() const {
+    if (!IsOpen()) return false;
+    while (fsync(fd) != 0) {
+      if (errno == EINVAL) return true;  // there is nothing to wait for
+      if (errno != EINTR) return false;
+    }
+    return true;
+  }
+
+ private:
+  int fd;
+};
 
 std::string FolderOf(const std::string& path) {
   return std::filesystem::path(path).parent_path().string();
@@ -107,13 +119,14 @@ void RemoveIfLeft(const char* path) {
 void RemoveLeftFolders(const std::string& parent) {
   constexpr std::string_view kPattern = kFolderPattern;
   constexpr std::string_view kPrefix = kPattern.substr(0, kPattern.find('X'));
-  std::error_code failure;
-  std::filesystem::directory_iterator entry(parent, failure);
-  for (int i = 0; i < kMostExamined && !failure && entry != end(entry); i++) {
-    const std::string& path = entry->path().native();
-    const std::string_view name = std::string_view(path).substr(path.rfind('/') + 1);
-    if (name.size() == kPattern.size() && name.starts_with(kPrefix)) RemoveIfLeft(path.c_str());
-    entry.increment(failure);
+  // Not std::filesystem's iterator, which ends the process if it has no memory.
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(parent.c_str()), &closedir);
+  for (int i = 0; i < kMostExamined && entries != nullptr; i++) {
+    const dirent* const entry = readdir(entries.get());
+    if (entry == nullptr) return;
+    const std::string_view name = entry->d_name;
+    if (name.size() != kPattern.size() || !name.starts_with(kPrefix)) continue;
+    RemoveIfLeft((parent + "/" + entry->d_name).c_str());
   }
 }
 
@@ -127,18 +140,32 @@ void TakeOver(const char* path, const struct stat& old) {
 
 }  // namespace
 
+// All texts are made here, so that nothing later needs memory: neither the way to the new file's
+// place nor its removal.
 VLTFileReplacement::VLTFileReplacement(CFURLRef file) {
+  try {
+    Prepare(file);
+  } catch (const std::bad_alloc&) {
+    error = ENOMEM;
+    path.clear();
+    target.clear();
+  }
+}
+
+void VLTFileReplacement::Prepare(CFURLRef file) {
   const std::string given = PathOf(file);
   path = FollowLinks(given).string();
   struct stat old;
   isPlain = stat(path.c_str(), &old) != 0 || S_ISREG(old.st_mode);
   if (path.empty()) {
     error = given.empty() ? ENOENT : ELOOP;
-  } else if (isPlain && !IsLink(path)) {
-    const std::string parent = FolderOf(path);
-    RemoveLeftFolders(parent);
-    MakeFolder(parent);
+    return;
   }
+  target = path;
+  if (!isPlain || IsLink(path)) return;
+  parent = FolderOf(path);
+  RemoveLeftFolders(parent);
+  MakeFolder();
 }
 
 VLTFileReplacement::~VLTFileReplacement() {
@@ -150,8 +177,9 @@ VLTFileReplacement::~VLTFileReplacement() {
 
 // Another process may take the new folder for one that was left, until it is locked: then a second
 // one is made.
-void VLTFileReplacement::MakeFolder(const std::string& parent) {
+void VLTFileReplacement::MakeFolder() {
   const std::string pattern = (parent == "/" ? "" : parent) + "/" + kFolderPattern;
+  target.reserve(pattern.size() + 1 + sizeof kNewName);
   for (int attempt = 0; attempt < kMostAttempts; attempt++) {
     std::string name = pattern;
     if (mkdtemp(name.data()) == nullptr) {
@@ -163,6 +191,7 @@ void VLTFileReplacement::MakeFolder(const std::string& parent) {
     if (isOwn && IsInParent(opened)) {
       folder = std::move(name);
       openFolder = opened;
+      target.assign(folder).append("/").append(kNewName);
       return;
     }
     const int reason = errno;
@@ -173,14 +202,10 @@ void VLTFileReplacement::MakeFolder(const std::string& parent) {
   }
   error = errno;
   path.clear();  // writing in place could destroy the old contents
-}
-
-std::string VLTFileReplacement::Target() const {
-  return folder.empty() ? path : folder + "/" + kNewName;
+  target.clear();
 }
 
 CFURLRef VLTFileReplacement::CopyTarget() const {
-  const std::string target = Target();
   return CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault,
                                                  reinterpret_cast<const UInt8*>(target.data()),
                                                  static_cast<CFIndex>(target.size()), false);
@@ -188,15 +213,13 @@ CFURLRef VLTFileReplacement::CopyTarget() const {
 
 bool VLTFileReplacement::PutInPlace() {
   if (folder.empty() && !isPlain) return true;
-  const std::string target = Target();
   // To append, because reading need not be allowed; and before the old file's mode may forbid it.
-  const OpenFile file = Open(target, "ae");
-  if (folder.empty()) return WaitForDisk(file);
+  const OpenFile file(target, O_WRONLY | O_CREAT | O_APPEND);
+  if (folder.empty()) return file.WaitForDisk();
   struct stat old;
-  if (file != nullptr && stat(path.c_str(), &old) == 0) TakeOver(target.c_str(), old);
-  if (!WaitForDisk(file) || std::rename(target.c_str(), path.c_str()) != 0) return false;
-  const OpenFile parent = Open(FolderOf(path), "re");
-  if (parent == nullptr && errno != EACCES) return false;
+  if (file.IsOpen() && stat(path.c_str(), &old) == 0) TakeOver(target.c_str(), old);
+  if (!file.WaitForDisk() || std::rename(target.c_str(), path.c_str()) != 0) return false;
+  const OpenFile inParent(parent, O_RDONLY);
   // A folder that may not be read cannot be synced.
-  return parent == nullptr || WaitForDisk(parent);
+  return (!inParent.IsOpen() && errno == EACCES) || inParent.WaitForDisk();
 }

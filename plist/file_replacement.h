@@ -24,7 +24,8 @@ class VLTFileReplacement {
   // Returns the file to write to, or null if nothing can be written. The caller releases it.
   CFURLRef CopyTarget() const;
 
-  // Returns errno's reason why nothing can be written, or 0 if something can.
+  // Returns errno's reason why nothing can be written (ENOMEM without memory), or 0 if something
+  // can. Nothing after the constructor needs memory but CopyTarget.
   int Error() const { return error; }
 
   // Puts the new file, which has been written and closed, in the old one's place and waits for the
@@ -33,11 +34,13 @@ class VLTFileReplacement {
   bool PutInPlace();
 
  private:
-  void MakeFolder(const std::string& parent);
-  std::string Target() const;
+  void Prepare(CFURLRef file);
+  void MakeFolder();
 
   std::string path;     // of the file itself, after its links; "" if there is no usable path
   bool isPlain = true;  // it is a regular file, or does not exist
+  std::string parent;   // the folder of `path`
+  std::string target;   // where to write: the new file, or `path` itself
   std::string folder;   // the temporary folder; "" if the file is written in place
   int openFolder = -1;  // `folder`, locked for as long as this object exists
   int error = 0;

@@ -29,12 +29,15 @@ CFDataRef DataToDataRef(const UInt8* bytes, CFIndex count) {
 }
 
 StackCFString::StackCFString(CFStringRef given) : string(given) { CFRetain(string); }
-StackCFString::StackCFString(const char* text) : string(CStringToCFString(text)) {}
-StackCFString::StackCFString(OSType code) : string(CreateCodeText(code)) {}
+StackCFString::StackCFString(const char* text)
+    : string(CStringToCFString(text)), isLost(text != nullptr && string == nullptr) {}
+StackCFString::StackCFString(OSType code)
+    : string(CreateCodeText(code)), isLost(string == nullptr) {}
 StackCFString::~StackCFString() { ReleaseLogged(string, "~StackCFString"); }
 
 StackCFPascalString::StackCFPascalString(ConstStr255Param text) {
   string = PStringToCFString(text);
+  isLost = text != nullptr && text[0] != 0 && string == nullptr;
 }
 
 StackCFNumber::StackCFNumber(CFNumberType type, const void* value)

@@ -32,9 +32,12 @@ class StackCFString {
   // Both are borrowed. The second is for calls that take a key by reference.
   operator CFTypeRef() const { return string; }
   operator CFStringRef&() { return string; }
+  // There was a text, but no memory for the string. Null then does not mean "none".
+  bool IsLost() const { return isLost; }
 
  protected:
   CFStringRef string = nullptr;
+  bool isLost = false;
 };
 
 class StackCFPascalString : public StackCFString {

@@ -96,8 +96,9 @@ const Folders kPlatformHeaders = {"CoreFoundation/CoreFoundation.h",
                                   "syslog.h"};
 
 // C headers that the upper folders may name: those of the language, and POSIX where documented
-// behaviour names a call (identity, file modes and locks, waiting, threads).
-const Folders kPlainHeaders = {"fcntl.h",    "pthread.h",  "pwd.h",       "stdint.h",
+// behaviour names a call (identity, folders, file modes and locks,
+// waiting, threads).
+const Folders kPlainHeaders = {"dirent.h",   "fcntl.h",    "pthread.h",   "pwd.h",   "stdint.h",
                                "sys/file.h", "sys/stat.h", "sys/types.h", "unistd.h"};
 
 std::string FolderOf(const std::string& path) {

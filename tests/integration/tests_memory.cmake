@@ -1,7 +1,7 @@
 # Programs in which any allocation may fail. The thread sanitizer has an allocator of its own that
 # cannot be put below the layer, and a static program's cannot either.
 if(NOT VLT_SANITIZE MATCHES "thread")
-  foreach(name IN ITEMS events)
+  foreach(name IN ITEMS events lists)
     vlt_add_test(NAME no_memory_${name}_test LABEL integration
       SOURCES no_memory_${name}_test.cpp ../support/failing_allocations.cpp
       LIBS vlt_aeport vlt_plist TIMEOUT 240 NATIVE_ONLY)

@@ -210,12 +210,10 @@ struct Round {
   bool hasThrown = false;
   int allocations = 0;
   int failed = 0;
-  long lost = 0;
 };
 
 Round DoOnce(const AllocationSweep& sweep, int number, AllocationFailure kind) {
   Round round;
-  const long before = LiveAllocations();
   ArmAllocationFailure(number, kind);
   try {
     round.status = sweep.work();
@@ -226,7 +224,6 @@ Round DoOnce(const AllocationSweep& sweep, int number, AllocationFailure kind) {
   DisarmAllocationFailure();
   round.allocations = AllocationsSinceArmed();
   round.failed = FailedAllocations();
-  round.lost = LiveAllocations() - before;
   return round;
 }
 
@@ -234,16 +231,19 @@ Round DoOnce(const AllocationSweep& sweep, int number, AllocationFailure kind) {
 Round TryNumber(const AllocationSweep& sweep, int number, AllocationFailure kind) {
   constexpr int kRepetitions = 4;
   Round round;
+  long lost = 0;
   for (int i = 0; i < kRepetitions; i++) {
+    const long before = LiveAllocations();
     round = DoOnce(sweep, number, kind);
     EXPECT_FALSE(round.hasThrown) << WhereAllocationFailed();
     const bool isPermitted =
         round.status == 0 || (round.failed > 0 && sweep.refusals.contains(round.status));
     EXPECT_TRUE(isPermitted) << "status " << round.status << '\n' << WhereAllocationFailed();
     if (sweep.check) sweep.check(round.status);
-    if (round.lost <= 0) return round;
+    lost = LiveAllocations() - before;
+    if (lost <= 0) return round;
   }
-  ADD_FAILURE() << round.lost << " blocks lost at each repetition\n" << WhereAllocationFailed();
+  ADD_FAILURE() << lost << " blocks lost at each repetition\n" << WhereAllocationFailed();
   return round;
 }
 

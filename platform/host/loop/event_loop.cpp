@@ -8,6 +8,7 @@
 
 #include <atomic>
 
+#include "platform/host/base/guard.h"
 #include "platform/host/loop/thread_loop.h"
 #include "platform/host/ports/port_table.h"
 #include "platform/host/session/name_registry.h"
@@ -38,7 +39,10 @@ class EventPort {
     // A port that nobody serves must have no name.
     if (!CFRunLoopContainsSource(loop, source, kCFRunLoopDefaultMode)) return;
     if (GetCurrentProcess(&psn) != 0) return;
-    bootstrap_register(kHostBootstrapPort, HostEventPortName(psn).c_str(), CFMachPortGetPort(port));
+    HostGuard([&] {
+      bootstrap_register(kHostBootstrapPort, HostEventPortName(psn).c_str(),
+                         CFMachPortGetPort(port));
+    });
   }
   ~EventPort() {
     CFMachPortInvalidate(port);

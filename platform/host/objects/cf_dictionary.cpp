@@ -385,7 +385,8 @@ bool __CFDictionary::Set(const void* key, const void* value) {
   if (key == nullptr || value == nullptr) return false;
   const HostDictionaryCallbacks& callbacks = Callbacks();
   const HostPair pair = {callbacks.key.Retain(key), callbacks.value.Retain(value)};
-  if (pair.key != nullptr && pair.value != nullptr && MakeRoom()) {
+  // Replacing a value needs no memory.
+  if (pair.key != nullptr && pair.value != nullptr && (MakeRoom() || Find(pair.key) != nullptr)) {
     Take(pair, HasIndex() ? HashOf(pair.key) : 0);
     return true;
   }

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/host/base/guard.h"
 #include "platform/host/base/hash.h"
 #include "platform/host/objects/cf_string.h"
 
@@ -97,21 +98,24 @@ CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef, CFStringRef path, CFURLPa
                                        Boolean isDirectory) {
   const auto* string = HostCast<HostCFString>(path);
   if (string == nullptr || style != kCFURLPOSIXPathStyle) return nullptr;
-  std::vector<UInt8> bytes;
-  if (!EncodePath(string->Text(), bytes)) return nullptr;
-  return HostCFURL::Create(View(bytes), isDirectory != 0);
+  return HostGuard<CFURLRef>(nullptr, [&]() -> CFURLRef {
+    std::vector<UInt8> bytes;
+    if (!EncodePath(string->Text(), bytes)) return nullptr;
+    return HostCFURL::Create(View(bytes), isDirectory != 0);
+  });
 }
 
 CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef, const UInt8* bytes, CFIndex count,
                                                  Boolean isDirectory) {
   if (bytes == nullptr || count <= 0) return nullptr;
-  return HostCFURL::Create({reinterpret_cast<const char*>(bytes), static_cast<size_t>(count)},
-                           isDirectory != 0);
+  const std::string_view path(reinterpret_cast<const char*>(bytes), static_cast<size_t>(count));
+  return HostGuard<CFURLRef>(nullptr, [&] { return HostCFURL::Create(path, isDirectory != 0); });
 }
 
 CFStringRef CFURLCopyFileSystemPath(CFURLRef ref, CFURLPathStyle style) {
   const auto* url = HostCast<HostCFURL>(ref);
-  return url != nullptr && style == kCFURLPOSIXPathStyle ? url->CopyPath() : nullptr;
+  if (url == nullptr || style != kCFURLPOSIXPathStyle) return nullptr;
+  return HostGuard<CFStringRef>(nullptr, [url] { return url->CopyPath(); });
 }
 
 Boolean CFURLGetFileSystemRepresentation(CFURLRef ref, Boolean, UInt8* buffer, CFIndex size) {

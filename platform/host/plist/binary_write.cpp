@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/host/base/byte_order.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/base/hash.h"
 #include "platform/host/base/leaf_text.h"
 #include "platform/host/objects/cf_array.h"
@@ -373,5 +374,10 @@ bool BinaryWriter::Write(CFPropertyListRef list, HostPropertyListError* error) {
 
 bool HostWritePlistBinary(CFPropertyListRef list, HostPlistSink& sink,
                           HostPropertyListError* error) {
-  return BinaryWriter(sink).Write(list, error);
+  if (bool isWritten = false;
+      HostGuard([&] { isWritten = BinaryWriter(sink).Write(list, error); })) {
+    return isWritten;
+  }
+  *error = {kHostPlistNoMemory, ""};
+  return false;
 }

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/host/base/guard.h"
 #include "platform/host/objects/cf_data.h"
 #include "platform/host/objects/cf_stream.h"
 #include "platform/host/objects/cf_string.h"
@@ -97,13 +98,15 @@ bool HasOnlyTextTypes(CFPropertyListRef list) {
   return walk.Fault() == nullptr;
 }
 
-// `error` may be null.
+// `error` may be null. Without memory for the text there is none.
 void Report(const HostPropertyListError& why, CFStringRef* error) {
   if (error == nullptr) return;
-  std::string text = why.Sentence();
-  if (!why.hint.empty()) text += " (" + why.hint + ")";
-  *error = HostCFString::Create(kCFStringEncodingUTF8, reinterpret_cast<const UInt8*>(text.data()),
-                                text.size(), false);
+  HostGuard([&] {
+    std::string text = why.Sentence();
+    if (!why.hint.empty()) text += " (" + why.hint + ")";
+    *error = HostCFString::Create(kCFStringEncodingUTF8,
+                                  reinterpret_cast<const UInt8*>(text.data()), text.size(), false);
+  });
 }
 
 // `length` bytes, or all there are for 0. False with `*error` when the stream refuses, ends early
@@ -111,7 +114,9 @@ void Report(const HostPropertyListError& why, CFStringRef* error) {
 bool ReadAll(CFReadStreamRef stream, CFIndex length, HostStreamRest& rest,
              HostPropertyListError* error) {
   const auto wanted = static_cast<size_t>(std::max<CFIndex>(length, 0));
-  const HostStreamRead result = HostReadStreamToEnd(stream, wanted, kHostMaxPlistBytes, rest);
+  const HostStreamRead result = HostGuard(HostStreamRead::kFailed, [&] {
+    return HostReadStreamToEnd(stream, wanted, kHostMaxPlistBytes, rest);
+  });
   if (result == HostStreamRead::kOk && (wanted == 0 || rest.count == wanted)) return true;
   error->text = result == HostStreamRead::kFailed    ? "the stream cannot be read"
                 : result == HostStreamRead::kTooLong ? "there are more than 256 MiB"
@@ -132,11 +137,29 @@ CFPropertyListRef ReadPlist(const UInt8* bytes, size_t count, CFOptionFlags muta
   return list;
 }
 
-}  // namespace
+CFPropertyListRef DeepCopy(CFPropertyListRef list, CFOptionFlags mutability) {
+  HostPlistBuilder builder(mutability);
+  HostPlistWalk walk(list, HostPlistWalk::Order::kStored);
+  const auto retained = [](const HostCFObject* object) { return object->Retain(), object; };
+  while (walk.Next()) {
+    if (walk.Current() == HostPlistWalk::Step::kClose) {
+      if (!builder.Close()) return nullptr;
+      continue;
+    }
+    if (walk.Key() != nullptr && !builder.Add(retained(walk.Key()), 0)) return nullptr;
+    const bool isArray = walk.Object()->TypeID() == kHostTypeArray;
+    const auto kind =
+        isArray ? HostPlistBuilder::Kind::kArray : HostPlistBuilder::Kind::kDictionary;
+    if (walk.Current() == HostPlistWalk::Step::kOpen) {
+      if (!builder.Open(kind)) return nullptr;
+    } else if (!builder.Add(retained(walk.Object()), 0)) {
+      return nullptr;
+    }
+  }
+  return walk.Fault() == nullptr ? builder.TakeRoot() : nullptr;
+}
 
-CFPropertyListRef CFPropertyListCreateFromXMLData(CFAllocatorRef, CFDataRef ref,
-                                                  CFOptionFlags mutability, CFStringRef* error) {
-  if (error != nullptr) *error = nullptr;
+CFPropertyListRef FromData(CFDataRef ref, CFOptionFlags mutability, CFStringRef* error) {
   const auto* data = HostCast<HostCFData>(ref);
   if (data == nullptr) {
     Report({"there are no bytes to read", ""}, error);
@@ -145,10 +168,8 @@ CFPropertyListRef CFPropertyListCreateFromXMLData(CFAllocatorRef, CFDataRef ref,
   return ReadPlist(data->Bytes(), data->Length(), mutability, nullptr, error);
 }
 
-CFPropertyListRef CFPropertyListCreateFromStream(CFAllocatorRef, CFReadStreamRef stream,
-                                                 CFIndex length, CFOptionFlags mutability,
-                                                 CFPropertyListFormat* format, CFStringRef* error) {
-  if (error != nullptr) *error = nullptr;
+CFPropertyListRef FromStream(CFReadStreamRef stream, CFIndex length, CFOptionFlags mutability,
+                             CFPropertyListFormat* format, CFStringRef* error) {
   HostPropertyListError why;
   HostStreamRest rest;
   if (!ReadAll(stream, length, rest, &why)) {
@@ -158,15 +179,8 @@ CFPropertyListRef CFPropertyListCreateFromStream(CFAllocatorRef, CFReadStreamRef
   return ReadPlist(rest.bytes, rest.count, mutability, format, error);
 }
 
-CFDataRef CFPropertyListCreateXMLData(CFAllocatorRef, CFPropertyListRef list) {
-  HostPropertyListError ignored;
-  ByteBuffer buffer;
-  return HostWritePlistXML(list, buffer, &ignored) ? buffer.GiveAsData() : nullptr;
-}
-
-CFIndex CFPropertyListWriteToStream(CFPropertyListRef list, CFWriteStreamRef stream,
-                                    CFPropertyListFormat format, CFStringRef* error) {
-  if (error != nullptr) *error = nullptr;
+CFIndex ToStream(CFPropertyListRef list, CFWriteStreamRef stream, CFPropertyListFormat format,
+                 CFStringRef* error) {
   HostPropertyListError why;
   StreamSink sink(stream);
   bool isGood = false;
@@ -189,6 +203,34 @@ CFIndex CFPropertyListWriteToStream(CFPropertyListRef list, CFWriteStreamRef str
   return 0;
 }
 
+}  // namespace
+
+CFPropertyListRef CFPropertyListCreateFromXMLData(CFAllocatorRef, CFDataRef ref,
+                                                  CFOptionFlags mutability, CFStringRef* error) {
+  if (error != nullptr) *error = nullptr;
+  return HostGuard<CFPropertyListRef>(nullptr, [=] { return FromData(ref, mutability, error); });
+}
+
+CFPropertyListRef CFPropertyListCreateFromStream(CFAllocatorRef, CFReadStreamRef stream,
+                                                 CFIndex length, CFOptionFlags mutability,
+                                                 CFPropertyListFormat* format, CFStringRef* error) {
+  if (error != nullptr) *error = nullptr;
+  return HostGuard<CFPropertyListRef>(
+      nullptr, [=] { return FromStream(stream, length, mutability, format, error); });
+}
+
+CFDataRef CFPropertyListCreateXMLData(CFAllocatorRef, CFPropertyListRef list) {
+  HostPropertyListError ignored;
+  ByteBuffer buffer;
+  return HostWritePlistXML(list, buffer, &ignored) ? buffer.GiveAsData() : nullptr;
+}
+
+CFIndex CFPropertyListWriteToStream(CFPropertyListRef list, CFWriteStreamRef stream,
+                                    CFPropertyListFormat format, CFStringRef* error) {
+  if (error != nullptr) *error = nullptr;
+  return HostGuard(CFIndex{0}, [=] { return ToStream(list, stream, format, error); });
+}
+
 Boolean CFPropertyListIsValid(CFPropertyListRef list, CFPropertyListFormat format) {
   HostPropertyListError ignored;
   DroppingSink sink;
@@ -198,7 +240,7 @@ Boolean CFPropertyListIsValid(CFPropertyListRef list, CFPropertyListFormat forma
     case kCFPropertyListBinaryFormat_v1_0:
       return HostWritePlistBinary(list, sink, &ignored);
     case kCFPropertyListOpenStepFormat:
-      return HasOnlyTextTypes(list);
+      return HostGuard(false, [list] { return HasOnlyTextTypes(list); });
     default:
       return false;
   }
@@ -206,23 +248,5 @@ Boolean CFPropertyListIsValid(CFPropertyListRef list, CFPropertyListFormat forma
 
 CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef, CFPropertyListRef list,
                                                CFOptionFlags mutability) {
-  HostPlistBuilder builder(mutability);
-  HostPlistWalk walk(list, HostPlistWalk::Order::kStored);
-  const auto retained = [](const HostCFObject* object) { return object->Retain(), object; };
-  while (walk.Next()) {
-    if (walk.Current() == HostPlistWalk::Step::kClose) {
-      if (!builder.Close()) return nullptr;
-      continue;
-    }
-    if (walk.Key() != nullptr && !builder.Add(retained(walk.Key()), 0)) return nullptr;
-    const bool isArray = walk.Object()->TypeID() == kHostTypeArray;
-    const auto kind =
-        isArray ? HostPlistBuilder::Kind::kArray : HostPlistBuilder::Kind::kDictionary;
-    if (walk.Current() == HostPlistWalk::Step::kOpen) {
-      if (!builder.Open(kind)) return nullptr;
-    } else if (!builder.Add(retained(walk.Object()), 0)) {
-      return nullptr;
-    }
-  }
-  return walk.Fault() == nullptr ? builder.TakeRoot() : nullptr;
+  return HostGuard<CFPropertyListRef>(nullptr, [=] { return DeepCopy(list, mutability); });
 }

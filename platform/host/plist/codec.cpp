@@ -46,8 +46,8 @@ CFPropertyListFormat HostRecognisePlist(const UInt8* bytes, size_t count) {
 
 CFPropertyListRef HostReadPlist(const UInt8* bytes, size_t count, const HostPlistRequest& request,
                                 CFPropertyListFormat* format, HostPropertyListError* error) {
-  *format = HostRecognisePlist(bytes, count);
   try {
+    *format = HostRecognisePlist(bytes, count);
     switch (*format) {
       case kCFPropertyListBinaryFormat_v1_0:
         return HostReadPlistBinary(bytes, count, request, error);

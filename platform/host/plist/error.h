@@ -3,8 +3,9 @@
 #include <cstddef>
 #include <string>
 
-// The text of an error that says nothing about the list: memory ran out.
-inline constexpr char kHostPlistNoMemory[] = "there is no memory left";
+// The text of an error that says nothing about the list: memory ran out. So short that a string
+// holds it without memory.
+inline constexpr char kHostPlistNoMemory[] = "no memory left";
 
 // Why bytes are not a property list, or why a list cannot be written. A plain value.
 struct HostPropertyListError {

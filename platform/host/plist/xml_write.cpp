@@ -2,6 +2,7 @@
 #include <charconv>
 #include <cstring>
 
+#include "platform/host/base/guard.h"
 #include "platform/host/base/leaf_text.h"
 #include "platform/host/objects/cf_container.h"
 #include "platform/host/objects/cf_data.h"
@@ -301,5 +302,9 @@ bool XMLWriter::Write(CFPropertyListRef list, HostPropertyListError* error) {
 }  // namespace
 
 bool HostWritePlistXML(CFPropertyListRef list, HostPlistSink& sink, HostPropertyListError* error) {
-  return XMLWriter(sink).Write(list, error);
+  if (bool isWritten = false; HostGuard([&] { isWritten = XMLWriter(sink).Write(list, error); })) {
+    return isWritten;
+  }
+  *error = {kHostPlistNoMemory, ""};
+  return false;
 }

@@ -2,10 +2,12 @@
 
 #include <servers/bootstrap.h>
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 #include "platform/host/base/descriptors.h"
@@ -16,8 +18,14 @@
 
 namespace {
 
+// Texts are looked up as they are: a look-up must not fail for lack of memory.
+struct TextHash {
+  using is_transparent = void;
+  size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
+};
+
 struct Services {
-  std::unordered_map<std::string, mach_port_t> ports;
+  std::unordered_map<std::string, mach_port_t, TextHash, std::equal_to<>> ports;
   const Services* inherited = nullptr;  // a forked child's: what it does not use, and keeps
 };
 
@@ -83,7 +91,7 @@ kern_return_t HostWithdrawService(const char* service) {
 mach_port_t HostFindOwnService(const char* service) {
   const std::lock_guard<HostMutex> lock(*sMutex);
   if (sServices == nullptr || sServices->ports.empty()) return MACH_PORT_NULL;
-  const auto found = sServices->ports.find(service);
+  const auto found = sServices->ports.find(std::string_view(service));
   return found == sServices->ports.end() ? MACH_PORT_NULL : found->second;
 }
 

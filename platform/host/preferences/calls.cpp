@@ -1,37 +1,29 @@
 #include <CoreFoundation/CFPreferences.h>
 
+#include <atomic>
 #include <string>
 #include <vector>
 
+#include "platform/host/base/guard.h"
 #include "platform/host/objects/cf_array.h"
 #include "platform/host/preferences/search.h"
 
 namespace {
 
-void RemoveKeys(HostPreferencesFile& file, CFArrayRef keys) {
-  for (CFIndex i = 0; i < CFArrayGetCount(keys); i++) {
-    file.Set(static_cast<CFStringRef>(CFArrayGetValueAtIndex(keys, i)), nullptr);
-  }
+// A value was set while there was no memory to find the file it belongs to. The next commit reports
+// it, whichever file that is of.
+constinit std::atomic<bool> sIsValueLost{false};
+
+template <class Use>
+void WithFileToSet(CFStringRef application, CFStringRef user, CFStringRef host, Use use) {
+  const bool isDone = HostGuard([&] {
+    HostPreferencesFile* const file = HostFindPreferencesFile(application, user, host);
+    if (file != nullptr) use(*file);
+  });
+  if (!isDone) sIsValueLost.store(true);
 }
 
-void SetPair(const void* key, const void* value, void* context) {
-  static_cast<HostPreferencesFile*>(context)->Set(static_cast<CFStringRef>(key), value);
-}
-
-CFMutableDictionaryRef NewTable() {
-  return CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                   &kCFTypeDictionaryValueCallBacks);
-}
-
-}  // namespace
-
-CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef application, CFStringRef user,
-                                         CFStringRef host) {
-  HostPreferencesFile* const file = HostFindPreferencesFile(application, user, host);
-  return file != nullptr ? file->CopyValue(key) : nullptr;
-}
-
-CFArrayRef CFPreferencesCopyKeyList(CFStringRef application, CFStringRef user, CFStringRef host) {
+CFArrayRef CopyKeyList(CFStringRef application, CFStringRef user, CFStringRef host) {
   HostPreferencesFile* const file = HostFindPreferencesFile(application, user, host);
   if (file == nullptr) return nullptr;
   const HostRetained<HostCFDictionary> all = file->CopyAll();
@@ -42,8 +34,13 @@ CFArrayRef CFPreferencesCopyKeyList(CFStringRef application, CFStringRef user, C
   return CFArrayCreate(kCFAllocatorDefault, keys.data(), count, &kCFTypeArrayCallBacks);
 }
 
-CFDictionaryRef CFPreferencesCopyMultiple(CFArrayRef keys, CFStringRef application,
-                                          CFStringRef user, CFStringRef host) {
+CFMutableDictionaryRef NewTable() {
+  return CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
+                                   &kCFTypeDictionaryValueCallBacks);
+}
+
+CFDictionaryRef CopyMultiple(CFArrayRef keys, CFStringRef application, CFStringRef user,
+                             CFStringRef host) {
   HostPreferencesFile* const file = HostFindPreferencesFile(application, user, host);
   if (file == nullptr) return NewTable();
   HostRetained<HostCFDictionary> all = file->CopyAll();
@@ -56,23 +53,55 @@ CFDictionaryRef CFPreferencesCopyMultiple(CFArrayRef keys, CFStringRef applicati
   return some;
 }
 
+void RemoveKeys(HostPreferencesFile& file, CFArrayRef keys) {
+  for (CFIndex i = 0; i < CFArrayGetCount(keys); i++) {
+    file.Set(static_cast<CFStringRef>(CFArrayGetValueAtIndex(keys, i)), nullptr);
+  }
+}
+
+void SetPair(const void* key, const void* value, void* context) {
+  static_cast<HostPreferencesFile*>(context)->Set(static_cast<CFStringRef>(key), value);
+}
+
+}  // namespace
+
+CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef application, CFStringRef user,
+                                         CFStringRef host) {
+  return HostGuard<CFPropertyListRef>(nullptr, [&] {
+    HostPreferencesFile* const file = HostFindPreferencesFile(application, user, host);
+    return file != nullptr ? file->CopyValue(key) : nullptr;
+  });
+}
+
+CFArrayRef CFPreferencesCopyKeyList(CFStringRef application, CFStringRef user, CFStringRef host) {
+  return HostGuard<CFArrayRef>(nullptr, [=] { return CopyKeyList(application, user, host); });
+}
+
+CFDictionaryRef CFPreferencesCopyMultiple(CFArrayRef keys, CFStringRef application,
+                                          CFStringRef user, CFStringRef host) {
+  return HostGuard<CFDictionaryRef>(nullptr,
+                                    [=] { return CopyMultiple(keys, application, user, host); });
+}
+
 void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef application,
                            CFStringRef user, CFStringRef host) {
-  if (HostPreferencesFile* const file = HostFindPreferencesFile(application, user, host))
-    file->Set(key, value);
+  WithFileToSet(application, user, host, [=](HostPreferencesFile& file) { file.Set(key, value); });
 }
 
 void CFPreferencesSetMultiple(CFDictionaryRef toSet, CFArrayRef toRemove, CFStringRef application,
                               CFStringRef user, CFStringRef host) {
-  HostPreferencesFile* const file = HostFindPreferencesFile(application, user, host);
-  if (file == nullptr) return;
-  RemoveKeys(*file, toRemove);
-  CFDictionaryApplyFunction(toSet, SetPair, file);
+  WithFileToSet(application, user, host, [=](HostPreferencesFile& file) {
+    RemoveKeys(file, toRemove);
+    CFDictionaryApplyFunction(toSet, SetPair, &file);
+  });
 }
 
 Boolean CFPreferencesSynchronize(CFStringRef application, CFStringRef user, CFStringRef host) {
-  HostPreferencesFile* const file = HostFindPreferencesFile(application, user, host);
-  return file != nullptr && file->Synchronize();
+  const bool isWritten = HostGuard(false, [=] {
+    HostPreferencesFile* const file = HostFindPreferencesFile(application, user, host);
+    return file != nullptr && file->Synchronize();
+  });
+  return !sIsValueLost.exchange(false) && isWritten;
 }
 
 CFPropertyListRef CFPreferencesCopyAppValue(CFStringRef key, CFStringRef application) {

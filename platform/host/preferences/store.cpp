@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/host/base/guard.h"
 #include "platform/host/objects/cf_number.h"
 #include "platform/host/preferences/commit.h"
 
@@ -114,7 +115,10 @@ void HostPreferencesFile::LogOnce(const std::string& problem, std::string* last)
 
 void HostPreferencesFile::Refresh() {
   if (wasRead && content.isSettled && HostStampOfFile(place.path) == content.stamp) return;
-  Adopt(HostReadPreferences(place.path, place.path));
+  // Without memory for it, what was read before stays the answer, and the next read tries again.
+  if (!HostGuard([this] { Adopt(HostReadPreferences(place.path, place.path)); })) {
+    content.isSettled = false;
+  }
 }
 
 // Takes over what was read. Values that have not changed stay the same objects.
@@ -189,18 +193,27 @@ HostRetained<HostCFDictionary> HostPreferencesFile::CopyAll() {
 
 void HostPreferencesFile::Set(CFStringRef key, CFPropertyListRef value) {
   const bool isKey = HostCast<HostCFString>(key) != nullptr;
-  const CFPropertyListRef copy = isKey && value != nullptr ? CopyForFile(key, value) : nullptr;
+  HostRetained<const HostCFObject> made;
+  if (isKey && value != nullptr) {
+    HostGuard([&] {
+      made = HostRetained<const HostCFObject>(
+          static_cast<const HostCFObject*>(CopyForFile(key, value)));
+    });
+  }
+  const CFPropertyListRef copy = made.Get();
   const std::lock_guard<std::mutex> lock(mutex);
   if (!changes) changes = NewTable();
   if (!isKey || !changes || (value != nullptr && copy == nullptr)) {
     wasValueRefused = true;
   } else {
-    const CFTypeRef kept = copy != nullptr ? KnownValue(key, copy) : &gHostRemovedPreference;
-    const HostPair* const old = changes->Find(key);
-    if (old != nullptr && old->value != kept) former.Keep(old->value);
-    if (!changes->Set(key, kept)) wasValueRefused = true;
+    const bool isSet = HostGuard(false, [&] {
+      const CFTypeRef kept = copy != nullptr ? KnownValue(key, copy) : &gHostRemovedPreference;
+      const HostPair* const old = changes->Find(key);
+      if (old != nullptr && old->value != kept) former.Keep(old->value);
+      return changes->Set(key, kept);
+    });
+    if (!isSet) wasValueRefused = true;
   }
-  if (copy != nullptr) CFRelease(copy);
 }
 
 // Stores a copy of the changes, or null if there are none. Returns false without memory.
@@ -233,14 +246,16 @@ bool HostPreferencesFile::Synchronize() {
   if (!taken) return !wasRefused;
   HostPreferencesContent fresh;
   std::string problem;
-  const bool isWritten = HostCommitPreferences(place, *taken.Get(), &fresh, &problem);
+  const bool isWritten = HostGuard(
+      false, [&] { return HostCommitPreferences(place, *taken.Get(), &fresh, &problem); });
   const std::lock_guard<std::mutex> lock(mutex);
-  if (isWritten) {
-    Finish(*taken.Get(), std::move(fresh));
-  } else {
+  // What the disk has is written, also without memory to note it: what was set then stays set, and
+  // the next commit finds nothing to change.
+  HostGuard([&] {
+    if (isWritten) return Finish(*taken.Get(), std::move(fresh));
     LogOnce(problem, problem == fresh.problem ? &lastRefusal : &lastFailure);
     lastFailure = problem;
-  }
+  });
   return isWritten && !wasRefused;
 }
 

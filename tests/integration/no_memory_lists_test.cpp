@@ -1,0 +1,171 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "plist/dictionary.h"
+#include "plist/preferences.h"
+#include "tests/support/failing_allocations.h"
+#include "tests/support/open_descriptor_check.h"
+#include "tests/support/scratch_folder.h"
+
+// What one thread does with property lists and preferences while an allocation fails.
+
+namespace {
+
+constexpr CFPropertyListFormat kXML = kCFPropertyListXMLFormat_v1_0;
+constexpr CFPropertyListFormat kBinary = kCFPropertyListBinaryFormat_v1_0;
+
+OSStatus Fill(VLTDictionary& dictionary, int first) {
+  static constexpr unsigned char kBytes[] = {1, 2, 3, 4, 5, 6, 7, 8, 9};
+  VLTDictionary inner;
+  OSStatus err = inner.setCString("name", "a value inside that is long enough to need a block");
+  for (int i = 0; err == 0 && i < 12; i++) {
+    const std::string key = "key " + std::to_string(i);
+    err = dictionary.setInteger(key.c_str(), first + i);
+  }
+  if (err == 0) err = dictionary.setDouble("real", 1.5);
+  if (err == 0) err = dictionary.setData("data", kBytes, sizeof kBytes);
+  if (err == 0) err = dictionary.setCString("text", "text");
+  if (err == 0) err = dictionary.setDictionary("inner", inner);
+  return err;
+}
+
+CFURLRef NewURL(const std::string& path) {
+  return CFURLCreateFromFileSystemRepresentation(kCFAllocatorDefault,
+                                                 reinterpret_cast<const UInt8*>(path.data()),
+                                                 static_cast<CFIndex>(path.size()), false);
+}
+
+class ListsWithoutMemory : public testing::Test {
+ protected:
+  const ScratchFolder folder;
+  const std::string path = folder.Path("list.plist");
+  OpenDescriptorCheck noLeaks;
+};
+
+size_t EntriesOf(const std::string& folder) {
+  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+}
+
+TEST_F(ListsWithoutMemory, SettingLeavesAValueOldOrNew) {
+  VLTDictionary dictionary;
+  ASSERT_EQ(0, dictionary.setCString("text", "old"));
+  bool isNew = false;
+  SweepAllocations({"set in a dictionary",
+                    [&] {
+                      const OSStatus err = dictionary.setCString("text", isNew ? "old" : "new");
+                      if (err == 0) isNew = !isNew;
+                      return err;
+                    },
+                    {memFullErr},
+                    [&](OSStatus) {
+                      char text[8] = "";
+                      UInt32 length = 0;
+                      EXPECT_EQ(0, dictionary.getCString("text", text, sizeof text, length));
+                      EXPECT_STREQ(isNew ? "new" : "old", text);
+                    }});
+}
+
+TEST_F(ListsWithoutMemory, SavingReplacesTheFileOrLeavesIt) {
+  VLTDictionary dictionary;
+  ASSERT_EQ(0, Fill(dictionary, 100));
+  for (const CFPropertyListFormat format : {kXML, kBinary}) {
+    ASSERT_EQ(0, VLTDictionary().save(path.c_str(), kXML));
+    const std::string before = ReadFile(path);
+    const CFURLRef url = NewURL(path);
+    SweepAllocations({format == kXML ? "save XML" : "save binary",
+                      [&] { return dictionary.save(url, format); },
+                      {memFullErr, fnfErr},
+                      [&](OSStatus err) {
+                        EXPECT_EQ(1u, EntriesOf(folder.Path()));
+                        if (err != 0) return;
+                        VLTDictionary read;
+                        int value = 0;
+                        EXPECT_EQ(0, read.load(path.c_str(), false));
+                        EXPECT_EQ(dictionary.getCount(), read.getCount());
+                        EXPECT_EQ(0, read.getInteger("key 11", value));
+                        EXPECT_EQ(111, value);
+                        EXPECT_EQ(0, VLTDictionary().save(path.c_str(), kXML));
+                      }});
+    EXPECT_EQ(before, ReadFile(path));
+    CFRelease(url);
+  }
+}
+
+TEST_F(ListsWithoutMemory, SavingToMemoryGivesAllOrAnError) {
+  VLTDictionary dictionary;
+  ASSERT_EQ(0, Fill(dictionary, 100));
+  SweepAllocations({"save to memory",
+                    [&] {
+                      char* bytes = nullptr;
+                      UInt32 length = 0;
+                      const OSStatus err = dictionary.save(&bytes, &length, kXML);
+                      EXPECT_TRUE(err != 0 || length > 500u);
+                      VLTDictionaryBase::PtrFree(bytes);
+                      return err;
+                    },
+                    {memFullErr, fnfErr}});
+}
+
+TEST_F(ListsWithoutMemory, LoadingReplacesAllOrNothing) {
+  VLTDictionary written;
+  ASSERT_EQ(0, Fill(written, 100));
+  for (const CFPropertyListFormat format : {kXML, kBinary}) {
+    const CFURLRef url = NewURL(path);
+    ASSERT_EQ(0, written.save(url, format));
+    SweepAllocations({format == kXML ? "load XML" : "load binary",
+                      [&] {
+                        VLTDictionary dictionary;
+                        const OSStatus set = dictionary.setInteger("old", 1);
+                        if (set != 0) return set;
+                        const OSStatus err = dictionary.load(url, false);
+                        const CFIndex expected = err == 0 ? written.getCount() : 1;
+                        EXPECT_EQ(expected, dictionary.getCount());
+                        return err;
+                      },
+                      {memFullErr, fnfErr}});
+    CFRelease(url);
+  }
+}
+
+// Preferences of the current user, in a folder of the test's.
+class PreferencesWithoutMemory : public ListsWithoutMemory {
+ protected:
+  const ScopedVariable config{"XDG_CONFIG_HOME", folder.Path().c_str()};
+};
+
+TEST_F(PreferencesWithoutMemory, SettingAndCommitting) {
+  const char* const kApplication = "com.example.memory";
+  {
+    VLTPreferences preferences(kApplication, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+    ASSERT_EQ(0, preferences.setInteger("kept", 5));
+    ASSERT_EQ(0, preferences.setCString("changed", "at first"));
+    ASSERT_EQ(0, preferences.commit());
+  }
+  int number = 0;
+  SweepAllocations(
+      {"set and commit",
+       [&] {
+         VLTPreferences preferences(kApplication, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+         OSStatus err = preferences.setCString(
+             "changed", number++ % 2 == 0 ? "some longer text" : "another text");
+         if (err == 0) err = preferences.commit();
+         return err;
+       },
+       {memFullErr, fnfErr, paramErr},
+       [&](OSStatus err) {
+         VLTPreferences preferences(kApplication, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+         int kept = 0;
+         EXPECT_EQ(0, preferences.getInteger("kept", kept));
+         EXPECT_EQ(5, kept);
+         char text[32] = "";
+         UInt32 length = 0;
+         EXPECT_EQ(0, preferences.getCString("changed", text, sizeof text, length));
+         EXPECT_NE(0u, length);
+         // A value that was lost is reported by the next commit that gets as far.
+         EXPECT_TRUE(err == 0 || preferences.commit() == 0 || preferences.commit() == 0);
+       }});
+}
+
+}  // namespace
