@@ -131,6 +131,33 @@ TEST_F(EventsWithoutMemory, FlatteningAndDecoding) {
   AEDisposeDesc(&address);
 }
 
+// A source and a timer: made, added, and gone again whatever had failed.
+TEST_F(EventsWithoutMemory, SourcesAndTimersComeAndGo) {
+  CFRunLoopRef loop = CFRunLoopGetCurrent();
+  SweepAllocations(
+      {"source and timer",
+       [loop] {
+         CFRunLoopSourceContext context = {};
+         CFRunLoopSourceRef source = CFRunLoopSourceCreate(kCFAllocatorDefault, 0, &context);
+         CFRunLoopTimerRef timer =
+             CFRunLoopTimerCreate(kCFAllocatorDefault, 1e10, 0, 0, 0, nullptr, nullptr);
+         CFRunLoopAddSource(loop, source, kCFRunLoopDefaultMode);
+         CFRunLoopAddSource(loop, source, kCFRunLoopCommonModes);
+         CFRunLoopAddTimer(loop, timer, kCFRunLoopDefaultMode);
+         const bool isAdded = CFRunLoopContainsSource(loop, source, kCFRunLoopDefaultMode) &&
+                              CFRunLoopContainsTimer(loop, timer, kCFRunLoopDefaultMode);
+         CFRunLoopRemoveSource(loop, source, kCFRunLoopCommonModes);
+         CFRunLoopSourceInvalidate(source);
+         CFRunLoopRemoveTimer(loop, timer, kCFRunLoopDefaultMode);
+         EXPECT_FALSE(CFRunLoopContainsSource(loop, source, kCFRunLoopDefaultMode));
+         EXPECT_FALSE(CFRunLoopContainsTimer(loop, timer, kCFRunLoopDefaultMode));
+         if (source != nullptr) CFRelease(source);
+         if (timer != nullptr) CFRelease(timer);
+         return isAdded ? 0 : OSStatus{memFullErr};
+       },
+       {memFullErr}});
+}
+
 OSStatus Refuse(UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return errAEEventNotHandled; }
 
 // Claiming a name and giving it back, with all that a listener does around that.

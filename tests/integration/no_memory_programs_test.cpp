@@ -4,17 +4,26 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <map>
 #include <thread>
 
 #include "aeport/port_listener.h"
+#include "clients/session_monitor.h"
+#include "daemon/event_service.h"
+#include "daemon/session_monitor.h"
+#include "plist/dictionary.h"
 #include "tests/aeport/serving.h"
 #include "tests/integration/process_use.h"
 #include "tests/support/failing_allocations.h"
 #include "tests/support/open_descriptor_check.h"
+#include "tests/support/scratch_folder.h"
 #include "tests/support/test_role.h"
+#include "tools/tool.h"
+#include "tools/verbs/verb.h"
 
-// Whole programs while an allocation fails: a server with a client of another process.
+// Whole programs while an allocation fails: a server with a client of another process, the session
+// daemon, and the tool.
 
 namespace {
 
@@ -140,6 +149,147 @@ TEST(ServerWithoutMemory, AnswersTheRequestWithAMemoryErrorAndServesTheNext) {
 
 TEST(ServerWithoutMemory, AcceptsAConnectionLaterWithoutLosingIt) {
   SweepServer("accept and dispatch", true);
+}
+
+// Programs that end by themselves. Arguments: the number of the allocation, the kind of failure.
+
+void ArmAsTold(TestRole& role) {
+  const auto kind =
+      role.Argument(1) == "one" ? AllocationFailure::kOne : AllocationFailure::kAllFromThere;
+  ArmAllocationFailureOfProcess(role.NumberArgument(0), kind, role.Pipe());
+}
+
+TEST_ROLE(QuittingDaemon) {
+  char name[] = "vltsessiond";
+  char option[] = "-q";
+  char* words[] = {name, option, nullptr};
+  signal(SIGUSR2, [](int) { DisarmAllocationFailure(); });
+  ArmAsTold(role);
+  try {
+    ParseSessionDaemonOptions(2, words);
+    SetSessionDaemonLogfileName();
+    return sessionMonitor();
+  } catch (...) {
+    return 1;
+  }
+}
+
+// What follows is a command line of the tool.
+TEST_ROLE(Tool) {
+  std::vector<std::string> words;
+  for (int i = 2; i < role.NumberOfArguments(); i++) words.push_back(role.Argument(i));
+  ArmAsTold(role);
+  try {
+    return RunTool(words);
+  } catch (const std::bad_alloc&) {
+    return kExitGeneral;
+  }
+}
+
+constexpr int kQuitAgain = 1000;  // among the outcomes
+
+struct ProgramSweep {
+  const char* name;
+  const char* role;
+  std::vector<std::string> words;
+  std::set<int> refusals;                 // exit statuses beside 0
+  std::function<void(int status)> check;  // after each run
+  bool mayNeedQuit = false;               // else it ends by itself
+};
+
+// Waits for a program's end. One that lost its own quit event for lack of memory serves on, as any
+// server does after an event that nobody waits for: it gets the memory back and another one.
+std::optional<int> WaitForEnd(const ProgramSweep& sweep, TestProcess& program, Outcomes& outcomes) {
+  if (sweep.mayNeedQuit) {
+    if (const std::optional<int> status = program.Wait(500ms)) return status;
+    outcomes[kQuitAgain]++;
+    program.Signal(SIGUSR2);
+    SMQuitDaemon();
+  }
+  return program.Wait(20s);
+}
+
+void SweepProgram(const ProgramSweep& sweep) {
+  for (const AllocationFailure kind : kKinds) {
+    Outcomes outcomes;
+    int number = 1;
+    for (;; number++) {
+      SCOPED_TRACE(std::string(sweep.name) + ", " + NameOf(kind) + " from " +
+                   std::to_string(number));
+      std::vector<std::string> words = {std::to_string(number), NameOf(kind)};
+      words.insert(words.end(), sweep.words.begin(), sweep.words.end());
+      TestProcess program(sweep.role, words);
+      const std::optional<int> status = WaitForEnd(sweep, program, outcomes);
+      const bool hasFailed = program.Hear(0ms) == "failed";
+      ASSERT_TRUE(status);
+      EXPECT_TRUE(*status == 0 || (hasFailed && sweep.refusals.contains(*status))) << *status;
+      sweep.check(*status);
+      if (!hasFailed || testing::Test::HasFailure()) break;
+      outcomes[*status]++;
+    }
+    Print(sweep.name, kind, number - 1, outcomes);
+  }
+}
+
+TEST(DaemonWithoutMemory, EndsInOrderAndLeavesNoName) {
+  OpenDescriptorCheck noLeaks;
+  SweepProgram({"daemon -q",
+                "QuittingDaemon",
+                {},
+                {},
+                [](int) { EXPECT_TRUE(WaitForNoPort(kSessionDaemonPortName, 20s)); },
+                true});
+}
+
+size_t EntriesOf(const std::string& folder) {
+  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+}
+
+TEST(ToolWithoutMemory, LeavesAFileOldOrNew) {
+  OpenDescriptorCheck noLeaks;
+  const ScratchFolder folder;
+  const std::string old =
+      "<?xml version=\"1.0\"?>\n<plist><dict><key>a</key><integer>1</integer></dict></plist>\n";
+  const std::string path = folder.File("list.plist", old);
+  const std::string expected = [&] {
+    VLTDictionary list;
+    EXPECT_EQ(0, list.load(path.c_str(), false));
+    EXPECT_EQ(0, list.setInteger("a", 2));
+    EXPECT_EQ(0, list.save(path.c_str(), kCFPropertyListXMLFormat_v1_0));
+    return ReadFile(path);
+  }();
+  folder.File("list.plist", old);
+  SweepProgram(
+      {"plist set", "Tool", {"plist", "set", path, "a", "2"}, {kExitGeneral}, [&](int status) {
+         EXPECT_EQ(1u, EntriesOf(folder.Path()));
+         EXPECT_EQ(status == 0 ? expected : old, ReadFile(path));
+         folder.File("list.plist", old);
+       }});
+}
+
+TEST(ToolWithoutMemory, LeavesPreferencesOldOrNew) {
+  OpenDescriptorCheck noLeaks;
+  const ScratchFolder folder;
+  const ScopedVariable config("XDG_CONFIG_HOME", folder.Path().c_str());
+  const std::string path = folder.Path("veltrane/preferences/com.example.tool.plist");
+  const auto write = [&](const char* value) {
+    return RunTool({"prefs", "write", "com.example.tool", "key", value});
+  };
+  const auto isThere = [&](const char* value) {
+    return ReadFile(path).find(value) != std::string::npos;
+  };
+  ASSERT_EQ(0, write("before"));
+  ASSERT_TRUE(isThere("before"));
+  SweepProgram({"prefs write",
+                "Tool",
+                {"prefs", "write", "com.example.tool", "key", "after"},
+                {kExitGeneral, kExitRefused},
+                [&](int status) {
+                  EXPECT_TRUE(isThere(status == 0 ? "after" : "before")) << ReadFile(path);
+                  EXPECT_EQ(2u, EntriesOf(folder.Path("veltrane/preferences")));  // and its lock
+                  folder.File("veltrane/preferences/com.example.tool.plist",
+                              "<plist><dict><key>key</key><string>before</string></dict></plist>");
+                }});
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 
 #include "platform/host/base/guard.h"
 #include "platform/host/objects/cf_number.h"
+#include "platform/host/plist/error.h"
 #include "platform/host/preferences/commit.h"
 
 // How values are found and kept.
@@ -249,6 +250,7 @@ bool HostPreferencesFile::Synchronize() {
   const bool isWritten = HostGuard(
       false, [&] { return HostCommitPreferences(place, *taken.Get(), &fresh, &problem); });
   const std::lock_guard<std::mutex> lock(mutex);
+  if (!isWritten && problem.empty()) problem = kHostPlistNoMemory;
   // What the disk has is written, also without memory to note it: what was set then stays set, and
   // the next commit finds nothing to change.
   HostGuard([&] {
