@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cassert>
 
 #include "tools/output.h"
 #include "tools/values/port_text.h"
@@ -10,6 +11,7 @@
 void PrintTable(const std::vector<TableRow>& rows) {
   std::vector<size_t> widths;
   for (const TableRow& row : rows) {
+    assert(row.size() == rows.front().size());
     widths.resize(row.size());
     for (size_t i = 0; i + 1 < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
   }

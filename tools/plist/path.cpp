@@ -1,5 +1,6 @@
 #include "tools/plist/path.h"
 
+#include <cassert>
 #include <charconv>
 #include <cstddef>
 
@@ -128,6 +129,7 @@ CFTypeRef FindInPlist(CFTypeRef list, const PlistPath& path, std::string& proble
 
 bool ChangePlist(CFTypeRef list, const PlistPath& path, PlistChange change, CFTypeRef value,
                  std::string& problem) {
+  assert(!path.empty());
   problem.clear();
   CFTypeRef container = FindInPlist(list, {path.begin(), path.end() - 1}, problem);
   if (container == nullptr) return false;

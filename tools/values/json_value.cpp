@@ -1,5 +1,6 @@
 #include "tools/values/json_value.h"
 
+#include <cassert>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -194,6 +195,7 @@ std::string JsonValue::Plain() const {
 }
 
 JsonValue& JsonValue::Add(std::string name, JsonValue member) {
+  assert(AsObject() != nullptr);
   return std::get<Object>(value).emplace_back(std::move(name), std::move(member)).second;
 }
 

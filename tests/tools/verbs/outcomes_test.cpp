@@ -6,12 +6,15 @@
 #include <string>
 #include <vector>
 
+#include <servers/bootstrap.h>
+
 #include "aeport/port_listener.h"
 #include "launch/launch_spec.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 #include "tests/tools/verbs/verb_runner.h"
+#include "tools/values/error_names.h"
 
 // A table of verb by outcome: exit status, JSON, and what standard error says. What a file or an
 // application brings about is in the tests of plist, prefs and launch.
@@ -77,6 +80,25 @@ constexpr struct {
     {"-1706", "errAENewerVersion", 5, 7},
     {"-108", "memFullErr", 5, 7},
 };
+
+// Of looking a port up and of sending, also those that no process here can bring about.
+TEST(VerbOutcomes, EachFailureOfTheTransportHasItsOwnStatus) {
+  const struct {
+    OSStatus error;
+    int status;
+  } rows[] = {{noErr, 0},
+              {BOOTSTRAP_UNKNOWN_SERVICE, 3},
+              {procNotFound, 3},
+              {errAETimeout, 4},
+              {BOOTSTRAP_NOT_PRIVILEGED, 5},
+              {connectionInvalid, 6},
+              {errAECorruptData, 7},
+              {errAENewerVersion, 7},
+              {memFullErr, 7},
+              {paramErr, 1},
+              {-31999, 1}};
+  for (const auto& row : rows) EXPECT_EQ(row.status, ExitForStatus(row.error)) << row.error;
+}
 
 TEST(VerbOutcomes, AnErrorReplyGivesTheStatusOfItsNumber) {
   OpenDescriptorCheck noLeaks;
