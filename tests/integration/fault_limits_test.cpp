@@ -30,6 +30,7 @@ namespace {
 using Unread = FaultTest;
 using PartialFrames = FaultTest;
 using AbandonedRequests = FaultTest;
+using LargeEvents = FaultTest;
 
 constexpr SInt32 kMegabyte = 1 << 20;
 
@@ -160,7 +161,7 @@ TEST_F(AbandonedRequests, ThatTimedOutInTheMiddleOfTheFrameArriveBeforeTheNext) 
 }
 
 // Large parameters travel as pieces of their own, of which the kernel takes so many at a time.
-TEST_F(AbandonedRequests, AndEventsOfManyLargeParametersArriveWhole) {
+TEST_F(LargeEvents, OfManyParametersArriveWholeInBothDirections) {
   const std::string data = PatternBytes(3000);
   RunOnThread([&] {
     mach_port_t port = MACH_PORT_NULL;

@@ -6,12 +6,12 @@
 // Partly received frames. They may take 64 MiB. While they take more, a connection that holds
 // kPartialAlways or more is refused (its receiver stops reading and asks again every 50 ms), except
 // the one whose frame began first among those that made progress within the last second: so one
-// frame after the other is completed. A connection whose frame has not grown for a second, be it
-// that nothing comes or that it is refused, is closed while the limit is exceeded: of the process
-// that holds most first. So nobody is kept waiting by frames that do not end. A second means a
-// second in which this process looked: the clock advances when a connection is refused or the
-// limits are enforced, and by kLongestTick at most, so that a handler that takes long does not make
-// its clients look idle.
+// frame after the other is completed. While the limit is exceeded, connections are closed whose
+// frame has not grown for a second, because nothing arrives or because they are refused: those of
+// the process that holds most first. So nobody is kept waiting by frames that do not end. A second
+// means a second in which this process looked. The clock advances when a connection is refused or
+// the limits are enforced, and by kLongestTick at most, so that a handler that takes long does not
+// make its clients look idle.
 //
 // File descriptors. When there are none left for a new connection, one connection of the process
 // that has most connections goes: the one that has been silent longest. A request that is being

@@ -213,7 +213,7 @@ void HostReceiver::AcceptAll() {
       case HostEndpoint::Outcome::kNobody:
         return;
       case HostEndpoint::Outcome::kShortage:
-        // Whose descriptor comes free, a receiver's lock must not be held for.
+        // The connection that is given up may be another receiver's, so no lock is held here.
         if (intake.FreeDescriptor()) continue;
         [[fallthrough]];
       case HostEndpoint::Outcome::kFailure: {
