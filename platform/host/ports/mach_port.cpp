@@ -7,6 +7,7 @@
 
 #include "platform/host/base/guard.h"
 #include "platform/host/ports/port_table.h"
+#include "platform/host/ports/receiver.h"
 #include "platform/host/ports/services.h"
 #include "platform/host/session/context_directory.h"
 #include "platform/host/session/name_registry.h"
