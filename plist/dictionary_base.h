@@ -37,8 +37,8 @@ class VLTDictionaryBase {
   static void PtrFree(char* block);
 
   // A setter replaces an existing value. The storage decides what a null value does: VLTDictionary
-  // changes nothing, VLTPreferences removes the key. If there is no memory for the key or the value,
-  // the setter returns memFullErr and the entry stays.
+  // changes nothing, VLTPreferences removes the key. If there is no memory for the key or the
+  // value, the setter returns memFullErr and the entry stays.
   OSStatus remove(StackCFString key);  // returns 0 for an absent key, too
   OSStatus setBoolean(StackCFString key, bool value);
   OSStatus setBoolean(StackCFString key, unsigned char value);
