@@ -69,8 +69,7 @@ TEST_F(AppErrorUtils, ReportsWithANoticeLogTheLengthByteToo) {
   VLTAppErrorUtils::sSysLogErrs = true;
   std::string text = "\2xymore";
   EXPECT_EQ(0, VLTAppErrorUtils::reportErrorNotify("who", text.data(), "f", 1, false));
-  // The log has a space for the length byte, which is a control character here.
-  EXPECT_EQ((Lines{"404 who Assert Failed: f line 1 :  xy", "5 xy"}), log.Lines());
+  EXPECT_EQ((Lines{"404 who Assert Failed: f line 1 : \x02xy", "5 xy"}), log.Lines());
   EXPECT_EQ((Lines{"xy"}), notices.Lines());
   EXPECT_EQ(1u, stops.Lines().size());
 }

@@ -48,7 +48,10 @@ bool HostLogSocket::Send(int priority, std::string_view text) {
   if ((priority & LOG_FACMASK) == 0) priority |= LOG_USER;
   char entry[kMaxHead + kMaxText];
   const size_t head = WriteHead(priority, entry);
-  std::memcpy(entry + head, text.data(), text.size());
+  // Control bytes could feign further entries or steer a terminal.
+  std::replace_copy_if(
+      text.begin(), text.end(), entry + head,
+      [](char byte) { return static_cast<unsigned char>(byte) < ' ' || byte == '\x7F'; }, ' ');
   return SendToLog(entry, head + text.size());
 }
 

@@ -15,8 +15,9 @@ class HostLogSocket {
   HostLogSocket(const HostLogSocket&) = delete;
   HostLogSocket& operator=(const HostLogSocket&) = delete;
 
-  // `priority`: level and facility; without a facility LOG_USER. `text` is one line of at most
-  // kMaxText bytes. The entry bears the program's short name and the process id.
+  // `priority`: level and facility; without a facility LOG_USER. `text` has at most kMaxText
+  // bytes; control bytes become spaces, so that an entry is one line. The entry bears the program's
+  // short name and the process id.
   void Write(int priority, std::string_view text);
 
   static constexpr size_t kMaxText = 2047;

@@ -17,16 +17,12 @@ constexpr size_t kMaxPrefix = 16;
 
 constinit HostLogSocket sLog{_PATH_LOG};
 
-// Formats into `entry` as one line: without the newline at its end, and with blanks for other
-// control bytes, which could feign further entries or steer a terminal.
-std::string_view FormatLine(char (&entry)[HostLogSocket::kMaxText + 1], const char* format,
-                            va_list arguments) {
+// Formats into `entry`, without the newline at the end.
+std::string_view Format(char (&entry)[HostLogSocket::kMaxText + 1], const char* format,
+                        va_list arguments) {
   const int size = vsnprintf(entry, sizeof entry, format, arguments);
   size_t length = std::min(static_cast<size_t>(std::max(size, 0)), sizeof entry - 1);
   if (length > 0 && entry[length - 1] == '\n') length--;
-  std::replace_if(
-      entry, entry + length,
-      [](char byte) { return static_cast<unsigned char>(byte) < ' ' || byte == '\x7F'; }, ' ');
   return {entry, length};
 }
 
@@ -49,7 +45,7 @@ void HostSyslog(int priority, const char* format, ...) {
   char entry[HostLogSocket::kMaxText + 1];
   va_list arguments;
   va_start(arguments, format);
-  const std::string_view text = FormatLine(entry, format, arguments);
+  const std::string_view text = Format(entry, format, arguments);
   va_end(arguments);
   if (!WriteToSink(priority, text)) sLog.Write(priority & kPriorityBits, text);
   errno = savedErrno;
