@@ -476,6 +476,9 @@ TEST(LaunchPauses, GrowToTenSecondsAndEndWhenTheProgramLives) {
     }
     Open(path, row.starts ? OSStatus{0} : OSStatus{kLSServerCommunicationErr});
     EXPECT_EQ(row.starts ? 1u : 0u, apps.Starts("it").size());
+    if (row.what == std::string("long ago")) {
+      EXPECT_LE(HostLaunchLock(ProgramIn(path)).Read().earlyEnds, 1);  // a new run has begun
+    }
     apps.ForgetStarts("it");
   }
   HostLaunchEntry lives = EntryOf(getpid());
