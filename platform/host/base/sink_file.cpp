@@ -13,12 +13,13 @@
 bool HostAppendToSink(const char* variable, std::string_view line) {
   const char* path = secure_getenv(variable);
   if (path == nullptr || path[0] == 0) return false;
-  const int fd = HostAboveStandard(open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
-  if (fd < 0) return false;
-
+  // Before the file is opened, because this needs memory.
   std::string text(line);
   std::replace(text.begin(), text.end(), '\n', ' ');
   text.push_back('\n');
+
+  const int fd = HostAboveStandard(open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
+  if (fd < 0) return false;
   ssize_t written;
   do {
     written = write(fd, text.data(), text.size());
