@@ -35,9 +35,9 @@
 // it calls; under `mutex` those of the intake and of the port table may be taken. What concerns
 // other receivers is left to the intake, which is called with `mutex` released. A forked child must
 // not use the parent's receivers: every operation there does nothing.
-class HostReceiver : public std::enable_shared_from_this<HostReceiver>,
-                     public HostPortObject,
-                     private HostIntakeMember {
+class HostReceiver final : public std::enable_shared_from_this<HostReceiver>,
+                           public HostPortObject,
+                           private HostIntakeMember {
  public:
   explicit HostReceiver(mach_port_t portName);
   ~HostReceiver();

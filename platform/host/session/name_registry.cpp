@@ -315,7 +315,7 @@ void RemoveStaleFiles(const HostContext& context) {
   if (count < skipped) {  // fewer than that: round once more
     rewinddir(directory.get());
     for (uint32_t left = count == 0 ? 0 : skipped % count; left > 0; left--) {
-      readdir(directory.get());
+      static_cast<void>(readdir(directory.get()));
     }
   }
   int removed = 0;
