@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+// This room finds, opens and lists applications.
+//
 // Application bundles are folders NAME.app with a description, Contents/Info.plist, and a program
 // in Contents/Linux/. Any thread.
 

@@ -2,6 +2,9 @@
 
 #include <cstdint>
 
+// This room is the machine without any platform idea: clock, mutexes, file descriptors, threads'
+// own objects, text encodings. It uses no other room.
+//
 // Every descriptor that the host layer keeps open is entered here, so that a forked child can give
 // up its copies: a right must die with its owner, not with the owner's last child. Any thread.
 

@@ -4,6 +4,8 @@
 
 #include "platform/host/events/value.h"
 
+// This room holds Apple Event descriptors, events, and how both become bytes and come back.
+//
 // Attributes of Apple Events, for the transport, the codec and the printer. Who has an event's
 // descriptor finds the event once (HostFindEvent) and passes it on. Threads as for all descriptors:
 // one event, one thread at a time.

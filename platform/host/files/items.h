@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+// This room is the File, Folder and Alias Manager.
+//
 // The items that file specs and file references refer to. A table of this process, with a lock,
 // gives folders their numbers. A number belongs to a path and to the folder (device, inode number
 // and birth time) that was there when the number was given out. Each use of the number checks that

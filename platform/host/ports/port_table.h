@@ -11,6 +11,9 @@
 class HostLocalWaiter;
 class HostPortObject;
 
+// This room is the transport: port rights, the connections of clients (conversation.h) and servers
+// (receiver.h), and sending.
+//
 // The names of this task's port rights. One name for each port, whatever rights are held; numbers
 // carry a generation and are not reused soon. Any thread. A forked child starts with an empty
 // table: it owns no rights.

@@ -8,6 +8,9 @@
 #include "platform/host/preferences/place.h"
 #include "platform/host/preferences/read.h"
 
+// This room is the preferences store: where the files are (place.h), reading and writing them
+// (read.h, commit.h), and what this process knows of them.
+//
 // The preferences of this process: a cache of the files that were read, and the values that were
 // set here and not yet written.
 

@@ -4,6 +4,8 @@
 
 #include "platform/host/processes/proc_status.h"
 
+// This room knows a process by pid and by serial number, and starts programs.
+//
 // A serial number consists of a process's start time in clock ticks (high; the low 32 bits, 0
 // counting as 1) and its pid (low). So it needs no registry, means the same in every process, and a
 // pid that is used again gives another number. Any thread.

@@ -2,6 +2,9 @@
 
 #include <string>
 
+// This room knows what all processes of a user share: the session directory and the port names in
+// it.
+//
 // The directory that is one user's session: the names/ and ports/ of everybody who speaks. Opened
 // and checked once, then reached only through its descriptors, so that nobody can put another in
 // its place. Any thread.

@@ -6,6 +6,9 @@
 #include "platform/host/wire/frame_buffer.h"
 #include "platform/host/wire/gather.h"
 
+// This room reads and writes frames as bytes, whoever sends them: headers, buffers, the list that
+// gathers an outgoing frame, and both directions of a stream.
+//
 // The 32 bytes in front of every message on a connection. All numbers are big-endian;
 // docs/protocol.md has the byte table.
 
