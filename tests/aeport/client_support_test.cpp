@@ -2,18 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include <pthread.h>
-#include <signal.h>
-
-#include <atomic>
 #include <chrono>
 #include <fstream>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tests/aeport/serving.h"
+#include "tests/support/repeated_signals.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/support/session_directory.h"
 
@@ -85,11 +81,7 @@ struct ClientSupport : testing::Test {
 };
 
 TEST_F(ClientSupport, ResultsWithoutAReplyAreClassifiedByTheirNumber) {
-  const struct {
-    OSStatus err;
-    bool isDisabled;
-    bool isClientError;
-  } rows[] = {
+  const std::tuple<OSStatus, bool, bool> rows[] = {
       {0, false, false},    {procNotFound, true, true},
       {-1712, true, true},  {connectionInvalid, true, true},
       {1099, false, true},  {1100, true, true},
@@ -97,48 +89,46 @@ TEST_F(ClientSupport, ResultsWithoutAReplyAreClassifiedByTheirNumber) {
       {1106, false, true},  {paramErr, false, true},
       {-1708, false, true}, {-1, false, true},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.err);
+  for (const auto& [err, isDisabled, isClientError] : rows) {
+    SCOPED_TRACE(err);
     ClearSinks();
     TestClient client;
-    EXPECT_EQ(row.isDisabled, client.IsServerDisabled(row.err));
-    EXPECT_EQ(row.isClientError, client.IsClientError(row.err, nullptr));
-    EXPECT_FALSE(client.IsServerError(row.err, nullptr));
-    client.HandleResult(row.err, nullptr, "Fn", nullptr);
-    EXPECT_EQ(row.isDisabled ? Lines{kGone} : Lines{}, NoticeLines());
-    EXPECT_EQ(row.err != 0 ? 1u : 0u, FailureLines().size());
+    EXPECT_EQ(isDisabled, client.IsServerDisabled(err));
+    EXPECT_EQ(isClientError, client.IsClientError(err, nullptr));
+    EXPECT_FALSE(client.IsServerError(err, nullptr));
+    client.HandleResult(err, nullptr, "Fn", nullptr);
+    EXPECT_EQ(isDisabled ? Lines{kGone} : Lines{}, NoticeLines());
+    EXPECT_EQ(err != 0 ? 1u : 0u, FailureLines().size());
   }
 }
 
 TEST_F(ClientSupport, LogEntriesAndNoticesHaveTheExactTexts) {
-  const struct {
-    const char *server, *client, *package;
-    const char* loggedServer;
-    const char *gone, *incompatible;
-  } rows[] = {
-      {"Srv", "Cli", "Pkg", "Srv", kGone, kIncompatible},
-      {nullptr, nullptr, nullptr, "(null)",
-       "The Server was disabled or removed. Please reinstall the Package.",
-       "The Client is incompatible with the Server. This is probably due to mismatched versions. "
-       "Please remove all old verisions of the Package and reinstall."},
-      {"100%s", "%n", "%d", "100%s", "The 100%s was disabled or removed. Please reinstall the %d.",
-       "The %n is incompatible with the 100%s. This is probably due to mismatched versions. Please "
-       "remove all old verisions of the %d and reinstall."},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.gone);
+  const std::tuple<const char*, const char*, const char*, const char*, const char*, const char*>
+      rows[] = {
+          {"Srv", "Cli", "Pkg", "Srv", kGone, kIncompatible},
+          {nullptr, nullptr, nullptr, "(null)",
+           "The Server was disabled or removed. Please reinstall the Package.",
+           "The Client is incompatible with the Server. This is probably due to mismatched versions. "
+           "Please remove all old verisions of the Package and reinstall."},
+          {"100%s", "%n", "%d", "100%s",
+           "The 100%s was disabled or removed. Please reinstall the %d.",
+           "The %n is incompatible with the 100%s. This is probably due to mismatched versions. Please "
+           "remove all old verisions of the %d and reinstall."},
+      };
+  for (const auto& [server, clientName, package, loggedServer, gone, incompatible] : rows) {
+    SCOPED_TRACE(gone);
     ClearSinks();
-    TestClient client(row.server, row.client, row.package);
+    TestClient client(server, clientName, package);
     // Before the first notice the names are as they were given.
     client.HandleResult(procNotFound, nullptr, "DMQuitDemon", nullptr);
     EXPECT_EQ(Lines{"404 DMQuitDemon() - Error -600 (fffffda8) sending message to " +
-                    std::string(row.loggedServer)},
+                    std::string(loggedServer)},
               FailureLines());
     client.setServerName("later");  // the texts are made by now
     client.NotifyServerDisabled(client.PrepareProtocolMessage());
     client.NotifyServerDisabled(client.PrepareNotifyMessage(nullptr));
     client.NotifyServerDisabled(client.PrepareNotifyMessage("own text"));
-    EXPECT_EQ((Lines{row.gone, row.incompatible, row.gone, "own text"}), NoticeLines());
+    EXPECT_EQ((Lines{gone, incompatible, gone, "own text"}), NoticeLines());
   }
 }
 
@@ -153,24 +143,20 @@ TEST_F(ClientSupport, LongNamesAreCutToTheSizeOfANotice) {
 
 TEST_F(ClientSupport, ARunOfFailuresIsReportedOnce) {
   constexpr OSStatus kDone = 0;
-  const struct {
-    bool notify, log, firstOnly;
-    std::vector<OSStatus> results;
-    size_t notices, lines;
-  } rows[] = {
+  const std::tuple<bool, bool, bool, std::vector<OSStatus>, size_t, size_t> rows[] = {
       {true, true, true, {-600, -1712, 1102, kDone, -600}, 2, 2},
       {true, true, true, {-600, -50, -600}, 1, 2},  // a client error ends no run
       {true, true, false, {-600, -600, -600}, 3, 3},
       {false, true, true, {-600, kDone, -600}, 0, 2},
       {true, false, true, {-600, kDone, -600}, 2, 0},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.results));
+  for (const auto& [notify, log, firstOnly, results, notices, lines] : rows) {
+    SCOPED_TRACE(testing::PrintToString(results));
     ClearSinks();
-    TestClient client(row.notify, row.log, row.firstOnly);
-    for (const OSStatus err : row.results) client.HandleResult(err, nullptr, "Fn", nullptr);
-    EXPECT_EQ(row.notices, NoticeLines().size());
-    EXPECT_EQ(row.lines, FailureLines().size());
+    TestClient client(notify, log, firstOnly);
+    for (const OSStatus err : results) client.HandleResult(err, nullptr, "Fn", nullptr);
+    EXPECT_EQ(notices, NoticeLines().size());
+    EXPECT_EQ(lines, FailureLines().size());
   }
 }
 
@@ -188,25 +174,6 @@ TEST_F(ClientSupport, TheBusyBitDoesNotSuppressTheNextNotice) {
   EXPECT_EQ(noErr, NMRemove(&TestClient::sNotificationRecord));  // nobody else removes it
 }
 
-// Several clients' failures at once share record and word.
-TEST_F(ClientSupport, NoticesFromSeveralThreadsAreWhole) {
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([] {
-      for (int round = 0; round < 25; ++round) {
-        TestClient client;
-        client.HandleResult(procNotFound, nullptr, "Fn", nullptr);
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  // Two that change the word at once may leave it set: then the later ones are held back.
-  EXPECT_GE(NoticeLines().size(), 1u);
-  for (const std::string& line : NoticeLines()) EXPECT_EQ(kGone, line);
-  EXPECT_EQ(100u, FailureLines().size());
-  TestClient::sNotificationFlags = 0;
-}
-
 TEST_F(ClientSupport, ConstructEventStopsAtTheFirstFailure) {
   VLTAEClientSupport plain;
   VLTPortDestinationAddress address;
@@ -222,32 +189,6 @@ TEST_F(ClientSupport, ConstructEventStopsAtTheFirstFailure) {
   EXPECT_EQ(1102, client.Request(kPing));  // only looks
 }
 
-// Signals at this thread all the time, with a handler and without SA_RESTART.
-class SignalStorm {
- public:
-  SignalStorm() {
-    struct sigaction action = {};
-    action.sa_handler = [](int) {};
-    sigaction(SIGUSR1, &action, &before);
-    thread = std::thread([this, target = pthread_self()] {
-      while (!done) {
-        pthread_kill(target, SIGUSR1);
-        std::this_thread::sleep_for(1ms);
-      }
-    });
-  }
-  ~SignalStorm() {
-    done = true;
-    thread.join();
-    sigaction(SIGUSR1, &before, nullptr);
-  }
-
- private:
-  struct sigaction before = {};
-  std::atomic<bool> done = false;
-  std::thread thread;
-};
-
 TEST_F(ClientSupport, ATimeOutIsFollowedByAWholeSecondAlsoUnderSignals) {
   VLTPortAEMachPortListener silent;  // nobody runs its loop
   TestClient client;
@@ -258,7 +199,7 @@ TEST_F(ClientSupport, ATimeOutIsFollowedByAWholeSecondAlsoUnderSignals) {
   VLTPortAppleEvent event(FourCC('t', 'e', 's', 't'), kPing, kAEWaitReply, nullptr,
                           kAutoGenerateReturnID, kAnyTransactionID);
   ASSERT_EQ(0, client.ConstructEvent(address, event, false));
-  const SignalStorm storm;
+  const RepeatedSignals signals;
   const auto before = std::chrono::steady_clock::now();
   EXPECT_EQ(errAETimeout, client.SendEvent(event, 0, 1, 1));
   EXPECT_GE(std::chrono::steady_clock::now() - before, 1s);

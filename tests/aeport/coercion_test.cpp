@@ -18,21 +18,15 @@ constexpr DescType kBest = FourCC('g', 'o', 'o', 'd');
 SInt32 CountOf(const std::vector<DescType>& types) { return static_cast<SInt32>(types.size()); }
 
 TEST_F(TypeLists, ChoosesTheTypeItselfOrWhatStandsForAWildCard) {
-  const struct {
-    const char* what;
-    DescType type;
-    std::vector<DescType> list;
-    DescType found;
-  } rows[] = {
+  const std::tuple<const char*, DescType, std::vector<DescType>, DescType> rows[] = {
       {"in the list", typeChar, {typeSInt32, typeChar}, typeChar},
       {"anything", typeWildCard, {typeSInt32}, kWild},
       // Meant: the first entry that differs decides.
       {"an equal later entry", typeBest, {typeSInt32, typeBest}, kBest},
       {"a wildcard entry is no match", typeChar, {typeWildCard, typeBest}, 0},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(row.found, OSTypeInList(row.type, row.list.data(), CountOf(row.list), kWild, kBest))
-        << row.what;
+  for (const auto& [what, type, list, found] : rows) {
+    EXPECT_EQ(found, OSTypeInList(type, list.data(), CountOf(list), kWild, kBest)) << what;
   }
   const DescType one = typeChar;
   EXPECT_EQ(0u, OSTypeInList(typeChar, nullptr, 1, kWild, kBest));
@@ -53,11 +47,7 @@ const Outcome kRefused = {errAECoercionFail, kOld};
 
 // One row serves a descriptor and plain bytes alike.
 TEST_F(Coercions, AFailureLeavesTheDestinationAlone) {
-  const struct {
-    Raw source;
-    DescType target;
-    Outcome outcome;
-  } rows[] = {
+  const std::tuple<Raw, DescType, Outcome> rows[] = {
       {Long(7), typeSInt32, {0, Long(7)}},
       {Long(7), typeWildCard, {0, Long(7)}},
       {{typeSInt32, "odd"}, typeSInt32, {0, {typeSInt32, "odd"}}},  // copied, not looked at
@@ -80,23 +70,22 @@ TEST_F(Coercions, AFailureLeavesTheDestinationAlone) {
       {{typeNull, ""}, typeNull, {0, {typeNull, ""}}},
       {Text({"a\0b", 3}), typeCString, {0, CText({"a\0b", 3})}},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.source) + " to " + CodeText(row.target));
+  for (const auto& [from, target, outcome] : rows) {
+    SCOPED_TRACE(testing::PrintToString(from) + " to " + CodeText(target));
     StDesc source, byDesc, byPtr;
-    Make(row.source, &source);
+    Make(from, &source);
     Make(kOld, &byDesc);
     Make(kOld, &byPtr);
-    OSStatus err = AECoerceDescToType(source, row.target, byDesc);
-    EXPECT_EQ(row.outcome, (Outcome{err, Contents(byDesc)}));
-    EXPECT_EQ(row.source, Contents(source));
-    err = AECoercePtrToDesc(row.source.type, row.source.bytes.data(), row.source.ByteCount(),
-                            row.target, byPtr);
-    EXPECT_EQ(row.outcome, (Outcome{err, Contents(byPtr)}));
+    OSStatus err = AECoerceDescToType(source, target, byDesc);
+    EXPECT_EQ(outcome, (Outcome{err, Contents(byDesc)}));
+    EXPECT_EQ(from, Contents(source));
+    err = AECoercePtrToDesc(from.type, from.bytes.data(), from.ByteCount(), target, byPtr);
+    EXPECT_EQ(outcome, (Outcome{err, Contents(byPtr)}));
 
     // Into the source itself.
-    err = AECoerceDescToType(source, row.target, source);
-    EXPECT_EQ(row.outcome.err, err);
-    EXPECT_EQ(err == 0 ? row.outcome.held : row.source, Contents(source));
+    err = AECoerceDescToType(source, target, source);
+    EXPECT_EQ(outcome.err, err);
+    EXPECT_EQ(err == 0 ? outcome.held : from, Contents(source));
   }
 }
 
@@ -162,25 +151,20 @@ TEST_F(Coercions, RefuseNullDescriptorsAndBadSizes) {
   EXPECT_EQ(errAENotAEDesc, AECoerceDescToType(stale, typeChar, destination));
   EXPECT_TRUE(destination.IsNull());
 
-  const struct {
-    DescType type;
-    const void* data;
-    SInt32 size;
-    OSStatus err;
-  } rows[] = {
+  const std::tuple<DescType, const void*, SInt32, OSStatus> rows[] = {
       {typeSInt32, nullptr, 4, paramErr},
       {typeSInt32, "abcd", -1, paramErr},
       {typeAEList, "abcd", 4, errAEWrongDataType},
       {typeChar, nullptr, 0, 0},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::Message() << CodeText(row.type) << " " << row.size);
+  for (const auto& [type, data, size, err] : rows) {
+    SCOPED_TRACE(testing::Message() << CodeText(type) << " " << size);
     StDesc copy, coerced, listed;
-    EXPECT_EQ(row.err, AECopyPtrToDesc(row.type, row.data, row.size, copy));
-    EXPECT_EQ(row.err, AECoercePtrToDesc(row.type, row.data, row.size, typeUTF8Text, coerced));
+    EXPECT_EQ(err, AECopyPtrToDesc(type, data, size, copy));
+    EXPECT_EQ(err, AECoercePtrToDesc(type, data, size, typeUTF8Text, coerced));
     const DescType types[] = {typeSInt16, typeUTF8Text};
-    EXPECT_EQ(row.err, AECoercePtrToTypeList(row.type, row.data, row.size, listed, types, 2,
-                                             typeSInt16, typeSInt16));
+    EXPECT_EQ(err,
+              AECoercePtrToTypeList(type, data, size, listed, types, 2, typeSInt16, typeSInt16));
   }
 }
 

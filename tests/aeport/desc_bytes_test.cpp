@@ -22,14 +22,8 @@ std::string Filled(const std::string& start) {
 }
 
 TEST_F(DescBytes, CopiesNoByteOutsideTheBufferOrTheValue) {
-  const struct {
-    const char* text;
-    SInt32 bufferSize;
-    SInt32 offset;
-    SInt32 result;
-    const char* copied;
-    SInt32 sameTypeResult;  // of plain bytes, which know no negative offsets
-  } rows[] = {
+  // `sameTypeResult`: of plain bytes, which know no negative offsets.
+  const std::tuple<const char*, SInt32, SInt32, SInt32, const char*, SInt32> rows[] = {
       {"0123456789", 16, 0, 10, "0123456789", 10},
       {"0123456789", 4, 0, 4, "0123", 4},
       {"0123456789", 10, 0, 10, "0123456789", 10},
@@ -45,11 +39,11 @@ TEST_F(DescBytes, CopiesNoByteOutsideTheBufferOrTheValue) {
       {"0123456789", kLowest, kHighest, paramErr, "", 0},
       {"", 16, -1, paramErr, "", paramErr},
   };
-  for (const auto& row : rows) {
+  for (const auto& [given, bufferSize, offset, expected, copied, sameTypeResult] : rows) {
     SCOPED_TRACE(testing::Message()
-                 << '"' << row.text << "\", " << row.bufferSize << " bytes from " << row.offset);
-    const Raw text = Text(row.text);
-    const Raw utf8 = UTF8(row.text);
+                 << '"' << given << "\", " << bufferSize << " bytes from " << offset);
+    const Raw text = Text(given);
+    const Raw utf8 = UTF8(given);
     const Size size = text.ByteCount();
     StDesc source;
     Make(text, &source);
@@ -57,26 +51,26 @@ TEST_F(DescBytes, CopiesNoByteOutsideTheBufferOrTheValue) {
       std::string buffer = Untouched();
       SInt32 fullSize = -1;
       EXPECT_EQ(result, copy(buffer.data(), &fullSize));
-      EXPECT_EQ(Filled(result > 0 ? row.copied : ""), buffer);
+      EXPECT_EQ(Filled(result > 0 ? copied : ""), buffer);
       EXPECT_EQ(size, fullSize);
     };
-    expect(row.result, [&](char* buffer, SInt32* fullSize) {
-      return AECopyDescToPtr(source, buffer, row.bufferSize, fullSize, row.offset);
+    expect(expected, [&](char* buffer, SInt32* fullSize) {
+      return AECopyDescToPtr(source, buffer, bufferSize, fullSize, offset);
     });
     // Coerced, the bytes are the same here.
     for (const DescType target : {typeChar, typeWildCard, typeUTF8Text}) {
-      expect(row.result, [&](char* buffer, SInt32* fullSize) {
-        return AECoerceDescToPtr(source, buffer, row.bufferSize, target, fullSize, row.offset);
+      expect(expected, [&](char* buffer, SInt32* fullSize) {
+        return AECoerceDescToPtr(source, buffer, bufferSize, target, fullSize, offset);
       });
     }
     const auto fromBytes = [&](const Raw& from) {
       return [&](char* buffer, SInt32* fullSize) {
-        return AECoercePtrToPtr(from.type, from.bytes.data(), size, typeChar, buffer,
-                                row.bufferSize, fullSize, row.offset);
+        return AECoercePtrToPtr(from.type, from.bytes.data(), size, typeChar, buffer, bufferSize,
+                                fullSize, offset);
       };
     };
-    expect(row.result, fromBytes(utf8));
-    expect(row.sameTypeResult, fromBytes(text));
+    expect(expected, fromBytes(utf8));
+    expect(sameTypeResult, fromBytes(text));
   }
 }
 

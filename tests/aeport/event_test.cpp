@@ -42,22 +42,19 @@ TEST(PortDestinationAddress, GivesAnAddressOnlyAfterTheNameWasFound) {
   EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, late.initialize());
   const Server server([](const ServedEvent&) { return 0; });
   const std::string tooLong = server.name + std::string(128 - server.name.size(), 'x');
-  const struct {
-    const char* name;
-    OSStatus err;
-  } rows[] = {{nullptr, -1},
-              {"", -1},
-              {tooLong.c_str(), -1},  // never cut
-              {"test.nobody", BOOTSTRAP_UNKNOWN_SERVICE},
-              {server.name.c_str(), 0}};
-  for (const auto& row : rows) {
-    VLTPortDestinationAddress address(row.name);
+  const std::pair<const char*, OSStatus> rows[] = {{nullptr, -1},
+                                                   {"", -1},
+                                                   {tooLong.c_str(), -1},  // never cut
+                                                   {"test.nobody", BOOTSTRAP_UNKNOWN_SERVICE},
+                                                   {server.name.c_str(), 0}};
+  for (const auto& [name, err] : rows) {
+    VLTPortDestinationAddress address(name);
     StDesc desc;
     EXPECT_EQ(-1, address.getDestinationAddress(&desc));
-    EXPECT_EQ(row.err, address.initialize());
-    EXPECT_EQ(row.err, address.initialize());
-    EXPECT_EQ(row.err == 0 ? 0 : -1, address.getDestinationAddress(&desc));
-    if (row.err != 0) continue;
+    EXPECT_EQ(err, address.initialize());
+    EXPECT_EQ(err, address.initialize());
+    EXPECT_EQ(err == 0 ? 0 : -1, address.getDestinationAddress(&desc));
+    if (err != 0) continue;
     EXPECT_EQ(typeMachPort, desc.descriptorType);
     EXPECT_EQ(4, AEGetDescDataSize(&desc));
     copy = address;
@@ -96,13 +93,8 @@ TEST_F(PortAppleEvent, CannotBeMadeWithoutADestination) {
 
 // What the reply's error number says, in every form that it may have.
 TEST_F(PortAppleEvent, TheReplysErrorNumberIsTheResultIfItIsALong) {
-  const struct {
-    const char* what;
-    Raw put;  // null: nothing
-    OSStatus handlerResult;
-    OSStatus result;
-    bool hasError;
-  } rows[] = {
+  // `put`: null: nothing.
+  const std::tuple<const char*, Raw, OSStatus, OSStatus, bool> rows[] = {
       {"none", {}, 0, 0, false},
       {"zero", Long(0), 0, 0, true},
       {"the handler's own", Long(-50), 0, -50, true},
@@ -114,48 +106,41 @@ TEST_F(PortAppleEvent, TheReplysErrorNumberIsTheResultIfItIsALong) {
       {"two bytes of a long", {typeSInt32, Short(-50).bytes}, 0, 0, true},
       {"two longs", {typeSInt32, Long(-50).bytes + Long(-43).bytes}, 0, 0, true},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.what);
+  for (const auto& [what, put, handlerResult, result, hasError] : rows) {
+    SCOPED_TRACE(what);
     const Server server([&](const ServedEvent& served) {
-      if (row.put != Raw{}) {
-        AEPutParamPtr(served.reply, keyErrorNumber, row.put.type, row.put.bytes.data(),
-                      row.put.ByteCount());
+      if (put != Raw{}) {
+        AEPutParamPtr(served.reply, keyErrorNumber, put.type, put.bytes.data(), put.ByteCount());
       }
-      return row.handlerResult;
+      return handlerResult;
     });
     const Answer answer = AskServed(server.name, kPing);
-    EXPECT_EQ(row.result, answer.status);
-    EXPECT_EQ(row.hasError, answer.hasError);
+    EXPECT_EQ(result, answer.status);
+    EXPECT_EQ(hasError, answer.hasError);
   }
 }
 
 // The mode of the constructor counts, and the reply bits of the send do not.
 TEST_F(PortAppleEvent, TheConstructorsReplyModeWins) {
-  const struct {
-    SInt32 constructed;
-    SInt32 sent;
-    OSStatus result;
-    bool hasReply;
-    bool hasError;
-  } rows[] = {
+  const std::tuple<SInt32, SInt32, OSStatus, bool, bool> rows[] = {
       {kAENoReply, kAEWaitReply, 0, false, false},
       {kAEWaitReply, kAENoReply | kAECanSwitchLayer, -7, true, true},
       // Nothing to read yet, which is not the same as a reply without an error number.
       {kAEQueueReply, kAEWaitReply, 0, true, true},
       {0, kAEWaitReply, errAEUnknownSendMode, false, false},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::Message() << row.constructed << " " << row.sent);
+  for (const auto& [constructed, sent, result, hasReply, hasError] : rows) {
+    SCOPED_TRACE(testing::Message() << constructed << " " << sent);
     const Server server([](const ServedEvent&) { return -7; });
     ServeWhile([&] {
       VLTPortDestinationAddress address(server.name.c_str());
       ASSERT_EQ(0, address.initialize());
-      TestEvent event(&address, row.constructed);
+      TestEvent event(&address, constructed);
       ASSERT_EQ(0, event.createEvent());
-      EXPECT_EQ((row.constructed & 3) == kAENoReply, event.getSndReply() == nullptr);
-      EXPECT_EQ(row.result, event.sendEvent(row.sent, 20 * 60, kAENormalPriority));
-      EXPECT_EQ(row.hasReply, event.ReplyReceived());
-      EXPECT_EQ(row.hasError, event.getReplyHasError());
+      EXPECT_EQ((constructed & 3) == kAENoReply, event.getSndReply() == nullptr);
+      EXPECT_EQ(result, event.sendEvent(sent, 20 * 60, kAENormalPriority));
+      EXPECT_EQ(hasReply, event.ReplyReceived());
+      EXPECT_EQ(hasError, event.getReplyHasError());
     });
   }
 }
@@ -178,17 +163,15 @@ TEST_F(PortAppleEvent, SendingSetsTheInteractionLevel) {
     ASSERT_EQ(0, address.initialize());
     TestEvent event(&address);
     ASSERT_EQ(0, event.createEvent());
-    const struct {
-      SInt32 sendMode, level;
-    } rows[] = {{0, 0},
-                {kAECanInteract | kAECanSwitchLayer, kAECanInteract},
-                {kAEAlwaysInteract, kAEAlwaysInteract},
-                {0, kAEAlwaysInteract},
-                {kAENeverInteract, kAENeverInteract}};
-    for (const auto& row : rows) {
-      EXPECT_EQ(0, event.sendEvent(row.sendMode, 20 * 60, kAENormalPriority));
-      EXPECT_EQ(row.level, levelOf(event.event));
-      EXPECT_EQ(row.level, arrived);
+    const std::pair<SInt32, SInt32> rows[] = {{0, 0},
+                                              {kAECanInteract | kAECanSwitchLayer, kAECanInteract},
+                                              {kAEAlwaysInteract, kAEAlwaysInteract},
+                                              {0, kAEAlwaysInteract},
+                                              {kAENeverInteract, kAENeverInteract}};
+    for (const auto& [sendMode, expectedLevel] : rows) {
+      EXPECT_EQ(0, event.sendEvent(sendMode, 20 * 60, kAENormalPriority));
+      EXPECT_EQ(expectedLevel, levelOf(event.event));
+      EXPECT_EQ(expectedLevel, arrived);
     }
   });
 }

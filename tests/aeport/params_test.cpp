@@ -42,11 +42,7 @@ auto PuttingArray(OSErr (*put)(AEDesc*, AEKeyword, const Value*, SInt32), std::v
 TEST_F(Params, EachHelperPutsItsTypeAndWidth) {
   using PutBool = OSErr (*)(AEDesc*, AEKeyword, const bool*);
   using PutByte = OSErr (*)(AEDesc*, AEKeyword, const unsigned char*);
-  const struct {
-    const char* what;
-    std::function<OSErr(AEDesc*)> put;
-    Raw held;
-  } rows[] = {
+  const std::tuple<const char*, std::function<OSErr(AEDesc*)>, Raw> rows[] = {
       {"true", Putting<bool>(PutBool(PutAEBoolean), true), Bool(1)},
       {"raw byte", Putting<unsigned char>(PutByte(PutAEBoolean), 0xA5), Bool(0xA5)},
       {"short", Putting<SInt16>(PutAEShort, -2), Short(-2)},
@@ -70,12 +66,12 @@ TEST_F(Params, EachHelperPutsItsTypeAndWidth) {
        PuttingArray<SInt32>(PutAELongArray, {1, -1}, 2),
        {typeSInt32, Long(1).bytes + Long(-1).bytes}},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.what);
+  for (const auto& [what, put, held] : rows) {
+    SCOPED_TRACE(what);
     TestEvent event;
     event.Put(Text("what was there"));
-    EXPECT_EQ(0, row.put(&event));
-    EXPECT_EQ(row.held, event.Held());
+    EXPECT_EQ(0, put(&event));
+    EXPECT_EQ(held, event.Held());
   }
 }
 
@@ -151,37 +147,31 @@ TEST_F(Params, EachHelperGetsItsTypeOrWhatCanBecomeIt) {
 
 // Texts of 0 to 300 characters into buffers of every kind: what the two text helpers leave.
 TEST_F(Params, TextsAreCutToTheBufferExceptForTheRequiredNul) {
-  const struct {
-    SInt32 length;
-    SInt32 size;
-    SInt32 stored;
-    SInt32 nulAt;
-    int lengthByte;
-  } rows[] = {
+  const std::tuple<SInt32, SInt32, SInt32, SInt32, int> rows[] = {
       {0, 1, 0, 0, 0},           {3, 10, 3, 3, 3},          {3, 4, 3, 3, 3},
       {5, 3, 2, 5, 5},  // meant: the NUL at the full length, the length byte unclamped
       {5, 1, 0, 5, 5},  // meant, as above
       {255, 256, 255, 255, 255}, {300, 256, 255, 300, 255},  // meant: 255 is the cap, whatever was
                                                              // stored
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::Message() << row.length << " into " << row.size);
+  for (const auto& [length, size, stored, nulAt, lengthByte] : rows) {
+    SCOPED_TRACE(testing::Message() << length << " into " << size);
     TestEvent event;
-    event.Put(Text(std::string(static_cast<size_t>(row.length), 'x')));
+    event.Put(Text(std::string(static_cast<size_t>(length), 'x')));
     // Larger than what the helper is told of: a C text's NUL may come behind it.
     std::string c(400, '#');
-    EXPECT_EQ(0, GetAECString(&event, kKey, c.data(), row.size));
+    EXPECT_EQ(0, GetAECString(&event, kKey, c.data(), size));
     std::string expected(400, '#');
     expected[0] = 0;  // before it reads
-    std::fill_n(expected.begin(), row.stored, 'x');
-    expected[static_cast<size_t>(row.nulAt)] = 0;
+    std::fill_n(expected.begin(), stored, 'x');
+    expected[static_cast<size_t>(nulAt)] = 0;
     EXPECT_EQ(Hex(expected), Hex(c));
 
     std::string p(400, '#');
-    EXPECT_EQ(0, GetAEPString(&event, kKey, reinterpret_cast<unsigned char*>(p.data()), row.size));
+    EXPECT_EQ(0, GetAEPString(&event, kKey, reinterpret_cast<unsigned char*>(p.data()), size));
     expected.assign(400, '#');
-    expected[0] = static_cast<char>(row.lengthByte);
-    std::fill_n(expected.begin() + 1, row.stored, 'x');
+    expected[0] = static_cast<char>(lengthByte);
+    std::fill_n(expected.begin() + 1, stored, 'x');
     EXPECT_EQ(Hex(expected), Hex(p));
   }
 }
@@ -214,14 +204,8 @@ TEST_F(Params, ArraysStoreWhatFitsAndGiveTheWholeCount) {
     return raw;
   };
   const Raw odd = {typeSInt16, Short(0x0101).bytes + "\x01"}, longs2 = {typeSInt32, {8, '\0'}};
-  const struct {
-    const char* what;
-    Raw held;
-    SInt32 capacity;
-    OSErr err;
-    SInt32 count;
-    std::vector<SInt16> stored;  // of four places filled with 9
-  } rows[] = {
+  // `stored`: of four places filled with 9.
+  const std::tuple<const char*, Raw, SInt32, OSErr, SInt32, std::vector<SInt16>> rows[] = {
       {"fits", shorts({1, 2}), 4, 0, 2, {1, 2, 9, 9}},
       {"cut, not the count", shorts({1, 2, 3, 4, 5}), 2, 0, 5, {1, 2, 9, 9}},
       {"an odd byte", odd, 1, 0, 1, {0x0101, 9, 9, 9}},
@@ -229,15 +213,15 @@ TEST_F(Params, ArraysStoreWhatFitsAndGiveTheWholeCount) {
       {"negative", shorts({1}), -1, paramErr, -1, {9, 9, 9, 9}},
       {"too many to be true", shorts({1}), 0x40000000, paramErr, 0x40000000, {9, 9, 9, 9}},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.what);
+  for (const auto& [what, held, capacity, err, expectedCount, stored] : rows) {
+    SCOPED_TRACE(what);
     TestEvent event;
-    event.Put(row.held);
+    event.Put(held);
     std::vector<SInt16> values(4, 9);
-    SInt32 count = row.capacity;
-    EXPECT_EQ(row.err, GetAEShortArray(&event, kKey, values.data(), count));
-    EXPECT_EQ(row.count, count);
-    EXPECT_EQ(row.stored, values);
+    SInt32 count = capacity;
+    EXPECT_EQ(err, GetAEShortArray(&event, kKey, values.data(), count));
+    EXPECT_EQ(expectedCount, count);
+    EXPECT_EQ(stored, values);
   }
   TestEvent event;
   event.Put({typeSInt32, Long(1).bytes + Long(2).bytes + Long(3).bytes});

@@ -56,21 +56,18 @@ class PortListener : public testing::Test {
 };
 
 TEST_F(PortListener, NamesOf1To127BytesAreListenedOn) {
-  const struct {
-    std::string name;
-    OSStatus err;
-  } rows[] = {
+  const std::pair<std::string, OSStatus> rows[] = {
       {"", paramErr},  {"x", 0},     {kName127, 0},       {kName128, paramErr},
       {"a/../b%s", 0}, {" a b ", 0}, {"\xff\x01\x80", 0}, {"..", 0},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
+  for (const auto& [name, err] : rows) {
+    SCOPED_TRACE(name);
     Counter counter(0);
     VLTPortAEMachPortListener listener;
-    EXPECT_EQ(row.err, counter.Listen(listener, row.name));
-    EXPECT_EQ(row.err == 0, IsRegistered(row.name));
-    if (row.err != 0) continue;
-    EXPECT_EQ(0, AskServed(row.name, kPing).status);
+    EXPECT_EQ(err, counter.Listen(listener, name));
+    EXPECT_EQ(err == 0, IsRegistered(name));
+    if (err != 0) continue;
+    EXPECT_EQ(0, AskServed(name, kPing).status);
     EXPECT_EQ(1, counter.count);
   }
   EXPECT_FALSE(IsRegistered("x"));

@@ -10,14 +10,7 @@
 TEST(MakePortName, RefusesANameThatDoesNotFitAndWritesNothing) {
   const std::string base250(250, 'b');
   const std::string base255(255, 'b');
-  const struct {
-    const char* base;
-    const char* suffix;
-    int instance;
-    UInt32 size;
-    OSStatus err;
-    std::string name;
-  } rows[] = {
+  const std::tuple<const char*, const char*, int, UInt32, OSStatus, std::string> rows[] = {
       {"com.a", nullptr, -1, 128, 0, "com.a"},
       {"com.a", "user", 2, 128, 0, "com.a.user.2"},
       {"com.a", "s", -7, 128, 0, "com.a.s"},
@@ -29,12 +22,11 @@ TEST(MakePortName, RefusesANameThatDoesNotFitAndWritesNothing) {
       {base250.c_str(), "12345", -1, 1000, paramErr, ""},  // 256 characters
       {base255.c_str(), nullptr, -1, 256, 0, base255},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name + " " + std::to_string(row.size));
+  for (const auto& [base, suffix, instance, size, err, expectedName] : rows) {
+    SCOPED_TRACE(expectedName + " " + std::to_string(size));
     char name[1000] = "untouched";
-    EXPECT_EQ(row.err,
-              VLTAEMakePortName(name, row.size, row.base, false, row.suffix, row.instance));
-    EXPECT_EQ(row.err == 0 ? row.name : "untouched", name);
+    EXPECT_EQ(err, VLTAEMakePortName(name, size, base, false, suffix, instance));
+    EXPECT_EQ(err == 0 ? expectedName : "untouched", name);
   }
   EXPECT_EQ(paramErr, VLTAEMakePortName(nullptr, 128, "com.a", false, nullptr, -1));
 }

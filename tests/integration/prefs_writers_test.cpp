@@ -1,12 +1,10 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <CoreFoundation/CoreFoundation.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -20,6 +18,7 @@
 #include "tests/integration/process_use.h"
 #include "tests/support/interposed_calls.h"
 #include "tests/support/open_descriptor_check.h"
+#include "tests/support/repeated_signals.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 
@@ -62,14 +61,9 @@ TEST_ROLE(Victim) {
   return kRoleFailed;  // the test kills us first
 }
 
-// Commits while a timer's signals, whose handler does not restart system calls, come a thousand
-// times a second.
+// Commits while signals interrupt its system calls.
 TEST_ROLE(Waiter) {
-  struct sigaction action = {};
-  action.sa_handler = [](int) {};
-  sigaction(SIGALRM, &action, nullptr);
-  const itimerval often = {{0, 1000}, {0, 1000}};
-  setitimer(ITIMER_REAL, &often, nullptr);
+  const RepeatedSignals signals;
   role.Tell("status " + std::to_string(CommitKey("waiter", 1)));
   return kRoleDone;
 }

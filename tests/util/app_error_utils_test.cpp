@@ -28,30 +28,25 @@ TEST_F(AppErrorUtils, NameIsTheLastPartOfThePath) {
   EXPECT_STREQ("(AppNameHere)", VLTAppErrorUtils::getAppName());
   EXPECT_EQ(0, VLTAppErrorUtils::setLogfileName("other", true, "/tmp"));  // changes nothing
   EXPECT_STREQ("/var/log/Veltrane debug.log", VLTAppErrorUtils::sLogFileName);
-  const struct {
-    const char* path;
-    const char* name;
-  } rows[] = {{"/usr/local/bin/daemon", "daemon"}, {"dir/", ""}, {"tool", "tool"}};
-  for (const auto& row : rows) {
-    VLTAppErrorUtils::setAppName(row.path);
-    EXPECT_EQ(row.path, VLTAppErrorUtils::sExecutableName);
-    EXPECT_STREQ(row.name, VLTAppErrorUtils::getAppName());
+  const std::pair<const char*, const char*> rows[] = {
+      {"/usr/local/bin/daemon", "daemon"}, {"dir/", ""}, {"tool", "tool"}};
+  for (const auto& [path, name] : rows) {
+    VLTAppErrorUtils::setAppName(path);
+    EXPECT_EQ(path, VLTAppErrorUtils::sExecutableName);
+    EXPECT_STREQ(name, VLTAppErrorUtils::getAppName());
   }
   VLTAppErrorUtils::setAppName(nullptr);
   EXPECT_STREQ("tool", VLTAppErrorUtils::getAppName());
 }
 
 TEST_F(AppErrorUtils, AnIOStatusIsPrintedFieldByField) {
-  const struct {
-    UInt32 status;
-    const char* text;
-  } rows[] = {{0xE00002C2, "(sys=38, sub=0, code=2c2)"},
-              {0xFFFFFFFF, "(sys=3f, sub=fff, code=3fff)"},
-              {0x04004001, "(sys=1, sub=1, code=1)"}};
+  const std::pair<UInt32, const char*> rows[] = {{0xE00002C2, "(sys=38, sub=0, code=2c2)"},
+                                                 {0xFFFFFFFF, "(sys=3f, sub=fff, code=3fff)"},
+                                                 {0x04004001, "(sys=1, sub=1, code=1)"}};
   const char* shared = VLTAppErrorUtils::logIOReturn(0);
-  for (const auto& row : rows) {
-    EXPECT_STREQ(row.text, VLTAppErrorUtils::logIOReturn(static_cast<SInt32>(row.status)));
-    EXPECT_STREQ(row.text, shared);
+  for (const auto& [status, text] : rows) {
+    EXPECT_STREQ(text, VLTAppErrorUtils::logIOReturn(static_cast<SInt32>(status)));
+    EXPECT_STREQ(text, shared);
   }
 }
 

@@ -49,12 +49,7 @@ TEST_F(FileUtils, APathFitsItsBufferOrGivesAnError) {
   const std::string joined = folder + "/new";
   const FSSpec present = SpecOf(folder), absent = Below(folder, "new");
   const FSSpec inRoot = Below("/", "vlt-no-such-item"), bad = Below(folder, "..");
-  const struct {
-    const FSSpec* spec;
-    size_t size;
-    OSErr err;
-    std::string path;
-  } rows[] = {
+  const std::tuple<const FSSpec*, size_t, OSErr, std::string> rows[] = {
       {&present, folder.size(), pathTooLongErr, ""},
       {&present, folder.size() + 1, noErr, folder},
       {&absent, joined.size() + 1, paramErr, ""},  // meant: a byte more than it needs
@@ -62,11 +57,11 @@ TEST_F(FileUtils, APathFitsItsBufferOrGivesAnError) {
       {&inRoot, 100, noErr, "//vlt-no-such-item"},  // meant
       {&bad, 100, bdNamErr, ""},
   };
-  for (const auto& row : rows) {
-    std::string path(row.size, '#');
-    EXPECT_EQ(row.err, FSSpecToPath(row.spec, path.data(), static_cast<UInt32>(row.size)));
-    if (row.err == noErr) {
-      EXPECT_STREQ(row.path.c_str(), path.c_str());
+  for (const auto& [spec, size, err, expectedPath] : rows) {
+    std::string path(size, '#');
+    EXPECT_EQ(err, FSSpecToPath(spec, path.data(), static_cast<UInt32>(size)));
+    if (err == noErr) {
+      EXPECT_STREQ(expectedPath.c_str(), path.c_str());
     }
   }
   std::filesystem::remove(folder);
@@ -114,25 +109,21 @@ TEST_F(FileUtils, AFolderThatSeveralMakeAtOnceIsFoundByAll) {
 }
 
 TEST_F(FileUtils, StandardFoldersAreFoundByEitherSystemsDomain) {
-  const struct {
-    const char* version;
-    SInt16 domain;
-    const char* path;
-  } rows[] = {
+  const std::tuple<const char*, SInt16, const char*> rows[] = {
       {"0x1040", kLocalDomain, "local/Library/Application Support/Veltrane"},
       {"none", kLocalDomain, "local/Library/Application Support/Veltrane"},
       {"0x1040", kUserDomain, "data/veltrane/Library/Application Support/Veltrane"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.path);
+  for (const auto& [release, domain, path] : rows) {
+    SCOPED_TRACE(path);
     const ScratchFolder own;
     const ScopedVariable local("VLTHOST_LOCAL_ROOT", own.Path("local").c_str());
     const ScopedVariable data("XDG_DATA_HOME", own.Path("data").c_str());
-    const ScopedVariable version("VLTHOST_GESTALT_SYSV", row.version);
+    const ScopedVariable version("VLTHOST_GESTALT_SYSV", release);
     FSSpec spec = {};
-    EXPECT_EQ(noErr, GetRootSupportFolder(&spec, row.domain));
-    EXPECT_EQ(own.Path(row.path), PathOf(spec));
-    EXPECT_TRUE(std::filesystem::is_directory(own.Path(row.path)));
+    EXPECT_EQ(noErr, GetRootSupportFolder(&spec, domain));
+    EXPECT_EQ(own.Path(path), PathOf(spec));
+    EXPECT_TRUE(std::filesystem::is_directory(own.Path(path)));
   }
   const ScopedVariable local("VLTHOST_LOCAL_ROOT", scratch.Path("local").c_str());
   const unsigned char name[] = "\003sub";
@@ -178,20 +169,16 @@ TEST_F(LogFileDir, CreatesFoldersThatEveryoneMayWrite) {
   EXPECT_EQ(0777u, ModeOf(logs + "/A/B"));
   EXPECT_NE(0777u, ModeOf(logs));
 
-  const struct {
-    const char* subPath;
-    SInt16 domain;
-    std::string path;
-  } rows[] = {
+  const std::tuple<const char*, SInt16, std::string> rows[] = {
       {"", 0, logs},
       {"//A///B/", kLocalDomain, logs + "/A/B"},
       {"D/E", kUserDomain, scratch.Path("data/veltrane/Library/Logs/D/E")},
   };
-  for (const auto& row : rows) {
-    subPath = row.subPath;
-    EXPECT_EQ(noErr, Get(path, subPath, row.domain)) << row.subPath;
-    EXPECT_EQ(row.path, path.c_str());
-    EXPECT_TRUE(std::filesystem::is_directory(row.path));
+  for (const auto& [givenPath, domain, expectedPath] : rows) {
+    subPath = givenPath;
+    EXPECT_EQ(noErr, Get(path, subPath, domain)) << givenPath;
+    EXPECT_EQ(expectedPath, path.c_str());
+    EXPECT_TRUE(std::filesystem::is_directory(expectedPath));
   }
 }
 
@@ -200,24 +187,18 @@ TEST_F(LogFileDir, FailuresLeaveAUsableFolder) {
   std::filesystem::create_directories(logs);
   std::filesystem::create_symlink(scratch.Path("outside"), logs + "/link");
   ASSERT_EQ(0, chmod(scratch.Path("outside").c_str(), 0700));
-  const struct {
-    std::string subPath;
-    size_t size;
-    SInt16 domain;
-    OSErr err;
-    const char* path;
-  } rows[] = {
+  const std::tuple<std::string, size_t, SInt16, OSErr, const char*> rows[] = {
       {"../x", 4096, 0, bdNamErr, "/Library/Logs"},
       {std::string(64, 'n'), 4096, 0, bdNamErr, "/Library/Logs"},
       {"link/x", 4096, 0, dirNFErr, "/Library/Logs"},
       {"A", 4096, kNetworkDomain, fnfErr, "/Library/Logs"},
       {"A", 5, 0, pathTooLongErr, "/Lib"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.subPath);
-    std::string path(row.size, '#'), subPath = row.subPath;
-    EXPECT_EQ(row.err, Get(path, subPath, row.domain));
-    EXPECT_STREQ(row.path, path.c_str());
+  for (const auto& [givenPath, size, domain, err, expectedPath] : rows) {
+    SCOPED_TRACE(givenPath);
+    std::string path(size, '#'), subPath = givenPath;
+    EXPECT_EQ(err, Get(path, subPath, domain));
+    EXPECT_STREQ(expectedPath, path.c_str());
   }
   EXPECT_EQ(0700u, ModeOf(scratch.Path("outside")));
   EXPECT_TRUE(std::filesystem::is_empty(scratch.Path("outside")));

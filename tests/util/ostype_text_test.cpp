@@ -4,41 +4,31 @@
 #include <gtest/gtest.h>
 
 TEST(OSTypeText, ACodeIsPrintedInItsFormAndCutToTheBuffer) {
-  const struct {
-    OSType code;
-    int size;
-    const char* text;
-  } rows[] = {
+  const std::tuple<OSType, int, const char*> rows[] = {
       {0x74657374, 32, "'test'"}, {0x74657374, 4, "'te"},         {0x7FFF, 32, "32767"},
       {0x8000, 32, "0x00008000"}, {0x41424300, 32, "0x41424300"}, {0x41424380, 32, "0x41424380"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
+  for (const auto& [code, size, text] : rows) {
+    SCOPED_TRACE(text);
     char out[32] = "unchanged";
-    EXPECT_EQ(out, OSTypeToCString(row.code, out, row.size));
-    EXPECT_STREQ(row.text, out);
-    EXPECT_STREQ(row.text, OSTypestrcpy(out, row.code, row.size));
+    EXPECT_EQ(out, OSTypeToCString(code, out, size));
+    EXPECT_STREQ(text, out);
+    EXPECT_STREQ(text, OSTypestrcpy(out, code, size));
   }
 }
 
 TEST(OSTypeText, AppendingStopsAtTheBuffersEnd) {
-  const struct {
-    int size;
-    const char* text;
-  } rows[] = {{32, "ab'test'"}, {6, "ab'te"}, {3, "ab"}, {2, "ab"}, {0, "ab"}, {-1, "ab"}};
-  for (const auto& row : rows) {
+  const std::pair<int, const char*> rows[] = {{32, "ab'test'"}, {6, "ab'te"}, {3, "ab"},
+                                              {2, "ab"},        {0, "ab"},    {-1, "ab"}};
+  for (const auto& [size, text] : rows) {
     char out[32] = "ab";
-    EXPECT_EQ(out, OSTypestrcat(out, 0x74657374, row.size));
-    EXPECT_STREQ(row.text, out) << row.size;
+    EXPECT_EQ(out, OSTypestrcat(out, 0x74657374, size));
+    EXPECT_STREQ(text, out) << size;
   }
 }
 
 TEST(OSTypeText, NumbersComeBeforeCharacters) {
-  const struct {
-    const char* text;
-    OSErr err;
-    OSType code;
-  } rows[] = {
+  const std::tuple<const char*, OSErr, OSType> rows[] = {
       {"abcd", 0, 0x61626364},    // four characters
       {"'ab c'", 0, 0x61622063},  // quoted
       {"'1234'", 0, 0x31323334},  // quoted digits are characters
@@ -55,10 +45,10 @@ TEST(OSTypeText, NumbersComeBeforeCharacters) {
       {"", paramErr, 7},
       {nullptr, paramErr, 7},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.text));
+  for (const auto& [text, err, expectedCode] : rows) {
+    SCOPED_TRACE(testing::PrintToString(text));
     OSType code = 7;
-    EXPECT_EQ(row.err, CStringToOSType(row.text, code));
-    EXPECT_EQ(row.code, code);
+    EXPECT_EQ(err, CStringToOSType(text, code));
+    EXPECT_EQ(expectedCode, code);
   }
 }

@@ -43,11 +43,7 @@ const unsigned char* Bytes(const std::string& text) {
 
 TEST(Strings, CopyingAndAppendingTouchNoByteBeyondTheSize) {
   const std::string ten = "0123456789", long250(250, 'x'), long300(300, 'x');
-  const struct {
-    std::string function, start, source;
-    int size;
-    std::string touched;
-  } rows[] = {
+  const std::tuple<std::string, std::string, std::string, int, std::string> rows[] = {
       {"pstrcpy", "", P(ten), 11, P(ten)},
       {"pstrcpy", "", P(ten), 5, "\n0123"},  // meant: the length stays 10
       {"pstrcpy", "", P(ten), 0, ""},
@@ -78,21 +74,21 @@ TEST(Strings, CopyingAndAppendingTouchNoByteBeyondTheSize) {
       {"cstrcat", C("ab"), C("cde"), 5, "abcde"},  // meant: cut without a terminator
       {"cstrcat", C("ab"), C("cde"), INT32_MIN, C("ab")},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::Message() << row.function << " " << row.size << " " << row.source);
-    Buffer out(row.start);
-    const char* const source = row.source.data();
+  for (const auto& [function, start, from, size, touched] : rows) {
+    SCOPED_TRACE(testing::Message() << function << " " << size << " " << from);
+    Buffer out(start);
+    const char* const source = from.data();
     void* result = nullptr;
-    if (row.function == "pstrcpy") result = pstrcpy(out.P(), Bytes(row.source), row.size);
-    if (row.function == "pcstrcpy") result = pcstrcpy(out.C(), Bytes(row.source), row.size);
-    if (row.function == "cpstrcpy") result = cpstrcpy(out.P(), source, row.size);
-    if (row.function == "cstrcpy") result = cstrcpy(out.C(), source, row.size);
-    if (row.function == "pstrcat") result = pstrcat(out.P(), Bytes(row.source), row.size);
-    if (row.function == "pcstrcat") result = pcstrcat(out.C(), Bytes(row.source), row.size);
-    if (row.function == "cpstrcat") result = cpstrcat(out.P(), source, row.size);
-    if (row.function == "cstrcat") result = cstrcat(out.C(), source, row.size);
+    if (function == "pstrcpy") result = pstrcpy(out.P(), Bytes(from), size);
+    if (function == "pcstrcpy") result = pcstrcpy(out.C(), Bytes(from), size);
+    if (function == "cpstrcpy") result = cpstrcpy(out.P(), source, size);
+    if (function == "cstrcpy") result = cstrcpy(out.C(), source, size);
+    if (function == "pstrcat") result = pstrcat(out.P(), Bytes(from), size);
+    if (function == "pcstrcat") result = pcstrcat(out.C(), Bytes(from), size);
+    if (function == "cpstrcat") result = cpstrcat(out.P(), source, size);
+    if (function == "cstrcat") result = cstrcat(out.C(), source, size);
     EXPECT_EQ(out.bytes, result);
-    EXPECT_EQ(row.touched, out.Touched());
+    EXPECT_EQ(touched, out.Touched());
   }
   Buffer p, q, c, s;
   EXPECT_EQ(P(""), (pstrcpy(p.P(), nullptr, 5), p.Touched()));
@@ -113,69 +109,54 @@ TEST(Strings, SourceAndDestinationMayBeTheSame) {
 
 TEST(Strings, ComparisonUses254Characters) {
   const std::string same254(254, 'x');
-  const struct {
-    std::string a, b;
-    bool caseSensitive, marksSensitive;
-    int result;
-  } rows[] = {
+  const std::tuple<std::string, std::string, bool, bool, int> rows[] = {
       {"caf\x8E", "CAFE", false, false, 0},
       {same254 + "a", same254 + "b", true, true, 0},  // only 254 characters are compared
       {same254.substr(1) + "a", same254.substr(1) + "b", true, true, -1},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(row.result,
-              stricmp(row.a.c_str(), row.b.c_str(), row.caseSensitive, row.marksSensitive));
-    EXPECT_EQ(row.result, pcstricmp(Bytes(P(row.a.substr(0, 254))), row.b.c_str(),
-                                    row.caseSensitive, row.marksSensitive));
+  for (const auto& [a, b, caseSensitive, marksSensitive, result] : rows) {
+    EXPECT_EQ(result, stricmp(a.c_str(), b.c_str(), caseSensitive, marksSensitive));
+    EXPECT_EQ(result,
+              pcstricmp(Bytes(P(a.substr(0, 254))), b.c_str(), caseSensitive, marksSensitive));
   }
 }
 
 TEST(Strings, MakePCStringCutsToTheBuffer) {
   const std::string text(300, 'x');
-  const struct {
-    int length, size;
-    int pLength;  // -1: nothing stored
-    size_t cLength;
-  } rows[] = {{3, 10, 3, 3}, {9, 10, 8, 8},         {255, 400, 254, 255},
-              {5, 1, -1, 0}, {-1, 10, -1, 0},       {8, 10, 8, 8},
-              {1, 2, 0, 0},  {5, INT32_MIN, -1, 0}, {INT32_MIN, 10, -1, 0}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::Message() << row.length << " " << row.size);
+  // `pLength`: -1: nothing stored.
+  const std::tuple<int, int, int, size_t> rows[] = {
+      {3, 10, 3, 3}, {9, 10, 8, 8}, {255, 400, 254, 255},  {5, 1, -1, 0},         {-1, 10, -1, 0},
+      {8, 10, 8, 8}, {1, 2, 0, 0},  {5, INT32_MIN, -1, 0}, {INT32_MIN, 10, -1, 0}};
+  for (const auto& [length, size, pLength, cLength] : rows) {
+    SCOPED_TRACE(testing::Message() << length << " " << size);
     Buffer buffer("#" + text);
     const std::string before = buffer.Touched();
-    EXPECT_EQ(buffer.P(), MakePCString(buffer.P(), row.length, row.size));
-    if (row.pLength < 0) {
+    EXPECT_EQ(buffer.P(), MakePCString(buffer.P(), length, size));
+    if (pLength < 0) {
       EXPECT_EQ(before, buffer.Touched());
     } else {
-      EXPECT_EQ(row.pLength, buffer.P()[0]);
-      EXPECT_EQ(row.cLength, strlen(buffer.C() + 1));
+      EXPECT_EQ(pLength, buffer.P()[0]);
+      EXPECT_EQ(cLength, strlen(buffer.C() + 1));
     }
   }
 }
 
 TEST(Strings, BufToCStringDropsTheLastByte) {
-  const struct {
-    int length, size;
-    std::string touched;
-  } rows[] = {{4, 10, C("abc")}, {4, 4, C("abc")}, {4, 3, C("ab")}, {1, 1, C("")},
-              {0, 10, C("")},    {-1, 10, ""},     {4, 0, ""}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::Message() << row.length << " " << row.size);
+  const std::tuple<int, int, std::string> rows[] = {
+      {4, 10, C("abc")}, {4, 4, C("abc")}, {4, 3, C("ab")}, {1, 1, C("")},
+      {0, 10, C("")},    {-1, 10, ""},     {4, 0, ""}};
+  for (const auto& [length, size, touched] : rows) {
+    SCOPED_TRACE(testing::Message() << length << " " << size);
     Buffer out;
-    EXPECT_EQ(out.C(), BufToCString(out.C(), "abcd", row.length, row.size));
-    EXPECT_EQ(row.touched, out.Touched());
+    EXPECT_EQ(out.C(), BufToCString(out.C(), "abcd", length, size));
+    EXPECT_EQ(touched, out.Touched());
   }
 }
 
 TEST(Strings, DumpsReadOnlyTheBytesTheyPrint) {
   // No byte beyond the last one's may be read, so the data end where they are needed.
-  const struct {
-    bool isHex;
-    std::string data;
-    int count;  // digits or characters
-    UInt32 flags;
-    std::string touched;
-  } rows[] = {
+  // `count`: digits or characters.
+  const std::tuple<bool, std::string, int, UInt32, std::string> rows[] = {
       {true, "\x12\xAB", 3, 2, C("12A")},
       {true, "\x12\xAB", 4, 1, "12AB"},  // meant: the other dump's bit
       {true, "\x01\x23\x45\x67\x89\xAB\xCD\xEF\xFF", 17, 3, C("0123456789ABCDEFF")},
@@ -183,32 +164,27 @@ TEST(Strings, DumpsReadOnlyTheBytesTheyPrint) {
       {false, " ~\x7F\x1F\x80\xFF", 6, 1, C(" ~....")},
       {false, "ab", 2, 2, "ab"},  // meant: the other dump's bit
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.touched);
-    const std::vector<char> data(row.data.begin(), row.data.end());
+  for (const auto& [isHex, input, count, flags, touched] : rows) {
+    SCOPED_TRACE(touched);
+    const std::vector<char> data(input.begin(), input.end());
     Buffer out;
-    EXPECT_EQ(out.C(), row.isHex ? HexDump(data.data(), out.C(), row.count, row.flags)
-                                 : ASCIICharDump(data.data(), out.C(), row.count, row.flags));
-    EXPECT_EQ(row.touched, out.Touched());
+    EXPECT_EQ(out.C(), isHex ? HexDump(data.data(), out.C(), count, flags)
+                             : ASCIICharDump(data.data(), out.C(), count, flags));
+    EXPECT_EQ(touched, out.Touched());
   }
 }
 
 TEST(Strings, TruncToCStrSearchesExactlyTheSize) {
-  const struct {
-    std::string text;
-    char stop;
-    UInt32 size;
-    std::string result;
-  } rows[] = {
+  const std::tuple<std::string, char, UInt32, std::string> rows[] = {
       {C("a.b.c"), '.', 6, C("a") + C("b.c")},
       {C("a.b"), '.', 1, C("a.b")},         // not within the size
       {C("ab."), '.', 3, C("ab") + C("")},  // its last byte
       {C("ab."), '.', 2, C("ab.")},
       {C("a") + C("b.c"), '.', 6, C("a") + C("b") + C("c")},  // meant: looks through zeros
   };
-  for (const auto& row : rows) {
-    std::string text = row.text;
-    EXPECT_EQ(text.data(), TruncToCStr(text.data(), row.stop, row.size));
-    EXPECT_EQ(row.result, text);
+  for (const auto& [given, stop, size, result] : rows) {
+    std::string text = given;
+    EXPECT_EQ(text.data(), TruncToCStr(text.data(), stop, size));
+    EXPECT_EQ(result, text);
   }
 }

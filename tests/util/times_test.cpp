@@ -1,12 +1,11 @@
 #include "util/times.h"
 
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/time.h>
 #include <time.h>
 
 #include <chrono>
 
+#include "tests/support/repeated_signals.h"
 #include "tests/support/scratch_folder.h"
 
 namespace {
@@ -22,23 +21,20 @@ UnsignedWide Wide(UInt64 value) {
 TEST(Times, ConversionsRoundDownAndARateOf0Gives0) {
   EXPECT_DOUBLE_EQ(4.294967296, NanosecondsToSeconds(UnsignedWide{1, 0}));
   EXPECT_DOUBLE_EQ(9223372036.854776, NanosecondsToSeconds(UInt64{1} << 63));
-  const struct {
-    UnsignedFixed fixed;
-    UInt64 fromSeconds, fromRate;
-  } rows[] = {
+  const std::tuple<UnsignedFixed, UInt64, UInt64> rows[] = {
       {0, 0, 0},
       {1, 15258, 65'536'000'000'000},
       {0x001E0000, 29'998'448'640, 33'333'333},
       {0xFFFFFFFF, 65'532'610'987'110, 15258},
   };
-  for (const auto& row : rows) {
+  for (const auto& [fixed, fromSeconds, fromRate] : rows) {
     UnsignedWide wide = {9, 9};
-    EXPECT_EQ(row.fromSeconds, UnsignedFixedSecsToNanoseconds(row.fixed));
-    UnsignedFixedSecsToNanoseconds(row.fixed, wide);
-    EXPECT_EQ(row.fromSeconds, Value(wide));
-    EXPECT_EQ(row.fromRate, UnsignedFixedRateToNanoseconds(row.fixed));
-    UnsignedFixedRateToNanoseconds(row.fixed, wide);
-    EXPECT_EQ(row.fromRate, Value(wide));
+    EXPECT_EQ(fromSeconds, UnsignedFixedSecsToNanoseconds(fixed));
+    UnsignedFixedSecsToNanoseconds(fixed, wide);
+    EXPECT_EQ(fromSeconds, Value(wide));
+    EXPECT_EQ(fromRate, UnsignedFixedRateToNanoseconds(fixed));
+    UnsignedFixedRateToNanoseconds(fixed, wide);
+    EXPECT_EQ(fromRate, Value(wide));
   }
 }
 
@@ -76,18 +72,14 @@ TEST(Times, AStopwatchAddsUpFromTheSameStart) {
 
 TEST(Times, LocalTimeFollowsTheZone) {
   constexpr SInt64 kTo1970 = 2082844800;
-  const struct {
-    const char* zone;
-    SInt32 offset;
-    bool isDaylight;
-  } rows[] = {
+  const std::tuple<const char*, SInt32, bool> rows[] = {
       {"UTC0", 0, false},
       {"EST-5:30", 19800, false},
       {"STD3DAY,0/0,J365/25", -7200, true},  // all the year
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.zone);
-    const ScopedVariable zone("TZ", row.zone);
+  for (const auto& [zone, offset, isDaylight] : rows) {
+    SCOPED_TRACE(zone);
+    const ScopedVariable variable("TZ", zone);
     tzset();
     LocalTimeRecord record = {1, 1, 1, 1};
     const SInt64 before = time(nullptr);
@@ -95,56 +87,32 @@ TEST(Times, LocalTimeFollowsTheZone) {
     const SInt64 after = time(nullptr);
     EXPECT_EQ(0u, record.highSeconds);
     EXPECT_EQ(kLocalTimeIsKnown, record.flags);
-    EXPECT_EQ(row.offset, record.gmtOffset);
-    EXPECT_GE(SInt64{record.seconds}, before + kTo1970 + row.offset);
-    EXPECT_LE(SInt64{record.seconds}, after + kTo1970 + row.offset);
+    EXPECT_EQ(offset, record.gmtOffset);
+    EXPECT_GE(SInt64{record.seconds}, before + kTo1970 + offset);
+    EXPECT_LE(SInt64{record.seconds}, after + kTo1970 + offset);
     MachineLocation location;
     ReadLocation(&location);
-    EXPECT_EQ(row.offset & 0xFFFFFF, location.u.gmtDelta & 0xFFFFFF);
-    EXPECT_EQ(row.isDaylight, (location.u.dlsDelta & 0x80) != 0);
+    EXPECT_EQ(offset & 0xFFFFFF, location.u.gmtDelta & 0xFFFFFF);
+    EXPECT_EQ(isDaylight, (location.u.dlsDelta & 0x80) != 0);
   }
   tzset();
 }
 
-volatile sig_atomic_t sInterruptions = 0;
-
-// Signals at this process all the time: none may shorten a delay.
-class Interruptions {
- public:
-  Interruptions() {
-    struct sigaction action = {};
-    action.sa_handler = [](int) { sInterruptions = 1; };  // without SA_RESTART
-    sigaction(SIGALRM, &action, &before);
-    const itimerval often = {{0, 1000}, {0, 1000}};
-    setitimer(ITIMER_REAL, &often, nullptr);
-  }
-  ~Interruptions() {
-    const itimerval never = {};
-    setitimer(ITIMER_REAL, &never, nullptr);
-    sigaction(SIGALRM, &before, nullptr);
-  }
-
- private:
-  struct sigaction before = {};
-};
-
 TEST(Times, DelaysAreNeverShort) {
-  const struct {
-    Duration duration;
-    std::chrono::nanoseconds least;
-  } rows[] = {{0, 0ns}, {30, 30ms}, {-30'000, 30ms}, {-100, 100us}};
-  const Interruptions interruptions;
-  for (const auto& row : rows) {
+  const std::pair<Duration, std::chrono::nanoseconds> rows[] = {
+      {0, 0ns}, {30, 30ms}, {-30'000, 30ms}, {-100, 100us}};
+  const RepeatedSignals signals;
+  for (const auto& [duration, least] : rows) {
     const auto before = Clock::now();
-    EXPECT_EQ(noErr, MPDelayForDuration(row.duration));
+    EXPECT_EQ(noErr, MPDelayForDuration(duration));
     const auto passed = Clock::now() - before;
-    EXPECT_GE(passed, row.least) << row.duration;
+    EXPECT_GE(passed, least) << duration;
   }
-  EXPECT_NE(0, sInterruptions);
+  EXPECT_NE(0, RepeatedSignals::haveCome);
 }
 
 TEST(Times, AThrottleKeepsCallsApart) {
-  const Interruptions interruptions;
+  const RepeatedSignals signals;
   const auto before = Clock::now();
   MPCallThrottle throttle(25);
   for (int call = 0; call < 4; ++call) {

@@ -6,11 +6,7 @@
 #include <string>
 
 TEST(VersionText, PrintsEveryPackedVersion) {
-  const struct {
-    UInt32 version;
-    bool withStage;
-    std::string text;
-  } rows[] = {
+  const std::tuple<UInt32, bool, std::string> rows[] = {
       {0x01208000, false, "1.2"},
       {0x12346005, true, "12.3.4b5"},
       {0x01004001, true, "1.0a1"},
@@ -18,22 +14,18 @@ TEST(VersionText, PrintsEveryPackedVersion) {
       {0xABCD8001, true, ":;.<.=f1"},                   // meant: digits run on behind "9"
       {0xFFFF20FF, true, "\?\?.?.?d255"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.version);
+  for (const auto& [version, withStage, given] : rows) {
+    SCOPED_TRACE(version);
     unsigned char out[16];
-    char* text = VersToString(row.version, out, row.withStage);
+    char* text = VersToString(version, out, withStage);
     EXPECT_EQ(reinterpret_cast<char*>(out + 1), text);
-    EXPECT_EQ(row.text, std::string(text, out[0]));
+    EXPECT_EQ(given, std::string(text, out[0]));
     EXPECT_EQ(0, text[out[0]]);
   }
 }
 
 TEST(VersionText, ReadsOneToThreeNumbersAndAStage) {
-  const struct {
-    const char* text;
-    OSErr err;
-    UInt32 version;
-  } rows[] = {
+  const std::tuple<const char*, OSErr, UInt32> rows[] = {
       {"1.2.3b4", 0, 0x01236004},
       {"1.2x", 0, 0x01208000},  // what follows is ignored
       {"1.2a", paramErr, 0},
@@ -44,10 +36,10 @@ TEST(VersionText, ReadsOneToThreeNumbersAndAStage) {
       {"99999999999999999999.1", 0, 0xC7108000},  // saturates: 2147483647
       {nullptr, paramErr, 0},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text != nullptr ? row.text : "(null)");
+  for (const auto& [text, err, expectedVersion] : rows) {
+    SCOPED_TRACE(text != nullptr ? text : "(null)");
     UInt32 version = 0;
-    EXPECT_EQ(row.err, StringToVers(row.text, version));
-    EXPECT_EQ(row.version, version);
+    EXPECT_EQ(err, StringToVers(text, version));
+    EXPECT_EQ(expectedVersion, version);
   }
 }
