@@ -54,13 +54,7 @@ TEST(TextCodec, EveryMacRomanByteSurvives) {
 }
 
 TEST(TextCodec, Decoding) {
-  const struct {
-    CFStringEncoding encoding;
-    std::string bytes;
-    bool external;
-    bool valid;
-    Units units;
-  } rows[] = {
+  const std::tuple<CFStringEncoding, std::string, bool, bool, Units> rows[] = {
       {kUTF8, "\xF0\x9F\x98\x80", false, true, {0xD83D, 0xDE00}},
       {kUTF8, std::string("a\0b", 3), false, true, {'a', 0, 'b'}},
       {kUTF8, "\xEF\xBB\xBFq", true, true, {'q'}},
@@ -84,23 +78,16 @@ TEST(TextCodec, Decoding) {
       {kCFStringEncodingWindowsLatin1, "\x80\x9F\xE9", false, true, {0x20AC, 0x178, 0xE9}},
       {kCFStringEncodingWindowsLatin1, "\x81", false, false, {}},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.bytes));
+  for (const auto& [encoding, bytes, external, isValid, units] : rows) {
+    SCOPED_TRACE(testing::PrintToString(bytes));
     bool valid = false;
-    EXPECT_EQ(row.units, Decode(row.encoding, row.bytes, row.external, &valid));
-    EXPECT_EQ(row.valid, valid);
+    EXPECT_EQ(units, Decode(encoding, bytes, external, &valid));
+    EXPECT_EQ(isValid, valid);
   }
 }
 
 TEST(TextCodec, EncodingStopsAtWhatDoesNotFit) {
-  const struct {
-    CFStringEncoding encoding;
-    Units units;
-    UInt8 lossByte;
-    size_t room;
-    size_t taken;
-    std::string bytes;
-  } rows[] = {
+  const std::tuple<CFStringEncoding, Units, UInt8, size_t, size_t, std::string> rows[] = {
       {kUTF8, {0x7FF, 0x800, 0xFFFF}, 0, 9, 3, "\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF"},
       {kUTF8, {'a', 0xD83D, 0xDE00}, 0, 10, 3, "a\xF0\x9F\x98\x80"},
       {kUTF8, {'a', 0x20AC}, 0, 3, 1, "a"},    // not half a character
@@ -112,16 +99,16 @@ TEST(TextCodec, EncodingStopsAtWhatDoesNotFit) {
       {kLittle, {0x20AC, 'a'}, 0, 3, 1, "\xAC\x20"},
       {kCFStringEncodingWindowsLatin1, {0x20AC, 0xE9, 0x81}, 0, 9, 2, "\x80\xE9"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.bytes));
+  for (const auto& [encoding, units, lossByte, room, expectedTaken, bytes] : rows) {
+    SCOPED_TRACE(testing::PrintToString(bytes));
     size_t taken = 0;
-    EXPECT_EQ(row.bytes, Encode(row.encoding, row.units, row.lossByte, row.room, &taken));
-    EXPECT_EQ(row.taken, taken);
+    EXPECT_EQ(bytes, Encode(encoding, units, lossByte, room, &taken));
+    EXPECT_EQ(expectedTaken, taken);
     size_t counted = 0;
-    if (row.room >= 6) {
-      HostEncodeText(row.encoding, {nullptr, row.units.data(), row.units.size()}, row.lossByte,
-                     nullptr, 0, &counted);
-      EXPECT_EQ(row.bytes.size(), counted);
+    if (room >= 6) {
+      HostEncodeText(encoding, {nullptr, units.data(), units.size()}, lossByte, nullptr, 0,
+                     &counted);
+      EXPECT_EQ(bytes.size(), counted);
     }
   }
 }

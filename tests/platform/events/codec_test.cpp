@@ -257,20 +257,18 @@ std::string NestedBody(int levels) {
 }
 
 TEST_F(Decoding, NestingIsLimited) {
-  const struct {
-    int levels;
-    OSStatus err;
-  } rows[] = {{2, 0}, {63, 0}, {64, errAECorruptData}, {10000, errAECorruptData}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.levels);
+  const std::pair<int, OSStatus> rows[] = {
+      {2, 0}, {63, 0}, {64, errAECorruptData}, {10000, errAECorruptData}};
+  for (const auto& [levels, expected] : rows) {
+    SCOPED_TRACE(levels);
     StDesc event, copy;
-    EXPECT_EQ(row.err, Decode(NestedBody(row.levels), &event));
-    if (row.err == 0) {
-      EXPECT_EQ(NestedBody(row.levels), Flatten(event));
+    EXPECT_EQ(expected, Decode(NestedBody(levels), &event));
+    if (expected == 0) {
+      EXPECT_EQ(NestedBody(levels), Flatten(event));
       EXPECT_EQ(0, AEDuplicateDesc(&event, &copy));
       // As deep as it came, it counts when it is put somewhere.
       const OSErr err = AEPutParamDesc(&copy, kKey, &event);
-      EXPECT_EQ(row.levels == 63 ? errAEBadListItem : 0, err);
+      EXPECT_EQ(levels == 63 ? errAEBadListItem : 0, err);
     }
   }
 }

@@ -217,12 +217,8 @@ TEST_F(Coerce, WildcardsAndTheSameTypeCopy) {
 }
 
 TEST_F(Coerce, Lists) {
-  const struct {
-    const char* from;  // n null, v value, 1 list of a value, 2 of two, r record, e event
-    DescType toType;
-    OSErr err;
-    const char* printed;
-  } rows[] = {
+  // `from`: n null, v value, 1 list of a value, 2 of two, r record, e event.
+  const std::tuple<const char*, DescType, OSErr, const char*> rows[] = {
       {"n", typeAEList, 0, "[ ]"},
       {"v", typeAEList, 0, "[ 1 ]"},
       {"1", typeSInt32, 0, "1"},
@@ -233,11 +229,11 @@ TEST_F(Coerce, Lists) {
       {"r", FourCC('o', 'b', 'j', ' '), 0, "'obj '{ '----':1 }"},
       {"e", typeAERecord, errAECoercionFail, "'null'()"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(std::string(row.from) + " as " + CodeText(row.toType));
+  for (const auto& [from, toType, err, printed] : rows) {
+    SCOPED_TRACE(std::string(from) + " as " + CodeText(toType));
     StDesc source, result;
     const SInt32 one = 1;
-    const char kind = row.from[0];
+    const char kind = from[0];
     if (kind == 'v') Make(Long(1), &source);
     if (kind == '1' || kind == '2') AECreateList(nullptr, 0, false, &source);
     if (kind == '1' || kind == '2') AEPutPtr(&source, 0, typeSInt32, &one, sizeof one);
@@ -245,8 +241,8 @@ TEST_F(Coerce, Lists) {
     if (kind == 'r') AECreateList(nullptr, 0, true, &source);
     if (kind == 'e') AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, 1, 0, &source);
     if (kind == 'r') AEPutKeyPtr(&source, keyDirectObject, typeSInt32, &one, sizeof one);
-    EXPECT_EQ(row.err, AECoerceDesc(&source, row.toType, &result));
-    EXPECT_EQ(row.printed, Printed(result));
+    EXPECT_EQ(err, AECoerceDesc(&source, toType, &result));
+    EXPECT_EQ(printed, Printed(result));
   }
 }
 

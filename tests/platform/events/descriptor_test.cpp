@@ -43,6 +43,7 @@ TEST_F(Descriptor, StaleNumbersNameNothing) {
   EXPECT_EQ(errAENotAEDesc, AEDuplicateDesc(&copy, &out));
   EXPECT_EQ(errAENotAEDesc, AEReplaceDescData(typeChar, "x", 1, &copy));
   EXPECT_EQ(errAENotAEDesc, AEPutParamDesc(&copy, keyDirectObject, &desc));
+  EXPECT_EQ(errAENotAEDesc, AECreateAppleEvent(1, 1, &copy, 1, 0, &out));
   EXPECT_EQ(0, AEDisposeDesc(&copy));
   for (int i = 0; i < 3000; ++i) EXPECT_EQ(Long(i), Contents(*others[i]));
 }

@@ -37,24 +37,9 @@ Raw Attribute(const AppleEvent* event, AEKeyword key) {
   return raw;
 }
 
-TEST_F(Event, TargetMayBeRefused) {
-  StList list;
-  AEDesc stale = list;
-  AEDesc out = {typeChar, nullptr};
-  EXPECT_EQ(errAEWrongDataType, AECreateAppleEvent(kClass, kID, &list, 1, 0, &out));
-  AEDisposeDesc(&list);
-  EXPECT_EQ(errAENotAEDesc, AECreateAppleEvent(kClass, kID, &stale, 1, 0, &out));
-  EXPECT_EQ(DescType{typeNull}, out.descriptorType);
-}
-
 TEST_F(Event, PuttingAttributes) {
   const std::string psn(8, 'p');
-  const struct {
-    AEKeyword key;
-    Raw put;
-    OSErr err;
-    Raw after;
-  } rows[] = {
+  const std::tuple<AEKeyword, Raw, OSErr, Raw> rows[] = {
       {keyReplyPortAttr, Code(typeMachPort, 9), 0, Code(typeMachPort, 9)},
       {keyTimeoutAttr, Short(60), 0, Long(60)},  // coerced to the attribute's own type
       {keyTimeoutAttr, {typeSInt32, "abc"}, errAECoercionFail, {}},  // cannot be four bytes
@@ -67,15 +52,15 @@ TEST_F(Event, PuttingAttributes) {
       {keyReplyRequestedAttr, Bool(1), errAEWrongDataType, Bool(0)},
       {kCustom, Text("anything"), 0, Text("anything")},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(CodeText(row.key));
+  for (const auto& [key, put, err, after] : rows) {
+    SCOPED_TRACE(CodeText(key));
     StDesc event, copy;
     MakeEvent(&event);
-    EXPECT_EQ(row.err, PutRaw(&event, row.key, row.put));
-    EXPECT_EQ(row.after, Attribute(&event, row.key));
+    EXPECT_EQ(err, PutRaw(&event, key, put));
+    EXPECT_EQ(after, Attribute(&event, key));
     ASSERT_EQ(0, AEDuplicateDesc(&event, &copy));
     AEDisposeDesc(&event);
-    EXPECT_EQ(row.after, Attribute(&copy, row.key));
+    EXPECT_EQ(after, Attribute(&copy, key));
   }
 }
 

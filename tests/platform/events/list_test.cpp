@@ -32,12 +32,7 @@ std::vector<SInt32> Values(const AEDescList& list) {
 
 TEST_F(List, IndexesOfPutAndDelete) {
   using Ints = std::vector<SInt32>;
-  const struct {
-    bool isPut;
-    SInt32 index;
-    OSErr err;
-    Ints after;
-  } rows[] = {
+  const std::tuple<bool, SInt32, OSErr, Ints> rows[] = {
       {true, 0, 0, {1, 2, 3, 9}},  // appends
       {true, 4, 0, {1, 2, 3, 9}},  // one behind the last appends too
       {true, 1, 0, {9, 2, 3}},     // replaces
@@ -46,15 +41,15 @@ TEST_F(List, IndexesOfPutAndDelete) {
       {false, 0, errAEDescNotFound, {1, 2, 3}},
       {false, 4, errAEDescNotFound, {1, 2, 3}},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.index);
+  for (const auto& [isPut, index, expected, after] : rows) {
+    SCOPED_TRACE(index);
     StDesc list;
     MakeList({1, 2, 3}, &list);
     const SInt32 value = 9;
-    const OSErr err = row.isPut ? AEPutPtr(&list, row.index, typeSInt32, &value, sizeof value)
-                                : AEDeleteItem(&list, row.index);
-    EXPECT_EQ(row.err, err);
-    EXPECT_EQ(row.after, Values(list));
+    const OSErr err = isPut ? AEPutPtr(&list, index, typeSInt32, &value, sizeof value)
+                            : AEDeleteItem(&list, index);
+    EXPECT_EQ(expected, err);
+    EXPECT_EQ(after, Values(list));
   }
   StDesc list;
   MakeList({1}, &list);
@@ -208,11 +203,7 @@ TEST_F(Param, WrongKindsOfContainer) {
   Make(Long(1), &value);
   MakeList({1}, &list);
   ASSERT_EQ(0, AECreateList(nullptr, 0, true, &record));
-  const struct {
-    const char* what;
-    AEDesc* container;
-    OSErr keyed, indexed, put, attribute;
-  } rows[] = {
+  const std::tuple<const char*, AEDesc*, OSErr, OSErr, OSErr, OSErr> rows[] = {
       {"null", &null, errAENotAEDesc, errAENotAEDesc, errAENotAEDesc, errAENotAEDesc},
       {"value", &value, errAEWrongDataType, errAEWrongDataType, errAEWrongDataType,
        errAENotAppleEvent},
@@ -221,19 +212,18 @@ TEST_F(Param, WrongKindsOfContainer) {
        errAENotAppleEvent},
       {"none", nullptr, paramErr, paramErr, paramErr, paramErr},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.what);
+  for (const auto& [what, container, keyed, indexed, put, attribute] : rows) {
+    SCOPED_TRACE(what);
     char buffer[16];
     const SInt32 number = 5;
-    EXPECT_EQ(row.keyed,
-              AEGetParamPtr(row.container, kKey, typeWildCard, nullptr, buffer, 16, nullptr));
-    EXPECT_EQ(row.indexed,
-              AEGetNthPtr(row.container, 1, typeWildCard, nullptr, nullptr, buffer, 16, nullptr));
-    EXPECT_EQ(row.put, AEPutPtr(row.container, 1, typeSInt32, &number, sizeof number));
-    EXPECT_EQ(row.attribute, AEGetAttributePtr(row.container, keyEventClassAttr, typeWildCard,
-                                               nullptr, buffer, 16, nullptr));
-    EXPECT_EQ(row.attribute,
-              AEPutAttributePtr(row.container, keyTimeoutAttr, typeSInt32, &number, sizeof number));
+    EXPECT_EQ(keyed, AEGetParamPtr(container, kKey, typeWildCard, nullptr, buffer, 16, nullptr));
+    EXPECT_EQ(indexed,
+              AEGetNthPtr(container, 1, typeWildCard, nullptr, nullptr, buffer, 16, nullptr));
+    EXPECT_EQ(put, AEPutPtr(container, 1, typeSInt32, &number, sizeof number));
+    EXPECT_EQ(attribute, AEGetAttributePtr(container, keyEventClassAttr, typeWildCard, nullptr,
+                                           buffer, 16, nullptr));
+    EXPECT_EQ(attribute,
+              AEPutAttributePtr(container, keyTimeoutAttr, typeSInt32, &number, sizeof number));
   }
 }
 

@@ -5,10 +5,7 @@ namespace {
 using Print = DescTest;
 
 TEST_F(Print, Values) {
-  const struct {
-    Raw value;
-    std::string text;
-  } rows[] = {
+  const std::pair<Raw, std::string> rows[] = {
       {{typeNull, ""}, "'null'()"},
       {Short(-2), "-2"},
       {Float(0.1f), "0.1"},
@@ -24,10 +21,10 @@ TEST_F(Print, Values) {
       {{typeProcessSerialNumber, ULong(0).bytes + ULong(0xC0001).bytes},
        "'psn '($00000000000C0001$)"},
   };
-  for (const auto& row : rows) {
+  for (const auto& [value, text] : rows) {
     StDesc desc;
-    Make(row.value, &desc);
-    EXPECT_EQ(row.text, Printed(desc));
+    Make(value, &desc);
+    EXPECT_EQ(text, Printed(desc));
   }
 }
 

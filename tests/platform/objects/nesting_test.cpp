@@ -125,13 +125,7 @@ TEST(Nesting, DescriptionsShowContentsByLevel) {
   CFDictionarySetValue(dictionary, CFSTR("list"), array);
   CFDictionarySetValue(dictionary, CFSTR("name"), String("\xC3\xA9t\xC3\xA9"));
   EXPECT_EQ(
-      "{\n"
-      "    list = (\n"
-      "        1\n"
-      "        (\n"
-      "        )\n"
-      "    )\n"
-      "    name = \xC3\xA9t\xC3\xA9\n"
-      "}",
+      "{\n    list = (\n        1\n        (\n        )\n    )\n"
+      "    name = \xC3\xA9t\xC3\xA9\n}",
       DescriptionOf(dictionary));
 }

@@ -33,12 +33,7 @@ struct Carried {
 }  // namespace
 
 TEST(Number, EveryTypeIsStoredAsItsCanonicalOne) {
-  const struct {
-    CFNumberType given;
-    CFNumberType stored;
-    CFIndex size;
-    bool isFloat;
-  } rows[] = {
+  const std::tuple<CFNumberType, CFNumberType, CFIndex, bool> rows[] = {
       {kCFNumberSInt8Type, kCFNumberSInt8Type, 1, false},
       {kCFNumberFloat64Type, kCFNumberFloat64Type, 8, true},
       {kCFNumberCharType, kCFNumberSInt8Type, 1, false},
@@ -46,18 +41,18 @@ TEST(Number, EveryTypeIsStoredAsItsCanonicalOne) {
       {kCFNumberFloatType, kCFNumberFloat32Type, 4, true},
       {kCFNumberCFIndexType, kCFNumberSInt32Type, 4, false},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.given);
+  for (const auto& [given, stored, size, isFloat] : rows) {
+    SCOPED_TRACE(given);
     const UInt8 bytes[9] = {0, 1, 0, 1, 0, 1, 0, 1, 0};
-    const OwnedRef<CFNumberRef> number(CFNumberCreate(nullptr, row.given, bytes + 1));
-    EXPECT_EQ(row.stored, CFNumberGetType(number));
-    EXPECT_EQ(row.size, CFNumberGetByteSize(number));
-    EXPECT_EQ(row.isFloat, CFNumberIsFloatType(number));
+    const OwnedRef<CFNumberRef> number(CFNumberCreate(nullptr, given, bytes + 1));
+    EXPECT_EQ(stored, CFNumberGetType(number));
+    EXPECT_EQ(size, CFNumberGetByteSize(number));
+    EXPECT_EQ(isFloat, CFNumberIsFloatType(number));
     UInt8 out[9];
     std::memset(out, 0xEE, sizeof out);
-    EXPECT_TRUE(CFNumberGetValue(number, row.given, out));
-    EXPECT_EQ(0, std::memcmp(bytes + 1, out, static_cast<size_t>(row.size)));
-    EXPECT_EQ(0xEE, out[row.size]) << "wrote more than its size";
+    EXPECT_TRUE(CFNumberGetValue(number, given, out));
+    EXPECT_EQ(0, std::memcmp(bytes + 1, out, static_cast<size_t>(size)));
+    EXPECT_EQ(0xEE, out[size]) << "wrote more than its size";
   }
   SInt64 value = 7;
   for (CFNumberType type : {-1, 0, 15, 1000}) {
@@ -68,13 +63,7 @@ TEST(Number, EveryTypeIsStoredAsItsCanonicalOne) {
 }
 
 TEST(Number, IntegersSaturateAndSaySo) {
-  const struct {
-    OwnedRef<CFNumberRef> number;
-    SInt8 as8;
-    bool is8;
-    SInt64 as64;
-    bool is64;
-  } rows[] = {
+  const std::tuple<OwnedRef<CFNumberRef>, SInt8, bool, SInt64, bool> rows[] = {
       {Integer(128), 127, false, 128, true},
       {Integer(INT64_MIN), -128, false, INT64_MIN, true},
       {Unsigned(UINT64_MAX), 127, false, INT64_MAX, false},
@@ -83,39 +72,33 @@ TEST(Number, IntegersSaturateAndSaySo) {
       {Real(-kTwoTo63), -128, false, INT64_MIN, true},
       {Real(kNaN), 0, false, 0, false},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(DescriptionOf(row.number));
-    const Carried<SInt8> as8(row.number, kCFNumberCharType);
-    EXPECT_EQ(row.as8, as8.value);
-    EXPECT_EQ(row.is8, as8.isExact);
-    const Carried<SInt64> as64(row.number, kCFNumberLongLongType);
-    EXPECT_EQ(row.as64, as64.value);
-    EXPECT_EQ(row.is64, as64.isExact);
+  for (const auto& [number, expected8, is8, expected64, is64] : rows) {
+    SCOPED_TRACE(DescriptionOf(number));
+    const Carried<SInt8> as8(number, kCFNumberCharType);
+    EXPECT_EQ(expected8, as8.value);
+    EXPECT_EQ(is8, as8.isExact);
+    const Carried<SInt64> as64(number, kCFNumberLongLongType);
+    EXPECT_EQ(expected64, as64.value);
+    EXPECT_EQ(is64, as64.isExact);
   }
 }
 
 TEST(Number, RealsAreRoundedAndSaySo) {
-  const struct {
-    OwnedRef<CFNumberRef> number;
-    float asFloat;
-    bool isFloat;
-    double asDouble;
-    bool isDouble;
-  } rows[] = {
+  const std::tuple<OwnedRef<CFNumberRef>, float, bool, double, bool> rows[] = {
       {Integer((1LL << 53) + 1), static_cast<float>(kTwoTo53), false, kTwoTo53, false},
       {Unsigned(UINT64_MAX), static_cast<float>(2 * kTwoTo63), false, 2 * kTwoTo63, false},
       {Real(0.1), 0.1f, false, 0.1, true},
       {Real(-kInfinity), -static_cast<float>(kInfinity), true, -kInfinity, true},
       {Real(DBL_MIN), 0.0f, false, DBL_MIN, true},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(DescriptionOf(row.number));
-    const Carried<float> asFloat(row.number, kCFNumberFloatType);
-    EXPECT_EQ(row.asFloat, asFloat.value);
-    EXPECT_EQ(row.isFloat, asFloat.isExact);
-    const Carried<double> asDouble(row.number, kCFNumberDoubleType);
-    EXPECT_EQ(row.asDouble, asDouble.value);
-    EXPECT_EQ(row.isDouble, asDouble.isExact);
+  for (const auto& [number, expectedFloat, isFloat, expectedDouble, isDouble] : rows) {
+    SCOPED_TRACE(DescriptionOf(number));
+    const Carried<float> asFloat(number, kCFNumberFloatType);
+    EXPECT_EQ(expectedFloat, asFloat.value);
+    EXPECT_EQ(isFloat, asFloat.isExact);
+    const Carried<double> asDouble(number, kCFNumberDoubleType);
+    EXPECT_EQ(expectedDouble, asDouble.value);
+    EXPECT_EQ(isDouble, asDouble.isExact);
   }
   const Carried<float> nan(Real(kNaN), kCFNumberFloat32Type);
   EXPECT_TRUE(nan.isExact && std::isnan(nan.value));

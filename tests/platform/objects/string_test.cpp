@@ -65,28 +65,22 @@ TEST(CFString, CFSTRGivesOneObjectForEachText) {
 }
 
 TEST(CFString, FailedConversionsLeaveATerminatedPrefix) {
-  const struct {
-    const char* text;
-    CFStringEncoding encoding;
-    CFIndex size;
-    bool done;
-    const char* result;
-  } rows[] = {
+  const std::tuple<const char*, CFStringEncoding, CFIndex, bool, const char*> rows[] = {
       {"abc", kCFStringEncodingASCII, 3, false, "ab"},
       {"a\xE2\x82\xAC", kCFStringEncodingUTF8, 4, false, "a"},
       {"a\xE4\xB8\x80z", kCFStringEncodingMacRoman, 9, false, "a"},
       {"abc", kCFStringEncodingInvalidId, 9, false, ""},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::Message() << row.text << " in " << row.size);
-    const Text string = String(row.text);
-    std::vector<char> buffer(static_cast<size_t>(row.size), 'x');
-    EXPECT_EQ(row.done, CFStringGetCString(string, buffer.data(), row.size, row.encoding));
-    EXPECT_STREQ(row.result, buffer.data());
+  for (const auto& [text, encoding, size, done, result] : rows) {
+    SCOPED_TRACE(testing::Message() << text << " in " << size);
+    const Text string = String(text);
+    std::vector<char> buffer(static_cast<size_t>(size), 'x');
+    EXPECT_EQ(done, CFStringGetCString(string, buffer.data(), size, encoding));
+    EXPECT_STREQ(result, buffer.data());
 
-    std::vector<unsigned char> pascal(static_cast<size_t>(row.size), 'x');
-    EXPECT_EQ(row.done, CFStringGetPascalString(string, pascal.data(), row.size, row.encoding));
-    EXPECT_EQ(row.result, std::string(pascal.begin() + 1, pascal.begin() + 1 + pascal[0]));
+    std::vector<unsigned char> pascal(static_cast<size_t>(size), 'x');
+    EXPECT_EQ(done, CFStringGetPascalString(string, pascal.data(), size, encoding));
+    EXPECT_EQ(result, std::string(pascal.begin() + 1, pascal.begin() + 1 + pascal[0]));
   }
   unsigned char pascal[300];
   const Text tooLong(String(std::string(256, 'a')));
@@ -120,8 +114,7 @@ TEST(CFString, GetBytesStopsBeforeWhatDoesNotFitOrHasNoForm) {
     CFStringEncoding encoding;
     UInt8 lossByte;
     bool external;
-    CFIndex max;
-    CFIndex converted;
+    CFIndex max, converted;
     std::string bytes;
   } rows[] = {
       {{0, 4}, kCFStringEncodingUTF8, 0, false, 20, 4, "a\xC3\xA9\xE2\x82\xAC\xE4\xB8\x80"},
@@ -178,10 +171,7 @@ TEST(CFString, FormatsIntegersRealsTextAndObjects) {
   const Text held = String("\xC3\xA9\xE2\x82\xAC");
   const CFStringRef accented = held;
   const UniChar units[] = {0x20AC, 'x', 0};
-  const struct {
-    CFStringRef made;
-    const char* text;
-  } rows[] = {
+  const std::pair<CFStringRef, const char*> rows[] = {
 #define FORMAT(...) CFStringCreateWithFormat(nullptr, nullptr, __VA_ARGS__)
       {FORMAT(CFSTR("%5d|%-5d|%05d|%+d%%"), 42, 42, 42, 42), "   42|42   |00042|+42%"},
       {FORMAT(CFSTR("%*d|%-*d|%.*f"), 4, 7, 4, 7, 2, 1.0), "   7|7   |1.00"},
@@ -200,10 +190,10 @@ TEST(CFString, FormatsIntegersRealsTextAndObjects) {
        "<\xC3\xA9\xE2\x82\xAC>  \xC3\xA9\xE2\x82\xAC|(null)"},
 #undef FORMAT
   };
-  for (const auto& row : rows) {
-    const Text made(row.made);
-    ASSERT_NE(nullptr, made) << row.text;
-    EXPECT_EQ(row.text, TextOf(made));
+  for (const auto& [string, text] : rows) {
+    const Text made(string);
+    ASSERT_NE(nullptr, made) << text;
+    EXPECT_EQ(text, TextOf(made));
   }
   for (CFStringRef format : {CFSTR("%"), CFSTR("a%5"), CFSTR("%n"), CFSTR("%y"), CFSTR("%1$d")}) {
     EXPECT_EQ(nullptr, CFStringCreateWithFormat(nullptr, nullptr, format, 1)) << TextOf(format);

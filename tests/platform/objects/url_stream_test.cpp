@@ -39,37 +39,30 @@ const UInt8* Bytes(const char* text) { return reinterpret_cast<const UInt8*>(tex
 
 TEST(URL, HoldsThePathsBytes) {
   const std::string cwd = std::filesystem::current_path();
-  const struct {
-    const char* given;
-    std::string path;
-    bool isDirectory;
-  } rows[] = {
+  const std::tuple<const char*, std::string, bool> rows[] = {
       {"/a/b", "/a/b", false},
       {"/a/b///", "/a/b", true},
       {"a/./b", cwd + "/a/./b", false},
       {"/\x8E\xFF\x01", "/\x8E\xFF\x01", false},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.given);
-    const URL url = URLOfBytes(row.given);
-    EXPECT_EQ(row.path, PathOf(url));
-    EXPECT_EQ(row.isDirectory, CFURLHasDirectoryPath(url));
+  for (const auto& [given, path, isDirectory] : rows) {
+    SCOPED_TRACE(given);
+    const URL url = URLOfBytes(given);
+    EXPECT_EQ(path, PathOf(url));
+    EXPECT_EQ(isDirectory, CFURLHasDirectoryPath(url));
     // The path as a string makes the same address again, whatever the bytes.
     const OwnedRef<CFStringRef> text(CFURLCopyFileSystemPath(url, kCFURLPOSIXPathStyle));
-    EXPECT_EQ(row.path, PathOf(URLOfString(text)));
+    EXPECT_EQ(path, PathOf(URLOfString(text)));
   }
 }
 
 TEST(URL, AStringIsMacRomanBytesIfItCanBe) {
-  const struct {
-    const char* utf8;
-    const char* path;
-  } rows[] = {
+  const std::pair<const char*, const char*> rows[] = {
       {"/caf\xC3\xA9", "/caf\x8E"},                              // every character has a byte
       {"/caf\xC3\xA9\xE6\x97\xA5", "/caf\xC3\xA9\xE6\x97\xA5"},  // one without: all of it is UTF-8
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(row.path, PathOf(URLOfString(String(row.utf8)))) << row.utf8;
+  for (const auto& [utf8, path] : rows) {
+    EXPECT_EQ(path, PathOf(URLOfString(String(utf8)))) << utf8;
   }
   // Bytes that were read as Mac Roman come out as they came in.
   const OwnedRef<CFStringRef> bytes(
@@ -178,25 +171,22 @@ TEST(Streams, TheRestIsReadAtOnceWithinALimit) {
   const ScratchFolder folder;
   const std::string text(100000, 'z');
   const std::string path = folder.File("file", text);
-  const struct {
-    size_t length, limit;
-    HostStreamRead result;
-  } rows[] = {
+  const std::tuple<size_t, size_t, HostStreamRead> rows[] = {
       {0, 1 << 20, HostStreamRead::kOk},
       {0, 99999, HostStreamRead::kTooLong},
       {200000, 1 << 20, HostStreamRead::kOk},
       {2000, 1000, HostStreamRead::kTooLong},
   };
-  for (const auto& row : rows) {
+  for (const auto& [length, limit, result] : rows) {
     for (bool isFile : {true, false}) {
-      SCOPED_TRACE(testing::Message() << row.length << " " << row.limit);
+      SCOPED_TRACE(testing::Message() << length << " " << limit);
       const Reader reader(isFile ? CFReadStreamCreateWithFile(nullptr, URLOfBytes(path))
                                  : CFReadStreamCreateWithBytesNoCopy(nullptr, Bytes(text.c_str()),
                                                                      100000, kCFAllocatorNull));
       ASSERT_TRUE(CFReadStreamOpen(reader));
       HostStreamRest rest;
-      ASSERT_EQ(row.result, HostReadStreamToEnd(reader, row.length, row.limit, rest));
-      if (row.result != HostStreamRead::kOk) continue;
+      ASSERT_EQ(result, HostReadStreamToEnd(reader, length, limit, rest));
+      if (result != HostStreamRead::kOk) continue;
       ASSERT_EQ(text.size(), rest.count);
       EXPECT_EQ(0, std::memcmp(text.data(), rest.bytes, rest.count));
     }
