@@ -9,60 +9,52 @@ namespace {
 TEST(CommandLine, SeparatesOptionsFromArgumentsAndQuotesAFault) {
   const std::vector<OptionSpec> specs = {
       {"--all", nullptr, ""}, {"--timeout", "SECONDS", ""}, {"-o", "FILE", ""}};
-  const struct {
-    std::vector<std::string> given;
-    const char* problem;
-    std::vector<std::string> words;
-    std::map<std::string, std::string> options;
-  } rows[] = {
-      {{}, "", {}, {}},
-      {{"a", "--all", "b"}, "", {"a", "b"}, {{"--all", ""}}},
-      {{"--timeout", "3", "a"}, "", {"a"}, {{"--timeout", "3"}}},
-      {{"--timeout", "--all"}, "", {}, {{"--timeout", "--all"}}},
-      {{"--", "--all", "--"}, "", {"--all", "--"}, {}},
-      {{"----:long=1", "-", "-x", "---"}, "", {"----:long=1", "-", "-x", "---"}, {}},
-      {{"-o", "-", "-ox"}, "", {"-ox"}, {{"-o", "-"}}},
-      {{"--timeout"}, "--timeout needs a value: SECONDS", {}, {}},
-      {{"--all=1"}, "--all takes no value", {}, {}},
-      {{"--all", "--all"}, "--all is given twice", {}, {}},
-      {{"--al"}, "unknown option \"--al\"; did you mean --all?", {}, {}},
-      {{"--xxmxoxx"}, "unknown option \"--xxmxoxx\"", {}, {}},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.given));
+  const std::tuple<std::vector<std::string>, const char*, std::vector<std::string>,
+                   std::map<std::string, std::string>>
+      rows[] = {
+          {{}, "", {}, {}},
+          {{"a", "--all", "b"}, "", {"a", "b"}, {{"--all", ""}}},
+          {{"--timeout", "3", "a"}, "", {"a"}, {{"--timeout", "3"}}},
+          {{"--timeout", "--all"}, "", {}, {{"--timeout", "--all"}}},
+          {{"--", "--all", "--"}, "", {"--all", "--"}, {}},
+          {{"----:long=1", "-", "-x", "---"}, "", {"----:long=1", "-", "-x", "---"}, {}},
+          {{"-o", "-", "-ox"}, "", {"-ox"}, {{"-o", "-"}}},
+          {{"--timeout"}, "--timeout needs a value: SECONDS", {}, {}},
+          {{"--all=1"}, "--all takes no value", {}, {}},
+          {{"--all", "--all"}, "--all is given twice", {}, {}},
+          {{"--al"}, "unknown option \"--al\"; did you mean --all?", {}, {}},
+          {{"--xxmxoxx"}, "unknown option \"--xxmxoxx\"", {}, {}},
+      };
+  for (const auto& [given, expectedProblem, words, options] : rows) {
+    SCOPED_TRACE(testing::PrintToString(given));
     CommandLine line;
     std::string problem;
-    EXPECT_EQ(row.problem[0] == 0, ParseCommandLine(specs, row.given, line, problem));
-    EXPECT_EQ(row.problem, problem);
-    if (row.problem[0] != 0) continue;
-    EXPECT_EQ(row.words, line.words);
-    EXPECT_EQ(row.options, line.options);
+    EXPECT_EQ(expectedProblem[0] == 0, ParseCommandLine(specs, given, line, problem));
+    EXPECT_EQ(expectedProblem, problem);
+    if (expectedProblem[0] != 0) continue;
+    EXPECT_EQ(words, line.words);
+    EXPECT_EQ(options, line.options);
   }
 }
 
 TEST(ParseSeconds, RoundsUpAndRefusesAllButAPositiveNumber) {
-  const struct {
-    const char* text;
-    bool isFine;
-    int ticks;
-  } rows[] = {{"1", true, 60},        {"0.001", true, 1}, {"35791394", true, 2147483640},
-              {"35791395", false, 0}, {"0", false, 0},    {"-1", false, 0},
-              {" 1", false, 0},       {"1s", false, 0},   {"1e3", false, 0},
-              {"nan", false, 0}};
-  for (const auto& row : rows) {
+  const std::tuple<const char*, bool, int> rows[] = {
+      {"1", true, 60},        {"0.001", true, 1}, {"35791394", true, 2147483640},
+      {"35791395", false, 0}, {"0", false, 0},    {"-1", false, 0},
+      {" 1", false, 0},       {"1s", false, 0},   {"1e3", false, 0},
+      {"nan", false, 0}};
+  for (const auto& [text, isFine, expectedTicks] : rows) {
     int ticks = 0;
-    EXPECT_EQ(row.isFine, ParseSeconds(row.text, ticks)) << row.text;
-    EXPECT_EQ(row.ticks, ticks) << row.text;
+    EXPECT_EQ(isFine, ParseSeconds(text, ticks)) << text;
+    EXPECT_EQ(expectedTicks, ticks) << text;
   }
 }
 
 TEST(PortText, AgesAreInTheLargestUnit) {
-  const struct {
-    double seconds;
-    const char* text;
-  } rows[] = {{-3, "0s"},    {0, "0s"},    {59.9, "59s"},  {60, "1m"},
-              {3599, "59m"}, {3600, "1h"}, {86399, "23h"}, {86400 * 400.0, "400d"}};
-  for (const auto& row : rows) EXPECT_EQ(row.text, AgeText(row.seconds)) << row.seconds;
+  const std::pair<double, const char*> rows[] = {
+      {-3, "0s"},    {0, "0s"},    {59.9, "59s"},  {60, "1m"},
+      {3599, "59m"}, {3600, "1h"}, {86399, "23h"}, {86400 * 400.0, "400d"}};
+  for (const auto& [seconds, text] : rows) EXPECT_EQ(text, AgeText(seconds)) << seconds;
 }
 
 }  // namespace

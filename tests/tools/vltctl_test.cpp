@@ -27,12 +27,8 @@ ProgramResult Vltctl(const std::vector<std::string>& words,
 constexpr UInt32 kTest = FourCC('t', 'e', 's', 't');
 
 // Answers ('test', 'echo') with what was asked, ('test', 'fail') with an error, ('test', 'hang')
-// never, dies of ('test', 'die '), and leaves on quit.
+// never, and dies of ('test', 'die ').
 OSStatus Answer(UInt32 eventClass, UInt32 eventID, const AEDesc* event, AEDesc* reply, void*) {
-  if (eventClass == kCoreEventClass && eventID == kAEQuitApplication) {
-    CFRunLoopStop(CFRunLoopGetCurrent());
-    return 0;
-  }
   if (eventClass != kTest) return errAEEventNotHandled;
   switch (eventID) {
     case FourCC('e', 'c', 'h', 'o'):
@@ -56,22 +52,6 @@ TEST_ROLE(Service) {
   role.SignalReady();
   CFRunLoopRun();
   return kRoleDone;
-}
-
-TEST(Vltctl, UsageErrorsAreStatusTwoWithAMessageOnStandardError) {
-  const std::vector<VerbRun> runs = {
-      {{}, 2, "", "vltctl ports"},
-      {{"prots"}, 2, "", "did you mean ports?"},
-      {{"send", "x", "abcd"}, 2, "", "too few arguments"},
-      {{"send", "x", "abcd", "abc"}, 2, "", "event id \"abc\" is not four characters"},
-      {{"send", "x", "abcd", "efgh", "keyy:long=1", "keyy:long=1"}, 2, "", "given twice"},
-      {{"send", "x", "abcd", "efgh", "--timeout", "1s"},
-       2,
-       "",
-       "--timeout: \"1s\" is not a number of seconds"},
-      {{"quit", std::string(128, 'n')}, 2, "", "1 to 127 bytes"},
-  };
-  ExpectRuns({}, runs);
 }
 
 TEST(Vltctl, HelpGoesToStandardOutputWithStatusZeroOnLinesOfAtMostEightyColumns) {
@@ -128,12 +108,9 @@ TEST(Vltctl, SendPrintsOneJsonObjectWithOrWithoutAReply) {
       ",\"attributes\":{\"repq\":{\"type\":\"bool\",\"value\":false},"
       "\"evcl\":{\"type\":\"type\",\"value\":\"aevt\"},"
       "\"evid\":{\"type\":\"type\",\"value\":\"ansr\"},";
-  const struct {
-    std::vector<std::string> words;
-    int status;
-    std::string error;  // number and name
-    std::string rest;   // behind the attributes that depend on the sender; null: no reply came
-  } rows[] = {
+  // `error`: number and name.
+  // `rest`: behind the attributes that depend on the sender; null: no reply came.
+  const std::tuple<std::vector<std::string>, int, std::string, std::string> rows[] = {
       {{port, "test", "echo", "a\"b\\:text=Gr\xc3\xbc\n", "numb:comp=-9223372036854775808",
         "list:long=1,-2", "weed:'ABCD'=00ff"},
        0,
@@ -148,18 +125,18 @@ TEST(Vltctl, SendPrintsOneJsonObjectWithOrWithoutAReply) {
        "\"parameters\":{\"errn\":{\"type\":\"long\",\"value\":-31999}}}\n"},
       {{"test.nobody", "test", "echo"}, 3, "1102,\"name\":\"BOOTSTRAP_UNKNOWN_SERVICE\"", ""},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.words));
+  for (const auto& [given, status, error, rest] : rows) {
+    SCOPED_TRACE(testing::PrintToString(given));
     std::vector<std::string> words = {"send", "--json"};
-    words.insert(words.end(), row.words.begin(), row.words.end());
+    words.insert(words.end(), given.begin(), given.end());
     const ProgramResult result = Vltctl(words);
-    EXPECT_EQ(row.status, result.status);
-    EXPECT_EQ(row.status == 0, result.errors.empty()) << result.errors;
+    EXPECT_EQ(status, result.status);
+    EXPECT_EQ(status == 0, result.errors.empty()) << result.errors;
     const std::string start =
-        "{\"port\":\"" + row.words[0] + "\",\"error\":{\"number\":" + row.error + "}" +
-        (row.rest.empty() ? ",\"attributes\":null,\"parameters\":null}\n" : attributes);
+        "{\"port\":\"" + given[0] + "\",\"error\":{\"number\":" + error + "}" +
+        (rest.empty() ? ",\"attributes\":null,\"parameters\":null}\n" : attributes);
     EXPECT_TRUE(result.output.starts_with(start)) << result.output;
-    EXPECT_TRUE(result.output.ends_with(row.rest)) << result.output;
+    EXPECT_TRUE(result.output.ends_with(rest)) << result.output;
   }
 }
 
@@ -194,40 +171,6 @@ TEST(Vltctl, PortsShowsEveryByteOfANameAndItsOwner) {
     }
   }
   ExpectRuns({}, {{{"ports", "--all"}, 0, "", "no ports are published"}});
-}
-
-TEST(Vltctl, QuitReturnsWhenThePortIsGoneAndReportsASilentOrMissingServer) {
-  OpenDescriptorCheck noLeaks;
-  for (const bool isJson : {false, true}) {
-    SCOPED_TRACE(isJson);
-    TestProcess service("Service");
-    ASSERT_TRUE(service.WaitReady(20s));
-    const std::string port = service.PortName();
-    const auto quit = [&](std::vector<std::string> words, int status, const std::string& outcome,
-                          const std::string& error, const char* said) {
-      words.insert(words.begin(), port);
-      if (isJson) words.push_back("--json");
-      const std::string json =
-          "{\"port\":\"" + port + "\",\"outcome\":\"" + outcome + "\",\"error\":" + error + "}\n";
-      const ProgramResult result = RunVerb({"quit"}, words);
-      EXPECT_EQ(status, result.status) << result.errors;
-      EXPECT_EQ(isJson ? json : "", result.output);
-      if (isJson) return;
-      EXPECT_EQ(*said == 0, result.errors.empty()) << result.errors;
-      EXPECT_NE(std::string::npos, result.errors.find(said)) << result.errors;
-    };
-    service.Signal(SIGSTOP);
-    quit({"--timeout=0.2"}, 4, "failed", "{\"number\":-1712,\"name\":\"errAETimeout\"}",
-         "errAETimeout");
-    service.Signal(SIGCONT);
-    service.Wait(20s);  // it has taken the quit event that nobody waits for any more
-    quit({}, 0, "notRunning", "null", "is not running");
-    TestProcess other("Service", port.c_str(), {});
-    ASSERT_TRUE(other.WaitReady(20s));
-    quit({}, 0, "quit", "null", "");
-    EXPECT_TRUE(WaitForNoPort(port, 0s));
-    EXPECT_EQ(kRoleDone, other.Wait(20s));
-  }
 }
 
 TEST(Vltctl, AnUnusableSessionDirectoryIsStatusEight) {

@@ -30,11 +30,8 @@ OwnedRef<CFTypeRef> Leaf(PlistKind kind, const char* text) {
 }  // namespace
 
 TEST(PlistJson, AcceptsExactlyTheGrammarAndReportsThePositionOfAFault) {
-  const struct {
-    const char* json;
-    const char* written;  // null: refused
-    const char* problem;
-  } rows[] = {
+  // `written`: null: refused.
+  const std::tuple<const char*, const char*, const char*> rows[] = {
       {"{}", "{}", ""},
       {"{\"a\":[1,{\"b\":[true,false]},-0.5],\"c\":\"\"}",
        "{\"a\":[1,{\"b\":[true,false]},-0.5],\"c\":\"\"}", ""},
@@ -65,12 +62,12 @@ TEST(PlistJson, AcceptsExactlyTheGrammarAndReportsThePositionOfAFault) {
       {"\"\xFF\"", nullptr, "not UTF-8"},
       {"\"\\u12\"", nullptr, "unknown escape"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.json);
+  for (const auto& [json, written, expectedProblem] : rows) {
+    SCOPED_TRACE(json);
     std::string problem;
-    const OwnedRef<CFTypeRef> list(CreateFromJson(row.json, problem));
-    EXPECT_EQ(row.written != nullptr ? row.written : "none", Json(list));
-    EXPECT_NE(std::string::npos, problem.find(row.problem)) << problem;
+    const OwnedRef<CFTypeRef> list(CreateFromJson(json, problem));
+    EXPECT_EQ(written != nullptr ? written : "none", Json(list));
+    EXPECT_NE(std::string::npos, problem.find(expectedProblem)) << problem;
   }
 }
 
@@ -85,11 +82,8 @@ TEST(PlistJson, RefusesMoreThan512LevelsWithoutRecursion) {
 }
 
 TEST(PlistLeaf, TextOfEveryKindReadsBackAsTheSameLeaf) {
-  const struct {
-    PlistKind kind;
-    const char* text;
-    const char* again;  // null: refused
-  } rows[] = {
+  // `again`: null: refused.
+  const std::tuple<PlistKind, const char*, const char*> rows[] = {
       {PlistKind::kString, " a<b&c ", " a<b&c "},
       {PlistKind::kInteger, "-9223372036854775808", "-9223372036854775808"},
       {PlistKind::kInteger, "18446744073709551616", nullptr},
@@ -103,28 +97,24 @@ TEST(PlistLeaf, TextOfEveryKindReadsBackAsTheSameLeaf) {
       {PlistKind::kData, "AAEC/w==", "AAEC/w=="},
       {PlistKind::kArray, "[]", nullptr},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(std::string(KindName(row.kind)) + " " + row.text);
+  for (const auto& [kind, text, again] : rows) {
+    SCOPED_TRACE(std::string(KindName(kind)) + " " + text);
     std::string problem;
-    const OwnedRef<CFTypeRef> leaf(CreateLeaf(row.kind, row.text, problem));
-    EXPECT_EQ(row.again == nullptr, leaf == nullptr);
+    const OwnedRef<CFTypeRef> leaf(CreateLeaf(kind, text, problem));
+    EXPECT_EQ(again == nullptr, leaf == nullptr);
     EXPECT_EQ(leaf == nullptr, !problem.empty());
     if (leaf == nullptr) continue;
-    EXPECT_EQ(row.kind, KindOf(leaf));
-    EXPECT_EQ(row.again, LeafText(leaf));
-    EXPECT_EQ(row.kind, KindNamed(KindName(row.kind)));
+    EXPECT_EQ(kind, KindOf(leaf));
+    EXPECT_EQ(again, LeafText(leaf));
+    EXPECT_EQ(kind, KindNamed(KindName(kind)));
   }
 }
 
 TEST(PlistLeaf, AnArgumentGetsTheTypeOfWhatItReplacesOrLooksLike) {
   const OwnedRef<CFTypeRef> nothing, real(Leaf(PlistKind::kReal, "1")), list(List("[]"));
   const OwnedRef<CFTypeRef> text(Leaf(PlistKind::kString, "x"));
-  const struct {
-    const char* word;
-    CFTypeRef replaced;
-    PlistKind kind;  // kNone: refused
-    const char* json;
-  } rows[] = {
+  // `kind`: kNone: refused.
+  const std::tuple<const char*, CFTypeRef, PlistKind, const char*> rows[] = {
       {"5", nothing, PlistKind::kInteger, "5"},
       {"5", real, PlistKind::kReal, "5.0"},
       {"5", text, PlistKind::kString, "\"5\""},
@@ -138,40 +128,33 @@ TEST(PlistLeaf, AnArgumentGetsTheTypeOfWhatItReplacesOrLooksLike) {
       {"<0fbd>", nothing, PlistKind::kData, "\"D70=\""},
       {"<date>2020-01-01T00:00:00Z</date>", nothing, PlistKind::kDate, "\"2020-01-01T00:00:00Z\""},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.word);
+  for (const auto& [word, replaced, kind, json] : rows) {
+    SCOPED_TRACE(word);
     std::string problem;
-    const OwnedRef<CFTypeRef> value(CreateValueOfType("", row.word, row.replaced, problem));
-    EXPECT_EQ(row.kind, KindOf(value));
+    const OwnedRef<CFTypeRef> value(CreateValueOfType("", word, replaced, problem));
+    EXPECT_EQ(kind, KindOf(value));
     EXPECT_EQ(value == nullptr, !problem.empty()) << problem;
-    EXPECT_TRUE(value == nullptr || Json(value) == row.json) << Json(value);
+    EXPECT_TRUE(value == nullptr || Json(value) == json) << Json(value);
   }
 }
 
 TEST(PlistPath, TextReadsBackWithEscapedDotsAndBackslashes) {
-  const struct {
-    const char* text;
-    bool isFine;
-    PlistPath path;
-  } rows[] = {
+  const std::tuple<const char*, bool, PlistPath> rows[] = {
       {"", true, {}},        {"a", true, {"a"}}, {"com\\.example.x", true, {"com.example", "x"}},
       {".", true, {"", ""}}, {"a\\", false, {}}, {"a\\\\b.\\.", true, {"a\\b", "."}},
   };
-  for (const auto& row : rows) {
+  for (const auto& [text, isFine, expectedPath] : rows) {
     PlistPath path;
-    EXPECT_EQ(row.isFine, ParsePlistPath(row.text, path)) << row.text;
-    if (!row.isFine) continue;
-    EXPECT_EQ(row.path, path) << row.text;
-    EXPECT_EQ(row.text, PlistPathText(path));
+    EXPECT_EQ(isFine, ParsePlistPath(text, path)) << text;
+    if (!isFine) continue;
+    EXPECT_EQ(expectedPath, path) << text;
+    EXPECT_EQ(text, PlistPathText(path));
   }
 }
 
 TEST(PlistPath, AChangeThatFailsLeavesTheListAloneAndSaysWhy) {
-  const struct {
-    const char* path;
-    PlistChange change;
-    const char* result;  // what the list is then; or the problem
-  } rows[] = {
+  // `result`: what the list is then; or the problem.
+  const std::tuple<const char*, PlistChange, const char*> rows[] = {
       {"b", PlistChange::kSet, "{\"a\":{},\"l\":[1,2],\"b\":9}"},
       {"a.b", PlistChange::kSet, "{\"a\":{\"b\":9},\"l\":[1,2]}"},
       {"l.2", PlistChange::kSet, "{\"a\":{},\"l\":[1,2,9]}"},
@@ -184,25 +167,21 @@ TEST(PlistPath, AChangeThatFailsLeavesTheListAloneAndSaysWhy) {
       {"l.0.x", PlistChange::kSet, "l.0 is an integer and contains nothing"},
       {"a.z", PlistChange::kRemove, "a has no key \"z\""},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.path);
+  for (const auto& [expectedPath, change, result] : rows) {
+    SCOPED_TRACE(expectedPath);
     const OwnedRef<CFTypeRef> list(List("{\"a\":{},\"l\":[1,2]}"));
     const OwnedRef<CFTypeRef> value(List("9"));
     PlistPath path;
     std::string problem;
-    ASSERT_TRUE(ParsePlistPath(row.path, path));
-    const bool isDone = ChangePlist(list, path, row.change, value, problem);
-    EXPECT_EQ(row.result, isDone ? Json(list) : problem);
+    ASSERT_TRUE(ParsePlistPath(expectedPath, path));
+    const bool isDone = ChangePlist(list, path, change, value, problem);
+    EXPECT_EQ(result, isDone ? Json(list) : problem);
     EXPECT_TRUE(isDone || Json(list) == "{\"a\":{},\"l\":[1,2]}");
   }
 }
 
 TEST(PlistDiff, ReportsEachDifferenceOnceInOrder) {
-  const struct {
-    const char* before;
-    const char* after;
-    const char* differences;
-  } rows[] = {
+  const std::tuple<const char*, const char*, const char*> rows[] = {
       {"{\"a\":[1,{\"b\":2}]}", "{\"a\":[1,{\"b\":2}]}", ""},
       {"{\"a\":1,\"b\":2}", "{\"b\":2,\"a\":1}", ""},
       {"1", "1.0", "=1>1.0 "},
@@ -211,31 +190,22 @@ TEST(PlistDiff, ReportsEachDifferenceOnceInOrder) {
       {"[1,[2,3]]", "[1,[2],4]", "1.1=3> 2=>4 "},
       {"{\"a\":true}", "{\"a\":1}", "a=true>1 "},
   };
-  for (const auto& row : rows) {
-    const OwnedRef<CFTypeRef> before(List(row.before)), after(List(row.after));
+  for (const auto& [from, to, differences] : rows) {
+    const OwnedRef<CFTypeRef> before(List(from)), after(List(to));
     std::string told;
     DiffPlists(before, after, [&](const PlistDifference& difference) {
       told += difference.path + "=" + (difference.before ? Json(difference.before) : "") + ">" +
               (difference.after ? Json(difference.after) : "") + " ";
     });
-    EXPECT_EQ(row.differences, told);
+    EXPECT_EQ(differences, told);
   }
 }
 
 TEST(PlistText, PrintsEachValueOnALineOfItsOwn) {
   const OwnedRef<CFTypeRef> list(List("{\"a b\":[1,\"x\\ny\",{}],\"c\":{\"d\":0.5}}"));
   EXPECT_EQ(
-      "{\n"
-      "  \"a b\" = [\n"
-      "    1\n"
-      "    \"x\\ny\"\n"
-      "    {\n"
-      "    }\n"
-      "  ]\n"
-      "  c = {\n"
-      "    d = 0.5\n"
-      "  }\n"
-      "}\n",
+      "{\n  \"a b\" = [\n    1\n    \"x\\ny\"\n    {\n    }\n  ]\n"
+      "  c = {\n    d = 0.5\n  }\n}\n",
       PlistText(list));
   EXPECT_EQ("<00ff>\n", PlistText(Leaf(PlistKind::kData, "AP8=")));
   EXPECT_EQ("{...} (2)", PlistLine(list));

@@ -20,23 +20,12 @@ constexpr char kList[] =
     "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
     "<plist version=\"1.0\">\n"
     "<dict>\n"
-    "\t<key>big</key>\n"
-    "\t<integer>18446744073709551615</integer>\n"
-    "\t<key>list</key>\n"
-    "\t<array>\n"
-    "\t\t<real>0.10000000000000001</real>\n"
-    "\t\t<true/>\n"
-    "\t</array>\n"
-    "\t<key>name</key>\n"
-    "\t<string>a &amp; \xC3\xA9</string>\n"
-    "\t<key>raw</key>\n"
-    "\t<data>\n"
-    "\tAAEC/w==\n"
-    "\t</data>\n"
-    "\t<key>when</key>\n"
-    "\t<date>2005-03-01T12:34:56Z</date>\n"
-    "</dict>\n"
-    "</plist>\n";
+    "\t<key>big</key>\n\t<integer>18446744073709551615</integer>\n"
+    "\t<key>list</key>\n\t<array>\n\t\t<real>0.10000000000000001</real>\n\t\t<true/>\n\t</array>\n"
+    "\t<key>name</key>\n\t<string>a &amp; \xC3\xA9</string>\n"
+    "\t<key>raw</key>\n\t<data>\n\tAAEC/w==\n\t</data>\n"
+    "\t<key>when</key>\n\t<date>2005-03-01T12:34:56Z</date>\n"
+    "</dict>\n</plist>\n";
 
 }  // namespace
 
@@ -69,12 +58,8 @@ TEST(VltctlPlist, LintReportsThePositionOfEachFaultAndFailsIfAnyFileHasOne) {
       folder.File("bad", "<plist>\n<dict>\n  <string>x</string>\n</dict></plist>");
   const std::string cut = folder.File("cut", "bplist00\x01");
   const std::string missing = folder.Path("missing"), json = folder.File("json", "{\"a\":1}");
-  const struct {
-    std::string file;
-    int status;
-    std::string line, model;  // how they go on after the file's name
-    bool hasProblem, hasHint;
-  } rows[] = {
+  // `model`: how they go on after the file's name.
+  const std::tuple<std::string, int, std::string, std::string, bool, bool> rows[] = {
       {good, 0, ": ok (XML)\n",
        "\"ok\":true,\"format\":\"XML\",\"line\":null,\"column\":null,\"offset\":null,", false,
        false},
@@ -88,31 +73,26 @@ TEST(VltctlPlist, LintReportsThePositionOfEachFaultAndFailsIfAnyFileHasOne) {
       {json, 7, ":1:5: ", "\"ok\":false,\"format\":\"text\",\"line\":1,\"column\":5,\"offset\":4,",
        true, true},
   };
-  for (const auto& row : rows) {
+  for (const auto& [file, status, reported, model, hasProblem, hasHint] : rows) {
     // The file is the first and the last of several: neither hides its fault.
-    for (const auto& words : {std::vector<std::string>{row.file, good}, {good, row.file}}) {
+    for (const auto& words : {std::vector<std::string>{file, good}, {good, file}}) {
       std::vector<std::string> all = {"lint"};
       all.insert(all.end(), words.begin(), words.end());
       const ProgramResult result = Plist(all);
-      EXPECT_EQ(row.status, result.status) << row.file;
-      EXPECT_NE(std::string::npos, result.output.find(row.file + row.line)) << result.output;
+      EXPECT_EQ(status, result.status) << file;
+      EXPECT_NE(std::string::npos, result.output.find(file + reported)) << result.output;
       EXPECT_NE(std::string::npos, result.output.find(good + ": ok (XML)\n")) << result.output;
     }
-    const std::string line = Plist({"lint", "--json", row.file}).output;
-    EXPECT_EQ(0u, line.find("{\"file\":\"" + row.file + "\"," + row.model + "\"problem\":"))
-        << line;
-    EXPECT_EQ(row.hasProblem, line.find("\"problem\":null") == std::string::npos) << line;
-    EXPECT_EQ(row.hasHint, !line.ends_with(",\"hint\":null}\n")) << line;
+    const std::string line = Plist({"lint", "--json", file}).output;
+    EXPECT_EQ(0u, line.find("{\"file\":\"" + file + "\"," + model + "\"problem\":")) << line;
+    EXPECT_EQ(hasProblem, line.find("\"problem\":null") == std::string::npos) << line;
+    EXPECT_EQ(hasHint, !line.ends_with(",\"hint\":null}\n")) << line;
   }
 }
 
 TEST(VltctlPlist, ReportsTheFaultOfTheFormatWhoseReaderGotFurther) {
   const ScratchFolder folder;
-  const struct {
-    const char* verb;
-    const char* text;
-    const char* said;
-  } rows[] = {
+  const std::tuple<const char*, const char*, const char*> rows[] = {
       {"print", "{ a = b; ", "line 1, column 10: the file ends too early"},
       {"print", "{ \"a\" = (b }", "line 1, column 12: , or ) is due"},
       {"print", "{\"a\":1", "JSON line 1, column 7: expected \",\" or \"}\""},
@@ -120,11 +100,11 @@ TEST(VltctlPlist, ReportsTheFaultOfTheFormatWhoseReaderGotFurther) {
       {"lint", "{\"a\":1}", ":1:5: = or ; is due here (this is JSON"},
       {"lint", "{\"a\":1", ":1:5: = or ; is due here\n"},
   };
-  for (const auto& row : rows) {
-    const ProgramResult result = Plist({row.verb, folder.File("list", row.text)});
-    EXPECT_EQ(7, result.status) << row.text;
+  for (const auto& [verb, text, said] : rows) {
+    const ProgramResult result = Plist({verb, folder.File("list", text)});
+    EXPECT_EQ(7, result.status) << text;
     const std::string told = result.output + result.errors;
-    EXPECT_NE(std::string::npos, told.find(row.said)) << told;
+    EXPECT_NE(std::string::npos, told.find(said)) << told;
   }
 }
 
@@ -175,10 +155,7 @@ TEST(VltctlPlist, EditingKeepsLinkAndModeAndAFailureKeepsTheFile) {
   const std::string file = folder.File("a.plist", kList);
   const std::string link = folder.Link("link", "a.plist");
   ASSERT_EQ(0, chmod(file.c_str(), 0640));
-  const struct {
-    std::vector<std::string> words;
-    int status;
-  } rows[] = {
+  const std::pair<std::vector<std::string>, int> rows[] = {
       {{"set", link, "name", "5"}, 0},
       {{"set", link, "when", "2024-02-29T00:00:00Z"}, 0},
       {{"set", link, "new", "{\"x\":[1.5]}"}, 0},
@@ -196,11 +173,11 @@ TEST(VltctlPlist, EditingKeepsLinkAndModeAndAFailureKeepsTheFile) {
       {{"convert", "xml", file, "-o", folder.Link("loop", "loop")}, 1},
       {{"convert", "xml", file, "-o", folder.Path("none/")}, 1},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.words));
-    const ProgramResult result = Plist(row.words);
-    EXPECT_EQ(row.status, result.status) << result.errors;
-    EXPECT_EQ(row.status != 0, !result.errors.empty()) << result.errors;
+  for (const auto& [words, status] : rows) {
+    SCOPED_TRACE(testing::PrintToString(words));
+    const ProgramResult result = Plist(words);
+    EXPECT_EQ(status, result.status) << result.errors;
+    EXPECT_EQ(status != 0, !result.errors.empty()) << result.errors;
   }
   EXPECT_EQ(
       "{\"list\":[\"first\",true],\"name\":\"5\",\"new\":{\"x\":[1.5]},\"raw\":\"text\","
@@ -244,15 +221,4 @@ TEST(VltctlPlist, ReadsStandardInputAndWritesThroughLinksToOpenFiles) {
   EXPECT_EQ("",
             filter("convert json - -o /dev/fd/3 3>> " + out + " && echo more >> " + out).errors);
   EXPECT_EQ("more\n", ReadFile(out).substr(ReadFile(out).find('\n') + 1));
-}
-
-TEST(VltctlPlist, WrongArgumentsAreStatusTwo) {
-  const std::vector<VerbRun> runs = {
-      {{"lnit", "x"}, 2, "", "did you mean lint?"},
-      {{"print", "a", "b"}, 2, "", "usage: vltctl plist print FILE"},
-      {{"convert", "yaml", "x"}, 2, "", "unknown format \"yaml\""},
-      {{"convert", "xml", "x", "--json"}, 2, "", "needs -o OUT"},
-      {{"set", "-", "a", "1", "--json"}, 2, "", "--json needs a file"},
-  };
-  ExpectRuns({"plist"}, runs);
 }

@@ -12,10 +12,7 @@ namespace {
 
 TEST(JsonValue, EveryValueIsOneLineOfValidJson) {
   constexpr double kInfinity = std::numeric_limits<double>::infinity();
-  const struct {
-    JsonValue value;
-    const char* line;
-  } rows[] = {
+  const std::pair<JsonValue, const char*> rows[] = {
       {{}, "null"},
       {JsonValue::Bool(true), "true"},
       {JsonValue::Integer(-9007199254740991), "-9007199254740991"},
@@ -36,7 +33,7 @@ TEST(JsonValue, EveryValueIsOneLineOfValidJson) {
       {JsonValue::Object{{"a", JsonValue::Array{{}, "b", JsonValue::Object()}}, {"", {}}},
        "{\"a\":[null,\"b\",{}],\"\":null}"},
   };
-  for (const auto& row : rows) EXPECT_EQ(row.line, JsonText(row.value));
+  for (const auto& [value, line] : rows) EXPECT_EQ(line, JsonText(value));
 }
 
 template <class Number, class Bits>

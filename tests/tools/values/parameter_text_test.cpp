@@ -7,11 +7,7 @@
 namespace {
 
 TEST(ParseCode, AcceptsFourCharactersOrEightHexadecimalDigitsOnly) {
-  const struct {
-    const char* text;
-    bool isFine;
-    FourCharCode code;
-  } rows[] = {
+  const std::tuple<const char*, bool, FourCharCode> rows[] = {
       {"aevt", true, 0x61657674},
       {"1234", true, 0x31323334},
       {"----", true, 0x2D2D2D2D},
@@ -24,21 +20,17 @@ TEST(ParseCode, AcceptsFourCharactersOrEightHexadecimalDigitsOnly) {
        "ab",
        false, 0},
   };
-  for (const auto& row : rows) {
+  for (const auto& [text, isFine, expectedCode] : rows) {
     FourCharCode code = 0;
-    EXPECT_EQ(row.isFine, ParseCode(row.text, code)) << row.text;
-    EXPECT_EQ(row.isFine ? row.code : code, code) << row.text;
+    EXPECT_EQ(isFine, ParseCode(text, code)) << text;
+    EXPECT_EQ(isFine ? expectedCode : code, code) << text;
   }
 }
 
 // What is sent is printed as it was given: text -> parameter -> event -> text.
 TEST(ParameterText, APrintedParameterReadsBackAsTheSameBytes) {
-  const struct {
-    const char* given;
-    DescType type;
-    Size size;
-    const char* printed;  // null: as given
-  } rows[] = {
+  // `shown`: null: as given.
+  const std::tuple<const char*, DescType, Size, const char*> rows[] = {
       {"keyy:ucomp=18446744073709551615", typeUInt64, 8, nullptr},
       {"keyy:long=1,-2,3", typeSInt32, 12, nullptr},
       {"keyy:double=Infinity,NaN,1", typeIEEE64BitFloatingPoint, 24,
@@ -58,19 +50,19 @@ TEST(ParameterText, APrintedParameterReadsBackAsTheSameBytes) {
       // Numbers from the most significant byte on, on every host.
       {"keyy:'long'=0000012c", typeSInt32, 4, "keyy:long=300"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.given);
+  for (const auto& [given, type, size, shown] : rows) {
+    SCOPED_TRACE(given);
     ParameterValue value;
     std::string problem;
-    ASSERT_TRUE(ParseParameter(row.given, value, problem)) << problem;
-    EXPECT_EQ(row.type, value.type);
-    EXPECT_EQ(row.size, static_cast<Size>(value.bytes.size()));
+    ASSERT_TRUE(ParseParameter(given, value, problem)) << problem;
+    EXPECT_EQ(type, value.type);
+    EXPECT_EQ(size, static_cast<Size>(value.bytes.size()));
     AEDesc event = {typeNull, nullptr};
     ASSERT_EQ(0, AECreateAppleEvent(FourCC('t', 'e', 's', 't'), FourCC('t', 'e', 's', 't'), nullptr,
                                     kAutoGenerateReturnID, kAnyTransactionID, &event));
     ASSERT_EQ(0, AEPutParamPtr(&event, value.key, value.type, value.bytes.data(),
                                static_cast<Size>(value.bytes.size())));
-    const char* printed = row.printed != nullptr ? row.printed : row.given;
+    const char* printed = shown != nullptr ? shown : given;
     EXPECT_EQ(std::vector<std::string>{printed}, ParameterLines(ParametersModel(event)));
     AEDisposeDesc(&event);
   }

@@ -22,7 +22,7 @@
 namespace {
 
 // A port whose handler always does the same: "dies"; "leaves", gives the port up; "changes", gives
-// it up and claims the name with another one; "stays"; or returns a number.
+// it up and claims the name with another one; "stays"; "hangs"; or returns a number.
 struct BehavingPort {
   std::string name;
   std::string behaviour;
@@ -36,6 +36,7 @@ struct BehavingPort {
   static OSStatus Handle(UInt32, UInt32, const AEDesc*, AEDesc*, void* refcon) {
     auto& port = *static_cast<BehavingPort*>(refcon);
     if (port.behaviour == "dies") raise(SIGKILL);
+    if (port.behaviour == "hangs") raise(SIGSTOP);
     if (port.behaviour == "leaves" || port.behaviour == "changes") port.listener.reset();
     if (port.behaviour == "changes") return port.Claim();
     return std::atoi(port.behaviour.c_str());
@@ -83,21 +84,18 @@ constexpr struct {
 
 // Of looking a port up and of sending, also those that no process here can bring about.
 TEST(VerbOutcomes, EachFailureOfTheTransportHasItsOwnStatus) {
-  const struct {
-    OSStatus error;
-    int status;
-  } rows[] = {{noErr, 0},
-              {BOOTSTRAP_UNKNOWN_SERVICE, 3},
-              {procNotFound, 3},
-              {errAETimeout, 4},
-              {BOOTSTRAP_NOT_PRIVILEGED, 5},
-              {connectionInvalid, 6},
-              {errAECorruptData, 7},
-              {errAENewerVersion, 7},
-              {memFullErr, 7},
-              {paramErr, 1},
-              {-31999, 1}};
-  for (const auto& row : rows) EXPECT_EQ(row.status, ExitForStatus(row.error)) << row.error;
+  const std::pair<OSStatus, int> rows[] = {{noErr, 0},
+                                           {BOOTSTRAP_UNKNOWN_SERVICE, 3},
+                                           {procNotFound, 3},
+                                           {errAETimeout, 4},
+                                           {BOOTSTRAP_NOT_PRIVILEGED, 5},
+                                           {connectionInvalid, 6},
+                                           {errAECorruptData, 7},
+                                           {errAENewerVersion, 7},
+                                           {memFullErr, 7},
+                                           {paramErr, 1},
+                                           {-31999, 1}};
+  for (const auto& [error, status] : rows) EXPECT_EQ(status, ExitForStatus(error)) << error;
 }
 
 TEST(VerbOutcomes, AnErrorReplyGivesTheStatusOfItsNumber) {
@@ -139,6 +137,13 @@ TEST(VerbOutcomes, QuitSucceedsHoweverThePortGoes) {
       {{"--json"}, 0, OutcomeLine(gSessionMonitorLaunchSpec.portName, "notRunning", "null"), "not"},
   };
   ExpectRuns({"quit"}, runs);
+  const std::string hangs = start + "e", timeout = Error("-1712", "errAETimeout");
+  TestProcess silent("Behaving", {hangs, "hangs"});
+  ASSERT_TRUE(silent.WaitReady(20s));
+  ExpectRuns({"quit"}, {{{hangs, "--timeout=0.2", "--json"},
+                         4,
+                         OutcomeLine(hangs, "failed", timeout),
+                         "errAETimeout"}});
 }
 
 TEST(VerbOutcomes, StatusAndStartTellWhetherTheSessionDaemonRuns) {
@@ -207,17 +212,22 @@ TEST(VerbOutcomes, DeviceVerbsGiveTheStatusOfTheMonitorsReply) {
 TEST(VerbOutcomes, WrongArgumentsAreStatusTwoWithNothingOnStandardOutput) {
   const std::string longName(128, 'n');
   const std::vector<VerbRun> runs = {
+      {{}, 2, "", "vltctl ports"},
+      {{"prots"}, 2, "", "did you mean ports?"},
       {{"ports", "x"}, 2, "", "usage: vltctl ports"},
       {{"ports", "--al"}, 2, "", "--all"},
       {{"help", "qit"}, 2, "", "quit"},
-      {{"send", "x", "abc", "efgh"}, 2, "", "\"abc\""},
+      {{"send", "x", "abcd"}, 2, "", "too few arguments"},
+      {{"send", "x", "abcd", "abc"}, 2, "", "event id \"abc\" is not four characters"},
+      {{"send", "x", "abcd", "efgh", "keyy:long=1", "keyy:long=1"}, 2, "", "given twice"},
+      {{"send", "x", "abcd", "efgh", "--timeout", "1s"}, 2, "", "is not a number of seconds"},
       {{"send", longName, "abcd", "efgh"}, 2, "", "1 to 127 bytes"},
       {{"send", "", "abcd", "efgh"}, 2, "", "1 to 127 bytes"},
       {{"send", "x", "abcd", "efgh", "keyy:lng=1"}, 2, "", "\"lng\""},
       {{"send", "x", "abcd", "efgh", "keyy:long=abc"}, 2, "", "\"abc\""},
       {{"send", "x", "abcd", "efgh", "key:long=1"}, 2, "", "key:long=1"},
       {{"quit", "x", "y"}, 2, "", "usage: vltctl quit"},
-      {{"quit", ""}, 2, "", "1 to 127 bytes"},
+      {{"quit", longName}, 2, "", "1 to 127 bytes"},
       {{"quit", "x", "--timeout", "0"}, 2, "", "\"0\""},
       {{"status", "x"}, 2, "", "usage: vltctl status"},
       {{"start", "x"}, 2, "", "usage: vltctl start"},
@@ -236,12 +246,19 @@ TEST(VerbOutcomes, WrongArgumentsAreStatusTwoWithNothingOnStandardOutput) {
       {{"launch", "x", "--port", longName}, 2, "", "1 to 127 bytes"},
       {{"ps", "x"}, 2, "", "usage: vltctl ps"},
       {{"session", "x"}, 2, "", "usage: vltctl session"},
+      {{"plist", "lnit", "x"}, 2, "", "did you mean lint?"},
       {{"plist", "print"}, 2, "", "usage: vltctl plist"},
+      {{"plist", "print", "a", "b"}, 2, "", "usage: vltctl plist print FILE"},
+      {{"plist", "convert", "yaml", "x"}, 2, "", "unknown format \"yaml\""},
+      {{"plist", "convert", "xml", "x", "--json"}, 2, "", "needs -o OUT"},
+      {{"plist", "set", "-", "a", "1", "--json"}, 2, "", "--json needs a file"},
       {{"plist", "print", "x", "-o", "y"}, 2, "", "-o"},
       {{"plist", "set", "x", "a\\", "1"}, 2, "", "\"a\\\""},
       {{"plist", "set", "x", "", "1"}, 2, "", "key path"},
       {{"plist", "set", "x", "a", "1", "--type", "text"}, 2, "", "\"text\""},
       {{"plist", "convert", "xml", "x", "-o", ""}, 2, "", "-o"},
+      {{"prefs", "wirte", "a.b"}, 2, "", "did you mean write?"},
+      {{"prefs", "write", "a.b", "n"}, 2, "", "write needs DOMAIN KEY VALUE"},
       {{"prefs", "read"}, 2, "", "usage: vltctl prefs"},
       {{"prefs", "read", "a.b", "c", "d"}, 2, "", "read"},
       {{"prefs", "delete", "a.b", "c", "d"}, 2, "", "delete"},

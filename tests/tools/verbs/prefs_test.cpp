@@ -54,10 +54,7 @@ TEST_F(PrefsVerb, AWrittenValueKeepsTheTypeOfWhatItReplaces) {
       {{"read", "a.b", "d"}, 3, "", "vltctl: "},
       {{"delete", "a.b"}, 0, "", ""},
       {{"read", "a.b", "--json"}, 0, "{}\n", ""},
-      {{"wirte", "a.b"}, 2, "", "did you mean write?"},
-      {{"write", "a.b", "n"}, 2, "", "write needs DOMAIN KEY VALUE"},
       {{"read", "a.b", "n", "x"}, 2, "", "too many arguments for read"},
-      {{"read", "../x"}, 2, "", "../x"},
   };
   ExpectRuns({"prefs"}, runs);
 }
@@ -65,17 +62,15 @@ TEST_F(PrefsVerb, AWrittenValueKeepsTheTypeOfWhatItReplaces) {
 TEST_F(PrefsVerb, WherePrintsTheStrongestFileWithAValue) {
   const std::string user = Folder("XDG_CONFIG_HOME"), shared = Folder("XDG_CONFIG_DIRS");
   EXPECT_EQ(3, Prefs({"where", "a.b", "n"}).status);
-  const struct {
-    std::vector<std::string> options;
-    std::string path;
-  } weakestFirst[] = {{{"--any-user"}, shared + "a.b.plist"},
-                      {{}, user + "a.b.plist"},
-                      {{"--current-host"}, user + "ByHost/a.b.plist"}};
-  for (const auto& row : weakestFirst) {
+  const std::pair<std::vector<std::string>, std::string> weakestFirst[] = {
+      {{"--any-user"}, shared + "a.b.plist"},
+      {{}, user + "a.b.plist"},
+      {{"--current-host"}, user + "ByHost/a.b.plist"}};
+  for (const auto& [options, path] : weakestFirst) {
     std::vector<std::string> words = {"write", "a.b", "n", "1"};
-    words.insert(words.end(), row.options.begin(), row.options.end());
+    words.insert(words.end(), options.begin(), options.end());
     EXPECT_EQ(0, Prefs(words).status);
-    EXPECT_EQ(row.path + "\n", Prefs({"where", "a.b", "n"}).output);
+    EXPECT_EQ(path + "\n", Prefs({"where", "a.b", "n"}).output);
   }
   EXPECT_EQ(shared + "a.b.plist\n", Prefs({"where", "a.b", "n", "--any-user"}).output);
   const ProgramResult all = Prefs({"where", "a.b"});

@@ -29,9 +29,7 @@ TEST(VltctlLaunch, EachOutcomeHasItsStatusTextAndJson) {
   const struct {
     std::vector<std::string> words;
     int status;
-    const char* by;
-    const char* outcome;
-    const char* said;
+    const char *by, *outcome, *said;
     bool hasPort = false;
   } rows[] = {
       {{path}, 0, "path", "started", "", true},
@@ -107,11 +105,7 @@ TEST(VltctlLaunch, ExplainShowsTheResultOfEachWay) {
   OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
   apps.AddBundle("It.app", {"com.test.it", "It  ", "APPL", "program", "2.1"}, "exit 0\n");
-  const struct {
-    const char* word;
-    int status;
-    std::vector<const char*> lines;
-  } rows[] = {
+  const std::tuple<const char*, int, std::vector<const char*>> rows[] = {
       {"It  ",
        6,
        {"path        not found  nothing of that name", "identifier  not found  none of 1",
@@ -122,11 +116,11 @@ TEST(VltctlLaunch, ExplainShowsTheResultOfEachWay) {
         "identifier  not found  an identifier has no slash",
         "signature   not found  it is not four characters"}},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.word);
-    const ProgramResult result = RunVerb({"launch"}, {row.word, "--explain"});
-    EXPECT_EQ(row.status, result.status) << result.errors;
-    for (const char* line : row.lines) {
+  for (const auto& [word, status, lines] : rows) {
+    SCOPED_TRACE(word);
+    const ProgramResult result = RunVerb({"launch"}, {word, "--explain"});
+    EXPECT_EQ(status, result.status) << result.errors;
+    for (const char* line : lines) {
       EXPECT_NE(std::string::npos, result.output.find(line)) << line << " in\n" << result.output;
     }
   }
