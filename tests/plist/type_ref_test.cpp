@@ -134,10 +134,7 @@ TEST(TypeDictionary, AddKeepsAndSetReplaces) {
 // for the value.
 TEST(NumberRule, WhatDoesNotFitIsTheTopBitOrNotANumber) {
   const VLTCFFloat64 huge(1e300);
-  const struct {
-    CFNumberType type;
-    UInt64 bits;
-  } rows[] = {
+  const std::pair<CFNumberType, UInt64> rows[] = {
       {kCFNumberSInt8Type, 0x80},
       {kCFNumberSInt16Type, 0x8000},
       {kCFNumberSInt32Type, 0x80000000},
@@ -150,22 +147,22 @@ TEST(NumberRule, WhatDoesNotFitIsTheTopBitOrNotANumber) {
       {kCFNumberLongLongType, 0x8000000000000000},
       {kCFNumberFloatType, 0x7FC00000},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.type);
-    const UInt32 size = gCFNumberSizes[row.type - 1];
+  for (const auto& [type, expectedBits] : rows) {
+    SCOPED_TRACE(type);
+    const UInt32 size = gCFNumberSizes[type - 1];
     UInt8 out[16];
     std::fill(std::begin(out), std::end(out), UInt8{0x55});
-    EXPECT_EQ(-7, VLTCFNumber::CFNumberGetValue(huge, row.type, out, nullptr, -5, -7));
+    EXPECT_EQ(-7, VLTCFNumber::CFNumberGetValue(huge, type, out, nullptr, -5, -7));
     UInt64 bits = 0;
     for (UInt32 i = 0; i < size; ++i) {
       const UInt32 place = std::endian::native == std::endian::big ? i : size - 1 - i;
       bits = bits << 8 | out[place];
     }
-    EXPECT_EQ(row.bits, bits);
+    EXPECT_EQ(expectedBits, bits);
     EXPECT_EQ(0x55, out[size]);  // not a byte more
 
     const UInt8 instead[8] = {1, 2, 3, 4, 5, 6, 7, 8};
-    EXPECT_EQ(-7, VLTCFNumber::CFNumberGetValue(huge, row.type, out, instead, -5, -7));
+    EXPECT_EQ(-7, VLTCFNumber::CFNumberGetValue(huge, type, out, instead, -5, -7));
     EXPECT_EQ(0, memcmp(instead, out, size));
     EXPECT_EQ(0x55, out[size]);
   }
