@@ -84,10 +84,7 @@ void ExpectBounded(const std::string& bytes, size_t factor) {
 TEST(PlistMemory, TextIsBounded) {
   constexpr size_t kSize = 10 * kMiB;
   constexpr size_t kLong = 50 * kMiB;
-  const struct {
-    const char* name;
-    std::function<std::string()> bytes;
-  } rows[] = {
+  const std::pair<const char*, std::function<std::string()>> rows[] = {
       {"empty dictionaries", [] { return Filled("<array>", "<dict/>", "</array>", kSize); }},
       {"empty arrays", [] { return Filled("<array>", "<array/>", "</array>", kSize); }},
       {"nested", [] { return Filled("<array>", "<array><array/></array>", "</array>", kSize); }},
@@ -120,17 +117,14 @@ TEST(PlistMemory, TextIsBounded) {
       {"text data", [] { return Filled("<", "00", ">", kLong); }},
       {"text comment", [] { return Filled("/*", "*", "*/a", kLong); }},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    ExpectBounded(row.bytes(), 8);
+  for (const auto& [name, bytes] : rows) {
+    SCOPED_TRACE(name);
+    ExpectBounded(bytes(), 8);
   }
 }
 
 TEST(PlistMemory, BinaryIsBounded) {
-  const struct {
-    const char* name;
-    std::string bytes;
-  } rows[] = {
+  const std::pair<const char*, std::string> rows[] = {
       {"empty arrays", Binary(2000000, 2, "\xA0", false)},
       {"empty dictionaries", Binary(2000000, 2, "\xD0", false)},
       {"dictionaries of one place", Binary(1000000, 1000000, "\xD0", true)},
@@ -143,9 +137,9 @@ TEST(PlistMemory, BinaryIsBounded) {
       {"a long wide string",
        Binary(1, 2, "\x6F\x12" + Big(10 * kMiB, 4) + std::string(20 * kMiB, '\x20'), false)},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    ExpectBounded(row.bytes, 16);
+  for (const auto& [name, bytes] : rows) {
+    SCOPED_TRACE(name);
+    ExpectBounded(bytes, 16);
   }
 }
 

@@ -14,9 +14,6 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <map>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -33,14 +30,12 @@
 #include "tests/support/test_role.h"
 
 // Committing preferences, and saving dictionaries, while every single system call fails, or is the
-// process's last one. The calls are made to fail by strace; where tracing is not permitted, by the
-// layer of tests/support/interposed_calls.h inside the process.
+// process's last one, by the layer of tests/support/interposed_calls.h inside the process.
 
 namespace {
 
 constexpr char kDomain[] = "com.veltrane.faults";
 constexpr char kFileName[] = "com.veltrane.faults.plist";
-constexpr char kStrace[] = "/usr/bin/strace";
 
 VLTPreferences& Domain() {
   static VLTPreferences preferences(kDomain, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
@@ -94,21 +89,18 @@ std::string ProblemOfDomain() {
                                 kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
 }
 
-// This program in a role that talks to its standard output, behind `launcher`.
-ProgramResult RunRole(std::vector<std::string> launcher, const std::string& role,
-                      const std::vector<std::string>& arguments = {}) {
-  launcher.insert(launcher.end(), {std::filesystem::read_symlink("/proc/self/exe"),
-                                   "--role=" + role, "--port-name=", "--pipes=1,0"});
-  launcher.insert(launcher.end(), arguments.begin(), arguments.end());
-  // Leaks cannot be looked for in a process that is traced.
-  return RunProgram(launcher, 60s, {{"ASAN_OPTIONS", "detect_leaks=0"}});
+// This program in a role that talks to its standard output.
+ProgramResult RunRole(const std::string& role, const std::vector<std::string>& arguments) {
+  std::vector<std::string> words = {std::filesystem::read_symlink("/proc/self/exe"),
+                                    "--role=" + role, "--port-name=", "--pipes=1,0"};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  return RunProgram(words, 60s);
 }
 
 ProgramResult Change(const std::string& what, CallFault fault = CallFault::kNone, int number = 0,
-                     int error = 0, const std::vector<std::string>& launcher = {}) {
-  return RunRole(launcher, "Changer",
-                 {what, std::to_string(static_cast<int>(fault)), std::to_string(number),
-                  std::to_string(error)});
+                     int error = 0) {
+  return RunRole("Changer", {what, std::to_string(static_cast<int>(fault)), std::to_string(number),
+                             std::to_string(error)});
 }
 
 // The first line, and the number in the second one.
@@ -117,16 +109,6 @@ std::string Said(const ProgramResult& result) {
 }
 int CallsOf(const ProgramResult& result) {
   return std::atoi(result.output.substr(result.output.find('\n') + 1).c_str());
-}
-
-bool MayTrace() {
-  static const bool may = [] {
-    const bool works = access(kStrace, X_OK) == 0 &&
-                       RunProgram({kStrace, "-qq", "-o", "/dev/null", "/bin/true"}).status == 0;
-    if (!works) printf("tracing is not permitted: calls fail by the layer inside the process\n");
-    return works;
-  }();
-  return may;
 }
 
 class PreferencesFaults : public testing::Test {
@@ -194,34 +176,9 @@ class PreferencesFaults : public testing::Test {
     WriteOld();
   }
 
-  // strace for the calls that concern the folder or one of its files.
-  std::vector<std::string> Strace(const std::string& fault = "") const {
-    std::vector<std::string> words = {kStrace, "-qq", "-f", "-o", log};
-    for (const char* name : {"", kFileName, "real.plist", ".real.plist.lock", ".real.plist.new"}) {
-      words.insert(words.end(), {"-P", name[0] != 0 ? Path(name) : folder});
-    }
-    if (!fault.empty()) words.insert(words.end(), {"-e", "inject=" + fault});
-    return words;
-  }
-
-  // The calls of the log and how often each was made.
-  std::map<std::string, int> CallsOfLog() const {
-    std::map<std::string, int> calls;
-    std::ifstream file(log);
-    for (std::string line; std::getline(file, line);) {
-      std::istringstream words(line);
-      std::string pid, call;
-      words >> pid >> call;
-      const size_t bracket = call.find('(');
-      if (bracket != std::string::npos) calls[call.substr(0, bracket)]++;
-    }
-    return calls;
-  }
-
   const std::string folder = std::string(std::getenv("XDG_CONFIG_HOME")) + "/veltrane/preferences";
   const std::string path = Path(kFileName);
   const std::string real = Path("real.plist");
-  const std::string log = std::string(std::getenv("HOME")) + "/strace.log";
   int next = 0;
 };
 
@@ -235,35 +192,6 @@ constexpr struct {
 // Neither is a failure.
 bool MustSucceed(CallFault fault) {
   return fault == CallFault::kShortWrite || fault == CallFault::kInterrupt;
-}
-
-TEST_F(PreferencesFaults, EveryCallOfACommitFailsOnceOrIsTheLast) {
-  OpenDescriptorCheck noLeaks;
-  if (!MayTrace()) return;  // the next test does the same without
-  ProgramResult result = Change("commit", CallFault::kNone, 0, 0, Strace());
-  ASSERT_EQ("ok", Said(result)) << result.errors;
-  ASSERT_EQ("new", StateOfFile());
-  const std::map<std::string, int> calls = CallsOfLog();
-  for (const char* call : {"openat", "fcntl", "read", "write", "fsync", "fchmod"}) {
-    EXPECT_TRUE(calls.contains(call)) << call;
-  }
-  WriteOld();
-  int killed = 0, failed = 0;
-  for (const auto& [call, count] : calls) {
-    for (int number = 1; number <= count; number++) {
-      for (const char* fault : {"signal=KILL", "error=ENOSPC", "error=EIO", "error=EROFS"}) {
-        const std::string injected = call + ":" + fault + ":when=" + std::to_string(number);
-        SCOPED_TRACE(injected);
-        result = Change("commit", CallFault::kNone, 0, 0, Strace(injected));
-        killed += Said(result).empty();
-        failed += Said(result) == "failed";
-        ExpectWhole(result);
-        if (HasFailure()) return;
-      }
-    }
-  }
-  EXPECT_GE(killed, 10);
-  EXPECT_GE(failed, 30);
 }
 
 TEST_F(PreferencesFaults,
@@ -408,35 +336,8 @@ TEST_F(PreferencesFaults, AFolderThatCannotBeMadeSaysWhy) {
 
 TEST_F(PreferencesFaults, AReadOfWhatIsKnownIsOneCall) {
   const int reads = 500;
-  std::vector<std::string> launcher;
-  if (MayTrace()) launcher = {kStrace, "-qq", "-f", "-o", log};
-  const ProgramResult result = RunRole(launcher, "Reader", {std::to_string(reads)});
+  const ProgramResult result = RunRole("Reader", {std::to_string(reads)});
   EXPECT_EQ("begin\nend\n" + std::to_string(reads) + "\n", result.output);
-  if (!MayTrace()) return;
-  std::ifstream file(log);
-  std::map<std::string, int> calls;
-  bool isBetween = false;
-  for (std::string line; std::getline(file, line);) {
-    if (line.find("\"end\\n\"") != std::string::npos) isBetween = false;
-    if (isBetween) {
-      // Behind the process id, which is followed by one or more blanks.
-      const std::string call = line.substr(0, line.find('('));
-      calls[call.substr(call.rfind(' ') + 1)]++;
-    }
-    if (line.find("\"begin\\n\"") != std::string::npos) isBetween = true;
-  }
-  std::erase_if(calls,
-                [](const auto& call) { return call.first.starts_with("rt_sig"); });  // Tell's
-  if (geteuid() == 0) {
-    EXPECT_EQ(reads, calls["geteuid"]);  // a privileged process may become another user
-    calls.erase("geteuid");
-  }
-#ifdef __SANITIZE_ADDRESS__
-  calls.erase("mmap");  // the sanitizer's own
-#endif
-  ASSERT_EQ(1u, calls.size()) << testing::PrintToString(calls);
-  EXPECT_NE(std::string::npos, calls.begin()->first.find("stat"));
-  EXPECT_EQ(reads, calls.begin()->second);
 }
 
 }  // namespace
