@@ -256,8 +256,7 @@ TEST(DeviceMonitor, TellsThoseWhoHaveRegistered) {
   EXPECT_EQ(0, DMSetDevicePreference(2, "k", typeChar, "x", 1));
   EXPECT_TRUE(RunLoopUntil([&] { return heard.size() == 1; }, 20s));
   EXPECT_EQ(0x10, StatusOfFirst());
-  TestProcess digitizer("Digitizer");
-  ASSERT_TRUE(digitizer.WaitReady(20s));
+  ReadyProcess digitizer("Digitizer");
   EXPECT_TRUE(RunLoopUntil([&] { return heard.size() == 2; }, 20s));
   EXPECT_EQ((std::vector<std::string>{"-7 2 80", "-7 1 48"}), heard);
   EXPECT_EQ(0x30, StatusOfFirst());

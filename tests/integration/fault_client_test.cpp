@@ -41,70 +41,11 @@ namespace {
 constexpr size_t kLarge = size_t{4} << 20;  // more than a socket's buffers take
 constexpr SInt32 kShortTicks = 18;          // 0.3 s
 
-// A port whose connections the test serves itself.
-class RawPort {
- public:
-  explicit RawPort(int backlog = 64) : name(UniquePortName()) {
-    static uint64_t sLast = static_cast<uint64_t>(getpid()) << 20;
-    portID = ++sLast;  // those of the host layer are random
-    sockaddr_un address = {};
-    socklen_t size = 0;
-    listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    EXPECT_TRUE(HostPortAddress(portID, &address, &size));
-    EXPECT_EQ(0, bind(listener, reinterpret_cast<sockaddr*>(&address), size));
-    EXPECT_EQ(0, listen(listener, backlog));
-    EXPECT_EQ(0, HostClaimName(name.c_str(), portID, &claim));
-  }
-  ~RawPort() { Die(); }
-
-  const char* Name() const { return name.c_str(); }
-  bool IsListening() const { return listener >= 0; }
-  bool HasCaller() const {
-    if (!IsListening()) return false;
-    pollfd entry = {listener, POLLIN, 0};
-    return poll(&entry, 1, 0) == 1;
-  }
-  RawPeer Accept() {
-    pollfd entry = {listener, POLLIN, 0};
-    EXPECT_EQ(1, poll(&entry, 1, 20000)) << "nobody connected";
-    const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-    // As much as the machine allows, so that a reader does not find the end of a flood.
-    const int buffer = 8 << 20;
-    if (setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &buffer, sizeof buffer) != 0) {
-      setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);
-    }
-    return RawPeer(fd);
-  }
-  // The name stays claimed, as that of an owner that has not noticed yet.
-  void StopListening() {
-    if (listener < 0) return;
-    char file[17];
-    HostPortFileName(portID, file);
-    unlinkat(HostGetContext()->ports, file, 0);
-    close(listener);
-    listener = -1;
-  }
-  void Die() {
-    StopListening();
-    if (claim >= 0) HostReleaseName(name.c_str(), std::exchange(claim, -1));
-  }
-
- private:
-  const std::string name;
-  uint64_t portID;
-  int listener;
-  int claim = -1;
-};
-
-void Answer(RawPeer& peer, uint64_t requestNumber, SInt32 number) {
-  peer.Write(RawFrame(RawReply(requestNumber), kAEAnswer, number));
-}
-
 // Reads one request and answers it with its number.
 void Serve(RawPeer& peer, SInt32 number) {
   const auto request = peer.ReadFrame();
   ASSERT_TRUE(request.has_value());
-  Answer(peer, request->header.requestNumber, number);
+  peer.Reply(request->header.requestNumber, number);
 }
 
 TestRole* sSignalledRole = nullptr;
@@ -220,7 +161,7 @@ TEST_F(ClientFaults, SignalsInterruptNoRequest) {
       RawPeer peer = at.port.Accept();
       const auto request = peer.ReadFrame();
       for (int i = 0; i < 5; i++) ASSERT_EQ("", Interrupt());
-      Answer(peer, request->header.requestNumber, 7);
+      peer.Reply(request->header.requestNumber, 7);
       EXPECT_EQ(0, Told().status);
       continue;
     }
@@ -305,7 +246,7 @@ TEST_F(ClientFaults, AFrameThatWasBegunIsFinishedBeforeTheNext) {
     const auto first = peer.ReadFrame();
     ASSERT_TRUE(first.has_value());
     EXPECT_TRUE(first->body.ends_with(data));
-    if (isAnswered) Answer(peer, first->header.requestNumber, 1);
+    if (isAnswered) peer.Reply(first->header.requestNumber, 1);
     Serve(peer, 3);
     const Result result = Told();
     EXPECT_EQ(0, result.status);
@@ -443,77 +384,6 @@ TEST_F(ClientFaults, TheLeastUsefulOfEightConnectionsIsClosed) {
   EXPECT_EQ(7, Told().number);
 }
 
-// Another user's process cannot reach the socket as a rule. One that can is refused.
-TEST_ROLE(Stranger) {
-  // The connection is made as another user, the way to it is found as this one.
-  if (HostGetContext() == nullptr || seteuid(12345) != 0) return kRoleFailed;
-  setfsuid(0);
-  RawPeer peer(role.PortName());
-  peer.Write(RawFrame(RawRequest(1), kEchoID, 1));
-  role.Tell(peer.WaitHungUp() ? "refused" : "heard");
-  return kRoleDone;
-}
-
-TEST(OtherUsers, AreRefused) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
-  OpenDescriptorCheck noLeaks;
-  TestProcess server("FaultServer");
-  ASSERT_TRUE(server.WaitReady(20s));
-  TestProcess stranger("Stranger", server.PortName(), {});
-  EXPECT_EQ("refused", stranger.Hear(30s));
-  EXPECT_EQ(kRoleDone, stranger.Wait(20s));
-}
-
 // A server that counts its own port rights.
-
-constexpr AEEventID kRightsID = FourCC('r', 'g', 't', 's');
-
-class CountingListener : public FaultListener {
- public:
-  using FaultListener::FaultListener;
-
- private:
-  bool Serve(AEEventID eventID, SInt32 number, const AppleEvent& event,
-             AppleEvent* reply) override {
-    if (eventID != kRightsID) return FaultListener::Serve(eventID, number, event, reply);
-    const auto count = static_cast<SInt32>(HostCountPorts().portNames);
-    return AEPutParamPtr(reply, kNumberKey, typeSInt32, &count, sizeof count) == 0;
-  }
-};
-
-TEST_ROLE(CountingServer) {
-  CountingListener listener(&role);
-  if (listener.Listen() != 0) return kRoleFailed;
-  role.SignalReady();
-  CFRunLoopRun();
-  return kRoleFailed;
-}
-
-// Whatever becomes of the client whose request is never answered.
-TEST(ServersRights, LastNoLongerThanTheRequestsTheyAnswer) {
-  OpenDescriptorCheck noLeaks;
-  TestProcess server("CountingServer");
-  ASSERT_TRUE(server.WaitReady(20s));
-  const auto rights = [&] {
-    SInt32 count = 0;
-    RunOnThread([&] { count = AskServer(server.PortName(), kRightsID).number; });
-    return count;
-  };
-  const SInt32 before = rights();
-  RunOnThread([&] {  // the time runs out, again and again
-    for (int i = 0; i < 5; i++) {
-      EXPECT_EQ(errAETimeout, AskServer(server.PortName(), kHoldID, 0, "", 6).status);
-      EXPECT_EQ("held", server.Hear(20s));
-    }
-    EXPECT_EQ(before, AskServer(server.PortName(), kRightsID).number);
-  });
-  EXPECT_TRUE(WaitUntil([&] { return rights() == before; }, 20s)) << "after the thread's end";
-  {
-    TestProcess waiter("Waiter", server.PortName(), {});
-    EXPECT_EQ("held", server.Hear(20s));
-    EXPECT_TRUE(waiter.KillAndWait(20s));
-  }
-  EXPECT_TRUE(WaitUntil([&] { return rights() == before; }, 20s)) << "after the client's death";
-}
 
 }  // namespace

@@ -30,8 +30,7 @@ constexpr int64_t kMostUntilTold = kHostSecond;
 TEST(ServerDeath, EveryWaitingClientIsToldAtOnce) {
   OpenDescriptorCheck noLeaks;
   for (int round = 0; round < TestScale(); round++) {
-    TestProcess server("FaultServer");
-    ASSERT_TRUE(server.WaitReady(20s));
+    ReadyProcess server("FaultServer");
     TestProcesses clients = StartProcesses(kClients, "Waiter", server.PortName());
     for (int i = 0; i < kClients; i++) ASSERT_EQ("held", server.Hear(20s));
     const int64_t killed = HostNow();
@@ -48,76 +47,6 @@ TEST(ServerDeath, EveryWaitingClientIsToldAtOnce) {
     VLTPortAEMachPortListener successor;
     EXPECT_EQ(0, ListenUnder(successor, server.PortName()));
   }
-}
-
-// Marks are numbered 1000 * client + 1, 2, 3, ...
-constexpr SInt32 kNumbersPerClient = 1000;
-constexpr SInt32 kMarksAfterwards = 50;
-
-// Asks once while the server runs, once while it is stopped, and many times when it runs again.
-TEST_ROLE(Patient) {
-  mach_port_t port = MACH_PORT_NULL;
-  if (LookUpPort(role.PortName(), &port) != 0) return kRoleFailed;
-  SInt32 number = role.NumberArgument(0) * kNumbersPerClient + 1;
-  const SInt32 ticks = role.NumberArgument(1);
-  if (AskPort(port, kMarkID, number).number != number) return kRoleFailed;
-  role.SignalReady();
-
-  if (role.Hear(60s) != "stopped") return kRoleFailed;
-  const FaultAnswer late = AskPort(port, kMarkID, ++number, "", ticks);
-  const int64_t over = late.elapsed - ticks * kHostSecond / 60;
-  if (late.status != errAETimeout || over < 0 || over > kHostSecond) return kRoleFailed;
-  // There is room for one more.
-  if (SendOneWay(port, kMarkID, ++number, ticks) != 0) return kRoleFailed;
-  role.Tell("its time is out");
-
-  if (role.Hear(60s) != "goes on") return kRoleFailed;
-  for (SInt32 i = 0; i < kMarksAfterwards; i++) {
-    number++;
-    const FaultAnswer answer = AskPort(port, kMarkID, number);
-    if (answer.status != 0 || answer.number != number) return kRoleFailed;  // another's answer
-  }
-  return kRoleDone;
-}
-
-void WaitForState(const TestProcess& process, char state) {
-  EXPECT_TRUE(WaitUntil([&] { return ProcessStateOf(process.Pid()) == state; }, 20s));
-}
-
-// The marks of one client, in the order in which the server saw them.
-std::vector<SInt32> MarksOf(const std::vector<SInt32>& all, SInt32 client) {
-  std::vector<SInt32> marks;
-  for (const SInt32 mark : all) {
-    if (mark / kNumbersPerClient == client) marks.push_back(mark % kNumbersPerClient);
-  }
-  return marks;
-}
-
-TEST_F(ServerStop, EachClientsTimeRunsOutAloneAndLateAnswersReachNobody) {
-  constexpr int kPatients = 12;
-  TestProcesses clients;
-  for (int i = 0; i < kPatients; i++) {
-    clients.push_back(std::make_unique<TestProcess>(
-        "Patient", server.PortName(),
-        std::vector<std::string>{std::to_string(i + 1), std::to_string(6 * (i + 1))}));
-  }
-  ExpectReady(clients);
-
-  server.Signal(SIGSTOP);
-  WaitForState(server, 'T');
-  for (auto& client : clients) ASSERT_TRUE(client->Tell("stopped"));
-  for (auto& client : clients) EXPECT_EQ("its time is out", client->Hear(20s));
-
-  server.Signal(SIGCONT);
-  for (auto& client : clients) ASSERT_TRUE(client->Tell("goes on"));
-  ExpectDone(clients);
-  std::vector<SInt32> expected;
-  for (SInt32 i = 1; i <= kMarksAfterwards + 3; i++) expected.push_back(i);
-  RunOnThread([&] {
-    const std::vector<SInt32> all = AskServer(server.PortName(), kTellID).Marks();
-    EXPECT_EQ(kPatients * expected.size(), all.size());
-    for (SInt32 i = 1; i <= kPatients; i++) EXPECT_EQ(expected, MarksOf(all, i)) << "client " << i;
-  });
 }
 
 // Sends so many marks, beginning with the number in its argument, when its test says so.
@@ -143,7 +72,7 @@ TEST_F(ServerStop, AClientWithManyQueuedEventsDelaysNoOtherClient) {
   TestProcess* const senders[] = {&early, &flooder, &late};
   for (TestProcess* sender : senders) ASSERT_TRUE(sender->WaitReady(20s));
   server.Signal(SIGSTOP);
-  WaitForState(server, 'T');
+  WaitForState(server.Pid(), 'T');
   for (TestProcess* sender : senders) {
     ASSERT_TRUE(sender->Tell("go"));
     ASSERT_EQ("sent", sender->Hear(20s));

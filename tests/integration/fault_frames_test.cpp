@@ -110,8 +110,7 @@ TEST(PassedDescriptors, AreRefusedAndNeverKept) {
   for (const bool nearTheLimit : {false, true}) {
     SCOPED_TRACE(nearTheLimit);
     OpenDescriptorCheck noLeaks;
-    TestProcess server("NarrowFaultServer", {"32"});
-    ASSERT_TRUE(server.WaitReady(20s));
+    ReadyProcess server("NarrowFaultServer", {"32"});
     const ProcessUse before = UseOf(server.Pid());
     {
       std::vector<RawPeer> silent;

@@ -30,7 +30,6 @@ namespace {
 using Unread = FaultTest;
 using PartialFrames = FaultTest;
 using AbandonedRequests = FaultTest;
-using LargeEvents = FaultTest;
 
 constexpr SInt32 kMegabyte = 1 << 20;
 
@@ -90,19 +89,6 @@ TEST_F(Unread, RepliesOfAllPeersTakeSixtyFourMegabytesAndTheLargestGoes) {
   }
 }
 
-// What is forgotten when a connection goes must not count against those that come later.
-TEST_F(Unread, RepliesOfPeersThatHaveGoneNoLongerCount) {
-  for (int round = 0; round < 10; round++) {
-    RawPeer peer(server.PortName());
-    ASSERT_TRUE(peer.Write(Fill(10 * kMegabyte)));
-    Settle(server);
-  }
-  RawPeer slow(server.PortName());
-  ASSERT_TRUE(slow.Write(Fill(10 * kMegabyte)));
-  Settle(server);
-  EXPECT_TRUE(ReadsReply(slow, 10 * kMegabyte));
-}
-
 TEST_F(AbandonedRequests, LeaveNoReplyRightsBehind) {
   const std::string hold = RawFrame(RawRequest(1), kHoldID, 1);
   const size_t names = CountsOf(server.PortName()).portNames;
@@ -121,16 +107,12 @@ TEST_F(AbandonedRequests, LeaveNoReplyRightsBehind) {
   EXPECT_TRUE(WaitUntil([&] { return CountsOf(server.PortName()).portNames == names + 1; }, 20s));
 }
 
-void WaitForState(const TestProcess& process, char state) {
-  EXPECT_TRUE(WaitUntil([&] { return ProcessStateOf(process.Pid()) == state; }, 20s));
-}
-
 // The reply meets a closed socket: that must neither end the server nor anything of another's.
 TEST_F(AbandonedRequests, OfPeersThatAskAndCloseAtOnceAreServed) {
   const SInt32 sizes[] = {0, 100, kMegabyte};
   RawPeer bystander(server.PortName());
   server.Signal(SIGSTOP);
-  WaitForState(server, 'T');
+  WaitForState(server.Pid(), 'T');
   for (SInt32 i = 0; i < 30; i++) {
     RawPeer peer(server.PortName());
     ASSERT_TRUE(peer.Write(RawFrame(RawRequest(1), kMarkID, i) + Fill(sizes[i % 3], 2)));
@@ -140,49 +122,6 @@ TEST_F(AbandonedRequests, OfPeersThatAskAndCloseAtOnceAreServed) {
   RunOnThread([&] {
     const auto all = [&] { return AskServer(server.PortName(), kTellID).Marks().size() == 30; };
     EXPECT_TRUE(WaitUntil(all, 20s));
-  });
-}
-
-TEST_F(AbandonedRequests, ThatTimedOutInTheMiddleOfTheFrameArriveBeforeTheNext) {
-  const std::string large = PatternBytes(8 << 20);
-  RunOnThread([&] {
-    mach_port_t port = MACH_PORT_NULL;
-    ASSERT_EQ(0, LookUpPort(server.PortName(), &port));
-    ASSERT_EQ(0, AskPort(port, kEchoID).status);
-    server.Signal(SIGSTOP);
-    WaitForState(server, 'T');
-    EXPECT_EQ(errAETimeout, AskPort(port, kMarkID, 1, large, 12).status);
-    EXPECT_EQ(errAETimeout, AskPort(port, kMarkID, 2, "", 12).status);
-    server.Signal(SIGCONT);
-    EXPECT_EQ(large, AskPort(port, kEchoID, 3, large).data);
-    EXPECT_EQ(3, AskPort(port, kMarkID, 3).number);
-    EXPECT_EQ((std::vector<SInt32>{1, 3}), AskPort(port, kTellID).Marks());
-  });
-}
-
-// Large parameters travel as pieces of their own, of which the kernel takes so many at a time.
-TEST_F(LargeEvents, OfManyParametersArriveWholeInBothDirections) {
-  const std::string data = PatternBytes(3000);
-  RunOnThread([&] {
-    mach_port_t port = MACH_PORT_NULL;
-    ASSERT_EQ(0, LookUpPort(server.PortName(), &port));
-    AEDesc address = {typeNull, nullptr};
-    AppleEvent event = {typeNull, nullptr}, reply = {typeNull, nullptr};
-    ASSERT_EQ(0, AECreateDesc(typeMachPort, &port, sizeof port, &address));
-    ASSERT_EQ(0, MakeFaultEvent(&address, kManyID, 1, data, &event));
-    for (int i = 0; i < kManyParameters; i++) {
-      const std::string each = PatternBytes(2000 + static_cast<size_t>(i));
-      AEPutParamPtr(&event, static_cast<AEKeyword>(kManyID + i + 1), typeChar, each.data(),
-                    static_cast<Size>(each.size()));
-    }
-    EXPECT_EQ(0, AESendMessage(&event, &reply, kAEWaitReply, 20 * 60));
-    EXPECT_EQ(data, DataOf(reply));
-    for (int i = 0; i < kManyParameters; i++) {
-      Size size = 0;
-      EXPECT_EQ(0, AESizeOfParam(&reply, static_cast<AEKeyword>(kManyID + i + 1), nullptr, &size));
-      EXPECT_EQ(static_cast<Size>(data.size()), size);
-    }
-    for (AEDesc* each : {&address, &event, &reply}) AEDisposeDesc(each);
   });
 }
 
@@ -330,10 +269,7 @@ bool BecomeUser(uid_t user) {
 TEST_ROLE(ServerOfUser) {
   if (seteuid(static_cast<uid_t>(role.NumberArgument(0))) != 0) return kRoleFailed;
   FaultListener listener(&role);
-  if (listener.Listen() != 0) return kRoleFailed;
-  role.SignalReady();
-  CFRunLoopRun();
-  return kRoleFailed;
+  return listener.ServeForEver();
 }
 
 // Finds the port as its owner and asks as another user.
@@ -361,8 +297,7 @@ TEST(OtherUsers, AreRefusedUnlessTheyAreRoot) {
     const ScratchFolder folder;
     ASSERT_EQ(0, chown(folder.Path().c_str(), row.server, row.server));
     const ScopedVariable session("XDG_RUNTIME_DIR", folder.Path().c_str());
-    TestProcess server("ServerOfUser", {std::to_string(row.server)});
-    ASSERT_TRUE(server.WaitReady(20s));
+    ReadyProcess server("ServerOfUser", {std::to_string(row.server)});
     TestProcess client("ClientOfUser", server.PortName(),
                        {std::to_string(row.server), std::to_string(row.client)});
     EXPECT_EQ(std::to_string(row.err), client.Hear(20s));

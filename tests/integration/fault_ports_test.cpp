@@ -82,8 +82,7 @@ TEST_ROLE(FragileServer) {
 
 TEST(PortsEnd, InTheMiddleOfARequest) {
   OpenDescriptorCheck noLeaks;
-  TestProcess server("FragileServer");
-  ASSERT_TRUE(server.WaitReady(20s));
+  ReadyProcess server("FragileServer");
   const ProcessUse before = UseOf(server.Pid());
   bool first = true;
   for (const AEEventID way : {kDestroyID, kDeleteID, kDestroyID}) {
@@ -121,8 +120,7 @@ TEST_ROLE(Echoer) {
 
 TEST(NestedRun, ServesOthersWhileARequestIsUnderWay) {
   OpenDescriptorCheck noLeaks;
-  TestProcess server("FragileServer");
-  ASSERT_TRUE(server.WaitReady(20s));
+  ReadyProcess server("FragileServer");
   const ProcessUse before = UseOf(server.Pid());
   constexpr int kOthers = 8, kEach = 25;
   // Three deep, and all three under way before anybody else asks: the outer one would wait in vain

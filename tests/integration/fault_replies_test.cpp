@@ -27,48 +27,28 @@ using FalseReplies = FaultTest;
 
 constexpr SInt32 kFalse = -77;  // what a false answer says
 
-// A published port whose connections the role serves itself. Result: the first connection.
-std::optional<RawPeer> AcceptUnder(TestRole& role) {
-  const auto portID = static_cast<uint64_t>(getpid());  // those of the host layer are random
-  sockaddr_un address = {};
-  socklen_t size = 0;
-  int claim = -1;
-  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (!HostPortAddress(portID, &address, &size)) return std::nullopt;
-  if (bind(listener, reinterpret_cast<sockaddr*>(&address), size) != 0) return std::nullopt;
-  if (listen(listener, 8) != 0) return std::nullopt;
-  if (HostClaimName(role.PortName(), portID, &claim) != 0) return std::nullopt;
-  role.SignalReady();
-  pollfd entry = {listener, POLLIN, 0};
-  if (poll(&entry, 1, 20000) != 1) return std::nullopt;
-  return RawPeer(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
-}
-
-void Say(RawPeer& peer, uint64_t requestNumber, SInt32 number) {
-  peer.Write(RawFrame(RawReply(requestNumber), kAEAnswer, number));
-}
-
 // Answers every request rightly with the running count of requests, and surrounds each right answer
 // with false ones.
 TEST_ROLE(LyingServer) {
-  std::optional<RawPeer> peer = AcceptUnder(role);
-  if (!peer) return kRoleFailed;
+  RawPort port(8, role.PortName());
+  role.SignalReady();
+  RawPeer peer = port.Accept();
   SInt32 count = 0;
   uint64_t before = 0;
-  while (const auto request = peer->ReadFrame(60s)) {
+  while (const auto request = peer.ReadFrame(60s)) {
     const uint64_t number = request->header.requestNumber;
     for (const uint64_t guess : {uint64_t{0}, number - 1, number + 1, number ^ (uint64_t{1} << 63),
                                  number << 32 | number >> 32, UINT64_MAX}) {
-      if (guess != number) Say(*peer, guess, kFalse);
+      if (guess != number) peer.Reply(guess, kFalse);
     }
-    Say(*peer, before, kFalse);                                    // late, and repeated
-    peer->Write(RawFrame(RawRequest(number), kAEAnswer, kFalse));  // a question, no answer
-    Say(*peer, number, ++count);
-    Say(*peer, number, kFalse);
+    peer.Reply(before, kFalse);                                   // late, and repeated
+    peer.Write(RawFrame(RawRequest(number), kAEAnswer, kFalse));  // a question, no answer
+    peer.Reply(number, ++count);
+    peer.Reply(number, kFalse);
     // What the next ones are likely to be called, before they are asked.
-    for (uint64_t next = 1; next <= 3; next++) Say(*peer, number + next, kFalse);
+    for (uint64_t next = 1; next <= 3; next++) peer.Reply(number + next, kFalse);
     // The distance to the one before, kept.
-    if (before != 0) Say(*peer, number + (number - before), kFalse);
+    if (before != 0) peer.Reply(number + (number - before), kFalse);
     before = number;
   }
   return kRoleDone;
@@ -76,8 +56,7 @@ TEST_ROLE(LyingServer) {
 
 TEST(LyingServers, AreNeverTakenForTheAnswer) {
   OpenDescriptorCheck noLeaks;
-  TestProcess server("LyingServer");
-  ASSERT_TRUE(server.WaitReady(20s));
+  ReadyProcess server("LyingServer");
   RunOnThread([&] {
     for (SInt32 i = 1; i <= 300 * TestScale(); i++) {
       const FaultAnswer answer = AskServer(server.PortName());
@@ -92,7 +71,7 @@ TEST(LyingServers, AreNeverTakenForTheAnswer) {
 TEST_F(FalseReplies, OfAClientEndItsConnection) {
   for (uint64_t number = 0; number < 50; number++) {
     RawPeer peer(server.PortName());
-    Say(peer, number, kFalse);
+    peer.Reply(number, kFalse);
     EXPECT_TRUE(peer.WaitHungUp());
   }
   RunOnThread([&] { EXPECT_EQ(4, AskServer(server.PortName(), kEchoID, 4).number); });
@@ -123,10 +102,7 @@ class CrossingListener : public FaultListener {
 
 TEST_ROLE(CrossingServer) {
   CrossingListener listener(&role, role.Argument(0), role.NumberArgument(1));
-  if (listener.Listen() != 0) return kRoleFailed;
-  role.SignalReady();
-  CFRunLoopRun();
-  return kRoleFailed;
+  return listener.ServeForEver();
 }
 
 TEST(CrossingRequests, EndInOneTimeOut) {

@@ -11,22 +11,21 @@
 #include "platform/host/ports/introspect.h"
 #include "tests/integration/raw_peer.h"
 
-namespace {
-
-int ServeForEver(TestRole& role) {
-  FaultListener listener(&role);
-  if (listener.Listen() != 0) return kRoleFailed;
-  role.SignalReady();
+int FaultListener::ServeForEver() {
+  if (Listen() != 0) return kRoleFailed;
+  role->SignalReady();
   CFRunLoopRun();
   return kRoleFailed;  // the test kills us first
 }
 
-}  // namespace
-
-TEST_ROLE(FaultServer) { return ServeForEver(role); }
+TEST_ROLE(FaultServer) {
+  FaultListener listener(&role);
+  return listener.ServeForEver();
+}
 
 TEST_ROLE(NarrowFaultServer) {
-  return HaveFewDescriptors(role.NumberArgument(0)) ? ServeForEver(role) : kRoleFailed;
+  FaultListener listener(&role);
+  return HaveFewDescriptors(role.NumberArgument(0)) ? listener.ServeForEver() : kRoleFailed;
 }
 
 // Asks for what is never answered on so many connections, until the test ends it.
@@ -128,13 +127,6 @@ bool FaultListener::Serve(AEEventID eventID, SInt32 number, const AppleEvent& ev
     case kHoldID:
       role->Tell("held");
       return false;
-    case kManyID:
-      data = DataOf(event);
-      for (int i = 0; i < kManyParameters; i++) {
-        const auto key = static_cast<AEKeyword>(kManyID + i + 1);
-        AEPutParamPtr(reply, key, typeChar, data.data(), static_cast<Size>(data.size()));
-      }
-      break;
     case kSelfID: {
       const HostPortCounts self = HostCountPorts();
       const size_t counts[] = {self.portNames, self.connections, self.queuedBytes,

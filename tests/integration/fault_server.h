@@ -32,11 +32,8 @@ enum : AEEventID {
   kFillID = FourCC('f', 'i', 'l', 'l'),  // answered with as many bytes as its number says
   kHoldID = FourCC('h', 'o', 'l', 'd'),  // never answered; the role tells its test "held"
   kDropID = FourCC('d', 'r', 'o', 'p'),  // counted only: for those who want no answer
-  kManyID = FourCC('m', 'a', 'n', 'y'),  // answered with its number and data, many times over
   kSelfID = FourCC('s', 'e', 'l', 'f'),  // answered with HostCountPorts() of the server
 };
-
-inline constexpr int kManyParameters = 200;  // of the reply to kManyID, all but two
 
 // What the server holds for its ports, as it counts itself while it answers. The connection that
 // asks, and its reply right, are not counted.
@@ -83,7 +80,8 @@ OSStatus ListenUnder(VLTPortAEMachPortListener& listener, const char* name);
 class FaultListener : public VLTPortAEMachPortListener {
  public:
   explicit FaultListener(TestRole* owner) : role(owner) {}
-  OSStatus Listen();  // under the role's name, on this thread's run loop
+  OSStatus Listen();   // under the role's name, on this thread's run loop
+  int ServeForEver();  // the role's whole life; the test kills it
 
  protected:
   // Fills `reply`. False when the request is not to be answered.

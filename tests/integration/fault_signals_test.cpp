@@ -18,10 +18,7 @@ namespace {
 TEST_ROLE(InterruptedServer) {
   InterruptCalls(role.NumberArgument(0));
   FaultListener listener(&role);
-  if (listener.Listen() != 0) return kRoleFailed;
-  role.SignalReady();
-  CFRunLoopRun();
-  return kRoleFailed;
+  return listener.ServeForEver();
 }
 
 TEST(InterruptedServers, ServeEveryRequest) {

@@ -108,8 +108,7 @@ class SlowPeers {
 TEST(SlowPeers, HoldNobodyUpThoughDescriptorsAreFew) {
   RaiseDescriptorLimit();
   OpenDescriptorCheck noLeaks;
-  TestProcess server("NarrowFaultServer", {std::to_string(kServerDescriptors)});
-  ASSERT_TRUE(server.WaitReady(20s));
+  ReadyProcess server("NarrowFaultServer", {std::to_string(kServerDescriptors)});
   const ProcessUse before = UseOf(server.Pid());
   TestProcesses clients;
   for (const char* kind : {"kept", "new", "hesitant"}) {

@@ -21,6 +21,7 @@
 #include "platform/host/base/clock.h"
 #include "tests/integration/launch_support.h"
 #include "tests/integration/process_use.h"
+#include "tests/support/few_descriptors.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/session_directory.h"
 #include "tests/support/test_role.h"
@@ -46,6 +47,10 @@ HostOpeningInfo Open(const std::string& path, OSStatus expected) {
   return info;
 }
 
+std::string AddApp(LaunchedApplications& apps, const std::string& name, const std::string& plan) {
+  return apps.AddBundle(name, {"com.test", "LFts", "APPL", "program", "1"}, plan);
+}
+
 // Pages that this process has mapped.
 size_t MappedPages() {
   size_t pages = 0;
@@ -54,7 +59,6 @@ size_t MappedPages() {
 }
 
 TEST(LaunchFaults, WhatCannotBeOpenedIsSaidAtOnce) {
-  OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
   const ScratchFolder& folder = apps.Folder();
   const auto bundle = [&](const char* name, const char* executable, const char* type = "APPL") {
@@ -104,7 +108,6 @@ TEST(LaunchFaults, WhatCannotBeOpenedIsSaidAtOnce) {
 }
 
 TEST(LaunchFaults, ProgramsThatDoNotBehave) {
-  OpenDescriptorCheck noLeaks;
   const std::string port = UniquePortName();
   const std::string other = port + ".other";
   const struct {
@@ -126,8 +129,7 @@ TEST(LaunchFaults, ProgramsThatDoNotBehave) {
     LaunchedApplications apps;
     const std::string plan = row.plan == "WAIT" ? apps.WaitStep("never") : row.plan;
     const std::string path =
-        apps.AddBundle(std::string(row.name) + ".app", {"com.test", "LFts", "APPL", "program", "1"},
-                       apps.NoteStep("it") + plan);
+        AddApp(apps, std::string(row.name) + ".app", apps.NoteStep("it") + plan);
     const HostOpeningInfo info = Open(path, 0);
     // One that dies may do so before its port is seen, or after.
     const bool dies = std::string(row.name) == "dies";
@@ -156,12 +158,10 @@ std::string DumpedBy(LaunchedApplications& apps, const std::string& name) {
 std::atomic<int> sChildSignals{0};
 
 TEST(LaunchFaults, TheProgramInheritsTheEnvironmentAndNothingElse) {
-  OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
   const std::string port = UniquePortName();
-  const std::string path =
-      apps.AddBundle("Dump.app", {"com.test", "LFts", "APPL", "program", "1"},
-                     "dump " + apps.Folder().Path("dump") + "\nclaim " + port + "\nloop\n");
+  const std::string path = AddApp(
+      apps, "Dump.app", "dump " + apps.Folder().Path("dump") + "\nclaim " + port + "\nloop\n");
 
   // Everything that could be handed down: descriptors without close-on-exec, a locked file,
   // blocked, ignored and caught signals, children that run and that have ended.
@@ -272,6 +272,12 @@ HostLaunchEntry EntryOf(pid_t pid) {
 
 std::string ProgramIn(const std::string& bundle) { return bundle + "/Contents/Linux/program"; }
 
+void Record(const std::string& bundle, const HostLaunchEntry& entry) {
+  HostLaunchLock lock(ProgramIn(bundle));
+  ASSERT_TRUE(lock.Try());
+  lock.Write(entry);
+}
+
 // An opener that has started its own process and gets no further, as if it were stopped.
 TEST_ROLE(StuckOpener) {
   HostLaunchLock lock(role.Argument(0));
@@ -286,12 +292,9 @@ TEST_ROLE(StuckOpener) {
 }
 
 TEST(LaunchFaults, AStuckOpenerHoldsNobodyUpForLong) {
-  OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
-  const std::string path = apps.AddBundle("Slow.app", {"com.test", "LFts", "APPL", "program", "1"},
-                                          apps.NoteStep("slow") + "exit 0\n");
-  TestProcess stuck("StuckOpener", {ProgramIn(path)});
-  ASSERT_TRUE(stuck.WaitReady(20s));
+  const std::string path = AddApp(apps, "Slow.app", apps.NoteStep("slow") + "exit 0\n");
+  ReadyProcess stuck("StuckOpener", {ProgramIn(path)});
   std::atomic<OSStatus> ofThread{1};
   std::thread second([&] {
     ofThread = Open(path, kLSLaunchInProgressErr).outcome == HostOpening::kUnderWay ? 0 : 2;
@@ -321,14 +324,10 @@ bool WaitsForItsTurn(pid_t pid) {
 }
 
 TEST(LaunchFaults, WhoWaitedForAnotherOpenerStartsNothing) {
-  OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
-  const std::string path = apps.AddBundle("Ends.app", {"com.test", "LFts", "APPL", "program", "1"},
-                                          apps.NoteStep("it") + "exit 0\n");
-  TestProcess first("StuckOpener", {ProgramIn(path)});
-  ASSERT_TRUE(first.WaitReady(20s));
-  TestProcess second("Opener", {path});
-  ASSERT_TRUE(second.WaitReady(20s));
+  const std::string path = AddApp(apps, "Ends.app", apps.NoteStep("it") + "exit 0\n");
+  ReadyProcess first("StuckOpener", {ProgramIn(path)});
+  ReadyProcess second("Opener", {path});
   EXPECT_TRUE(WaitUntil([&] { return WaitsForItsTurn(second.Pid()); }, 20s));
   first.Tell("go on");  // it ends, and so does what it is said to have started
   EXPECT_EQ(std::to_string(kLSLaunchInProgressErr), second.Hear(20s));
@@ -337,20 +336,14 @@ TEST(LaunchFaults, WhoWaitedForAnotherOpenerStartsNothing) {
 }
 
 TEST(LaunchFaults, ARecordedProcessIsKnownByItsStartToo) {
-  OpenDescriptorCheck noLeaks;
   for (const bool isReused : {false, true}) {
     SCOPED_TRACE(isReused);
     LaunchedApplications apps;
     const std::string path =
-        apps.AddBundle("Reused.app", {"com.test", "LFts", "APPL", "program", "1"},
-                       apps.NoteStep("it") + "claim " + UniquePortName() + "\nloop\n");
+        AddApp(apps, "Reused.app", apps.NoteStep("it") + "claim " + UniquePortName() + "\nloop\n");
     HostLaunchEntry entry = EntryOf(getpid());
     if (isReused) entry.startTicks--;  // an earlier process had our pid
-    {
-      HostLaunchLock lock(ProgramIn(path));
-      ASSERT_TRUE(lock.Try());
-      lock.Write(entry);
-    }
+    Record(path, entry);
     const HostOpeningInfo info = Open(path, 0);
     EXPECT_EQ(isReused ? HostOpening::kClaimed : HostOpening::kRunning, info.outcome);
     EXPECT_EQ(isReused ? apps.Starts("it").at(0) : getpid(), info.pid);
@@ -361,10 +354,8 @@ TEST(LaunchFaults, ARecordedProcessIsKnownByItsStartToo) {
 // A record of an earlier start would make the next opener wait for a process that has nothing to do
 // with it.
 TEST(LaunchFaults, AnEntryIsOfTheLastStartOfThisProgram) {
-  OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
-  const std::string path = apps.AddBundle(
-      "Broken.app", {"com.test", "LFts", "APPL", "program", "1"}, apps.NoteStep("it") + "exit 0\n");
+  const std::string path = AddApp(apps, "Broken.app", apps.NoteStep("it") + "exit 0\n");
   EXPECT_EQ(HostOpening::kEnded, Open(path, 0).outcome);
   EXPECT_EQ(apps.Starts("it").at(0), HostLaunchLock(ProgramIn(path)).Read().pid);
   {
@@ -396,13 +387,12 @@ TEST_ROLE(PersonsOpener) {
 TEST(LaunchPauses, AProgramThatEndsEarlyFiveTimesInARowIsNotStartedAgainAtOnce) {
   for (const bool claims : {false, true}) {
     SCOPED_TRACE(claims);
-    OpenDescriptorCheck noLeaks;
     ClearTestLog();
     LaunchedApplications apps;
     const std::string port = UniquePortName();
-    const std::string path = apps.AddBundle(
-        "Ends.app", {"com.test", "LFts", "APPL", "program", "1"},
-        apps.NoteStep("it") + (claims ? "claim " + port + "\nexit 0\n" : "exit 1\n"));
+    const std::string path =
+        AddApp(apps, "Ends.app",
+               apps.NoteStep("it") + (claims ? "claim " + port + "\nexit 0\n" : "exit 1\n"));
     for (size_t i = 1; i <= 5; i++) {
       Open(path, 0);
       ASSERT_EQ(i, apps.Starts("it").size());
@@ -426,10 +416,8 @@ TEST(LaunchPauses, AProgramThatEndsEarlyFiveTimesInARowIsNotStartedAgainAtOnce) 
 }
 
 TEST(LaunchPauses, GrowToTenSecondsAndEndWhenTheProgramLives) {
-  OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
-  const std::string path = apps.AddBundle("Ends.app", {"com.test", "LFts", "APPL", "program", "1"},
-                                          apps.NoteStep("it") + "exit 0\n");
+  const std::string path = AddApp(apps, "Ends.app", apps.NoteStep("it") + "exit 0\n");
   const pid_t dead = fork();
   if (dead == 0) _exit(0);
   EXPECT_EQ(dead, waitpid(dead, nullptr, 0));
@@ -469,11 +457,7 @@ TEST(LaunchPauses, GrowToTenSecondsAndEndWhenTheProgramLives) {
     entry.started = now - row.started * kHostSecond;
     entry.earlyEnds = row.earlyEnds;
     entry.lastEarlyEnd = row.lastEnd == -1 ? 0 : now - row.lastEnd * kHostSecond;
-    {
-      HostLaunchLock lock(ProgramIn(path));
-      ASSERT_TRUE(lock.Try());
-      lock.Write(entry);
-    }
+    Record(path, entry);
     Open(path, row.starts ? OSStatus{0} : OSStatus{kLSServerCommunicationErr});
     EXPECT_EQ(row.starts ? 1u : 0u, apps.Starts("it").size());
     if (row.what == std::string("long ago")) {
@@ -484,42 +468,28 @@ TEST(LaunchPauses, GrowToTenSecondsAndEndWhenTheProgramLives) {
   HostLaunchEntry lives = EntryOf(getpid());
   lives.started = HostNow() - 3 * kHostSecond;
   lives.earlyEnds = 4;
-  {
-    HostLaunchLock lock(ProgramIn(path));
-    ASSERT_TRUE(lock.Try());
-    lock.Write(lives);
-  }
+  Record(path, lives);
   EXPECT_EQ(HostOpening::kRunning, Open(path, 0).outcome);
   EXPECT_EQ(0, HostLaunchLock(ProgramIn(path)).Read().earlyEnds);
 }
 
 // Opens with more and more file descriptors allowed, until it succeeds. Tells the statuses.
 TEST_ROLE(ShortOfDescriptors) {
-  FSRef ref = RefOf(role.Argument(0));
-  role.SignalReady();
-  role.Hear(20s);
-  rlimit limit;
-  getrlimit(RLIMIT_NOFILE, &limit);
-  const rlim_t usual = limit.rlim_cur;
+  const FSRef ref = RefOf(role.Argument(0));
   OSStatus err = 1;
-  for (limit.rlim_cur = 3; err != 0 && limit.rlim_cur < 60; limit.rlim_cur++) {
-    setrlimit(RLIMIT_NOFILE, &limit);
+  for (size_t left = 0; err != 0 && left < 60; left++) {
+    const FewDescriptors few(left);
     err = LSOpenFSRef(&ref, nullptr);
     role.Tell(std::to_string(err));
   }
-  limit.rlim_cur = usual;
-  setrlimit(RLIMIT_NOFILE, &limit);
   return kRoleDone;
 }
 
 TEST(LaunchFaults, WithoutDescriptorsNothingIsStartedAndTheOpenerIsTold) {
   LaunchedApplications apps;
   const std::string path =
-      apps.AddBundle("Dear.app", {"com.test", "LFts", "APPL", "program", "1"},
-                     apps.NoteStep("it") + "claim " + UniquePortName() + "\nloop\n");
+      AddApp(apps, "Dear.app", apps.NoteStep("it") + "claim " + UniquePortName() + "\nloop\n");
   TestProcess opener("ShortOfDescriptors", {path});
-  ASSERT_TRUE(opener.WaitReady(20s));
-  opener.Tell("go");
   std::string err = "none";
   int failures = 0;
   while (err != "0") {
@@ -537,11 +507,9 @@ TEST(LaunchFaults, WithoutDescriptorsNothingIsStartedAndTheOpenerIsTold) {
 }
 
 TEST(LaunchFaults, AnOpenerThatIsKilledBlocksNobody) {
-  OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
   const std::string path =
-      apps.AddBundle("Killed.app", {"com.test", "LFts", "APPL", "program", "1"},
-                     apps.NoteStep("slow") + apps.WaitStep("never"));
+      AddApp(apps, "Killed.app", apps.NoteStep("slow") + apps.WaitStep("never"));
   TestProcess opener("Opener", {path});
   const auto hasEntry = [&] { return HostLaunchLock(ProgramIn(path)).Read().pid != 0; };
   ASSERT_TRUE(apps.WaitForStart("slow") && WaitUntil(hasEntry, 20s));
@@ -560,13 +528,11 @@ TEST(LaunchFaults, OneThatIsLeavingIsReplacedAfterItsEnd) {
   struct sigaction onSignal = {}, before = {};
   onSignal.sa_handler = [](int) { sInterruptions++; };
   sigaction(SIGUSR2, &onSignal, &before);
-  OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
   const std::string port = UniquePortName();
-  const std::string path =
-      apps.AddBundle("Leaving.app", {"com.test", "LFts", "APPL", "program", "1"},
-                     apps.NoteStep("it") + "claim " + port + "\nloop\nlet-go\n" +
-                         apps.WaitStep("leave") + apps.NoteStep("it"));
+  const std::string path = AddApp(apps, "Leaving.app",
+                                  apps.NoteStep("it") + "claim " + port + "\nloop\nlet-go\n" +
+                                      apps.WaitStep("leave") + apps.NoteStep("it"));
   ASSERT_EQ(0, VLTLaunch(SpecOf(path, port)).findAndLaunch());
   EXPECT_TRUE(QuitAndWait(port));
   std::thread opener([&] { EXPECT_EQ(0, VLTLaunch(SpecOf(path, port)).findAndLaunch()); });
@@ -602,16 +568,14 @@ TEST(LaunchFaults, ManyClientsStartOneDaemon) {
   const int clients = scale > 1 ? 200 : 50;
   const int rounds = scale > 1 ? 100 : 5;
   RaiseDescriptorLimit();
-  OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
   const std::string port = UniquePortName();
   TestProcesses processes = StartProcesses(clients, "Client", "", {port});
   ExpectReady(processes);
   for (int round = 1; round <= rounds; round++) {
     // One program would be seen to end early each time.
-    const std::string path = apps.AddBundle("Daemon" + std::to_string(round) + ".app",
-                                            {"com.test", "LFts", "APPL", "program", "1"},
-                                            apps.NoteStep("daemon") + "claim " + port + "\nloop\n");
+    const std::string path = AddApp(apps, "Daemon" + std::to_string(round) + ".app",
+                                    apps.NoteStep("daemon") + "claim " + port + "\nloop\n");
     for (auto& process : processes) process->Tell(path);
     for (auto& process : processes) EXPECT_EQ("0", process->Hear(60s));
     ASSERT_EQ(static_cast<size_t>(round), apps.Starts("daemon").size());

@@ -5,7 +5,6 @@
 
 #include "launch/launch.h"
 #include "tests/integration/launch_support.h"
-#include "tests/support/open_descriptor_check.h"
 
 // Which application is found and started, and when none is.
 
@@ -130,7 +129,6 @@ class Ways {
 };
 
 TEST(Launching, ByPathThenIdentifierThenSignature) {
-  OpenDescriptorCheck noLeaks;
   Ways ways;
   VLTLaunchSpec spec = ways.Spec();
   EXPECT_EQ(0, VLTLaunch(spec).findAndLaunch());
@@ -156,7 +154,6 @@ TEST(Launching, ByPathThenIdentifierThenSignature) {
 }
 
 TEST(Launching, NothingIsStartedForWhoOnlyLooksOrFinds) {
-  OpenDescriptorCheck noLeaks;
   Ways ways;
   VLTLaunchSpec spec = ways.Spec();
   spec.launchIfNotFound = false;

@@ -8,12 +8,13 @@
 #include <CoreServices/CoreServices.h>
 
 #include "platform/host/applications/introspect.h"
+#include "tests/support/open_descriptor_check.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/support/test_process.h"
 
 // Applications for the launch tests: bundles and plain programs that do what a plan tells (see
 // launched_program.cpp), in a folder of the test's own that is also where applications are looked
-// for. The object ends all processes of theirs. One thread.
+// for. The object ends all processes of theirs, and counts what a test must give back. One thread.
 class LaunchedApplications {
  public:
   LaunchedApplications();
@@ -38,6 +39,7 @@ class LaunchedApplications {
  private:
   std::string NotePath(const std::string& name) const { return folder.Path(name + ".starts"); }
 
+  const OpenDescriptorCheck noLeaks;
   ScratchFolder folder;
   ScopedVariable data;
   ScopedVariable shared;

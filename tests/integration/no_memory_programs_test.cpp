@@ -109,8 +109,7 @@ OSStatus AskForEcho(const char* port) {
 
 // A server that runs out of memory refuses the one request with -108 and serves the next.
 void SweepServer(const char* name, bool onNewConnection) {
-  TestProcess server("ServerWithoutMemory");
-  ASSERT_TRUE(server.WaitReady(20s));
+  ReadyProcess server("ServerWithoutMemory");
   const auto ask = [&] {
     OSStatus err = -1;
     const auto body = [&] { err = AskForEcho(server.PortName()); };

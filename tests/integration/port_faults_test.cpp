@@ -34,6 +34,7 @@
 #include "tests/support/session_directory.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
+#include "util/app_exception.h"
 
 namespace {
 
@@ -100,8 +101,7 @@ TEST(PortOwner, LookUpsFollowTheName) {
     SCOPED_TRACE(round);
     const bool letsGo = (round & 1) != 0;  // removes the name's file; one that is killed leaves it
     const bool isLookedUpBetween = (round & 2) != 0;
-    TestProcess owner("Racer", name.c_str(), {});
-    ASSERT_TRUE(owner.WaitReady(20s));
+    ReadyProcess owner("Racer", name.c_str(), {});
     ASSERT_TRUE(owner.Tell("0"));
     ASSERT_EQ("0", owner.Hear(20s));
     for (int i = 0; i < 3; i++) {
@@ -121,48 +121,9 @@ TEST(PortOwner, LookUpsFollowTheName) {
   }
 }
 
-TEST(PortOwner, ARemovedNameFileLeadsNowhere) {
-  OpenDescriptorCheck noLeaks;
-  TestProcess first("FaultServer");
-  ASSERT_TRUE(first.WaitReady(20s));
-  uint64_t port = 0, successor = 0;
-  for (int i = 0; i < 3; i++) ASSERT_EQ(0, HostFindName(first.PortName(), &port));
-  const HostContext* context = HostGetContext();
-  ASSERT_NE(nullptr, context);
-  for (const auto& file : std::filesystem::directory_iterator(context->path + "/names")) {
-    std::filesystem::remove(file.path());
-  }
-  EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, HostFindName(first.PortName(), &successor));
-  TestProcess second("FaultServer", first.PortName(), {});
-  ASSERT_TRUE(second.WaitReady(20s));
-  EXPECT_EQ(0, HostFindName(first.PortName(), &successor));
-  EXPECT_NE(port, successor);
-}
-
 size_t EntriesIn(const char* folder) {
   const std::filesystem::path path = HostGetContext()->path;
   return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(path / folder), {}));
-}
-
-// Ends by itself or is killed: the successor's claim removes what a killed owner left.
-TEST(PortOwner, LeavesNoSocketBehind) {
-  OpenDescriptorCheck noLeaks;
-  const std::string name = UniquePortName();
-  LookUpPort(name.c_str());
-  const size_t names = EntriesIn("names"), ports = EntriesIn("ports");
-  for (int i = 0; i < 3; i++) {
-    TestProcess owner("FaultServer", name.c_str(), {});
-    ASSERT_TRUE(owner.WaitReady(20s));
-    EXPECT_EQ(names + 1, EntriesIn("names"));
-    EXPECT_EQ(ports + 1, EntriesIn("ports"));
-    ASSERT_TRUE(owner.KillAndWait(20s));
-  }
-  {
-    VLTPortAEMachPortListener listener;
-    ASSERT_EQ(0, ListenUnder(listener, name.c_str()));
-  }
-  EXPECT_EQ(names, EntriesIn("names"));
-  EXPECT_EQ(ports, EntriesIn("ports"));
 }
 
 // A child that the owner forked and that lives on must keep neither name nor port.
@@ -190,8 +151,7 @@ TEST(PortOwner, AForkedChildKeepsNothingAliveAndItsEndLeavesThePortAlone) {
   for (const char* child : {"sleeps", "ends"}) {
     SCOPED_TRACE(child);
     OpenDescriptorCheck noLeaks;
-    TestProcess server("ForkingServer", {child});
-    ASSERT_TRUE(server.WaitReady(20s));
+    ReadyProcess server("ForkingServer", {child});
     RunOnThread([&server] { EXPECT_EQ(0, Ask(server.PortName())); });
     ASSERT_TRUE(server.KillAndWait(20s));
     EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, LookUpPort(server.PortName()));
@@ -223,8 +183,7 @@ TEST_ROLE(ChildOfAClient) {
 
 TEST(PortClient, ParentAndForkedChildSpeakForThemselves) {
   OpenDescriptorCheck noLeaks;
-  TestProcess server("FaultServer");
-  ASSERT_TRUE(server.WaitReady(20s));
+  ReadyProcess server("FaultServer");
   TestProcess client("ChildOfAClient", server.PortName(), {});
   EXPECT_EQ(kRoleDone, client.Wait(20s));
 }
@@ -271,8 +230,7 @@ OSStatus SendNumber(const std::string& name, SInt32 number) {
 
 TEST(PortClient, KeepsItsOrderThroughNewConnections) {
   OpenDescriptorCheck noLeaks;
-  TestProcess server("ManyPorts");
-  ASSERT_TRUE(server.WaitReady(20s));
+  ReadyProcess server("ManyPorts");
   std::string expected;
   RunOnThread([&] {
     // Three at a time: served in turn, the connections would mix them.
@@ -456,8 +414,7 @@ TEST_ROLE(ClosedStandard) {
 
 TEST(Descriptors, StayAboveTheStandardOnes) {
   OpenDescriptorCheck noLeaks;
-  TestProcess server("FaultServer");
-  ASSERT_TRUE(server.WaitReady(20s));
+  ReadyProcess server("FaultServer");
   TestProcess closed("ClosedStandard", server.PortName(), {});
   EXPECT_EQ("taken:", closed.Hear(20s));
   EXPECT_EQ(kRoleDone, closed.Wait(20s));
@@ -549,10 +506,60 @@ TEST(SessionDirectory, ALongPathWorks) {
   std::string path = "d";
   for (int i = 0; i < 10; i++) path += "/" + std::string(60, 'd');
   const ScopedVariable runtime("XDG_RUNTIME_DIR", folder.Folder(path).c_str());
-  TestProcess server("FaultServer");
-  ASSERT_TRUE(server.WaitReady(20s));
+  ReadyProcess server("FaultServer");
   TestProcess client("ChildOfAClient", server.PortName(), {});
   EXPECT_EQ(kRoleDone, client.Wait(20s));
+}
+
+// What reaches another process, and in which order.
+
+using Delivery = FaultTest;
+
+std::vector<SInt32> MarksAt(const TestProcess& server) {
+  return AskServer(server.PortName(), kTellID).Marks();
+}
+
+TEST_F(Delivery, OneWayEventsArriveInOrderAlsoOfAThreadThatHasEnded) {
+  std::vector<SInt32> sent;
+  RunOnThread([&] {
+    mach_port_t port = MACH_PORT_NULL;
+    ASSERT_EQ(0, LookUpPort(server.PortName(), &port));
+    for (SInt32 i = 0; i < 250; ++i) {
+      EXPECT_EQ(0, SendOneWay(port, kMarkID, i));
+      sent.push_back(i);
+      if (i == 199) {
+        EXPECT_EQ(sent, MarksAt(server));  // asked behind them, answered behind them
+      }
+    }
+  });
+  RunOnThread([&] {
+    EXPECT_TRUE(WaitUntil([&] { return MarksAt(server).size() >= sent.size(); }, 20s));
+    EXPECT_EQ(sent, MarksAt(server));
+  });
+}
+
+TEST_ROLE(Thrower) {
+  const VLTAEDispatchCallback fail = [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) -> OSStatus {
+    throw VLTAppException(-1);
+  };
+  VLTPortAEMachPortListener listener;
+  if (listener.ListenOnPort(role.PortName(), CFRunLoopGetCurrent(), fail, nullptr) != 0) {
+    return kRoleFailed;
+  }
+  role.SignalReady();
+  try {
+    RunApplicationEventLoop();
+  } catch (const VLTAppException&) {
+    return 7;
+  }
+  return kRoleDone;
+}
+
+TEST(Handlers, AnExceptionReachesTheProgram) {
+  OpenDescriptorCheck noLeaks;
+  ReadyProcess server("Thrower");
+  RunOnThread([&] { EXPECT_EQ(connectionInvalid, AskServer(server.PortName()).status); });
+  EXPECT_EQ(7, server.Wait(20s));
 }
 
 }  // namespace

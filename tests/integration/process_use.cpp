@@ -77,6 +77,10 @@ char ProcessStateOf(pid_t pid) {
   return name == std::string::npos || name + 2 >= text.size() ? '\0' : text[name + 2];
 }
 
+void WaitForState(pid_t pid, char letter) {
+  EXPECT_TRUE(WaitUntil([&] { return ProcessStateOf(pid) == letter; }, 20s));
+}
+
 int TestScale() {
   const char* text = std::getenv("VLT_TEST_SCALE");
   return text == nullptr ? 1 : std::clamp(std::atoi(text), 1, 1000);

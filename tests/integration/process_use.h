@@ -33,6 +33,8 @@ void ExpectBackAt(const ProcessUse& before, pid_t pid, std::chrono::milliseconds
 // The kernel's letter for what a process does: R, S, T (stopped), Z, ...; 0 when there is none.
 char ProcessStateOf(pid_t pid);
 
+void WaitForState(pid_t pid, char letter);
+
 // How much longer than in everyday use a test is to go on: VLT_TEST_SCALE, 1 without it.
 int TestScale();
 

@@ -6,6 +6,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,6 +17,7 @@
 #include "platform/host/base/byte_order.h"
 #include "platform/host/base/clock.h"
 #include "platform/host/events/codec.h"
+#include "platform/host/session/context_directory.h"
 #include "platform/host/session/name_registry.h"
 #include "platform/host/session/port_address.h"
 #include "tests/integration/fault_server.h"
@@ -127,6 +129,10 @@ std::optional<FaultAnswer> RawPeer::Ask(const std::string& frame, std::chrono::m
   return answer;
 }
 
+bool RawPeer::Reply(uint64_t requestNumber, SInt32 number) {
+  return Write(RawFrame(RawReply(requestNumber), kAEAnswer, number));
+}
+
 bool RawPeer::WaitHungUp(std::chrono::milliseconds limit) {
   const int64_t end = HostNow() + limit.count() * kHostMillisecond;
   std::vector<char> dropped(1 << 16);
@@ -181,4 +187,46 @@ HostFrameHeader RawReply(uint64_t requestNumber) {
   header.kind = HostFrameKind::kReply;
   header.requestNumber = requestNumber;
   return header;
+}
+
+RawPort::RawPort(int backlog, const std::string& itsName) : name(itsName) {
+  static uint64_t sLast = static_cast<uint64_t>(getpid()) << 20;
+  portID = ++sLast;  // those of the host layer are random
+  sockaddr_un address = {};
+  socklen_t size = 0;
+  listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  EXPECT_TRUE(HostPortAddress(portID, &address, &size));
+  EXPECT_EQ(0, bind(listener, reinterpret_cast<sockaddr*>(&address), size));
+  EXPECT_EQ(0, listen(listener, backlog));
+  EXPECT_EQ(0, HostClaimName(name.c_str(), portID, &claim));
+}
+
+bool RawPort::HasCaller() const {
+  pollfd entry = {listener, POLLIN, 0};
+  return IsListening() && poll(&entry, 1, 0) == 1;
+}
+
+RawPeer RawPort::Accept() {
+  pollfd entry = {listener, POLLIN, 0};
+  EXPECT_EQ(1, poll(&entry, 1, 20000)) << "nobody connected";
+  const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+  // As much as the machine allows, so that a reader does not find the end of a flood.
+  const int buffer = 8 << 20;
+  if (setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &buffer, sizeof buffer) != 0) {
+    setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);
+  }
+  return RawPeer(fd);
+}
+
+void RawPort::StopListening() {
+  if (listener < 0) return;
+  char file[17];
+  HostPortFileName(portID, file);
+  unlinkat(HostGetContext()->ports, file, 0);
+  close(std::exchange(listener, -1));
+}
+
+void RawPort::Die() {
+  StopListening();
+  if (claim >= 0) HostReleaseName(name.c_str(), std::exchange(claim, -1));
 }

@@ -39,6 +39,9 @@ class RawPeer {
   std::optional<Frame> ReadFrame(std::chrono::milliseconds limit = 20s);
   // Writes a request and reads its reply: the number and data of that event (see fault_server.h).
   std::optional<FaultAnswer> Ask(const std::string& frame, std::chrono::milliseconds limit = 20s);
+  // Writes the answer to a request: kAEAnswer with a number.
+  bool Reply(uint64_t requestNumber, SInt32 number);
+
   // Waits until the other end hangs up; whatever comes before is dropped.
   bool WaitHungUp(std::chrono::milliseconds limit = 20s);
   // Whether the other end has hung up already. Reads nothing.
@@ -59,3 +62,22 @@ std::string RawFrame(HostFrameHeader header, AEEventID eventID, SInt32 number,
                      const std::string& data = "");
 HostFrameHeader RawRequest(uint64_t requestNumber);
 HostFrameHeader RawReply(uint64_t requestNumber);
+
+// A published port whose connections the test, or its role, serves itself.
+class RawPort {
+ public:
+  explicit RawPort(int backlog = 64, const std::string& name = UniquePortName());
+  ~RawPort() { Die(); }
+  const char* Name() const { return name.c_str(); }
+  bool IsListening() const { return listener >= 0; }
+  bool HasCaller() const;
+  RawPeer Accept();
+  void StopListening();  // the name stays claimed, as an owner's that has not noticed yet
+  void Die();
+
+ private:
+  const std::string name;
+  uint64_t portID;
+  int listener;
+  int claim = -1;
+};

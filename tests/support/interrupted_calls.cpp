@@ -12,36 +12,21 @@
 namespace {
 
 std::atomic<int> sInterval{0};
-std::atomic<int> sNumber{0};
 std::atomic<int> sCalls{0};
-std::atomic<int> sInterrupted{0};
-
-void Arm(int interval, int number) {
-  sInterval = interval;
-  sNumber = number;
-  sCalls = 0;
-  sInterrupted = 0;
-}
 
 // Whether this call is interrupted.
 bool Enter() {
-  const int interval = sInterval, number = sNumber;
-  if (interval == 0 && number == 0) return false;
-  const int call = ++sCalls;
-  const uint32_t mixed = (static_cast<uint32_t>(call) * 2654435761u) >> 16;
-  if (call != number && (interval == 0 || mixed % static_cast<uint32_t>(interval) != 0)) {
-    return false;
-  }
-  ++sInterrupted;
+  const int interval = sInterval;
+  if (interval == 0) return false;
+  const uint32_t mixed = (static_cast<uint32_t>(++sCalls) * 2654435761u) >> 16;
+  if (mixed % static_cast<uint32_t>(interval) != 0) return false;
   errno = EINTR;
   return true;
 }
 
 }  // namespace
 
-void InterruptCalls(int interval) { Arm(interval, 0); }
-void InterruptCall(int number) { Arm(0, number); }
-int InterruptedCalls() { return sInterrupted; }
+void InterruptCalls(int interval) { sInterval = interval; }
 
 #define INTERRUPT(result, name, parameters, arguments)                                           \
   extern "C" result name parameters {                                                            \

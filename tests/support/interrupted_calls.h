@@ -10,12 +10,6 @@
 // calls that take turns would keep step with one). 0: none is.
 void InterruptCalls(int interval);
 
-// As above for the `number`-th call (from 1) alone.
-void InterruptCall(int number);
-
-// How many calls have been interrupted since the last of these two.
-int InterruptedCalls();
-
 // The next `count` calls of epoll_ctl that add a descriptor, or of getsockopt, fail with `error`.
 void FailNextWatches(int count, int error);
 void FailNextSocketOptions(int count, int error);

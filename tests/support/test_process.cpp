@@ -101,6 +101,15 @@ std::optional<std::string> TestProcess::Hear(std::chrono::milliseconds limit) {
 
 bool TestProcess::Tell(const std::string& line) { return WriteLine(toRole, line); }
 
+ReadyProcess::ReadyProcess(const std::string& role, std::vector<std::string> arguments)
+    : ReadyProcess(role, UniquePortName().c_str(), std::move(arguments)) {}
+
+ReadyProcess::ReadyProcess(const std::string& role, const char* name,
+                           std::vector<std::string> arguments)
+    : TestProcess(role, name, std::move(arguments)) {
+  EXPECT_TRUE(WaitReady(20s)) << role;
+}
+
 TestProcesses StartProcesses(int count, const std::string& role, const char* portName,
                              const std::vector<std::string>& arguments) {
   TestProcesses processes;

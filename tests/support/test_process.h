@@ -49,6 +49,13 @@ class TestProcess {
   std::string heard;
 };
 
+// A role that is ready once the object has been made; else the test fails.
+class ReadyProcess : public TestProcess {
+ public:
+  explicit ReadyProcess(const std::string& role, std::vector<std::string> arguments = {});
+  ReadyProcess(const std::string& role, const char* portName, std::vector<std::string> arguments);
+};
+
 // So many that play one role under one name, with the same arguments.
 using TestProcesses = std::vector<std::unique_ptr<TestProcess>>;
 TestProcesses StartProcesses(int count, const std::string& role, const char* portName,
