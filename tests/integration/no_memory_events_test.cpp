@@ -8,6 +8,8 @@
 #include "aeport/port_listener.h"
 #include "platform/host/events/codec.h"
 #include "platform/host/events/storage.h"
+#include "platform/host/ports/introspect.h"
+#include "platform/host/ports/port_table.h"
 #include "platform/host/wire/frame.h"
 #include "tests/support/failing_allocations.h"
 #include "tests/support/open_descriptor_check.h"
@@ -56,13 +58,17 @@ AEDesc NoAddress() {
   return address;
 }
 
-// Values, and what only events hold besides.
+// Values, and what only events and ports hold besides.
 class EventsWithoutMemory : public testing::Test {
  protected:
-  void TearDown() override { EXPECT_EQ(descriptors, HostCountDescs()); }
+  void TearDown() override {
+    EXPECT_EQ(descriptors, HostCountDescs());
+    EXPECT_EQ(ports, HostCountPorts().portNames);
+  }
 
   OpenDescriptorCheck noLeaks;
   const size_t descriptors = HostCountDescs();
+  const size_t ports = HostCountPorts().portNames;
 };
 
 TEST_F(EventsWithoutMemory, BuildingCopyingAndCoercing) {
@@ -156,6 +162,65 @@ TEST_F(EventsWithoutMemory, SourcesAndTimersComeAndGo) {
          return isAdded ? 0 : OSStatus{memFullErr};
        },
        {memFullErr}});
+}
+
+// A pass of a run allocates nothing, whatever is due in it.
+TEST_F(EventsWithoutMemory, ARunNeedsNone) {
+  int calls = 0;
+  CFRunLoopRef loop = CFRunLoopGetCurrent();
+  CFRunLoopSourceContext context = {};
+  context.info = &calls;
+  context.perform = [](void* info) { ++*static_cast<int*>(info); };
+  CFRunLoopTimerContext timerContext = {0, &calls, nullptr, nullptr, nullptr};
+  const auto count = [](CFRunLoopTimerRef, void* info) { ++*static_cast<int*>(info); };
+  CFRunLoopSourceRef source = CFRunLoopSourceCreate(kCFAllocatorDefault, 0, &context);
+  CFRunLoopAddSource(loop, source, kCFRunLoopDefaultMode);
+  CFRunLoopSourceSignal(source);
+  CFRunLoopTimerRef timers[2];  // one fires once, the other one stays
+  for (CFTimeInterval interval : {0.0, 1e6}) {
+    CFRunLoopTimerRef& timer = timers[interval > 0];
+    timer = CFRunLoopTimerCreate(kCFAllocatorDefault, 0, interval, 0, 0, count, &timerContext);
+    CFRunLoopAddTimer(loop, timer, kCFRunLoopDefaultMode);
+  }
+  ArmAllocationFailure(0, AllocationFailure::kAllFromThere);
+  CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
+  DisarmAllocationFailure();
+  EXPECT_EQ(0, AllocationsSinceArmed());
+  EXPECT_EQ(3, calls);
+  EXPECT_FALSE(CFRunLoopContainsTimer(loop, timers[0], kCFRunLoopDefaultMode));
+  CFRunLoopRemoveTimer(loop, timers[1], kCFRunLoopDefaultMode);
+  for (CFRunLoopTimerRef timer : timers) CFRelease(timer);
+  CFRunLoopSourceInvalidate(source);
+  CFRelease(source);
+}
+
+// While the port lives, a failed attempt keeps neither the name nor the loop.
+TEST_F(EventsWithoutMemory, RegisteringAndServingAPort) {
+  const std::string text = UniquePortName();
+  const char* const name = text.c_str();
+  CFRunLoopRef loop = CFRunLoopGetCurrent();
+  const CFIndex count = CFGetRetainCount(loop);
+  const auto work = [&]() -> OSStatus {
+    CFMachPortRef port = CFMachPortCreate(kCFAllocatorDefault, nullptr, nullptr, nullptr);
+    CFRunLoopSourceRef source = CFMachPortCreateRunLoopSource(kCFAllocatorDefault, port, 0);
+    CFRunLoopAddSource(loop, source, kCFRunLoopDefaultMode);
+    const bool isAdded = CFRunLoopContainsSource(loop, source, kCFRunLoopDefaultMode);
+    CFRunLoopRemoveSource(loop, source, kCFRunLoopDefaultMode);
+    EXPECT_EQ(count, CFGetRetainCount(loop));
+    OSStatus err = memFullErr;
+    if (isAdded) err = bootstrap_register(kHostBootstrapPort, name, CFMachPortGetPort(port));
+    if (err == 0) bootstrap_register(kHostBootstrapPort, name, MACH_PORT_NULL);
+    mach_port_t found = MACH_PORT_NULL;
+    EXPECT_NE(BOOTSTRAP_SUCCESS, bootstrap_look_up(kHostBootstrapPort, name, &found));
+    CFMachPortInvalidate(port);
+    CFRelease(source);
+    CFRelease(port);
+    return err;
+  };
+  SweepAllocations({"register and serve",
+                    work,
+                    {memFullErr, BOOTSTRAP_NO_MEMORY, KERN_RESOURCE_SHORTAGE},
+                    [&](OSStatus) { EXPECT_EQ(ports, HostCountPorts().portNames); }});
 }
 
 OSStatus Refuse(UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return errAEEventNotHandled; }

@@ -30,10 +30,11 @@
 // kMessagesPerPass messages, or for kPassTime, and remembers whose turn is next, so that a port
 // with many messages delays neither timers and sources nor other ports.
 //
-// Obedience: what is due is collected under the loop's mutex, and the callouts run without it.
-// Before each callout the loop therefore checks again whether a stop was requested and whether the
-// timer or source is still valid and in the mode. An earlier callout or another thread may have
-// changed that.
+// Obedience: callouts run without the loop's mutex. Before each one the loop therefore checks again
+// whether a stop was requested, and takes the next timer or source from the mode as it is by then.
+// An earlier callout or another thread may have changed it.
+//
+// Memory: a pass allocates nothing, so that only an exception of a callout leaves a run.
 //
 // Nesting: a callout may run the loop again, in this mode or another. It takes what is due; the run
 // around it finds the rest. A stop ends the innermost run only. It is kept if no run is under way.
@@ -67,6 +68,13 @@ template <class Items, class Item>
 auto FindItem(Items& items, const Item* item) {
   return std::find_if(items.begin(), items.end(),
                       [item](const auto& each) { return each.Get() == item; });
+}
+
+// The entry of a source in a mode.
+template <class Entries>
+auto FindEntry(Entries& entries, const __CFRunLoopSource* source) {
+  return std::find_if(entries.begin(), entries.end(),
+                      [source](const auto& each) { return each.source.Get() == source; });
 }
 
 }  // namespace
@@ -109,7 +117,7 @@ void __CFRunLoop::Close() {
       const std::lock_guard<HostMutex> lock(mutex);
       for (const auto& mode : modes) {
         if (!mode->sources.empty()) {
-          source = mode->sources.front();
+          source = mode->sources.front().source;
         } else if (!mode->ports.empty()) {
           source = mode->ports.front().source;
         } else {
@@ -178,9 +186,9 @@ void __CFRunLoop::AddCommonMode(HostCFString* mode) {
     for (const auto& common : commonModes) {
       if (common->Equal(*mode)) return;
     }
-    commonModes.push_back(HostRetained<HostCFString>::Retaining(mode));
     sources = commonSources;
     timers = commonTimers;
+    commonModes.push_back(HostRetained<HostCFString>::Retaining(mode));
   }
   for (const SourceRef& source : sources) AddSourceToMode(source.Get(), mode);
   for (const TimerRef& timer : timers) AddTimerToMode(timer.Get(), mode);
@@ -239,8 +247,8 @@ void __CFRunLoop::AddSourceToMode(__CFRunLoopSource* source, HostCFString* modeN
     } else {
       const auto place = std::upper_bound(
           mode->sources.begin(), mode->sources.end(), source->Order(),
-          [](CFIndex order, const SourceRef& each) { return order < each->Order(); });
-      mode->sources.insert(place, SourceRef::Retaining(source));
+          [](CFIndex order, const auto& each) { return order < each.source->Order(); });
+      mode->sources.insert(place, {SourceRef::Retaining(source), false});
     }
     mode->NoteChange();
   }
@@ -267,14 +275,12 @@ bool __CFRunLoop::RemoveSourceFromMode(__CFRunLoopSource* source, HostCFString* 
     HostRunLoopMode* mode = FindMode(modeName);
     if (mode == nullptr || !Contains(*mode, source)) return false;
     if (source->IsPort()) {
-      const auto port =
-          std::find_if(mode->ports.begin(), mode->ports.end(),
-                       [source](const auto& each) { return each.source.Get() == source; });
+      const auto port = FindEntry(mode->ports, source);
       assert(port != mode->ports.end());
       port->receiver->Unwatch(mode->epollSet);
       mode->ports.erase(port);
     } else {
-      mode->sources.erase(FindItem(mode->sources, source));
+      mode->sources.erase(FindEntry(mode->sources, source));
     }
     mode->NoteChange();
     if (!source->IsValid()) {  // it will not come back with a new common mode either
@@ -288,9 +294,8 @@ bool __CFRunLoop::RemoveSourceFromMode(__CFRunLoopSource* source, HostCFString* 
 }
 
 bool __CFRunLoop::Contains(const HostRunLoopMode& mode, __CFRunLoopSource* source) {
-  if (!source->IsPort()) return FindItem(mode.sources, source) != mode.sources.end();
-  return std::any_of(mode.ports.begin(), mode.ports.end(),
-                     [source](const auto& port) { return port.source.Get() == source; });
+  if (source->IsPort()) return FindEntry(mode.ports, source) != mode.ports.end();
+  return FindEntry(mode.sources, source) != mode.sources.end();
 }
 
 bool __CFRunLoop::ContainsSource(__CFRunLoopSource* source, HostCFString* modeName) {
@@ -373,7 +378,8 @@ SInt32 __CFRunLoop::Run(HostCFString* modeName, const RunOptions& options) {
   HostRunLoopMode* mode = nullptr;
   {
     const std::lock_guard<HostMutex> lock(mutex);
-    mode = options.until != nullptr ? FindOrMakeMode(modeName) : FindMode(modeName);
+    mode = FindMode(modeName);
+    if (options.until != nullptr) HostGuard([&] { mode = FindOrMakeMode(modeName); });
   }
   assert(options.until == nullptr || !options.returnAfterSource);
   for (;;) {
@@ -409,63 +415,77 @@ SInt32 __CFRunLoop::Run(HostCFString* modeName, const RunOptions& options) {
 
 bool __CFRunLoop::IsFinished(HostRunLoopMode& mode) {
   if (mode.hasPorts.load(std::memory_order_acquire) && !mode.hasTimers.load()) return false;
-  std::vector<TimerRef> dropped;  // released without the mutex: the last release calls out
-  const std::lock_guard<HostMutex> lock(mutex);
-  const auto drop = [&dropped](std::vector<TimerRef>& timers) {
-    const auto isValid = [](const TimerRef& timer) { return timer->IsValid(); };
-    const auto invalid = std::stable_partition(timers.begin(), timers.end(), isValid);
-    dropped.insert(dropped.end(), invalid, timers.end());
-    timers.erase(invalid, timers.end());
-  };
-  drop(commonTimers);
-  for (const auto& each : modes) {
-    drop(each->timers);
-    each->NoteChange();
+  // One at a time: a run needs no memory, and the last release calls out.
+  while (TakeInvalidTimer()) {
   }
+  const std::lock_guard<HostMutex> lock(mutex);
   return mode.IsEmpty();
+}
+
+// Removes a timer that has become invalid, if there is one.
+__CFRunLoop::TimerRef __CFRunLoop::TakeInvalidTimer() {
+  const auto take = [](std::vector<TimerRef>& timers) {
+    TimerRef taken;
+    const auto found = std::find_if(timers.begin(), timers.end(),
+                                    [](const auto& timer) { return !timer->IsValid(); });
+    if (found == timers.end()) return taken;
+    taken = std::move(*found);
+    timers.erase(found);
+    return taken;
+  };
+  const std::lock_guard<HostMutex> lock(mutex);
+  if (TimerRef taken = take(commonTimers)) return taken;
+  for (const auto& mode : modes) {
+    if (TimerRef taken = take(mode->timers)) {
+      mode->NoteChange();
+      return taken;
+    }
+  }
+  return TimerRef();
 }
 
 bool __CFRunLoop::FireTimers(HostRunLoopMode& mode, const RunOptions& options) {
   if (!mode.hasTimers.load(std::memory_order_acquire)) return false;
-  std::vector<TimerRef> due;
-  int64_t now = 0;
-  {
-    const std::lock_guard<HostMutex> lock(mutex);
-    now = HostNow();
-    for (const TimerRef& timer : mode.timers) {
-      if (timer->NextFire() <= now) due.push_back(timer);
-    }
-  }
-  std::sort(due.begin(), due.end(),
-            [](const TimerRef& a, const TimerRef& b) { return a->NextFire() < b->NextFire(); });
+  const int64_t now = HostNow();
   bool fired = false;
-  for (const TimerRef& timer : due) {
-    if (ShouldEnd(options)) break;
+  // A timer that has fired is due after `now`, or never again, so each comes once.
+  while (!ShouldEnd(options)) {
+    TimerRef due;
     {
-      // An earlier callout may have removed it, or fired it in a run of its own.
+      // Looked for again each time: an earlier callout may have removed one, or fired it in a run
+      // of its own.
       const std::lock_guard<HostMutex> lock(mutex);
-      if (FindItem(mode.timers, timer.Get()) == mode.timers.end()) continue;
+      int64_t earliest = now;
+      for (const TimerRef& timer : mode.timers) {
+        const int64_t next = timer->NextFire();
+        if (next < earliest || (next == earliest && !due)) {
+          due = timer;
+          earliest = next;
+        }
+      }
     }
-    fired |= timer->Fire(now);
+    if (!due) break;
+    fired |= due->Fire(now);
   }
   return fired;
 }
 
 bool __CFRunLoop::PerformSources(HostRunLoopMode& mode, const RunOptions& options) {
   if (!mode.hasSources.load(std::memory_order_acquire)) return false;
-  std::vector<SourceRef> signalled;
   {
     const std::lock_guard<HostMutex> lock(mutex);
-    for (const SourceRef& source : mode.sources) {
-      if (source->IsSignalled()) signalled.push_back(source);
-    }
+    for (auto& each : mode.sources) each.isDue = each.source->IsSignalled();
   }
   bool handled = false;
-  for (const SourceRef& source : signalled) {
-    if (ShouldEnd(options)) break;
+  while (!ShouldEnd(options)) {
+    SourceRef source;
     {
       const std::lock_guard<HostMutex> lock(mutex);
-      if (!Contains(mode, source.Get())) continue;
+      const auto due = std::find_if(mode.sources.begin(), mode.sources.end(),
+                                    [](const auto& each) { return each.isDue; });
+      if (due == mode.sources.end()) break;
+      due->isDue = false;
+      source = due->source;
     }
     if (!source->IsValid() || !source->TakeSignal()) continue;
     source->Perform();
@@ -528,7 +548,7 @@ int64_t __CFRunLoop::EarliestDeadline(HostRunLoopMode& mode, int64_t deadline, b
   const std::lock_guard<HostMutex> lock(mutex);
   int64_t earliest = deadline;
   for (const TimerRef& timer : mode.timers) earliest = std::min(earliest, timer->NextFire());
-  for (const SourceRef& source : mode.sources) *pending |= source->IsSignalled();
+  for (const auto& each : mode.sources) *pending |= each.source->IsSignalled();
   for (const auto& port : mode.ports) {
     *pending |= port.receiver->HasMessages();
     earliest = std::min(earliest, port.receiver->Deadline());

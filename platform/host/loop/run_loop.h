@@ -23,6 +23,10 @@
 
 // A mode is what a loop serves together. Its ports enter their file descriptors into its epoll set.
 struct HostRunLoopMode {
+  struct SourceEntry {
+    HostRetained<__CFRunLoopSource> source;
+    bool isDue;  // in the pass under way; a nested run decides anew
+  };
   struct PortEntry {
     HostRetained<__CFRunLoopSource> source;
     std::shared_ptr<HostReceiver> receiver;
@@ -31,7 +35,7 @@ struct HostRunLoopMode {
 
   HostRetained<HostCFString> name;
   int epollSet = -1;
-  std::vector<HostRetained<__CFRunLoopSource>> sources;  // version 0, lower order first
+  std::vector<SourceEntry> sources;  // version 0, lower order first
   std::vector<PortEntry> ports;
   std::vector<HostRetained<__CFRunLoopTimer>> timers;
   size_t turn = 0;  // the port that is served next
@@ -99,6 +103,7 @@ struct __CFRunLoop final : HostCFObject {
 
   bool ShouldEnd(const RunOptions& options);
   bool IsFinished(HostRunLoopMode& mode);
+  TimerRef TakeInvalidTimer();
   bool FireTimers(HostRunLoopMode& mode, const RunOptions& options);
   bool PerformSources(HostRunLoopMode& mode, const RunOptions& options);
   bool ServePorts(HostRunLoopMode& mode, const RunOptions& options);
