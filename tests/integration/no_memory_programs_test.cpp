@@ -84,9 +84,12 @@ TEST_ROLE(ServerWithoutMemory) {
   return kRoleDone;
 }
 
-// Sends an event with a list of texts and a long text, and compares what comes back.
+// Sends an event with a list of texts and a long text, and compares what comes back. Each is longer
+// than the one before, so that no block the server has kept is large enough for it.
 OSStatus AskForEcho(const char* port) {
-  const std::string text(3000, 't');
+  static Size sLength = 3000;
+  const Size length = sLength += 1000;
+  const std::string text(static_cast<size_t>(length), 't');
   VLTPortDestinationAddress address(port);
   VLTPortAppleEvent event(FourCC('t', 'e', 's', 't'), kPing, kAEWaitReply, &address,
                           kAutoGenerateReturnID, kAnyTransactionID);
@@ -96,12 +99,12 @@ OSStatus AskForEcho(const char* port) {
   if (err == 0) err = AECreateList(nullptr, 0, false, &list);
   for (int i = 0; err == 0 && i < 6; i++) err = AEPutPtr(&list, 0, typeChar, text.data(), 100);
   if (err == 0) err = AEPutParamDesc(&event.event, FourCC('l', 'i', 's', 't'), &list);
-  if (err == 0) err = AEPutParamPtr(&event.event, keyDirectObject, typeChar, text.data(), 3000);
+  if (err == 0) err = AEPutParamPtr(&event.event, keyDirectObject, typeChar, text.data(), length);
   if (err == 0) err = event.sendEvent(0, 10 * 60, kAENormalPriority);
   Size size = 0;
   DescType type = typeNull;
   if (err == 0) err = AESizeOfParam(&event.reply, keyDirectObject, &type, &size);
-  EXPECT_TRUE(err != 0 || size == 3000);
+  EXPECT_TRUE(err != 0 || size == length);
   event.finalizeEvent();
   AEDisposeDesc(&list);
   return err;
