@@ -53,12 +53,6 @@ std::string Counted(std::string_view begin, std::string_view before, std::string
   return text.append(end);
 }
 
-std::string Big(size_t value, size_t size) {
-  std::string bytes(size, '\0');
-  for (size_t i = size; i > 0; --i, value >>= 8) bytes[i - 1] = static_cast<char>(value & 0xFF);
-  return bytes;
-}
-
 // An array of `references` to object 1, which is `object`; `count` objects in the table, all but
 // the first at the same place.
 std::string Binary(size_t references, size_t count, std::string_view object, bool oneEach) {
@@ -87,7 +81,6 @@ TEST(PlistMemory, TextIsBounded) {
   const std::pair<const char*, std::function<std::string()>> rows[] = {
       {"empty dictionaries", [] { return Filled("<array>", "<dict/>", "</array>", kSize); }},
       {"empty arrays", [] { return Filled("<array>", "<array/>", "</array>", kSize); }},
-      {"nested", [] { return Filled("<array>", "<array><array/></array>", "</array>", kSize); }},
       {"never closed", [] { return Filled("", "<array>", "", kSize); }},
       {"empty strings", [] { return Filled("<array>", "<string/>", "</array>", kSize); }},
       {"empty data", [] { return Filled("<array>", "<data/>", "</array>", kSize); }},
@@ -102,7 +95,6 @@ TEST(PlistMemory, TextIsBounded) {
       {"entities", [] { return Filled("<string>", "&lt;", "</string>", kLong); }},
       {"wide entities", [] { return Filled("<string>a", "&#9999;", "</string>", kLong); }},
       {"sections", [] { return Filled("<key>", "<![CDATA[a]]>", "</key>", kLong); }},
-      {"long key", [] { return Filled("<dict><key>", "a", "</key><true/></dict>", kLong); }},
       {"long data", [] { return Filled("<data>", "AAAA", "</data>", kLong); }},
       {"long number", [] { return Filled("<real>", "1", "</real>", kLong); }},
       {"comment", [] { return Filled("<!--", "- ", "--><true/>", kLong); }},
@@ -115,7 +107,6 @@ TEST(PlistMemory, TextIsBounded) {
       {"text pairs", [] { return Filled("{", "a=b;", "}", kSize); }},
       {"text escapes", [] { return Filled("'", "\\U20ac", "'", kLong); }},
       {"text data", [] { return Filled("<", "00", ">", kLong); }},
-      {"text comment", [] { return Filled("/*", "*", "*/a", kLong); }},
   };
   for (const auto& [name, bytes] : rows) {
     SCOPED_TRACE(name);
@@ -126,7 +117,6 @@ TEST(PlistMemory, TextIsBounded) {
 TEST(PlistMemory, BinaryIsBounded) {
   const std::pair<const char*, std::string> rows[] = {
       {"empty arrays", Binary(2000000, 2, "\xA0", false)},
-      {"empty dictionaries", Binary(2000000, 2, "\xD0", false)},
       {"dictionaries of one place", Binary(1000000, 1000000, "\xD0", true)},
       {"strings of one place", Binary(1000000, 1000000, "\x50", true)},
       {"integers of one place", Binary(1000000, 1000000, "\x10\x01", true)},

@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -54,9 +53,6 @@ TEST_ROLE(Changer) {
   dictionary.setInteger("n", 2);
   Domain().setInteger("old", 3);
   Domain().setInteger("new", 2);
-  const rlimit limit = {100, 100};  // bytes that a file may have
-  signal(SIGXFSZ, SIG_IGN);
-  if (what == "limited" && setrlimit(RLIMIT_FSIZE, &limit) != 0) return kRoleFailed;
   ArmCallFault(fault, number, role.NumberArgument(3));
   const bool isSaved = what == "save";
   const bool ok = isSaved ? dictionary.save(SavedPath().c_str(), kCFPropertyListXMLFormat_v1_0) == 0
@@ -283,14 +279,6 @@ TEST_F(PreferencesFaults, AReadThatFailsForAPassingReasonIsTriedAgain) {
       EXPECT_EQ(1, value);
     }
   }
-}
-
-TEST_F(PreferencesFaults, AFileThatMayNotGrowLeavesTheOldOne) {
-  OpenDescriptorCheck noLeaks;
-  const ProgramResult result = Change("limited");
-  EXPECT_EQ("failed", Said(result));
-  EXPECT_EQ("old", StateOfFile());
-  ExpectWhole(result);
 }
 
 TEST_F(PreferencesFaults, ALockThatIsNotGivenBackIsGivenUpAndNothingChanged) {

@@ -199,16 +199,4 @@ TEST(Dictionary, CopyContentsDoesNotReleaseTheOldOnes) {
   EXPECT_EQ(2, count);
 }
 
-TEST(Dictionary, InitStrFallsBackWhenThereIsNoText) {
-  CFStringRef out = nullptr;
-  bool created = true;
-  VLTDictionaryBase::initStr(nullptr, out, kCFPreferencesAnyUser, created);
-  EXPECT_FALSE(created);
-  EXPECT_EQ(kCFPreferencesAnyUser, out);
-  VLTDictionaryBase::initStr("", out, kCFPreferencesAnyUser, created);
-  EXPECT_TRUE(created);
-  EXPECT_EQ(0, CFStringGetLength(out));
-  CFRelease(out);
-}
-
 }  // namespace

@@ -28,17 +28,6 @@ TEST_F(Print, Values) {
   }
 }
 
-// Lists, events and what they nest are printed where they are put together.
-TEST_F(Print, Records) {
-  StDesc record, object;
-  ASSERT_EQ(0, AECreateList(nullptr, 0, true, &record));
-  EXPECT_EQ("{ }", Printed(record));
-  ASSERT_EQ(0, AEPutKeyPtr(&record, FourCC('k', 'e', 'y', '1'), typeBoolean, "\1", 1));
-  ASSERT_EQ(0, AEPutKeyPtr(&record, FourCC('k', 'e', 'y', '2'), typeChar, "two", 3));
-  ASSERT_EQ(0, AECoerceDesc(&record, FourCC('o', 'b', 'j', ' '), &object));
-  EXPECT_EQ("'obj '{ 'key1':'true', 'key2':\xD2two\xD3 }", Printed(object));
-}
-
 TEST_F(Print, FailureGivesNoHandle) {
   char* master = nullptr;
   Handle handle = &master;

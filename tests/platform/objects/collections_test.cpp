@@ -147,38 +147,27 @@ TEST(Dictionary, RandomChangesGiveTheSameEntriesAsAStdMap) {
     for (SInt32 step = 0; step < 1000; ++step) {
       const std::string name = randomName();
       const OwnedRef<CFStringRef> key(String(name));
-      switch (random() % 8) {
-        case 0:
-        case 1:
-          CFDictionarySetValue(dictionary, key, Number(step));
-          model[name] = step;
-          break;
-        case 2:
-          CFDictionaryAddValue(dictionary, key, Number(step));
-          model.try_emplace(name, step);
-          break;
-        case 3:
-          CFDictionaryReplaceValue(dictionary, key, Number(step));
-          if (model.contains(name)) model[name] = step;
-          break;
-        case 4:
-        case 5:
-          CFDictionaryRemoveValue(dictionary, key);
-          model.erase(name);
-          break;
-        case 6: {
-          const auto found = model.find(name);
-          const void* value = nullptr;
-          ASSERT_EQ(found != model.end(), CFDictionaryGetValueIfPresent(dictionary, key, &value));
-          ASSERT_EQ(found != model.end() ? found->second : -1, IntOf(value));
-          break;
-        }
-        default:
-          if (random() % 500 == 0) {
-            CFDictionaryRemoveAllValues(dictionary);
-            model.clear();
-          }
+      const unsigned what = random() % 8;
+      if (what < 2) {
+        CFDictionarySetValue(dictionary, key, Number(step));
+        model[name] = step;
+      } else if (what == 2) {
+        CFDictionaryAddValue(dictionary, key, Number(step));
+        model.try_emplace(name, step);
+      } else if (what == 3) {
+        CFDictionaryReplaceValue(dictionary, key, Number(step));
+        if (model.contains(name)) model[name] = step;
+      } else if (what < 6) {
+        CFDictionaryRemoveValue(dictionary, key);
+        model.erase(name);
+      } else if (what == 7 && random() % 500 == 0) {
+        CFDictionaryRemoveAllValues(dictionary);
+        model.clear();
       }
+      const auto found = model.find(name);
+      const void* value = nullptr;
+      ASSERT_EQ(found != model.end(), CFDictionaryGetValueIfPresent(dictionary, key, &value));
+      ASSERT_EQ(found != model.end() ? found->second : -1, IntOf(value));
       ASSERT_EQ(static_cast<CFIndex>(model.size()), CFDictionaryGetCount(dictionary));
     }
     std::vector<const void*> keys(model.size()), values(model.size());

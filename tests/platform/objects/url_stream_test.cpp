@@ -57,13 +57,9 @@ TEST(URL, HoldsThePathsBytes) {
 }
 
 TEST(URL, AStringIsMacRomanBytesIfItCanBe) {
-  const std::pair<const char*, const char*> rows[] = {
-      {"/caf\xC3\xA9", "/caf\x8E"},                              // every character has a byte
-      {"/caf\xC3\xA9\xE6\x97\xA5", "/caf\xC3\xA9\xE6\x97\xA5"},  // one without: all of it is UTF-8
-  };
-  for (const auto& [utf8, path] : rows) {
-    EXPECT_EQ(path, PathOf(URLOfString(String(utf8)))) << utf8;
-  }
+  EXPECT_EQ("/caf\x8E", PathOf(URLOfString(String("/caf\xC3\xA9"))));  // each character has a byte
+  const std::string mixed = "/caf\xC3\xA9\xE6\x97\xA5";  // one has none: all of it is UTF-8
+  EXPECT_EQ(mixed, PathOf(URLOfString(String(mixed))));
   // Bytes that were read as Mac Roman come out as they came in.
   const OwnedRef<CFStringRef> bytes(
       CFStringCreateWithCString(nullptr, "/caf\xC3\xA9", kCFStringEncodingMacRoman));

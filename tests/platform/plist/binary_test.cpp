@@ -13,12 +13,6 @@ namespace {
 
 using namespace std::literals;
 
-std::string Big(uint64_t value, size_t size) {
-  std::string bytes(size, '\0');
-  for (size_t i = size; i > 0; --i, value >>= 8) bytes[i - 1] = static_cast<char>(value & 0xFF);
-  return bytes;
-}
-
 // A file of the given objects; every field of the trailer can be made to lie.
 struct File {
   std::vector<std::string> objects;

@@ -3,6 +3,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -101,4 +102,11 @@ inline std::string Repeat(std::string_view text, size_t count) {
   result.reserve(text.size() * count);
   for (size_t i = 0; i < count; ++i) result += text;
   return result;
+}
+
+// A number of `size` bytes, the most significant one first.
+inline std::string Big(uint64_t value, size_t size) {
+  std::string bytes(size, '\0');
+  for (size_t i = size; i > 0; --i, value >>= 8) bytes[i - 1] = static_cast<char>(value & 0xFF);
+  return bytes;
 }

@@ -2,11 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <bit>
-#include <charconv>
 #include <cmath>
 #include <limits>
-#include <random>
 
 namespace {
 
@@ -34,24 +31,6 @@ TEST(JsonValue, EveryValueIsOneLineOfValidJson) {
        "{\"a\":[null,\"b\",{}],\"\":null}"},
   };
   for (const auto& [value, line] : rows) EXPECT_EQ(line, JsonText(value));
-}
-
-template <class Number, class Bits>
-void ExpectExact(Bits bits) {
-  const auto number = std::bit_cast<Number>(bits);
-  if (!std::isfinite(number)) return;
-  const std::string digits = JsonText(JsonValue::Real(number));
-  Number again = 0;
-  std::from_chars(digits.data(), digits.data() + digits.size(), again);
-  EXPECT_EQ(bits, std::bit_cast<Bits>(again)) << digits;
-}
-
-TEST(JsonValue, FloatsReadBackAsTheSameBits) {
-  std::mt19937_64 random(1);
-  for (int i = 0; i < 2000; ++i) {
-    ExpectExact<double, uint64_t>(random());
-    ExpectExact<float, uint32_t>(static_cast<uint32_t>(random()));
-  }
 }
 
 }  // namespace
