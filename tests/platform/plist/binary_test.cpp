@@ -89,6 +89,9 @@ TEST(PlistBinary, RefusesFalseSizesAndPositionsWithTheirOffset) {
       {lie(25, "\xFF"), 17, "1 to 8 bytes"},
       {lie(24, Big(0, 8)), 18, "no room"},
       {lie(24, Big(UINT64_C(1) << 61, 8)), 18, "no room"},  // wraps when it is multiplied
+      {"bplist00\x09" + Big(8, 2) + std::string(6, '\0') + "\2\1" + Big(2, 8) + Big(0, 8) +
+           Big(9, 8),
+       19, "no room"},
       {lie(16, Big(1, 8)), 26, "no such root"},
       {lie(8, Big(0, 8)), 34, "outside of the file"},
       {lie(8, Big(10, 8)), 34, "outside of the file"},  // overlaps the trailer
