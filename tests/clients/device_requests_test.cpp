@@ -1,13 +1,9 @@
 #include <gtest/gtest.h>
 #include <malloc.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "clients/device_monitor.h"
 #include "tests/clients/login_session.h"
@@ -307,10 +303,7 @@ TEST(DeviceRequests, WithoutADaemonFailUnderTheirNames) {
 TEST(DeviceRequests, ADaemonThatEndsIsToldAtOnce) {
   OpenClient client(GetDMClient());
   client.SetReporting(false, true);
-  const struct {
-    const char* when;
-    std::function<OSStatus(RecordingPeer&)> call;
-  } rows[] = {
+  const std::tuple<const char*, std::function<OSStatus(RecordingPeer&)>> rows[] = {
       {"while we wait",
        [](RecordingPeer& peer) {
          SInt32 count = 0;
@@ -329,14 +322,14 @@ TEST(DeviceRequests, ADaemonThatEndsIsToldAtOnce) {
          return err;
        }},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.when);
+  for (const auto& [when, call] : rows) {
+    SCOPED_TRACE(when);
     GetDMClient().ResetSendFailures();
     ClearTestLog();
     OpenDescriptorCheck noLeaks;
     RecordingPeer peer(kPort);
     ASSERT_TRUE(peer.WaitReady());
-    RunOnThread([&] { EXPECT_EQ(connectionInvalid, row.call(peer)); });
+    RunOnThread([&] { EXPECT_EQ(connectionInvalid, call(peer)); });
     EXPECT_EQ(Logged("DMGetDeviceIDs", connectionInvalid, "fffffd9f"), TestLogText());
   }
 }
@@ -344,11 +337,7 @@ TEST(DeviceRequests, ADaemonThatEndsIsToldAtOnce) {
 // Each attempt waits a tenth of a second here, and each that times out is followed by one second,
 // the last one too. A daemon that sends the number of a time-out is taken at its word.
 TEST(DeviceRequests, ASilentDaemonIsAskedFiveTimesWithPauses) {
-  const struct {
-    std::vector<const char*> answers;
-    const char* outcome;
-    int pauses;
-  } rows[] = {
+  const std::tuple<std::vector<const char*>, const char*, int> rows[] = {
       {{"silent", "silent", "silent", "silent", "silent"}, "-1712 -1 -1 -1 -1 -1", 5},
       {{"silent", "=-1712", "DvIs:long=8"}, "0 1 8 -1 -1 -1", 2},
   };
@@ -356,12 +345,12 @@ TEST(DeviceRequests, ASilentDaemonIsAskedFiveTimesWithPauses) {
   RecordingPeer peer(kPort);
   ASSERT_TRUE(peer.WaitReady());
   EXPECT_EQ(0, DMSetSendEventTimeout(6));
-  for (const auto& row : rows) {
-    for (const char* answer : row.answers) peer.Answer(answer);
+  for (const auto& [answers, outcome, pauses] : rows) {
+    for (const char* answer : answers) peer.Answer(answer);
     const auto begin = steady_clock::now();
-    EXPECT_EQ(row.outcome, GetIDs(4));
-    EXPECT_GE(steady_clock::now() - begin, seconds(row.pauses));
-    for (size_t i = 0; i < row.answers.size(); ++i) EXPECT_EQ("CmoN GtIs wait", peer.Event());
+    EXPECT_EQ(outcome, GetIDs(4));
+    EXPECT_GE(steady_clock::now() - begin, seconds(pauses));
+    for (size_t i = 0; i < answers.size(); ++i) EXPECT_EQ("CmoN GtIs wait", peer.Event());
     EXPECT_FALSE(peer.HasEvent());
   }
   EXPECT_EQ(0, DMSetSendEventTimeout(30000));

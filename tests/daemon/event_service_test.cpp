@@ -30,17 +30,14 @@ TEST(EventService, OpensClosesAndRemembers) {
 
 // A quit that came before the loop ends it at once, and would hang this test if it did not.
 TEST(EventService, OnlyTheQuitEventEndsTheLoop) {
-  const struct {
-    UInt32 eventClass;
-    UInt32 eventID;
-  } rows[] = {
+  const std::tuple<UInt32, UInt32> rows[] = {
       {kCoreEventClass, kAEOpenApplication},
       {FourCC('A', 'E', 'V', 'T'), kAEQuitApplication},
       {kCoreEventClass, FourCC('Q', 'U', 'I', 'T')},
   };
-  for (const auto& row : rows) {
+  for (const auto& [eventClass, eventID] : rows) {
     EXPECT_EQ(errAEEventNotHandled,
-              SMAEDispatchCallback(row.eventClass, row.eventID, nullptr, nullptr, nullptr));
+              SMAEDispatchCallback(eventClass, eventID, nullptr, nullptr, nullptr));
   }
   EXPECT_EQ(0,
             SMAEDispatchCallback(kCoreEventClass, kAEQuitApplication, nullptr, nullptr, nullptr));

@@ -25,8 +25,7 @@ std::string TextOf(const char* text) { return text != nullptr ? text : "(none)";
 TEST(SessionDaemonOptions, FileNamesAreTakenWholeAndTheLastWins) {
   const struct {
     std::vector<std::string> words;
-    const char* load;
-    const char* save;
+    const char *load, *save;
   } rows[] = {
       {{"-lp"}, "(none)", "(none)"},  // no value: passed over
       {{"-loadPrefs", "a", "-lp", "b", "-savePrefs", "c"}, "b", "c"},

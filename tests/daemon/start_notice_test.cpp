@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <string>
 
 #include "aeport/port_listener.h"
 #include "daemon/event_service.h"

@@ -1,7 +1,4 @@
-#include <gtest/gtest.h>
-
 #include <cstdlib>
-#include <string>
 
 #include "clients/device_monitor.h"
 #include "clients/session_monitor.h"

@@ -1,7 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <memory>
-
 #include "clients/device_monitor.h"
 #include "tests/clients/login_session.h"
 #include "tests/clients/open_client.h"

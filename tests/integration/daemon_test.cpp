@@ -4,8 +4,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <vector>
 
 #include "clients/session_monitor.h"
 #include "daemon/event_service.h"
@@ -13,7 +11,6 @@
 #include "tests/aeport/serving.h"
 #include "tests/clients/login_session.h"
 #include "tests/clients/recording_peer.h"
-#include "tests/support/child_process.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/session_directory.h"
 #include "tests/support/test_role.h"
@@ -66,11 +63,9 @@ OSStatus SendQuit(SInt32 mode = kAEWaitReply, bool withParameter = false) {
 }
 
 TEST(Daemon, ServesUntilItIsAskedToQuit) {
-  const struct {
-    SInt32 mode;
-    bool withParameter;
-  } rows[] = {{kAEWaitReply, false}, {kAENoReply, false}, {kAEWaitReply, true}};
-  for (const auto& row : rows) {
+  const std::tuple<SInt32, bool> rows[] = {
+      {kAEWaitReply, false}, {kAENoReply, false}, {kAEWaitReply, true}};
+  for (const auto& [mode, withParameter] : rows) {
     OpenDescriptorCheck noLeaks;
     ClearTestLog();
     Daemon daemon;
@@ -81,7 +76,7 @@ TEST(Daemon, ServesUntilItIsAskedToQuit) {
       EXPECT_EQ(0, Send(kCoreEventClass, kAEOpenApplication, kAENoReply));
       EXPECT_EQ(errAEEventNotHandled, Send(FourCC('C', 'm', 'o', 'N'), kPing, kAEWaitReply, true));
       EXPECT_TRUE(daemon.IsRunning());
-      EXPECT_EQ(0, SendQuit(row.mode, row.withParameter));
+      EXPECT_EQ(0, SendQuit(mode, withParameter));
     });
     daemon.ExpectSilentEnd();
     EXPECT_TRUE(WaitForNoPort(kSessionDaemonPortName, 0s));
@@ -109,20 +104,17 @@ TEST(Daemon, ASecondCopyLeavesInSilence) {
 }
 
 TEST(Daemon, QuitsAtOnceByTheQuitSwitchAlone) {
-  const struct {
-    std::vector<std::string> words;
-    bool quits;
-  } rows[] = {
+  const std::tuple<std::vector<std::string>, bool> rows[] = {
       {{"-q"}, true},
       {{"-q", "-lp", "x", "-q"}, true},
       {{"-sp", "-q"}, false},
       {{"-Q", "--q", "-qq", "q", ""}, false},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.words));
+  for (const auto& [words, quits] : rows) {
+    SCOPED_TRACE(testing::PrintToString(words));
     OpenDescriptorCheck noLeaks;
-    Daemon daemon(row.words);
-    if (!row.quits) {
+    Daemon daemon(words);
+    if (!quits) {
       EXPECT_TRUE(daemon.HasPort());
       RunOnThread([&] { EXPECT_EQ(0, SendQuit()); });
     }

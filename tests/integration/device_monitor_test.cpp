@@ -1,12 +1,6 @@
-#include <CoreFoundation/CoreFoundation.h>
-#include <CoreServices/CoreServices.h>
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <vector>
 
 #include "aeport/params.h"
 #include "clients/device_monitor.h"
@@ -14,10 +8,8 @@
 #include "examples/device_monitor/device_service.h"
 #include "tests/aeport/serving.h"
 #include "tests/clients/login_session.h"
-#include "tests/support/child_process.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/scratch_folder.h"
-#include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 #include "tests/tools/verbs/verb_runner.h"
 

@@ -1,18 +1,8 @@
-#include <gtest/gtest.h>
 #include <unistd.h>
-
-#include <CoreServices/CoreServices.h>
-
-#include <string>
-#include <vector>
 
 #include "platform/host/ports/introspect.h"
 #include "platform/host/session/introspect.h"
 #include "tests/integration/fault_server.h"
-#include "tests/integration/process_use.h"
-#include "tests/support/open_descriptor_check.h"
-#include "tests/support/test_process.h"
-#include "tests/support/test_role.h"
 
 // Ports and connections that come and go by the thousand leave nothing behind.
 

@@ -1,37 +1,16 @@
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/fsuid.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
-#include <CoreServices/CoreServices.h>
 #include <servers/bootstrap.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cstdint>
-#include <functional>
-#include <memory>
 #include <sstream>
-#include <string>
-#include <thread>
 #include <utility>
-#include <vector>
 
 #include "platform/host/base/clock.h"
 #include "platform/host/ports/introspect.h"
-#include "platform/host/session/context_directory.h"
-#include "platform/host/session/name_registry.h"
-#include "platform/host/session/port_address.h"
-#include "tests/integration/fault_server.h"
-#include "tests/integration/process_use.h"
 #include "tests/integration/raw_peer.h"
-#include "tests/support/open_descriptor_check.h"
-#include "tests/support/test_process.h"
-#include "tests/support/test_role.h"
 
 // What servers and signals can do to a client. The test is the server, byte by byte; the client is
 // another process that sends with the library.
@@ -196,17 +175,14 @@ TEST_F(ClientFaults, ATimeOutHoldsWithAndWithoutSignals) {
 TEST_F(ClientFaults, ATimeOutHoldsWhateverTheServerSends) {
   std::string small;
   while (small.size() < size_t{1} << 18) small += RawFrame(RawReply(4711), kAEAnswer, 1);
-  const struct {
-    const char* what;
-    std::string bytes;
-  } rows[] = {
+  const std::tuple<const char*, std::string> rows[] = {
       {"small foreign replies", small},
       {"large foreign replies", RawFrame(RawReply(4711), kAEAnswer, 1, PatternBytes(kLarge))},
       {"large requests", RawFrame(RawRequest(4711), kAEAnswer, 1, PatternBytes(kLarge))},
   };
-  for (const auto& row : rows) {
+  for (const auto& [what, bytes] : rows) {
     for (const bool reads : {true, false}) {
-      SCOPED_TRACE(std::string(row.what) + (reads ? ", reads" : ", does not read"));
+      SCOPED_TRACE(std::string(what) + (reads ? ", reads" : ", does not read"));
       RawPort port;
       Ask(port, 1, reads ? 0 : kLarge, kShortTicks);
       RawPeer peer = port.Accept();
@@ -214,9 +190,9 @@ TEST_F(ClientFaults, ATimeOutHoldsWhateverTheServerSends) {
       std::atomic<bool> ends = false;
       // In parts, so that the client is never without something to read, nor with a whole frame.
       std::thread flood([&] {
-        const size_t part = std::min<size_t>(row.bytes.size(), size_t{1} << 18);
-        for (size_t at = 0; !ends; at = at + part < row.bytes.size() ? at + part : 0) {
-          if (!peer.Write(row.bytes.substr(at, part))) break;
+        const size_t part = std::min<size_t>(bytes.size(), size_t{1} << 18);
+        for (size_t at = 0; !ends; at = at + part < bytes.size() ? at + part : 0) {
+          if (!peer.Write(bytes.substr(at, part))) break;
         }
       });
       const Result result = Told();
@@ -259,11 +235,7 @@ TEST_F(ClientFaults, AFrameThatWasBegunIsFinishedBeforeTheNext) {
 TEST_F(ClientFaults, ARequestIsSentAgainOnceUnlessItWasReceivedWhole) {
   const auto hangUp = [](RawPeer& peer) { peer = RawPeer(-1); };
   std::unique_ptr<RawPeer> again;
-  const struct {
-    const char* what;
-    OSStatus status;
-    std::function<void(RawPort&, RawPeer&)> meet;
-  } rows[] = {
+  const std::tuple<const char*, OSStatus, std::function<void(RawPort&, RawPeer&)>> rows[] = {
       {"gave up the idle connection", 0,
        [&](RawPort& port, RawPeer& peer) {
          hangUp(peer);
@@ -327,14 +299,14 @@ TEST_F(ClientFaults, ARequestIsSentAgainOnceUnlessItWasReceivedWhole) {
        }},
   };
   const size_t rights = Rights();
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.what);
+  for (const auto& [what, status, meet] : rows) {
+    SCOPED_TRACE(what);
     RawPort port;
     RawPeer peer = Connect(port, 1);
-    row.meet(port, peer);
+    meet(port, peer);
     const Result result = Told();
-    EXPECT_EQ(row.status, result.status);
-    if (row.status == 0) {
+    EXPECT_EQ(status, result.status);
+    if (status == 0) {
       EXPECT_EQ(2, result.number);
     }
     EXPECT_FALSE(port.HasCaller());

@@ -1,20 +1,10 @@
-#include <gtest/gtest.h>
-
-#include <CoreServices/CoreServices.h>
 #include <servers/bootstrap.h>
 
 #include <algorithm>
 #include <csignal>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "platform/host/base/clock.h"
 #include "tests/integration/fault_server.h"
-#include "tests/integration/process_use.h"
-#include "tests/support/open_descriptor_check.h"
-#include "tests/support/test_process.h"
-#include "tests/support/test_role.h"
 
 // A server that is killed or stopped while many wait for it.
 

@@ -1,28 +1,18 @@
 #include <fcntl.h>
 #include <grp.h>
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <CoreServices/CoreServices.h>
-#include <mach/mach.h>
 #include <servers/bootstrap.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "tests/integration/fault_server.h"
-#include "tests/support/open_descriptor_check.h"
-#include "tests/support/scratch_folder.h"
 #include "tests/support/session_directory.h"
-#include "tests/support/test_process.h"
-#include "tests/support/test_role.h"
 
 // A session directory that takes nothing more, may not be changed, or is gone.
 

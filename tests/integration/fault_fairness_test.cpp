@@ -1,20 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <CoreServices/CoreServices.h>
-
 #include <algorithm>
 #include <atomic>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "platform/host/wire/gather.h"
-#include "tests/integration/fault_server.h"
-#include "tests/integration/process_use.h"
 #include "tests/integration/raw_peer.h"
-#include "tests/support/test_process.h"
-#include "tests/support/test_role.h"
 
 // Peers that hold as much of a server as they may, so that nothing would be left for others. The
 // server has two ports: its limits are those of the process, whichever port a connection is to.

@@ -1,22 +1,13 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <CoreServices/CoreServices.h>
-
 #include <algorithm>
-#include <string>
-#include <vector>
 
 #include "platform/host/events/codec.h"
-#include "tests/integration/fault_server.h"
-#include "tests/integration/process_use.h"
 #include "tests/integration/raw_peer.h"
-#include "tests/support/open_descriptor_check.h"
 #include "tests/support/session_directory.h"
-#include "tests/support/test_process.h"
 
 // Frames of all sizes, in all pieces, with false lengths and with what does not belong to them.
 
@@ -45,11 +36,7 @@ TEST_F(HostilePeers, LiesAndSilenceCostNoMemory) {
   const std::string nested = NestedBody();
   std::string wrongMagic = RawHeader(0);
   wrongMagic[0] = 'X';
-  const struct {
-    const char* what;
-    std::string bytes;
-    bool hungUpOn;
-  } rows[] = {
+  const std::tuple<const char*, std::string, bool> rows[] = {
       {"nothing", "", false},
       {"half a header", RawHeader(100).substr(0, 16), false},
       {"a body that is cut", RawHeader(1000) + std::string(500, 'b'), false},
@@ -71,12 +58,12 @@ TEST_F(HostilePeers, LiesAndSilenceCostNoMemory) {
   size_t most = 0;
   for (int round = 0; round < 20; round++) {
     std::vector<RawPeer> hostile;
-    for (const auto& row : rows) {
-      SCOPED_TRACE(row.what);
+    for (const auto& [what, bytes, hungUpOn] : rows) {
+      SCOPED_TRACE(what);
       hostile.emplace_back(server.PortName());
-      ASSERT_TRUE(hostile.back().Write(row.bytes));
+      ASSERT_TRUE(hostile.back().Write(bytes));
       ASSERT_TRUE(hostile.back().WaitTaken());
-      if (row.hungUpOn) {
+      if (hungUpOn) {
         EXPECT_TRUE(hostile.back().WaitHungUp());
       }
     }
@@ -153,10 +140,7 @@ TEST_F(FrameSizes, TravelByteExactOrAreRefused) {
   const size_t buffer = DefaultSendBuffer();
   // Data that makes a frame of exactly the limit.
   const size_t largest = kHostFrameLimit - RawFrame(RawRequest(1), kEchoID, 1).size();
-  const struct {
-    size_t size;
-    OSStatus err;
-  } rows[] = {
+  const std::tuple<size_t, OSStatus> rows[] = {
       {0, 0},
       {1, 0},
       {4097, 0},
@@ -168,12 +152,12 @@ TEST_F(FrameSizes, TravelByteExactOrAreRefused) {
       {largest, 0},
   };
   RunOnThread([&] {
-    for (const auto& row : rows) {
-      SCOPED_TRACE(row.size);
-      const std::string data = PatternBytes(row.size);
+    for (const auto& [size, err] : rows) {
+      SCOPED_TRACE(size);
+      const std::string data = PatternBytes(size);
       const FaultAnswer answer = AskServer(server.PortName(), kEchoID, 1, data);
-      EXPECT_EQ(row.err, answer.status);
-      EXPECT_TRUE(row.err != 0 || data == answer.data);
+      EXPECT_EQ(err, answer.status);
+      EXPECT_TRUE(err != 0 || data == answer.data);
     }
   });
 }

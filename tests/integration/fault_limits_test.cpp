@@ -1,27 +1,16 @@
-#include <gtest/gtest.h>
 #include <sys/fsuid.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <CoreServices/CoreServices.h>
-
 #include <algorithm>
 #include <csignal>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "platform/host/base/clock.h"
 #include "platform/host/session/context_directory.h"
 #include "platform/host/wire/gather.h"
-#include "tests/integration/fault_server.h"
-#include "tests/integration/process_use.h"
 #include "tests/integration/raw_peer.h"
 #include "tests/support/interposed_calls.h"
 #include "tests/support/scratch_folder.h"
-#include "tests/support/test_process.h"
-#include "tests/support/test_role.h"
 
 // What one process may hold of a server, and what becomes of those who hold too much.
 
@@ -47,28 +36,25 @@ bool ReadsReply(RawPeer& peer, SInt32 size) {
 }
 
 TEST_F(Unread, RepliesOfOnePeerMayTakeEightMegabytesBehindTheOneBeingWritten) {
-  const struct {
-    std::vector<SInt32> sizes;
-    bool kept;
-  } rows[] = {
+  const std::tuple<std::vector<SInt32>, bool> rows[] = {
       {{15, 7}, true},     // the first, which is being written, does not count
       {{1, 4, 3}, true},   // 7 MiB and headers wait
       {{1, 4, 5}, false},  // 9 MiB wait
       {{15, 15}, false},   // one alone is too much
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.sizes));
+  for (const auto& [sizes, kept] : rows) {
+    SCOPED_TRACE(testing::PrintToString(sizes));
     RawPeer peer(server.PortName());
-    for (const SInt32 size : row.sizes) {
+    for (const SInt32 size : sizes) {
       ASSERT_TRUE(peer.Write(Fill(size * kMegabyte)));
       Settle(server);
     }
-    for (const SInt32 size : row.sizes) {
-      if (row.kept) {
+    for (const SInt32 size : sizes) {
+      if (kept) {
         EXPECT_TRUE(ReadsReply(peer, size * kMegabyte));
       }
     }
-    EXPECT_NE(row.kept, peer.WaitHungUp(row.kept ? 0ms : 20s));
+    EXPECT_NE(kept, peer.WaitHungUp(kept ? 0ms : 20s));
   }
 }
 

@@ -1,14 +1,7 @@
-#include <gtest/gtest.h>
-
 #include <CoreFoundation/CoreFoundation.h>
-#include <CoreServices/CoreServices.h>
 #include <servers/bootstrap.h>
 
 #include "tests/integration/fault_server.h"
-#include "tests/integration/process_use.h"
-#include "tests/support/open_descriptor_check.h"
-#include "tests/support/test_process.h"
-#include "tests/support/test_role.h"
 
 // Ports that end, and run loops that are entered again, in the middle of a request while others
 // wait.

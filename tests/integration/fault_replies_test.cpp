@@ -1,23 +1,4 @@
-#include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
-#include <CoreServices/CoreServices.h>
-
-#include <cstdint>
-#include <optional>
-#include <string>
-
-#include "platform/host/session/name_registry.h"
-#include "platform/host/session/port_address.h"
-#include "tests/integration/fault_server.h"
-#include "tests/integration/process_use.h"
 #include "tests/integration/raw_peer.h"
-#include "tests/support/open_descriptor_check.h"
-#include "tests/support/test_process.h"
-#include "tests/support/test_role.h"
 
 // Answers that nobody asked for, and questions that cross.
 

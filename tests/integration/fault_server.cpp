@@ -1,5 +1,3 @@
-#include "tests/integration/fault_server.h"
-
 #include <sys/resource.h>
 #include <unistd.h>
 

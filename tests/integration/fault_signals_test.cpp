@@ -1,15 +1,7 @@
-#include <gtest/gtest.h>
-
-#include <CoreServices/CoreServices.h>
-
 #include <cerrno>
-#include <string>
 
-#include "tests/integration/fault_server.h"
 #include "tests/integration/raw_peer.h"
 #include "tests/support/interrupted_calls.h"
-#include "tests/support/test_process.h"
-#include "tests/support/test_role.h"
 
 // System calls of a server that are interrupted by a signal without SA_RESTART, or fail.
 

@@ -1,18 +1,5 @@
-#include <gtest/gtest.h>
-
-#include <CoreServices/CoreServices.h>
-
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "platform/host/base/clock.h"
-#include "tests/integration/fault_server.h"
-#include "tests/integration/process_use.h"
 #include "tests/integration/raw_peer.h"
-#include "tests/support/open_descriptor_check.h"
-#include "tests/support/test_process.h"
-#include "tests/support/test_role.h"
 
 // Peers that do next to nothing, in numbers: they hold descriptors, buffers and patience of a
 // server that has few of the first.

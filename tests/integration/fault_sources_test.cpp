@@ -1,20 +1,12 @@
-#include <gtest/gtest.h>
-
 #include <CoreFoundation/CoreFoundation.h>
-#include <CoreServices/CoreServices.h>
-#include <mach/mach.h>
 
 #include <array>
 #include <atomic>
 #include <future>
-#include <thread>
 
-#include "aeport/port_listener.h"
 #include "platform/host/ports/introspect.h"
 #include "tests/integration/fault_server.h"
-#include "tests/integration/process_use.h"
 #include "tests/support/few_descriptors.h"
-#include "tests/support/open_descriptor_check.h"
 
 // The run-loop source of a port that changes its loop while the port is asked. One process, so that
 // the thread sanitizer sees all of it.

@@ -2,19 +2,14 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/file.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <string>
-#include <thread>
 
 #include "launch/launch.h"
 #include "platform/host/applications/launch_lock.h"
@@ -22,7 +17,6 @@
 #include "tests/integration/launch_support.h"
 #include "tests/integration/process_use.h"
 #include "tests/support/few_descriptors.h"
-#include "tests/support/open_descriptor_check.h"
 #include "tests/support/session_directory.h"
 #include "tests/support/test_role.h"
 

@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "launch/launch.h"
 #include "tests/integration/launch_support.h"
 
@@ -62,8 +59,7 @@ TEST(FindApplication, ByIdentifierThenSignatureThenName) {
 
   const struct {
     OSType creator;
-    const char* identifier;
-    const char* name;
+    const char *identifier, *name;
     std::string found;
   } rows[] = {
       {0, "com.test.one", nullptr, newest},

@@ -6,12 +6,10 @@
 #include <limits.h>
 #include <signal.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <thread>
 
 #include "aeport/event.h"
 #include "tests/integration/process_use.h"

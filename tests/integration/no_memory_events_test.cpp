@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <servers/bootstrap.h>
 
-#include <string>
 #include <string_view>
 
 #include "aeport/event.h"

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <string>
 
 #include "plist/dictionary.h"
 #include "plist/preferences.h"

@@ -5,10 +5,7 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <map>
-#include <thread>
 
-#include "aeport/port_listener.h"
 #include "clients/session_monitor.h"
 #include "daemon/event_service.h"
 #include "daemon/session_monitor.h"

@@ -5,11 +5,8 @@
 
 #include <filesystem>
 #include <fstream>
-#include <functional>
 
 #include "tests/integration/notice_support.h"
-#include "tests/support/scratch_folder.h"
-#include "tests/support/session_directory.h"
 #include "tests/support/test_role.h"
 
 // Notices that reach no desktop, or not for long: the text goes to the log once, the response comes
@@ -44,62 +41,55 @@ TEST_F(NoticeTest, WithoutADesktopTheLogHasIt) {
 
 TEST_F(NoticeTest, ServicesThatDoNotShowNotices) {
   const NoHelpersLeft noLeaks;
-  const struct {
-    const char* text;
-    bool hasService;
-    bool refuses;
-    bool isSilent;
-    bool isBusStopped;
-  } rows[] = {
+  const std::tuple<const char*, bool, bool, bool, bool> rows[] = {
       {"nobody", false, false, false, false},
       {"refused", true, true, false, false},
       {"silent", true, false, true, false},
       {"stopped", true, false, false, true},
   };
   PrivateBus bus;
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
+  for (const auto& [text, hasService, refuses, isSilent, isBusStopped] : rows) {
+    SCOPED_TRACE(text);
     ClearTestLog();
     std::unique_ptr<NotificationService> service;
-    if (row.hasService) {
+    if (hasService) {
       service = std::make_unique<NotificationService>(
-          bus, NotificationService::Options{.refuses = row.refuses, .isSilent = row.isSilent});
+          bus, NotificationService::Options{.refuses = refuses, .isSilent = isSilent});
     }
-    if (row.isBusStopped) bus.Stop();
-    TestNotice notice(row.text);
+    if (isBusStopped) bus.Stop();
+    TestNotice notice(text);
     EXPECT_EQ(noErr, notice.Install());
     // Installing cannot have waited for a service that never answers.
-    const bool canBeAnswered = !row.isSilent && !row.isBusStopped;
+    const bool canBeAnswered = !isSilent && !isBusStopped;
     EXPECT_LE(notice.Responses(), canBeAnswered ? 1 : 0);
-    ExpectLoggedOnce(notice, row.text);
-    if (row.isBusStopped) bus.Resume();
+    ExpectLoggedOnce(notice, text);
+    if (isBusStopped) bus.Resume();
   }
 }
 
 TEST_F(NoticeTest, WhatIsOnScreenMayBeLost) {
   const NoHelpersLeft noLeaks;
-  const struct {
-    const char* text;
-    std::function<void(PrivateBus&, std::unique_ptr<NotificationService>&)> fault;
-  } rows[] = {
-      {"the service ends", [](PrivateBus&, auto& service) { service.reset(); }},
-      {"the helper is killed",
-       [](PrivateBus&, auto&) {
-         for (const pid_t helper : NoticeHelpers()) kill(helper, SIGKILL);
-       }},
-      {"the bus ends", [](PrivateBus& bus, auto&) { bus.Kill(); }},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
+  const std::tuple<const char*,
+                   std::function<void(PrivateBus&, std::unique_ptr<NotificationService>&)>>
+      rows[] = {
+          {"the service ends", [](PrivateBus&, auto& service) { service.reset(); }},
+          {"the helper is killed",
+           [](PrivateBus&, auto&) {
+             for (const pid_t helper : NoticeHelpers()) kill(helper, SIGKILL);
+           }},
+          {"the bus ends", [](PrivateBus& bus, auto&) { bus.Kill(); }},
+      };
+  for (const auto& [text, fault] : rows) {
+    SCOPED_TRACE(text);
     ClearTestLog();
     PrivateBus bus;
     auto service = std::make_unique<NotificationService>(bus);
-    TestNotice notice(row.text);
+    TestNotice notice(text);
     EXPECT_EQ(noErr, notice.Install());
     ASSERT_EQ(1u, service->Calls(1).size());
     // The helper's word that it is on screen may still be under way.
-    row.fault(bus, service);
-    ExpectLoggedOnce(notice, row.text);
+    fault(bus, service);
+    ExpectLoggedOnce(notice, text);
   }
 }
 
@@ -137,8 +127,7 @@ struct TestInstallation {
 
 TEST_F(NoticeTest, ProgramsThatAreNoHelpers) {
   const struct {
-    const char* text;
-    const char* helper;
+    const char *text, *helper;
     bool isAtOnce;
   } rows[] = {
       {"no program",
@@ -167,19 +156,16 @@ TEST_F(NoticeTest, ProgramsThatAreNoHelpers) {
 }
 
 TEST_F(NoticeTest, TheHelperIsFoundInTheProgramsInstallation) {
-  const struct {
-    const char* programFolder;
-    const char* helperFolder;
-  } rows[] = {
+  const std::tuple<const char*, const char*> rows[] = {
       {"here", "here"},
       {"bin", "libexec/veltrane"},
       {"share/veltrane/Applications/Test.app/Contents/Linux", "libexec/veltrane"},
   };
   const std::filesystem::path own = std::filesystem::read_symlink("/proc/self/exe");
   const PrivateBus bus;
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.programFolder);
-    const TestInstallation installation(row.programFolder, row.helperFolder);
+  for (const auto& [programFolder, helperFolder] : rows) {
+    SCOPED_TRACE(programFolder);
+    const TestInstallation installation(programFolder, helperFolder);
     std::filesystem::copy_file(own.parent_path() / "../libexec/veltrane/vlt-notify",
                                installation.helper);
     NotificationService service(bus);

@@ -6,8 +6,6 @@
 #include <iterator>
 #include <sstream>
 
-#include "tests/support/scratch_folder.h"
-#include "tests/support/session_directory.h"
 #include "util/strings.h"
 
 TestNotice::TestNotice(const std::string& shown) {

@@ -12,7 +12,6 @@
 
 #include "tests/integration/notice_support.h"
 #include "tests/support/interposed_calls.h"
-#include "tests/support/session_directory.h"
 #include "tests/support/test_role.h"
 
 // Notices that reach a desktop.
@@ -41,27 +40,23 @@ class SomethingToWaitFor {
 TEST_F(NoticeTest, TheTextIsShownAsItIsAndAnsweredWhenDismissed) {
   const NoHelpersLeft noLeaks;
   const std::string program = program_invocation_short_name;
-  const struct {
-    Words capabilities;
-    std::string title;
-    std::string body;
-  } rows[] = {
+  const std::tuple<Words, std::string, std::string> rows[] = {
       {{"body", "actions", "body-markup"}, program, "caf\xC3\xA9 &lt;b&gt; &amp;\n2 "},
       {{"body"}, program, "caf\xC3\xA9 <b> &\n2 "},
       {{}, "caf\xC3\xA9 <b> &\n2 ", ""},
   };
   const PrivateBus bus;
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.body);
+  for (const auto& [capabilities, title, body] : rows) {
+    SCOPED_TRACE(body);
     ClearTestLog();
-    NotificationService service(bus, {.capabilities = row.capabilities});
+    NotificationService service(bus, {.capabilities = capabilities});
     TestNotice notice("caf\x8E <b> &\r2\x07");
     EXPECT_EQ(noErr, notice.Install());
     const std::vector<NotificationCall> calls = service.Calls(1);
     ASSERT_EQ(1u, calls.size());
     EXPECT_EQ(program, calls[0].appName);
-    EXPECT_EQ(row.title, calls[0].title);
-    EXPECT_EQ(row.body, calls[0].body);
+    EXPECT_EQ(title, calls[0].title);
+    EXPECT_EQ(body, calls[0].body);
     EXPECT_EQ(0u, calls[0].replaced);
     EXPECT_EQ(0, calls[0].expireTimeout);
     EXPECT_EQ(0, notice.Responses());
@@ -125,26 +120,21 @@ TEST_F(NoticeTest, RemovingWithdraws) {
 // What a service may do, although it should not. The notice is answered once in each case.
 TEST_F(NoticeTest, ANoticeWhoseDismissalCannotBeToldIsAnsweredOnce) {
   const NoHelpersLeft noLeaks;
-  const struct {
-    const char* text;
-    bool closesFirst;
-    bool givesNoID;
-    int logged;
-  } rows[] = {{"closed before the answer", true, false, 0},
-              {"shown without an id", false, true, 1}};
+  const std::tuple<const char*, bool, bool, int> rows[] = {
+      {"closed before the answer", true, false, 0}, {"shown without an id", false, true, 1}};
   const PrivateBus bus;
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
+  for (const auto& [text, closesFirst, givesNoID, logged] : rows) {
+    SCOPED_TRACE(text);
     ClearTestLog();
-    NotificationService service(bus, {.closesFirst = row.closesFirst, .givesNoID = row.givesNoID});
-    TestNotice notice(row.text);
+    NotificationService service(bus, {.closesFirst = closesFirst, .givesNoID = givesNoID});
+    TestNotice notice(text);
     for (int count = 1; count <= 2; count++) {
       EXPECT_EQ(noErr, notice.Install());
       EXPECT_TRUE(notice.WaitForResponses(count));
     }
     EXPECT_TRUE(WaitUntil([] { return NoticeHelpers().empty(); }, 20s));
     EXPECT_EQ(2, notice.Responses());
-    EXPECT_EQ(2 * row.logged, LinesInLog(row.text)) << TestLogText();
+    EXPECT_EQ(2 * logged, LinesInLog(text)) << TestLogText();
   }
 }
 

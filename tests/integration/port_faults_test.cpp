@@ -1,8 +1,5 @@
 #include <Carbon/Carbon.h>
 #include <CoreFoundation/CoreFoundation.h>
-#include <CoreServices/CoreServices.h>
-#include <gtest/gtest.h>
-#include <mach/mach.h>
 #include <servers/bootstrap.h>
 
 #include <fcntl.h>
@@ -16,24 +13,15 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <set>
-#include <string>
-#include <vector>
 
-#include "aeport/port_listener.h"
 #include "platform/host/base/clock.h"
 #include "platform/host/base/file_lock.h"
 #include "platform/host/processes/serial_number.h"
 #include "platform/host/session/context_directory.h"
 #include "platform/host/session/name_registry.h"
 #include "tests/integration/fault_server.h"
-#include "tests/integration/process_use.h"
-#include "tests/support/open_descriptor_check.h"
-#include "tests/support/scratch_folder.h"
 #include "tests/support/session_directory.h"
-#include "tests/support/test_process.h"
-#include "tests/support/test_role.h"
 #include "util/app_exception.h"
 
 namespace {
@@ -273,45 +261,43 @@ TEST_ROLE(NameUser) {
 
 // Whatever lies where a name's file belongs, nobody waits; one log line says what to remove.
 TEST(NameFiles, WhatCannotBeUsedIsRefusedWithOneLogLine) {
-  const struct {
-    const char* what;
-    std::function<int(const char*)> make;
-    kern_return_t claimed;
-    const char* logged;
-  } rows[] = {
-      {"pipe", [](const char* path) { return mkfifo(path, 0600); }, KERN_FAILURE, "regular file"},
-      {"folder", [](const char* path) { return mkdir(path, 0700); }, KERN_FAILURE, "regular file"},
-      {"link", [](const char* path) { return symlink("/dev/null", path); }, KERN_FAILURE,
-       "regular file"},
-      {"socket", [](const char* path) { return mknod(path, S_IFSOCK | 0600, 0); }, KERN_FAILURE,
-       "regular file"},
-      {"locked by another where a port would be",
-       [](const char* path) {
-         const int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-         return HostTryLockByte(fd, 5) ? 0 : -1;
-       },
-       KERN_FAILURE, "has locked"},
-      {"full", nullptr, BOOTSTRAP_NO_MEMORY, nullptr},  // nor can the test's log grow
-      {"mode 0", [](const char* path) { return mknod(path, S_IFREG, 0); }, BOOTSTRAP_NOT_PRIVILEGED,
-       "Permission"},
-  };
+  const std::tuple<const char*, std::function<int(const char*)>, kern_return_t, const char*>
+      rows[] = {
+          {"pipe", [](const char* path) { return mkfifo(path, 0600); }, KERN_FAILURE,
+           "regular file"},
+          {"folder", [](const char* path) { return mkdir(path, 0700); }, KERN_FAILURE,
+           "regular file"},
+          {"link", [](const char* path) { return symlink("/dev/null", path); }, KERN_FAILURE,
+           "regular file"},
+          {"socket", [](const char* path) { return mknod(path, S_IFSOCK | 0600, 0); }, KERN_FAILURE,
+           "regular file"},
+          {"locked by another where a port would be",
+           [](const char* path) {
+             const int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+             return HostTryLockByte(fd, 5) ? 0 : -1;
+           },
+           KERN_FAILURE, "has locked"},
+          {"full", nullptr, BOOTSTRAP_NO_MEMORY, nullptr},  // nor can the test's log grow
+          {"mode 0", [](const char* path) { return mknod(path, S_IFREG, 0); },
+           BOOTSTRAP_NOT_PRIVILEGED, "Permission"},
+      };
   ASSERT_NE(nullptr, HostGetContext());
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.what);
-    if (row.claimed == BOOTSTRAP_NOT_PRIVILEGED && geteuid() == 0) continue;  // root may open it
+  for (const auto& [what, make, claimed, logged] : rows) {
+    SCOPED_TRACE(what);
+    if (claimed == BOOTSTRAP_NOT_PRIVILEGED && geteuid() == 0) continue;  // root may open it
     const std::string name = UniquePortName(), file = NameFile(name);
     const auto before = OpenDescriptors();
-    ASSERT_EQ(0, row.make == nullptr ? 0 : row.make(file.c_str()));
+    ASSERT_EQ(0, make == nullptr ? 0 : make(file.c_str()));
     ClearTestLog();
-    TestProcess user("NameUser", name.c_str(), {row.what});
-    EXPECT_EQ(std::to_string(row.claimed), user.Hear(20s));
+    TestProcess user("NameUser", name.c_str(), {what});
+    EXPECT_EQ(std::to_string(claimed), user.Hear(20s));
     user.Hear(20s);
     EXPECT_EQ(kRoleDone, user.Wait(20s));
-    if (row.logged != nullptr) {
+    if (logged != nullptr) {
       const std::string log = TestLogText();
-      const size_t line = log.find(row.logged);
+      const size_t line = log.find(logged);
       EXPECT_NE(std::string::npos, line) << log;
-      EXPECT_EQ(line, log.rfind(row.logged)) << log;
+      EXPECT_EQ(line, log.rfind(logged)) << log;
     }
     for (const auto& [number, target] : OpenDescriptors()) {
       if (!before.contains(number)) close(number);

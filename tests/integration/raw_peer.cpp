@@ -1,6 +1,5 @@
 #include "tests/integration/raw_peer.h"
 
-#include <gtest/gtest.h>
 #include <linux/sockios.h>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -12,7 +11,6 @@
 #include <cerrno>
 #include <cstring>
 #include <utility>
-#include <vector>
 
 #include "platform/host/base/byte_order.h"
 #include "platform/host/base/clock.h"
@@ -20,7 +18,6 @@
 #include "platform/host/session/context_directory.h"
 #include "platform/host/session/name_registry.h"
 #include "platform/host/session/port_address.h"
-#include "tests/integration/fault_server.h"
 
 namespace {
 

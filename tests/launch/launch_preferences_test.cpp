@@ -107,11 +107,7 @@ TEST(LaunchPreferences, KeyByKey) {
   const std::string number = "<integer>1</integer>";
   const std::string port = Text("portName", "other.port");
   const std::string ones(300, '1');
-  const struct {
-    std::string keys;
-    OSStatus err;
-    std::vector<std::string> changes;
-  } rows[] = {
+  const std::tuple<std::string, OSStatus, std::vector<std::string>> rows[] = {
       {"", 0, {}},
       {Key("launchIfNotFound", "<true/>"), 0, {"start 1"}},
       {Key("launchIfNotFound", number), paramErr, {}},
@@ -146,13 +142,13 @@ TEST(LaunchPreferences, KeyByKey) {
   StoreKeys("");
   ASSERT_EQ(0, fresh.prepare());
   const std::vector<std::string> usual = StateOf(fresh);
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.keys);
-    StoreKeys(row.keys);
+  for (const auto& [keys, err, changes] : rows) {
+    SCOPED_TRACE(keys);
+    StoreKeys(keys);
     OpenLaunch launch(TestSpec());
-    EXPECT_EQ(row.err, launch.prepare());
-    EXPECT_EQ(Changed(usual, row.changes), StateOf(launch));
-    EXPECT_EQ(row.err, launch.prepare());  // a mistake is one every time
+    EXPECT_EQ(err, launch.prepare());
+    EXPECT_EQ(Changed(usual, changes), StateOf(launch));
+    EXPECT_EQ(err, launch.prepare());  // a mistake is one every time
   }
 }
 

@@ -1,13 +1,8 @@
-#include "launch/launch.h"
-
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/time.h>
 
-#include <chrono>
 #include <climits>
-#include <string>
-#include <vector>
 
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -50,8 +45,7 @@ struct Probe {
 TEST(WaitForLaunch, AsksUntilThereIsAnAnswer) {
   const struct {
     std::vector<OSStatus> answers;
-    int retries;
-    int sleepSeconds;
+    int retries, sleepSeconds;
     OSStatus err;
     int count;
   } rows[] = {
@@ -124,8 +118,7 @@ TEST(FindAndLaunch, TakesItsStepsInOrder) {
   const struct {
     OSStatus found;
     bool start;
-    OSStatus specified, byBundle, bySignature, waited;
-    OSStatus err;
+    OSStatus specified, byBundle, bySignature, waited, err;
     const char* steps;
   } rows[] = {
       {0, true, 0, 0, 0, 0, 0, "f"},

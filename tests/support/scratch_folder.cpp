@@ -61,19 +61,17 @@ unsigned ModeOf(const std::string& path) {
 
 std::string MakeTestBundle(const ScratchFolder& folder, const std::string& name,
                            const TestBundle& bundle) {
-  const struct {
-    const char* key;
-    const std::string& value;
-  } rows[] = {{"CFBundleIdentifier", bundle.identifier},
-              {"CFBundleSignature", bundle.signature},
-              {"CFBundlePackageType", bundle.packageType},
-              {"CFBundleExecutable", bundle.executable},
-              {"CFBundleVersion", bundle.version}};
+  const std::tuple<const char*, const std::string&> rows[] = {
+      {"CFBundleIdentifier", bundle.identifier},
+      {"CFBundleSignature", bundle.signature},
+      {"CFBundlePackageType", bundle.packageType},
+      {"CFBundleExecutable", bundle.executable},
+      {"CFBundleVersion", bundle.version}};
   std::string text =
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n";
-  for (const auto& row : rows) {
-    if (row.value.empty()) continue;
-    text += std::string("<key>") + row.key + "</key><string>" + row.value + "</string>\n";
+  for (const auto& [key, value] : rows) {
+    if (value.empty()) continue;
+    text += std::string("<key>") + key + "</key><string>" + value + "</string>\n";
   }
   folder.File(name + "/Contents/Info.plist", text + "</dict>\n</plist>\n");
   return folder.Path(name);

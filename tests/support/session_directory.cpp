@@ -6,8 +6,7 @@
 
 TestSessionDirectory::TestSessionDirectory() {
   const struct {
-    const char* variable;
-    const char* folder;
+    const char *variable, *folder;
   } rows[] = {
       {"XDG_RUNTIME_DIR", "run"}, {"XDG_CONFIG_HOME", "config"}, {"XDG_CONFIG_DIRS", "etc"},
       {"XDG_DATA_HOME", "data"},  {"XDG_DATA_DIRS", "share"},    {"HOME", "home"},

@@ -120,21 +120,18 @@ TEST(COMObjectRef, CountsAndNull) {
 
 // Meant: the old pointer stays and is released, unless the other's flags say borrowed.
 TEST(COMObjectRef, CopyFromKeepsTheOldPointer) {
-  const struct {
-    UInt32 theirFlags;
-    int oldAdded;
-  } rows[] = {{0, 0}, {0x42, 1}};
-  for (const auto& row : rows) {
+  const std::tuple<UInt32, int> rows[] = {{0, 0}, {0x42, 1}};
+  for (const auto& [theirFlags, oldAdded] : rows) {
     Fake old, theirs;
     Ref ref, other;
     ref.SetObjectPtr(old.Object(), 0);
-    other.SetObjectPtr(theirs.Object(), row.theirFlags | 1);
+    other.SetObjectPtr(theirs.Object(), theirFlags | 1);
     ref.CopyFrom(other);
     EXPECT_EQ(old.Object(), ref.Held());
-    EXPECT_EQ(row.oldAdded, old.Added());
+    EXPECT_EQ(oldAdded, old.Added());
     EXPECT_EQ(1, theirs.Added());
-    EXPECT_EQ(row.theirFlags & ~2u, ref.Flags());
-    EXPECT_EQ(row.theirFlags, other.Flags());
+    EXPECT_EQ(theirFlags & ~2u, ref.Flags());
+    EXPECT_EQ(theirFlags, other.Flags());
     const int before = old.calls;
     ref.CopyFrom(ref);
     EXPECT_EQ(before, old.calls);

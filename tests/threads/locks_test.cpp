@@ -8,18 +8,15 @@
 namespace {
 
 TEST(AtomicLockSet, LocksAreBitsOfTheLowSixBitsNumber) {
-  const struct {
-    SInt32 lock;
-    UInt32 mask;
-  } rows[] = {{0, 1}, {31, 0x80000000}, {32, 0}, {67, 8}, {-1, 0}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.lock);
+  const std::tuple<SInt32, UInt32> rows[] = {{0, 1}, {31, 0x80000000}, {32, 0}, {67, 8}, {-1, 0}};
+  for (const auto& [lock, mask] : rows) {
+    SCOPED_TRACE(lock);
     AtomicLockSet locks(0x100);
-    EXPECT_EQ(row.mask, locks.AcquireLock(row.lock));
-    EXPECT_EQ(0u, locks.AcquireLock(row.lock));
-    EXPECT_EQ(row.mask != 0, locks.IsLockAcquired(row.lock));
-    EXPECT_EQ(row.mask, locks.ReleaseLock(row.lock));
-    EXPECT_FALSE(locks.IsLockAcquired(row.lock));
+    EXPECT_EQ(mask, locks.AcquireLock(lock));
+    EXPECT_EQ(0u, locks.AcquireLock(lock));
+    EXPECT_EQ(mask != 0, locks.IsLockAcquired(lock));
+    EXPECT_EQ(mask, locks.ReleaseLock(lock));
+    EXPECT_FALSE(locks.IsLockAcquired(lock));
   }
 }
 
@@ -61,17 +58,15 @@ TEST(AbstractThread, InitialisesAndFinalisesOnceForEachPair) {
 }
 
 TEST(AbstractThread, TheStatusOfACreatedThreadIsNeverZero) {
-  const struct {
-    SInt32 result, created, terminated;
-  } rows[] = {{0, 1, 0}, {1, 1, 1}, {-5, -5, -5}};
-  for (const auto& row : rows) {
+  const std::tuple<SInt32, SInt32, SInt32> rows[] = {{0, 1, 0}, {1, 1, 1}, {-5, -5, -5}};
+  for (const auto& [result, created, terminated] : rows) {
     Identity thread;
-    EXPECT_EQ(0, thread.NotifyThreadCreated(row.result));
-    EXPECT_EQ(row.created, thread.Status());
+    EXPECT_EQ(0, thread.NotifyThreadCreated(result));
+    EXPECT_EQ(created, thread.Status());
     EXPECT_TRUE(thread.IsThreadCreated());
     EXPECT_FALSE(thread.IsThreadTerminated());
-    EXPECT_EQ(0, thread.NotifyThreadTerminated(row.result));
-    EXPECT_EQ(row.terminated, thread.Status());
+    EXPECT_EQ(0, thread.NotifyThreadTerminated(result));
+    EXPECT_EQ(terminated, thread.Status());
     EXPECT_TRUE(thread.IsThreadTerminated());
   }
 }

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstdint>
 #include <set>
-#include <vector>
 
 #include "tests/threads/bounded.h"
 

@@ -3,9 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <functional>
 #include <memory>
-#include <thread>
 
 #include "tests/support/few_descriptors.h"
 #include "tests/support/open_descriptor_check.h"
@@ -39,19 +37,17 @@ void* Number(intptr_t number) { return reinterpret_cast<void*>(number); }
 TEST(RunLoopThread, ResultsOfCalls) {
   Thread thread;
   EXPECT_EQ(paramErr, thread.CallSynchronous(nullptr, nullptr, nullptr, 0));
-  const struct {
-    SInt32 result, fromOutside;
-  } rows[] = {{0, 0}, {1, 0}, {2, 2}, {INT32_MIN, INT32_MIN}};
-  for (const auto& row : rows) {
-    EXPECT_EQ(row.fromOutside, thread.CallSynchronous(Add, Number(row.result), nullptr, 0));
+  const std::tuple<SInt32, SInt32> rows[] = {{0, 0}, {1, 0}, {2, 2}, {INT32_MIN, INT32_MIN}};
+  for (const auto& [result, fromOutside] : rows) {
+    EXPECT_EQ(fromOutside, thread.CallSynchronous(Add, Number(result), nullptr, 0));
     // On the thread itself: run directly, 1 included.
     SInt32 direct = 99;
     EXPECT_EQ(0, thread.Run([&] {
       EXPECT_TRUE(thread.IsCurrentThread());
-      direct = thread.CallSynchronous(Add, Number(row.result), nullptr, 0);
+      direct = thread.CallSynchronous(Add, Number(result), nullptr, 0);
       return 0;
     }));
-    EXPECT_EQ(row.result, direct);
+    EXPECT_EQ(result, direct);
   }
 }
 
@@ -86,12 +82,11 @@ TEST(RunLoopThread, AThreadThatGivesUpAtItsStart) {
 
 TEST(RunLoopThread, TheSmallestQuantumWins) {
   Thread thread;
-  const struct {
-    SInt32 asked, set;
-  } rows[] = {{0, 0}, {5, 5}, {10, 5}, {3, 3}, {0, 0}, {-2, -2}, {0, -2}};
-  for (const auto& row : rows) {
-    EXPECT_EQ(0, thread.SetMaxRRPolicy(row.asked));
-    EXPECT_EQ(row.set, thread.Quantum()) << row.asked;
+  const std::tuple<SInt32, SInt32> rows[] = {{0, 0}, {5, 5},   {10, 5}, {3, 3},
+                                             {0, 0}, {-2, -2}, {0, -2}};
+  for (const auto& [asked, set] : rows) {
+    EXPECT_EQ(0, thread.SetMaxRRPolicy(asked));
+    EXPECT_EQ(set, thread.Quantum()) << asked;
   }
   mach_port_t port = MACH_PORT_NULL;
   EXPECT_EQ(0, thread.GetMachThread(port));

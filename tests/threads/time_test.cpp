@@ -17,11 +17,7 @@ UnsignedWide Wide(UInt64 value) {
 UInt64 Value(UnsignedWide wide) { return UInt64{wide.hi} << 32 | wide.lo; }
 
 TEST(AbsoluteTime, DurationsTakeTheFinestFormThatFits) {
-  const struct {
-    UInt64 nanoseconds;
-    Duration duration;
-    UInt64 back;
-  } rows[] = {
+  const std::tuple<UInt64, Duration, UInt64> rows[] = {
       {1'000, -1, 1'000},
       {20'000'999, -20'000, 20'000'000},
       {2'147'483'648'000, 2147483, 2'147'483'000'000},
@@ -29,13 +25,13 @@ TEST(AbsoluteTime, DurationsTakeTheFinestFormThatFits) {
       {2'147'483'648'000'000, durationForever, 2'147'483'647'000'000},
       {kMax, durationForever, 2'147'483'647'000'000},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.nanoseconds);
-    EXPECT_EQ(row.duration, AbsoluteToDuration(Wide(row.nanoseconds)));
-    EXPECT_EQ(row.duration, NanosecondsToDuration(Wide(row.nanoseconds)));
-    EXPECT_EQ(row.duration, AbsoluteDeltaToDuration(Wide(row.nanoseconds), Wide(0)));
-    EXPECT_EQ(row.back, Value(DurationToAbsolute(row.duration)));
-    EXPECT_EQ(row.back, Value(DurationToNanoseconds(row.duration)));
+  for (const auto& [nanoseconds, duration, back] : rows) {
+    SCOPED_TRACE(nanoseconds);
+    EXPECT_EQ(duration, AbsoluteToDuration(Wide(nanoseconds)));
+    EXPECT_EQ(duration, NanosecondsToDuration(Wide(nanoseconds)));
+    EXPECT_EQ(duration, AbsoluteDeltaToDuration(Wide(nanoseconds), Wide(0)));
+    EXPECT_EQ(back, Value(DurationToAbsolute(duration)));
+    EXPECT_EQ(back, Value(DurationToNanoseconds(duration)));
   }
   EXPECT_EQ(2'147'483'648'000u, Value(DurationToAbsolute(INT32_MIN)));
 }

@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <string>
 #include <vector>
 
 #include "tests/support/open_descriptor_check.h"
@@ -70,19 +69,16 @@ TEST(Bundle, SaysWhatItsDescriptionSays) {
 TEST(Bundle, IsFoundByItsProgramsPath) {
   const ScratchFolder scratch;
   const std::string app = MakeTestBundle(scratch, "X.app", {.executable = "run"});
-  const struct {
-    std::string program;
-    bool found;
-  } rows[] = {
+  const std::tuple<std::string, bool> rows[] = {
       {app + "/Contents/Linux/run", true},
       {app + "/Contents/Linux/run (deleted)", true},
       {app + "/Contents/Linux/sub/run", false},
       {"/.app/Contents/Linux/run", false},
   };
-  for (const auto& row : rows) {
+  for (const auto& [program, found] : rows) {
     HostBundle bundle;
-    EXPECT_EQ(row.found, HostBundleOfProgram(row.program, &bundle)) << row.program;
-    if (row.found) {
+    EXPECT_EQ(found, HostBundleOfProgram(program, &bundle)) << program;
+    if (found) {
       EXPECT_EQ(app + "/Contents/Linux/run", bundle.Program());
     }
   }

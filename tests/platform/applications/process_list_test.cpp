@@ -8,11 +8,8 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <string>
 #include <utility>
-#include <vector>
 
-#include "tests/support/child_process.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/support/test_process.h"

@@ -10,8 +10,6 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <string>
-#include <thread>
 #include <vector>
 
 #include "tests/support/open_descriptor_check.h"

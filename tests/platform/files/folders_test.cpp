@@ -8,8 +8,6 @@
 
 #include <atomic>
 #include <filesystem>
-#include <string>
-#include <thread>
 #include <vector>
 
 #include "tests/support/open_descriptor_check.h"
@@ -107,16 +105,14 @@ TEST(Folders, WhatIsInTheWayIsTold) {
   scratch.File("file");
   scratch.Link("linked", "target");
   scratch.Folder("target");
-  const struct {
-    const char* root;
-    OSErr err;
-  } rows[] = {{"file/local", dirNFErr}, {"linked", noErr}, {"new/a/b", noErr}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.root);
-    const ScopedVariable local("VLTHOST_LOCAL_ROOT", scratch.Path(row.root).c_str());
+  const std::tuple<const char*, OSErr> rows[] = {
+      {"file/local", dirNFErr}, {"linked", noErr}, {"new/a/b", noErr}};
+  for (const auto& [root, err] : rows) {
+    SCOPED_TRACE(root);
+    const ScopedVariable local("VLTHOST_LOCAL_ROOT", scratch.Path(root).c_str());
     SInt16 volume = 0;
     SInt32 number = 0;
-    EXPECT_EQ(row.err, FindFolder(kLocalDomain, kDomainLibraryFolderType, true, &volume, &number));
+    EXPECT_EQ(err, FindFolder(kLocalDomain, kDomainLibraryFolderType, true, &volume, &number));
   }
   EXPECT_TRUE(std::filesystem::is_directory(scratch.Path("target/Library")));
 }
@@ -156,10 +152,7 @@ TEST(Gestalt, SystemVersion) {
 
 TEST(SecuritySession, IsTheCallersOwnOnly) {
   const struct {
-    const char* id;
-    const char* bits;
-    const char* display;
-    const char* wayland;
+    const char *id, *bits, *display, *wayland;
     SecuritySessionId expectedId;  // 0: whatever the system says
     SessionAttributeBits expectedBits;
   } rows[] = {

@@ -1,6 +1,3 @@
-#include <CoreFoundation/CoreFoundation.h>
-#include <CoreServices/CoreServices.h>
-#include <gtest/gtest.h>
 #include <mach/mach.h>
 #include <pthread.h>
 #include <signal.h>
@@ -14,7 +11,6 @@
 #include <future>
 #include <memory>
 #include <stdexcept>
-#include <string>
 #include <thread>
 
 #include "tests/platform/events/support.h"
@@ -160,11 +156,7 @@ TEST(RunLoop, SourcesFireByOrderThenAgeOncePerPass) {
 // A callout that ends another source's membership, or the run, is obeyed at once: although that
 // source was signalled before.
 TEST(RunLoop, ACalloutStopsTheNextOneOfItsRound) {
-  const struct {
-    const char* way;
-    std::function<void(Action&)> act;
-    bool leaves;
-  } rows[] = {
+  const std::tuple<const char*, std::function<void(Action&)>, bool> rows[] = {
       {"invalidates", [](Action& victim) { CFRunLoopSourceInvalidate(victim.source); }, true},
       {"removes",
        [](Action& victim) {
@@ -173,22 +165,21 @@ TEST(RunLoop, ACalloutStopsTheNextOneOfItsRound) {
        true},
       {"stops", [](Action&) { CFRunLoopStop(Current()); }, false},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.way);
+  for (const auto& [way, act, leaves] : rows) {
+    SCOPED_TRACE(way);
     Action victim({}, 2), survivor({}, 3), killer({}, 1);
-    killer.run = [&] { row.act(victim); };
+    killer.run = [&] { act(victim); };
     for (Action* action : {&victim, &survivor, &killer}) {
       action->Add();
       action->Signal();
     }
     CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
     EXPECT_EQ(0, victim.performed);
-    EXPECT_EQ(row.leaves, victim.cancelled == 1);
-    EXPECT_EQ(row.leaves ? 1 : 0, survivor.performed);
-    EXPECT_EQ(!row.leaves,
-              CFRunLoopContainsSource(Current(), victim.source, kCFRunLoopDefaultMode));
+    EXPECT_EQ(leaves, victim.cancelled == 1);
+    EXPECT_EQ(leaves ? 1 : 0, survivor.performed);
+    EXPECT_EQ(!leaves, CFRunLoopContainsSource(Current(), victim.source, kCFRunLoopDefaultMode));
     CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);  // what a stop left signalled stays so
-    EXPECT_EQ(row.leaves ? 0 : 1, victim.performed);
+    EXPECT_EQ(leaves ? 0 : 1, victim.performed);
     EXPECT_EQ(1, survivor.performed);
   }
 }

@@ -3,9 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "tests/support/test_sink.h"
 
@@ -49,14 +47,12 @@ TEST(Notices, EachInstallationIsShownOnceAndAnswered) {
 
 TEST(Notices, TheResponseDecidesHowLongARecordStays) {
   const TestSink notices("VLTHOST_NOTICES"), log("VLTHOST_LOG");
-  const struct {
-    NMUPP response;
-    OSErr removed;
-  } rows[] = {{nullptr, noErr}, {kNMRemoveWhenDone, qErr}, {RemoveInResponse, qErr}};
-  for (const auto& row : rows) {
-    NMRec record = MakeRecord(nullptr, row.response);
+  const std::tuple<NMUPP, OSErr> rows[] = {
+      {nullptr, noErr}, {kNMRemoveWhenDone, qErr}, {RemoveInResponse, qErr}};
+  for (const auto& [response, removed] : rows) {
+    NMRec record = MakeRecord(nullptr, response);
     EXPECT_EQ(noErr, NMInstall(&record));
-    EXPECT_EQ(row.removed, NMRemove(&record));
+    EXPECT_EQ(removed, NMRemove(&record));
   }
   EXPECT_EQ(noErr, sRemoved);
   EXPECT_TRUE(notices.Lines().empty());  // records without a text show nothing

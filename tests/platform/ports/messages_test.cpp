@@ -1,15 +1,11 @@
 #include <Carbon/Carbon.h>
 #include <CoreFoundation/CoreFoundation.h>
-#include <CoreServices/CoreServices.h>
-#include <gtest/gtest.h>
 #include <mach/mach.h>
 
 #include <chrono>
 #include <functional>
 #include <future>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "platform/host/ports/introspect.h"
 #include "tests/platform/events/support.h"

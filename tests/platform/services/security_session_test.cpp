@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <string>
 
 #include "tests/support/few_descriptors.h"
 #include "tests/support/scratch_folder.h"

@@ -11,12 +11,9 @@
 #include <cerrno>
 #include <cstring>
 #include <regex>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "platform/host/services/log_socket.h"
-#include "tests/support/scratch_folder.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 #include "tests/support/test_sink.h"

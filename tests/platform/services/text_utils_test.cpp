@@ -22,8 +22,7 @@ std::string TextOf(ConstStr255Param text) {
 
 TEST(TextUtils, Comparison) {
   const struct {
-    const char* a;
-    const char* b;
+    const char *a, *b;
     // By [case sensitive][marks sensitive].
     int result[2][2];
   } rows[] = {

@@ -112,11 +112,7 @@ TEST(FrameReader, SlicesOutliveWhatFollows) {
 }
 
 TEST(FrameReader, WhatIsNoFrameEndsTheStream) {
-  const struct {
-    const char* what;
-    size_t offset;
-    Bytes bytes;
-  } rows[] = {
+  const std::tuple<const char*, size_t, Bytes> rows[] = {
       {"magic", 0, {'x'}},
       {"version", 4, {2}},
       {"kind 0", 5, {0}},
@@ -125,13 +121,12 @@ TEST(FrameReader, WhatIsNoFrameEndsTheStream) {
       {"2^32 - 1", 8, {0xFF, 0xFF, 0xFF, 0xFF}},
       {"reserved", 12, {0, 0, 0, 1}},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.what);
+  for (const auto& [what, offset, bytes] : rows) {
+    SCOPED_TRACE(what);
     SocketPair sockets;
     HostFrameReader reader;
     Bytes broken = FrameOf("body", 2, HostFrameKind::kRequest);
-    std::copy(row.bytes.begin(), row.bytes.end(),
-              broken.begin() + static_cast<ptrdiff_t>(row.offset));
+    std::copy(bytes.begin(), bytes.end(), broken.begin() + static_cast<ptrdiff_t>(offset));
     sockets.Write(broken.data(), broken.size());
     ASSERT_GT(reader.Receive(sockets.ends[1], MSG_DONTWAIT), 0);
     HostFrameHeader header;
