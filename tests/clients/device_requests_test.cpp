@@ -186,7 +186,6 @@ std::vector<Row> Requests() {
 TEST(DeviceRequests, GoOverTheWireAsTheyAre) {
   OpenDescriptorCheck noLeaks;
   RecordingPeer peer(kPort);
-  ASSERT_TRUE(peer.WaitReady());
   RunOnThread([&] {
     for (const Row& row : Requests()) Try(row, peer);
     Try({"quit", [] { return Said(DMQuitDaemon()); }, "aevt quit none", "", "0"}, peer);
@@ -250,7 +249,6 @@ TEST(DeviceRequests, WrongAnswersAreErrorsAndLoseNothing) {
   };
   OpenDescriptorCheck noLeaks;
   RecordingPeer peer(kPort);
-  ASSERT_TRUE(peer.WaitReady());
   RunOnThread([&] {
     for (const Row& row : rows) Try(row, peer);
   });
@@ -258,7 +256,6 @@ TEST(DeviceRequests, WrongAnswersAreErrorsAndLoseNothing) {
 
 TEST(DeviceRequests, WhatCannotBePutIsNotSent) {
   RecordingPeer peer(kPort);
-  ASSERT_TRUE(peer.WaitReady());
   SInt32 id = 0;
   AEDescList list = {typeNull, nullptr};
   EXPECT_EQ(paramErr, DMSetDevicePreference(1, nullptr, typeChar, "x", 1));
@@ -328,7 +325,6 @@ TEST(DeviceRequests, ADaemonThatEndsIsToldAtOnce) {
     ClearTestLog();
     OpenDescriptorCheck noLeaks;
     RecordingPeer peer(kPort);
-    ASSERT_TRUE(peer.WaitReady());
     RunOnThread([&] { EXPECT_EQ(connectionInvalid, call(peer)); });
     EXPECT_EQ(Logged("DMGetDeviceIDs", connectionInvalid, "fffffd9f"), TestLogText());
   }
@@ -343,7 +339,6 @@ TEST(DeviceRequests, ASilentDaemonIsAskedFiveTimesWithPauses) {
   };
   using namespace std::chrono;
   RecordingPeer peer(kPort);
-  ASSERT_TRUE(peer.WaitReady());
   EXPECT_EQ(0, DMSetSendEventTimeout(6));
   for (const auto& [answers, outcome, pauses] : rows) {
     for (const char* answer : answers) peer.Answer(answer);
@@ -404,11 +399,9 @@ TEST(DeviceConnection, FollowsTheDaemonThroughItsNames) {
     EXPECT_TRUE(peer.Event().starts_with("CmoN UnID"));
   };
   RecordingPeer mine(ours.c_str());
-  ASSERT_TRUE(mine.WaitReady());
   ask(mine, ours);
   {
     RecordingPeer everyones(kPort);
-    ASSERT_TRUE(everyones.WaitReady());
     ask(everyones, kPort);
   }
   ask(mine, ours);
@@ -431,7 +424,6 @@ TEST_ROLE(InRootSession) {
 
 TEST(DeviceConnection, TheRootSessionHasNoNameOfItsOwn) {
   RecordingPeer peer((std::string(kPort) + ".abc123").c_str());
-  ASSERT_TRUE(peer.WaitReady());
   EXPECT_EQ(0, DMCheckDaemonRunning());
   TestProcess root("InRootSession");
   EXPECT_EQ("-600", root.Hear(20s));

@@ -2,7 +2,6 @@
 
 #include <signal.h>
 
-#include <CoreFoundation/CoreFoundation.h>
 #include <CoreServices/CoreServices.h>
 
 #include "aeport/params.h"

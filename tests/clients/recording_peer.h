@@ -10,8 +10,6 @@ class RecordingPeer {
  public:
   explicit RecordingPeer(const char* portName) : process("RecordingPeer", portName, {}) {}
 
-  bool WaitReady() { return process.WaitReady(20s); }
-
   // How the next event, and the one after it, is answered: "" or parameters as the command-line
   // tool takes them, with "|" between; "=-50" for a handler that fails; "silent" for no answer.
   void Answer(const std::string& answer) { process.Tell(answer); }
@@ -25,5 +23,5 @@ class RecordingPeer {
   bool Kill() { return process.KillAndWait(20s); }
 
  private:
-  TestProcess process;
+  ReadyProcess process;
 };

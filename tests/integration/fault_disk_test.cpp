@@ -43,22 +43,15 @@ void TellClaim(TestRole& role, const std::string& what) {
   TellStatus(role, what + (clean ? "" : " (something is left)"), err);
 }
 
-// The folder's own processes, so that they see its file system as the role does.
-std::unique_ptr<TestProcess> StartServer(TestRole& role) {
-  auto server = std::make_unique<TestProcess>("FaultServer");
-  if (!server->WaitReady(20s)) role.Tell("no server");
-  return server;
-}
-
-void TellAsking(TestRole& role, const std::string& what, TestProcess& server) {
+void TellAsking(TestRole& role, const TestProcess& server) {
   // On a thread of its own, so that it connects.
-  RunOnThread([&] { TellStatus(role, what, AskServer(server.PortName()).status); });
+  RunOnThread([&] { TellStatus(role, "asking", AskServer(server.PortName()).status); });
 }
 
 // A process that comes now: how it fares with asking the server and with a claim of its own.
-void TellNewcomer(TestRole& role, const std::string& what, const std::string& server) {
+void TellNewcomer(TestRole& role, const std::string& server) {
   TestProcess newcomer("Newcomer", server.c_str(), {});
-  role.Tell(what + " " + newcomer.Hear(20s).value_or("nothing"));
+  role.Tell("newcomer " + newcomer.Hear(20s).value_or("nothing"));
   newcomer.Wait(20s);
 }
 
@@ -78,17 +71,6 @@ bool UseFileSystem(const std::string& folder, const char* options) {
          chmod(folder.c_str(), 0700) == 0 && setenv("XDG_RUNTIME_DIR", folder.c_str(), 1) == 0;
 }
 
-// Writes until nothing goes any more. The file's path.
-std::string FillWithBytes(const std::string& folder) {
-  const std::string path = folder + "/filler";
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-  const std::string block(4096, 'x');
-  while (write(fd, block.data(), block.size()) > 0) {
-  }
-  close(fd);
-  return path;
-}
-
 // Makes files until no more can be made. Their folder.
 std::string FillWithFiles(const std::string& folder) {
   const std::string path = folder + "/fillers";
@@ -102,17 +84,16 @@ std::string FillWithFiles(const std::string& folder) {
 
 TEST_ROLE(OnFullDisk) {
   const std::string folder = role.Argument(0);
-  const bool files = role.Argument(1) == "files";
   if (!UseFileSystem(folder, "size=256k,nr_inodes=64")) return kRoleFailed;
-  const auto server = StartServer(role);
+  ReadyProcess server("FaultServer");
   TellClaim(role, "before");
-  const std::string filler = files ? FillWithFiles(folder) : FillWithBytes(folder);
+  const std::string filler = FillWithFiles(folder);
   TellClaim(role, "full");
-  TellAsking(role, "asking", *server);
-  TellNewcomer(role, "newcomer", server->PortName());
+  TellAsking(role, server);
+  TellNewcomer(role, server.PortName());
   std::filesystem::remove_all(filler);
   TellClaim(role, "after");
-  TellNewcomer(role, "newcomer", server->PortName());
+  TellNewcomer(role, server.PortName());
   return kRoleDone;
 }
 
@@ -120,16 +101,16 @@ TEST_ROLE(NewOnFullDisk) {
   const std::string folder = role.Argument(0);
   if (!UseFileSystem(folder, "size=256k,nr_inodes=64")) return kRoleFailed;
   const std::string filler = FillWithFiles(folder);
-  TellNewcomer(role, "newcomer", role.PortName());
+  TellNewcomer(role, role.PortName());
   std::filesystem::remove_all(filler);
-  TellNewcomer(role, "newcomer", role.PortName());
+  TellNewcomer(role, role.PortName());
   return kRoleDone;
 }
 
 TEST_ROLE(OnReadOnlyDisk) {
   const std::string folder = role.Argument(0);
   if (!UseFileSystem(folder, "size=256k")) return kRoleFailed;
-  const auto server = StartServer(role);
+  ReadyProcess server("FaultServer");
   TellClaim(role, "before");
   // A second mount upon the first, which the server's open files keep writable.
   const char* path = folder.c_str();
@@ -137,10 +118,10 @@ TEST_ROLE(OnReadOnlyDisk) {
   if (mount(nullptr, path, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0) {
     return kRoleFailed;
   }
-  TellAsking(role, "asking", *server);
-  TellNewcomer(role, "newcomer", server->PortName());
+  TellAsking(role, server);
+  TellNewcomer(role, server.PortName());
   if (umount(path) != 0) return kRoleFailed;
-  TellNewcomer(role, "newcomer", server->PortName());
+  TellNewcomer(role, server.PortName());
   return kRoleDone;
 }
 
@@ -148,14 +129,14 @@ TEST_ROLE(OnReadOnlyDisk) {
 TEST_ROLE(OnVanishedDisk) {
   const std::string folder = role.Argument(0);
   setenv("XDG_RUNTIME_DIR", folder.c_str(), 1);
-  const auto server = StartServer(role);
+  ReadyProcess server("FaultServer");
   TellClaim(role, "before");
   std::filesystem::remove_all(folder + "/veltrane");
   TellClaim(role, "vanished");
-  TellStatus(role, "looking up", LookUpPort(server->PortName()));
-  TellNewcomer(role, "newcomer", server->PortName());  // it makes the folders anew
+  TellStatus(role, "looking up", LookUpPort(server.PortName()));
+  TellNewcomer(role, server.PortName());  // it makes the folders anew
   std::filesystem::remove_all(folder);
-  TellNewcomer(role, "newcomer", server->PortName());
+  TellNewcomer(role, server.PortName());
   return kRoleDone;
 }
 
@@ -181,16 +162,14 @@ TEST_ROLE(OnForbiddenDisk) {
   return kRoleDone;
 }
 
-void ExpectTold(const std::string& roleName, std::vector<std::string> arguments,
-                const std::vector<std::string>& lines) {
+void ExpectTold(const std::string& roleName, const std::vector<std::string>& lines) {
   SCOPED_TRACE(roleName);
   OpenDescriptorCheck noLeaks;
   const ScratchFolder folder;
   if (roleName == "OnForbiddenDisk" && geteuid() == 0) {
     EXPECT_EQ(0, chown(folder.Path().c_str(), kNobody, kNobody));
   }
-  arguments.insert(arguments.begin(), folder.Path());
-  TestProcess role(roleName, arguments);
+  TestProcess role(roleName, {folder.Path()});
   for (const std::string& line : lines) EXPECT_EQ(line, role.Hear(30s).value_or("the end"));
   EXPECT_EQ(kRoleDone, role.Wait(20s));
 }
@@ -203,25 +182,20 @@ const std::string kFailure = std::to_string(KERN_FAILURE);
 
 // These need no privilege.
 TEST(SessionDisk, VanishedOrForbidden) {
-  ExpectTold("OnVanishedDisk", {},
+  ExpectTold("OnVanishedDisk",
              {"before 0", "vanished " + kFailure, "looking up " + kAbsent,
               "newcomer " + kAbsent + " 0", "newcomer " + kFailure + " " + kFailure});
-  ExpectTold("OnForbiddenDisk", {},
-             {"before 0", "names " + kRefused, "ports " + kRefused, "after 0"});
+  ExpectTold("OnForbiddenDisk", {"before 0", "names " + kRefused, "ports " + kRefused, "after 0"});
 }
 
 // Mounting does.
 TEST(SessionDisk, FullOrReadOnly) {
   if (geteuid() != 0) return;
-  const std::vector<std::string> whileFull = {"before 0", "full " + kNoRoom,
-                                              "asking 0", "newcomer 0 " + kNoRoom,
-                                              "after 0",  "newcomer 0 0"};
-  ExpectTold("OnFullDisk", {"bytes"}, whileFull);
-  ExpectTold("OnFullDisk", {"files"}, whileFull);
-  ExpectTold("OnReadOnlyDisk", {},
-             {"before 0", "asking 0", "newcomer 0 " + kRefused, "newcomer 0 0"});
+  ExpectTold("OnFullDisk", {"before 0", "full " + kNoRoom, "asking 0", "newcomer 0 " + kNoRoom,
+                            "after 0", "newcomer 0 0"});
+  ExpectTold("OnReadOnlyDisk", {"before 0", "asking 0", "newcomer 0 " + kRefused, "newcomer 0 0"});
   ClearTestLog();
-  ExpectTold("NewOnFullDisk", {},
+  ExpectTold("NewOnFullDisk",
              {"newcomer " + kFailure + " " + kFailure, "newcomer " + kAbsent + " 0"});
   const std::string log = TestLogText();
   EXPECT_NE(std::string::npos, log.find("No space left")) << log;

@@ -1,4 +1,3 @@
-#include <CoreFoundation/CoreFoundation.h>
 #include <servers/bootstrap.h>
 
 #include "tests/integration/fault_server.h"

@@ -1,5 +1,3 @@
-#include <CoreFoundation/CoreFoundation.h>
-
 #include <array>
 #include <atomic>
 #include <future>

@@ -43,10 +43,6 @@ class ListsWithoutMemory : public testing::Test {
   OpenDescriptorCheck noLeaks;
 };
 
-size_t EntriesOf(const std::string& folder) {
-  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
-}
-
 TEST_F(ListsWithoutMemory, SettingLeavesAValueOldOrNew) {
   VLTDictionary dictionary;
   ASSERT_EQ(0, dictionary.setCString("text", "old"));

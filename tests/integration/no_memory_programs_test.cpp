@@ -240,10 +240,6 @@ TEST(DaemonWithoutMemory, EndsInOrderAndLeavesNoName) {
                 true});
 }
 
-size_t EntriesOf(const std::string& folder) {
-  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
-}
-
 TEST(ToolWithoutMemory, LeavesAFileOldOrNew) {
   OpenDescriptorCheck noLeaks;
   const ScratchFolder folder;

@@ -3,8 +3,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <CoreFoundation/CoreFoundation.h>
-
 #include <atomic>
 #include <cstring>
 #include <ctime>

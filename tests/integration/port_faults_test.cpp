@@ -1,5 +1,4 @@
 #include <Carbon/Carbon.h>
-#include <CoreFoundation/CoreFoundation.h>
 #include <servers/bootstrap.h>
 
 #include <fcntl.h>
@@ -109,10 +108,7 @@ TEST(PortOwner, LookUpsFollowTheName) {
   }
 }
 
-size_t EntriesIn(const char* folder) {
-  const std::filesystem::path path = HostGetContext()->path;
-  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(path / folder), {}));
-}
+size_t EntriesIn(const char* folder) { return EntriesOf(HostGetContext()->path + "/" + folder); }
 
 // A child that the owner forked and that lives on must keep neither name nor port.
 TEST_ROLE(ForkingServer) {

@@ -12,19 +12,11 @@
 
 #include "platform/host/base/clock.h"
 
+#include "tests/support/scratch_folder.h"
+
 namespace {
 
 std::string ProcFolder(pid_t pid) { return "/proc/" + std::to_string(pid); }
-
-size_t EntriesOf(const std::string& folder) {
-  std::error_code gone;
-  size_t count = 0;
-  for (std::filesystem::directory_iterator entry(folder, gone), end; !gone && entry != end;
-       entry.increment(gone)) {
-    count++;
-  }
-  return count;
-}
 
 void ReadMemory(pid_t pid, ProcessUse* use) {
   std::ifstream file(ProcFolder(pid) + "/smaps_rollup");

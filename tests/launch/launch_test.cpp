@@ -1,6 +1,4 @@
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/time.h>
 
 #include <climits>
 
@@ -9,6 +7,7 @@
 #include "aeport/port_listener.h"
 #include "platform/host/ports/introspect.h"
 #include "tests/launch/open_launch.h"
+#include "tests/support/repeated_signals.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/support/test_process.h"
 
@@ -71,20 +70,12 @@ TEST(WaitForLaunch, AsksUntilThereIsAnAnswer) {
   EXPECT_EQ(procNotFound, VLTLaunch::waitForPSN(kNobody, 0, 2));
 }
 
-void IgnoreAlarm(int) {}
-
 TEST(WaitForLaunch, SleepsWholeSecondsAfterEachProbeAlsoTheLast) {
-  struct sigaction action = {}, before = {};
-  action.sa_handler = IgnoreAlarm;
-  sigaction(SIGALRM, &action, &before);
-  const itimerval often = {{0, 150'000}, {0, 150'000}}, never = {};
-  setitimer(ITIMER_REAL, &often, nullptr);
+  const RepeatedSignals signals;
   const auto start = std::chrono::steady_clock::now();
   Probe probe = {{procNotFound}};
   EXPECT_EQ(procNotFound, VLTLaunch::waitForLaunch(Probe::Ask, &probe, nullptr, 1, 2));
   EXPECT_GE(std::chrono::steady_clock::now() - start, 1900ms);
-  setitimer(ITIMER_REAL, &never, nullptr);
-  sigaction(SIGALRM, &before, nullptr);
 }
 
 // Each step answers as told and leaves its letter.

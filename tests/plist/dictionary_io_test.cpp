@@ -19,10 +19,6 @@ namespace {
 constexpr CFPropertyListFormat kXML = kCFPropertyListXMLFormat_v1_0;
 constexpr CFPropertyListFormat kBinary = kCFPropertyListBinaryFormat_v1_0;
 
-size_t EntriesOf(const std::string& folder) {
-  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
-}
-
 class DictionaryFiles : public testing::Test {
  protected:
   // A list as somebody with an editor would leave it.

@@ -60,31 +60,24 @@ void LeapClock(int seconds) { sLeap = seconds; }
 int LeaptSeconds() { return sLeapt; }
 
 // Calls with a fixed list of arguments.
-#define INTERPOSE(name, parameters, arguments)                   \
-  extern "C" int name parameters {                               \
-    static auto* const hidden = Hidden<int parameters>(#name);   \
-    return Enter() == CallFault::kError ? -1 : hidden arguments; \
+#define INTERPOSE(result, name, call, parameters, arguments)               \
+  extern "C" result name parameters {                                      \
+    static auto* const hidden = Hidden<result parameters>(#name);          \
+    return Enter(Call::call) == CallFault::kError ? -1 : hidden arguments; \
   }
 
-INTERPOSE(stat64, (const char* path, struct stat64* info), (path, info))
-INTERPOSE(fstat64, (int fd, struct stat64* info), (fd, info))
-INTERPOSE(fstatat64, (int at, const char* path, struct stat64* info, int flags),
+INTERPOSE(int, stat64, kQuick, (const char* path, struct stat64* info), (path, info))
+INTERPOSE(int, fstat64, kQuick, (int fd, struct stat64* info), (fd, info))
+INTERPOSE(int, fstatat64, kQuick, (int at, const char* path, struct stat64* info, int flags),
           (at, path, info, flags))
-INTERPOSE(fchmod, (int fd, mode_t mode), (fd, mode))
-INTERPOSE(fchown, (int fd, uid_t owner, gid_t group), (fd, owner, group))
-INTERPOSE(renameat, (int from, const char* old, int to, const char* name), (from, old, to, name))
-INTERPOSE(unlinkat, (int at, const char* path, int flags), (at, path, flags))
-INTERPOSE(mkdirat, (int at, const char* path, mode_t mode), (at, path, mode))
-
-extern "C" int fsync(int fd) {
-  static auto* const hidden = Hidden<int(int)>("fsync");
-  return Enter(Call::kFsync) == CallFault::kError ? -1 : hidden(fd);
-}
-
-extern "C" ssize_t read(int fd, void* bytes, size_t count) {
-  static auto* const hidden = Hidden<ssize_t(int, void*, size_t)>("read");
-  return Enter(Call::kInterruptible) == CallFault::kError ? -1 : hidden(fd, bytes, count);
-}
+INTERPOSE(int, fchmod, kQuick, (int fd, mode_t mode), (fd, mode))
+INTERPOSE(int, fchown, kQuick, (int fd, uid_t owner, gid_t group), (fd, owner, group))
+INTERPOSE(int, renameat, kQuick, (int from, const char* old, int to, const char* name),
+          (from, old, to, name))
+INTERPOSE(int, unlinkat, kQuick, (int at, const char* path, int flags), (at, path, flags))
+INTERPOSE(int, mkdirat, kQuick, (int at, const char* path, mode_t mode), (at, path, mode))
+INTERPOSE(int, fsync, kFsync, (int fd), (fd))
+INTERPOSE(ssize_t, read, kInterruptible, (int fd, void* bytes, size_t count), (fd, bytes, count))
 
 extern "C" ssize_t write(int fd, const void* bytes, size_t count) {
   static auto* const hidden = Hidden<ssize_t(int, const void*, size_t)>("write");
@@ -98,31 +91,19 @@ extern "C" ssize_t readlink(const char* path, char* bytes, size_t size) noexcept
   return Enter() == CallFault::kError ? -1 : hidden(path, bytes, size);
 }
 
-namespace {
+// A mode that is not among the arguments is not looked at.
+#define INTERPOSE_OPEN(name, parameters, arguments)                                  \
+  extern "C" int name parameters {                                                   \
+    static auto* const hidden = Hidden<int parameters>(#name);                       \
+    va_list list;                                                                    \
+    va_start(list, flags);                                                           \
+    const mode_t mode = va_arg(list, mode_t);                                        \
+    va_end(list);                                                                    \
+    return Enter(Call::kInterruptible) == CallFault::kError ? -1 : hidden arguments; \
+  }
 
-mode_t ModeAmong(int flags, va_list arguments) {
-  return (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
-}
-
-}  // namespace
-
-extern "C" int open64(const char* path, int flags, ...) {
-  static auto* const hidden = Hidden<int(const char*, int, ...)>("open64");
-  va_list arguments;
-  va_start(arguments, flags);
-  const mode_t mode = ModeAmong(flags, arguments);
-  va_end(arguments);
-  return Enter(Call::kInterruptible) == CallFault::kError ? -1 : hidden(path, flags, mode);
-}
-
-extern "C" int openat64(int at, const char* path, int flags, ...) {
-  static auto* const hidden = Hidden<int(int, const char*, int, ...)>("openat64");
-  va_list arguments;
-  va_start(arguments, flags);
-  const mode_t mode = ModeAmong(flags, arguments);
-  va_end(arguments);
-  return Enter(Call::kInterruptible) == CallFault::kError ? -1 : hidden(at, path, flags, mode);
-}
+INTERPOSE_OPEN(open64, (const char* path, int flags, ...), (path, flags, mode))
+INTERPOSE_OPEN(openat64, (int at, const char* path, int flags, ...), (at, path, flags, mode))
 
 // Every command that takes anything takes a pointer or less.
 extern "C" int fcntl64(int fd, int command, ...) {

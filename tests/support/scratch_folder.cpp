@@ -59,6 +59,16 @@ unsigned ModeOf(const std::string& path) {
   return static_cast<unsigned>(std::filesystem::status(path, ignored).permissions());
 }
 
+size_t EntriesOf(const std::string& folder) {
+  std::error_code gone;
+  size_t count = 0;
+  for (std::filesystem::directory_iterator entry(folder, gone), end; !gone && entry != end;
+       entry.increment(gone)) {
+    count++;
+  }
+  return count;
+}
+
 std::string MakeTestBundle(const ScratchFolder& folder, const std::string& name,
                            const TestBundle& bundle) {
   const std::tuple<const char*, const std::string&> rows[] = {

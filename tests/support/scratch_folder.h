@@ -29,6 +29,9 @@ std::string ReadFile(const std::string& path);
 // Its permissions, twelve bits; 0xFFFF when there is no such file.
 unsigned ModeOf(const std::string& path);
 
+// The number of entries of a folder, also of one that changes or goes meanwhile.
+size_t EntriesOf(const std::string& folder);
+
 // An application bundle. Empty fields are left out of its description.
 struct TestBundle {
   std::string identifier = {};

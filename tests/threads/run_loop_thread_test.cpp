@@ -129,18 +129,6 @@ TEST(RunLoopThread, FinalizeLeavesTheEventGroup) {
   EXPECT_EQ(noErr, MPDeleteEvent(group));
 }
 
-// Each call from within one on another thread, there and back.
-TEST(RunLoopThread, CallsOtherThreadsFromItsOwn) {
-  Thread first, second, third;
-  WithinTime([&] {
-    for (int i = 0; i < 300; i++) {
-      EXPECT_EQ(77, first.Run([&] {
-        return second.Run([&] { return third.CallSynchronous(Add, Number(70), Number(7), 0); });
-      }));
-    }
-  });
-}
-
 TEST(RunLoopThread, StartedAndStoppedTenThousandTimes) {
   OpenDescriptorCheck noLeaks;
   int calls = 0;

@@ -2,7 +2,6 @@
 #include <CoreServices/Processes.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +9,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "tests/support/few_descriptors.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/support/test_process.h"
@@ -181,27 +181,17 @@ TEST(ProcessList, PassesEndWhileProcessesComeAndGo) {
   EXPECT_EQ(paramErr, GetProcessInformation(&own, &tooShort));
 }
 
-// With no file descriptor to spare, and with the one that reading the list takes.
 TEST(ProcessList, AListThatCannotBeReadIsNotAnEmptyOne) {
-  rlimit usual;
-  ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &usual));
-  ProcessSerialNumber own, psn;
+  ProcessSerialNumber own, start, underWay = {1, 1};
   ASSERT_EQ(noErr, GetCurrentProcess(&own));
-  const int first = dup(STDERR_FILENO);  // the lowest number that is free
-  close(first);
-  rlimit none = usual;
-  none.rlim_cur = static_cast<rlim_t>(first);
-  setrlimit(RLIMIT_NOFILE, &none);
-  const OSErr found = FindPSN(&psn, kSignature, kType);
-  const ProcessSerialNumber start = psn;
-  psn = {1, 1};
-  const OSErr next = GetNextProcess(&psn);  // a pass that is under way
-  setrlimit(RLIMIT_NOFILE, &usual);
-  EXPECT_EQ(tmfoErr, found);
+  {
+    const FewDescriptors none(0);
+    EXPECT_EQ(tmfoErr, FindPSN(&start, kSignature, kType));
+    EXPECT_EQ(tmfoErr, GetNextProcess(&underWay));
+  }
   EXPECT_TRUE(start.highLongOfPSN == 0 && start.lowLongOfPSN == kNoProcess);
-  EXPECT_EQ(tmfoErr, next);
-  EXPECT_EQ(1u, psn.lowLongOfPSN);
-  EXPECT_EQ(procNotFound, FindPSN(&psn, kSignature, kType));
+  EXPECT_EQ(1u, underWay.lowLongOfPSN);
+  EXPECT_EQ(procNotFound, FindPSN(&start, kSignature, kType));
 }
 
 }  // namespace

@@ -1,6 +1,4 @@
 #include <mach/mach.h>
-#include <pthread.h>
-#include <signal.h>
 #include <sys/resource.h>
 #include <sys/time.h>
 
@@ -15,6 +13,7 @@
 
 #include "tests/platform/events/support.h"
 #include "tests/platform/objects/support.h"
+#include "tests/support/repeated_signals.h"
 
 namespace {
 
@@ -426,28 +425,14 @@ TEST(RunLoop, AnIdleLoopTakesNoProcessorTime) {
 
 // Interrupted waits go on: the time is neither cut nor drawn out.
 TEST(RunLoop, SignalsDoNotEndAWait) {
-  static std::atomic<int> sSignals{0};
-  struct sigaction quiet = {}, before = {};
-  quiet.sa_handler = [](int) { sSignals++; };  // without SA_RESTART
-  sigaction(SIGUSR1, &quiet, &before);
-  const pthread_t self = pthread_self();
-  std::atomic<bool> isOver{false};
   Action action;
   action.Add();
-  std::thread sender([&] {
-    while (!isOver && sSignals < 30) {
-      pthread_kill(self, SIGUSR1);
-      std::this_thread::sleep_for(2ms);
-    }
-  });
+  const RepeatedSignals signals;
   const auto start = Clock::now();
   EXPECT_EQ(kCFRunLoopRunTimedOut, CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.08, false));
   EXPECT_GE(Clock::now() - start, 80ms);
-  isOver = true;
-  sender.join();
-  EXPECT_GT(sSignals, 0);
+  EXPECT_TRUE(RepeatedSignals::haveCome);
   EXPECT_EQ(0, action.performed);
-  sigaction(SIGUSR1, &before, nullptr);
 }
 
 }  // namespace

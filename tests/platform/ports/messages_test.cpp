@@ -1,5 +1,4 @@
 #include <Carbon/Carbon.h>
-#include <CoreFoundation/CoreFoundation.h>
 #include <mach/mach.h>
 
 #include <chrono>
