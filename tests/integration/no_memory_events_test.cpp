@@ -2,9 +2,11 @@
 #include <servers/bootstrap.h>
 
 #include <string_view>
+#include <vector>
 
 #include "aeport/event.h"
 #include "aeport/port_listener.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/events/codec.h"
 #include "platform/host/events/storage.h"
 #include "platform/host/ports/introspect.h"
@@ -220,6 +222,24 @@ TEST_F(EventsWithoutMemory, RegisteringAndServingAPort) {
                     work,
                     {memFullErr, BOOTSTRAP_NO_MEMORY, KERN_RESOURCE_SHORTAGE},
                     [&](OSStatus) { EXPECT_EQ(ports, HostCountPorts().portNames); }});
+}
+
+// A send right for which the table cannot grow is as if it had never been asked for.
+TEST_F(EventsWithoutMemory, SendRightsForWhichTheTableCannotGrow) {
+  constexpr int kMoreThanAGrowth = 300;
+  std::vector<mach_port_t> names;
+  int refused = 0;
+  for (int i = 1; i < kMoreThanAGrowth; i++) {
+    mach_port_t name = MACH_PORT_NULL;
+    const auto insert = [&] { name = HostInsertSendRight(static_cast<uint64_t>(i)); };
+    ArmAllocationFailure(2, AllocationFailure::kOne);  // the first is for the port's number
+    HostGuard(insert);
+    DisarmAllocationFailure();
+    if (name == MACH_PORT_NULL) refused++, insert();
+    names.push_back(name);
+  }
+  EXPECT_LT(0, refused);
+  for (const mach_port_t name : names) EXPECT_EQ(0, HostDestroyRight(name));
 }
 
 OSStatus Refuse(UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return errAEEventNotHandled; }

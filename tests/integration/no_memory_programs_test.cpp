@@ -278,7 +278,7 @@ TEST(ToolWithoutMemory, LeavesPreferencesOldOrNew) {
   SweepProgram({"prefs write",
                 "Tool",
                 {"prefs", "write", "com.example.tool", "key", "after"},
-                {kExitGeneral, kExitRefused},
+                {kExitGeneral},
                 [&](int status) {
                   EXPECT_TRUE(isThere(status == 0 ? "after" : "before")) << ReadFile(path);
                   EXPECT_EQ(2u, EntriesOf(folder.Path("veltrane/preferences")));  // and its lock

@@ -1,5 +1,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <cerrno>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -56,14 +58,25 @@ int Tell(const Request& request, const char* outcome, ExitStatus exit,
   return exit;
 }
 
+// The exit status when the preferences cannot be used.
+ExitStatus RefusalExit(const Request& request) {
+  const bool isMemoryShort =
+      HostPreferencesLackMemory(request.application, request.user, request.host);
+  return isMemoryShort ? kExitGeneral : kExitRefused;
+}
+
 int Commit(const Request& request) {
   if (CFPreferencesSynchronize(request.application, request.user, request.host)) {
     return Tell(request, "written", kExitOk);
   }
-  const std::string problem =
-      HostPreferencesProblem(request.application, request.user, request.host);
-  return Tell(request, "failed", kExitRefused,
-              problem.empty() ? "the value cannot be stored in a preferences file" : problem);
+  // Asked first: what it says about reading may pass with the next read.
+  const ExitStatus exit = RefusalExit(request);
+  std::string problem = HostPreferencesProblem(request.application, request.user, request.host);
+  if (problem.empty()) {
+    problem = exit == kExitGeneral ? std::strerror(ENOMEM)
+                                   : "the value cannot be stored in a preferences file";
+  }
+  return Tell(request, "failed", exit, problem);
 }
 
 // Returns whether the file may be read; prints the reason if not.
@@ -86,7 +99,7 @@ void PrintValue(const Request& request, CFTypeRef value) {
 }
 
 int Read(const Request& request) {
-  if (!IsReadable(request)) return kExitRefused;
+  if (!IsReadable(request)) return RefusalExit(request);
   if (!request.hasKey) {
     const OwnedRef<CFDictionaryRef> all = request.CopyAll();
     PrintValue(request, static_cast<CFDictionaryRef>(all));
@@ -114,7 +127,7 @@ int Write(const Request& request) {
 }
 
 int Delete(const Request& request) {
-  if (!IsReadable(request)) return kExitRefused;
+  if (!IsReadable(request)) return RefusalExit(request);
   if (request.hasKey) {
     const OwnedString name = CreateString(request.key);
     const OwnedObject present = request.Copy(name);
@@ -129,7 +142,7 @@ int Delete(const Request& request) {
 }
 
 int Export(const Request& request) {
-  if (!IsReadable(request)) return kExitRefused;
+  if (!IsReadable(request)) return RefusalExit(request);
   const OwnedRef<CFDictionaryRef> all = request.CopyAll();
   const CFPropertyListFormat format =
       request.isJson ? kJsonFormat : CFPropertyListFormat{kCFPropertyListXMLFormat_v1_0};

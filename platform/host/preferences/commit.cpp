@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include <chrono>
+#include <new>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -266,6 +267,7 @@ bool Encode(CFPropertyListRef list, std::vector<UInt8>* bytes, std::string* reas
   } else if (HostWritePlistBinary(list, binary, &error)) {
     *bytes = std::move(binary.bytes);
   } else {
+    if (error.IsNoMemory()) throw std::bad_alloc();
     *reason = error.Sentence();
     return false;
   }
@@ -367,12 +369,13 @@ bool HostCommitPreferences(const HostPreferencesPlace& place, const HostCFDictio
   if (!FindTarget(place, &target, problem) || !lock.Take(target, problem)) return false;
   *content = HostReadPreferences(target.Path(), place.path);
   if (content->state == HostPreferencesContent::State::kRefused) {
+    if (content->isMemoryShort) throw std::bad_alloc();
     *problem = content->problem;
     return false;
   }
   bool differs = false;
   const auto merged = Merge(content->values.Get(), changes, &differs);
-  if (!merged) return *problem = "no memory to write preferences", false;
+  if (!merged) throw std::bad_alloc();
   if (!differs) return true;
   if (!Replace(target, content->stamp, merged.Get(), problem)) return false;
   content->state = HostPreferencesContent::State::kRead;

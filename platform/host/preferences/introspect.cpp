@@ -35,3 +35,8 @@ std::string HostPreferencesProblem(CFStringRef application, CFStringRef user, CF
   const std::string refusal = file->Problem(&exists);
   return refusal.empty() ? file->Failure() : refusal;
 }
+
+bool HostPreferencesLackMemory(CFStringRef application, CFStringRef user, CFStringRef host) {
+  HostPreferencesFile* const file = HostFindPreferencesFile(application, user, host);
+  return file != nullptr && file->IsMemoryShort();
+}

@@ -29,3 +29,7 @@ std::vector<HostPreferencesSource> HostPreferencesSources(const __CFString* appl
 // time, or "" if nothing is wrong with it.
 std::string HostPreferencesProblem(const __CFString* application, const __CFString* user,
                                    const __CFString* host);
+
+// Whether the reason is a lack of memory: another try may succeed.
+bool HostPreferencesLackMemory(const __CFString* application, const __CFString* user,
+                               const __CFString* host);

@@ -142,6 +142,7 @@ HostCFDictionary* Parse(const UInt8* bytes, size_t count, std::string* reason, b
 // Why the system refused, by errno.
 std::string SystemRefusal(int error, HostPreferencesContent* content) {
   content->isPassing = IsPassing(error);
+  content->isMemoryShort = error == ENOMEM;
   content->isSettled = false;
   return strerror(error);
 }
@@ -155,6 +156,7 @@ std::string ReadValues(int fd, HostPreferencesContent* content) {
   std::string reason;
   content->values =
       HostRetained<HostCFDictionary>(Parse(bytes.get(), count, &reason, &content->isPassing));
+  content->isMemoryShort = content->isPassing;  // the only passing reason by then
   if (content->isPassing) content->isSettled = false;
   return reason;
 }

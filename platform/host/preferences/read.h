@@ -43,6 +43,7 @@ struct HostPreferencesContent {
   // Of kRefused: the reason lies outside the file and its stamp (no file descriptors, no memory, an
   // I/O error). The values that were read before are still the best answer.
   bool isPassing = false;
+  bool isMemoryShort = false;  // of isPassing: that is the reason
   // Any later change shows in the stamp. False right after a change, because the kernel's times of
   // files move in steps, and after a refusal by the system, whose reason the stamp does not have.
   bool isSettled = false;

@@ -37,6 +37,8 @@ namespace {
 
 using State = HostPreferencesContent::State;
 
+constexpr CFPropertyListFormat kBinary = kCFPropertyListBinaryFormat_v1_0;
+
 constinit std::mutex sFilesMutex;
 
 HostRetained<HostCFDictionary> NewTable() {
@@ -66,8 +68,7 @@ CFPropertyListRef CopyForFile(CFStringRef key, CFPropertyListRef value) {
       CFPropertyListCreateDeepCopy(kCFAllocatorDefault, value, kCFPropertyListImmutable);
   if (copy == nullptr) return nullptr;
   const HostRetained<HostCFDictionary> root = NewTable();
-  if (root && root->Set(key, copy) &&
-      CFPropertyListIsValid(root.Get(), kCFPropertyListBinaryFormat_v1_0)) {
+  if (root && root->Set(key, copy) && CFPropertyListIsValid(root.Get(), kBinary)) {
     return copy;
   }
   CFRelease(copy);
@@ -119,6 +120,7 @@ void HostPreferencesFile::Refresh() {
   // Without memory for it, what was read before stays the answer, and the next read tries again.
   if (!HostGuard([this] { Adopt(HostReadPreferences(place.path, place.path)); })) {
     content.isSettled = false;
+    content.isMemoryShort = true;
   }
 }
 
@@ -129,6 +131,7 @@ void HostPreferencesFile::Adopt(HostPreferencesContent fresh) {
     // a default over the user's value.
     if (content.state == State::kAbsent) content.state = State::kRefused;
     content.problem = std::move(fresh.problem);
+    content.isMemoryShort = fresh.isMemoryShort;
     content.isSettled = false;
     LogOnce(content.problem, &lastRefusal);
     return;
@@ -206,6 +209,7 @@ void HostPreferencesFile::Set(CFStringRef key, CFPropertyListRef value) {
   if (!changes) changes = NewTable();
   if (!isKey || !changes || (value != nullptr && copy == nullptr)) {
     wasValueRefused = true;
+    wasMemoryShort |= isKey && (value == nullptr || CFPropertyListIsValid(value, kBinary));
   } else {
     const bool isSet = HostGuard(false, [&] {
       const CFTypeRef kept = copy != nullptr ? KnownValue(key, copy) : &gHostRemovedPreference;
@@ -213,7 +217,7 @@ void HostPreferencesFile::Set(CFStringRef key, CFPropertyListRef value) {
       if (old != nullptr && old->value != kept) former.Keep(old->value);
       return changes->Set(key, kept);
     });
-    if (!isSet) wasValueRefused = true;
+    if (!isSet) wasValueRefused = wasMemoryShort = true;
   }
 }
 
@@ -221,9 +225,11 @@ void HostPreferencesFile::Set(CFStringRef key, CFPropertyListRef value) {
 bool HostPreferencesFile::TakeChanges(HostRetained<HostCFDictionary>* taken, bool* wasRefused) {
   const std::lock_guard<std::mutex> lock(mutex);
   *wasRefused = std::exchange(wasValueRefused, false);
+  isFailureOfMemory = std::exchange(wasMemoryShort, false);
   if (!changes || changes->Count() == 0) return true;
   *taken = HostRetained<HostCFDictionary>(
       CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, changes.Get()));
+  if (!*taken) isFailureOfMemory = true;
   return static_cast<bool>(*taken);
 }
 
@@ -250,7 +256,10 @@ bool HostPreferencesFile::Synchronize() {
   const bool isWritten = HostGuard(
       false, [&] { return HostCommitPreferences(place, *taken.Get(), &fresh, &problem); });
   const std::lock_guard<std::mutex> lock(mutex);
-  if (!isWritten && problem.empty()) problem = kHostPlistNoMemory;
+  if (!isWritten && problem.empty()) {
+    problem = kHostPlistNoMemory;
+    isFailureOfMemory = true;
+  }
   // What the disk has is written, also without memory to note it: what was set then stays set, and
   // the next commit finds nothing to change.
   HostGuard([&] {
@@ -271,4 +280,9 @@ std::string HostPreferencesFile::Problem(bool* isThere) {
 std::string HostPreferencesFile::Failure() {
   const std::lock_guard<std::mutex> lock(mutex);
   return lastFailure;
+}
+
+bool HostPreferencesFile::IsMemoryShort() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  return isFailureOfMemory || content.isMemoryShort;
 }

@@ -55,6 +55,7 @@ class HostPreferencesFile {
   // For people: the reason why the file is not used, or "" if it is used or does not exist.
   std::string Problem(bool* isThere);
   std::string Failure();  // the reason why the last Synchronize failed, or ""
+  bool IsMemoryShort();   // whether that, or the reason of Problem, is a lack of memory
 
  private:
   void Refresh();
@@ -68,7 +69,9 @@ class HostPreferencesFile {
   std::mutex committing;  // locked before `mutex`, and while the file is written
   std::mutex mutex;       // guards all below; never locked while waiting for another process
   bool wasRead = false;
-  bool wasValueRefused = false;  // since the last Synchronize
+  bool wasValueRefused = false;    // since the last Synchronize
+  bool wasMemoryShort = false;     // the same, of a value that a file could hold
+  bool isFailureOfMemory = false;  // of the last Synchronize
   HostPreferencesContent content;
   HostRetained<HostCFDictionary> changes;  // key -> value or gHostRemovedPreference; null: none
   HostFormerPreferences former;
