@@ -8,6 +8,7 @@
 #include "aeport/port_listener.h"
 #include "platform/host/base/guard.h"
 #include "platform/host/events/codec.h"
+#include "platform/host/events/event.h"
 #include "platform/host/events/storage.h"
 #include "platform/host/ports/introspect.h"
 #include "platform/host/ports/port_table.h"
@@ -222,6 +223,22 @@ TEST_F(EventsWithoutMemory, RegisteringAndServingAPort) {
                     work,
                     {memFullErr, BOOTSTRAP_NO_MEMORY, KERN_RESOURCE_SHORTAGE},
                     [&](OSStatus) { EXPECT_EQ(ports, HostCountPorts().portNames); }});
+}
+
+TEST_F(EventsWithoutMemory, AnAnswerHasAPlaceForItsErrorNumber) {
+  AppleEvent event = {typeNull, nullptr};
+  AppleEvent answer = {typeNull, nullptr};
+  AEDesc address = NoAddress();
+  HostAEEvent* request = nullptr;
+  ASSERT_EQ(0, BuildEvent(&address, &event));
+  ASSERT_EQ(0, HostFindEvent(&event, &request));
+  ASSERT_EQ(0, HostMakeAnswer(*request, 0, &answer));
+  const SInt32 number = memFullErr;
+  ArmAllocationFailure(1, AllocationFailure::kAllFromThere);
+  const OSStatus err = AEPutParamPtr(&answer, keyErrorNumber, typeSInt32, &number, sizeof number);
+  DisarmAllocationFailure();
+  EXPECT_EQ(0, err);
+  for (AEDesc* each : {&event, &answer, &address}) AEDisposeDesc(each);
 }
 
 // A send right for which the table cannot grow is as if it had never been asked for.

@@ -130,8 +130,29 @@ class PreferencesWithoutMemory : public ListsWithoutMemory {
   const ScopedVariable config{"XDG_CONFIG_HOME", folder.Path().c_str()};
 };
 
+const char* const kApplication = "com.example.memory";
+
+// What a read cannot find for lack of memory, the next one finds.
+TEST_F(PreferencesWithoutMemory, Reading) {
+  VLTPreferences preferences(kApplication, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+  int value = 0;
+  const auto read = [&] { return preferences.getInteger("number", value); };
+  const auto change = [&](int number) {
+    folder.File("veltrane/preferences/com.example.memory.plist",
+                "<plist><dict><key>number</key><integer>" + std::to_string(number) +
+                    "</integer></dict></plist>");
+  };
+  std::filesystem::create_directories(folder.Path("veltrane/preferences"));
+  int number = 1;
+  change(number);
+  SweepAllocations({"read a preference", read, {memFullErr, fnfErr}, [&](OSStatus) {
+                      EXPECT_EQ(0, read());
+                      EXPECT_EQ(number, value);
+                      change(number = 3 - number);
+                    }});
+}
+
 TEST_F(PreferencesWithoutMemory, SettingAndCommitting) {
-  const char* const kApplication = "com.example.memory";
   {
     VLTPreferences preferences(kApplication, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
     ASSERT_EQ(0, preferences.setInteger("kept", 5));

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <servers/bootstrap.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -81,12 +82,9 @@ TEST_ROLE(ServerWithoutMemory) {
   return kRoleDone;
 }
 
-// Sends an event with a list of texts and a long text, and compares what comes back. Each is longer
-// than the one before, so that no block the server has kept is large enough for it.
-OSStatus AskForEcho(const char* port) {
-  static Size sLength = 3000;
-  const Size length = sLength += 1000;
-  const std::string text(static_cast<size_t>(length), 't');
+// Sends an event with a list of texts and a long text, and compares what comes back.
+OSStatus AskForEcho(const char* port, const std::string& text) {
+  const auto length = static_cast<Size>(text.size());
   VLTPortDestinationAddress address(port);
   VLTPortAppleEvent event(FourCC('t', 'e', 's', 't'), kPing, kAEWaitReply, &address,
                           kAutoGenerateReturnID, kAnyTransactionID);
@@ -110,9 +108,11 @@ OSStatus AskForEcho(const char* port) {
 // A server that runs out of memory refuses the one request with -108 and serves the next.
 void SweepServer(const char* name, bool onNewConnection) {
   ReadyProcess server("ServerWithoutMemory");
+  size_t length = 0;
   const auto ask = [&] {
     OSStatus err = -1;
-    const auto body = [&] { err = AskForEcho(server.PortName()); };
+    length += 1000;  // so that no block the server has kept is large enough
+    const auto body = [&] { err = AskForEcho(server.PortName(), std::string(length, 't')); };
     onNewConnection ? std::thread(body).join() : body();
     return err;
   };
@@ -122,6 +122,8 @@ void SweepServer(const char* name, bool onNewConnection) {
   for (const AllocationFailure kind : kKinds) {
     Outcomes outcomes;
     int number = 1;
+    // A frame that needs more room waits for as long as there is none.
+    length = kind == AllocationFailure::kOne ? 100000 : 3000;
     for (;; number++) {
       SCOPED_TRACE(std::string(name) + ", " + NameOf(kind) + " from " + std::to_string(number));
       server.Signal(SIGUSR1);
@@ -144,6 +146,14 @@ void SweepServer(const char* name, bool onNewConnection) {
 
 TEST(ServerWithoutMemory, AnswersTheRequestWithAMemoryErrorAndServesTheNext) {
   SweepServer("dispatch", false);
+}
+
+TEST(ClientWithoutMemory, GetsAnAnswerOrAMemoryError) {
+  ReadyProcess server("ServerWithoutMemory");
+  const std::string text(100, 't');
+  SweepAllocations({"look up and ask",
+                    [&] { return AskForEcho(server.PortName(), text); },
+                    {memFullErr, BOOTSTRAP_NO_MEMORY, KERN_RESOURCE_SHORTAGE}});
 }
 
 TEST(ServerWithoutMemory, AcceptsAConnectionLaterWithoutLosingIt) {
