@@ -9,6 +9,7 @@
 #include <CoreServices/MacErrors.h>
 
 #include "platform/host/applications/bundle.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/files/items.h"
 #include "platform/host/objects/cf_string.h"
 
@@ -104,12 +105,15 @@ std::optional<std::string> Find(OSType creator, const std::string& identifier,
 OSStatus LSFindApplicationForInfo(OSType creator, CFStringRef bundleID, CFStringRef name,
                                   FSRef* outRef, CFURLRef* outURL) {
   if (creator == kLSUnknownCreator && bundleID == nullptr && name == nullptr) return paramErr;
-  const std::optional<std::string> path = Find(creator, Utf8Of(bundleID), Utf8Of(name));
-  if (!path) return kLSApplicationNotFoundErr;
-  HostItem item;
-  if (HostItemAtEndOf(path->c_str(), &item) != 0) return kLSApplicationNotFoundErr;
   FSRef ref;
-  HostRefOfItem(item, &ref);
+  const OSStatus err = HostGuard(OSStatus{memFullErr}, [&]() -> OSStatus {
+    const std::optional<std::string> path = Find(creator, Utf8Of(bundleID), Utf8Of(name));
+    HostItem item;
+    if (!path || HostItemAtEndOf(path->c_str(), &item) != 0) return kLSApplicationNotFoundErr;
+    HostRefOfItem(item, &ref);
+    return 0;
+  });
+  if (err != 0) return err;
   if (outRef != nullptr) *outRef = ref;
   if (outURL != nullptr) *outURL = CFURLCreateFromFSRef(kCFAllocatorDefault, &ref);
   return 0;

@@ -23,6 +23,7 @@
 #include "platform/host/applications/bundle.h"
 #include "platform/host/applications/launch_lock.h"
 #include "platform/host/base/clock.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/base/user_folders.h"
 #include "platform/host/files/items.h"
 #include "platform/host/files/status.h"
@@ -369,8 +370,10 @@ OSStatus HostOpenApplication(const FSRef* application, HostOpeningInfo* info) {
 }
 
 OSStatus LSOpenFSRef(const FSRef* application, FSRef* outLaunched) {
-  HostOpeningInfo info;
-  const OSStatus err = HostOpenApplication(application, &info);
+  const OSStatus err = HostGuard(OSStatus{memFullErr}, [application] {
+    HostOpeningInfo info;
+    return HostOpenApplication(application, &info);
+  });
   if (err == 0 && outLaunched != nullptr) *outLaunched = *application;
   return err;
 }
