@@ -235,6 +235,8 @@ TEST_F(EventsWithoutMemory, AnAnswerHasAPlaceForItsErrorNumber) {
   ASSERT_EQ(0, HostMakeAnswer(*request, 0, &answer));
   const SInt32 number = memFullErr;
   ArmAllocationFailure(1, AllocationFailure::kAllFromThere);
+  AEKeyword key = 1;  // other values take the room that is there
+  while (AEPutParamPtr(&answer, key, typeSInt32, &number, sizeof number) == 0) key++;
   const OSStatus err = AEPutParamPtr(&answer, keyErrorNumber, typeSInt32, &number, sizeof number);
   DisarmAllocationFailure();
   EXPECT_EQ(0, err);
