@@ -108,6 +108,20 @@ TEST(PortOwner, LookUpsFollowTheName) {
   }
 }
 
+TEST(PortOwner, ARemovedNameFileLeadsNowhere) {
+  OpenDescriptorCheck noLeaks;
+  ReadyProcess first("FaultServer");
+  uint64_t port = 0, successor = 0;
+  for (int i = 0; i < 3; i++) ASSERT_EQ(0, HostFindName(first.PortName(), &port));
+  for (const auto& file : std::filesystem::directory_iterator(HostGetContext()->path + "/names")) {
+    std::filesystem::remove(file.path());
+  }
+  EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, HostFindName(first.PortName(), &successor));
+  ReadyProcess second("FaultServer", first.PortName(), {});
+  EXPECT_EQ(0, HostFindName(first.PortName(), &successor));
+  EXPECT_NE(port, successor);
+}
+
 size_t EntriesIn(const char* folder) { return EntriesOf(HostGetContext()->path + "/" + folder); }
 
 // A child that the owner forked and that lives on must keep neither name nor port.
