@@ -475,6 +475,7 @@ TEST_ROLE(ShortOfDescriptors) {
     const FewDescriptors few(left);
     err = LSOpenFSRef(&ref, nullptr);
     role.Tell(std::to_string(err));
+    role.Hear(20s);  // until the test has looked what was started
   }
   return kRoleDone;
 }
@@ -494,7 +495,9 @@ TEST(LaunchFaults, WithoutDescriptorsNothingIsStartedAndTheOpenerIsTold) {
                 err == std::to_string(kLSUnknownErr) || err == std::to_string(tmfoErr))
         << err;
     EXPECT_EQ(0u, apps.Starts("it").size());
+    opener.Tell("go on");
   }
+  opener.Tell("go on");
   EXPECT_GE(failures, 3);
   EXPECT_EQ(kRoleDone, opener.Wait(20s));
   EXPECT_EQ(1u, apps.Starts("it").size());
