@@ -265,7 +265,8 @@ TEST_ROLE(ClientOfUser) {
   if (LookUpPort(role.PortName(), &port) != 0 || seteuid(0) != 0) return kRoleFailed;
   if (!BecomeUser(static_cast<uid_t>(role.NumberArgument(1)))) return kRoleFailed;
   role.Tell(std::to_string(AskPort(port, kEchoID).status));
-  return kRoleDone;
+  // A sanitizer's leak check traces this process, which only its owner may do.
+  return seteuid(getuid()) == 0 ? kRoleDone : kRoleFailed;
 }
 
 TEST(OtherUsers, AreRefusedUnlessTheyAreRoot) {

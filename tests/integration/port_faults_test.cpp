@@ -475,7 +475,8 @@ TEST_ROLE(HinderedVisitor) {
   setrlimit(RLIMIT_NOFILE, &limit);
   role.Tell(first.problem);
   role.Tell(HostDescribeContext().problem);
-  return kRoleDone;
+  // A sanitizer's leak check traces this process, which only its owner may do.
+  return seteuid(getuid()) == 0 ? kRoleDone : kRoleFailed;
 }
 
 TEST(SessionDirectory, ShortageAndUmaskDoNotSpoilIt) {
