@@ -10,16 +10,16 @@ endif()
 
 foreach(fault IN ITEMS client death slow_peers frames replies churn ports sources disk fairness)
   vlt_add_test(NAME fault_${fault}_test LABEL integration SOURCES fault_${fault}_test.cpp
-    LIBS vlt_fault_support TIMEOUT 300 NATIVE_ONLY)
+    LIBS vlt_fault_support TIMEOUT 120 NATIVE_ONLY)
 endforeach()
 
 # With a layer over the system calls that these tests make fail.
 vlt_add_test(NAME fault_limits_test LABEL integration
   SOURCES fault_limits_test.cpp ../support/interposed_calls.cpp
-  LIBS vlt_fault_support TIMEOUT 300 NATIVE_ONLY)
+  LIBS vlt_fault_support TIMEOUT 120 NATIVE_ONLY)
 vlt_add_test(NAME fault_signals_test LABEL integration
   SOURCES fault_signals_test.cpp ../support/interrupted_calls.cpp
-  LIBS vlt_fault_support TIMEOUT 300 NATIVE_ONLY)
+  LIBS vlt_fault_support TIMEOUT 120 NATIVE_ONLY)
 
 # One process: the thread sanitizer's preset runs it with the folder that it tests.
 set_property(TEST fault_sources_test APPEND PROPERTY LABELS platform)
