@@ -96,11 +96,18 @@ bool VLTStdMPThread::IsLastEndTaken() {
   return (turn.IsCallers() ? endsTaken : endsProcessed).load() == runs.load();
 }
 
+// While a task runs nothing is outstanding: another thread may have started one after the caller
+// looked, and waiting for the end of that one would take as long as it runs.
+bool VLTStdMPThread::IsEndOutstanding() {
+  const std::lock_guard<std::recursive_mutex> lock(startMutex);
+  return !HasTask() && !IsLastEndTaken();
+}
+
 SInt32 VLTStdMPThread::TakeOutstandingEnd() {
   SInt32 err = 0;
   while (err == 0) {
     const uint32_t ticket = turn.Handled();
-    if (IsLastEndTaken()) break;
+    if (!IsEndOutstanding()) break;
     err = WaitForProgress(ticket, kDurationForever);
   }
   return err;

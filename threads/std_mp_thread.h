@@ -114,6 +114,7 @@ class VLTStdMPThread : public VLTMPThread {
   SInt32 CreateTask();
   SInt32 CreateTaskUnlessThere(bool* isStarted, bool* isThere);
   bool IsLastEndTaken();
+  bool IsEndOutstanding();
   SInt32 TakeOutstandingEnd();
   SInt32 TakeNotification(void** tag, void** kind, void** value, const WaitLimit& limit);
   SInt32 TakeInTurn(void** tag, void** kind, void** value, const WaitLimit& limit);

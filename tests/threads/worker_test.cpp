@@ -166,6 +166,8 @@ TEST(Worker, DestroyedRightAfterItsCompletion) {
   EXPECT_EQ(2000, runs);
 }
 
+// One thread stops the worker as often as it takes until the others have seen a run end: whoever
+// starts it after a stop begins a new run.
 TEST(Worker, StartedAndAwaitedFromManyThreads) {
   std::atomic<int> runs{0};
   for (int round = 0; round < 300; round++) {
@@ -174,9 +176,16 @@ TEST(Worker, StartedAndAwaitedFromManyThreads) {
       while (!self.StopRequested()) MPYield();
       return 0;
     });
+    std::atomic<int> awaiting{4};
     InThreads(5, [&](int number) {
       EXPECT_EQ(0, worker.StartThread());
-      EXPECT_EQ(0, number == 0 ? worker.StopThread() : worker.WaitForCompletion(kLong));
+      if (number == 0) {
+        do EXPECT_EQ(0, worker.StopThread());
+        while (awaiting > 0);
+      } else {
+        EXPECT_EQ(0, worker.WaitForCompletion(kLong));
+        awaiting--;
+      }
     });
     EXPECT_EQ(0, worker.WaitForCompletion(kLong));
   }
