@@ -3,6 +3,7 @@
 #include <execinfo.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
+#include <unwind.h>
 
 #include <atomic>
 #include <cerrno>
@@ -16,7 +17,7 @@
 // The functions below take the place of the C library's in the whole program, from its first
 // instruction on, so their state has to be complete without any code that runs at start.
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef VLT_ABOVE_ADDRESS_SANITIZER
 #define UNDERLYING(name) __interceptor_##name
 #else
 #define UNDERLYING(name) __libc_##name
@@ -61,10 +62,19 @@ bool IsArmedHere() {
   }
 }
 
+// Not backtrace(): it loads a library at its first call, which allocates.
+_Unwind_Reason_Code NoteFrame(_Unwind_Context* context, void*) {
+  if (sFrameCount == kMaxFrames) return _URC_END_OF_STACK;
+  // GetIP's result is an address that only serves to be printed.
+  sFrames[sFrameCount++] = reinterpret_cast<void*>(_Unwind_GetIP(context));  // NOLINT
+  return _URC_NO_REASON;
+}
+
 void NoteFailure() {
   tInside = true;
   sFailed++;
-  sFrameCount = backtrace(sFrames, kMaxFrames);
+  sFrameCount = 0;
+  _Unwind_Backtrace(NoteFrame, nullptr);
   if (const int descriptor = sDescriptor; descriptor >= 0) {
     [[maybe_unused]] const ssize_t ignored = write(descriptor, "failed\n", 7);
   }
@@ -90,8 +100,6 @@ void* Counted(void* block) {
 
 void Arm(Scope scope, int number, AllocationFailure kind, int descriptor) {
   sScope = Scope::kNone;
-  void* first[1];
-  backtrace(first, 1);  // the first call loads a library, which allocates
   sThread = &tThread;
   sNumber = number;
   sKind = kind;

@@ -6,7 +6,7 @@
 #include <set>
 #include <string>
 
-// Allocations that fail. A test program that lists failing_allocations.cpp among its sources has
+// Allocations that fail. A test program that is linked to vlt_failing_allocations has
 // malloc, calloc, realloc, their aligned forms and every form of operator new pass through a layer
 // that counts them and can make the n-th one fail, in this program alone. Without the address
 // sanitizer the layer stands on the C library's functions, with it on the sanitizer's, so both

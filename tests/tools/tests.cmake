@@ -22,7 +22,7 @@ endif()
 vlt_add_test(NAME prefs_verb_test LABEL integration SOURCES verbs/prefs_test.cpp LIBS vlt_platform)
 target_compile_definitions(prefs_verb_test PRIVATE VLTCTL_PROGRAM="$<TARGET_FILE:vltctl>")
 add_dependencies(prefs_verb_test vltctl)
-if(NOT VLT_SANITIZE MATCHES "thread")  # its allocator cannot be put below the layer
+if(TARGET vlt_failing_allocations)
   vlt_add_test(NAME vltctl_memory_test LABEL unit NATIVE_ONLY
-    SOURCES plist/vltctl_memory_test.cpp ../support/failing_allocations.cpp LIBS vlt_tools)
+    SOURCES plist/vltctl_memory_test.cpp LIBS vlt_failing_allocations vlt_tools)
 endif()
