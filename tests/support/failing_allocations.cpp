@@ -237,7 +237,8 @@ Round DoOnce(const AllocationSweep& sweep, int number, AllocationFailure kind) {
 
 // One number; the last of the rounds that this takes.
 Round TryNumber(const AllocationSweep& sweep, int number, AllocationFailure kind) {
-  constexpr int kRepetitions = 4;
+  // More than the parts of the largest table whose parts each keep a block from their first use on.
+  constexpr int kRepetitions = 20;
   Round round;
   long lost = 0;
   for (int i = 0; i < kRepetitions; i++) {
