@@ -17,7 +17,9 @@ class VLTPreferences : public VLTDictionaryBase {
   ~VLTPreferences() override;
 
   // Writes what was set and waits for the disk. Returns paramErr if that failed: the values stay
-  // set in this process, and the next commit tries again.
+  // set in this process, and the next commit tries again. Returns paramErr also if a getter failed
+  // because the file could not be read, and the file has another value under that key: the value
+  // that was set is then given up, and the others are written.
   OSStatus commit();
 
   CFArrayRef getKeys();  // null if the domain is empty; the caller releases it

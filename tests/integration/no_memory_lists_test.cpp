@@ -152,6 +152,44 @@ TEST_F(PreferencesWithoutMemory, Reading) {
                     }});
 }
 
+// Each round reads a file for the first time.
+TEST_F(PreferencesWithoutMemory, ADefaultAfterAReadThatFailedOverwritesNothing) {
+  std::filesystem::create_directories(folder.Path("veltrane/preferences"));
+  int rounds = 0, unread = 0;
+  for (const auto kind : {AllocationFailure::kOne, AllocationFailure::kAllFromThere}) {
+    for (const bool asksForAll : {false, true}) {
+      bool hasFailed = true;
+      for (int number = 1; hasFailed; number++) {
+        SCOPED_TRACE(testing::Message() << "allocation " << number << ", all " << asksForAll);
+        const std::string name = "com.example.first" + std::to_string(rounds++);
+        folder.File("veltrane/preferences/" + name + ".plist",
+                    "<plist><dict><key>number</key><integer>5</integer></dict></plist>");
+        VLTPreferences preferences(name.c_str(), kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+        const StackCFString domain(name.c_str());
+        const auto application = static_cast<CFStringRef>(static_cast<CFTypeRef>(domain));
+        const CFStringRef key = CFSTR("number");
+        ArmAllocationFailure(number, kind);
+        const CFTypeRef found =
+            asksForAll ? CFTypeRef{preferences.getKeys()}
+                       : CFPreferencesCopyValue(key, application, kCFPreferencesCurrentUser,
+                                                kCFPreferencesAnyHost);
+        hasFailed = FailedAllocations() > 0;
+        DisarmAllocationFailure();
+        EXPECT_TRUE(hasFailed || found != nullptr);
+        EXPECT_EQ(0, preferences.setInteger("number", 9));
+        const OSStatus err = preferences.commit();
+        EXPECT_TRUE(err == 0 ? found != nullptr : hasFailed && err == paramErr) << err;
+        int value = 0;
+        EXPECT_EQ(0, preferences.getInteger("number", value));
+        EXPECT_EQ(err == 0 ? 9 : 5, value);
+        unread += found == nullptr;
+        if (found != nullptr) CFRelease(found);
+      }
+    }
+  }
+  EXPECT_LT(8, unread);
+}
+
 TEST_F(PreferencesWithoutMemory, SettingAndCommitting) {
   {
     VLTPreferences preferences(kApplication, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);

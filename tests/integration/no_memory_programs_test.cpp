@@ -272,7 +272,7 @@ TEST(ToolWithoutMemory, LeavesAFileOldOrNew) {
        }});
 }
 
-TEST(ToolWithoutMemory, LeavesPreferencesOldOrNew) {
+TEST(ToolWithoutMemory, LeavesPreferencesOldOrNewAndFindsEveryKeyOrFails) {
   OpenDescriptorCheck noLeaks;
   const ScratchFolder folder;
   const ScopedVariable config("XDG_CONFIG_HOME", folder.Path().c_str());
@@ -295,6 +295,9 @@ TEST(ToolWithoutMemory, LeavesPreferencesOldOrNew) {
                   folder.File("veltrane/preferences/com.example.tool.plist",
                               "<plist><dict><key>key</key><string>before</string></dict></plist>");
                 }});
+  // Not kExitNotFound: the key is there.
+  const std::vector<std::string> read = {"prefs", "read", "com.example.tool", "key"};
+  SweepProgram({"prefs read", "Tool", read, {kExitGeneral}, [](int) {}});
 }
 
 }  // namespace

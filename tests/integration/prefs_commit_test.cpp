@@ -25,6 +25,7 @@
 #include "tests/support/child_process.h"
 #include "tests/support/interposed_calls.h"
 #include "tests/support/open_descriptor_check.h"
+#include "tests/support/scratch_folder.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 
@@ -260,23 +261,43 @@ TEST(SavingFaults, TheFileIsTheOldOrTheNewOne) {
   }
 }
 
-TEST_F(PreferencesFaults, AReadThatFailsForAPassingReasonIsTriedAgain) {
+// A program that found nothing, because the read failed, and commits its default leaves the user's
+// value. The next read finds that, and a value that is set then is written.
+TEST_F(PreferencesFaults,
+       AReadThatFailsForAPassingReasonIsTriedAgainAndItsDefaultOverwritesNothing) {
   const OpenDescriptorCheck noLeaks;
+  int failures = 0;
   for (const int error : {EMFILE, ENFILE, ENOMEM, EIO}) {
-    for (int number = 1, calls = number; number <= calls; number++) {
-      SCOPED_TRACE(testing::Message() << "call " << number << ", errno " << error);
-      WriteOld();
-      struct stat info;
-      ASSERT_EQ(0, stat(real.c_str(), &info));
-      // From now on the file's times tell it from every later state.
-      ASSERT_TRUE(WaitUntil([&] { return TimeOfFiles() > info.st_ctim; }, 10s));
-      int value = 0;
-      ArmCallFault(CallFault::kError, number, error);
-      Domain().getInteger("old", value);
-      calls = CallsSinceArmed();
-      ArmCallFault(CallFault::kNone, 0);
-      EXPECT_EQ(0, Domain().getInteger("old", value));
-      EXPECT_EQ(1, value);
+    for (const bool asksForAll : {false, true}) {
+      for (int number = 1, calls = number; number <= calls; number++) {
+        SCOPED_TRACE(testing::Message()
+                     << "call " << number << ", errno " << error << ", all " << asksForAll);
+        const std::string name = "com.veltrane.fault" + std::to_string(failures++);
+        VLTPreferences domain(name.c_str(), kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+        const std::string file = Path(name + ".plist");
+        std::ofstream(file) << "<plist><dict><key>old</key><integer>1</integer></dict></plist>";
+        ASSERT_EQ(0, chmod(file.c_str(), 0600));
+        struct stat info;
+        ASSERT_EQ(0, stat(file.c_str(), &info));
+        // From now on the file's times tell it from every later state.
+        ASSERT_TRUE(WaitUntil([&] { return TimeOfFiles() > info.st_ctim; }, 10s));
+        int value = 0;
+        ArmCallFault(CallFault::kError, number, error);
+        const CFArrayRef keys = asksForAll ? domain.getKeys() : nullptr;
+        const bool isFound = asksForAll ? keys != nullptr : domain.getInteger("old", value) == 0;
+        calls = CallsSinceArmed();
+        ArmCallFault(CallFault::kNone, 0);
+        if (keys != nullptr) CFRelease(keys);
+        domain.setInteger("old", 5);
+        domain.setInteger("new", 6);
+        EXPECT_EQ(isFound ? 0 : paramErr, domain.commit());
+        EXPECT_EQ(0, domain.getInteger("old", value));
+        EXPECT_EQ(isFound ? 5 : 1, value);
+        EXPECT_NE(std::string::npos, ReadFile(file).find("<integer>6</integer>"));
+        domain.setInteger("old", 7);
+        EXPECT_EQ(0, domain.commit());
+        EXPECT_NE(std::string::npos, ReadFile(file).find("<integer>7</integer>"));
+      }
     }
   }
 }

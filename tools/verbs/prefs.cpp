@@ -87,6 +87,19 @@ bool IsReadable(const Request& request) {
   return problem.empty();
 }
 
+// Whether the key was not found because the file could not be read, though it could shortly before.
+bool IsUnread(const Request& request, CFStringRef key) {
+  return HostPreferencesIsUnread(key, request.application, request.user, request.host);
+}
+
+int Unreadable(const Request& request) {
+  const ExitStatus exit = RefusalExit(request);
+  const std::string problem =
+      HostPreferencesProblem(request.application, request.user, request.host);
+  if (!problem.empty()) return Fail(exit, problem);
+  return Fail(exit, "the preferences of " + Quoted(request.domain) + " could not be read");
+}
+
 int NoSuchKey(const Request& request) {
   return Fail(kExitNotFound, Quoted(request.domain) + " has no key " + Quoted(request.key) +
                                  " in these preferences");
@@ -102,12 +115,13 @@ int Read(const Request& request) {
   if (!IsReadable(request)) return RefusalExit(request);
   if (!request.hasKey) {
     const OwnedRef<CFDictionaryRef> all = request.CopyAll();
+    if (all == nullptr) return Unreadable(request);
     PrintValue(request, static_cast<CFDictionaryRef>(all));
     return kExitOk;
   }
   const OwnedString name = CreateString(request.key);
   const OwnedObject value = request.Copy(name);
-  if (value == nullptr) return NoSuchKey(request);
+  if (value == nullptr) return IsUnread(request, name) ? Unreadable(request) : NoSuchKey(request);
   PrintValue(request, value);
   return kExitOk;
 }
@@ -131,12 +145,16 @@ int Delete(const Request& request) {
   if (request.hasKey) {
     const OwnedString name = CreateString(request.key);
     const OwnedObject present = request.Copy(name);
-    if (present == nullptr) return NoSuchKey(request);
+    if (present == nullptr) {
+      return IsUnread(request, name) ? Unreadable(request) : NoSuchKey(request);
+    }
     request.Set(name, nullptr);
     return Commit(request);
   }
   const OwnedRef<CFArrayRef> keys =
       CFPreferencesCopyKeyList(request.application, request.user, request.host);
+  // After an unsuccessful look for all keys every key is unread.
+  if (keys == nullptr && IsUnread(request, CFSTR("any"))) return Unreadable(request);
   CFPreferencesSetMultiple(nullptr, keys, request.application, request.user, request.host);
   return Commit(request);
 }
@@ -144,6 +162,7 @@ int Delete(const Request& request) {
 int Export(const Request& request) {
   if (!IsReadable(request)) return RefusalExit(request);
   const OwnedRef<CFDictionaryRef> all = request.CopyAll();
+  if (all == nullptr) return Unreadable(request);
   const CFPropertyListFormat format =
       request.isJson ? kJsonFormat : CFPropertyListFormat{kCFPropertyListXMLFormat_v1_0};
   const std::string file = request.hasKey ? request.key : "-";

@@ -1,6 +1,7 @@
 #include <CoreFoundation/CFPreferences.h>
 
 #include <atomic>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,14 @@ namespace {
 // A value was set while there was no memory to find the file it belongs to. The next commit reports
 // it, whichever file that is of.
 constinit std::atomic<bool> sIsValueLost{false};
+
+// Returns null if there is no memory for `work`, which looks for values.
+template <class Result, class Work>
+Result Reading(Work work) {
+  Result result = nullptr;
+  if (!HostGuard([&] { result = work(); })) HostPreferencesFile::NoteLostRead();
+  return result;
+}
 
 template <class Use>
 void WithFileToSet(CFStringRef application, CFStringRef user, CFStringRef host, Use use) {
@@ -27,30 +36,35 @@ CFArrayRef CopyKeyList(CFStringRef application, CFStringRef user, CFStringRef ho
   HostPreferencesFile* const file = HostFindPreferencesFile(application, user, host);
   if (file == nullptr) return nullptr;
   const HostRetained<HostCFDictionary> all = file->CopyAll();
+  if (!all) return nullptr;
   const CFIndex count = CFDictionaryGetCount(all.Get());
   if (count == 0) return nullptr;
   std::vector<const void*> keys(static_cast<size_t>(count));
   CFDictionaryGetKeysAndValues(all.Get(), keys.data(), nullptr);
-  return CFArrayCreate(kCFAllocatorDefault, keys.data(), count, &kCFTypeArrayCallBacks);
+  const CFArrayRef list =
+      CFArrayCreate(kCFAllocatorDefault, keys.data(), count, &kCFTypeArrayCallBacks);
+  if (list == nullptr) throw std::bad_alloc();
+  return list;
 }
 
-CFMutableDictionaryRef NewTable() {
-  return CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                   &kCFTypeDictionaryValueCallBacks);
+HostRetained<HostCFDictionary> NewTable() {
+  return HostRetained<HostCFDictionary>(CFDictionaryCreateMutable(
+      kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
 }
 
 CFDictionaryRef CopyMultiple(CFArrayRef keys, CFStringRef application, CFStringRef user,
                              CFStringRef host) {
   HostPreferencesFile* const file = HostFindPreferencesFile(application, user, host);
-  if (file == nullptr) return NewTable();
+  if (file == nullptr) return NewTable().Give();
   HostRetained<HostCFDictionary> all = file->CopyAll();
   if (keys == nullptr || !all) return all.Give();
-  const CFMutableDictionaryRef some = NewTable();
+  HostRetained<HostCFDictionary> some = NewTable();
   for (CFIndex i = 0; i < CFArrayGetCount(keys); i++) {
-    const void* const key = CFArrayGetValueAtIndex(keys, i);
-    CFDictionarySetValue(some, key, CFDictionaryGetValue(all.Get(), key));
+    const HostPair* const found = all->Find(CFArrayGetValueAtIndex(keys, i));
+    if (found == nullptr) continue;
+    if (!some || !some->Set(found->key, found->value)) throw std::bad_alloc();
   }
-  return some;
+  return some.Give();
 }
 
 void RemoveKeys(HostPreferencesFile& file, CFArrayRef keys) {
@@ -67,20 +81,19 @@ void SetPair(const void* key, const void* value, void* context) {
 
 CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef application, CFStringRef user,
                                          CFStringRef host) {
-  return HostGuard<CFPropertyListRef>(nullptr, [&] {
+  return Reading<CFPropertyListRef>([&] {
     HostPreferencesFile* const file = HostFindPreferencesFile(application, user, host);
     return file != nullptr ? file->CopyValue(key) : nullptr;
   });
 }
 
 CFArrayRef CFPreferencesCopyKeyList(CFStringRef application, CFStringRef user, CFStringRef host) {
-  return HostGuard<CFArrayRef>(nullptr, [=] { return CopyKeyList(application, user, host); });
+  return Reading<CFArrayRef>([=] { return CopyKeyList(application, user, host); });
 }
 
 CFDictionaryRef CFPreferencesCopyMultiple(CFArrayRef keys, CFStringRef application,
                                           CFStringRef user, CFStringRef host) {
-  return HostGuard<CFDictionaryRef>(nullptr,
-                                    [=] { return CopyMultiple(keys, application, user, host); });
+  return Reading<CFDictionaryRef>([=] { return CopyMultiple(keys, application, user, host); });
 }
 
 void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef application,

@@ -27,7 +27,8 @@
 //      From here on files are named relative to that folder, so renaming it does no harm.
 //   2. Lock byte 0 of .ID.plist.lock. If the lock file was replaced meanwhile, start again with the
 //      new one: a removed file guards nothing.
-//   3. Read the file again and apply this process's changes to it. If nothing differs, end here.
+//   3. Read the file again and apply this process's changes to it, but for those under keys that
+//      the process asked for in vain (unread.h). If nothing differs, end here.
 //   4. Write .ID.plist.new with the old file's owner and mode, and sync it.
 //   5. Rename it over the file, and sync the folder.
 //
@@ -213,29 +214,55 @@ class CommitLock {
   int fd = -1;
 };
 
-// Returns a copy of `old` (which may be null) with the changes, or null without memory. `*differs`
-// tells whether they change anything.
-HostRetained<HostCFDictionary> Merge(const HostCFDictionary* old, const HostCFDictionary& changes,
-                                     bool* differs) {
-  *differs = false;
+// The result of applying changes to what a file says.
+struct Merged {
+  HostRetained<HostCFDictionary> values;
+  bool differs = false;       // from what the file says
+  size_t left = 0;            // changes that were not applied
+  CFStringRef key = nullptr;  // one of them; borrowed from the changes
+};
+
+// Applies the changes to a copy of `old`, which may be null.
+Merged Merge(const HostCFDictionary* old, const HostPreferencesChanges& changes) {
+  Merged result;
   HostRetained<HostCFDictionary> merged(
       old != nullptr
           ? CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, old)
           : CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
                                       &kCFTypeDictionaryValueCallBacks));
-  if (!merged) return merged;
-  for (const HostPair& change : changes.Pairs()) {
+  if (!merged) throw std::bad_alloc();
+  for (const HostPair& change : changes.values->Pairs()) {
     if (change.key == nullptr) continue;
     const HostPair* const found = merged->Find(change.key);
-    if (change.value == &gHostRemovedPreference) {
-      *differs = *differs || found != nullptr;
+    const bool isRemoval = change.value == &gHostRemovedPreference;
+    const bool isSame = found != nullptr
+                            ? !isRemoval && HostIsSamePreference(found->value, change.value)
+                            : isRemoval;
+    if (!isSame && found != nullptr && changes.unread &&
+        changes.unread->Find(change.key) != nullptr) {
+      result.left++;
+      result.key = static_cast<CFStringRef>(change.key);
+      continue;
+    }
+    result.differs = result.differs || !isSame;
+    if (isRemoval) {
       merged->Remove(change.key);
-    } else {
-      *differs = *differs || found == nullptr || !HostIsSamePreference(found->value, change.value);
-      if (!merged->Set(change.key, change.value)) return {};
+    } else if (!merged->Set(change.key, change.value)) {
+      throw std::bad_alloc();
     }
   }
-  return merged;
+  result.values = std::move(merged);
+  return result;
+}
+
+std::string ProblemOf(const Merged& merged, const Target& target) {
+  if (merged.left == 0) return "";
+  char key[256];
+  if (!CFStringGetCString(merged.key, key, sizeof key, kCFStringEncodingUTF8)) key[0] = '\0';
+  const std::string others =
+      merged.left == 1 ? "" : " and " + std::to_string(merged.left - 1) + " more";
+  return "preferences " + target.Path() + ": \"" + key + "\"" + others +
+         " not replaced: the file could not be read when the program asked for the old value";
 }
 
 class VectorSink final : public HostPlistSink {
@@ -362,7 +389,7 @@ bool Replace(const Target& target, const HostFileStamp& old, CFPropertyListRef l
 
 }  // namespace
 
-bool HostCommitPreferences(const HostPreferencesPlace& place, const HostCFDictionary& changes,
+bool HostCommitPreferences(const HostPreferencesPlace& place, const HostPreferencesChanges& changes,
                            HostPreferencesContent* content, std::string* problem) {
   Target target;
   CommitLock lock;
@@ -373,14 +400,15 @@ bool HostCommitPreferences(const HostPreferencesPlace& place, const HostCFDictio
     *problem = content->problem;
     return false;
   }
-  bool differs = false;
-  const auto merged = Merge(content->values.Get(), changes, &differs);
-  if (!merged) throw std::bad_alloc();
-  if (!differs) return true;
-  if (!Replace(target, content->stamp, merged.Get(), problem)) return false;
-  content->state = HostPreferencesContent::State::kRead;
-  content->values = merged;
-  content->stamp = HostStampOfFile(place.path);
-  content->isSettled = false;
+  const Merged merged = Merge(content->values.Get(), changes);
+  std::string left = ProblemOf(merged, target);
+  if (merged.differs) {
+    if (!Replace(target, content->stamp, merged.values.Get(), problem)) return false;
+    content->state = HostPreferencesContent::State::kRead;
+    content->values = merged.values;
+    content->stamp = HostStampOfFile(place.path);
+    content->isSettled = false;
+  }
+  *problem = std::move(left);
   return true;
 }

@@ -17,12 +17,20 @@
 // The value that means "remove this key" in changes.
 extern HostCFString gHostRemovedPreference;
 
-// Applies `changes` (key -> value, or the value above) to what the file says at that moment, under
-// its lock, and waits for the disk. Creates missing folders. What a privileged program creates in a
+struct HostPreferencesChanges {
+  HostRetained<HostCFDictionary> values;  // key -> value, or the value above
+  // Keys of `values` that this process could not read before it set them. If the file has another
+  // value for one of them, that value stays. Null: there are none.
+  HostRetained<HostCFDictionary> unread;
+};
+
+// Applies `changes`, whose values must not be null, to what the file says at that moment, under its
+// lock, and waits for the disk. Creates missing folders. What a privileged program creates in a
 // user's folder belongs to that user.
 //
-// Returns true and stores what the file says now in `*content`. Returns false and stores the reason
-// in `*problem`, in one line: then the old file is there or, if only its folder could not be
-// synced, the new one. A file that cannot be read is never changed.
-bool HostCommitPreferences(const HostPreferencesPlace& place, const HostCFDictionary& changes,
+// Returns true and stores what the file says now in `*content`, and in `*problem` "" or, in one
+// line, which changes were not applied. Returns false and stores the reason in `*problem`, in one
+// line: then the old file is there or, if only its folder could not be synced, the new one. A file
+// that cannot be read is never changed.
+bool HostCommitPreferences(const HostPreferencesPlace& place, const HostPreferencesChanges& changes,
                            HostPreferencesContent* content, std::string* problem);

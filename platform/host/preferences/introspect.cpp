@@ -36,6 +36,12 @@ std::string HostPreferencesProblem(CFStringRef application, CFStringRef user, CF
   return refusal.empty() ? file->Failure() : refusal;
 }
 
+bool HostPreferencesIsUnread(CFStringRef key, CFStringRef application, CFStringRef user,
+                             CFStringRef host) {
+  HostPreferencesFile* const file = HostFindPreferencesFile(application, user, host);
+  return file != nullptr && file->IsUnread(key);
+}
+
 bool HostPreferencesLackMemory(CFStringRef application, CFStringRef user, CFStringRef host) {
   HostPreferencesFile* const file = HostFindPreferencesFile(application, user, host);
   return file != nullptr && file->IsMemoryShort();

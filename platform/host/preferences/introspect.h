@@ -30,6 +30,11 @@ std::vector<HostPreferencesSource> HostPreferencesSources(const __CFString* appl
 std::string HostPreferencesProblem(const __CFString* application, const __CFString* user,
                                    const __CFString* host);
 
+// Whether the last read of `key` in this process failed because the domain could not be read then,
+// although it perhaps can be now.
+bool HostPreferencesIsUnread(const __CFString* key, const __CFString* application,
+                             const __CFString* user, const __CFString* host);
+
 // Whether the reason is a lack of memory: another try may succeed.
 bool HostPreferencesLackMemory(const __CFString* application, const __CFString* user,
                                const __CFString* host);

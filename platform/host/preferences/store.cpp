@@ -3,7 +3,9 @@
 #include <syslog.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cassert>
+#include <new>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -11,7 +13,6 @@
 #include "platform/host/base/guard.h"
 #include "platform/host/objects/cf_number.h"
 #include "platform/host/plist/error.h"
-#include "platform/host/preferences/commit.h"
 
 // How values are found and kept.
 //
@@ -28,6 +29,9 @@
 // object for as long as anybody holds it: Adopt keeps the old object of a value that has not
 // changed, and `former` keeps those that left the file while somebody held them.
 //
+// A key that was asked for while the file was refused, for whatever reason, is unread until it is
+// read again. A change of it is written only if the file has no value for it: see unread.h.
+//
 // Synchronize copies the changes, writes them without `mutex`, and removes from `changes` only what
 // still is as it was copied: a value that was set meanwhile waits for the next call. Order of
 // locks: `committing`, the file's lock on disk, `mutex`; sFilesMutex is never held together with
@@ -40,6 +44,7 @@ using State = HostPreferencesContent::State;
 constexpr CFPropertyListFormat kBinary = kCFPropertyListBinaryFormat_v1_0;
 
 constinit std::mutex sFilesMutex;
+constinit std::atomic<uint32_t> sLostReads{0};
 
 HostRetained<HostCFDictionary> NewTable() {
   return HostRetained<HostCFDictionary>(CFDictionaryCreateMutable(
@@ -119,13 +124,18 @@ void HostPreferencesFile::Refresh() {
   if (wasRead && content.isSettled && HostStampOfFile(place.path) == content.stamp) return;
   // Without memory for it, what was read before stays the answer, and the next read tries again.
   if (!HostGuard([this] { Adopt(HostReadPreferences(place.path, place.path)); })) {
+    isStale = true;
     content.isSettled = false;
     content.isMemoryShort = true;
   }
 }
 
+// Whether a value that was not found may be in the file all the same.
+bool HostPreferencesFile::IsRefused() const { return isStale || content.state == State::kRefused; }
+
 // Takes over what was read. Values that have not changed stay the same objects.
 void HostPreferencesFile::Adopt(HostPreferencesContent fresh) {
+  isStale = fresh.isPassing;
   if (fresh.isPassing && content.stamp.reader == fresh.stamp.reader) {
     // What was read before is a better answer than nothing: a program that finds nothing may commit
     // a default over the user's value.
@@ -167,10 +177,14 @@ CFTypeRef HostPreferencesFile::KnownValue(CFStringRef key, CFTypeRef value) cons
 
 CFTypeRef HostPreferencesFile::CopyValue(CFStringRef key) {
   const std::lock_guard<std::mutex> lock(mutex);
+  NoteLostReads();
   const HostPair* found = changes ? changes->Find(key) : nullptr;
   if (found == nullptr) {
     Refresh();
     found = content.values ? content.values->Find(key) : nullptr;
+    const bool isUnread = found == nullptr && IsRefused();
+    isUnreadForMemory |= isUnread && content.isMemoryShort;
+    if (isUnread || !unread.IsEmpty()) unread.Note(key, isUnread);
   }
   if (found == nullptr || found->value == &gHostRemovedPreference) return nullptr;
   return CFRetain(found->value);
@@ -178,18 +192,27 @@ CFTypeRef HostPreferencesFile::CopyValue(CFStringRef key) {
 
 HostRetained<HostCFDictionary> HostPreferencesFile::CopyAll() {
   const std::lock_guard<std::mutex> lock(mutex);
+  NoteLostReads();
   Refresh();
+  unread.NoteAll(IsRefused());
+  isUnreadForMemory |= IsRefused() && content.isMemoryShort;
+  if (isStale && !content.values) return {};
+  for (const HostPair& pair :
+       content.values ? content.values->Pairs() : HostCFDictionary::PairList()) {
+    if (isStale && pair.key != nullptr) unread.Note(static_cast<CFStringRef>(pair.key), false);
+  }
   HostRetained<HostCFDictionary> all =
       content.values ? HostRetained<HostCFDictionary>(CFDictionaryCreateMutableCopy(
                            kCFAllocatorDefault, 0, content.values.Get()))
                      : NewTable();
-  if (!all || !changes) return all;
+  if (!all) throw std::bad_alloc();
+  if (!changes) return all;
   for (const HostPair& change : changes->Pairs()) {
     if (change.key == nullptr) continue;
     if (change.value == &gHostRemovedPreference) {
       all->Remove(change.key);
     } else if (!all->Set(change.key, change.value)) {
-      return {};
+      throw std::bad_alloc();
     }
   }
   return all;
@@ -221,16 +244,42 @@ void HostPreferencesFile::Set(CFStringRef key, CFPropertyListRef value) {
   }
 }
 
-// Stores a copy of the changes, or null if there are none. Returns false without memory.
-bool HostPreferencesFile::TakeChanges(HostRetained<HostCFDictionary>* taken, bool* wasRefused) {
+void HostPreferencesFile::NoteLostRead() { sLostReads.fetch_add(1); }
+
+void HostPreferencesFile::NoteLostReads() {
+  const uint32_t all = sLostReads.load();
+  if (std::exchange(lostReads, all) == all) return;
+  unread.NoteAll(true);
+  isUnreadForMemory = true;
+}
+
+bool HostPreferencesFile::IsUnread(CFStringRef key) {
   const std::lock_guard<std::mutex> lock(mutex);
+  NoteLostReads();
+  return unread.Has(key);
+}
+
+// Stores a copy of the changes, or null if there are none. Returns false without memory.
+bool HostPreferencesFile::TakeChanges(HostPreferencesChanges* taken, bool* wasRefused) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  NoteLostReads();
   *wasRefused = std::exchange(wasValueRefused, false);
   isFailureOfMemory = std::exchange(wasMemoryShort, false);
   if (!changes || changes->Count() == 0) return true;
-  *taken = HostRetained<HostCFDictionary>(
-      CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, changes.Get()));
-  if (!*taken) isFailureOfMemory = true;
-  return static_cast<bool>(*taken);
+  const bool isTaken = HostGuard(false, [&] {
+    taken->values = HostRetained<HostCFDictionary>(
+        CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, changes.Get()));
+    if (!taken->values || unread.IsEmpty()) return static_cast<bool>(taken->values);
+    taken->unread = NewTable();
+    if (!taken->unread) return false;
+    for (const HostPair& change : changes->Pairs()) {
+      if (change.key == nullptr || !unread.Has(static_cast<CFStringRef>(change.key))) continue;
+      if (!taken->unread->Set(change.key, change.key)) return false;
+    }
+    return true;
+  });
+  if (!isTaken) isFailureOfMemory = true;
+  return isTaken;
 }
 
 // A value that was set while the file was written stays in `changes`.
@@ -240,6 +289,7 @@ void HostPreferencesFile::Finish(const HostCFDictionary& written, HostPreference
     if (pair.key == nullptr) continue;
     const HostPair* const change = changes->Find(pair.key);
     if (change != nullptr && change->value == pair.value) changes->Remove(pair.key);
+    if (!unread.IsEmpty()) unread.Note(static_cast<CFStringRef>(pair.key), false);
   }
   Adopt(std::move(fresh));
   lastFailure.clear();
@@ -247,27 +297,30 @@ void HostPreferencesFile::Finish(const HostCFDictionary& written, HostPreference
 
 bool HostPreferencesFile::Synchronize() {
   const std::lock_guard<std::mutex> commitLock(committing);
-  HostRetained<HostCFDictionary> taken;
+  HostPreferencesChanges taken;
   bool wasRefused = false;
   if (!TakeChanges(&taken, &wasRefused)) return false;
-  if (!taken) return !wasRefused;
+  if (!taken.values) return !wasRefused;
   HostPreferencesContent fresh;
   std::string problem;
-  const bool isWritten = HostGuard(
-      false, [&] { return HostCommitPreferences(place, *taken.Get(), &fresh, &problem); });
+  const bool isWritten =
+      HostGuard(false, [&] { return HostCommitPreferences(place, taken, &fresh, &problem); });
+  const bool isAllWritten = isWritten && problem.empty();
   const std::lock_guard<std::mutex> lock(mutex);
   if (!isWritten && problem.empty()) {
     problem = kHostPlistNoMemory;
     isFailureOfMemory = true;
   }
+  if (isWritten && !isAllWritten) isFailureOfMemory |= std::exchange(isUnreadForMemory, false);
   // What the disk has is written, also without memory to note it: what was set then stays set, and
   // the next commit finds nothing to change.
   HostGuard([&] {
-    if (isWritten) return Finish(*taken.Get(), std::move(fresh));
+    if (isWritten) Finish(*taken.values.Get(), std::move(fresh));
+    if (isAllWritten) return;
     LogOnce(problem, problem == fresh.problem ? &lastRefusal : &lastFailure);
     lastFailure = problem;
   });
-  return isWritten && !wasRefused;
+  return isAllWritten && !wasRefused;
 }
 
 std::string HostPreferencesFile::Problem(bool* isThere) {
@@ -284,5 +337,5 @@ std::string HostPreferencesFile::Failure() {
 
 bool HostPreferencesFile::IsMemoryShort() {
   const std::lock_guard<std::mutex> lock(mutex);
-  return isFailureOfMemory || content.isMemoryShort;
+  return isFailureOfMemory || isUnreadForMemory || content.isMemoryShort;
 }

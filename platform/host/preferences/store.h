@@ -5,8 +5,10 @@
 #include <mutex>
 #include <string>
 
+#include "platform/host/preferences/commit.h"
 #include "platform/host/preferences/place.h"
 #include "platform/host/preferences/read.h"
+#include "platform/host/preferences/unread.h"
 
 // This room is the preferences store: where the files are (place.h), reading and writing them
 // (read.h, commit.h), and what this process knows of them.
@@ -44,24 +46,35 @@ class HostPreferencesFile {
   // Returns the value, retained for the caller, or null if there is none. Makes one stat call if
   // the file has not changed, and no call if the key was set here.
   CFTypeRef CopyValue(CFStringRef key);
-  // Returns a new dictionary of all entries, changes included, or null without memory.
+  // Returns a new dictionary of all entries, changes included, or null if the file could not be
+  // read for a reason that may pass and never was read before.
   HostRetained<HostCFDictionary> CopyAll();
+  // To be called when there was no memory to find the file of which a value was asked for, or to
+  // hand out what it has: until they are read again, the values of all files count as unread.
+  static void NoteLostRead();
   // Sets a value, or removes the key if `value` is null. A value that no file can hold is refused:
   // the next Synchronize then returns false.
   void Set(CFStringRef key, CFPropertyListRef value);
-  // Writes what was set. Returns false if that failed; the values stay set.
+  // Writes what was set. Returns false if that failed; the values stay set. If it failed because
+  // the file has another value under a key that could not be read before, that value of the file
+  // counts from now on, and the other changes are written.
   bool Synchronize();
+
+  // Whether the last look for `key` failed because the file could not be read.
+  bool IsUnread(CFStringRef key);
 
   // For people: the reason why the file is not used, or "" if it is used or does not exist.
   std::string Problem(bool* isThere);
   std::string Failure();  // the reason why the last Synchronize failed, or ""
-  bool IsMemoryShort();   // whether that, or the reason of Problem, is a lack of memory
+  bool IsMemoryShort();   // whether that, or the reason of Problem or IsUnread, is a lack of memory
 
  private:
   void Refresh();
   void Adopt(HostPreferencesContent fresh);
   CFTypeRef KnownValue(CFStringRef key, CFTypeRef value) const;
-  bool TakeChanges(HostRetained<HostCFDictionary>* taken, bool* wasRefused);
+  bool IsRefused() const;
+  void NoteLostReads();
+  bool TakeChanges(HostPreferencesChanges* taken, bool* wasRefused);
   void Finish(const HostCFDictionary& written, HostPreferencesContent fresh);
   static void LogOnce(const std::string& problem, std::string* last);
 
@@ -69,11 +82,15 @@ class HostPreferencesFile {
   std::mutex committing;  // locked before `mutex`, and while the file is written
   std::mutex mutex;       // guards all below; never locked while waiting for another process
   bool wasRead = false;
+  bool isStale = false;            // the last reading failed for a passing reason
   bool wasValueRefused = false;    // since the last Synchronize
   bool wasMemoryShort = false;     // the same, of a value that a file could hold
   bool isFailureOfMemory = false;  // of the last Synchronize
   HostPreferencesContent content;
   HostRetained<HostCFDictionary> changes;  // key -> value or gHostRemovedPreference; null: none
+  HostUnreadPreferences unread;
+  bool isUnreadForMemory = false;  // that is why one of them is unread; until the next Synchronize
+  uint32_t lostReads = 0;          // of all files, as many as `unread` has in account
   HostFormerPreferences former;
   std::string lastRefusal;  // already logged
   std::string lastFailure;  // of Synchronize; already logged, here or as a refusal

@@ -19,6 +19,10 @@
 // A file that cannot be trusted (group or others may write it, its owner is neither root nor the
 // effective user) or read (not a property list of a dictionary, more than 64 MiB) has no values and
 // is never written; the log says so once for each state of the file.
+//
+// A read that fails for such a reason, or because memory or file descriptors run short, finds no
+// value. If the program then sets that key and the file has another value for it after all, the
+// file's value stays: a default must not replace what the user has chosen.
 
 extern "C" {
 
@@ -37,8 +41,8 @@ CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef applicatio
 // The domain's keys in no particular order, null when it has none; the caller releases it.
 CFArrayRef CFPreferencesCopyKeyList(CFStringRef application, CFStringRef user, CFStringRef host);
 
-// The values of `keys` (null: of all), absent ones left out. Never null unless there is no memory;
-// the caller releases it.
+// The values of `keys` (null: of all), absent ones left out. Null only if there is no memory, or if
+// the file could not be read for a reason that may pass; the caller releases it.
 CFDictionaryRef CFPreferencesCopyMultiple(CFArrayRef keys, CFStringRef application,
                                           CFStringRef user, CFStringRef host);
 
@@ -54,7 +58,8 @@ void CFPreferencesSetMultiple(CFDictionaryRef toSet, CFArrayRef toRemove, CFStri
 // Writes the keys that were changed here into the file, whose other entries stay as they are, and
 // waits until it is on the disk; at most 30 s for other processes that do the same. False when that
 // fails: the file is then the old or the new one, never a part, and the changes wait for the next
-// time. With nothing to write, true.
+// time. Also false if the file's value of a key stayed because it could not be read before: that
+// change is given up, and the others are written. With nothing to write, true.
 Boolean CFPreferencesSynchronize(CFStringRef application, CFStringRef user, CFStringRef host);
 
 // The first value of: the current user's for the application, on this host, then on any; for any
