@@ -1,8 +1,11 @@
 #pragma once
 
+#include <sys/uio.h>
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "platform/host/base/byte_order.h"
 
@@ -35,6 +38,9 @@
 inline constexpr size_t kHostRingSize = size_t{256} << 10;  // a power of two
 inline constexpr size_t kHostLaneControlSize = 4096;
 inline constexpr size_t kHostLaneSize = kHostLaneControlSize + 2 * kHostRingSize;
+// Where both positions of a new ring begin: so near to 2^32 that every lane soon passes it, and not
+// only those over which gigabytes go.
+inline constexpr uint32_t kHostRingFirstPosition = 0xFFFF0000;
 // The server's status page, one for each receiver; clients map it for reading only. A new page is
 // all zero, which means that the server is awake.
 inline constexpr size_t kHostStatusPageSize = 4096;
@@ -140,6 +146,11 @@ class HostRingProducer {
   // Copies at most Room() bytes; the consumer does not see them yet. Returns how many.
   size_t Write(const void* bytes, size_t count);
 
+  // Writes the pieces, beginning `*done` bytes in, as far as there is room, and moves `*done` on.
+  // Looks by itself when the room it knows of is too small. Result: 0 when all is written, else
+  // EAGAIN (the ring is full) or EBADMSG (a look failed).
+  int Write(std::span<const iovec> pieces, size_t* done);
+
   // Shows the consumer all that was written. True: it sleeps and has to be rung.
   [[nodiscard]] bool Publish();
 
@@ -150,15 +161,15 @@ class HostRingProducer {
   void WithdrawWait() { waiting.Withdraw(); }
 
  private:
-  uint8_t* bytes = nullptr;
+  uint8_t* ring = nullptr;
   HostSharedWord* position = nullptr;
   const HostSharedWord* peerPosition = nullptr;
   HostSleeper waiting;
   HostSleepWatch consumer;
-  // Positions count bytes since the lane was made, modulo 2^32.
-  uint32_t written = 0;
-  uint32_t published = 0;
-  uint32_t peerRead = 0;  // as last seen
+  // Positions count bytes modulo 2^32.
+  uint32_t written = kHostRingFirstPosition;
+  uint32_t published = kHostRingFirstPosition;
+  uint32_t peerRead = kHostRingFirstPosition;  // as last seen
   bool broken = false;
 };
 
@@ -189,11 +200,12 @@ class HostRingConsumer {
   [[nodiscard]] bool Release();
 
  private:
-  const uint8_t* bytes = nullptr;
+  const uint8_t* ring = nullptr;
   HostSharedWord* position = nullptr;
   const HostSharedWord* peerPosition = nullptr;
   HostSleepWatch producer;
-  uint32_t read = 0;         // modulo 2^32, as above
-  uint32_t peerWritten = 0;  // as last seen
+  uint32_t read = kHostRingFirstPosition;
+  uint32_t released = kHostRingFirstPosition;
+  uint32_t peerWritten = kHostRingFirstPosition;  // as last seen
   bool broken = false;
 };
