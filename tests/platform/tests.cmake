@@ -28,6 +28,7 @@ vlt_add_test(NAME platform_plist_test LABEL unit
 
 vlt_add_test(NAME frame_stream_test LABEL unit SOURCES wire/frame_stream_test.cpp
   LIBS vlt_platform)
+vlt_add_test(NAME ring_test LABEL unit SOURCES wire/ring_test.cpp LIBS vlt_platform)
 vlt_add_test(NAME ae_test LABEL unit
   SOURCES events/codec_test.cpp events/coerce_test.cpp events/descriptor_test.cpp
     events/event_test.cpp events/list_test.cpp events/print_test.cpp
