@@ -1,2 +1,3 @@
 vlt_add_fuzz_target(frame_stream frame_stream_fuzz.cpp)
 vlt_add_fuzz_target(notice_message notice_message_fuzz.cpp)
+vlt_add_fuzz_target(ring ring_fuzz.cpp)
