@@ -1,17 +1,23 @@
 #include "platform/host/wire/ring.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/eventfd.h>
 #include <cerrno>
 #include <cstring>
 
-#include <functional>
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <memory>
 #include <thread>
 
 #include "platform/host/base/byte_order.h"
 #include "tests/platform/wire/ring_support.h"
 
 namespace {
+
+using namespace std::chrono_literals;
 
 constexpr size_t kSize = kHostRingSize;
 constexpr uint32_t kFirst = kHostRingFirstPosition;
@@ -147,6 +153,7 @@ TEST_F(Ring, PiecesGoThroughInPartsWhereTheyDoNotFitWhole) {
   EXPECT_EQ(0, err);
   EXPECT_EQ(bytes.size(), done);
   EXPECT_TRUE(bytes == got);
+  ASSERT_TRUE(producer.Look());
   Set(kReadAt, kFirst);
   EXPECT_FALSE(producer.Look());
   EXPECT_EQ(EBADMSG, producer.Write(pieces, &(done = 0)));
@@ -308,6 +315,73 @@ TEST_F(Ring, TwoThreadsThatSleepLoseNeitherBytesNorWakeUps) {
     thread.join();
     for (const int bell : bells) close(bell);
   }
+}
+
+// Lets two threads go on at the same moment, as nearly as that can be had.
+class Meeting {
+ public:
+  void Wait() {
+    const unsigned mine = came.fetch_add(1) / 2;
+    for (int turns = 0; came.load() < 2 * (mine + 1); ++turns) {
+      if (turns > 50000) sched_yield();
+    }
+  }
+  static void Delay(int turns) {
+    for (std::atomic<int> i{0}; i.load(std::memory_order_relaxed) < turns;) {
+      i.store(i.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    }
+  }
+
+ private:
+  std::atomic<unsigned> came{0};
+};
+
+// One side publishes while the other one reports its sleep: at least one of them notices.
+TEST_F(Ring, AWakeUpIsNotLostWhenBothSidesActAtTheSameMoment) {
+  constexpr int kRounds = 300000;
+  const auto end =
+      std::chrono::steady_clock::now() + 1s;  // of trying, where others use the machine
+  Meeting meeting;
+  bool seen = false, isLast = false;
+  std::thread thread([&] {
+    int turn = 0;
+    while (!isLast) {
+      meeting.Wait();
+      Meeting::Delay(turn % 97);
+      ++turn;
+      server.Announce();
+      seen = consumer.Look() && consumer.Available() > 0;
+      meeting.Wait();
+      server.Withdraw();
+      EXPECT_TRUE(consumer.Look());
+      consumer.Skip(consumer.Available());
+      meeting.Wait();
+      seen = consumer.Release();
+      meeting.Wait();
+      meeting.Wait();
+    }
+  });
+  int lost = 0, done = 0;
+  for (int round = 0; round < kRounds && !isLast; ++round) {
+    EXPECT_EQ(1u, producer.Write("", 1));
+    meeting.Wait();
+    Meeting::Delay(round % 89);
+    const bool rings = producer.Publish();
+    meeting.Wait();
+    lost += !rings && !seen;
+    const size_t room = producer.Room();
+    meeting.Wait();
+    producer.AnnounceWait();
+    const bool hasRoom = producer.Look() && producer.Room() > room;
+    meeting.Wait();
+    ++done;
+    lost += !hasRoom && !seen;
+    producer.WithdrawWait();
+    isLast = round + 1 == kRounds || std::chrono::steady_clock::now() > end;
+    meeting.Wait();
+  }
+  thread.join();
+  EXPECT_EQ(0, lost) << "of " << done;
 }
 
 TEST(LaneFormat, OnlyALaneOfThisLayoutIsAccepted) {
