@@ -33,8 +33,9 @@ constexpr RingPlaces kPlaces[] = {
     {4 * kLine, 5 * kLine, 6 * kLine, kHostLaneControlSize + kHostRingSize},  // kToClient
 };
 constexpr size_t kClientSleepAt = 7 * kLine;
+constexpr size_t kServerGoesAt = 8 * kLine;
 constexpr size_t kServerSleepAt = 0;  // in the status page
-static_assert(kClientSleepAt + kLine <= kHostLaneControlSize);
+static_assert(kServerGoesAt + kLine <= kHostLaneControlSize);
 static_assert((kHostRingSize & (kHostRingSize - 1)) == 0);
 
 const RingPlaces& PlacesOf(HostRingDirection direction) {
@@ -89,6 +90,8 @@ bool HostIsLane(const void* lane) {
 }
 
 HostSharedWord* HostClientSleepWord(void* lane) { return WordAt(lane, kClientSleepAt); }
+
+HostSharedWord* HostServerGoesWord(void* lane) { return WordAt(lane, kServerGoesAt); }
 
 HostSharedWord* HostServerSleepWord(void* statusPage) { return WordAt(statusPage, kServerSleepAt); }
 

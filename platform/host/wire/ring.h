@@ -73,6 +73,10 @@ bool HostIsLane(const void* lane);
 HostSharedWord* HostClientSleepWord(void* lane);
 HostSharedWord* HostServerSleepWord(void* statusPage);
 const HostSharedWord* HostServerSleepWord(const void* statusPage);
+// 1 once the server takes nothing more than what it reads next, and will hang up. It stores this,
+// and then reads the ring to its end; a client publishes, and then loads this. So a frame is read,
+// or its sender sees the word.
+HostSharedWord* HostServerGoesWord(void* lane);
 
 // The side that sleeps. Its word is 0 while it is awake, else the number of its sleep, which is a
 // different one each time.

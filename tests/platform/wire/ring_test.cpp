@@ -317,7 +317,7 @@ TEST_F(Ring, TwoThreadsThatSleepLoseNeitherBytesNorWakeUps) {
   }
 }
 
-// Lets two threads go on at the same moment, as nearly as that can be had.
+// Lets two threads go on at nearly the same moment.
 class Meeting {
  public:
   void Wait() {
@@ -326,6 +326,7 @@ class Meeting {
       if (turns > 50000) sched_yield();
     }
   }
+  // Tries other distances between the two in each round.
   static void Delay(int turns) {
     for (std::atomic<int> i{0}; i.load(std::memory_order_relaxed) < turns;) {
       i.store(i.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
@@ -336,11 +337,11 @@ class Meeting {
   std::atomic<unsigned> came{0};
 };
 
-// One side publishes while the other one reports its sleep: at least one of them notices.
+// One side publishes while the other one reports its sleep: at least one of them notices. A missing
+// fence shows only while both threads run, so the number of rounds depends on the time they get.
 TEST_F(Ring, AWakeUpIsNotLostWhenBothSidesActAtTheSameMoment) {
   constexpr int kRounds = 300000;
-  const auto end =
-      std::chrono::steady_clock::now() + 1s;  // of trying, where others use the machine
+  const auto end = std::chrono::steady_clock::now() + 1s;
   Meeting meeting;
   bool seen = false, isLast = false;
   std::thread thread([&] {
