@@ -1,6 +1,8 @@
 # Functions that create the targets of the folders. Each folder lists its own sources.
 
+include(CMakePackageConfigHelpers)
 find_package(Threads REQUIRED)
+string(TOUPPER "${CMAKE_BUILD_TYPE}" VLT_BUILD_TYPE)
 
 # Warnings are for our own code only: GoogleTest is built without them.
 add_library(vlt_warnings INTERFACE)
@@ -32,17 +34,20 @@ function(vlt_add_library name)
   add_library(${name} STATIC ${arg_SOURCES})
   target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PUBLIC ${arg_LIBS} PRIVATE vlt_warnings)
+  set_target_properties(${name} PROPERTIES VISIBILITY_INLINES_HIDDEN ON)
 endfunction()
 
 # vlt_host_room(NAME SOURCES ... [USES rooms ...])
 # One room of platform/host: the static library vlt_host_NAME, linked against the rooms that it
 # names. If tests are built, a program links the whole room with those rooms alone, so that an
-# upward call does not link, even one through a platform interface.
+# upward call does not link, even one through a platform interface. The shared library exports of
+# it what the headers of platform/include declare.
 function(vlt_host_room name)
   cmake_parse_arguments(arg "" "" "SOURCES;USES" ${ARGN})
   set(room vlt_host_${name})
   list(TRANSFORM arg_USES PREPEND vlt_host_ OUTPUT_VARIABLE used)
   vlt_add_library(${room} SOURCES ${arg_SOURCES} LIBS ${used} vlt_platform_interfaces)
+  set_target_properties(${room} PROPERTIES CXX_VISIBILITY_PRESET hidden)
   if(VLT_BUILD_TESTS)
     set(entry ${PROJECT_BINARY_DIR}/room_links.cpp)
     if(NOT EXISTS ${entry})
@@ -62,46 +67,16 @@ function(vlt_add_program name)
   if(NOT arg_INSTALL_TO)
     set(arg_INSTALL_TO ${CMAKE_INSTALL_BINDIR})
   endif()
-  vlt_add_bare_program(${name} SOURCES ${arg_SOURCES} LIBS ${arg_LIBS})
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_LIBS})
+  vlt_own_program(${name})
   install(TARGETS ${name} RUNTIME DESTINATION ${arg_INSTALL_TO})
 endfunction()
 
-# vlt_add_application(NAME BUNDLE name IDENTIFIER text SIGNATURE code [INSTALL]
-#                     SOURCES ... [LIBS ...])
-# A program inside an application bundle, so that clients can find and open it. The bundle is below
-# share/veltrane/Applications of the build folder and, with INSTALL, of the installation. A link to
-# the program is in the target's build folder and in bin.
-function(vlt_add_application name)
-  cmake_parse_arguments(app "INSTALL" "BUNDLE;IDENTIFIER;SIGNATURE" "SOURCES;LIBS" ${ARGN})
-  set(app_PROGRAM ${name})
-  set(contents veltrane/Applications/${app_BUNDLE}.app/Contents)
-  set(built ${PROJECT_BINARY_DIR}/share/${contents})
-  vlt_add_bare_program(${name} SOURCES ${app_SOURCES} LIBS ${app_LIBS})
-  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${built}/Linux)
-  configure_file(${PROJECT_SOURCE_DIR}/packaging/Info.plist.in ${built}/Info.plist @ONLY)
-  add_custom_command(TARGET ${name} POST_BUILD VERBATIM
-    COMMAND ${CMAKE_COMMAND} -E create_symlink ${built}/Linux/${name}
-      ${CMAKE_CURRENT_BINARY_DIR}/${name})
-  if(NOT app_INSTALL)
-    return()
-  endif()
-  set(installed ${CMAKE_INSTALL_DATADIR}/${contents})
-  install(TARGETS ${name} RUNTIME DESTINATION ${installed}/Linux)
-  install(FILES ${built}/Info.plist DESTINATION ${installed})
-  # Relative, so that an installed tree can be moved and packed.
-  file(RELATIVE_PATH link ${CMAKE_INSTALL_FULL_BINDIR}
-    ${CMAKE_INSTALL_FULL_DATADIR}/${contents}/Linux/${name})
-  set(link_file ${CMAKE_CURRENT_BINARY_DIR}/link/${name})
-  file(MAKE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/link)
-  file(CREATE_LINK ${link} ${link_file} SYMBOLIC)
-  install(FILES ${link_file} DESTINATION ${CMAKE_INSTALL_BINDIR})
-endfunction()
-
-# What vlt_add_program and vlt_add_application have in common.
-function(vlt_add_bare_program name)
-  cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
-  add_executable(${name} ${arg_SOURCES})
-  target_link_libraries(${name} PRIVATE ${arg_LIBS} vlt_warnings)
+# vlt_own_program(NAME)
+# How the programs of this project are compiled and linked.
+function(vlt_own_program name)
+  target_link_libraries(${name} PRIVATE vlt_warnings)
   if(NOT VLT_SANITIZE)
     # Binding the symbols of the shared C++ library at each start takes longer than all that a
     # program does before its port is claimed. Of the static library it contains only what it uses.
@@ -109,22 +84,46 @@ function(vlt_add_bare_program name)
   endif()
 endfunction()
 
+# The number in the shared library's name (libvlt.so.1). It grows when programs that are linked
+# against the library no longer work with it.
+set(VLT_SOVERSION 1)
+
 # vlt_add_merged_library(NAME STATIC|SHARED OBJECTS...)
-# One library of the objects of several folders, installed as libvlt.
+# One library of the objects of several folders, installed as libvlt and exported as vlt::NAME.
 function(vlt_add_merged_library name kind)
   add_library(${name} ${kind} ${ARGN})
+  add_library(vlt::${name} ALIAS ${name})
   set_target_properties(${name} PROPERTIES OUTPUT_NAME vlt LINKER_LANGUAGE CXX
-    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+    VERSION ${VLT_SOVERSION}.${PROJECT_VERSION} SOVERSION ${VLT_SOVERSION})
+  set(installed ${CMAKE_INSTALL_INCLUDEDIR}/vlt)
   target_include_directories(${name} INTERFACE
-    ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/platform/include)
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/platform/include>
+    $<INSTALL_INTERFACE:${installed}> $<INSTALL_INTERFACE:${installed}/platform/include>)
+  target_compile_features(${name} INTERFACE cxx_std_20)
   target_link_libraries(${name} PUBLIC Threads::Threads ${VLT_ATOMIC_LIBRARY})
-  install(TARGETS ${name} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  if(kind STREQUAL "SHARED")
+    set(exports ${PROJECT_SOURCE_DIR}/cmake/libvlt.map)
+    target_link_options(${name} PRIVATE LINKER:--version-script=${exports})
+    if(NOT VLT_SANITIZE)
+      target_link_options(${name} PRIVATE LINKER:-z,defs)
+    endif()
+    set_target_properties(${name} PROPERTIES LINK_DEPENDS ${exports})
+  elseif("${CMAKE_CXX_FLAGS_${VLT_BUILD_TYPE}}" MATCHES "-ffat-lto-objects")
+    # Programs of other projects are linked with the machine code. What other compilers cannot read
+    # is five times as large.
+    add_custom_command(TARGET ${name} POST_BUILD VERBATIM
+      COMMAND ${CMAKE_OBJCOPY} --wildcard --remove-section=.gnu.lto_*
+        --remove-section=.gnu.debuglto_* --strip-symbol=__gnu_lto_* $<TARGET_FILE:${name}>)
+  endif()
+  install(TARGETS ${name} EXPORT vltTargets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 endfunction()
 
 # vlt_install_headers(FOLDERS...)
-# The headers that users of the library include, below one folder, so that an installed program
-# is compiled with -Iinclude/vlt -Iinclude/vlt/platform/include. platform/host is private.
+# The headers that users of the library include, below one folder, so that a program is compiled
+# with -Iinclude/vlt -Iinclude/vlt/platform/include. platform/host is private. So is syslog.h, which
+# replaces a function of the C library.
 function(vlt_install_headers)
   set(target ${CMAKE_INSTALL_INCLUDEDIR}/vlt)
   foreach(folder IN LISTS ARGN)
@@ -132,8 +131,29 @@ function(vlt_install_headers)
       set(folder platform/include)
     endif()
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}/ DESTINATION ${target}/${folder}
-      FILES_MATCHING PATTERN *.h)
+      FILES_MATCHING PATTERN *.h PATTERN syslog.h EXCLUDE)
   endforeach()
+endfunction()
+
+# vlt_install_package_files()
+# What find_package(vlt) and pkg-config read. All paths in these files are relative to their own.
+function(vlt_install_package_files)
+  set(package ${CMAKE_INSTALL_LIBDIR}/cmake/vlt)
+  set(made ${PROJECT_BINARY_DIR}/package)
+  configure_package_config_file(cmake/vltConfig.cmake.in ${made}/vltConfig.cmake
+    INSTALL_DESTINATION ${package})
+  write_basic_package_version_file(${made}/vltConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+  install(EXPORT vltTargets NAMESPACE vlt:: DESTINATION ${package})
+  install(FILES ${made}/vltConfig.cmake ${made}/vltConfigVersion.cmake cmake/vlt_application.cmake
+    cmake/Info.plist.in DESTINATION ${package})
+
+  file(RELATIVE_PATH vlt_pc_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+  set(vlt_pc_libraries " -pthread")
+  if(VLT_ATOMIC_LIBRARY)
+    string(APPEND vlt_pc_libraries " -l${VLT_ATOMIC_LIBRARY}")
+  endif()
+  configure_file(cmake/vlt.pc.in ${made}/vlt.pc @ONLY)
+  install(FILES ${made}/vlt.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endfunction()
 
 # The command that starts a test program, and the factor by which its time limit grows.

@@ -26,6 +26,8 @@ need_test_tools() {
   need python3 /usr/bin/python3
   need gdb /usr/bin/gdb
   need cmark-gfm /usr/bin/cmark-gfm # scripts/check-docs renders the documents
+  need pkgconf /usr/bin/pkg-config
+  need make /usr/bin/make
 }
 
 need_lint_tools() {

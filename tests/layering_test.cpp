@@ -200,7 +200,9 @@ std::vector<std::filesystem::path> SourceFiles(const std::filesystem::path& root
   for (auto it = std::filesystem::recursive_directory_iterator(root);
        it != std::filesystem::recursive_directory_iterator(); ++it) {
     const std::string name = it->path().filename();
-    if (it->is_directory() && (name == "build" || name.starts_with("."))) {
+    // examples/consumer is compiled against an installation, which has no private headers.
+    const bool isElsewhere = name == "build" || name == "consumer" || name.starts_with(".");
+    if (it->is_directory() && isElsewhere) {
       it.disable_recursion_pending();
     } else if (it->path().extension() == ".h" || it->path().extension() == ".cpp") {
       files.push_back(it->path());

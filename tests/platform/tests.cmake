@@ -38,7 +38,8 @@ vlt_add_test(NAME messages_test LABEL unit SOURCES ports/messages_test.cpp LIBS 
 vlt_add_test(NAME run_loop_test LABEL unit SOURCES loop/run_loop_test.cpp LIBS vlt_platform)
 
 vlt_add_test(NAME files_test LABEL unit
-  SOURCES applications/bundle_test.cpp files/file_records_test.cpp files/folders_test.cpp
+  SOURCES applications/bundle_test.cpp base/install_prefix_test.cpp files/file_records_test.cpp
+    files/folders_test.cpp
   LIBS vlt_platform)
 vlt_add_test(NAME process_list_test LABEL integration NATIVE_ONLY
   SOURCES applications/process_list_test.cpp

@@ -13,6 +13,7 @@
 #include <mutex>
 #include <unordered_map>
 
+#include "platform/host/base/install_prefix.h"
 #include "platform/host/base/user_folders.h"
 #include "platform/host/objects/cf_dictionary.h"
 #include "platform/host/objects/cf_string.h"
@@ -247,6 +248,12 @@ std::vector<std::string> HostApplicationFolders() {
   if (!own.empty()) folders.push_back(own + "/veltrane/Applications");
   for (const std::string& shared : HostSharedDataFolders()) {
     folders.push_back(shared + "/veltrane/Applications");
+  }
+  for (const std::string& prefix : HostInstallPrefixes()) {
+    std::string folder = prefix + "/share/veltrane/Applications";
+    if (std::find(folders.begin(), folders.end(), folder) == folders.end()) {
+      folders.push_back(std::move(folder));
+    }
   }
   return folders;
 }

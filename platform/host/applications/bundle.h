@@ -41,8 +41,8 @@ std::string_view HostBundleAround(std::string_view programPath);
 bool HostBundleOfProgram(std::string_view programPath, HostBundle* bundle);
 
 // Returns the folders in which applications are searched, in this order: veltrane/Applications in
-// the user's data folder and in each of the machine's. The paths are absolute; the folders need not
-// exist.
+// the user's data folder, in each of the machine's, and in share of the installations that this
+// process belongs to. The paths are absolute; the folders need not exist.
 std::vector<std::string> HostApplicationFolders();
 
 // Returns the applications of those folders and of the folders inside, 4 levels deep: in the order

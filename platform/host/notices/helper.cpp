@@ -15,9 +15,11 @@
 #include <system_error>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "platform/host/base/clock.h"
 #include "platform/host/base/descriptors.h"
+#include "platform/host/base/install_prefix.h"
 #include "platform/host/processes/start_program.h"
 
 namespace {
@@ -41,12 +43,15 @@ std::string PrefixOf(const std::string& folder) {
   return applications != std::string::npos ? folder.substr(0, applications + 1) : folder + "../";
 }
 
-// The helper beside the running program, in its installation or build, or installed for all; ""
-// when there is none.
+// The helper beside the running program, in its installation or build, in the installation that it
+// was compiled against, or where the library was to be installed; "" when there is none.
 std::string FindHelper() {
   const std::string folder = FolderOfThisProgram();
-  const std::string places[] = {folder, PrefixOf(folder) + "libexec/veltrane/",
-                                VLT_NOTIFY_FOLDER "/"};
+  std::vector<std::string> places = {folder, PrefixOf(folder) + "libexec/veltrane/"};
+  for (const std::string& prefix : HostInstallPrefixes()) {
+    places.push_back(prefix + "/libexec/veltrane/");
+  }
+  places.push_back(VLT_NOTIFY_FOLDER "/");
   for (const std::string& place : places) {
     std::string path = place + kHelperName;
     if (path[0] == '/' && access(path.c_str(), X_OK) == 0) return path;

@@ -2,6 +2,7 @@
 
 #include <CoreServices/MacTypes.h>
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // Runs the main run loop (default mode) until QuitApplicationEventLoop; does not return merely
@@ -14,3 +15,4 @@ void RunApplicationEventLoop(void);
 void QuitApplicationEventLoop(void);
 
 }  // extern "C"
+#pragma GCC visibility pop

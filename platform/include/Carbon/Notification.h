@@ -30,6 +30,7 @@ struct NMRec {
 // As nmResp: nothing is called and the record is removed by itself.
 #define kNMRemoveWhenDone (reinterpret_cast<NMUPP>(static_cast<intptr_t>(-1)))
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // Shows the record's text, once for each call, in place of the record's earlier notice. The
@@ -49,3 +50,4 @@ void DisposeNMUPP(NMUPP routine);
 void InvokeNMUPP(NMRecPtr record, NMUPP routine);
 
 }  // extern "C"
+#pragma GCC visibility pop

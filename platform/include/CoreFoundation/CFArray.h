@@ -20,6 +20,7 @@ struct CFArrayCallBacks {
   Boolean (*equal)(const void* a, const void* b);
 };
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 extern const CFArrayCallBacks kCFTypeArrayCallBacks;  // for counted objects
@@ -53,3 +54,4 @@ void CFArrayRemoveValueAtIndex(CFMutableArrayRef array, CFIndex index);
 void CFArrayRemoveAllValues(CFMutableArrayRef array);
 
 }  // extern "C"
+#pragma GCC visibility pop

@@ -32,6 +32,7 @@ struct CFRange {
 };
 inline CFRange CFRangeMake(CFIndex location, CFIndex length) { return {location, length}; }
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // Allocators. Only these four exist; objects always come from the C++ heap. kCFAllocatorNull
@@ -58,3 +59,4 @@ CFStringRef CFCopyTypeIDDescription(CFTypeID type);
 CFStringRef CFCopyDescription(CFTypeRef object);
 
 }  // extern "C"
+#pragma GCC visibility pop

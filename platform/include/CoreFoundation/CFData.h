@@ -6,6 +6,7 @@
 
 using CFDataRef = const struct __CFData*;
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 CFTypeID CFDataGetTypeID(void);
@@ -26,3 +27,4 @@ const UInt8* CFDataGetBytePtr(CFDataRef data);  // borrowed; null for null only
 void CFDataGetBytes(CFDataRef data, CFRange range, UInt8* buffer);
 
 }  // extern "C"
+#pragma GCC visibility pop

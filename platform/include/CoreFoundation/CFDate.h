@@ -6,6 +6,7 @@
 
 using CFDateRef = const struct __CFDate*;
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // Seconds from 1970-01-01 to 2001-01-01, both 00:00:00 UTC.
@@ -19,3 +20,4 @@ CFAbsoluteTime CFDateGetAbsoluteTime(CFDateRef date);  // 0 for null
 CFComparisonResult CFDateCompare(CFDateRef a, CFDateRef b, void* context);
 
 }  // extern "C"
+#pragma GCC visibility pop

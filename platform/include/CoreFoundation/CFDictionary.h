@@ -34,6 +34,7 @@ struct CFDictionaryValueCallBacks {
 
 using CFDictionaryApplierFunction = void (*)(const void* key, const void* value, void* context);
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // For counted objects: CFRetain, CFRelease, CFEqual, CFHash. The second one copies keys, which must
@@ -83,3 +84,4 @@ void CFDictionaryRemoveValue(CFMutableDictionaryRef dictionary, const void* key)
 void CFDictionaryRemoveAllValues(CFMutableDictionaryRef dictionary);
 
 }  // extern "C"
+#pragma GCC visibility pop

@@ -21,6 +21,7 @@ struct CFMachPortContext {
 using CFMachPortCallBack = void (*)(CFMachPortRef port, void* msg, CFIndex size, void* info);
 using CFMachPortInvalidationCallBack = void (*)(CFMachPortRef port, void* info);
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 CFTypeID CFMachPortGetTypeID(void);
@@ -49,3 +50,4 @@ CFRunLoopSourceRef CFMachPortCreateRunLoopSource(CFAllocatorRef allocator, CFMac
                                                  CFIndex order);
 
 }  // extern "C"
+#pragma GCC visibility pop

@@ -27,6 +27,7 @@ enum : CFNumberType {
   kCFNumberMaxType = 14,
 };
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // The only two truth values; retaining and releasing have no effect. They are no numbers.
@@ -57,3 +58,4 @@ Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value);
 CFComparisonResult CFNumberCompare(CFNumberRef a, CFNumberRef b, void* context);
 
 }  // extern "C"
+#pragma GCC visibility pop

@@ -24,6 +24,7 @@
 // value. If the program then sets that key and the file has another value for it after all, the
 // file's value stays: a default must not replace what the user has chosen.
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 extern const CFStringRef kCFPreferencesAnyApplication;
@@ -71,3 +72,4 @@ void CFPreferencesSetAppValue(CFStringRef key, CFPropertyListRef value, CFString
 Boolean CFPreferencesAppSynchronize(CFStringRef application);
 
 }  // extern "C"
+#pragma GCC visibility pop

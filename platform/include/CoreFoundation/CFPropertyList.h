@@ -28,6 +28,7 @@ enum : CFPropertyListFormat {
   kCFPropertyListBinaryFormat_v1_0 = 200,
 };
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // The list that `bytes` holds; the caller releases it. Null on failure: then `*error` (may be null)
@@ -61,3 +62,4 @@ CFPropertyListRef CFPropertyListCreateDeepCopy(CFAllocatorRef allocator, CFPrope
                                                CFOptionFlags mutability);
 
 }  // extern "C"
+#pragma GCC visibility pop

@@ -56,6 +56,7 @@ struct CFRunLoopTimerContext {
 };
 using CFRunLoopTimerCallBack = void (*)(CFRunLoopTimerRef timer, void* info);
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 extern const CFStringRef kCFRunLoopDefaultMode;
@@ -113,3 +114,4 @@ void CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer);
 Boolean CFRunLoopTimerIsValid(CFRunLoopTimerRef timer);
 
 }  // extern "C"
+#pragma GCC visibility pop

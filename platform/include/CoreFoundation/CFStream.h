@@ -39,6 +39,7 @@ struct CFStreamError {
   SInt32 error;
 };
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 extern const CFStringRef kCFStreamPropertyDataWritten;
@@ -94,3 +95,4 @@ CFTypeRef CFWriteStreamCopyProperty(CFWriteStreamRef stream, CFStringRef propert
 Boolean CFWriteStreamSetProperty(CFWriteStreamRef stream, CFStringRef property, CFTypeRef value);
 
 }  // extern "C"
+#pragma GCC visibility pop

@@ -25,6 +25,7 @@ enum : CFStringEncoding {
 
 using CFDictionaryRef = const struct __CFDictionary*;
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 CFTypeID CFStringGetTypeID(void);
@@ -88,6 +89,7 @@ CFComparisonResult CFStringCompare(CFStringRef a, CFStringRef b, CFOptionFlags o
 CFStringRef __CFStringMakeConstantString(const char* text);
 
 }  // extern "C"
+#pragma GCC visibility pop
 
 // A constant string of a literal; bytes over 127 are read as Mac Roman. Nobody owns it; retaining
 // and releasing have no effect.

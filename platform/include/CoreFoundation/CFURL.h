@@ -16,6 +16,7 @@ enum : CFURLPathStyle {
   kCFURLWindowsPathStyle = 2,  // not supplied: null
 };
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 CFTypeID CFURLGetTypeID(void);
@@ -49,3 +50,4 @@ Boolean CFURLGetFileSystemRepresentation(CFURLRef url, Boolean resolveAgainstBas
 Boolean CFURLHasDirectoryPath(CFURLRef url);
 
 }  // extern "C"
+#pragma GCC visibility pop

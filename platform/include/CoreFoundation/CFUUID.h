@@ -10,6 +10,7 @@ struct CFUUIDBytes {
 };
 using CFUUIDRef = const struct __CFUUID*;
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 CFTypeID CFUUIDGetTypeID(void);
@@ -24,3 +25,4 @@ CFUUIDRef CFUUIDGetConstantUUIDWithBytes(CFAllocatorRef allocator, UInt8 byte0, 
                                          UInt8 byte14, UInt8 byte15);
 
 }  // extern "C"
+#pragma GCC visibility pop

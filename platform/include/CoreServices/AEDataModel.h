@@ -138,6 +138,7 @@ enum : AEKeyword {
 
 inline void AEInitializeDesc(AEDesc* desc) { *desc = {typeNull, nullptr}; }
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // Descriptors.
@@ -223,3 +224,4 @@ OSErr AESizeOfAttribute(const AppleEvent* event, AEKeyword key, DescType* type, 
 OSStatus AEPrintDescToHandle(const AEDesc* desc, Handle* out);
 
 }  // extern "C"
+#pragma GCC visibility pop

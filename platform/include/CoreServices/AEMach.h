@@ -7,6 +7,7 @@
 // Apple Events over ports. Time-outs are in ticks (1/60 s) of the monotonic clock: 0 and kNoTimeOut
 // wait for ever, kAEDefaultTimeout and other negatives one minute.
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // Sends `event` to the port or process that its address attribute names, or, for a reply event that
@@ -33,3 +34,4 @@ OSStatus AESendMessage(const AppleEvent* event, AppleEvent* reply, AESendMode mo
 OSStatus AEDecodeMessage(mach_msg_header_t* header, AppleEvent* event, AppleEvent* reply);
 
 }  // extern "C"
+#pragma GCC visibility pop

@@ -4,6 +4,7 @@
 
 // Aliases are symbolic links. Any thread.
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // Replaces `spec` by what the alias file it names stands for: one step, or to the end of the chain.
@@ -15,3 +16,4 @@ OSErr ResolveAliasFile(FSSpec* spec, Boolean resolveAliasChains, Boolean* target
                        Boolean* wasAliased);
 
 }  // extern "C"
+#pragma GCC visibility pop

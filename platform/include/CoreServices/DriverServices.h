@@ -19,6 +19,7 @@ enum : Duration {
   durationForever = kDurationForever,
 };
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 AbsoluteTime UpTime(void);
@@ -48,3 +49,4 @@ Nanoseconds AbsoluteDeltaToNanoseconds(AbsoluteTime left, AbsoluteTime right);
 Duration AbsoluteDeltaToDuration(AbsoluteTime left, AbsoluteTime right);
 
 }  // extern "C"
+#pragma GCC visibility pop

@@ -5,6 +5,7 @@
 // Atomic changes of a 32-bit word, which must lie on a 4-byte boundary, or of a bit of a byte. Any
 // thread; sequentially consistent. Where nothing else is said the result is the value from before.
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 UInt32 BitOrAtomic(UInt32 mask, UInt32* address);
@@ -24,3 +25,4 @@ Boolean TestAndSet(UInt32 bit, UInt8* address);
 Boolean TestAndClear(UInt32 bit, UInt8* address);
 
 }  // extern "C"
+#pragma GCC visibility pop

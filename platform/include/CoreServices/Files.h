@@ -54,6 +54,7 @@ using FSCatalogInfoBitmap = UInt32;
 enum : FSCatalogInfoBitmap { kFSCatInfoNone = 0 };
 struct FSCatalogInfo;  // none of its fields is supplied
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // The record of `name` (an empty or null name: of the folder `dirID` itself) in folder `dirID`.
@@ -92,6 +93,7 @@ OSErr FSpCreate(const FSSpec* spec, OSType creator, OSType type, ScriptCode scri
 OSErr FSpDelete(const FSSpec* spec);
 
 }  // extern "C"
+#pragma GCC visibility pop
 
 // Parameter blocks. With pointers of 32 bits every field lies where the platform documents it;
 // wider ones move what follows.
@@ -245,6 +247,7 @@ enum : UInt8 {
   kioFlAttribDirMask = 0x10,     // a folder
 };
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // The status is the result and in ioResult.
@@ -267,3 +270,4 @@ OSErr PBDTGetPath(DTPBPtr block);
 OSErr PBDTGetAPPLSync(DTPBPtr block);
 
 }  // extern "C"
+#pragma GCC visibility pop

@@ -28,6 +28,7 @@ enum : OSType {
 
 enum : Boolean { kDontCreateFolder = 0, kCreateFolder = 1 };
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // The folder of a type in a domain, by volume and its own directory id, or by reference. It and the
@@ -37,3 +38,4 @@ OSErr FindFolder(SInt16 domain, OSType type, Boolean create, SInt16* vRefNum, SI
 OSErr FSFindFolder(SInt16 domain, OSType type, Boolean create, FSRef* ref);
 
 }  // extern "C"
+#pragma GCC visibility pop

@@ -9,9 +9,11 @@ enum : OSType {
   gestaltSystemVersion = FourCC('s', 'y', 's', 'v'),
 };
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // gestaltUndefSelectorErr, with `response` untouched, for every other selector; paramErr for null.
 OSErr Gestalt(OSType selector, SInt32* response);
 
 }  // extern "C"
+#pragma GCC visibility pop

@@ -10,6 +10,7 @@
 
 enum : OSType { kLSUnknownCreator = 0 };
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // The application that has the bundle identifier, else the creator signature, else the file name
@@ -40,3 +41,4 @@ OSStatus LSFindApplicationForInfo(OSType creator, CFStringRef bundleID, CFString
 OSStatus LSOpenFSRef(const FSRef* application, FSRef* outLaunched);
 
 }  // extern "C"
+#pragma GCC visibility pop

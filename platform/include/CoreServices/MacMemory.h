@@ -16,6 +16,7 @@ enum : SInt8 {
   kHandleIsResourceMask = 0x20,
 };
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 OSErr MemError(void);  // noErr before a thread's first call
@@ -60,3 +61,4 @@ void BlockMoveData(const void* source, void* destination, Size size);
 void BlockZero(void* destination, Size size);
 
 }  // extern "C"
+#pragma GCC visibility pop

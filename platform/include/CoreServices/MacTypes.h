@@ -2,6 +2,15 @@
 
 #include <stdint.h>
 
+#ifndef VLT_SOURCE_TREE
+// Tells the library which installation a program was compiled against, so that the program finds
+// what else that one contains. Each source that includes this file defines it alike.
+extern "C" {
+extern const char kVLTHeaderFile[] __attribute__((weak, visibility("default")));
+const char kVLTHeaderFile[] = __FILE__;
+}
+#endif
+
 // Base types of the platform, with the widths it documents. Where the platform writes `long` or
 // `unsigned long` the width is 32 bits on every host; an LP64 `long` never reaches a record, a
 // descriptor or a wire.

@@ -28,6 +28,7 @@ enum : MPTaskOptions {
   kMPCreateTaskNotDebuggableMask = 1u << 2,
 };
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // Tasks.
@@ -99,3 +100,4 @@ OSStatus MPExitCriticalRegion(MPCriticalRegionID region);
 OSStatus MPDelayUntil(AbsoluteTime* time);
 
 }  // extern "C"
+#pragma GCC visibility pop

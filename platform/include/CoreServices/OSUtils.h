@@ -15,7 +15,7 @@ struct MachineLocation {
 #if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
     SInt8 dlsDelta;  // 0x80: daylight saving time is in force
 #else
-    struct {
+    __extension__ struct {
       UInt8 lowOfDelta[3];
       SInt8 dlsDelta;
     };
@@ -25,6 +25,7 @@ struct MachineLocation {
 };
 static_assert(sizeof(MachineLocation) == 12);
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // The local time in seconds since the beginning of 1904, until 2040; 0 or the greatest value
@@ -35,3 +36,4 @@ void GetDateTime(UInt32* seconds);
 void ReadLocation(MachineLocation* location);
 
 }  // extern "C"
+#pragma GCC visibility pop

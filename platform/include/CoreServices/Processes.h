@@ -29,6 +29,7 @@ struct ProcessInfoRec {
 static_assert(sizeof(void*) != 4 || sizeof(ProcessInfoRec) == 60);
 using ProcessInfoRecPtr = ProcessInfoRec*;
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // procNotFound when the system does not tell about processes; paramErr for null.
@@ -53,3 +54,4 @@ OSStatus GetProcessPID(const ProcessSerialNumber* psn, pid_t* pid);
 OSStatus GetProcessForPID(pid_t pid, ProcessSerialNumber* psn);
 
 }  // extern "C"
+#pragma GCC visibility pop

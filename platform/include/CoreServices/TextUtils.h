@@ -5,6 +5,7 @@
 // Length-prefixed strings in Mac Roman. Pure functions, any thread; nothing is allocated. Null
 // arguments are not allowed.
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // -1, 0 or 1 by the bytes, the shorter string first when it is a prefix. Without `caseSensitive`
@@ -26,3 +27,4 @@ void CopyCStringToPascal(const char* source, StringPtr destination);
 void CopyPascalStringToC(ConstStr255Param source, char* destination);
 
 }  // extern "C"
+#pragma GCC visibility pop

@@ -20,6 +20,7 @@ enum : SessionAttributeBits {
   sessionWasInitialized = 0x8000,
 };
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // Only the caller's own session is known, by callerSecuritySession or by its id;
@@ -30,3 +31,4 @@ OSStatus SessionGetInfo(SecuritySessionId session, SecuritySessionId* id,
                         SessionAttributeBits* attributes);
 
 }  // extern "C"
+#pragma GCC visibility pop

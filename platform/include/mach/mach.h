@@ -78,6 +78,7 @@ struct mach_msg_header_t {
   mach_msg_id_t msgh_id;
 };
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 mach_port_t mach_task_self(void);  // constant for the process
@@ -105,3 +106,4 @@ kern_return_t mach_port_deallocate(ipc_space_t task, mach_port_name_t name);
 kern_return_t mach_port_destroy(ipc_space_t task, mach_port_name_t name);
 
 }  // extern "C"
+#pragma GCC visibility pop

@@ -57,6 +57,7 @@ enum : mach_msg_type_number_t {
   POLICY_RR_BASE_COUNT = sizeof(policy_rr_base) / sizeof(SInt32),
 };
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // The calling thread's port: the same in every call, unlike every other live thread's. Thread
@@ -77,3 +78,4 @@ SInt32 thread_policy(thread_act_t thread, policy_t policy, policy_base_t base,
                      mach_msg_type_number_t baseCount, SInt32 setLimit);
 
 }  // extern "C"
+#pragma GCC visibility pop

@@ -20,6 +20,7 @@ enum : kern_return_t {
   BOOTSTRAP_NO_MEMORY = 1105,
 };
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // Enters the receive right `port` of this task under `name` (1 to 127 bytes, any bytes but NUL).
@@ -36,3 +37,4 @@ kern_return_t bootstrap_register(mach_port_t bp, const name_t name, mach_port_t 
 kern_return_t bootstrap_look_up(mach_port_t bp, const name_t name, mach_port_t* port);
 
 }  // extern "C"
+#pragma GCC visibility pop

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <CoreServices/CoreServices.h>
+
+// What the greeter and its clients have agreed on.
+
+constexpr char kGreeterPort[] = "com.example.greeter";
+constexpr char kGreeterBundle[] = "com.example.greeter.app";
+constexpr char kGreeterPreferences[] = "com.example.greeter";  // key "greeting": a string
+constexpr OSType kGreeterSignature = FourCC('G', 'r', 't', 'r');
+
+constexpr UInt32 kGreeterClass = FourCC('G', 'r', 't', 'r');
+constexpr UInt32 kGreetEvent = FourCC('g', 'r', 'e', 't');  // name: utf8 -> greeting: utf8
+constexpr UInt32 kCountEvent = FourCC('c', 'o', 'u', 'n');  // nothing -> greetings so far: long
+constexpr AEKeyword kNameKey = FourCC('n', 'a', 'm', 'e');

@@ -1,0 +1,16 @@
+# The installation, as other projects and programs use it.
+if(CMAKE_CROSSCOMPILING OR VLT_SANITIZE)
+  return()
+endif()
+set(peer "")
+if(VLT_PEER_BUILD)
+  set(peer --peer ${VLT_PEER_BUILD})
+endif()
+add_test(NAME install_test
+  COMMAND ${CMAKE_CURRENT_LIST_DIR}/install_test.py --build ${PROJECT_BINARY_DIR} ${peer})
+set_tests_properties(install_test PROPERTIES LABELS "integration;install" TIMEOUT 600)
+if(TARGET vlt_shared)
+  add_test(NAME exports_test COMMAND ${CMAKE_CURRENT_LIST_DIR}/exports_test.py
+    $<TARGET_FILE:vlt_shared> ${PROJECT_SOURCE_DIR}/packaging/libvlt.exports)
+  set_tests_properties(exports_test PROPERTIES LABELS "integration;install" TIMEOUT 60)
+endif()
