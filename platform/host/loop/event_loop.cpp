@@ -9,6 +9,7 @@
 #include <atomic>
 
 #include "platform/host/base/guard.h"
+#include "platform/host/loop/service_manager.h"
 #include "platform/host/loop/thread_loop.h"
 #include "platform/host/ports/port_table.h"
 #include "platform/host/session/name_registry.h"
@@ -61,6 +62,7 @@ class EventPort {
 
 void RunApplicationEventLoop(void) {
   const EventPort eventPort;
+  const HostServiceState ready;
   HostRunMainLoopUntil(sQuit);
   sQuit.store(false);
 }
