@@ -28,6 +28,12 @@ need_test_tools() {
   need cmark-gfm /usr/bin/cmark-gfm # scripts/check-docs renders the documents
   need pkgconf /usr/bin/pkg-config
   need make /usr/bin/make
+  need scdoc /usr/bin/scdoc # scripts/manuals; man and mandoc check what it makes
+  need man-db /usr/bin/man
+  need mandoc /usr/bin/mandoc
+  need zsh /usr/bin/zsh
+  need fish /usr/bin/fish
+  need systemd /usr/bin/systemd-analyze
 }
 
 need_lint_tools() {

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "platform/host/session/introspect.h"
+#include "tools/complete.h"
 #include "tools/output.h"
 #include "tools/verbs/verb.h"
 
@@ -114,7 +115,8 @@ int RunTool(const std::vector<std::string>& words) {
     return kExitUsage;
   }
   if (words[0] == "--help" || words[0] == "-h" || words[0] == "help") return Help(words);
-  const Verb* verb = FindVerb(words[0]);
+  if (words[0] == "__complete") return CompleteWords({words.begin() + 1, words.end()});
+  const Verb* verb = FindVerb(words[0] == "--version" ? "version" : words[0]);
   if (verb == nullptr) return UnknownVerb(words[0]);
   return RunVerb(*verb, {words.begin() + 1, words.end()});
 }

@@ -189,6 +189,33 @@ def check_consumer(folder, prefix, peer):
             greet(session, folder / "other", emulator=["qemu-ppc-static"])
 
 
+def check_version(folder, prefix):
+    """There is one version: of the package files, of vltctl and of the daemon's bundle."""
+    version = re.search(r"(?m)^Version: (.*)$", (library_folder(prefix) / "pkgconfig/vlt.pc").read_text())[1]
+    bundle = prefix / "share/veltrane/Applications/VLTSessionMonitor.app"
+    with Session(folder / "version-session", prefix) as session:
+        session.expect(f"vltctl {version}\nvltsessiond {version} in {bundle}\n",
+                       [prefix / "bin/vltctl", "--version"])
+        session.expect(f'{{"vltctl":"{version}","daemon":{{"version":"{version}","bundle":"{bundle}"}}}}\n',
+                       [prefix / "bin/vltctl", "version", "--json"])
+        bundle.rename(folder / "kept.app")
+        session.expect(f"vltctl {version}\nvltsessiond is not installed\n",
+                       [prefix / "bin/vltctl", "version"])
+        (folder / "kept.app").rename(bundle)
+
+
+def check_unit(folder, prefix):
+    unit = prefix / "lib/systemd/user/vltsessiond.service"
+    if not shutil.which("systemd-analyze"):
+        return print("not checked: the unit, as systemd-analyze is not installed")
+    copy = folder / unit.name
+    copy.write_text(unit.read_text().replace("/opt/vlt", str(prefix)))
+    result = run(["systemd-analyze", "verify", "--user", "--man=no", copy],
+                 env={**os.environ, "XDG_RUNTIME_DIR": str(folder)})
+    if result.returncode != 0 or result.stdout:
+        problem(f"{unit.name}: {result.stdout}")
+
+
 def check_bad_input(folder, prefix):
     """What is wrong in a project is said when it is configured."""
     arguments = {"BUNDLE": "B", "IDENTIFIER": "com.example.b", "SIGNATURE": "BuBu", "SOURCES": "b.cpp"}
@@ -273,9 +300,11 @@ def main():
         prefix = options.prefix or install(options.build.resolve(), folder)
         check_headers(prefix)
         check_archive(prefix)
+        check_unit(folder, prefix)
         check_consumer(folder, prefix, options.peer)
         check_bad_input(folder, prefix)
-        if not options.prefix:  # it changes the installation
+        if not options.prefix:  # these change the installation
+            check_version(folder, prefix)
             check_program_outside(folder, prefix)
     print(f"{len(problems)} problems")
     return 1 if problems else 0

@@ -88,6 +88,14 @@ std::string CodeText(FourCharCode code) {
   return digits;
 }
 
+std::vector<std::string_view> ValueTypeNames() {
+  std::vector<std::string_view> names;
+  for (const ValueType& row : kTypes) {
+    if (row.name != nullptr) names.push_back(row.name);
+  }
+  return names;
+}
+
 const ValueType* ValueTypeNamed(std::string_view name) {
   for (const ValueType& row : kTypes) {
     if (row.name != nullptr && name == row.name) return &row;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // The descriptor types that the tool knows: their names and the meaning of their bytes. Pure
 // functions, any thread.
@@ -41,6 +42,9 @@ struct ValueType {
   size_t width;  // bytes of one number: 1, 2, 4 or 8; 1 if the value is not a number
   ValueKind kind;
 };
+
+// The names that the command line knows.
+std::vector<std::string_view> ValueTypeNames();
 
 // Return null if there is no such row.
 const ValueType* ValueTypeNamed(std::string_view name);

@@ -13,7 +13,7 @@ const std::vector<Verb>& AllVerbs() {
   static const std::vector<Verb> verbs = {
       PortsVerb(),   SendVerb(),    QuitVerb(),   StatusVerb(),       LaunchVerb(),
       StartVerb(),   DevicesVerb(), DeviceVerb(), DeviceStatusVerb(), PsVerb(),
-      SessionVerb(), PlistVerb(),   PrefsVerb(),
+      SessionVerb(), PlistVerb(),   PrefsVerb(),  VersionVerb(),
   };
   return verbs;
 }

@@ -50,3 +50,4 @@ Verb PsVerb();
 Verb SessionVerb();
 Verb PlistVerb();
 Verb PrefsVerb();
+Verb VersionVerb();
