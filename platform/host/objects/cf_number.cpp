@@ -1,6 +1,7 @@
 #include "platform/host/objects/cf_number.h"
 
 #include <bit>
+#include <cfloat>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -111,12 +112,20 @@ bool StoreInteger(const HostCFNumber& number, void* out) {
   return isExact;
 }
 
+// A CPU that computes with more bits than `T` has keeps them until the value is stored.
+template <class T>
+T WithoutExcessBits(T real) {
+  if constexpr (FLT_EVAL_METHOD == 0) return real;
+  const volatile T stored = real;
+  return stored;
+}
+
 template <class T>
 bool StoreReal(const HostCFNumber& number, void* out) {
-  const T real = number.IsFloat()
-                     ? static_cast<T>(number.Real())
-                     : static_cast<T>(number.IsUnsigned() ? static_cast<T>(number.Unsigned())
-                                                          : static_cast<T>(number.Integer()));
+  const T real = WithoutExcessBits(
+      number.IsFloat() ? static_cast<T>(number.Real())
+                       : static_cast<T>(number.IsUnsigned() ? static_cast<T>(number.Unsigned())
+                                                            : static_cast<T>(number.Integer())));
   std::memcpy(out, &real, sizeof real);
   const auto stored = static_cast<double>(real);
   if (number.IsFloat()) return OrderReals(stored, number.Real()) == kCFCompareEqualTo;
