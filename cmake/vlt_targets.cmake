@@ -14,16 +14,17 @@ if(CMAKE_SYSTEM_PROCESSOR STREQUAL "powerpc")
   set(VLT_ATOMIC_LIBRARY atomic)
 endif()
 
-# The powerpc preset exists for its word size and byte order. With a compiler for another CPU
-# architecture, its tests would pass without testing that.
-if(CMAKE_SYSTEM_PROCESSOR STREQUAL "powerpc")
+# A cross build exists for its word size and byte order. With a compiler for another kind of CPU its
+# tests would pass without testing that.
+if(VLT_CROSS_BITS)
   include(CheckCXXSourceCompiles)
   check_cxx_source_compiles("
-    static_assert(sizeof(void*) == 4 && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__);
-    int main() { return 0; }" VLT_IS_32_BIT_BIG_ENDIAN)
-  if(NOT VLT_IS_32_BIT_BIG_ENDIAN)
-    message(FATAL_ERROR "${CMAKE_CXX_COMPILER} does not compile for a 32-bit big-endian CPU; "
-      "install g++-powerpc-linux-gnu")
+    static_assert(sizeof(void*) * 8 == ${VLT_CROSS_BITS});
+    static_assert(__BYTE_ORDER__ == __ORDER_${VLT_CROSS_ORDER}_ENDIAN__);
+    int main() { return 0; }" VLT_IS_EXPECTED_CPU)
+  if(NOT VLT_IS_EXPECTED_CPU)
+    message(FATAL_ERROR "${CMAKE_CXX_COMPILER} does not compile for a ${VLT_CROSS_BITS}-bit CPU "
+      "of ${VLT_CROSS_ORDER} byte order")
   endif()
 endif()
 
@@ -174,8 +175,6 @@ if(VLT_SANITIZE MATCHES "thread")
   endif()
 endif()
 
-# A build for another CPU architecture. Tests exchange events with its programs.
-set(VLT_PEER_BUILD "" CACHE PATH "Build directory of the powerpc preset, for tests that mix CPU architectures")
-if(VLT_PEER_BUILD)
-  find_program(VLT_PEER_EMULATOR NAMES qemu-ppc-static qemu-ppc REQUIRED)
-endif()
+# Builds for other kinds of CPU. Tests exchange events with their programs.
+set(VLT_PEER_BUILDS "" CACHE STRING
+  "Build directories of presets for other kinds of CPU, for tests that mix kinds")

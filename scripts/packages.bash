@@ -43,13 +43,18 @@ need_lint_tools() {
   need shellcheck /usr/bin/shellcheck
 }
 
-need_powerpc_tools() {
-  need g++-powerpc-linux-gnu /usr/bin/powerpc-linux-gnu-g++
-  need qemu-user-static /usr/bin/qemu-ppc-static
+# need_cross_tools PRESET : what a build for another kind of CPU takes.
+need_cross_tools() {
+  local compiler=$1
+  [[ $1 != i386 ]] || compiler=i686
+  need "g++-$compiler-linux-gnu" "/usr/bin/$compiler-linux-gnu-g++"
+  [[ $1 == i386 ]] || need qemu-user-static /usr/bin/qemu-ppc-static
 }
 
+need_clang() { need clang /usr/bin/clang++; }
+
 need_fuzz_tools() {
-  need clang /usr/bin/clang++
+  need_clang
   need libclang-rt-dev '/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-*.a'
 }
 

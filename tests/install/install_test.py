@@ -185,7 +185,7 @@ def check_consumer(folder, prefix, peer):
         if peer:
             (folder / "peer").mkdir()
             peer_prefix = install(peer, folder / "peer")
-            build_with_cmake(folder / "other", peer_prefix, f"--toolchain={ROOT}/cmake/powerpc.cmake")
+            build_with_cmake(folder / "other", peer_prefix, f"--toolchain={ROOT}/cmake/cross/powerpc.cmake")
             greet(session, folder / "other", emulator=["qemu-ppc-static"])
 
 

@@ -1,20 +1,29 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <CoreServices/CoreServices.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <servers/bootstrap.h>
 
 #include <bit>
+#include <filesystem>
+#include <fstream>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "tests/aeport/serving.h"
 #include "tests/platform/events/support.h"
+#include "tests/platform/plist/random_list.h"
+#include "tests/platform/plist/support.h"
 #include "tests/support/open_descriptor_check.h"
+#include "tests/support/scratch_folder.h"
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 
-// An event with a parameter of every type that travels, and with lists and records of them, between
-// processes of different word size and byte order. Each side makes the same event in its own order;
-// what the other side received, and what it sent back, must print the same.
+// Processes of different word size and byte order in one session: an event with a parameter of
+// every type that travels, and with lists and records of them. Each side makes the same event in
+// its own order; what the other side received, and what it sent back, must print the same. The
+// property lists that they write are the same bytes.
 
 namespace {
 
@@ -87,13 +96,41 @@ void Exchange(const char* name) {
   event.finalizeEvent();
 }
 
-std::string HostText() {
-  const bool isBig = std::endian::native == std::endian::big;
-  return std::to_string(sizeof(void*)) + (isBig ? " big" : " little");
+// A parameter that is larger than what the system takes at once.
+void ExchangeBytes(const char* name, size_t count) {
+  std::string bytes(count, '\0');
+  for (size_t i = 0; i < count; i++) bytes[i] = static_cast<char>(i * 2654435761u >> 13);
+  VLTPortDestinationAddress address(name);
+  VLTPortAppleEvent event(kTest, kExchange, kAEWaitReply, &address, kAutoGenerateReturnID, 0);
+  OSStatus err = address.initialize();
+  if (err == 0) err = event.createEvent();
+  if (err == 0) {
+    err = AEPutParamPtr(&event.event, 1, typeChar, bytes.data(), static_cast<Size>(count));
+  }
+  if (err == 0) err = event.sendEvent(0, 60 * 60, kAENormalPriority);
+  ASSERT_EQ(0, err);
+  StDesc back;
+  EXPECT_EQ(0, AEGetParamDesc(&event.reply, 1, typeChar, &back));
+  EXPECT_TRUE(Contents(back).bytes == bytes);
+  event.finalizeEvent();
 }
 
+// The kind of machine that this program was built for.
+std::string HostText() {
+  const bool isBig = std::endian::native == std::endian::big;
+  return std::string(VLT_CPU) + ", " + std::to_string(8 * sizeof(void*)) + " bits, " +
+         (isBig ? "big" : "little") + "-endian";
+}
+
+constexpr UInt32 kNeverAnswered = FourCC('n', 'e', 'v', 'r');
+constexpr int kLists = 200;
+
 TEST_ROLE(Server) {
-  EventHandler handler = SendBack;
+  EventHandler handler = [](const ServedEvent& served) -> OSStatus {
+    // Slower than its client's patience, which is 0.1 s.
+    if (served.eventID == kNeverAnswered) poll(nullptr, 0, 300);
+    return SendBack(served);
+  };
   VLTPortAEMachPortListener listener;
   if (listener.ListenOnPort(role.PortName(), CFRunLoopGetCurrent(), CallHandler, &handler) != 0) {
     return kRoleFailed;
@@ -104,39 +141,78 @@ TEST_ROLE(Server) {
   return kRoleFailed;  // the test kills us first
 }
 
+// What a client of one kind finds at a server of another: all types, a request that is refused, one
+// that is not answered in time, and more requests than one connection's socket is used for, small
+// and large.
 TEST_ROLE(Client) {
   role.Tell(HostText());
   Exchange(role.PortName());
-  role.Tell(std::to_string(Ask(role.PortName(), kPing).status));
+  EXPECT_EQ(errAEEventNotHandled, Ask(role.PortName(), kPing).status);
+  for (int i = 0; i < 20; i++) Exchange(role.PortName());
+  ExchangeBytes(role.PortName(), 300'000);
+  for (int i = 0; i < 5; i++) Exchange(role.PortName());
+  EXPECT_EQ(errAETimeout, Ask(role.PortName(), kNeverAnswered, kAEWaitReply, 6).status);
+  EXPECT_EQ(errAEEventNotHandled, Ask(role.PortName(), kPing).status);
+  EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, Ask(UniquePortName(), kPing).status);
   return testing::Test::HasFailure() ? kRoleFailed : kRoleDone;
 }
 
-TEST(TypedExchange, WithAServerOfTheOtherHost) {
-  OpenDescriptorCheck noLeaks;
-  TestProcess server("Server", {}, TestPeer::kOtherHost);
-  EXPECT_EQ("4 big", server.Hear(60s));
-  ASSERT_TRUE(server.WaitReady(60s));
-  RunOnThread([&] {
-    Exchange(server.PortName());
-    EXPECT_EQ(errAEEventNotHandled, Ask(server.PortName(), kPing).status);
-    server.KillAndWait(20s);
-    EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, Ask(server.PortName(), kPing).status);
-  });
+// Writes the lists of the seeds from 0 on, in both forms, into a folder.
+TEST_ROLE(Writer) {
+  for (int i = 0; i < kLists; i++) {
+    CFTypeRef list = RandomList(static_cast<UInt32>(i), RandomList::Text::kAll).Value(5);
+    const std::string path = role.Argument(0) + "/" + std::to_string(i);
+    std::ofstream(path + ".xml") << WriteXML(list);
+    std::ofstream(path + ".bin") << WriteBinary(list);
+    CFRelease(list);
+  }
+  return kRoleDone;
 }
 
-TEST(TypedExchange, WithAClientOfTheOtherHost) {
+// Every pair, a server and a client of the same kind among them.
+TEST(TypedExchange, BetweenAllKindsOfHosts) {
   OpenDescriptorCheck noLeaks;
-  TestProcess server("Server");
-  EXPECT_EQ("8 little", server.Hear(60s));
-  ASSERT_TRUE(server.WaitReady(60s));
-  TestProcess client("Client", server.PortName(), {}, TestPeer::kOtherHost);
-  EXPECT_EQ("4 big", client.Hear(60s));
-  EXPECT_EQ(std::to_string(errAEEventNotHandled), client.Hear(60s));
-  EXPECT_EQ(kRoleDone, client.Wait(20s));
-  // Nor does the other host take a name that is owned here.
-  TestProcess rival("Server", server.PortName(), {}, TestPeer::kOtherHost);
-  EXPECT_EQ(kRoleFailed, rival.Wait(60s));
-  RunOnThread([&] { Exchange(server.PortName()); });
+  std::set<std::string> kinds;
+  for (const TestPeer servers : AllHosts()) {
+    TestProcess server("Server", {}, servers);
+    const std::string kind = server.Hear(60s).value_or("a server that does not start");
+    ASSERT_TRUE(server.WaitReady(60s)) << kind;
+    EXPECT_TRUE(kinds.insert(kind).second) << kind << ": two builds of one kind";
+    for (const TestPeer clients : AllHosts()) {
+      TestProcess client("Client", server.PortName(), {}, clients);
+      const std::string pair = client.Hear(60s).value_or("nobody") + " asks " + kind;
+      EXPECT_EQ(kRoleDone, client.Wait(120s)) << pair;
+      std::printf("%s\n", pair.c_str());
+    }
+    // Nor does another kind of host take a name that is owned.
+    for (const TestPeer rivals : AllHosts()) {
+      TestProcess rival("Server", server.PortName(), {}, rivals);
+      EXPECT_EQ(kRoleFailed, rival.Wait(60s)) << kind;
+    }
+    RunOnThread([&] {
+      Exchange(server.PortName());
+      server.KillAndWait(20s);
+      EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, Ask(server.PortName(), kPing).status) << kind;
+    });
+  }
+}
+
+TEST(ListExchange, AllKindsOfHostsWriteTheSameBytes) {
+  const ScratchFolder folder;
+  for (const TestPeer host : AllHosts()) {
+    const std::string own = folder.Path(std::to_string(static_cast<int>(host)));
+    std::filesystem::create_directory(own);
+    TestProcess writer("Writer", {own}, host);
+    ASSERT_EQ(kRoleDone, writer.Wait(120s)) << own;
+    for (int i = 0; i < kLists; i++) {
+      for (const char* form : {".xml", ".bin"}) {
+        const std::string name = "/" + std::to_string(i) + form;
+        const std::string bytes = ReadFile(own + name);
+        ASSERT_FALSE(bytes.empty()) << own << name;
+        ASSERT_EQ(ReadFile(folder.Path("0") + name), bytes) << own << name;
+      }
+    }
+  }
 }
 
 }  // namespace

@@ -11,6 +11,8 @@
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 
 #include "tests/support/test_role.h"
 
@@ -21,8 +23,15 @@ using Clock = std::chrono::steady_clock;
 constexpr int kRoleOut = 3;  // descriptors of the role's ends
 constexpr int kRoleIn = 4;
 
-// The command that starts this test program as `peer`. Only a build that knows the other host's
-// programs, which names their folder and their emulator, registers tests that need them.
+std::vector<std::string> OtherBuilds() {
+  std::vector<std::string> folders;
+  std::istringstream text(VLT_PEER_BUILDS);
+  for (std::string folder; std::getline(text, folder, ':');) folders.push_back(folder);
+  return folders;
+}
+
+// The command that starts this test program as `peer`. Only a build that knows other hosts' builds
+// registers tests that need them.
 std::vector<std::string> PeerCommand(TestPeer peer) {
   const std::string own = std::filesystem::read_symlink("/proc/self/exe");
   if (peer == TestPeer::kSameHost) {
@@ -30,12 +39,19 @@ std::vector<std::string> PeerCommand(TestPeer peer) {
     command.push_back(own);
     return command;
   }
-#ifdef VLT_PEER_TESTS
-  return {VLT_PEER_EMULATOR, VLT_PEER_TESTS + own.substr(own.rfind('/'))};
-#else
-  ADD_FAILURE() << "this build was configured without VLT_PEER_BUILD";
-  return {};
-#endif
+  const std::vector<std::string> builds = OtherBuilds();
+  const size_t index = static_cast<size_t>(peer) - 1;
+  if (index >= builds.size()) {
+    ADD_FAILURE() << "this build was configured with " << builds.size() << " VLT_PEER_BUILDS";
+    return {};
+  }
+  const std::string folder = builds[index] + "/tests";
+  std::string emulator;
+  std::ifstream file(folder + "/emulator.txt");
+  EXPECT_TRUE(std::getline(file, emulator)) << folder;
+  std::vector<std::string> command = {folder + own.substr(own.rfind('/'))};
+  if (!emulator.empty()) command.insert(command.begin(), emulator);
+  return command;
 }
 
 bool IsPublished(const std::string& name) {
@@ -48,6 +64,12 @@ bool IsPublished(const std::string& name) {
 }
 
 }  // namespace
+
+std::vector<TestPeer> AllHosts() {
+  std::vector<TestPeer> hosts = {TestPeer::kSameHost};
+  for (size_t i = 1; i <= OtherBuilds().size(); i++) hosts.push_back(static_cast<TestPeer>(i));
+  return hosts;
+}
 
 std::string UniquePortName() {
   static std::atomic<int> count;

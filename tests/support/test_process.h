@@ -9,11 +9,15 @@
 
 #include "tests/support/child_process.h"
 
-// A process of this test that plays a role (see test_role.h). It runs this very program, or, with
-// TestPeer::kOtherHost, the same program built for another kind of machine, through its emulator.
-// The process ends with this object at the latest. Not thread-safe.
+// Where a role's program comes from: this very program, or the same program from one of the builds
+// for other kinds of machine that this build knows (VLT_PEER_BUILDS), started through its emulator.
+// Numbers from kOtherHost on stand for those, in their order.
+enum class TestPeer { kSameHost = 0, kOtherHost = 1 };
 
-enum class TestPeer { kSameHost, kOtherHost };
+std::vector<TestPeer> AllHosts();  // kSameHost first
+
+// A process of this test that plays a role (see test_role.h). The process ends with this object at
+// the latest. Not thread-safe.
 
 class TestProcess {
  public:
