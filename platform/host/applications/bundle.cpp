@@ -1,7 +1,6 @@
 #include "platform/host/applications/bundle.h"
 
 #include <CoreFoundation/CFDictionary.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <stdlib.h>
@@ -13,7 +12,9 @@
 #include <mutex>
 #include <unordered_map>
 
+#include "platform/host/base/directory.h"
 #include "platform/host/base/install_prefix.h"
+#include "platform/host/base/open_file.h"
 #include "platform/host/base/user_folders.h"
 #include "platform/host/objects/cf_dictionary.h"
 #include "platform/host/objects/cf_string.h"
@@ -45,6 +46,14 @@ FileState StateOf(const struct stat& info) {
   return {info.st_dev, info.st_ino, info.st_size, info.st_mtim};
 }
 
+// Keys of a description. As constants they need no memory.
+constinit HostCFString sIdentifier{"CFBundleIdentifier"};
+constinit HostCFString sVersion{"CFBundleVersion"};
+constinit HostCFString sShortVersionString{"CFBundleShortVersionString"};
+constinit HostCFString sSignature{"CFBundleSignature"};
+constinit HostCFString sPackageType{"CFBundlePackageType"};
+constinit HostCFString sExecutable{"CFBundleExecutable"};
+
 struct Kept {
   FileState state;
   int error = 0;  // errno of a description that could not be read
@@ -65,16 +74,17 @@ Cache& KeptBundles() {
 // Reads all of a regular file that is not too large, and the state it was in. `*error` is the errno
 // value of a call that failed.
 bool ReadWhole(const std::string& path, std::string* bytes, FileState* state, int* error) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-  if (fd < 0) return *error = errno, false;
+  const HostOpenFile file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (!file.IsOpen()) return *error = errno, false;
   struct stat info;
-  bool isRead = fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size <= kMaxDescription;
+  bool isRead =
+      fstat(file.Get(), &info) == 0 && S_ISREG(info.st_mode) && info.st_size <= kMaxDescription;
   if (isRead) {
     *state = StateOf(info);
     bytes->resize(static_cast<size_t>(info.st_size));
     size_t filled = 0;
     while (filled < bytes->size()) {
-      const ssize_t size = read(fd, bytes->data() + filled, bytes->size() - filled);
+      const ssize_t size = read(file.Get(), bytes->data() + filled, bytes->size() - filled);
       if (size < 0 && errno == EINTR) continue;
       if (size < 0) *error = errno;
       if (size <= 0) break;
@@ -82,7 +92,6 @@ bool ReadWhole(const std::string& path, std::string* bytes, FileState* state, in
     }
     isRead = filled == bytes->size();
   }
-  close(fd);
   return isRead;
 }
 
@@ -109,16 +118,15 @@ std::string FileName(std::string_view path) {
 }
 
 void ReadDescription(CFDictionaryRef description, HostBundle* bundle) {
-  bundle->identifier = TextOf(description, CFSTR("CFBundleIdentifier"), kCFStringEncodingUTF8);
-  bundle->version = TextOf(description, CFSTR("CFBundleVersion"), kCFStringEncodingUTF8);
+  bundle->identifier = TextOf(description, &sIdentifier, kCFStringEncodingUTF8);
+  bundle->version = TextOf(description, &sVersion, kCFStringEncodingUTF8);
   if (bundle->version.empty()) {
-    bundle->version =
-        TextOf(description, CFSTR("CFBundleShortVersionString"), kCFStringEncodingUTF8);
+    bundle->version = TextOf(description, &sShortVersionString, kCFStringEncodingUTF8);
   }
-  ReadCode(description, CFSTR("CFBundleSignature"), &bundle->signature);
-  ReadCode(description, CFSTR("CFBundlePackageType"), &bundle->packageType);
-  if (CFDictionaryContainsKey(description, CFSTR("CFBundleExecutable"))) {
-    bundle->executable = TextOf(description, CFSTR("CFBundleExecutable"), kCFStringEncodingUTF8);
+  ReadCode(description, &sSignature, &bundle->signature);
+  ReadCode(description, &sPackageType, &bundle->packageType);
+  if (CFDictionaryContainsKey(description, &sExecutable)) {
+    bundle->executable = TextOf(description, &sExecutable, kCFStringEncodingUTF8);
   } else {
     bundle->executable = FileName(bundle->path);
     bundle->executable.resize(bundle->executable.size() - kExtension.size());
@@ -139,15 +147,15 @@ Kept ReadBundle(const std::string& path) {
   }
   CFPropertyListFormat format = 0;
   HostPropertyListError error;
-  const CFPropertyListRef list =
+  const HostRetained<const HostCFObject> list(static_cast<const HostCFObject*>(
       HostReadPlist(reinterpret_cast<const UInt8*>(bytes.data()), bytes.size(),
-                    {kCFPropertyListImmutable}, &format, &error);
-  if (HostCast<HostCFDictionary>(list) != nullptr) {
+                    {kCFPropertyListImmutable}, &format, &error)));
+  if (error.IsNoMemory()) throw std::bad_alloc();  // else the bundle would be taken for none
+  if (const auto* description = HostCast<HostCFDictionary>(list.Get())) {
     kept.isBundle = true;
     kept.bundle.path = path;
-    ReadDescription(static_cast<CFDictionaryRef>(list), &kept.bundle);
+    ReadDescription(description, &kept.bundle);
   }
-  if (list != nullptr) CFRelease(list);
   return kept;
 }
 
@@ -176,19 +184,18 @@ struct Walk {
   size_t entries = 0;
 
   void Visit(const Folder& folder) {
-    DIR* directory = opendir(folder.path.c_str());
-    if (directory == nullptr) return;
-    while (const dirent* entry = readdir(directory)) {
+    HostDirectory directory(folder.path.c_str());
+    if (!directory.IsOpen()) return;
+    while (const dirent* entry = directory.Next()) {
       if (entry->d_name[0] == '.') continue;
       if (++entries > kMaxEntries) break;
       std::string path = folder.path + "/" + entry->d_name;
       if (IsBundleName(path)) {
         if (entry->d_type == DT_DIR || LeadsToBundle(path)) bundles.push_back(std::move(path));
-      } else if (folder.depth + 1 < kMaxDepth && IsFolder(dirfd(directory), *entry)) {
+      } else if (folder.depth + 1 < kMaxDepth && IsFolder(directory.Descriptor(), *entry)) {
         folders.push_back({std::move(path), folder.depth + 1});
       }
     }
-    closedir(directory);
   }
 
   static bool IsFolder(int directory, const dirent& entry) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/host/applications/bundle.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/files/items.h"
 #include "platform/host/services/date_time.h"
 
@@ -70,5 +71,5 @@ OSErr PBDTGetPath(DTPBPtr block) {
 
 OSErr PBDTGetAPPLSync(DTPBPtr block) {
   if (block == nullptr) return paramErr;
-  return block->ioResult = GetApplication(block);
+  return block->ioResult = HostGuard(OSErr{memFullErr}, [block] { return GetApplication(block); });
 }

@@ -11,9 +11,9 @@
 #include <atomic>
 #include <cassert>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <ctime>
-#include <memory>
 #include <string>
 #include <utility>
 
@@ -23,6 +23,7 @@
 #include "platform/host/applications/bundle.h"
 #include "platform/host/applications/launch_lock.h"
 #include "platform/host/base/clock.h"
+#include "platform/host/base/descriptors.h"
 #include "platform/host/base/guard.h"
 #include "platform/host/base/user_folders.h"
 #include "platform/host/files/items.h"
@@ -75,14 +76,10 @@ constexpr int kLookCost = 4;  // times what one look takes
 // Many processes may wait for one opener and must not slow it down.
 constexpr int64_t kTurnSoonest = 2 * kHostMillisecond;
 
-struct FreeText {
-  void operator()(char* text) const { free(text); }
-};
-
 // Returns the path without links, as /proc shows it for a process, or `path` if that fails.
 std::string RealPath(const std::string& path) {
-  const std::unique_ptr<char, FreeText> real(realpath(path.c_str(), nullptr));
-  return real != nullptr ? real.get() : path;
+  char real[PATH_MAX];
+  return realpath(path.c_str(), real) != nullptr ? real : path;
 }
 
 bool IsInTrash(const std::string& path) {
@@ -159,7 +156,7 @@ class Process {
   // The process of an entry; nobody if it has ended.
   explicit Process(const HostLaunchEntry& entry) {
     if (entry.pid == 0) return;
-    descriptor = static_cast<int>(syscall(SYS_pidfd_open, entry.pid, 0));
+    descriptor = HostAboveStandard(static_cast<int>(syscall(SYS_pidfd_open, entry.pid, 0)));
     ProcessSerialNumber psn;
     if (descriptor >= 0 && HostSerialNumberOfPid(entry.pid, &psn) &&
         psn.highLongOfPSN == entry.startTicks) {

@@ -2,7 +2,6 @@
 
 #include <CoreServices/MacErrors.h>
 #include <CoreServices/Processes.h>
-#include <dirent.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +12,8 @@
 #include <vector>
 
 #include "platform/host/base/clock.h"
+#include "platform/host/base/directory.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/files/items.h"
 #include "platform/host/files/status.h"
 #include "platform/host/processes/serial_number.h"
@@ -38,16 +39,15 @@ Pids& KnownPids() {
 // Returns 0 or the errno value of a list that cannot be read; then no pids are known.
 int ReadPids(std::vector<pid_t>* pids) {
   pids->clear();
-  DIR* directory = opendir("/proc");
-  if (directory == nullptr) return errno;
-  while (const dirent* entry = readdir(directory)) {
+  HostDirectory directory("/proc");
+  if (!directory.IsOpen()) return errno;
+  while (const dirent* entry = directory.Next()) {
     const char* name = entry->d_name;
     const char* end = name + std::strlen(name);
     pid_t pid = 0;
     const auto result = std::from_chars(name, end, pid);
     if (result.ec == std::errc() && result.ptr == end && pid > 0) pids->push_back(pid);
   }
-  closedir(directory);
   std::sort(pids->begin(), pids->end());
   return 0;
 }
@@ -80,24 +80,15 @@ std::string_view NameOf(std::string_view path, bool isBundled) {
   return isBundled ? path.substr(0, path.rfind('.')) : path;
 }
 
-void GiveSpec(const std::string& path, FSSpec* out) {
+// Returns the file spec of a path, or an empty one if there is none.
+FSSpec SpecOf(const std::string& path) {
   HostItem item;
   FSSpec spec = {};
   if (HostItemAtEndOf(path.c_str(), &item) == noErr) HostSpecOfItem(item, &spec);
-  *out = spec;
+  return spec;
 }
 
-}  // namespace
-
-bool HostBundleOfProcess(const HostProcess& process, std::string* program, HostBundle* bundle) {
-  constexpr OSType kUnknownCode = FourCC('?', '?', '?', '?');
-  *program = HostProgramPath(process.pid);
-  bundle->packageType = bundle->signature = kUnknownCode;
-  return HostBundleOfProgram(*program, bundle);
-}
-
-OSErr GetNextProcess(ProcessSerialNumber* psn) {
-  if (psn == nullptr) return paramErr;
+OSErr NextProcess(ProcessSerialNumber* psn) {
   ProcessSerialNumber from = *psn;
   if (from.highLongOfPSN == 0 && from.lowLongOfPSN == kCurrentProcess) GetCurrentProcess(&from);
   bool isFirst = from.highLongOfPSN == 0 && from.lowLongOfPSN == kNoProcess;
@@ -116,16 +107,13 @@ OSErr GetNextProcess(ProcessSerialNumber* psn) {
   return procNotFound;
 }
 
-OSErr GetProcessInformation(const ProcessSerialNumber* psn, ProcessInfoRec* info) {
-  if (psn == nullptr || info == nullptr || info->processInfoLength != sizeof *info) {
-    return paramErr;
-  }
-  HostProcess process;
-  if (!HostFindProcess(*psn, &process)) return procNotFound;
+// What needs memory comes before the first field is set.
+OSErr Inform(const HostProcess& process, ProcessInfoRec* info) {
   std::string program;
   HostBundle bundle;
   const bool isBundled = HostBundleOfProcess(process, &program, &bundle);
   const std::string& path = isBundled ? bundle.path : program;
+  if (info->processAppSpec != nullptr) *info->processAppSpec = SpecOf(path);
 
   info->processNumber = process.number;
   info->processType = bundle.packageType;
@@ -138,6 +126,28 @@ OSErr GetProcessInformation(const ProcessSerialNumber* psn, ProcessInfoRec* info
   info->processActiveTime = ToTicks(process.status.activeTicks);
   if (info->processName != nullptr)
     HostGiveName(NameOf(path, isBundled), sizeof(Str31) - 1, info->processName);
-  if (info->processAppSpec != nullptr) GiveSpec(path, info->processAppSpec);
   return noErr;
+}
+
+}  // namespace
+
+bool HostBundleOfProcess(const HostProcess& process, std::string* program, HostBundle* bundle) {
+  constexpr OSType kUnknownCode = FourCC('?', '?', '?', '?');
+  *program = HostProgramPath(process.pid);
+  bundle->packageType = bundle->signature = kUnknownCode;
+  return HostBundleOfProgram(*program, bundle);
+}
+
+OSErr GetNextProcess(ProcessSerialNumber* psn) {
+  if (psn == nullptr) return paramErr;
+  return HostGuard(OSErr{memFullErr}, [psn] { return NextProcess(psn); });
+}
+
+OSErr GetProcessInformation(const ProcessSerialNumber* psn, ProcessInfoRec* info) {
+  if (psn == nullptr || info == nullptr || info->processInfoLength != sizeof *info) {
+    return paramErr;
+  }
+  HostProcess process;
+  if (!HostFindProcess(*psn, &process)) return procNotFound;
+  return HostGuard(OSErr{memFullErr}, [&] { return Inform(process, info); });
 }

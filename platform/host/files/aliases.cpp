@@ -6,6 +6,7 @@
 
 #include <cerrno>
 
+#include "platform/host/base/guard.h"
 #include "platform/host/files/items.h"
 #include "platform/host/files/status.h"
 
@@ -55,18 +56,14 @@ OSErr FollowOnce(Target* target) {
   return err == noErr ? LookAt(item, target) : err;
 }
 
-}  // namespace
-
-OSErr ResolveAliasFile(FSSpec* spec, Boolean resolveAliasChains, Boolean* targetIsFolder,
-                       Boolean* wasAliased) {
-  if (spec == nullptr || targetIsFolder == nullptr || wasAliased == nullptr) return paramErr;
+OSErr Resolve(FSSpec* spec, bool resolvesChains, Boolean* targetIsFolder, Boolean* wasAliased) {
   HostItem item;
   Target target;
   OSErr err = HostItemOfSpec(*spec, &item);
   if (err == noErr) err = LookAt(item, &target);
   if (err != noErr) return err;
   int links = 0;
-  while (err == noErr && S_ISLNK(target.info.st_mode) && (links == 0 || resolveAliasChains)) {
+  while (err == noErr && S_ISLNK(target.info.st_mode) && (links == 0 || resolvesChains)) {
     if (++links > kMaxLinks) return fnfErr;
     err = FollowOnce(&target);
   }
@@ -76,4 +73,14 @@ OSErr ResolveAliasFile(FSSpec* spec, Boolean resolveAliasChains, Boolean* target
   *targetIsFolder = S_ISDIR(target.info.st_mode);
   *wasAliased = links > 0;
   return noErr;
+}
+
+}  // namespace
+
+OSErr ResolveAliasFile(FSSpec* spec, Boolean resolveAliasChains, Boolean* targetIsFolder,
+                       Boolean* wasAliased) {
+  if (spec == nullptr || targetIsFolder == nullptr || wasAliased == nullptr) return paramErr;
+  return HostGuard(OSErr{memFullErr}, [=] {
+    return Resolve(spec, resolveAliasChains != 0, targetIsFolder, wasAliased);
+  });
 }

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <vector>
 
+#include "platform/host/base/guard.h"
 #include "platform/host/base/text_codec.h"
 #include "platform/host/files/items.h"
 #include "platform/host/files/status.h"
@@ -34,7 +35,7 @@ OSErr SpecOfRef(const FSRef* ref, FSSpec* spec) {
 }
 
 // Decodes a name as UTF-8, or else as Mac Roman.
-void DecodeName(const std::string& name, HFSUniStr255* out) {
+void DecodeName(std::string_view name, HFSUniStr255* out) {
   const auto* bytes = reinterpret_cast<const UInt8*>(name.data());
   size_t units = 0;
   if (!HostDecodeText(kCFStringEncodingUTF8, bytes, name.size(), false, out->unicode, &units)) {
@@ -56,7 +57,7 @@ OSErr EncodeName(const UniChar* units, UniCharCount count, std::string* name) {
 }
 
 // Opens the folder in which an item lies. Only items with a name can be made or deleted.
-OSErr OpenFolderOf(const FSSpec* spec, HostItem* item, int* folder) {
+OSErr OpenFolderOf(const FSSpec* spec, HostItem* item, HostOpenFile* folder) {
   if (spec == nullptr) return paramErr;
   OSErr err = HostItemOfSpec(*spec, item);
   if (err != noErr) return err;
@@ -68,140 +69,157 @@ OSErr OpenFolderOf(const FSSpec* spec, HostItem* item, int* folder) {
 
 OSErr FSMakeFSSpec(SInt16 vRefNum, SInt32 dirID, ConstStr255Param name, FSSpec* out) {
   if (out == nullptr) return paramErr;
-  HostItem item;
-  std::string path;
-  struct stat info;
-  FSSpec made;
-  OSErr err = HostItemOfSpec(vRefNum, dirID, name, &item);
-  if (err == noErr) err = HostSpecOfItem(item, &made);
-  if (err == noErr) err = HostPathOfItem(item, &path);
-  if (err != noErr) return err;
-  err = StatItem(path, &info);
-  if (err == noErr || err == fnfErr) *out = made;
-  return err;
+  return HostGuard(OSErr{memFullErr}, [&]() -> OSErr {
+    HostItem item;
+    std::string path;
+    struct stat info;
+    FSSpec made;
+    OSErr err = HostItemOfSpec(vRefNum, dirID, name, &item);
+    if (err == noErr) err = HostSpecOfItem(item, &made);
+    if (err == noErr) err = HostPathOfItem(item, &path);
+    if (err != noErr) return err;
+    err = StatItem(path, &info);
+    if (err == noErr || err == fnfErr) *out = made;
+    return err;
+  });
 }
 
 OSErr FSpMakeFSRef(const FSSpec* spec, FSRef* ref) {
   if (spec == nullptr || ref == nullptr) return paramErr;
-  HostItem item;
-  std::string path;
-  struct stat info;
-  OSErr err = HostItemOfSpec(*spec, &item);
-  if (err == noErr) err = HostLookAtItem(item, &path, &info);
-  if (err == noErr) HostRefOfItem(item, ref, &info);
-  return err;
+  return HostGuard(OSErr{memFullErr}, [&]() -> OSErr {
+    HostItem item;
+    std::string path;
+    struct stat info;
+    OSErr err = HostItemOfSpec(*spec, &item);
+    if (err == noErr) err = HostLookAtItem(item, &path, &info);
+    if (err == noErr) HostRefOfItem(item, ref, &info);
+    return err;
+  });
 }
 
 OSErr FSMakeFSRefUnicode(const FSRef* parent, UniCharCount nameLength, const UniChar* name,
                          TextEncoding, FSRef* ref) {
   if (name == nullptr || ref == nullptr) return paramErr;
-  HostItem item;
-  std::string path, child;
-  struct stat info;
-  OSErr err = PathOfRef(parent, &item, &path);
-  if (err == noErr) err = EncodeName(name, nameLength, &child);
-  if (err == noErr) err = StatItem(path, &info);
-  if (err == noErr && !S_ISDIR(info.st_mode)) err = dirNFErr;
-  if (err == noErr) path = path == "/" ? path + child : path + "/" + child;
-  if (err == noErr) err = StatItem(path, &info);
-  if (err == noErr) err = HostItemOfPath(path, &item);
-  if (err == noErr) HostRefOfItem(item, ref);
-  return err;
+  return HostGuard(OSErr{memFullErr}, [&]() -> OSErr {
+    HostItem item;
+    std::string path, child;
+    struct stat info;
+    OSErr err = PathOfRef(parent, &item, &path);
+    if (err == noErr) err = EncodeName(name, nameLength, &child);
+    if (err == noErr) err = StatItem(path, &info);
+    if (err == noErr && !S_ISDIR(info.st_mode)) err = dirNFErr;
+    if (err == noErr) path = path == "/" ? path + child : path + "/" + child;
+    if (err == noErr) err = StatItem(path, &info);
+    if (err == noErr) err = HostItemOfPath(path, &item);
+    if (err == noErr) HostRefOfItem(item, ref);
+    return err;
+  });
 }
 
 OSStatus FSPathMakeRef(const UInt8* path, FSRef* ref, Boolean* isDirectory) {
   if (path == nullptr || ref == nullptr) return paramErr;
-  HostItem item;
-  struct stat info;
-  const OSErr err = HostItemAtEndOf(reinterpret_cast<const char*>(path), &item, &info);
-  if (err != noErr) return err;
-  if (isDirectory != nullptr) *isDirectory = S_ISDIR(info.st_mode);
-  HostRefOfItem(item, ref, &info);
-  return noErr;
+  return HostGuard(OSErr{memFullErr}, [&]() -> OSErr {
+    HostItem item;
+    struct stat info;
+    const OSErr err = HostItemAtEndOf(reinterpret_cast<const char*>(path), &item, &info);
+    if (err != noErr) return err;
+    if (isDirectory != nullptr) *isDirectory = S_ISDIR(info.st_mode);
+    HostRefOfItem(item, ref, &info);
+    return noErr;
+  });
 }
 
 OSStatus FSRefMakePath(const FSRef* ref, UInt8* path, UInt32 max) {
   if (path == nullptr) return paramErr;
-  HostItem item;
-  std::string real;
-  const OSErr err = PathOfRef(ref, &item, &real);
-  if (err != noErr) return err;
-  if (real.size() >= max) return pathTooLongErr;
-  std::memcpy(path, real.c_str(), real.size() + 1);
-  return noErr;
+  return HostGuard(OSErr{memFullErr}, [&]() -> OSErr {
+    HostItem item;
+    std::string real;
+    const OSErr err = PathOfRef(ref, &item, &real);
+    if (err != noErr) return err;
+    if (real.size() >= max) return pathTooLongErr;
+    std::memcpy(path, real.c_str(), real.size() + 1);
+    return noErr;
+  });
 }
 
 OSErr FSGetCatalogInfo(const FSRef* ref, FSCatalogInfoBitmap which, FSCatalogInfo*,
                        HFSUniStr255* name, FSSpec* spec, FSRef* parent) {
-  if (which != kFSCatInfoNone) return paramErr;
-  const bool asksForRecordAlone = spec != nullptr && name == nullptr && parent == nullptr;
-  if (asksForRecordAlone) return SpecOfRef(ref, spec);
-  HostItem item, folder;
-  std::string path;
-  FSSpec made;
-  OSErr err = PathOfRef(ref, &item, &path);
-  if (err == noErr && spec != nullptr) err = HostSpecOfItem(item, &made);
-  if (err == noErr && parent != nullptr) err = HostFolderOfItem(item, &folder);
-  if (err != noErr) return err;
-  if (spec != nullptr) *spec = made;
-  if (parent != nullptr) HostRefOfItem(folder, parent);
-  if (name != nullptr) {
-    const size_t slash = path.rfind('/');
-    DecodeName(path == "/" ? path : path.substr(slash + 1), name);
-  }
-  return noErr;
+  return HostGuard(OSErr{memFullErr}, [&]() -> OSErr {
+    if (which != kFSCatInfoNone) return paramErr;
+    const bool asksForRecordAlone = spec != nullptr && name == nullptr && parent == nullptr;
+    if (asksForRecordAlone) return SpecOfRef(ref, spec);
+    HostItem item, folder;
+    std::string path;
+    FSSpec made;
+    OSErr err = PathOfRef(ref, &item, &path);
+    if (err == noErr && spec != nullptr) err = HostSpecOfItem(item, &made);
+    if (err == noErr && parent != nullptr) err = HostFolderOfItem(item, &folder);
+    if (err != noErr) return err;
+    if (spec != nullptr) *spec = made;
+    if (parent != nullptr) HostRefOfItem(folder, parent);
+    if (name != nullptr) {
+      DecodeName(path == "/" ? path : std::string_view(path).substr(path.rfind('/') + 1), name);
+    }
+    return noErr;
+  });
 }
 
 OSErr FSCompareFSRefs(const FSRef* a, const FSRef* b) {
   if (a == nullptr || b == nullptr) return paramErr;
-  HostItem first, second;
-  OSErr err = HostItemOfRef(*a, &first);
-  if (err == noErr) err = HostItemOfRef(*b, &second);
-  if (err != noErr) return err;
-  if (first.folder == second.folder && first.name == second.name) return noErr;
-  std::string path;
-  struct stat left, right;
-  err = HostResolveRef(*a, &first, &path, &left);
-  if (err == noErr) err = HostResolveRef(*b, &second, &path, &right);
-  if (err != noErr) return err;
-  const bool isSame = left.st_dev == right.st_dev && left.st_ino == right.st_ino;
-  return isSame ? OSErr{noErr} : OSErr{errFSRefsDifferent};
+  return HostGuard(OSErr{memFullErr}, [&]() -> OSErr {
+    HostItem first, second;
+    OSErr err = HostItemOfRef(*a, &first);
+    if (err == noErr) err = HostItemOfRef(*b, &second);
+    if (err != noErr) return err;
+    if (first.folder == second.folder && first.name == second.name) return noErr;
+    std::string path;
+    struct stat left, right;
+    err = HostResolveRef(*a, &first, &path, &left);
+    if (err == noErr) err = HostResolveRef(*b, &second, &path, &right);
+    if (err != noErr) return err;
+    const bool isSame = left.st_dev == right.st_dev && left.st_ino == right.st_ino;
+    return isSame ? OSErr{noErr} : OSErr{errFSRefsDifferent};
+  });
 }
 
 OSErr FSpDirCreate(const FSSpec* spec, ScriptCode, SInt32* createdDirID) {
-  HostItem item;
-  int folder = -1;
-  OSErr err = OpenFolderOf(spec, &item, &folder);
-  if (err != noErr) return err;
-  if (mkdirat(folder, item.name.c_str(), 0777) != 0) err = HostFileStatus(errno);
-  close(folder);
-  if (err != noErr || createdDirID == nullptr) return err;
-  std::string path;
-  err = HostPathOfItem(item, &path);
-  return err == noErr ? HostNumberOfFolder(path, createdDirID) : err;
+  return HostGuard(OSErr{memFullErr}, [&]() -> OSErr {
+    HostItem item;
+    HostOpenFile folder;
+    std::string path;
+    OSErr err = OpenFolderOf(spec, &item, &folder);
+    if (err == noErr) err = HostPathOfItem(item, &path);
+    if (err != noErr) return err;
+    if (mkdirat(folder.Get(), item.name.c_str(), 0777) != 0) return HostFileStatus(errno);
+    if (createdDirID == nullptr) return noErr;
+    err = HostGuard(OSErr{memFullErr}, [&] { return HostNumberOfFolder(path, createdDirID); });
+    if (err == memFullErr) unlinkat(folder.Get(), item.name.c_str(), AT_REMOVEDIR);
+    return err;
+  });
 }
 
 OSErr FSpCreate(const FSSpec* spec, OSType, OSType, ScriptCode) {
-  HostItem item;
-  int folder = -1;
-  OSErr err = OpenFolderOf(spec, &item, &folder);
-  if (err != noErr) return err;
-  const int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-  const int file = openat(folder, item.name.c_str(), flags, 0666);
-  if (file < 0) err = HostFileStatus(errno);
-  if (file >= 0) close(file);
-  close(folder);
-  return err;
+  return HostGuard(OSErr{memFullErr}, [&]() -> OSErr {
+    HostItem item;
+    HostOpenFile folder;
+    const OSErr err = OpenFolderOf(spec, &item, &folder);
+    if (err != noErr) return err;
+    const int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    const HostOpenFile file(openat(folder.Get(), item.name.c_str(), flags, 0666));
+    return file.IsOpen() ? OSErr{noErr} : HostFileStatus(errno);
+  });
 }
 
 OSErr FSpDelete(const FSSpec* spec) {
-  HostItem item;
-  int folder = -1;
-  OSErr err = OpenFolderOf(spec, &item, &folder);
-  if (err != noErr) return err == dupFNErr ? OSErr{fBsyErr} : err;  // the root
-  int result = unlinkat(folder, item.name.c_str(), 0);
-  if (result != 0 && errno == EISDIR) result = unlinkat(folder, item.name.c_str(), AT_REMOVEDIR);
-  if (result != 0) err = HostFileStatus(errno);
-  close(folder);
-  return err;
+  return HostGuard(OSErr{memFullErr}, [&]() -> OSErr {
+    HostItem item;
+    HostOpenFile folder;
+    const OSErr err = OpenFolderOf(spec, &item, &folder);
+    if (err != noErr) return err == dupFNErr ? OSErr{fBsyErr} : err;  // the root
+    int result = unlinkat(folder.Get(), item.name.c_str(), 0);
+    if (result != 0 && errno == EISDIR) {
+      result = unlinkat(folder.Get(), item.name.c_str(), AT_REMOVEDIR);
+    }
+    return result == 0 ? OSErr{noErr} : HostFileStatus(errno);
+  });
 }

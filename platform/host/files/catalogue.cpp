@@ -1,6 +1,5 @@
 #include <CoreServices/Files.h>
 #include <CoreServices/MacErrors.h>
-#include <dirent.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
@@ -9,6 +8,8 @@
 #include <cstring>
 #include <vector>
 
+#include "platform/host/base/directory.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/files/items.h"
 #include "platform/host/files/status.h"
 #include "platform/host/services/date_time.h"
@@ -37,13 +38,12 @@ OSErr FindIndexed(SInt32 folder, int index, CatalogueEntry* entry) {
   std::string path;
   const OSErr err = HostPathOfFolder(folder, &path);
   if (err != noErr) return err;
-  DIR* directory = opendir(path.c_str());
-  if (directory == nullptr) return HostFileStatus(errno);
+  HostDirectory directory(path.c_str());
+  if (!directory.IsOpen()) return HostFileStatus(errno);
   std::vector<std::string> names;
-  while (const dirent* each = readdir(directory)) {
+  while (const dirent* each = directory.Next()) {
     if (HostIsRecordName(each->d_name)) names.emplace_back(each->d_name);
   }
-  closedir(directory);
   if (static_cast<size_t>(index) > names.size()) return fnfErr;
   const auto place = names.begin() + (index - 1);
   std::nth_element(names.begin(), place, names.end());
@@ -139,10 +139,12 @@ OSErr GetFInfo(HFileParam* block) {
 
 OSErr PBGetCatInfoSync(CInfoPBPtr block) {
   if (block == nullptr) return paramErr;
-  return block->hFileInfo.ioResult = GetCatInfo(block);
+  return block->hFileInfo.ioResult =
+             HostGuard(OSErr{memFullErr}, [block] { return GetCatInfo(block); });
 }
 
 OSErr PBHGetFInfoSync(HParmBlkPtr block) {
   if (block == nullptr) return paramErr;
-  return block->fileParam.ioResult = GetFInfo(&block->fileParam);
+  return block->fileParam.ioResult =
+             HostGuard(OSErr{memFullErr}, [block] { return GetFInfo(&block->fileParam); });
 }

@@ -6,6 +6,8 @@
 
 #include <cerrno>
 
+#include "platform/host/base/guard.h"
+#include "platform/host/base/open_file.h"
 #include "platform/host/base/user_folders.h"
 #include "platform/host/files/items.h"
 #include "platform/host/files/status.h"
@@ -60,10 +62,9 @@ void GiveToOwnerOfParent(const std::string& path) {
   struct stat parent;
   if (geteuid() != 0) return;
   if (stat(path.substr(0, path.rfind('/') + 1).c_str(), &parent) != 0 || parent.st_uid == 0) return;
-  const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) return;
-  [[maybe_unused]] const int ignored = fchown(fd, parent.st_uid, parent.st_gid);
-  close(fd);
+  const HostOpenFile made(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!made.IsOpen()) return;
+  [[maybe_unused]] const int ignored = fchown(made.Get(), parent.st_uid, parent.st_gid);
 }
 
 // Makes the missing folders of a path. Those that exist may be links.
@@ -97,12 +98,14 @@ OSErr FindItem(SInt16 domain, OSType type, Boolean create, HostItem* item) {
 
 OSErr FindFolder(SInt16 domain, OSType type, Boolean create, SInt16* vRefNum, SInt32* dirID) {
   if (vRefNum == nullptr || dirID == nullptr) return paramErr;
-  HostItem item;
-  std::string path;
   SInt32 number = 0;
-  OSErr err = FindItem(domain, type, create, &item);
-  if (err == noErr) err = HostPathOfItem(item, &path);
-  if (err == noErr) err = HostNumberOfFolder(path, &number);
+  const OSErr err = HostGuard(OSErr{memFullErr}, [&] {
+    HostItem item;
+    std::string path;
+    OSErr found = FindItem(domain, type, create, &item);
+    if (found == noErr) found = HostPathOfItem(item, &path);
+    return found == noErr ? HostNumberOfFolder(path, &number) : found;
+  });
   if (err != noErr) return err;
   *vRefNum = kHostVolume;
   *dirID = number;
@@ -111,8 +114,10 @@ OSErr FindFolder(SInt16 domain, OSType type, Boolean create, SInt16* vRefNum, SI
 
 OSErr FSFindFolder(SInt16 domain, OSType type, Boolean create, FSRef* ref) {
   if (ref == nullptr) return paramErr;
-  HostItem item;
-  const OSErr err = FindItem(domain, type, create, &item);
-  if (err == noErr) HostRefOfItem(item, ref);
-  return err;
+  return HostGuard(OSErr{memFullErr}, [&] {
+    HostItem item;
+    const OSErr err = FindItem(domain, type, create, &item);
+    if (err == noErr) HostRefOfItem(item, ref);
+    return err;
+  });
 }

@@ -33,6 +33,7 @@ namespace {
 
 constexpr SInt32 kFirstNumber = 16;     // smaller ones have, or may get, a meaning of their own
 constexpr size_t kMaxNodes = 1u << 20;  // folders of one process
+constexpr size_t kFirstRoom = 64;       // in the table of nodes
 constexpr size_t kMaxName = sizeof(Str63) - 1;
 
 // What is at a path: which folder, or that it is not a folder.
@@ -97,6 +98,10 @@ OSErr NumberOf(const std::string& path, const Identity& identity, SInt32* number
   assert(path.size() > 1 && path[0] == '/');  // the root's number is fixed
   Table& table = Nodes();
   const std::lock_guard<std::mutex> lock(table.mutex);
+  // Room first: an entry of `numbers` always has its node.
+  if (table.nodes.size() == table.nodes.capacity()) {
+    table.nodes.reserve(std::max(kFirstRoom, 2 * table.nodes.size()));
+  }
   const auto [entry, isNew] = table.numbers.try_emplace(path, 0);
   if (!isNew) {
     Node& known = table.nodes[static_cast<size_t>(entry->second - kFirstNumber)];
@@ -239,22 +244,21 @@ OSErr HostPathOfFolder(SInt32 number, std::string* path) {
   return err;
 }
 
-OSErr HostOpenFolder(SInt32 number, int* descriptor) {
+OSErr HostOpenFolder(SInt32 number, HostOpenFile* folder) {
   std::string path;
   OSErr err = HostPathOfFolder(number, &path);
   if (err != noErr) return err;
-  const int fd = open(path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) return HostFileStatus(errno);
+  HostOpenFile opened(open(path.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!opened.IsOpen()) return HostFileStatus(errno);
   // Check the folder that was opened: the path may lead to another one by now.
-  Identity known, opened;
+  Identity known, found;
   if (number != fsRtDirID) {
-    err = Identify(fd, "", &opened);
+    err = Identify(opened.Get(), "", &found);
     if (err == noErr) err = NodeOf(number, &path, &known);
-    if (err == noErr && !known.IsSameItem(opened)) err = fnfErr;
+    if (err == noErr && !known.IsSameItem(found)) err = fnfErr;
   }
-  if (err != noErr) return close(fd), err;
-  *descriptor = fd;
-  return noErr;
+  if (err == noErr) *folder = std::move(opened);
+  return err;
 }
 
 OSErr HostItemOfPath(const std::string& path, HostItem* item) {

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/host/base/open_file.h"
+
 // This room is the File, Folder and Alias Manager.
 //
 // The items that file specs and file references refer to. A table of this process, with a lock,
@@ -57,9 +59,8 @@ OSErr HostFolderOfItem(const HostItem& item, HostItem* folder);
 OSErr HostNumberOfFolder(const std::string& path, SInt32* number);
 // Returns the path of a numbered folder. Returns fnfErr if that folder is not there any more.
 OSErr HostPathOfFolder(SInt32 number, std::string* path);
-// Opens a numbered folder, for calls relative to it. The caller closes the file descriptor
-// (O_PATH).
-OSErr HostOpenFolder(SInt32 number, int* descriptor);
+// Opens a numbered folder (O_PATH), for calls relative to it.
+OSErr HostOpenFolder(SInt32 number, HostOpenFile* folder);
 
 // Whether a name fits into a file spec: 1 to 63 bytes without "/" and NUL, not "." or "..".
 bool HostIsRecordName(std::string_view name);

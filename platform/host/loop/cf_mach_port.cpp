@@ -78,24 +78,35 @@ void* SourcePerform(void* message, CFIndex size, CFAllocatorRef, void* info) {
   return nullptr;
 }
 
+// Enters `made` under its port. Returns the object that the map has then: `made`, or one that
+// another thread has entered meanwhile. Retained for the caller.
+MachPort Enter(const MachPort& made) {
+  const std::lock_guard<HostMutex> lock(sMutex);
+  if (sPorts == nullptr) sPorts = new PortMap;
+  __CFMachPort*& entry = sPorts->try_emplace(made->Port(), nullptr).first->second;
+  if (entry != nullptr && entry->RetainUnlessDying()) return MachPort(entry);
+  entry = sFound = made.Get();  // what was there before is dying
+  return made;
+}
+
+// If this fails and `ownsRight`, the right is destroyed. The client's retain callback runs without
+// a lock, and so before the object is entered, where others find it.
 CFMachPortRef Create(mach_port_t port, bool ownsRight, CFMachPortCallBack callout,
                      CFMachPortContext* context, Boolean* shouldFreeInfo) {
   HostSetDeathObserver(PortDied);
-  const std::lock_guard<HostMutex> lock(sMutex);
-  if (sPorts == nullptr) sPorts = new PortMap;
-  const auto place = sPorts->try_emplace(port, nullptr).first;
-  const bool known = place->second != nullptr && place->second->RetainUnlessDying();
-  if (!known) {
-    auto* const made = new (std::nothrow) __CFMachPort(port, ownsRight, callout, context);
-    if (made == nullptr) {
-      if (place->second == nullptr) sPorts->erase(place);
+  MachPort result = FindPort(port);
+  bool isNew = false;
+  if (!result) {
+    const MachPort made(new (std::nothrow) __CFMachPort(port, ownsRight, callout, context));
+    if (!made) {
+      if (ownsRight) mach_port_destroy(mach_task_self(), port);
       return nullptr;
     }
-    place->second = made;
-    sFound = made;  // what stood there before is dying
+    result = Enter(made);
+    isNew = result.Get() == made.Get();
   }
-  if (shouldFreeInfo != nullptr) *shouldFreeInfo = known ? 1 : 0;
-  return place->second;
+  if (shouldFreeInfo != nullptr) *shouldFreeInfo = isNew ? 0 : 1;
+  return result.Give();
 }
 
 }  // namespace
@@ -112,8 +123,10 @@ void __CFMachPort::LastRelease() {
   Retain();  // a callback below may count references of its own
   {
     const std::lock_guard<HostMutex> lock(sMutex);
-    const auto found = sPorts->find(port);
-    if (found != sPorts->end() && found->second == this) sPorts->erase(found);
+    if (sPorts != nullptr) {  // null if there was no memory to enter the first object
+      const auto found = sPorts->find(port);
+      if (found != sPorts->end() && found->second == this) sPorts->erase(found);
+    }
     if (sFound == this) sFound = nullptr;
   }
   Invalidate();
@@ -179,10 +192,8 @@ CFMachPortRef CFMachPortCreate(CFAllocatorRef, CFMachPortCallBack callout,
     return nullptr;
   }
   mach_port_insert_right(mach_task_self(), port, port, MACH_MSG_TYPE_MAKE_SEND);
-  CFMachPortRef made = HostGuard<CFMachPortRef>(
+  return HostGuard<CFMachPortRef>(
       nullptr, [&] { return Create(port, true, callout, context, shouldFreeInfo); });
-  if (made == nullptr) mach_port_destroy(mach_task_self(), port);
-  return made;
 }
 
 CFMachPortRef CFMachPortCreateWithPort(CFAllocatorRef, mach_port_t port, CFMachPortCallBack callout,

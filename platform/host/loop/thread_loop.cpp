@@ -91,7 +91,9 @@ CFRunLoopRef CFRunLoopGetCurrent(void) {
   });
 }
 
-CFRunLoopRef CFRunLoopGetMain(void) { return MainLoop(); }
+CFRunLoopRef CFRunLoopGetMain(void) {
+  return HostGuard<CFRunLoopRef>(nullptr, [] { return MainLoop(); });
+}
 
 void CFRunLoopRun(void) {
   auto* mode = HostCast<HostCFString>(kCFRunLoopDefaultMode);

@@ -53,15 +53,16 @@ bool HostNoticeBoard::Remove(NMRecPtr record) {
   if (records.erase(record) == 0) return false;
   const auto isTheirs = [record](const Notice& notice) { return notice.record == record; };
   std::erase_if(due, isTheirs);
-  std::erase_if(onScreen, [&](const auto& entry) {
-    if (!isTheirs(entry.second)) return false;
-    if (helper != nullptr) helper->Remove(entry.first);  // else it is lost already
+  std::erase_if(onScreen, [&](const Notice& notice) {
+    if (!isTheirs(notice)) return false;
+    if (helper != nullptr) helper->Remove(notice.number);  // else it is lost already
     return true;
   });
   changed.wait(lock, [&] {
-    return std::none_of(calling.begin(), calling.end(), [&](const Calling& call) {
-      return call.record == record && pthread_equal(call.thread, pthread_self()) == 0;
-    });
+    for (const Calling* call = calling; call != nullptr; call = call->next) {
+      if (call->record == record && pthread_equal(call->thread, pthread_self()) == 0) return false;
+    }
+    return true;
   });
   return true;
 }
@@ -76,62 +77,53 @@ bool HostNoticeBoard::Show(NMRecPtr record, NMUPP response, ConstStr255Param tex
   message.place = installed->second;
   message.length = text[0];
   std::memcpy(message.text, text + 1, text[0]);
+  std::list<Notice> shown;  // before the helper has it, because this needs memory
+  shown.push_back({message.notice, record, response, TextOf(text)});
   if (helper == nullptr || !helper->Show(message)) {
-    helper = HostNoticeHelper::Start({NoticesGone, NoticesLost, Settle});
+    helper = HostNoticeHelper::Start({NoticeGone, NoticeLost, Settle});
     if (helper == nullptr || !helper->Show(message)) return false;
   }
-  onScreen[message.notice] = {record, response, TextOf(text)};
+  onScreen.splice(onScreen.end(), shown);
   return true;
 }
 
 void HostNoticeBoard::Respond(NMRecPtr record, NMUPP response) {
+  Calling own = {record, pthread_self(), nullptr};
   {
     const std::lock_guard<std::mutex> lock(mutex);
     if (!records.contains(record)) return;
     if (response == kNMRemoveWhenDone) records.erase(record);
     if (response == kNMRemoveWhenDone || response == nullptr) return;
-    calling.push_back({record, pthread_self()});
+    own.next = std::exchange(calling, &own);
   }
   // Also when the routine throws.
   struct Return {
     HostNoticeBoard* board;
-    NMRecPtr record;
+    const Calling* own;
     ~Return() {
       const std::lock_guard<std::mutex> lock(board->mutex);
-      const auto call =
-          std::find_if(board->calling.begin(), board->calling.end(), [this](const Calling& each) {
-            return each.record == record && pthread_equal(each.thread, pthread_self()) != 0;
-          });
-      board->calling.erase(call);
+      Calling** link = &board->calling;
+      while (*link != own) link = &(*link)->next;
+      *link = own->next;
       board->changed.notify_all();
     }
-  } const atReturn{this, record};
+  } const atReturn{this, &own};
   response(record);
 }
 
 // What the helper's thread tells.
 
-void HostNoticeBoard::NoticesGone(const std::vector<uint32_t>& numbers) {
-  Get().MakeDue(numbers, false);
-}
+void HostNoticeBoard::NoticeGone(uint32_t number) { Get().MakeDue(number, false); }
 
-void HostNoticeBoard::NoticesLost(const std::vector<uint32_t>& numbers) {
-  Get().MakeDue(numbers, true);
-}
+void HostNoticeBoard::NoticeLost(uint32_t number) { Get().MakeDue(number, true); }
 
-void HostNoticeBoard::MakeDue(const std::vector<uint32_t>& numbers, bool toLog) {
-  std::vector<std::string> texts;
-  {
-    const std::lock_guard<std::mutex> lock(mutex);
-    for (const uint32_t number : numbers) {
-      auto entry = onScreen.extract(number);
-      if (entry.empty()) continue;  // removed meanwhile
-      texts.push_back(entry.mapped().text);
-      due.push_back(std::move(entry.mapped()));
-    }
-  }
-  if (!toLog) return;
-  for (const std::string& text : texts) Log(text);
+void HostNoticeBoard::MakeDue(uint32_t number, bool toLog) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  const auto notice = std::find_if(onScreen.begin(), onScreen.end(),
+                                   [=](const Notice& each) { return each.number == number; });
+  if (notice == onScreen.end()) return;  // removed meanwhile
+  if (toLog) Log(notice->text);
+  due.splice(due.end(), onScreen, notice);
 }
 
 // Responses belong on the main run loop while it runs. It may end before it gets to them.
@@ -148,6 +140,10 @@ bool HostNoticeBoard::Settle() {
           kCFAllocatorDefault, 0, 0, 0, 0, [](CFRunLoopTimerRef, void*) { Get().RunDue(); },
           nullptr);
       CFRunLoopAddTimer(CFRunLoopGetMain(), board.timer, kCFRunLoopCommonModes);
+      // Without memory for it the next call tries again.
+      if (!CFRunLoopContainsTimer(CFRunLoopGetMain(), board.timer, kCFRunLoopCommonModes)) {
+        board.ForgetTimerLocked();
+      }
       return false;
     }
   }
@@ -157,15 +153,14 @@ bool HostNoticeBoard::Settle() {
 
 void HostNoticeBoard::RunDue() {
   for (;;) {
-    Notice notice;
+    std::list<Notice> first;
     {
       const std::lock_guard<std::mutex> lock(mutex);
       ForgetTimerLocked();
       if (due.empty()) return;
-      notice = std::move(due.front());
-      due.erase(due.begin());
+      first.splice(first.end(), due, due.begin());
     }
-    Respond(notice.record, notice.response);
+    Respond(first.front().record, first.front().response);
   }
 }
 

@@ -5,11 +5,11 @@
 #include <pthread.h>
 
 #include <condition_variable>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <vector>
 
 #include "platform/host/notices/helper.h"
 
@@ -26,6 +26,7 @@ class HostNoticeBoard {
   // one.
   static HostNoticeBoard& Get();
 
+  // The functions that add something throw std::bad_alloc and change nothing then.
   void Install(NMRecPtr record);
   // Removes the record and withdraws its notices. Returns false if it was not installed. Afterwards
   // no response routine of the record starts, and one that was running on another thread has
@@ -44,30 +45,34 @@ class HostNoticeBoard {
 
  private:
   struct Notice {
+    uint32_t number;
     NMRecPtr record;
     NMUPP response;
     std::string text;
   };
+  // A response routine that is running. On the stack of the thread that runs it, so that running
+  // one needs no memory.
   struct Calling {
     NMRecPtr record;
     pthread_t thread;
+    Calling* next;
   };
 
   HostNoticeBoard() = default;
 
-  static void NoticesGone(const std::vector<uint32_t>& numbers);
-  static void NoticesLost(const std::vector<uint32_t>& numbers);
+  static void NoticeGone(uint32_t number);
+  static void NoticeLost(uint32_t number);
   static bool Settle();
-  void MakeDue(const std::vector<uint32_t>& numbers, bool toLog);
+  void MakeDue(uint32_t number, bool toLog);
   void RunDue();
   void ForgetTimerLocked();
 
   std::mutex mutex;
   std::condition_variable changed;       // a response routine has returned
   std::map<NMRecPtr, uint32_t> records;  // record -> its slot on the desktop
-  std::map<uint32_t, Notice> onScreen;
-  std::vector<Notice> due;
-  std::vector<Calling> calling;
+  std::list<Notice> onScreen;
+  std::list<Notice> due;  // taken over from `onScreen`, which needs no memory
+  Calling* calling = nullptr;
   std::shared_ptr<HostNoticeHelper> helper;
   CFRunLoopTimerRef timer = nullptr;  // makes the main run loop run the due response routines
   uint32_t lastNumber = 0;

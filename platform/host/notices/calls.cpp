@@ -2,6 +2,7 @@
 
 #include <CoreServices/MacErrors.h>
 
+#include "platform/host/base/guard.h"
 #include "platform/host/base/sink_file.h"
 #include "platform/host/notices/board.h"
 
@@ -12,14 +13,21 @@ static_assert(sizeof(void*) != 4 || sizeof(NMRec) == 36);
 
 OSErr NMInstall(NMRecPtr record) {
   if (record == nullptr || record->qType != nmType) return nmTypErr;
-  HostNoticeBoard& board = HostNoticeBoard::Get();
   // The record may be gone once its response routine has run.
   const NMUPP response = record->nmResp;
-  board.Install(record);
+  std::string text;
+  const bool isInstalled = HostGuard([&] {
+    if (record->nmStr != nullptr) text = HostNoticeBoard::TextOf(record->nmStr);
+    HostNoticeBoard::Get().Install(record);
+  });
+  if (!isInstalled) return memFullErr;
+  HostNoticeBoard& board = HostNoticeBoard::Get();
   if (record->nmStr != nullptr) {
-    const std::string text = HostNoticeBoard::TextOf(record->nmStr);
-    const bool isTaken = HostAppendToSink("VLTHOST_NOTICES", text);
-    if (!isTaken && board.Show(record, response, record->nmStr)) return noErr;
+    const bool isShown = HostGuard(false, [&] {
+      return !HostAppendToSink("VLTHOST_NOTICES", text) &&
+             board.Show(record, response, record->nmStr);
+    });
+    if (isShown) return noErr;
     HostNoticeBoard::Log(text);
   }
   board.Respond(record, response);
@@ -28,7 +36,9 @@ OSErr NMInstall(NMRecPtr record) {
 
 OSErr NMRemove(NMRecPtr record) {
   if (record == nullptr || record->qType != nmType) return nmTypErr;
-  return HostNoticeBoard::Get().Remove(record) ? noErr : qErr;
+  return HostGuard(OSErr{memFullErr}, [record] {
+    return HostNoticeBoard::Get().Remove(record) ? OSErr{noErr} : OSErr{qErr};
+  });
 }
 
 NMUPP NewNMUPP(NMProcPtr routine) { return routine; }

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <new>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -88,7 +89,7 @@ bool MakeDescriptors(Descriptors* made) {
   return false;
 }
 
-// A thread that runs no signal handler of the host program's. False when there is none to be had.
+// Starts a thread that runs no signal handler of the host program's. Returns false if that fails.
 template <class Body>
 bool StartQuietThread(Body body) {
   sigset_t all, before;
@@ -98,6 +99,8 @@ bool StartQuietThread(Body body) {
   try {
     std::thread(std::move(body)).detach();
   } catch (const std::system_error&) {
+    started = false;
+  } catch (const std::bad_alloc&) {
     started = false;
   }
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
@@ -115,8 +118,16 @@ std::shared_ptr<HostNoticeHelper> HostNoticeHelper::Start(const Events& events) 
   HostStartedProgram started;
   const int err = HostStartProgram(path.c_str(), &started, arguments, descriptors.theirs);
   HostCloseDescriptor(descriptors.theirs);
-  std::shared_ptr<HostNoticeHelper> helper(
-      new HostNoticeHelper(descriptors.ours, started.descriptor, descriptors.wake, events));
+  // From here on the object owns the file descriptors.
+  std::unique_ptr<HostNoticeHelper> made(new (std::nothrow) HostNoticeHelper(
+      descriptors.ours, started.descriptor, descriptors.wake, events));
+  if (made == nullptr) {
+    for (const int descriptor : {descriptors.ours, started.descriptor, descriptors.wake}) {
+      HostCloseDescriptor(descriptor);
+    }
+    return nullptr;
+  }
+  std::shared_ptr<HostNoticeHelper> helper(std::move(made));
   if (err != 0 || !StartQuietThread([helper] { helper->Listen(); })) return nullptr;
   return helper;
 }
@@ -144,8 +155,13 @@ void HostNoticeHelper::Wake() {
 
 bool HostNoticeHelper::Show(const NoticeMessage& message) {
   const std::lock_guard<std::mutex> lock(mutex);
-  if (isClosed || !Send(message)) return false;
-  notices[message.notice] = HostDeadlineAfter(HostNow(), kScreenLimit);
+  if (isClosed) return false;
+  const auto entry =
+      notices.insert_or_assign(message.notice, HostDeadlineAfter(HostNow(), kScreenLimit)).first;
+  if (!Send(message)) {
+    notices.erase(entry);
+    return false;
+  }
   Wake();
   return true;
 }
@@ -205,7 +221,7 @@ bool HostNoticeHelper::TakeMessage() {
     notice->second = kHostNever;
     if (isGone) notices.erase(notice);
   }
-  if (isGone) events.gone({message.notice});
+  if (isGone) events.gone(message.notice);
   return true;
 }
 
@@ -225,13 +241,12 @@ bool HostNoticeHelper::CloseWhenIdle() {
 
 // What this process puts into the log now must not come to the screen later.
 void HostNoticeHelper::GiveUp() {
-  std::vector<uint32_t> lost;
+  std::map<uint32_t, int64_t> lost;
   {
     const std::lock_guard<std::mutex> lock(mutex);
     if (program >= 0) syscall(SYS_pidfd_send_signal, program, SIGKILL, nullptr, 0);
     CloseLocked();
-    for (const auto& [notice, limit] : notices) lost.push_back(notice);
-    notices.clear();
+    lost.swap(notices);
   }
-  events.lost(lost);
+  for (const auto& [notice, limit] : lost) events.lost(notice);
 }

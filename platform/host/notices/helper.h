@@ -4,7 +4,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <vector>
 
 #include "platform/notify/notice_protocol.h"
 
@@ -13,18 +12,18 @@
 // that listens to the helper ends. Any thread. A forked child does not have its parent's helper.
 class HostNoticeHelper {
  public:
-  // The owner's functions, called on the listening thread with no lock held.
+  // The owner's functions, called on the listening thread with no lock held. They must not throw.
   struct Events {
-    // These notices have ended: they were dismissed, or the helper logged them.
-    void (*gone)(const std::vector<uint32_t>& notices);
-    // The helper has ended or hangs, so these notices are lost.
-    void (*lost)(const std::vector<uint32_t>& notices);
+    // The notice has ended: it was dismissed, or the helper logged it.
+    void (*gone)(uint32_t notice);
+    // The helper has ended or hangs, so the notice is lost.
+    void (*lost)(uint32_t notice);
     // Called after the others, and again every 50 ms until it returns true.
     bool (*settle)();
   };
 
   // Returns null if there is no helper program or no desktop, or if no thread or process can be
-  // created.
+  // created. Throws std::bad_alloc.
   static std::shared_ptr<HostNoticeHelper> Start(const Events& events);
 
   HostNoticeHelper(const HostNoticeHelper&) = delete;
@@ -32,6 +31,7 @@ class HostNoticeHelper {
   ~HostNoticeHelper();
 
   // Never waits. Returns false if this helper accepts no more notices; then start another one.
+  // Throws std::bad_alloc before it sends anything.
   bool Show(const NoticeMessage& message);
   void Remove(uint32_t notice);  // no event follows for it
 

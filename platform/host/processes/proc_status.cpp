@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/host/base/open_file.h"
+
 namespace {
 
 constexpr uint64_t kKernelThread = 0x00200000;  // a bit of the flags field
@@ -45,13 +47,12 @@ int HostReadProcessStatus(pid_t pid, HostProcessStatus* status) {
   // itself, with a start time that differs from the one that other processes see.
   char path[40];
   std::snprintf(path, sizeof path, "/proc/./%d/stat", static_cast<int>(pid));
-  const int fd = open(path, O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return errno == ENOENT ? ESRCH : errno;
+  const HostOpenFile file(open(path, O_RDONLY | O_CLOEXEC));
+  if (!file.IsOpen()) return errno == ENOENT ? ESRCH : errno;
   char text[1024];
   struct stat info;
-  const ssize_t size = read(fd, text, sizeof text - 1);
-  const int error = size < 0 || fstat(fd, &info) != 0 ? errno : 0;
-  close(fd);
+  const ssize_t size = read(file.Get(), text, sizeof text - 1);
+  const int error = size < 0 || fstat(file.Get(), &info) != 0 ? errno : 0;
   if (error != 0 || size == 0) return error != 0 ? error : ESRCH;
   text[size] = 0;
   status->uid = info.st_uid;

@@ -161,7 +161,7 @@ int HostStartProgram(const char* path, HostStartedProgram* started, char* const*
   assert(path[0] == '/' && (arguments == nullptr || arguments[0] != nullptr));
   Stacks stacks;
   if (!stacks.IsUsable()) return errno;
-  const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
+  const int nothing = HostAboveStandard(open("/dev/null", O_RDWR | O_CLOEXEC));
   if (nothing < 0) return errno;
   char* const nameOnly[] = {const_cast<char*>(path), nullptr};
   if (arguments == nullptr) arguments = nameOnly;

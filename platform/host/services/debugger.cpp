@@ -9,16 +9,16 @@
 #include <mutex>
 #include <string_view>
 
+#include "platform/host/base/open_file.h"
 #include "platform/host/base/sink_file.h"
 
 namespace {
 
 bool IsTraced() {
-  const int fd = open("/proc/self/status", O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
+  const HostOpenFile file(open("/proc/self/status", O_RDONLY | O_CLOEXEC));
+  if (!file.IsOpen()) return false;
   char text[4096];
-  const ssize_t size = read(fd, text, sizeof text - 1);
-  close(fd);
+  const ssize_t size = read(file.Get(), text, sizeof text - 1);
   if (size <= 0) return false;
   text[size] = 0;
   constexpr char kField[] = "\nTracerPid:";

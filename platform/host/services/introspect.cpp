@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstdint>
 
+#include "platform/host/base/open_file.h"
+
 namespace {
 
 constexpr UInt32 kNoAuditSession = 0xFFFFFFFF;
@@ -39,11 +41,10 @@ constinit std::atomic<uint64_t> sAuditSession{0};
 
 // 0 when the file cannot be read now. A system without the file has no audit sessions.
 uint64_t ReadAuditSession() {
-  const int fd = open("/proc/self/sessionid", O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return errno == ENOENT || errno == ENOTDIR ? kIsRead | kNoAuditSession : 0;
+  const HostOpenFile file(open("/proc/self/sessionid", O_RDONLY | O_CLOEXEC));
+  if (!file.IsOpen()) return errno == ENOENT || errno == ENOTDIR ? kIsRead | kNoAuditSession : 0;
   char text[16];
-  const ssize_t size = read(fd, text, sizeof text - 1);
-  close(fd);
+  const ssize_t size = read(file.Get(), text, sizeof text - 1);
   if (size <= 0) return 0;
   text[size] = 0;
   UInt32 id = kNoAuditSession;

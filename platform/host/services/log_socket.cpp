@@ -12,6 +12,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "platform/host/base/open_file.h"
+
 namespace {
 
 constexpr size_t kMaxHead = 128;  // priority, time, program and process
@@ -60,10 +62,9 @@ bool HostLogSocket::SendToLog(const char* bytes, size_t size) const {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
-  const int log = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  if (log < 0) return false;
-  const ssize_t sent = sendto(log, bytes, size, MSG_DONTWAIT | MSG_NOSIGNAL,
+  const HostOpenFile log(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  if (!log.IsOpen()) return false;
+  const ssize_t sent = sendto(log.Get(), bytes, size, MSG_DONTWAIT | MSG_NOSIGNAL,
                               reinterpret_cast<const sockaddr*>(&address), sizeof address);
-  close(log);
   return sent == static_cast<ssize_t>(size);
 }

@@ -8,6 +8,7 @@
 #include <new>
 
 #include "platform/host/base/descriptors.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/base/thread_object.h"
 
 namespace {
@@ -102,13 +103,15 @@ void Apply(pid_t thread, policy_t policy, integer_t priority) {
 }  // namespace
 
 mach_port_t mach_thread_self(void) {
-  ThreadRecord*& record = HostThreadObject<OwnRecord>().record;
-  if (record == nullptr || record->generation != HostForkGeneration()) {
-    delete record;
-    record = nullptr;
-    record = new ThreadRecord;
-  }
-  return record->port;
+  return HostGuard(mach_port_t{MACH_PORT_NULL}, [] {
+    ThreadRecord*& record = HostThreadObject<OwnRecord>().record;
+    if (record == nullptr || record->generation != HostForkGeneration()) {
+      delete record;
+      record = nullptr;
+      record = new ThreadRecord;
+    }
+    return record->port;
+  });
 }
 
 kern_return_t thread_info(thread_act_t thread, thread_flavor_t flavor, thread_info_t out,

@@ -2,7 +2,6 @@
 
 #include <CoreServices/Processes.h>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -22,7 +21,10 @@
 #include <utility>
 
 #include "platform/host/base/descriptors.h"
+#include "platform/host/base/directory.h"
 #include "platform/host/base/file_lock.h"
+#include "platform/host/base/guard.h"
+#include "platform/host/base/open_file.h"
 #include "platform/host/base/thread_object.h"
 #include "platform/host/processes/proc_status.h"
 #include "platform/host/processes/serial_number.h"
@@ -290,41 +292,28 @@ bool RemoveIfStale(const HostContext& context, const char* file) {
   return ours;
 }
 
-struct DirectoryCloser {
-  void operator()(DIR* directory) const { closedir(directory); }
-};
-using Directory = std::unique_ptr<DIR, DirectoryCloser>;
-
-Directory OpenDirectory(int fd) {
-  // A description of its own: the shared one has a position.
-  const int copy = HostAboveStandard(openat(fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  DIR* directory = copy < 0 ? nullptr : fdopendir(copy);
-  if (directory == nullptr && copy >= 0) close(copy);
-  return Directory(directory);
-}
-
 // Examines some of the names, beginning anywhere: what lies in front may be in use for long.
 void RemoveStaleFiles(const HostContext& context) {
-  const Directory directory = OpenDirectory(context.names);
-  if (directory == nullptr) return;
+  HostDirectory directory(context.names, ".");
+  if (!directory.IsOpen()) return;
   uint32_t skipped = 0;
   if (getrandom(&skipped, sizeof skipped, 0) != sizeof skipped) skipped = 0;
   skipped %= kSkippedAtMost;
   uint32_t count = 0;
-  while (count < skipped && readdir(directory.get()) != nullptr) count++;
+  while (count < skipped && directory.Next() != nullptr) count++;
   if (count < skipped) {  // fewer than that: round once more
-    rewinddir(directory.get());
+    directory.Rewind();
     for (uint32_t left = count == 0 ? 0 : skipped % count; left > 0; left--) {
-      static_cast<void>(readdir(directory.get()));
+      static_cast<void>(directory.Next());
     }
   }
   int removed = 0;
   bool isRound = false;
   for (int seen = 0; seen < kEntriesPerClaim && removed < kRemovalsPerClaim; seen++) {
-    const dirent* entry = readdir(directory.get());
+    const dirent* entry = directory.Next();
     if (entry == nullptr) {
       if (std::exchange(isRound, true)) return;
-      rewinddir(directory.get());
+      directory.Rewind();
     } else if (entry->d_name[0] != '.' && RemoveIfStale(context, entry->d_name)) {
       removed++;
     }
@@ -473,7 +462,7 @@ kern_return_t HostClaimName(const char* name, uint64_t portId, int* claim) {
   }
   futimens(fd, nullptr);  // a lock wakes no file watcher, this does
   *claim = fd;
-  RemoveStaleFiles(*context);
+  HostGuard([context] { RemoveStaleFiles(*context); });  // without memory another claim does it
   return 0;
 }
 
@@ -507,16 +496,15 @@ kern_return_t HostFindName(const char* name, uint64_t* portId) {
 std::string HostFindNameOwnedBy(const std::function<bool(pid_t)>& isOwner) {
   const HostContext* context = HostGetContext();
   if (context == nullptr) return {};
-  const Directory directory = OpenDirectory(context->names);
-  if (directory == nullptr) return {};
+  HostDirectory directory(context->names, ".");
+  if (!directory.IsOpen()) return {};
   std::string hidden;
-  while (const dirent* entry = readdir(directory.get())) {
+  while (const dirent* entry = directory.Next()) {
     const auto name = DecodeName(entry->d_name);
     if (!name) continue;
-    const int fd = OpenToLook(*context, entry->d_name);
-    if (fd < 0) continue;
-    const pid_t owner = PublishedOwner(PublishedPort(fd), ReadRecord(fd));
-    close(fd);
+    const HostOpenFile file(OpenToLook(*context, entry->d_name));
+    if (!file.IsOpen()) continue;
+    const pid_t owner = PublishedOwner(PublishedPort(file.Get()), ReadRecord(file.Get()));
     if (owner == 0 || !isOwner(owner)) continue;
     if ((*name)[0] != 1) return *name;
     hidden = *name;
@@ -528,9 +516,9 @@ std::vector<HostNameInfo> HostReadNames() {
   std::vector<HostNameInfo> names;
   const HostContext* context = HostGetContext();
   if (context == nullptr) return names;
-  const Directory directory = OpenDirectory(context->names);
-  if (directory == nullptr) return names;
-  while (const dirent* entry = readdir(directory.get())) {
+  HostDirectory directory(context->names, ".");
+  if (!directory.IsOpen()) return names;
+  while (const dirent* entry = directory.Next()) {
     if (auto info = ReadNameFile(*context, entry->d_name)) names.push_back(std::move(*info));
   }
   return names;

@@ -14,6 +14,7 @@
 #include "tests/platform/events/support.h"
 #include "tests/platform/objects/support.h"
 #include "tests/support/repeated_signals.h"
+#include "tests/threads/bounded.h"
 
 namespace {
 
@@ -433,6 +434,34 @@ TEST(RunLoop, SignalsDoNotEndAWait) {
   EXPECT_GE(Clock::now() - start, 80ms);
   EXPECT_TRUE(RepeatedSignals::haveCome);
   EXPECT_EQ(0, action.performed);
+}
+
+// The callbacks of a port's context may use ports themselves.
+TEST(MachPort, ARetainCallbackMayMakeAnotherPort) {
+  WithinTime([] {
+    CFMachPortContext context = {};
+    int retained = 0;
+    context.info = &retained;
+    context.retain = [](const void* info) {
+      const OwnedRef<CFMachPortRef> inner = CFMachPortCreate(nullptr, nullptr, nullptr, nullptr);
+      EXPECT_NE(nullptr, static_cast<CFMachPortRef>(inner));
+      ++*static_cast<int*>(const_cast<void*>(info));
+      return info;
+    };
+    context.release = [](const void* info) { --*static_cast<int*>(const_cast<void*>(info)); };
+    Boolean shouldFree = true;
+    const OwnedRef<CFMachPortRef> port = CFMachPortCreate(nullptr, nullptr, &context, &shouldFree);
+    EXPECT_FALSE(shouldFree);
+    EXPECT_EQ(1, retained);
+    // The same object: its context stays the first one.
+    const OwnedRef<CFMachPortRef> same = CFMachPortCreateWithPort(
+        nullptr, CFMachPortGetPort(port), nullptr, &context, &shouldFree);
+    EXPECT_TRUE(shouldFree);
+    EXPECT_EQ(static_cast<CFMachPortRef>(port), static_cast<CFMachPortRef>(same));
+    EXPECT_EQ(1, retained);
+    CFMachPortInvalidate(port);
+    EXPECT_EQ(0, retained);
+  });
 }
 
 }  // namespace
