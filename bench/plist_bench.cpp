@@ -16,7 +16,9 @@
 #include <vector>
 
 #include "bench/ipc_report.h"
+#include "platform/host/plist/binary_write.h"
 #include "platform/host/plist/codec.h"
+#include "platform/host/plist/xml_write.h"
 
 #ifdef VLT_HAS_EXPAT
 #include <expat.h>

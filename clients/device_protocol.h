@@ -2,6 +2,8 @@
 
 #include <CoreServices/CoreServices.h>
 
+#include "launch/launch_spec.h"
+
 // The device monitor's protocol: the events it handles and their parameters, for clients and
 // servers. Texts are 'TEXT' without a terminator; ids are 'long'. Constants only: any thread.
 //
@@ -9,7 +11,7 @@
 // preferences and its attributes. The device monitor defines what the status bits and the entries
 // of a status list mean.
 
-enum : AEEventClass { kDMEventClass = FourCC('C', 'm', 'o', 'N') };
+enum : AEEventClass { kDMEventClass = kDeviceMonitorSignature };
 
 enum : AEEventID {
   kDMGetDeviceIDs = FourCC('G', 't', 'I', 's'),

@@ -6,7 +6,10 @@
 #include <cstdlib>
 #include <string>
 
-#include "platform/host/plist/codec.h"
+#include "platform/host/plist/binary_read.h"
+#include "platform/host/plist/binary_write.h"
+#include "platform/host/plist/xml_read.h"
+#include "platform/host/plist/xml_write.h"
 
 // What the fuzz targets of the property-list readers have in common: what was accepted once must
 // survive both written forms, and be the same list from then on.

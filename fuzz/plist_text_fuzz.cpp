@@ -1,4 +1,5 @@
 #include "fuzz/plist_check.h"
+#include "platform/host/plist/text_read.h"
 
 // Property lists in the old text form. Strings may have NULs and halves of pairs by their escapes,
 // so not all that is accepted can be written as XML.

@@ -42,6 +42,9 @@ static_assert(offsetof(VLTLaunchSpec, launchByBundleID) == 24 + 5 * sizeof(void*
 static_assert(offsetof(VLTLaunchSpec, findBySignature) == 28 + 5 * sizeof(void*));
 static_assert(offsetof(VLTLaunchSpec, findByPortName) == 32 + 5 * sizeof(void*));
 
+// The signature of the device monitor's application, which is also the class of its events.
+inline constexpr OSType kDeviceMonitorSignature = FourCC('C', 'm', 'o', 'N');
+
 // The daemons of the package. Clients start the session daemon automatically. They start the device
 // monitor only if the client or the launch preferences ask for it.
 extern const VLTLaunchSpec gSessionMonitorLaunchSpec;

@@ -1,3 +1,5 @@
+#include "platform/host/plist/binary_read.h"
+
 #include <bit>
 #include <cassert>
 #include <cmath>
@@ -17,7 +19,6 @@
 #include "platform/host/objects/cf_string.h"
 #include "platform/host/plist/binary.h"
 #include "platform/host/plist/builder.h"
-#include "platform/host/plist/codec.h"
 
 namespace {
 

@@ -1,3 +1,5 @@
+#include "platform/host/plist/binary_write.h"
+
 #include <bit>
 #include <cassert>
 #include <cstdint>
@@ -14,7 +16,6 @@
 #include "platform/host/objects/cf_number.h"
 #include "platform/host/objects/cf_string.h"
 #include "platform/host/plist/binary.h"
-#include "platform/host/plist/codec.h"
 #include "platform/host/plist/output.h"
 #include "platform/host/plist/walk.h"
 

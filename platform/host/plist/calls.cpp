@@ -11,10 +11,12 @@
 #include "platform/host/objects/cf_data.h"
 #include "platform/host/objects/cf_stream.h"
 #include "platform/host/objects/cf_string.h"
+#include "platform/host/plist/binary_write.h"
 #include "platform/host/plist/builder.h"
 #include "platform/host/plist/codec.h"
 #include "platform/host/plist/introspect.h"
 #include "platform/host/plist/walk.h"
+#include "platform/host/plist/xml_write.h"
 
 namespace {
 

@@ -5,6 +5,10 @@
 #include <string>
 #include <string_view>
 
+#include "platform/host/plist/binary_read.h"
+#include "platform/host/plist/text_read.h"
+#include "platform/host/plist/xml_read.h"
+
 namespace {
 
 // The first characters of a text file behind byte-order mark and white space; what is no ASCII

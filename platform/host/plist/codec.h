@@ -9,6 +9,9 @@
 // This room reads and writes property lists as bytes; the CFPropertyList functions call it. Readers
 // and writers go through their input once, without recursion, and keep no state. Any thread.
 //
+// The readers and writers of one form each are in xml_read.h, binary_read.h, text_read.h,
+// xml_write.h and binary_write.h; what they have in common is here.
+//
 // Limits: containers nest at most kHostPlistDepth deep. A reader uses at most 8 times the size of
 // its input (binary: 16 times) and 4 MiB for all that it makes, and refuses what needs more.
 //
@@ -35,16 +38,6 @@ struct HostPlistRequest {
 CFPropertyListRef HostReadPlist(const UInt8* bytes, size_t count, const HostPlistRequest& request,
                                 CFPropertyListFormat* format, HostPropertyListError* error);
 
-// These read one form each, from a whole file of `count` bytes; each is defined in the source that
-// has its name.
-CFPropertyListRef HostReadPlistXML(const UInt8* bytes, size_t count,
-                                   const HostPlistRequest& request, HostPropertyListError* error);
-CFPropertyListRef HostReadPlistBinary(const UInt8* bytes, size_t count,
-                                      const HostPlistRequest& request,
-                                      HostPropertyListError* error);
-CFPropertyListRef HostReadPlistText(const UInt8* bytes, size_t count,
-                                    const HostPlistRequest& request, HostPropertyListError* error);
-
 // Receives a writer's bytes, piece by piece. One writer, one thread.
 class HostPlistSink {
  public:
@@ -54,10 +47,3 @@ class HostPlistSink {
  protected:
   ~HostPlistSink() = default;
 };
-
-// These write the whole list. They return false with `*error` if the object is not a property list,
-// nests too deeply or contains itself, has text or a date that the form cannot carry, if there is
-// no memory, or if the sink refuses. The sink may have received some bytes then.
-bool HostWritePlistXML(CFPropertyListRef list, HostPlistSink& sink, HostPropertyListError* error);
-bool HostWritePlistBinary(CFPropertyListRef list, HostPlistSink& sink,
-                          HostPropertyListError* error);

@@ -1,3 +1,5 @@
+#include "platform/host/plist/text_read.h"
+
 #include <cstring>
 #include <string>
 #include <vector>

@@ -1,9 +1,7 @@
+#include "platform/host/plist/xml_prolog.h"
+
 #include <cstring>
 #include <iterator>
-
-#include "platform/host/plist/xml_markup.h"
-
-// What stands before and between elements: declaration, document type, comments, instructions.
 
 namespace {
 
@@ -15,7 +13,7 @@ bool IsVersionOne(std::string_view value) {
 
 }  // namespace
 
-bool HostXMLMarkup::CheckEncoding(const UInt8* where, std::string_view name) {
+bool HostXMLProlog::CheckEncoding(const UInt8* where, std::string_view name) {
   std::string lower;
   for (const char c : name) {
     lower += static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
@@ -32,7 +30,7 @@ bool HostXMLMarkup::CheckEncoding(const UInt8* where, std::string_view name) {
               "convert the file to UTF-8 and change its declaration");
 }
 
-bool HostXMLMarkup::ReadDeclaration() {
+bool HostXMLProlog::ReadDeclaration() {
   const UInt8* const from = at;
   at += std::strlen("<?xml");
   constexpr std::string_view kOrder[] = {"version", "encoding", "standalone"};
@@ -64,7 +62,7 @@ bool HostXMLMarkup::ReadDeclaration() {
 }
 
 // A public identifier has only some characters, a system identifier any.
-bool HostXMLMarkup::ReadLiteral(bool isPublic) {
+bool HostXMLProlog::ReadLiteral(bool isPublic) {
   SkipBlanks();
   if (at == end) return FailAtEnd("the end of the document type");
   const UInt8 quote = *at;
@@ -83,7 +81,7 @@ bool HostXMLMarkup::ReadLiteral(bool isPublic) {
   return IsText(from, at) || FailNotText(from, at);
 }
 
-bool HostXMLMarkup::ReadDoctype() {
+bool HostXMLProlog::ReadDoctype() {
   at += std::strlen("<!DOCTYPE");
   if (!SkipBlanks() || TakeName().empty()) return Fail(at, "the document type has no name");
   const bool blank = SkipBlanks();
@@ -106,7 +104,7 @@ bool HostXMLMarkup::ReadDoctype() {
   return true;
 }
 
-bool HostXMLMarkup::SkipComment() {
+bool HostXMLProlog::SkipComment() {
   const UInt8* const from = at;
   at += std::strlen("<!--");
   for (;;) {
@@ -122,7 +120,7 @@ bool HostXMLMarkup::SkipComment() {
   return IsText(from, at) || FailNotText(from, at);
 }
 
-bool HostXMLMarkup::SkipInstruction() {
+bool HostXMLProlog::SkipInstruction() {
   const UInt8* const from = at;
   at += 2;
   const std::string_view name = TakeName();
@@ -143,7 +141,7 @@ bool HostXMLMarkup::SkipInstruction() {
   return IsText(from, at) || FailNotText(from, at);
 }
 
-bool HostXMLMarkup::SkipMisc(bool mayHaveDoctype) {
+bool HostXMLProlog::SkipMisc(bool mayHaveDoctype) {
   for (;;) {
     SkipBlanks();
     if (Left() < 2 || at[0] != '<' || (at[1] != '!' && at[1] != '?')) return true;

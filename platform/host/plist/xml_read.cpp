@@ -1,3 +1,5 @@
+#include "platform/host/plist/xml_read.h"
+
 #include <cstring>
 #include <string_view>
 #include <vector>

@@ -1,3 +1,5 @@
+#include "platform/host/plist/xml_write.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cstring>
@@ -9,7 +11,6 @@
 #include "platform/host/objects/cf_date.h"
 #include "platform/host/objects/cf_number.h"
 #include "platform/host/plist/characters.h"
-#include "platform/host/plist/codec.h"
 #include "platform/host/plist/output.h"
 #include "platform/host/plist/walk.h"
 

@@ -18,8 +18,9 @@
 #include "platform/host/base/file_lock.h"
 #include "platform/host/base/open_file.h"
 #include "platform/host/objects/cf_date.h"
-#include "platform/host/plist/codec.h"
+#include "platform/host/plist/binary_write.h"
 #include "platform/host/plist/walk.h"
+#include "platform/host/plist/xml_write.h"
 
 // How a commit goes.
 //

@@ -7,8 +7,10 @@
 #include <string>
 #include <string_view>
 
+#include "platform/host/plist/binary_write.h"
 #include "platform/host/plist/codec.h"
 #include "platform/host/plist/introspect.h"
+#include "platform/host/plist/xml_write.h"
 
 // A list that was read from bytes, or why there is none.
 class ReadList {
