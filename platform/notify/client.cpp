@@ -39,7 +39,7 @@ void Client::TakeMessage() {
   } else if (isMessage && message.kind == NoticeMessageKind::kRemove) {
     desktop->Remove(message.notice);
   } else {
-    // The end, or a client that speaks another language.
+    // The client has closed the connection, or sends something else.
     hasEnded = true;
     source = sd_event_source_disable_unref(source);
   }

@@ -81,7 +81,7 @@ int Desktop::OwnerChanged(sd_bus_message*, void* desktop, sd_bus_error*) {
   return 0;
 }
 
-// Nobody will tell any more when these are dismissed, nor whether they were seen.
+// No signal will arrive any more when these notices are dismissed, so nobody may have seen them.
 void Desktop::LoseAll() {
   for (const auto& [place, shown] : std::exchange(onScreen, {})) {
     GiveToLog(shown.notice, shown.text);
@@ -220,8 +220,8 @@ int Desktop::NoticeClosed(sd_bus_message* signal, void* pointer, sd_bus_error*) 
       std::find_if(desktop.onScreen.begin(), desktop.onScreen.end(),
                    [serviceID](const auto& entry) { return entry.second.serviceID == serviceID; });
   if (shown == desktop.onScreen.end()) {
-    // Perhaps the notice that the service is about to answer for. A service that floods this helper
-    // with other programs' ids finds no more room than for a few.
+    // This may be the notice whose id the service is about to return. The limit keeps a service
+    // that sends many ids of other programs' notices from filling the memory.
     if (desktop.call != nullptr && desktop.closedEarly.size() < kNoticeLimit) {
       desktop.closedEarly.push_back(serviceID);
     }
@@ -233,7 +233,7 @@ int Desktop::NoticeClosed(sd_bus_message* signal, void* pointer, sd_bus_error*) 
   return 0;
 }
 
-// Nothing hangs on the answer.
+// The reply does not matter.
 void Desktop::CloseNotice(uint32_t serviceID) {
   (void)sd_bus_call_method_async(bus, nullptr, kService, kPath, kInterface, "CloseNotification",
                                  nullptr, nullptr, "u", serviceID);

@@ -52,8 +52,8 @@ int ReadPids(std::vector<pid_t>* pids) {
   return 0;
 }
 
-// Finds the first pid above `after`; 0 at the end of the list. A pass that begins (`anew`)
-// always reads the list. Returns 0 or an errno value.
+// Finds the first pid above `after`, or 0 at the end of the list. `anew` is set for the first step
+// of a pass, which always reads the list again. Returns 0 or an errno value.
 int FindNextPid(pid_t after, bool anew, pid_t* pid) {
   Pids& known = KnownPids();
   const std::lock_guard<std::mutex> lock(known.mutex);
@@ -98,8 +98,8 @@ OSErr NextProcess(ProcessSerialNumber* psn) {
     if (error == 0 && pid == 0) break;
     if (error == 0) error = HostFindSerialNumber(pid, psn);
     if (error == 0) return noErr;
-    // Processes that end or whose /proc is closed to us are passed over; without file descriptors
-    // or memory nobody knows what comes next.
+    // Skips processes that end and those whose files in /proc this process may not read. Without
+    // file descriptors or memory the next process is not known.
     if (error == EMFILE || error == ENFILE || error == ENOMEM) return HostFileStatus(error);
     if (pid == 0) return HostFileStatus(error);
   }

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <cstring>
 
-// Big-endian numbers in byte runs of any alignment, the same on every CPU architecture. Pure
-// functions: any thread.
+// Reads and writes big-endian numbers at addresses of any alignment, on every CPU architecture.
+// Pure functions: any thread.
 
 inline uint16_t HostSwap16(uint16_t value) { return __builtin_bswap16(value); }
 inline uint32_t HostSwap32(uint32_t value) { return __builtin_bswap32(value); }

@@ -6,9 +6,9 @@
 #include <climits>
 #include <cstdint>
 
-// Time on the monotonic clock. Wall-clock steps never matter. Any thread.
+// Time on the monotonic clock, which no change of the wall clock affects. Any thread.
 
-// Nanoseconds since an arbitrary start.
+// Returns the nanoseconds since an arbitrary start.
 inline int64_t HostNow() {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
@@ -17,15 +17,15 @@ inline int64_t HostNow() {
 
 inline constexpr int64_t kHostMillisecond = 1'000'000;  // in nanoseconds
 inline constexpr int64_t kHostSecond = 1'000'000'000;
-inline constexpr int64_t kHostNever = INT64_MAX;  // a deadline that does not come
+inline constexpr int64_t kHostNever = INT64_MAX;  // a deadline that never passes
 
-// `now` + `nanoseconds`, saturating at kHostNever.
+// Returns `now` + `nanoseconds`, at most kHostNever.
 inline int64_t HostDeadlineAfter(int64_t now, int64_t nanoseconds) {
   return nanoseconds >= kHostNever - now ? kHostNever : now + nanoseconds;
 }
 
-// Milliseconds until `deadline` for poll and its kin, rounded up so that a wait never ends early:
-// -1 for ever, 0 when it has passed.
+// Returns the milliseconds until `deadline`, as poll and similar calls expect them: -1 for
+// kHostNever, 0 if it has passed. Rounds up, so that a wait never ends early.
 inline int HostMillisecondsUntil(int64_t deadline, int64_t now) {
   if (deadline == kHostNever) return -1;
   if (deadline <= now) return 0;

@@ -11,7 +11,7 @@
 
 namespace {
 
-// One byte for each descriptor number. Untouched pages cost nothing.
+// The kind of each file descriptor, by its number. Pages that were never written take no memory.
 constexpr int kTableSize = 1 << 20;
 constinit uint8_t sKinds[kTableSize] = {};
 constinit std::atomic<int> sHighest{-1};
@@ -37,7 +37,7 @@ void CloseKind(HostDescriptorKind kind, int highest) {
   }
 }
 
-// Only close(): unlocking, EPOLL_CTL_DEL, shutdown and unlink would act on what the parent shares.
+// Only closes. Unlocking, EPOLL_CTL_DEL, shutdown and unlink would act on what the parent shares.
 void GiveUpInChild() {
   const int highest = sHighest.load(std::memory_order_relaxed);
   CloseKind(HostDescriptorKind::kEpoll, highest);
@@ -93,7 +93,7 @@ int HostAboveStandard(int fd) {
 
 void HostCloseDescriptor(int fd) {
   if (fd < 0) return;
-  // Taken out first: the number may be another thread's the moment it is closed.
+  // Cleared before closing: another thread may get the number as soon as it is closed.
   Kind(fd).store(0, std::memory_order_relaxed);
   close(fd);
 }

@@ -33,11 +33,12 @@ class HostDirectory {
   }
 
   bool IsOpen() const { return stream != nullptr; }
-  int Descriptor() const { return dirfd(stream.get()); }  // stays owned
+  // Returns the file descriptor, which this object closes.
+  int Descriptor() const { return dirfd(stream.get()); }
 
   // Returns the next entry, valid until the next call, or null after the last one.
   const dirent* Next() { return readdir(stream.get()); }
-  // The next entry is the first one again.
+  // Makes the first entry the next one.
   void Rewind() { rewinddir(stream.get()); }
 
  private:

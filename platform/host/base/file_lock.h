@@ -2,17 +2,18 @@
 
 #include <sys/types.h>
 
-// Locks on single bytes of a file, of the open-file-description kind: they belong to the
-// description, not to the process. They are dropped with its last descriptor, so also when the
-// owner dies, and are not disturbed by another descriptor of the same file being closed. Any
+// Locks on single bytes of a file. They are open-file-description locks: they belong to an opening
+// of the file, not to the process, and end when its last file descriptor is closed, so also when
+// the owner dies. Closing another file descriptor of the same file does not affect them. Any
 // thread.
 
-// Locks the byte for us alone, without waiting. False with errno: EAGAIN or EACCES when somebody
-// else has it.
+// Locks the byte exclusively, without waiting. Returns false with errno if that fails: EAGAIN or
+// EACCES if another owner has it.
 bool HostTryLockByte(int fd, off_t start);
 
-// Gives the byte back, also for copies of the descriptor in forked children.
+// Unlocks the byte, also for copies of the file descriptor in forked children.
 void HostUnlockByte(int fd, off_t start);
 
-// Whether `file` in `directory` still names what `fd` is open on. What was removed guards nothing.
+// Returns whether `file` in `directory` still is the file that `fd` is open on. A lock on a file
+// that was removed or replaced excludes nobody.
 bool HostIsSameFile(int directory, const char* file, int fd);

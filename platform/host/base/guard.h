@@ -4,9 +4,9 @@
 #include <type_traits>
 #include <utility>
 
-// HostGuard stands at the edge of a platform call. Inside the host layer std::bad_alloc may pass
-// through any function, which leaves its own state as it was; the call itself lets it go no
-// further and returns its memory error instead:
+// HostGuard is used at the edge of a platform call. Inside the host layer std::bad_alloc may pass
+// through any function, which leaves its own state as it was. The call catches it and returns its
+// memory error instead:
 //
 //   kern_return_t bootstrap_register(...) {
 //     return HostGuard(BOOTSTRAP_NO_MEMORY, [&] { return Register(name, port); });
@@ -23,7 +23,7 @@ Result HostGuard(Result withoutMemory, Work&& work) {
   }
 }
 
-// For a call without a result: false when there was no memory.
+// For a call without a result. Returns false if there was no memory.
 template <class Work>
 requires std::is_void_v<std::invoke_result_t<Work>>
 bool HostGuard(Work&& work) {

@@ -11,7 +11,7 @@ struct Key {
   UInt64 second = 0xD1B54A32D192ED03;
 };
 
-// The kernel gives every program 16 random bytes when it starts: no call, no descriptor.
+// The kernel gives every program 16 random bytes when it starts, so this needs no system call.
 Key ReadKey() {
   Key key;
   const auto* random = reinterpret_cast<const void*>(getauxval(AT_RANDOM));
@@ -24,8 +24,8 @@ const Key& ProcessKey() {
   return key;
 }
 
-// Both halves of the product in one: each bit depends on all of both factors, of which nobody
-// outside knows a bit once the key is in them.
+// Combines both halves of the product: each bit of the result depends on all bits of both factors.
+// Nobody outside knows a factor, because the key is in each.
 UInt64 Fold(UInt64 a, UInt64 b) {
 #ifdef __SIZEOF_INT128__
   __extension__ using UInt128 = unsigned __int128;
@@ -41,7 +41,7 @@ UInt64 Fold(UInt64 a, UInt64 b) {
 #endif
 }
 
-// In native order: the value never leaves the process.
+// Uses the native byte order, because the value never leaves the process.
 template <class Word>
 UInt64 Load(const UInt8* bytes) {
   Word word;
@@ -51,7 +51,8 @@ UInt64 Load(const UInt8* bytes) {
 
 }  // namespace
 
-// Sixteen bytes a step. The last ones are read from the end, and may be read twice.
+// Takes sixteen bytes at a time. The last sixteen are read from the end, some of them a second
+// time.
 UInt32 HostHashBytes(const void* given, size_t count) {
   const Key& key = ProcessKey();
   const auto* bytes = static_cast<const UInt8*>(given);

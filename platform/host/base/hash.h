@@ -4,9 +4,9 @@
 
 #include <cstddef>
 
-// Hashes for tables whose keys may be chosen by somebody else: keyed with random bytes of this
-// process, so that nobody outside can tell which keys collide, and not the same in two processes.
-// Any thread.
+// Hashes for tables whose keys may come from outside. They depend on random bytes of this process,
+// so nobody outside can choose keys that collide; two processes get different hashes for the same
+// key. Any thread.
 
 UInt32 HostHashBytes(const void* bytes, size_t count);
-UInt32 HostHashWord(UInt64 word);  // for words that are not hostile
+UInt32 HostHashWord(UInt64 word);  // for words that nobody outside chooses

@@ -17,8 +17,8 @@ constexpr SInt64 kEndSecond = 252423993600;    // 10000-01-01T00:00:00Z
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
-// Days from 2001-01-01 in the Gregorian calendar, carried on before its beginning. Years begin in
-// March, so that the leap day is the last one.
+// Returns the days from 2001-01-01 in the Gregorian calendar, which is used for all years. The
+// arithmetic lets years begin in March, so that the leap day is the last day of a year.
 SInt64 DaysFromDate(int year, int month, int day) {
   const int y = month <= 2 ? year - 1 : year;
   const int dayOfYear = (153 * (month > 2 ? month - 3 : month + 9) + 2) / 5 + day - 1;
@@ -56,10 +56,10 @@ void PutTwoDigits(char* out, int value) {
   out[1] = static_cast<char>('0' + value % 10);
 }
 
-// Whole numbers and those with halves, quarters or eighths, which most settings are: their digits
-// are few and exact. Null for all others.
+// Writes whole numbers and those with halves, quarters or eighths, whose digits are few and exact;
+// most settings are such numbers. Returns null for all others.
 char* PutFewDigits(double value, char* out) {
-  constexpr double kLimit = 1e13;  // with three digits more: no more than 17, which are all put
+  constexpr double kLimit = 1e13;  // with three more digits that is 17 at most
   if (value == 0 || !(std::fabs(value) < kLimit)) return nullptr;  // -0 has its sign
   const auto eighths = static_cast<SInt64>(value * 8);
   if (static_cast<double>(eighths) != value * 8) return nullptr;
@@ -81,8 +81,8 @@ bool IsWord(std::string_view text, std::string_view word) {
   return true;
 }
 
-// What a well-formed number is rounded to that no finite double, and no double but zero, is near
-// to: infinity or zero, as in all arithmetic.
+// Returns the value of a well-formed number outside the range of double: infinity if it is too
+// large, 0 if it is too small. The caller applies the sign.
 double RoundBeyondRange(std::string_view text) {
   constexpr SInt64 kBeyondAll = SInt64{1} << 40;
   const size_t mark = std::min(text.find_first_of("eE"), text.size());
@@ -99,7 +99,7 @@ double RoundBeyondRange(std::string_view text) {
   return point - first + exponent > 0 ? std::numeric_limits<double>::infinity() : 0.0;
 }
 
-// What the bytes of base64 mean: 0 to 63, or one of these.
+// The values of base64 characters: 0 to 63, or one of these.
 constexpr UInt8 kBlank = 64;
 constexpr UInt8 kPadding = 65;
 constexpr UInt8 kForeign = 66;
@@ -115,7 +115,7 @@ constexpr std::array<UInt8, 256> kMeaning = [] {
   return table;
 }();
 
-// The end of base64: the characters of the last, incomplete group, and its padding.
+// Decodes the end of base64: the characters of the last, incomplete group, and its padding.
 const UInt8* FinishBase64(const UInt8* at, const UInt8* end, int missing) {
   for (; at < end; ++at) {
     const UInt8 meaning = kMeaning[*at];
@@ -231,7 +231,7 @@ const UInt8* HostDecodeBase64(const UInt8* text, size_t count, UInt8* out, size_
   UInt32 group = 0;
   int inGroup = 0;
   for (;;) {
-    // Whole groups without white space between them.
+    // Decodes whole groups without white space between them.
     while (inGroup == 0 && end - at >= 4) {
       const UInt8 a = kMeaning[at[0]], b = kMeaning[at[1]], c = kMeaning[at[2]],
                   d = kMeaning[at[3]];

@@ -6,14 +6,14 @@
 #include <cassert>
 #include <cstdint>
 
-// True while the process has one thread only, as the C library tells. What was written then is seen
-// by every thread that starts later.
+// Returns whether the process has a single thread, as the C library reports. Threads that start
+// later see what was written until then.
 inline bool HostIsSingleThreaded() { return __libc_single_threaded != 0; }
 
-// HostMutex is a mutex of one word for sections that are short and never wait: taken and given back
-// without a call, and in a process that has one thread only without a locked instruction. Not
-// recursive, no order among those who wait. What a condition belongs to
-// needs std::mutex. A forked child may overwrite one with a new one.
+// HostMutex is a mutex of one word for sections that are short and never wait. Locking and
+// unlocking it takes no call, and no atomic instruction while the process has a single thread. It
+// is not recursive, and waiting threads get it in any order. A condition variable needs std::mutex
+// instead. A forked child may overwrite one with a new one.
 class HostMutex {
  public:
   constexpr HostMutex() = default;
@@ -30,23 +30,24 @@ class HostMutex {
   }
 
   void unlock() {
-    // A thread may have been started since lock(): the word says the same in both ways.
+    // A thread may have been started since lock(), which may therefore have taken the other branch.
+    // Both branches use the same values.
     if (HostIsSingleThreaded()) return word.store(kFree, std::memory_order_relaxed);
     if (word.exchange(kFree, std::memory_order_release) == kAwaited) [[unlikely]] {
       word.notify_one();
     }
   }
 
-  // For functions whose callers hold the mutex. Knows that a thread holds it, not which one.
+  // For functions whose callers hold the mutex. Checks that a thread holds it, but not which one.
   void AssertHeld() const { assert(word.load(std::memory_order_relaxed) != kFree); }
 
  private:
   static constexpr uint32_t kFree = 0;
   static constexpr uint32_t kHeld = 1;
-  static constexpr uint32_t kAwaited = 2;  // held, and somebody may sleep
+  static constexpr uint32_t kAwaited = 2;  // held, and a thread may sleep on it
 
   [[gnu::noinline, gnu::cold]] void Wait() {
-    // Taken as awaited: whether others sleep too is not known.
+    // Locks it as kAwaited, because other threads may sleep too.
     while (word.exchange(kAwaited, std::memory_order_acquire) != kFree) {
       word.wait(kAwaited, std::memory_order_relaxed);
     }

@@ -8,20 +8,21 @@
 #include <cstdint>
 #include <new>
 
-// A block for an object: null when there is no memory. `place` says where it came from; the object
-// remembers it for HostObjectPool::GiveBack.
+// A block for an object, null without memory. `place` tells where it came from; the object stores
+// it for HostObjectPool::GiveBack.
 struct HostObjectBlock {
   void* bytes;
   UInt16 place;
 };
 
-// Blocks for objects that are made by the thousand and mostly die together, such as those of a
-// large property list: cut one after the other from slabs, at a fraction of the heap's cost. A slab
-// is as large as all before it, up to 64 KiB, and is freed with the last block in it, so an object
-// that is kept keeps at most half of what was made with it.
+// HostObjectPool gives out blocks for objects that are made by the thousand and mostly destroyed
+// together, such as those of a large property list. It cuts them one after the other from slabs,
+// which costs a fraction of what the heap costs. A slab is as large as all slabs before it
+// together, up to 64 KiB, and is freed with its last block. So an object that is kept keeps at most
+// half of the memory that was allocated with it.
 //
-// A pool is used by one thread; it may be gone long before its blocks are. These are given back on
-// any thread.
+// One thread uses a pool. The pool may be destroyed long before its blocks, which any thread may
+// give back.
 class HostObjectPool {
  public:
   HostObjectPool() = default;
@@ -29,21 +30,21 @@ class HostObjectPool {
   HostObjectPool(const HostObjectPool&) = delete;
   HostObjectPool& operator=(const HostObjectPool&) = delete;
 
-  // A block aligned to 8 bytes: of the pool unless that is null or the block a large one, else of
-  // the heap.
+  // Returns a block aligned to 8 bytes. It comes from the heap if `pool` is null or the block is a
+  // large one.
   static HostObjectBlock Take(HostObjectPool* pool, size_t size) {
     if (pool != nullptr && size <= kLargestBlock) return pool->Cut((size + 7) & ~size_t{7});
     return {::operator new(size, std::nothrow), kHeap};
   }
   static void GiveBack(void* block, UInt16 place) {
     if (place == kHeap) return ::operator delete(block);
-    // By the address: the compiler takes what lies in front of an object for nothing.
+    // Computed by the address, because the compiler assumes that nothing is in front of an object.
     const uintptr_t slab = reinterpret_cast<uintptr_t>(block) - size_t{place} * kUnit;
     reinterpret_cast<Slab*>(slab)->Drop(1);
   }
 
  private:
-  // Of `place`; all other values are the distance from the slab's beginning, in units.
+  // Values of `place`. All others are the offset from the slab's beginning, in units.
   static constexpr UInt16 kHeap = 0;
   static constexpr size_t kUnit = 8;
 
@@ -52,10 +53,11 @@ class HostObjectPool {
   static constexpr size_t kLargestBlock = 512;
   static_assert(kLastSize / kUnit <= UINT16_MAX);
 
-  // What a slab begins with.
+  // The head of a slab.
   struct alignas(kUnit) Slab {
-    // While the pool cuts blocks from it, this counts down from kOpen; closing sets the balance
-    // right.
+    // While the pool cuts blocks from the slab, this is kOpen less the blocks that were given back,
+    // so cutting a block does not touch it. Closing the slab makes it the number of blocks that are
+    // still in use; at 0 the slab is freed.
     static constexpr UInt32 kOpen = 0x40000000;
     std::atomic<UInt32> blocks{kOpen};
 

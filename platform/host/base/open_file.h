@@ -6,13 +6,13 @@
 
 #include "platform/host/base/descriptors.h"
 
-// HostOpenFile owns a file descriptor for the length of a scope. Not thread-safe: one scope, one
-// owner. For descriptors that a forked child
-// must give up see descriptors.h.
+// HostOpenFile owns a file descriptor for the length of a scope. One thread at a time. File
+// descriptors that a forked child must close are entered in the table of descriptors.h instead.
 class HostOpenFile {
  public:
   HostOpenFile() = default;
-  // Takes over what has just been opened, under a number above 2; -1 with errno: none.
+  // Takes over a file descriptor that has just been opened, and moves it above 2. A negative number
+  // means that nothing is open; errno stays.
   explicit HostOpenFile(int opened) : fd(HostAboveStandard(opened)) {}
   HostOpenFile(HostOpenFile&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
   HostOpenFile& operator=(HostOpenFile&& other) noexcept {

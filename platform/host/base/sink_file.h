@@ -2,10 +2,10 @@
 
 #include <string_view>
 
-// Files that take what would otherwise go to the user, the log or a debugger, so that tests can
-// read it. Named by environment variables; ignored in programs that run with raised privileges.
+// Files that receive what would otherwise go to the user, the log or a debugger, so that tests can
+// read it. Environment variables name them. Programs with raised privileges ignore the variables.
 
-// Appends `line` and a newline to the file that `variable` names, in one write, so lines of several
-// processes never mix; newlines inside become blanks. False when the variable is not set or the
-// file cannot be written. Any thread.
+// Appends `line` and a newline to the file that `variable` names. Does so in one write, so that
+// lines of several processes never mix; newlines in `line` become spaces. Returns false if the
+// variable is not set or the file cannot be written. Throws std::bad_alloc. Any thread.
 bool HostAppendToSink(const char* variable, std::string_view line);

@@ -27,15 +27,15 @@ constexpr UniChar kMacRoman[128] = {
     0x00AF, 0x02D8, 0x02D9, 0x02DA, 0x00B8, 0x02DD, 0x02DB, 0x02C7,
 };
 
-// Windows Latin-1, bytes 0x80 to 0x9F; 0 where the byte means nothing.
+// Windows Latin-1, bytes 0x80 to 0x9F; 0 for a byte without a character.
 constexpr UniChar kWindowsLatin1[32] = {
     0x20AC, 0,      0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
     0x2039, 0x0152, 0,      0x017D, 0,      0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
     0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178,
 };
 
-// The letters that a combining mark makes into one Mac Roman character: base letters, and the
-// resulting code points in the same order.
+// The letters that form one Mac Roman character together with a combining mark: base letters, and
+// the resulting code points in the same order.
 struct Composition {
   UniChar mark;
   const char* bases;
@@ -77,8 +77,8 @@ UniChar ReadUnit(const UInt8* bytes, bool bigEndian) {
   return static_cast<UniChar>(bigEndian ? bytes[0] << 8 | bytes[1] : bytes[1] << 8 | bytes[0]);
 }
 
-// Reads one character's trailing bytes. kNoScalar for everything that is not the one shortest form
-// of a character: overlong forms, surrogates, beyond U+10FFFF, cut sequences.
+// Reads one character's trailing bytes. Returns kNoScalar for whatever is not the shortest form of
+// a character: overlong forms, surrogates, numbers above U+10FFFF, incomplete sequences.
 UInt32 ReadUTF8(const UInt8* bytes, size_t count, size_t* taken) {
   const UInt8 lead = bytes[0];
   const size_t size = lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
@@ -142,7 +142,7 @@ bool DecodeUTF16(CFStringEncoding encoding, const UInt8* bytes, size_t count, bo
   return !expectLow;
 }
 
-// The character of one byte over 0x7F in a one-byte encoding, or kNoScalar.
+// Returns the character of a byte above 0x7F in a one-byte encoding, or kNoScalar.
 UInt32 DecodeHighByte(CFStringEncoding encoding, UInt8 byte) {
   switch (encoding) {
     case kCFStringEncodingMacRoman:
@@ -157,7 +157,7 @@ UInt32 DecodeHighByte(CFStringEncoding encoding, UInt8 byte) {
   }
 }
 
-// The character at `at`, and how many units it takes. Half of a pair stands for itself.
+// Returns the character at `at` and the number of its units. Half of a pair counts as a character.
 UInt32 ScalarAt(HostTextView text, size_t at, size_t* taken) {
   const UInt32 unit = text.At(at);
   *taken = 1;
@@ -168,7 +168,7 @@ UInt32 ScalarAt(HostTextView text, size_t at, size_t* taken) {
   return 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
 }
 
-// What a letter and the mark behind it compose to, or kNoScalar.
+// Returns the character that a letter and the mark after it form, or kNoScalar.
 UInt32 Compose(UInt32 base, UniChar mark) {
   if (mark < 0x0300 || mark > 0x0327 || base == 0 || base > 0x7F) return kNoScalar;
   for (const Composition& row : kCompositions) {
@@ -222,7 +222,8 @@ int WindowsLatin1Byte(UInt32 scalar) {
   return found != end ? static_cast<int>(0x80 + (found - kWindowsLatin1)) : -1;
 }
 
-// The bytes of one character over U+007F, at most 4; 0 when it has no form in the encoding.
+// Stores the bytes of a character above U+007F and returns their number, at most 4; 0 if it has no
+// form in the encoding.
 size_t PutScalar(CFStringEncoding encoding, UInt32 scalar, UInt8* out) {
   switch (encoding) {
     case kCFStringEncodingMacRoman:

@@ -17,9 +17,9 @@ void RunEnds() {
   }
 }
 
-// The key's value only has to be set; the C library keeps those of the first 32 keys in the thread
-// itself. At the process's end keys do not count, so an exit handler stands beside it; the C
-// library has room for the first 32 of those as well.
+// The key's value only has to be set. The C library stores the values of the first 32 keys in the
+// thread itself, so setting one needs no memory. Keys have no effect at the end of the process, so
+// there is an exit handler as well; the C library has room for the first 32 handlers.
 pthread_key_t MakeKey() {
   pthread_key_t key = 0;
   if (pthread_key_create(&key, [](void*) { RunEnds(); }) != 0) std::abort();

@@ -1,8 +1,8 @@
 #pragma once
 
-// Functions that run at a thread's end. They are what destructors of thread_local objects would be,
-// without their fault: the C library aborts the process if it has no memory to register such a
-// destructor. Registering one of these needs no memory.
+// Functions that run at a thread's end. They replace destructors of thread_local objects, for which
+// the C library needs memory: without it, the library aborts the process. Registering one of these
+// functions needs no memory.
 
 // One registration: a thread_local object, constinit, that lives as long as its thread.
 struct HostThreadEnd {
@@ -11,9 +11,10 @@ struct HostThreadEnd {
   bool isWaiting = false;  // registered, and not yet run
 };
 
-// Runs `end.run` when the calling thread ends, or when it is the one that ends the process. What
-// was registered last runs first, and all of it after the destructors of thread_local objects. It
-// may be registered anew while it runs or later; what is registered after the end stays.
+// Makes `end.run` run when the calling thread ends, or when this thread ends the process. The last
+// one registered runs first; all run after the destructors of thread_local objects. A function may
+// be registered again while it runs or later. One that is registered after the thread's last
+// function has run is never called.
 void HostRegisterThreadEnd(HostThreadEnd& end);
 inline void HostAtThreadEnd(HostThreadEnd& end) {
   if (!end.isWaiting) HostRegisterThreadEnd(end);

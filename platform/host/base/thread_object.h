@@ -4,10 +4,10 @@
 
 #include "platform/host/base/thread_end.h"
 
-// HostThreadObject<T>() is the calling thread's own T, made on first use (std::bad_alloc without
-// memory) and destroyed when the thread ends. Unlike a plain thread_local it may still be used by
-// destructors that run later (a program's static objects, another library's thread objects): they
-// get a new one, which then stays.
+// HostThreadObject<T>() returns the calling thread's own T. The first call makes it, or throws
+// std::bad_alloc; it is destroyed when the thread ends. Unlike a plain thread_local, it can still
+// be used by destructors that run later, such as those of a program's static objects: they get a
+// new one, which is never destroyed.
 template <class T>
 struct HostThreadPlace {
   static void Destroy() { delete std::exchange(object, nullptr); }

@@ -3,14 +3,15 @@
 #include <string>
 #include <vector>
 
-// Where the user and the machine keep data, as the environment tells. Relative values count as not
-// set; programs that run with raised privileges get the defaults. Absolute paths without a slash at
-// their end. Any thread that does not race with changes of the environment.
+// The folders for data of the user and of the machine, as the environment names them. A relative
+// path counts as not set, and programs with raised privileges get the defaults. The functions
+// return absolute paths without a slash at the end. Any thread, as long as no other one changes the
+// environment.
 
-std::string HostHomeFolder();  // HOME, else the password database; "" when neither tells
-std::string HostDataFolder();  // XDG_DATA_HOME, else .local/share in the home folder; "" without
+std::string HostHomeFolder();  // HOME, else from the password database, else ""
+std::string HostDataFolder();  // XDG_DATA_HOME, else .local/share in the home folder, else ""
 // XDG_DATA_DIRS, else /usr/local/share and /usr/share.
 std::vector<std::string> HostSharedDataFolders();
 
-// The value of a variable that holds an absolute path, "" otherwise.
+// Returns the value of a variable if it is an absolute path, else "".
 std::string HostFolderVariable(const char* name);

@@ -186,8 +186,9 @@ constexpr Types Codes =
 constexpr Types CodesWithText = OneOf<typeType, typeEnumerated>;
 constexpr Types Constants = OneOf<typeTrue, typeFalse>;
 
-// The first row that fits decides; without one the coercion fails. The remark says when a row
-// fails; every scalar must have exactly its type's size. A list of one item counts as that item.
+// The first row that fits decides; if none does, the coercion fails. A remark gives the case in
+// which the row's function fails. Every scalar must have the size of its type. A list of one item
+// counts as that item.
 struct Row {
   Types from;
   Types to;

@@ -4,16 +4,16 @@
 
 #include "platform/host/events/value.h"
 
-// Coercion of what descriptors hold, without descriptors. Pure functions, any thread.
+// Coercion of items, without descriptors. Pure functions, any thread.
 
-// True when a request for `desired` takes a value of this type as it is.
+// Returns whether a request for `desired` takes a value of this type without coercion.
 inline bool HostTakesAsIs(DescType type, DescType desired) {
   return type == desired || desired == typeWildCard || desired == typeBest;
 }
 
-// Makes in `*out` what `from` is as a `toType`: a new item (key typeWildCard) that borrows nothing.
-// Asking for the same type or a wildcard gives a copy.
+// Stores `from` coerced to `toType` in `*out`: a new item with the key typeWildCard, which borrows
+// nothing. For the same type or a wildcard it is a copy.
 //
-// Result  0; errAECoercionFail (no such form), errAEBadListItem (a list around it would nest too
-//         deep), memFullErr; `*out` is then a null value.
+// Returns 0, errAECoercionFail if there is no such coercion, errAEBadListItem if a list around the
+// item would nest too deep, or memFullErr. Except for 0, `*out` is a null value.
 OSStatus HostCoerce(const HostAEItem& from, DescType toType, HostAEItem* out);

@@ -21,8 +21,8 @@ constexpr uint8_t kSending = kHostAttributeSending;
 constexpr uint8_t kTravels = kHostAttributeTravels;
 constexpr uint8_t kPrinted = kHostAttributePrinted;
 
-// What a receiver reads first stands first. Class, ids and transaction travel in the fixed head;
-// the transport sets what depends on sender and receiver.
+// The attributes that receivers read first come first. Class, ids and transaction are in the fixed
+// head of a frame; the sending and receiving code sets what depends on sender and receiver.
 constexpr HostAttributeRow kRows[] = {
     {keyReplyRequestedAttr, typeBoolean, offsetof(Fields, replyRequested), 1, kAlways | kSending},
     {keyEventClassAttr, typeType, offsetof(Fields, eventClass), 4, kAlways},

@@ -6,16 +6,16 @@
 
 // This room holds Apple Event descriptors, events, and how both become bytes and come back.
 //
-// Attributes of Apple Events, for the transport, the codec and the printer. Who has an event's
-// descriptor finds the event once (HostFindEvent) and passes it on. Threads as for all descriptors:
-// one event, one thread at a time.
+// Attributes of Apple Events, for sending and receiving, the codec and the printer. A function that
+// has an event's descriptor finds the event once (HostFindEvent) and passes it on. One thread at a
+// time for each event, as for all descriptors.
 
 // The address attribute: its type, size in bytes, and its first 8 bytes (the rest zero).
 // Returns 0, or errAEDescNotFound if the event has no address; the outputs are then untouched.
 OSStatus HostGetEventAddress(const HostAEEvent& event, DescType* type, Size* size,
                              UInt8 (&first)[8]);
 
-// What the transport knows of an event that arrived.
+// The facts about a received event that are not in its frame.
 struct HostArrival {
   bool replyRequested = false;
   SInt16 source = 0;     // a value of the event source attribute
@@ -27,8 +27,9 @@ void HostSetArrival(HostAEEvent* event, const HostArrival& arrival);
 // 0 leaves the attribute as it is.
 void HostSetInteraction(HostAEEvent* event, SInt32 level);
 
-// Makes the event to answer `request` with: the answer's class and id, the request's return and
-// transaction id, addressed to `replyPort` (0: to nobody). Results of AECreateAppleEvent.
+// Makes the reply to `request`: an event with the class and id of replies and the request's return
+// and transaction id, addressed to `replyPort`, or without an address if that is 0. Returns the
+// result of AECreateAppleEvent.
 OSStatus HostMakeAnswer(const HostAEEvent& request, UInt32 replyPort, AppleEvent* answer);
 
 // One attribute that has a field of its own.
@@ -45,7 +46,7 @@ inline constexpr uint8_t kHostAttributeSending = 2;  // callers cannot put it
 inline constexpr uint8_t kHostAttributeTravels = 4;  // an item of the flattened event
 inline constexpr uint8_t kHostAttributePrinted = 8;
 
-// The rows in a fixed order; `index` counts from 0, null behind the last.
+// Returns a row; the order is fixed and `index` counts from 0. Returns null after the last one.
 const HostAttributeRow* HostAttributeAt(size_t index);
 const HostAttributeRow* HostFindAttributeRow(AEKeyword key);
 

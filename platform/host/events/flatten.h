@@ -18,9 +18,9 @@ OSStatus HostFlattenEvent(const AppleEvent* event, HostGather& out);
 // The same for an event that has been found. Returns 0 or memFullErr.
 OSStatus HostFlattenEvent(const HostAEEvent& event, HostGather& out);
 
-// What identifies a request to whoever answers it, read from a flattened request that need not be
-// sound, and an answer with an error number and nothing else, flattened into `bytes`. Both without
-// memory: they are for when there is none for a real answer.
+// The ids by which a reply is matched to its request. One function reads them from a flattened
+// request, which may be malformed; the other one writes a flattened reply with an error number and
+// nothing else to `bytes`. Neither allocates: they serve when there is no memory for a real reply.
 struct HostAnswerIDs {
   AEReturnID returnID = 0;
   AETransactionID transactionID = 0;

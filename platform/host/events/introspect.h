@@ -6,9 +6,8 @@
 
 struct AEDesc;
 
-// What an event holds that no documented call lists, for tools, benchmarks and tests only.
-// Any thread.
+// Lists what no platform call lists of an event. For tools, benchmarks and tests only. Any thread.
 
-// The keywords of all attributes that an event has, those with a meaning of their own first. Empty
-// for what is no event. (AEGetAttributeDesc reads one, but nothing documented lists them.)
+// Returns the keywords of all attributes that an event has, the predefined ones first. Empty if
+// `event` is not an event.
 std::vector<FourCharCode> HostAttributeKeys(const AEDesc* event);

@@ -28,5 +28,5 @@ inline constexpr unsigned kHostFormShift = 30;
 inline constexpr uint32_t kHostContentMask = 0x00ffffff;
 inline constexpr uint32_t kHostReservedMask = 0x3f000000;  // 0
 
-// In front of the items of a list or record.
+// The size of the number of items, which precedes the items of a list or record.
 inline constexpr size_t kHostCountSize = 4;

@@ -26,7 +26,7 @@ struct FloatFormat {
   uint8_t exponentBits;
   uint8_t precision;   // bits of the significand, the leading 1 counted
   bool leadingStored;  // the leading 1 has a bit of its own
-  bool bigEndian;      // on every host
+  bool bigEndian;      // on every CPU
 };
 constexpr FloatFormat kFloatFormats[] = {
     {typeIEEE32BitFloatingPoint, 4, 8, 24, false, false},
@@ -157,7 +157,7 @@ void ReadFloat(const FloatFormat& format, const uint8_t* bytes, HostNumber* out)
   const int field = static_cast<int>(ShiftRight(all, layout.fractionBits).low) & layout.maxField;
   Wide fraction = ShiftRight(ShiftLeft(all, 128 - layout.fractionBits), 128 - layout.fractionBits);
   if (field == layout.maxField) {
-    // A stored leading 1 says nothing here.
+    // A leading 1 that is stored carries no information here.
     if (format.leadingStored) fraction.low &= ~(uint64_t{1} << 63);
     out->kind = fraction.IsZero() ? Kind::kInfinite : Kind::kNaN;
     return;

@@ -6,12 +6,12 @@
 #include <cstdint>
 #include <string>
 
-// Numbers of every descriptor type, converted through one form wide enough for all of them, so
-// that no conversion depends on the host's own floating point or locale. Pure functions, any
+// Converts numbers of every descriptor type. All go through one form that is wide enough for each
+// of them, so no conversion depends on the CPU's floating point or the locale. Pure functions, any
 // thread.
 //
 // Rounding is to the nearest, halves to even. A number that does not fit its target after rounding
-// is refused, never cut; infinities and NaNs fit floating-point types only.
+// is refused, not truncated. Infinities and NaNs fit floating-point types only.
 
 struct HostNumber {
   enum class Kind { kFinite, kInfinite, kNaN };
@@ -26,7 +26,7 @@ struct HostNumber {
 
 bool HostIsNumberType(DescType type);
 
-// False when `size` is not the type's own.
+// Returns false if `size` is not the size of the type.
 bool HostReadNumber(DescType type, const void* bytes, size_t size, HostNumber* out);
 
 // Writes the number as a `type`. False when it does not fit.
@@ -34,8 +34,9 @@ inline constexpr size_t kHostNumberSize = 16;
 bool HostWriteNumber(const HostNumber& number, DescType type, uint8_t (&bytes)[kHostNumberSize],
                      size_t* size);
 
-// Reads ASCII text: blanks, sign, digits with an optional point, an optional exponent, blanks. The
-// number is as precise as a `type` needs. False when the text is no number or far out of range.
+// Reads ASCII text: spaces, a sign, digits with an optional point, an optional exponent, spaces.
+// The number is as precise as a `type` needs. Returns false if the text is not a number or far out
+// of range.
 bool HostParseNumber(const char* text, size_t size, DescType type, HostNumber* out);
 
 // Writes the shortest decimal text that reads back as the same value of this type; beyond 21 digits

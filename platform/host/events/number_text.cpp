@@ -36,7 +36,7 @@ bool TakeSign(std::string_view* rest) {
   return negative;
 }
 
-// An exponent beyond the limit says the same as the limit: zero or too large.
+// An exponent beyond the limit gives the same result as the limit: zero or too large.
 bool TakeExponent(std::string_view* rest, SInt64* exponent) {
   constexpr SInt64 kLimit = SInt64{1} << 40;
   if (rest->empty() || (rest->front() != 'e' && rest->front() != 'E')) return true;
@@ -100,7 +100,7 @@ bool RoundDecimal(const Decimal& decimal, HostNumber* out) {
 
 template <class Float>
 bool ParseFloat(const Decimal& decimal, DescType type, HostNumber* out) {
-  // Read anew from the digits: a written exponent may be beyond what the reader takes.
+  // Reads the digits again, because the exponent as written may be beyond what the reader takes.
   std::string text = "0." + decimal.digits + "e" + std::to_string(decimal.point);
   Float value = 0;
   const char* end = text.data() + text.size();

@@ -33,7 +33,7 @@ void PrintCode(UInt32 code, std::string* out) {
   out->push_back('\'');
 }
 
-// The bytes as they travel, so that every host prints the same.
+// Prints the big-endian bytes, so that every CPU prints the same.
 void PrintHex(const HostAEItem& item, std::string* out) {
   std::vector<UInt8> bytes(item.size);
   HostSwapValue(item.type, bytes.data(), item.Bytes(), item.size);
@@ -70,14 +70,14 @@ bool PrintEnumerator(const HostAEItem& item, std::string* out) {
   return true;
 }
 
-// As the enumerator that says the same.
+// Prints the enumerator with the same meaning.
 bool PrintBoolean(const HostAEItem& item, std::string* out) {
   if (item.size != 1) return false;
   PrintCode(item.Bytes()[0] != 0 ? typeTrue : typeFalse, out);
   return true;
 }
 
-// False when the bytes are not what the type promises.
+// Returns false if the bytes do not fit the type.
 bool PrintKnownValue(const HostAEItem& item, std::string* out) {
   switch (item.type) {
     case typeEnumerated:

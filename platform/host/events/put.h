@@ -5,10 +5,10 @@
 #include "platform/host/events/codec.h"
 #include "platform/host/events/storage.h"
 
-// The steps that the calls for descriptors, lists, parameters and attributes have in common.
-// Threads as for all descriptors: one tree, one thread at a time.
+// The common steps of the calls for descriptors, lists, parameters and attributes. One thread at a
+// time for each tree, as for all descriptors.
 
-// Whether the item has as many levels as are allowed, so that it fits into no other.
+// Returns whether the item has the greatest number of levels, so that no other can contain it.
 inline bool HostNestsTooDeep(const HostAEItem& item) { return item.Height() >= kHostNestingLimit; }
 
 // A value item (key typeWildCard) of copied bytes.
@@ -16,17 +16,18 @@ inline bool HostNestsTooDeep(const HostAEItem& item) { return item.Height() >= k
 //         memFullErr; `*out` is then a null value.
 OSStatus HostItemFromBytes(DescType type, const void* data, Size size, HostAEItem* out);
 
-// An item that is a copy of what a descriptor holds.
-// Result  0; paramErr, errAENotAEDesc, memFullErr; `*out` is then a null value.
+// Copies a descriptor's value to a new item. Returns 0, paramErr, errAENotAEDesc or memFullErr;
+// except for 0, `*out` is a null value.
 OSStatus HostItemFromDesc(const AEDesc* desc, HostAEItem* out);
 
-// The reading calls by pointer: coerces when asked to, copies at most maxSize bytes and reports
-// the whole size. Each output may be null; all are untouched on failure.
-// Result  0; paramErr (negative maxSize), errAECoercionFail, memFullErr.
+// Does the work of the calls that read into a buffer: coerces if necessary, copies at most maxSize
+// bytes and stores the full size. Each output may be null; after a failure all are unchanged.
+// Returns 0, paramErr for a negative maxSize, errAECoercionFail or memFullErr.
 OSStatus HostReadItem(const HostAEItem& item, DescType desired, DescType* type, void* buffer,
                       Size maxSize, Size* actualSize);
 
-// The reading calls by descriptor: a new descriptor of the item, coerced when asked to.
+// Does the work of the calls that read into a descriptor: makes a new one of the item, coerced if
+// necessary.
 OSStatus HostDescFromItem(const HostAEItem& item, DescType desired, AEDesc* dst);
 
 // Puts `item` under `key`, in place of what is there. Takes the item over also when it fails.

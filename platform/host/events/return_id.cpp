@@ -18,7 +18,7 @@ constexpr uint32_t kIDWords = 65536 / kIDsPerWord;
 constinit std::atomic<uint32_t> sReturnIDs[kIDWords] = {};
 constinit std::atomic<uint32_t> sLastReturnID = 0;
 
-// Gives what the word was before.
+// Returns the former value of the word.
 template <class Change>
 uint32_t ChangeWord(std::atomic<uint32_t>& word, Change change) {
   uint32_t before = word.load(std::memory_order_relaxed);

@@ -16,7 +16,7 @@
 //
 // Slots. A descriptor's number is a slot's index and a generation. The slot's word holds the
 // current generation and, in bit 0, whether the slot is in use; both change in one step, so of
-// several threads that dispose of one number one succeeds, and a number that was disposed of names
+// several threads that dispose of one number one succeeds, and a number that was disposed of finds
 // nothing. Slots are made in chunks that are never moved or freed, so a number is looked up without
 // a lock.
 //
@@ -111,7 +111,7 @@ void Arm(ThreadStore& store) {
   if (!sStoreEnd.isWaiting && !store.ended) HostAtThreadEnd(sStoreEnd);
 }
 
-// Makes another slot; 0 when the table is full or there is no memory. The lock is held.
+// Makes another slot. Returns 0 if the table is full or there is no memory. The lock is held.
 uint32_t NewSlot() {
   sTable.lock.AssertHeld();
   if (sTable.used >> kHostSlotIndexBits != 0) return 0;
@@ -124,7 +124,7 @@ uint32_t NewSlot() {
   return sTable.used++;
 }
 
-// A slot from the common store; 0 when there is none. The lock is held.
+// Takes a slot from the common store. Returns 0 if there is none. The lock is held.
 uint32_t TakeCommon() {
   sTable.lock.AssertHeld();
   if (sTable.free.count > kThreadMinimum) return Pop(sTable.free);

@@ -8,16 +8,16 @@
 
 #include "platform/host/events/value.h"
 
-// The table that gives descriptors' storage its numbers. A number says which slot and which use of
-// it, so a number that was disposed of names nothing, however often it was copied, and never
-// another descriptor's data (on hosts with 32-bit pointers: not within two million uses).
+// The table that gives descriptors' storage its numbers. A number identifies a slot and one use of
+// it. So a number that was disposed of finds nothing, however often it was copied, and never finds
+// another descriptor's data (with 32-bit pointers: not within two million uses).
 //
-// Threads: any may create, find and dispose, and a descriptor may be disposed of elsewhere than it
-// was made. Of several that dispose of one number, one does it. The item that a number names is
-// not protected: it belongs to whoever uses the descriptor.
+// Any thread may create, find and dispose of storage, also of storage that another thread made. If
+// several threads dispose of one number, one of them does it. The item behind a number has no lock:
+// one thread at a time uses a descriptor.
 
-// Puts `item` into a slot and makes `*dst` its descriptor; the item is taken over, and released on
-// failure (memFullErr, *dst null). A null item makes the null descriptor.
+// Puts `item` into a slot and makes `*dst` its descriptor. Takes the item over; after a failure
+// (memFullErr) the item is released and `*dst` is null. A null item gives the null descriptor.
 OSStatus HostMakeDesc(HostAEItem* item, AEDesc* dst);
 
 // A number is a slot's index below and a generation above. The slot's word holds the generation
@@ -47,7 +47,7 @@ inline HostDescSlot* HostFindSlot(AEDataStorage storage) {
   return slot.word.load(std::memory_order_acquire) == (generation << 1 | 1) ? &slot : nullptr;
 }
 
-// The item behind a number, or null when the number names nothing.
+// Returns the item behind a number, or null if the number is not in use.
 inline HostAEItem* HostFindItem(AEDataStorage storage) {
   HostDescSlot* slot = HostFindSlot(storage);
   return slot == nullptr ? nullptr : &slot->item;
@@ -55,10 +55,11 @@ inline HostAEItem* HostFindItem(AEDataStorage storage) {
 
 void HostDisposeItem(AEDataStorage storage);
 
-// What a descriptor means, as an item that borrows from it: valid while the descriptor is, never
-// released. A record's own type code wins over the stored one. The null descriptor gives a null
-// value, and so does a value type without storage give an empty value.
-// errAENotAEDesc: the number names nothing, or something that the type code cannot be.
+// Stores the descriptor's value in `*view`, an item that borrows from the descriptor: it is valid
+// as long as the descriptor is, and never released. The type code in the descriptor of a record
+// counts, not the stored one. The null descriptor gives a null value; a value type without storage
+// gives an empty value. Returns errAENotAEDesc if the number is not in use or its item cannot have
+// the type code.
 OSStatus HostViewDesc(const AEDesc* desc, HostAEItem* view);
 
 // The items that numbered access or keywords refer to: a list's or record's, an event's
@@ -67,8 +68,8 @@ inline constexpr unsigned kHostListBit = 1u << static_cast<unsigned>(HostAEForm:
 inline constexpr unsigned kHostRecordBit = 1u << static_cast<unsigned>(HostAEForm::kRecord);
 inline constexpr unsigned kHostEventBit = 1u << static_cast<unsigned>(HostAEForm::kEvent);
 
-// Result  0; paramErr (no descriptor), errAENotAEDesc (null or stale), errAEWrongDataType (a form
-//         that is not in `forms`).
+// Returns 0, paramErr for a null pointer, errAENotAEDesc for a null or stale descriptor, or
+// errAEWrongDataType for a form that is not in `forms`.
 inline OSStatus HostFindItems(const AEDesc* desc, unsigned forms, HostAEItems** items) {
   if (desc == nullptr) return paramErr;
   HostAEItem* item = desc->descriptorType == typeNull ? nullptr : HostFindItem(desc->dataHandle);
@@ -88,10 +89,10 @@ inline OSStatus HostFindEvent(const AppleEvent* desc, HostAEEvent** event) {
   return 0;
 }
 
-// Events come from a small store of the thread and go back to that of the thread that disposes of
-// them. A new event is empty: fields 0, no address. Null when there is no memory.
+// Returns a new event: all fields 0, no address. Null without memory. Each thread keeps a few
+// disposed events for this, with the room of their arrays.
 HostAEEvent* HostAcquireEvent();
 void HostReleaseEvent(HostAEEvent* event);
 
-// Descriptors in existence: a walk over the whole table, for tests.
+// Returns the number of descriptors in existence. Walks over the whole table; for tests.
 size_t HostCountDescs();

@@ -7,13 +7,13 @@
 
 #include "platform/host/events/value.h"
 
-// Text of every descriptor type that is text: TEXT, utxt, ut16, utf8, itxt, STXT. Conversion is
-// strict: bytes that are not well formed, or a character without a form in the target, fail the
-// whole. Pure functions, any thread.
+// Converts text of every descriptor type for text: TEXT, utxt, ut16, utf8, itxt, STXT. A conversion
+// fails as a whole if bytes are not well formed or a character has no form in the target. Pure
+// functions, any thread.
 
 bool HostIsTextType(DescType type);
 
-// The text in Mac Roman. False when the item is no text or has no such form.
+// Converts to Mac Roman. Returns false if the item is not text or has no such form.
 bool HostTextToMacRoman(const HostAEItem& item, std::vector<UInt8>* out);
 
 // Makes `*out` a new item of a text type, from an item of another or from Mac Roman bytes.

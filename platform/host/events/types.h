@@ -5,17 +5,17 @@
 #include <cstddef>
 #include <cstdint>
 
-// What is known about type codes. Pure functions, any thread.
+// The properties of type codes. Pure functions, any thread.
 
-// True for a code that stands for a value of a documented layout: no record can bear it.
+// Returns whether a code means a value with a documented layout. No record can have such a code.
 bool HostIsValueType(DescType type);
 
 // Bytes of one number of a type that consists of numbers, 1 for everything else.
 size_t HostScalarWidth(DescType type);
 
-// Copies a value's bytes between the host's order and big-endian, number by number; the same
-// call does either. Plain copy when `size` is no multiple of the type's width. `to` and `from` may
-// be the same, else they must not overlap.
+// Copies a value's bytes from the CPU's byte order to big-endian, number by number, or back: both
+// are the same operation. Copies without swapping if `size` is not a multiple of the type's width.
+// `to` and `from` may be the same; otherwise they must not overlap.
 void HostSwapValue(DescType type, void* to, const void* from, size_t size);
-// True when HostSwapValue would change nothing on this host.
+// Returns whether HostSwapValue changes nothing on this CPU.
 bool HostSwapIsCopy(DescType type, size_t size);

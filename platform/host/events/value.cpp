@@ -169,7 +169,7 @@ OSStatus HostAEItem::SetLongBytes(DescType newType, const void* bytes, size_t co
 OSStatus HostAEItem::CopyFrom(const HostAEItem& source) {
   OSStatus err = 0;
   if (source.form == HostAEForm::kValue) {
-    // Whoever set an owner has seen to it that the run is most of what it keeps.
+    // A run has an owner only if it is at least half of what the owner keeps in memory.
     HostFrameBuffer* owner = source.size > kInlineSize ? source.run.owner : nullptr;
     if (owner == nullptr) return SetBytes(source.type, source.Bytes(), source.size);
     owner->Retain();

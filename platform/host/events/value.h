@@ -9,11 +9,12 @@
 
 #include "platform/host/wire/frame_buffer.h"
 
-// What descriptors hold: values, lists, records and events, as a tree that one descriptor owns.
-// Items are plain memory, moved by copying their bytes; whoever removes one from the tree releases
-// it. Bytes of a value never change once they are set, so runs of bytes are shared by count.
+// The contents of descriptors: values, lists, records and events, as a tree that one descriptor
+// owns. Items are plain memory and are moved by copying their bytes; the function that removes one
+// from the tree releases it. The bytes of a value never change after they were set, so runs of
+// bytes are shared and have a reference count.
 //
-// Not thread-safe: a tree belongs to its descriptor, and that to one thread at a time.
+// A tree belongs to its descriptor, which one thread uses at a time.
 
 struct HostAEEvent;
 struct HostAEItem;
@@ -21,15 +22,15 @@ struct HostAEItem;
 // The numbers are also those on the wire.
 enum class HostAEForm : uint8_t { kValue = 0, kList = 1, kRecord = 2, kEvent = 3 };
 
-// True when a thing of this form may bear this type code. A record may bear any code that is not
-// a value's.
+// Returns whether an item of this form may have this type code. A record may have any code that
+// does not mean a value.
 bool HostFormFits(HostAEForm form, DescType type);
 
 // Copies at most 16 bytes, without a call; the runs do not overlap.
 inline void HostCopyShort(void* to, const void* from, size_t count) {
   auto* target = static_cast<uint8_t*>(to);
   auto* source = static_cast<const uint8_t*>(from);
-  // The first and the last word of a run, which may share bytes.
+  // Copies the first and the last word of a run, which may share bytes.
   const auto copyEnds = [=](auto first) {
     auto last = first;
     memcpy(&first, source, sizeof first);
@@ -50,17 +51,18 @@ struct HostAEItems {
   HostAEItem* begin() const;
   HostAEItem* end() const;
   HostAEItem& operator[](uint32_t index) const;
-  // Null when absent. Cheap when it is, and when things are asked for in the order they were put.
+  // Returns null if there is none. Fast in that case, and if items are looked up in the order in
+  // which they were put.
   HostAEItem* Find(AEKeyword key) const { return MayHave(key) ? Search(key) : nullptr; }
-  // False only when no item has the key.
+  // Returns false only if no item has the key.
   bool MayHave(AEKeyword key) const { return block != nullptr && (block->keys & BitOf(key)) != 0; }
 
-  // False when there is no memory; the array is then unchanged.
+  // Returns false without memory, and changes nothing then.
   bool Reserve(uint32_t capacity);
-  // False when there is no memory. Else a reply's error number can be appended without memory,
-  // whatever is appended before: a reply that lacked it would be taken for success.
+  // Returns false without memory. Otherwise a reply's error number can be appended without memory,
+  // whatever is appended before. A reply without it would be taken for success.
   bool ReserveForErrorNumber();
-  // Takes `item` over on success; false when there is no memory.
+  // Takes `item` over. Returns false without memory, and does not take it over then.
   bool Append(const HostAEItem& item);
   // Takes `item` over and releases what was there.
   void Replace(uint32_t index, const HostAEItem& item);
@@ -81,8 +83,8 @@ struct HostAEItems {
     uint32_t count;
     uint32_t capacity;
     int32_t tallestItem;
-    uint32_t likely;  // index of the item that is asked for next, as a rule
-    uint32_t spare;   // places behind the capacity, for an error number: 0 or 1
+    uint32_t likely;  // index of the item that is probably looked up next
+    uint32_t spare;   // slots after the capacity, for an error number: 0 or 1
     uint64_t keys;    // a bit for each key that was ever put
   };
   static uint64_t BitOf(AEKeyword key) { return uint64_t{1} << (key * 0x9E3779B1u >> 26); }
@@ -175,7 +177,7 @@ class StHostAEItem {
 
   HostAEItem* operator->() { return &item; }
   HostAEItem& Get() { return item; }
-  // Gives the item up to whoever has copied it.
+  // Gives the item up; the caller has copied it.
   void Forget() { item.SetNull(); }
 
  private:

@@ -30,9 +30,9 @@
 // kMessagesPerPass messages, or for kPassTime, and remembers whose turn is next, so that a port
 // with many messages delays neither timers and sources nor other ports.
 //
-// Obedience: callouts run without the loop's mutex. Before each one the loop therefore checks again
-// whether a stop was requested, and takes the next timer or source from the mode as it is by then.
-// An earlier callout or another thread may have changed it.
+// Changes during a pass: callouts run without the loop's mutex. Before each one the loop therefore
+// checks again whether a stop was requested, and takes the next timer or source from the mode as it
+// is by then. An earlier callout or another thread may have changed it.
 //
 // Memory: a pass allocates nothing, so that only an exception of a callout leaves a run.
 //

@@ -111,7 +111,7 @@ void HostNoticeBoard::Respond(NMRecPtr record, NMUPP response) {
   response(record);
 }
 
-// What the helper's thread tells.
+// These run on the thread that listens to the helper.
 
 void HostNoticeBoard::NoticeGone(uint32_t number) { Get().MakeDue(number, false); }
 

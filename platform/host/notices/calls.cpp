@@ -6,8 +6,9 @@
 #include "platform/host/base/sink_file.h"
 #include "platform/host/notices/board.h"
 
-// A notice is shown by the desktop, through the helper process. Where there is none, its text goes
-// to the log, and it counts as dismissed at once; so it does when a file takes the notices.
+// The desktop shows a notice, through the notice helper. If there is no desktop, the text goes to
+// the log and the notice counts as dismissed at once. The same holds if a sink file takes the
+// notices.
 
 static_assert(sizeof(void*) != 4 || sizeof(NMRec) == 36);
 

@@ -25,7 +25,7 @@
 
 namespace {
 
-// The helper itself gives a desktop that does not answer 5 seconds.
+// The helper itself waits 5 seconds for a desktop that does not respond.
 constexpr int64_t kScreenLimit = 10 * kHostSecond;
 constexpr int64_t kSettleInterval = 50 * kHostMillisecond;
 constexpr char kHelperName[] = "vlt-notify";
@@ -37,15 +37,16 @@ std::string FolderOfThisProgram() {
   return whole.substr(0, whole.rfind('/') + 1);
 }
 
-// The root of the installation or build that a program in `folder` is part of: an application lies
-// deeper in it than a program in bin.
+// Returns the root of the installation or build to which a program in `folder` belongs.
+// Applications are in deeper folders than programs in bin.
 std::string PrefixOf(const std::string& folder) {
   const size_t applications = folder.rfind("/share/veltrane/Applications/");
   return applications != std::string::npos ? folder.substr(0, applications + 1) : folder + "../";
 }
 
-// The helper beside the running program, in its installation or build, in the installation that it
-// was compiled against, or where the library was to be installed; "" when there is none.
+// Returns the path of the helper: beside the running program, in its installation or build, in the
+// installation that it was compiled against, or where the library was to be installed. Returns ""
+// if there is none.
 std::string FindHelper() {
   const std::string folder = FolderOfThisProgram();
   std::vector<std::string> places = {folder, PrefixOf(folder) + "libexec/veltrane/"};
@@ -60,8 +61,8 @@ std::string FindHelper() {
   return "";
 }
 
-// Whether a desktop's message bus is named anywhere. Programs with raised privileges do not ask
-// what their user's environment names.
+// Whether the environment names a desktop's message bus. Programs with raised privileges ignore the
+// environment of their user.
 bool MayHaveDesktop() {
   const char* address = secure_getenv("DBUS_SESSION_BUS_ADDRESS");
   if (address != nullptr && address[0] != 0) return true;
@@ -190,7 +191,7 @@ void HostNoticeHelper::Listen() {
   while (!events.settle()) poll(nullptr, 0, kSettleInterval / kHostMillisecond);
 }
 
-// False when the helper has ended or hangs.
+// Returns false if the helper has ended or hangs.
 bool HostNoticeHelper::ListenOnce(bool isSettled) {
   int64_t deadline = isSettled ? kHostNever : HostDeadlineAfter(HostNow(), kSettleInterval);
   {
@@ -239,7 +240,7 @@ bool HostNoticeHelper::CloseWhenIdle() {
   return true;
 }
 
-// What this process puts into the log now must not come to the screen later.
+// Ends the helper, because a notice that is logged now must not come to the screen later.
 void HostNoticeHelper::GiveUp() {
   std::map<uint32_t, int64_t> lost;
   {

@@ -56,7 +56,7 @@ bool __CFArray::Insert(size_t index, const void* value) {
   if (value == nullptr || index > count) return false;
   const HostItemCallbacks& callbacks = ValueCallbacks();
   const void* stored = callbacks.Retain(value);
-  // Asked again: a foreign callback may have changed the array.
+  // Checked again, because a foreign callback may have changed the array.
   if (stored == nullptr || index > count || !MakeRoom()) {
     if (stored != nullptr) callbacks.Release(stored);
     return false;

@@ -13,7 +13,7 @@ namespace {
 
 // ---- Destroying ----
 
-// Containers of this thread whose last reference is gone. Set while somebody works on the list.
+// Containers of this thread whose last reference is gone. Set while the list is worked on.
 struct Dying {
   HostContainer* first = nullptr;
 };
@@ -25,7 +25,7 @@ constinit thread_local Dying* tDying = nullptr;
 // entered: a container with one holder comes up as often as its holder does.
 class EqualClasses {
  public:
-  // False when the two are in one class already; else they are from now on.
+  // Puts the two into one class. Returns false if they were in one class already.
   bool Join(const HostContainer* a, const HostContainer* b) {
     if (a->RetainCount() == 1 || b->RetainCount() == 1) return true;
     a = Leader(a);

@@ -7,7 +7,7 @@
 
 #include "platform/host/objects/cf_object.h"
 
-// What arrays and dictionaries have in common: how they treat their items, and how nested
+// The common part of arrays and dictionaries: the treatment of their items, and how nested
 // containers are destroyed, compared and described. This works without recursion, so containers may
 // nest to any depth. Containers that contain themselves can be compared and described; they are
 // never destroyed. Keys that are containers are compared to a depth of 64 and count as different

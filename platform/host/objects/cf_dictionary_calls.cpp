@@ -141,7 +141,7 @@ void CFDictionaryApplyFunction(CFDictionaryRef ref, CFDictionaryApplierFunction 
   const Walk walk(dictionary);
   const size_t count = dictionary->Pairs().Size();
   for (size_t i = 0; i < count; ++i) {
-    // The list may have moved, and the pair may be gone: asked anew each time.
+    // Fetched again for each pair, because the list may have moved and the pair may be gone.
     const HostPair pair = dictionary->Pairs().first[i];
     if (pair.key == nullptr) continue;
     const HeldPair held(dictionary->Callbacks(), pair);

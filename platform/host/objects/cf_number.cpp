@@ -15,7 +15,7 @@ namespace {
 
 using Form = HostCFNumber::Form;
 
-// The canonical type behind each documented one; 0 for what does not exist.
+// Returns the canonical type of a documented one, or 0 for an unknown one.
 CFNumberType CanonicalType(CFNumberType type) {
   constexpr UInt8 kCanonical[] = {0, 1, 2, 3, 4, 5, 6, 1, 2, 3, 3, 4, 5, 6, 3};
   static_assert(sizeof kCanonical == kCFNumberMaxType + 1);
@@ -70,7 +70,7 @@ CFComparisonResult Order(const Whole& a, double b) {
   Whole whole;
   if (!Truncate(b, &whole)) return b > 0 ? kCFCompareLessThan : kCFCompareGreaterThan;
   if (const CFComparisonResult order = Order(a, whole); order != kCFCompareEqualTo) return order;
-  return OrderReals(Round(whole), b);  // the rounding is none: `whole` came from a real
+  return OrderReals(Round(whole), b);  // this does not round, because `whole` came from a real
 }
 
 CFComparisonResult Order(const HostCFNumber& a, const HostCFNumber& b) {

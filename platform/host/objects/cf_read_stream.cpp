@@ -25,11 +25,11 @@ struct __CFReadStream final : HostStream {
     delete this;
   }
 
-  // As CFReadStreamRead. A memory stream is at its end with its last byte, a file when nothing more
-  // comes.
+  // Does the work of CFReadStreamRead. A memory stream is at its end after its last byte, a file
+  // after a read that returns nothing.
   SInt64 Read(UInt8* buffer, size_t size);
   const UInt8* TakeFromMemory(size_t size);
-  // How many bytes to expect: what a regular file has left, a guess for any other.
+  // Returns how many bytes to expect: the rest of a regular file, or a guess for any other file.
   size_t ExpectedRest() const;
 
   const UInt8* const bytes = nullptr;
@@ -105,7 +105,7 @@ HostStreamRead HostReadStreamToEnd(CFReadStreamRef ref, size_t length, size_t li
   auto* stream = HostCast<__CFReadStream>(ref);
   if (stream == nullptr || !stream->IsOpen()) return HostStreamRead::kFailed;
   if (length > limit) return HostStreamRead::kTooLong;
-  // A byte beyond the limit tells a file that ends there from a longer one.
+  // One byte beyond the limit distinguishes a file that ends there from a longer one.
   const size_t wanted = length != 0 ? length : limit + 1;
   if (stream->url) {
     const HostStreamRead result = ReadFile(*stream, wanted, rest);

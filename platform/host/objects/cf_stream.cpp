@@ -46,7 +46,7 @@ bool HostStream::Open(int flags) {
 
 void HostStream::Close() {
   const int closed = std::exchange(fd, -1);
-  // Even if close is interrupted, the descriptor is free on Linux: never close it twice.
+  // On Linux the file descriptor is closed even if close is interrupted, so it is not closed twice.
   const bool isWell = closed < 0 || close(closed) == 0 || errno == EINTR;
   if (!IsOpen()) return;
   if (isWell)

@@ -9,7 +9,7 @@
 #include "platform/host/objects/cf_object.h"
 #include "platform/host/objects/cf_url.h"
 
-// What the host layer needs of streams beyond the documented calls.
+// The functions of streams that the host layer needs besides the platform calls.
 
 // The bytes that were left in a read stream. A memory stream's are borrowed and valid as long as
 // the stream; a file's are in `storage`. One thread.

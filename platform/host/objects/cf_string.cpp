@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr size_t kMaxUnits = INT32_MAX;  // what a CFIndex can tell
+constexpr size_t kMaxUnits = INT32_MAX;  // the largest CFIndex
 
 bool IsUTF16(CFStringEncoding encoding) { return HostMaxBytesPerUnit(encoding) == 2; }
 
@@ -42,7 +42,7 @@ bool IsInside(CFRange range, size_t length) {
          int64_t{range.location} + range.length <= static_cast<int64_t>(length);
 }
 
-// Puts the mark that tells the order of UTF-16 units; false when there is no room.
+// Writes the byte-order mark of UTF-16. Returns false if there is no room.
 bool PutByteOrderMark(UInt8* out, size_t room) {
   constexpr UniChar kMark = 0xFEFF;
   if (room < sizeof kMark) return false;
@@ -72,7 +72,7 @@ ConstantTable& Constants() {
   const uint64_t unitSize = wide ? sizeof(UniChar) : 1;
   constexpr size_t kHeadSize = sizeof(__CFString) - sizeof(__CFString::firstUnits);
   const uint64_t size = (uint64_t{units} + 1) * unitSize;
-  // In whole words, as CreateIfASCII copies them.
+  // Whole words, because CreateIfASCII copies words.
   const uint64_t room = kHeadSize + ((size + 7) & ~uint64_t{7});
   if (units > kMaxUnits || room > PTRDIFF_MAX) return nullptr;
   const HostObjectBlock block =
@@ -109,8 +109,8 @@ __CFString* __CFString::CreateASCII(const UInt8* bytes, size_t count, HostObject
   return string;
 }
 
-// Checks and copies a word a time. What follows the last byte in its word is put right by the
-// terminator, or lies behind it.
+// Checks and copies a word at a time. The bytes of the last word that do not belong to the string
+// are the terminator, which is written over them, or come after it.
 __CFString* __CFString::CreateIfASCII(const UInt8* bytes, size_t count, HostObjectPool* pool,
                                       bool* isASCII) {
   *isASCII = true;

@@ -15,10 +15,10 @@
 
 namespace {
 
-// The working directory with a slash behind it; "" when there is none.
+// Returns the working directory with a slash at the end, or "" if it cannot be found out.
 std::string WorkingDirectory() {
   const std::unique_ptr<char, decltype(&std::free)> path(getcwd(nullptr, 0), &std::free);
-  // What lies outside the root is told as "(unreachable)...".
+  // For a folder outside the root folder the system returns "(unreachable)...".
   if (path == nullptr || path.get()[0] != '/') return "";
   return std::string(path.get()) + '/';
 }

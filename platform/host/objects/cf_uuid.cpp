@@ -50,7 +50,7 @@ using Bytes = std::array<UInt8, 16>;
 
 constinit std::mutex sConstantsMutex;
 
-// Never destroyed: constant objects may be asked for at any time.
+// Never destroyed, because constant objects may be used at any time.
 std::map<Bytes, __CFUUID*>& LockedConstants() {
   static auto* sConstants = new std::map<Bytes, __CFUUID*>;
   return *sConstants;

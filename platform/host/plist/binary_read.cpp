@@ -25,8 +25,8 @@ namespace {
 constexpr size_t kMemoryFactor = 16;
 constexpr size_t kLeastItem = 4;  // two bytes of an object, a position and a reference
 
-// A big-endian number of 1 to 8 bytes, with at least as many bytes of the file behind it as the
-// trailer has.
+// Reads a big-endian number of 1 to 8 bytes. At least as many bytes of the file as the trailer has
+// must follow.
 uint64_t LoadBig(const UInt8* bytes, size_t size) {
   static_assert(kHostPlistTrailerSize >= sizeof(uint64_t));
   return HostLoadBig64(bytes) >> (64 - 8 * size);
@@ -191,7 +191,7 @@ bool BinaryReader::FailLength(size_t where) {
   return Fail(where, "this object is longer than the file", "it may have been cut short");
 }
 
-// The count behind a marker that has no room for it.
+// Reads the count after a marker that has no room for it.
 inline bool BinaryReader::ReadCount(Head* head) {
   const UInt8 marker = head->content < table ? bytes[head->content] : UInt8{0};
   const size_t size = size_t{1} << (marker & 0x0F);
@@ -207,7 +207,8 @@ inline bool BinaryReader::ReadCount(Head* head) {
   return true;
 }
 
-// Whether so many bytes follow. (No count is larger than the file, so no product of one wraps.)
+// Whether `size` bytes follow. No count is larger than the file, so products with it cannot
+// overflow.
 inline bool BinaryReader::Fits(const Head& head, uint64_t size) {
   return size <= table - head.content || FailLength(head.at);
 }
@@ -245,7 +246,7 @@ const HostCFObject* BinaryReader::MakeDate(const Head& head) {
 }
 
 const HostCFObject* BinaryReader::MakeASCII(const Head& head) {
-  static_assert(kHostPlistTrailerSize >= sizeof(UInt64));  // behind all objects
+  static_assert(kHostPlistTrailerSize >= sizeof(UInt64));  // after all objects
   bool isASCII = false;
   const auto* string =
       HostCFString::CreateIfASCII(bytes + head.content, head.count, builder.Pool(), &isASCII);
@@ -323,7 +324,7 @@ bool BinaryReader::OpenContainer(size_t index, const Head& head) {
   return true;
 }
 
-// Makes an object that is not known. `referrer` is where the reference stands.
+// Makes an object that is not known. `referrer` is the offset of the reference.
 BinaryReader::Added BinaryReader::AddObject(size_t index, bool asKey, size_t referrer) {
   constexpr Added kNothing = Added::kNothing;
   const size_t entry = table + index * offsetSize;
@@ -355,7 +356,7 @@ BinaryReader::Added BinaryReader::AddObject(size_t index, bool asKey, size_t ref
   return asKey && object->TypeID() != kHostTypeString ? FailKey(referrer) : Added::kLeaf;
 }
 
-// What is referred to at `at`. (Always inline: with the loop that calls it.)
+// Adds the object of the reference at `at`. Inlined into the loop that calls it.
 [[gnu::always_inline]] inline BinaryReader::Added BinaryReader::AddReference(size_t at,
                                                                              bool asKey) {
   const uint64_t index = LoadBig(bytes + at, refSize);

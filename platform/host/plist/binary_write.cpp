@@ -29,8 +29,8 @@ size_t WidthOf(UInt64 value, bool mayBeThree) {
   return value <= 0xFFFFFFFF ? 4 : 8;
 }
 
-// The last `size` bytes of a number, 1 to 8, in front of what is written over next: there is room
-// for eight.
+// Writes the last `size` bytes of a number, 1 to 8. There must be room for eight bytes; those after
+// the first `size` are overwritten by what is written next.
 UInt8* PutBig(UInt64 value, size_t size, UInt8* at) {
   HostStoreBig64(at, value << (64 - 8 * size));
   return at + size;

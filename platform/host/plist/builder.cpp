@@ -136,7 +136,7 @@ bool HostPlistBuilder::Close() {
     static_assert(sizeof(HostPair) == 2 * sizeof(CFTypeRef));
     const auto* dictionary = HostCFDictionary::CreateTaking(
         reinterpret_cast<const HostPair*>(first), count / 2, isMutable, Pool());
-    // What it dropped for a repeated key may have held the last reference to keys that are known.
+    // The value that a repeated key replaced may have held the last reference to a known key.
     if (dictionary != nullptr && dictionary->Count() != count / 2) {
       hasDropped = true;
       ++era;
@@ -202,6 +202,6 @@ bool HostPlistBuilder::AddData(const UInt8* bytes, size_t count) {
 
 CFPropertyListRef HostPlistBuilder::TakeRoot() {
   const CFTypeRef root = values[--valueCount];
-  ++era;  // nobody knows how long the keys will live
+  ++era;  // the keys may be destroyed at any time from now on
   return root;
 }

@@ -115,9 +115,9 @@ class HostPlistBuilder {
   const char* problem = kHostPlistNoMemory;
   HostObjectPool pool;
   std::vector<Frame> frames;
-  // Of all open containers: keys and values in turn, or values. There is room for all that a
-  // large file can have from the beginning, so that no abandoned lists are left in the heap; what
-  // is not used is never touched, and not counted either.
+  // The items of all open containers: keys and values in turn, or values. The room is that for all
+  // items a file of this size can have, so that the list never moves and leaves no freed blocks in
+  // the heap. Pages that are not used take no memory and do not count.
   CFTypeRef* values = nullptr;
   size_t valueCount = 0;
   size_t valueLimit = 0;       // as many are counted

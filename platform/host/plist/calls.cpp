@@ -20,7 +20,7 @@
 
 namespace {
 
-// What is written, in a block of malloc, which grows by the half.
+// Collects the bytes in a block of malloc, which grows by half its size.
 class ByteBuffer final : public HostPlistSink {
  public:
   ByteBuffer() = default;
@@ -35,7 +35,7 @@ class ByteBuffer final : public HostPlistSink {
     return true;
   }
 
-  // The bytes as an object of their own; the buffer is empty then. Null when there is no memory.
+  // Returns the bytes as a new object and empties the buffer, or returns null without memory.
   CFDataRef GiveAsData() {
     if (void* fitting = std::realloc(bytes, size)) bytes = static_cast<UInt8*>(fitting);
     CFDataRef data = HostCFData::CreateNoCopy(bytes, size, kCFAllocatorMalloc);
@@ -46,7 +46,8 @@ class ByteBuffer final : public HostPlistSink {
   }
 
  private:
-  // At least `count` bytes of room. False when there is no memory or more than a CFIndex can tell.
+  // Makes room for `count` more bytes. Returns false without memory, or if the size does not fit a
+  // CFIndex.
   bool Grow(size_t count) {
     if (capacity - size >= count) return true;
     if (count > INT32_MAX - size) return false;
@@ -100,7 +101,7 @@ bool HasOnlyTextTypes(CFPropertyListRef list) {
   return walk.Fault() == nullptr;
 }
 
-// `error` may be null. Without memory for the text there is none.
+// Stores the text of an error; null without memory for it. `error` may be null.
 void Report(const HostPropertyListError& why, CFStringRef* error) {
   if (error == nullptr) return;
   HostGuard([&] {

@@ -4,7 +4,8 @@ namespace {
 
 bool IsTrail(UInt8 byte) { return (byte & 0xC0) == 0x80; }
 
-// The size of the one well-formed sequence at `at`, which is no ASCII; 0 when there is none.
+// Returns the size of the well-formed sequence at `at`, which does not begin with an ASCII byte; 0
+// if it is not well formed.
 size_t SequenceSize(const UInt8* at, size_t count) {
   const UInt8 lead = at[0];
   const size_t size = lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;

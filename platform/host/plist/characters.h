@@ -8,8 +8,8 @@
 #include <cstring>
 #include <vector>
 
-// The characters of property lists in XML and in the old text form, and looking through them a word
-// at a time. Pure functions, the same results on every host.
+// The characters of property lists in XML and in the old text form. Texts are searched a word at a
+// time. Pure functions with the same results on every CPU; any thread.
 
 // A file's text as UTF-8 without byte-order mark: in place, or in a buffer of the caller.
 struct HostPlistText {
@@ -32,19 +32,19 @@ void HostNormaliseLineEnds(HostPlistText* text, std::vector<UInt8>* converted);
 inline constexpr uint64_t kHostOnes = 0x0101010101010101;
 inline constexpr uint64_t kHostHighs = 0x8080808080808080;
 
-// The high bit of each byte that is 0 in `word`, and perhaps of bytes above such a one in value.
-// Nonzero exactly when there is one.
+// Returns a word with the high bit set in each byte that is 0 in `word`, and perhaps in more
+// significant bytes. It is 0 if no byte is 0.
 inline uint64_t HostZeroBytes(uint64_t word) { return (word - kHostOnes) & ~word & kHostHighs; }
 
-// For a word from memory: which byte, in the order of addresses, is the first that is not 0.
+// Returns the index, by address, of the first byte that is not 0 in a word from memory.
 inline size_t HostFirstByte(uint64_t word) {
   const int bits =
       std::endian::native == std::endian::little ? std::countr_zero(word) : std::countl_zero(word);
   return static_cast<size_t>(bits) / 8;
 }
 
-// The first of `at` to `end` that is `a`, `b` or NUL; `end` when there is none. `*high` gets its
-// top bits set when a byte before it is no ASCII, else it stays as it is.
+// Returns the first byte from `at` to `end` that is `a`, `b` or NUL, or `end` if there is none.
+// Sets the top bits of `*high` if a byte before it is not ASCII; otherwise leaves it as it is.
 inline const UInt8* HostFindEither(const UInt8* at, const UInt8* end, UInt8 a, UInt8 b,
                                    uint64_t* high) {
   for (uint64_t word; end - at >= static_cast<ptrdiff_t>(sizeof word); at += sizeof word) {

@@ -11,8 +11,8 @@
 
 namespace {
 
-// The first characters of a text file behind byte-order mark and white space; what is no ASCII
-// shows as '?'.
+// Returns the first characters of a text file after the byte-order mark and white space, with '?'
+// for each character that is not ASCII.
 std::string FirstCharacters(const UInt8* bytes, size_t count) {
   constexpr size_t kEnough = 16;
   const bool isBig = count >= 2 && bytes[0] == 0xFE && bytes[1] == 0xFF;
@@ -40,7 +40,7 @@ CFPropertyListFormat HostRecognisePlist(const UInt8* bytes, size_t count) {
   }
   const std::string text = FirstCharacters(bytes, count);
   if (text.empty() || text[0] != '<') return kCFPropertyListOpenStepFormat;
-  // Every element has a letter in its name that is no hexadecimal digit.
+  // The name of every element has a letter that is not a hexadecimal digit.
   const size_t end = text.find_first_not_of("0123456789abcdefABCDEF", 1);
   const char stop = end == std::string::npos ? '>' : text[end];
   const bool isWord = (stop >= 'a' && stop <= 'z') || (stop >= 'A' && stop <= 'Z') || stop == '/';

@@ -25,7 +25,7 @@ inline constexpr size_t kHostPlistDepth = 512;
 // hexadecimal digits for XML. All else is old-style text.
 CFPropertyListFormat HostRecognisePlist(const UInt8* bytes, size_t count);
 
-// What a reader is to make.
+// Describes the list that a reader makes.
 struct HostPlistRequest {
   CFOptionFlags mutability = kCFPropertyListImmutable;
   // The objects of a large file share blocks of memory, so a value that is kept keeps others'

@@ -160,7 +160,7 @@ bool TextReader::DecodeQuoted(const UInt8* from, const UInt8* to, size_t* used) 
   return true;
 }
 
-// One unit, at the backslash `from`; `from` moves behind the escape.
+// Reads the unit of the escape that begins with the backslash at `from`; moves `from` after it.
 bool TextReader::ReadEscape(const UInt8*& from, const UInt8* to, UniChar* unit) {
   const UInt8* const backslash = from++;
   const UInt8 letter = *from++;
@@ -233,7 +233,7 @@ bool TextReader::ReadValue() {
   return (*at == '<' ? ReadData() : ReadText(false)) && FinishItem();
 }
 
-// Behind a value: the separator of the container it is in.
+// Reads the separator that follows a value in its container.
 bool TextReader::FinishItem() {
   if (!builder.IsInside()) return true;
   if (!Skip()) return false;
@@ -283,7 +283,7 @@ bool TextReader::ReadItems() {
   return true;
 }
 
-// One value, or pairs without braces: a text with = or ; behind it is their first key.
+// Reads one value, or pairs without braces: a text followed by = or ; is their first key.
 bool TextReader::ReadAll() {
   if (!Skip()) return false;
   if (at == end) return Fail(at, "there is nothing in the file");

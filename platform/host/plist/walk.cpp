@@ -17,7 +17,7 @@
 // Sorted dictionaries: on entering one, its pairs are copied to the end of `sorted` and sorted
 // there; on leaving it, they are cut off again. So `sorted` holds the pairs of all open
 // dictionaries, the innermost last, and a frame remembers where its own begin. Keys are compared by
-// 64-bit prefixes first (KeyOrder), because the strings lie all over the memory and most keys
+// 64-bit prefixes first (KeyOrder), because the strings are scattered in memory and most keys
 // differ early.
 //
 // Most of the time goes into waiting for memory. The prefetches ask for what the next steps need.
@@ -59,7 +59,7 @@ int Compare(HostTextView a, HostTextView b) {
   return (a.length > b.length) - (a.length < b.length);
 }
 
-// How many units at the beginning two texts have in common, at most `limit`.
+// Returns how many units two texts have in common at their beginning, at most `limit`.
 size_t CommonUnits(HostTextView a, HostTextView b, size_t limit) {
   limit = std::min({limit, a.length, b.length});
   size_t count = 0;
@@ -82,9 +82,8 @@ UInt64 PrefixOf(HostTextView text, size_t from, bool anyWide) {
 
 }  // namespace
 
-// Puts pairs into the order of their keys. Strings lie all over the memory: they are compared by a
-// word of each, fetched once, and where these are the same, by the next word; few are then compared
-// whole.
+// Sorts pairs by their keys. The strings are scattered in memory, so a word of each is fetched once
+// and compared; keys with equal words are compared by the next word, and few of them as a whole.
 struct HostPlistWalk::KeyOrder {
   SortedPair* first;
   SortedPair* last;
@@ -252,7 +251,7 @@ bool HostPlistWalk::Visit(const void* item) {
   }
 }
 
-// Goes to the next pair of an open dictionary; holes are passed over. False at its end.
+// Goes to the next pair of an open dictionary and skips holes. Returns false at its end.
 bool HostPlistWalk::NextPair(Frame& frame) {
   const auto* dictionary = static_cast<const HostCFDictionary*>(frame.container);
   while (frame.next < frame.end) {

@@ -74,7 +74,7 @@ bool HostXMLMarkup::ReadUnusualEndTag(HostXMLElement element) {
   return true;
 }
 
-// As ReadText, for text that is not one run: `at` is at the end of its first one.
+// Does the work of ReadText for a text of several runs; the first one ends here.
 bool HostXMLMarkup::GatherText(const StartTag& tag, const UInt8* from, Text* text) {
   scratch.clear();
   uint64_t high = 0;

@@ -35,8 +35,8 @@ inline std::string_view HostXMLNameOf(HostXMLElement element) {
 }
 inline std::string HostXMLTag(std::string_view name) { return "<" + std::string(name) + ">"; }
 
-// A tag without blanks and attributes, "key>" or "true/>", as a number: what the eight bytes behind
-// the < give when they are shifted. Longer ones have none.
+// A tag without white space and attributes, such as "key>" or "true/>", as a number: the eight
+// bytes after the <, shifted. Longer tags have no such number.
 struct HostXMLTagWord {
   uint64_t word = 0;
   int shift = 64;

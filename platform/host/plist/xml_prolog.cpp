@@ -18,7 +18,7 @@ bool HostXMLProlog::CheckEncoding(const UInt8* where, std::string_view name) {
   for (const char c : name) {
     lower += static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
   }
-  // What came as UTF-16 was recognised by its mark and is UTF-8 by now.
+  // A file in UTF-16 was recognised by its byte-order mark and has been converted to UTF-8.
   if (input.wasUTF16) return true;
   for (const char* known : {"utf-8", "utf8", "us-ascii", "ascii"}) {
     if (lower == known) return true;

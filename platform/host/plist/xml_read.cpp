@@ -43,7 +43,8 @@ class XMLReader : private HostXMLMarkup {
   bool AddData(const StartTag& tag, const Text& text, const UInt8* from);
 };
 
-// A line break and up to seven tabs, as they stand between elements as a rule. More may follow.
+// Skips a line break and up to seven tabs, which is the usual white space between elements. More
+// may follow.
 void XMLReader::SkipIndentation() {
   constexpr uint64_t kTabs = kHostOnes * '\t';
   uint64_t word;

@@ -4,7 +4,7 @@
 
 namespace {
 
-// The character whose number is written as 65 or x41; 0 when there is no such character.
+// Returns the character with a number written as 65 or x41, or 0 if there is none.
 UInt32 CharacterOf(std::string_view number) {
   const bool isHexadecimal = number.starts_with('x');
   if (isHexadecimal) number.remove_prefix(1);

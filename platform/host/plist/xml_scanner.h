@@ -8,9 +8,9 @@
 #include "platform/host/plist/reader.h"
 
 // HostXMLScanner is the lowest part of the XML reader: white space, names, attributes, references,
-// and the errors that all of XML can have. The prolog (xml_prolog.h) stands on it, the markup
-// (xml_markup.h) on both, and the values (xml_read.cpp) on all three. A function that returns bool
-// returns false after a failure, which Fail has stored. One thread.
+// and the errors that all of XML can have. HostXMLProlog (xml_prolog.h), HostXMLMarkup
+// (xml_markup.h) and the reader of values (xml_read.cpp) are built on it, each on the one before. A
+// function that returns bool returns false after a failure, which Fail has stored. One thread.
 class HostXMLScanner : protected HostPlistReader {
  protected:
   using HostPlistReader::HostPlistReader;
@@ -39,7 +39,7 @@ class HostXMLScanner : protected HostPlistReader {
   bool ReadReference(UInt8* out, size_t* count);
 
  private:
-  // What a byte can be in markup.
+  // The uses of a byte in markup.
   static constexpr UInt8 kBlank = 1;
   static constexpr UInt8 kNameStart = 2;
   static constexpr UInt8 kNamePart = 4;

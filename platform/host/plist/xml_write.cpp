@@ -23,8 +23,8 @@ constexpr std::string_view kHead =
     "<plist version=\"1.0\">\n";
 constexpr std::string_view kFoot = "</plist>\n";
 
-// XMLWriter puts the steps of a walk into text. A function that puts text returns false when XML
-// cannot carry it; `problem` then says why.
+// XMLWriter writes the steps of a walk as text. A function that writes text returns false if XML
+// cannot carry it; `problem` is the reason then.
 class XMLWriter {
  public:
   explicit XMLWriter(HostPlistSink& sink) : out(sink) {}
@@ -64,8 +64,8 @@ class XMLWriter {
 constexpr size_t kLongestCharacter = 5;
 constexpr size_t kShort = 1024;
 
-// Whether one of eight characters may not stand for itself in UTF-8 or in XML: control characters,
-// &, < and >, and what is not ASCII.
+// Whether one of eight characters has another form in UTF-8 or in XML: control characters, &, < and
+// >, and characters that are not ASCII.
 bool HasSpecial(uint64_t word) {
   const uint64_t belowBlank = (word - kHostOnes * ' ') & ~word & kHostHighs;
   return (belowBlank | (word & kHostHighs) | HostZeroBytes(word ^ kHostOnes * '&') |
@@ -110,9 +110,9 @@ UInt8* XMLWriter::PutEach(const UInt8* units, size_t count, UInt8* at) {
   return at;
 }
 
-// At most kShort characters of ISO Latin-1, to where there is room for them; null when XML cannot
-// carry them. Eight a time where all of them stand for themselves; those at the end together with
-// some that have been put already.
+// Writes at most kShort characters of ISO Latin-1, for which there must be room. Returns null if
+// XML cannot carry them. Eight characters without another form are copied at a time; the last ones
+// together with some that were copied before.
 UInt8* XMLWriter::PutShort(const UInt8* units, size_t count, UInt8* at) {
   constexpr size_t kWord = sizeof(uint64_t);
   uint64_t word;
@@ -229,7 +229,7 @@ bool XMLWriter::PutDate(const HostCFDate& date, size_t level) {
   return true;
 }
 
-// Lines get shorter the deeper they stand, as if a tab were eight characters wide.
+// Deeper lines are shorter, as if a tab were eight characters wide.
 void XMLWriter::PutData(const HostCFData& data, size_t level) {
   const size_t characters = level < 9 ? 76 - 8 * level : 4;
   const size_t lineBytes = characters / 4 * 3;

@@ -27,9 +27,9 @@
 //   1. Follow the links to the file itself and open its folder, which is created if it is missing.
 //      From here on files are named relative to that folder, so renaming it does no harm.
 //   2. Lock byte 0 of .ID.plist.lock. If the lock file was replaced meanwhile, start again with the
-//      new one: a removed file guards nothing.
-//   3. Read the file again and apply this process's changes to it, but for those under keys that
-//      the process asked for in vain (unread.h). If nothing differs, end here.
+//      new one, because a lock on a removed file excludes nobody.
+//   3. Read the file again and apply this process's changes to it, except under keys whose
+//      values the process could not read before (unread.h). If nothing differs, end here.
 //   4. Write .ID.plist.new with the old file's owner and mode, and sync it.
 //   5. Rename it over the file, and sync the folder.
 //
@@ -37,9 +37,9 @@
 // the next commit removes the .new file, which only the owner of the lock may create.
 //
 // Limits: 30 s for the lock (the wait polls, because a lock of a stopped process never ends), 40
-// links, 100 replaced lock files. The lock file is never removed, since whoever waits for it has it
-// open. Order of locks: HostPreferencesFile::committing, then the lock file; the descriptor table's
-// lock is held only while the lock file is opened.
+// links, 100 replaced lock files. The lock file is never removed, since processes that wait for it
+// have it open. Order of locks: HostPreferencesFile::committing, then the lock file; the descriptor
+// table's lock is held only while the lock file is opened.
 
 constinit HostCFString gHostRemovedPreference{"(removed)"};
 

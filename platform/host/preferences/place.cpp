@@ -23,7 +23,7 @@ constinit HostCFString sCurrentHost{"kCFPreferencesCurrentHost"};
 constinit HostCFString sAnyUser{"kCFPreferencesAnyUser"};
 constinit HostCFString sCurrentUser{"kCFPreferencesCurrentUser"};
 
-// Leaves room in a file name of 255 bytes for what stands around an identifier.
+// Leaves room for the other parts of a file name of 255 bytes.
 constexpr size_t kMaxIdentifierBytes = 200;
 
 constexpr char kFolder[] = "/veltrane/preferences/";
@@ -50,8 +50,8 @@ std::string SharedFolder() {
   return "/etc/xdg";
 }
 
-// What this program is called when it asks for the current application: its bundle's identifier,
-// or its file's name.
+// Returns the identifier of the current application: that of this program's bundle, or the name of
+// its file.
 const std::string& OwnIdentifier() {
   static const std::string* const name = [] {
     const std::string path = HostProgramPath(getpid());

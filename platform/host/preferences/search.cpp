@@ -22,10 +22,10 @@ struct Variable {
   void Take() { value = Now(name); }
 };
 
-// The last domain that was asked for: most programs read one domain, and finding its path takes
-// longer than everything else in a read but the question to the kernel.
+// The domain that was used last. Most programs read one domain, and finding its path takes longer
+// than everything else in a read except the system call.
 struct LastFound {
-  std::mutex mutex;  // of all below
+  std::mutex mutex;  // guards all below
   HostRetained<HostCFString> application;
   CFStringRef user = nullptr;  // this and the next are the platform's constants
   CFStringRef host = nullptr;
@@ -64,7 +64,7 @@ HostPreferencesFile* HostFindPreferencesFile(CFStringRef application, CFStringRe
   const HostPreferencesPlace place = HostFindPreferencesPlace(application, user, host);
   if (place.path.empty()) return nullptr;
   HostPreferencesFile* const file = &HostPreferencesFile::At(place);
-  // Without HOME the password database says where the home folder is: that is asked each time.
+  // Without HOME the home folder comes from the password database, which is read each time.
   if (IsConstant(user, host) && Variable::Now("HOME")[0] == '/') {
     const std::lock_guard<std::mutex> lock(last.mutex);
     last.file = nullptr;  // until all the rest is in place

@@ -43,8 +43,8 @@ bool ParseStatus(const char* text, HostProcessStatus* status) {
 }  // namespace
 
 int HostReadProcessStatus(pid_t pid, HostProcessStatus* status) {
-  // The dot makes a user-mode emulator pass the path on. It would answer for the path without it
-  // itself, with a start time that differs from the one that other processes see.
+  // The dot makes a user-mode emulator pass the path to the kernel. For the path without it, the
+  // emulator makes up a file, with a start time that differs from the one other processes see.
   char path[40];
   std::snprintf(path, sizeof path, "/proc/./%d/stat", static_cast<int>(pid));
   const HostOpenFile file(open(path, O_RDONLY | O_CLOEXEC));

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-// What /proc reports about a process. Any thread.
+// The state of a process, as /proc reports it. Any thread.
 
 struct HostProcessStatus {
   uint64_t startTicks = 0;   // clock ticks from the machine's start to the process's
@@ -14,7 +14,7 @@ struct HostProcessStatus {
 };
 
 // Returns 0, or ESRCH if there is no such process; zombies and the kernel's own threads do not
-// count as processes. Any other errno value says why /proc could not be read.
+// count as processes. Any other errno value is the reason why /proc could not be read.
 int HostReadProcessStatus(pid_t pid, HostProcessStatus* status);
 
 // Returns the path of a process's program, or "" if it cannot be read.

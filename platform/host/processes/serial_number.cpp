@@ -22,7 +22,8 @@ ProcessSerialNumber Compose(uint64_t startTicks, pid_t pid) {
   return {ticks != 0 ? ticks : 1, static_cast<UInt32>(pid)};
 }
 
-// This process's number, the high word in the upper half; after a fork still the parent's.
+// This process's number, with the high word in the upper half. In a forked child it is the parent's
+// until OwnSerialNumber notices that.
 constinit std::atomic<uint64_t> sOwnNumber{0};
 
 bool OwnSerialNumber(ProcessSerialNumber* psn) {
@@ -38,7 +39,7 @@ bool OwnSerialNumber(ProcessSerialNumber* psn) {
   return true;
 }
 
-// Gives { 0, kCurrentProcess } the number it stands for.
+// Replaces { 0, kCurrentProcess } by this process's number.
 bool Resolve(const ProcessSerialNumber& psn, ProcessSerialNumber* resolved) {
   *resolved = psn;
   return !IsCurrentProcess(psn) || OwnSerialNumber(resolved);

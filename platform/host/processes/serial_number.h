@@ -11,7 +11,7 @@
 // pid that is used again gives another number. Any thread.
 
 // Finds the number of a live process of this process's user. Returns 0, ESRCH if there is none, or
-// the errno value of a failure to look. A failure leaves `*psn` unchanged.
+// the errno value if /proc cannot be read. A failure leaves `*psn` unchanged.
 int HostFindSerialNumber(pid_t pid, ProcessSerialNumber* psn);
 // Returns true if that gives a number.
 bool HostSerialNumberOfPid(pid_t pid, ProcessSerialNumber* psn);

@@ -26,8 +26,8 @@ bool IsTraced() {
   return found != nullptr && strtol(found + sizeof kField - 1, nullptr, 10) > 0;
 }
 
-// The signal is ignored while it is raised: a traced process reports it to its tracer all the same,
-// and a tracer that is no debugger, and so passes the signal on, does not end the process with it.
+// The signal is ignored while it is raised. A traced process reports it to its tracer all the same;
+// a tracer that is not a debugger passes the signal on, and that does not end the process then.
 void StopInTracer() {
   static constinit std::mutex sDispositionLock;
   const std::lock_guard<std::mutex> held(sDispositionLock);

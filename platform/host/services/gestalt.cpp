@@ -6,7 +6,7 @@ namespace {
 
 constexpr SInt32 kSystemVersion = 0x1040;
 
-// A value that is no number hides the selector, as on a system that does not know it.
+// If the value is not a number, the selector is unknown, as on a system without it.
 bool SystemVersion(SInt32* version) {
   const char* text = secure_getenv("VLTHOST_GESTALT_SYSV");
   if (text == nullptr || text[0] == 0) return *version = kSystemVersion, true;

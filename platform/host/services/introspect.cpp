@@ -14,10 +14,11 @@
 namespace {
 
 constexpr UInt32 kNoAuditSession = 0xFFFFFFFF;
-// Stands for user 0, whose number would mean "no session". No user and no audit session has it.
+// The session id of user 0, because 0 would mean "no session". It is not the number of any user or
+// audit session.
 constexpr SecuritySessionId kRootUserSession = 0x80000000;
 
-// Decimal, or hexadecimal after 0x.
+// Reads a decimal number, or a hexadecimal one after 0x.
 bool ParseNumber(const char* text, UInt32* number) {
   if (text == nullptr || text[0] < '0' || text[0] > '9') return false;
   const int base = text[0] == '0' && (text[1] == 'x' || text[1] == 'X') ? 16 : 10;
@@ -33,13 +34,13 @@ bool IsRealId(SecuritySessionId id) {
   return id != noSecuritySession && id != callerSecuritySession;
 }
 
-// What /proc told when it could first be read: this bit and the audit session's number, which is
-// kNoAuditSession outside every login. It stays the same as long as the process lives, and later
-// the file may be unreadable for lack of file descriptors.
+// The audit session's number and this bit, stored when /proc could first be read; kNoAuditSession
+// outside every login. The number does not change during the process's life, but later reads may
+// fail for lack of file descriptors, so the first result is kept.
 constexpr uint64_t kIsRead = uint64_t{1} << 32;
 constinit std::atomic<uint64_t> sAuditSession{0};
 
-// 0 when the file cannot be read now. A system without the file has no audit sessions.
+// Returns 0 if the file cannot be read now. A system without the file has no audit sessions.
 uint64_t ReadAuditSession() {
   const HostOpenFile file(open("/proc/self/sessionid", O_RDONLY | O_CLOEXEC));
   if (!file.IsOpen()) return errno == ENOENT || errno == ENOTDIR ? kIsRead | kNoAuditSession : 0;
@@ -66,7 +67,7 @@ bool IsSet(const char* variable) {
   return value != nullptr && value[0] != 0;
 }
 
-// Whether the caller belongs to a login session; fills in the id.
+// Returns whether the caller belongs to a login session, and fills in the id.
 bool FindId(HostSession* session) {
   session->idSource = "VLTHOST_SESSION_ID";
   if (ParseNumber(secure_getenv("VLTHOST_SESSION_ID"), &session->id) && IsRealId(session->id)) {
@@ -77,7 +78,7 @@ bool FindId(HostSession* session) {
   session->isKnown = audit != 0;
   session->id = static_cast<SecuritySessionId>(audit);
   if (audit == 0 || session->id != kNoAuditSession) return true;
-  // The real user: the effective one may be changed for the length of a block.
+  // Uses the real user id, because the effective one may be changed for the length of a block.
   const uid_t uid = getuid();
   session->idSource = "user id";
   session->id = uid != 0 ? static_cast<SecuritySessionId>(uid) : kRootUserSession;

@@ -6,7 +6,7 @@
 
 // HostLogSocket writes to the system log: one datagram for each entry, to the socket at a path. It
 // never waits, allocates nothing and keeps no file descriptor. An entry that the log does not take
-// at once is lost; the next one that it takes is preceded by an entry that says how many were lost.
+// at once is lost; the next one that it takes is preceded by an entry with the number of lost ones.
 // Any thread, and a forked child.
 class HostLogSocket {
  public:

@@ -18,8 +18,8 @@ constexpr integer_t kOrdinaryLimit = 63;
 constexpr integer_t kGreatestPriority = 127;
 constexpr integer_t kNotDepressed = -1;
 
-// A thread's port is its kernel number (at most 22 bits), spread over bits that the table of port
-// rights gives to none of its names: indexes from 0x800, below the first that the table hands out.
+// A thread's port is its kernel number (at most 22 bits), spread over bits in such a way that it is
+// not one of the right numbers of the port table: its index is below the first that the table uses.
 constexpr mach_port_t kThreadMark = 0x800;
 constexpr unsigned kLowBits = 11;
 constexpr unsigned kHighShift = 20;
@@ -30,7 +30,8 @@ mach_port_t PortOfThread(pid_t thread) {
   return (number >> kLowBits) << kHighShift | kThreadMark | low;
 }
 
-// What is known of a thread that has asked for its port. The records of live threads form a list.
+// The scheduling of a thread that has called mach_thread_self. The records of live threads form a
+// list.
 struct ThreadRecord {
   ThreadRecord();
   ~ThreadRecord();
@@ -51,7 +52,7 @@ constinit ThreadRecord* sThreads = nullptr;
 
 alignas(std::mutex) constinit char sChildMutex[sizeof(std::mutex)] = {};
 
-// The other threads do not exist in a child.
+// A forked child does not have the other threads.
 void ForgetAllInChild() {
   sMutex = new (sChildMutex) std::mutex;
   sThreads = nullptr;
@@ -85,7 +86,7 @@ ThreadRecord* FindLocked(thread_act_t port) {
   return record;
 }
 
-// A child of the thread, a process or another thread, begins in ordinary scheduling.
+// Threads and processes that the thread creates begin with ordinary scheduling.
 void Apply(pid_t thread, policy_t policy, integer_t priority) {
   if (policy == POLICY_TIMESHARE) {
     const sched_param none = {};
@@ -147,7 +148,7 @@ kern_return_t thread_policy(thread_act_t thread, policy_t policy, policy_base_t 
   record->basePriority = base[0];
   record->quantum = policy == POLICY_RR ? base[1] : 0;
   if (setLimit != 0) record->maxPriority = base[0];
-  // With the lock held the thread cannot end, so its number is still its own.
+  // The thread's end waits for the lock, so the number is still that of this thread.
   Apply(record->thread, policy, base[0]);
   return KERN_SUCCESS;
 }

@@ -9,15 +9,15 @@
 #include <CoreServices/MacErrors.h>
 
 // A pointer block is plain memory; a handle is the address of a record that begins with the master
-// pointer. Both are entered in a table of live blocks, so that a stale pointer is recognised by its
-// number, without being followed.
+// pointer. Both are entered in a table of live blocks. So a pointer to a freed block is recognised
+// by its address, without reading what it points to.
 
 namespace {
 
 constexpr std::align_val_t kAlignment{16};
 constexpr UInt8 kStateBits = 0xE0;
 constexpr UInt8 kLockedBit = 0x80;
-constexpr Size kSpareLimit = 4096;  // bytes that a shrunken handle may keep however small it is
+constexpr Size kSpareLimit = 4096;  // unused bytes that a handle which was made smaller may keep
 
 struct FreeBlock {
   void operator()(char* block) const { ::operator delete(block, kAlignment); }
@@ -26,7 +26,8 @@ using Block = std::unique_ptr<char, FreeBlock>;
 
 Block Allocate(Size size) {
   if (size < 0) return nullptr;
-  const auto bytes = static_cast<size_t>(size > 0 ? size : 1);  // every block has an address
+  // Also an empty block needs an address of its own.
+  const auto bytes = static_cast<size_t>(size > 0 ? size : 1);
   return Block(static_cast<char*>(::operator new(bytes, kAlignment, std::nothrow)));
 }
 
@@ -104,7 +105,7 @@ OSErr Finish(OSErr err) {
   return err;
 }
 
-// The record of a live handle, else null with the result set.
+// Returns the record of a live handle. For any other returns null and sets the result of MemError.
 HandleRecord* RecordOf(Handle handle) {
   Size unused;
   if (handle == nullptr) {
@@ -126,8 +127,8 @@ void Adopt(HandleRecord* record, Block block, Size size) {
   record->capacity = size;
 }
 
-// Gives the block `size` bytes of which the first `keep` stay and the next `count` come from
-// `source`, which may lie in the block itself.
+// Changes the block's size to `size` bytes. The first `keep` bytes stay, and the next `count` are
+// copied from `source`, which may lie in the block itself.
 OSErr Rewrite(HandleRecord* record, Size keep, const void* source, Size count, Size size) {
   if (size < 0) return memFullErr;
   if (record->master == nullptr) return nilHandleErr;

@@ -26,7 +26,7 @@ std::string_view Format(char (&entry)[HostLogSocket::kMaxText + 1], const char* 
   return {entry, length};
 }
 
-// "404 text", to the file that tests read. False when there is none.
+// Writes a line such as "404 text" to the file that tests read. Returns false if there is none.
 bool WriteToSink(int priority, std::string_view text) {
   char line[kMaxPrefix + HostLogSocket::kMaxText];
   const int size = snprintf(line, sizeof line, "%x %.*s", static_cast<unsigned>(priority),

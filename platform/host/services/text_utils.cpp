@@ -57,7 +57,7 @@ constexpr ByteMap MakeMap(bool upper, bool unmarked) {
   return map;
 }
 
-// By [raise case][strip marks].
+// Indexes: raise case, strip marks.
 constexpr ByteMap kMaps[2][2] = {{MakeMap(false, false), MakeMap(false, true)},
                                  {MakeMap(true, false), MakeMap(true, true)}};
 

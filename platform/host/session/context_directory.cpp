@@ -59,7 +59,8 @@ bool IsShortage(int error) {
          error == EDQUOT;
 }
 
-// Opens directory `name` of `parent`, made when it is missing, and checks that it is ours alone.
+// Opens the folder `name` of `parent`, which is created if it is missing, and checks that only this
+// user can use it.
 int OpenOwnDirectory(int parent, const char* name, const std::string& path, uid_t uid,
                      std::string* problem) {
   const bool made = mkdirat(parent, name, 0700) == 0;

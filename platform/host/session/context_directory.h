@@ -5,12 +5,12 @@
 // This room knows what all processes of a user share: the session directory and the port names in
 // it.
 //
-// The directory that is one user's session: the names/ and ports/ of everybody who speaks. Opened
-// and checked once, then reached only through its descriptors, so that nobody can put another in
-// its place. Any thread.
+// The session directory with its folders names/ and ports/. It is opened and checked once, and from
+// then on used through its file descriptors only, so that nobody can put another one in its place.
+// Any thread.
 
 struct HostContext {
-  int directory = -1;  // descriptors, kept for the life of the process
+  int directory = -1;  // these are file descriptors, open as long as the process lives
   int names = -1;
   int ports = -1;
   unsigned uid = 0;  // the effective uid at first use
@@ -22,5 +22,6 @@ struct HostContext {
 // distinct reason and tried again at the next call.
 const HostContext* HostGetContext();
 
-// As HostGetContext, without the log line; `problem` gets path, owner, mode and remedy.
+// Does the same as HostGetContext without the log line. Stores path, owner, mode and remedy in
+// `problem`.
 const HostContext* HostTryContext(std::string* path, std::string* source, std::string* problem);

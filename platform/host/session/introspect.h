@@ -5,15 +5,15 @@
 #include <string>
 #include <vector>
 
-// What people ask about the session that no documented call answers: its names with their owners,
-// and where its directory is. For tools, benchmarks and tests only. Any thread.
+// Information about the session that no platform call gives: its port names with their owners, and
+// where its directory is. For tools, benchmarks and tests only. Any thread.
 
 // One name that a live process owns.
 struct HostNameInfo {
   std::string name;    // raw bytes
-  pid_t ownerPid = 0;  // 0 when the owner's record could not be read
+  pid_t ownerPid = 0;  // 0 if the owner line could not be read
   uid_t ownerUid = 0;
-  std::string program;  // the owner's executable path as /proc tells, "" when it does not
+  std::string program;  // path of the owner's program from /proc, or ""
   double ageSeconds = 0;
   bool hidden = false;  // a process's own event port, claimed by its event loop
 };

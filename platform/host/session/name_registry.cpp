@@ -32,35 +32,36 @@
 
 // Names as file locks.
 //
-// A name's file holds two locks of its owner, of the kind that belongs to the open file
-// description: byte 0 makes it the owner, byte 1 + port id publishes its port. The kernel drops
-// both with the owner, at once and however it ended, so nothing that is read from a lock can be
-// stale. The content of the file is for people and for cleaning up only.
+// The owner of a name holds two open-file-description locks on the name's file: the one on byte 0
+// makes it the owner, the one on byte 1 + port id publishes its port. The kernel removes both as
+// soon as the owner ends, however it ends, so what a lock shows is never stale. The content of the
+// file, the owner line, is for people and for cleaning up only.
 //
 //   unowned --lock byte 0--> claimed --lock byte 1 + port id--> published --release or end-->
 //   unowned
 //
-// Claiming. Open, lock byte 0, and check that the path still leads to that file: a file that was
-// removed between the two guards nothing, and the claim starts again. Of any number of racers one
-// gets the lock. Then the dead owner's socket is removed, the record written, the port published,
-// and the name looked up once as others would do it, since a foreign lock in front would hide it.
-// The owner unlinks the file before it drops the locks; whoever opened it meanwhile starts again.
+// Claiming. Open the file, lock byte 0, and check that the path still leads to that file; if it was
+// removed in between, start again. One of any number of racing processes gets the lock. It then
+// removes the socket of the owner before, writes the owner line, publishes the port, and looks the
+// name up once as others do, since a foreign lock on a lower byte would hide the port. The owner
+// unlinks the file before it gives up the locks; a process that opened it meanwhile starts again.
 //
-// Looking up asks for the first lock from byte 1 on. A claimed name that is not published yet is
-// unknown. A thread that looks one name up again keeps its file open and then only asks for the
-// lock and whether the file has been removed.
+// Looking up. Query the first lock from byte 1 on. A name that is claimed but not yet published is
+// unknown. A thread that looks the same name up again keeps the file open; then it only queries the
+// lock and checks that the file has not been removed.
 //
-// Cleaning up. Each claim examines some files, beginning anywhere, and removes those that nobody
-// owns if they are a day old or the hidden name of a process that has ended. It holds byte 0
-// meanwhile.
+// Cleaning up. Each claim examines some files, beginning at a random one, and removes those without
+// an owner that are a day old or are the hidden name of a process that has ended. It locks byte 0
+// of such a file meanwhile.
 //
-// Locks. No mutex but that of the log line is held here. Opening holds forks off (descriptors.h)
-// and therefore never waits, whatever lies at the path.
+// Locks. No mutex but that of the log line is held here. Opening delays forks (descriptors.h) and
+// therefore never waits, whatever is at the path.
 
 namespace {
 
 constexpr size_t kMaxNameBytes = BOOTSTRAP_MAX_NAME_LEN - 1;
-// What one claim does to clean up, so that it does not take longer the more names there are:
+// Limits of what one claim does to clean up, so that its time does not grow with the number of
+// names.
 constexpr int kEntriesPerClaim = 512;      // name files that it examines,
 constexpr int kRemovalsPerClaim = 128;     // that it removes at most,
 constexpr uint32_t kSkippedAtMost = 4096;  // and passes over to begin anywhere
@@ -118,14 +119,14 @@ off_t OffsetOf(uint64_t portId) {
   return static_cast<off_t>(portId + 1);
 }
 
-// 0 when no owner has published a port; errors read as nobody.
+// Returns 0 if no owner has published a port, also after an error.
 uint64_t PublishedPort(int fd) {
   struct flock lock = LockOf(F_WRLCK, 1, 0);
   if (fcntl(fd, F_OFD_GETLK, &lock) != 0 || lock.l_type == F_UNLCK || lock.l_start < 2) return 0;
   return static_cast<uint64_t>(lock.l_start) - 1;
 }
 
-// What an owner writes about itself: for people, and for whoever cleans up behind it.
+// The owner line of a name file: for people, and for the process that cleans up after the owner.
 struct OwnerRecord {
   long pid = 0;
   unsigned long uid = 0;
@@ -211,15 +212,15 @@ bool IsRegularFile(int fd) {
   return fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
 }
 
-// Whether opening failed because of what the name's path leads to.
+// Whether opening failed because of what is at the name's path.
 bool IsFileUnusable(int error) {
   return error == EACCES || error == EPERM || error == ELOOP || error == EISDIR || error == ENXIO ||
          error == ENODEV || error == EINVAL;
 }
 
-// Opens the file of a name with `flags`. It is entered, so that no forked child keeps it. Returns
-// the descriptor; -1 with errno, which is EINVAL if the file is not a regular one. Never waits,
-// whatever lies at the path: forks are held off meanwhile.
+// Opens the file of a name with `flags`, and enters it, so that no forked child keeps it. Returns
+// the file descriptor, or -1 with errno, which is EINVAL if the file is not a regular one. Never
+// waits, whatever is at the path, because forks are delayed meanwhile.
 int OpenNameFile(const HostContext& context, const char* file, int flags) {
   int fd = -1;
   {
@@ -235,7 +236,7 @@ int OpenNameFile(const HostContext& context, const char* file, int flags) {
   return -1;
 }
 
-// Takes byte 0 of `file`: then the name is ours.
+// Locks byte 0 of `file`, which makes this process the owner of the name.
 kern_return_t TakeOwnership(const HostContext& context, const char* file, int* claim) {
   for (;;) {
     const int fd = OpenNameFile(context, file, O_RDWR | O_CREAT);
@@ -261,8 +262,7 @@ kern_return_t TakeOwnership(const HostContext& context, const char* file, int* c
   }
 }
 
-// Whether a hidden name's file, whose owner recorded itself as `record`, is that of a process that
-// has ended.
+// Whether `record` is the owner line of a hidden name whose process has ended.
 bool IsOfEndedProcess(const std::optional<OwnerRecord>& record) {
   ProcessSerialNumber psn = {0, 0};
   if (!record || record->pid <= 0) return false;
@@ -292,7 +292,8 @@ bool RemoveIfStale(const HostContext& context, const char* file) {
   return ours;
 }
 
-// Examines some of the names, beginning anywhere: what lies in front may be in use for long.
+// Examines some of the names, beginning at a random one, because the first ones may stay in use for
+// long.
 void RemoveStaleFiles(const HostContext& context) {
   HostDirectory directory(context.names, ".");
   if (!directory.IsOpen()) return;
@@ -343,17 +344,18 @@ class LastLookUp {
   void Close();
 
   NameFile name = {};
-  int descriptor = -1;      // of its file, read-only; -1: not kept
-  uint32_t generation = 0;  // of the process in which it was opened, by forks
+  int descriptor = -1;      // of the name's file, read-only; -1: not kept
+  uint32_t generation = 0;  // HostForkGeneration when it was opened
 };
 
 void LastLookUp::Close() {
-  // In a forked child the number is no longer ours.
+  // In a forked child the number may be another file's.
   if (generation == HostForkGeneration()) HostCloseDescriptor(descriptor);
   descriptor = -1;
 }
 
-// The published port, 0 when the kept file does not tell: then the name is to be opened anew.
+// Returns the published port, or 0 if the kept file has none; then the name's file must be opened
+// again.
 uint64_t LastLookUp::Ask() {
   if (descriptor < 0 || generation != HostForkGeneration()) return 0;
   const uint64_t port = PublishedPort(descriptor);
@@ -362,7 +364,7 @@ uint64_t LastLookUp::Ask() {
   return port != 0 && fstat(descriptor, &info) == 0 && info.st_nlink > 0 ? port : 0;
 }
 
-// As HostFindName.
+// Does the same as HostFindName.
 kern_return_t LastLookUp::OpenAndAsk(const HostContext& context, const NameFile& file,
                                      uint64_t* portId) {
   const bool isAgain = IsOf(file);
@@ -387,8 +389,9 @@ kern_return_t LastLookUp::OpenAndAsk(const HostContext& context, const NameFile&
   return BOOTSTRAP_SUCCESS;
 }
 
-// Whether others find `portId` in the name's file. Asked through a description of its own, which
-// the owner's locks exclude like anybody's. True if there are no descriptors to ask with.
+// Whether others find `portId` in the name's file. Opens the file once more, because the locks of
+// an opening do not exclude that opening itself. Returns true if there are no file descriptors
+// left.
 bool IsFound(const HostContext& context, const char* file, uint64_t portId) {
   const int fd = OpenToLook(context, file);
   if (fd < 0) return true;
