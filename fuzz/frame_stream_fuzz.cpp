@@ -45,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   int ends[2];
   Require(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0);
   const size_t portion = data[0] == 0 ? size : size_t{data[0]} * 7;
-  HostFrameReader reader(data[0] % 2 == 0);
+  HostFrameReader reader(static_cast<HostFrameReader::Passing>(data[0] % 3));
   size_t sent = 1, taken = 0;
   bool sound = true;
   while (sound && sent < size) {

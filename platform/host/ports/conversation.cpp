@@ -144,7 +144,7 @@ class Conversation {
 
   int descriptor = -1;
   uint64_t portID = 0;
-  HostFrameReader in{false};
+  HostFrameReader in{HostFrameReader::Passing::kDrop};
   HostOutQueue unfinished;     // the rest of a frame whose sender's time ran out
   int64_t receiveTimeout = 0;  // as set on the socket, ns; 0: none
   bool waited = false;
@@ -190,7 +190,7 @@ OSStatus Conversation::Open(uint64_t port, TimeLimit* limit) {
 void Conversation::Close() {
   HostCloseDescriptor(descriptor);
   descriptor = -1;
-  in = HostFrameReader(false);
+  in = HostFrameReader(HostFrameReader::Passing::kDrop);
   unfinished = HostOutQueue();
   receiveTimeout = 0;
 }

@@ -36,8 +36,8 @@ void HostEncodeFrameHeader(const HostFrameHeader& header, uint8_t* bytes) {
 bool HostDecodeFrameHeader(const uint8_t* bytes, HostFrameHeader* header) {
   const uint8_t kind = bytes[kKindAt];
   if (HostLoadBig32(bytes + kMagicAt) != kMagic || bytes[kVersionAt] != kVersion) return false;
-  if (kind != static_cast<uint8_t>(HostFrameKind::kRequest) &&
-      kind != static_cast<uint8_t>(HostFrameKind::kReply)) {
+  if (kind < static_cast<uint8_t>(HostFrameKind::kRequest) ||
+      kind > static_cast<uint8_t>(HostFrameKind::kLaneDeclined)) {
     return false;
   }
   header->kind = static_cast<HostFrameKind>(kind);
@@ -46,8 +46,11 @@ bool HostDecodeFrameHeader(const uint8_t* bytes, HostFrameHeader* header) {
   header->requestNumber = HostLoadBig64(bytes + kRequestNumberAt);
   header->sender = HostLoadBig64(bytes + kSenderAt);
   const uint16_t known = header->kind == HostFrameKind::kRequest ? kHostFrameReplyWanted : 0;
+  const bool hasBody =
+      header->kind == HostFrameKind::kRequest || header->kind == HostFrameKind::kReply;
+  const size_t most = hasBody ? kHostFrameLimit - kHostFrameHeaderSize : 0;
   return (header->flags & ~known) == 0 && HostLoadBig32(bytes + kReservedAt) == 0 &&
-         header->bodySize <= kHostFrameLimit - kHostFrameHeaderSize;
+         header->bodySize <= most;
 }
 
 void HostFillFrameHeader(HostFrameHeader header, HostGather* frame) {

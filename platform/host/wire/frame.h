@@ -12,7 +12,19 @@
 // The 32 bytes in front of every message on a connection. All numbers are big-endian;
 // docs/protocol.md has the byte table.
 
-enum class HostFrameKind : uint8_t { kRequest = 1, kReply = 2 };
+enum class HostFrameKind : uint8_t {
+  kRequest = 1,
+  kReply = 2,
+  // About lanes (ring.h). They have no body; with the first two come two file descriptors.
+  kLaneOffer = 3,
+  kLaneAccepted = 4,
+  kLaneDeclined = 5,
+};
+
+// Whether exactly two file descriptors come with a frame of this kind; none comes with any other.
+inline bool HostCarriesDescriptors(HostFrameKind kind) {
+  return kind == HostFrameKind::kLaneOffer || kind == HostFrameKind::kLaneAccepted;
+}
 
 inline constexpr uint16_t kHostFrameReplyWanted = 0x0001;  // requests only
 

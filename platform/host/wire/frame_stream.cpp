@@ -1,6 +1,7 @@
 #include "platform/host/wire/frame_stream.h"
 
 #include <sys/socket.h>
+#include <cassert>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -8,7 +9,9 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/host/base/descriptors.h"
 #include "platform/host/base/guard.h"
+#include "platform/host/wire/ring.h"
 
 namespace {
 
@@ -47,7 +50,26 @@ ssize_t ReceiveBytesAlone(int fd, iovec* room, int flags) {
   return -1;
 }
 
+// The number of descriptors in a control message, and its data.
+size_t DescriptorsIn(const cmsghdr& control) {
+  if (control.cmsg_level != SOL_SOCKET || control.cmsg_type != SCM_RIGHTS) return 0;
+  return (control.cmsg_len - CMSG_LEN(0)) / sizeof(int);
+}
+
 }  // namespace
+
+HostPassedPair& HostPassedPair::operator=(HostPassedPair&& other) noexcept {
+  std::swap(descriptors, other.descriptors);
+  std::swap(generation, other.generation);
+  return *this;
+}
+
+void HostPassedPair::Close() {
+  for (int& fd : descriptors) {
+    const int closed = std::exchange(fd, -1);
+    if (generation == HostForkGeneration()) HostCloseDescriptor(closed);
+  }
+}
 
 bool HostFrameReader::Peek(HostFrameHeader* header) const {
   if (bad || end - begin < kHostFrameHeaderSize) return false;
@@ -96,12 +118,25 @@ ssize_t HostFrameReader::Receive(int fd, int flags) {
     return -1;
   }
   iovec room = {block->Bytes() + end, block->Capacity() - end};
-  const ssize_t size = refuseDescriptors ? ReceiveBytesAlone(fd, &room, flags)
-                                         : recv(fd, room.iov_base, room.iov_len, flags);
+  ssize_t size = 0;
+  bool havePassed = false;
+  switch (passing) {
+    case Passing::kDrop:
+      size = recv(fd, room.iov_base, room.iov_len, flags);
+      break;
+    case Passing::kRefuse:
+      size = ReceiveBytesAlone(fd, &room, flags);
+      break;
+    case Passing::kTake:
+      size = ReceiveTaking(fd, room, flags, &havePassed);
+      break;
+  }
   if (size > 0) {
-    const bool known = end - begin >= kHostFrameHeaderSize;
-    end += static_cast<size_t>(size);
-    if (!known) LookAtHeader();
+    Grow(static_cast<size_t>(size));
+    if (havePassed && !CompleteCarrier(fd)) {
+      passed.Close();
+      return errno = EBADMSG, -1;
+    }
   } else if (begin == end) {
     const int error = errno;
     block = HostFrameRef();
@@ -111,9 +146,131 @@ ssize_t HostFrameReader::Receive(int fd, int flags) {
   return size;
 }
 
+void HostFrameReader::Grow(size_t size) {
+  const bool known = end - begin >= kHostFrameHeaderSize;
+  end += size;
+  if (!known) LookAtHeader();
+}
+
+// The kernel ends a receive call with the bytes that descriptors came with, so those of two frames
+// never mix, and the last byte of the call belongs to the frame that they are for.
+ssize_t HostFrameReader::ReceiveTaking(int fd, const iovec& room, int flags, bool* havePassed) {
+  iovec where = room;
+  alignas(cmsghdr) char control[CMSG_SPACE(2 * sizeof(int))];
+  msghdr message = {};
+  message.msg_iov = &where;
+  message.msg_iovlen = 1;
+  message.msg_control = control;
+  message.msg_controllen = sizeof control;
+  HostPassedPair arrived;
+  arrived.generation = HostForkGeneration();
+  size_t count = 0;
+  bool isShort = false;
+  ssize_t size = 0;
+  {
+    HostDescriptorOpening opening;
+    size = recvmsg(fd, &message, flags | MSG_CMSG_CLOEXEC);
+    if (size < 0) return size;
+    for (cmsghdr* each = CMSG_FIRSTHDR(&message); each != nullptr;
+         each = CMSG_NXTHDR(&message, each)) {
+      for (size_t i = 0; i < DescriptorsIn(*each); i++) {
+        int taken = -1;
+        memcpy(&taken, CMSG_DATA(each) + i * sizeof taken, sizeof taken);
+        assert(count < 2);  // there is room for no more
+        arrived.descriptors[count] = opening.Enter(taken, HostDescriptorKind::kWake);
+        isShort |= arrived.descriptors[count] < 0;
+        count++;
+      }
+    }
+  }
+  if ((message.msg_flags & MSG_CTRUNC) != 0) {
+    // Fewer than there was room for: the kernel had no number for the rest.
+    if (count < 2) isShort = true;
+    if (count == 2 && !isShort) return errno = EBADMSG, -1;
+  }
+  if (count == 0 && !isShort) return size;
+  if (passedAt != 0 || size == 0) return errno = EBADMSG, -1;  // two frames carry some
+  passed = std::move(arrived);
+  passedCount = count;
+  passedShort = isShort;
+  *havePassed = true;
+  return size;
+}
+
+// Whether what was received ends with a frame that carries descriptors. If it ends with part of a
+// frame, `*begun` is the size of that part.
+bool HostFrameReader::EndsWithCarrier(size_t* begun) const {
+  HostFrameHeader header;
+  *begun = 0;
+  for (size_t at = begin; at < end; at += header.FrameSize()) {
+    if (end - at < kHostFrameHeaderSize) {
+      *begun = end - at;
+      return false;
+    }
+    if (!HostDecodeFrameHeader(block->Bytes() + at, &header)) return false;
+  }
+  return HostCarriesDescriptors(header.kind);
+}
+
+// Descriptors have come with the last bytes. Their frame is sent in one piece, so the rest of it is
+// there already if the block had no room for all of it. False when it is not such a frame.
+bool HostFrameReader::CompleteCarrier(int fd) {
+  size_t begun = 0;
+  if (!EndsWithCarrier(&begun)) {
+    if (begun == 0) return false;
+    const size_t missing = kHostFrameHeaderSize - begun;
+    if (block->Capacity() - end < missing) {
+      const size_t have = end - begin;
+      HostFrameRef larger(HostFrameBuffer::Create(have + missing));
+      if (!larger) return false;
+      memcpy(larger->Bytes(), block->Bytes() + begin, have);
+      block = std::move(larger);
+      begin = 0;
+      end = have;
+    }
+    const ssize_t size = recv(fd, block->Bytes() + end, missing, MSG_DONTWAIT);
+    if (size != static_cast<ssize_t>(missing)) return false;
+    Grow(missing);
+    if (!EndsWithCarrier(&begun)) return false;
+  }
+  passedAt = end - begin;
+  return true;
+}
+
+ssize_t HostFrameReader::Receive(HostRingConsumer& ring) {
+  const bool isSound = ring.Look();
+  if (ring.Available() == 0) {
+    errno = isSound ? EAGAIN : EBADMSG;
+    return -1;
+  }
+  if (!MakeRoom()) {
+    errno = ENOMEM;
+    return -1;
+  }
+  const size_t size = ring.Read(block->Bytes() + end, block->Capacity() - end);
+  Grow(size);
+  return static_cast<ssize_t>(size);
+}
+
+// Whether the complete frame at `begin` came with what belongs to its kind.
+bool HostFrameReader::ArePassedRight() {
+  const bool came = passedAt != 0 && passedAt <= wanted;
+  if (came != HostCarriesDescriptors(next.kind)) return false;
+  if (passedAt == 0) return true;
+  passedAt = came ? 0 : passedAt - wanted;
+  if (!came) return true;
+  if (passedShort) passed.Close();
+  return passedShort || passedCount == 2;
+}
+
 HostFrameReader::Next HostFrameReader::Take(HostFrameHeader* header, HostFrameSlice* body) {
   if (bad) return Next::kBad;
   if (!HasCompleteFrame()) return Next::kIncomplete;
+  if (!ArePassedRight()) {
+    passed.Close();
+    bad = true;
+    return Next::kBad;
+  }
   *header = next;
   body->bytes = block->Bytes() + begin + kHostFrameHeaderSize;
   body->size = header->bodySize;
@@ -163,16 +320,32 @@ void HostOutQueue::DropFirst() {
   }
 }
 
+void HostOutQueue::Advance(size_t count) {
+  HostFrameSlice& block = blocks[first];
+  block.bytes += count;
+  block.size -= count;
+  size -= count;
+  if (block.size == 0) DropFirst();
+}
+
 int HostOutQueue::Flush(int fd) {
   while (!IsEmpty()) {
-    HostFrameSlice& block = blocks[first];
+    const HostFrameSlice& block = blocks[first];
     const ssize_t sent = send(fd, block.bytes, block.size, kSendFlags);
     if (sent < 0 && errno == EINTR) continue;
     if (sent < 0) return errno;
-    block.bytes += sent;
-    block.size -= static_cast<size_t>(sent);
-    size -= static_cast<size_t>(sent);
-    if (block.size == 0) DropFirst();
+    Advance(static_cast<size_t>(sent));
+  }
+  return 0;
+}
+
+int HostOutQueue::Flush(HostRingProducer& ring) {
+  while (!IsEmpty()) {
+    const iovec piece = {blocks[first].bytes, blocks[first].size};
+    size_t written = 0;
+    const int error = ring.Write({&piece, 1}, &written);
+    if (written > 0) Advance(written);
+    if (error != 0) return error;
   }
   return 0;
 }

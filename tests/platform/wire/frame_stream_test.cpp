@@ -1,9 +1,11 @@
 #include "platform/host/wire/frame_stream.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <cerrno>
+#include <cstring>
 
 #include <algorithm>
 #include <string>
@@ -116,6 +118,8 @@ TEST(FrameReader, WhatIsNoFrameEndsTheStream) {
       {"magic", 0, {'x'}},
       {"version", 4, {2}},
       {"kind 0", 5, {0}},
+      {"kind 6", 5, {6}},
+      {"an offer with a body", 5, {3}},
       {"unknown flag", 6, {0x80, 0}},
       {"limit + 1", 8, {0x01, 0, 0, 0}},
       {"2^32 - 1", 8, {0xFF, 0xFF, 0xFF, 0xFF}},
@@ -134,6 +138,94 @@ TEST(FrameReader, WhatIsNoFrameEndsTheStream) {
     EXPECT_EQ(HostFrameReader::Next::kBad, reader.Take(&header, &slice));
     EXPECT_TRUE(reader.IsBad());
   }
+}
+
+// Descriptors are taken with the two kinds of frames that carry them, and never kept otherwise.
+
+// The reading end tells when nobody has the writing end any more.
+struct Pipe {
+  Pipe() { EXPECT_EQ(0, pipe2(ends, O_CLOEXEC | O_NONBLOCK)); }
+  ~Pipe() { close(ends[0]); }
+  bool IsClosed() {
+    char byte;
+    return read(ends[0], &byte, 1) == 0;
+  }
+  int ends[2];
+};
+
+void WritePassing(int fd, const Bytes& bytes, Pipe& pipe, size_t count) {
+  Bytes copy = bytes;
+  iovec piece = {copy.data(), copy.size()};
+  const int passed[2] = {pipe.ends[1], pipe.ends[1]};
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof passed)] = {};
+  msghdr message = {};
+  message.msg_iov = &piece;
+  message.msg_iovlen = 1;
+  message.msg_control = control;
+  message.msg_controllen = CMSG_SPACE(count * sizeof(int));
+  cmsghdr* const rights = CMSG_FIRSTHDR(&message);
+  rights->cmsg_level = SOL_SOCKET;
+  rights->cmsg_type = SCM_RIGHTS;
+  rights->cmsg_len = CMSG_LEN(count * sizeof(int));
+  memcpy(CMSG_DATA(rights), passed, count * sizeof(int));
+  ASSERT_EQ(static_cast<ssize_t>(copy.size()), sendmsg(fd, &message, 0));
+  close(pipe.ends[1]);
+}
+
+TEST(PassedDescriptors, ComeInPairsWithFramesThatCarryThem) {
+  const Bytes offer = FrameOf("", 0, HostFrameKind::kLaneOffer);
+  const Bytes request = FrameOf("body", 1, HostFrameKind::kRequest);
+  Bytes both = offer;
+  both.insert(both.end(), request.begin(), request.end());
+  const auto partOf = [](const Bytes& all, size_t size) {
+    return Bytes(all.begin(), all.begin() + static_cast<ptrdiff_t>(size));
+  };
+  const std::tuple<const char*, Bytes, size_t, bool> rows[] = {
+      {"an offer", offer, 2, true},
+      {"an acceptance", FrameOf("", 0, HostFrameKind::kLaneAccepted), 2, true},
+      {"an offer with one", offer, 1, false},
+      {"part of an offer", partOf(offer, 20), 2, false},
+      {"an offer and more", both, 2, false},
+      {"a refusal", FrameOf("", 0, HostFrameKind::kLaneDeclined), 2, false},
+      {"a request", request, 2, false},
+      {"a byte", partOf(request, 1), 1, false},
+  };
+  for (const auto& [what, bytes, count, isTaken] : rows) {
+    for (const size_t before :
+         {size_t{0}, size_t{68} * 1024 - 42}) {  // of the block it is read into
+      SCOPED_TRACE(testing::Message() << what << " behind " << before);
+      SocketPair sockets;
+      Pipe pipe;
+      HostFrameReader reader(HostFrameReader::Passing::kTake);
+      const Bytes first = FrameOf(PatternOf(before), 7, HostFrameKind::kRequest);
+      sockets.Write(first.data(), first.size());
+      WritePassing(sockets.ends[0], bytes, pipe, count);
+      HostFrameHeader header;
+      HostFrameSlice slice;
+      ssize_t size = 0;
+      size_t frames = 0;
+      while ((size = reader.Receive(sockets.ends[1], MSG_DONTWAIT)) > 0) {
+      }
+      const int error = errno;
+      while (reader.Take(&header, &slice) == HostFrameReader::Next::kFrame) frames++;
+      EXPECT_TRUE(!isTaken || frames == 2);
+      EXPECT_EQ(isTaken, error == EAGAIN && !reader.IsBad());
+      EXPECT_EQ(isTaken, !pipe.IsClosed());
+      EXPECT_EQ(isTaken, reader.TakePassed().IsComplete());
+      EXPECT_TRUE(pipe.IsClosed());
+    }
+  }
+}
+
+TEST(PassedDescriptors, AreMissedInAnOfferWithoutThem) {
+  SocketPair sockets;
+  HostFrameReader reader(HostFrameReader::Passing::kTake);
+  const Bytes offer = FrameOf("", 0, HostFrameKind::kLaneOffer);
+  sockets.Write(offer.data(), offer.size());
+  ASSERT_GT(reader.Receive(sockets.ends[1], MSG_DONTWAIT), 0);
+  HostFrameHeader header;
+  HostFrameSlice slice;
+  EXPECT_EQ(HostFrameReader::Next::kBad, reader.Take(&header, &slice));
 }
 
 // Pieces of all sizes, more than the kernel takes in one call.
