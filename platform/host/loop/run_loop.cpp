@@ -400,7 +400,7 @@ SInt32 __CFRunLoop::Run(HostCFString* modeName, const RunOptions& options) {
     if ((fired || handled) && options.until == nullptr && IsFinished(*mode)) continue;
 
     bool pending = false;
-    const int64_t earliest = EarliestDeadline(*mode, options.deadline, &pending);
+    const int64_t earliest = PrepareToWait(*mode, options.deadline, &pending);
     const bool timedOut = options.deadline != kHostNever && HostNow() >= options.deadline;
     Poll(*mode, pending || timedOut ? 0 : earliest);
     if (timedOut) {
@@ -543,14 +543,15 @@ bool __CFRunLoop::ServeOneMessage(HostRunLoopMode& mode) {
   return true;
 }
 
-// When the loop must look again at the latest. `*pending`: at once.
-int64_t __CFRunLoop::EarliestDeadline(HostRunLoopMode& mode, int64_t deadline, bool* pending) {
+// When the loop must look again at the latest. `*pending`: at once. Ports take this for the report
+// that the loop is about to wait (see HostReceiver::PrepareToSleep).
+int64_t __CFRunLoop::PrepareToWait(HostRunLoopMode& mode, int64_t deadline, bool* pending) {
   const std::lock_guard<HostMutex> lock(mutex);
   int64_t earliest = deadline;
   for (const TimerRef& timer : mode.timers) earliest = std::min(earliest, timer->NextFire());
   for (const auto& each : mode.sources) *pending |= each.source->IsSignalled();
   for (const auto& port : mode.ports) {
-    *pending |= port.receiver->HasMessages();
+    *pending |= port.receiver->PrepareToSleep(mode.epollSet);
     earliest = std::min(earliest, port.receiver->Deadline());
   }
   return earliest;
@@ -563,8 +564,14 @@ void __CFRunLoop::Poll(HostRunLoopMode& mode, int64_t deadline) {
   if (timeout != 0) waiting.store(true, std::memory_order_release);
   const int count = epoll_wait(mode.epollSet, events, kEventsPerPoll, timeout);
   waiting.store(false, std::memory_order_release);
+  WakePorts(mode);
   for (int i = 0; i < count; i++) HandleEvent(mode, events[i].data.u64, events[i].events);
   if (deadline != kHostNever) HandleDeadlines(mode);
+}
+
+void __CFRunLoop::WakePorts(HostRunLoopMode& mode) {
+  const std::lock_guard<HostMutex> lock(mutex);
+  for (const auto& port : mode.ports) port.receiver->WakeUp(mode.epollSet);
 }
 
 void __CFRunLoop::HandleEvent(HostRunLoopMode& mode, uint64_t data, uint32_t events) {

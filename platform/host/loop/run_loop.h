@@ -110,7 +110,8 @@ struct __CFRunLoop final : HostCFObject {
   bool ServeOneMessage(HostRunLoopMode& mode);
   bool HasMessages(HostRunLoopMode& mode);
   bool Contains(const HostRunLoopMode& mode, __CFRunLoopSource* source);
-  int64_t EarliestDeadline(HostRunLoopMode& mode, int64_t deadline, bool* pending);
+  int64_t PrepareToWait(HostRunLoopMode& mode, int64_t deadline, bool* pending);
+  void WakePorts(HostRunLoopMode& mode);
   void Poll(HostRunLoopMode& mode, int64_t deadline);
   void HandleEvent(HostRunLoopMode& mode, uint64_t data, uint32_t events);
   void HandleDeadlines(HostRunLoopMode& mode);

@@ -18,7 +18,9 @@
 
 #include "platform/host/base/clock.h"
 #include "platform/host/base/descriptors.h"
+#include "platform/host/base/guard.h"
 #include "platform/host/base/thread_object.h"
+#include "platform/host/ports/lane_client.h"
 #include "platform/host/ports/port_table.h"
 #include "platform/host/session/port_address.h"
 #include "platform/host/wire/frame_stream.h"
@@ -36,10 +38,20 @@
 // waits for any more and is dropped. After each receive and each wait the clock is read, so the
 // time-out holds whatever the server sends.
 //
+// Lanes. After its kFramesBeforeLane-th frame, or before its first large one, a connection offers a
+// lane (lane.h). Until the acceptance has been read, everything goes by the socket; a frame that
+// was begun there is finished there, and from the next one on the thread writes to the lane only.
+// The server writes to the lane from then on, too, but what it had queued before still comes by the
+// socket, so the thread reads both.
+//
+//   none --offer sent--> offered --accepted--> accepted --next frame--> in use
+//   offered --declined--> never again on this connection
+//   none --no lane can be had now--> none; the next offer comes after as many frames again
+//
 // Loss. A frame that did not leave whole is never dispatched by the server. So if the connection
 // breaks before that, as it does when a server gives up an idle one, the frame is sent once more on
 // a new connection. If a new connection breaks as well, or the whole frame was out, the result is
-// connectionInvalid.
+// connectionInvalid. A frame has left a lane when the server has taken all of it.
 //
 // Limits. A thread keeps kConnectionsPerThread connections. A new one takes the place of any that
 // has hung up, else of the one used least recently, if possible one without an unfinished frame.
@@ -51,6 +63,9 @@ constexpr size_t kConnectionsPerThread = 8;
 constexpr int64_t kTimeoutSlack = 40 * kHostMillisecond;
 // How often a thread that waits for room reads before it looks at the clock and at the room again.
 constexpr int kReceivesPerLook = 8;
+// When a lane is offered.
+constexpr uint64_t kFramesBeforeLane = 16;
+constexpr size_t kLargeFrame = size_t{16} << 10;
 
 uint64_t RandomNumber() {
   uint64_t number = 0;
@@ -128,23 +143,47 @@ class Conversation {
     Close();
   }
 
+  // Offers a lane if it is time, or looks for the answer. `size` is that of the next frame.
+  void ConsiderLane(size_t size, uint64_t sender);
   // Result as HostConverse; `*lost` when the connection broke before the frame was out.
   OSStatus Send(const std::vector<iovec>& pieces, TimeLimit* limit, bool* lost);
+  // After the last frame of a request for whose reply nobody waits: whether it will arrive.
+  OSStatus Settle(TimeLimit* limit, bool* lost);
   // Whether Send had to wait for room: time has passed then.
   bool HasWaited() const { return waited; }
   // left  what is left until `deadline`, as for SetReceiveTimeout.
-  OSStatus AwaitReply(uint64_t requestNumber, int64_t deadline, int64_t left, HostFrameSlice* body);
+  OSStatus AwaitReply(uint64_t requestNumber, int64_t deadline, int64_t left, HostFrameSlice* body,
+                      bool* lost);
 
   uint64_t lastUse = 0;
 
  private:
+  // Of a lane; it exists from kOffered on.
+  enum class Stage { kNone, kOffered, kAccepted, kInUse, kDeclined };
+
   OSStatus WaitForRoom(int64_t deadline, bool* lost);
+  bool TakeReply(HostFrameReader& reader, uint64_t requestNumber, HostFrameSlice* body, int* error);
+  void TakeAnswer(const HostFrameHeader& header);
   int DropReplies();
+  int ReceiveFromLane();
+  int ReceiveWithin(int64_t left);
+  int WaitOnLane(int64_t left);
+  OSStatus EndedBy(int error, bool* lost);
   bool SetReceiveTimeout(int64_t left);
+  int Write(const std::vector<iovec>& pieces, size_t* written) {
+    return stage == Stage::kInUse ? lane->Write(pieces, written)
+                                  : HostWritePieces(descriptor, pieces, written);
+  }
 
   int descriptor = -1;
   uint64_t portID = 0;
   HostFrameReader in{HostFrameReader::Passing::kDrop};
+  Stage stage = Stage::kNone;
+  std::unique_ptr<HostClientLane> lane;
+  HostFrameReader inOfLane;
+  uint64_t frames = 0;  // begun on this connection
+  uint64_t offerAfter = kFramesBeforeLane;
+  bool hasTried = false;       // to offer a lane
   HostOutQueue unfinished;     // the rest of a frame whose sender's time ran out
   int64_t receiveTimeout = 0;  // as set on the socket, ns; 0: none
   bool waited = false;
@@ -193,24 +232,103 @@ void Conversation::Close() {
   in = HostFrameReader(HostFrameReader::Passing::kDrop);
   unfinished = HostOutQueue();
   receiveTimeout = 0;
+  stage = Stage::kNone;
+  lane.reset();
+  inOfLane = HostFrameReader();
+  frames = 0;
+  offerAfter = kFramesBeforeLane;
+  hasTried = false;
+}
+
+// Failing to make a lane is no error of the send: the socket is there.
+void Conversation::ConsiderLane(size_t size, uint64_t sender) {
+  frames++;
+  if (stage == Stage::kOffered) {
+    DropReplies();  // an end that is seen here is seen again by who writes or reads
+    return;
+  }
+  if (stage != Stage::kNone || !unfinished.IsEmpty()) return;
+  if (frames <= offerAfter && (size <= kLargeFrame || hasTried)) return;
+  offerAfter = frames * 2;
+  hasTried = true;
+  HostGuard([&] { lane = std::make_unique<HostClientLane>(); });
+  if (lane == nullptr) return;
+  if (lane->Offer(descriptor, portID, sender) == 0) {
+    stage = Stage::kOffered;
+    in.SetPassing(HostFrameReader::Passing::kTake);
+  } else {
+    lane.reset();
+  }
+}
+
+// The answer to the offer.
+void Conversation::TakeAnswer(const HostFrameHeader& header) {
+  HostPassedPair passed = in.TakePassed();
+  if (stage != Stage::kOffered) return;
+  in.SetPassing(HostFrameReader::Passing::kDrop);
+  const bool isAccepted = header.kind == HostFrameKind::kLaneAccepted && lane->Accept(&passed) == 0;
+  stage = isAccepted ? Stage::kAccepted : Stage::kDeclined;
+  if (!isAccepted) lane.reset();
 }
 
 // Drops what has arrived: it answers requests that nobody waits for any more. Reads a few times at
 // most, so that the caller looks at the clock however much the server sends. Result: 0 or errno.
 int Conversation::DropReplies() {
   for (int i = 0; i < kReceivesPerLook; i++) {
-    HostFrameHeader header;
     HostFrameSlice body;
-    HostFrameReader::Next next;
-    while ((next = in.Take(&header, &body)) == HostFrameReader::Next::kFrame) {
+    int error = 0;
+    TakeReply(in, 0, &body, &error);
+    if (error == 0 && stage == Stage::kInUse) {
+      TakeReply(inOfLane, 0, &body, &error);
+      if (error == 0) error = ReceiveFromLane();
+    } else if (error == 0) {
+      const ssize_t size = in.Receive(descriptor, MSG_DONTWAIT);
+      error = size > 0 ? 0 : size == 0 ? EPIPE : errno;
     }
-    if (next == HostFrameReader::Next::kBad) return EBADMSG;
-    const ssize_t size = in.Receive(descriptor, MSG_DONTWAIT);
-    if (size == 0) return EPIPE;
-    if (size < 0 && errno == EINTR) continue;
-    if (size < 0) return errno == EAGAIN ? 0 : errno;
+    if (error == 0 || error == EINTR) continue;
+    return error == EAGAIN ? 0 : error;
   }
   return 0;
+}
+
+// Takes frames until the reply to the request has come (0: to none). False when it has not; what
+// follows cannot be read when `*error` is EBADMSG.
+bool Conversation::TakeReply(HostFrameReader& reader, uint64_t requestNumber, HostFrameSlice* body,
+                             int* error) {
+  HostFrameHeader header;
+  HostFrameReader::Next next;
+  while ((next = reader.Take(&header, body)) == HostFrameReader::Next::kFrame) {
+    if (header.kind == HostFrameKind::kReply && requestNumber != 0 &&
+        header.requestNumber == requestNumber) {
+      return true;
+    }
+    if (header.kind >= HostFrameKind::kLaneOffer) TakeAnswer(header);
+  }
+  *body = HostFrameSlice();
+  if (next == HostFrameReader::Next::kBad) *error = EBADMSG;
+  return false;
+}
+
+// Takes what has come by the lane or, late, by the socket. Result: 0; EAGAIN (nothing has); EPIPE
+// (the server has hung up, and all has been taken); others.
+int Conversation::ReceiveFromLane() {
+  if (lane->Receive(inOfLane) > 0) return 0;
+  if (errno != EAGAIN) return errno;
+  if (lane->IsSocketReadable()) {
+    const ssize_t size = in.Receive(descriptor, MSG_DONTWAIT);
+    if (size > 0) return 0;
+    if (size < 0 && errno != EAGAIN) return errno;
+    lane->SetSocketRead();
+  }
+  // The server had written to the lane before it hung up, and that was seen before the look above.
+  return lane->HasHungUp() ? EPIPE : EAGAIN;
+}
+
+// Waits for the lane. left: as for SetReceiveTimeout. Result: 0 (look again) or errno.
+int Conversation::WaitOnLane(int64_t left) {
+  const int64_t most = std::min<int64_t>((left + kHostMillisecond - 1) / kHostMillisecond, INT_MAX);
+  const int error = lane->Wait(left == 0 ? -1 : static_cast<int>(most), false);
+  return error == ETIMEDOUT ? 0 : error;
 }
 
 // Reads while it waits: the server may be unable to take more until we do.
@@ -218,12 +336,18 @@ OSStatus Conversation::WaitForRoom(int64_t deadline, bool* lost) {
   const int wait = HostMillisecondsUntil(deadline, HostNow());
   if (wait == 0) return errAETimeout;
   waited = true;
-  pollfd entry = {descriptor, POLLIN | POLLOUT, 0};
-  const int ready = poll(&entry, 1, wait);
-  if (ready == 0 || (ready < 0 && errno == EINTR)) return 0;
-  if (ready < 0) return memFullErr;
-  if ((entry.revents & POLLIN) == 0) return 0;
-  const int error = DropReplies();
+  int error = 0;
+  if (stage == Stage::kInUse) {
+    error = lane->Wait(wait, true);
+    if (error != 0 && error != ETIMEDOUT) return memFullErr;
+  } else {
+    pollfd entry = {descriptor, POLLIN | POLLOUT, 0};
+    const int ready = poll(&entry, 1, wait);
+    if (ready == 0 || (ready < 0 && errno == EINTR)) return 0;
+    if (ready < 0) return memFullErr;
+    if ((entry.revents & POLLIN) == 0) return 0;
+  }
+  error = DropReplies();
   if (error == 0) return 0;
   *lost = true;
   return connectionInvalid;
@@ -234,7 +358,8 @@ OSStatus Conversation::Send(const std::vector<iovec>& pieces, TimeLimit* limit, 
   OSStatus err = 0;
   waited = false;
   while (err == 0 && !unfinished.IsEmpty()) {
-    const int error = unfinished.Flush(descriptor);
+    const int error =
+        stage == Stage::kInUse ? lane->Flush(unfinished) : unfinished.Flush(descriptor);
     if (error == EAGAIN) {
       err = WaitForRoom(limit->Deadline(), lost);
     } else if (error != 0) {
@@ -242,19 +367,40 @@ OSStatus Conversation::Send(const std::vector<iovec>& pieces, TimeLimit* limit, 
       err = connectionInvalid;
     }
   }
+  if (err == 0 && stage == Stage::kAccepted) stage = Stage::kInUse;
   size_t written = 0;
   while (err == 0) {
-    const int error = HostWritePieces(descriptor, pieces, &written);
+    const int error = Write(pieces, &written);
     if (error == 0) return 0;
     if (error == EAGAIN) {
       err = WaitForRoom(limit->Deadline(), lost);
     } else {
       *lost = IsLost(error);
-      err = *lost ? connectionInvalid : memFullErr;
+      err = *lost              ? OSStatus{connectionInvalid}
+            : error == EBADMSG ? EndedBy(error, lost)
+                               : OSStatus{memFullErr};
     }
   }
   if (err == errAETimeout && written > 0 && !unfinished.Append(pieces, written)) Close();
   return err;
+}
+
+// A socket fails at once when the server has gone. A lane takes the frame, so the socket has to be
+// asked. If the server is giving the connection up, what it takes of it is known when it hangs up.
+OSStatus Conversation::Settle(TimeLimit* limit, bool* lost) {
+  if (stage != Stage::kInUse) return 0;
+  const bool isGoing = lane->IsServerGoing();
+  if (!isGoing) lane->LookForHangUp();
+  while (isGoing && !lane->HasHungUp()) {
+    const int wait = HostMillisecondsUntil(limit->Deadline(), HostNow());
+    if (wait == 0) return errAETimeout;
+    int error = lane->Wait(wait, false);
+    if (error == 0) error = DropReplies();
+    if (error != 0 && error != ETIMEDOUT && error != EPIPE) return EndedBy(error, lost);
+  }
+  if (!lane->HasHungUp() || lane->IsAllTaken()) return 0;
+  *lost = true;
+  return connectionInvalid;
 }
 
 bool Conversation::SetReceiveTimeout(int64_t left) {
@@ -267,32 +413,51 @@ bool Conversation::SetReceiveTimeout(int64_t left) {
   return true;
 }
 
+// Waits for what comes next by the socket. left: as for SetReceiveTimeout. Result: 0 or errno.
+int Conversation::ReceiveWithin(int64_t left) {
+  int flags = 0;
+  if (stage == Stage::kOffered) {
+    // A call that may bring descriptors must not wait: forks are held off meanwhile.
+    pollfd entry = {descriptor, POLLIN, 0};
+    const int wait = left == 0 ? -1 : HostMillisecondsUntil(left, 0);
+    const int ready = poll(&entry, 1, wait);
+    if (ready <= 0) return ready == 0 ? EAGAIN : errno;
+    flags = MSG_DONTWAIT;
+  } else if (!SetReceiveTimeout(left)) {
+    return errno;
+  }
+  const ssize_t size = in.Receive(descriptor, flags);
+  return size > 0 ? 0 : size == 0 ? EPIPE : errno;
+}
+
+// The connection is over. Whether the frame that was sent last counts as lost is known now.
+OSStatus Conversation::EndedBy(int error, bool* lost) {
+  *lost = stage == Stage::kInUse && IsLost(error) && !lane->IsAllTaken();
+  Close();
+  if (error == EBADMSG) return errAECorruptData;
+  return IsLost(error) ? connectionInvalid : memFullErr;
+}
+
 OSStatus Conversation::AwaitReply(uint64_t requestNumber, int64_t deadline, int64_t left,
-                                  HostFrameSlice* body) {
+                                  HostFrameSlice* body, bool* lost) {
   assert(IsOpen() && unfinished.IsEmpty());  // the request is out
   for (bool hasReceived = false;; hasReceived = true) {
-    HostFrameHeader header;
-    HostFrameReader::Next next;
-    while ((next = in.Take(&header, body)) == HostFrameReader::Next::kFrame) {
-      if (header.kind == HostFrameKind::kReply && header.requestNumber == requestNumber) return 0;
-    }
-    *body = HostFrameSlice();
-    if (next == HostFrameReader::Next::kBad) {
-      Close();
-      return errAECorruptData;
-    }
+    int error = 0;
+    if (stage == Stage::kInUse && TakeReply(inOfLane, requestNumber, body, &error)) return 0;
+    if (error == 0 && TakeReply(in, requestNumber, body, &error)) return 0;
+    if (error != 0) return EndedBy(error, lost);
     // After each receive, also one that brought something: a server may send other things for ever.
     if (hasReceived && deadline != kHostNever) {
       if (HostNow() >= deadline) return errAETimeout;
       left = TimeLeft(deadline);
     }
-    const ssize_t size = SetReceiveTimeout(left) ? in.Receive(descriptor, 0) : -1;
-    if (size > 0) continue;
-    if (size < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-    const int error = size == 0 ? EPIPE : errno;
-    Close();
-    if (error == EBADMSG) return errAECorruptData;
-    return IsLost(error) ? connectionInvalid : memFullErr;
+    if (stage == Stage::kInUse) {
+      error = ReceiveFromLane();
+      if (error == EAGAIN && (error = WaitOnLane(left)) == 0) error = ReceiveFromLane();
+    } else {
+      error = ReceiveWithin(left);
+    }
+    if (error != 0 && error != EINTR && error != EAGAIN) return EndedBy(error, lost);
   }
 }
 
@@ -390,16 +555,17 @@ OSStatus HostConverse(uint64_t portID, HostFrameHeader header, HostGather& frame
     bool fresh = false, lost = false;
     Conversation* conversation = ThreadConversations().FindOrOpen(portID, &limit, &err, &fresh);
     if (conversation == nullptr) return err;
+    conversation->ConsiderLane(frame.TotalSize(), header.sender);
     err = conversation->Send(frame.Pieces(), &limit, &lost);
-    if (lost) {
-      conversation->Close();
-      if (fresh) return connectionInvalid;
-      continue;
+    if (err == 0 && replyBody == nullptr) err = conversation->Settle(&limit, &lost);
+    if (err == 0 && replyBody != nullptr) {
+      // As a rule no time has passed, and the clock need not be read again.
+      const bool isNow = timeout != kHostNever && !fresh && !conversation->HasWaited();
+      err = conversation->AwaitReply(header.requestNumber, deadline,
+                                     isNow ? timeout : TimeLeft(deadline), replyBody, &lost);
     }
-    if (err != 0 || replyBody == nullptr) return err;
-    // As a rule no time has passed, and the clock need not be read again.
-    const bool isNow = timeout != kHostNever && !fresh && !conversation->HasWaited();
-    return conversation->AwaitReply(header.requestNumber, deadline,
-                                    isNow ? timeout : TimeLeft(deadline), replyBody);
+    if (!lost) return err;
+    conversation->Close();
+    if (fresh) return connectionInvalid;
   }
 }

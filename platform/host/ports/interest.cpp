@@ -32,6 +32,15 @@ bool HostInterest::Change(int fd, uint32_t number, uint32_t before, uint32_t aft
   return false;
 }
 
+bool HostInterest::SetAsleep(int epollSet, bool isAsleep) {
+  bool isAny = false;
+  for (Watcher& watcher : watchers) {
+    if (watcher.epollSet == epollSet) watcher.isAsleep = isAsleep;
+    isAny |= watcher.isAsleep;
+  }
+  return isAny;
+}
+
 void HostInterest::Wake() const {
   for (const Watcher& watcher : watchers) {
     const uint64_t one = 1;

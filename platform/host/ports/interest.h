@@ -14,6 +14,7 @@ class HostInterest {
     int epollSet;
     uint32_t tag;
     int wakeDescriptor;
+    bool isAsleep = false;  // as it reports itself, for the receiver's lanes
   };
 
   void Add(const Watcher& watcher) { watchers.push_back(watcher); }
@@ -29,6 +30,9 @@ class HostInterest {
 
   // Wakes all watchers, for what no descriptor reports.
   void Wake() const;
+
+  // A watcher sleeps or has woken. The result is whether any of them sleeps.
+  bool SetAsleep(int epollSet, bool isAsleep);
 
  private:
   std::vector<Watcher> watchers;

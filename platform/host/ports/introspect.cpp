@@ -9,6 +9,7 @@ HostPortCounts HostCountPorts() {
   counts.portNames = table.names;
   counts.receivers = table.receivers;
   counts.connections = table.connections;
+  counts.lanes = table.lanes;
   counts.queuedBytes = HostIntake::OfThisProcess().QueuedBytes();
   counts.partialBytes = HostIntake::OfThisProcess().PartialBytes();
   return counts;

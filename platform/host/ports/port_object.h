@@ -15,6 +15,7 @@ class HostPortObject {
  public:
   struct Counts {
     size_t connections = 0;
+    size_t lanes = 0;
     bool hasSocket = false;
   };
 

@@ -401,6 +401,7 @@ HostTableCounts HostCountTable() {
     const HostPortObject::Counts each = receiver->Count();
     if (each.hasSocket) counts.receivers++;
     counts.connections += each.connections;
+    counts.lanes += each.lanes;
   }
   return counts;
 }

@@ -80,6 +80,7 @@ struct HostTableCounts {
   size_t names = 0;
   size_t receivers = 0;
   size_t connections = 0;
+  size_t lanes = 0;
 };
 HostTableCounts HostCountTable();
 

@@ -106,8 +106,10 @@ void HostReceiver::Watch(int epollSet, uint32_t tag, int wakeDescriptor) {
       !HostInterest::ChangeIn(watcher, endpoint.Listener(), 0, 0, EPOLLIN)) {
     PauseListener();
   }
+  const bool hasDoorbell = WatchDoorbell(watcher, true);
   for (const auto& [number, connection] : connections) {
-    if (HostInterest::ChangeIn(watcher, connection->descriptor, number, 0, connection->interest)) {
+    if (HostInterest::ChangeIn(watcher, connection->descriptor, number, 0, connection->interest) &&
+        (hasDoorbell || connection->lane == nullptr)) {
       continue;
     }
     connection->ended = true;  // as in UpdateInterest
@@ -123,6 +125,7 @@ void HostReceiver::Unwatch(int epollSet) {
   if (endpoint.Listener() >= 0 && !listenerPaused) {
     HostInterest::ChangeIn(watcher, endpoint.Listener(), 0, EPOLLIN, 0);
   }
+  WatchDoorbell(watcher, false);
   for (const auto& [number, connection] : connections) {
     HostInterest::ChangeIn(watcher, connection->descriptor, 0, connection->interest, 0);
   }
@@ -151,6 +154,7 @@ void HostReceiver::HandleEvent(uint32_t number, uint32_t events) {
   {
     const std::lock_guard<HostMutex> lock(mutex);
     if (IsForeign() || IsDestroyed()) return;
+    if (IsDoorbell(number)) VisitLanes();
     HostConnection* connection = Find(number);
     if (connection == nullptr) return;
     if ((events & EPOLLOUT) != 0) {
@@ -160,7 +164,9 @@ void HostReceiver::HandleEvent(uint32_t number, uint32_t events) {
       UpdateInterest(*connection);
       if (DropIfFinished(*connection)) return;
     }
-    if ((events & ~uint32_t{EPOLLOUT}) != 0) Read(*connection);
+    if ((events & ~uint32_t{EPOLLOUT}) != 0) {
+      connection->readsLane ? LookAtSocket(*connection) : Read(*connection);
+    }
   }
   intake.Relieve();
 }
@@ -259,7 +265,8 @@ void HostReceiver::Admit(int fd, const HostPeer& peer) {
   HostWidenSocket(fd);
   do {
     lastConnection++;
-  } while (lastConnection == 0 || connections.contains(lastConnection));
+  } while (lastConnection == 0 || IsDoorbell(lastConnection) ||
+           connections.contains(lastConnection));
   HostConnection& admitted = *spare.mapped();
   admitted.number = lastConnection;
   admitted.acceptOrder = ++acceptCount;
@@ -312,12 +319,16 @@ bool HostReceiver::GiveUp(uint32_t number, HostWorth worth) {
   if (connection->HasRequest()) return false;  // one has come meanwhile
   DiscardReplies(*connection);
   shutdown(connection->descriptor, SHUT_RD);
+  if (connection->lane != nullptr) {
+    connection->lane->Close();
+    connection->hungUp = connection->readsLane;  // else the rest of the socket comes first
+  }
   while (Find(number) != nullptr && !connection->ended && !connection->paused &&
          !connection->HasFrame()) {
     Read(*connection);
   }
   if (Find(number) == nullptr) return true;
-  connection->ended = true;
+  connection->ended = connection->lane == nullptr;  // else when the lane has been emptied
   TrackPartial(*connection);
   UpdateInterest(*connection);
   return DropIfFinished(*connection);
@@ -329,9 +340,11 @@ bool HostReceiver::GiveUp(uint32_t number, HostWorth worth) {
 // learns from the closed connection that nothing more will be.
 void HostReceiver::UpdateInterest(HostConnection& connection) {
   const bool held = connection.waitsFor != 0 && connection.HasFrame();
-  const bool read = !connection.ended && !connection.paused && !held;
-  const uint32_t wanted =
-      (read ? EPOLLIN : 0u) | (connection.out.IsEmpty() ? 0u : uint32_t{EPOLLOUT});
+  // A lane's socket is watched for its end alone, whatever becomes of frames.
+  const bool read = !connection.ended && !connection.hungUp &&
+                    (connection.readsLane || (!connection.paused && !held));
+  const bool write = !connection.out.IsEmpty() && !connection.writesLane;
+  const uint32_t wanted = (read ? EPOLLIN : 0u) | (write ? uint32_t{EPOLLOUT} : 0u);
   if (wanted == connection.interest) return;
   if (interest.Change(connection.descriptor, connection.number, connection.interest, wanted)) {
     connection.interest = wanted;
@@ -352,7 +365,7 @@ void HostReceiver::Pause(HostConnection& connection) {
 void HostReceiver::Read(HostConnection& connection) {
   if (connection.ended || connection.HasFrame()) return;
   if (!intake.MayReadOn(connection.account)) return Pause(connection);
-  const ssize_t size = connection.in.Receive(connection.descriptor, MSG_DONTWAIT);
+  const ssize_t size = connection.Receive();
   if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
   if (size < 0 && errno == ENOMEM) return Pause(connection);
   if (size < 0 && errno != ECONNRESET) return Drop(connection);
@@ -389,16 +402,22 @@ bool HostReceiver::TakeFrom(HostConnection& connection, HostMessage* message) {
     Drop(connection);
     return false;
   }
+  const bool isOffer = message->header.kind == HostFrameKind::kLaneOffer;
+  if (isOffer && !AnswerOffer(connection)) {
+    Drop(connection);
+    return false;
+  }
   message->connection = connection.number;
   message->waiter = nullptr;
-  connection.dispatching++;
+  if (!isOffer) connection.dispatching++;
   turns.Offer(connection);
   if (!connection.HasFrame() && connection.in.IsBad()) {
     connection.ended = true;
     UpdateInterest(connection);
   }
   TrackPartial(connection);
-  return true;
+  if (isOffer) DropIfFinished(connection);
+  return !isOffer;
 }
 
 void HostReceiver::FinishMessage(const HostMessage& message) {
@@ -439,6 +458,7 @@ void HostReceiver::Drop(HostConnection& connection) {
   if (connection.replyRight != MACH_PORT_NULL) HostRemoveReplyRight(connection.replyRight);
 
   turns.Remove(connection);
+  LeaveLane(connection);
   const uint32_t number = connection.number;
   const bool wasWaitedFor = connection.isWaitedFor;
   if (found == &connection) found = nullptr;
@@ -482,6 +502,7 @@ void HostReceiver::Destroy() {
     interest.Change(connection->descriptor, number, connection->interest, 0);
     connection->interest = 0;
   }
+  if (hall.IsOpen()) interest.Change(hall.Doorbell(), 0, kHostDoorbellEvents, 0);
   interest.RemoveAll();
   for (auto place = connections.begin(); place != connections.end();) {
     HostConnection& connection = *(place++)->second;  // dropping one leaves the others in place
@@ -493,7 +514,7 @@ void HostReceiver::Destroy() {
 
 HostPortObject::Counts HostReceiver::Count() {
   const std::lock_guard<HostMutex> lock(mutex);
-  return {connections.size(), endpoint.Listener() >= 0};
+  return {connections.size(), lanes.size(), endpoint.Listener() >= 0};
 }
 
 // Keeps the account of a frame that has begun and is not complete.

@@ -24,6 +24,9 @@
 // the interest of run loops, the connections that clients made, and the turns in which their
 // requests are served. The limits of the process belong to HostIntake.
 //
+// Connections with a lane bring their frames through shared memory (lane.h); they take part in the
+// same turns. Their clients ring one doorbell, and only while a run loop reports that it sleeps.
+//
 // Run loops watch it: they enter its descriptors into their epoll sets, hand it what epoll reports,
 // and take one message at a time. Connections are served round robin and one is not read on while
 // a complete frame of it waits, so a flooding sender fills its own socket and nothing else. What a
@@ -56,6 +59,12 @@ class HostReceiver final : public std::enable_shared_from_this<HostReceiver>,
   void Watch(int epollSet, uint32_t tag, int wakeDescriptor);
   void Unwatch(int epollSet);
   void HandleEvent(uint32_t connection, uint32_t events);
+
+  // A run loop that watches calls the first before each wait, even one of no length: what has come
+  // by lanes is taken. True: there are messages, or more to come, and it must not sleep. It calls
+  // the second after the wait.
+  bool PrepareToSleep(int epollSet);
+  void WakeUp(int epollSet);
 
   bool HasMessages() const { return turns.HasMessages(); }
   bool IsDestroyed() const { return destroyed.load(std::memory_order_acquire); }
@@ -107,6 +116,17 @@ class HostReceiver final : public std::enable_shared_from_this<HostReceiver>,
   void Drop(HostConnection& connection);
   bool DropIfFinished(HostConnection& connection);
 
+  void LookAtSocket(HostConnection& connection);
+  bool VisitLanes();
+  bool Visit(HostConnection& connection);
+  void LeaveLane(HostConnection& connection);
+  bool AnswerOffer(HostConnection& connection);
+  int AcceptOffer(HostConnection& connection);
+  int OpenHall();
+  void CloseHall();
+  bool WatchDoorbell(const HostInterest::Watcher& watcher, bool on);
+  static bool IsDoorbell(uint32_t number);
+
   int Flush(HostConnection& connection);
   void FlushUntil(HostConnection& connection, int64_t end);
   void DiscardReplies(HostConnection& connection);
@@ -126,6 +146,10 @@ class HostReceiver final : public std::enable_shared_from_this<HostReceiver>,
   HostEndpoint endpoint;
   HostInterest interest;
   HostTurns turns;
+  HostLaneHall hall;
+  std::vector<HostConnection*> lanes;  // those with a lane; null: gone since the visit began
+  size_t firstLane = 0;                // which is visited first
+  bool isVisiting = false;
   HostConnectionMap connections;
   HostConnection* found = nullptr;     // of `connections`: what Find gave last, or null
   HostConnectionMap::node_type spare;  // the place of the next connection, see MakeSpare

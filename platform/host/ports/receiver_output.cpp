@@ -46,8 +46,9 @@ OSStatus HostReceiver::Reply(uint32_t number, mach_port_t right, std::span<const
     if (connection->replyRight == right) connection->replyRight = MACH_PORT_NULL;
     size_t written = 0;
     if (connection->out.IsEmpty()) {
-      const int error = HostWritePieces(connection->descriptor, pieces, &written);
+      const int error = connection->Write(pieces, &written);
       if (error == 0) return 0;
+      if (error == EBADMSG) Drop(*connection);  // a lane that is broken
       if (error != EAGAIN) return connectionInvalid;
     }
     if (!connection->out.Append(pieces, written)) {
@@ -75,7 +76,7 @@ mach_port_t HostReceiver::ExchangeReplyRight(uint32_t number, mach_port_t right)
 
 // Writes what the socket takes of the replies that wait. Result: 0 or errno, as the queue's.
 int HostReceiver::Flush(HostConnection& connection) {
-  const int error = connection.out.Flush(connection.descriptor);
+  const int error = connection.Flush();
   intake.SetQueued(connection.account, connection.out.Size());
   return error;
 }
@@ -86,8 +87,13 @@ void HostReceiver::FlushUntil(HostConnection& connection, int64_t end) {
     const int error = Flush(connection);
     const int wait = HostMillisecondsUntil(end, HostNow());
     if (error != EAGAIN || wait == 0) return;
-    pollfd entry = {connection.descriptor, POLLOUT, 0};
-    if (poll(&entry, 1, wait) < 0 && errno != EINTR) return;
+    const bool isLane = connection.writesLane;
+    pollfd entries[] = {
+        {connection.descriptor, static_cast<short>(isLane ? POLLRDHUP : POLLOUT), 0},
+        {isLane ? hall.Doorbell() : -1, POLLIN, 0}};
+    if (poll(entries, 2, wait) < 0 && errno != EINTR) return;
+    if (isLane && entries[0].revents != 0) return;
+    if (entries[1].revents != 0) hall.ClearDoorbell();
   }
 }
 

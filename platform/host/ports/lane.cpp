@@ -1,0 +1,259 @@
+#include "platform/host/ports/lane.h"
+
+#include <fcntl.h>
+#include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <cassert>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "platform/host/base/descriptors.h"
+
+// Limits of the process. Each end of a lane counts: the memory is mapped at both, and a client's
+// end has three descriptors (its eventfd, its epoll set, the server's doorbell), a server's end
+// one.
+//
+// What a peer passes is checked once and cannot change afterwards: a memfd that is sealed against
+// shrinking has all its pages for ever, so no access to the mapping can fail. An eventfd is written
+// to without waiting.
+
+namespace {
+
+constexpr size_t kLaneBytesInAll = size_t{64} << 20;
+constexpr size_t kDescriptorShare = 4;  // lanes may have one descriptor in so many
+constexpr int kShapeSeals = F_SEAL_SHRINK | F_SEAL_GROW;
+
+constinit std::atomic<size_t> sLanes{0};
+constinit std::atomic<size_t> sDescriptors{0};
+
+void ForgetInChild() {
+  sLanes.store(0, std::memory_order_relaxed);
+  sDescriptors.store(0, std::memory_order_relaxed);
+}
+
+// Adds to a count unless that makes it larger than `most`.
+bool AddWithin(std::atomic<size_t>& count, size_t added, size_t most) {
+  size_t before = count.load(std::memory_order_relaxed);
+  do {
+    if (before + added > most) return false;
+  } while (!count.compare_exchange_weak(before, before + added, std::memory_order_relaxed));
+  return true;
+}
+
+size_t DescriptorsForLanes() {
+  rlimit limit = {};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return 0;
+  return static_cast<size_t>(limit.rlim_cur / kDescriptorShare);
+}
+
+}  // namespace
+
+int HostMapping::Map(int fd, size_t count, bool isWritable) {
+  assert(memory == nullptr);
+  const int protection = isWritable ? PROT_READ | PROT_WRITE : PROT_READ;
+  const HostDescriptorOpening noFork;  // until a child would not inherit the mapping
+  void* const mapped = mmap(nullptr, count, protection, MAP_SHARED, fd, 0);
+  if (mapped == MAP_FAILED) return errno;
+  if (madvise(mapped, count, MADV_DONTFORK) != 0) {
+    const int error = errno;
+    munmap(mapped, count);
+    return error;
+  }
+  memory = mapped;
+  size = count;
+  generation = HostForkGeneration();
+  return 0;
+}
+
+void HostMapping::Unmap() {
+  // Something else of a forked child may lie there.
+  if (memory != nullptr && generation == HostForkGeneration()) munmap(memory, size);
+  memory = nullptr;
+}
+
+void HostLaneDescriptor::Reset(int taken) {
+  if (generation == HostForkGeneration()) HostCloseDescriptor(fd);
+  fd = taken;
+  generation = HostForkGeneration();
+}
+
+bool HostLaneShare::Take(size_t count) {
+  static const bool sInstalled = (HostAtForkInChild(ForgetInChild), true);
+  (void)sInstalled;
+  assert(descriptors == 0);
+  if (!AddWithin(sLanes, 1, kLaneBytesInAll / kHostLaneSize)) return false;
+  if (!AddWithin(sDescriptors, count, DescriptorsForLanes())) {
+    sLanes.fetch_sub(1, std::memory_order_relaxed);
+    return false;
+  }
+  descriptors = count;
+  generation = HostForkGeneration();
+  return true;
+}
+
+HostLaneShare::~HostLaneShare() {
+  if (descriptors == 0 || generation != HostForkGeneration()) return;
+  sLanes.fetch_sub(1, std::memory_order_relaxed);
+  sDescriptors.fetch_sub(descriptors, std::memory_order_relaxed);
+}
+
+// Both ends.
+
+void HostLaneEnd::Ring() {
+  const uint64_t one = 1;
+  // A counter that is full has been raised already.
+  (void)!write(peerBell.Get(), &one, sizeof one);
+}
+
+ssize_t HostLaneEnd::Receive(HostFrameReader& reader) {
+  const ssize_t size = reader.Receive(in);
+  if (size > 0 && in.Release()) Ring();
+  return size;
+}
+
+// Puts until all is in the ring, or it stays full. What is in it is seen by the peer in between.
+template <class Put>
+int HostLaneEnd::PutAll(Put put) {
+  for (;;) {
+    if (waitsForRoom) out.WithdrawWait();
+    waitsForRoom = false;
+    const int error = put();
+    if (out.Publish()) Ring();
+    if (error != EAGAIN) return error;
+    out.AnnounceWait();
+    waitsForRoom = true;
+    if (!out.Look()) return EBADMSG;
+    if (out.Room() == 0) return EAGAIN;
+  }
+}
+
+int HostLaneEnd::Write(std::span<const iovec> pieces, size_t* written) {
+  return PutAll([&] { return out.Write(pieces, written); });
+}
+
+int HostLaneEnd::Flush(HostOutQueue& queue) {
+  return PutAll([&] { return queue.Flush(out); });
+}
+
+// The server's end.
+
+int HostServerLane::Open(HostPassedPair* offered) {
+  if (!offered->IsComplete()) return EMFILE;
+  int err = HostCheckSharedFile(offered->At(0), kHostLaneSize);
+  if (err == 0) err = HostCheckBell(offered->At(1));
+  if (err == 0 && !share.Take(1)) err = EMFILE;
+  if (err == 0) err = memory.Map(offered->At(0), kHostLaneSize, true);
+  if (err == EACCES || err == EPERM) err = EBADMSG;  // sealed against writing, or not opened for it
+  if (err == 0 && !HostIsLane(memory.Get())) err = EBADMSG;
+  if (err != 0) return err;
+  out = HostRingProducer(memory.Get(), HostRingDirection::kToClient,
+                         HostClientSleepWord(memory.Get()));
+  in = HostRingConsumer(memory.Get(), HostRingDirection::kToServer);
+  peerBell.Reset(offered->TakeOut(1));
+  return 0;
+}
+
+int HostLaneHall::Open() {
+  assert(!IsOpen());
+  doorbell.Reset(HostMakeBell());
+  int err = doorbell.IsOpen() ? 0 : errno;
+  if (err == 0) statusFile.Reset(HostMakeSharedFile("veltrane-status", kHostStatusPageSize));
+  if (err == 0 && !statusFile.IsOpen()) err = errno;
+  if (err == 0) err = status.Map(statusFile.Get(), kHostStatusPageSize, true);
+  // From here on it can be mapped for reading only.
+  const int seals = kShapeSeals | F_SEAL_FUTURE_WRITE | F_SEAL_SEAL;
+  if (err == 0 && fcntl(statusFile.Get(), F_ADD_SEALS, seals) != 0) err = errno;
+  if (err != 0) {
+    Close();
+    return err;
+  }
+  sleeper = HostSleeper(HostServerSleepWord(status.Get()));
+  isOpen.store(true, std::memory_order_release);
+  return 0;
+}
+
+void HostLaneHall::Close() {
+  isOpen.store(false, std::memory_order_release);
+  status.Unmap();
+  statusFile.Reset(-1);
+  doorbell.Reset(-1);
+}
+
+void HostLaneHall::ClearDoorbell() {
+  uint64_t count = 0;
+  (void)!read(doorbell.Get(), &count, sizeof count);
+}
+
+int HostLaneHall::SendAcceptance(int connection) const {
+  HostFrameHeader header;
+  header.kind = HostFrameKind::kLaneAccepted;
+  return HostSendPassing(connection, header, doorbell.Get(), statusFile.Get());
+}
+
+// Making, checking and passing.
+
+int HostMakeBell() {
+  HostDescriptorOpening opening;
+  return opening.Enter(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), HostDescriptorKind::kWake);
+}
+
+int HostMakeSharedFile(const char* name, size_t size) {
+  int fd = -1;
+  {
+    HostDescriptorOpening opening;
+    fd = opening.Enter(memfd_create(name, MFD_CLOEXEC | MFD_ALLOW_SEALING),
+                       HostDescriptorKind::kWake);
+  }
+  if (fd < 0 || ftruncate(fd, static_cast<off_t>(size)) == 0) return fd;
+  const int error = errno;
+  HostCloseDescriptor(fd);
+  errno = error;
+  return -1;
+}
+
+int HostCheckBell(int fd) {
+  char link[32], target[32] = {};
+  snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+  if (readlink(link, target, sizeof target - 1) < 0) return errno;
+  if (strcmp(target, "anon_inode:[eventfd]") != 0) return EBADMSG;
+  const int flags = fcntl(fd, F_GETFL);
+  return flags >= 0 && (flags & O_NONBLOCK) != 0 ? 0 : EBADMSG;
+}
+
+int HostCheckSharedFile(int fd, size_t size) {
+  struct stat info = {};
+  const int seals = fcntl(fd, F_GET_SEALS);  // fails for what is no memfd
+  if (seals < 0 || (seals & kShapeSeals) != kShapeSeals) return EBADMSG;
+  if (fstat(fd, &info) != 0) return errno;
+  return info.st_size == static_cast<off_t>(size) ? 0 : EBADMSG;
+}
+
+int HostSendPassing(int socket, const HostFrameHeader& header, int first, int second) {
+  assert(HostCarriesDescriptors(header.kind) && header.bodySize == 0);
+  uint8_t frame[kHostFrameHeaderSize];
+  HostEncodeFrameHeader(header, frame);
+  iovec piece = {frame, sizeof frame};
+  const int passed[2] = {first, second};
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof passed)] = {};
+  msghdr message = {};
+  message.msg_iov = &piece;
+  message.msg_iovlen = 1;
+  message.msg_control = control;
+  message.msg_controllen = sizeof control;
+  cmsghdr* const rights = CMSG_FIRSTHDR(&message);
+  rights->cmsg_level = SOL_SOCKET;
+  rights->cmsg_type = SCM_RIGHTS;
+  rights->cmsg_len = CMSG_LEN(sizeof passed);
+  memcpy(CMSG_DATA(rights), passed, sizeof passed);
+  ssize_t sent = 0;
+  do {
+    sent = sendmsg(socket, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
+  } while (sent < 0 && errno == EINTR);
+  if (sent < 0) return errno;
+  return sent == static_cast<ssize_t>(sizeof frame) ? 0 : EPIPE;  // so few bytes go whole
+}
