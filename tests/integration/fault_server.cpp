@@ -58,7 +58,7 @@ bool HaveFewDescriptors(int most) {
 
 ServerCounts CountsOf(const char* name) {
   RawPeer asker(name);
-  size_t counts[4] = {};
+  size_t counts[5] = {};
   const std::string data =
       asker.Ask(RawFrame(RawRequest(1), kSelfID, 0)).value_or(FaultAnswer()).data;
   EXPECT_EQ(sizeof counts, data.size());
@@ -128,7 +128,7 @@ bool FaultListener::Serve(AEEventID eventID, SInt32 number, const AppleEvent& ev
     case kSelfID: {
       const HostPortCounts self = HostCountPorts();
       const size_t counts[] = {self.portNames, self.connections, self.queuedBytes,
-                               self.partialBytes};
+                               self.partialBytes, self.lanes};
       data.assign(reinterpret_cast<const char*>(counts), sizeof counts);
       break;
     }

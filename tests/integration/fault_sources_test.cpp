@@ -2,8 +2,10 @@
 #include <atomic>
 #include <future>
 
+#include <servers/bootstrap.h>
+
 #include "platform/host/ports/introspect.h"
-#include "tests/integration/fault_server.h"
+#include "tests/integration/raw_peer.h"
 #include "tests/support/few_descriptors.h"
 
 // The run-loop source of a port that changes its loop while the port is asked. One process, so that
@@ -128,6 +130,53 @@ TEST(PortSources, AListenerThatLacksFileDescriptorsFailsOrAnswers) {
   }
   EXPECT_GT(failures, 0);
   EXPECT_GT(answers, 0);
+}
+
+// Clients with lanes ask a port that two loops watch, one of which comes and goes; a lane begins
+// and ends with each client. No wake-up is lost, whichever loop sleeps.
+TEST(PortSources, ServeLanesOnSeveralLoops) {
+  OpenDescriptorCheck noLeaks;
+  std::atomic<int> served{0};
+  constexpr int kAskers = 3, kRounds = 4;
+  const int each = 100 * TestScale();
+  {
+    LoopThread one, other;
+    CFMachPortContext context = {};
+    context.info = &served;
+    CFMachPortRef port = CFMachPortCreate(kCFAllocatorDefault, AnswerEcho, &context, nullptr);
+    const std::string name = UniquePortName();
+    mach_port_t bootstrap = MACH_PORT_NULL;
+    ASSERT_EQ(0, task_get_special_port(mach_task_self(), TASK_BOOTSTRAP_PORT, &bootstrap));
+    ASSERT_EQ(0, bootstrap_register(bootstrap, name.c_str(), CFMachPortGetPort(port)));
+    CFRunLoopSourceRef source = CFMachPortCreateRunLoopSource(kCFAllocatorDefault, port, 0);
+    CFRunLoopAddSource(one.Loop(), source, kCFRunLoopDefaultMode);
+    std::atomic<int> running{kAskers};
+    std::atomic<int> answered{0};
+    const auto ask = [&] {
+      for (int round = 0; round < kRounds; round++) {
+        RawPeer peer(name.c_str());
+        if (!peer.HasLane()) peer.TakeLane();
+        for (SInt32 i = 0; i < each; i++) {
+          const auto answer = peer.Ask(RawFrame(RawRequest(1), kEchoID, i));
+          answered += answer && answer->number == i;
+        }
+      }
+      running--;
+    };
+    std::array<std::thread, kAskers> askers = {std::thread(ask), std::thread(ask),
+                                               std::thread(ask)};
+    while (running > 0) {
+      CFRunLoopAddSource(other.Loop(), source, kCFRunLoopDefaultMode);
+      std::this_thread::yield();
+      CFRunLoopRemoveSource(other.Loop(), source, kCFRunLoopDefaultMode);
+    }
+    for (std::thread& asker : askers) asker.join();
+    EXPECT_EQ(kAskers * kRounds * each, answered);
+    EXPECT_EQ(kAskers * kRounds * each, served);
+    CFMachPortInvalidate(port);
+    CFRelease(source);
+    CFRelease(port);
+  }
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -22,6 +23,7 @@
 namespace {
 
 constexpr timeval kSendLimit = {20, 0};
+constexpr int64_t kLimit = 20 * kHostSecond;
 
 }  // namespace
 
@@ -33,12 +35,20 @@ RawPeer::RawPeer(const char* name) : fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEX
   EXPECT_EQ(0, HostFindName(name, &port));
   EXPECT_TRUE(HostPortAddress(port, &address, &size));
   EXPECT_EQ(0, connect(fd, reinterpret_cast<sockaddr*>(&address), size)) << strerror(errno);
+  if (getenv("VLT_TEST_LANES") != nullptr) TakeLane();
 }
 
-RawPeer::RawPeer(RawPeer&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
+bool RawPeer::TakeLane() {
+  lane = RawLane::On(fd);
+  return HasLane();
+}
+
+RawPeer::RawPeer(RawPeer&& other) noexcept
+    : fd(std::exchange(other.fd, -1)), lane(std::move(other.lane)) {}
 
 RawPeer& RawPeer::operator=(RawPeer&& other) noexcept {
   std::swap(fd, other.fd);
+  std::swap(lane, other.lane);
   return *this;
 }
 
@@ -47,6 +57,12 @@ RawPeer::~RawPeer() {
 }
 
 bool RawPeer::Write(const std::string& bytes) {
+  const int64_t end = HostNow() + kLimit;
+  for (size_t sent = 0; HasLane();) {
+    sent += lane->Write(bytes.data() + sent, bytes.size() - sent);
+    if (sent == bytes.size()) return !HasHungUp();
+    if (!lane->Wait(fd, true, end)) return false;
+  }
   for (size_t sent = 0; sent < bytes.size();) {
     const ssize_t size = send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
     if (size < 0 && errno == EINTR) continue;
@@ -57,6 +73,10 @@ bool RawPeer::Write(const std::string& bytes) {
 }
 
 void RawPeer::WriteAtOnce(const std::string& bytes) {
+  if (HasLane()) {
+    lane->Write(bytes.data(), bytes.size());
+    return;
+  }
   send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
@@ -79,12 +99,14 @@ bool RawPeer::WriteWithDescriptor(const std::string& bytes, int passed) {
 
 bool RawPeer::WaitTaken(std::chrono::milliseconds limit) {
   int waiting = 0;
+  if (HasLane()) return WaitUntil([&] { return lane->IsAllTaken() || HasHungUp(); }, limit);
   return WaitUntil([&] { return ioctl(fd, SIOCOUTQ, &waiting) == 0 && waiting == 0; }, limit);
 }
 
 bool RawPeer::Read(size_t size, std::string* bytes, std::chrono::milliseconds limit) {
   const int64_t end = HostNow() + limit.count() * kHostMillisecond;
   bytes->resize(size);
+  if (HasLane()) return ReadFromLane(size, bytes, end);
   for (size_t got = 0; got < size;) {
     pollfd entry = {fd, POLLIN, 0};
     const int ready = poll(&entry, 1, HostMillisecondsUntil(end, HostNow()));
@@ -98,6 +120,17 @@ bool RawPeer::Read(size_t size, std::string* bytes, std::chrono::milliseconds li
   return true;
 }
 
+bool RawPeer::ReadFromLane(size_t size, std::string* bytes, int64_t end) {
+  for (size_t got = 0;;) {
+    got += lane->Read(bytes->data() + got, size - got);
+    if (got == size) return true;
+    if (lane->Wait(fd, false, end)) continue;
+    const size_t last = lane->Read(bytes->data() + got, size - got);
+    if (last == 0) return false;
+    got += last;
+  }
+}
+
 std::optional<RawPeer::Frame> RawPeer::ReadFrame(std::chrono::milliseconds limit) {
   Frame frame;
   std::string head;
@@ -105,6 +138,7 @@ std::optional<RawPeer::Frame> RawPeer::ReadFrame(std::chrono::milliseconds limit
   const auto* bytes = reinterpret_cast<const uint8_t*>(head.data());
   if (!HostDecodeFrameHeader(bytes, &frame.header)) return std::nullopt;
   if (!Read(frame.header.bodySize, &frame.body, limit)) return std::nullopt;
+  if (frame.header.kind == HostFrameKind::kLaneOffer) return ReadFrame(limit);  // not answered
   return frame;
 }
 
@@ -144,7 +178,7 @@ bool RawPeer::WaitHungUp(std::chrono::milliseconds limit) {
 }
 
 bool RawPeer::HasHungUp() const {
-  pollfd entry = {fd, 0, 0};
+  pollfd entry = {fd, static_cast<short>(HasLane() ? POLLRDHUP : 0), 0};
   return poll(&entry, 1, 0) == 1;
 }
 

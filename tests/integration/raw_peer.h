@@ -4,16 +4,21 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
 #include "platform/host/wire/frame.h"
 #include "tests/integration/fault_server.h"
+#include "tests/integration/raw_lane.h"
 #include "tests/support/test_process.h"
 
 // RawPeer is one end of a connection whose bytes the test writes and reads itself: what a broken or
 // hostile program might do to a server, or as a server to its clients. Every wait is bounded. One
 // thread at a time; the destructor hangs up.
+//
+// With VLT_TEST_LANES in the environment every peer that connects takes a lane, if the server
+// accepts it soon: then all bytes go by the lane, and what the tests expect is the same.
 class RawPeer {
  public:
   explicit RawPeer(const char* name);  // connects to the port that is published under `name`
@@ -26,7 +31,11 @@ class RawPeer {
   bool Write(const std::string& bytes);
   // Writes as much as the socket takes without waiting.
   void WriteAtOnce(const std::string& bytes);
-  // The bytes with a descriptor beside them.
+  bool HasLane() const { return lane != nullptr; }
+  RawLane& Lane() { return *lane; }
+  bool TakeLane();  // false when it is not accepted
+  int Socket() const { return fd; }
+  // The bytes with a descriptor beside them, by the socket.
   bool WriteWithDescriptor(const std::string& bytes, int passed);
   // Waits until the other end has taken all that was written.
   bool WaitTaken(std::chrono::milliseconds limit = 20s);
@@ -35,7 +44,8 @@ class RawPeer {
     HostFrameHeader header;
     std::string body;
   };
-  // The next frame; empty at the end of the stream, for what is no frame, and after `limit`.
+  // The next frame, offers of lanes passed over; empty at the end of the stream, for what is no
+  // frame, and after `limit`.
   std::optional<Frame> ReadFrame(std::chrono::milliseconds limit = 20s);
   // Writes a request and reads its reply: the number and data of that event (see fault_server.h).
   std::optional<FaultAnswer> Ask(const std::string& frame, std::chrono::milliseconds limit = 20s);
@@ -49,8 +59,10 @@ class RawPeer {
 
  private:
   bool Read(size_t size, std::string* bytes, std::chrono::milliseconds limit);
+  bool ReadFromLane(size_t size, std::string* bytes, int64_t end);
 
   int fd = -1;
+  std::unique_ptr<RawLane> lane;
 };
 
 // The header of a request whose body claims to have this many bytes.

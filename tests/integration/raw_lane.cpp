@@ -1,0 +1,146 @@
+#include "tests/integration/raw_lane.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <cerrno>
+#include <cstring>
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/host/base/clock.h"
+#include "platform/host/wire/frame.h"
+
+namespace {
+
+constexpr int kAnswerLimit = 300;  // ms; a server that is stopped answers later, or never
+constexpr size_t kMostPassed = 8;
+
+// Reads one frame header and the descriptors that come with it. False without an acceptance.
+bool ReadAcceptance(int socket, int descriptors[2]) {
+  pollfd entry = {socket, POLLIN, 0};
+  if (poll(&entry, 1, kAnswerLimit) != 1) return false;
+  uint8_t bytes[kHostFrameHeaderSize];
+  iovec piece = {bytes, sizeof bytes};
+  alignas(cmsghdr) char control[CMSG_SPACE(2 * sizeof(int))];
+  msghdr message = {};
+  message.msg_iov = &piece;
+  message.msg_iovlen = 1;
+  message.msg_control = control;
+  message.msg_controllen = sizeof control;
+  HostFrameHeader header;
+  if (recvmsg(socket, &message, MSG_CMSG_CLOEXEC) != static_cast<ssize_t>(sizeof bytes) ||
+      !HostDecodeFrameHeader(bytes, &header) || header.kind != HostFrameKind::kLaneAccepted) {
+    return false;
+  }
+  const cmsghdr* const rights = CMSG_FIRSTHDR(&message);
+  if (rights == nullptr || rights->cmsg_len != CMSG_LEN(2 * sizeof(int))) return false;
+  std::memcpy(descriptors, CMSG_DATA(rights), 2 * sizeof(int));
+  return true;
+}
+
+}  // namespace
+
+RawOffer::RawOffer(RawOffer&& other) noexcept
+    : file(std::exchange(other.file, -1)), bell(std::exchange(other.bell, -1)) {}
+
+RawOffer::~RawOffer() {
+  if (file >= 0) close(file);
+  if (bell >= 0) close(bell);
+}
+
+RawOffer RawOffer::Make() {
+  RawOffer made;
+  made.bell = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  made.file = memfd_create("raw-lane", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+  if (ftruncate(made.file, kHostLaneSize) != 0) return RawOffer();
+  void* const lane = mmap(nullptr, kHostLaneSize, PROT_READ | PROT_WRITE, MAP_SHARED, made.file, 0);
+  HostFormatLane(lane);
+  munmap(lane, kHostLaneSize);
+  fcntl(made.file, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL);
+  return made;
+}
+
+bool RawOffer::SendOn(int socket, size_t count) const {
+  HostFrameHeader header;
+  header.kind = HostFrameKind::kLaneOffer;
+  uint8_t bytes[kHostFrameHeaderSize];
+  HostEncodeFrameHeader(header, bytes);
+  iovec piece = {bytes, sizeof bytes};
+  int passed[kMostPassed];
+  for (size_t i = 0; i < kMostPassed; i++) passed[i] = i == 0 ? file : bell;
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof passed)] = {};
+  msghdr message = {};
+  message.msg_iov = &piece;
+  message.msg_iovlen = 1;
+  if (count > 0) {
+    message.msg_control = control;
+    message.msg_controllen = CMSG_SPACE(count * sizeof(int));
+    cmsghdr* const rights = CMSG_FIRSTHDR(&message);
+    rights->cmsg_level = SOL_SOCKET;
+    rights->cmsg_type = SCM_RIGHTS;
+    rights->cmsg_len = CMSG_LEN(count * sizeof(int));
+    std::memcpy(CMSG_DATA(rights), passed, count * sizeof(int));
+  }
+  return sendmsg(socket, &message, MSG_NOSIGNAL) == static_cast<ssize_t>(sizeof bytes);
+}
+
+std::unique_ptr<RawLane> RawLane::On(int socket) {
+  std::unique_ptr<RawLane> made(new RawLane());
+  RawOffer offer = RawOffer::Make();
+  int descriptors[2];
+  if (!offer.SendOn(socket) || !ReadAcceptance(socket, descriptors)) return nullptr;
+  made->lane = mmap(nullptr, kHostLaneSize, PROT_READ | PROT_WRITE, MAP_SHARED, offer.file, 0);
+  made->status = mmap(nullptr, kHostStatusPageSize, PROT_READ, MAP_SHARED, descriptors[1], 0);
+  close(descriptors[1]);
+  made->doorbell = descriptors[0];
+  made->out =
+      HostRingProducer(made->lane, HostRingDirection::kToServer, HostServerSleepWord(made->status));
+  made->in = HostRingConsumer(made->lane, HostRingDirection::kToClient);
+  made->sleeper = HostSleeper(HostClientSleepWord(made->lane));
+  std::swap(made->offer.bell, offer.bell);
+  return made;
+}
+
+RawLane::~RawLane() {
+  munmap(lane, kHostLaneSize);
+  munmap(status, kHostStatusPageSize);
+  close(doorbell);
+}
+
+void RawLane::Ring() {
+  const uint64_t one = 1;
+  (void)!write(doorbell, &one, sizeof one);
+}
+
+size_t RawLane::Write(const void* bytes, size_t size) {
+  if (!out.Look()) return 0;
+  const size_t written = out.Write(bytes, size);
+  if (out.Publish()) Ring();
+  return written;
+}
+
+size_t RawLane::Read(void* bytes, size_t size) {
+  if (!in.Look()) return 0;
+  const size_t read = in.Read(bytes, size);
+  if (in.Release()) Ring();
+  return read;
+}
+
+bool RawLane::Wait(int socket, bool forRoom, int64_t end) {
+  sleeper.Announce();
+  if (forRoom) out.AnnounceWait();
+  const bool isReady =
+      !in.Look() || in.Available() > 0 || (forRoom && out.Look() && out.Room() > 0);
+  pollfd entries[] = {{offer.bell, POLLIN, 0}, {socket, POLLRDHUP, 0}};
+  const int ready = isReady ? 1 : poll(entries, 2, HostMillisecondsUntil(end, HostNow()));
+  sleeper.Withdraw();
+  if (forRoom) out.WithdrawWait();
+  uint64_t count = 0;
+  (void)!read(offer.bell, &count, sizeof count);
+  return ready != 0 && entries[1].revents == 0;
+}
