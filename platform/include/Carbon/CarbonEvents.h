@@ -5,9 +5,9 @@
 #pragma GCC visibility push(default)
 extern "C" {
 
-// Runs the main run loop (default mode) until QuitApplicationEventLoop; does not return merely
-// because there is nothing to do, nor on CFRunLoopStop. While it runs, the process answers events
-// that are addressed to its serial number (with errAEEventNotHandled). Main thread only.
+// Runs the main run loop in the default mode until QuitApplicationEventLoop is called; neither an
+// idle loop nor CFRunLoopStop ends it. Meanwhile events that are addressed to this process's serial
+// number get the reply errAEEventNotHandled. Main thread only.
 void RunApplicationEventLoop(void);
 
 // Marks the loop as finished and wakes it; the loop ends after the callback in progress. Kept when

@@ -27,7 +27,7 @@ struct NMRec {
   SInt32 nmRefCon;    // the caller's
 };
 
-// As nmResp: nothing is called and the record is removed by itself.
+// A value of nmResp: no function is called, and the record is removed automatically.
 #define kNMRemoveWhenDone (reinterpret_cast<NMUPP>(static_cast<intptr_t>(-1)))
 
 #pragma GCC visibility push(default)

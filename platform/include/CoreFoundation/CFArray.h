@@ -10,11 +10,11 @@
 using CFArrayRef = const struct __CFArray*;
 using CFMutableArrayRef = struct __CFArray*;
 
-// What an array does with a value. Each may be null: not retained, not released, described by
-// address, equal by address. The record is copied.
+// The callbacks for values. Each may be null: then values are not retained, not released, described
+// by address, or compared by address. The structure is copied.
 struct CFArrayCallBacks {
   CFIndex version;                                                     // 0
-  const void* (*retain)(CFAllocatorRef allocator, const void* value);  // what is then stored
+  const void* (*retain)(CFAllocatorRef allocator, const void* value);  // returns the value to store
   void (*release)(CFAllocatorRef allocator, const void* value);
   CFStringRef (*copyDescription)(const void* value);
   Boolean (*equal)(const void* a, const void* b);
@@ -27,8 +27,8 @@ extern const CFArrayCallBacks kCFTypeArrayCallBacks;  // for counted objects
 
 CFTypeID CFArrayGetTypeID(void);
 
-// `callBacks` null: bare pointers. Null when `count` is negative, when `values` or one of them is
-// null, and when there is no memory.
+// Makes an array. With null callbacks it holds bare pointers. Returns null if `count` is negative,
+// if `values` or one of them is null, and without memory.
 CFArrayRef CFArrayCreate(CFAllocatorRef allocator, const void** values, CFIndex count,
                          const CFArrayCallBacks* callBacks);
 CFArrayRef CFArrayCreateCopy(CFAllocatorRef allocator, CFArrayRef array);
@@ -43,10 +43,11 @@ CFMutableArrayRef CFArrayCreateMutableCopy(CFAllocatorRef allocator, CFIndex cap
 CFIndex CFArrayGetCount(CFArrayRef array);
 // Borrowed: valid while the array holds it. Null outside.
 const void* CFArrayGetValueAtIndex(CFArrayRef array, CFIndex index);
-// Stores nothing unless the whole range lies inside.
+// Stores nothing unless the whole range is in the array.
 void CFArrayGetValues(CFArrayRef array, CFRange range, const void** values);
 
-// An index outside does nothing; one behind the last value is inside for setting and inserting.
+// An index outside the array does nothing. For setting and inserting, the index after the last
+// value is allowed.
 void CFArrayAppendValue(CFMutableArrayRef array, const void* value);
 void CFArrayInsertValueAtIndex(CFMutableArrayRef array, CFIndex index, const void* value);
 void CFArraySetValueAtIndex(CFMutableArrayRef array, CFIndex index, const void* value);

@@ -42,9 +42,9 @@ extern const CFAllocatorRef kCFAllocatorSystemDefault;
 extern const CFAllocatorRef kCFAllocatorMalloc;
 extern const CFAllocatorRef kCFAllocatorNull;
 
-// As malloc and free, so that bytes for a "bytes deallocator" may come from either; the allocator
-// makes no difference unless it is kCFAllocatorNull. Null for a size of 0 or less, and when there
-// is no memory. `hint` is not used.
+// These use malloc and free, so bytes for a "bytes deallocator" may come from either. The allocator
+// makes no difference unless it is kCFAllocatorNull. Allocating returns null for a size of 0 or
+// less and without memory. `hint` is not used.
 void* CFAllocatorAllocate(CFAllocatorRef allocator, CFIndex size, CFOptionFlags hint);
 void CFAllocatorDeallocate(CFAllocatorRef allocator, void* block);
 

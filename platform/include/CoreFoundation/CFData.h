@@ -11,19 +11,19 @@ extern "C" {
 
 CFTypeID CFDataGetTypeID(void);
 
-// Copies the bytes. Null for a negative length, for null bytes with a positive one, and when there
-// is no memory.
+// Copies the bytes. Returns null for a negative length, for null bytes with a positive one, and
+// without memory.
 CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
 
-// Keeps the pointer; the bytes must not change any more. `deallocator` frees them when the object
-// goes: kCFAllocatorNull never does, the others (null too) do what CFAllocatorDeallocate does. On
-// failure (as above) the bytes stay the caller's.
+// Uses the caller's bytes, which must not change any more. `deallocator` frees them when the object
+// is destroyed: kCFAllocatorNull does not, any other, also null, does so as CFAllocatorDeallocate.
+// After a failure (as above) the bytes stay the caller's.
 CFDataRef CFDataCreateWithBytesNoCopy(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length,
                                       CFAllocatorRef deallocator);
 
 CFIndex CFDataGetLength(CFDataRef data);
 const UInt8* CFDataGetBytePtr(CFDataRef data);  // borrowed; null for null only
-// Stores nothing unless the whole range lies inside.
+// Stores nothing unless the whole range is in the data.
 void CFDataGetBytes(CFDataRef data, CFRange range, UInt8* buffer);
 
 }  // extern "C"

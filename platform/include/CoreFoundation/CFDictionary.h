@@ -12,18 +12,18 @@
 using CFDictionaryRef = const struct __CFDictionary*;
 using CFMutableDictionaryRef = struct __CFDictionary*;
 
-// What a dictionary does with a key. Each may be null: not retained, not released, described by
-// address, equal by address, hashed by address. The record is copied.
+// The callbacks for keys. Each may be null: then keys are not retained, not released, described by
+// address, compared by address, or hashed by address. The structure is copied.
 struct CFDictionaryKeyCallBacks {
   CFIndex version;                                                     // 0
-  const void* (*retain)(CFAllocatorRef allocator, const void* value);  // what is then stored
+  const void* (*retain)(CFAllocatorRef allocator, const void* value);  // returns the value to store
   void (*release)(CFAllocatorRef allocator, const void* value);
   CFStringRef (*copyDescription)(const void* value);
   Boolean (*equal)(const void* a, const void* b);
   CFHashCode (*hash)(const void* value);
 };
 
-// What it does with a value.
+// The callbacks for values.
 struct CFDictionaryValueCallBacks {
   CFIndex version;  // 0
   const void* (*retain)(CFAllocatorRef allocator, const void* value);
@@ -45,8 +45,9 @@ extern const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
 
 CFTypeID CFDictionaryGetTypeID(void);
 
-// Null callbacks: bare pointers. Of equal keys the first one stays, with the last value. Null when
-// `count` is negative, when a list or anything in it is null, and when there is no memory.
+// Makes a dictionary. With null callbacks it holds bare pointers. If a key occurs twice, the first
+// key stays with the last value. Returns null if `count` is negative, if a list or an element of it
+// is null, and without memory.
 CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void** keys, const void** values,
                                    CFIndex count, const CFDictionaryKeyCallBacks* keyCallBacks,
                                    const CFDictionaryValueCallBacks* valueCallBacks);

@@ -2,10 +2,10 @@
 
 #include <CoreFoundation/CFRunLoop.h>
 
-// A counted object around a receive right. One object per port: asking again for a port's object
-// gives the same one. It becomes invalid through CFMachPortInvalidate or when the right is
-// destroyed elsewhere; then its run-loop source is invalidated, the invalidation callback runs once
-// with the context's info, and no message is delivered any more. Any thread.
+// A counted object for a receive right. A port has one such object at a time, which every call for
+// the port returns. It becomes invalid by CFMachPortInvalidate or when the right is destroyed. Then
+// its run-loop source is invalidated, the invalidation callback runs once with the context's info,
+// and no more messages are delivered. The context's callbacks run without a lock. Any thread.
 
 using CFMachPortRef = struct __CFMachPort*;
 
@@ -26,13 +26,13 @@ extern "C" {
 
 CFTypeID CFMachPortGetTypeID(void);
 
-// A new port with receive and send right under one name. Null on failure. The right is given up
-// when the object is destroyed.
+// Makes a port with a receive right and a send right of the same number, and its object. Returns
+// null after a failure. The rights are given up when the object is destroyed.
 CFMachPortRef CFMachPortCreate(CFAllocatorRef allocator, CFMachPortCallBack callout,
                                CFMachPortContext* context, Boolean* shouldFreeInfo);
 
-// The object of `port`, retained when it exists already (then `*shouldFreeInfo` is true and the
-// context is ignored). The right stays the caller's.
+// Returns the object of `port`, whose right stays the caller's. If the object exists already,
+// retains it, sets `*shouldFreeInfo` to true and ignores the context.
 CFMachPortRef CFMachPortCreateWithPort(CFAllocatorRef allocator, mach_port_t port,
                                        CFMachPortCallBack callout, CFMachPortContext* context,
                                        Boolean* shouldFreeInfo);
@@ -42,10 +42,12 @@ void CFMachPortGetContext(CFMachPortRef port, CFMachPortContext* context);
 Boolean CFMachPortIsValid(CFMachPortRef port);
 void CFMachPortInvalidate(CFMachPortRef port);
 
-// Called once, at invalidation; at once when the port is invalid already. Null removes it.
+// Sets the callback, which is called once, when the port becomes invalid, or at once if it is
+// invalid already. Null removes the callback.
 void CFMachPortSetInvalidationCallBack(CFMachPortRef port, CFMachPortInvalidationCallBack callout);
 
-// The port's version-1 source, retained; the same one while it is valid. Null for an invalid port.
+// Returns the port's version-1 source, retained; the same one as long as it is valid. Null for an
+// invalid port.
 CFRunLoopSourceRef CFMachPortCreateRunLoopSource(CFAllocatorRef allocator, CFMachPortRef port,
                                                  CFIndex order);
 

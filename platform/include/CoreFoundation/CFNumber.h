@@ -2,8 +2,8 @@
 
 #include <CoreFoundation/CFBase.h>
 
-// Numbers and truth values, immutable; any thread. A number keeps the width and kind it was made
-// with in one of the six canonical types; all others are other names of these.
+// Immutable numbers and Boolean values; any thread. A number keeps the width and kind with which it
+// was made, as one of six canonical types; the other types are other names of these.
 
 using CFBooleanRef = const struct __CFBoolean*;
 using CFNumberRef = const struct __CFNumber*;
@@ -19,7 +19,7 @@ enum : CFNumberType {
   kCFNumberCharType = 7,       // 1 byte, signed
   kCFNumberShortType = 8,      // 2 bytes
   kCFNumberIntType = 9,        // 4 bytes
-  kCFNumberLongType = 10,      // 4 bytes: the platform's long is 32 bits wide on every host
+  kCFNumberLongType = 10,      // 4 bytes: the platform's long has 32 bits on every CPU
   kCFNumberLongLongType = 11,  // 8 bytes
   kCFNumberFloatType = 12,     // 4 bytes
   kCFNumberDoubleType = 13,    // 8 bytes
@@ -30,7 +30,7 @@ enum : CFNumberType {
 #pragma GCC visibility push(default)
 extern "C" {
 
-// The only two truth values; retaining and releasing have no effect. They are no numbers.
+// The two Boolean values. Retaining and releasing them has no effect. They are not numbers.
 extern const CFBooleanRef kCFBooleanTrue;
 extern const CFBooleanRef kCFBooleanFalse;
 CFTypeID CFBooleanGetTypeID(void);
@@ -53,8 +53,8 @@ Boolean CFNumberIsFloatType(CFNumberRef number);
 // or a type that does not exist, false and nothing is stored.
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value);
 
-// By value, exactly, whatever the two types. NaN comes before every other number and equals itself.
-// `context` is not used. Null comes before every number.
+// Compares the exact values, also of different types. NaN comes before every other number and
+// equals itself. Null comes before every number. `context` is not used.
 CFComparisonResult CFNumberCompare(CFNumberRef a, CFNumberRef b, void* context);
 
 }  // extern "C"

@@ -2,8 +2,8 @@
 
 #include <CoreFoundation/CFUUID.h>
 
-// Plug-in interface objects. An object's first word points at a table: a reserved word, the three
-// functions of every interface, then the interface's own.
+// Plug-in interface objects. An object's first word points to a table: a reserved word, the three
+// functions of every interface, then the interface's other functions.
 
 using HRESULT = SInt32;  // negative: failed
 using ULONG = UInt32;

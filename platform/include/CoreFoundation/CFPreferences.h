@@ -9,16 +9,16 @@
 // kept in files. Any thread.
 //
 // Application identifiers, and the six constants, are compared by their characters. Another user or
-// host scope, or an identifier that is no name of a file ("", one with "/", ".." or a NUL, more
+// host scope, or an identifier that cannot be a file name ("", one with "/", ".." or a NUL, more
 // than 200 bytes of UTF-8), has no values and cannot be written.
 //
-// The file is the truth: a read asks whether it has changed, so what another process has
-// synchronised is seen at the next read. What was set here and not synchronised yet hides what the
-// file has under that key. Only property-list values can be set; they are copied.
+// Each read checks whether the file has changed, so it returns values that another process has
+// synchronised. A value that was set here and not synchronised yet hides the file's value. Only
+// property-list values can be set; they are copied.
 //
 // A file that cannot be trusted (group or others may write it, its owner is neither root nor the
 // effective user) or read (not a property list of a dictionary, more than 64 MiB) has no values and
-// is never written; the log says so once for each state of the file.
+// is never written. The log reports this once for each state of the file.
 //
 // A read that fails for such a reason, or because memory or file descriptors run short, finds no
 // value. If the program then sets that key and the file has another value for it after all, the
@@ -34,21 +34,24 @@ extern const CFStringRef kCFPreferencesCurrentHost;
 extern const CFStringRef kCFPreferencesAnyUser;
 extern const CFStringRef kCFPreferencesCurrentUser;
 
-// The value in exactly this domain: the object that the cache holds, retained, so the caller
-// releases it and nobody changes it. Null when absent.
+// Returns the value in exactly this domain, or null if there is none. It is the object in the
+// cache, retained: the caller releases it and must not change it.
 CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef application, CFStringRef user,
                                          CFStringRef host);
 
-// The domain's keys in no particular order, null when it has none; the caller releases it.
+// Returns the domain's keys in no particular order, or null if it has none. The caller releases the
+// array.
 CFArrayRef CFPreferencesCopyKeyList(CFStringRef application, CFStringRef user, CFStringRef host);
 
-// The values of `keys` (null: of all), absent ones left out. Null only if there is no memory, or if
-// the file could not be read for a reason that may pass; the caller releases it.
+// Returns the values of those of `keys` that exist, or of all keys if `keys` is null. Returns null
+// only without memory, or if the file could not be read for a reason that may pass. The caller
+// releases the dictionary.
 CFDictionaryRef CFPreferencesCopyMultiple(CFArrayRef keys, CFStringRef application,
                                           CFStringRef user, CFStringRef host);
 
-// Seen at once in this process, written by the next synchronising. A null value removes the key.
-// One that is not a property list changes nothing, and makes the next synchronising fail.
+// Sets a value, which this process sees at once and the next synchronising writes. A null value
+// removes the key. A value that is not a property list changes nothing and makes the next
+// synchronising fail.
 void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef application,
                            CFStringRef user, CFStringRef host);
 
@@ -56,19 +59,21 @@ void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef
 void CFPreferencesSetMultiple(CFDictionaryRef toSet, CFArrayRef toRemove, CFStringRef application,
                               CFStringRef user, CFStringRef host);
 
-// Writes the keys that were changed here into the file, whose other entries stay as they are, and
-// waits until it is on the disk; at most 30 s for other processes that do the same. False when that
-// fails: the file is then the old or the new one, never a part, and the changes wait for the next
-// time. Also false if the file's value of a key stayed because it could not be read before: that
-// change is given up, and the others are written. With nothing to write, true.
+// Writes the keys that were changed here to the file, leaves its other entries as they are, and
+// waits for the disk. Waits at most 30 s for other processes that do the same. Returns false if
+// that fails: the file is then the old or the new one, never a mixture, and the changes stay for
+// the next try. Also returns false if the file's value of a key stayed because it could not be read
+// before; that change is given up, and the others are written. Returns true if there is nothing to
+// write.
 Boolean CFPreferencesSynchronize(CFStringRef application, CFStringRef user, CFStringRef host);
 
-// The first value of: the current user's for the application, on this host, then on any; for any
-// application, on this host, then on any; then the same four of any user.
+// Returns the first value found in these domains: of the current user, for the application, on this
+// host, then on any host; for any application, on this host, then on any host; then the same four
+// of any user.
 CFPropertyListRef CFPreferencesCopyAppValue(CFStringRef key, CFStringRef application);
-// In the current user's domain of the application, on any host.
+// Sets a value in the current user's domain of the application, on any host.
 void CFPreferencesSetAppValue(CFStringRef key, CFPropertyListRef value, CFStringRef application);
-// Every domain that CFPreferencesCopyAppValue reads; false when one fails.
+// Synchronises every domain that CFPreferencesCopyAppValue reads. Returns false if one fails.
 Boolean CFPreferencesAppSynchronize(CFStringRef application);
 
 }  // extern "C"

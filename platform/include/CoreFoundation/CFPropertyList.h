@@ -36,8 +36,8 @@ extern "C" {
 CFPropertyListRef CFPropertyListCreateFromXMLData(CFAllocatorRef allocator, CFDataRef bytes,
                                                   CFOptionFlags mutability, CFStringRef* error);
 
-// The same from `length` bytes of an open stream (0: to its end), which must all be there.
-// `*format` (may be null) tells the form that was found; on failure it is unchanged.
+// Does the same for `length` bytes of an open stream, which must all be there; 0 means all bytes to
+// its end. Stores the form in `*format`, which may be null; a failure leaves it unchanged.
 CFPropertyListRef CFPropertyListCreateFromStream(CFAllocatorRef allocator, CFReadStreamRef stream,
                                                  CFIndex length, CFOptionFlags mutability,
                                                  CFPropertyListFormat* format, CFStringRef* error);
@@ -52,8 +52,8 @@ CFDataRef CFPropertyListCreateXMLData(CFAllocatorRef allocator, CFPropertyListRe
 CFIndex CFPropertyListWriteToStream(CFPropertyListRef list, CFWriteStreamRef stream,
                                     CFPropertyListFormat format, CFStringRef* error);
 
-// Whether the object can be written in that form. The old text form is asked for its contents only:
-// strings, data, arrays and dictionaries.
+// Returns whether the object can be written in that form. For the old text form, which is never
+// written: whether it has only strings, data, arrays and dictionaries.
 Boolean CFPropertyListIsValid(CFPropertyListRef list, CFPropertyListFormat format);
 
 // New containers throughout; leaves, which never change, are shared. Null when the object is not a

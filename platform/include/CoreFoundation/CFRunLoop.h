@@ -65,7 +65,7 @@ extern const CFStringRef kCFRunLoopCommonModes;  // for adding only: every commo
 CFAbsoluteTime CFAbsoluteTimeGetCurrent(void);  // wall clock
 
 CFTypeID CFRunLoopGetTypeID(void);
-CFRunLoopRef CFRunLoopGetCurrent(void);  // borrowed; null when the kernel refuses the descriptors
+CFRunLoopRef CFRunLoopGetCurrent(void);  // borrowed; null without memory or file descriptors
 CFRunLoopRef CFRunLoopGetMain(void);     // borrowed; the main thread's
 void CFRunLoopAddCommonMode(CFRunLoopRef loop, CFStringRef mode);
 

@@ -7,10 +7,11 @@
 // once, used and closed:
 //
 //   NotOpen -> Open (read: -> AtEnd, once nothing is left) -> Closed
-//   NotOpen -> Error, and Open -> Error, when the system refuses
+//   NotOpen -> Error, and Open -> Error, if a system call fails
 //
-// There is no way back; what a state does not allow is refused without a change. Opening, Reading
-// and Writing are never seen from outside: every call here is done when it returns.
+// A stream never returns to an earlier state. A call that the state does not allow fails and
+// changes nothing. The states Opening, Reading and Writing do not occur, because every call
+// finishes its work before it returns.
 
 using CFReadStreamRef = struct __CFReadStream*;
 using CFWriteStreamRef = struct __CFWriteStream*;
@@ -50,9 +51,10 @@ CFTypeID CFWriteStreamGetTypeID(void);
 
 // Not opened yet; a missing file shows when it is opened. Null without an address.
 CFReadStreamRef CFReadStreamCreateWithFile(CFAllocatorRef allocator, CFURLRef file);
-// Keeps the pointer. `deallocator` frees the bytes when the stream goes: kCFAllocatorNull never
-// does, the others (null too) do what CFAllocatorDeallocate does. Null for a negative count, or for
-// null bytes with a positive one; the bytes then stay the caller's.
+// Makes a stream that reads the caller's bytes. `deallocator` frees them when the stream is
+// destroyed: kCFAllocatorNull does not, any other, also null, does so as CFAllocatorDeallocate.
+// Returns null for a negative count, or for null bytes with a positive one; the bytes then stay the
+// caller's.
 CFReadStreamRef CFReadStreamCreateWithBytesNoCopy(CFAllocatorRef allocator, const UInt8* bytes,
                                                   CFIndex count, CFAllocatorRef deallocator);
 
@@ -66,12 +68,12 @@ CFWriteStreamRef CFWriteStreamCreateWithAllocatedBuffers(CFAllocatorRef allocato
 CFWriteStreamRef CFWriteStreamCreateWithBuffer(CFAllocatorRef allocator, UInt8* buffer,
                                                CFIndex capacity);
 
-// False when the system refuses (status Error), or for a stream that was opened before.
+// Returns false if the system refuses (status Error), and for a stream that was opened before.
 Boolean CFReadStreamOpen(CFReadStreamRef stream);
 Boolean CFWriteStreamOpen(CFWriteStreamRef stream);
 
-// The descriptor is given back. Without effect on a stream that was never opened. When the system
-// reports at this point that bytes were lost, the status is Error.
+// Closes the file descriptor. Does nothing to a stream that was never opened. If the system reports
+// now that bytes were lost, the status is Error.
 void CFReadStreamClose(CFReadStreamRef stream);
 void CFWriteStreamClose(CFWriteStreamRef stream);
 

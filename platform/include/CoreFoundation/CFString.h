@@ -3,14 +3,14 @@
 #include <CoreFoundation/CFBase.h>
 #include <stdarg.h>
 
-// Strings of UTF-16 code units, immutable; any thread. Lengths, locations and ranges count code
-// units, sizes count bytes. A function that creates gives null when the bytes are not valid in the
-// encoding, when the encoding is not known, or when there is no memory.
+// Immutable strings of UTF-16 code units; any thread. Lengths, locations and ranges count code
+// units, sizes count bytes. A creating function returns null if the bytes are not valid in the
+// encoding, if the encoding is unknown, and without memory.
 
 using CFStringEncoding = UInt32;
 enum : CFStringEncoding {
   kCFStringEncodingMacRoman = 0,
-  kCFStringEncodingUnicode = 0x0100,  // UTF-16 in native order, unless a byte-order mark says else
+  kCFStringEncodingUnicode = 0x0100,  // UTF-16 in native order, or as a byte-order mark says
   kCFStringEncodingUTF16 = 0x0100,
   kCFStringEncodingISOLatin1 = 0x0201,
   kCFStringEncodingWindowsLatin1 = 0x0500,
@@ -35,12 +35,13 @@ CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, const char* text
                                       CFStringEncoding encoding);
 CFStringRef CFStringCreateWithPascalString(CFAllocatorRef allocator, ConstStr255Param text,
                                            CFStringEncoding encoding);
-// isExternalRepresentation: a byte-order mark in front decides the order of UTF-16 and is left out.
+// With isExternalRepresentation, a byte-order mark at the beginning gives the byte order of UTF-16
+// and is left out.
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, const UInt8* bytes, CFIndex count,
                                     CFStringEncoding encoding, Boolean isExternalRepresentation);
 CFStringRef CFStringCreateWithCharacters(CFAllocatorRef allocator, const UniChar* characters,
                                          CFIndex count);
-// Null when the range does not lie inside.
+// Returns null if the range is not in the string.
 CFStringRef CFStringCreateWithSubstring(CFAllocatorRef allocator, CFStringRef string,
                                         CFRange range);
 CFStringRef CFStringCreateCopy(CFAllocatorRef allocator, CFStringRef string);
@@ -57,7 +58,7 @@ CFStringRef CFStringCreateWithFormatAndArguments(CFAllocatorRef allocator, CFDic
 
 CFIndex CFStringGetLength(CFStringRef string);
 UniChar CFStringGetCharacterAtIndex(CFStringRef string, CFIndex index);  // 0 outside
-// Stores nothing unless the whole range lies inside.
+// Stores nothing unless the whole range is in the string.
 void CFStringGetCharacters(CFStringRef string, CFRange range, UniChar* buffer);
 
 // The text and a NUL in `size` bytes. False when it does not fit or cannot be represented: then the
@@ -71,10 +72,11 @@ Boolean CFStringGetPascalString(CFStringRef string, StringPtr buffer, CFIndex si
 // The string's own bytes, borrowed, when they happen to be stored that way; else null.
 const char* CFStringGetCStringPtr(CFStringRef string, CFStringEncoding encoding);
 
-// Converts as much of `range` as fits into `max` bytes (a null buffer: counts, without limit);
-// stops before a character that cannot be represented when lossByte is 0, else puts lossByte.
-// isExternalRepresentation puts a byte-order mark in front of kCFStringEncodingUnicode.
-// Returns the number of code units converted; `*used` (may be null) the bytes. No terminator.
+// Converts as much of `range` as fits into `max` bytes, without a NUL. With a null buffer, only
+// counts, without a limit. A character that the encoding lacks becomes lossByte; if that is 0,
+// conversion stops before it. With isExternalRepresentation, kCFStringEncodingUnicode begins with a
+// byte-order mark. Returns the number of code units that were converted, and stores the number of
+// bytes in `*used`, which may be null.
 CFIndex CFStringGetBytes(CFStringRef string, CFRange range, CFStringEncoding encoding,
                          UInt8 lossByte, Boolean isExternalRepresentation, UInt8* buffer,
                          CFIndex max, CFIndex* used);
@@ -82,7 +84,7 @@ CFIndex CFStringGetBytes(CFStringRef string, CFRange range, CFStringEncoding enc
 // encoding or a size beyond 32 bits.
 CFIndex CFStringGetMaximumSizeForEncoding(CFIndex count, CFStringEncoding encoding);
 
-// By code unit; no option is supplied. Null comes before every string.
+// Compares by code unit; no option has an effect. Null comes before every string.
 CFComparisonResult CFStringCompare(CFStringRef a, CFStringRef b, CFOptionFlags options);
 
 // The constant string with this text: one object per text, never destroyed. For CFSTR.

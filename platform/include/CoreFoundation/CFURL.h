@@ -2,9 +2,9 @@
 
 #include <CoreFoundation/CFBase.h>
 
-// Addresses of files, immutable; any thread. An address is an absolute path of bytes, without NUL,
-// that reaches the file system as it is, and the word whether a directory is meant. Nothing here
-// looks at the file system, except where it says so.
+// Immutable addresses of files; any thread. An address consists of an absolute path, whose bytes
+// are passed to the file system unchanged, and of whether it means a folder. Functions look at the
+// file system only where stated.
 
 using CFURLRef = const struct __CFURL*;
 struct FSRef;
@@ -32,7 +32,7 @@ CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef allocator, CFStringRef pat
 CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* bytes,
                                                  CFIndex count, Boolean isDirectory);
 
-// Null when the reference is not valid.
+// Returns null if the reference is not valid.
 CFURLRef CFURLCreateFromFSRef(CFAllocatorRef allocator, const FSRef* ref);
 // Looks the item up, which must exist.
 Boolean CFURLGetFSRef(CFURLRef url, FSRef* ref);

@@ -3,29 +3,30 @@
 #include <CoreServices/MacErrors.h>
 #include <CoreServices/MacTypes.h>
 
-// The Apple Event Manager's data: descriptors (a typed value), lists and records of them, and
-// Apple Events (a record of parameters plus attributes).
+// The Apple Event Manager's data: descriptors (a typed value), lists and records of them, and Apple
+// Events (a record of parameters plus attributes).
 //
-// A descriptor is a small record that names its storage by number; copying the record copies the
-// name, not the data. Whoever receives a descriptor from a call below disposes of it once.
-// Disposing twice, or through a copied record, is harmless: a number that no longer names anything
-// is refused with errAENotAEDesc.
+// An AEDesc holds a type code and the number of its storage. A copy of an AEDesc has the same
+// number and does not copy the data. The caller that receives a descriptor from a call below
+// disposes of it once. Disposing of it again, or of a copy, is harmless: a number that is not in
+// use any more gives errAENotAEDesc.
 //
-// Threads: any, for different descriptors. One descriptor used by two threads at a time is for the
-// callers to prevent.
+// Any thread, but only one thread at a time may use a descriptor.
 //
 // Contracts shared by all calls:
-//   - a descriptor written by a call ("dst") is output only: what it held is not disposed of, and
-//     a call that fails sets it to the null descriptor, { typeNull, null };
-//   - data put is copied; data sizes are bytes; a negative size, or a null pointer with a size
-//     above 0, is paramErr;
-//   - values are in the host's byte order, except typeUTF16ExternalRepresentation, and
-//     typeExtended and type128BitFloatingPoint, whose first byte is the most significant;
-//   - a null descriptor where a container is needed is errAENotAEDesc; a descriptor of another
-//     shape is errAEWrongDataType, or errAENotAppleEvent where only an event will do;
-//   - containers nest at most 64 deep: putting one that would go deeper is errAEBadListItem;
-//   - a container has no bytes of its own: its data size is 0;
-//   - memFullErr when there is no memory.
+//   - a descriptor that a call writes ("dst") is output only: a former value is not disposed of,
+//   and
+//     a failing call sets it to the null descriptor, { typeNull, null };
+//   - data that is put is copied; sizes are in bytes; a negative size, or a null pointer with a
+//   size
+//     above 0, gives paramErr;
+//   - values are in the CPU's byte order, except typeUTF16ExternalRepresentation, and typeExtended
+//     and type128BitFloatingPoint, whose first byte is the most significant;
+//   - a null descriptor in place of a container gives errAENotAEDesc; another kind of descriptor
+//     gives errAEWrongDataType, or errAENotAppleEvent where an event is required;
+//   - containers nest at most 64 deep: putting one that would nest deeper gives errAEBadListItem;
+//   - the data size of a container is 0;
+//   - without memory the result is memFullErr.
 
 using DescType = ResType;
 using AEKeyword = FourCharCode;
@@ -35,7 +36,7 @@ using AEReturnID = SInt16;
 using AETransactionID = SInt32;
 using AEArrayType = SInt8;
 
-// Not an address: never followed, and null for the null descriptor.
+// A number, not an address; null for the null descriptor.
 using AEDataStorage = struct OpaqueAEDataStorage*;
 
 struct AEDesc {
@@ -60,8 +61,8 @@ enum : AEArrayType {
   kAEKeyDescArray = 4,
 };
 
-// Descriptor types. The remark tells the data; a value may hold any number of bytes whatever its
-// type says, so a typeSInt32 of 4n bytes carries n integers.
+// Descriptor types, with the data of each. A value may have any number of bytes whatever its type
+// is: a typeSInt32 of 4n bytes contains n integers.
 enum : DescType {
   typeNull = FourCC('n', 'u', 'l', 'l'),      // none
   typeWildCard = FourCC('*', '*', '*', '*'),  // only as a desired type: no coercion
@@ -130,7 +131,7 @@ enum : DescType {
   typeAppleEvent = FourCC('a', 'e', 'v', 't'),
 };
 
-// Keywords of the record behind typeStyledText.
+// Keywords of the record in a value of typeStyledText.
 enum : AEKeyword {
   keyAEText = FourCC('k', 't', 'x', 't'),
   keyAEStyles = FourCC('k', 's', 't', 'y'),
@@ -143,18 +144,19 @@ extern "C" {
 
 // Descriptors.
 
-// `type` may be any code but that of a container. typeNull makes the null descriptor.
+// Makes a descriptor of a value. `type` may be any code but that of a container; typeNull gives the
+// null descriptor.
 OSErr AECreateDesc(DescType type, const void* data, Size size, AEDesc* dst);
-// Always 0; sets *desc to the null descriptor.
+// Sets `*desc` to the null descriptor. Returns 0.
 OSErr AEDisposeDesc(AEDesc* desc);
 OSErr AEDuplicateDesc(const AEDesc* source, AEDesc* dst);
-// A value's size; 0 for a container or the null descriptor.
+// Returns a value's size; 0 for a container or the null descriptor.
 Size AEGetDescDataSize(const AEDesc* desc);
-// Copies the first min(maxSize, size) bytes of a value. errAEWrongDataType for a container,
+// Copies at most maxSize bytes of a value. Returns errAEWrongDataType for a container and
 // errAENotAEDesc for the null descriptor.
 OSErr AEGetDescData(const AEDesc* desc, void* buffer, Size maxSize);
-// Gives the descriptor new contents in place: copies of the record see them too. The null
-// descriptor becomes a new one. Unchanged on failure.
+// Replaces the contents of a descriptor; copies of the AEDesc see them, too. The null descriptor
+// becomes a new one. A failure changes nothing.
 OSErr AEReplaceDescData(DescType type, const void* data, Size size, AEDesc* desc);
 
 // Coercion: to the same type, typeWildCard or typeBest is a copy. errAECoercionFail when the value
@@ -171,9 +173,10 @@ OSErr AECountItems(const AEDescList* list, SInt32* count);
 // Index 0 or count + 1 appends, 1..count replaces, anything else is errAEIllegalIndex.
 OSErr AEPutPtr(AEDescList* list, SInt32 index, DescType type, const void* data, Size size);
 OSErr AEPutDesc(AEDescList* list, SInt32 index, const AEDesc* desc);
-// Reading by pointer: copies at most maxSize bytes and reports the (coerced) value's whole size;
-// a cut is no error. Any output may be null; outputs are untouched on failure. A null buffer or a
-// maxSize of 0 only asks for type and size. A negative maxSize is paramErr.
+// Reading into a buffer: copies at most maxSize bytes and stores the full size of the value, after
+// coercion. A value that does not fit is cut, which is not an error. Any output may be null; a
+// failure changes none. A null buffer or a maxSize of 0 gives only type and size. A negative
+// maxSize gives paramErr.
 OSErr AEGetNthPtr(const AEDescList* list, SInt32 index, DescType desiredType, AEKeyword* key,
                   DescType* type, void* buffer, Size maxSize, Size* actualSize);
 OSErr AEGetNthDesc(const AEDescList* list, SInt32 index, DescType desiredType, AEKeyword* key,
@@ -204,9 +207,10 @@ Boolean AECheckIsRecord(const AEDesc* desc);  // a record of any type, or an eve
 
 // Apple Events.
 
-// `target` may be null or the null descriptor for an event that has no address yet; it is copied,
-// not looked up. kAutoGenerateReturnID makes a return id that no other event of this process has
-// that was made so and still exists (as long as fewer than 65534 of them do).
+// Makes an event. `target` is copied and not looked up; it may be null or the null descriptor for
+// an event without an address. kAutoGenerateReturnID generates a return id that differs from those
+// that were generated for other existing events of this process, as long as these are fewer than
+// 65534.
 OSErr AECreateAppleEvent(AEEventClass eventClass, AEEventID eventID, const AEAddressDesc* target,
                          AEReturnID returnID, AETransactionID transactionID, AppleEvent* dst);
 // Attributes: shapes and rules as for parameters. An attribute with a type of its own coerces what

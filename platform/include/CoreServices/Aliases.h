@@ -7,11 +7,11 @@
 #pragma GCC visibility push(default)
 extern "C" {
 
-// Replaces `spec` by what the alias file it names stands for: one step, or to the end of the chain.
-// What is no alias stays as it is, with `wasAliased` false. fnfErr with `spec` naming the place
-// when a target is missing in a folder that is there; dirNFErr when that folder is missing; fnfErr
-// with `spec` unchanged when the file itself is missing or the chain has more than 40 links. All
-// pointers must be given.
+// If `spec` is that of an alias file, replaces it by the file spec of the target: after one step,
+// or at the end of the chain. Otherwise leaves it as it is and sets `wasAliased` to false. If a
+// target is missing in an existing folder, returns fnfErr and stores the missing item in `spec`; if
+// that folder is missing, returns dirNFErr. If the file itself is missing or the chain has more
+// than 40 links, returns fnfErr and leaves `spec` unchanged. No pointer may be null. Any thread.
 OSErr ResolveAliasFile(FSSpec* spec, Boolean resolveAliasChains, Boolean* targetIsFolder,
                        Boolean* wasAliased);
 

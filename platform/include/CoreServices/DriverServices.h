@@ -38,7 +38,8 @@ Nanoseconds DurationToNanoseconds(Duration duration);
 AbsoluteTime AddAbsoluteToAbsolute(AbsoluteTime a, AbsoluteTime b);
 AbsoluteTime SubAbsoluteFromAbsolute(AbsoluteTime left, AbsoluteTime right);  // left - right
 
-// The length first, the time second. A negative duration adds microseconds; it never goes back.
+// The first argument is the length, the second the time. A negative duration means microseconds; it
+// does not subtract.
 AbsoluteTime AddNanosecondsToAbsolute(Nanoseconds length, AbsoluteTime time);
 AbsoluteTime AddDurationToAbsolute(Duration length, AbsoluteTime time);
 AbsoluteTime SubNanosecondsFromAbsolute(Nanoseconds length, AbsoluteTime time);

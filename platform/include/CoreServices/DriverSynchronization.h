@@ -2,8 +2,8 @@
 
 #include <CoreServices/MacTypes.h>
 
-// Atomic changes of a 32-bit word, which must lie on a 4-byte boundary, or of a bit of a byte. Any
-// thread; sequentially consistent. Where nothing else is said the result is the value from before.
+// Atomic changes of a 32-bit word, which must be aligned to 4 bytes, or of a bit of a byte. Any
+// thread; sequentially consistent. The functions return the former value unless stated otherwise.
 
 #pragma GCC visibility push(default)
 extern "C" {
@@ -16,8 +16,8 @@ SInt32 IncrementAtomic(SInt32* address);
 SInt32 DecrementAtomic(SInt32* address);
 SInt32 AddAtomic(SInt32 amount, SInt32* address);  // wraps round
 
-// True when the word was `oldValue` and is `newValue` now. For 32-bit words only: a slot that holds
-// a pointer is wider on some hosts.
+// Stores `newValue` if the word is `oldValue`, and returns whether it was. For 32-bit words only: a
+// pointer is wider on some CPUs.
 Boolean CompareAndSwap(UInt32 oldValue, UInt32 newValue, UInt32* address);
 
 // Bit 0 is the most significant; of the bit number the low three bits count.

@@ -2,33 +2,42 @@
 
 #include <CoreServices/MacTypes.h>
 
-// Files and folders by record instead of by path. Both kinds of record are plain bytes that may be
-// copied, and mean something in the process that made them (and its forked children) only.
+// The File Manager: files and folders by file spec (FSSpec) or file reference (FSRef) instead of by
+// path. Both are plain bytes that may be copied; they are valid only in the process that made them
+// and in its forked children.
 //
-// Names are the raw bytes of the file system, 1 to 63 of them, without "/" and zero bytes; "." and
-// ".." are no names. What is longer has no FSSpec (bdNamErr), only an FSRef. A folder is known by a
-// number (directory id) that is given out once and stays; when the folder is deleted, moved or
-// replaced by another one, the number gives fnfErr from then on. A number that was never given out
-// is dirNFErr, one that names no folder too. There is one volume, the whole tree that the process
-// sees. Symbolic links count as alias files: only FSPathMakeRef and ResolveAliasFile follow them.
+// A name in a file spec has 1 to 63 bytes of any value but "/" and NUL, and is not "." or "..". An
+// item with a longer name has no file spec (bdNamErr), only a file reference. A folder has a number
+// (directory id), which never changes and is never used for another folder: after the folder was
+// deleted, moved or replaced the number gives fnfErr. A number that was never given out, or is not
+// that of a folder, gives dirNFErr. There is one volume, the whole tree that the process sees.
+// Symbolic links count as alias files: only FSPathMakeRef and ResolveAliasFile follow them.
 //
-// Statuses: fnfErr not there, also when a chain of links never ends; dirNFErr a folder on the way
-// is missing or is none; nsvErr no such volume; bdNamErr a bad or too long name; afpAccessDenied
-// not permitted; paramErr null or meaningless arguments; errFSBadFSRef a reference that this
-// process did not make; wPrErr, dskFulErr, ioErr as the disk says. Outputs are stored on success
-// only, where nothing else is said. Any thread; a record is the caller's.
+// The functions return 0 or
+//   fnfErr           there is no such item, or a chain of links is endless
+//   dirNFErr         a folder on the way is missing or is not a folder
+//   nsvErr           there is no such volume
+//   bdNamErr         the name is malformed or too long
+//   afpAccessDenied  this process may not do that
+//   paramErr         an argument is null or has no meaning
+//   errFSBadFSRef    this process has not made the reference
+//   wPrErr, dskFulErr, tmfoErr, ioErr, memFullErr
+//                    the disk is read-only or full; no file descriptors; an I/O error; no memory
+// and store outputs on success only, unless stated otherwise. Any thread; one thread at a time may
+// use a file spec or a file reference.
 
 #pragma pack(push, 2)
 struct FSSpec {
   SInt16 vRefNum;
   SInt32 parID;  // directory id of the folder that the item is in
-  Str63 name;    // empty: the folder parID itself
+  Str63 name;    // empty for the folder parID itself
 };
 #pragma pack(pop)
 static_assert(sizeof(FSSpec) == 70);
 using FSSpecPtr = FSSpec*;
 
-// Names an item that exists. Compare with FSCompareFSRefs, never the bytes.
+// Refers to an item that existed when it was made. Compare two with FSCompareFSRefs, not their
+// bytes.
 struct FSRef {
   UInt8 hidden[80];
 };
@@ -57,46 +66,48 @@ struct FSCatalogInfo;  // none of its fields is supplied
 #pragma GCC visibility push(default)
 extern "C" {
 
-// The record of `name` (an empty or null name: of the folder `dirID` itself) in folder `dirID`.
-// fnfErr, with `out` set, when the folder is there but the item is not.
+// Makes the file spec of the item `name` in folder `dirID`; an empty or null name means the folder
+// itself. If the folder exists but the item does not, returns fnfErr and sets `out`.
 OSErr FSMakeFSSpec(SInt16 vRefNum, SInt32 dirID, ConstStr255Param name, FSSpec* out);
-OSErr FSpMakeFSRef(const FSSpec* spec, FSRef* ref);  // fnfErr when the item does not exist
+OSErr FSpMakeFSRef(const FSSpec* spec, FSRef* ref);  // fnfErr if there is no such item
 
-// `name` is UTF-16; on disk it is UTF-8. The encoding is a hint and not used.
+// Makes the reference of an item in a folder. `name` is UTF-16, on disk it is UTF-8. The encoding
+// hint is not used.
 OSErr FSMakeFSRefUnicode(const FSRef* parent, UniCharCount nameLength, const UniChar* name,
                          TextEncoding encodingHint, FSRef* ref);
 
-// A zero-terminated path, relative ones against the working directory; links are followed, the last
-// component's too. `isDirectory` may be null.
+// Makes the reference of the item at a NUL-terminated path, which may be relative to the working
+// directory. Follows all links, also that of the last component. `isDirectory` may be null.
 OSStatus FSPathMakeRef(const UInt8* path, FSRef* ref, Boolean* isDirectory);
 
-// The absolute path with a zero at its end, without a slash at its end unless it is "/". `max`
-// counts the zero: pathTooLongErr, with `path` unchanged, when it is too small. fnfErr when the
-// item has gone.
+// Stores the item's absolute path with a NUL; there is no slash at the end unless the path is "/".
+// `max` includes the NUL. If it is too small, returns pathTooLongErr and leaves `path` unchanged.
+// Returns fnfErr if the item does not exist any more.
 OSStatus FSRefMakePath(const FSRef* ref, UInt8* path, UInt32 max);
 
-// What is asked of an existing item; every output may be null. `which` must be kFSCatInfoNone and
-// `info` is left alone. For the record alone the disk is not asked: it is that of the place where
-// the item was, which may have gone. A name that is no UTF-8 is given by its Mac Roman characters.
+// Stores an item's name, file spec and the reference of its folder; each output may be null.
+// `which` must be kFSCatInfoNone, and `info` is not written. If only the file spec is wanted, the
+// disk is not read, and the item may be gone. A name that is not UTF-8 is decoded as Mac Roman.
 OSErr FSGetCatalogInfo(const FSRef* ref, FSCatalogInfoBitmap which, FSCatalogInfo* info,
                        HFSUniStr255* name, FSSpec* spec, FSRef* parent);
 
-OSErr FSCompareFSRefs(const FSRef* a, const FSRef* b);  // 0 the same item, errFSRefsDifferent
+OSErr FSCompareFSRefs(const FSRef* a,
+                      const FSRef* b);  // 0 for the same item, else errFSRefsDifferent
 
-// Makes a folder (mode 0777 less the umask) or an empty file (0666 less the umask; creator, type
-// and script are not kept). dupFNErr when something is there, a link too. `createdDirID` may be
-// null.
+// Makes a folder (mode 0777 less the umask) or an empty file (0666 less the umask). Creator, type
+// and script are not stored. Returns dupFNErr if there is an item of that name, also a link.
+// `createdDirID` may be null.
 OSErr FSpDirCreate(const FSSpec* spec, ScriptCode script, SInt32* createdDirID);
 OSErr FSpCreate(const FSSpec* spec, OSType creator, OSType type, ScriptCode script);
 
-// Deletes a file, a link or an empty folder; fBsyErr for a folder that is not empty.
+// Deletes a file, a link or an empty folder. Returns fBsyErr for a folder that is not empty.
 OSErr FSpDelete(const FSSpec* spec);
 
 }  // extern "C"
 #pragma GCC visibility pop
 
-// Parameter blocks. With pointers of 32 bits every field lies where the platform documents it;
-// wider ones move what follows.
+// Parameter blocks. With pointers of 32 bits every field has its documented offset; wider pointers
+// move the fields after them.
 #pragma pack(push, 2)
 
 struct Point {
@@ -250,22 +261,24 @@ enum : UInt8 {
 #pragma GCC visibility push(default)
 extern "C" {
 
-// The status is the result and in ioResult.
+// These store their result in ioResult, too.
 
-// What the catalogue tells of an item: ioFDirIndex 0, the item ioNamePtr in folder ioDirID (an
-// empty or null name: the folder itself); > 0, the item of that number in the folder, by the order
-// of the names' bytes; < 0, the folder itself. For the last two the name is returned through
-// ioNamePtr, which may be null and else has room for 64 bytes. Set ioDirID before each call: it is
-// overwritten.
+// Fills the block with sizes, dates and attributes of an item, which ioFDirIndex selects:
+//   0    the item ioNamePtr in folder ioDirID; an empty or null name means the folder itself
+//   > 0  the item with that index in the folder, in the order of the names' bytes
+//   < 0  the folder itself
+// In the last two cases the name is stored through ioNamePtr, which may be null and otherwise has
+// room for 64 bytes. Set ioDirID before each call, because it is overwritten.
 OSErr PBGetCatInfoSync(CInfoPBPtr block);
 
-// The same for files only (fnfErr for a folder), index 0: sizes, dates and attributes.
+// Does the same for a file, with an index of 0. Returns fnfErr for a folder.
 OSErr PBHGetFInfoSync(HParmBlkPtr block);
 
-// The applications of a volume. PBDTGetPath gives ioDTRefNum for ioVRefNum. PBDTGetAPPLSync finds
-// those of ioFileCreator in the application folders: ioIndex 0, the one that was made last; 1, 2
-// and so on each in turn; afpItemNotFound when there is none (left). It stores the name (cut to 63
-// bytes) through ioNamePtr, the folder's id in ioAPPLParID and the date in ioTagInfo.
+// The desktop database. PBDTGetPath stores the database of volume ioVRefNum in ioDTRefNum.
+// PBDTGetAPPLSync finds the applications with the creator ioFileCreator in the application folders:
+// with ioIndex 0 the one that was changed last, with 1, 2 and so on each of them. Returns
+// afpItemNotFound if there is none (any more). Stores the name, cut to 63 bytes, through ioNamePtr,
+// the folder's id in ioAPPLParID and the date in ioTagInfo.
 OSErr PBDTGetPath(DTPBPtr block);
 OSErr PBDTGetAPPLSync(DTPBPtr block);
 

@@ -2,8 +2,8 @@
 
 #include <CoreServices/Files.h>
 
-// Where things belong. A domain is a tree of folders: the machine's (/var/lib/veltrane) or the
-// user's (veltrane in the user's data folder). Any thread.
+// The Folder Manager. A domain is a tree of folders: that of the machine (/var/lib/veltrane) or of
+// the user (veltrane in the user's data folder). Any thread.
 
 enum : SInt16 {
   kOnSystemDisk = -32768,  // the machine's
@@ -31,9 +31,9 @@ enum : Boolean { kDontCreateFolder = 0, kCreateFolder = 1 };
 #pragma GCC visibility push(default)
 extern "C" {
 
-// The folder of a type in a domain, by volume and its own directory id, or by reference. It and the
-// folders above it are made when they are missing and `create` is set. fnfErr when it is not there,
-// and for domains and types that are not supplied; else as the File Manager says.
+// Finds the folder of a type in a domain, and stores its volume and directory id, or its reference.
+// If `create` is set, makes it and the folders above it if they are missing. Returns fnfErr if it
+// does not exist and for unknown domains and types; otherwise the File Manager's errors.
 OSErr FindFolder(SInt16 domain, OSType type, Boolean create, SInt16* vRefNum, SInt32* dirID);
 OSErr FSFindFolder(SInt16 domain, OSType type, Boolean create, FSRef* ref);
 

@@ -2,7 +2,7 @@
 
 #include <CoreServices/MacTypes.h>
 
-// What the system is. Any thread.
+// Properties of the system. Any thread.
 
 enum : OSType {
   // 0xMMmb: major version in two decimal digits of 4 bits, minor, bug fix. 0x1040 is 10.4.

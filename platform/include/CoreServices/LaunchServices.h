@@ -23,21 +23,21 @@ extern "C" {
 OSStatus LSFindApplicationForInfo(OSType creator, CFStringRef bundleID, CFStringRef name,
                                   FSRef* outRef, CFURLRef* outURL);
 
-// Opens an application: the folder of a bundle, or a plain executable file. Returns when the
-// program has claimed its first port, entered its event loop or ended, after two seconds at the
-// latest; a program that ends soon is not an error. One that runs already is left as it is.
+// Opens an application: the folder of a bundle, or an executable file. Returns when the program has
+// claimed its first port, entered its event loop or ended, but after two seconds at the latest. A
+// program that ends soon is not an error. An application that runs already is left as it is.
 //
-// The program gets our environment and nothing else: no descriptor but 0 to 2, on /dev/null, a
-// session of its own, no blocked or ignored signal. It is nobody's child: the caller gets no
-// SIGCHLD and waits for nobody.
+// The program inherits the caller's environment and nothing else. It has the file descriptors 0 to
+// 2, on /dev/null, a POSIX session of its own, and no blocked or ignored signal. It is not a child
+// of the caller, which gets no SIGCHLD and has nothing to wait for.
 //
-// outLaunched  may be null; what was opened
-// Result       0; kLSLaunchInProgressErr when somebody is opening the same application: it was
-//              waited for in the same way; kLSNotAnApplicationErr (neither bundle nor executable);
+// outLaunched  null, or receives the application
+// Result       0; kLSLaunchInProgressErr if another process opens the same application (this call
+//              has waited for that); kLSNotAnApplicationErr (neither bundle nor executable);
 //              kLSNoExecutableErr (the bundle's program is missing or cannot be executed);
-//              kLSAppInTrashErr; kLSServerCommunicationErr when the session's
-//              directory cannot be used; the File Manager's errors; kLSUnknownErr when no process
-//              could be made
+//              kLSAppInTrashErr; kLSServerCommunicationErr if the session directory cannot be used,
+//              or if the application has ended too often soon after its start; kLSUnknownErr if no
+//              process could be created; memFullErr; the File Manager's errors
 OSStatus LSOpenFSRef(const FSRef* application, FSRef* outLaunched);
 
 }  // extern "C"

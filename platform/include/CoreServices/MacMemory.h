@@ -21,10 +21,11 @@ extern "C" {
 
 OSErr MemError(void);  // noErr before a thread's first call
 
-// Null and memFullErr for a negative size or when there is no memory; size 0 is a valid block.
+// Returns null, with memFullErr as the result of MemError, for a negative size or without memory. A
+// block of size 0 is valid.
 Ptr NewPtr(Size size);
 Ptr NewPtrClear(Size size);  // filled with 0
-void DisposePtr(Ptr block);  // null is harmless (nilHandleErr)
+void DisposePtr(Ptr block);  // null does nothing (nilHandleErr)
 Size GetPtrSize(Ptr block);  // 0 on failure
 
 Handle NewHandle(Size size);

@@ -11,9 +11,9 @@ const char kVLTHeaderFile[] = __FILE__;
 }
 #endif
 
-// Base types of the platform, with the widths it documents. Where the platform writes `long` or
-// `unsigned long` the width is 32 bits on every host; an LP64 `long` never reaches a record, a
-// descriptor or a wire.
+// Base types of the platform, with their documented widths. Where the platform says `long` or
+// `unsigned long`, the width is 32 bits on every CPU; a C++ `long` of 64 bits is never part of a
+// structure, a descriptor or a frame.
 
 using UInt8 = uint8_t;
 using SInt8 = int8_t;
@@ -57,7 +57,7 @@ using Str255 = unsigned char[256];
 using Str63 = unsigned char[64];
 using Str31 = unsigned char[32];
 
-// Two words; combined arithmetically, never by overlay.
+// Two words. Combine them by arithmetic, not by reading both as one number from memory.
 struct UnsignedWide {
   UInt32 hi;
   UInt32 lo;
@@ -72,7 +72,7 @@ struct ProcessSerialNumber {
 
 enum : ScriptCode { smSystemScript = -1, smRoman = 0 };
 
-// Four characters as a value: FourCC('a', 'e', 'v', 't'), the same on every host.
+// Returns four characters as a number, such as FourCC('a', 'e', 'v', 't'), the same on every CPU.
 constexpr FourCharCode FourCC(char a, char b, char c, char d) {
   return (FourCharCode{static_cast<UInt8>(a)} << 24) | (FourCharCode{static_cast<UInt8>(b)} << 16) |
          (FourCharCode{static_cast<UInt8>(c)} << 8) | FourCharCode{static_cast<UInt8>(d)};

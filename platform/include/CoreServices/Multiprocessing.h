@@ -3,11 +3,11 @@
 #include <CoreServices/DriverServices.h>
 #include <CoreServices/MacTypes.h>
 
-// Preemptive tasks and what they wait on. An id is a number, not an address: an id that was deleted
-// is answered with kMPInvalidIDErr, whoever still holds it, and is not given out again soon. A wait
-// takes a Duration: 0 asks without waiting, kDurationForever has no end. Whoever waits when the
-// thing is deleted gets kMPDeletedErr. Any thread may call anything; nothing here is for a child
-// that was forked from a process with several threads.
+// Preemptive tasks, and the objects that they wait on. An id is a number, not an address. An id
+// that was deleted gives kMPInvalidIDErr and is not used again soon. A wait takes a Duration: 0
+// does not wait, kDurationForever has no end. Deleting an object ends the waits on it with
+// kMPDeletedErr. Any thread may call these functions, but not a child that was forked from a
+// process with several threads.
 
 using MPTaskID = struct OpaqueMPTaskID*;
 using MPQueueID = struct OpaqueMPQueueID*;
@@ -34,14 +34,15 @@ extern "C" {
 // Tasks.
 
 // Starts a task. `*task` is written before the task runs and not afterwards, so the task may clear
-// the same variable. When the task has ended, and its thread's own objects are gone, one message
-// (terminationParameter1, terminationParameter2, result) goes to `notifyQueue` unless that is
-// kInvalidID; room for it is set aside here, whatever the queue's reserve, so it cannot get lost
-// while the queue lives.
-// stackSize  bytes; 0 for an ordinary thread's stack, less than 256 KiB is raised to that
-// options    of no effect, but kMPCreateTaskSuspendedMask and undefined bits are refused
-// Result     0, kMPInvalidIDErr (the queue), kMPInsufficientResourcesErr, paramErr (no entry). On
-//            failure `*task` is kInvalidID and no message will come.
+// the same variable. After the task has ended and its thread's objects are destroyed, the message
+// (terminationParameter1, terminationParameter2, result) is posted to `notifyQueue`, unless that is
+// kInvalidID. This call reserves room for the message in addition to the queue's reserve, so it is
+// never lost as long as the queue exists.
+//
+// stackSize  in bytes; 0 for that of an ordinary thread. Less than 256 KiB counts as 256 KiB.
+// options    no effect, but kMPCreateTaskSuspendedMask and undefined bits are refused
+// Result     0, kMPInvalidIDErr (the queue), kMPInsufficientResourcesErr, paramErr (null entry
+//            point). After a failure `*task` is kInvalidID and no message is posted.
 OSStatus MPCreateTask(TaskProc entryPoint, void* parameter, ByteCount stackSize,
                       MPQueueID notifyQueue, void* terminationParameter1,
                       void* terminationParameter2, MPTaskOptions options, MPTaskID* task);
@@ -57,10 +58,10 @@ ItemCount MPProcessors(void);
 // Queues of three pointers, first in, first out; each message goes to one waiter.
 
 OSStatus MPCreateQueue(MPQueueID* queue);
-OSStatus MPDeleteQueue(MPQueueID queue);  // what is in it is dropped
+OSStatus MPDeleteQueue(MPQueueID queue);  // drops its messages
 
-// Never waits. kMPInsufficientResourcesErr when the reserve is used up, or without one when there
-// is no memory or a million messages wait.
+// Posts a message; never waits. Returns kMPInsufficientResourcesErr if the reserve is used up or,
+// in a queue without one, if there is no memory or a million messages wait.
 OSStatus MPNotifyQueue(MPQueueID queue, void* parameter1, void* parameter2, void* parameter3);
 
 // Takes the oldest message. Outputs may be null, and are written on success only. kMPTimeoutErr
@@ -72,12 +73,12 @@ OSStatus MPWaitOnQueue(MPQueueID queue, void** parameter1, void** parameter2, vo
 // it grows as it must, again.
 OSStatus MPSetQueueReserve(MPQueueID queue, ItemCount count);
 
-// Event groups: a word of flags that one waiter takes whole.
+// Event groups: a word of flags, all of which one waiter takes.
 
 OSStatus MPCreateEvent(MPEventID* event);  // no flag is set
 OSStatus MPDeleteEvent(MPEventID event);
 OSStatus MPSetEvent(MPEventID event, MPEventFlags flags);  // adds them; wakes one waiter
-// Waits until any flag is set, takes the word and leaves 0. `flags` may be null.
+// Waits until a flag is set, stores the word in `*flags`, which may be null, and clears it.
 OSStatus MPWaitForEvent(MPEventID event, MPEventFlags* flags, Duration timeout);
 
 // Counting semaphores. A signal beyond the maximum is kMPInsufficientResourcesErr.

@@ -5,9 +5,8 @@
 // The date and the place of the machine, for telling them to people: steps of the wall clock show
 // here. What measures time is in DriverServices.h. Any thread.
 
-// Where the machine is. The offset is a number, not bytes in memory: its low 24 bits are the
-// seconds east of Greenwich as a signed number, which is now in force, and its high byte is the
-// daylight byte, whichever order the host's bytes have.
+// The machine's location. The offset is a number on every CPU: its low 24 bits are the present
+// seconds east of Greenwich as a signed number, and its high byte is the daylight byte.
 struct MachineLocation {
   Fract latitude;   // 2.30, of a quarter turn; 0: not known
   Fract longitude;  // likewise
@@ -32,7 +31,7 @@ extern "C" {
 // outside of that.
 void GetDateTime(UInt32* seconds);
 
-// By the zone of the process's environment; latitude and longitude are not known.
+// Uses the time zone of the process's environment. Latitude and longitude are not known.
 void ReadLocation(MachineLocation* location);
 
 }  // extern "C"

@@ -10,7 +10,7 @@
 // Low words of the special numbers; their high word is 0.
 enum : UInt32 { kNoProcess = 0, kSystemProcess = 1, kCurrentProcess = 2 };
 
-// What is told of a process. On a host with pointers of 32 bits it is the documented 60 bytes.
+// Information about a process. With pointers of 32 bits it has the documented size of 60 bytes.
 struct ProcessInfoRec {
   UInt32 processInfoLength;  // set before the call: sizeof(ProcessInfoRec)
   StringPtr processName;  // set before the call: room for 32 bytes, or null; cut to 31 characters
@@ -21,7 +21,7 @@ struct ProcessInfoRec {
   Ptr processLocation;      // null
   UInt32 processSize;       // 0
   UInt32 processFreeMem;    // 0
-  ProcessSerialNumber processLauncher;  // { 0, kNoProcess }: not told
+  ProcessSerialNumber processLauncher;  // always { 0, kNoProcess }
   UInt32 processLaunchDate;             // ticks (1/60 s) from the machine's start
   UInt32 processActiveTime;             // ticks of processor time
   FSSpecPtr processAppSpec;  // set before the call: filled with its bundle or program, or null
@@ -39,17 +39,17 @@ OSErr GetCurrentProcess(ProcessSerialNumber* psn);
 // { 0, kNoProcess } at the end. What starts during a pass may be left out of it; what ends is.
 OSErr GetNextProcess(ProcessSerialNumber* psn);
 
-// paramErr for null and for a wrong length, procNotFound for a process that has ended or is not
-// ours to see. Where the spec is asked for and its item has no FSSpec, its name is empty and its
-// parID 0.
+// Fills `info`. Returns paramErr for null and for a wrong length, procNotFound for a process that
+// has ended or belongs to another user, and memFullErr without memory. If the program has no file
+// spec, the one that is stored has an empty name and the parID 0.
 OSErr GetProcessInformation(const ProcessSerialNumber* psn, ProcessInfoRec* info);
 
 // { 0, kCurrentProcess } is the caller itself. paramErr for null; the result is by number, whether
 // or not such processes exist.
 OSErr SameProcess(const ProcessSerialNumber* a, const ProcessSerialNumber* b, Boolean* result);
 
-// paramErr for null, procNotFound for a process that has ended or is not ours to see; outputs are
-// stored on success only.
+// These return paramErr for null, and procNotFound for a process that has ended or belongs to
+// another user. They store outputs on success only.
 OSStatus GetProcessPID(const ProcessSerialNumber* psn, pid_t* pid);
 OSStatus GetProcessForPID(pid_t pid, ProcessSerialNumber* psn);
 

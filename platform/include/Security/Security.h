@@ -8,7 +8,7 @@
 using SecuritySessionId = UInt32;
 enum : SecuritySessionId {
   noSecuritySession = 0,
-  callerSecuritySession = 0xFFFFFFFF,  // asks about the caller's own
+  callerSecuritySession = 0xFFFFFFFF,  // the caller's own session
 };
 
 using SessionAttributeBits = UInt32;
@@ -23,10 +23,10 @@ enum : SessionAttributeBits {
 #pragma GCC visibility push(default)
 extern "C" {
 
-// Only the caller's own session is known, by callerSecuritySession or by its id;
-// errSessionInvalidId for every other; errSessionInternal if the session cannot be read now, for
-// lack of file descriptors say. Either output may be null; `id` gets a real id, never one of the
-// two above.
+// Reports the caller's own session, given as callerSecuritySession or by its id. Returns
+// errSessionInvalidId for any other, and errSessionInternal if the session cannot be read now, for
+// example for lack of file descriptors. Either output may be null. `id` receives the session's id,
+// never one of the two constants above. Any thread.
 OSStatus SessionGetInfo(SecuritySessionId session, SecuritySessionId* id,
                         SessionAttributeBits* attributes);
 

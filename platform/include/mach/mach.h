@@ -68,10 +68,11 @@ enum : mach_msg_type_name_t {
 
 enum : int { TASK_KERNEL_PORT = 1, TASK_HOST_PORT = 2, TASK_BOOTSTRAP_PORT = 4 };
 
-// What a port's callout is given. Opaque beyond these fields; valid for the callout only.
+// The message that a port's callout receives. It is opaque except for these fields, and valid
+// during the callout only.
 struct mach_msg_header_t {
   mach_msg_bits_t msgh_bits;
-  mach_msg_size_t msgh_size;  // bytes of the frame behind it
+  mach_msg_size_t msgh_size;  // bytes of the frame after the header
   mach_port_t msgh_remote_port;
   mach_port_t msgh_local_port;  // the port it arrived on
   mach_msg_size_t msgh_reserved;
@@ -83,13 +84,13 @@ extern "C" {
 
 mach_port_t mach_task_self(void);  // constant for the process
 
-// which = TASK_BOOTSTRAP_PORT gives the bootstrap server. KERN_INVALID_ARGUMENT for another task or
-// selector; KERN_FAILURE when this user's session directory cannot be used (one log line tells why
-// and what to do).
+// For TASK_BOOTSTRAP_PORT stores the bootstrap server's port. Returns KERN_INVALID_ARGUMENT for
+// another task or selector, and KERN_FAILURE if this user's session directory cannot be used; one
+// log line then gives the reason and the remedy.
 kern_return_t task_get_special_port(task_t task, int which, mach_port_t* port);
 
-// A new port of which this task holds the receive right: a table entry, no descriptor.
-// KERN_INVALID_VALUE for a kind that cannot be allocated, KERN_NO_SPACE when the table is full.
+// Makes a port and its receive right, which take an entry of the port table and no file descriptor.
+// Returns KERN_INVALID_VALUE for another kind of right, and KERN_NO_SPACE if the table is full.
 kern_return_t mach_port_allocate(ipc_space_t task, mach_port_right_t right, mach_port_name_t* name);
 
 // MACH_MSG_TYPE_MAKE_SEND over one's own receive right adds a send right under the same name.
@@ -100,9 +101,10 @@ kern_return_t mach_port_insert_right(ipc_space_t task, mach_port_name_t name, ma
 // entry itself stays until the port is dead, so copies of the name remain usable.
 kern_return_t mach_port_deallocate(ipc_space_t task, mach_port_name_t name);
 
-// Removes every right held under `name`. With the receive right the port dies: undispatched
-// messages are dropped (their senders get connectionInvalid), its registration is withdrawn. A
-// request whose callout is running may still be answered; waits at most 1 s for replies in flight.
+// Removes every right with the right number `name`. Removing the receive right destroys the port:
+// its registration is withdrawn, and messages that no callout has received are dropped, so that
+// their senders get connectionInvalid. The reply to a request whose callout is running can still be
+// sent. Waits at most 1 s for replies that are being written.
 kern_return_t mach_port_destroy(ipc_space_t task, mach_port_name_t name);
 
 }  // extern "C"

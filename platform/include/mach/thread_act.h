@@ -64,16 +64,18 @@ extern "C" {
 // ports live as long as their threads; references to them are not counted.
 UInt32 mach_thread_self(void);
 
-// Flavours 10 and 11, for every thread of this task that has called mach_thread_self. `*count`: in
-// the words that `out` has room for, out those written (5). KERN_INVALID_ARGUMENT for another
-// thread (ended ones too) or flavour, or too little room.
+// Reports the scheduling of a thread of this task that has called mach_thread_self; flavours 10 and
+// 11. `*count` is the number of words that `out` has room for, and receives the number written, 5.
+// Returns KERN_INVALID_ARGUMENT for another thread, also one that has ended, for another flavour,
+// and if there is too little room.
 SInt32 thread_info(thread_act_t thread, thread_flavor_t flavor, thread_info_t out,
                    mach_msg_type_number_t* count);
 
-// `base` is the policy's record: the base priority, for POLICY_RR the quantum behind it. `setLimit`
-// makes that priority the limit as well. What is asked for is recorded, and applied as far as the
-// kernel lets this process; that it does not is no error. KERN_INVALID_ARGUMENT (thread, count, a
-// priority below 0), KERN_INVALID_POLICY, KERN_POLICY_LIMIT.
+// Sets the scheduling of a thread. `base` contains the base priority and, for POLICY_RR, the
+// quantum after it. `setLimit` makes that priority the limit as well. The values are recorded and
+// applied as far as the kernel allows this process; a refusal by the kernel is not an error.
+// Returns KERN_INVALID_ARGUMENT for the thread, the count or a priority below 0,
+// KERN_INVALID_POLICY or KERN_POLICY_LIMIT.
 SInt32 thread_policy(thread_act_t thread, policy_t policy, policy_base_t base,
                      mach_msg_type_number_t baseCount, SInt32 setLimit);
 

@@ -2,9 +2,9 @@
 
 #include <mach/mach.h>
 
-// The name service of one user's session. A name has at most one owner; it is free again the
-// moment its owner ends, however that happens. There is no server process: a claim is a file lock
-// that the kernel drops with its holder.
+// The port names of one user's session. A name has at most one owner, and is free as soon as its
+// owner ends, however that happens. There is no server process: a claim is a file lock that the
+// kernel removes when its holder ends. Any thread.
 
 #define BOOTSTRAP_MAX_NAME_LEN 128  // bytes, the NUL included
 
@@ -23,13 +23,15 @@ enum : kern_return_t {
 #pragma GCC visibility push(default)
 extern "C" {
 
-// Enters the receive right `port` of this task under `name` (1 to 127 bytes, any bytes but NUL).
-// Atomic among any number of racers: one gets 0, the others BOOTSTRAP_NAME_IN_USE. The same live
-// port again under its own name is 0. MACH_PORT_NULL withdraws what this task registered.
+// Registers the receive right `port` of this task under `name`, which has 1 to 127 bytes of any
+// value but NUL. Of any number of processes that try this at once, one gets 0 and the others get
+// BOOTSTRAP_NAME_IN_USE. Registering the same live port under its name again gives 0.
+// MACH_PORT_NULL withdraws this task's registration.
 //
-// Errors  KERN_INVALID_ARGUMENT (name), MACH_PORT_NULL or foreign `bp` KERN_INVALID_NAME,
-//         KERN_INVALID_RIGHT (not a receive right of this task), BOOTSTRAP_NOT_PRIVILEGED (the
-//         session directory refuses us), BOOTSTRAP_NO_MEMORY (descriptors, disk), KERN_FAILURE.
+// Errors  KERN_INVALID_ARGUMENT (the name), KERN_INVALID_NAME (`bp` is not the bootstrap server),
+//         KERN_INVALID_RIGHT (not a receive right of this task), BOOTSTRAP_NOT_PRIVILEGED (no
+//         access to the session directory), BOOTSTRAP_NO_MEMORY (memory, file descriptors or disk
+//         space), KERN_FAILURE
 kern_return_t bootstrap_register(mach_port_t bp, const name_t name, mach_port_t port);
 
 // A send right to the port that is registered under `name`, or BOOTSTRAP_UNKNOWN_SERVICE with
