@@ -18,9 +18,8 @@
 //   due timers, the earliest first
 //   -> signalled sources of version 0, by order, then in the order in which they were added
 //   -> messages of ports, one port after the other
-//   -> one epoll_wait for the mode's ports and the wake-up descriptor, which passes what arrived on
-//   to
-//      the receivers
+//   -> one epoll_wait for the mode's ports and the wake-up file descriptor, which passes what has
+//      arrived on to the receivers
 //
 // The wait ends at the next timer, the next deadline of a port or the end of the run, whichever is
 // first. It does not sleep if a source is signalled or a message is complete. Nothing else ends it,
@@ -40,7 +39,7 @@
 // around it finds the rest. A stop ends the innermost run only. It is kept if no run is under way.
 //
 // Waking: other threads change the modes under the mutex, or set a flag, and then write to the
-// wake-up descriptor. The thread itself looks at everything again before it waits and writes
+// wake-up file descriptor. The thread itself looks at everything again before it waits and writes
 // nothing.
 //
 // Locks: the mutex guards the modes and the lists in them. It comes before a source's mutex and a
@@ -56,7 +55,7 @@ constexpr int kEventsPerPoll = 64;
 constexpr int kMessagesPerPass = 16;
 constexpr int64_t kPassTime = kHostMillisecond;
 
-// Epoll data of the wake-up descriptor; port tags are smaller.
+// Epoll data of the wake-up file descriptor; port tags are smaller.
 constexpr uint64_t kWakeData = UINT64_MAX;
 
 constinit HostCFString sDefaultMode{"kCFRunLoopDefaultMode"};

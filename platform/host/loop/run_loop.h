@@ -56,8 +56,8 @@ struct HostRunLoopMode {
 struct __CFRunLoop final : HostCFObject {
   static constexpr HostTypeID kClass = kHostTypeRunLoop;
 
-  // Null if the kernel refuses the wake-up descriptor or memory is short. The loop belongs to the
-  // calling thread if `current`.
+  // Null if the kernel refuses the wake-up file descriptor or memory is short. The loop belongs to
+  // the calling thread if `current`.
   static __CFRunLoop* Create(bool current);
   // Removes everything; called when the thread ends.
   void Close();

@@ -25,9 +25,8 @@
 //
 // Three states of the index:
 //   none       slots null, slotMask 0: the pairs are few, or RemoveAll has dropped it
-//   postponed  slots null, slotMask set: CreateTaking has seen that all keys differ, so building
-//   the
-//              table can wait for the first search, which many lists from files never get
+//   postponed  slots null, slotMask set: CreateTaking has seen that all keys differ, so the table
+//              can wait for the first search, which never comes for many lists from files
 //   built      slots set
 // Only a search turns postponed into built, on any thread: each thread that finds no table makes
 // one, and the first to store it wins. Everything else that changes a dictionary is the caller's to

@@ -15,11 +15,9 @@
 //
 // Contracts shared by all calls:
 //   - a descriptor that a call writes ("dst") is output only: a former value is not disposed of,
-//   and
-//     a failing call sets it to the null descriptor, { typeNull, null };
+//     and a failing call sets it to the null descriptor, { typeNull, null };
 //   - data that is put is copied; sizes are in bytes; a negative size, or a null pointer with a
-//   size
-//     above 0, gives paramErr;
+//     size above 0, gives paramErr;
 //   - values are in the CPU's byte order, except typeUTF16ExternalRepresentation, and typeExtended
 //     and type128BitFloatingPoint, whose first byte is the most significant;
 //   - a null descriptor in place of a container gives errAENotAEDesc; another kind of descriptor
