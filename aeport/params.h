@@ -77,9 +77,9 @@ OSErr GetAEUInt64(const AEDesc* event, AEKeyword key, UInt64* value);
 // Texts, into a buffer of `size` bytes. Return paramErr for a null buffer or a size below 1. Any
 // other failure leaves an empty text.
 //
-// Meant, although it is unsafe, because callers rely on it: GetAECString stores at most size - 1
-// characters, but writes the NUL at the index of the text's full length, even beyond the buffer.
-// Never pass a buffer that may be shorter than the text.
+// Meant: GetAECString stores at most size - 1 characters, but writes the NUL at the index of the
+// text's full length, even beyond the buffer, because callers rely on it. Never pass a buffer that
+// may be shorter than the text.
 OSErr GetAECString(const AEDesc* event, AEKeyword key, char* text, SInt32 size);
 // Stores at most size - 1 characters. Meant: the length byte is the text's full length, at most
 // 255, even if fewer characters were stored, because callers rely on it.

@@ -27,7 +27,8 @@ CFIndex VLTDictionary::getCount() const {
 
 void VLTDictionary::copyContents(const VLTDictionary& other) {
   isDestroyed = false;
-  dictionary = newDictionary(other.dictionary);  // meant: the old one is not released here
+  // Meant: does not release the old dictionary, because callers rely on it.
+  dictionary = newDictionary(other.dictionary);
 }
 
 void VLTDictionary::destroyContents() {

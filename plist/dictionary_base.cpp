@@ -215,7 +215,8 @@ OSStatus VLTDictionaryBase::getDataAlloc(StackCFString key, char*& buffer, Alloc
   const auto data = static_cast<CFDataRef>(value);
   const CFIndex length = CFDataGetLength(data);
   char* const block = (alloc != nullptr ? alloc : PtrAllocator)(length);
-  if (block == nullptr) return mFulErr;  // meant: not the code of getCStringAlloc
+  // Meant: another code than that of getCStringAlloc, because callers rely on it.
+  if (block == nullptr) return mFulErr;
   if (length > 0) std::memcpy(block, CFDataGetBytePtr(data), static_cast<size_t>(length));
   buffer = block;
   return 0;

@@ -194,7 +194,7 @@ OSStatus VLTDictionaryBase::WithDictionary(Write write) {
   return err;
 }
 
-// Meant, in the next three: a file that is named in one of these ways is XML.
+// Meant: the next three write XML whatever the format is, because callers rely on it.
 
 OSStatus VLTDictionaryBase::save(FSSpec* file, CFPropertyListFormat) {
   return WithSpec(file, [&](FSRef* ref) { return save(ref, kCFPropertyListXMLFormat_v1_0); });

@@ -71,7 +71,8 @@ const void* VLTCFAdjustRetainCount(const void** slot, SInt32 delta) {
     *slot = nullptr;
   }
   for (UInt32 i = 0; i < count; i++) CFRelease(object);
-  return nullptr;  // meant: also while the slot still holds it
+  // Meant: null also while the slot still holds the object, because callers rely on it.
+  return nullptr;
 }
 
 const void* VLTCFTypeRef::Assign(const void* object, UInt32 optionWord) {
@@ -156,7 +157,8 @@ VLTCFNumber::VLTCFNumber(const void* value, CFNumberType type, UInt32 optionWord
 CFNumberRef VLTCFNumber::DynamicCast(const void* object) {
   if (object == nullptr) return nullptr;
   if (CFGetTypeID(object) == CFNumberGetTypeID()) return static_cast<CFNumberRef>(object);
-  CFRelease(object);  // meant: what is refused is given back
+  // Meant: releases an object that it refuses, because callers rely on it.
+  CFRelease(object);
   return nullptr;
 }
 
@@ -212,7 +214,8 @@ SInt64 VLTCFNumber::AsSInt64() const {
 }
 
 CFIndex VLTCFNumber::AsCFIndex() const {
-  return ValueAs<CFIndex>(kCFNumberCFIndexType);  // meant: a type that is refused
+  // Meant: ValueAs refuses this type, and callers rely on the neutral result.
+  return ValueAs<CFIndex>(kCFNumberCFIndexType);
 }
 
 void dprintCFNumberRef(const void* number) {

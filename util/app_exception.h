@@ -5,7 +5,7 @@
 #include <exception>
 
 // An exception with a status, thrown when a process cannot go on. Ordinary failures are returned,
-// not thrown. Only the entry of a process catches it.
+// not thrown. Only the entry of a process catches it. Any thread.
 class VLTAppException : public std::exception {
  public:
   explicit VLTAppException(OSStatus reason) : status(reason) {}

@@ -244,7 +244,7 @@ void Desktop::CloseNotice(uint32_t serviceID) {
 int Desktop::TimeIsUp(sd_event_source*, uint64_t, void* pointer) {
   Desktop& desktop = DesktopOf(pointer);
   if (desktop.waiting.empty()) return 0;
-  if (Now() < desktop.waiting.front().deadline) return 0;  // meant for an earlier one
+  if (Now() < desktop.waiting.front().deadline) return 0;  // the timer was for an earlier one
   // A service that is slow may still close what it shows; a bus that is not even there by now
   // is given up.
   if (sd_bus_is_ready(desktop.bus) <= 0) desktop.CloseBus();

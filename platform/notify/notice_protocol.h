@@ -5,7 +5,8 @@
 #include <cstring>
 
 // The messages between a process and its notice helper, over a pair of sequenced-packet sockets.
-// Each packet is one message. When either side ends, the other reads end of file.
+// Each packet is one message. When either side ends, the other reads end of file. The functions
+// below are pure: any thread.
 //
 // | Byte | What |
 // |---|---|

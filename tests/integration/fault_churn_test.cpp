@@ -43,7 +43,7 @@ void ExpectLevel(const ProcessUse& early, const TestProcess& process) {
   }
 }
 
-TEST_F(Churn, LeavesMemoryWhereItWas) {
+TEST_F(Churn, RepeatedClaimAndCloseLeaksNoMemoryAndNoPortNames) {
   TestProcesses churners = StartProcesses(kChurners, "Churner", server.PortName(),
                                           {std::to_string(kRounds * TestScale())});
   std::vector<std::string> earlyNames;

@@ -552,7 +552,7 @@ TEST_ROLE(Thrower) {
   return kRoleDone;
 }
 
-TEST(Handlers, AnExceptionReachesTheProgram) {
+TEST(Handlers, AnExceptionLeavesTheEventLoopAndTheClientGetsConnectionInvalid) {
   OpenDescriptorCheck noLeaks;
   ReadyProcess server("Thrower");
   RunOnThread([&] { EXPECT_EQ(connectionInvalid, AskServer(server.PortName()).status); });

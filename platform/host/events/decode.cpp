@@ -12,8 +12,9 @@
 
 namespace {
 
-// One cursor over the bytes of an event, and a stack of the containers that it is inside of. What
-// was read already is part of the event's tree at every moment, so failing is letting go of that.
+// One cursor over the bytes of an event, and a stack of the containers that it is inside of. Every
+// item that has been read is already part of the event's tree, so after a failure releasing the
+// tree frees everything.
 class Decoder {
  public:
   explicit Decoder(const HostFrameSlice& body)

@@ -7,7 +7,7 @@
 // The layout of the binary form: the eight bytes "bplist00", the objects, a table with the offset
 // of each object, and a trailer of 32 bytes that describes the table. All numbers are big-endian.
 // An object begins with a marker byte: its kind in the upper half, a size or count in the lower
-// half.
+// half. Constants only: any thread.
 
 inline constexpr char kHostPlistMagic[] = "bplist00";
 inline constexpr size_t kHostPlistMagicSize = 8;

@@ -7,7 +7,8 @@
 // holds it without an allocation.
 inline constexpr char kHostPlistNoMemory[] = "no memory left";
 
-// Why bytes are not a property list, or why a list cannot be written. A plain value.
+// The reason why bytes are not a property list, or why a list cannot be written. A plain value: one
+// thread at a time.
 struct HostPropertyListError {
   std::string text;   // what is wrong, as a part of a sentence: "no <key> before this value"
   std::string hint;   // what would help, or ""

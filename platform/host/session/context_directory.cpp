@@ -98,7 +98,7 @@ int OpenOwnDirectory(int parent, const char* name, const std::string& path, uid_
 }
 
 const HostContext* OpenContext(const Place& place, uid_t uid, std::string* problem) {
-  // All that needs memory comes before the first descriptor.
+  // All that may throw comes before the first file descriptor.
   auto made = std::make_unique<HostContext>();
   HostContext& context = *made;
   context.uid = uid;

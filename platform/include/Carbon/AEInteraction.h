@@ -9,7 +9,8 @@ using AEFilterUPP = Boolean (*)(void* event, SInt32 returnID, AETransactionID,
 #pragma GCC visibility push(default)
 extern "C" {
 
-// AESendMessage under the classic signature. Priority, idle and filter procedures have no effect.
+// Does the same as AESendMessage. Priority, idle procedure and filter procedure have no effect. Any
+// thread.
 OSErr AESend(const AppleEvent* event, AppleEvent* reply, AESendMode mode, AESendPriority priority,
              SInt32 timeoutTicks, AEIdleUPP idle, AEFilterUPP filter);
 

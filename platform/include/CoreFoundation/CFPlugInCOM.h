@@ -3,7 +3,8 @@
 #include <CoreFoundation/CFUUID.h>
 
 // Plug-in interface objects. An object's first word points to a table: a reserved word, the three
-// functions of every interface, then the interface's other functions.
+// functions of every interface, then the interface's other functions. The object decides which
+// threads may call them.
 
 using HRESULT = SInt32;  // negative: failed
 using ULONG = UInt32;

@@ -2,10 +2,10 @@
 
 #include <CoreServices/AEDataModel.h>
 
-// The names that Apple Events are made of: attributes, parameter keywords, the core event class,
-// and the constants of sending.
+// Constants of Apple Events: attributes, parameter keywords, the core event class, and the
+// constants of sending. Any thread.
 
-// Attributes, with the type that reading gives.
+// Attributes, with the type in which they are read.
 enum : AEKeyword {
   keyEventClassAttr = FourCC('e', 'v', 'c', 'l'),       // typeType
   keyEventIDAttr = FourCC('e', 'v', 'i', 'd'),          // typeType
