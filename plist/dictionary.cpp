@@ -75,9 +75,9 @@ void VLTDictionary::copyToDestDict(const void* key, const void* value, void* con
   CFDictionarySetValue(static_cast<CFMutableDictionaryRef>(context), key, value);
 }
 
-// What taking over another dictionary's contents works on: the pairs go `into` this one, which was
-// as `before` (null: empty). Each step is applied to all pairs of a dictionary. Only the first one
-// needs memory, so the others cannot leave the work half done.
+// The two dictionaries in taking over another one's contents: the pairs go `into` this one, which
+// was as `before` (null: empty). Each step is applied to all pairs of a dictionary. Only the first
+// one needs memory, so the others cannot leave the work half done.
 struct VLTDictionary::Taking {
   CFMutableDictionaryRef into;
   CFDictionaryRef source;

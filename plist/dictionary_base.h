@@ -124,7 +124,7 @@ class VLTDictionaryBase {
   OSStatus saveAsXML(CFDataRef& out);  // the caller releases it
 
  protected:
-  // What a subclass has to supply. All functions above use only these.
+  // A subclass supplies these. All functions above use only these.
   virtual OSStatus _set(CFStringRef key, const void* value) = 0;
   virtual OSStatus _get(CFStringRef key,
                         const void*& value) = 0;  // 0 if the key is present, else paramErr
@@ -133,8 +133,9 @@ class VLTDictionaryBase {
   virtual void _eraseExtant() = 0;
   // Adds all entries of `source`, which replace those with equal keys.
   virtual void _addContentsOfDictionary(CFDictionaryRef source) = 0;
-  // What loading does: erases everything unless `merge` is set, then adds `source`. A storage that
-  // can run out of memory in between overrides it and returns memFullErr with nothing changed.
+  // Does the last step of loading: erases everything unless `merge` is set, then adds `source`. A
+  // storage that can run out of memory in between overrides it and returns memFullErr with nothing
+  // changed.
   virtual OSStatus _takeContents(CFDictionaryRef source, bool merge);
   // Returns a dictionary of all entries, to be handed back after use, or null if there is none.
   virtual CFDictionaryRef _getDictForSave() = 0;

@@ -13,7 +13,7 @@ void ReleaseIfAny(CFTypeRef object) {
   if (object != nullptr) CFRelease(object);
 }
 
-// What the three ways to name a file do for loading and for saving alike: `use` gets the address.
+// The three ways to name a file, for loading and for saving: each passes the address to `use`.
 
 template <class Use>
 OSStatus WithPath(const char* path, Use use) {
@@ -31,8 +31,8 @@ OSStatus WithPath(const char* path, Use use) {
 template <class Use>
 OSStatus WithRef(const FSRef* file, Use use) {
   const CFURLRef url = CFURLCreateFromFSRef(kCFAllocatorDefault, file);
-  // Meant: the address is used only when there is none. Callers rely on a good record having no
-  // effect.
+  // Meant: `use` is called only if there is no address, because callers rely on a file that exists
+  // having no effect.
   if (url == nullptr) return use(url);
   CFRelease(url);
   return 0;
@@ -114,7 +114,8 @@ OSStatus WriteMemory(char** buffer, UInt32* length, CFDictionaryRef list,
 
 OSStatus VLTDictionaryBase::TakeList(CFPropertyListRef list, bool merge) {
   if (list == nullptr) return fnfErr;
-  // Meant: whatever the list is. One that is no dictionary has nothing to add.
+  // Meant: also a list that is not a dictionary is taken, and adds nothing, because callers rely on
+  // it.
   const OSStatus err = _takeContents(static_cast<CFDictionaryRef>(list), merge);
   CFRelease(list);
   return err;

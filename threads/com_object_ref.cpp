@@ -66,7 +66,7 @@ void VLTCOMObjectRef::CopyFrom(const VLTCOMObjectRef& other) {
   if (&other == this) return;
   UInt32 theirFlags = 0;
   for (;;) {
-    // Nobody waits for the second lock with the first in hand.
+    // No thread waits for the second lock while it holds the first.
     const UInt32 ownFlags = BeginAccessGetFlags(kDurationForever);
     theirFlags = other.flags.fetch_or(kAccessBit, std::memory_order_acquire);
     if (GotAccess(theirFlags)) break;

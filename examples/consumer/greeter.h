@@ -2,7 +2,7 @@
 
 #include <CoreServices/CoreServices.h>
 
-// What the greeter and its clients have agreed on.
+// The constants on which the greeter and its clients have agreed. Any thread.
 
 constexpr char kGreeterPort[] = "com.example.greeter";
 constexpr char kGreeterBundle[] = "com.example.greeter.app";

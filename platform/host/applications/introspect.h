@@ -8,8 +8,8 @@
 
 #include "platform/host/applications/open_application.h"
 
-// What no documented call reports about applications and processes, and opening with a report
-// (open_application.h). For tools, benchmarks and tests only. Any thread.
+// Information about applications and processes that no platform call gives, and opening with a
+// report (open_application.h). For tools, benchmarks and tests only. Any thread.
 
 // An application that can be found by its identifier or signature.
 struct HostApplicationInfo {

@@ -10,7 +10,7 @@ struct FSRef;
 // Opening an application and waiting until it can be reached. Any thread; the calling thread
 // blocks.
 
-// What opening an application found or did.
+// The outcome of opening an application.
 enum class HostOpening {
   kRunning,   // it ran already
   kUnderWay,  // another process was opening it

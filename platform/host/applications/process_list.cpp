@@ -107,7 +107,7 @@ OSErr NextProcess(ProcessSerialNumber* psn) {
   return procNotFound;
 }
 
-// What needs memory comes before the first field is set.
+// Allocates before it sets the first field, so that a failure leaves the record unchanged.
 OSErr Inform(const HostProcess& process, ProcessInfoRec* info) {
   std::string program;
   HostBundle bundle;

@@ -129,7 +129,7 @@ OSStatus SetAttribute(AppleEvent* desc, AEKeyword key, HostAEItem* item) {
   if (err == 0 && row != nullptr && (row->flags & kSending) != 0) {
     err = errAEWrongDataType;
   }
-  // An address is one value: what would need a container is none.
+  // An address is one value, so a container is refused.
   if (err == 0 && row != nullptr && row->width == 0 && item->IsContainer()) {
     err = errAEWrongDataType;
   }

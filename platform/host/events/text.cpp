@@ -48,7 +48,7 @@ bool ViewText(const HostAEItem& item, EncodedText* out) {
   }
   *out = {row->encoding, item.Bytes(), item.size};
   if (item.type != typeIntlText) return true;
-  // Of the scripts only Roman has an encoding here.
+  // The only script with an encoding here is Roman.
   if (item.size < kIntlHeaderSize || HostLoadBig16(out->bytes) != smRoman) return false;
   out->bytes += kIntlHeaderSize;
   out->size -= kIntlHeaderSize;

@@ -36,7 +36,7 @@ constexpr size_t kMaxNodes = 1u << 20;  // folders of one process
 constexpr size_t kFirstRoom = 64;       // in the table of nodes
 constexpr size_t kMaxName = sizeof(Str63) - 1;
 
-// What is at a path: which folder, or that it is not a folder.
+// The identity of the item at a path: which folder it is, or that it is not a folder.
 struct Identity {
   UInt64 device = 0;
   UInt64 inode = 0;

@@ -229,7 +229,7 @@ void __CFRunLoop::AddSourceToMode(__CFRunLoopSource* source, HostCFString* modeN
     const std::lock_guard<HostMutex> lock(mutex);
     HostRunLoopMode* mode = FindOrMakeMode(modeName);
     if (mode == nullptr || Contains(*mode, source)) return;
-    // What needs memory comes first, so that without memory nothing has changed.
+    // Allocates first, so that a lack of memory changes nothing.
     if (source->IsPort()) {
       mode->ports.reserve(mode->ports.size() + 1);
     } else {

@@ -46,7 +46,7 @@ void CFRunLoopAddSource(CFRunLoopRef ref, CFRunLoopSourceRef sourceRef, CFString
   auto* source = HostCast<__CFRunLoopSource>(sourceRef);
   auto* mode = HostCast<HostCFString>(modeRef);
   if (loop == nullptr || source == nullptr || mode == nullptr) return;
-  // Of several common modes some may have it by then.
+  // The source may be in some of several common modes by then.
   if (!HostGuard([&] { loop->AddSource(source, mode); })) loop->RemoveSource(source, mode);
 }
 

@@ -10,7 +10,7 @@
 #include "platform/host/objects/cf_object.h"
 #include "platform/host/objects/cf_string.h"
 
-// What run loops call: sources and timers. Any thread; run_loop.h has the lock order.
+// Sources and timers, which run loops call. Any thread; run_loop.h has the lock order.
 
 struct __CFRunLoop;
 
@@ -35,9 +35,9 @@ struct __CFRunLoopSource final : HostCFObject {
   void Perform();                                    // version 0
   void PerformMessage(void* message, CFIndex size);  // version 1
 
-  // What the loop reports of each mode that the source is in: Join before it enters, or Forget if
-  // it could not enter after all; Scheduled when it has entered, Left when it has been removed.
-  // The last two call out. Only Join needs memory.
+  // The loop calls these for each mode that the source is in: Join before it enters, or Forget if
+  // it could not enter after all; Scheduled when it has entered, Left when it has been removed. The
+  // last two call out. Only Join needs memory.
   void Join(__CFRunLoop* loop, HostCFString* mode);
   bool Forget(__CFRunLoop* loop, HostCFString* mode);  // false if it was not in there
   void Scheduled(__CFRunLoop* loop, HostCFString* mode);

@@ -14,7 +14,7 @@
 
 // How a dictionary is stored and searched.
 //
-// The pairs stand in a list in the order in which their keys came in. Removing a pair leaves a hole
+// The pairs are in a list, in the order in which their keys came in. Removing a pair leaves a hole
 // (a null key), so that the other pairs keep their places; holes at the end are dropped at once,
 // the others when a quarter of a full list is holes and nobody walks over it (Pack).
 //
@@ -413,7 +413,7 @@ void __CFDictionary::Remove(const void* key) {
 
 void __CFDictionary::RemoveAll() {
   DropIndex();
-  // What comes in meanwhile, from a foreign callback, stays.
+  // A pair that a foreign callback adds meanwhile stays.
   for (UInt32 i = used; i > 0; --i) {
     if (i <= used && pairs[i - 1].key != nullptr) ReleasePair(Detach(i - 1));
   }

@@ -198,8 +198,8 @@ class BinaryWriter {
   std::vector<UInt32> pending;
   std::vector<size_t> starts;
   std::vector<UInt32> opened;  // their own numbers
-  // Of all containers that are closed, the keys of each in front of its values; and where those of
-  // a container begin, by its number (of leaves: 0).
+  // The references of all closed containers, with the keys of each before its values; and the index
+  // at which those of an object begin, by its number (0 for leaves).
   std::vector<UInt32> references;
   std::vector<size_t> firstReference;
   size_t refSize = 1;

@@ -97,7 +97,7 @@ class HostPlistBuilder {
     values[valueCount++] = taken;
     return true;
   }
-  // What a block of the heap takes, its administration included.
+  // Returns the memory that a block of the heap takes, including its administration.
   static constexpr size_t BlockSize(size_t bytes) { return (bytes + 8 + 15) & ~size_t{15}; }
 
   [[gnu::cold]] bool Drop(const HostCFObject* taken);

@@ -61,7 +61,7 @@ struct Target {
   mode_t FileMode() const { return isShared ? 0644 : 0600; }
 };
 
-// What failed, with errno's reason.
+// Returns the text of a failure, with errno's reason.
 std::string Failure(const char* what, const std::string& path) {
   return std::string("preferences ") + path + " not written: " + what + ": " + strerror(errno);
 }
@@ -103,8 +103,8 @@ int OpenFolder(int parent, const char* name) {
   return OpenAt(parent, name, O_RDONLY | O_DIRECTORY);
 }
 
-// What a privileged program makes in a user's folder belongs to that user. `fd` is new and was
-// opened without following a link, so nobody can have put another file in its place.
+// Gives a file that a privileged program has made in a user's folder to that user. `fd` is new and
+// was opened without following a link, so nobody can have put another file in its place.
 void GiveToOwnerOf(const struct stat& folder, int fd) {
   if (geteuid() != 0 || folder.st_uid == 0) return;
   [[maybe_unused]] const int ignored = fchown(fd, folder.st_uid, folder.st_gid);

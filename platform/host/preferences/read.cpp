@@ -75,7 +75,8 @@ int64_t FileClock() {
 
 const char* Distrust(const HostFileStamp& stamp) {
   if (!S_ISREG(stamp.mode)) return "it is not a regular file";
-  // What a privileged program writes in a user's folder belongs to that user, and is still its own.
+  // A file that a privileged program writes in a user's folder belongs to that user, but the
+  // program still trusts it.
   const bool isFolderOwners = stamp.folderOwner != 0 && stamp.owner == stamp.folderOwner;
   if (stamp.owner != 0 && stamp.owner != stamp.reader && !isFolderOwners) {
     return "another user owns it";

@@ -11,8 +11,8 @@
 
 inline constexpr off_t kHostMaxPreferencesBytes = off_t{64} << 20;
 
-// What an answer about a file depends on: the state of the file, and who reads it. A read that
-// finds the same stamp as before gives the same answer.
+// The state of a file and the user who reads it. A read that finds the same stamp as the one before
+// gives the same content.
 struct HostFileStamp {
   dev_t device = 0;
   ino_t inode = 0;
@@ -23,7 +23,7 @@ struct HostFileStamp {
   int64_t modified = 0;  // nanoseconds of the wall clock
   int64_t changed = 0;   // the same, of the file's record; 0: there is no file
   uid_t reader = 0;      // the effective user
-  // Of the folder, if a privileged program reads what an unprivileged user owns; else 0.
+  // The owner of the folder if a privileged program reads a file of an unprivileged user; else 0.
   uid_t folderOwner = 0;
 
   bool operator==(const HostFileStamp&) const = default;
@@ -40,8 +40,8 @@ struct HostPreferencesContent {
   HostRetained<HostCFDictionary> values;  // immutable; null unless kRead
   std::string problem;                    // of kRefused: one line with path, owner, mode and reason
   HostFileStamp stamp;
-  // Of kRefused: the reason lies outside the file and its stamp (no file descriptors, no memory, an
-  // I/O error). The values that were read before are still the best answer.
+  // For kRefused: the reason is neither the file nor its stamp, but for example a lack of file
+  // descriptors or memory, or an I/O error. The values that were read before are still the best.
   bool isPassing = false;
   bool isMemoryShort = false;  // of isPassing: that is the reason
   // Any later change shows in the stamp. False right after a change, because the kernel's times of

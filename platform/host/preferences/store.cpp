@@ -137,8 +137,8 @@ bool HostPreferencesFile::IsRefused() const { return isStale || content.state ==
 void HostPreferencesFile::Adopt(HostPreferencesContent fresh) {
   isStale = fresh.isPassing;
   if (fresh.isPassing && content.stamp.reader == fresh.stamp.reader) {
-    // What was read before is a better answer than nothing: a program that finds nothing may commit
-    // a default over the user's value.
+    // Keeps the values that were read before, which are better than none: a program that finds no
+    // value may commit a default over the user's value.
     if (content.state == State::kAbsent) content.state = State::kRefused;
     content.problem = std::move(fresh.problem);
     content.isMemoryShort = fresh.isMemoryShort;
@@ -312,8 +312,8 @@ bool HostPreferencesFile::Synchronize() {
     isFailureOfMemory = true;
   }
   if (isWritten && !isAllWritten) isFailureOfMemory |= std::exchange(isUnreadForMemory, false);
-  // What the disk has is written, also without memory to note it: what was set then stays set, and
-  // the next commit finds nothing to change.
+  // If there is no memory to note that the changes are on the disk, they stay set, and the next
+  // commit finds nothing to change.
   HostGuard([&] {
     if (isWritten) Finish(*taken.values.Get(), std::move(fresh));
     if (isAllWritten) return;

@@ -71,8 +71,9 @@ class HostMPCondition {
   pthread_cond_t native;
 };
 
-// What objects of every kind begin with. A kind adds its own fields and then a HostMPCondition
-// named `changed`, so that the fields that every call touches are next to each other.
+// The common beginning of objects of every kind. A kind adds its own fields and then a
+// HostMPCondition named `changed`, so that the fields that every call touches are next to each
+// other.
 class HostMPObject {
  public:
   HostMPMutex mutex;

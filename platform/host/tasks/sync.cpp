@@ -31,7 +31,7 @@ constinit HostMPTable<Event, HostMPKind::kEvent> sEvents;
 constinit HostMPTable<Semaphore, HostMPKind::kSemaphore> sSemaphores;
 constinit HostMPTable<Region, HostMPKind::kRegion> sRegions;
 
-// What the three kinds have in common. `prepare`, `isReady` and `take` get the locked object.
+// The common part of the three kinds. `prepare`, `isReady` and `take` get the locked object.
 
 template <class Table, class ID, class Prepare>
 OSStatus Create(Table& table, ID* out, Prepare prepare) {
