@@ -52,7 +52,7 @@ class OpenFile {
  public:
   OpenFile(const std::string& path, int flags) {
     do {
-      fd = open(path.c_str(), flags | O_CLOEXEC);
+      fd = open(path.c_str(), flags | O_CLOEXEC, 0600);  // with O_CREAT it needs a mode
     } while (fd < 0 && errno == EINTR);
   }
   ~OpenFile() {
