@@ -29,11 +29,20 @@ need_test_tools() {
   need pkgconf /usr/bin/pkg-config
   need make /usr/bin/make
   need scdoc /usr/bin/scdoc # scripts/manuals; man and mandoc check what it makes
+  need doxygen /usr/bin/doxygen
   need man-db /usr/bin/man
   need mandoc /usr/bin/mandoc
   need zsh /usr/bin/zsh
   need fish /usr/bin/fish
   need systemd /usr/bin/systemd-analyze
+}
+
+need_package_tools() {
+  need debhelper /usr/bin/dh
+  need lintian /usr/bin/lintian
+  need scdoc /usr/bin/scdoc
+  need python3 /usr/bin/python3
+  ((EUID == 0)) || need fakeroot /usr/bin/fakeroot
 }
 
 need_lint_tools() {

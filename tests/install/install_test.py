@@ -209,7 +209,7 @@ def check_unit(folder, prefix):
     if not shutil.which("systemd-analyze"):
         return print("not checked: the unit, as systemd-analyze is not installed")
     copy = folder / unit.name
-    copy.write_text(unit.read_text().replace("/opt/vlt", str(prefix)))
+    copy.write_text(re.sub(r"/(opt/vlt|usr)/bin/", f"{prefix}/bin/", unit.read_text()))
     result = run(["systemd-analyze", "verify", "--user", "--man=no", copy],
                  env={**os.environ, "XDG_RUNTIME_DIR": str(folder)})
     if result.returncode != 0 or result.stdout:
@@ -297,15 +297,14 @@ def main():
     # /tmp, as the path of a socket is short.
     with tempfile.TemporaryDirectory(prefix="vlt-install-") as name:
         folder = Path(name)
-        prefix = options.prefix or install(options.build.resolve(), folder)
+        prefix = options.prefix.resolve() if options.prefix else install(options.build.resolve(), folder)
         check_headers(prefix)
         check_archive(prefix)
         check_unit(folder, prefix)
         check_consumer(folder, prefix, options.peer)
         check_bad_input(folder, prefix)
-        if not options.prefix:  # these change the installation
-            check_version(folder, prefix)
-            check_program_outside(folder, prefix)
+        check_version(folder, prefix)
+        check_program_outside(folder, prefix)
     print(f"{len(problems)} problems")
     return 1 if problems else 0
 
