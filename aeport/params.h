@@ -108,7 +108,8 @@ OSErr PutAEFloat(AEDesc* event, AEKeyword key, const float* value);
 OSErr PutAEDouble(AEDesc* event, AEKeyword key, const double* value);
 OSErr PutAEOSType(AEDesc* event, AEKeyword key, const OSType* value);
 
-// Texts are put without the NUL or the length byte.
+// Texts are put without the NUL or the length byte, as TEXT: their bytes count as Mac Roman. Put
+// UTF-8 with AEPutParamPtr and typeUTF8Text; as TEXT it would arrive as other characters.
 OSErr PutAECString(AEDesc* event, AEKeyword key, const char* text);
 OSErr PutAEPString(AEDesc* event, AEKeyword key, const unsigned char* text);
 
