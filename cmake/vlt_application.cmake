@@ -3,7 +3,7 @@
 include(GNUInstallDirs)
 
 # vlt_add_application(NAME BUNDLE name IDENTIFIER text SIGNATURE code [VERSION text] [INSTALL]
-#                     SOURCES ... [LIBS ...])
+#                     [EVENTS file] SOURCES ... [LIBS ...])
 # A program inside an application bundle, so that clients can find and open it. The arguments are
 # the keys of the bundle's Info.plist:
 #   NAME        CFBundleExecutable: the program, and the target
@@ -11,10 +11,12 @@ include(GNUInstallDirs)
 #   IDENTIFIER  CFBundleIdentifier: clients find the application by it
 #   SIGNATURE   CFBundleSignature: four ASCII characters, another way to find it
 #   VERSION     CFBundleVersion; default: the version of the project
+#   EVENTS      a file with the key VLTEvents and its array, which tells people which requests the
+#               program takes; its path is absolute or from the folder of the CMakeLists.txt
 # The bundle is below share/veltrane/Applications of the build folder and, with INSTALL, of the
 # installation. A link to the program is in the target's build folder and in bin.
 function(vlt_add_application name)
-  cmake_parse_arguments(app "INSTALL" "BUNDLE;IDENTIFIER;SIGNATURE;VERSION" "SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(app "INSTALL" "BUNDLE;EVENTS;IDENTIFIER;SIGNATURE;VERSION" "SOURCES;LIBS" ${ARGN})
   foreach(key IN ITEMS BUNDLE IDENTIFIER SIGNATURE SOURCES)
     if("${app_${key}}" STREQUAL "")
       message(FATAL_ERROR "vlt_add_application(${name}): ${key} is missing")
@@ -29,6 +31,13 @@ function(vlt_add_application name)
   endif()
   if("${app_VERSION}" STREQUAL "")
     set(app_VERSION "${PROJECT_VERSION}")
+  endif()
+
+  set(app_EVENTS_TEXT "")
+  if(app_EVENTS)
+    get_filename_component(app_EVENTS "${app_EVENTS}" ABSOLUTE)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${app_EVENTS})
+    file(READ ${app_EVENTS} app_EVENTS_TEXT)
   endif()
 
   set(contents veltrane/Applications/${app_BUNDLE}.app/Contents)

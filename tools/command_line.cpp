@@ -63,7 +63,9 @@ bool ParseCommandLine(const std::vector<OptionSpec>& specs, const std::vector<st
     const std::string name = word.substr(0, equals);
     const OptionSpec* spec = FindOption(specs, name);
     if (spec == nullptr) return problem = UnknownOption(specs, name), false;
-    if (line.Has(name)) return problem = name + " is given twice", false;
+    if (line.Has(name) && !spec->isRepeatable) {
+      return problem = name + " is given twice", false;
+    }
     std::string& value = line.options[name];
     if (spec->valueName == nullptr) {
       if (equals != std::string::npos) return problem = name + " takes no value", false;
@@ -74,6 +76,7 @@ bool ParseCommandLine(const std::vector<OptionSpec>& specs, const std::vector<st
     } else {
       return problem = name + " needs a value: " + spec->valueName, false;
     }
+    if (spec->isRepeatable) line.repeated[name].push_back(value);
   }
   return true;
 }
@@ -92,10 +95,19 @@ std::string NearestWord(std::string_view word, const std::vector<std::string_vie
 }
 
 bool ParseSeconds(std::string_view text, int& ticks) {
+  double unit = 1;
+  if (text.ends_with("ms")) {
+    unit = 0.001;
+    text.remove_suffix(2);
+  } else if (text.ends_with('s') || text.ends_with('m')) {
+    unit = text.back() == 'm' ? 60 : 1;
+    text.remove_suffix(1);
+  }
   double seconds = 0;
   const char* const end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, seconds, std::chars_format::fixed);
   if (error != std::errc() || stop != end) return false;
+  seconds *= unit;
   if (!(seconds > 0) || seconds > INT32_MAX / kTicksPerSecond) return false;
   ticks = static_cast<int>(std::ceil(seconds * kTicksPerSecond));
   return true;
@@ -105,7 +117,8 @@ bool ParseSecondsOption(const CommandLine& line, const char* name, int& ticks,
                         std::string& problem) {
   const auto option = line.options.find(name);
   if (option == line.options.end() || ParseSeconds(option->second, ticks)) return true;
-  problem = name + (": " + Quoted(option->second)) + " is not a number of seconds above 0";
+  problem =
+      name + (": " + Quoted(option->second)) + " is not a time above 0, such as 5, 5s, 500ms or 2m";
   return false;
 }
 

@@ -24,12 +24,14 @@ struct OptionSpec {
   const char* name;       // "--timeout"
   const char* valueName;  // "SECONDS"; null for an option without a value
   const char* help;
+  bool isRepeatable = false;  // may be given several times
 };
 
 // The arguments after a verb, separated.
 struct CommandLine {
   std::vector<std::string> words;              // the arguments without the options, in order
-  std::map<std::string, std::string> options;  // by name; "" without a value
+  std::map<std::string, std::string> options;  // by name; "" without a value; the last one
+  std::map<std::string, std::vector<std::string>> repeated;  // all values of a repeatable option
 
   bool Has(const std::string& option) const { return options.contains(option); }
 };
@@ -42,8 +44,8 @@ bool ParseCommandLine(const std::vector<OptionSpec>& specs, const std::vector<st
 // Returns the candidate with the smallest edit distance to `word`, or "" if all are too different.
 std::string NearestWord(std::string_view word, const std::vector<std::string_view>& candidates);
 
-// Reads `text`, a decimal number above 0 and nothing else, as seconds. Stores them as ticks (1/60
-// s, rounded up).
+// Reads `text`, a decimal number above 0 and then nothing, "s", "ms" or "m", as a time in seconds
+// unless a unit says otherwise. Stores it as ticks (1/60 s, rounded up).
 bool ParseSeconds(std::string_view text, int& ticks);
 
 // Reads the option `name` as seconds. Without the option leaves `ticks` alone. Returns false with a

@@ -30,12 +30,19 @@ TEST(ClientsLaunch, TheToolStartsAndEndsTheSessionDaemon) {
   const std::string end = "\",\"error\":null}\n",
                     absent = std::string(kSessionPort) + " is not running";
   StartedDaemons cleanUp;
-  ExpectRuns({}, {{{"status", "--json"}, 3, json + "notRunning" + end, absent},
-                  {{"start", "--json"}, 0, json + "started" + end, ""},
-                  {{"start"}, 0, "", "is already running"},
-                  {{"status", "--json"}, 0, json + "running" + end, ""},
-                  {{"quit", "--json"}, 0, json + "quit" + end, ""},
-                  {{"quit"}, 0, "", absent}});
+  const auto expectStatus = [&](int status, const std::string& outcome, const std::string& text) {
+    const ProgramResult result = RunVerb({"status"}, {"--json"});
+    EXPECT_EQ(status, result.status);
+    EXPECT_TRUE(result.output.starts_with(json + outcome + "\",\"error\":null,")) << result.output;
+    EXPECT_NE(std::string::npos, result.output.find(text)) << result.output;
+  };
+  expectStatus(3, "notRunning", "VLTSessionMonitor.app\",");  // what would be started
+  ExpectRuns({}, {
+                     {{"start", "--json"}, 0, json + "started" + end, ""},
+                     {{"start"}, 0, "", "is already running"},
+                 });
+  expectStatus(0, "running", "com.veltrane.sessionmonitor.1.1.log\"");
+  ExpectRuns({}, {{{"quit", "--json"}, 0, json + "quit" + end, ""}, {{"quit"}, 0, "", absent}});
 }
 
 TEST(ClientsLaunch, TheSessionDaemonIsStartedByWhoNeedsIt) {

@@ -305,7 +305,7 @@ TEST(DeviceMonitor, AnswersTheCommandLineTool) {
        ""},
       {{"device", "1", "set", "k", "long", "many"}, 2, "", "\"many\" is not a value of type long"},
       {{"quit", kPort}, 0, "", ""},
-      {{"devices"}, 3, "", "the device monitor is not running"},
+      {{"devices"}, 3, "", "the device monitor (com.veltrane.vltdeviced.1.1) is not running"},
   };
   // Longer than the room of the tool's first attempt.
   const std::string text(5000, 'x');

@@ -19,6 +19,8 @@
 //
 //   note FILE    appends its pid to FILE
 //   dump FILE    writes what it was given: descriptors, signals, session, folder
+//   say TEXT     prints a line; complain TEXT, to standard error
+//   fill N       prints N lines of 1,024 bytes
 //   claim NAME   claims a port, which answers the quit event and 'test' events
 //   let-go       gives the port up
 //   wait FIFO    until somebody has written a line there
@@ -81,6 +83,11 @@ void Note(const std::string& path) {
   close(file);
 }
 
+void Say(int descriptor, const std::string& text) {
+  const std::string line = text + "\n";
+  (void)!write(descriptor, line.data(), line.size());
+}
+
 void GoIntoTheBackground() {
   if (fork() != 0) _exit(0);
 }
@@ -94,6 +101,11 @@ void Claim(const std::string& name) {
 }
 
 void Do(const std::string& step, const std::string& what) {
+  if (step == "say") Say(STDOUT_FILENO, what);
+  if (step == "complain") Say(STDERR_FILENO, what);
+  for (int i = step == "fill" ? std::stoi(what) : 0; i > 0; i--) {
+    Say(STDOUT_FILENO, std::string(1023, 'x'));
+  }
   if (step == "note") Note(what);
   if (step == "dump") Dump(what);
   if (step == "claim") Claim(what);

@@ -10,6 +10,7 @@ TestSessionDirectory::TestSessionDirectory() {
   } rows[] = {
       {"XDG_RUNTIME_DIR", "run"}, {"XDG_CONFIG_HOME", "config"}, {"XDG_CONFIG_DIRS", "etc"},
       {"XDG_DATA_HOME", "data"},  {"XDG_DATA_DIRS", "share"},    {"HOME", "home"},
+      {"XDG_STATE_HOME", "state"},
   };
   for (const auto& row : rows) {
     const std::string path = folder.Path(row.folder);

@@ -39,10 +39,12 @@ TEST(CommandLine, SeparatesOptionsFromArgumentsAndQuotesAFault) {
 
 TEST(ParseSeconds, RoundsUpAndRefusesAllButAPositiveNumber) {
   const std::tuple<const char*, bool, int> rows[] = {
-      {"1", true, 60},        {"0.001", true, 1}, {"35791394", true, 2147483640},
-      {"35791395", false, 0}, {"0", false, 0},    {"-1", false, 0},
-      {" 1", false, 0},       {"1s", false, 0},   {"1e3", false, 0},
-      {"nan", false, 0}};
+      {"1", true, 60},        {"0.001", true, 1},     {"35791394", true, 2147483640},
+      {"35791395", false, 0}, {"0", false, 0},        {"-1", false, 0},
+      {" 1", false, 0},       {"1s", true, 60},       {"1e3", false, 0},
+      {"nan", false, 0},      {"500ms", true, 30},    {"2m", true, 7200},
+      {"1h", false, 0},       {"s", false, 0},        {"5 s", false, 0},
+      {"0ms", false, 0},      {"35791395s", false, 0}};
   for (const auto& [text, isFine, expectedTicks] : rows) {
     int ticks = 0;
     EXPECT_EQ(isFine, ParseSeconds(text, ticks)) << text;

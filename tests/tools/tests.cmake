@@ -26,3 +26,11 @@ if(TARGET vlt_failing_allocations)
   vlt_add_test(NAME vltctl_memory_test LABEL unit NATIVE_ONLY
     SOURCES plist/vltctl_memory_test.cpp LIBS vlt_failing_allocations vlt_tools)
 endif()
+vlt_add_test(NAME descriptions_test LABEL integration NATIVE_ONLY
+  SOURCES verbs/descriptions_test.cpp verbs/serve_test.cpp LIBS vlt_tools)
+if(TARGET descriptions_test)
+  target_compile_definitions(descriptions_test PRIVATE VLTCTL_PROGRAM="$<TARGET_FILE:vltctl>"
+    SESSION_DAEMON_BUNDLE="$<TARGET_FILE_DIR:vltsessiond>/../.."
+    DEVICE_MONITOR_BUNDLE="$<TARGET_FILE_DIR:device_monitor>/../..")
+  add_dependencies(descriptions_test vltctl vltsessiond device_monitor)
+endif()

@@ -3,6 +3,7 @@ vlt_add_test(NAME util_test LABEL unit
     app_error_utils_test.cpp
     conversions_test.cpp
     ostype_text_test.cpp
+    status_text_test.cpp
     strings_test.cpp
     version_text_test.cpp
   LIBS vlt_util

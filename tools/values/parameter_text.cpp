@@ -164,28 +164,71 @@ std::string DescText(const JsonValue& model) {
 
 }  // namespace
 
+namespace {
+
+// What is wrong with an argument that has no key of four characters before a colon.
+std::string NotAParameter(std::string_view text) {
+  const std::string start = Quoted(text) + " is not a parameter of the form KEY:TYPE=VALUE";
+  const size_t colon = text.find(':');
+  const size_t equals = text.find('=');
+  if (equals == text.npos) return start + ": it has no =";
+  if (colon == text.npos || colon > equals) return start + ": it has no : before the =";
+  const std::string_view key = text.substr(0, colon);
+  return start + ": the key " + Quoted(key) + NotACode(key);
+}
+
+// Why a value does not fit its type.
+std::string NotAValue(std::string_view type, const ValueType* row, std::string_view given) {
+  const std::string start = Quoted(given) + " is not a value of type " + std::string(type);
+  if (row == nullptr || row->kind == ValueKind::kData) {
+    return start + "; it takes hexadecimal digits, two for each byte";
+  }
+  switch (row->kind) {
+    case ValueKind::kBool:
+      return start + "; it takes true or false";
+    case ValueKind::kSigned:
+    case ValueKind::kUnsigned:
+      return start + "; it takes decimal integers of " + std::to_string(8 * row->width) + " bits" +
+             (row->kind == ValueKind::kUnsigned ? " without a sign" : "");
+    case ValueKind::kReal:
+      return start + "; it takes numbers such as 1.5 or -2e3";
+    case ValueKind::kCode:
+      return start + "; it takes codes of four characters, or 0x and eight digits";
+    case ValueKind::kText:
+      return start + (IsUtf8(given) ? ", whose encoding lacks some of its characters; use utf8"
+                                    : "; it takes UTF-8 text");
+    default:
+      return start + "; it takes UTF-8 text";
+  }
+}
+
+}  // namespace
+
 bool ParseParameter(std::string_view text, ParameterValue& value, std::string& problem) {
   // The key may hold a colon of its own: it has four characters or ten.
   const size_t keySize = text.starts_with("0x") && text.size() > 10 && text[10] == ':' ? 10 : 4;
   const size_t equals = text.find('=', keySize + 1);
   if (text.size() <= keySize || text[keySize] != ':' || equals == text.npos) {
-    return problem = Quoted(text) + " is not a parameter of the form KEY:TYPE=VALUE", false;
+    return problem = NotAParameter(text), false;
   }
   const std::string_view type = text.substr(keySize + 1, equals - keySize - 1);
   const std::string_view given = text.substr(equals + 1);
   if (!ParseCode(text.substr(0, keySize), value.key)) {
-    return problem = "key " + Quoted(text.substr(0, keySize)) + kNotACode, false;
+    return problem = "key " + Quoted(text.substr(0, keySize)) + NotACode(text.substr(0, keySize)),
+           false;
   }
   const ValueType* row = ValueTypeNamed(type);
   const bool isQuoted = type.size() > 2 && type.front() == '\'' && type.back() == '\'';
   if (row != nullptr) {
     value.type = row->type;
   } else if (!isQuoted || !ParseCode(type.substr(1, type.size() - 2), value.type)) {
-    return problem = "unknown type " + Quoted(type) + "; vltctl help send lists the types", false;
+    return problem = "unknown type " + Quoted(type) + "; the types are " + ValueTypeList() +
+                     ", or a code in single quotes",
+           false;
   }
   if (!(row != nullptr ? PutNamed(*row, given, value.bytes)
                        : PutHex(value.type, given, value.bytes))) {
-    return problem = Quoted(given) + " is not a value of type " + std::string(type), false;
+    return problem = NotAValue(type, row, given), false;
   }
   return true;
 }

@@ -1,5 +1,6 @@
 #include "tools/values/value_types.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -72,6 +73,22 @@ bool ParseCode(std::string_view text, FourCharCode& code) {
   }
   code = FourCC(text[0], text[1], text[2], text[3]);
   return true;
+}
+
+std::string NotACode(std::string_view text) {
+  const bool isAscii = std::all_of(text.begin(), text.end(), IsPrintable);
+  if (!isAscii) return std::string(kNotACode) + " (only ASCII characters)";
+  if (text.size() == 4 || text.starts_with("0x")) return kNotACode;
+  return std::string(kNotACode) + "; it has " + std::to_string(text.size()) +
+         (text.size() == 1 ? " character" : " characters");
+}
+
+std::string ValueTypeList() {
+  std::string names;
+  for (const std::string_view name : ValueTypeNames()) {
+    names += (names.empty() ? "" : ", ") + std::string(name);
+  }
+  return names;
 }
 
 std::string CodeText(FourCharCode code) {

@@ -16,6 +16,12 @@ bool ParseCode(std::string_view text, FourCharCode& code);
 // The rest of a message that begins with a text that ParseCode refuses.
 inline constexpr char kNotACode[] = " is not four characters, or 0x and eight hexadecimal digits";
 
+// What is wrong with a text that ParseCode refuses: kNotACode, with the number of characters that
+// it has if that is what is wrong.
+std::string NotACode(std::string_view text);
+// The names of all types that have one, with commas between them.
+std::string ValueTypeList();
+
 // Returns a code as four characters if they are printable and not : = ' or a comma, otherwise as 0x
 // and eight digits. Different codes give different texts.
 std::string CodeText(FourCharCode code);

@@ -75,7 +75,11 @@ static int RunDevice(const CommandLine& line) {
       Print(text + "\n");
     }
   }
-  return err == 0 ? int{kExitOk} : TellDeviceFailure("device", err);
+  return err == 0 ? int{kExitOk}
+                  : TellDeviceFailure("device", err,
+                                      "device " + line.words[0] + ", " +
+                                          (access.isAttribute ? "attribute " : "preference ") +
+                                          Quoted(access.key));
 }
 
 Verb DeviceVerb() {
@@ -83,6 +87,9 @@ Verb DeviceVerb() {
           "ID get|set KEY [TYPE VALUE] [--attribute] [--timeout SECONDS] [--json]",
           "Reads or changes a preference or an attribute of a device.",
           "TYPE and VALUE are as for send. get prints KEY:TYPE=VALUE.\n"
+          "\n"
+          "Examples: vltctl device 1 get name --attribute\n"
+          "          vltctl device 1 set gain float 1.5\n"
           "\n"
           "JSON: one object with device, key, attribute (true for an attribute), error\n"
           "(number and name) and value, as for send; value is null if there is none.\n",

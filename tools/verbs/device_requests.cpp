@@ -3,6 +3,8 @@
 #include <charconv>
 
 #include "clients/device_monitor.h"
+#include "launch/launch_spec.h"
+#include "tools/applications/launch_plan.h"
 #include "tools/values/desc_model.h"
 #include "tools/values/error_names.h"
 #include "tools/verbs/outcome.h"
@@ -53,10 +55,26 @@ bool SetDeviceTimeout(const CommandLine& line) {
   return true;
 }
 
-int TellDeviceFailure(const std::string& verb, OSStatus err) {
-  Say(verb + ": " +
-      (err == procNotFound ? "the device monitor is not running " + ErrorNumber(err)
-                           : RequestErrorSentence(err)));
+int TellDeviceFailure(const std::string& verb, OSStatus err, const std::string& about) {
+  const std::string object = about.empty() ? "" : about + ": ";
+  if (err == procNotFound) {
+    Say(verb + ": the device monitor (" + gDeviceMonitorLaunchSpec.portName + ") is not running " +
+        ErrorNumber(err));
+    const LaunchPlan plan = PlanLaunch(gDeviceMonitorLaunchSpec);
+    if (!plan.problem.empty()) Say(plan.problem);
+    Say(plan.search.Found()
+            ? "start it with vltctl launch " + std::string(gDeviceMonitorLaunchSpec.bundleID)
+            : "it is not installed: no application folder has " +
+                  std::string(gDeviceMonitorLaunchSpec.bundleID));
+  } else if (err == paramErr && !about.empty()) {
+    Say(verb + ": " + object + "no such device, or the monitor does not accept the value " +
+        ErrorNumber(err));
+    Say("vltctl devices lists the ids of the devices");
+  } else if (err == errAEDescNotFound && !about.empty()) {
+    Say(verb + ": " + object + "the device has no such value " + ErrorNumber(err));
+  } else {
+    Say(verb + ": " + object + RequestErrorSentence(err));
+  }
   return ExitForAnswer(err);
 }
 

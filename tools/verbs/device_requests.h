@@ -24,8 +24,9 @@ JsonValue SettingModel(const DeviceSetting& setting);
 // Returns false, after a message, if the value is not a number of seconds.
 bool SetDeviceTimeout(const CommandLine& line);
 
-// Prints the message about a failed request and returns the exit status.
-int TellDeviceFailure(const std::string& verb, OSStatus err);
+// Prints the message about a failed request and returns the exit status. `about` names the device
+// and the key that were asked for; "" for a request about all devices.
+int TellDeviceFailure(const std::string& verb, OSStatus err, const std::string& about = "");
 
 // Reads a 32-bit number, decimal or 0x and hexadecimal digits, and nothing else.
 bool ParseWhole(const std::string& text, SInt32& number);

@@ -1,3 +1,4 @@
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -5,17 +6,16 @@
 #include <optional>
 #include <thread>
 
-#include <CoreFoundation/CoreFoundation.h>
 #include <CoreServices/CoreServices.h>
 
-#include "aeport/port_listener.h"
 #include "platform/host/applications/introspect.h"
 #include "platform/host/session/introspect.h"
+#include "tools/applications/search.h"
 #include "tools/table.h"
+#include "tools/values/absence.h"
 #include "tools/values/error_names.h"
 #include "tools/values/port_text.h"
 #include "tools/verbs/verb.h"
-#include "util/ostype_text.h"
 
 // Finds an application by the launcher's ways, one after the other, opens it, and prints how that
 // went.
@@ -29,108 +29,23 @@ constexpr double kDefaultWait = 10;  // seconds, for a port given with --port
 constexpr double kTicksPerSecond = 60;
 constexpr auto kBetweenLooks = std::chrono::milliseconds(2);
 
-// One way of finding an application, and its result.
-struct Way {
-  const char* name;
-  bool found = false;
-  std::string text;  // for people
-};
-
-struct Search {
-  std::vector<Way> ways;  // those that were tried
-  FSRef application;
-  std::string path;
-  std::string folder;  // the application folder that contains it; "" if found by its path
-
-  bool Found() const { return !ways.empty() && ways.back().found; }
-};
-
-std::string PathOf(const FSRef& ref) {
-  std::string path(4096, 0);
-  const auto size = static_cast<UInt32>(path.size());
-  if (FSRefMakePath(&ref, reinterpret_cast<UInt8*>(path.data()), size) != 0) return "";
-  path.resize(path.find('\0'));
-  return path;
+// Whether a process is the one that was opened, of its POSIX session, or runs its program.
+bool BelongsTo(const HostNameInfo& owner, const HostOpeningInfo& info) {
+  if (owner.ownerPid <= 0) return false;
+  if (owner.ownerPid == info.pid || owner.program == info.program) return true;
+  const pid_t session = getsid(owner.ownerPid);
+  return info.pid > 0 && session > 0 && (session == info.pid || session == getsid(info.pid));
 }
 
-Way ByPath(const std::string& word, Search& search) {
-  const auto* path = reinterpret_cast<const UInt8*>(word.c_str());
-  const OSStatus err = FSPathMakeRef(path, &search.application, nullptr);
-  if (err == 0) return {"path", true, "it is there"};
-  if (word.find('/') != std::string::npos) return {"path", false, ErrorSentence(err)};
-  return {"path", false, "nothing of that name in the working directory"};
-}
-
-// The folders in which applications were looked for, for people.
-std::string LookedFor() {
-  std::string text = std::to_string(HostDescribeApplications().size()) + " applications in";
-  for (const std::string& folder : HostListApplicationFolders()) text += " " + folder;
-  return text;
-}
-
-Way ByRegistry(const char* name, OSType signature, const std::string& identifier, Search& search) {
-  CFStringRef string = nullptr;
-  if (!identifier.empty()) {
-    string = CFStringCreateWithCString(nullptr, identifier.c_str(), kCFStringEncodingUTF8);
-    if (string == nullptr) return {name, false, "an identifier is UTF-8"};
-  }
-  const OSStatus err =
-      LSFindApplicationForInfo(signature, string, nullptr, &search.application, nullptr);
-  if (string != nullptr) CFRelease(string);
-  if (err != 0) return {name, false, "none of " + LookedFor() + " has it"};
-  for (const HostApplicationInfo& each : HostDescribeApplications()) {
-    FSRef ref;
-    if (FSPathMakeRef(reinterpret_cast<const UInt8*>(each.path.c_str()), &ref, nullptr) != 0 ||
-        FSCompareFSRefs(&ref, &search.application) != 0) {
-      continue;
-    }
-    search.folder = each.folder;
-    return {name, true,
-            "version " + (each.version.empty() ? "unknown" : each.version) + " in " + each.folder};
-  }
-  return {name, true, "it is there"};
-}
-
-// The four-character code in a text, with or without quotes; 0 if it is not one.
-OSType SignatureOf(const std::string& word) {
-  OSType code = 0;
-  const std::string quoted = word.size() == 4 ? "'" + word + "'" : word;
-  const bool isCode = quoted.size() == 6 && CStringToOSType(quoted.c_str(), code) == 0;
-  return isCode ? code : 0;
-}
-
-// Tries the ways in the launcher's order; the first that finds an application ends the search.
-Search Find(const std::string& word) {
-  Search search;
-  const bool isQuoted = word.size() == 6 && word.front() == '\'' && word.back() == '\'';
-  const bool isPath = word.find('/') != std::string::npos;
-  search.ways.push_back(isQuoted
-                            ? Way{"path", false, "a signature in quotation marks is not a path"}
-                            : ByPath(word, search));
-  if (!search.Found()) {
-    search.ways.push_back(
-        isQuoted || isPath
-            ? Way{"identifier", false, "an identifier has no slash and no quotation marks"}
-            : ByRegistry("identifier", 0, word, search));
-  }
-  if (!search.Found()) {
-    const OSType signature = SignatureOf(word);
-    search.ways.push_back(signature == 0 ? Way{"signature", false, "it is not four characters"}
-                                         : ByRegistry("signature", signature, "", search));
-  }
-  if (search.Found()) search.path = PathOf(search.application);
-  return search;
-}
-
-// The port that Launch waits for, or "" if it does not exist yet.
-std::string SeenPort(const std::string& wanted, const HostOpeningInfo& info) {
-  if (!wanted.empty()) {
-    mach_port_t port = MACH_PORT_NULL;
-    return VLTPortAEMachPortListener::CheckPortRegistered(wanted.c_str(), port) == 0 ? wanted : "";
-  }
-  if (!info.port.empty() && info.port[0] != 1) return info.port;
+// The port that Launch waits for, or "" if it does not exist yet. A port of another program does
+// not count; `stranger` receives its owner.
+std::string SeenPort(const std::string& wanted, const HostOpeningInfo& info,
+                     HostNameInfo* stranger) {
+  if (wanted.empty() && !info.port.empty() && info.port[0] != 1) return info.port;
   for (const HostNameInfo& name : HostListNames()) {
-    if (!name.hidden && name.ownerPid != 0 && name.ownerPid == info.pid) return name.name;
+    if (wanted.empty() ? name.hidden : name.name != wanted) continue;
+    if (BelongsTo(name, info)) return name.name;
+    if (!wanted.empty()) *stranger = name;
   }
   return "";
 }
@@ -169,6 +84,7 @@ struct Result {
   OSStatus err = 0;
   std::string port;
   std::optional<double> seconds;  // until the port was seen
+  HostNameInfo stranger;          // another program that owns the awaited port
   const char* outcome = "notFound";
   ExitStatus exit = kExitNotFound;
 };
@@ -189,7 +105,7 @@ void WaitForPort(const std::string& wanted, double waitSeconds, Clock::time_poin
   const auto opened = Clock::now();
   Progress progress(wanted.empty() ? "a port" : EscapedBytes(wanted));
   for (;;) {
-    result.port = SeenPort(wanted, result.info);
+    result.port = SeenPort(wanted, result.info, &result.stranger);
     const double waited = Seconds(Clock::now() - opened).count();
     if (!result.port.empty()) {
       if (result.info.outcome != HostOpening::kRunning) {
@@ -216,7 +132,7 @@ void WaitForPort(const std::string& wanted, double waitSeconds, Clock::time_poin
 
 Result Launch(const std::string& word, const std::string& port, double waitSeconds) {
   Result result;
-  result.search = Find(word);
+  result.search = FindApplication(word);
   if (!result.search.Found()) return result;
   const auto began = Clock::now();
   HostOpenDespitePauses();
@@ -233,26 +149,10 @@ Result Launch(const std::string& word, const std::string& port, double waitSecon
   return result;
 }
 
-JsonValue WaysModel(const Search& search) {
-  JsonValue::Array ways;
-  for (const Way& way : search.ways) {
-    JsonValue model = JsonValue::Object();
-    model.Add("way", way.name);
-    model.Add("found", JsonValue::Bool(way.found));
-    model.Add("text", way.text);
-    ways.push_back(std::move(model));
-  }
-  return ways;
-}
-
 JsonValue ResultModel(const Result& result, bool explain) {
   JsonValue model = JsonValue::Object();
   const auto addBytes = [&](const char* name, const std::string& bytes) {
-    if (bytes.empty()) {
-      model.Add(name, JsonValue());
-    } else {
-      model.AddBytes(name, bytes);
-    }
+    AddBytesOrNull(model, name, bytes);
   };
   addBytes("application", result.search.path);
   model.Add("by", result.search.Found() ? JsonValue(result.search.ways.back().name) : JsonValue());
@@ -263,19 +163,47 @@ JsonValue ResultModel(const Result& result, bool explain) {
   addBytes("port", result.port);
   model.Add("seconds", result.seconds ? JsonValue::Real(*result.seconds) : JsonValue());
   model.Add("error", result.err != 0 ? ErrorModel(result.err) : JsonValue());
-  if (explain) model.Add("ways", WaysModel(result.search));
+  const bool hasEnd = result.info.waitStatus.has_value();
+  model.Add("end", hasEnd ? JsonValue(HostEndText(*result.info.waitStatus)) : JsonValue());
+  addBytes("log", result.info.log);
+  if (!explain) return model;
+  model.Add("ways", SearchModel(result.search));
+  model.Add("broken", BrokenModel(result.search));
+  addBytes("problem", FoundApplication(result.search).problem);
   return model;
+}
+
+// The last words of a program that ended.
+void SayLastLines(const Result& result) {
+  constexpr size_t kLines = 5;
+  if (std::string(result.outcome) != "ended" || result.info.log.empty()) return;
+  for (const std::string& line : HostLastLogLines(result.info.log, kLines)) {
+    if (!line.starts_with("-- ")) Say("it said: " + OneLine(line));
+  }
+  Say("its log is " + OneLine(result.info.log));
 }
 
 std::string OutcomeText(const Result& result) {
   const std::string outcome = result.outcome;
   const std::string pid =
       result.info.pid != 0 ? ", process " + std::to_string(result.info.pid) : "";
-  if (outcome == "failed") return "cannot be opened: " + ErrorSentence(result.err);
+  if (outcome == "failed") {
+    const std::string why = FoundApplication(result.search).problem;
+    return "cannot be opened: " + (why.empty() ? "" : why + ": ") + ErrorSentence(result.err);
+  }
   if (outcome == "alreadyRunning") return "already running" + pid;
   if (outcome == "underWay") return "another process is opening it" + pid;
-  if (outcome == "ended") return "started, but ended without claiming the port" + pid;
-  if (outcome == "noPort") return "started, but did not claim the port in time" + pid;
+  if (outcome == "ended") {
+    const std::string how =
+        result.info.waitStatus ? " with " + HostEndText(*result.info.waitStatus) : "";
+    return "started, but ended" + how + " without claiming the port" + pid;
+  }
+  if (outcome == "noPort") {
+    std::string text = "started, but did not claim the port in time" + pid;
+    if (result.stranger.ownerPid <= 0) return text;
+    return text + "; process " + std::to_string(result.stranger.ownerPid) + " (" +
+           EscapedBytes(result.stranger.program) + ") owns it";
+  }
   return "started" + pid;
 }
 
@@ -287,18 +215,23 @@ std::string PortText(const Result& result) {
   return EscapedBytes(result.port) + after;
 }
 
-void PrintWays(const Search& search) {
-  std::vector<TableRow> rows;
-  for (const Way& way : search.ways) {
-    rows.push_back({way.name, way.found ? "found" : "not found", OneLine(way.text)});
-  }
-  PrintTable(rows);
-}
-
-void SayNotFound(const Search& search, const std::string& word) {
+void SayNotFound(const Search& search, const std::string& word, bool isExplained) {
   const bool isPath = word.find('/') != std::string::npos;
   Say("launch: no application found for \"" + EscapedBytes(word) + "\"" +
-      (isPath ? ": " + search.ways[0].text : "; --explain shows where it was looked for"));
+      (isPath ? ": " + search.ways[0].text : ""));
+  if (isPath || isExplained) return;
+  struct stat info;
+  if (stat(word.c_str(), &info) == 0) {
+    Say("a file of that name is here; vltctl launch ./" + EscapedBytes(word) + " opens it");
+  }
+  std::vector<std::string> known;
+  for (const HostApplicationInfo& each : HostDescribeApplications()) {
+    known.push_back(each.identifier);
+  }
+  const std::vector<std::string> like = NamesLike(word, known);
+  if (!like.empty()) Say("did you mean " + EscapedBytes(like[0]) + "?");
+  for (const std::string& text : search.broken) Say("broken: " + OneLine(text));
+  Say("vltctl apps lists the applications; --explain shows where this one was looked for");
 }
 
 void PrintResult(const Result& result) {
@@ -332,11 +265,12 @@ static int RunLaunch(const CommandLine& line) {
   if (line.Has("--json")) {
     PrintJson(ResultModel(result, explain));
   } else {
-    if (explain) PrintWays(result.search);
+    if (explain) PrintSearch(result.search);
     if (found) PrintResult(result);
   }
-  if (!found) SayNotFound(result.search, line.words[0]);
+  if (!found) SayNotFound(result.search, line.words[0], explain);
   if (found && result.exit != kExitOk) Say("launch: " + OutcomeText(result));
+  SayLastLines(result);
   return result.exit;
 }
 
@@ -344,9 +278,13 @@ Verb LaunchVerb() {
   return {"launch",
           "PATH|BUNDLE-ID|'SIGN' [--port NAME] [--wait SECONDS] [--explain] [--json]",
           "Finds an application, opens it, and waits for its port.",
-          "The argument is tried as the path of a bundle or program, then as a bundle\n"
-          "identifier, then as a four-character signature. The first match is opened. An\n"
-          "application that already runs is not opened again.\n"
+          "An argument with a slash is the path of a bundle or program. Any other is tried\n"
+          "as a bundle identifier, then as a four-character signature. An application that\n"
+          "already runs is not opened again. Only a port of the opened program, or of its\n"
+          "POSIX session, counts.\n"
+          "\n"
+          "Examples: vltctl launch com.veltrane.sessionmonitor.1.1\n"
+          "          vltctl launch ./Camera.app --port com.example.camera --wait 5\n"
           "\n"
           "Without --port, any port of the program will do. Without --wait, the command\n"
           "waits 10 seconds for a port given with --port, and for another port only as\n"
@@ -357,8 +295,10 @@ Verb LaunchVerb() {
           "port, seconds (from opening until the port was seen; null unless started) and\n"
           "error. The outcome is started, alreadyRunning, underWay (another process is\n"
           "opening it), notFound, failed (error says why), ended (without claiming the\n"
-          "port) or noPort (not in time). With --explain also ways, an array of objects\n"
-          "with way, found and text.\n",
+          "port) or noPort (not in time). end says how a program ended, and log is the\n"
+          "file with its output; both are null if unknown. With --explain also ways, an\n"
+          "array of objects with way, found and text, broken, an array of texts about\n"
+          "broken bundles, and problem, why the program cannot run, or null.\n",
           {{"--port", "NAME", "the port to wait for"},
            {"--wait", "SECONDS", "the longest time to wait for the port"},
            {"--explain", nullptr, "show why each way did or did not find it"},

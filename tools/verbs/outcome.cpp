@@ -1,6 +1,7 @@
 #include "tools/verbs/outcome.h"
 
 #include "tools/values/error_names.h"
+#include "tools/values/port_text.h"
 #include "tools/verbs/verb.h"
 
 namespace {
@@ -8,8 +9,14 @@ namespace {
 // The message for people, after the port's name; null for none.
 const char* TextFor(const std::string& outcome) {
   if (outcome == "notRunning") return " is not running";
+  if (outcome == "notFound") return ": no process owns this port name";
+  if (outcome == "notOwned") return ": no process claimed this port name in time";
+  if (outcome == "stillOwned") return ": its owner did not end in time";
+  if (outcome == "killed") return ": ended by a signal";
+  if (outcome == "ended") return ": ended before it could be reached";
+  if (outcome == "noPort") return ": did not claim its port in time";
   if (outcome == "alreadyRunning") return " is already running";
-  if (outcome == "stillRunning") return ": replied, but did not end in time";
+  if (outcome == "stillRunning") return ": did not end in time";
   return nullptr;
 }
 
@@ -26,18 +33,28 @@ std::string RequestErrorSentence(OSStatus err) {
   return "the request was refused " + ErrorNumber(err);
 }
 
-int TellOutcome(const CommandLine& line, const std::string& port, const Outcome& outcome) {
+JsonValue OutcomeModel(const std::string& port, const Outcome& outcome) {
   JsonValue model = JsonValue::Object();
   model.AddBytes("port", port);
   model.Add("outcome", outcome.name);
   model.Add("error", outcome.err != 0 ? ErrorModel(outcome.err) : JsonValue());
+  return model;
+}
+
+void SayOutcome(const std::string& port, const Outcome& outcome) {
+  const std::string shown = EscapedBytes(port);
   if (outcome.err != 0) {
-    Say(port + ": " +
+    Say(shown + ": " +
         (outcome.problem.empty() ? RequestErrorSentence(outcome.err)
                                  : outcome.problem + " " + ErrorNumber(outcome.err)));
   } else if (const char* text = TextFor(outcome.name)) {
-    Say(port + text);
+    Say(shown + text);
   }
-  if (line.Has("--json")) PrintJson(model);
+  for (const std::string& hint : outcome.hints) Say(hint);
+}
+
+int TellOutcome(const CommandLine& line, const std::string& port, const Outcome& outcome) {
+  SayOutcome(port, outcome);
+  if (line.Has("--json")) PrintJson(OutcomeModel(port, outcome));
   return outcome.exit;
 }

@@ -11,9 +11,10 @@ const OptionSpec kDeviceTimeoutOption = {"--timeout", "SECONDS",
 
 const std::vector<Verb>& AllVerbs() {
   static const std::vector<Verb> verbs = {
-      PortsVerb(),   SendVerb(),    QuitVerb(),   StatusVerb(),       LaunchVerb(),
-      StartVerb(),   DevicesVerb(), DeviceVerb(), DeviceStatusVerb(), PsVerb(),
-      SessionVerb(), PlistVerb(),   PrefsVerb(),  VersionVerb(),
+      PortsVerb(),        SendVerb(),    ServeVerb(),  DescribeVerb(), WaitVerb(),    QuitVerb(),
+      AppsVerb(),         StatusVerb(),  StartVerb(),  StopVerb(),     RestartVerb(), LaunchVerb(),
+      PsVerb(),           SessionVerb(), DoctorVerb(), SelftestVerb(), DevicesVerb(), DeviceVerb(),
+      DeviceStatusVerb(), PlistVerb(),   PrefsVerb(),  VersionVerb(),
   };
   return verbs;
 }

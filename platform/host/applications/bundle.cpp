@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <iterator>
 #include <mutex>
 #include <unordered_map>
 
@@ -159,6 +161,25 @@ Kept ReadBundle(const std::string& path) {
   return kept;
 }
 
+// Why a description that exists is not used.
+std::string DescriptionProblem(const std::string& path) {
+  std::string bytes;
+  FileState state;
+  int error = 0;
+  if (!ReadWhole(path, &bytes, &state, &error)) {
+    return std::string("Contents/Info.plist: ") +
+           (error != 0 ? strerror(error) : "not a file of at most 1 MiB");
+  }
+  CFPropertyListFormat format = 0;
+  HostPropertyListError problem;
+  const CFPropertyListRef list =
+      HostReadPlist(reinterpret_cast<const UInt8*>(bytes.data()), bytes.size(),
+                    {kCFPropertyListImmutable}, &format, &problem);
+  if (list == nullptr) return "Contents/Info.plist is damaged: " + problem.text;
+  CFRelease(list);
+  return "Contents/Info.plist has no dictionary at its root";
+}
+
 bool IsBundleName(std::string_view path) {
   const size_t slash = path.rfind('/');
   const std::string_view name = path.substr(slash == std::string_view::npos ? 0 : slash + 1);
@@ -265,8 +286,8 @@ std::vector<std::string> HostApplicationFolders() {
   return folders;
 }
 
-std::vector<HostBundle> HostListApplications() {
-  std::vector<HostBundle> applications;
+std::vector<std::string> HostListBundlePaths() {
+  std::vector<std::string> paths;
   for (const std::string& root : HostApplicationFolders()) {
     Walk walk;
     walk.folders.push_back({root, 0});
@@ -276,10 +297,37 @@ std::vector<HostBundle> HostListApplications() {
       walk.Visit(next);
     }
     std::sort(walk.bundles.begin(), walk.bundles.end());
-    for (const std::string& path : walk.bundles) {
-      HostBundle bundle;
-      if (HostReadBundle(path, &bundle)) applications.push_back(std::move(bundle));
-    }
+    std::move(walk.bundles.begin(), walk.bundles.end(), std::back_inserter(paths));
+  }
+  return paths;
+}
+
+std::vector<HostBundle> HostListApplications() {
+  std::vector<HostBundle> applications;
+  for (const std::string& path : HostListBundlePaths()) {
+    HostBundle bundle;
+    if (HostReadBundle(path, &bundle)) applications.push_back(std::move(bundle));
   }
   return applications;
+}
+
+std::string HostBundleProblem(const std::string& path) {
+  const std::string description = path + "/Contents/Info.plist";
+  HostBundle bundle;
+  struct stat info;
+  if (stat(description.c_str(), &info) != 0) {
+    return "Contents/Info.plist: " + std::string(strerror(errno));
+  }
+  if (!HostReadBundle(path, &bundle)) return DescriptionProblem(description);
+  if (bundle.packageType != FourCC('A', 'P', 'P', 'L')) {
+    return "CFBundlePackageType is not APPL";
+  }
+  if (bundle.executable.empty()) return "CFBundleExecutable is not the name of a file";
+  const std::string program = "Contents/Linux/" + bundle.executable;
+  if (stat(bundle.Program().c_str(), &info) != 0) return program + ": " + strerror(errno);
+  if (!S_ISREG(info.st_mode)) return program + " is not a file";
+  if (faccessat(AT_FDCWD, bundle.Program().c_str(), X_OK, AT_EACCESS) != 0) {
+    return program + " is not executable for this user";
+  }
+  return "";
 }

@@ -50,3 +50,12 @@ std::vector<std::string> HostApplicationFolders();
 // too. Links to other folders are not followed. Each of the folders is searched up to 10,000
 // entries.
 std::vector<HostBundle> HostListApplications();
+
+// Returns the paths of all folders and links in those places that have a bundle's name, in the same
+// order, whether they are applications or not.
+std::vector<std::string> HostListBundlePaths();
+
+// Returns in one line why nothing can be opened at the path of a bundle: its description is
+// missing, unreadable or damaged, or has no identifier and no signature, or its program cannot be
+// run. Returns "" if nothing is wrong.
+std::string HostBundleProblem(const std::string& path);

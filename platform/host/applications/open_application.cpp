@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <string>
 #include <utility>
@@ -22,6 +23,7 @@
 
 #include "platform/host/applications/bundle.h"
 #include "platform/host/applications/launch_lock.h"
+#include "platform/host/applications/program_log.h"
 #include "platform/host/base/clock.h"
 #include "platform/host/base/descriptors.h"
 #include "platform/host/base/guard.h"
@@ -289,6 +291,43 @@ void CountEnd(const std::string& program, HostLaunchEntry* entry) {
   }
 }
 
+// The log of a program that is being started.
+class ProgramLog {
+ public:
+  explicit ProgramLog(HostOpeningInfo* info) {
+    const std::string path = HostProgramLogPath(info->program);
+    std::string problem;
+    descriptor = HostOpenProgramLog(path, &problem);
+    if (descriptor >= 0) {
+      info->log = path;
+    } else {
+      syslog(LOG_WARNING, "the output of %s is lost, because its log %s cannot be opened: %s",
+             info->program.c_str(), path.c_str(), problem.c_str());
+    }
+  }
+  ~ProgramLog() {
+    if (descriptor >= 0) close(descriptor);
+  }
+  ProgramLog(const ProgramLog&) = delete;
+  ProgramLog& operator=(const ProgramLog&) = delete;
+
+  int Descriptor() const { return descriptor; }
+  void Note(const std::string& text) const { HostNoteInProgramLog(descriptor, text); }
+
+  void NoteEnd(const HostOpeningInfo& info, int64_t nanoseconds) const {
+    const std::string how = info.waitStatus ? HostEndText(*info.waitStatus) : "unknown status";
+    const auto milliseconds = static_cast<long long>(nanoseconds / kHostMillisecond);
+    Note("process " + std::to_string(info.pid) + " ended: " + how + ", " +
+         std::to_string(milliseconds) + " ms after its start");
+    syslog(LOG_WARNING, "%s ended with %s, %lld ms after its start and before it had a port%s%s",
+           info.program.c_str(), how.c_str(), milliseconds, info.log.empty() ? "" : "; it says in ",
+           info.log.c_str());
+  }
+
+ private:
+  int descriptor = -1;
+};
+
 // `past` is the entry of the start before.
 OSStatus StartAndWait(HostLaunchLock& lock, const HostLaunchEntry& past, HostOpeningInfo* info) {
   assert(!info->program.empty() && info->program[0] == '/');
@@ -296,10 +335,17 @@ OSStatus StartAndWait(HostLaunchLock& lock, const HostLaunchEntry& past, HostOpe
   entry.earlyEnds = past.earlyEnds;
   entry.lastEarlyEnd = past.lastEarlyEnd;
   lock.Write(entry);  // of no process until one has been started
+  const ProgramLog log(info);
+  log.Note("starting " + info->program);  // before anything that the program says
+  HostEndWatch watch;
   HostStartedProgram started;
   entry.started = HostNow();
-  const int error = HostStartProgram(info->program.c_str(), &started);
-  if (error != 0) return StatusOfStart(error);
+  const int error = HostStartProgram(info->program.c_str(), &started,
+                                     {.output = log.Descriptor(), .watch = &watch});
+  if (error != 0) {
+    log.Note("could not be started: " + std::string(strerror(error)));
+    return StatusOfStart(error);
+  }
   const Process process(started);
   ProcessSerialNumber psn;
   entry.pid = info->pid = process.Pid();
@@ -308,7 +354,11 @@ OSStatus StartAndWait(HostLaunchLock& lock, const HostLaunchEntry& past, HostOpe
   info->outcome = WaitForPort(process, &info->port);
   entry.hadPort = info->outcome == HostOpening::kClaimed;
   entry.opened = HostNow();
-  if (info->outcome == HostOpening::kEnded) CountEnd(info->program, &entry);
+  if (info->outcome == HostOpening::kEnded) {
+    info->waitStatus = watch.Status();
+    log.NoteEnd(*info, entry.opened - entry.started);
+    CountEnd(info->program, &entry);
+  }
   if (info->outcome == HostOpening::kSilent) entry.earlyEnds = 0;
   lock.Write(entry);
   return 0;

@@ -22,6 +22,14 @@ std::string HomeOfUser(uid_t uid) {
   return Folder(found->pw_dir != nullptr ? found->pw_dir : "");
 }
 
+// The folder that the variable names, else one in the home folder.
+std::string UserFolder(const char* variable, const char* inHome) {
+  std::string folder = HostFolderVariable(variable);
+  if (!folder.empty()) return folder;
+  const std::string home = HostHomeFolder();
+  return home.empty() ? "" : home + inHome;
+}
+
 }  // namespace
 
 std::string HostFolderVariable(const char* name) {
@@ -34,12 +42,9 @@ std::string HostHomeFolder() {
   return home.empty() ? HomeOfUser(getuid()) : home;
 }
 
-std::string HostDataFolder() {
-  std::string data = HostFolderVariable("XDG_DATA_HOME");
-  if (!data.empty()) return data;
-  const std::string home = HostHomeFolder();
-  return home.empty() ? "" : home + "/.local/share";
-}
+std::string HostDataFolder() { return UserFolder("XDG_DATA_HOME", "/.local/share"); }
+
+std::string HostStateFolder() { return UserFolder("XDG_STATE_HOME", "/.local/state"); }
 
 std::vector<std::string> HostSharedDataFolders() {
   const char* value = secure_getenv("XDG_DATA_DIRS");

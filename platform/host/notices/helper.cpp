@@ -21,6 +21,7 @@
 #include "platform/host/base/clock.h"
 #include "platform/host/base/descriptors.h"
 #include "platform/host/base/install_prefix.h"
+#include "platform/host/notices/introspect.h"
 #include "platform/host/processes/start_program.h"
 
 namespace {
@@ -110,6 +111,11 @@ bool StartQuietThread(Body body) {
 
 }  // namespace
 
+HostNoticeWay HostDescribeNotices() {
+  const char* const sink = secure_getenv("VLTHOST_NOTICES");
+  return {sink != nullptr ? sink : "", FindHelper(), MayHaveDesktop()};
+}
+
 std::shared_ptr<HostNoticeHelper> HostNoticeHelper::Start(const Events& events) {
   if (!MayHaveDesktop()) return nullptr;
   std::string path = FindHelper();
@@ -117,7 +123,8 @@ std::shared_ptr<HostNoticeHelper> HostNoticeHelper::Start(const Events& events) 
   if (path.empty() || !MakeDescriptors(&descriptors)) return nullptr;
   char* const arguments[] = {path.data(), program_invocation_short_name, nullptr};
   HostStartedProgram started;
-  const int err = HostStartProgram(path.c_str(), &started, arguments, descriptors.theirs);
+  const int err = HostStartProgram(path.c_str(), &started,
+                                   {.arguments = arguments, .input = descriptors.theirs});
   HostCloseDescriptor(descriptors.theirs);
   // From here on the object owns the file descriptors.
   std::unique_ptr<HostNoticeHelper> made(new (std::nothrow) HostNoticeHelper(

@@ -29,3 +29,11 @@ struct HostContextInfo {
   std::string problem;  // path, owner, mode and remedy in one line; "" when usable
 };
 HostContextInfo HostDescribeContext();
+
+// The other directories that may be the session directory of this user and exist: a process gets
+// one of them if its environment is different, as after su or sudo. Only those that the user owns.
+std::vector<HostContextInfo> HostOtherContexts();
+
+// The number of connections that clients have to the owner of a port name, or that wait to be
+// accepted; -1 if no process owns the name or the kernel does not tell.
+int HostCountConnections(const std::string& name);

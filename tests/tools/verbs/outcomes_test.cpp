@@ -129,7 +129,7 @@ TEST(VerbOutcomes, QuitSucceedsHoweverThePortGoes) {
       // Somebody else has the name by the time of the first look.
       {{changes, "--json", "--timeout", "5"}, 0, OutcomeLine(changes, "quit", "null"), ""},
       {{stays, "--json", "--timeout", "0.1"}, 4, OutcomeLine(stays, "stillRunning", "null"), stays},
-      {{stays, "--timeout=0.1"}, 4, "", stays + ": replied"},
+      {{stays, "--timeout=0.1"}, 4, "", stays + ": did not end"},
       {{dies, "--json"}, 0, OutcomeLine(dies, "quit", "null"), ""},
       {{dies}, 0, "", dies},
       // An argument of this name, not a request for help.
@@ -146,36 +146,70 @@ TEST(VerbOutcomes, QuitSucceedsHoweverThePortGoes) {
                          "errAETimeout"}});
 }
 
+std::string WithoutEnd(const std::string& line) { return line.substr(0, line.size() - 2) + ","; }
+
+// The verb's output begins with `start`, and each text is in its output or in its messages.
+void ExpectStart(const std::vector<std::string>& words, int status, const std::string& start,
+                 const std::vector<std::string>& texts) {
+  SCOPED_TRACE(testing::PrintToString(words));
+  const ProgramResult result = RunVerb({}, words);
+  EXPECT_EQ(status, result.status) << result.errors;
+  EXPECT_TRUE(result.output.starts_with(start)) << result.output;
+  const std::string all = result.output + result.errors;
+  for (const std::string& text : texts) EXPECT_NE(std::string::npos, all.find(text)) << text << all;
+}
+
 TEST(VerbOutcomes, StatusAndStartTellWhetherTheSessionDaemonRuns) {
   OpenDescriptorCheck noLeaks;
   const std::string port = gSessionMonitorLaunchSpec.portName;
   const std::string notFound = OutcomeLine(port, "failed", Error("-600", "procNotFound"));
-  const std::vector<VerbRun> absent = {
-      {{"status"}, 3, "", port},
-      {{"status", "--json"}, 3, OutcomeLine(port, "notRunning", "null"), port},
-      {{"start"}, 3, "", "-600"},
-      {{"start", "--json"}, 3, notFound, "-600"},
-  };
-  ExpectRuns({}, absent);
+  const std::string said = port + " is not running";
+  ExpectStart({"status"}, 3, "", {said, "it is not installed"});
+  ExpectStart({"status", "--json"}, 3, WithoutEnd(OutcomeLine(port, "notRunning", "null")),
+              {said, "\"pid\":null", "\"ports\":[]"});
+  // Each way that was tried, and what the launcher does.
+  ExpectStart({"start"}, 3, "",
+              {"-600", "by path: ", "by identifier: com.veltrane.sessionmonitor.1.1: none of 0",
+               "by signature: SmoN: none of 0", "finds nothing to open"});
+  ExpectRuns({}, {{{"start", "--json"}, 3, notFound, "-600"}});
+  ExpectStart({"status", "--explain"}, 3, "path ",
+              {"find         by port name on", "next         the launcher finds nothing to open"});
+  ExpectStart({"status", "com.veltrane.vltsessiond"}, 3, "",
+              {"looked in ", "(from XDG_RUNTIME_DIR"});
   {
     TestProcess daemon("Behaving", {port, "stays"});
     ASSERT_TRUE(daemon.WaitReady(20s));
+    const std::string pid = std::to_string(daemon.Pid());
+    ExpectStart({"status"}, 0, port + " is running\nprocess      " + pid + "\n",
+                {"descriptors  ", "connections  0\n", "memory ", "ports        " + port});
+    ExpectStart({"status", port, "--json"}, 0, WithoutEnd(OutcomeLine(port, "running", "null")),
+                {"\"pid\":" + pid, "\"connections\":0,\"ports\":[\"" + port + "\"]"});
     const std::vector<VerbRun> running = {
-        {{"status"}, 0, port + " is running\n", ""},
-        {{"status", "--json"}, 0, OutcomeLine(port, "running", "null"), ""},
         {{"start"}, 0, "", port},
         {{"start", "--json"}, 0, OutcomeLine(port, "alreadyRunning", "null"), port},
     };
     ExpectRuns({}, running);
+    // Somebody else's name that is nearly the right one.
+    ExpectStart({"send", "com.veltrane.vltsesiond.1.1", "test", "test"}, 3, "",
+                {"did you mean " + port + "?", "which has 1 name"});
+    ExpectStart({"send", "VLTSESSIOND", "test", "test"}, 3, "", {"did you mean " + port + "?"});
   }
-  // Launch preferences that cannot be read are a failure, whether the daemon runs or not.
-  const std::string list = "{\"launchRetries\":\"many\"}";
+  // Launch preferences that cannot be read are a failure, whether the daemon runs or not. The
+  // message names the file and the key.
   const std::vector<std::string> common = {"--any-user", "com.veltrane.common.1.1",
                                            "sessionMonitor"};
-  ExpectRuns({"prefs", "write"}, {{{common[0], common[1], common[2], list}, 0, "", ""}});
   const std::string failed = OutcomeLine(port, "failed", Error("-50", "paramErr"));
-  ExpectRuns({},
-             {{{"status", "--json"}, 1, failed, "-50"}, {{"start", "--json"}, 1, failed, "-50"}});
+  const std::pair<const char*, const char*> wrong[] = {
+      {"{\"launchRetries\":\"many\"}", ".plist: sessionMonitor.launchRetries has to be a number"},
+      {"{\"findByPortName\":\"often\"}",
+       ".plist: sessionMonitor.findByPortName has to be true or false"},
+      {"{\"signature\":[1]}", ".plist: sessionMonitor.signature has to be a string of four"},
+  };
+  for (const auto& [list, text] : wrong) {
+    ExpectRuns({"prefs", "write"}, {{{common[0], common[1], common[2], list}, 0, "", ""}});
+    ExpectStart({"status", "--json"}, 1, WithoutEnd(failed), {text, "-50"});
+    ExpectRuns({}, {{{"start", "--json"}, 1, failed, text}});
+  }
   ExpectRuns({"prefs", "delete"}, {{common, 0, "", ""}});
 }
 
@@ -217,20 +251,34 @@ TEST(VerbOutcomes, WrongArgumentsAreStatusTwoWithNothingOnStandardOutput) {
       {{"ports", "x"}, 2, "", "usage: vltctl ports"},
       {{"ports", "--al"}, 2, "", "--all"},
       {{"help", "qit"}, 2, "", "quit"},
-      {{"send", "x", "abcd"}, 2, "", "too few arguments"},
+      {{"send", "x"}, 2, "", "too few arguments"},
+      {{"send", "x", "abcd"}, 2, "", "nothing describes the requests of x"},
       {{"send", "x", "abcd", "abc"}, 2, "", "event id \"abc\" is not four characters"},
       {{"send", "x", "abcd", "efgh", "keyy:long=1", "keyy:long=1"}, 2, "", "given twice"},
-      {{"send", "x", "abcd", "efgh", "--timeout", "1s"}, 2, "", "is not a number of seconds"},
+      {{"send", "x", "abcd", "efgh", "--timeout", "1h"}, 2, "", "such as 5, 5s, 500ms or 2m"},
       {{"send", longName, "abcd", "efgh"}, 2, "", "1 to 127 bytes"},
       {{"send", "", "abcd", "efgh"}, 2, "", "1 to 127 bytes"},
-      {{"send", "x", "abcd", "efgh", "keyy:lng=1"}, 2, "", "\"lng\""},
+      {{"send", "x", "abcd", "efgh", "keyy:lng=1"}, 2, "", "\"lng\"; the types are bool, short"},
       {{"send", "x", "abcd", "efgh", "keyy:long=abc"}, 2, "", "\"abc\""},
-      {{"send", "x", "abcd", "efgh", "key:long=1"}, 2, "", "key:long=1"},
+      {{"send", "x", "abcd", "efgh", "key:long=1"}, 2, "", "digits; it has 3 characters"},
+      {{"send", "x", "abcd", "efgh", "keyy:long"}, 2, "", "it has no ="},
+      {{"send", "x", "abcd", "efgh", "keyylong=1"}, 2, "", "it has no : before the ="},
+      {{"send", "x", "abcd", "efgh", "k\xc3\xa4y:long=1"}, 2, "", "only ASCII"},
+      {{"send", "x", "abcd", "efgh", "keyy:text=\xe6\x97\xa5"}, 2, "", "use utf8"},
+      {{"send", "x", "abcd", "efgh", "keyy:short=70000"}, 2, "", "integers of 16 bits"},
       {{"quit", "x", "y"}, 2, "", "usage: vltctl quit"},
       {{"quit", longName}, 2, "", "1 to 127 bytes"},
       {{"quit", "x", "--timeout", "0"}, 2, "", "\"0\""},
-      {{"status", "x"}, 2, "", "usage: vltctl status"},
+      {{"status", "x", "y"}, 2, "", "usage: vltctl status"},
+      {{"status", "x", "--explain"}, 2, "", "\"x\" is not one"},
       {{"start", "x"}, 2, "", "usage: vltctl start"},
+      {{"stop", "x", "--timeout", "never"}, 2, "", "stop: --timeout: \"never\""},
+      {{"restart", "x", "y"}, 2, "", "usage: vltctl restart"},
+      {{"wait"}, 2, "", "too few arguments"},
+      {{"wait", longName}, 2, "", "1 to 127 bytes"},
+      {{"wait", ""}, 2, "", "1 to 127 bytes"},
+      {{"describe"}, 2, "", "usage: vltctl describe"},
+      {{"apps", "x"}, 2, "", "usage: vltctl apps"},
       {{"devices", "--timeout", "x"}, 2, "", "\"x\""},
       {{"device-status", "--mask", "0x"}, 2, "", "\"0x\""},
       {{"device-status", "--mask", "4294967296"}, 2, "", "\"4294967296\""},
@@ -240,7 +288,7 @@ TEST(VerbOutcomes, WrongArgumentsAreStatusTwoWithNothingOnStandardOutput) {
       {{"device", "7", "get", "k", "long", "1"}, 2, "", "get"},
       {{"device", "7", "set", "k"}, 2, "", "set"},
       {{"device", "7", "set", "k", "long", "x"}, 2, "", "\"x\""},
-      {{"device", "7", "get", "k", "--timeout", "1s"}, 2, "", "\"1s\""},
+      {{"device", "7", "get", "k", "--timeout", "1h"}, 2, "", "\"1h\""},
       {{"launch", "x", "--wait", "soon"}, 2, "", "\"soon\""},
       {{"launch", "x", "--port", ""}, 2, "", "1 to 127 bytes"},
       {{"launch", "x", "--port", longName}, 2, "", "1 to 127 bytes"},

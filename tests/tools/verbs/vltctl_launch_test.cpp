@@ -36,7 +36,7 @@ TEST(VltctlLaunch, EachOutcomeHasItsStatusTextAndJson) {
       {{"com.test.it"}, 0, "identifier", "alreadyRunning", "", true},
       {{"It  ", "--port", port}, 0, "signature", "alreadyRunning", "", true},
       {{"'It  '", "--port", "test.nobody", "--wait", "0.1"}, 4, "signature", "noPort", "in time"},
-      {{"Ends", "--port", "test.nobody"}, 6, "signature", "ended", "ended without"},
+      {{"Ends", "--port", "test.nobody"}, 6, "signature", "ended", "ended with exit status 1"},
       // Its event loop's own port is not one to wait for, and without --wait none is missed.
       {{"com.test.loop"}, 0, "identifier", "started", ""},
       {{"com.test.loop", "--wait", "0.1"}, 4, "identifier", "noPort", "in time"},
@@ -61,11 +61,11 @@ TEST(VltctlLaunch, EachOutcomeHasItsStatusTextAndJson) {
                               "\",\"by\":\"path\",\"folder\":null,\"program\":\"" + path +
                               "/Contents/Linux/program\",\"outcome\":\"alreadyRunning\",\"pid\":" +
                               std::to_string(apps.Starts("it").at(0)) + ",\"port\":\"" + port +
-                              "\",\"seconds\":null,\"error\":null}\n";
+                              "\",\"seconds\":null,\"error\":null,\"end\":null,\"log\":null}\n";
   const std::string failed =
       "{\"application\":\"" + folder + "/Empty.app\",\"by\":\"identifier\",\"folder\":\"" + folder +
       "\",\"program\":null,\"outcome\":\"failed\",\"pid\":null,\"port\":null,\"seconds\":null,"
-      "\"error\":{\"number\":-10827,\"name\":\"kLSNoExecutableErr\"}}\n";
+      "\"error\":{\"number\":-10827,\"name\":\"kLSNoExecutableErr\"},\"end\":null,\"log\":null}\n";
   ExpectRuns({"launch"}, {{{path, "--json"}, 0, running, ""},
                           {{"com.test.empty", "--json"}, 1, failed, "kLSNoExecutableErr"}});
   EXPECT_TRUE(QuitAndWait(port));
@@ -108,7 +108,7 @@ TEST(VltctlLaunch, ExplainShowsTheResultOfEachWay) {
   const std::tuple<const char*, int, std::vector<const char*>> rows[] = {
       {"It  ",
        6,
-       {"path        not found  nothing of that name", "identifier  not found  none of 1",
+       {"path        not found  it has no slash", "identifier  not found  none of 1",
         "signature   found      version 2.1 in "}},
       {"/nothing/here",
        3,
