@@ -189,20 +189,24 @@ TEST_F(ClientSupport, ConstructEventStopsAtTheFirstFailure) {
   EXPECT_EQ(1102, client.Request(kPing));  // only looks
 }
 
-TEST_F(ClientSupport, ATimeOutIsFollowedByAWholeSecondAlsoUnderSignals) {
-  VLTPortAEMachPortListener silent;  // nobody runs its loop
+TEST_F(ClientSupport, EachOfTheAttemptsThatTimeOutIsFollowedByAWholeSecondAlsoUnderSignals) {
+  int served = 0;
+  EventHandler handler = [&served](const ServedEvent&) { return served++ >= 0 ? 0 : -1; };
+  VLTPortAEMachPortListener silent;  // nobody runs its loop for now
   TestClient client;
   client.portName = UniquePortName();
-  ASSERT_EQ(
-      0, silent.ListenOnPort(client.portName.c_str(), CFRunLoopGetCurrent(), CallHandler, nullptr));
+  ASSERT_EQ(0, silent.ListenOnPort(client.portName.c_str(), CFRunLoopGetCurrent(), CallHandler,
+                                   &handler));
   VLTPortDestinationAddress address;
   VLTPortAppleEvent event(FourCC('t', 'e', 's', 't'), kPing, kAEWaitReply, nullptr,
                           kAutoGenerateReturnID, kAnyTransactionID);
   ASSERT_EQ(0, client.ConstructEvent(address, event, false));
   const RepeatedSignals signals;
   const auto before = std::chrono::steady_clock::now();
-  EXPECT_EQ(errAETimeout, client.SendEvent(event, 0, 1, 1));
-  EXPECT_GE(std::chrono::steady_clock::now() - before, 1s);
+  EXPECT_EQ(errAETimeout, client.SendEvent(event, 0, 2, 1));
+  EXPECT_GE(std::chrono::steady_clock::now() - before, 2s);
+  ServeWhile([&] { client.Request(kPing); });  // arrives after the others
+  EXPECT_EQ(3, served);
 }
 
 TEST_F(ClientSupport, AnErrorReplyIsNotReportedAsAServerThatIsGone) {

@@ -25,6 +25,13 @@ class TestEvent : public VLTPortAppleEvent {
 
   bool ReplyReceived() const { return replyReceived; }
   const AEDesc& Target() const { return target; }
+
+  OSStatus failure = 0;  // of the next sends, which then send nothing
+
+ private:
+  SInt32 doSendEvent(SInt32 mode, SInt32 ticks, SInt16 priority) override {
+    return failure != 0 ? failure : VLTPortAppleEvent::doSendEvent(mode, ticks, priority);
+  }
 };
 
 // A listener on a name of its own, on this thread's run loop.
@@ -176,7 +183,7 @@ TEST_F(PortAppleEvent, SendingSetsTheInteractionLevel) {
   });
 }
 
-TEST_F(PortAppleEvent, ASecondSendReplacesTheReply) {
+TEST_F(PortAppleEvent, ASecondSendReplacesTheReplyAlsoWhenItFails) {
   OSStatus next = -1;
   const Server server([&](const ServedEvent& served) {
     AEPutParamPtr(served.reply, kBytes, typeSInt32, &next, sizeof next);
@@ -195,6 +202,12 @@ TEST_F(PortAppleEvent, ASecondSendReplacesTheReply) {
     EXPECT_EQ(0, AEGetParamPtr(&event.reply, kBytes, typeSInt32, nullptr, &number, sizeof number,
                                nullptr));
     EXPECT_EQ(0, number);
+    next = -1;
+    EXPECT_EQ(-1, event.sendEvent(0, 20 * 60, kAENormalPriority));
+    event.failure = errAETimeout;
+    EXPECT_EQ(errAETimeout, event.sendEvent(0, 20 * 60, kAENormalPriority));
+    EXPECT_FALSE(event.ReplyReceived() || event.getReplyHasError());
+    EXPECT_EQ(typeNull, event.reply.descriptorType);
   });
 }
 

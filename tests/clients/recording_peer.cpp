@@ -74,10 +74,10 @@ class PeerListener : public VLTPortAEMachPortListener {
 
 TEST_ROLE(RecordingPeer) {
   PeerListener listener(role);
-  if (listener.Listen() != 0) return kRoleFailed;
+  if (listener.Listen() != 0) return RoleFailed();
   role.SignalReady();
   CFRunLoopRun();
-  return kRoleFailed;  // the test kills us first
+  return RoleFailed();  // the test kills us first
 }
 
 }  // namespace

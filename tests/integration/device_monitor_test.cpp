@@ -221,7 +221,7 @@ SInt32 StatusOfFirst() {
 TEST_ROLE(Digitizer) {
   ProcessSerialNumber own;
   if (GetCurrentProcess(&own) != 0 || DMRegisterRemoteDigitizer(1, own, "cam") != 0) {
-    return kRoleFailed;
+    return RoleFailed();
   }
   role.SignalReady();
   role.Hear(60s);

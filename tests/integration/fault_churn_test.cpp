@@ -21,15 +21,15 @@ TEST_ROLE(Churner) {
   for (int i = 0; i < rounds; i++) {
     if (i == rounds / 10) {
       role.Tell(std::to_string(HostCountPorts().portNames));
-      if (role.Hear(60s) != "go on") return kRoleFailed;
+      if (role.Hear(60s) != "go on") return RoleFailed();
     }
     bool isAnswered = false;
     RunOnThread([&] { isAnswered = AskServer(role.PortName(), kEchoID, i).number == i; });
     VLTPortAEMachPortListener listener;
-    if (!isAnswered || ListenUnder(listener, own.c_str()) != 0) return kRoleFailed;
-    if (LookUpPort(own.c_str()) != 0) return kRoleFailed;
+    if (!isAnswered || ListenUnder(listener, own.c_str()) != 0) return RoleFailed();
+    if (LookUpPort(own.c_str()) != 0) return RoleFailed();
     listener.Deallocate(0);
-    if (LookUpPort(own.c_str()) == 0) return kRoleFailed;
+    if (LookUpPort(own.c_str()) == 0) return RoleFailed();
   }
   role.Tell(std::to_string(HostCountPorts().portNames));
   role.Hear(60s);

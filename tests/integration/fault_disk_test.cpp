@@ -1,8 +1,6 @@
 #include <fcntl.h>
-#include <grp.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,13 +10,12 @@
 #include <filesystem>
 
 #include "tests/integration/fault_server.h"
+#include "tests/support/permissions.h"
 #include "tests/support/session_directory.h"
 
 // A session directory that takes nothing more, may not be changed, or is gone.
 
 namespace {
-
-constexpr uid_t kNobody = 65534;
 
 // Tells its test "what status".
 void TellStatus(TestRole& role, const std::string& what, OSStatus status) {
@@ -84,7 +81,7 @@ std::string FillWithFiles(const std::string& folder) {
 
 TEST_ROLE(OnFullDisk) {
   const std::string folder = role.Argument(0);
-  if (!UseFileSystem(folder, "size=256k,nr_inodes=64")) return kRoleFailed;
+  if (!UseFileSystem(folder, "size=256k,nr_inodes=64")) return RoleFailed();
   ReadyProcess server("FaultServer");
   TellClaim(role, "before");
   const std::string filler = FillWithFiles(folder);
@@ -99,7 +96,7 @@ TEST_ROLE(OnFullDisk) {
 
 TEST_ROLE(NewOnFullDisk) {
   const std::string folder = role.Argument(0);
-  if (!UseFileSystem(folder, "size=256k,nr_inodes=64")) return kRoleFailed;
+  if (!UseFileSystem(folder, "size=256k,nr_inodes=64")) return RoleFailed();
   const std::string filler = FillWithFiles(folder);
   TellNewcomer(role, role.PortName());
   std::filesystem::remove_all(filler);
@@ -109,23 +106,22 @@ TEST_ROLE(NewOnFullDisk) {
 
 TEST_ROLE(OnReadOnlyDisk) {
   const std::string folder = role.Argument(0);
-  if (!UseFileSystem(folder, "size=256k")) return kRoleFailed;
+  if (!UseFileSystem(folder, "size=256k")) return RoleFailed();
   ReadyProcess server("FaultServer");
   TellClaim(role, "before");
   // A second mount upon the first, which the server's open files keep writable.
   const char* path = folder.c_str();
-  if (mount(path, path, nullptr, MS_BIND, nullptr) != 0) return kRoleFailed;
+  if (mount(path, path, nullptr, MS_BIND, nullptr) != 0) return RoleFailed();
   if (mount(nullptr, path, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0) {
-    return kRoleFailed;
+    return RoleFailed();
   }
   TellAsking(role, server);
   TellNewcomer(role, server.PortName());
-  if (umount(path) != 0) return kRoleFailed;
+  if (umount(path) != 0) return RoleFailed();
   TellNewcomer(role, server.PortName());
   return kRoleDone;
 }
 
-// Needs no privilege: the folders go, or their modes.
 TEST_ROLE(OnVanishedDisk) {
   const std::string folder = role.Argument(0);
   setenv("XDG_RUNTIME_DIR", folder.c_str(), 1);
@@ -143,12 +139,7 @@ TEST_ROLE(OnVanishedDisk) {
 TEST_ROLE(OnForbiddenDisk) {
   const std::string folder = role.Argument(0);
   setenv("XDG_RUNTIME_DIR", folder.c_str(), 1);
-  unsetenv("VLTHOST_LOG");
-  if (geteuid() == 0) {
-    const bool dropped = setgroups(0, nullptr) == 0 && setresgid(kNobody, kNobody, kNobody) == 0 &&
-                         setresuid(kNobody, kNobody, kNobody) == 0;
-    if (!dropped || prctl(PR_SET_DUMPABLE, 1) != 0) return kRoleFailed;
-  }
+  if (!ObeyFileModes()) return RoleFailed();
   TellClaim(role, "before");
   const std::string names = folder + "/veltrane/names", ports = folder + "/veltrane/ports";
   chmod(names.c_str(), 0500);
@@ -166,9 +157,6 @@ void ExpectTold(const std::string& roleName, const std::vector<std::string>& lin
   SCOPED_TRACE(roleName);
   OpenDescriptorCheck noLeaks;
   const ScratchFolder folder;
-  if (roleName == "OnForbiddenDisk" && geteuid() == 0) {
-    EXPECT_EQ(0, chown(folder.Path().c_str(), kNobody, kNobody));
-  }
   TestProcess role(roleName, {folder.Path()});
   for (const std::string& line : lines) EXPECT_EQ(line, role.Hear(30s).value_or("the end"));
   EXPECT_EQ(kRoleDone, role.Wait(20s));
@@ -180,17 +168,18 @@ const std::string kRefused = std::to_string(BOOTSTRAP_NOT_PRIVILEGED);
 const std::string kNoRoom = std::to_string(BOOTSTRAP_NO_MEMORY);
 const std::string kFailure = std::to_string(KERN_FAILURE);
 
-// These need no privilege.
-TEST(SessionDisk, VanishedOrForbidden) {
+TEST(SessionDisk, AVanishedOneIsMadeAgainByThoseWhoCome) {
   ExpectTold("OnVanishedDisk",
              {"before 0", "vanished " + kFailure, "looking up " + kAbsent,
               "newcomer " + kAbsent + " 0", "newcomer " + kFailure + " " + kFailure});
+}
+
+TEST(SessionDisk, ClaimsFailWhereItsFoldersMayNotBeChanged) {
   ExpectTold("OnForbiddenDisk", {"before 0", "names " + kRefused, "ports " + kRefused, "after 0"});
 }
 
-// Mounting does.
-TEST(SessionDisk, FullOrReadOnly) {
-  if (geteuid() != 0) return;
+TEST(SessionDisk, FullOrReadOnlyItStillLeadsToTheServersThere) {
+  SKIP_IF(NoMounts());
   ExpectTold("OnFullDisk", {"before 0", "full " + kNoRoom, "asking 0", "newcomer 0 " + kNoRoom,
                             "after 0", "newcomer 0 0"});
   ExpectTold("OnReadOnlyDisk", {"before 0", "asking 0", "newcomer 0 " + kRefused, "newcomer 0 0"});

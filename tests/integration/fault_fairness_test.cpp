@@ -25,19 +25,19 @@ int ServeTwoPorts(TestRole& role) {
         AEPutParamPtr(reply, kDataKey, typeChar, data.data(), static_cast<Size>(data.size()))};
   };
   const std::string name = std::string(role.PortName()) + ".2";
-  if (first.Listen() != 0) return kRoleFailed;
+  if (first.Listen() != 0) return RoleFailed();
   if (second.ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), echo, nullptr) != 0) {
-    return kRoleFailed;
+    return RoleFailed();
   }
   role.SignalReady();
   CFRunLoopRun();
-  return kRoleFailed;
+  return RoleFailed();
 }
 
 TEST_ROLE(TwoPortServer) { return ServeTwoPorts(role); }
 
 TEST_ROLE(NarrowTwoPortServer) {
-  if (!HaveFewDescriptors(role.NumberArgument(0))) return kRoleFailed;
+  if (!HaveFewDescriptors(role.NumberArgument(0))) return RoleFailed();
   return ServeTwoPorts(role);
 }
 
@@ -91,10 +91,10 @@ void ExpectLargeRequestsServed(const ServerProcess& server, const std::string& s
 TEST_ROLE(LargeAsker) {
   const std::string large = PatternBytes(15 << 20);
   role.SignalReady();
-  if (role.Hear(60s) != "go") return kRoleFailed;
+  if (role.Hear(60s) != "go") return RoleFailed();
   const FaultAnswer answer =
       AskServer(role.PortName(), kMarkID, role.NumberArgument(0), large, 50 * 60);
-  return answer.status == 0 && answer.number == role.NumberArgument(0) ? kRoleDone : kRoleFailed;
+  return answer.status == 0 && answer.number == role.NumberArgument(0) ? kRoleDone : RoleFailed();
 }
 
 void ExpectLargeFramesArrive(const ServerProcess& server) {

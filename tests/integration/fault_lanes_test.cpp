@@ -57,7 +57,7 @@ void WarmUp(mach_port_t port) {
 TEST_ROLE(LaneClient) {
   const mach_port_t port = PortOf(role.PortName());
   for (int i = 0; i < role.NumberArgument(0); i++) {
-    if (AskPort(port, kEchoID, i).number != i) return kRoleFailed;
+    if (AskPort(port, kEchoID, i).number != i) return RoleFailed();
   }
   role.SignalReady();
   while (const auto line = role.Hear(120s)) {
@@ -421,7 +421,7 @@ TEST_ROLE(ForkingClient) {
   const mach_port_t port = PortOf(role.PortName());
   WarmUp(port);
   const pid_t child = fork();
-  if (child < 0) return kRoleFailed;
+  if (child < 0) return RoleFailed();
   if (child == 0) {
     std::ifstream maps("/proc/self/maps");
     const std::string all((std::istreambuf_iterator<char>(maps)), {});
@@ -430,9 +430,9 @@ TEST_ROLE(ForkingClient) {
     _exit(isClean && answer.number == 5 ? kRoleDone : kRoleFailed);
   }
   int status = -1;
-  if (waitpid(child, &status, 0) != child || status != 0) return kRoleFailed;
+  if (waitpid(child, &status, 0) != child || status != 0) return RoleFailed();
   WarmUp(port);
-  return LanesOf(port) == 1 ? kRoleDone : kRoleFailed;
+  return LanesOf(port) == 1 ? kRoleDone : RoleFailed();
 }
 
 TEST_F(Lanes, StayWithTheParentOfAForkedChild) {
@@ -457,21 +457,21 @@ bool Refuse(int call) {
 
 TEST_ROLE(RefusedClient) {
   const mach_port_t port = PortOf(role.PortName());
-  if (!Refuse(role.NumberArgument(0))) return kRoleFailed;
+  if (!Refuse(role.NumberArgument(0))) return RoleFailed();
   const std::string large = PatternBytes(kLarge);
   for (int i = 0; i < 100; i++) {
-    if (AskPort(port, kEchoID, i).number != i) return kRoleFailed;
-    if (AskPort(port, kEchoID, i, large).data != large) return kRoleFailed;
+    if (AskPort(port, kEchoID, i).number != i) return RoleFailed();
+    if (AskPort(port, kEchoID, i, large).data != large) return RoleFailed();
   }
-  return LanesOf(port) == 0 ? kRoleDone : kRoleFailed;
+  return LanesOf(port) == 0 ? kRoleDone : RoleFailed();
 }
 
 TEST_ROLE(RefusedServer) {
   FaultListener listener(&role);
-  if (listener.Listen() != 0 || !Refuse(role.NumberArgument(0))) return kRoleFailed;
+  if (listener.Listen() != 0 || !Refuse(role.NumberArgument(0))) return RoleFailed();
   role.SignalReady();
   CFRunLoopRun();
-  return kRoleFailed;
+  return RoleFailed();
 }
 
 TEST_F(Lanes, AreNotNeededWhereTheirCallsAreRefused) {

@@ -10,6 +10,7 @@
 #include "platform/host/wire/gather.h"
 #include "tests/integration/raw_peer.h"
 #include "tests/support/interposed_calls.h"
+#include "tests/support/permissions.h"
 #include "tests/support/scratch_folder.h"
 
 // What one process may hold of a server, and what becomes of those who hold too much.
@@ -115,7 +116,7 @@ TEST_F(AbandonedRequests, OfPeersThatAskAndCloseAtOnceAreServed) {
 
 TEST_ROLE(LeapingServer) {
   FaultListener listener(&role);
-  if (listener.Listen() != 0) return kRoleFailed;
+  if (listener.Listen() != 0) return RoleFailed();
   role.SignalReady();
   for (;;) {
     CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.05, true);
@@ -237,7 +238,7 @@ TEST(FewDescriptors, LeaveNoRequestOfAnIdleClientUnserved) {
 
 TEST_ROLE(TurnClient) {
   mach_port_t port = MACH_PORT_NULL;
-  if (LookUpPort(role.PortName(), &port) != 0) return kRoleFailed;
+  if (LookUpPort(role.PortName(), &port) != 0) return RoleFailed();
   role.SignalReady();
   while (role.Hear(120s) == "ask") role.Tell(std::to_string(AskPort(port, kEchoID).status));
   return kRoleDone;
@@ -253,24 +254,24 @@ bool BecomeUser(uid_t user) {
 }
 
 TEST_ROLE(ServerOfUser) {
-  if (seteuid(static_cast<uid_t>(role.NumberArgument(0))) != 0) return kRoleFailed;
+  if (seteuid(static_cast<uid_t>(role.NumberArgument(0))) != 0) return RoleFailed();
   FaultListener listener(&role);
   return listener.ServeForEver();
 }
 
 // Finds the port as its owner and asks as another user.
 TEST_ROLE(ClientOfUser) {
-  if (seteuid(static_cast<uid_t>(role.NumberArgument(0))) != 0) return kRoleFailed;
+  if (seteuid(static_cast<uid_t>(role.NumberArgument(0))) != 0) return RoleFailed();
   mach_port_t port = MACH_PORT_NULL;
-  if (LookUpPort(role.PortName(), &port) != 0 || seteuid(0) != 0) return kRoleFailed;
-  if (!BecomeUser(static_cast<uid_t>(role.NumberArgument(1)))) return kRoleFailed;
+  if (LookUpPort(role.PortName(), &port) != 0 || seteuid(0) != 0) return RoleFailed();
+  if (!BecomeUser(static_cast<uid_t>(role.NumberArgument(1)))) return RoleFailed();
   role.Tell(std::to_string(AskPort(port, kEchoID).status));
   // A sanitizer's leak check traces this process, which only its owner may do.
-  return seteuid(getuid()) == 0 ? kRoleDone : kRoleFailed;
+  return seteuid(getuid()) == 0 ? kRoleDone : RoleFailed();
 }
 
 TEST(OtherUsers, AreRefusedUnlessTheyAreRoot) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root can act as several users";
+  SKIP_IF(NoOtherUsers());
   constexpr uid_t kSomebody = 12345, kOther = 54321;
   const struct {
     uid_t server, client;

@@ -63,7 +63,7 @@ TEST_ROLE(FragileServer) {
   do {
     bool deleted = false;
     auto* listener = new FragileListener(&role, &deleted);
-    if (listener->Listen() != 0) return kRoleFailed;
+    if (listener->Listen() != 0) return RoleFailed();
     role.SignalReady();
     CFRunLoopRun();
     role.Tell("ended");
@@ -105,7 +105,7 @@ TEST(PortsEnd, InTheMiddleOfARequest) {
 // Asks kEchoID so many times; a wrong answer fails.
 TEST_ROLE(Echoer) {
   for (SInt32 i = 0; i < role.NumberArgument(0); i++) {
-    if (AskServer(role.PortName(), kEchoID, i).number != i) return kRoleFailed;
+    if (AskServer(role.PortName(), kEchoID, i).number != i) return RoleFailed();
   }
   return kRoleDone;
 }
@@ -134,6 +134,21 @@ TEST(NestedRun, ServesOthersWhileARequestIsUnderWay) {
   EXPECT_EQ(50, middle.number);
   EXPECT_EQ(10, inner.number);
   ExpectBackAt(before, server.Pid());
+}
+
+// Over the one connection of a thread.
+TEST(NestedRun, ServesWhatTheSenderOfTheRequestUnderWaySendsNext) {
+  OpenDescriptorCheck noLeaks;
+  ReadyProcess server("FragileServer");
+  RunOnThread([&] {
+    mach_port_t port = MACH_PORT_NULL;
+    ASSERT_EQ(0, LookUpPort(server.PortName(), &port));
+    EXPECT_EQ(0, SendOneWay(port, kNestID, 2));
+    EXPECT_EQ("nested", server.Hear(20s));
+    EXPECT_EQ(0, SendOneWay(port, kDropID, 0));
+    EXPECT_EQ(5, AskPort(port, kEchoID, 5).number);
+    EXPECT_EQ(6, AskPort(port, kEchoID, 6).number);
+  });
 }
 
 }  // namespace

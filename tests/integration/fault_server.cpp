@@ -10,10 +10,10 @@
 #include "tests/integration/raw_peer.h"
 
 int FaultListener::ServeForEver() {
-  if (Listen() != 0) return kRoleFailed;
+  if (Listen() != 0) return RoleFailed();
   role->SignalReady();
   CFRunLoopRun();
-  return kRoleFailed;  // the test kills us first
+  return RoleFailed();  // the test kills us first
 }
 
 TEST_ROLE(FaultServer) {
@@ -23,7 +23,7 @@ TEST_ROLE(FaultServer) {
 
 TEST_ROLE(NarrowFaultServer) {
   FaultListener listener(&role);
-  return HaveFewDescriptors(role.NumberArgument(0)) ? listener.ServeForEver() : kRoleFailed;
+  return HaveFewDescriptors(role.NumberArgument(0)) ? listener.ServeForEver() : RoleFailed();
 }
 
 // Asks for what is never answered on so many connections, until the test ends it.
@@ -31,7 +31,7 @@ TEST_ROLE(Holder) {
   std::vector<RawPeer> peers;
   for (int i = 0; i < role.NumberArgument(0); i++) {
     peers.emplace_back(role.PortName());
-    if (!peers.back().Write(RawFrame(RawRequest(1), kHoldID, i))) return kRoleFailed;
+    if (!peers.back().Write(RawFrame(RawRequest(1), kHoldID, i))) return RoleFailed();
   }
   role.SignalReady();
   role.Hear(120s);
@@ -42,7 +42,7 @@ TEST_ROLE(Holder) {
 // that it knew and with the name.
 TEST_ROLE(Waiter) {
   mach_port_t port = MACH_PORT_NULL;
-  if (LookUpPort(role.PortName(), &port) != 0) return kRoleFailed;
+  if (LookUpPort(role.PortName(), &port) != 0) return RoleFailed();
   role.Tell(std::to_string(AskPort(port, kHoldID, 0, "", kNoTimeOut).status));
   role.Tell(std::to_string(AskPort(port, kEchoID).status));
   role.Tell(std::to_string(AskServer(role.PortName()).status));

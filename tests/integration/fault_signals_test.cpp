@@ -37,7 +37,7 @@ TEST(InterruptedServers, ServeEveryRequest) {
 // For each line from the test: lets so many of the calls fail that make a connection.
 TEST_ROLE(FailingServer) {
   FaultListener listener(&role);
-  if (listener.Listen() != 0) return kRoleFailed;
+  if (listener.Listen() != 0) return RoleFailed();
   role.SignalReady();
   for (;;) {
     CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0.02, true);

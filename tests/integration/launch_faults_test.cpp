@@ -83,9 +83,8 @@ TEST(LaunchFaults, WhatCannotBeOpenedIsSaidAtOnce) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.path);
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(0, Open(row.path, row.err).pid);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);  // it was not waited for
+    // It is not waited for.
+    EXPECT_TRUE(IsDoneWithin(2s, [&row] { EXPECT_EQ(0, Open(row.path, row.err).pid); }));
     EXPECT_EQ(procNotFound, VLTLaunch(SpecOf(row.path, "test.nobody")).findAndLaunch());
   }
   // A program that somebody is still writing.
@@ -277,11 +276,11 @@ void Record(const std::string& bundle, const HostLaunchEntry& entry) {
 // An opener that has started its own process and gets no further, as if it were stopped.
 TEST_ROLE(StuckOpener) {
   HostLaunchLock lock(role.Argument(0));
-  if (!lock.Try()) return kRoleFailed;
+  if (!lock.Try()) return RoleFailed();
   HostLaunchEntry entry = EntryOf(getpid());
   lock.Write(entry);
   role.SignalReady();
-  if (role.Hear(120s) != "go on") return kRoleFailed;
+  if (role.Hear(120s) != "go on") return RoleFailed();
   entry.opened = HostNow();
   lock.Write(entry);
   return kRoleDone;

@@ -75,7 +75,7 @@ TEST_ROLE(ServerWithoutMemory) {
   };
   VLTPortAEMachPortListener listener;
   if (listener.ListenOnPort(role.PortName(), CFRunLoopGetCurrent(), CallHandler, &handler) != 0) {
-    return kRoleFailed;
+    return RoleFailed();
   }
   role.SignalReady();
   CFRunLoopRun();

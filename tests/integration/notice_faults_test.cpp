@@ -109,9 +109,9 @@ TEST_ROLE(InstallBesideHelper) {
   const std::string copy = role.Argument(1);
   if (std::filesystem::read_symlink("/proc/self/exe") != copy) BecomeCopy(copy);
   auto* notice = new TestNotice(role.Argument(0));  // never removed
-  if (notice->Install() != noErr) return kRoleFailed;
+  if (notice->Install() != noErr) return RoleFailed();
   role.Tell(notice->Responses() == 1 ? "at once" : "later");
-  return notice->WaitForResponses(1, 30s) && notice->Responses() == 1 ? kRoleDone : kRoleFailed;
+  return notice->WaitForResponses(1, 30s) && notice->Responses() == 1 ? kRoleDone : RoleFailed();
 }
 
 // A copy of this program and something as its notice helper, in folders of one installation.

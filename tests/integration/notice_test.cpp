@@ -283,7 +283,7 @@ TEST_F(NoticeTest, AForkedChildHasAHelperOfItsOwn) {
 // Installs its argument's text and ends at once.
 TEST_ROLE(InstallAndEnd) {
   TestNotice* notice = new TestNotice(role.Argument(0));  // never removed
-  return notice->Install() == noErr ? kRoleDone : kRoleFailed;
+  return notice->Install() == noErr ? kRoleDone : RoleFailed();
 }
 
 TEST_F(NoticeTest, ANoticeOutlivesItsProcess) {

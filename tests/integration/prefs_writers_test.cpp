@@ -47,9 +47,9 @@ OSStatus CommitKey(const std::string& key, int value) {
 TEST_ROLE(Writer) {
   const std::string own = "w" + role.Argument(0) + ".";
   role.SignalReady();
-  if (role.Hear(60s) != "go") return kRoleFailed;
+  if (role.Hear(60s) != "go") return RoleFailed();
   for (int i = 0; i < role.NumberArgument(1); i++) {
-    if (CommitKey(own + std::to_string(i), i) != 0) return kRoleFailed;
+    if (CommitKey(own + std::to_string(i), i) != 0) return RoleFailed();
   }
   return kRoleDone;
 }
@@ -58,7 +58,7 @@ TEST_ROLE(Writer) {
 TEST_ROLE(Victim) {
   ArmFsyncFault(CallFault::kStop, 1);
   CommitKey("victim." + role.Argument(0), 1);
-  return kRoleFailed;  // the test kills us first
+  return RoleFailed();  // the test kills us first
 }
 
 // Commits while signals interrupt its system calls.

@@ -84,7 +84,7 @@ TEST_ROLE(EchoServer) {
   Mapping lane(folder + "/lane", kHostLaneSize, PROT_READ | PROT_WRITE);
   Mapping status(folder + "/status", kHostStatusPageSize, PROT_READ | PROT_WRITE);
   if (lane.memory == nullptr || status.memory == nullptr || !HostIsLane(lane.memory)) {
-    return kRoleFailed;
+    return RoleFailed();
   }
   Side side = {{lane.memory, HostRingDirection::kToClient, HostClientSleepWord(lane.memory)},
                {lane.memory, HostRingDirection::kToServer},
@@ -94,7 +94,7 @@ TEST_ROLE(EchoServer) {
   role.SignalReady();
   Bytes body;
   do {
-    if (!side.Receive(&body) || !side.Send(body)) return kRoleFailed;
+    if (!side.Receive(&body) || !side.Send(body)) return RoleFailed();
   } while (!body.empty());
   return kRoleDone;
 }

@@ -133,12 +133,12 @@ TEST_ROLE(Server) {
   };
   VLTPortAEMachPortListener listener;
   if (listener.ListenOnPort(role.PortName(), CFRunLoopGetCurrent(), CallHandler, &handler) != 0) {
-    return kRoleFailed;
+    return RoleFailed();
   }
   role.Tell(HostText());
   role.SignalReady();
   CFRunLoopRun();
-  return kRoleFailed;  // the test kills us first
+  return RoleFailed();  // the test kills us first
 }
 
 // What a client of one kind finds at a server of another: all types, a request that is refused, one
@@ -154,7 +154,7 @@ TEST_ROLE(Client) {
   EXPECT_EQ(errAETimeout, Ask(role.PortName(), kNeverAnswered, kAEWaitReply, 6).status);
   EXPECT_EQ(errAEEventNotHandled, Ask(role.PortName(), kPing).status);
   EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, Ask(UniquePortName(), kPing).status);
-  return testing::Test::HasFailure() ? kRoleFailed : kRoleDone;
+  return testing::Test::HasFailure() ? RoleFailed() : kRoleDone;
 }
 
 // Writes the lists of the seeds from 0 on, in both forms, into a folder.

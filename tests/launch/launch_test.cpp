@@ -210,6 +210,7 @@ TEST(Launch, TheExecutableIsBehindItsAliases) {
   char path[1024];
   EXPECT_EQ(0, VLTLaunch::FileSpecToPath(app, path, sizeof path));
   EXPECT_EQ(file, path);
+  EXPECT_EQ(procNotFound, launch.findAndLaunchFromSpecified());  // it is not a program
   EXPECT_EQ(pathTooLongErr, VLTLaunch::FileSpecToPath(app, path, 3));
   EXPECT_EQ(paramErr, VLTLaunch::FileSpecToPath(app, nullptr, 3));
 

@@ -20,6 +20,7 @@
 #include "plist/dictionary.h"
 #include "tests/support/observed_syncs.h"
 #include "tests/support/open_descriptor_check.h"
+#include "tests/support/permissions.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/support/session_directory.h"
 
@@ -77,6 +78,9 @@ class Preferences : public testing::Test {
     chmod(path.c_str(), 0600);
   }
 
+  void ExpectLeftAlone(const std::string& text, mode_t mode, uid_t owner, const char* said);
+
+  const std::string good = ListOf("n", 1);
   OpenDescriptorCheck noLeaks;
   OpenPreferences preferences{kDomain, kCFPreferencesCurrentUser, kCFPreferencesAnyHost};
   const std::string path = UserFolder() + kDomain + ".plist";
@@ -327,6 +331,20 @@ TEST_F(Preferences, ACommitWhoseSyncFailsSaysSoAndTheNextOneTriesAgain) {
   }
 }
 
+// The file's times at the end of the commit are those of the other's change.
+TEST_F(Preferences, WhatAnotherWritesWhileACommitWaitsForTheDiskIsSeen) {
+  WriteByHand(ListOf("n", 1));
+  ASSERT_TRUE(WaitUntilTimesTell(path));
+  preferences.setInteger("n", 2);
+  ObserveSyncs([&](const std::string& synced) {
+    if (std::filesystem::is_directory(synced)) WriteByHand(ListOf("n", 3));
+    return 0;
+  });
+  EXPECT_EQ(0, preferences.commit());
+  ObserveSyncs(nullptr);
+  EXPECT_EQ(3, IntegerOf("n"));
+}
+
 TEST_F(Preferences, WhatIsSetWhileACommitWaitsForTheDiskIsKeptForTheNextOne) {
   preferences.setInteger("n", 1);
   preferences.setInteger("gone", 1);
@@ -368,39 +386,41 @@ TEST_F(Preferences, WhatXMLDoesNotHaveGoesIntoABinaryFile) {
   }
 }
 
-TEST_F(Preferences, FilesThatCannotBeTrustedOrReadAreLeftAlone) {
-  const std::string good = ListOf("n", 1);
-  const std::tuple<std::string, mode_t, uid_t, const char*> rows[] = {
-      {good, 0620, geteuid(), "its group or others may write it"},
-      {good, 0600, 12345, "another user owns it"},
-      {"<plist><dict>", 0600, geteuid(), "line 1"},
-      {"", 0600, geteuid(), "neither read nor written"},
-      {"<plist><array/></plist>", 0600, geteuid(), "is not a dictionary"},
-  };
-  for (const auto& [text, mode, owner, said] : rows) {
-    SCOPED_TRACE(said);
-    if (owner != geteuid() && geteuid() != 0) continue;
-    ClearTestLog();
-    WriteByHand(text);
-    ASSERT_EQ(0, chown(path.c_str(), owner, getegid()));
-    ASSERT_EQ(0, chmod(path.c_str(), mode));
-    for (int i = 0; i < 3; i++) EXPECT_EQ(-1, IntegerOf("n"));
-    preferences.setInteger("mine", 5);
-    EXPECT_EQ(paramErr, preferences.commit());
-    EXPECT_EQ(5, IntegerOf("mine"));
-    EXPECT_EQ(text, ReadFile(path));
-    const std::string log = TestLogText();
-    EXPECT_NE(std::string::npos, log.find(said)) << log;
-    EXPECT_EQ(1, std::count(log.begin(), log.end(), '\n')) << log;
+// A file with `text`, of this mode and owner, is neither read nor written, and `said` is logged
+// once.
+void Preferences::ExpectLeftAlone(const std::string& text, mode_t mode, uid_t owner,
+                                  const char* said) {
+  SCOPED_TRACE(said);
+  ClearTestLog();
+  WriteByHand(text);
+  ASSERT_EQ(0, chown(path.c_str(), owner, getegid()));
+  ASSERT_EQ(0, chmod(path.c_str(), mode));
+  for (int i = 0; i < 3; i++) EXPECT_EQ(-1, IntegerOf("n"));
+  preferences.setInteger("mine", 5);
+  EXPECT_EQ(paramErr, preferences.commit());
+  EXPECT_EQ(5, IntegerOf("mine"));
+  EXPECT_EQ(text, ReadFile(path));
+  const std::string log = TestLogText();
+  EXPECT_NE(std::string::npos, log.find(said)) << log;
+  EXPECT_EQ(1, std::count(log.begin(), log.end(), '\n')) << log;
 
-    ASSERT_EQ(0, chown(path.c_str(), geteuid(), getegid()));
-    WriteByHand(good);
-    EXPECT_EQ(0, preferences.commit());
-    EXPECT_EQ(1, IntegerOf("n"));
-    EXPECT_EQ(5, IntegerOf("mine"));
-    preferences.remove("mine");
-    EXPECT_EQ(0, preferences.commit());
-  }
+  ASSERT_EQ(0, chown(path.c_str(), geteuid(), getegid()));
+  WriteByHand(good);
+  EXPECT_EQ(0, preferences.commit());
+  EXPECT_EQ(1, IntegerOf("n"));
+  EXPECT_EQ(5, IntegerOf("mine"));
+  preferences.remove("mine");
+  EXPECT_EQ(0, preferences.commit());
+}
+
+TEST_F(Preferences, FilesThatCannotBeTrustedOrReadAreLeftAlone) {
+  const std::tuple<std::string, mode_t, const char*> rows[] = {
+      {good, 0620, "its group or others may write it"},
+      {"<plist><dict>", 0600, "line 1"},
+      {"", 0600, "neither read nor written"},
+      {"<plist><array/></plist>", 0600, "is not a dictionary"},
+  };
+  for (const auto& [text, mode, said] : rows) ExpectLeftAlone(text, mode, geteuid(), said);
 
   std::filesystem::remove(path);
   ASSERT_EQ(0, mkfifo(path.c_str(), 0600));  // neither waited for nor replaced
@@ -418,19 +438,19 @@ TEST_F(Preferences, FilesThatCannotBeTrustedOrReadAreLeftAlone) {
   EXPECT_EQ(0, preferences.commit());
 }
 
-// The test has to be run by root; the other user's id is nobody's.
+// The other user's id is nobody's.
 class OtherUsersPreferences : public Preferences {
  protected:
   static constexpr uid_t kOther = 12345;
 
-  OtherUsersPreferences() {
+  void SetUp() override {
+    SKIP_IF(NoOtherUsers());
     std::filesystem::remove_all(config / "veltrane");
-    if (geteuid() != 0) return;
     for (auto folder = config; folder != "/tmp"; folder = folder.parent_path()) {
       EXPECT_EQ(0, chmod(folder.c_str(), 0755));
     }
   }
-  ~OtherUsersPreferences() override {
+  void TearDown() override {
     std::filesystem::remove_all(config / "veltrane");
     EXPECT_EQ(0, chown(config.c_str(), geteuid(), getegid()));
   }
@@ -444,8 +464,11 @@ class OtherUsersPreferences : public Preferences {
   const std::filesystem::path config = std::getenv("XDG_CONFIG_HOME");
 };
 
+TEST_F(OtherUsersPreferences, AreLeftAlone) {
+  ExpectLeftAlone(good, 0600, kOther, "another user owns it");
+}
+
 TEST_F(OtherUsersPreferences, AnAnswerIsNotKeptForAnotherEffectiveUser) {
-  if (geteuid() != 0) return;
   const std::tuple<uid_t, mode_t, int, int> rows[] = {
       {kOther, 0600, -1, 1}, {0, 0644, 1, 1}, {0, 0600, 1, -1}};
   for (const auto& [owner, mode, byRoot, byOther] : rows) {
@@ -466,7 +489,6 @@ TEST_F(OtherUsersPreferences, AnAnswerIsNotKeptForAnotherEffectiveUser) {
 }
 
 TEST_F(OtherUsersPreferences, WhatRootMakesInAUsersFolderBelongsToThatUserAndBothReadIt) {
-  if (geteuid() != 0) return;
   ASSERT_EQ(0, chown(config.c_str(), kOther, kOther));
   VLTPreferences onHost(kDomain, kCFPreferencesCurrentUser, kCFPreferencesCurrentHost);
   onHost.setInteger("n", 1);

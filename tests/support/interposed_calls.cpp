@@ -9,22 +9,24 @@
 #include <cerrno>
 #include <cstdarg>
 #include <ctime>
+#include <optional>
 
 namespace {
 
 CallFault sFault = CallFault::kNone;
 int sNumber = 0;
 int sError = 0;
-bool sOnlyFsync = false;
 int sCalls = 0;
 int sLeap = 0;
 int sLeapt = 0;
 
-enum class Call { kQuick, kInterruptible, kFsync };
+enum class Call { kQuick, kInterruptible, kFsync, kClose };
+
+std::optional<Call> sOnly;  // others are not counted
 
 // What this call meets.
 CallFault Enter(Call call = Call::kQuick) {
-  if (sOnlyFsync && call != Call::kFsync) return CallFault::kNone;
+  if (sOnly.has_value() ? call != *sOnly : call == Call::kClose) return CallFault::kNone;
   if (++sCalls != sNumber) return CallFault::kNone;
   if (sFault == CallFault::kInterrupt) {
     if (call == Call::kQuick) return CallFault::kNone;
@@ -43,18 +45,21 @@ Function* Hidden(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-void Arm(CallFault fault, int number, int error, bool onlyFsync) {
+void Arm(CallFault fault, int number, int error, std::optional<Call> only) {
   sFault = fault;
   sNumber = number;
   sError = error;
-  sOnlyFsync = onlyFsync;
+  sOnly = only;
   sCalls = 0;
 }
 
 }  // namespace
 
-void ArmCallFault(CallFault fault, int number, int error) { Arm(fault, number, error, false); }
-void ArmFsyncFault(CallFault fault, int number) { Arm(fault, number, 0, true); }
+void ArmCallFault(CallFault fault, int number, int error) {
+  Arm(fault, number, error, std::nullopt);
+}
+void ArmFsyncFault(CallFault fault, int number) { Arm(fault, number, 0, Call::kFsync); }
+void ArmCloseFault(int number) { Arm(CallFault::kError, number, EIO, Call::kClose); }
 int CallsSinceArmed() { return sCalls; }
 void LeapClock(int seconds) { sLeap = seconds; }
 int LeaptSeconds() { return sLeapt; }
@@ -78,6 +83,12 @@ INTERPOSE(int, unlinkat, kQuick, (int at, const char* path, int flags), (at, pat
 INTERPOSE(int, mkdirat, kQuick, (int at, const char* path, mode_t mode), (at, path, mode))
 INTERPOSE(int, fsync, kFsync, (int fd), (fd))
 INTERPOSE(ssize_t, read, kInterruptible, (int fd, void* bytes, size_t count), (fd, bytes, count))
+
+extern "C" int close(int fd) {
+  static auto* const hidden = Hidden<int(int)>("close");
+  const int result = hidden(fd);
+  return Enter(Call::kClose) == CallFault::kError ? -1 : result;
+}
 
 extern "C" ssize_t write(int fd, const void* bytes, size_t count) {
   static auto* const hidden = Hidden<ssize_t(int, const void*, size_t)>("write");

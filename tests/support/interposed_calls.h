@@ -18,8 +18,10 @@ enum class CallFault {
 // From now on the `number`-th call (from 1) meets `fault`; 0: none does.
 void ArmCallFault(CallFault fault, int number, int error = 0);
 
-// As above for the `number`-th fsync alone.
+// As above for the `number`-th fsync alone, or for the `number`-th close alone, which is made and
+// reports EIO.
 void ArmFsyncFault(CallFault fault, int number);
+void ArmCloseFault(int number);
 
 // Every look at the monotonic clock from now on finds it so many seconds further than the last; it
 // never goes back. 0: time passes as it does.

@@ -1,10 +1,15 @@
 #include "tests/support/scratch_folder.h"
 
 #include <stdlib.h>
+#include <sys/stat.h>
 
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <utility>
+
+#include "tests/support/test_process.h"
 
 namespace {
 
@@ -57,6 +62,19 @@ std::string ReadFile(const std::string& path) {
 unsigned ModeOf(const std::string& path) {
   std::error_code ignored;
   return static_cast<unsigned>(std::filesystem::status(path, ignored).permissions());
+}
+
+bool WaitUntilTimesTell(const std::string& path) {
+  struct stat info;
+  if (stat(path.c_str(), &info) != 0) return false;
+  const timespec& changed = info.st_ctim;
+  return WaitUntil(
+      [&changed] {
+        timespec now;
+        clock_gettime(CLOCK_REALTIME_COARSE, &now);
+        return std::pair(now.tv_sec, now.tv_nsec) > std::pair(changed.tv_sec, changed.tv_nsec);
+      },
+      10s);
 }
 
 size_t EntriesOf(const std::string& folder) {

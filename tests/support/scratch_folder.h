@@ -29,6 +29,10 @@ std::string ReadFile(const std::string& path);
 // Its permissions, twelve bits; 0xFFFF when there is no such file.
 unsigned ModeOf(const std::string& path);
 
+// Waits until the times of a file tell its state from every later one: the kernel's clock for them
+// moves in steps. Returns false if that takes too long.
+bool WaitUntilTimesTell(const std::string& path);
+
 // The number of entries of a folder, also of one that changes or goes meanwhile.
 size_t EntriesOf(const std::string& folder);
 

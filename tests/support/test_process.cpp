@@ -149,6 +149,15 @@ void ExpectDone(TestProcesses& processes) {
   for (auto& process : processes) EXPECT_EQ(kRoleDone, process->Wait(60s));
 }
 
+bool IsDoneWithin(std::chrono::milliseconds limit, const std::function<void()>& work) {
+  for (int attempt = 0; attempt < 10; attempt++) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    if (std::chrono::steady_clock::now() - start < limit) return true;
+  }
+  return false;
+}
+
 bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
   const auto end = Clock::now() + limit;
   while (!condition()) {

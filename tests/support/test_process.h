@@ -73,6 +73,10 @@ std::string UniquePortName();
 
 // Waits for what only a question tells: asks every other millisecond, at most `limit`.
 bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit);
+
+// Whether `work` takes less than `limit` at least once in a few attempts. For work that waits
+// longer than that when the code is wrong: a busy machine delays single attempts, a fault all.
+bool IsDoneWithin(std::chrono::milliseconds limit, const std::function<void()>& work);
 bool WaitForPort(const std::string& name, std::chrono::milliseconds limit);    // published
 bool WaitForNoPort(const std::string& name, std::chrono::milliseconds limit);  // owned by nobody
 

@@ -42,6 +42,13 @@ class NoPipeSignal {
 
 }  // namespace
 
+int RoleFailed(std::source_location where) {
+  const int error = errno;
+  std::fprintf(stderr, "%s:%u: role failed (errno: %s)\n", where.file_name(), where.line(),
+               error != 0 ? std::strerror(error) : "none");
+  return kRoleFailed;
+}
+
 TestRoleEntry::TestRoleEntry(const char* name, TestRoleBody body) { Roles()[name] = body; }
 
 std::optional<std::string> ReadLine(int descriptor, std::string& pending,

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <optional>
+#include <source_location>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,9 @@
 //   }
 
 enum { kRoleDone = 0, kRoleFailed = 99 };
+
+// For a role that cannot go on: says where, and errno, on standard error. Returns kRoleFailed.
+int RoleFailed(std::source_location where = std::source_location::current());
 
 class TestRole {
  public:

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <set>
 
+#include "tests/support/rounds.h"
 #include "tests/threads/bounded.h"
 
 namespace {
@@ -191,22 +192,24 @@ TEST(MPEvent, TheWholeWordGoesToOneWaiter) {
   EXPECT_EQ(kMPTimeoutErr, MPWaitForEvent(event, nullptr, 0));
 
   // No flag is lost and none seen twice, whoever sets and takes.
-  constexpr int kRounds = 3000;
-  std::atomic<int> left{kRounds};
+  std::atomic<int> set{0}, taken{0};
+  std::atomic<bool> isOver{false};
   InThreads(4, [&](int number) {
     if (number == 0) {
-      for (int i = 0; i < kRounds; i++) {
-        while (left > kRounds - i) MPYield();  // the one before was taken
+      for (Rounds rounds(3000); rounds.Next();) {
         EXPECT_EQ(noErr, MPSetEvent(event, 1));
+        set++;
+        while (taken < set) MPYield();
       }
+      isOver = true;
       return;
     }
-    MPEventFlags taken = 0;
-    while (left > 0) {
-      if (MPWaitForEvent(event, &taken, 1) == noErr) left--;
+    MPEventFlags flag = 0;
+    while (!isOver) {
+      if (MPWaitForEvent(event, &flag, 1) == noErr) taken++;
     }
   });
-  EXPECT_EQ(0, left);
+  EXPECT_EQ(set, taken);
   EXPECT_EQ(noErr, MPDeleteEvent(event));
   EXPECT_EQ(kMPInvalidIDErr, MPWaitForEvent(event, nullptr, kDurationForever));
 }

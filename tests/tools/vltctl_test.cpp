@@ -47,7 +47,7 @@ OSStatus Answer(UInt32 eventClass, UInt32 eventID, const AEDesc* event, AEDesc* 
 TEST_ROLE(Service) {
   VLTPortAEMachPortListener listener;
   if (listener.ListenOnPort(role.PortName(), CFRunLoopGetCurrent(), Answer, nullptr) != 0) {
-    return kRoleFailed;
+    return RoleFailed();
   }
   role.SignalReady();
   CFRunLoopRun();

@@ -5,6 +5,7 @@
 
 #include "platform/host/events/event.h"
 #include "tests/platform/events/support.h"
+#include "tests/support/rounds.h"
 
 namespace {
 
@@ -104,19 +105,23 @@ TEST_F(DescriptorThreads, RacingDisposals) {
   constexpr int kRounds = 5000;
   std::vector<AEDesc> shared(kRounds);
   for (int i = 0; i < kRounds; ++i) Make(Long(i), &shared[i]);
-  std::atomic<int> arrived = 0;
-  const auto disposeAll = [&] {
+  std::atomic<int> arrived = 0, end = kRounds;
+  const auto disposeAll = [&](Rounds* rounds) {
     for (int i = 0; i < kRounds; ++i) {
+      if (rounds != nullptr && !rounds->Next()) end = i;
       // They meet at each one, so that they go for it together.
       ++arrived;
       while (arrived < 2 * (i + 1)) std::this_thread::yield();
+      if (i >= end) break;
       AEDesc desc = shared[i];
       AEDisposeDesc(&desc);
     }
   };
-  std::thread other(disposeAll);
-  disposeAll();
+  Rounds rounds(kRounds);
+  std::thread other(disposeAll, nullptr);
+  disposeAll(&rounds);
   other.join();
+  for (int i = end; i < kRounds; ++i) AEDisposeDesc(&shared[i]);
 
   std::set<AEDataStorage> numbers;
   std::vector<std::unique_ptr<StDesc>> descs;

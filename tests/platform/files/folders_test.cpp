@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tests/support/open_descriptor_check.h"
+#include "tests/support/permissions.h"
 #include "tests/support/scratch_folder.h"
 
 // Standard folders, system version and login session: what the environment decides.
@@ -83,7 +84,7 @@ TEST(Folders, AFolderThatSeveralMakeAtOnceIsFoundByAll) {
 }
 
 TEST(Folders, WhatRootMakesInAUsersFolderBelongsToTheUser) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root makes folders for others";
+  SKIP_IF(NoOtherUsers());
   constexpr uid_t kUser = 65534;
   const OpenDescriptorCheck noLeaks;
   const ScratchFolder scratch;

@@ -14,6 +14,7 @@
 #include "tests/platform/events/support.h"
 #include "tests/platform/objects/support.h"
 #include "tests/support/repeated_signals.h"
+#include "tests/support/rounds.h"
 #include "tests/threads/bounded.h"
 
 namespace {
@@ -261,16 +262,16 @@ TEST(RunLoop, AnExceptionPassesThroughAndTheLoopGoesOn) {
   EXPECT_EQ(1, other.performed);
 }
 
-// 2000 signals from another thread, each awaited: a lost wake-up would hang the pair.
+// Signals from another thread, each awaited: a lost wake-up would hang the pair.
 TEST(RunLoop, WakesFromAnotherThread) {
-  constexpr int kRounds = 2000;
   std::promise<CFRunLoopRef> started;
   Action action;
   std::atomic<int> seen{0};
+  std::atomic<bool> isLast{false};
   action.run = [&] {
+    if (isLast) CFRunLoopStop(Current());
     seen++;
     seen.notify_one();
-    if (seen == kRounds) CFRunLoopStop(Current());
   };
   std::thread thread([&] {
     action.Add();
@@ -278,11 +279,15 @@ TEST(RunLoop, WakesFromAnotherThread) {
     EXPECT_EQ(kCFRunLoopRunStopped, CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLong, false));
   });
   const CFRunLoopRef loop = started.get_future().get();
-  for (int i = 0; i < kRounds; i++) {
+  const auto signal = [&] {
+    const int before = seen;
     action.Signal();
     CFRunLoopWakeUp(loop);
-    seen.wait(i);
-  }
+    seen.wait(before);
+  };
+  for (Rounds rounds(2000); rounds.Next();) signal();
+  isLast = true;
+  signal();
   thread.join();
   EXPECT_EQ(1, action.cancelled);  // the thread's end took it out
 }
@@ -454,8 +459,8 @@ TEST(MachPort, ARetainCallbackMayMakeAnotherPort) {
     EXPECT_FALSE(shouldFree);
     EXPECT_EQ(1, retained);
     // The same object: its context stays the first one.
-    const OwnedRef<CFMachPortRef> same = CFMachPortCreateWithPort(
-        nullptr, CFMachPortGetPort(port), nullptr, &context, &shouldFree);
+    const OwnedRef<CFMachPortRef> same =
+        CFMachPortCreateWithPort(nullptr, CFMachPortGetPort(port), nullptr, &context, &shouldFree);
     EXPECT_TRUE(shouldFree);
     EXPECT_EQ(static_cast<CFMachPortRef>(port), static_cast<CFMachPortRef>(same));
     EXPECT_EQ(1, retained);

@@ -50,7 +50,7 @@ TEST_ROLE(Behaving) {
     ports.push_back({role.Argument(i), role.Argument(i + 1)});
   }
   for (BehavingPort& port : ports) {
-    if (port.Claim() != 0) return kRoleFailed;
+    if (port.Claim() != 0) return RoleFailed();
   }
   role.SignalReady();
   CFRunLoopRun();
