@@ -121,7 +121,7 @@ TEST_ROLE(Watcher) {
   HostEndWatch watch;
   HostStartedProgram started;
   if (HostStartProgram(role.Argument(0).c_str(), &started, {.watch = &watch}) != 0) {
-    return kRoleFailed;
+    return RoleFailed();
   }
   role.Tell(std::to_string(started.pid));
   role.Hear(20s);

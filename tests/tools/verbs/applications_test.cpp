@@ -214,7 +214,7 @@ TEST_ROLE(Stranger) {
     return -1708;
   };
   if (listener.ListenOnPort(role.PortName(), CFRunLoopGetCurrent(), refuse, nullptr) != 0) {
-    return kRoleFailed;
+    return RoleFailed();
   }
   role.SignalReady();
   CFRunLoopRun();
