@@ -12,6 +12,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include <algorithm>
+
 #include "platform/host/base/descriptors.h"
 
 // Limits of the process. Each end of a lane counts: the memory is mapped at both, and a client's
@@ -26,6 +28,7 @@ namespace {
 
 constexpr size_t kLaneBytesInAll = size_t{64} << 20;
 constexpr size_t kDescriptorShare = 4;  // lanes may have one descriptor in so many
+constexpr size_t kPart = size_t{64} << 10;
 constexpr int kShapeSeals = F_SEAL_SHRINK | F_SEAL_GROW;
 
 constinit std::atomic<size_t> sLanes{0};
@@ -132,8 +135,25 @@ int HostLaneEnd::PutAll(Put put) {
   }
 }
 
+// A large piece is shown to the peer part by part, so that it reads while the rest is written.
 int HostLaneEnd::Write(std::span<const iovec> pieces, size_t* written) {
-  return PutAll([&] { return out.Write(pieces, written); });
+  return PutAll([&] {
+    size_t before = 0;
+    for (const iovec& piece : pieces) {
+      while (*written - before < piece.iov_len) {
+        const size_t at = *written - before;
+        const iovec part = {static_cast<uint8_t*>(piece.iov_base) + at,
+                            std::min(piece.iov_len - at, kPart)};
+        size_t done = 0;
+        const int error = out.Write({&part, 1}, &done);
+        *written += done;
+        if (error != 0) return error;
+        if (done == kPart && out.Publish()) Ring();
+      }
+      before += piece.iov_len;
+    }
+    return 0;
+  });
 }
 
 int HostLaneEnd::Flush(HostOutQueue& queue) {

@@ -27,7 +27,7 @@ namespace {
 
 constexpr size_t kLanesMost = 64;
 // A lane brings as much as its ring holds before the next one is visited.
-constexpr int kReadsPerVisit = 4;
+constexpr int kReadsPerVisit = 8;
 // What stands for the doorbell among the numbers of connections.
 constexpr uint32_t kDoorbell = UINT32_MAX;
 

@@ -26,6 +26,8 @@ constexpr int kSendBuffer = 1 << 18;
 constexpr int kSendFlags = MSG_DONTWAIT | MSG_NOSIGNAL;
 // Queued blocks are moved to the front once so many before them are out.
 constexpr size_t kCompactAt = 64;
+// Bytes that are taken out of a ring before their room is given back.
+constexpr size_t kRingPart = size_t{64} << 10;
 
 int WritePiece(int fd, const iovec& piece, size_t* written) {
   while (*written < piece.iov_len) {
@@ -247,7 +249,7 @@ ssize_t HostFrameReader::Receive(HostRingConsumer& ring) {
     errno = ENOMEM;
     return -1;
   }
-  const size_t size = ring.Read(block->Bytes() + end, block->Capacity() - end);
+  const size_t size = ring.Read(block->Bytes() + end, std::min(block->Capacity() - end, kRingPart));
   Grow(size);
   return static_cast<ssize_t>(size);
 }
