@@ -156,7 +156,7 @@ TEST(Vltctl, PortsShowsEveryByteOfANameAndItsOwner) {
         {{"ports", "--json"},
          {"{\"name\":\"a \\\"n\\\\me\\\"\",\"pid\":" + pids[0] + owner,
           "{\"name\":\"b\xef\xbf\xbd\",\"nameHex\":\"62ff\",\"pid\":" + pids[1] + owner},
-         ",\"hidden\":false}"},
+         ",\"connections\":0,\"lanes\":0,\"hidden\":false}"},
     };
     for (const auto& row : rows) {
       const ProgramResult result = Vltctl(row.words);

@@ -1,8 +1,10 @@
 #include <cmath>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "platform/host/ports/introspect.h"
 #include "platform/host/session/introspect.h"
 #include "tools/table.h"
 #include "tools/values/port_text.h"
@@ -22,6 +24,12 @@ JsonValue PortModel(const HostNameInfo& info) {
   } else {
     port.AddBytes("program", info.program);
   }
+  const HostPortUse use = isOwnerKnown ? HostUseOfPort(info.ownerPid, info.portID) : HostPortUse();
+  const auto add = [&port](const char* key, std::optional<size_t> count) {
+    port.Add(key, count ? JsonValue::Unsigned(*count) : JsonValue());
+  };
+  add("connections", use.connections);
+  add("lanes", use.lanes);
   port.Add("hidden", JsonValue::Bool(info.hidden));
   return port;
 }
@@ -57,9 +65,10 @@ Verb PortsVerb() {
           "program of its owner. Bytes of a name that are not printable ASCII are shown\n"
           "as \\xNN.\n"
           "\n"
-          "JSON: one object for each port name with name, pid, uid, ageSeconds, program\n"
-          "and hidden. A member is null if its value is unknown. If a name or a program\n"
-          "is not UTF-8, nameHex or programHex has its bytes.\n",
+          "JSON: one object for each port name with name, pid, uid, ageSeconds, program,\n"
+          "connections, lanes (how many of the connections use shared memory) and hidden.\n"
+          "A member is null if its value is unknown. If a name or a program is not UTF-8,\n"
+          "nameHex or programHex has its bytes.\n",
           {{"--all", nullptr, "also list the hidden names of event ports"}, kJsonOption},
           0,
           0,

@@ -1,16 +1,28 @@
 #pragma once
 
-#include <cstddef>
+#include <sys/types.h>
 
-// What this process holds for its ports, for tools, benchmarks and tests only. Any thread.
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+// What this process and others hold for their ports, for tools, benchmarks and tests only. Any
+// thread.
 
 // Host resources of this process that must not grow with the number of messages.
 struct HostPortCounts {
   size_t portNames = 0;     // entries of the port table
   size_t receivers = 0;     // receive rights with a socket
   size_t connections = 0;   // of all receive rights
-  size_t lanes = 0;         // of these connections
+  size_t lanes = 0;         // in use, of these connections
   size_t queuedBytes = 0;   // replies waiting for their readers
   size_t partialBytes = 0;  // partly received frames
 };
 HostPortCounts HostCountPorts();
+
+// What the kernel reports of another process's port; empty where it does not.
+struct HostPortUse {
+  std::optional<size_t> connections;  // accepted, or waiting to be
+  std::optional<size_t> lanes;
+};
+HostPortUse HostUseOfPort(pid_t owner, uint64_t portID);

@@ -9,6 +9,7 @@
 #include <unistd.h>
 #include <cassert>
 #include <cerrno>
+#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 
@@ -234,6 +235,12 @@ int HostMakeSharedFile(const char* name, size_t size) {
   HostCloseDescriptor(fd);
   errno = error;
   return -1;
+}
+
+std::string HostLaneFileName(uint64_t portID) {
+  char name[32];
+  snprintf(name, sizeof name, "veltrane-lane-%016" PRIx64, portID);
+  return name;
 }
 
 int HostCheckBell(int fd) {

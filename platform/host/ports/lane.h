@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <string>
 
 #include "platform/host/wire/frame_stream.h"
 #include "platform/host/wire/ring.h"
@@ -159,6 +160,8 @@ inline constexpr uint32_t kHostDoorbellEvents = EPOLLIN | EPOLLET;
 // table of descriptors.h. Results: a descriptor, or -1 with errno.
 int HostMakeBell();
 int HostMakeSharedFile(const char* name, size_t size);
+// The name of a lane's memfd, as it is seen in a process's list of mappings.
+std::string HostLaneFileName(uint64_t portID);
 
 // Whether `fd`, which a peer passed, is an eventfd that does not block, or a memfd of `size` bytes
 // that can neither shrink nor grow. 0; EBADMSG (it is not); others: it cannot be told now.

@@ -4,8 +4,6 @@
 #include <sys/epoll.h>
 #include <unistd.h>
 #include <cerrno>
-#include <cinttypes>
-#include <cstdio>
 
 #include "platform/host/base/clock.h"
 #include "platform/host/base/descriptors.h"
@@ -31,9 +29,7 @@ int HostClientLane::Offer(int socket, uint64_t portID, uint64_t sender) {
   if (err == 0) err = Make(socket);
   if (err != 0) return err;
   HostLaneDescriptor file;
-  char name[32];  // tells whose lane it is, in a process's list of mappings
-  snprintf(name, sizeof name, "veltrane-lane-%016" PRIx64, portID);
-  file.Reset(HostMakeSharedFile(name, kHostLaneSize));
+  file.Reset(HostMakeSharedFile(HostLaneFileName(portID).c_str(), kHostLaneSize));
   if (!file.IsOpen()) return errno;
   err = memory.Map(file.Get(), kHostLaneSize, true);
   if (err != 0) return err;

@@ -514,7 +514,9 @@ void HostReceiver::Destroy() {
 
 HostPortObject::Counts HostReceiver::Count() {
   const std::lock_guard<HostMutex> lock(mutex);
-  return {connections.size(), lanes.size(), endpoint.Listener() >= 0};
+  const auto used = std::count_if(lanes.begin(), lanes.end(),
+                                  [](const HostConnection* each) { return each->readsLane; });
+  return {connections.size(), static_cast<size_t>(used), endpoint.Listener() >= 0};
 }
 
 // Keeps the account of a frame that has begun and is not complete.

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,7 @@ struct HostNameInfo {
   std::string program;  // path of the owner's program from /proc, or ""
   double ageSeconds = 0;
   bool hidden = false;  // a process's own event port, claimed by its event loop
+  uint64_t portID = 0;
 };
 
 // The names that are published now, sorted. Empty when the session directory cannot be used.

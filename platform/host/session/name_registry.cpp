@@ -421,6 +421,7 @@ std::optional<HostNameInfo> ReadNameFile(const HostContext& context, const char*
   HostNameInfo result;
   result.name = *name;
   result.hidden = (*name)[0] == 1;
+  result.portID = port;
   result.ageSeconds = std::max<double>(0, difftime(time(nullptr), info.st_mtime));
   if (const pid_t owner = PublishedOwner(port, record); owner != 0) {
     result.ownerPid = owner;
