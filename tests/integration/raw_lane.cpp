@@ -1,6 +1,7 @@
 #include "tests/integration/raw_lane.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
@@ -122,6 +123,11 @@ size_t RawLane::Write(const void* bytes, size_t size) {
   const size_t written = out.Write(bytes, size);
   if (out.Publish()) Ring();
   return written;
+}
+
+void RawLane::WriteUnrung(const void* bytes, size_t size) {
+  EXPECT_EQ(size, out.Write(bytes, size));
+  (void)out.Publish();
 }
 
 size_t RawLane::Read(void* bytes, size_t size) {
