@@ -115,6 +115,7 @@ class Bench {
       std::fprintf(stderr, "round %d of %d\n", round + 1, options.rounds);
       for (const IpcPlacement& placement : placements) {
         for (const Figure& figure : kFigures) RunFigure(figure, placement);
+        RunFlood(placement);
         if (!placement.IsFree()) RunStart(placement);
       }
     }
@@ -179,6 +180,9 @@ class Bench {
   bool TakeOne(IpcMeeting& meeting, const Figure& figure, const char* row,
                const std::string& metric) {
     double nanoseconds = 0;
+    if (&figure == &kFigures[0]) {
+      report.Add(row, "first-" + metric + "-us", meeting.FirstNanoseconds() / 1e3);
+    }
     if (!meeting.MeasureCount(1, &nanoseconds)) return false;  // behind it, the start is over
     const int64_t before = Switches(meeting.ServingPids());
     if (!meeting.Measure(options.budget, &nanoseconds) || nanoseconds <= 0) return false;
@@ -203,6 +207,21 @@ class Bench {
     report.Add(row, metric + "-per-s", sum * 1e3 / options.crowdMs);
     report.Add(row, metric + "-slow/fast", *fastest > 0 ? *slowest / *fastest : 0);
     return true;
+  }
+
+  // Whether one client that floods the server delays fifty others.
+  void RunFlood(const IpcPlacement& placement) {
+    const std::string metric = "p99-of-50-" + placement.name;
+    for (const auto& transport : transports) {
+      if (transport->Name() != std::string("ours") || !IsWanted(metric)) continue;
+      IpcMeeting meeting(*transport, {IpcKind::kRequest, 160, 51}, placement);
+      double quiet = 0, flooded = 0;
+      const bool done = meeting.Start() && meeting.MeasureLatency(options.crowdMs, false, &quiet) &&
+                        meeting.MeasureLatency(options.crowdMs, true, &flooded);
+      if (done) report.Add("ours", metric + "-us", quiet / 1e3);
+      if (done) report.Add("ours, beside a flood", metric + "-us", flooded / 1e3);
+      Check(done && meeting.End(), transport->Name(), metric);
+    }
   }
 
   struct Program {

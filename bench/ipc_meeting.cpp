@@ -2,14 +2,16 @@
 
 #include <algorithm>
 
+#include "bench/ipc_report.h"
 #include "platform/host/base/clock.h"
 
 namespace {
 
 // What the first number of a command asks of a client.
-enum Command { kForTime, kForCount, kForWindow, kLeave };
+enum Command { kForTime, kForCount, kForWindow, kLatency, kFlood, kLeave };
 
 constexpr int kWindowLeadMs = 50;              // for all clients to be at work
+constexpr int kPaceMs = 5;                     // between two requests whose latency is taken
 constexpr int kCountPatienceMs = 3600 * 1000;  // a tracer may look at each request
 
 std::string NextPlace() {
@@ -45,6 +47,12 @@ class Worker {
           break;
         case kForWindow:
           done = CountInWindow(command.at(1), command.at(2), &result);
+          break;
+        case kLatency:
+          done = TakeLatency(command.at(1), command.at(2), &result);
+          break;
+        case kFlood:
+          done = Flood(command.at(2));
           break;
         case kLeave:
           if (command.at(1) != 0) client.StopServer();
@@ -110,6 +118,29 @@ class Worker {
     }
   }
 
+  bool TakeLatency(double begin, double end, double* result) {
+    std::vector<double> all;
+    for (;;) {
+      const auto before = static_cast<double>(HostNow());
+      if (before >= end) break;
+      if (!Repeat(1)) return false;
+      if (before >= begin) all.push_back(static_cast<double>(HostNow()) - before);
+      IpcPause(kPaceMs);
+    }
+    if (all.empty()) return false;
+    std::sort(all.begin(), all.end());
+    *result = all[all.size() * 99 / 100];
+    return true;
+  }
+
+  bool Flood(double end) {
+    while (static_cast<double>(HostNow()) < end) {
+      if (!client.Post(payload)) return false;
+    }
+    uint64_t arrived = 0;
+    return client.Counted(&arrived);
+  }
+
   const IpcWork work;
   IpcClient& client;
   IpcClient::Bytes payload;
@@ -145,6 +176,7 @@ bool IpcMeeting::Start() {
   std::vector<double> ready;
   for (const auto& client : clients) {
     if (!client->Channel().Hear(&ready)) return false;
+    if (client == clients.front()) firstNanoseconds = ready.at(0);
   }
   return true;
 }
@@ -159,9 +191,11 @@ bool IpcMeeting::StartServer() {
 bool IpcMeeting::StartClient() {
   clients.push_back(std::make_unique<IpcProcess>());
   return clients.back()->Fork(placement.clients, [this](IpcChannel& parent) {
+    const int64_t begin = HostNow();
     const std::unique_ptr<IpcClient> client = transport.NewClient(work, place);
     Worker worker(work, *client);
-    return client->Connect() && worker.Try() && parent.Tell({1}) && worker.Obey(parent);
+    if (!client->Connect() || !worker.Try()) return false;
+    return parent.Tell({static_cast<double>(HostNow() - begin)}) && worker.Obey(parent);
   });
 }
 
@@ -193,6 +227,26 @@ bool IpcMeeting::MeasureAll(int windowMs, std::vector<double>* answers) {
     if (!client->Channel().Hear(&answer)) return false;
     answers->push_back(answer[0]);
   }
+  return true;
+}
+
+bool IpcMeeting::MeasureLatency(int windowMs, bool floods, double* nanoseconds) {
+  const int64_t begin = HostNow() + kWindowLeadMs * kHostMillisecond;
+  const int64_t end = begin + windowMs * kHostMillisecond;
+  for (const auto& client : clients) {
+    const bool isFirst = client == clients.front();
+    if (isFirst && !floods) continue;
+    const Command command = isFirst ? kFlood : kLatency;
+    if (!client->Channel().Tell({double(command), double(begin), double(end)})) return false;
+  }
+  std::vector<double> all, answer;
+  for (const auto& client : clients) {
+    const bool isFirst = client == clients.front();
+    if (isFirst && !floods) continue;
+    if (!client->Channel().Hear(&answer)) return false;
+    if (!isFirst) all.push_back(answer[0]);
+  }
+  *nanoseconds = IpcMedian(all);
   return true;
 }
 

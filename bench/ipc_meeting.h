@@ -43,6 +43,13 @@ class IpcMeeting {
   // All clients send requests; each one's number of answers within `windowMs`.
   bool MeasureAll(int windowMs, std::vector<double>* answers);
 
+  // All clients but the first send a request every few milliseconds; the median of their 99th
+  // percentiles. Meanwhile the first one posts without a pause, if `floods`, or does nothing.
+  bool MeasureLatency(int windowMs, bool floods, double* nanoseconds);
+
+  // From before the first client connected until it had its first reply.
+  double FirstNanoseconds() const { return firstNanoseconds; }
+
   // Tells everybody to leave. False when somebody does not, or failed.
   bool End();
 
@@ -61,4 +68,5 @@ class IpcMeeting {
   const std::string place;
   IpcProcess server;
   std::vector<std::unique_ptr<IpcProcess>> clients;
+  double firstNanoseconds = 0;
 };
