@@ -97,6 +97,11 @@ std::unique_ptr<RawLane> RawLane::On(int socket) {
   if (!offer.SendOn(socket) || !ReadAcceptance(socket, descriptors)) return nullptr;
   made->lane = mmap(nullptr, kHostLaneSize, PROT_READ | PROT_WRITE, MAP_SHARED, offer.file, 0);
   made->status = mmap(nullptr, kHostStatusPageSize, PROT_READ, MAP_SHARED, descriptors[1], 0);
+  // Nobody but the server may write to its page.
+  EXPECT_EQ(MAP_FAILED, mmap(nullptr, kHostStatusPageSize, PROT_READ | PROT_WRITE, MAP_SHARED,
+                             descriptors[1], 0));
+  EXPECT_NE(0, mprotect(made->status, kHostStatusPageSize, PROT_READ | PROT_WRITE));
+  EXPECT_EQ(-1, pwrite(descriptors[1], "x", 1, 0));
   close(descriptors[1]);
   made->doorbell = descriptors[0];
   made->out =
