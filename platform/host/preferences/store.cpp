@@ -315,9 +315,10 @@ bool HostPreferencesFile::Synchronize() {
   // If there is no memory to note that the changes are on the disk, they stay set, and the next
   // commit finds nothing to change.
   HostGuard([&] {
+    const bool isRefusal = problem == fresh.problem;
     if (isWritten) Finish(*taken.values.Get(), std::move(fresh));
     if (isAllWritten) return;
-    LogOnce(problem, problem == fresh.problem ? &lastRefusal : &lastFailure);
+    LogOnce(problem, isRefusal ? &lastRefusal : &lastFailure);
     lastFailure = problem;
   });
   return isAllWritten && !wasRefused;
