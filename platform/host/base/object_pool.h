@@ -8,11 +8,11 @@
 #include <cstdint>
 #include <new>
 
-// A block for an object, null without memory. `place` tells where it came from; the object stores
+// A block for an object, null without memory. `offset` tells where it came from; the object stores
 // it for HostObjectPool::GiveBack.
 struct HostObjectBlock {
   void* bytes;
-  UInt16 place;
+  UInt16 offset;
 };
 
 // HostObjectPool gives out blocks for objects that are made by the thousand and mostly destroyed
@@ -36,15 +36,15 @@ class HostObjectPool {
     if (pool != nullptr && size <= kLargestBlock) return pool->Cut((size + 7) & ~size_t{7});
     return {::operator new(size, std::nothrow), kHeap};
   }
-  static void GiveBack(void* block, UInt16 place) {
-    if (place == kHeap) return ::operator delete(block);
+  static void GiveBack(void* block, UInt16 offset) {
+    if (offset == kHeap) return ::operator delete(block);
     // Computed by the address, because the compiler assumes that nothing is in front of an object.
-    const uintptr_t slab = reinterpret_cast<uintptr_t>(block) - size_t{place} * kUnit;
+    const uintptr_t slab = reinterpret_cast<uintptr_t>(block) - size_t{offset} * kUnit;
     reinterpret_cast<Slab*>(slab)->Drop(1);
   }
 
  private:
-  // Values of `place`. All others are the offset from the slab's beginning, in units.
+  // Values of `offset`. All others are the offset from the slab's beginning, in units.
   static constexpr UInt16 kHeap = 0;
   static constexpr size_t kUnit = 8;
 

@@ -44,16 +44,16 @@ OSErr AEGetDescData(const AEDesc* desc, void* buffer, Size maxSize) {
 
 OSErr AEReplaceDescData(DescType type, const void* data, Size size, AEDesc* desc) {
   if (desc == nullptr) return paramErr;
-  HostAEItem* place = HostFindItem(desc->dataHandle);
-  if (place == nullptr && desc->dataHandle != nullptr) return errAENotAEDesc;
+  HostAEItem* former = HostFindItem(desc->dataHandle);
+  if (former == nullptr && desc->dataHandle != nullptr) return errAENotAEDesc;
 
   // The new bytes may lie in the old ones, so these go last.
   HostAEItem item;
   const OSStatus err = HostItemFromBytes(type, data, size, &item);
   if (err != 0) return static_cast<OSErr>(err);
-  if (place == nullptr) return static_cast<OSErr>(HostMakeDesc(&item, desc));
-  place->Release();
-  memcpy(place, &item, sizeof item);
+  if (former == nullptr) return static_cast<OSErr>(HostMakeDesc(&item, desc));
+  former->Release();
+  memcpy(former, &item, sizeof item);
   desc->descriptorType = type;
   if (type == typeNull) AEDisposeDesc(desc);
   return 0;

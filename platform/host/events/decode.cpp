@@ -196,9 +196,9 @@ OSStatus Decoder::ReadContainer(Level& level, HostAEItem* item, size_t contentEn
   }
   OSStatus err = AddItem(level, *item);
   if (err != 0) return err;
-  HostAEItem& place = level.items->end()[-1];
-  if (place.form == HostAEForm::kEvent) return OpenEvent(place.event, contentEnd);
-  return OpenItems(&place.items, place.form == HostAEForm::kRecord, contentEnd);
+  HostAEItem& added = level.items->end()[-1];
+  if (added.form == HostAEForm::kEvent) return OpenEvent(added.event, contentEnd);
+  return OpenItems(&added.items, added.form == HostAEForm::kRecord, contentEnd);
 }
 
 }  // namespace

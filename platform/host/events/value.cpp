@@ -32,13 +32,13 @@ bool HostFormFits(HostAEForm form, DescType type) {
 }
 
 HostAEItem* HostAEItems::Search(AEKeyword key) const {
-  HostAEItem* place = begin() + block->likely;
-  if (block->likely >= block->count || place->key != key) {
-    place = std::find_if(begin(), end(), [key](const HostAEItem& item) { return item.key == key; });
-    if (place == end()) return nullptr;
+  HostAEItem* found = begin() + block->likely;
+  if (block->likely >= block->count || found->key != key) {
+    found = std::find_if(begin(), end(), [key](const HostAEItem& item) { return item.key == key; });
+    if (found == end()) return nullptr;
   }
-  block->likely = static_cast<uint32_t>(place - begin()) + 1;
-  return place;
+  block->likely = static_cast<uint32_t>(found - begin()) + 1;
+  return found;
 }
 
 bool HostAEItems::Reserve(uint32_t capacity) {
@@ -94,19 +94,19 @@ void HostAEItems::RecomputeHeight() {
 }
 
 void HostAEItems::Replace(uint32_t index, const HostAEItem& item) {
-  HostAEItem& place = (*this)[index];
-  const int before = place.Height();
-  place.Release();
-  memcpy(&place, &item, sizeof item);
+  HostAEItem& former = (*this)[index];
+  const int before = former.Height();
+  former.Release();
+  memcpy(&former, &item, sizeof item);
   if (item.Height() >= before) return NoteHeight(item.Height());
   RecomputeHeight();
 }
 
 void HostAEItems::Remove(uint32_t index) {
-  HostAEItem* place = &(*this)[index];
-  const int before = place->Height();
-  place->Release();
-  memmove(place, place + 1, (end() - place - 1) * sizeof *place);
+  HostAEItem* found = &(*this)[index];
+  const int before = found->Height();
+  found->Release();
+  memmove(found, found + 1, (end() - found - 1) * sizeof *found);
   --block->count;
   if (before > 0) RecomputeHeight();
 }
@@ -131,9 +131,9 @@ OSStatus HostAEItems::CopyFrom(const HostAEItems& source) {
   if (source.Count() == 0) return 0;
   if (!Reserve(source.Count())) return memFullErr;
   for (const HostAEItem& item : source) {
-    HostAEItem& place = begin()[block->count];
-    place.key = item.key;
-    const OSStatus err = place.CopyFrom(item);
+    HostAEItem& slot = begin()[block->count];
+    slot.key = item.key;
+    const OSStatus err = slot.CopyFrom(item);
     if (err != 0) {
       Destroy();
       return err;

@@ -28,7 +28,7 @@ OSErr LookAt(const HostItem& item, Target* target) {
 
 // Finds the item that a link's text names, relative to the folder of the link. Its last component
 // may be a link again or may not exist.
-OSErr PlaceOf(const std::string& linkPath, const std::string& text, HostItem* item) {
+OSErr ItemOfLink(const std::string& linkPath, const std::string& text, HostItem* item) {
   std::string path = text;
   if (path[0] != '/') path.insert(0, linkPath.substr(0, linkPath.rfind('/') + 1));
   const size_t last = path.find_last_not_of('/');
@@ -43,7 +43,7 @@ OSErr PlaceOf(const std::string& linkPath, const std::string& text, HostItem* it
   if (err == noErr) err = HostPathOfItem(folder, &folderPath);
   if (err == noErr) err = HostNumberOfFolder(folderPath, &number);
   if (err != noErr) return err == fnfErr ? OSErr{dirNFErr} : err;
-  if (HostIsRecordName(name)) return *item = {number, name}, noErr;
+  if (HostIsSpecName(name)) return *item = {number, name}, noErr;
   return bdNamErr;
 }
 
@@ -52,7 +52,7 @@ OSErr FollowOnce(Target* target) {
   const ssize_t size = readlink(target->path.c_str(), text, sizeof text);
   if (size <= 0) return size < 0 ? HostFileStatus(errno) : OSErr{fnfErr};
   HostItem item;
-  const OSErr err = PlaceOf(target->path, std::string(text, static_cast<size_t>(size)), &item);
+  const OSErr err = ItemOfLink(target->path, std::string(text, static_cast<size_t>(size)), &item);
   return err == noErr ? LookAt(item, target) : err;
 }
 

@@ -146,8 +146,8 @@ OSErr FSGetCatalogInfo(const FSRef* ref, FSCatalogInfoBitmap which, FSCatalogInf
                        HFSUniStr255* name, FSSpec* spec, FSRef* parent) {
   return HostGuard(OSErr{memFullErr}, [&]() -> OSErr {
     if (which != kFSCatInfoNone) return paramErr;
-    const bool asksForRecordAlone = spec != nullptr && name == nullptr && parent == nullptr;
-    if (asksForRecordAlone) return SpecOfRef(ref, spec);
+    const bool wantsSpecOnly = spec != nullptr && name == nullptr && parent == nullptr;
+    if (wantsSpecOnly) return SpecOfRef(ref, spec);
     HostItem item, folder;
     std::string path;
     FSSpec made;

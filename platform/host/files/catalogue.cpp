@@ -42,12 +42,12 @@ OSErr FindIndexed(SInt32 folder, int index, CatalogueEntry* entry) {
   if (!directory.IsOpen()) return HostFileStatus(errno);
   std::vector<std::string> names;
   while (const dirent* each = directory.Next()) {
-    if (HostIsRecordName(each->d_name)) names.emplace_back(each->d_name);
+    if (HostIsSpecName(each->d_name)) names.emplace_back(each->d_name);
   }
   if (static_cast<size_t>(index) > names.size()) return fnfErr;
-  const auto place = names.begin() + (index - 1);
-  std::nth_element(names.begin(), place, names.end());
-  return FindEntry({folder, *place}, entry);
+  const auto wanted = names.begin() + (index - 1);
+  std::nth_element(names.begin(), wanted, names.end());
+  return FindEntry({folder, *wanted}, entry);
 }
 
 // Finds the item that a parameter block names, by the rules of ioFDirIndex.

@@ -217,7 +217,7 @@ OSErr NumberOfWorkingFolder(SInt32* number) {
 
 }  // namespace
 
-bool HostIsRecordName(std::string_view name) {
+bool HostIsSpecName(std::string_view name) {
   if (name.empty() || name.size() > kMaxName || name == "." || name == "..") return false;
   return name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
 }
@@ -303,7 +303,7 @@ OSErr HostItemOfSpec(SInt16 volume, SInt32 folder, ConstStr255Param name, HostIt
     err = HostPathOfFolder(folder, &path);
     return err == noErr ? HostItemOfPath(path, item) : err;
   }
-  if (!HostIsRecordName(text)) return bdNamErr;
+  if (!HostIsSpecName(text)) return bdNamErr;
   *item = {folder, std::string(text)};
   return noErr;
 }
@@ -314,7 +314,7 @@ OSErr HostItemOfRef(const FSRef& ref, HostItem* item) {
   if (bytes.key != ReferenceKey() || bytes.length > kMaxName) return errFSBadFSRef;
   std::string name(bytes.name, bytes.length);
   const bool isRoot = bytes.folder == fsRtParID && name == "/";
-  if (!isRoot && !name.empty() && !HostIsRecordName(name)) return errFSBadFSRef;
+  if (!isRoot && !name.empty() && !HostIsSpecName(name)) return errFSBadFSRef;
   *item = {bytes.folder, std::move(name)};
   return noErr;
 }

@@ -63,7 +63,7 @@ OSErr HostPathOfFolder(SInt32 number, std::string* path);
 OSErr HostOpenFolder(SInt32 number, HostOpenFile* folder);
 
 // Whether a name fits into a file spec: 1 to 63 bytes without "/" and NUL, not "." or "..".
-bool HostIsRecordName(std::string_view name);
+bool HostIsSpecName(std::string_view name);
 
 // Stores the first `most` bytes of a name as a Pascal string: a length byte, then the bytes. `out`
 // has room for most + 1 bytes; `most` is at most 255.

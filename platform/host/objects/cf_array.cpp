@@ -93,9 +93,9 @@ void __CFArray::RemoveAll() {
   while (count > 0) callbacks.Release(values[--count]);
 }
 
-bool __CFArray::NextItem(size_t& place, Item& item) const {
-  if (place >= count) return false;
-  item = {nullptr, values[place++]};
+bool __CFArray::NextItem(size_t& position, Item& item) const {
+  if (position >= count) return false;
+  item = {nullptr, values[position++]};
   return true;
 }
 

@@ -31,7 +31,7 @@ struct __CFArray final : HostContainer {
   bool Remove(size_t index);
   void RemoveAll();
 
-  bool NextItem(size_t& place, Item& item) const override;
+  bool NextItem(size_t& position, Item& item) const override;
   size_t ItemCount() const override { return count; }
   const HostItemCallbacks& ValueCallbacks() const override {
     return holdsObjects ? kHostObjects : *reinterpret_cast<const HostItemCallbacks*>(this + 1);

@@ -99,7 +99,7 @@ class Description {
  private:
   struct Frame {
     const HostContainer* container;
-    size_t place;
+    size_t position;
   };
 
   bool IsFull() const { return text.size() > kMaxDescribedUnits; }
@@ -118,7 +118,7 @@ class Description {
     const HostContainer* container = open.back().container;
     const HostItemCallbacks* keyCallbacks = container->KeyCallbacks();
     HostContainer::Item item;
-    if (IsFull() || !container->NextItem(open.back().place, item)) {
+    if (IsFull() || !container->NextItem(open.back().position, item)) {
       open.pop_back();
       Indent();
       text += keyCallbacks != nullptr ? u"}" : u")";
@@ -227,7 +227,7 @@ CFHashCode HostContainer::Hash() const {
   const HostItemCallbacks& hashed = keys != nullptr ? *keys : ValueCallbacks();
   if (ItemCount() > kMaxHashed || !hashed.ComparesObjects()) return HostHashWord(sum);
   Item item;
-  for (size_t place = 0; NextItem(place, item);) {
+  for (size_t position = 0; NextItem(position, item);) {
     const void* leaf = item.key != nullptr ? item.key : item.value;
     if (HostCastContainer(leaf) == nullptr) sum += UInt64{CFHash(leaf)} << 8;
   }

@@ -81,13 +81,13 @@ class HostContainer : public HostCFObject {
   CFHashCode Hash() const final;
   CFStringRef CopyDescription() const final;
 
-  // Returns one item after the other. `key` is null in an array. `place` begins at 0 and is not an
-  // index.
+  // Returns one item after the other. `key` is null in an array. `position` begins at 0 and is not
+  // an index.
   struct Item {
     const void* key = nullptr;
     const void* value = nullptr;
   };
-  virtual bool NextItem(size_t& place, Item& item) const = 0;
+  virtual bool NextItem(size_t& position, Item& item) const = 0;
   virtual size_t ItemCount() const = 0;
   virtual const HostItemCallbacks& ValueCallbacks() const = 0;
   virtual const HostItemCallbacks* KeyCallbacks() const = 0;  // null in an array

@@ -15,13 +15,13 @@
 // How a dictionary is stored and searched.
 //
 // The pairs are in a list, in the order in which their keys came in. Removing a pair leaves a hole
-// (a null key), so that the other pairs keep their places; holes at the end are dropped at once,
+// (a null key), so that the other pairs keep their positions; holes at the end are dropped at once,
 // the others when a quarter of a full list is holes and nobody walks over it (Pack).
 //
 // Up to kMaxUnindexed pairs are searched one by one. From then on there is an index: a table of
-// slots (hash, place + 1), a power of two in size and at most three quarters full. A key's search
-// begins at its hash and ends at the first free slot. Removing a slot therefore moves those after
-// it up (Leave), so that no search ends too early; there are no marks for removed slots.
+// slots (hash, position + 1), a power of two in size and at most three quarters full. A key's
+// search begins at its hash and ends at the first free slot. Removing a slot therefore moves those
+// after it up (Leave), so that no search ends too early; there are no marks for removed slots.
 //
 // Three states of the index:
 //   none       slots null, slotMask 0: the pairs are few, or RemoveAll has dropped it
@@ -97,18 +97,18 @@ bool AreAscending(const HostPair* pairs, size_t count) {
 bool AreFewAndHashApart(const HostPair* pairs, size_t count) {
   constexpr size_t kMost = 128;
   if (count > kMost) return false;
-  UInt8 places[2 * kMost] = {};  // of the hashes, plus 1; 0: free
+  UInt8 positions[2 * kMost] = {};  // of the hashes, plus 1; 0: free
   UInt32 hashes[kMost];
   for (size_t i = 0; i < count; ++i) {
     const auto* key = HostCast<HostCFString>(pairs[i].key);
     if (key == nullptr) return false;
     const UInt32 hash = key->TextHash();
     size_t at = hash % (2 * kMost);
-    for (; places[at] != 0; at = (at + 1) % (2 * kMost)) {
-      if (hashes[places[at] - 1] == hash) return false;
+    for (; positions[at] != 0; at = (at + 1) % (2 * kMost)) {
+      if (hashes[positions[at] - 1] == hash) return false;
     }
     hashes[i] = hash;
-    places[at] = static_cast<UInt8>(i + 1);
+    positions[at] = static_cast<UInt8>(i + 1);
   }
   return true;
 }
@@ -188,8 +188,9 @@ void __CFDictionary::WithHashes(const HostPair* list, size_t size, const Slot* i
 // `hash` is that of the key, if there is an index.
 void __CFDictionary::Take(const HostPair& pair, UInt32 hash) {
   Slot* const index = slots.load(std::memory_order_relaxed);
-  const UInt32 place = index != nullptr ? FindIndexed(index, pair.key, hash) : FindPlace(pair.key);
-  if (place == kNowhere) {
+  const UInt32 position =
+      index != nullptr ? FindIndexed(index, pair.key, hash) : FindPosition(pair.key);
+  if (position == kNowhere) {
     assert(used < capacity);  // MakeRoom has been called
     assert(index == nullptr || used <= slotMask);
     pairs[used] = pair;
@@ -198,7 +199,7 @@ void __CFDictionary::Take(const HostPair& pair, UInt32 hash) {
     ++count;
     return;
   }
-  ReleasePair({pair.key, std::exchange(pairs[place].value, pair.value)});
+  ReleasePair({pair.key, std::exchange(pairs[position].value, pair.value)});
 }
 
 void __CFDictionary::Destroy() {
@@ -247,12 +248,12 @@ bool __CFDictionary::KeysEqual(const void* a, const void* b) const {
 UInt32 __CFDictionary::FindIndexed(const Slot* index, const void* key, UInt32 hash) const {
   for (UInt32 i = hash & slotMask;; i = (i + 1) & slotMask) {
     const Slot slot = index[i];
-    if (slot.place == 0) return kNowhere;
-    if (slot.hash == hash && KeysEqual(pairs[slot.place - 1].key, key)) return slot.place - 1;
+    if (slot.position == 0) return kNowhere;
+    if (slot.hash == hash && KeysEqual(pairs[slot.position - 1].key, key)) return slot.position - 1;
   }
 }
 
-UInt32 __CFDictionary::FindPlace(const void* key) const {
+UInt32 __CFDictionary::FindPosition(const void* key) const {
   if (const Slot* index = IndexForSearch()) return FindIndexed(index, key, HashOf(key));
   for (UInt32 i = 0; i < used; ++i) {
     if (pairs[i].key == key) return i;
@@ -265,8 +266,8 @@ UInt32 __CFDictionary::FindPlace(const void* key) const {
 
 const HostPair* __CFDictionary::Find(const void* key) const {
   if (key == nullptr || count == 0) return nullptr;
-  const UInt32 place = FindPlace(key);
-  return place != kNowhere ? &pairs[place] : nullptr;
+  const UInt32 position = FindPosition(key);
+  return position != kNowhere ? &pairs[position] : nullptr;
 }
 
 // ---- The index ----
@@ -296,7 +297,7 @@ bool __CFDictionary::MakeIndex(UInt32 pairCapacity) {
   const UInt32 oldMask = std::exchange(slotMask, static_cast<UInt32>(wanted - 1));
   if (old != nullptr) {
     for (size_t i = 0; i <= oldMask; ++i) {
-      if (old[i].place != 0) Enter(index, old[i].hash, old[i].place - 1);
+      if (old[i].position != 0) Enter(index, old[i].hash, old[i].position - 1);
     }
   } else {
     EnterAll(index);
@@ -320,31 +321,31 @@ void __CFDictionary::EnterAll(Slot* index) const {
 }
 
 // `index` has slotMask + 1 slots.
-void __CFDictionary::Enter(Slot* index, UInt32 hash, UInt32 place) const {
-  assert(place < capacity && pairs[place].key != nullptr);
+void __CFDictionary::Enter(Slot* index, UInt32 hash, UInt32 position) const {
+  assert(position < capacity && pairs[position].key != nullptr);
   UInt32 i = hash & slotMask;
-  while (index[i].place != 0) i = (i + 1) & slotMask;
-  index[i] = {hash, place + 1};
+  while (index[i].position != 0) i = (i + 1) & slotMask;
+  index[i] = {hash, position + 1};
 }
 
 // Frees the slot of a pair and moves those after it up, so that no search ends before them.
-void __CFDictionary::Leave(UInt32 place) {
+void __CFDictionary::Leave(UInt32 position) {
   Slot* const index = slots.load(std::memory_order_relaxed);
-  assert(index != nullptr && pairs[place].key != nullptr);
-  UInt32 hole = HashOf(pairs[place].key) & slotMask;
-  while (index[hole].place != place + 1) hole = (hole + 1) & slotMask;
-  for (UInt32 i = (hole + 1) & slotMask; index[i].place != 0; i = (i + 1) & slotMask) {
+  assert(index != nullptr && pairs[position].key != nullptr);
+  UInt32 hole = HashOf(pairs[position].key) & slotMask;
+  while (index[hole].position != position + 1) hole = (hole + 1) & slotMask;
+  for (UInt32 i = (hole + 1) & slotMask; index[i].position != 0; i = (i + 1) & slotMask) {
     const UInt32 home = index[i].hash & slotMask;
     if (((i - home) & slotMask) < ((i - hole) & slotMask)) continue;
     index[hole] = index[i];
     hole = i;
   }
-  index[hole].place = 0;
+  index[hole].position = 0;
 }
 
 // ---- Changing ----
 
-// Removes the holes, which changes the places of the pairs after them.
+// Removes the holes, which changes the positions of the pairs after them.
 void __CFDictionary::Pack() {
   assert(walkers.load(std::memory_order_relaxed) == 0);
   UInt32 kept = 0;
@@ -395,10 +396,10 @@ bool __CFDictionary::Set(const void* key, const void* value) {
 }
 
 // Takes a pair out of the dictionary; the caller releases its references.
-HostPair __CFDictionary::Detach(UInt32 place) {
-  assert(place < used && pairs[place].key != nullptr);
-  if (HasIndex()) Leave(place);
-  const HostPair pair = std::exchange(pairs[place], HostPair{});
+HostPair __CFDictionary::Detach(UInt32 position) {
+  assert(position < used && pairs[position].key != nullptr);
+  if (HasIndex()) Leave(position);
+  const HostPair pair = std::exchange(pairs[position], HostPair{});
   --count;
   if (walkers.load(std::memory_order_relaxed) == 0) {
     while (used > 0 && pairs[used - 1].key == nullptr) --used;
@@ -421,11 +422,11 @@ void __CFDictionary::RemoveAll() {
 
 // ---- What all containers do ----
 
-bool __CFDictionary::NextItem(size_t& place, Item& item) const {
-  while (place < used && pairs[place].key == nullptr) ++place;
-  if (place >= used) return false;
-  item = {pairs[place].key, pairs[place].value};
-  ++place;
+bool __CFDictionary::NextItem(size_t& position, Item& item) const {
+  while (position < used && pairs[position].key == nullptr) ++position;
+  if (position >= used) return false;
+  item = {pairs[position].key, pairs[position].value};
+  ++position;
   return true;
 }
 

@@ -65,21 +65,21 @@ struct __CFDictionary final : HostContainer {
   void Remove(const void* key);
   void RemoveAll();
 
-  // Between these two calls pairs keep their places, whatever is added or removed.
+  // Between these two calls pairs keep their positions, whatever is added or removed.
   void BeginWalk() const { walkers.fetch_add(1, std::memory_order_relaxed); }
   void EndWalk() const { walkers.fetch_sub(1, std::memory_order_relaxed); }
 
-  bool NextItem(size_t& place, Item& item) const override;
+  bool NextItem(size_t& position, Item& item) const override;
   size_t ItemCount() const override { return count; }
   const HostItemCallbacks& ValueCallbacks() const override { return Callbacks().value; }
   const HostItemCallbacks* KeyCallbacks() const override { return &Callbacks().key; }
   bool EqualOutside(const HostContainer& other, HostEqualWalk& walk) const override;
 
  private:
-  // One entry of the index. `place` is the pair's place plus 1, or 0 if the entry is free.
+  // One entry of the index. `position` is the pair's position plus 1, or 0 if the entry is free.
   struct Slot {
     UInt32 hash;
-    UInt32 place;
+    UInt32 position;
   };
   static constexpr UInt32 kMaxUnindexed = 8;
   static constexpr UInt32 kNowhere = UINT32_MAX;
@@ -101,10 +101,10 @@ struct __CFDictionary final : HostContainer {
   const Slot* IndexForSearch() const;
   UInt32 HashOf(const void* key) const;
   bool KeysEqual(const void* a, const void* b) const;
-  UInt32 FindPlace(const void* key) const;
+  UInt32 FindPosition(const void* key) const;
   UInt32 FindIndexed(const Slot* index, const void* key, UInt32 hash) const;
   void Take(const HostPair& pair, UInt32 hash);
-  HostPair Detach(UInt32 place);
+  HostPair Detach(UInt32 position);
   void ReleasePair(const HostPair& pair) const;
   bool MakeRoom();
   void Pack();
@@ -113,8 +113,8 @@ struct __CFDictionary final : HostContainer {
   template <class Put>
   void WithHashes(const HostPair* list, size_t size, const Slot* index, Put put) const;
   void EnterAll(Slot* index) const;
-  void Enter(Slot* index, UInt32 hash, UInt32 place) const;
-  void Leave(UInt32 place);
+  void Enter(Slot* index, UInt32 hash, UInt32 position) const;
+  void Leave(UInt32 position);
 
   mutable std::atomic<UInt32> walkers{0};
   UInt32 count = 0;     // of pairs without holes

@@ -118,8 +118,8 @@ class HostCFObject {
 
   // Frees the object's block; the last step of LastRelease in a class that needs no destructor. The
   // block comes from the heap unless RememberBlock was called after creation.
-  void FreeBlock() { HostObjectPool::GiveBack(this, blockPlace); }
-  void RememberBlock(const HostObjectBlock& block) { blockPlace = block.place; }
+  void FreeBlock() { HostObjectPool::GiveBack(this, blockOffset); }
+  void RememberBlock(const HostObjectBlock& block) { blockOffset = block.offset; }
 
  private:
   // A count with the top bit set never changes. Constants have such a count, and an object that is
@@ -133,8 +133,8 @@ class HostCFObject {
       1u << kHostTypeString | 1u << kHostTypeNumber | 1u << kHostTypeDate;
 
   mutable std::atomic<UInt32> references;
-  UInt16 blockPlace = 0;  // a HostObjectBlock's
-  const UInt8 typeID;     // small, so that a class's own small fields share its word
+  UInt16 blockOffset = 0;  // a HostObjectBlock's
+  const UInt8 typeID;      // small, so that a class's own small fields share its word
 };
 
 // Returns the object if `ref` is one of class T, else null. Every documented function checks each

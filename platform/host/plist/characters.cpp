@@ -134,16 +134,16 @@ size_t HostPutUTF8(UInt32 scalar, UInt8* out) {
   return size;
 }
 
-HostTextPlace HostFindPlace(const UInt8* begin, const UInt8* at) {
-  HostTextPlace place;
+HostTextPosition HostFindPosition(const UInt8* begin, const UInt8* at) {
+  HostTextPosition position;
   for (; begin < at; ++begin) {
     const bool isOldEnd = *begin == '\r' && !(at - begin > 1 && begin[1] == '\n');
     if (*begin == '\n' || isOldEnd) {
-      ++place.line;
-      place.column = 0;
+      ++position.line;
+      position.column = 0;
     } else if (!IsTrail(*begin)) {
-      ++place.column;
+      ++position.column;
     }
   }
-  return place;
+  return position;
 }

@@ -75,8 +75,8 @@ size_t HostPutUTF8(UInt32 scalar, UInt8* out);
 
 // The lines before `at` in UTF-8 text that begins at `begin`, and the characters before it in its
 // own line. Lines end with \n, \r\n or, in old files, \r.
-struct HostTextPlace {
+struct HostTextPosition {
   size_t line = 0;
   size_t column = 0;
 };
-HostTextPlace HostFindPlace(const UInt8* begin, const UInt8* at);
+HostTextPosition HostFindPosition(const UInt8* begin, const UInt8* at);

@@ -30,12 +30,12 @@ bool HostPlistReader::Begin() {
 }
 
 bool HostPlistReader::Fail(const UInt8* where, std::string text, std::string hint) {
-  const HostTextPlace place = HostFindPlace(begin, where);
+  const HostTextPosition position = HostFindPosition(begin, where);
   error->text = Presentable(std::move(text));
   error->hint = std::move(hint);
   error->offset = static_cast<size_t>(where - begin);
-  error->line = place.line + 1;
-  error->column = place.column + 1;
+  error->line = position.line + 1;
+  error->column = position.column + 1;
   return false;
 }
 

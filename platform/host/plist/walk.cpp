@@ -11,7 +11,7 @@
 // How the walk goes.
 //
 // One step of Next visits one object. Open containers are frames in a list, so nothing recurses. A
-// frame counts the places of its container; in a dictionary some of these are holes. The depth
+// frame counts the indexes of its container; in a dictionary some of these are holes. The depth
 // limit is also what ends the walk of a container that contains itself.
 //
 // Sorted dictionaries: on entering one, its pairs are copied to the end of `sorted` and sorted
@@ -111,8 +111,8 @@ struct HostPlistWalk::KeyOrder {
     if (a.prefix != b.prefix) return a.prefix < b.prefix;
     return Compare(KeyOf(a.pair)->Text(), KeyOf(b.pair)->Text()) < 0;
   }
-  // The place of each pair is the number of those before it: counted without a branch, which no
-  // processor could predict. Where prefixes are equal, each pair is moved to its place.
+  // The index of each pair is the number of those before it: counted without a branch, which no
+  // processor could predict. Where prefixes are equal, each pair is moved to its index.
   void SortFew() const {
     const size_t count = static_cast<size_t>(last - first);
     UInt64 prefixes[kFew];
@@ -123,12 +123,12 @@ struct HostPlistWalk::KeyOrder {
       prefixes[i] = PrefixOf(KeyOf(pairs[i])->Text(), 0, anyWide);
     }
     for (size_t i = 0; i < count; ++i) {
-      size_t place = 0;
+      size_t index = 0;
       for (size_t j = 0; j < count; ++j) {
-        place += prefixes[j] < prefixes[i];
+        index += prefixes[j] < prefixes[i];
         areApart &= j == i || prefixes[j] != prefixes[i];
       }
-      first[place] = {prefixes[i], pairs[i]};
+      first[index] = {prefixes[i], pairs[i]};
     }
     if (areApart) return;
     for (size_t i = 0; i < count; ++i) {
@@ -238,16 +238,16 @@ bool HostPlistWalk::Visit(const void* item) {
 
 // Sorted, the objects lie all over the memory: they are fetched in three steps, each of which reads
 // only what the one before has brought.
-[[gnu::always_inline]] inline void HostPlistWalk::FetchAhead(size_t place) const {
+[[gnu::always_inline]] inline void HostPlistWalk::FetchAhead(size_t index) const {
   constexpr size_t kStep = 4;
   const size_t end = sorted.size();
-  if (place + kStep < end) FetchItems(sorted[place + kStep].pair.value);
-  if (place + 2 * kStep < end) {
-    __builtin_prefetch(static_cast<const UInt8*>(sorted[place + 2 * kStep].pair.value) + 64);
+  if (index + kStep < end) FetchItems(sorted[index + kStep].pair.value);
+  if (index + 2 * kStep < end) {
+    __builtin_prefetch(static_cast<const UInt8*>(sorted[index + 2 * kStep].pair.value) + 64);
   }
-  if (place + 3 * kStep < end) {
-    __builtin_prefetch(sorted[place + 3 * kStep].pair.key);
-    __builtin_prefetch(sorted[place + 3 * kStep].pair.value);
+  if (index + 3 * kStep < end) {
+    __builtin_prefetch(sorted[index + 3 * kStep].pair.key);
+    __builtin_prefetch(sorted[index + 3 * kStep].pair.value);
   }
 }
 
@@ -255,10 +255,10 @@ bool HostPlistWalk::Visit(const void* item) {
 bool HostPlistWalk::NextPair(Frame& frame) {
   const auto* dictionary = static_cast<const HostCFDictionary*>(frame.container);
   while (frame.next < frame.end) {
-    const size_t place = frame.next++;
-    if (order == Order::kSorted) FetchAhead(frame.firstPair + place);
-    const HostPair& pair = order == Order::kSorted ? sorted[frame.firstPair + place].pair
-                                                   : dictionary->Pairs().begin()[place];
+    const size_t index = frame.next++;
+    if (order == Order::kSorted) FetchAhead(frame.firstPair + index);
+    const HostPair& pair = order == Order::kSorted ? sorted[frame.firstPair + index].pair
+                                                   : dictionary->Pairs().begin()[index];
     if (pair.key == nullptr) continue;
     key = order == Order::kSorted ? KeyOf(pair) : HostCast<HostCFString>(pair.key);
     object = static_cast<const HostCFObject*>(pair.value);

@@ -39,8 +39,8 @@ class HostPlistWalk {
  private:
   struct Frame {
     const HostCFObject* container;
-    size_t next;       // the place of the next item
-    size_t end;        // places there are
+    size_t next;       // the index of the next item
+    size_t end;        // indexes there are
     size_t firstPair;  // in `sorted`, of a sorted dictionary
   };
   struct SortedPair {
@@ -54,7 +54,7 @@ class HostPlistWalk {
   bool Enter(const HostCFObject* container);
   bool Visit(const void* item);
   bool NextPair(Frame& frame);
-  void FetchAhead(size_t place) const;
+  void FetchAhead(size_t index) const;
   bool Sort(const HostCFDictionary& dictionary);
 
   const Order order;

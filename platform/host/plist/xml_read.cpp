@@ -33,7 +33,7 @@ class XMLReader : private HostXMLMarkup {
   void SkipIndentation();
   bool ReadValue();
   bool ReadElement(const StartTag& tag);
-  bool CheckPlace(const StartTag& tag);
+  bool CheckPosition(const StartTag& tag);
   bool CloseContainer();
   bool ReadLeaf(const StartTag& tag);
   bool AddText(const StartTag& tag, const Text& text, const UInt8* from);
@@ -69,7 +69,7 @@ bool XMLReader::ReadValue() {
   return true;
 }
 
-bool XMLReader::CheckPlace(const StartTag& tag) {
+bool XMLReader::CheckPosition(const StartTag& tag) {
   const bool needsKey = builder.NeedsKey();
   const bool isKey = tag.element == HostXMLElement::kKey;
   if (needsKey == isKey && tag.element != HostXMLElement::kPlist) return true;
@@ -82,7 +82,7 @@ bool XMLReader::CheckPlace(const StartTag& tag) {
 }
 
 bool XMLReader::ReadElement(const StartTag& tag) {
-  if (!CheckPlace(tag)) return false;
+  if (!CheckPosition(tag)) return false;
   if (tag.element != HostXMLElement::kDict && tag.element != HostXMLElement::kArray)
     return ReadLeaf(tag);
   const auto kind = tag.element == HostXMLElement::kDict ? HostPlistBuilder::Kind::kDictionary

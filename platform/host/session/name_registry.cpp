@@ -127,19 +127,19 @@ uint64_t PublishedPort(int fd) {
 }
 
 // The owner line of a name file: for people, and for the process that cleans up after the owner.
-struct OwnerRecord {
+struct OwnerLine {
   long pid = 0;
   unsigned long uid = 0;
   UInt32 startTicks = 0;
   uint64_t portId = 0;
 };
 
-std::optional<OwnerRecord> ReadRecord(int fd) {
+std::optional<OwnerLine> ReadOwnerLine(int fd) {
   char text[160];
   const ssize_t size = pread(fd, text, sizeof text - 1, 0);
   if (size <= 0) return std::nullopt;
   text[size] = 0;
-  OwnerRecord record;
+  OwnerLine record;
   if (sscanf(text, "pid %10ld uid %10lu start %10" SCNu32 " port %16" SCNx64, &record.pid,
              &record.uid, &record.startTicks, &record.portId) != 4) {
     return std::nullopt;
@@ -147,7 +147,7 @@ std::optional<OwnerRecord> ReadRecord(int fd) {
   return record;
 }
 
-bool WriteRecord(int fd, uint64_t portId) {
+bool WriteOwnerLine(int fd, uint64_t portId) {
   ProcessSerialNumber psn = {0, 0};
   GetCurrentProcess(&psn);
   char text[160];
@@ -263,7 +263,7 @@ kern_return_t TakeOwnership(const HostContext& context, const char* file, int* c
 }
 
 // Whether `record` is the owner line of a hidden name whose process has ended.
-bool IsOfEndedProcess(const std::optional<OwnerRecord>& record) {
+bool IsOfEndedProcess(const std::optional<OwnerLine>& record) {
   ProcessSerialNumber psn = {0, 0};
   if (!record || record->pid <= 0) return false;
   return !HostSerialNumberOfPid(static_cast<pid_t>(record->pid), &psn) ||
@@ -282,10 +282,10 @@ bool RemoveIfStale(const HostContext& context, const char* file) {
       openat(context.names, file, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
   if (fd < 0) return false;
   // A young file that is being claimed is not locked even for a moment: its claim would fail.
-  const bool ours = (isOld || IsOfEndedProcess(ReadRecord(fd))) && HostTryLockByte(fd, 0) &&
+  const bool ours = (isOld || IsOfEndedProcess(ReadOwnerLine(fd))) && HostTryLockByte(fd, 0) &&
                     HostIsSameFile(context.names, file, fd);
   if (ours) {
-    if (const auto record = ReadRecord(fd)) RemoveSocket(context, record->portId);
+    if (const auto record = ReadOwnerLine(fd)) RemoveSocket(context, record->portId);
     unlinkat(context.names, file, 0);
   }
   close(fd);
@@ -401,7 +401,7 @@ bool IsFound(const HostContext& context, const char* file, uint64_t portId) {
 }
 
 // The pid in the record, 0 unless the record is that of the port that is published.
-pid_t PublishedOwner(uint64_t port, const std::optional<OwnerRecord>& record) {
+pid_t PublishedOwner(uint64_t port, const std::optional<OwnerLine>& record) {
   const bool isCurrent = port != 0 && record && record->portId == port && record->pid > 0;
   return isCurrent ? static_cast<pid_t>(record->pid) : 0;
 }
@@ -412,7 +412,7 @@ std::optional<HostNameInfo> ReadNameFile(const HostContext& context, const char*
   const int fd = OpenToLook(context, file);
   if (fd < 0) return std::nullopt;
   const uint64_t port = PublishedPort(fd);
-  const auto record = ReadRecord(fd);
+  const auto record = ReadOwnerLine(fd);
   struct stat info = {};
   fstat(fd, &info);
   close(fd);
@@ -449,10 +449,10 @@ kern_return_t HostClaimName(const char* name, uint64_t portId, int* claim) {
   int fd = -1;
   if (const kern_return_t err = TakeOwnership(*context, file.text, &fd); err != 0) return err;
 
-  if (const auto record = ReadRecord(fd)) RemoveSocket(*context, record->portId);
+  if (const auto record = ReadOwnerLine(fd)) RemoveSocket(*context, record->portId);
   fchmod(fd, kNameFileMode);  // whatever the umask is
   // Published last: from here on others find the port.
-  if (!WriteRecord(fd, portId) || !HostTryLockByte(fd, OffsetOf(portId))) {
+  if (!WriteOwnerLine(fd, portId) || !HostTryLockByte(fd, OffsetOf(portId))) {
     const kern_return_t err = HostRegistrationStatus(errno);
     HostReleaseName(name, fd);
     return err;
@@ -508,7 +508,7 @@ std::string HostFindNameOwnedBy(const std::function<bool(pid_t)>& isOwner) {
     if (!name) continue;
     const HostOpenFile file(OpenToLook(*context, entry->d_name));
     if (!file.IsOpen()) continue;
-    const pid_t owner = PublishedOwner(PublishedPort(file.Get()), ReadRecord(file.Get()));
+    const pid_t owner = PublishedOwner(PublishedPort(file.Get()), ReadOwnerLine(file.Get()));
     if (owner == 0 || !isOwner(owner)) continue;
     if ((*name)[0] != 1) return *name;
     hidden = *name;

@@ -131,9 +131,9 @@ class HostMPTable {
   Held Find(const void* opaque) {
     const auto id = reinterpret_cast<uintptr_t>(opaque);
     if ((id & kIndexMask) == 0) return Held();
-    const Place place = PlaceOf(static_cast<uint32_t>((id & kIndexMask) - 1));
-    Object* chunk = chunks[place.chunk].load(std::memory_order_acquire);
-    return chunk == nullptr ? Held() : Held(&chunk[place.index], id);
+    const Slot slot = SlotOf(static_cast<uint32_t>((id & kIndexMask) - 1));
+    Object* chunk = chunks[slot.chunk].load(std::memory_order_acquire);
+    return chunk == nullptr ? Held() : Held(&chunk[slot.index], id);
   }
 
   // Makes the id invalid. Wakes the waiters; the last of them frees the object.
@@ -192,11 +192,11 @@ class HostMPTable {
   // So many freed objects rest before the first of them is used again.
   static constexpr uint32_t kResting = 128;
 
-  struct Place {
+  struct Slot {
     unsigned chunk;
     uint32_t index;  // in the chunk
   };
-  static constexpr Place PlaceOf(uint32_t index) {
+  static constexpr Slot SlotOf(uint32_t index) {
     const unsigned chunk = std::bit_width(index / kFirstChunk + 1) - 1;
     return {chunk, index - kFirstChunk * ((1u << chunk) - 1)};
   }
@@ -222,14 +222,14 @@ class HostMPTable {
   }
 
   Object* MakeOne() {
-    const Place place = PlaceOf(made);
-    std::atomic<Object*>& chunk = chunks[place.chunk];
+    const Slot slot = SlotOf(made);
+    std::atomic<Object*>& chunk = chunks[slot.chunk];
     if (chunk.load(std::memory_order_relaxed) == nullptr) {
-      auto* objects = new (std::nothrow) Object[size_t{kFirstChunk} << place.chunk];
+      auto* objects = new (std::nothrow) Object[size_t{kFirstChunk} << slot.chunk];
       if (objects == nullptr) return nullptr;
       chunk.store(objects, std::memory_order_release);
     }
-    Object* object = &chunk.load(std::memory_order_relaxed)[place.index];
+    Object* object = &chunk.load(std::memory_order_relaxed)[slot.index];
     object->index = made++;
     return object;
   }

@@ -25,7 +25,7 @@ struct Queue : HostMPObject {
   Block* head = nullptr;
   Block* tail = nullptr;
   uint32_t headIndex = 0;  // of the oldest message in `head`
-  uint32_t tailIndex = 0;  // of the next free place in `tail`
+  uint32_t tailIndex = 0;  // of the next free slot in `tail`
   uint32_t spares = 0;     // blocks after `tail`
   uint32_t blocks = 0;
   uint32_t count = 0;
@@ -34,7 +34,7 @@ struct Queue : HostMPObject {
   Block* last = nullptr;
   HostMPCondition changed;
 
-  uint32_t FreePlaces() const {
+  uint32_t FreeSlots() const {
     return tail == nullptr ? 0 : spares * kPerBlock + kPerBlock - tailIndex;
   }
   uint32_t BlocksOfReserve(uint32_t wanted) const;
@@ -74,7 +74,7 @@ void Queue::PutLast(Block* block) {
 
 // Makes room for one message in addition to the promised ones.
 bool Queue::EnsureRoom() {
-  while (FreePlaces() <= promised) {
+  while (FreeSlots() <= promised) {
     if (!AddBlock()) return false;
   }
   return true;
@@ -193,7 +193,7 @@ void HostWithdrawPromise(MPQueueID id) {
 void HostPostPromised(MPQueueID id, void* p1, void* p2, void* p3) {
   auto queue = sQueues.Find(id);
   if (!queue) return;
-  assert(queue->promised > 0 && queue->FreePlaces() > 0);
+  assert(queue->promised > 0 && queue->FreeSlots() > 0);
   queue->promised--;
   queue->Append(p1, p2, p3);
   sQueues.WakeOne(queue);

@@ -89,11 +89,11 @@ OSStatus StartThread(MPTaskID id, ByteCount stackSize) {
 }
 
 // The variable that takes the id may be read and cleared by other threads meanwhile.
-void Store(MPTaskID* place, MPTaskID id) {
-  if (place != nullptr) std::atomic_ref<MPTaskID>(*place).store(id, std::memory_order_release);
+void Store(MPTaskID* out, MPTaskID id) {
+  if (out != nullptr) std::atomic_ref<MPTaskID>(*out).store(id, std::memory_order_release);
 }
 
-OSStatus CreateTask(const Plan& plan, ByteCount stackSize, MPTaskID* place) {
+OSStatus CreateTask(const Plan& plan, ByteCount stackSize, MPTaskID* out) {
   uintptr_t number = 0;
   {
     auto task = sTasks.Create(&number);
@@ -101,10 +101,10 @@ OSStatus CreateTask(const Plan& plan, ByteCount stackSize, MPTaskID* place) {
     task->plan = plan;
   }
   const auto id = reinterpret_cast<MPTaskID>(number);
-  Store(place, id);
+  Store(out, id);
   const OSStatus err = StartThread(id, stackSize);
   if (err == noErr) return noErr;
-  Store(place, kInvalidID);
+  Store(out, kInvalidID);
   auto task = sTasks.Find(id);
   if (task) sTasks.Delete(task);
   return err;
