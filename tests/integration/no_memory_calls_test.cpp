@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <thread>
 #include <utility>
 
@@ -129,24 +130,38 @@ TEST_F(CallsWithoutMemory, FilesGiveTheirMemoryErrorAndLeaveNothing) {
     std::filesystem::remove_all(made);  // if there was no memory to delete it
     EXPECT_EQ(0, UseFiles());
   };
-  // The first time finds the folders without numbers.
-  bool hasFailed = true;
-  for (int number = 1; hasFailed; number++) {
-    const std::string fresh = folder.Path("fresh" + std::to_string(number));
-    std::filesystem::create_directories(fresh + "/deeper");
+  // The first time finds the folders without numbers. The table of numbers grows now and then, so
+  // each allocation fails for several folders.
+  for (int round = 0; round < 200; round++) {
+    const int number = round % 10 + 1;
+    SCOPED_TRACE(testing::Message() << "round " << round << ", allocation " << number);
+    const std::string deeper = folder.Path("fresh" + std::to_string(round)) + "/deeper";
+    std::filesystem::create_directories(deeper);
     FSRef ref;
-    const std::string deeper = fresh + "/deeper";
-    const auto find = [&] {
+    FSSpec spec;
+    SInt32 created = 0;
+    const auto attempt = [&](const std::function<OSStatus()>& work) {
+      ArmAllocationFailure(number, AllocationFailure::kOne);
+      const OSStatus err = work();
+      const bool hasFailed = FailedAllocations() > 0;
+      DisarmAllocationFailure();
+      EXPECT_TRUE(err == 0 || (hasFailed && err == memFullErr)) << err;
+      return err;
+    };
+    const std::function<OSStatus()> find = [&] {
       return FSPathMakeRef(reinterpret_cast<const UInt8*>(deeper.c_str()), &ref, nullptr);
     };
-    ArmAllocationFailure(number, AllocationFailure::kOne);
-    const OSStatus err = find();
-    hasFailed = FailedAllocations() > 0;
-    DisarmAllocationFailure();
-    EXPECT_TRUE(err == 0 || (hasFailed && err == memFullErr)) << err;
+    attempt(find);
     EXPECT_EQ(0, find());
     UInt8 text[1024];
     EXPECT_EQ(0, FSRefMakePath(&ref, text, sizeof text));
+    EXPECT_EQ(deeper, reinterpret_cast<char*>(text));
+    EXPECT_EQ(0, FSGetCatalogInfo(&ref, kFSCatInfoNone, nullptr, nullptr, &spec, nullptr));
+    std::memcpy(spec.name, "\3new", 4);
+    const std::function<OSStatus()> create = [&] { return FSpDirCreate(&spec, 0, &created); };
+    const OSStatus err = attempt(create);
+    const std::string path = folder.Path("fresh" + std::to_string(round)) + "/new";
+    EXPECT_EQ(err == 0, std::filesystem::exists(path));
   }
   SweepAllocations({"files", [&] { return UseFiles(); }, {memFullErr}, isWhole});
 }
