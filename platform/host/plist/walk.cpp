@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cassert>
 #include <cstring>
+#include <memory>
+#include <utility>
 
 #include "platform/host/base/byte_order.h"
 #include "platform/host/objects/cf_array.h"
@@ -17,7 +19,7 @@
 // Sorted dictionaries: on entering one, its pairs are copied to the end of `sorted` and sorted
 // there; on leaving it, they are cut off again. So `sorted` holds the pairs of all open
 // dictionaries, the innermost last, and a frame remembers where its own begin. Keys are compared by
-// 64-bit prefixes first (KeyOrder), because the strings are scattered in memory and most keys
+// 64-bit words first (KeyOrder), because the strings are scattered in memory and most keys
 // differ early.
 //
 // Most of the time goes into waiting for memory. The prefetches ask for what the next steps need.
@@ -46,23 +48,25 @@ const HostCFString* KeyOf(const HostPair& pair) {
   }
 }
 
-int Compare(HostTextView a, HostTextView b) {
+// Two texts whose first `from` units are the same.
+int Compare(HostTextView a, HostTextView b, size_t from) {
   const size_t common = std::min(a.length, b.length);
   if (a.narrow != nullptr && b.narrow != nullptr) {
-    const int order = std::memcmp(a.narrow, b.narrow, common);
+    const int order =
+        common > from ? std::memcmp(a.narrow + from, b.narrow + from, common - from) : 0;
     if (order != 0) return order;
   } else {
-    for (size_t i = 0; i < common; ++i) {
+    for (size_t i = from; i < common; ++i) {
       if (a.At(i) != b.At(i)) return a.At(i) < b.At(i) ? -1 : 1;
     }
   }
   return (a.length > b.length) - (a.length < b.length);
 }
 
-// Returns how many units two texts have in common at their beginning, at most `limit`.
-size_t CommonUnits(HostTextView a, HostTextView b, size_t limit) {
+// Returns how many units two texts have in common at their beginning, at most `limit`. The first
+// `count` are known to be the same.
+size_t CommonUnits(HostTextView a, HostTextView b, size_t count, size_t limit) {
   limit = std::min({limit, a.length, b.length});
-  size_t count = 0;
   while (count < limit && a.At(count) == b.At(count)) ++count;
   return count;
 }
@@ -70,7 +74,12 @@ size_t CommonUnits(HostTextView a, HostTextView b, size_t limit) {
 // The units from `from` on as one number, as many as it holds.
 UInt64 PrefixOf(HostTextView text, size_t from, bool anyWide) {
   const size_t left = text.length - std::min(from, text.length);
-  if (!anyWide && left >= sizeof(UInt64)) return HostLoadBig64(text.narrow + from);
+  if (!anyWide && text.length >= sizeof(UInt64)) {
+    if (left >= sizeof(UInt64)) return HostLoadBig64(text.narrow + from);
+    if (left == 0) return 0;
+    const UInt64 last = HostLoadBig64(text.narrow + text.length - sizeof(UInt64));
+    return last << (8 * (sizeof(UInt64) - left));
+  }
   const size_t unitBits = anyWide ? 16 : 8;
   const size_t room = 64 / unitBits;
   UInt64 prefix = 0;
@@ -83,37 +92,46 @@ UInt64 PrefixOf(HostTextView text, size_t from, bool anyWide) {
 }  // namespace
 
 // Sorts pairs by their keys. The strings are scattered in memory, so a word of each is fetched once
-// and compared; keys with equal words are compared by the next word, and few of them as a whole.
-struct HostPlistWalk::KeyOrder {
-  SortedPair* first;
-  SortedPair* last;
-  bool anyWide;
+// and compared: the units from where the keys of a run begin to differ. Keys with equal words make
+// a run that is sorted by the next word; only the keys of small runs are compared as a whole. Large
+// runs are sorted by counting the values of each digit, which needs no branch that a processor
+// could mispredict. The work grows with the total size of the keys.
+class HostPlistWalk::KeyOrder {
+ public:
+  // `anyWide`: at least one key has units of two bytes.
+  explicit KeyOrder(bool anyWide) : anyWide(anyWide) {}
 
-  void Sort() const {
-    if (last - first <= kFew) return SortFew();
-    const size_t common = Common();
-    TakePrefixes(first, last, common);
-    if (std::is_sorted(first, last, IsBefore)) return;
-    std::sort(first, last,
-              [](const SortedPair& a, const SortedPair& b) { return a.prefix < b.prefix; });
-    for (SortedPair *run = first, *end; run < last; run = end) {
-      for (end = run + 1; end < last && end->prefix == run->prefix;) ++end;
-      if (end - run > 1) SortRun(run, end, common + (anyWide ? kWideUnits : kNarrowUnits));
+  void Sort(SortedPair* first, SortedPair* last) {
+    if (last - first <= kFew) return SortFew(first, last);
+    runs.push_back({first, last, 0});
+    while (!runs.empty()) {
+      const Run run = runs.back();
+      runs.pop_back();
+      SortRun(run);
     }
   }
 
  private:
   static constexpr ptrdiff_t kFew = 8;
+  static constexpr ptrdiff_t kSmall = 32;         // a run that is compared text by text
+  static constexpr ptrdiff_t kDigitsLeast = 256;  // pairs for which counting digits is faster
   static constexpr size_t kNarrowUnits = sizeof(UInt64);
   static constexpr size_t kWideUnits = sizeof(UInt64) / sizeof(UniChar);
 
-  static bool IsBefore(const SortedPair& a, const SortedPair& b) {
+  // Pairs of which the first `from` units of the keys are the same.
+  struct Run {
+    SortedPair* first;
+    SortedPair* last;
+    size_t from;
+  };
+
+  static bool IsBefore(const SortedPair& a, const SortedPair& b, size_t from) {
     if (a.prefix != b.prefix) return a.prefix < b.prefix;
-    return Compare(KeyOf(a.pair)->Text(), KeyOf(b.pair)->Text()) < 0;
+    return Compare(KeyOf(a.pair)->Text(), KeyOf(b.pair)->Text(), from) < 0;
   }
   // The index of each pair is the number of those before it: counted without a branch, which no
   // processor could predict. Where prefixes are equal, each pair is moved to its index.
-  void SortFew() const {
+  void SortFew(SortedPair* first, SortedPair* last) const {
     const size_t count = static_cast<size_t>(last - first);
     UInt64 prefixes[kFew];
     HostPair pairs[kFew];
@@ -134,30 +152,105 @@ struct HostPlistWalk::KeyOrder {
     for (size_t i = 0; i < count; ++i) {
       const SortedPair pair = {prefixes[i], pairs[i]};
       SortedPair* hole = first + i;
-      for (; hole > first && IsBefore(pair, hole[-1]); --hole) *hole = hole[-1];
+      for (; hole > first && IsBefore(pair, hole[-1], 0); --hole) *hole = hole[-1];
       *hole = pair;
     }
   }
-  // Many keys of one dictionary tend to begin alike: the prefixes are to begin where they differ.
-  size_t Common() const {
-    const HostTextView model = KeyOf(first->pair)->Text();
+
+  void SortRun(const Run& run) {
+    const size_t from = Common(run);
+    const size_t longest = TakePrefixes(run.first, run.last, from);
+    const auto isBefore = [from](const SortedPair& a, const SortedPair& b) {
+      return IsBefore(a, b, from);
+    };
+    if (std::is_sorted(run.first, run.last, isBefore)) return;
+    // The second: keys that differ only in how many NUL characters they end with.
+    if (run.last - run.first <= kSmall || longest <= from) {
+      return std::sort(run.first, run.last, isBefore);
+    }
+    SortByPrefix(run.first, run.last);
+    const size_t next = from + (anyWide ? kWideUnits : kNarrowUnits);
+    for (SortedPair *first = run.first, *end; first < run.last; first = end) {
+      for (end = first + 1; end < run.last && end->prefix == first->prefix;) ++end;
+      if (end - first > 1) runs.push_back({first, end, next});
+    }
+  }
+
+  // Many keys of one dictionary tend to begin alike: the words are to begin where they differ.
+  // Returns how many units all keys of the run have in common.
+  size_t Common(const Run& run) const {
+    const HostTextView model = KeyOf(run.first->pair)->Text();
     size_t common = model.length;
-    for (const SortedPair* pair = first + 1; pair < last && common > 0; ++pair) {
+    for (const SortedPair* pair = run.first + 1; pair < run.last && common > run.from; ++pair) {
+      if (run.last - pair > kAhead) __builtin_prefetch(pair[kAhead].pair.key);
+      common = CommonUnits(model, KeyOf(pair->pair)->Text(), run.from, common);
+    }
+    return std::max(common, run.from);
+  }
+
+  // Returns the length of the longest key.
+  size_t TakePrefixes(SortedPair* first, SortedPair* last, size_t from) const {
+    size_t longest = 0;
+    for (SortedPair* pair = first; pair < last; ++pair) {
       if (last - pair > kAhead) __builtin_prefetch(pair[kAhead].pair.key);
-      common = CommonUnits(model, KeyOf(pair->pair)->Text(), common);
+      const HostTextView text = KeyOf(pair->pair)->Text();
+      pair->prefix = PrefixOf(text, from, anyWide);
+      longest = std::max(longest, text.length);
     }
-    return common;
+    return longest;
   }
-  void TakePrefixes(SortedPair* begin, SortedPair* end, size_t from) const {
-    for (SortedPair* pair = begin; pair < end; ++pair) {
-      if (end - pair > kAhead) __builtin_prefetch(pair[kAhead].pair.key);
-      pair->prefix = PrefixOf(KeyOf(pair->pair)->Text(), from, anyWide);
+
+  // By the upper half of the words first: then most pairs have their places.
+  void SortByPrefix(SortedPair* first, SortedPair* last) {
+    if (last - first < kDigitsLeast) return SortByComparing(first, last);
+    SortByHalf(first, last, 32);
+    for (SortedPair *run = first, *end; run < last; run = end) {
+      for (end = run + 1; end < last && end->prefix >> 32 == run->prefix >> 32;) ++end;
+      if (end - run >= kDigitsLeast)
+        SortByHalf(run, end, 0);
+      else if (end - run > 1)
+        SortByComparing(run, end);
     }
   }
-  void SortRun(SortedPair* begin, SortedPair* end, size_t from) const {
-    TakePrefixes(begin, end, from);
-    std::sort(begin, end, IsBefore);
+
+  static void SortByComparing(SortedPair* first, SortedPair* last) {
+    std::sort(first, last,
+              [](const SortedPair& a, const SortedPair& b) { return a.prefix < b.prefix; });
   }
+
+  // By four digits of eight bits, of which the lowest is at bit `shift`, the lowest first. Each
+  // pass keeps the order of the one before among pairs whose digits are equal.
+  void SortByHalf(SortedPair* first, SortedPair* last, unsigned shift) {
+    constexpr size_t kDigits = 4, kValues = 256;
+    const auto count = static_cast<size_t>(last - first);
+    UInt32 counts[kDigits][kValues] = {};
+    for (const SortedPair* pair = first; pair < last; ++pair) {
+      for (size_t i = 0; i < kDigits; ++i) {
+        ++counts[i][static_cast<UInt8>(pair->prefix >> (shift + 8 * i))];
+      }
+    }
+    if (scratchSize < count) {
+      scratch = std::make_unique_for_overwrite<SortedPair[]>(count);
+      scratchSize = count;
+    }
+    SortedPair *from = first, *to = scratch.get();
+    for (size_t i = 0; i < kDigits; ++i) {
+      const unsigned at = shift + 8 * static_cast<unsigned>(i);
+      if (counts[i][static_cast<UInt8>(from->prefix >> at)] == count) continue;
+      UInt32 sum = 0;
+      for (UInt32& value : counts[i]) sum += std::exchange(value, sum);
+      for (size_t j = 0; j < count; ++j) {
+        to[counts[i][static_cast<UInt8>(from[j].prefix >> at)]++] = from[j];
+      }
+      std::swap(from, to);
+    }
+    if (from != first) std::copy(from, from + count, first);
+  }
+
+  const bool anyWide;
+  std::vector<Run> runs;
+  std::unique_ptr<SortedPair[]> scratch;
+  size_t scratchSize = 0;
 };
 
 HostPlistWalk::HostPlistWalk(CFPropertyListRef root, Order order)
@@ -183,7 +276,7 @@ bool HostPlistWalk::Sort(const HostCFDictionary& dictionary) {
     anyWide |= text->Latin1() == nullptr;
     next++->pair = pair;
   }
-  KeyOrder{sorted.data() + first, next, anyWide}.Sort();
+  KeyOrder(anyWide).Sort(sorted.data() + first, next);
   return true;
 }
 

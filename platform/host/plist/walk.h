@@ -48,7 +48,7 @@ class HostPlistWalk {
     HostPair pair;
   };
 
-  struct KeyOrder;
+  class KeyOrder;
 
   bool Fail(const char* why);
   bool Enter(const HostCFObject* container);

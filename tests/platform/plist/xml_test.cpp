@@ -247,12 +247,12 @@ TEST(PlistXML, WritesEveryKindOfValueAcrossTheEndOfItsBuffer) {
 }
 
 TEST(PlistXML, SortsFewAndManyKeysAlike) {
-  for (const size_t count : {2, 8, 9, 200}) {
+  for (const size_t count : {2, 8, 9, 200, 2000}) {  // each is sorted in a way of its own
     for (const std::string prefix : {"", "common.prefix.of.all."}) {
       for (const std::string last : {"z", "\xE4\xB8\xAD"}) {
         std::set<std::string> keys = {prefix + last};
         for (size_t i = 1; keys.size() < count; ++i) {
-          const std::string start(i * 37 % 20, 'k');
+          const std::string start(i * 37 % 20, i % 5 != 0 ? 'k' : '\x7F');
           keys.insert(prefix + start + (i % 2 != 0 ? std::to_string(i / 3 * 10000019) : ""));
         }
         std::string sorted, turned;
