@@ -8,8 +8,8 @@ TestSessionDirectory::TestSessionDirectory() {
   const struct {
     const char *variable, *folder;
   } rows[] = {
-      {"XDG_RUNTIME_DIR", "run"}, {"XDG_CONFIG_HOME", "config"}, {"XDG_CONFIG_DIRS", "etc"},
-      {"XDG_DATA_HOME", "data"},  {"XDG_DATA_DIRS", "share"},    {"HOME", "home"},
+      {"XDG_RUNTIME_DIR", "run"},  {"XDG_CONFIG_HOME", "config"}, {"XDG_CONFIG_DIRS", "etc"},
+      {"XDG_DATA_HOME", "data"},   {"XDG_DATA_DIRS", "share"},    {"HOME", "home"},
       {"XDG_STATE_HOME", "state"},
   };
   for (const auto& row : rows) {
