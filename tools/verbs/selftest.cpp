@@ -211,9 +211,9 @@ std::string TryKill(const PrivateSession&) {
   Child server({"serve", kEcho});
   const std::string problem = Expect({"wait", kEcho}, kExitOk);
   server.Kill();
-  return !problem.empty() ? problem
-                          : ExpectAll({{{"wait", kEcho, "--gone"}, kExitOk},
-                                       {{"send", kEcho, "test", "echo"}, kExitNotFound}});
+  if (!problem.empty()) return problem;
+  return ExpectAll(
+      {{{"wait", kEcho, "--gone"}, kExitOk}, {{"send", kEcho, "test", "echo"}, kExitNotFound}});
 }
 
 // Opens an application that is a script which runs this program.
