@@ -142,6 +142,20 @@ TEST(ProcessList, FollowsChangesOfABundle) {
   EXPECT_EQ(1u, AllOf(CodeOf(OwnSignature('2')), FourCC('B', 'N', 'D', 'L')).size());
 }
 
+TEST(ProcessList, APassHasWhatHasStartedSinceTheOneBefore) {
+  for (int round = 0; round < 10; ++round) {
+    ProcessSerialNumber psn = {0, kNoProcess};
+    ASSERT_EQ(noErr, GetNextProcess(&psn));
+    ChildProcess child;
+    ASSERT_TRUE(StartProgram(child, {"/bin/sleep", "100"}));
+    const auto pid = static_cast<UInt32>(child.Pid());
+    psn = {0, kNoProcess};
+    while (GetNextProcess(&psn) == noErr && psn.lowLongOfPSN < pid) {
+    }
+    ASSERT_EQ(pid, psn.lowLongOfPSN);
+  }
+}
+
 // Every pass ends, by increasing pid, whatever starts and stops meanwhile; it has ourselves, and
 // nobody else's processes.
 TEST(ProcessList, PassesEndWhileProcessesComeAndGo) {
