@@ -330,6 +330,18 @@ TEST_F(Lanes, WithImpossiblePositionsEndTheConnectionAndNoOther) {
   RunOnThread([&] { WarmUp(PortOf(server.PortName())); });
 }
 
+// All clients of a server ring the same bell.
+TEST_F(Lanes, WakeTheServerAlsoWhenAPeerHasFilledItsDoorbell) {
+  RawPeer peer(server.PortName());
+  ASSERT_TRUE(peer.TakeLane());
+  LaneClient client(server.PortName());
+  ASSERT_TRUE(peer.Lane().FillDoorbell());
+  for (int i = 0; i < 3; i++) {  // the filling itself wakes the server once
+    client.Ask(kEchoID, i, 0, 5 * 60);
+    EXPECT_EQ(Told(0, i), client.Hear(20s));
+  }
+}
+
 TEST_F(Lanes, WithBytesOnTheSocketEndTheConnection) {
   RawPeer peer(server.PortName());
   ASSERT_TRUE(peer.TakeLane());

@@ -40,7 +40,8 @@ class RawLane {
   bool Wait(int socket, bool forRoom, int64_t end);
 
   void* Memory() { return lane; }
-  void Ring();  // the server's doorbell
+  void Ring();          // the server's doorbell
+  bool FillDoorbell();  // so that its counter takes nothing more
 
  private:
   RawLane() = default;
