@@ -128,7 +128,7 @@ bool ReadEvents(const std::string& path, std::vector<EventDescription>& events,
   for (CFIndex i = 0; list != nullptr && i < CFArrayGetCount(list); ++i) {
     EventDescription event;
     if (!ReadEvent(CFArrayGetValueAtIndex(list, i), event, problem)) {
-      problem = name + ": VLTEvents." + std::to_string(i) + ": " + problem;
+      problem.insert(0, name + ": VLTEvents." + std::to_string(i) + ": ");
       return false;
     }
     events.push_back(event);

@@ -132,7 +132,7 @@ struct WordsAndEnd {
 };
 std::string ExpectAll(const std::vector<WordsAndEnd>& runs) {
   for (const WordsAndEnd& run : runs) {
-    const std::string problem = Expect(run.words, run.status, run.text);
+    std::string problem = Expect(run.words, run.status, run.text);
     if (!problem.empty()) return problem;
   }
   return "";
@@ -196,7 +196,7 @@ std::string TryClaim(const PrivateSession&) {
 
 std::string TrySend(const PrivateSession&) {
   Child server({"serve", kEcho, "--reply", "size:long=640", "--count", "2"});
-  const std::string problem =
+  std::string problem =
       ExpectAll({{{"wait", kEcho}, kExitOk},
                  {{"send", kEcho, "test", "echo", "name:text=camera"}, kExitOk, "size:long=640"},
                  {{"send", kEcho, "test", "last"}, kExitOk}});
@@ -209,7 +209,7 @@ std::string TrySend(const PrivateSession&) {
 
 std::string TryKill(const PrivateSession&) {
   Child server({"serve", kEcho});
-  const std::string problem = Expect({"wait", kEcho}, kExitOk);
+  std::string problem = Expect({"wait", kEcho}, kExitOk);
   server.Kill();
   if (!problem.empty()) return problem;
   return ExpectAll(
@@ -229,12 +229,12 @@ std::string TryLaunch(const PrivateSession& session) {
   std::ofstream(program) << "#!/bin/sh\necho hello\nexec '" << OwnProgram() << "' serve "
                          << kLaunched << "\n";
   chmod(program.c_str(), 0700);
-  const std::string problem =
+  std::string problem =
       ExpectAll({{{"launch", "com.veltrane.selftest", "--port", kLaunched, "--wait", "5"},
                   kExitOk,
                   kLaunched},
                  {{"launch", "com.veltrane.selftest"}, kExitOk, "already running"}});
-  const std::string stopped = Expect({"stop", kLaunched, "--timeout", "5", "--force"}, kExitOk);
+  std::string stopped = Expect({"stop", kLaunched, "--timeout", "5", "--force"}, kExitOk);
   std::ostringstream log;
   log << std::ifstream(session.Path("state/veltrane/log/com.veltrane.selftest.log")).rdbuf();
   if (!problem.empty()) return problem;
@@ -287,7 +287,7 @@ static int RunSelftest(const CommandLine& line) {
   int exit = kExitOk;
   for (const Step& step : kSteps) {
     const auto began = Clock::now();
-    const std::string problem = step.run(session);
+    std::string problem = step.run(session);
     const double seconds = std::chrono::duration<double>(Clock::now() - began).count();
     if (!problem.empty()) exit = kExitGeneral;
     if (line.Has("--json")) {
