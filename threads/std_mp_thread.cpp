@@ -129,10 +129,13 @@ SInt32 VLTStdMPThread::WaitForThreadCreation(SInt32 error) {
   const UInt32 run = CurrentRun();
   while (error == 0) {
     const uint32_t ticket = turn.Handled();
+    // First whether the run is over, then whether its start was processed: the start of a run is
+    // processed before its end, so the other way round a run that came and went between the two
+    // looks would count as one that never reported.
+    const bool isOver = IsThreadTerminated() || CurrentRun() != run;
     // The mark, or its trace if another thread has started the next run meanwhile.
     const bool wasCreated = run != 0 && static_cast<SInt32>(createdRun.load() - run) >= 0;
     if (IsThreadCreated() || wasCreated) break;
-    const bool isOver = IsThreadTerminated() || CurrentRun() != run;
     error = isOver ? SInt32{kMPTaskAbortedErr} : WaitForProgress(ticket, kDurationForever);
   }
   return error;
