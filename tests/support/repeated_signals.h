@@ -3,13 +3,15 @@
 #include <signal.h>
 #include <sys/time.h>
 
+#include <atomic>
+
 // While it lives, this process gets a signal a thousand times a second, with a handler and without
 // SA_RESTART: no wait may become shorter or fail by that.
 class RepeatedSignals {
  public:
   RepeatedSignals() {
     struct sigaction action = {};
-    action.sa_handler = [](int) { haveCome = 1; };
+    action.sa_handler = [](int) { haveCome = true; };
     sigaction(SIGALRM, &action, &before);
     SetInterval(1000);
   }
@@ -18,7 +20,8 @@ class RepeatedSignals {
     sigaction(SIGALRM, &before, nullptr);
   }
 
-  inline static volatile sig_atomic_t haveCome = 0;
+  // Any thread may get the next signal.
+  inline static std::atomic<bool> haveCome = false;
 
  private:
   static void SetInterval(suseconds_t microseconds) {

@@ -108,7 +108,7 @@ TEST(Times, DelaysAreNeverShort) {
     const auto passed = Clock::now() - before;
     EXPECT_GE(passed, least) << duration;
   }
-  EXPECT_NE(0, RepeatedSignals::haveCome);
+  EXPECT_TRUE(RepeatedSignals::haveCome);
 }
 
 TEST(Times, AThrottleKeepsCallsApart) {
