@@ -5,14 +5,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 
 #include "bench/ipc_dbus_daemon.h"
 #include "bench/ipc_meeting.h"
 #include "bench/ipc_proc.h"
 #include "bench/ipc_report.h"
 #include "bench/ipc_system.h"
+#include "bench/session_folder.h"
 
 // What talking between processes costs here, beside the bare socket and a message bus. The rows
 // take turns within each round, so that what else the machine does hits all of them.
@@ -59,41 +58,6 @@ constexpr Figure kFigures[] = {
     {"oneway-160", {IpcKind::kOneWay, 160}},
     {"lookup", {IpcKind::kLookUp, 0}},
     {"crowd16-160", {IpcKind::kRequest, 160, 16}},
-};
-
-// A session of our own, away from the user's. Removed with the object.
-class SessionFolder {
- public:
-  SessionFolder() {
-    char pattern[] = "/tmp/vlt-bench-XXXXXX";
-    if (mkdtemp(pattern) == nullptr) return;
-    path = pattern;
-    const std::string runtime = path + "/run";
-    mkdir(runtime.c_str(), 0700);
-    setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
-    setenv("VLTHOST_LOG", (path + "/log").c_str(), 1);
-  }
-  ~SessionFolder() {
-    std::error_code ignored;
-    if (!path.empty()) std::filesystem::remove_all(path, ignored);
-  }
-  SessionFolder(const SessionFolder&) = delete;
-  SessionFolder& operator=(const SessionFolder&) = delete;
-
-  const std::string& Path() const { return path; }
-
-  // Copies what the library logged to standard error. False when there was something.
-  bool LogIsEmpty() const {
-    std::ifstream log(path + "/log");
-    std::string line;
-    bool isEmpty = true;
-    for (; std::getline(log, line); isEmpty = false)
-      std::fprintf(stderr, "log: %s\n", line.c_str());
-    return isEmpty;
-  }
-
- private:
-  std::string path;
 };
 
 // One run of the program.
@@ -353,7 +317,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   IpcCatchSignals();
-  const SessionFolder session;
+  const BenchSessionFolder session;
   if (session.Path().empty()) {
     std::perror("temporary folder");
     return 1;

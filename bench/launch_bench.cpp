@@ -122,26 +122,6 @@ int RunService() {
   return err >= 0 ? 0 : 1;
 }
 
-// A session's folder lies in memory everywhere but in a folder for temporary files.
-class FolderInMemory {
- public:
-  FolderInMemory() {
-    char pattern[] = "/dev/shm/vlt-bench-XXXXXX";
-    if (mkdtemp(pattern) == nullptr) return;
-    path = pattern;
-    setenv("XDG_RUNTIME_DIR", pattern, 1);
-  }
-  ~FolderInMemory() {
-    std::error_code ignored;
-    if (!path.empty()) std::filesystem::remove_all(path, ignored);
-  }
-  FolderInMemory(const FolderInMemory&) = delete;
-  FolderInMemory& operator=(const FolderInMemory&) = delete;
-
- private:
-  std::string path;
-};
-
 void DescribeService(const std::string& folder) {
   std::ofstream(folder + "/" + kName + ".service")
       << "[D-BUS Service]\nName=" << kName << "\nExec=" << VLT_BENCH_SERVICE << " --service\n";
@@ -164,7 +144,6 @@ bool Measure(const char* row, const std::function<bool(double*)>& measure, IpcRe
 
 int RunRounds(int rounds) {
   const BenchSessionFolder session;
-  const FolderInMemory runtime;
   setenv("XDG_DATA_HOME", session.Path().c_str(), 1);
   setenv("XDG_DATA_DIRS", VLT_BENCH_DATA, 1);
   DescribeService(session.Path());

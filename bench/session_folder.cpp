@@ -7,21 +7,25 @@
 #include <filesystem>
 #include <fstream>
 
-BenchSessionFolder::BenchSessionFolder() {
-  char pattern[] = "/tmp/vlt-bench-XXXXXX";
-  if (mkdtemp(pattern) == nullptr) return;
-  path = pattern;
+BenchSessionFolder::BenchSessionFolder()
+    : path("/tmp/vlt-bench-XXXXXX"), memoryPath("/dev/shm/vlt-bench-XXXXXX") {
+  if (mkdtemp(path.data()) == nullptr) path.clear();
+  if (mkdtemp(memoryPath.data()) == nullptr) memoryPath.clear();
+  if (path.empty()) return;
   for (const char* name : {"XDG_RUNTIME_DIR", "XDG_CONFIG_HOME", "XDG_CONFIG_DIRS"}) {
     const std::string folder = path + "/" + name;
     mkdir(folder.c_str(), 0700);
     setenv(name, folder.c_str(), 1);
   }
+  if (!memoryPath.empty()) setenv("XDG_RUNTIME_DIR", memoryPath.c_str(), 1);
   setenv("VLTHOST_LOG", (path + "/log").c_str(), 1);
 }
 
 BenchSessionFolder::~BenchSessionFolder() {
   std::error_code ignored;
-  if (!path.empty()) std::filesystem::remove_all(path, ignored);
+  for (const std::string& folder : {path, memoryPath}) {
+    if (!folder.empty()) std::filesystem::remove_all(folder, ignored);
+  }
 }
 
 bool BenchSessionFolder::LogIsEmpty() const {

@@ -81,9 +81,18 @@ function(vlt_own_program name)
   if(NOT VLT_SANITIZE)
     # Binding the symbols of the shared C++ library at each start takes longer than all that a
     # program does before its port is claimed. Of the static library it contains only what it uses.
-    target_link_options(${name} PRIVATE -static-libstdc++ -static-libgcc LINKER:--gc-sections)
+    target_link_options(${name} PRIVATE -static-libstdc++ -static-libgcc LINKER:--gc-sections
+      LINKER:--as-needed)
+    set_target_properties(${name} PROPERTIES VLT_HAS_STATIC_RUNTIME ON)
   endif()
 endfunction()
+
+# The static C++ library names functions of the mathematics library in parts that no program keeps.
+# Resolving them in libm.a spares each start the loading of the shared one, a tenth of its time. The
+# lowest room links this, so that it comes after all the libraries of the tree.
+add_library(vlt_static_runtime INTERFACE)
+target_link_libraries(vlt_static_runtime INTERFACE
+  "$<$<BOOL:$<TARGET_PROPERTY:VLT_HAS_STATIC_RUNTIME>>:-l:libstdc++.a;-l:libm.a>")
 
 # The number in the shared library's name (libvlt.so.1). It grows when programs that are linked
 # against the library no longer work with it.
