@@ -3,8 +3,9 @@
 #include <string>
 
 // A session and settings of a measurement's own, apart from the user's, for this program and those
-// that it starts. The session directory is in memory (/dev/shm), as it is everywhere but in a folder
-// for temporary files: on a busy disk, binding a socket alone can take 3 ms. Removed with the object.
+// that it starts. The session directory is in memory (/dev/shm), as it is everywhere but in a
+// folder for temporary files: on a busy disk, binding a socket alone can take 3 ms. Removed with
+// the object.
 class BenchSessionFolder {
  public:
   BenchSessionFolder();

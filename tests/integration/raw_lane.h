@@ -26,7 +26,8 @@ struct RawOffer {
 // time.
 class RawLane {
  public:
-  // Offers a lane on a connection and waits a moment for the answer; null when it is not accepted.
+  // Offers a lane on a connection and waits at most 20 s for the answer. Returns null if the server
+  // refuses it or does not answer.
   static std::unique_ptr<RawLane> On(int socket);
   ~RawLane();
 

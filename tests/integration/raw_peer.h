@@ -17,8 +17,9 @@
 // hostile program might do to a server, or as a server to its clients. Every wait is bounded. One
 // thread at a time; the destructor hangs up.
 //
-// With VLT_TEST_LANES in the environment every peer that connects takes a lane, if the server
-// accepts it soon: then all bytes go by the lane, and what the tests expect is the same.
+// With VLT_TEST_LANES in the environment every peer that connects takes a lane, unless the server
+// refuses it or cannot answer because it is stopped or is the test itself. Then all bytes go by the
+// lane, and what the tests expect is the same.
 class RawPeer {
  public:
   explicit RawPeer(const char* name);  // connects to the port that is published under `name`
