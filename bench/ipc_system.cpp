@@ -62,7 +62,7 @@ class SessionDaemon : public Subject {
   }
 
   bool Start(const IpcProcessors& processors) override {
-    const std::string names = HostDescribeContext().path + "/names";
+    const std::string names = HostDescribeSessionDirectory().path + "/names";
     watch = inotify_init1(IN_CLOEXEC);
     if (inotify_add_watch(watch, names.c_str(), IN_CREATE | IN_MODIFY | IN_ATTRIB) < 0) {
       return false;

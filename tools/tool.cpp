@@ -102,7 +102,7 @@ int RunVerb(const Verb& verb, const std::vector<std::string>& words) {
     return kExitUsage;
   }
   if (!verb.needsSession) return verb.run(line);
-  const HostContextInfo session = HostDescribeContext();
+  const HostSessionDirectoryInfo session = HostDescribeSessionDirectory();
   if (!session.usable) return Say(session.problem), kExitNoSession;
   return verb.run(line);
 }

@@ -6,7 +6,7 @@
 #include <csignal>
 
 #include "platform/host/base/clock.h"
-#include "platform/host/session/context_directory.h"
+#include "platform/host/session/session_directory.h"
 #include "platform/host/wire/gather.h"
 #include "tests/integration/raw_peer.h"
 #include "tests/support/interposed_calls.h"

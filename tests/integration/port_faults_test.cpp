@@ -20,8 +20,8 @@
 #include "platform/host/base/file_lock.h"
 #include "platform/host/ports/services.h"
 #include "platform/host/processes/serial_number.h"
-#include "platform/host/session/context_directory.h"
 #include "platform/host/session/name_registry.h"
+#include "platform/host/session/session_directory.h"
 #include "tests/integration/fault_server.h"
 #include "tests/support/permissions.h"
 #include "tests/support/session_directory.h"
@@ -117,7 +117,8 @@ TEST(PortOwner, ARemovedNameFileLeadsNowhere) {
   ReadyProcess first("FaultServer");
   uint64_t port = 0, successor = 0;
   for (int i = 0; i < 3; i++) ASSERT_EQ(0, HostFindName(first.PortName(), &port));
-  for (const auto& file : std::filesystem::directory_iterator(HostGetContext()->path + "/names")) {
+  for (const auto& file :
+       std::filesystem::directory_iterator(HostGetSessionDirectory()->path + "/names")) {
     std::filesystem::remove(file.path());
   }
   EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, HostFindName(first.PortName(), &successor));
@@ -126,7 +127,9 @@ TEST(PortOwner, ARemovedNameFileLeadsNowhere) {
   EXPECT_NE(port, successor);
 }
 
-size_t EntriesIn(const char* folder) { return EntriesOf(HostGetContext()->path + "/" + folder); }
+size_t EntriesIn(const char* folder) {
+  return EntriesOf(HostGetSessionDirectory()->path + "/" + folder);
+}
 
 // A child that the owner forked and that lives on must keep neither name nor port.
 TEST_ROLE(ForkingServer) {
@@ -291,7 +294,7 @@ TEST(PortClient, KeepsItsOrderThroughNewConnections) {
 // The files of names.
 
 std::string NameFile(const std::string& name) {
-  std::string path = HostGetContext()->path + "/names/";
+  std::string path = HostGetSessionDirectory()->path + "/names/";
   for (const char byte : name)
     path += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
   return path;
@@ -351,7 +354,7 @@ TEST(NameFiles, WhatCannotBeUsedIsRefusedWithOneLogLine) {
           {"mode 0", [](const char* path) { return mknod(path, S_IFREG, 0); },
            BOOTSTRAP_NOT_PRIVILEGED, "Permission"},
       };
-  ASSERT_NE(nullptr, HostGetContext());
+  ASSERT_NE(nullptr, HostGetSessionDirectory());
   for (const auto& [what, make, claimed, logged] : rows) {
     SCOPED_TRACE(what);
     const std::string name = UniquePortName(), file = NameFile(name);
@@ -413,7 +416,9 @@ TEST(NameFiles, LeftoversAreRemovedByTheClaimsOfOthers) {
 
   // Names of live owners, or young: they stay.
   constexpr int kYoung = 300, kOld = 500;
-  const auto path = [](const std::string& text) { return HostGetContext()->path + "/" + text; };
+  const auto path = [](const std::string& text) {
+    return HostGetSessionDirectory()->path + "/" + text;
+  };
   const auto makeFile = [](const std::string& file, const std::string& text) {
     std::ofstream(file) << text;
   };
@@ -482,7 +487,7 @@ TEST_ROLE(Visitor) {
   mach_port_t port = MACH_PORT_NULL;
   role.Tell(std::to_string(task_get_special_port(mach_task_self(), TASK_BOOTSTRAP_PORT, &port)));
   task_get_special_port(mach_task_self(), TASK_BOOTSTRAP_PORT, &port);  // not logged again
-  role.Tell(HostDescribeContext().problem);
+  role.Tell(HostDescribeSessionDirectory().problem);
   return kRoleDone;
 }
 
@@ -535,10 +540,10 @@ TEST_ROLE(HinderedVisitor) {
   if (isShort) setrlimit(RLIMIT_NOFILE, &few);
   if (role.Argument(1) == "umask") umask(0777);
   setenv("XDG_RUNTIME_DIR", role.Argument(0).c_str(), 1);
-  const HostContextInfo first = HostDescribeContext();
+  const HostSessionDirectoryInfo first = HostDescribeSessionDirectory();
   setrlimit(RLIMIT_NOFILE, &limit);
   role.Tell(first.problem);
-  role.Tell(HostDescribeContext().problem);
+  role.Tell(HostDescribeSessionDirectory().problem);
   return kRoleDone;
 }
 

@@ -17,9 +17,9 @@
 #include "platform/host/base/byte_order.h"
 #include "platform/host/base/clock.h"
 #include "platform/host/events/codec.h"
-#include "platform/host/session/context_directory.h"
 #include "platform/host/session/name_registry.h"
 #include "platform/host/session/port_address.h"
+#include "platform/host/session/session_directory.h"
 
 namespace {
 
@@ -267,7 +267,7 @@ void RawPort::StopListening() {
   if (listener < 0) return;
   char file[17];
   HostPortFileName(portID, file);
-  unlinkat(HostGetContext()->ports, file, 0);
+  unlinkat(HostGetSessionDirectory()->ports, file, 0);
   close(std::exchange(listener, -1));
 }
 

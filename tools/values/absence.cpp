@@ -49,11 +49,11 @@ std::vector<std::string> WhyNobodyOwns(const std::string& name) {
     names += (names.empty() ? "" : ", ") + EscapedBytes(each);
   }
   if (!names.empty()) lines.push_back("did you mean " + names + "?");
-  const HostContextInfo session = HostDescribeContext();
+  const HostSessionDirectoryInfo session = HostDescribeSessionDirectory();
   const std::string count = std::to_string(published.size());
   lines.push_back("looked in " + session.path + " (from " + session.source + "), which has " +
                   count + (published.size() == 1 ? " name" : " names"));
-  for (const HostContextInfo& other : HostOtherContexts()) {
+  for (const HostSessionDirectoryInfo& other : HostOtherSessionDirectories()) {
     lines.push_back("another session directory of this user exists: " + other.path + " (from " +
                     other.source + "); programs that use it are not seen here");
   }

@@ -57,14 +57,14 @@ const char* NameOf(Health health) {
 }
 
 void CheckSession(Findings& findings) {
-  const HostContextInfo session = HostDescribeContext();
+  const HostSessionDirectoryInfo session = HostDescribeSessionDirectory();
   if (!session.usable) {
     findings.push_back(
         {"session", Health::kFailure, session.problem, "as it says; then try vltctl session"});
     return;
   }
   findings.push_back({"session", Health::kOk, session.path + " (from " + session.source + ")"});
-  for (const HostContextInfo& other : HostOtherContexts()) {
+  for (const HostSessionDirectoryInfo& other : HostOtherSessionDirectories()) {
     findings.push_back({"session", Health::kWarning,
                         other.path + " exists, too; programs that use it are not seen from here",
                         "set XDG_RUNTIME_DIR alike for all programs, or remove the folder"});
@@ -80,7 +80,7 @@ void CheckSession(Findings& findings) {
 }
 
 void CheckDaemon(Findings& findings) {
-  if (!HostDescribeContext().usable) return;
+  if (!HostDescribeSessionDirectory().usable) return;
   const LaunchPlan plan = PlanLaunch(gSessionMonitorLaunchSpec);
   const OSStatus err = SMCheckDaemonRunning();
   if (err == 0) {

@@ -34,16 +34,16 @@ JsonValue UserModel() {
   return user;
 }
 
-JsonValue DirectoryModel(const HostContextInfo& context) {
+JsonValue DirectoryModel(const HostSessionDirectoryInfo& info) {
   JsonValue directory = JsonValue::Object();
-  directory.AddBytes("value", context.path);
-  directory.Add("source", context.source.c_str());
-  directory.Add("usable", JsonValue::Bool(context.usable));
-  directory.Add("problem", context.usable ? JsonValue() : JsonValue(context.problem));
+  directory.AddBytes("value", info.path);
+  directory.Add("source", info.source.c_str());
+  directory.Add("usable", JsonValue::Bool(info.usable));
+  directory.Add("problem", info.usable ? JsonValue() : JsonValue(info.problem));
   return directory;
 }
 
-JsonValue SessionModel(const HostSession& session, const HostContextInfo& context) {
+JsonValue SessionModel(const HostSession& session, const HostSessionDirectoryInfo& directory) {
   char id[16];
   std::snprintf(id, sizeof id, "0x%x", static_cast<unsigned>(session.id));
   const bool isRoot = (session.attributes & sessionIsRoot) != 0;
@@ -54,7 +54,7 @@ JsonValue SessionModel(const HostSession& session, const HostContextInfo& contex
   model.Add("root", Fact(JsonValue::Bool(isRoot), session.rootSource));
   model.Add("graphicAccess", Fact(JsonValue::Bool(hasGraphicAccess), session.graphicSource));
   model.Add("user", UserModel());
-  model.Add("directory", DirectoryModel(context));
+  model.Add("directory", DirectoryModel(directory));
   return model;
 }
 
@@ -72,15 +72,15 @@ void PrintSession(const JsonValue& model) {
 }  // namespace
 
 static int RunSession(const CommandLine& line) {
-  const HostContextInfo context = HostDescribeContext();
-  const JsonValue model = SessionModel(HostDescribeOwnSession(), context);
+  const HostSessionDirectoryInfo directory = HostDescribeSessionDirectory();
+  const JsonValue model = SessionModel(HostDescribeOwnSession(), directory);
   if (line.Has("--json")) {
     PrintJson(model);
   } else {
     PrintSession(model);
   }
-  if (context.usable) return kExitOk;
-  Say(context.problem);
+  if (directory.usable) return kExitOk;
+  Say(directory.problem);
   return kExitNoSession;
 }
 

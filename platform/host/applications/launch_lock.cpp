@@ -13,7 +13,7 @@
 #include <string_view>
 
 #include "platform/host/base/descriptors.h"
-#include "platform/host/session/context_directory.h"
+#include "platform/host/session/session_directory.h"
 
 namespace {
 
@@ -29,15 +29,15 @@ uint64_t HashOf(std::string_view text) {
 }
 
 int OpenLockFile(const std::string& program) {
-  const HostContext* context = HostGetContext();
-  if (context == nullptr) return -1;
+  const HostSessionDirectory* session = HostGetSessionDirectory();
+  if (session == nullptr) return -1;
   char name[32];
   snprintf(name, sizeof name, "launch-%016" PRIx64, HashOf(program));
   // Entered into the table of file descriptors that a forked child closes, or the child would keep
   // the lock.
   HostDescriptorOpening opening;
   return opening.Enter(
-      openat(context->directory, name, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kFileMode),
+      openat(session->directory, name, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kFileMode),
       HostDescriptorKind::kNameFile);
 }
 

@@ -32,8 +32,8 @@
 #include "platform/host/files/status.h"
 #include "platform/host/processes/serial_number.h"
 #include "platform/host/processes/start_program.h"
-#include "platform/host/session/context_directory.h"
 #include "platform/host/session/name_registry.h"
+#include "platform/host/session/session_directory.h"
 
 // Opening an application takes four steps: find the program, check whether it runs or is being
 // opened, start it, and wait until it can be reached. Only the holder of the program's launch lock

@@ -12,9 +12,9 @@
 #include <utility>
 
 #include "platform/host/base/descriptors.h"
-#include "platform/host/session/context_directory.h"
 #include "platform/host/session/name_registry.h"
 #include "platform/host/session/port_address.h"
+#include "platform/host/session/session_directory.h"
 
 namespace {
 
@@ -42,8 +42,8 @@ bool ReadPeer(int fd, HostPeer* peer) {
 // The session's user and root may connect. Whose session it is does not change with a later
 // seteuid.
 bool MayConnect(const HostPeer& peer) {
-  const HostContext* context = HostGetContext();
-  return peer.uid == 0 || (context != nullptr && peer.uid == context->uid);
+  const HostSessionDirectory* session = HostGetSessionDirectory();
+  return peer.uid == 0 || (session != nullptr && peer.uid == session->uid);
 }
 
 bool IsReadable(int fd) {
@@ -80,10 +80,10 @@ void HostEndpoint::CloseSocket() {
   if (listener < 0) return;
   HostCloseDescriptor(listener);
   listener = -1;
-  const HostContext* context = HostGetContext();
+  const HostSessionDirectory* session = HostGetSessionDirectory();
   char file[17];
   HostPortFileName(portID, file);
-  if (context != nullptr) unlinkat(context->ports, file, 0);
+  if (session != nullptr) unlinkat(session->ports, file, 0);
 }
 
 kern_return_t HostEndpoint::Register(const char* service) {

@@ -9,8 +9,8 @@
 #include "platform/host/ports/port_table.h"
 #include "platform/host/ports/receiver.h"
 #include "platform/host/ports/services.h"
-#include "platform/host/session/context_directory.h"
 #include "platform/host/session/name_registry.h"
+#include "platform/host/session/session_directory.h"
 
 namespace {
 
@@ -46,7 +46,7 @@ kern_return_t task_get_special_port(task_t task, int which, mach_port_t* port) {
     return KERN_INVALID_ARGUMENT;
   }
   return HostGuard(KERN_RESOURCE_SHORTAGE, [&] {
-    if (HostGetContext() == nullptr) return KERN_FAILURE;
+    if (HostGetSessionDirectory() == nullptr) return KERN_FAILURE;
     *port = kHostBootstrapPort;
     return KERN_SUCCESS;
   });

@@ -17,8 +17,8 @@
 #include "platform/host/base/guard.h"
 #include "platform/host/base/mutex.h"
 #include "platform/host/ports/port_object.h"
-#include "platform/host/session/context_directory.h"
 #include "platform/host/session/name_registry.h"
+#include "platform/host/session/session_directory.h"
 
 // The table of this process's port rights.
 //
@@ -166,10 +166,10 @@ void Remove(Table& table, mach_port_t name, Entry& entry) {
 }
 
 bool SocketExists(uint64_t portID) {
-  const HostContext* context = HostGetContext();
+  const HostSessionDirectory* session = HostGetSessionDirectory();
   char file[17];
   HostPortFileName(portID, file);
-  return context != nullptr && faccessat(context->ports, file, F_OK, 0) == 0;
+  return session != nullptr && faccessat(session->ports, file, F_OK, 0) == 0;
 }
 
 // Send rights whose port was never spoken to again are found dead here, so that looking names up

@@ -7,8 +7,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "platform/host/session/context_directory.h"
 #include "platform/host/session/name_registry.h"
+#include "platform/host/session/session_directory.h"
 
 std::vector<HostNameInfo> HostListNames() {
   std::vector<HostNameInfo> names = HostReadNames();
@@ -17,22 +17,22 @@ std::vector<HostNameInfo> HostListNames() {
   return names;
 }
 
-HostContextInfo HostDescribeContext() {
-  HostContextInfo info;
-  info.usable = HostTryContext(&info.path, &info.source, &info.problem) != nullptr;
+HostSessionDirectoryInfo HostDescribeSessionDirectory() {
+  HostSessionDirectoryInfo info;
+  info.usable = HostTrySessionDirectory(&info.path, &info.source, &info.problem) != nullptr;
   return info;
 }
 
-std::vector<HostContextInfo> HostOtherContexts() {
-  const HostContextInfo current = HostDescribeContext();
+std::vector<HostSessionDirectoryInfo> HostOtherSessionDirectories() {
+  const HostSessionDirectoryInfo current = HostDescribeSessionDirectory();
   const std::string number = std::to_string(geteuid());
-  const HostContextInfo candidates[] = {
+  const HostSessionDirectoryInfo candidates[] = {
       {"/run/user/" + number + "/veltrane", "/run/user", false, ""},
       {"/tmp/veltrane-" + number, "/tmp", false, ""}};
-  std::vector<HostContextInfo> others;
+  std::vector<HostSessionDirectoryInfo> others;
   struct stat own, info;
   const bool hasOwn = stat(current.path.c_str(), &own) == 0;
-  for (const HostContextInfo& candidate : candidates) {
+  for (const HostSessionDirectoryInfo& candidate : candidates) {
     if (lstat(candidate.path.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) continue;
     const bool isCurrent = hasOwn && own.st_dev == info.st_dev && own.st_ino == info.st_ino;
     if (info.st_uid == geteuid() && !isCurrent) others.push_back(candidate);

@@ -24,17 +24,17 @@ struct HostNameInfo {
 std::vector<HostNameInfo> HostListNames();
 
 // The session directory and where its path came from; when it cannot be used, why and what to do.
-struct HostContextInfo {
+struct HostSessionDirectoryInfo {
   std::string path;
   std::string source;  // "XDG_RUNTIME_DIR", "/run/user" or "/tmp"
   bool usable = false;
   std::string problem;  // path, owner, mode and remedy in one line; "" when usable
 };
-HostContextInfo HostDescribeContext();
+HostSessionDirectoryInfo HostDescribeSessionDirectory();
 
 // The other directories that may be the session directory of this user and exist: a process gets
 // one of them if its environment is different, as after su or sudo. Only those that the user owns.
-std::vector<HostContextInfo> HostOtherContexts();
+std::vector<HostSessionDirectoryInfo> HostOtherSessionDirectories();
 
 // The number of connections that clients have to the owner of a port name, or that wait to be
 // accepted; -1 if no process owns the name or the kernel does not tell.

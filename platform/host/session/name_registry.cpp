@@ -28,7 +28,7 @@
 #include "platform/host/base/thread_object.h"
 #include "platform/host/processes/proc_status.h"
 #include "platform/host/processes/serial_number.h"
-#include "platform/host/session/context_directory.h"
+#include "platform/host/session/session_directory.h"
 
 // Names as file locks.
 //
@@ -161,10 +161,10 @@ bool WriteOwnerLine(int fd, uint64_t portId) {
   return written == size;
 }
 
-void RemoveSocket(const HostContext& context, uint64_t portId) {
+void RemoveSocket(const HostSessionDirectory& session, uint64_t portId) {
   char file[17];
   HostPortFileName(portId, file);
-  unlinkat(context.ports, file, 0);
+  unlinkat(session.ports, file, 0);
 }
 
 kern_return_t StatusOf(int error) {
@@ -196,13 +196,13 @@ void LogProblem(const std::string& problem) {
 }
 
 // Logs why the file of a name cannot be used. Returns the status that stands for `error`.
-kern_return_t RefuseNameFile(const HostContext& context, const char* file, int error) {
+kern_return_t RefuseNameFile(const HostSessionDirectory& session, const char* file, int error) {
   struct stat info = {};
   std::string reason = strerror(error);
-  if (fstatat(context.names, file, &info, AT_SYMLINK_NOFOLLOW) == 0 && !S_ISREG(info.st_mode)) {
+  if (fstatat(session.names, file, &info, AT_SYMLINK_NOFOLLOW) == 0 && !S_ISREG(info.st_mode)) {
     reason = "it is not a regular file";
   }
-  LogProblem("port name \"" + DecodeName(file).value_or(file) + "\": its file " + context.path +
+  LogProblem("port name \"" + DecodeName(file).value_or(file) + "\": its file " + session.path +
              "/names/" + file + " cannot be used: " + reason + "; remove it");
   return StatusOf(error);
 }
@@ -221,12 +221,12 @@ bool IsFileUnusable(int error) {
 // Opens the file of a name with `flags`, and enters it, so that no forked child keeps it. Returns
 // the file descriptor, or -1 with errno, which is EINVAL if the file is not a regular one. Never
 // waits, whatever is at the path, because forks are delayed meanwhile.
-int OpenNameFile(const HostContext& context, const char* file, int flags) {
+int OpenNameFile(const HostSessionDirectory& session, const char* file, int flags) {
   int fd = -1;
   {
     HostDescriptorOpening opening;
     fd =
-        opening.Enter(openat(context.names, file,
+        opening.Enter(openat(session.names, file,
                              flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, kNameFileMode),
                       HostDescriptorKind::kNameFile);
   }
@@ -237,11 +237,11 @@ int OpenNameFile(const HostContext& context, const char* file, int flags) {
 }
 
 // Locks byte 0 of `file`, which makes this process the owner of the name.
-kern_return_t TakeOwnership(const HostContext& context, const char* file, int* claim) {
+kern_return_t TakeOwnership(const HostSessionDirectory& session, const char* file, int* claim) {
   for (;;) {
-    const int fd = OpenNameFile(context, file, O_RDWR | O_CREAT);
+    const int fd = OpenNameFile(session, file, O_RDWR | O_CREAT);
     if (fd < 0) {
-      return IsFileUnusable(errno) ? RefuseNameFile(context, file, errno)
+      return IsFileUnusable(errno) ? RefuseNameFile(session, file, errno)
                                    : HostRegistrationStatus(errno);
     }
     if (!HostTryLockByte(fd, 0)) {
@@ -251,12 +251,12 @@ kern_return_t TakeOwnership(const HostContext& context, const char* file, int* c
                                                 : HostRegistrationStatus(error);
     }
     // A file that was removed between open and lock guards nothing: start again.
-    if (HostIsSameFile(context.names, file, fd)) {
+    if (HostIsSameFile(session.names, file, fd)) {
       *claim = fd;
       return 0;
     }
     struct stat info;
-    const bool gone = fstat(context.names, &info) != 0 || info.st_nlink == 0;
+    const bool gone = fstat(session.names, &info) != 0 || info.st_nlink == 0;
     HostCloseDescriptor(fd);
     if (gone) return KERN_FAILURE;
   }
@@ -272,21 +272,21 @@ bool IsOfEndedProcess(const std::optional<OwnerLine>& record) {
 
 // Takes over a file that nobody owns, and removes it: one that has not been touched for a day, or a
 // hidden name of a process that has ended, which nobody will ever claim again.
-bool RemoveIfStale(const HostContext& context, const char* file) {
+bool RemoveIfStale(const HostSessionDirectory& session, const char* file) {
   struct stat info;
-  if (fstatat(context.names, file, &info, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  if (fstatat(session.names, file, &info, AT_SYMLINK_NOFOLLOW) != 0) return false;
   const bool isHidden = strncmp(file, "01", 2) == 0;
   const bool isOld = info.st_mtime <= time(nullptr) - kStaleSeconds;
   if (!S_ISREG(info.st_mode) || !(isOld || isHidden)) return false;
   const int fd = HostAboveStandard(
-      openat(context.names, file, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+      openat(session.names, file, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
   if (fd < 0) return false;
   // A young file that is being claimed is not locked even for a moment: its claim would fail.
   const bool ours = (isOld || IsOfEndedProcess(ReadOwnerLine(fd))) && HostTryLockByte(fd, 0) &&
-                    HostIsSameFile(context.names, file, fd);
+                    HostIsSameFile(session.names, file, fd);
   if (ours) {
-    if (const auto record = ReadOwnerLine(fd)) RemoveSocket(context, record->portId);
-    unlinkat(context.names, file, 0);
+    if (const auto record = ReadOwnerLine(fd)) RemoveSocket(session, record->portId);
+    unlinkat(session.names, file, 0);
   }
   close(fd);
   return ours;
@@ -294,8 +294,8 @@ bool RemoveIfStale(const HostContext& context, const char* file) {
 
 // Examines some of the names, beginning at a random one, because the first ones may stay in use for
 // long.
-void RemoveStaleFiles(const HostContext& context) {
-  HostDirectory directory(context.names, ".");
+void RemoveStaleFiles(const HostSessionDirectory& session) {
+  HostDirectory directory(session.names, ".");
   if (!directory.IsOpen()) return;
   uint32_t skipped = 0;
   if (getrandom(&skipped, sizeof skipped, 0) != sizeof skipped) skipped = 0;
@@ -315,15 +315,15 @@ void RemoveStaleFiles(const HostContext& context) {
     if (entry == nullptr) {
       if (std::exchange(isRound, true)) return;
       directory.Rewind();
-    } else if (entry->d_name[0] != '.' && RemoveIfStale(context, entry->d_name)) {
+    } else if (entry->d_name[0] != '.' && RemoveIfStale(session, entry->d_name)) {
       removed++;
     }
   }
 }
 
-int OpenToLook(const HostContext& context, const char* file) {
+int OpenToLook(const HostSessionDirectory& session, const char* file) {
   return HostAboveStandard(
-      openat(context.names, file, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+      openat(session.names, file, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
 }
 
 // The name that a thread looked up last. The second look-up in a row keeps the name's file open,
@@ -338,7 +338,8 @@ class LastLookUp {
 
   bool IsOf(const NameFile& file) const { return strcmp(name.text, file.text) == 0; }
   uint64_t Ask();
-  kern_return_t OpenAndAsk(const HostContext& context, const NameFile& file, uint64_t* portId);
+  kern_return_t OpenAndAsk(const HostSessionDirectory& session, const NameFile& file,
+                           uint64_t* portId);
 
  private:
   void Close();
@@ -365,17 +366,17 @@ uint64_t LastLookUp::Ask() {
 }
 
 // Does the same as HostFindName.
-kern_return_t LastLookUp::OpenAndAsk(const HostContext& context, const NameFile& file,
+kern_return_t LastLookUp::OpenAndAsk(const HostSessionDirectory& session, const NameFile& file,
                                      uint64_t* portId) {
   const bool isAgain = IsOf(file);
   Close();
   generation = HostForkGeneration();
   name = file;
 
-  const int fd = OpenNameFile(context, file.text, O_RDONLY);
+  const int fd = OpenNameFile(session, file.text, O_RDONLY);
   if (fd < 0) {
     if (errno == ENOENT) return BOOTSTRAP_UNKNOWN_SERVICE;
-    return IsFileUnusable(errno) ? RefuseNameFile(context, file.text, errno)
+    return IsFileUnusable(errno) ? RefuseNameFile(session, file.text, errno)
                                  : HostRegistrationStatus(errno);
   }
   const uint64_t port = PublishedPort(fd);
@@ -392,8 +393,8 @@ kern_return_t LastLookUp::OpenAndAsk(const HostContext& context, const NameFile&
 // Whether others find `portId` in the name's file. Opens the file once more, because the locks of
 // an opening do not exclude that opening itself. Returns true if there are no file descriptors
 // left.
-bool IsFound(const HostContext& context, const char* file, uint64_t portId) {
-  const int fd = OpenToLook(context, file);
+bool IsFound(const HostSessionDirectory& session, const char* file, uint64_t portId) {
+  const int fd = OpenToLook(session, file);
   if (fd < 0) return true;
   const uint64_t found = PublishedPort(fd);
   close(fd);
@@ -406,10 +407,10 @@ pid_t PublishedOwner(uint64_t port, const std::optional<OwnerLine>& record) {
   return isCurrent ? static_cast<pid_t>(record->pid) : 0;
 }
 
-std::optional<HostNameInfo> ReadNameFile(const HostContext& context, const char* file) {
+std::optional<HostNameInfo> ReadNameFile(const HostSessionDirectory& session, const char* file) {
   const auto name = DecodeName(file);
   if (!name) return std::nullopt;
-  const int fd = OpenToLook(context, file);
+  const int fd = OpenToLook(session, file);
   if (fd < 0) return std::nullopt;
   const uint64_t port = PublishedPort(fd);
   const auto record = ReadOwnerLine(fd);
@@ -434,22 +435,22 @@ std::optional<HostNameInfo> ReadNameFile(const HostContext& context, const char*
 }  // namespace
 
 kern_return_t HostRegistrationStatus(int error) {
-  if (const HostContext* context = HostGetContext()) {
+  if (const HostSessionDirectory* session = HostGetSessionDirectory()) {
     const char* const hint = error == ENOENT ? " (is /proc mounted?)" : "";
-    LogProblem("port names in " + context->path + " cannot be used: " + strerror(error) + hint);
+    LogProblem("port names in " + session->path + " cannot be used: " + strerror(error) + hint);
   }
   return StatusOf(error);
 }
 
 kern_return_t HostClaimName(const char* name, uint64_t portId, int* claim) {
-  const HostContext* context = HostGetContext();
-  if (context == nullptr) return KERN_FAILURE;
+  const HostSessionDirectory* session = HostGetSessionDirectory();
+  if (session == nullptr) return KERN_FAILURE;
   NameFile file;
   if (!EncodeName(name, &file)) return KERN_INVALID_ARGUMENT;
   int fd = -1;
-  if (const kern_return_t err = TakeOwnership(*context, file.text, &fd); err != 0) return err;
+  if (const kern_return_t err = TakeOwnership(*session, file.text, &fd); err != 0) return err;
 
-  if (const auto record = ReadOwnerLine(fd)) RemoveSocket(*context, record->portId);
+  if (const auto record = ReadOwnerLine(fd)) RemoveSocket(*session, record->portId);
   fchmod(fd, kNameFileMode);  // whatever the umask is
   // Published last: from here on others find the port.
   if (!WriteOwnerLine(fd, portId) || !HostTryLockByte(fd, OffsetOf(portId))) {
@@ -457,34 +458,34 @@ kern_return_t HostClaimName(const char* name, uint64_t portId, int* claim) {
     HostReleaseName(name, fd);
     return err;
   }
-  if (!IsFound(*context, file.text, portId)) {
+  if (!IsFound(*session, file.text, portId)) {
     LogProblem("port name \"" + std::string(name) +
-               "\": another program has locked part of its file " + context->path + "/names/" +
+               "\": another program has locked part of its file " + session->path + "/names/" +
                file.text + ", so that nobody would find the port; end it");
     HostReleaseName(name, fd);
     return KERN_FAILURE;
   }
   futimens(fd, nullptr);  // a lock wakes no file watcher, this does
   *claim = fd;
-  HostGuard([context] { RemoveStaleFiles(*context); });  // without memory another claim does it
+  HostGuard([session] { RemoveStaleFiles(*session); });  // without memory another claim does it
   return 0;
 }
 
 void HostReleaseName(const char* name, int claim) {
   assert(claim >= 0);
-  const HostContext* context = HostGetContext();
+  const HostSessionDirectory* session = HostGetSessionDirectory();
   NameFile file;
   // Still locked: whoever opens the file meanwhile finds, once it has the lock, that it is gone.
-  if (context != nullptr && EncodeName(name, &file) &&
-      HostIsSameFile(context->names, file.text, claim)) {
-    unlinkat(context->names, file.text, 0);
+  if (session != nullptr && EncodeName(name, &file) &&
+      HostIsSameFile(session->names, file.text, claim)) {
+    unlinkat(session->names, file.text, 0);
   }
   HostCloseDescriptor(claim);
 }
 
 kern_return_t HostFindName(const char* name, uint64_t* portId) {
-  const HostContext* context = HostGetContext();
-  if (context == nullptr) return KERN_FAILURE;
+  const HostSessionDirectory* session = HostGetSessionDirectory();
+  if (session == nullptr) return KERN_FAILURE;
   NameFile file;
   if (!EncodeName(name, &file)) return BOOTSTRAP_UNKNOWN_SERVICE;
   LastLookUp& last = HostThreadObject<LastLookUp>();
@@ -494,19 +495,19 @@ kern_return_t HostFindName(const char* name, uint64_t* portId) {
       return BOOTSTRAP_SUCCESS;
     }
   }
-  return last.OpenAndAsk(*context, file, portId);
+  return last.OpenAndAsk(*session, file, portId);
 }
 
 std::string HostFindNameOwnedBy(const std::function<bool(pid_t)>& isOwner) {
-  const HostContext* context = HostGetContext();
-  if (context == nullptr) return {};
-  HostDirectory directory(context->names, ".");
+  const HostSessionDirectory* session = HostGetSessionDirectory();
+  if (session == nullptr) return {};
+  HostDirectory directory(session->names, ".");
   if (!directory.IsOpen()) return {};
   std::string hidden;
   while (const dirent* entry = directory.Next()) {
     const auto name = DecodeName(entry->d_name);
     if (!name) continue;
-    const HostOpenFile file(OpenToLook(*context, entry->d_name));
+    const HostOpenFile file(OpenToLook(*session, entry->d_name));
     if (!file.IsOpen()) continue;
     const pid_t owner = PublishedOwner(PublishedPort(file.Get()), ReadOwnerLine(file.Get()));
     if (owner == 0 || !isOwner(owner)) continue;
@@ -518,12 +519,12 @@ std::string HostFindNameOwnedBy(const std::function<bool(pid_t)>& isOwner) {
 
 std::vector<HostNameInfo> HostReadNames() {
   std::vector<HostNameInfo> names;
-  const HostContext* context = HostGetContext();
-  if (context == nullptr) return names;
-  HostDirectory directory(context->names, ".");
+  const HostSessionDirectory* session = HostGetSessionDirectory();
+  if (session == nullptr) return names;
+  HostDirectory directory(session->names, ".");
   if (!directory.IsOpen()) return names;
   while (const dirent* entry = directory.Next()) {
-    if (auto info = ReadNameFile(*context, entry->d_name)) names.push_back(std::move(*info));
+    if (auto info = ReadNameFile(*session, entry->d_name)) names.push_back(std::move(*info));
   }
   return names;
 }

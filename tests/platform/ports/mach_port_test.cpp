@@ -15,9 +15,9 @@
 #include "platform/host/ports/introspect.h"
 #include "platform/host/ports/local_waiter.h"
 #include "platform/host/ports/port_table.h"
-#include "platform/host/session/context_directory.h"
 #include "platform/host/session/introspect.h"
 #include "platform/host/session/name_registry.h"
+#include "platform/host/session/session_directory.h"
 
 namespace {
 
@@ -110,7 +110,7 @@ TEST(MachPort, AReplyRightKeepsNothingWhenItGoes) {
 TEST(MachPort, SendRightsToDeadPortsGoWhenThereAreMany) {
   const mach_port_t owner = NewReceiveRight();
   ASSERT_EQ(0, bootstrap_register(Bootstrap(), "the.living", owner));
-  const std::string ports = HostGetContext()->path + "/ports/";
+  const std::string ports = HostGetSessionDirectory()->path + "/ports/";
   std::ofstream(ports + "0000000000000001");  // what tells that port 1 lives
   const mach_port_t living = HostInsertSendRight(1);
   const size_t before = HostCountPorts().portNames;

@@ -9,7 +9,7 @@
 // then on used through its file descriptors only, so that nobody can put another one in its place.
 // Any thread.
 
-struct HostContext {
+struct HostSessionDirectory {
   int directory = -1;  // these are file descriptors, open as long as the process lives
   int names = -1;
   int ports = -1;
@@ -20,8 +20,9 @@ struct HostContext {
 
 // The session, or null when its directory cannot be used: a refusal is logged once for each
 // distinct reason and tried again at the next call.
-const HostContext* HostGetContext();
+const HostSessionDirectory* HostGetSessionDirectory();
 
-// Does the same as HostGetContext without the log line. Stores path, owner, mode and remedy in
-// `problem`.
-const HostContext* HostTryContext(std::string* path, std::string* source, std::string* problem);
+// Does the same as HostGetSessionDirectory without the log line. Stores path, owner, mode and
+// remedy in `problem`.
+const HostSessionDirectory* HostTrySessionDirectory(std::string* path, std::string* source,
+                                                    std::string* problem);

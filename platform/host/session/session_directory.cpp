@@ -1,4 +1,4 @@
-#include "platform/host/session/context_directory.h"
+#include "platform/host/session/session_directory.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -18,23 +18,23 @@
 namespace {
 
 constinit std::mutex sMutex;
-constinit std::atomic<const HostContext*> sContext{nullptr};
+constinit std::atomic<const HostSessionDirectory*> sSession{nullptr};
 
-struct Place {
+struct Location {
   std::string path;
   std::string source;
 };
 
-Place ChoosePlace(uid_t uid) {
+Location ChooseLocation(uid_t uid) {
   const char* runtime = getenv("XDG_RUNTIME_DIR");
   if (runtime != nullptr && runtime[0] == '/') {
     return {std::string(runtime) + "/veltrane", "XDG_RUNTIME_DIR"};
   }
   const std::string number = std::to_string(uid);
-  const std::string session = "/run/user/" + number;
+  const std::string folder = "/run/user/" + number;
   struct stat info;
-  if (stat(session.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) {
-    return {session + "/veltrane", "/run/user"};
+  if (stat(folder.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) {
+    return {folder + "/veltrane", "/run/user"};
   }
   return {"/tmp/veltrane-" + number, "/tmp"};
 }
@@ -97,25 +97,26 @@ int OpenOwnDirectory(int parent, const char* name, const std::string& path, uid_
   return -1;
 }
 
-const HostContext* OpenContext(const Place& place, uid_t uid, std::string* problem) {
+const HostSessionDirectory* OpenSession(const Location& location, uid_t uid, std::string* problem) {
   // All that may throw comes before the first file descriptor.
-  auto made = std::make_unique<HostContext>();
-  HostContext& context = *made;
-  context.uid = uid;
-  context.path = place.path;
-  context.source = place.source;
-  const std::string names = place.path + "/names";
-  const std::string ports = place.path + "/ports";
-  context.directory = OpenOwnDirectory(AT_FDCWD, place.path.c_str(), place.path, uid, problem);
-  if (context.directory >= 0) {
-    context.names = OpenOwnDirectory(context.directory, "names", names, uid, problem);
+  auto made = std::make_unique<HostSessionDirectory>();
+  HostSessionDirectory& session = *made;
+  session.uid = uid;
+  session.path = location.path;
+  session.source = location.source;
+  const std::string names = location.path + "/names";
+  const std::string ports = location.path + "/ports";
+  session.directory =
+      OpenOwnDirectory(AT_FDCWD, location.path.c_str(), location.path, uid, problem);
+  if (session.directory >= 0) {
+    session.names = OpenOwnDirectory(session.directory, "names", names, uid, problem);
   }
-  if (context.names >= 0) {
-    context.ports = OpenOwnDirectory(context.directory, "ports", ports, uid, problem);
+  if (session.names >= 0) {
+    session.ports = OpenOwnDirectory(session.directory, "ports", ports, uid, problem);
   }
-  if (context.ports < 0) {
-    if (context.names >= 0) close(context.names);
-    if (context.directory >= 0) close(context.directory);
+  if (session.ports < 0) {
+    if (session.names >= 0) close(session.names);
+    if (session.directory >= 0) close(session.directory);
     return nullptr;
   }
   return made.release();
@@ -123,29 +124,31 @@ const HostContext* OpenContext(const Place& place, uid_t uid, std::string* probl
 
 }  // namespace
 
-const HostContext* HostTryContext(std::string* path, std::string* source, std::string* problem) {
+const HostSessionDirectory* HostTrySessionDirectory(std::string* path, std::string* source,
+                                                    std::string* problem) {
   const std::lock_guard<std::mutex> lock(sMutex);
-  const HostContext* context = sContext.load(std::memory_order_acquire);
-  if (context == nullptr) {
+  const HostSessionDirectory* session = sSession.load(std::memory_order_acquire);
+  if (session == nullptr) {
     const uid_t uid = geteuid();
-    const Place place = ChoosePlace(uid);
-    *path = place.path;
-    *source = place.source;
-    context = OpenContext(place, uid, problem);
-    if (context == nullptr) return nullptr;
-    sContext.store(context, std::memory_order_release);
+    const Location location = ChooseLocation(uid);
+    *path = location.path;
+    *source = location.source;
+    session = OpenSession(location, uid, problem);
+    if (session == nullptr) return nullptr;
+    sSession.store(session, std::memory_order_release);
   }
-  *path = context->path;
-  *source = context->source;
-  return context;
+  *path = session->path;
+  *source = session->source;
+  return session;
 }
 
-const HostContext* HostGetContext() {
-  if (const HostContext* context = sContext.load(std::memory_order_acquire)) return context;
+const HostSessionDirectory* HostGetSessionDirectory() {
+  if (const HostSessionDirectory* session = sSession.load(std::memory_order_acquire))
+    return session;
   static std::string* sLastProblem = new std::string;
   std::string path, source, problem;
-  const HostContext* context = HostTryContext(&path, &source, &problem);
-  if (context != nullptr) return context;
+  const HostSessionDirectory* session = HostTrySessionDirectory(&path, &source, &problem);
+  if (session != nullptr) return session;
   const std::lock_guard<std::mutex> lock(sMutex);
   if (*sLastProblem != problem) {
     *sLastProblem = problem;
