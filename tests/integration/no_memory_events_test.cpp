@@ -232,7 +232,7 @@ TEST_F(EventsWithoutMemory, AnAnswerHasAPlaceForItsErrorNumber) {
   HostAEEvent* request = nullptr;
   ASSERT_EQ(0, BuildEvent(&address, &event));
   ASSERT_EQ(0, HostFindEvent(&event, &request));
-  ASSERT_EQ(0, HostMakeAnswer(*request, 0, &answer));
+  ASSERT_EQ(0, HostMakeReply(*request, 0, &answer));
   const SInt32 number = memFullErr;
   ArmAllocationFailure(1, AllocationFailure::kAllFromThere);
   AEKeyword key = 1;  // other values take the room that is there

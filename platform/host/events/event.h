@@ -30,7 +30,7 @@ void HostSetInteraction(HostAEEvent* event, SInt32 level);
 // Makes the reply to `request`: an event with the class and id of replies and the request's return
 // and transaction id, addressed to `replyPort`, or without an address if that is 0. Returns the
 // result of AECreateAppleEvent.
-OSStatus HostMakeAnswer(const HostAEEvent& request, UInt32 replyPort, AppleEvent* answer);
+OSStatus HostMakeReply(const HostAEEvent& request, UInt32 replyPort, AppleEvent* reply);
 
 // One attribute that has a field of its own.
 struct HostAttributeRow {

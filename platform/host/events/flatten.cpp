@@ -111,15 +111,15 @@ OSStatus HostFlattenEvent(const HostAEEvent& event, HostGather& out) {
   return err;
 }
 
-HostAnswerIDs HostPeekAnswerIDs(const HostFrameSlice& request) {
+HostReplyIDs HostPeekReplyIDs(const HostFrameSlice& request) {
   if (request.size < kHostEventHeadSize) return {};
   return {static_cast<AEReturnID>(HostLoadBig16(request.bytes + kHostReturnIDAt)),
           static_cast<AETransactionID>(HostLoadBig32(request.bytes + kHostTransactionAt))};
 }
 
-void HostFlattenFailureAnswer(const HostAnswerIDs& ids, SInt32 error,
-                              uint8_t (&bytes)[kHostFailureAnswerSize]) {
-  static_assert(kHostFailureAnswerSize == kHostEventHeadSize + kHostItemHeadSize + sizeof error);
+void HostFlattenFailureReply(const HostReplyIDs& ids, SInt32 error,
+                             uint8_t (&bytes)[kHostFailureReplySize]) {
+  static_assert(kHostFailureReplySize == kHostEventHeadSize + kHostItemHeadSize + sizeof error);
   HostStoreBig32(bytes + kHostEventClassAt, kCoreEventClass);
   HostStoreBig32(bytes + kHostEventIDAt, kAEAnswer);
   HostStoreBig16(bytes + kHostReturnIDAt, static_cast<uint16_t>(ids.returnID));

@@ -21,11 +21,11 @@ OSStatus HostFlattenEvent(const HostAEEvent& event, HostGather& out);
 // The ids by which a reply is matched to its request. One function reads them from a flattened
 // request, which may be malformed; the other one writes a flattened reply with an error number and
 // nothing else to `bytes`. Neither allocates: they serve when there is no memory for a real reply.
-struct HostAnswerIDs {
+struct HostReplyIDs {
   AEReturnID returnID = 0;
   AETransactionID transactionID = 0;
 };
-HostAnswerIDs HostPeekAnswerIDs(const HostFrameSlice& request);
-inline constexpr size_t kHostFailureAnswerSize = 40;
-void HostFlattenFailureAnswer(const HostAnswerIDs& ids, SInt32 error,
-                              uint8_t (&bytes)[kHostFailureAnswerSize]);
+HostReplyIDs HostPeekReplyIDs(const HostFrameSlice& request);
+inline constexpr size_t kHostFailureReplySize = 40;
+void HostFlattenFailureReply(const HostReplyIDs& ids, SInt32 error,
+                             uint8_t (&bytes)[kHostFailureReplySize]);

@@ -19,7 +19,7 @@ namespace {
 constinit std::atomic<bool> sQuit{false};
 
 // Nothing is installed that could handle an event to the process itself.
-void AnswerNotHandled(CFMachPortRef, void* message, CFIndex, void*) {
+void ReplyNotHandled(CFMachPortRef, void* message, CFIndex, void*) {
   AppleEvent event, reply;
   auto* header = static_cast<mach_msg_header_t*>(message);
   if (AEDecodeMessage(header, &event, &reply) != 0 || reply.descriptorType == typeNull) return;
@@ -32,7 +32,7 @@ void AnswerNotHandled(CFMachPortRef, void* message, CFIndex, void*) {
 // runs. A process that can have none runs all the same.
 class EventPort {
  public:
-  EventPort() : port(CFMachPortCreate(kCFAllocatorDefault, AnswerNotHandled, nullptr, nullptr)) {
+  EventPort() : port(CFMachPortCreate(kCFAllocatorDefault, ReplyNotHandled, nullptr, nullptr)) {
     source = CFMachPortCreateRunLoopSource(kCFAllocatorDefault, port, 0);
     CFRunLoopRef loop = CFRunLoopGetCurrent();
     CFRunLoopAddSource(loop, source, kCFRunLoopDefaultMode);

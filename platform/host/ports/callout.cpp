@@ -44,7 +44,7 @@ HostCallout* HostCallout::Find(const mach_msg_header_t* header) {
 
 OSStatus HostCallout::Decode(AppleEvent* event, AppleEvent* reply) {
   if (std::exchange(decoded, true)) return errAENotAppleEvent;
-  const HostAnswerIDs ids = HostPeekAnswerIDs(message.body);
+  const HostReplyIDs ids = HostPeekReplyIDs(message.body);
   HostArrival arrival;
   const OSStatus err = HostGuard(OSStatus{memFullErr}, [&] { return DecodeRequest(&arrival); });
   if (err != 0) {
@@ -73,24 +73,25 @@ OSStatus HostCallout::DecodeRequest(HostArrival* arrival) {
     arrival->replyPort = MakeReplyRight();
     err = arrival->replyPort == MACH_PORT_NULL
               ? OSStatus{memFullErr}
-              : HostMakeAnswer(*found, arrival->replyPort, &decodedReply);
+              : HostMakeReply(*found, arrival->replyPort, &decodedReply);
   }
   if (err == 0) HostSetArrival(found, *arrival);
   return err;
 }
 
-// Where an answer goes: to the connection, or to the waiting thread of this process.
+// The way of the reply: the connection, or the waiting thread of this process.
 HostReplyTarget HostCallout::Target() const {
   if (message.connection == 0) return HostReplyTarget(message.waiter);
   return {receiver, message.connection, message.header.requestNumber};
 }
 
-// The answer is addressed to a reply right of this process; the asker's own number for its reply
-// port means nothing here.
+// The reply is addressed to a reply right of this process. The sender's number for its reply port
+// means nothing here.
 mach_port_t HostCallout::MakeReplyRight() {
   if (message.connection != 0) {
     const mach_port_t right = HostInsertReplyRight(Target());
-    // A connection has one asker at a time: whoever asked before waits no more.
+    // A connection has one sender, which waits for one reply at a time: an earlier request of it
+    // has timed out.
     const mach_port_t before = receiver->ExchangeReplyRight(message.connection, right);
     if (before != MACH_PORT_NULL) HostRemoveReplyRight(before);
     return right;
@@ -101,27 +102,27 @@ mach_port_t HostCallout::MakeReplyRight() {
   return right;
 }
 
-void HostFailRequest(const HostReplyTarget& target, mach_port_t right, const HostAnswerIDs& ids,
+void HostFailRequest(const HostReplyTarget& target, mach_port_t right, const HostReplyIDs& ids,
                      OSStatus error) {
-  uint8_t frame[kHostFrameHeaderSize + kHostFailureAnswerSize];
-  uint8_t answer[kHostFailureAnswerSize];
-  HostFlattenFailureAnswer(ids, error, answer);
+  uint8_t frame[kHostFrameHeaderSize + kHostFailureReplySize];
+  uint8_t reply[kHostFailureReplySize];
+  HostFlattenFailureReply(ids, error, reply);
   if (target.waiter != nullptr) {
     HostFrameSlice body;
-    body.owner = HostFrameRef(HostFrameBuffer::Create(sizeof answer));
+    body.owner = HostFrameRef(HostFrameBuffer::Create(sizeof reply));
     if (!body.owner) return target.waiter->Fail();
     body.bytes = body.owner->Bytes();
-    body.size = sizeof answer;
-    memcpy(body.bytes, answer, sizeof answer);
-    target.waiter->Answer(std::move(body));
+    body.size = sizeof reply;
+    memcpy(body.bytes, reply, sizeof reply);
+    target.waiter->Reply(std::move(body));
   }
   if (target.receiver == nullptr) return;
   HostFrameHeader header;
   header.kind = HostFrameKind::kReply;
   header.requestNumber = target.requestNumber;
-  header.bodySize = sizeof answer;
+  header.bodySize = sizeof reply;
   HostEncodeFrameHeader(header, frame);
-  memcpy(frame + kHostFrameHeaderSize, answer, sizeof answer);
+  memcpy(frame + kHostFrameHeaderSize, reply, sizeof reply);
   const iovec piece = {frame, sizeof frame};
   target.receiver->Reply(target.connection, right, {&piece, 1});
 }

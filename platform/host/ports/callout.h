@@ -10,16 +10,17 @@
 #include "platform/host/ports/port_table.h"
 #include "platform/host/ports/receiver.h"
 
-// Answers a request with an error number and nothing else, so that nobody waits in vain where there
-// can be no real answer. `right` is used up by it; MACH_PORT_NULL if there is none yet. Needs no
-// memory, unless the reply has to wait behind others.
-void HostFailRequest(const HostReplyTarget& target, mach_port_t right, const HostAnswerIDs& ids,
+// Replies to a request with an error number and nothing else, so that its sender does not wait in
+// vain where no real reply can be made. Uses up `right`, which is MACH_PORT_NULL if the request has
+// no reply right yet. Needs no memory, unless the reply has to wait after others.
+void HostFailRequest(const HostReplyTarget& target, mach_port_t right, const HostReplyIDs& ids,
                      OSStatus error);
 
-// HostCallout is one message under way in a port's callout: what the callout is given as its
-// message, and what AEDecodeMessage made of it. Lives on the stack of the run loop that serves the
-// port; a thread's callouts form a stack, one level for each nested run. When it ends, also by an
-// exception, what was decoded is reclaimed and the receiver learns that the request is through.
+// HostCallout is one message under way in a port's callout: the message that the callout is
+// given, and the events that AEDecodeMessage made of it. Lives on the stack of the run loop that
+// serves the port; a thread's callouts form a stack, one level for each nested run. When it ends,
+// also by an exception, what was decoded is reclaimed and the receiver learns that the request is
+// through.
 class HostCallout {
  public:
   // Borrows the message.
@@ -33,7 +34,7 @@ class HostCallout {
 
   mach_msg_header_t* Header() { return &header; }
   // Results of AEDecodeMessage. A request that wants a reply and cannot be decoded for lack of
-  // memory has been answered with memFullErr.
+  // memory has got memFullErr as its reply.
   OSStatus Decode(AppleEvent* event, AppleEvent* reply);
 
  private:

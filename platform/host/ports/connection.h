@@ -37,7 +37,7 @@ struct HostConnection {
   uint64_t lastActivity = 0;                // counted in the process: larger is later
   HostAccount account;                      // what it holds of the process's limits
   int dispatching = 0;                      // callouts that run for its requests
-  mach_port_t replyRight = MACH_PORT_NULL;  // of its latest unanswered request
+  mach_port_t replyRight = MACH_PORT_NULL;  // of its latest request without a reply
 
   uint64_t sender = 0;    // the peer's thread, known from its first header
   uint32_t waitsFor = 0;  // an older connection of that thread, not yet drained

@@ -163,7 +163,7 @@ class Conversation {
 
   OSStatus WaitForRoom(int64_t deadline, bool* lost);
   bool TakeReply(HostFrameReader& reader, uint64_t requestNumber, HostFrameSlice* body, int* error);
-  void TakeAnswer(const HostFrameHeader& header);
+  void TakeDecision(const HostFrameHeader& header);
   int DropReplies();
   int ReceiveFromLane();
   int ReceiveWithin(int64_t left);
@@ -262,7 +262,7 @@ void Conversation::ConsiderLane(size_t size, uint64_t sender) {
 }
 
 // The answer to the offer.
-void Conversation::TakeAnswer(const HostFrameHeader& header) {
+void Conversation::TakeDecision(const HostFrameHeader& header) {
   HostPassedPair passed = in.TakePassed();
   if (stage != Stage::kOffered) return;
   in.SetPassing(HostFrameReader::Passing::kDrop);
@@ -302,7 +302,7 @@ bool Conversation::TakeReply(HostFrameReader& reader, uint64_t requestNumber, Ho
         header.requestNumber == requestNumber) {
       return true;
     }
-    if (header.kind >= HostFrameKind::kLaneOffer) TakeAnswer(header);
+    if (header.kind >= HostFrameKind::kLaneOffer) TakeDecision(header);
   }
   *body = HostFrameSlice();
   if (next == HostFrameReader::Next::kBad) *error = EBADMSG;

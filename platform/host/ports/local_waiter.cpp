@@ -9,10 +9,10 @@
 #include "platform/host/base/clock.h"
 #include "platform/host/ports/port_table.h"
 
-void HostLocalWaiter::Answer(HostFrameSlice body) {
+void HostLocalWaiter::Reply(HostFrameSlice body) {
   const std::lock_guard<std::mutex> lock(mutex);
   if (state != State::kWaiting) return;
-  state = State::kAnswered;
+  state = State::kReplied;
   reply = std::move(body);
   changed.notify_all();
 }
@@ -53,7 +53,7 @@ OSStatus HostLocalWaiter::Wait(int64_t deadline, HostFrameSlice* body) {
     *body = std::move(reply);
   }
   if (right != MACH_PORT_NULL) HostRemoveReplyRight(right);
-  if (result == State::kAnswered) return 0;
+  if (result == State::kReplied) return 0;
   if (result == State::kFailed) return memFullErr;
   return result == State::kAbandoned ? OSStatus{connectionInvalid} : OSStatus{errAETimeout};
 }

@@ -13,20 +13,22 @@
 // thread.
 class HostLocalWaiter {
  public:
-  // Hands the reply over; the first call counts.
-  void Answer(HostFrameSlice body);
+  // Hands the reply over. Only the first call of these three has an effect.
+  void Reply(HostFrameSlice body);
   void Abandon();  // the port has gone
   void Fail();     // there is no memory for the reply
 
-  // The reply right through which the answer will come; false when nobody waits any more.
+  // Stores the reply right through which the reply will come. Returns false if the thread no longer
+  // waits.
   bool Expect(mach_port_t right);
 
-  // Result  0 with the reply's flattened body; connectionInvalid; memFullErr; errAETimeout at
-  //         `deadline` (monotonic nanoseconds). The reply right is gone then.
+  // Waits until `deadline` (monotonic nanoseconds) and removes the reply right. Returns 0 and
+  // stores the reply's flattened body; else connectionInvalid (the port has gone), memFullErr or
+  // errAETimeout.
   OSStatus Wait(int64_t deadline, HostFrameSlice* body);
 
  private:
-  enum class State { kWaiting, kAnswered, kAbandoned, kFailed, kTimedOut };
+  enum class State { kWaiting, kReplied, kAbandoned, kFailed, kTimedOut };
   void Settle(State how);
   std::mutex mutex;
   std::condition_variable changed;

@@ -20,7 +20,7 @@ class HostPortObject;
 
 inline constexpr mach_port_t kHostTaskPort = 0x103;
 inline constexpr mach_port_t kHostBootstrapPort = 0x203;
-inline constexpr mach_port_t kHostDiscardPort = 0x303;  // a reply right without an asker
+inline constexpr mach_port_t kHostDiscardPort = 0x303;  // a reply right whose sender does not wait
 
 // Where a reply goes. Has one holder at a time: the table while the reply right exists, then
 // whoever took it.
@@ -32,10 +32,10 @@ struct HostReplyTarget {
   HostReplyTarget(HostReplyTarget&&) = default;
   HostReplyTarget& operator=(HostReplyTarget&&) = default;
 
-  std::shared_ptr<HostPortObject> receiver;  // with `connection`: the asker is another process
+  std::shared_ptr<HostPortObject> receiver;  // with `connection`: the sender is in another process
   uint32_t connection = 0;
   uint64_t requestNumber = 0;
-  std::shared_ptr<HostLocalWaiter> waiter;  // the asker is a thread of this process
+  std::shared_ptr<HostLocalWaiter> waiter;  // the sender is a thread of this process
 };
 
 // What a port name stands for, as a destination.
@@ -61,7 +61,7 @@ std::shared_ptr<HostPortObject> HostPortObjectOf(mach_port_t name);
 // reference. MACH_PORT_NULL when the table is full.
 mach_port_t HostInsertSendRight(uint64_t portID);
 
-// A reply right: used up by HostTakeReplyRight, removed when its asker has gone.
+// A reply right: used up by HostTakeReplyRight, removed when its sender has gone.
 mach_port_t HostInsertReplyRight(HostReplyTarget target);
 bool HostTakeReplyRight(mach_port_t name, HostReplyTarget* target);
 void HostRemoveReplyRight(mach_port_t name);

@@ -403,7 +403,7 @@ bool HostReceiver::TakeFrom(HostConnection& connection, HostMessage* message) {
     return false;
   }
   const bool isOffer = message->header.kind == HostFrameKind::kLaneOffer;
-  if (isOffer && !AnswerOffer(connection)) {
+  if (isOffer && !DecideOffer(connection)) {
     Drop(connection);
     return false;
   }
@@ -426,11 +426,11 @@ void HostReceiver::FinishMessage(const HostMessage& message) {
   if (message.waiter != nullptr) {
     waitersToCome--;
     // May still be answered, but not by a port that is gone.
-    std::erase_if(unanswered, [](const auto& waiter) { return waiter.expired(); });
+    std::erase_if(repliesDue, [](const auto& waiter) { return waiter.expired(); });
     if (IsDestroyed()) {
       message.waiter->Abandon();
     } else {
-      unanswered.push_back(message.waiter);
+      repliesDue.push_back(message.waiter);
     }
   }
   HostConnection* connection = Find(message.connection);
@@ -492,10 +492,10 @@ void HostReceiver::Destroy() {
   if (endpoint.Listener() >= 0 && !listenerPaused) WatchListener(false);
   endpoint.Close();
   turns.End();
-  for (const auto& waiter : unanswered) {
-    if (const auto asker = waiter.lock()) asker->Abandon();
+  for (const auto& waiter : repliesDue) {
+    if (const auto thread = waiter.lock()) thread->Abandon();
   }
-  unanswered.clear();
+  repliesDue.clear();
   deadline.store(kHostNever, std::memory_order_relaxed);
 
   for (const auto& [number, connection] : connections) {

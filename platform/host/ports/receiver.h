@@ -82,8 +82,8 @@ class HostReceiver final : public std::enable_shared_from_this<HostReceiver>,
 
   OSStatus Reply(uint32_t connection, mach_port_t right, std::span<const iovec> pieces) override;
 
-  // The reply right that stands for the latest unanswered request of `connection`; gives the one
-  // before, for whose reply the sender no longer waits. 0: there is none.
+  // The reply right that stands for the latest request without a reply of `connection`; gives the
+  // one before, for whose reply the sender no longer waits. 0: there is none.
   mach_port_t ExchangeReplyRight(uint32_t connection, mach_port_t right);
 
   // The port dies: name, socket and undispatched messages go, unread replies get a second.
@@ -120,7 +120,7 @@ class HostReceiver final : public std::enable_shared_from_this<HostReceiver>,
   bool VisitLanes();
   bool Visit(HostConnection& connection);
   void LeaveLane(HostConnection& connection);
-  bool AnswerOffer(HostConnection& connection);
+  bool DecideOffer(HostConnection& connection);
   int AcceptOffer(HostConnection& connection);
   int OpenHall();
   void CloseHall();
@@ -154,7 +154,7 @@ class HostReceiver final : public std::enable_shared_from_this<HostReceiver>,
   HostConnection* found = nullptr;     // of `connections`: what Find gave last, or null
   HostConnectionMap::node_type spare;  // the place of the next connection, see MakeSpare
   // Their callouts have returned. Has room for all that are still to come.
-  std::vector<std::weak_ptr<HostLocalWaiter>> unanswered;
+  std::vector<std::weak_ptr<HostLocalWaiter>> repliesDue;
   size_t waitersToCome = 0;  // of requests that this process sent itself, queued and in callouts
   bool listenerPaused = false;
   int64_t retryAt;     // when paused things are tried again

@@ -125,7 +125,7 @@ void HostReceiver::LeaveLane(HostConnection& connection) {
 // Offers.
 
 // False when what was offered is no lane: the connection is to be closed.
-bool HostReceiver::AnswerOffer(HostConnection& connection) {
+bool HostReceiver::DecideOffer(HostConnection& connection) {
   connection.in.SetPassing(HostFrameReader::Passing::kRefuse);  // there is one offer
   const int error = HostGuard(int{ENOMEM}, [this, &connection] { return AcceptOffer(connection); });
   if (error == EBADMSG) return false;

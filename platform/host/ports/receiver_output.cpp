@@ -28,8 +28,8 @@ OSStatus HostReceiver::PostLocal(const HostFrameHeader& header, HostGather& fram
   const std::lock_guard<HostMutex> lock(mutex);
   if (IsForeign() || IsDestroyed()) return connectionInvalid;
   if (isWaitedFor) {
-    std::erase_if(unanswered, [](const auto& each) { return each.expired(); });
-    unanswered.reserve(unanswered.size() + waitersToCome + 1);
+    std::erase_if(repliesDue, [](const auto& each) { return each.expired(); });
+    repliesDue.reserve(repliesDue.size() + waitersToCome + 1);
   }
   if (!turns.Post(std::move(message))) return errAETimeout;
   waitersToCome += isWaitedFor ? 1 : 0;

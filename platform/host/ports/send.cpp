@@ -89,14 +89,14 @@ OSStatus SendToPeer(uint64_t portID, const Delivery& delivery) {
   return HostDecodeEvent(std::move(body), delivery.reply);
 }
 
-// The right is used up whatever comes of it: a request is answered once.
+// Uses up the right, whatever the result: a request has one reply.
 OSStatus DeliverReply(mach_port_t right, HostGather* frame) {
   HostReplyTarget target;
   if (!HostTakeReplyRight(right, &target)) return connectionInvalid;
   if (target.waiter != nullptr) {
     HostFrameSlice body = HostCopyFrameBody(*frame);
     if (!body.owner) return target.waiter->Fail(), memFullErr;
-    target.waiter->Answer(std::move(body));
+    target.waiter->Reply(std::move(body));
   }
   if (target.receiver == nullptr) return 0;
   HostFrameHeader header;
@@ -110,7 +110,8 @@ OSStatus SendReply(mach_port_t right, const HostAEEvent& event) {
   HostGather* frame = nullptr;
   const OSStatus err = Flatten(event, &frame);
   if (err == 0) return DeliverReply(right, frame);
-  // An answer that cannot be sent as it is becomes one that says why, so that nobody waits in vain.
+  // A reply that cannot be sent is replaced by one with the error, so that the sender does not wait
+  // in vain.
   HostReplyTarget target;
   if (HostTakeReplyRight(right, &target)) {
     HostFailRequest(target, right, {event.fields.returnID, event.fields.transactionID}, err);
@@ -133,10 +134,10 @@ OSStatus SendToPort(mach_port_t port, const Delivery& delivery) {
   return connectionInvalid;
 }
 
-// What a process without handlers answers itself.
-OSStatus AnswerUnhandled(const Delivery& delivery) {
+// The reply to an event that is addressed to the own process: there are no handlers for such.
+OSStatus ReplyUnhandled(const Delivery& delivery) {
   if (delivery.reply == nullptr) return 0;
-  OSStatus err = HostMakeAnswer(delivery.event, MACH_PORT_NULL, delivery.reply);
+  OSStatus err = HostMakeReply(delivery.event, MACH_PORT_NULL, delivery.reply);
   const SInt32 result = errAEEventNotHandled;
   if (err == 0) {
     err = AEPutParamPtr(delivery.reply, keyErrorNumber, typeSInt32, &result, sizeof result);
@@ -146,7 +147,7 @@ OSStatus AnswerUnhandled(const Delivery& delivery) {
 
 OSStatus SendToProcess(const ProcessSerialNumber& psn, const Delivery& delivery) {
   if (psn.highLongOfPSN == 0 && psn.lowLongOfPSN == kCurrentProcess) {
-    return AnswerUnhandled(delivery);
+    return ReplyUnhandled(delivery);
   }
   mach_port_t port = MACH_PORT_NULL;
   const std::string name = HostEventPortName(psn);
