@@ -17,7 +17,7 @@
 // the client sends on the connection: a sealed memfd and an eventfd. The server accepts it with an
 // eventfd and a page that tells whether it sleeps, or declines it, and then everything goes on by
 // socket. This is what both ends have in common, and making and checking what is passed;
-// lane_client.h and receiver_lanes.cpp are the two ends. Results are 0 or errno.
+// lane_client.h and receiver_lanes.h are the two ends. Results are 0 or errno.
 
 // HostMapping is shared memory, mapped for as long as the object lives. A forked child does not
 // inherit it, and does nothing with its copy of the object.

@@ -1,13 +1,26 @@
-// The server's side of a port. Each part has its rules where it is defined; here is how they work
+// The server's end of connections. Each part has its rules in its header; this is how they work
 // together.
 //
-// A connection is read while it has no complete frame. A complete frame puts it in line; its turn
-// comes, the frame is handed out, and it is read again. What comes while a frame waits stays in the
-// socket. The end of the stream is acted upon when all that came before it has been served.
+// Reading. A connection is read while it has no complete frame. A complete frame puts it in line
+// (turns.h); when its turn comes, the frame is handed out and the connection is read again. Bytes
+// that arrive while a frame waits stay in the socket or the lane. The end of the stream counts only
+// when everything before it has been served.
 //
-// Some things cannot be done at once and are tried again 50 ms later: accepting when descriptors
-// are short, and reading on when the intake refuses. The receiver's deadline is the earliest of
-// that retry and the moment when a frame that is not complete becomes 30 s old.
+// Lanes. Complete frames of lanes stand in the same line. Replies go by the socket until the client
+// has begun to use the lane and all replies that were queued before have been written. A connection
+// with a lane ends when its client has hung up and the lane is empty.
+//
+// Retries. Some things are tried again 50 ms later: accepting, when file descriptors are short, and
+// reading on, when the intake refuses or memory is short. The receiver's deadline is the earliest
+// of that retry and the moment when an incomplete frame becomes 30 s old and its connection is
+// dropped.
+//
+// Limits. At most 64 connections have lanes, and a lane is read kReadsPerVisit times before the
+// next one is. A connection has 8 MiB of waiting replies at most; all other limits are the
+// intake's.
+//
+// Locks. A public function takes `mutex` once and releases it before it calls anything that may
+// close connections of other receivers: HostIntake::Relieve and FreeDescriptor.
 
 #include "platform/host/ports/receiver.h"
 
@@ -33,6 +46,7 @@ constexpr int64_t kPartialAge = 30 * kHostSecond;
 constexpr int64_t kRetryAfter = 50 * kHostMillisecond;
 constexpr int64_t kUnreadAge = kHostSecond;  // unread replies this old make a connection silent
 constexpr int64_t kDestroyGrace = kHostSecond;
+constexpr int kReadsPerVisit = 8;  // of a lane, each of as much as its ring holds
 
 // Counts what peers do, in all receivers, so that the order of their last signs of life is known.
 constinit std::atomic<uint64_t> sActivity{0};
@@ -51,6 +65,8 @@ HostReceiver::HostReceiver(mach_port_t portName)
       generation(HostForkGeneration()),
       intake(HostIntake::OfThisProcess()),
       deadline(kHostNever),
+      lanes(interest),
+      output(intake),
       retryAt(kHostNever),
       destroyEnd(kHostNever) {}
 
@@ -106,14 +122,14 @@ void HostReceiver::Watch(int epollSet, uint32_t tag, int wakeDescriptor) {
       !HostInterest::ChangeIn(watcher, endpoint.Listener(), 0, 0, EPOLLIN)) {
     PauseListener();
   }
-  const bool hasDoorbell = WatchDoorbell(watcher, true);
+  const bool hasDoorbell = lanes.Watch(watcher, true);
   for (const auto& [number, connection] : connections) {
     if (HostInterest::ChangeIn(watcher, connection->descriptor, number, 0, connection->interest) &&
         (hasDoorbell || connection->lane == nullptr)) {
       continue;
     }
     connection->ended = true;  // as in UpdateInterest
-    DiscardReplies(*connection);
+    output.Discard(*connection);
     RetrySoon();
   }
 }
@@ -125,7 +141,7 @@ void HostReceiver::Unwatch(int epollSet) {
   if (endpoint.Listener() >= 0 && !listenerPaused) {
     HostInterest::ChangeIn(watcher, endpoint.Listener(), 0, EPOLLIN, 0);
   }
-  WatchDoorbell(watcher, false);
+  lanes.Watch(watcher, false);
   for (const auto& [number, connection] : connections) {
     HostInterest::ChangeIn(watcher, connection->descriptor, 0, connection->interest, 0);
   }
@@ -154,13 +170,13 @@ void HostReceiver::HandleEvent(uint32_t number, uint32_t events) {
   {
     const std::lock_guard<HostMutex> lock(mutex);
     if (IsForeign() || IsDestroyed()) return;
-    if (IsDoorbell(number)) VisitLanes();
+    if (HostReceiverLanes::IsDoorbell(number)) VisitLanes();
     HostConnection* connection = Find(number);
     if (connection == nullptr) return;
     if ((events & EPOLLOUT) != 0) {
-      const int error = Flush(*connection);
+      const int error = output.Flush(*connection);
       // A peer that has gone reads nothing more; what it sent before is still to be read.
-      if (error != 0 && error != EAGAIN) DiscardReplies(*connection);
+      if (error != 0 && error != EAGAIN) output.Discard(*connection);
       UpdateInterest(*connection);
       if (DropIfFinished(*connection)) return;
     }
@@ -169,6 +185,26 @@ void HostReceiver::HandleEvent(uint32_t number, uint32_t events) {
     }
   }
   intake.Relieve();
+}
+
+bool HostReceiver::PrepareToSleep(int epollSet) {
+  if (!lanes.IsOpen()) return HasMessages();
+  bool isMoreToCome = false;
+  {
+    const std::lock_guard<HostMutex> lock(mutex);
+    if (IsForeign() || IsDestroyed() || !lanes.IsOpen()) return HasMessages();
+    if (!HasMessages()) lanes.ReportSleep(epollSet);
+    isMoreToCome = VisitLanes() || HasMessages();
+    if (isMoreToCome) lanes.RevokeSleep(epollSet);
+  }
+  intake.Relieve();
+  return isMoreToCome;
+}
+
+void HostReceiver::WakeUp(int epollSet) {
+  if (!lanes.IsOpen()) return;
+  const std::lock_guard<HostMutex> lock(mutex);
+  if (!IsForeign()) lanes.ReportWakeUp(epollSet);
 }
 
 void HostReceiver::HandleDeadline(int64_t now) {
@@ -265,7 +301,7 @@ void HostReceiver::Admit(int fd, const HostPeer& peer) {
   HostWidenSocket(fd);
   do {
     lastConnection++;
-  } while (lastConnection == 0 || IsDoorbell(lastConnection) ||
+  } while (lastConnection == 0 || HostReceiverLanes::IsDoorbell(lastConnection) ||
            connections.contains(lastConnection));
   HostConnection& admitted = *spare.mapped();
   admitted.number = lastConnection;
@@ -294,7 +330,7 @@ void HostReceiver::Survey(std::vector<HostCandidate>* candidates) {
       worth = HostWorth::kHandled;
     } else if (!connection->out.IsEmpty()) {
       // The peer may have read since this process last looked.
-      if (now - connection->account.queuedSince >= kUnreadAge) Flush(*connection);
+      if (now - connection->account.queuedSince >= kUnreadAge) output.Flush(*connection);
       const bool isRead = now - connection->account.queuedSince < kUnreadAge;
       if (isRead) worth = HostWorth::kBusy;
     }
@@ -317,7 +353,7 @@ bool HostReceiver::GiveUp(uint32_t number, HostWorth worth) {
     return true;
   }
   if (connection->HasRequest()) return false;  // one has come meanwhile
-  DiscardReplies(*connection);
+  output.Discard(*connection);
   shutdown(connection->descriptor, SHUT_RD);
   if (connection->lane != nullptr) {
     connection->lane->Close();
@@ -352,7 +388,7 @@ void HostReceiver::UpdateInterest(HostConnection& connection) {
   }
   connection.interest = 0;
   connection.ended = true;
-  DiscardReplies(connection);
+  output.Discard(connection);
 }
 
 // What the peer sends is left where it is for a moment.
@@ -440,9 +476,125 @@ void HostReceiver::FinishMessage(const HostMessage& message) {
   if (!IsDestroyed()) {
     DropIfFinished(*connection);
   } else if (connection->dispatching == 0) {
-    FlushUntil(*connection, destroyEnd);
+    output.FlushUntil(*connection, destroyEnd, lanes);
     Drop(*connection);
   }
+}
+
+// Lanes.
+
+// Returns whether there is more that can be read at once.
+bool HostReceiver::VisitLanes() {
+  bool isMore = false;
+  for (HostConnection* each = lanes.FirstVisit(); each != nullptr; each = lanes.NextVisit()) {
+    isMore |= Visit(*each);
+  }
+  return isMore;
+}
+
+bool HostReceiver::Visit(HostConnection& connection) {
+  const uint32_t number = connection.number;
+  if (connection.writesLane && !connection.out.IsEmpty()) {
+    if (connection.hungUp) output.Discard(connection);  // its client does not read them any more
+    const int error = output.Flush(connection);
+    if (error != 0 && error != EAGAIN) return Drop(connection), false;
+    if (DropIfFinished(connection)) return false;
+  }
+  for (int i = 0;; i++) {
+    if (connection.ended || connection.paused || connection.HasFrame()) return false;
+    if (!connection.hungUp && !connection.lane->HasBytes()) return false;
+    if (i == kReadsPerVisit) return true;
+    Read(connection);
+    if (Find(number) == nullptr) return false;
+  }
+}
+
+// Reads the socket of a connection that has moved to its lane: nothing may come by it but its end.
+void HostReceiver::LookAtSocket(HostConnection& connection) {
+  char byte;
+  const ssize_t size = recv(connection.descriptor, &byte, sizeof byte, MSG_DONTWAIT);
+  if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
+  if (size > 0 || (size < 0 && errno != ECONNRESET)) return Drop(connection);
+  connection.hungUp = true;
+  output.Discard(connection);
+  UpdateInterest(connection);
+  Visit(connection);
+}
+
+// Accepts or declines an offer. Returns false if the connection is to be dropped: what was offered
+// is not a lane, or there is no memory for declining it.
+bool HostReceiver::DecideOffer(HostConnection& connection) {
+  connection.in.SetPassing(HostFrameReader::Passing::kRefuse);  // there is one offer
+  const int error = HostGuard(int{ENOMEM}, [&] { return lanes.Accept(connection); });
+  if (error == EBADMSG) return false;
+  if (error == 0) return true;
+  HostFrameHeader header;
+  header.kind = HostFrameKind::kLaneDeclined;
+  uint8_t frame[kHostFrameHeaderSize];
+  HostEncodeFrameHeader(header, frame);
+  const iovec piece = {frame, sizeof frame};
+  if (output.Write(connection, {&piece, 1}) == HostReceiverOutput::Outcome::kNoMemory) return false;
+  UpdateInterest(connection);
+  return true;
+}
+
+// Writing.
+
+OSStatus HostReceiver::PostLocal(const HostFrameHeader& header, HostGather& frame,
+                                 std::shared_ptr<HostLocalWaiter> waiter) {
+  HostMessage message;
+  message.header = header;
+  message.body = HostCopyFrameBody(frame);
+  if (!message.body.owner) return memFullErr;
+  message.waiter = std::move(waiter);
+  const bool isWaitedFor = message.waiter != nullptr;
+
+  const std::lock_guard<HostMutex> lock(mutex);
+  if (IsForeign() || IsDestroyed()) return connectionInvalid;
+  if (isWaitedFor) {
+    std::erase_if(repliesDue, [](const auto& each) { return each.expired(); });
+    repliesDue.reserve(repliesDue.size() + waitersToCome + 1);
+  }
+  if (!turns.Post(std::move(message))) return errAETimeout;
+  waitersToCome += isWaitedFor ? 1 : 0;
+  interest.Wake();
+  return 0;
+}
+
+OSStatus HostReceiver::Reply(uint32_t number, mach_port_t right, std::span<const iovec> pieces) {
+  using Outcome = HostReceiverOutput::Outcome;
+  {
+    const std::lock_guard<HostMutex> lock(mutex);
+    if (IsForeign()) return connectionInvalid;
+    HostConnection* connection = Find(number);
+    if (connection == nullptr) return connectionInvalid;
+    if (connection->replyRight == right) connection->replyRight = MACH_PORT_NULL;
+    switch (output.Write(*connection, pieces)) {
+      case Outcome::kWritten:
+        return 0;
+      case Outcome::kLost:
+        return connectionInvalid;
+      case Outcome::kBroken:
+        return Drop(*connection), connectionInvalid;
+      case Outcome::kNoMemory:
+        return Drop(*connection), memFullErr;
+      case Outcome::kTooMuch:
+        return Drop(*connection), 0;
+      case Outcome::kQueued:
+        break;
+    }
+    UpdateInterest(*connection);
+    DropIfFinished(*connection);
+  }
+  intake.Relieve();
+  return 0;
+}
+
+mach_port_t HostReceiver::ExchangeReplyRight(uint32_t number, mach_port_t right) {
+  const std::lock_guard<HostMutex> lock(mutex);
+  HostConnection* connection = IsForeign() ? nullptr : Find(number);
+  if (connection == nullptr) return right;
+  return std::exchange(connection->replyRight, right);
 }
 
 // Ending connections.
@@ -454,11 +606,11 @@ void HostReceiver::Drop(HostConnection& connection) {
   connection.ended = true;
   connection.in = HostFrameReader();
   TrackPartial(connection);
-  DiscardReplies(connection);
+  output.Discard(connection);
   if (connection.replyRight != MACH_PORT_NULL) HostRemoveReplyRight(connection.replyRight);
 
   turns.Remove(connection);
-  LeaveLane(connection);
+  lanes.Leave(connection);
   const uint32_t number = connection.number;
   const bool wasWaitedFor = connection.isWaitedFor;
   if (found == &connection) found = nullptr;
@@ -502,21 +654,19 @@ void HostReceiver::Destroy() {
     interest.Change(connection->descriptor, number, connection->interest, 0);
     connection->interest = 0;
   }
-  if (hall.IsOpen()) interest.Change(hall.Doorbell(), 0, kHostDoorbellEvents, 0);
+  lanes.UnwatchAll();
   interest.RemoveAll();
   for (auto place = connections.begin(); place != connections.end();) {
     HostConnection& connection = *(place++)->second;  // dropping one leaves the others in place
     if (connection.dispatching > 0) continue;
-    FlushUntil(connection, destroyEnd);
+    output.FlushUntil(connection, destroyEnd, lanes);
     Drop(connection);
   }
 }
 
 HostPortObject::Counts HostReceiver::Count() {
   const std::lock_guard<HostMutex> lock(mutex);
-  const auto used = std::count_if(lanes.begin(), lanes.end(),
-                                  [](const HostConnection* each) { return each->readsLane; });
-  return {connections.size(), static_cast<size_t>(used), endpoint.Listener() >= 0};
+  return {connections.size(), lanes.CountUsed(), endpoint.Listener() >= 0};
 }
 
 // Keeps the account of a frame that has begun and is not complete.

@@ -17,27 +17,33 @@
 #include "platform/host/ports/interest.h"
 #include "platform/host/ports/local_waiter.h"
 #include "platform/host/ports/port_object.h"
+#include "platform/host/ports/receiver_lanes.h"
+#include "platform/host/ports/receiver_output.h"
 #include "platform/host/ports/turns.h"
 #include "platform/host/wire/frame.h"
 
-// HostReceiver is what a receive right does. It is put together of an endpoint (socket and names),
-// the interest of run loops, the connections that clients made, and the turns in which their
-// requests are served. The limits of the process belong to HostIntake.
+// HostReceiver serves a receive right: it accepts the connections of clients, reads their requests
+// and hands them to run loops, one at a time. It is composed of these parts:
 //
-// Connections with a lane bring their frames through shared memory (lane.h); they take part in the
-// same turns. Their clients ring one doorbell, and only while a run loop reports that it sleeps.
+//   HostEndpoint        the listening socket and the port names
+//   HostInterest        the run loops that watch the receiver
+//   HostConnection      one for each client thread
+//   HostReceiverLanes   the connections whose frames come through shared memory, and their doorbell
+//   HostTurns           the order in which requests are served
+//   HostReceiverOutput  replies, and those that wait until the client reads
+//   HostIntake          the limits that all receivers of the process share
 //
-// Run loops watch it: they enter its descriptors into their epoll sets, hand it what epoll reports,
-// and take one message at a time. Connections are served round robin and one is not read on while
-// a complete frame of it waits, so a flooding sender fills its own socket and nothing else. What a
-// peer sends is bounded; what it does not read is bounded. Nothing here blocks but Destroy and
-// FinishMessage of a destroyed right, together at most a second.
+// A run loop that watches a receiver has the receiver's file descriptors in its epoll set, passes
+// on what epoll reports, and takes one message at a time. Connections are served round robin, and a
+// connection is not read on while a complete frame of it waits, so a client that floods fills its
+// own socket and nothing else. What a client sends is bounded; what it does not read is bounded.
+// Only Destroy, and FinishMessage of a destroyed right, may block: together at most a second.
 //
-// Shared by the port table, the run loops that watch it and the replies under way. Any thread; all
-// state under `mutex`, which is never held during a callout. A run loop may hold its own lock when
-// it calls; under `mutex` those of the intake and of the port table may be taken. What concerns
-// other receivers is left to the intake, which is called with `mutex` released. A forked child must
-// not use the parent's receivers: every operation there does nothing.
+// Shared by the port table, the run loops that watch it and the replies under way. Any thread;
+// `mutex` guards all state and is never held during a callout. A run loop may hold its own lock
+// when it calls; the locks of the intake and of the port table may be taken under `mutex`. The
+// intake closes connections of other receivers, so its Relieve and FreeDescriptor are called with
+// `mutex` released. In a forked child every operation of the parent's receivers does nothing.
 class HostReceiver final : public std::enable_shared_from_this<HostReceiver>,
                            public HostPortObject,
                            private HostIntakeMember {
@@ -53,16 +59,17 @@ class HostReceiver final : public std::enable_shared_from_this<HostReceiver>,
   bool IsRegisteredAs(const char* service);
   bool Unregister(const char* service);  // false when it is not registered so
 
-  // A run loop's interest. Events of this receiver carry `tag` in the high and the connection (0:
-  // the listening socket) in the low half of their data. `wakeDescriptor` is written to when a
-  // message comes that no descriptor reports.
+  // Enters the receiver's file descriptors into a run loop's epoll set. The data of their events
+  // has `tag` in its high half and the connection's number in its low half, 0 for the listening
+  // socket. A message that no file descriptor reports is announced by writing to `wakeDescriptor`.
   void Watch(int epollSet, uint32_t tag, int wakeDescriptor);
   void Unwatch(int epollSet);
+  // Handles `events`, which epoll has reported for `connection`.
   void HandleEvent(uint32_t connection, uint32_t events);
 
-  // A run loop that watches calls the first before each wait, even one of no length: what has come
-  // by lanes is taken. True: there are messages, or more to come, and it must not sleep. It calls
-  // the second after the wait.
+  // A run loop that watches calls PrepareToSleep before each wait, even one of no length: it takes
+  // what has come by lanes. If it returns true, there are messages, or more to come, and the loop
+  // must not sleep. The loop calls WakeUp after the wait.
   bool PrepareToSleep(int epollSet);
   void WakeUp(int epollSet);
 
@@ -71,22 +78,24 @@ class HostReceiver final : public std::enable_shared_from_this<HostReceiver>,
   int64_t Deadline() const { return deadline.load(std::memory_order_relaxed); }
   void HandleDeadline(int64_t now);
 
-  // The next message in turn. Each one taken is given to FinishMessage after its callout.
+  // Takes the next message in turn; false if there is none. Each message that was taken is given to
+  // FinishMessage after its callout.
   bool TakeMessage(HostMessage* message);
   void FinishMessage(const HostMessage& message);
 
-  // Queues a request of this process. Result: 0; errAETimeout (queue full); connectionInvalid
-  // (destroyed); memFullErr.
+  // Queues a request of this process. Returns 0; errAETimeout if the queue is full;
+  // connectionInvalid if the right is destroyed; memFullErr.
   OSStatus PostLocal(const HostFrameHeader& header, HostGather& frame,
                      std::shared_ptr<HostLocalWaiter> waiter);
 
   OSStatus Reply(uint32_t connection, mach_port_t right, std::span<const iovec> pieces) override;
 
-  // The reply right that stands for the latest request without a reply of `connection`; gives the
-  // one before, for whose reply the sender no longer waits. 0: there is none.
+  // Stores the reply right of the latest request of `connection`. Returns the one before, or 0: the
+  // sender does not wait for its reply any more.
   mach_port_t ExchangeReplyRight(uint32_t connection, mach_port_t right);
 
-  // The port dies: name, socket and undispatched messages go, unread replies get a second.
+  // Ends the port: closes names and socket and drops the messages that wait. Replies that clients
+  // have not read get one second.
   void Destroy() override;
 
   Counts Count() override;
@@ -116,20 +125,10 @@ class HostReceiver final : public std::enable_shared_from_this<HostReceiver>,
   void Drop(HostConnection& connection);
   bool DropIfFinished(HostConnection& connection);
 
-  void LookAtSocket(HostConnection& connection);
   bool VisitLanes();
   bool Visit(HostConnection& connection);
-  void LeaveLane(HostConnection& connection);
+  void LookAtSocket(HostConnection& connection);
   bool DecideOffer(HostConnection& connection);
-  int AcceptOffer(HostConnection& connection);
-  int OpenHall();
-  void CloseHall();
-  bool WatchDoorbell(const HostInterest::Watcher& watcher, bool on);
-  static bool IsDoorbell(uint32_t number);
-
-  int Flush(HostConnection& connection);
-  void FlushUntil(HostConnection& connection, int64_t end);
-  void DiscardReplies(HostConnection& connection);
 
   void TrackPartial(HostConnection& connection);
   void RetrySoon();
@@ -146,26 +145,26 @@ class HostReceiver final : public std::enable_shared_from_this<HostReceiver>,
   HostEndpoint endpoint;
   HostInterest interest;
   HostTurns turns;
-  HostLaneHall hall;
-  std::vector<HostConnection*> lanes;  // those with a lane; null: gone since the visit began
-  size_t firstLane = 0;                // which is visited first
-  bool isVisiting = false;
+  HostReceiverLanes lanes;
+  HostReceiverOutput output;
   HostConnectionMap connections;
-  HostConnection* found = nullptr;     // of `connections`: what Find gave last, or null
-  HostConnectionMap::node_type spare;  // the place of the next connection, see MakeSpare
-  // Their callouts have returned. Has room for all that are still to come.
+  HostConnection* found = nullptr;     // in `connections`: the last one that Find returned, or null
+  HostConnectionMap::node_type spare;  // memory for the next connection, see MakeSpare
+  // Threads of this process whose requests have been handled, but not replied to. Has room for all
+  // that are still to come.
   std::vector<std::weak_ptr<HostLocalWaiter>> repliesDue;
   size_t waitersToCome = 0;  // of requests that this process sent itself, queued and in callouts
   bool listenerPaused = false;
-  int64_t retryAt;     // when paused things are tried again
-  int64_t destroyEnd;  // of the time that unread replies get when the port dies
+  int64_t retryAt;     // when paused connections and the listener are tried again
+  int64_t destroyEnd;  // until then unread replies have time after the port's end
   uint32_t lastConnection = 0;
   uint64_t acceptCount = 0;
   size_t partialConnections = 0;
 };
 
-// What the port table makes for a receive right.
+// Makes the object that the port table keeps for a receive right.
 std::shared_ptr<HostPortObject> HostMakeReceiver(mach_port_t name);
 
-// The receiver behind a receive right, made on first use. Null when `name` is not a receive right.
+// Returns the receiver of a receive right, which is made on first use. Null if `name` is not a
+// receive right.
 std::shared_ptr<HostReceiver> HostReceiverOf(mach_port_t name);
