@@ -79,7 +79,7 @@ OSStatus HostCallout::DecodeRequest(HostArrival* arrival) {
   return err;
 }
 
-// The way of the reply: the connection, or the waiting thread of this process.
+// The reply goes to the connection, or to the waiting thread of this process.
 HostReplyTarget HostCallout::Target() const {
   if (message.connection == 0) return HostReplyTarget(message.waiter);
   return {receiver, message.connection, message.header.requestNumber};

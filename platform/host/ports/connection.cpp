@@ -14,8 +14,8 @@ ssize_t HostConnection::Receive() {
     } else if (!lane->HasBytes()) {
       return errno = EAGAIN, -1;
     }
-    // What the client writes to the lane it wrote after all that it wrote to the socket. A frame
-    // that it began there it has ended there.
+    // The client has written nothing to the socket since it began to use the lane, and has finished
+    // there every frame that it had begun there.
     if (in.PartialBytes() > 0) return hungUp ? 0 : (errno = EBADMSG, -1);
     readsLane = true;
   }

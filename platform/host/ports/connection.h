@@ -18,10 +18,10 @@
 //   open --end of stream, or given up--> ended --frames dispatched, replies written--> dropped
 //   open, ended --broken stream, error, over a limit--> dropped
 //
-// Frames come by the socket or by a lane: Receive knows which. What is written goes by the lane
-// once the client has begun to use it and all that was written before is out.
+// Frames come by the socket or by a lane; Receive reads the right one. Frames go out by the lane
+// once the client has begun to use it and everything that was queued before has been written.
 struct HostConnection {
-  uint32_t number = 0;       // its name inside the receiver
+  uint32_t number = 0;       // within the receiver, never 0
   uint64_t acceptOrder = 0;  // older connections have smaller ones
   int descriptor = -1;
   HostPeer peer;
@@ -33,37 +33,38 @@ struct HostConnection {
   bool writesLane = false;  // all that waits in `out` goes by the lane
   bool hungUp = false;      // the end of the socket's stream has been seen
 
-  uint32_t interest = 0;                    // epoll events asked for; 0: not in the epoll sets
-  uint64_t lastActivity = 0;                // counted in the process: larger is later
-  HostAccount account;                      // what it holds of the process's limits
-  int dispatching = 0;                      // callouts that run for its requests
+  uint32_t interest = 0;      // epoll events it is watched for; 0: it is not in the epoll sets
+  uint64_t lastActivity = 0;  // counted for the process: larger is later
+  HostAccount account;        // its part of the process's limits
+  int dispatching = 0;        // callouts that run for its requests
   mach_port_t replyRight = MACH_PORT_NULL;  // of its latest request without a reply
 
   uint64_t sender = 0;    // the peer's thread, known from its first header
-  uint32_t waitsFor = 0;  // an older connection of that thread, not yet drained
+  uint32_t waitsFor = 0;  // the number of an older connection of that thread
   bool isWaitedFor = false;
   bool identified = false;
-  bool isReady = false;  // stands in line for its turn
+  bool isReady = false;  // is in line for its turn
   HostConnection* nextReady = nullptr;
-  bool paused = false;  // not read on for a moment: the intake refused, or there is no memory
-  bool ended = false;   // nothing more comes
+  bool paused = false;  // not read until the next retry: the intake refused, or memory is short
+  bool ended = false;   // nothing more is read
 
-  // A complete frame is here.
+  // Whether a complete frame has been received.
   bool HasFrame() const { return in.HasCompleteFrame(); }
-  // Takes it. False when what came is neither a request nor an offer.
+  // Takes it. Returns false if it is neither a request nor an offer.
   bool TakeFrame(HostFrameHeader* header, HostFrameSlice* body) {
     return in.Take(header, body) == HostFrameReader::Next::kFrame &&
            (header->kind == HostFrameKind::kRequest || header->kind == HostFrameKind::kLaneOffer);
   }
 
-  // Takes what has come, as HostFrameReader::Receive: first all that came by the socket, then what
-  // came by the lane. 0 when both are at their end.
+  // Like HostFrameReader::Receive. Reads the socket until it is empty, and after that the lane.
+  // Returns 0 when both have ended.
   ssize_t Receive();
 
-  // Write what can be taken now. Result: 0, or errno: EAGAIN when something is left.
+  // Both write as much as can be taken now. They return 0, EAGAIN if something is left, or another
+  // error number if the connection is broken.
   int Write(std::span<const iovec> pieces, size_t* written);
   int Flush() { return writesLane ? lane->Flush(out) : out.Flush(descriptor); }
-  // A request of it has not been answered yet, or not even been looked at.
+  // Whether one of its requests has arrived and has no reply yet.
   bool HasRequest() {
     return dispatching > 0 || replyRight != MACH_PORT_NULL || HasFrame() ||
            (lane != nullptr && lane->HasBytes());

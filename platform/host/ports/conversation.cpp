@@ -25,41 +25,41 @@
 #include "platform/host/session/port_address.h"
 #include "platform/host/wire/frame_stream.h"
 
-// The client's end of connections. Everything here belongs to one thread; there are no locks.
+// The client's end of connections. Everything here belongs to one thread, so there are no locks.
 //
-// States of a conversation. Closed -> open (connect) -> closed (the peer hung up, sent what is no
-// frame, or its place is needed). An open one may have an unfinished frame: the rest of a frame
-// whose sender's time ran out in the middle. It is written before anything else, so what a thread
-// sends to a port arrives in order, and a time-out never breaks a connection.
+// States of a conversation. Closed -> open (connect) -> closed (the peer hung up, sent something
+// that is not a frame, or the slot is needed). An open one may have an unfinished frame: the rest
+// of a frame whose time-out passed in the middle of it. It is written before anything else, so the
+// frames of a thread arrive at a port in order, and a time-out never breaks a connection.
 //
 // A request. The frame is written; while there is no room, the thread reads and drops what arrives,
 // because the server may be unable to take more until its own replies are read. Then it reads until
-// a reply with the request's own number has come. Every other reply answers a request that nobody
-// waits for any more and is dropped. After each receive and each wait the clock is read, so the
-// time-out holds whatever the server sends.
+// a reply with the request's own number has come. Every other reply belongs to a request that has
+// timed out, and is dropped. After each receive and each wait the clock is read, so the time-out
+// holds whatever the server sends.
 //
 // Lanes. After its kFramesBeforeLane-th frame, or before its first large one, a connection offers a
 // lane (lane.h). Until the acceptance has been read, everything goes by the socket; a frame that
 // was begun there is finished there, and from the next one on the thread writes to the lane only.
-// The server writes to the lane from then on, too, but what it had queued before still comes by the
-// socket, so the thread reads both.
+// The server writes to the lane from then on, too, but replies that it had queued before still come
+// by the socket, so the thread reads both.
 //
 //   none --offer sent--> offered --accepted--> accepted --next frame--> in use
 //   offered --declined--> never again on this connection
 //   none --no lane can be had now--> none; the next offer comes after as many frames again
 //
-// Loss. A frame that did not leave whole is never dispatched by the server. So if the connection
-// breaks before that, as it does when a server gives up an idle one, the frame is sent once more on
-// a new connection. If a new connection breaks as well, or the whole frame was out, the result is
-// connectionInvalid. A frame has left a lane when the server has taken all of it.
+// Loss. A server never dispatches a frame that has not arrived whole. So if the connection breaks
+// before that, as it does when a server gives up an idle one, the frame is sent once more on a new
+// connection. If a new connection breaks as well, or the whole frame had been written, the result
+// is connectionInvalid. A frame has left a lane when the server has taken all of it.
 //
-// Limits. A thread keeps kConnectionsPerThread connections. A new one takes the place of any that
-// has hung up, else of the one used least recently, if possible one without an unfinished frame.
+// Limits. A thread has at most kConnectionsPerThread connections. A new one replaces one that has
+// hung up, else the one used least recently, if possible one without an unfinished frame.
 
 namespace {
 
 constexpr size_t kConnectionsPerThread = 8;
-// How much a socket's receive time-out may differ from the time left before it is set anew.
+// A socket's receive time-out is set again when it differs from the time left by more than this.
 constexpr int64_t kTimeoutSlack = 40 * kHostMillisecond;
 // How often a thread that waits for room reads before it looks at the clock and at the room again.
 constexpr int kReceivesPerLook = 8;
@@ -87,7 +87,7 @@ class RequestNumbers {
   }
 
  private:
-  std::array<uint64_t, 32> numbers;  // up to 256 bytes are never cut short by a signal
+  std::array<uint64_t, 32> numbers;  // a signal never cuts a call of up to 256 bytes short
   size_t left = 0;
 };
 
@@ -98,13 +98,13 @@ timeval TimevalOf(int64_t nanoseconds) {
   return time;
 }
 
-// Nanoseconds until `deadline` as a socket's time-out: 0 is for ever.
+// Returns the nanoseconds until `deadline` as a socket's time-out, in which 0 means for ever.
 int64_t TimeLeft(int64_t deadline) {
   return deadline == kHostNever ? 0 : std::max(deadline - HostNow(), kHostMillisecond);
 }
 
-// When a call's time is up. The clock is read when that is asked for the first time: most sends
-// never wait.
+// The end of a call's time-out. Reads the clock on the first use only, because most sends never
+// wait.
 class TimeLimit {
  public:
   explicit TimeLimit(int64_t nanoseconds) : timeout(nanoseconds) {}
@@ -138,27 +138,29 @@ class Conversation {
 
   OSStatus Open(uint64_t port, TimeLimit* limit);
   void Close();
-  void Forget() {  // a forked child's: the descriptor is closed already
+  void Forget() {  // in a forked child, where the file descriptor has been closed already
     descriptor = -1;
     Close();
   }
 
-  // Offers a lane if it is time, or looks for the answer. `size` is that of the next frame.
+  // Offers a lane if it is time for it, or looks whether the server has decided on the offer.
+  // `size` is the size of the next frame.
   void ConsiderLane(size_t size, uint64_t sender);
-  // Result as HostConverse; `*lost` when the connection broke before the frame was out.
+  // Returns the results of HostConverse. Sets `*lost` if the connection broke before the frame was
+  // written.
   OSStatus Send(const std::vector<iovec>& pieces, TimeLimit* limit, bool* lost);
-  // After the last frame of a request for whose reply nobody waits: whether it will arrive.
+  // Called after the frame of a request without a reply: finds out whether it will arrive.
   OSStatus Settle(TimeLimit* limit, bool* lost);
-  // Whether Send had to wait for room: time has passed then.
+  // Whether Send had to wait for room, so that time has passed.
   bool HasWaited() const { return waited; }
-  // left  what is left until `deadline`, as for SetReceiveTimeout.
+  // `left` is the time until `deadline`, as for SetReceiveTimeout.
   OSStatus AwaitReply(uint64_t requestNumber, int64_t deadline, int64_t left, HostFrameSlice* body,
                       bool* lost);
 
   uint64_t lastUse = 0;
 
  private:
-  // Of a lane; it exists from kOffered on.
+  // The stages of a lane. It exists in the middle three.
   enum class Stage { kNone, kOffered, kAccepted, kInUse, kDeclined };
 
   OSStatus WaitForRoom(int64_t deadline, bool* lost);
@@ -184,7 +186,7 @@ class Conversation {
   uint64_t frames = 0;  // begun on this connection
   uint64_t offerAfter = kFramesBeforeLane;
   bool hasTried = false;       // to offer a lane
-  HostOutQueue unfinished;     // the rest of a frame whose sender's time ran out
+  HostOutQueue unfinished;     // the rest of a frame whose time-out has passed
   int64_t receiveTimeout = 0;  // as set on the socket, ns; 0: none
   bool waited = false;
 };
@@ -240,11 +242,11 @@ void Conversation::Close() {
   hasTried = false;
 }
 
-// Failing to make a lane is no error of the send: the socket is there.
+// A lane that cannot be made is not an error of the send: the socket stays in use.
 void Conversation::ConsiderLane(size_t size, uint64_t sender) {
   frames++;
   if (stage == Stage::kOffered) {
-    DropReplies();  // an end that is seen here is seen again by who writes or reads
+    DropReplies();  // the next write or read reports the end of the connection again
     return;
   }
   if (stage != Stage::kNone || !unfinished.IsEmpty()) return;
@@ -261,7 +263,7 @@ void Conversation::ConsiderLane(size_t size, uint64_t sender) {
   }
 }
 
-// The answer to the offer.
+// Takes the server's decision on the offer.
 void Conversation::TakeDecision(const HostFrameHeader& header) {
   HostPassedPair passed = in.TakePassed();
   if (stage != Stage::kOffered) return;
@@ -271,8 +273,8 @@ void Conversation::TakeDecision(const HostFrameHeader& header) {
   if (!isAccepted) lane.reset();
 }
 
-// Drops what has arrived: it answers requests that nobody waits for any more. Reads a few times at
-// most, so that the caller looks at the clock however much the server sends. Result: 0 or errno.
+// Drops the replies that have arrived: their requests have timed out. Reads a few times at most, so
+// that the caller reads the clock however much the server sends. Returns 0 or errno.
 int Conversation::DropReplies() {
   for (int i = 0; i < kReceivesPerLook; i++) {
     HostFrameSlice body;
@@ -291,8 +293,8 @@ int Conversation::DropReplies() {
   return 0;
 }
 
-// Takes frames until the reply to the request has come (0: to none). False when it has not; what
-// follows cannot be read when `*error` is EBADMSG.
+// Takes frames until the reply to the request has come; `requestNumber` 0 takes all. Returns false
+// if the reply has not come. `*error` is then EBADMSG if the following bytes are not frames.
 bool Conversation::TakeReply(HostFrameReader& reader, uint64_t requestNumber, HostFrameSlice* body,
                              int* error) {
   HostFrameHeader header;
@@ -309,8 +311,8 @@ bool Conversation::TakeReply(HostFrameReader& reader, uint64_t requestNumber, Ho
   return false;
 }
 
-// Takes what has come by the lane or, late, by the socket. Result: 0; EAGAIN (nothing has); EPIPE
-// (the server has hung up, and all has been taken); others.
+// Takes the bytes that have come by the lane or, late, by the socket. Returns 0; EAGAIN if there
+// are none; EPIPE if the server has hung up and all has been taken; another error number.
 int Conversation::ReceiveFromLane() {
   if (lane->Receive(inOfLane) > 0) return 0;
   if (errno != EAGAIN) return errno;
@@ -320,18 +322,20 @@ int Conversation::ReceiveFromLane() {
     if (size < 0 && errno != EAGAIN) return errno;
     lane->SetSocketRead();
   }
-  // The server had written to the lane before it hung up, and that was seen before the look above.
+  // HasHungUp is as of the last wait. What the server had written before it hung up was in the lane
+  // when the lane was read above.
   return lane->HasHungUp() ? EPIPE : EAGAIN;
 }
 
-// Waits for the lane. left: as for SetReceiveTimeout. Result: 0 (look again) or errno.
+// Waits for the lane. `left` is as for SetReceiveTimeout. Returns 0 if the caller is to look again,
+// else errno.
 int Conversation::WaitOnLane(int64_t left) {
   const int64_t most = std::min<int64_t>((left + kHostMillisecond - 1) / kHostMillisecond, INT_MAX);
   const int error = lane->Wait(left == 0 ? -1 : static_cast<int>(most), false);
   return error == ETIMEDOUT ? 0 : error;
 }
 
-// Reads while it waits: the server may be unable to take more until we do.
+// Reads while it waits: the server may be unable to take more until this thread does.
 OSStatus Conversation::WaitForRoom(int64_t deadline, bool* lost) {
   const int wait = HostMillisecondsUntil(deadline, HostNow());
   if (wait == 0) return errAETimeout;
@@ -385,8 +389,9 @@ OSStatus Conversation::Send(const std::vector<iovec>& pieces, TimeLimit* limit, 
   return err;
 }
 
-// A socket fails at once when the server has gone. A lane takes the frame, so the socket has to be
-// asked. If the server is giving the connection up, what it takes of it is known when it hangs up.
+// A socket fails at once if the server has gone. A lane takes the frame all the same, so the socket
+// has to be checked. While the server is giving the connection up, the thread waits for its end:
+// only then is it known whether the server has taken the frame.
 OSStatus Conversation::Settle(TimeLimit* limit, bool* lost) {
   if (stage != Stage::kInUse) return 0;
   const bool isGoing = lane->IsServerGoing();
@@ -404,7 +409,7 @@ OSStatus Conversation::Settle(TimeLimit* limit, bool* lost) {
 }
 
 bool Conversation::SetReceiveTimeout(int64_t left) {
-  // Kept when it is near enough: most requests have the same time-out.
+  // A value that is near enough is kept: most requests have the same time-out.
   if (receiveTimeout >= left && receiveTimeout - left <= kTimeoutSlack && left != 0) return true;
   if (left == receiveTimeout) return true;
   const timeval time = TimevalOf(left);
@@ -413,11 +418,12 @@ bool Conversation::SetReceiveTimeout(int64_t left) {
   return true;
 }
 
-// Waits for what comes next by the socket. left: as for SetReceiveTimeout. Result: 0 or errno.
+// Waits for bytes on the socket and takes them. `left` is as for SetReceiveTimeout. Returns 0 or
+// errno.
 int Conversation::ReceiveWithin(int64_t left) {
   int flags = 0;
   if (stage == Stage::kOffered) {
-    // A call that may bring descriptors must not wait: forks are held off meanwhile.
+    // A call that may receive file descriptors must not wait: forks are held off meanwhile.
     pollfd entry = {descriptor, POLLIN, 0};
     const int wait = left == 0 ? -1 : HostMillisecondsUntil(left, 0);
     const int ready = poll(&entry, 1, wait);
@@ -430,7 +436,7 @@ int Conversation::ReceiveWithin(int64_t left) {
   return size > 0 ? 0 : size == 0 ? EPIPE : errno;
 }
 
-// The connection is over. Whether the frame that was sent last counts as lost is known now.
+// Closes the connection after an error. Now it is known whether the last frame counts as lost.
 OSStatus Conversation::EndedBy(int error, bool* lost) {
   *lost = stage == Stage::kInUse && IsLost(error) && !lane->IsAllTaken();
   Close();
@@ -440,13 +446,13 @@ OSStatus Conversation::EndedBy(int error, bool* lost) {
 
 OSStatus Conversation::AwaitReply(uint64_t requestNumber, int64_t deadline, int64_t left,
                                   HostFrameSlice* body, bool* lost) {
-  assert(IsOpen() && unfinished.IsEmpty());  // the request is out
+  assert(IsOpen() && unfinished.IsEmpty());  // the request has been written
   for (bool hasReceived = false;; hasReceived = true) {
     int error = 0;
     if (stage == Stage::kInUse && TakeReply(inOfLane, requestNumber, body, &error)) return 0;
     if (error == 0 && TakeReply(in, requestNumber, body, &error)) return 0;
     if (error != 0) return EndedBy(error, lost);
-    // After each receive, also one that brought something: a server may send other things for ever.
+    // After each receive, also a successful one: a server may send other frames for ever.
     if (hasReceived && deadline != kHostNever) {
       if (HostNow() >= deadline) return errAETimeout;
       left = TimeLeft(deadline);
@@ -461,11 +467,11 @@ OSStatus Conversation::AwaitReply(uint64_t requestNumber, int64_t deadline, int6
   }
 }
 
-// The connections of one thread, least recently used first to go.
+// The connections of one thread. The least recently used one is replaced first.
 class Conversations {
  public:
   Conversations() = default;
-  ~Conversations() { CheckFork(); }  // a forked child's thread closes nothing of its parent's
+  ~Conversations() { CheckFork(); }  // in a forked child nothing of the parent's is closed
 
   Conversation* FindOrOpen(uint64_t portID, TimeLimit* limit, OSStatus* err, bool* fresh);
   uint64_t ThreadNumber();
@@ -548,8 +554,8 @@ OSStatus HostConverse(uint64_t portID, HostFrameHeader header, HostGather& frame
   header.sender = HostThreadNumber();
   HostFillFrameHeader(header, &frame);
 
-  // A frame that did not go out whole is never dispatched, so a connection that the server gave up
-  // is replaced once and the frame sent again.
+  // A frame that has not arrived whole is never dispatched. So if the server gave the connection
+  // up, it is replaced once and the frame is sent again.
   for (;;) {
     OSStatus err = 0;
     bool fresh = false, lost = false;

@@ -39,8 +39,7 @@ bool ReadPeer(int fd, HostPeer* peer) {
   return true;
 }
 
-// The session's user and root may connect. Whose session it is does not change with a later
-// seteuid.
+// The session's user and root may connect. A later seteuid does not change the session's user.
 bool MayConnect(const HostPeer& peer) {
   const HostSessionDirectory* session = HostGetSessionDirectory();
   return peer.uid == 0 || (session != nullptr && peer.uid == session->uid);
@@ -125,7 +124,7 @@ HostEndpoint::Outcome HostEndpoint::Accept(int* fd, HostPeer* peer) {
     if (error == EAGAIN) return Outcome::kNobody;
     if (error == EINTR || error == ECONNABORTED) return Outcome::kAgain;
     if (error != EMFILE && error != ENFILE) return Outcome::kFailure;
-    // The kernel reports the shortage also when nobody waits to be accepted.
+    // The kernel reports the shortage also when no peer waits to be accepted.
     return IsReadable(listener) ? Outcome::kShortage : Outcome::kNobody;
   }
   if (!ReadPeer(accepted, peer) || !MayConnect(*peer)) {

@@ -12,8 +12,8 @@ struct HostPeer {
   uid_t uid = 0;
 };
 
-// HostEndpoint is what a port looks like from outside: a listening socket and the names that lead
-// to it. The socket is opened with the first name and lives until Close.
+// HostEndpoint is what other processes see of a port: a listening socket and the port names that
+// lead to it. The socket is opened with the first name and lives until Close.
 //
 // Guarded by its receiver's lock, all but PortID, which never changes.
 class HostEndpoint {
@@ -21,23 +21,23 @@ class HostEndpoint {
   HostEndpoint();
 
   uint64_t PortID() const { return portID; }
-  int Listener() const { return listener; }  // -1 without a name
+  int Listener() const { return listener; }  // -1 while the port has no name
 
-  // Claims `service`, with the socket open before the name is seen. Results of bootstrap_register;
-  // a first name that is not got leaves no socket.
+  // Opens the socket if it is the first name, then claims `service`. Returns the results of
+  // bootstrap_register. If the first name cannot be claimed, the socket is closed again.
   kern_return_t Register(const char* service);
   bool IsRegisteredAs(const char* service) const;
-  bool Unregister(const char* service);  // false when it is not registered so
+  bool Unregister(const char* service);  // false if it is not registered
 
   enum class Outcome {
     kAccepted,
-    kRefused,   // somebody who may not connect, or whose credentials cannot be had: closed again
-    kNobody,    // nobody waits to be accepted
+    kRefused,   // closed again: the peer may not connect, or its credentials cannot be read
+    kNobody,    // no peer waits to be accepted
     kAgain,     // the call is to be repeated
-    kShortage,  // somebody waits, but there is no descriptor
-    kFailure,   // somebody may wait, and cannot be accepted now
+    kShortage,  // a peer waits, but there is no free file descriptor
+    kFailure,   // a peer may wait, and cannot be accepted now
   };
-  // Accepts one connection. On kAccepted `*fd` is the caller's.
+  // Accepts one connection. On kAccepted the caller owns `*fd`.
   Outcome Accept(int* fd, HostPeer* peer);
 
   // Gives up the names, then the socket.

@@ -1,25 +1,26 @@
-// The limits of the process, and who goes when one is reached.
+// The limits of the process, and the choice of the connection that is closed when one is reached.
 //
 // Unread replies. All connections together may have 64 MiB of replies waiting in this process.
-// Beyond that the connection with the most goes.
+// Beyond that, the connection with the most is closed.
 //
 // Partly received frames. They may take 64 MiB. While they take more, a connection that holds
 // kPartialAlways or more is refused (its receiver stops reading and asks again every 50 ms), except
 // the one whose frame began first among those that made progress within the last second: so one
 // frame after the other is completed. While the limit is exceeded, connections are closed whose
 // frame has not grown for a second, because nothing arrives or because they are refused: those of
-// the process that holds most first. So nobody is kept waiting by frames that do not end. A second
-// means a second in which this process looked. The clock advances when a connection is refused or
-// the limits are enforced, and by kLongestTick at most, so that a handler that takes long does not
-// make its clients look idle.
+// the process that holds most first. So frames that do not end keep no other client waiting. A
+// second means a second in which this process looked. The clock advances when a connection is
+// refused or the limits are enforced, and by kLongestTick at most, so that a handler that takes
+// long does not make its clients look idle.
 //
-// File descriptors. When there are none left for a new connection, one connection of the process
-// that has most connections goes: the one that has been silent longest. A request that is being
-// handled protects its connection, but only a quarter of the descriptors may be so protected for
-// one process; what it has beyond that may go as well, after its silent connections.
+// File descriptors. When there are none left for a new connection, one connection of the client
+// process that has the most is closed: the one that has been silent longest. A request that is
+// being handled protects its connection, but only a quarter of the file descriptors may be
+// protected in this way for one client process. If it has more, all its handled connections may be
+// closed as well, after its silent ones.
 //
-// Locks. The accounts are read and changed under the intake's lock alone. A connection that is to
-// go is chosen under that lock and closed by its receiver afterwards, under the receiver's lock; in
+// Locks. The accounts are read and changed under the intake's lock alone. The connection to close
+// is chosen under that lock and closed by its receiver afterwards, under the receiver's lock; in
 // between it may have changed or gone, which the receiver notices. No thread ever holds the locks
 // of two receivers.
 
@@ -45,7 +46,8 @@ constexpr size_t kPartialAlways = size_t{64} << 10;  // a frame may begin whatev
 constexpr size_t kQueuedInAll = size_t{64} << 20;
 constexpr int64_t kPatience = kHostSecond;
 constexpr int64_t kLongestTick = 100 * kHostMillisecond;
-constexpr size_t kProtectedShare = 4;  // one process may have one in so many descriptors protected
+constexpr size_t kProtectedShare =
+    4;  // of the file descriptors, one in so many may be protected for one client process
 
 constinit std::atomic<HostIntake*> sIntake{nullptr};
 constinit const HostIntake* sInherited = nullptr;
@@ -110,7 +112,7 @@ void HostIntake::SetQueued(HostAccount& account, size_t bytes) {
   if (bytes == account.queued) return;
   const std::lock_guard<HostMutex> lock(mutex);
   queuedInAll.fetch_add(bytes - account.queued, std::memory_order_relaxed);
-  // More replies behind those that wait are no progress of the reader.
+  // More replies in the queue do not mean that the peer reads.
   if (bytes < account.queued || account.queuedSince == 0) account.queuedSince = HostNow();
   if (bytes == 0) account.queuedSince = 0;
   account.queued = bytes;
@@ -161,7 +163,7 @@ bool HostIntake::MayReadOn(const HostAccount& account) {
   return oldest == nullptr || oldest == &account;
 }
 
-// Who goes.
+// Choosing a connection to close.
 
 const HostAccount* HostIntake::Fullest() const {
   const HostAccount* fullest = nullptr;
@@ -194,7 +196,7 @@ std::shared_ptr<HostIntakeMember> HostIntake::OwnerOf(const HostAccount& account
   return found == members.end() ? nullptr : found->owner.lock();
 }
 
-// One at a time. False when the process is within its limits, or nobody may be closed.
+// Closes one connection. Returns false if the process is within its limits, or none may be closed.
 bool HostIntake::CloseHolder() {
   std::shared_ptr<HostIntakeMember> owner;
   uint32_t number = 0;
@@ -207,7 +209,7 @@ bool HostIntake::CloseHolder() {
     if (account == nullptr) return false;
     owner = OwnerOf(*account);
     number = account->number;
-    return owner != nullptr;  // without one its port is being destroyed, which closes it
+    return owner != nullptr;  // else its port is being destroyed, which closes it
   });
   if (isChosen) owner->DropHolder(number);
   return isChosen;

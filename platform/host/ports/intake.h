@@ -12,18 +12,18 @@
 
 class HostIntake;
 
-// What one connection holds of the process: bytes of a frame that is not complete, and bytes of
-// replies that its peer has not read. Embedded in the connection. Written by HostIntake with the
-// lock of the connection's receiver held as well, so either lock is enough to read it.
+// What one connection uses of the process's limits: bytes of an incomplete frame, and bytes of
+// replies that its peer has not read. Part of the connection. HostIntake writes it while it holds
+// its own lock and its caller holds the receiver's, so either lock is enough to read it.
 struct HostAccount {
   class HostIntakeMember* member = nullptr;
   uint32_t number = 0;  // of the connection, within its member
   pid_t pid = 0;        // of its peer
   size_t partial = 0;
   size_t queued = 0;
-  int64_t partialSince = 0;  // monotonic ns since when a frame is incomplete; 0: none is
+  int64_t partialSince = 0;  // monotonic ns when the incomplete frame began; 0: there is none
   int64_t progressAt = 0;    // when that frame last grew, by the intake's clock
-  int64_t queuedSince = 0;   // monotonic ns since when replies wait and none is read; 0: none wait
+  int64_t queuedSince = 0;  // monotonic ns when replies began to wait or one was read; 0: none wait
 
  private:
   friend class HostIntake;
@@ -32,9 +32,9 @@ struct HostAccount {
   HostAccount* previous = nullptr;
 };
 
-// What a connection is worth keeping for when file descriptors run short.
+// How important a connection is when file descriptors run short.
 enum class HostWorth {
-  kSilent,   // nobody waits for anything on it, or its peer does not read what it was sent
+  kSilent,   // its peer waits for nothing, or does not read its replies
   kHandled,  // a request of it is being handled
   kBusy,     // its replies are being read
 };
@@ -47,51 +47,52 @@ struct HostCandidate {
   uint64_t lastActivity = 0;
 };
 
-// A receiver, as the intake sees it. Called without any lock of this room held; takes its own.
+// The intake's view of a receiver. Its functions take the receiver's lock; the caller holds no lock
+// of this room.
 class HostIntakeMember {
  public:
   // Appends all connections.
   virtual void Survey(std::vector<HostCandidate>* candidates) = 0;
-  // Closes a connection that holds too much. Nothing happens when it has gone meanwhile.
+  // Closes a connection that holds too much; does nothing if it has gone meanwhile.
   virtual void DropHolder(uint32_t number) = 0;
-  // Gives a connection up for its descriptor. True when that is free now; false when what the peer
-  // sent before has to be served first.
+  // Gives a connection up for its file descriptor. Returns true if that is free now, and false if
+  // requests that the peer sent before have to be served first.
   virtual bool GiveUp(uint32_t number, HostWorth worth) = 0;
 
  protected:
   ~HostIntakeMember() = default;
 };
 
-// HostIntake owns the limits that the process has for all its ports together, and finds the
-// connection that goes when one is reached, whichever port it belongs to. There is one.
+// HostIntake owns the limits that all ports of the process share. When one is reached, it chooses
+// the connection that is closed, whichever port that belongs to. A process has one intake.
 //
 // Any thread. Its own lock guards the accounts and the list of members; it is taken with a
 // receiver's lock held and never the other way round, and nothing else is taken under it.
 class HostIntake {
  public:
-  // The process's own; a forked child gets a new one.
+  // Returns the intake of this process; a forked child gets a new one.
   static HostIntake& OfThisProcess();
 
   void Join(std::weak_ptr<HostIntakeMember> member);
   void Leave(HostIntakeMember* member);
 
-  // Both are called with the lock of the account's receiver held.
+  // Both are called while the lock of the account's receiver is held.
   void SetPartial(HostAccount& account, size_t bytes);
   void SetQueued(HostAccount& account, size_t bytes);
 
-  // Whether a connection may read more of its frame now. If not, the caller asks again in a while.
+  // Whether a connection may read more of its frame now. If not, the caller tries again later.
   bool MayReadOn(const HostAccount& account);
 
-  // Closes connections until the process is within its limits, or nobody may be closed yet (or
-  // there is no memory to find out who). The caller holds no receiver's lock.
+  // Closes connections until the process is within its limits, or no connection may be closed yet,
+  // or there is no memory to choose one. The caller holds no receiver's lock.
   void Relieve() {
     if (IsOverLimit()) [[unlikely]]
       while (CloseHolder()) {
       }
   }
 
-  // Gives up one connection for its descriptor. False when none may be given up, or there is no
-  // memory to choose. The caller holds no receiver's lock.
+  // Gives up one connection for its file descriptor. Returns false if none may be given up, or
+  // there is no memory to choose one. The caller holds no receiver's lock.
   bool FreeDescriptor();
 
   size_t PartialBytes() const { return partialInAll.load(std::memory_order_relaxed); }
@@ -122,5 +123,5 @@ class HostIntake {
   HostAccount* first = nullptr;
   int64_t clock = 0;  // see intake.cpp
   int64_t lastTick = 0;
-  const HostIntake* inherited = nullptr;  // a forked child's: what it does not use, and keeps
+  const HostIntake* inherited = nullptr;  // the parent's, in a forked child: unused, but not freed
 };

@@ -16,8 +16,8 @@ bool HostInterest::ChangeIn(const Watcher& watcher, int fd, uint32_t number, uin
   epoll_event event = {};
   event.events = after;
   event.data.u64 = uint64_t{watcher.tag} << 32 | number;
-  // What is no longer watched is taken out explicitly: closing the descriptor alone does not do it
-  // while a forked child holds a copy.
+  // A file descriptor that is no longer watched is taken out explicitly: closing it alone does not
+  // do that while a forked child holds a copy.
   const int operation = before == 0 ? EPOLL_CTL_ADD : after == 0 ? EPOLL_CTL_DEL : EPOLL_CTL_MOD;
   return epoll_ctl(watcher.epollSet, operation, fd, &event) == 0;
 }
@@ -44,7 +44,7 @@ bool HostInterest::SetAsleep(int epollSet, bool isAsleep) {
 void HostInterest::Wake() const {
   for (const Watcher& watcher : watchers) {
     const uint64_t one = 1;
-    // A counter that is full has been raised already.
+    // Fails if the counter is full; then the loop is being woken already.
     (void)!write(watcher.wakeDescriptor, &one, sizeof one);
   }
 }

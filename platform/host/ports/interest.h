@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <vector>
 
-// HostInterest holds the run loops that watch a receiver, and tells their epoll sets which of the
-// receiver's descriptors are to be reported. A descriptor's events carry the watcher's tag in the
-// high half of their data and the connection's number in the low half (0: the listening socket).
+// HostInterest has the run loops that watch a receiver, and enters the receiver's file descriptors
+// into their epoll sets. The data of their events has the watcher's tag in its high half and the
+// connection's number in its low half, 0 for the listening socket.
 //
 // Guarded by its receiver's lock.
 class HostInterest {
@@ -21,17 +21,18 @@ class HostInterest {
   bool Remove(int epollSet);  // false when it does not watch
   void RemoveAll() { watchers.clear(); }
 
-  // Changes what `fd` is watched for, from `before` to `after` (epoll events; 0: it is not in the
-  // sets), in all sets. False when a set does not take it: then no set has it.
+  // Changes the epoll events that `fd` is watched for in all sets, from `before` to `after`; 0
+  // means that it is not in the sets. If a set refuses it, takes it out of all sets and returns
+  // false.
   bool Change(int fd, uint32_t number, uint32_t before, uint32_t after) const;
-  // As above, in one set.
+  // Does the same in one set.
   static bool ChangeIn(const Watcher& watcher, int fd, uint32_t number, uint32_t before,
                        uint32_t after);
 
-  // Wakes all watchers, for what no descriptor reports.
+  // Wakes all watchers, for messages that no file descriptor reports.
   void Wake() const;
 
-  // A watcher sleeps or has woken. The result is whether any of them sleeps.
+  // Notes that a watcher is about to sleep or has woken. Returns whether any of them sleeps.
   bool SetAsleep(int epollSet, bool isAsleep);
 
  private:

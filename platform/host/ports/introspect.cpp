@@ -11,7 +11,7 @@
 
 namespace {
 
-// How many lines of a file `isCounted` accepts. Nothing when it cannot be read.
+// Returns how many lines of a file `isCounted` accepts; nothing if the file cannot be read.
 template <class Condition>
 std::optional<size_t> CountLines(const std::string& path, Condition isCounted) {
   std::ifstream file(path);
@@ -42,7 +42,8 @@ HostPortUse HostUseOfPort(pid_t owner, uint64_t portID) {
     const std::string socket = std::string("/") + file;
     const std::string lane = HostLaneFileName(portID);
     HostPortUse use;
-    // A connection has the path of the socket that accepted it; that one listens (flag 00010000).
+    // An accepted connection has the path of the listening socket, which itself has the flag
+    // 00010000.
     use.connections = CountLines("/proc/net/unix", [&socket](const std::string& line) {
       return line.ends_with(socket) && line.find(" 00010000 ") == std::string::npos;
     });

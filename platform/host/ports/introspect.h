@@ -6,10 +6,10 @@
 #include <cstdint>
 #include <optional>
 
-// What this process and others hold for their ports, for tools, benchmarks and tests only. Any
-// thread.
+// Counts of what this process and others use for their ports. For tools, benchmarks and tests only.
+// Any thread.
 
-// Host resources of this process that must not grow with the number of messages.
+// Resources of this process that must not grow with the number of messages.
 struct HostPortCounts {
   size_t portNames = 0;     // entries of the port table
   size_t receivers = 0;     // receive rights with a socket
@@ -20,7 +20,8 @@ struct HostPortCounts {
 };
 HostPortCounts HostCountPorts();
 
-// What the kernel reports of another process's port; empty where it does not.
+// What the kernel reports about another process's port; a member is empty if the kernel does not
+// report it.
 struct HostPortUse {
   std::optional<size_t> connections;  // accepted, or waiting to be
   std::optional<size_t> lanes;

@@ -17,18 +17,17 @@
 
 #include "platform/host/base/descriptors.h"
 
-// Limits of the process. Each end of a lane counts: the memory is mapped at both, and a client's
-// end has three descriptors (its eventfd, its epoll set, the server's doorbell), a server's end
-// one.
+// Limits of the process. Each end of a lane counts: both map the memory; a client's end has three
+// file descriptors (its eventfd, its epoll set, the server's doorbell), a server's end has one.
 //
-// What a peer passes is checked once and cannot change afterwards: a memfd that is sealed against
-// shrinking has all its pages for ever, so no access to the mapping can fail. An eventfd is written
-// to without waiting.
+// Passed file descriptors are checked once and cannot change afterwards: a memfd that is sealed
+// against shrinking has all its pages for ever, so no access to the mapping can fail. Writing to an
+// eventfd never waits.
 
 namespace {
 
 constexpr size_t kLaneBytesInAll = size_t{64} << 20;
-constexpr size_t kDescriptorShare = 4;  // lanes may have one descriptor in so many
+constexpr size_t kDescriptorShare = 4;  // lanes may have one file descriptor in so many
 constexpr size_t kPart = size_t{64} << 10;
 constexpr int kShapeSeals = F_SEAL_SHRINK | F_SEAL_GROW;
 
@@ -75,7 +74,7 @@ int HostMapping::Map(int fd, size_t count, bool isWritable) {
 }
 
 void HostMapping::Unmap() {
-  // Something else of a forked child may lie there.
+  // In a forked child something else may be mapped there.
   if (memory != nullptr && generation == HostForkGeneration()) munmap(memory, size);
   memory = nullptr;
 }
@@ -108,10 +107,10 @@ HostLaneShare::~HostLaneShare() {
 
 // Both ends.
 
-// Nobody reads the counter while it serves its purpose, and one that is full takes no more and
-// wakes nobody. Rings of 1 never fill it, but a peer may add what it likes; an emulated process of
-// the other byte order adds 2^56 each time. Then it is emptied. A peer that fills it again and
-// again harms itself and those who wait for the same bell, as it could by emptying it.
+// Run loops and clients never read the counter. One that is full accepts no more and wakes no
+// thread, so it is emptied then. Additions of 1 never fill it, but a peer may add any number; an
+// emulated process of the other byte order adds 2^56 each time. A peer that keeps filling it harms
+// only itself and the threads that wait for the same bell, as it could by emptying it.
 void HostLaneEnd::Ring() {
   constexpr int kAttempts = 4;
   const uint64_t one = 1;
@@ -128,7 +127,8 @@ ssize_t HostLaneEnd::Receive(HostFrameReader& reader) {
   return size;
 }
 
-// Puts until all is in the ring, or it stays full. What is in it is seen by the peer in between.
+// Calls `put` until everything is in the ring, or the ring stays full. Publishes after each call,
+// so that the peer can read in between.
 template <class Put>
 int HostLaneEnd::PutAll(Put put) {
   for (;;) {
@@ -177,7 +177,8 @@ int HostServerLane::Open(HostPassedPair* offered) {
   if (err == 0) err = HostCheckBell(offered->At(1));
   if (err == 0 && !share.Take(1)) err = EMFILE;
   if (err == 0) err = memory.Map(offered->At(0), kHostLaneSize, true);
-  if (err == EACCES || err == EPERM) err = EBADMSG;  // sealed against writing, or not opened for it
+  if (err == EACCES || err == EPERM)
+    err = EBADMSG;  // it is sealed against writing, or open for reading only
   if (err == 0 && !HostIsLane(memory.Get())) err = EBADMSG;
   if (err != 0) return err;
   out = HostRingProducer(memory.Get(), HostRingDirection::kToClient,
@@ -194,7 +195,7 @@ int HostLaneHall::Open() {
   if (err == 0) statusFile.Reset(HostMakeSharedFile("veltrane-status", kHostStatusPageSize));
   if (err == 0 && !statusFile.IsOpen()) err = errno;
   if (err == 0) err = status.Map(statusFile.Get(), kHostStatusPageSize, true);
-  // From here on it can be mapped for reading only.
+  // From here on the page can be mapped for reading only.
   const int seals = kShapeSeals | F_SEAL_FUTURE_WRITE | F_SEAL_SEAL;
   if (err == 0 && fcntl(statusFile.Get(), F_ADD_SEALS, seals) != 0) err = errno;
   if (err != 0) {
@@ -262,7 +263,7 @@ int HostCheckBell(int fd) {
 
 int HostCheckSharedFile(int fd, size_t size) {
   struct stat info = {};
-  const int seals = fcntl(fd, F_GET_SEALS);  // fails for what is no memfd
+  const int seals = fcntl(fd, F_GET_SEALS);  // fails for other files than a memfd
   if (seals < 0 || (seals & kShapeSeals) != kShapeSeals) return EBADMSG;
   if (fstat(fd, &info) != 0) return errno;
   return info.st_size == static_cast<off_t>(size) ? 0 : EBADMSG;
@@ -290,5 +291,6 @@ int HostSendPassing(int socket, const HostFrameHeader& header, int first, int se
     sent = sendmsg(socket, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
   } while (sent < 0 && errno == EINTR);
   if (sent < 0) return errno;
-  return sent == static_cast<ssize_t>(sizeof frame) ? 0 : EPIPE;  // so few bytes go whole
+  return sent == static_cast<ssize_t>(sizeof frame) ? 0
+                                                    : EPIPE;  // so few bytes are never sent in part
 }

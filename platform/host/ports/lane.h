@@ -15,12 +15,13 @@
 
 // A lane carries the frames of one connection through shared memory. It begins with an offer that
 // the client sends on the connection: a sealed memfd and an eventfd. The server accepts it with an
-// eventfd and a page that tells whether it sleeps, or declines it, and then everything goes on by
-// socket. This is what both ends have in common, and making and checking what is passed;
-// lane_client.h and receiver_lanes.h are the two ends. Results are 0 or errno.
+// eventfd and a page in which it reports whether it sleeps; or it declines the offer, and the
+// socket stays in use. This file has the parts that both ends share, the server's end of one lane,
+// and the checks of passed file descriptors. lane_client.h is the client's end, receiver_lanes.h
+// has the lanes of a server. Functions return 0 or an errno.
 
 // HostMapping is shared memory, mapped for as long as the object lives. A forked child does not
-// inherit it, and does nothing with its copy of the object.
+// inherit it, and its copy of the object does nothing.
 class HostMapping {
  public:
   HostMapping() = default;
@@ -65,7 +66,7 @@ class HostLaneShare {
   HostLaneShare& operator=(const HostLaneShare&) = delete;
   ~HostLaneShare();
 
-  // False when there is no room for another lane that needs so many descriptors.
+  // Returns false if there is no room for another lane that needs so many file descriptors.
   bool Take(size_t count);
 
  private:
@@ -73,7 +74,7 @@ class HostLaneShare {
   uint32_t generation = 0;
 };
 
-// HostLaneEnd is one end of a lane: a ring to each direction and the eventfd that wakes the peer.
+// HostLaneEnd is one end of a lane: a ring in each direction and the eventfd that wakes the peer.
 // Never waits. One thread at a time.
 class HostLaneEnd {
  public:
@@ -81,12 +82,13 @@ class HostLaneEnd {
   HostLaneEnd(const HostLaneEnd&) = delete;
   HostLaneEnd& operator=(const HostLaneEnd&) = delete;
 
-  // Takes what has come, as HostFrameReader::Receive.
+  // Takes the bytes that have come, like HostFrameReader::Receive.
   ssize_t Receive(HostFrameReader& reader);
-  // Whether Receive would not give EAGAIN.
+  // Whether Receive would return something else than EAGAIN.
   bool HasBytes() { return !in.Look() || in.Available() > 0; }
 
-  // Write as HostWritePieces and HostOutQueue::Flush. EAGAIN: the peer rings when there is room.
+  // Both write like HostWritePieces and HostOutQueue::Flush. After EAGAIN the peer rings when there
+  // is room.
   int Write(std::span<const iovec> pieces, size_t* written);
   int Flush(HostOutQueue& queue);
 
@@ -113,17 +115,17 @@ class HostLaneEnd {
 // The server's end.
 class HostServerLane : public HostLaneEnd {
  public:
-  // Takes over what a client offered. `sleepWord` of the receiver's status page must outlive it.
-  // Result  0; EBADMSG (it is not what an offer consists of); others: it cannot be had now.
+  // Takes over the memfd and the eventfd of an offer. Returns 0; EBADMSG if they are not what an
+  // offer consists of; another error number if there can be no lane now.
   int Open(HostPassedPair* offered);
 
-  // The client learns that nothing is taken any more but what Receive still finds: a frame of which
-  // that is not true was never dispatched.
+  // Tells the client that the server takes no bytes any more, except those that Receive still
+  // finds. So a frame that is not in the ring by then has not been dispatched.
   void Close() { HostServerGoesWord(memory.Get())->Store(1); }
 };
 
-// What a receiver has for all its lanes: the doorbell that clients ring, and the page in which they
-// see whether it sleeps. Made with the first lane.
+// HostLaneHall is what all lanes of a receiver share: the doorbell that clients ring, and the
+// status page in which they see whether a run loop sleeps.
 class HostLaneHall {
  public:
   HostLaneHall() = default;
@@ -136,7 +138,7 @@ class HostLaneHall {
   void Close();
 
   int Doorbell() const { return doorbell.Get(); }
-  // For who waits for the doorbell with poll: run loops never read it.
+  // For a thread that waits for the doorbell with poll: run loops never read it.
   void ClearDoorbell();
   // Reports that a run loop is about to sleep, or that none does any more.
   void SetAsleep(bool isAsleep) { isAsleep ? sleeper.Announce() : sleeper.Withdraw(); }
@@ -151,22 +153,23 @@ class HostLaneHall {
   HostSleeper sleeper;
 };
 
-// What run loops watch a doorbell for: edge-triggered, because it is never read.
+// The epoll events of a doorbell: edge-triggered, because it is never read.
 inline constexpr uint32_t kHostDoorbellEvents = EPOLLIN | EPOLLET;
 
 // Helpers of both ends.
 
-// A new eventfd that never blocks, or a new memfd of this size that may be sealed; entered in the
-// table of descriptors.h. Results: a descriptor, or -1 with errno.
+// Make an eventfd that never blocks, or a memfd of this size that can be sealed, and enter it in
+// the table of descriptors.h. They return a file descriptor, or -1 and set errno.
 int HostMakeBell();
 int HostMakeSharedFile(const char* name, size_t size);
-// The name of a lane's memfd, as it is seen in a process's list of mappings.
+// Returns the name of a lane's memfd, as a process's list of mappings has it.
 std::string HostLaneFileName(uint64_t portID);
 
-// Whether `fd`, which a peer passed, is an eventfd that does not block, or a memfd of `size` bytes
-// that can neither shrink nor grow. 0; EBADMSG (it is not); others: it cannot be told now.
+// Check that `fd`, which a peer has passed, is an eventfd that does not block, or a memfd of `size`
+// bytes that can neither shrink nor grow. They return 0; EBADMSG if it is not; another error number
+// if the check fails.
 int HostCheckBell(int fd);
 int HostCheckSharedFile(int fd, size_t size);
 
-// Sends a frame without a body and two descriptors with it. Never waits.
+// Sends a frame without a body and two file descriptors with it. Never waits.
 int HostSendPassing(int socket, const HostFrameHeader& header, int first, int second);

@@ -12,7 +12,7 @@ namespace {
 
 constexpr size_t kDescriptors = 3;
 constexpr uint32_t kSocketData = 1;
-// So soon after a look nobody notices that the server has gone.
+// So soon after a check the next one is left out.
 constexpr int64_t kLookAgain = 20'000;  // ns
 
 int AddTo(int epollSet, int fd, uint32_t events, uint32_t data) {
@@ -41,7 +41,7 @@ int HostClientLane::Offer(int socket, uint64_t portID, uint64_t sender) {
   return HostSendPassing(socket, header, file.Get(), bell.Get());
 }
 
-// All that may fail for lack of something is made before the offer.
+// Makes everything that may fail for lack of resources before the offer is sent.
 int HostClientLane::Make(int socket) {
   bell.Reset(HostMakeBell());
   if (!bell.IsOpen()) return errno;
@@ -80,7 +80,7 @@ void HostClientLane::TakeEvents(int milliseconds, int* count) {
 
 int HostClientLane::Wait(int milliseconds, bool forRoom) {
   sleeper.Announce();
-  // Room was announced by the write that found none.
+  // The write that found no room has announced that it waits for it.
   const bool isReady =
       hasHungUp || isSocketReadable || HasBytes() || (forRoom && (!out.Look() || out.Room() > 0));
   int count = 1;

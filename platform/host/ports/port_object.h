@@ -8,9 +8,9 @@
 #include <cstdint>
 #include <span>
 
-// HostPortObject is what the port table knows of the object behind a receive right: what it asks of
-// it when the right is looked up, counted or destroyed, and where replies go. Any thread; called
-// without the table's lock, all but PortID.
+// HostPortObject is the port table's view of the object that serves a receive right. The table uses
+// it when the right is looked up, counted or destroyed, and for replies. Any thread. The table's
+// lock is not held during calls, except PortID.
 class HostPortObject {
  public:
   struct Counts {
@@ -19,13 +19,13 @@ class HostPortObject {
     bool hasSocket = false;
   };
 
-  virtual uint64_t PortID() const = 0;  // the same for all its life
+  virtual uint64_t PortID() const = 0;  // never changes
   virtual Counts Count() = 0;
-  virtual void Destroy() = 0;  // the right has gone; the second call does nothing
+  virtual void Destroy() = 0;  // the right has gone; a second call does nothing
 
-  // Writes or queues the frame of a reply on `connection`; `right` is used up by it. Never waits.
-  // Result: 0; connectionInvalid (the sender has gone); memFullErr (the connection has been
-  // closed).
+  // Writes or queues the frame of a reply on `connection` and uses up `right`. Never waits. Returns
+  // 0; connectionInvalid if the sender has gone; memFullErr, and then the connection has been
+  // closed.
   virtual OSStatus Reply(uint32_t connection, mach_port_t right, std::span<const iovec> pieces) = 0;
 
  protected:

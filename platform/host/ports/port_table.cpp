@@ -25,7 +25,7 @@
 // Entries. A right is an entry: kFree -> kReceive, kSend or kReply -> kFree. An entry is never
 // moved. Its number is the entry's index (20 bits) below a generation (12 bits) that grows each
 // time the entry is used, so a freed number names nothing until the generations have come round.
-// Free entries wait in a queue, first in first out, behind at least kFreeBeforeReuse others: a
+// Free entries wait in a queue, first in first out, after at least kFreeBeforeReuse others: a
 // number returns after half a million later ones at the earliest.
 //
 // One number for each port. byPortID leads from a port id to the right that this process has to the
@@ -44,17 +44,16 @@
 
 namespace {
 
-// A name: 12 bits of generation above 20 bits of index. Freed indexes queue up behind this many
-// others before they come back, so a name returns after half a million later ones at the least.
+// A right number: 12 bits of generation above 20 bits of index.
 constexpr uint32_t kIndexBits = 20;
 constexpr uint32_t kIndexMask = (1u << kIndexBits) - 1;
 constexpr uint32_t kMaxEntries = 1u << kIndexBits;
-constexpr uint32_t kFirstIndex = 0x1000;  // above the fixed names
+constexpr uint32_t kFirstIndex = 0x1000;  // above the fixed numbers
 constexpr uint32_t kFreeBeforeReuse = 128;
 constexpr uint32_t kGenerations = 1u << (32 - kIndexBits);
 constexpr uint32_t kChunk = 128;  // entries that are made together
 
-// Send rights are looked through for dead ports when there are so many.
+// Send rights are checked for dead ports when there are so many.
 constexpr size_t kSweepAt = 1024;
 
 enum class Kind : uint8_t { kFree, kReceive, kSend, kReply };
@@ -65,7 +64,7 @@ struct Entry {
   uint32_t sendReferences = 0;
   uint32_t nextFree = 0;                     // in the queue of free entries
   uint64_t portID = 0;                       // kSend
-  std::shared_ptr<HostPortObject> receiver;  // kReceive: null until something is done with it
+  std::shared_ptr<HostPortObject> receiver;  // kReceive: null until its first use
   HostReplyTarget reply;                     // kReply
 };
 
@@ -82,7 +81,7 @@ struct Table {
   size_t sweepAt = kSweepAt;
   HostPortObjectMaker maker = nullptr;
   std::unordered_map<uint64_t, mach_port_t> byPortID;  // of send rights and of receivers
-  const Table* inherited = nullptr;  // a forked child's: what it does not use, and keeps
+  const Table* inherited = nullptr;  // the parent's, in a forked child: unused, but not freed
 };
 
 constinit HostMutex sMutexStorage;
@@ -101,9 +100,8 @@ void ForgetAllInChild() {
   sTable = nullptr;
 }
 
-// The table, made on first use. What only gives something back must not need memory and looks at
-// sTable instead.
-// The caller holds the mutex.
+// The table, made on first use. Functions that only give something back must not need memory, so
+// they use sTable instead. The caller holds the mutex.
 Table& LockedTable() {
   sMutex->AssertHeld();
   if (sTable == nullptr) {
@@ -137,13 +135,13 @@ mach_port_t Insert(Table& table, Kind kind) {
   }
   Entry& entry = table.At(index);
   entry.kind = kind;
-  // Never the generation of all ones: MACH_PORT_DEAD is no name.
+  // Never the generation of all ones: MACH_PORT_DEAD is not a right.
   entry.generation = (entry.generation + 1) % (kGenerations - 1);
   table.used++;
   return entry.generation << kIndexBits | (index + kFirstIndex);
 }
 
-// Frees an entry. What a reply right leads to has been taken out of it before: it must not be
+// Frees an entry. The target of a reply right has been taken out of it before: it must not be
 // released under the mutex.
 void Remove(Table& table, mach_port_t name, Entry& entry) {
   assert(&entry == Find(table, name));
@@ -172,8 +170,8 @@ bool SocketExists(uint64_t portID) {
   return session != nullptr && faccessat(session->ports, file, F_OK, 0) == 0;
 }
 
-// Send rights whose port was never spoken to again are found dead here, so that looking names up
-// for years costs nothing that stays.
+// Finds the send rights to dead ports to which nothing has been sent since. Without this, a process
+// that looks up names for years would keep them all.
 void SweepDeadPorts(Table& table) {
   std::vector<mach_port_t> dead;
   for (const auto& [portID, name] : table.byPortID) {
@@ -271,7 +269,8 @@ mach_port_t HostInsertSendRight(uint64_t portID) {
     return known->second;
   }
   if (table.remote >= table.sweepAt) SweepDeadPorts(table);
-  // Entered first: without memory for the name itself it is taken out again, which needs none.
+  // Entered first: if there is no memory for the right itself, it is taken out again, which needs
+  // none.
   const auto place = table.byPortID.emplace(portID, MACH_PORT_NULL).first;
   mach_port_t name = MACH_PORT_NULL;
   if (!HostGuard([&] { name = Insert(table, Kind::kSend); }) || name == MACH_PORT_NULL) {

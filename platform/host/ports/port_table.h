@@ -14,16 +14,16 @@ class HostPortObject;
 // This room is the transport: port rights, the connections of clients (conversation.h) and servers
 // (receiver.h), and sending.
 //
-// The names of this task's port rights. One name for each port, whatever rights are held; numbers
-// carry a generation and are not reused soon. Any thread. A forked child starts with an empty
-// table: it owns no rights.
+// The port table has this process's port rights by right number. A port has one number, whatever
+// rights are held; a number contains a generation, so it is not reused soon. Any thread. A forked
+// child starts with an empty table: it owns no rights.
 
 inline constexpr mach_port_t kHostTaskPort = 0x103;
 inline constexpr mach_port_t kHostBootstrapPort = 0x203;
 inline constexpr mach_port_t kHostDiscardPort = 0x303;  // a reply right whose sender does not wait
 
-// Where a reply goes. Has one holder at a time: the table while the reply right exists, then
-// whoever took it.
+// Where a reply is sent. It has one owner at a time: the table while the reply right exists, then
+// the caller that took it.
 struct HostReplyTarget {
   HostReplyTarget() = default;
   HostReplyTarget(std::shared_ptr<HostPortObject> port, uint32_t number, uint64_t request)
@@ -38,7 +38,7 @@ struct HostReplyTarget {
   std::shared_ptr<HostLocalWaiter> waiter;  // the sender is a thread of this process
 };
 
-// What a port name stands for, as a destination.
+// What a right number means as a destination.
 struct HostDestination {
   enum class Kind { kNone, kOwn, kRemote, kReply };
   Kind kind = Kind::kNone;
@@ -50,15 +50,17 @@ HostDestination HostResolvePort(mach_port_t name);
 // Makes the object behind the receive right `name`.
 using HostPortObjectMaker = std::shared_ptr<HostPortObject> (*)(mach_port_t name);
 
-// A new receive right: an entry, nothing more. Its object is made by `maker` when something is done
-// with it; there is one maker in a process. MACH_PORT_NULL when the table is full.
+// Makes a receive right, which is an entry only: `maker` makes its object on first use. All calls
+// in a process pass the same maker. Returns MACH_PORT_NULL if the table is full.
 mach_port_t HostAllocateReceiveRight(HostPortObjectMaker maker);
 
-// The object behind a receive right, made on first use. Null when `name` is not a receive right.
+// Returns the object of a receive right, which is made on first use. Null if `name` is not a
+// receive right.
 std::shared_ptr<HostPortObject> HostPortObjectOf(mach_port_t name);
 
-// A send right to the port with this id: the receive right's own name when it is ours. Adds a
-// reference. MACH_PORT_NULL when the table is full.
+// Adds a reference to the send right to the port with this id, which is made if there is none. The
+// number is that of the receive right if this process has it. Returns MACH_PORT_NULL if the table
+// is full.
 mach_port_t HostInsertSendRight(uint64_t portID);
 
 // A reply right: used up by HostTakeReplyRight, removed when its sender has gone.
@@ -66,14 +68,14 @@ mach_port_t HostInsertReplyRight(HostReplyTarget target);
 bool HostTakeReplyRight(mach_port_t name, HostReplyTarget* target);
 void HostRemoveReplyRight(mach_port_t name);
 
-// The port turned out to be dead: send rights to it go.
+// Removes the send right to a port that has turned out to be dead.
 void HostForgetDeadPort(uint64_t portID);
 
 kern_return_t HostAddSendReference(mach_port_t name);
 kern_return_t HostDropReference(mach_port_t name);
 kern_return_t HostDestroyRight(mach_port_t name);
 
-// Orderly end of all receive rights, at exit.
+// Ends all receive rights in order, at exit.
 void HostDestroyAllReceivers();
 
 struct HostTableCounts {

@@ -48,10 +48,10 @@ constexpr int64_t kUnreadAge = kHostSecond;  // unread replies this old make a c
 constexpr int64_t kDestroyGrace = kHostSecond;
 constexpr int kReadsPerVisit = 8;  // of a lane, each of as much as its ring holds
 
-// Counts what peers do, in all receivers, so that the order of their last signs of life is known.
+// Counts the reads and connections of all receivers: a larger number is a later sign of life.
 constinit std::atomic<uint64_t> sActivity{0};
 
-// Two threads may get the same number, which does no harm, and is cheaper than counting exactly.
+// Two threads may get the same number: that does no harm and costs less than counting exactly.
 uint64_t NextActivity() {
   const uint64_t next = sActivity.load(std::memory_order_relaxed) + 1;
   sActivity.store(next, std::memory_order_relaxed);
@@ -152,7 +152,7 @@ bool HostReceiver::WatchListener(bool on) {
   return interest.Change(endpoint.Listener(), 0, on ? 0 : readable, on ? readable : 0);
 }
 
-// The listener would report itself readable without end.
+// Stops watching the listener until the next retry: it would report itself readable without end.
 void HostReceiver::PauseListener() {
   if (!listenerPaused) WatchListener(false);
   listenerPaused = true;
@@ -255,7 +255,7 @@ void HostReceiver::AcceptAll() {
       case HostEndpoint::Outcome::kNobody:
         return;
       case HostEndpoint::Outcome::kShortage:
-        // The connection that is given up may be another receiver's, so no lock is held here.
+        // The connection that is given up may belong to another receiver, so no lock is held here.
         if (intake.FreeDescriptor()) continue;
         [[fallthrough]];
       case HostEndpoint::Outcome::kFailure: {
@@ -284,8 +284,8 @@ HostEndpoint::Outcome HostReceiver::AcceptOne() {
   return outcome;
 }
 
-// A connection is accepted only when there is memory for it: a client that waits in the backlog
-// notices nothing, one whose connection is closed again takes the server for dead.
+// Makes room for one connection before it is accepted. A client that waits in the backlog notices
+// nothing; one whose connection is accepted and closed again takes the server for dead.
 bool HostReceiver::MakeSpare() {
   if (!spare.empty()) return true;
   return HostGuard([this] {
@@ -343,7 +343,8 @@ void HostReceiver::DropHolder(uint32_t number) {
   if (HostConnection* connection = Find(number)) Drop(*connection);
 }
 
-// The peer's next write fails before its first byte, and what it wrote before is still served.
+// Shuts the connection down for reading: the peer's next write fails before its first byte, and
+// what it wrote before is still served.
 bool HostReceiver::GiveUp(uint32_t number, HostWorth worth) {
   const std::lock_guard<HostMutex> lock(mutex);
   HostConnection* connection = Find(number);
@@ -372,11 +373,12 @@ bool HostReceiver::GiveUp(uint32_t number, HostWorth worth) {
 
 // Reading.
 
-// A connection that a run loop cannot watch has ended: what has come of it is served, and its peer
+// A connection that a run loop cannot watch has ended. What it has received is served, and its peer
 // learns from the closed connection that nothing more will be.
 void HostReceiver::UpdateInterest(HostConnection& connection) {
   const bool held = connection.waitsFor != 0 && connection.HasFrame();
-  // A lane's socket is watched for its end alone, whatever becomes of frames.
+  // The socket of a connection that has moved is watched for its end alone, so also while frames
+  // wait.
   const bool read = !connection.ended && !connection.hungUp &&
                     (connection.readsLane || (!connection.paused && !held));
   const bool write = !connection.out.IsEmpty() && !connection.writesLane;
@@ -391,7 +393,7 @@ void HostReceiver::UpdateInterest(HostConnection& connection) {
   output.Discard(connection);
 }
 
-// What the peer sends is left where it is for a moment.
+// Stops reading the connection until the next retry.
 void HostReceiver::Pause(HostConnection& connection) {
   connection.paused = true;
   UpdateInterest(connection);
@@ -461,7 +463,7 @@ void HostReceiver::FinishMessage(const HostMessage& message) {
   const std::lock_guard<HostMutex> lock(mutex);
   if (message.waiter != nullptr) {
     waitersToCome--;
-    // May still be answered, but not by a port that is gone.
+    // The reply may still come, unless the port has gone.
     std::erase_if(repliesDue, [](const auto& waiter) { return waiter.expired(); });
     if (IsDestroyed()) {
       message.waiter->Abandon();
@@ -621,7 +623,7 @@ void HostReceiver::Drop(HostConnection& connection) {
     if (follower->waitsFor != number) continue;
     turns.Unhold(*follower);
     UpdateInterest(*follower);
-    // Callers may be on their way through the connections: one that has ended is dropped later.
+    // A caller may be iterating over the connections, so one that has ended is dropped later.
     if (follower->ended) RetrySoon();
   }
 }
@@ -669,7 +671,7 @@ HostPortObject::Counts HostReceiver::Count() {
   return {connections.size(), lanes.CountUsed(), endpoint.Listener() >= 0};
 }
 
-// Keeps the account of a frame that has begun and is not complete.
+// Reports to the intake how much of an incomplete frame the connection holds.
 void HostReceiver::TrackPartial(HostConnection& connection) {
   const size_t size = connection.ended ? 0 : connection.in.PartialBytes();
   const bool hadPartial = connection.account.partialSince != 0;
@@ -689,6 +691,6 @@ std::shared_ptr<HostPortObject> HostMakeReceiver(mach_port_t name) {
 }
 
 std::shared_ptr<HostReceiver> HostReceiverOf(mach_port_t name) {
-  // The table holds what its one maker has made.
+  // The table holds only objects that HostMakeReceiver has made.
   return std::static_pointer_cast<HostReceiver>(HostPortObjectOf(name));
 }

@@ -39,10 +39,10 @@ UInt32 WordAt(const UInt8* bytes) {
   return word;
 }
 
-// One send: where it goes and what is expected back.
+// One send: the event, and whether and how a reply is expected.
 struct Delivery {
   const HostAEEvent& event;
-  AppleEvent* reply;  // null unless a reply is waited for
+  AppleEvent* reply;  // null unless the call waits for a reply
   bool replyWanted;
   SInt32 timeoutTicks;
 };
@@ -55,7 +55,7 @@ HostFrameHeader RequestHeader(const Delivery& delivery) {
   return header;
 }
 
-// The thread's own gather list, so that a send allocates nothing.
+// Uses the thread's own gather list, so that a send allocates nothing.
 OSStatus Flatten(const HostAEEvent& event, HostGather** frame) {
   return HostGuard(OSStatus{memFullErr}, [&] {
     HostGather& gather = HostThreadObject<HostGather>();
@@ -176,7 +176,7 @@ OSStatus SendToAddress(const Delivery& delivery) {
       return SendToProcess(psn, delivery);
     case typeApplSignature:
     case typeApplicationBundleID:
-      return procNotFound;  // no process registers these here
+      return procNotFound;  // processes do not register these
     default:
       return errAEUnknownAddressType;
   }
@@ -194,7 +194,7 @@ OSStatus AESendMessage(const AppleEvent* event, AppleEvent* reply, AESendMode mo
   if (replyMode == 0) return errAEUnknownSendMode;
   HostSetInteraction(found, mode & kAEAlwaysInteract);
 
-  // Without a place to put it a reply is still wanted and still waited for.
+  // A call without an output for the reply still requests one and waits for it.
   AppleEvent unused = {typeNull, nullptr};
   AppleEvent* received = reply != nullptr ? reply : &unused;
   const Delivery delivery = {*found, replyMode == kAEWaitReply ? received : nullptr,

@@ -26,7 +26,7 @@ struct TextHash {
 
 struct Services {
   std::unordered_map<std::string, mach_port_t, TextHash, std::equal_to<>> ports;
-  const Services* inherited = nullptr;  // a forked child's: what it does not use, and keeps
+  const Services* inherited = nullptr;  // the parent's, in a forked child: unused, but not freed
 };
 
 // Nothing else is locked under the mutex.
@@ -37,8 +37,8 @@ constinit const Services* sInherited = nullptr;
 
 alignas(HostMutex) constinit char sChildMutex[sizeof(HostMutex)] = {};
 
-// The parent's record is given up as it is: a thread that does not exist here may have been in the
-// middle of a change.
+// The parent's map is not used and not freed: a thread that does not exist here may have been
+// changing it.
 void ForgetAllInChild() {
   sMutex = new (sChildMutex) HostMutex;
   if (sServices != nullptr) sInherited = sServices;

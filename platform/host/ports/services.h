@@ -2,8 +2,8 @@
 
 #include <mach/mach.h>
 
-// The port names that this process has registered: which of its receive rights owns each. This is
-// the only record of them in the process; the claim on a name's file belongs to the receive right's
+// The port names that this process has registered: which of its receive rights owns each. No other
+// part of the process stores them; the claim on a name's file belongs to the receive right's
 // receiver. Any thread. A forked child has registered nothing.
 
 // Registers `port`, a receive right of this process, under `service` (1 to 127 bytes). Results of

@@ -22,8 +22,8 @@ struct HostMessage {
   std::shared_ptr<HostLocalWaiter> waiter;  // of a thread of this process, or null
 };
 
-// Connections with a complete frame, in turn. It links the connections themselves, so that a frame
-// that has arrived is never lost for lack of memory.
+// Connections with a complete frame, in turn. It links the connections themselves, so that lack of
+// memory never loses a frame that has arrived.
 class HostConnectionLine {
  public:
   bool IsEmpty() const { return first == nullptr; }
@@ -55,39 +55,40 @@ class HostConnectionLine {
 
 // HostTurns decides whose request is served next.
 //
-// Connections with a complete frame stand in a line. The first gives one frame and, if it has
-// another, goes to the end: so nobody waits longer for having a neighbour who sends much. The queue
-// of what this process sends itself takes part in the line as one connection would: after each
-// connection it has a turn. It has room for 64 MiB.
+// Connections with a complete frame are in a line. The first gives one frame and, if it has
+// another, goes to the end of the line, so a client that sends much delays no other. The requests
+// that this process sends itself are in a queue of 64 MiB, which has a turn after each connection.
 //
-// A thread of a client that closed a connection and made another is served in the order in which it
-// sent: the younger connection waits, out of the line, until the older one is gone.
+// If a client thread has closed a connection and made another, its requests are served in the order
+// in which it sent them: the younger connection waits, out of the line, until the older one has
+// gone.
 //
 //   idle --complete frame--> in line --its turn--> idle, or in line again
 //   idle --complete frame, an older one of its thread is there--> held --the older goes--> in line
 //
-// Guarded by its receiver's lock, all but HasMessages.
+// Guarded by its receiver's lock, except HasMessages.
 class HostTurns {
  public:
   bool HasMessages() const { return messagesWait.load(std::memory_order_acquire); }
 
-  // Finds out whose turn has to come before that of `connection`, once its first header is there.
+  // Once the first header of `connection` has come: holds it if an older connection of the same
+  // thread exists.
   void Identify(HostConnection& connection, const HostConnectionMap& connections);
-  // Lets `connection` stand in line if it has a complete frame, does not yet and is not held.
+  // Puts `connection` into the line if it has a complete frame, is not in the line and is not held.
   void Offer(HostConnection& connection);
   // Takes a connection that goes out of the line.
   void Remove(HostConnection& connection);
   // The connection that `follower` was held for has gone.
   void Unhold(HostConnection& follower);
 
-  // Queues what this process sends itself. False when there is no room.
+  // Queues a request of this process. Returns false if there is no room.
   bool Post(HostMessage message);
 
-  // Whose turn it is: a connection, which leaves the line, or, as null, this process, whose message
-  // is taken. False when nobody waits.
+  // Takes what is next: a connection, out of the line, or a message of this process; then
+  // `*connection` is null. Returns false if nothing waits.
   bool Next(HostConnection** connection, HostMessage* message);
 
-  // Nobody is served any more; threads of this process that wait for a reply are told.
+  // Drops everything. Threads of this process that wait for a reply get connectionInvalid.
   void End();
 
  private:

@@ -6,16 +6,17 @@
 #include "platform/host/wire/frame_buffer.h"
 #include "platform/host/wire/gather.h"
 
-// This room reads and writes frames as bytes, whoever sends them: headers, buffers, the list that
-// gathers an outgoing frame, and both directions of a stream.
+// This room reads and writes frames as bytes, independent of who sends them: headers, buffers, the
+// list that gathers an outgoing frame, and both directions of a stream.
 //
-// The 32 bytes in front of every message on a connection. All numbers are big-endian;
-// docs/protocol.md has the byte table.
+// A frame begins with a header of 32 bytes. All numbers are big-endian; docs/protocol.md has the
+// byte table.
 
 enum class HostFrameKind : uint8_t {
   kRequest = 1,
   kReply = 2,
-  // About lanes (ring.h). They have no body; with the first two come two file descriptors.
+  // These three set up a lane (ring.h). They have no body. Two file descriptors come with each of
+  // the first two.
   kLaneOffer = 3,
   kLaneAccepted = 4,
   kLaneDeclined = 5,
@@ -31,8 +32,8 @@ inline constexpr uint16_t kHostFrameReplyWanted = 0x0001;  // requests only
 struct HostFrameHeader {
   HostFrameKind kind = HostFrameKind::kRequest;
   uint16_t flags = 0;
-  uint32_t bodySize = 0;       // bytes behind the header
-  uint64_t requestNumber = 0;  // the sender's; a reply repeats it
+  uint32_t bodySize = 0;       // bytes after the header
+  uint64_t requestNumber = 0;  // chosen by the sender; a reply repeats it
   uint64_t sender = 0;         // random number of the sending thread; 0 in replies
 
   bool ReplyWanted() const { return (flags & kHostFrameReplyWanted) != 0; }
@@ -42,12 +43,12 @@ struct HostFrameHeader {
 // Writes kHostFrameHeaderSize bytes.
 void HostEncodeFrameHeader(const HostFrameHeader& header, uint8_t* bytes);
 
-// False when the bytes are no frame header of this version within kHostFrameLimit: what follows
-// on that connection cannot be told apart any more.
+// Returns false if the bytes are not a header of this version, or the frame exceeds
+// kHostFrameLimit. The bytes that follow on that connection cannot be divided into frames then.
 bool HostDecodeFrameHeader(const uint8_t* bytes, HostFrameHeader* header);
 
-// Fills the header room of a flattened event: `header` with the body's size.
+// Writes `header`, with the body's size, into the header room of a flattened event.
 void HostFillFrameHeader(HostFrameHeader header, HostGather* frame);
 
-// The body of a flattened event in one piece of its own; without owner when there is no memory.
+// Copies the body of a flattened event into one new piece. Without memory the result has no owner.
 HostFrameSlice HostCopyFrameBody(HostGather& frame);

@@ -9,8 +9,8 @@
 #include "platform/host/base/thread_end.h"
 
 // Each thread keeps the last blocks that it released if they are of the size that connections read
-// into, or that large values take: fresh memory of that size costs a page fault per page. It keeps
-// a few small ones too, which every longer text needs.
+// into, or that large values take: fresh memory of that size costs a page fault per page. It also
+// keeps a few small ones, which every longer text needs.
 
 namespace {
 
@@ -24,7 +24,8 @@ constexpr size_t kSmallStep = 32;
 constexpr size_t kSmallMost = 512;
 constexpr size_t kSmallKept = 8;  // of each size
 
-// A sanitizer sees the use of a released block only when the block has been freed.
+// Under a sanitizer nothing is kept: it detects the use of a released block only if the block has
+// been freed.
 #ifndef __has_feature
 #define __has_feature(feature) 0
 #endif
@@ -34,8 +35,8 @@ constexpr bool kKeepsSmall = false;
 constexpr bool kKeepsSmall = true;
 #endif
 
-// What is too large to be kept comes from the kernel and goes back to it at once: the heap would
-// hold on to it.
+// Blocks that are too large to be kept are mapped and unmapped directly: the heap would not return
+// them to the kernel.
 constexpr size_t kMapped = sizeof(HostFrameBuffer) + kSpareMost;
 
 void* AllocateBlock(size_t size) {
@@ -53,10 +54,10 @@ void FreeBlock(void* memory, size_t size) {
 }
 
 struct Spares {
-  HostFrameBuffer* blocks[kSpareCount];  // those kept longest first
+  HostFrameBuffer* blocks[kSpareCount];  // the one kept longest first
   size_t count;
   size_t bytes;  // in all
-  bool ended;    // the thread is going: keep nothing any more
+  bool ended;    // the thread is ending: nothing is kept any more
   struct {
     HostFrameBuffer* blocks[kSmallKept];
     size_t count;
@@ -98,7 +99,7 @@ bool Keep(HostFrameBuffer* block) {
     return false;
   }
   HostAtThreadEnd(sSparesEnd);
-  // What was kept longest, for frames of another size, makes room.
+  // The blocks kept longest, which are of another size, make room.
   while (spares.count == kSpareCount || spares.bytes + block->Capacity() > kSpareInAll) {
     free(TakeOut(spares, 0));
   }
@@ -123,7 +124,7 @@ HostFrameBuffer* HostFrameBuffer::Create(size_t capacity) {
 }
 
 HostFrameBuffer* HostFrameBuffer::TakeSpare(size_t capacity) {
-  // A block much too large would be better used for something large.
+  // A block that is much too large is left for a large frame.
   const size_t most = capacity <= SIZE_MAX / 2 ? capacity * 2 : capacity;
   // The one used last is the likeliest to be in the processor's cache.
   for (size_t index = sSpares.count; index-- > 0;) {
@@ -137,7 +138,7 @@ HostFrameBuffer* HostFrameBuffer::TakeSpare(size_t capacity) {
 }
 
 void HostFrameBuffer::Release() {
-  // A sole owner needs no locked instruction: nobody else can take a reference.
+  // A sole owner needs no locked instruction: no other thread can take a reference.
   if (references.load(std::memory_order_acquire) != 1 &&
       references.fetch_sub(1, std::memory_order_acq_rel) != 1) {
     return;

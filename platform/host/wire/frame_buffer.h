@@ -5,16 +5,17 @@
 #include <cstdint>
 #include <utility>
 
-// HostFrameBuffer is one block of received bytes, shared by count: the connection that fills it
-// and every event that was decoded out of it hold references. Decoded events point into the block,
-// so a large parameter is never copied on its way in. Counts are atomic; the bytes of one frame
-// belong to whoever holds its slice (the decoder swaps scalars in place).
+// HostFrameBuffer is one block of received bytes, shared by count: the connection that fills it and
+// every event that was decoded out of it hold references. Decoded events point into the block, so a
+// large parameter is never copied on its way in. Counts are atomic; the bytes of one frame belong
+// to the owner of its slice (the decoder swaps scalars in place).
 class HostFrameBuffer {
  public:
-  // Null when there is no memory. The caller owns the one reference.
+  // Returns null if there is no memory. The caller owns the one reference.
   static HostFrameBuffer* Create(size_t capacity);
 
-  // A block of at least `capacity` bytes that this thread released and keeps for reuse, or null.
+  // Returns a block of at least `capacity` bytes that this thread released and keeps for reuse, or
+  // null.
   static HostFrameBuffer* TakeSpare(size_t capacity);
 
   void Retain() { references.fetch_add(1, std::memory_order_relaxed); }

@@ -15,18 +15,18 @@
 
 namespace {
 
-// What a connection reads into at first: many small frames, or the beginning of a large one. A
-// frame with a parameter of 64 KiB fits whole.
+// The size of a connection's first block: it holds many small frames, or the beginning of a large
+// one. A frame with a parameter of 64 KiB fits whole.
 constexpr size_t kBlockSize = size_t{68} << 10;
-// The least room worth a receive call when no frame's size is known.
+// The least room for a receive call while no frame's size is known.
 constexpr size_t kLeastRoom = size_t{4} << 10;
-// Bytes of send buffer asked for; the kernel cuts it to its own limit. More makes a large frame
-// slower again: what is under way no longer stays in the processor's cache.
+// The size of the send buffer; the kernel cuts it to its own limit. More makes a large frame slower
+// again, because the bytes under way no longer fit the processor's cache.
 constexpr int kSendBuffer = 1 << 18;
 constexpr int kSendFlags = MSG_DONTWAIT | MSG_NOSIGNAL;
-// Queued blocks are moved to the front once so many before them are out.
+// Queued blocks are moved to the beginning once so many before them have been written.
 constexpr size_t kCompactAt = 64;
-// Bytes that are taken out of a ring before their room is given back.
+// So many bytes are taken out of a ring before their room is given back.
 constexpr size_t kRingPart = size_t{64} << 10;
 
 int WritePiece(int fd, const iovec& piece, size_t* written) {
@@ -40,8 +40,8 @@ int WritePiece(int fd, const iovec& piece, size_t* written) {
   return 0;
 }
 
-// Fails with EBADMSG when somebody passed a descriptor along, which is then not installed. (The
-// plain call is cheaper, but the kernel drops descriptors there without a word.)
+// Fails with EBADMSG if the peer has passed a file descriptor, which is then not installed. (A
+// plain recv is cheaper, but the kernel drops file descriptors there without a report.)
 ssize_t ReceiveBytesAlone(int fd, iovec* room, int flags) {
   msghdr message = {};
   message.msg_iov = room;
@@ -52,7 +52,7 @@ ssize_t ReceiveBytesAlone(int fd, iovec* room, int flags) {
   return -1;
 }
 
-// The number of descriptors in a control message, and its data.
+// The number of file descriptors in a control message, and its data.
 size_t DescriptorsIn(const cmsghdr& control) {
   if (control.cmsg_level != SOL_SOCKET || control.cmsg_type != SCM_RIGHTS) return 0;
   return (control.cmsg_len - CMSG_LEN(0)) / sizeof(int);
@@ -89,8 +89,8 @@ void HostFrameReader::LookAtHeader() {
   }
 }
 
-// Provides free bytes behind `end`: the rest of the frame that is being received, but never more
-// than has been received of it already (or a block).
+// Provides free bytes after `end`: as many as the rest of the frame that is being received, but at
+// most as many as have been received of it, or one block.
 bool HostFrameReader::MakeRoom() {
   const size_t have = end - begin;
   if (block && have == 0 && !block->IsShared()) begin = end = 0;
@@ -154,8 +154,8 @@ void HostFrameReader::Grow(size_t size) {
   if (!known) LookAtHeader();
 }
 
-// The kernel ends a receive call with the bytes that descriptors came with, so those of two frames
-// never mix, and the last byte of the call belongs to the frame that they are for.
+// The kernel ends a receive call after the bytes that file descriptors came with. So those of two
+// frames never mix, and the last byte of the call belongs to the frame that they came with.
 ssize_t HostFrameReader::ReceiveTaking(int fd, const iovec& room, int flags, bool* havePassed) {
   iovec where = room;
   alignas(cmsghdr) char control[CMSG_SPACE(2 * sizeof(int))];
@@ -178,7 +178,7 @@ ssize_t HostFrameReader::ReceiveTaking(int fd, const iovec& room, int flags, boo
       for (size_t i = 0; i < DescriptorsIn(*each); i++) {
         int taken = -1;
         memcpy(&taken, CMSG_DATA(each) + i * sizeof taken, sizeof taken);
-        assert(count < 2);  // there is room for no more
+        assert(count < 2);  // the control buffer has no room for more
         arrived.descriptors[count] = opening.Enter(taken, HostDescriptorKind::kWake);
         isShort |= arrived.descriptors[count] < 0;
         count++;
@@ -186,12 +186,12 @@ ssize_t HostFrameReader::ReceiveTaking(int fd, const iovec& room, int flags, boo
     }
   }
   if ((message.msg_flags & MSG_CTRUNC) != 0) {
-    // Fewer than there was room for: the kernel had no number for the rest.
+    // Fewer than there was room for: this process has no free file descriptors for the rest.
     if (count < 2) isShort = true;
     if (count == 2 && !isShort) return errno = EBADMSG, -1;
   }
   if (count == 0 && !isShort) return size;
-  if (passedAt != 0 || size == 0) return errno = EBADMSG, -1;  // two frames carry some
+  if (passedAt != 0 || size == 0) return errno = EBADMSG, -1;  // a second frame carries some
   passed = std::move(arrived);
   passedCount = count;
   passedShort = isShort;
@@ -199,8 +199,8 @@ ssize_t HostFrameReader::ReceiveTaking(int fd, const iovec& room, int flags, boo
   return size;
 }
 
-// Whether what was received ends with a frame that carries descriptors. If it ends with part of a
-// frame, `*begun` is the size of that part.
+// Whether the received bytes end with a frame that carries file descriptors. If they end with part
+// of a frame, `*begun` is the size of that part.
 bool HostFrameReader::EndsWithCarrier(size_t* begun) const {
   HostFrameHeader header;
   *begun = 0;
@@ -214,8 +214,8 @@ bool HostFrameReader::EndsWithCarrier(size_t* begun) const {
   return HostCarriesDescriptors(header.kind);
 }
 
-// Descriptors have come with the last bytes. Their frame is sent in one piece, so the rest of it is
-// there already if the block had no room for all of it. False when it is not such a frame.
+// File descriptors have come with the last bytes. Their frame is sent in one piece, so its rest can
+// be read at once if the block had no room for all of it. Returns false if it is not such a frame.
 bool HostFrameReader::CompleteCarrier(int fd) {
   size_t begun = 0;
   if (!EndsWithCarrier(&begun)) {
@@ -254,7 +254,7 @@ ssize_t HostFrameReader::Receive(HostRingConsumer& ring) {
   return static_cast<ssize_t>(size);
 }
 
-// Whether the complete frame at `begin` came with what belongs to its kind.
+// Whether the complete frame at `begin` came with the file descriptors that its kind requires.
 bool HostFrameReader::ArePassedRight() {
   const bool came = passedAt != 0 && passedAt <= wanted;
   if (came != HostCarriesDescriptors(next.kind)) return false;
@@ -295,7 +295,7 @@ bool HostOutQueue::Append(std::span<const iovec> pieces, size_t written) {
   left -= written;
   HostFrameSlice block;
   block.owner = HostFrameRef(HostFrameBuffer::Create(left));
-  // Room for the entry comes first: a frame that has begun must not be lost by an exception.
+  // Makes room for the entry first: an exception must not lose a frame that has begun.
   if (!block.owner || !HostGuard([&] { blocks.emplace_back(); })) return false;
   block.bytes = block.owner->Bytes();
   block.size = left;

@@ -36,43 +36,46 @@ class HostPassedPair {
   uint32_t generation = 0;  // a forked child has closed its copies already
 };
 
-// HostFrameReader cuts what a connection delivers into frames. The bytes of a frame are handed out
-// where they were received, without a copy. No allocation runs ahead of the bytes that have come:
-// a frame's buffer grows as it fills, whatever length its header claims.
+// HostFrameReader divides the bytes of a connection into frames. The bytes of a frame are handed
+// out where they were received, without a copy. A frame's buffer grows as it fills, whatever length
+// its header claims, so a peer cannot make this process allocate more than about twice what it
+// sends.
 class HostFrameReader {
  public:
-  // What becomes of file descriptors that the peer passes along.
+  // The treatment of file descriptors that the peer passes.
   enum class Passing {
     kDrop,    // the kernel drops them
-    kRefuse,  // they are noticed and never installed: the stream is broken
-    kTake,    // two may come, with a frame that carries descriptors; else the stream is broken
+    kRefuse,  // they are never installed, and the stream is broken
+    kTake,    // two may come, with a frame that carries file descriptors; else the stream is broken
   };
 
   explicit HostFrameReader(Passing with = Passing::kRefuse) : passing(with) {}
   void SetPassing(Passing with) { passing = with; }
 
   // One receive call on `fd` with `flags` (MSG_DONTWAIT or 0; only MSG_DONTWAIT with kTake).
-  // Result  bytes received; 0 at the end of the stream; -1 with errno: EAGAIN, EINTR, ENOMEM,
-  //         EBADMSG (descriptors that may not come: the stream is to be closed), others.
+  // Returns the number of bytes; 0 at the end of the stream; -1 with errno: EAGAIN, EINTR, ENOMEM,
+  // EBADMSG (file descriptors that may not come: the stream is to be closed), others.
   ssize_t Receive(int fd, int flags);
 
   // Takes bytes out of a ring. The caller gives their room back (Release).
-  // Result  bytes taken; -1 with errno: EAGAIN (the ring is empty), ENOMEM, EBADMSG (an impossible
-  //         position: the stream is to be closed).
+  // Returns the number of bytes; -1 with errno: EAGAIN (the ring is empty), ENOMEM, EBADMSG (an
+  // impossible position: the stream is to be closed).
   ssize_t Receive(HostRingConsumer& ring);
 
   enum class Next { kFrame, kIncomplete, kBad };
-  // The next complete frame. kBad: the stream is no stream of frames, nothing follows.
+  // Takes the next complete frame. kBad: the next bytes are not a frame, and no further frame is
+  // returned.
   Next Take(HostFrameHeader* header, HostFrameSlice* body);
-  // The descriptors that came with the frame taken last. Incomplete when this process had no room
-  // for them.
+  // Takes the file descriptors that came with the frame taken last. The pair is incomplete if this
+  // process had no room for them.
   HostPassedPair TakePassed() { return std::move(passed); }
 
   bool HasCompleteFrame() const { return !bad && end - begin >= wanted; }
-  bool IsBad() const { return bad; }  // kBad comes, behind the complete frames before it
-  // The header of the frame that comes next, complete or not; false while it has not arrived.
+  bool IsBad() const { return bad; }  // kBad comes after the complete frames before it
+  // Copies the header of the next frame, which need not be complete. Returns false while the header
+  // has not arrived.
   bool Peek(HostFrameHeader* header) const;
-  // Bytes of a frame that has begun and is not complete.
+  // The received bytes of a frame that is not complete.
   size_t PartialBytes() const { return HasCompleteFrame() ? 0 : end - begin; }
 
  private:
@@ -85,7 +88,7 @@ class HostFrameReader {
   bool ArePassedRight();
 
   Passing passing;
-  // Descriptors that belong to the frame that ends `passedAt` bytes behind `begin`.
+  // File descriptors that belong to the frame that ends `passedAt` bytes after `begin`.
   HostPassedPair passed;
   size_t passedAt = 0;  // 0: none have come
   size_t passedCount = 0;
@@ -98,21 +101,22 @@ class HostFrameReader {
   bool bad = false;
 };
 
-// HostOutQueue holds what a socket did not take at once, one block for each frame.
+// HostOutQueue holds the frames that could not be written at once, one block for each.
 class HostOutQueue {
  public:
   bool IsEmpty() const { return size == 0; }
   size_t Size() const { return size; }
-  // Bytes behind the frame that is being written.
+  // Bytes after the frame that is being written.
   size_t WaitingSize() const { return IsEmpty() ? 0 : size - blocks[first].size; }
 
-  // Appends what is left of a frame of which `written` bytes are out. False without memory.
+  // Appends the rest of a frame of which `written` bytes have been written. Returns false without
+  // memory.
   bool Append(std::span<const iovec> pieces, size_t written);
 
   // Writes as much as the socket takes without waiting.
-  // Result  0, or errno: EAGAIN when something is left, others when the connection is lost.
+  // Returns 0, EAGAIN if something is left, or another errno if the connection is lost.
   int Flush(int fd);
-  // As above, as much as the ring has room for (EAGAIN, EBADMSG). The caller publishes it.
+  // Writes as much as the ring has room for. Returns 0, EAGAIN or EBADMSG. The caller publishes it.
   int Flush(HostRingProducer& ring);
 
  private:
@@ -124,10 +128,10 @@ class HostOutQueue {
   size_t size = 0;   // bytes in all
 };
 
-// Writes the pieces to `fd` without waiting and without SIGPIPE, beginning `*written` bytes in;
-// `*written` moves on. Result: 0 when all is out, else errno (EAGAIN, EPIPE, ...).
+// Writes the pieces to `fd` without waiting and without SIGPIPE, from offset `*written` on, which
+// it advances. Returns 0 if everything has been written, else errno (EAGAIN, EPIPE, ...).
 int HostWritePieces(int fd, std::span<const iovec> pieces, size_t* written);
 
-// Asks for as large a send buffer as the kernel gives without privilege: a large frame then takes
-// fewer turns between its two ends.
+// Sets the largest send buffer that the kernel allows without privilege: a large frame then takes
+// fewer switches between its two ends.
 void HostWidenSocket(int fd);

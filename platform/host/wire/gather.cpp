@@ -9,7 +9,7 @@ namespace {
 
 constexpr size_t kFirstSize = 1024;
 constexpr size_t kKeptSize = size_t{1} << 20;
-// Below this a copy costs less than another piece for the kernel.
+// Below this size a copy costs less than another piece for the kernel.
 constexpr size_t kBorrowLeast = 1024;
 
 }  // namespace

@@ -8,13 +8,13 @@
 
 // Largest frame, in bytes, its header of kHostFrameHeaderSize bytes included.
 inline constexpr size_t kHostFrameLimit = size_t{16} << 20;
-// Room that a gather list keeps free in front for the frame header, in bytes.
+// Room that a gather list leaves at its beginning for the frame header, in bytes.
 inline constexpr size_t kHostFrameHeaderSize = 32;
 
-// HostGather collects an outgoing frame: small things are copied into one head buffer, large byte
-// runs are pointed at where they lie, so they are copied once, by the kernel. The event that was
-// flattened must stay alive and unchanged while the list is used. Reusable: Clear keeps storage,
-// up to a megabyte. Not thread-safe.
+// HostGather collects an outgoing frame. Small items are copied into one head buffer. Long runs of
+// bytes are only pointed at, so they are copied once, by the kernel. The event that was flattened
+// must stay alive and unchanged while the list is used. Reusable: Clear keeps storage, up to a
+// megabyte. Not thread-safe.
 class HostGather {
  public:
   void Clear();
@@ -28,7 +28,7 @@ class HostGather {
     total += count;
     return room;
   }
-  void Borrow(const void* bytes, size_t count);  // points at; copies when short
+  void Borrow(const void* bytes, size_t count);  // points at them; copies them if they are few
 
   // The pieces in order, valid until the next change. The first piece begins with
   // kHostFrameHeaderSize bytes for the caller to fill through Header().
@@ -36,8 +36,8 @@ class HostGather {
   uint8_t* Header();
   size_t TotalSize() const { return total; }  // bytes, header room included
 
-  // A number whose value is known later only.
-  size_t AppendHole32();                         // a name for it, valid until Clear
+  // Appends room for a number whose value is not known yet.
+  size_t AppendHole32();                         // returns its id, valid until Clear
   void FillHole32(size_t hole, uint32_t value);  // big-endian
 
  private:
@@ -53,6 +53,6 @@ class HostGather {
   std::vector<Piece> pieces;
   std::vector<iovec> vectors;
   size_t used = 0;      // of `head`
-  size_t runStart = 0;  // the part of `head` that is no piece yet
+  size_t runStart = 0;  // from here on `head` is not in `pieces` yet
   size_t total = 0;
 };

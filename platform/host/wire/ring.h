@@ -66,7 +66,7 @@ static_assert(sizeof(HostSharedWord) == 4 && std::atomic<uint32_t>::is_always_lo
 // Makes a lane out of kHostLaneSize bytes that are all zero. No other process may have them yet.
 void HostFormatLane(void* lane);
 // Whether a lane that a peer made has the layout of this version. Only for refusing an offer: the
-// peer may change the lane at any time, and nothing here depends on the answer.
+// peer may change the lane at any time, and nothing here depends on the result.
 bool HostIsLane(const void* lane);
 
 // The words by which the client and the server report that they sleep.
@@ -108,7 +108,7 @@ class HostSleepWatch {
   HostSleepWatch(const HostSharedWord* sleep, const HostSharedWord* position)
       : word(sleep), progress(position) {}
 
-  // Call it after publishing what the sleeper may wait for. True: ring it.
+  // Call it after publishing what the sleeper may wait for. Returns true if it has to be rung.
   bool MustRing() {
     const uint32_t number = word->Load();
     if (number == 0) [[likely]] {
@@ -141,8 +141,8 @@ class HostRingProducer {
   // the word by which the consumer reports that it sleeps.
   HostRingProducer(void* lane, HostRingDirection direction, const HostSharedWord* consumerSleep);
 
-  // Reads how far the consumer is. False from its first impossible position on: the conversation
-  // has to end, as after a torn frame.
+  // Reads the consumer's position. Returns false from its first impossible position on: the
+  // connection has to end, as after a torn frame.
   [[nodiscard]] bool Look();
   // Bytes that can be written, as of the last Look that returned true.
   size_t Room() const { return kHostRingSize - (written - peerRead); }
@@ -151,11 +151,11 @@ class HostRingProducer {
   size_t Write(const void* bytes, size_t count);
 
   // Writes the pieces, beginning `*done` bytes in, as far as there is room, and moves `*done` on.
-  // Looks by itself when the room it knows of is too small. Result: 0 when all is written, else
-  // EAGAIN (the ring is full) or EBADMSG (a look failed).
+  // Looks by itself when the room it knows of is too small. Returns 0 if everything is written,
+  // else EAGAIN (the ring is full) or EBADMSG (Look failed).
   int Write(std::span<const iovec> pieces, size_t* done);
 
-  // Shows the consumer all that was written. True: it sleeps and has to be rung.
+  // Shows the consumer everything that was written. Returns true if it sleeps and has to be rung.
   [[nodiscard]] bool Publish();
 
   // For a producer without room that has published all it wrote; to be used as HostSleeper. The
@@ -185,8 +185,9 @@ class HostRingConsumer {
   // Borrows a lane of kHostLaneSize bytes in which nothing has been sent this way yet.
   HostRingConsumer(void* lane, HostRingDirection direction);
 
-  // Reads how far the producer is. False from its first impossible position on: the conversation
-  // has to end, as after a torn frame, once the bytes that are still available have been read.
+  // Reads the producer's position. Returns false from its first impossible position on: the
+  // connection has to end, as after a torn frame, once the bytes that are still available have been
+  // read.
   [[nodiscard]] bool Look();
   // Bytes that can be read, as of the last Look that returned true.
   size_t Available() const { return peerWritten - read; }
@@ -194,13 +195,14 @@ class HostRingConsumer {
   // Takes at most Available() bytes into `into`. Returns how many.
   size_t Read(void* into, size_t count);
 
-  // Copies the next `count` bytes and leaves them there. False, with nothing copied, if fewer are
-  // available. The peer may still change them: keep the copy, and Skip them before reading on.
+  // Copies the next `count` bytes and leaves them there. Returns false, with nothing copied, if
+  // fewer are available. The peer may still change them: keep the copy, and Skip them before
+  // reading on.
   bool Peek(void* into, size_t count) const;
   void Skip(size_t count);  // at most Available()
 
-  // Gives the room of all that was taken back to the producer, which may then write there. True: it
-  // waits for room and has to be rung.
+  // Gives the room of all that was taken back to the producer, which may then write there. Returns
+  // true if it waits for room and has to be rung.
   [[nodiscard]] bool Release();
 
  private:
