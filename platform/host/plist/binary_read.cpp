@@ -20,22 +20,6 @@
 #include "platform/host/plist/binary.h"
 #include "platform/host/plist/builder.h"
 
-namespace {
-
-constexpr size_t kMemoryFactor = 16;
-constexpr size_t kLeastItem = 4;  // two bytes of an object, a position and a reference
-
-// Reads a big-endian number of 1 to 8 bytes. At least as many bytes of the file as the trailer has
-// must follow.
-uint64_t LoadBig(const UInt8* bytes, size_t size) {
-  static_assert(kHostPlistTrailerSize >= sizeof(uint64_t));
-  return HostLoadBig64(bytes) >> (64 - 8 * size);
-}
-
-struct FreeDelete {
-  void operator()(void* block) const { std::free(block); }
-};
-
 // BinaryReader follows the references from the root on, depth first, with a list of open containers
 // instead of recursion. Steps:
 //
@@ -55,7 +39,27 @@ struct FreeDelete {
 // do not).
 //
 // Every number of the file is compared with the bytes that are there before it is used. A function
-// that reads something returns false if it is malformed; the error is then in place.
+// that reads something returns false if it is malformed; the error is stored then.
+//
+// Limits. The builder bounds the depth, and the memory: kMemoryFactor times the size of the file,
+// plus 4 MiB. Nothing is locked.
+
+namespace {
+
+constexpr size_t kMemoryFactor = 16;
+constexpr size_t kLeastItem = 4;  // two bytes of an object, a position and a reference
+
+// Reads a big-endian number of 1 to 8 bytes. At least as many bytes of the file as the trailer has
+// must follow.
+uint64_t LoadBig(const UInt8* bytes, size_t size) {
+  static_assert(kHostPlistTrailerSize >= sizeof(uint64_t));
+  return HostLoadBig64(bytes) >> (64 - 8 * size);
+}
+
+struct FreeDelete {
+  void operator()(void* block) const { std::free(block); }
+};
+
 class BinaryReader {
  public:
   BinaryReader(const UInt8* bytes, size_t count, const HostPlistRequest& request, bool retains,

@@ -19,6 +19,20 @@
 #include "platform/host/plist/output.h"
 #include "platform/host/plist/walk.h"
 
+// BinaryWriter goes over the list once and over its table of objects once:
+//
+//   Number       walks the list and gives each container, and each leaf that is not yet in
+//                LeafTable, the next number; the root is 0. The numbers of a container's items
+//                wait in `pending` until it closes, and then move to `references`, keys before
+//                values, because a container that is inside comes in between.
+//   Write        writes the objects in the order of their numbers and notes where each begins, then
+//                the table of positions and the trailer.
+//
+// The first pass is needed because the size of a reference depends on the number of objects. Equal
+// leaves are written once, where equal means that their bytes would be: 1 and 1.0 are two, and so
+// are 0.0 and -0.0. There are at most 2^31 - 1 objects and as many references. Nothing
+// is locked.
+
 namespace {
 
 // The bytes that a number needs: 1, 2, 4 or 8; for positions and references 3 will do too.
@@ -146,18 +160,6 @@ UInt32 LeafTable::Find(const HostCFObject& leaf, UInt32 next,
   return next;
 }
 
-// BinaryWriter goes over the list once and over its table of objects once:
-//
-//   Number       walks the list and gives each container, and each leaf that is not yet in
-//                LeafTable, the next number; the root is 0. The numbers of a container's items
-//                wait in `pending` until it closes, and then move to `references`, keys before
-//                values, because a container that is inside comes in between.
-//   Write        writes the objects in the order of their numbers and notes where each begins, then
-//                the table of positions and the trailer.
-//
-// The first pass is needed because the size of a reference depends on the number of objects. Equal
-// leaves are written once, where equal means that their bytes would be: 1 and 1.0 are two, and so
-// are 0.0 and -0.0. There are at most 2^31 - 1 objects and as many references.
 class BinaryWriter {
  public:
   explicit BinaryWriter(HostPlistSink& sink) : out(sink) {
