@@ -194,7 +194,7 @@ void VLTPortAEMachPortListener::PortCallback(CFMachPortRef from, void* message, 
 
   OSStatus err = AEDecodeMessage(static_cast<mach_msg_header_t*>(message), &event, &reply);
   if (err == 0) err = VLTGetAEDispatchAttributes(event, &eventClass, &eventID, &replyWanted);
-  if (err != 0) return;  // without a decoded event there is nobody to reply to
+  if (err != 0) return;  // without a decoded event there is no address for a reply
 
   if (dispatch != nullptr) result = dispatch(eventClass, eventID, &event, &reply, context);
   if (replyWanted) {

@@ -63,7 +63,7 @@ class VLTPortAEMachPortListener {
   // return it. May be repeated.
   OSStatus Deallocate(OSStatus err);
 
-  // Stores the bootstrap server's port, which the kernel is asked for only once in a process.
+  // Stores the bootstrap server's port, which is requested from the kernel only once in a process.
   static OSStatus GetBootstrapPort(mach_port_t& port);
 
   // Stores the port that is registered under `name` and returns 0. Otherwise stores MACH_PORT_NULL

@@ -7,7 +7,7 @@
 // Finding, starting and ending the session daemon; the daemon itself is one of the clients. Its
 // port name is fixed: there is one daemon per session, so no name per login session is needed.
 //
-// The launcher and the client behind these functions are static objects. Do not use them from
+// The launcher and the client that these functions use are static objects. Do not use them from
 // constructors or destructors of other static objects. One thread at a time.
 
 // Sends the requests to the session daemon.

@@ -11,8 +11,8 @@
 #include "platform/host/plist/xml_read.h"
 #include "platform/host/plist/xml_write.h"
 
-// What the fuzz targets of the property-list readers have in common: what was accepted once must
-// survive both written forms, and be the same list from then on.
+// The common part of the fuzz targets of the property-list readers: a list that was accepted once
+// is written in both forms and read again, and must stay the same from then on.
 
 inline void RequireThat(bool condition) {
   if (!condition) abort();

@@ -7,9 +7,9 @@
 #include <expat.h>
 #endif
 
-// XML property lists. Where expat is installed, what we accept must be well-formed to it as well,
-// but for what we take on purpose: control characters in text, "]]>" in it, white space in front of
-// the declaration, other names of UTF-8.
+// XML property lists. Where expat is installed, a text that this reader accepts must be well-formed
+// for expat as well. Exceptions, accepted on purpose: control characters and "]]>" in text, white
+// space before the declaration, other names of UTF-8.
 
 namespace {
 

@@ -11,7 +11,7 @@
 // Both ends of a ring whose peer is hostile. The input is a direction and a list of steps; a step
 // is a call of one end, or the peer writing to any word or any byte that it shares. Neither end may
 // ever count more room or more bytes than a ring has, leave the ring, or mend after an impossible
-// position. As long as nobody interferes, all bytes arrive in order and every look succeeds.
+// position. Until the peer interferes, all bytes arrive in order and every look succeeds.
 
 namespace {
 

@@ -13,7 +13,7 @@ SInt32 VLTAbstractThread::FinalizeIfNeeded(SInt32 error) {
 }
 
 SInt32 VLTAbstractThread::NotifyThreadCreated(SInt32 result) {
-  // The status first: whoever sees the mark sees it too.
+  // The status is stored first: a thread that sees the mark also sees the status.
   status.store(result != 0 ? result : 1);
   locks.AcquireLock(kVLTThreadCreatedLock);
   return 0;

@@ -104,7 +104,7 @@ SInt32 VLTStdMPRunLoopThread::GetCFRunLoop(CFRunLoopRef& loop) {
 
 // Sources.
 
-// A run that was asked to stop would never serve the source: the next run gets it.
+// A run that is to stop would never serve the source, so the source is added to the next run.
 SInt32 VLTStdMPRunLoopThread::AddSource(CFRunLoopSourceRef source, CFStringRef mode) {
   CFRunLoopRef loop = nullptr;
   while (loop == nullptr) {
@@ -298,8 +298,8 @@ void VLTStdMPRunLoopThread::FinishCall(SInt32 result) {
 // The task.
 
 SInt32 VLTStdMPRunLoopThread::DoThreadTask() {
-  // A task that ends in the middle (MPExit in a called function) leaves nothing behind either: its
-  // source and identity would be taken for those of the next run.
+  // A task that ends in the middle (MPExit in a called function) must remove its source and its
+  // identity, too: they would be taken for those of the next run.
   struct Leaving {
     VLTStdMPRunLoopThread* thread;
     ~Leaving() {
@@ -346,7 +346,8 @@ SInt32 VLTStdMPRunLoopThread::AfterRunLoop(SInt32 result) {
   return result;
 }
 
-// Answers the call and marks the end under one lock, so that the next call waits for the next run.
+// Ends the call and marks the end of the run under one lock, so that the next call waits for the
+// next run.
 void VLTStdMPRunLoopThread::Abandon() {
   AcquireSyncMutex();
   if (callResult != nullptr) FinishCall(kMPTaskAbortedErr);

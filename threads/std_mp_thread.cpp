@@ -114,7 +114,7 @@ SInt32 VLTStdMPThread::TakeOutstandingEnd() {
 }
 
 SInt32 VLTStdMPThread::CreateTask() {
-  // Counted before the task can run: it asks which run it is.
+  // Counted before the task can run, because the task reads the number of its run.
   runs.fetch_add(1);
   const SInt32 err = MPCreateTask(taskEntry, taskParameter, stackSize, notifyQueue.load(),
                                   PointerOf(adminTag), PointerOf(endKind), taskOptions, &taskID);
@@ -151,7 +151,7 @@ OSStatus VLTStdMPThread::_TaskProc(void* thread) {
   SInt32 err = FirstError(created, posted);
   if (err == 0) err = self->DoThreadTask();
   const SInt32 result = self->ThreadTerminating(err);
-  // Nothing of the object may be touched after this: its owner may destroy it now.
+  // After this the object must not be used: its owner may destroy it now.
   self->ClearTask();
   return result;
 }
@@ -263,7 +263,8 @@ SInt32 VLTStdMPThread::StopThreadAsync() {
 }
 
 SInt32 VLTStdMPThread::StopThread() {
-  // Which run, before it is asked: another thread may start the next one as soon as it has ended.
+  // Read before the stop request: another thread may start the next run as soon as this one has
+  // ended.
   const UInt32 run = CurrentRun();
   const SInt32 err = StopThreadAsync();
   return err != 0 ? err : WaitForRun(run, kDurationForever);

@@ -17,7 +17,8 @@
 // The owner starts the worker, waits for it, stops and finalises it. The task only posts messages;
 // the marks are set by a thread that waits. Several threads may start the worker and wait for it at
 // once: one task is created, and all of them see its marks. Messages are processed one at a time,
-// so a slow handler delays whoever waits for a later message. A handler may start the worker.
+// so a slow handler delays the threads that wait for a later message. A handler may start the
+// worker.
 //
 // The destructor does not stop the task: before it destroys the object the owner must finalise it
 // or wait for the end of the task. It may destroy the object right after WaitForCompletion.

@@ -124,7 +124,8 @@ std::vector<std::string> ArgumentsOf(const std::string& synopsis) {
   return arguments;
 }
 
-// What an argument may be, by its name in the synopsis. `before` are the arguments before it.
+// The candidates for an argument, by its name in the synopsis. `before` has the arguments before
+// it.
 Candidates ForArgument(const std::string& name, const std::vector<std::string>& before,
                        const std::string& current) {
   Candidates all;
@@ -147,7 +148,7 @@ Candidates ForArgument(const std::string& name, const std::vector<std::string>& 
   return all;
 }
 
-// What the value of an option may be.
+// The candidates for the value of an option.
 Candidates ForOption(const OptionSpec& option) {
   const std::string kind = option.valueName;
   if (kind == "NAME" || kind == "PORT") return Ports();
@@ -169,7 +170,7 @@ bool IsOption(const std::string& word) { return word.starts_with("-") && !word.s
 
 Candidates ForVerb(const Verb& verb, const std::vector<std::string>& words) {
   const std::string& current = words.back();
-  std::vector<std::string> before;  // the arguments that are no options
+  std::vector<std::string> before;  // the arguments that are not options
   for (size_t i = 1; i + 1 < words.size(); ++i) {
     const OptionSpec* option = FindOption(verb, words[i]);
     const bool takesNext = option != nullptr && option->valueName != nullptr;

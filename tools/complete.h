@@ -3,7 +3,8 @@
 #include <string>
 #include <vector>
 
-// Completes command lines for the shells. packaging/completion/ has what asks for it.
+// Completes command lines for the shells. The shells' scripts that call it are in
+// packaging/completion/.
 
 // Prints what the last of `words`, the arguments after the tool's name up to the cursor, may
 // become: one candidate on each line, with a tab and a description if it has one. The line ":files"

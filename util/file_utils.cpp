@@ -24,7 +24,7 @@ SInt16 MachineDomain(SInt16 domain) {
 OSErr MakeFolderSpec(SInt16 vRefNum, SInt32 dirID, ConstStr255Param name, FSSpec* out) {
   OSErr err = FSMakeFSSpec(vRefNum, dirID, name, out);
   if (err == fnfErr) err = FSpDirCreate(out, smSystemScript, nullptr);
-  // Somebody else made it between the two calls.
+  // Another process or thread has made it between the two calls.
   return err == dupFNErr ? FSMakeFSSpec(vRefNum, dirID, name, out) : err;
 }
 

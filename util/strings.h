@@ -32,9 +32,9 @@ SInt16 pcstricmp(const unsigned char* a, const char* b, bool caseSensitive,
                  bool diacriticalSensitive);
 
 // `buffer` has `size` bytes, with `length` characters from its second byte on. Cuts them to size -
-// 2 characters and adds a length byte in front and a NUL at the end, so that the buffer is a P
-// string and, from its second byte on, a C string. The length byte is at most 254, so the C string
-// may be longer. A negative length and a size below 2 change nothing.
+// 2 characters and adds a length byte before and a NUL after them, so that the buffer is a P string
+// and, from its second byte on, a C string. The length byte is at most 254, so the C string may be
+// longer. A negative length and a size below 2 change nothing.
 unsigned char* MakePCString(unsigned char* buffer, int length, int size);
 
 char* NumToCString(SInt32 number, char* out, int size);  // writes a decimal number

@@ -81,7 +81,8 @@ int Desktop::OwnerChanged(sd_bus_message*, void* desktop, sd_bus_error*) {
   return 0;
 }
 
-// No signal will arrive any more when these notices are dismissed, so nobody may have seen them.
+// No signal will arrive any more when these notices are dismissed, so the user may not have seen
+// them.
 void Desktop::LoseAll() {
   for (const auto& [place, shown] : std::exchange(onScreen, {})) {
     GiveToLog(shown.notice, shown.text);
@@ -145,7 +146,7 @@ int Desktop::CapabilitiesCame(sd_bus_message* reply, void* pointer, sd_bus_error
   bool hasMarkup = false;
   bool isShowing = !desktop.waiting.front().isRemoved;
   if (sd_bus_message_is_method_error(reply, nullptr) != 0) {
-    // One that cannot tell may show notices nevertheless.
+    // A service that does not report its capabilities may show notices nevertheless.
     isShowing &= sd_bus_message_is_method_error(reply, SD_BUS_ERROR_UNKNOWN_METHOD) != 0;
   } else if (sd_bus_message_enter_container(reply, 'a', "s") >= 0) {
     for (const char* word = ""; sd_bus_message_read(reply, "s", &word) > 0;) {

@@ -7,8 +7,8 @@
 #include "tools/applications/search.h"
 #include "tools/table.h"
 
-// What the launcher knows about one of the package's daemons, and what it would do to start it. One
-// thread.
+// The launcher's information about one of the package's daemons, and the steps that it would take
+// to start it. One thread.
 
 struct LaunchPlan {
   OSStatus err = 0;  // of reading the launch preferences
@@ -36,6 +36,6 @@ std::string NextStep(const LaunchPlan& plan);
 std::vector<TableRow> PlanRows(const LaunchPlan& plan);
 JsonValue PlanModel(const LaunchPlan& plan);
 
-// The launch specification of a daemon by its port name, bundle identifier or signature; null if
-// `word` is none of those.
+// Finds the launch specification of a daemon by its port name, bundle identifier or signature.
+// Returns null if `word` matches no daemon.
 const VLTLaunchSpec* LaunchSpecificationOf(const std::string& word);

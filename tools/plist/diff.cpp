@@ -20,7 +20,7 @@ struct Place {
   CFTypeRef after = nullptr;
 };
 
-// 0 and -0 are equal, but they differ here, because their texts do.
+// 0 and -0 are equal numbers, but they differ here, because their texts do.
 bool AreSameLeaves(CFTypeRef before, CFTypeRef after, PlistKind kind) {
   return CFEqual(before, after) &&
          (kind != PlistKind::kReal || LeafText(before) == LeafText(after));

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-// What a person needs to know when no process owns a port name.
+// Explains to people why no process owns a port name.
 
 // Returns up to three of `names` that are most like `name`: those in which it occurs, or that
 // differ in few characters. Pure function.

@@ -12,7 +12,7 @@
 // "(-1708, errAEEventNotHandled)", or "(-31999)" for a number without a name here.
 std::string ErrorNumber(OSStatus status);
 
-// What the error means, and ErrorNumber: "no reply in time (-1712, errAETimeout)".
+// The meaning of the error, and ErrorNumber: "no reply in time (-1712, errAETimeout)".
 std::string ErrorSentence(OSStatus status);
 
 // An object with "number" and "name", which is null for a number without a name here.

@@ -166,7 +166,7 @@ std::string DescText(const JsonValue& model) {
 
 namespace {
 
-// What is wrong with an argument that has no key of four characters before a colon.
+// The message about an argument that does not begin with a key of four characters and a colon.
 std::string NotAParameter(std::string_view text) {
   const std::string start = Quoted(text) + " is not a parameter of the form KEY:TYPE=VALUE";
   const size_t colon = text.find(':');

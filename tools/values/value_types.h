@@ -16,8 +16,8 @@ bool ParseCode(std::string_view text, FourCharCode& code);
 // The rest of a message that begins with a text that ParseCode refuses.
 inline constexpr char kNotACode[] = " is not four characters, or 0x and eight hexadecimal digits";
 
-// What is wrong with a text that ParseCode refuses: kNotACode, with the number of characters that
-// it has if that is what is wrong.
+// The message about a text that ParseCode refuses: kNotACode, and the number of its characters if
+// that is the fault.
 std::string NotACode(std::string_view text);
 // The names of all types that have one, with commas between them.
 std::string ValueTypeList();

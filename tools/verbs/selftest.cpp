@@ -114,7 +114,8 @@ class Child {
 
 Result Run(const std::vector<std::string>& words) { return Child(words).Finish(); }
 
-// What is wrong with a run; "" if it ended with the status and printed the text.
+// Runs the command and returns a message about its fault; "" if it ended with the status and
+// printed the text.
 std::string Expect(const std::vector<std::string>& words, int status,
                    const std::string& text = "") {
   const Result result = Run(words);
@@ -171,7 +172,7 @@ class PrivateSession {
 
   std::string Path(const std::string& name) const { return folder + "/" + name; }
 
-  std::string problem;  // why there is none; else ""
+  std::string problem;  // why it could not be made; else ""
   std::string installed;
 
  private:

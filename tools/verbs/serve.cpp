@@ -25,7 +25,8 @@
 #include "tools/verbs/device_requests.h"
 #include "tools/verbs/verb.h"
 
-// A server for those who test a client: it prints what it gets and replies what it is told.
+// A server for testing a client: it prints the requests that it receives and sends the reply given
+// on the command line.
 
 namespace {
 

@@ -16,7 +16,7 @@
 
 namespace {
 
-// What the user asked about, and what was found.
+// The port or application that the user named, and its state.
 struct Report {
   std::string subject;  // port name, or the word of the command line
   bool isPort = true;
@@ -65,7 +65,7 @@ bool IsOwned(const std::string& name) {
   return false;
 }
 
-// A word is a port name that somebody owns, or else an application.
+// A word is a port name if a process owns it, else an application.
 Report ReportOn(const std::string& word) {
   Report report;
   report.subject = word;

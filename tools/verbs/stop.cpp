@@ -65,7 +65,7 @@ class HeldProcess {
   int descriptor;
 };
 
-// What the user named, and what runs of it.
+// The port or application that the user named, and the programs of it that run.
 struct Target {
   std::string word;
   ProgramState state;

@@ -20,8 +20,8 @@ constexpr int kTicksPerSecond = 60;
 constexpr auto kShortestPause = std::chrono::milliseconds(1);
 constexpr auto kLongestPause = std::chrono::milliseconds(50);
 
-// Looks the name up at growing intervals. A look-up wakes nobody. Returns false if the time ends
-// first.
+// Looks the name up at growing intervals. A look-up wakes no process. Returns false if the time
+// ends first.
 bool WaitForName(const std::string& name, bool isGone, Clock::time_point end) {
   auto pause = kShortestPause;
   for (;;) {

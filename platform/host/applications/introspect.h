@@ -48,7 +48,7 @@ struct HostProcessInfo {
   std::string identifier;  // of the bundle, or ""
 };
 
-// What a process takes, from /proc. A number that the kernel does not tell is -1.
+// The resources that a process uses, from /proc. A number that the kernel does not report is -1.
 struct HostProcessUse {
   double ageSeconds = -1;
   long long residentBytes = -1;

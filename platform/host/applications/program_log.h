@@ -3,12 +3,13 @@
 #include <string>
 #include <vector>
 
-// What programs that were started by opening an application say on their standard output and error:
-// a file for each application, $XDG_STATE_HOME/veltrane/log/IDENTIFIER.log. The openers write lines
-// about starts and ends into it that begin with "-- ". Any thread.
+// The logs of opened applications. What such a program writes to its standard output and error is
+// appended to one file for each application, $XDG_STATE_HOME/veltrane/log/IDENTIFIER.log. The
+// openers write lines about starts and ends into it that begin with "-- ". Any thread.
 
 // A file that has grown beyond this is cut: its last part becomes IDENTIFIER.log.1, which replaces
-// the older one. Whoever opens the log does that, so a running program can be past it meanwhile.
+// the older one. The process that opens the log does that, so a running program may exceed the
+// limit meanwhile.
 inline constexpr long long kHostMostLogBytes = 1 << 20;
 
 // Returns the path of the log of a program, by the identifier of its bundle or else by its file

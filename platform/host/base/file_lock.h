@@ -15,5 +15,5 @@ bool HostTryLockByte(int fd, off_t start);
 void HostUnlockByte(int fd, off_t start);
 
 // Returns whether `file` in `directory` still is the file that `fd` is open on. A lock on a file
-// that was removed or replaced excludes nobody.
+// that was removed or replaced excludes no other process.
 bool HostIsSameFile(int directory, const char* file, int fd);

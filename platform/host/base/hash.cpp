@@ -25,7 +25,7 @@ const Key& ProcessKey() {
 }
 
 // Combines both halves of the product: each bit of the result depends on all bits of both factors.
-// Nobody outside knows a factor, because the key is in each.
+// The key is part of each factor, so other processes know neither.
 UInt64 Fold(UInt64 a, UInt64 b) {
 #ifdef __SIZEOF_INT128__
   __extension__ using UInt128 = unsigned __int128;

@@ -8,8 +8,8 @@
 #include <cstdint>
 #include <new>
 
-// A block for an object, null without memory. `offset` tells where it came from; the object stores
-// it for HostObjectPool::GiveBack.
+// A block for an object, null without memory. `offset` identifies the slab or heap that it came
+// from; the object stores it for HostObjectPool::GiveBack.
 struct HostObjectBlock {
   void* bytes;
   UInt16 offset;
@@ -38,7 +38,8 @@ class HostObjectPool {
   }
   static void GiveBack(void* block, UInt16 offset) {
     if (offset == kHeap) return ::operator delete(block);
-    // Computed by the address, because the compiler assumes that nothing is in front of an object.
+    // Computed from the number of the address, because the compiler assumes that there is nothing
+    // before an object.
     const uintptr_t slab = reinterpret_cast<uintptr_t>(block) - size_t{offset} * kUnit;
     reinterpret_cast<Slab*>(slab)->Drop(1);
   }

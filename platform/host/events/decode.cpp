@@ -163,7 +163,7 @@ void Decoder::ReadValue(HostAEItem* item, size_t size) {
   HostSwapValue(item->type, content, content, size);
   item->run = {content, nullptr};
   if (frame != nullptr && size >= frame->Capacity() / 2) {
-    // Most of the frame: whoever copies this value shares the frame instead.
+    // The value is most of the frame, so copies of it share the frame.
     frame->Retain();
     item->run.owner = frame;
   }

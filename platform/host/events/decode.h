@@ -11,6 +11,6 @@
 // slice is decoded once. Checks everything before it trusts anything; no recursion. Attributes that
 // do not travel (address, reply port, reply wanted, source) are for the caller to set.
 //
-// Result  0 with `*out` for the caller to dispose; errAECorruptData, errAENewerVersion or
+// Returns 0 with `*out` for the caller to dispose of; errAECorruptData, errAENewerVersion or
 //         memFullErr, with `*out` null.
 OSStatus HostDecodeEvent(HostFrameSlice body, AppleEvent* out);

@@ -32,7 +32,7 @@ void HostSetInteraction(HostAEEvent* event, SInt32 level);
 // result of AECreateAppleEvent.
 OSStatus HostMakeReply(const HostAEEvent& request, UInt32 replyPort, AppleEvent* reply);
 
-// One attribute that has a field of its own.
+// An attribute with a field of its own.
 struct HostAttributeRow {
   AEKeyword key;
   DescType type;    // typeWildCard: an address of any type
@@ -50,14 +50,14 @@ inline constexpr uint8_t kHostAttributePrinted = 8;
 const HostAttributeRow* HostAttributeAt(size_t index);
 const HostAttributeRow* HostFindAttributeRow(AEKeyword key);
 
-// The attribute as an item that borrows from the event. False when the event has none.
+// Makes the attribute an item that borrows from the event. Returns false if the event has none.
 bool HostViewAttribute(const HostAEEvent& event, const HostAttributeRow& row, HostAEItem* view);
 
-// The attributes with a field that travel as items and that the event has, as items that borrow
-// from it. Result: how many.
+// Makes each attribute with a field that travels as an item, and that the event has, an item that
+// borrows from it. Returns their number.
 inline constexpr uint32_t kHostTravellingMost = 2;
 uint32_t HostViewTravelling(const HostAEEvent& event, HostAEItem (&views)[kHostTravellingMost]);
 
-// Sets a field from bytes that have exactly the row's type and width. False when they have not.
+// Sets a field from bytes. Returns false if they have not exactly the row's type and width.
 bool HostSetAttributeField(HostAEEvent* event, const HostAttributeRow& row, DescType type,
                            const void* data, size_t size);

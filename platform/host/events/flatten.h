@@ -11,7 +11,7 @@
 
 // Appends the flattened form of `event` to a cleared gather list.
 //
-// Result  0; paramErr, errAENotAEDesc, errAENotAppleEvent (no event), memFullErr (over
+// Returns 0; paramErr, errAENotAEDesc, errAENotAppleEvent (not an event), memFullErr (over
 //         kHostFrameLimit). The list's contents are then undefined.
 OSStatus HostFlattenEvent(const AppleEvent* event, HostGather& out);
 

@@ -9,7 +9,7 @@ namespace {
 constexpr unsigned kKeyed = kHostRecordBit | kHostEventBit;
 constexpr unsigned kIndexed = kHostListBit | kKeyed;
 
-// Result  0; paramErr, errAENotAEDesc, errAEWrongDataType, errAEDescNotFound.
+// Returns 0, paramErr, errAENotAEDesc, errAEWrongDataType or errAEDescNotFound.
 OSStatus FindKeyed(const AEDesc* desc, AEKeyword key, HostAEItem** item) {
   HostAEItems* items = nullptr;
   const OSStatus err = HostFindItems(desc, kKeyed, &items);

@@ -11,8 +11,8 @@
 // Returns whether the item has the greatest number of levels, so that no other can contain it.
 inline bool HostNestsTooDeep(const HostAEItem& item) { return item.Height() >= kHostNestingLimit; }
 
-// A value item (key typeWildCard) of copied bytes.
-// Result  0; paramErr (negative size, no data), errAEWrongDataType (a container's code),
+// Makes a value item (key typeWildCard) of copied bytes.
+// Returns 0; paramErr (negative size, no data), errAEWrongDataType (a container's code),
 //         memFullErr; `*out` is then a null value.
 OSStatus HostItemFromBytes(DescType type, const void* data, Size size, HostAEItem* out);
 
@@ -30,6 +30,6 @@ OSStatus HostReadItem(const HostAEItem& item, DescType desired, DescType* type, 
 // necessary.
 OSStatus HostDescFromItem(const HostAEItem& item, DescType desired, AEDesc* dst);
 
-// Puts `item` under `key`, in place of what is there. Takes the item over also when it fails.
-// Result  0; errAEBadListItem (nested too deep), memFullErr.
+// Puts `item` under `key` and replaces the item that is there. Takes it over even if it fails.
+// Returns 0, errAEBadListItem (nested too deep) or memFullErr.
 OSStatus HostPutKeyed(HostAEItems* items, AEKeyword key, HostAEItem* item);

@@ -139,7 +139,7 @@ uint32_t TakeSlot() {
   Arm(store);
   const std::lock_guard<HostMutex> guard(sTable.lock);
   if (store.ended) return TakeCommon();
-  // One more than the minimum stays behind for each that is taken.
+  // The queue keeps the minimum after each slot that is taken.
   while (store.free.count < kThreadMinimum + kBatch) {
     const uint32_t index = TakeCommon();
     if (index == 0) break;

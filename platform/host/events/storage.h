@@ -13,8 +13,8 @@
 // another descriptor's data (with 32-bit pointers: not within two million uses).
 //
 // Any thread may create, find and dispose of storage, also of storage that another thread made. If
-// several threads dispose of one number, one of them does it. The item behind a number has no lock:
-// one thread at a time uses a descriptor.
+// several threads dispose of one number, one of them does it. The item of a number has no lock: one
+// thread at a time uses a descriptor.
 
 // Puts `item` into a slot and makes `*dst` its descriptor. Takes the item over; after a failure
 // (memFullErr) the item is released and `*dst` is null. A null item gives the null descriptor.
@@ -47,7 +47,7 @@ inline HostDescSlot* HostFindSlot(AEDataStorage storage) {
   return slot.word.load(std::memory_order_acquire) == (generation << 1 | 1) ? &slot : nullptr;
 }
 
-// Returns the item behind a number, or null if the number is not in use.
+// Returns the item of a number, or null if the number is not in use.
 inline HostAEItem* HostFindItem(AEDataStorage storage) {
   HostDescSlot* slot = HostFindSlot(storage);
   return slot == nullptr ? nullptr : &slot->item;
@@ -79,7 +79,7 @@ inline OSStatus HostFindItems(const AEDesc* desc, unsigned forms, HostAEItems** 
   return 0;
 }
 
-// Result  as above, errAENotAppleEvent for any other form.
+// Returns the same results, but errAENotAppleEvent for any form except an event.
 inline OSStatus HostFindEvent(const AppleEvent* desc, HostAEEvent** event) {
   if (desc == nullptr) return paramErr;
   HostAEItem* item = desc->descriptorType == typeNull ? nullptr : HostFindItem(desc->dataHandle);

@@ -16,7 +16,7 @@ bool HostIsTextType(DescType type);
 // Converts to Mac Roman. Returns false if the item is not text or has no such form.
 bool HostTextToMacRoman(const HostAEItem& item, std::vector<UInt8>* out);
 
-// Makes `*out` a new item of a text type, from an item of another or from Mac Roman bytes.
-// Result  0; errAECoercionFail, memFullErr; `*out` is then a null value.
+// Make `*out` a new item of a text type, from an item of another or from Mac Roman bytes.
+// Return 0, errAECoercionFail or memFullErr; except for 0, `*out` is a null value.
 OSStatus HostTextToText(const HostAEItem& from, DescType toType, HostAEItem* out);
 OSStatus HostTextFromMacRoman(const void* bytes, size_t size, DescType toType, HostAEItem* out);

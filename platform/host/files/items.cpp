@@ -75,7 +75,7 @@ Table& Nodes() {
   return *table;
 }
 
-// With an empty path it is the item that `descriptor` is open on.
+// With an empty path, identifies the item that the file descriptor `descriptor` is open on.
 OSErr Identify(int descriptor, const char* path, Identity* identity) {
   struct statx info;
   const int flags = AT_SYMLINK_NOFOLLOW | AT_EMPTY_PATH;

@@ -18,7 +18,8 @@ namespace {
 
 constinit std::atomic<bool> sQuit{false};
 
-// Nothing is installed that could handle an event to the process itself.
+// Replies to every event that is addressed to the process that it is not handled: handlers for such
+// events do not exist here.
 void ReplyNotHandled(CFMachPortRef, void* message, CFIndex, void*) {
   AppleEvent event, reply;
   auto* header = static_cast<mach_msg_header_t*>(message);
@@ -28,8 +29,8 @@ void ReplyNotHandled(CFMachPortRef, void* message, CFIndex, void*) {
   AESendMessage(&reply, nullptr, kAENoReply, kAEDefaultTimeout);
 }
 
-// The port under which others reach this process by its serial number, for as long as its loop
-// runs. A process that can have none runs all the same.
+// The port by which other processes reach this one by its serial number while its loop runs. If it
+// cannot be made, the loop runs all the same.
 class EventPort {
  public:
   EventPort() : port(CFMachPortCreate(kCFAllocatorDefault, ReplyNotHandled, nullptr, nullptr)) {
@@ -37,7 +38,7 @@ class EventPort {
     CFRunLoopRef loop = CFRunLoopGetCurrent();
     CFRunLoopAddSource(loop, source, kCFRunLoopDefaultMode);
     ProcessSerialNumber psn;
-    // A port that nobody serves must have no name.
+    // A port that is not served must not get a name.
     if (!CFRunLoopContainsSource(loop, source, kCFRunLoopDefaultMode)) return;
     if (GetCurrentProcess(&psn) != 0) return;
     HostGuard([&] {

@@ -168,7 +168,7 @@ HostRunLoopMode* __CFRunLoop::FindOrMakeMode(HostCFString* name) {
   event.events = EPOLLIN;
   event.data.u64 = kWakeData;
   if (epoll_ctl(epollSet, EPOLL_CTL_ADD, wakeDescriptor, &event) != 0) {
-    HostCloseDescriptor(epollSet);  // a loop that nobody can wake is worse than none
+    HostCloseDescriptor(epollSet);  // a loop that cannot be woken is worse than none
     return nullptr;
   }
   mode->name = HostRetained<HostCFString>::Retaining(name);

@@ -25,7 +25,7 @@
 struct HostRunLoopMode {
   struct SourceEntry {
     HostRetained<__CFRunLoopSource> source;
-    bool isDue;  // in the pass under way; a nested run decides anew
+    bool isDue;  // in the pass under way; a nested run decides it again
   };
   struct PortEntry {
     HostRetained<__CFRunLoopSource> source;
@@ -56,8 +56,8 @@ struct HostRunLoopMode {
 struct __CFRunLoop final : HostCFObject {
   static constexpr HostTypeID kClass = kHostTypeRunLoop;
 
-  // Null if the kernel refuses the wake-up file descriptor or memory is short. The loop belongs to
-  // the calling thread if `current`.
+  // Returns null if the kernel refuses the wake-up file descriptor or memory is short. The loop
+  // belongs to the calling thread if `current`.
   static __CFRunLoop* Create(bool current);
   // Removes everything; called when the thread ends.
   void Close();

@@ -1,11 +1,11 @@
 #pragma once
 
-// What the service manager that started this program is told: it gave the program a socket in the
-// variable NOTIFY_SOCKET and waits for the program to be ready before it starts others.
+// Reports to the service manager that started this program. The manager passes a socket in the
+// variable NOTIFY_SOCKET and waits until the program is ready before it starts others.
 
-// While it lives, the program is ready: tells the service manager "READY=1" when it is made and
-// "STOPPING=1" at its end. Without a service manager does nothing, and so in programs that run with
-// raised privileges. Never waits: what the socket does not take at once is lost. Any thread.
+// Sends "READY=1" to the service manager when it is constructed and "STOPPING=1" when it is
+// destroyed. Does nothing without a service manager, or in a program with raised privileges. Never
+// waits: a message that the socket does not take at once is lost. Any thread.
 class HostServiceState {
  public:
   HostServiceState();

@@ -78,7 +78,7 @@ class EqualWalk final : public HostEqualWalk {
 };
 
 // Comparing containers calls itself for containers that are keys, and through foreign callbacks. A
-// chain of keys this long is nobody's, but it must not use up the stack.
+// chain of keys this long is not useful, but it must not use up the stack.
 constexpr int kMaxNestedWalks = 64;
 constinit thread_local int tNestedWalks = 0;
 

@@ -16,7 +16,7 @@
 //
 // The pairs are in a list, in the order in which their keys came in. Removing a pair leaves a hole
 // (a null key), so that the other pairs keep their positions; holes at the end are dropped at once,
-// the others when a quarter of a full list is holes and nobody walks over it (Pack).
+// the others when a quarter of a full list is holes and no walk over it is under way (Pack).
 //
 // Up to kMaxUnindexed pairs are searched one by one. From then on there is an index: a table of
 // slots (hash, position + 1), a power of two in size and at most three quarters full. A key's

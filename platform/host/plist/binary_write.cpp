@@ -52,7 +52,7 @@ UInt8* PutBig(UInt64 value, size_t size, UInt8* at) {
 
 bool IsWide(const HostCFString& string) { return string.ASCII() == nullptr; }
 
-// The bits of a number or date that tell it from others which are written differently.
+// The bits of a number or date by which it differs from others that are written differently.
 struct Scalar {
   UInt8 marker;
   UInt64 bits;

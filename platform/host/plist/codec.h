@@ -21,8 +21,8 @@
 
 inline constexpr size_t kHostPlistDepth = 512;
 
-// Returns the form, which the first characters tell: "bplist" for binary, a < that does not begin
-// hexadecimal digits for XML. All else is old-style text.
+// Returns the form, which the first characters determine: "bplist" for binary, a < that does not
+// begin hexadecimal digits for XML. All else is old-style text.
 CFPropertyListFormat HostRecognisePlist(const UInt8* bytes, size_t count);
 
 // Describes the list that a reader makes.

@@ -16,7 +16,7 @@
 inline constexpr size_t kHostMaxPlistBytes = size_t{256} << 20;
 
 // Reads a property list in any form, as CFPropertyListCreateFromStream does; the caller releases
-// it. Returns null with the fault and its position in `*error`; `*format` then tells which form the
+// it. Returns null with the fault and its position in `*error`; `*format` is then the form that the
 // bytes were taken for.
 CFPropertyListRef HostReadPropertyList(const UInt8* bytes, size_t count, CFOptionFlags mutability,
                                        CFPropertyListFormat* format, HostPropertyListError* error);

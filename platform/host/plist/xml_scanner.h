@@ -48,7 +48,7 @@ class HostXMLScanner : protected HostPlistReader {
     std::array<UInt8, 256> table{};
     for (int c = 0; c < 256; ++c) {
       const bool isLetter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-      // Names of other characters are well-formed XML, but nobody has a use for them here.
+      // Names with other characters are well-formed XML, but property lists have no such names.
       if (isLetter || c == '_' || c == ':') table[c] = kNameStart | kNamePart;
       if ((c >= '0' && c <= '9') || c == '-' || c == '.') table[c] = kNamePart;
     }

@@ -27,7 +27,7 @@
 //   1. Follow the links to the file itself and open its folder, which is created if it is missing.
 //      From here on files are named relative to that folder, so renaming it does no harm.
 //   2. Lock byte 0 of .ID.plist.lock. If the lock file was replaced meanwhile, start again with the
-//      new one, because a lock on a removed file excludes nobody.
+//      new one, because a lock on a removed file excludes no other process.
 //   3. Read the file again and apply this process's changes to it, except under keys whose
 //      values the process could not read before (unread.h). If nothing differs, end here.
 //   4. Write .ID.plist.new with the old file's owner and mode, and sync it.
@@ -104,7 +104,7 @@ int OpenFolder(int parent, const char* name) {
 }
 
 // Gives a file that a privileged program has made in a user's folder to that user. `fd` is new and
-// was opened without following a link, so nobody can have put another file in its place.
+// was opened without following a link, so another file cannot have taken its place.
 void GiveToOwnerOf(const struct stat& folder, int fd) {
   if (geteuid() != 0 || folder.st_uid == 0) return;
   [[maybe_unused]] const int ignored = fchown(fd, folder.st_uid, folder.st_gid);

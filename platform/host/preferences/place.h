@@ -5,8 +5,8 @@
 #include <string>
 
 // Finds the file that holds the preferences of an application for a user scope and a host scope.
-// This room is the store behind the CFPreferences functions: place.h names a file, read.h reads it,
-// commit.h changes it, store.h keeps what this process knows of it.
+// This room is the store that the CFPreferences functions use: place.h finds a file's path, read.h
+// reads it, commit.h changes it, store.h keeps its values in this process.
 //
 //   current user, any host      $XDG_CONFIG_HOME/veltrane/preferences/ID.plist
 //   current user, current host  $XDG_CONFIG_HOME/veltrane/preferences/ByHost/ID.plist

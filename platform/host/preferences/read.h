@@ -21,7 +21,7 @@ struct HostFileStamp {
   uid_t owner = 0;
   gid_t group = 0;
   int64_t modified = 0;  // nanoseconds of the wall clock
-  int64_t changed = 0;   // the same, of the file's record; 0: there is no file
+  int64_t changed = 0;   // the same, of the file's inode; 0: there is no file
   uid_t reader = 0;      // the effective user
   // The owner of the folder if a privileged program reads a file of an unprivileged user; else 0.
   uid_t folderOwner = 0;

@@ -26,11 +26,12 @@
 //   passing refusal    the old values stay, and the next read tries again
 //
 // Callers may keep a reference to every value that they read, for ever. Each value is therefore one
-// object for as long as anybody holds it: Adopt keeps the old object of a value that has not
-// changed, and `former` keeps those that left the file while somebody held them.
+// object for as long as a caller has a reference to it: Adopt keeps the old object of a value that
+// has not changed, and `former` keeps the objects that left the file while callers had references
+// to them.
 //
-// A key that was asked for while the file was refused, for whatever reason, is unread until it is
-// read again. A change of it is written only if the file has no value for it: see unread.h.
+// A key that was read while the file was refused, for whatever reason, is unread until it is read
+// again. A change of it is written only if the file has no value for it: see unread.h.
 //
 // Synchronize copies the changes, writes them without `mutex`, and removes from `changes` only what
 // still is as it was copied: a value that was set meanwhile waits for the next call. Order of

@@ -23,7 +23,7 @@ class HostFormerPreferences {
  public:
   // Returns a former object with the same value and type, or `value` itself. Borrowed.
   CFTypeRef Find(CFTypeRef value) const;
-  // Keeps `value` if anybody besides its present holder has a reference to it.
+  // Keeps `value` if a caller has a reference to it, besides its present owner's.
   void Keep(CFTypeRef value);
 
  private:
@@ -32,7 +32,7 @@ class HostFormerPreferences {
   void Prune();
 
   HostRetained<HostCFDictionary> values;  // each its own key, also by type; made when needed
-  size_t limit = kFewest;                 // at this many, values that nobody else holds are dropped
+  size_t limit = kFewest;  // at this many, values without other references are dropped
 };
 
 // One file and the changes to it. Any thread. Never destroyed. See store.cpp for its states.
@@ -49,8 +49,8 @@ class HostPreferencesFile {
   // Returns a new dictionary of all entries, changes included, or null if the file could not be
   // read for a reason that may pass and never was read before.
   HostRetained<HostCFDictionary> CopyAll();
-  // To be called when there was no memory to find the file of which a value was asked for, or to
-  // hand out what it has: until they are read again, the values of all files count as unread.
+  // To be called when there was no memory to find the file whose value was to be read, or to hand
+  // out what it has: until they are read again, the values of all files count as unread.
   static void NoteLostRead();
   // Sets a value, or removes the key if `value` is null. A value that no file can hold is refused:
   // the next Synchronize then returns false.

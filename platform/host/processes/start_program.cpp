@@ -26,11 +26,11 @@
 // when it ends and is waited for by its pid alone, so the caller's other children and its SIGCHLD
 // are not affected. No memory is copied, so a start is as fast as with posix_spawn.
 //
-// If somebody wants to know how the program ends, the intermediate process does not exit but waits
-// for that end and puts the status into the shared memory. It then runs beside the caller. So it
-// makes system calls that cannot fail only, because a failure would store into the caller's errno;
-// it gives up its copies of all file descriptors, or the caller's ports and locks would outlive the
-// caller; and the kernel kills it when the caller's thread ends.
+// If the caller wants to know how the program ends, the intermediate process does not exit but
+// waits for that end and puts the status into the shared memory. It then runs beside the caller. So
+// it makes system calls that cannot fail only, because a failure would store into the caller's
+// errno; it gives up its copies of all file descriptors, or the caller's ports and locks would
+// outlive the caller; and the kernel kills it when the caller's thread ends.
 //
 // The code that runs before exec shares memory with this process's other threads, which keep
 // running. It may only make system calls: no locks, no allocation. It is built without sanitizers,
@@ -48,7 +48,7 @@
 namespace {
 
 constexpr size_t kStackSize = 64 * 1024;  // of each of the two processes
-constexpr int kExitedWithoutExec = 127;   // nobody waits for it
+constexpr int kExitedWithoutExec = 127;   // no process waits for it
 
 struct Start {
   const char* path;
@@ -224,7 +224,7 @@ pid_t RunToExec(Start* start, char* stack) {
 
 }  // namespace
 
-// What the watching process shares with this one.
+// The memory that the watching process shares with this one.
 struct HostEndWatch::State {
   Stacks stacks;
   Start start = {};

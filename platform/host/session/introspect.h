@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-// Information about the session that no platform call gives: its port names with their owners, and
-// where its directory is. For tools, benchmarks and tests only. Any thread.
+// Information about the session that no platform call provides: its port names with their owners,
+// and the path of its directory. For tools, benchmarks and tests only. Any thread.
 
 // One name that a live process owns.
 struct HostNameInfo {
@@ -20,10 +20,11 @@ struct HostNameInfo {
   uint64_t portID = 0;
 };
 
-// The names that are published now, sorted. Empty when the session directory cannot be used.
+// Returns the names that are published now, sorted; none if the session directory cannot be used.
 std::vector<HostNameInfo> HostListNames();
 
-// The session directory and where its path came from; when it cannot be used, why and what to do.
+// The session directory and the source of its path; if it cannot be used, the reason and the
+// remedy.
 struct HostSessionDirectoryInfo {
   std::string path;
   std::string source;  // "XDG_RUNTIME_DIR", "/run/user" or "/tmp"
@@ -37,5 +38,5 @@ HostSessionDirectoryInfo HostDescribeSessionDirectory();
 std::vector<HostSessionDirectoryInfo> HostOtherSessionDirectories();
 
 // The number of connections that clients have to the owner of a port name, or that wait to be
-// accepted; -1 if no process owns the name or the kernel does not tell.
+// accepted; -1 if no process owns the name or the kernel does not report it.
 int HostCountConnections(const std::string& name);

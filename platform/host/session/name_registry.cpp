@@ -270,8 +270,8 @@ bool IsOfEndedProcess(const std::optional<OwnerLine>& record) {
          psn.highLongOfPSN != record->startTicks;
 }
 
-// Takes over a file that nobody owns, and removes it: one that has not been touched for a day, or a
-// hidden name of a process that has ended, which nobody will ever claim again.
+// Removes a file without an owner if it has not been changed for a day, or is the hidden name of a
+// process that has ended, which is never claimed again. Locks the file meanwhile.
 bool RemoveIfStale(const HostSessionDirectory& session, const char* file) {
   struct stat info;
   if (fstatat(session.names, file, &info, AT_SYMLINK_NOFOLLOW) != 0) return false;
@@ -475,7 +475,8 @@ void HostReleaseName(const char* name, int claim) {
   assert(claim >= 0);
   const HostSessionDirectory* session = HostGetSessionDirectory();
   NameFile file;
-  // Still locked: whoever opens the file meanwhile finds, once it has the lock, that it is gone.
+  // The file is still locked: a process that opens it meanwhile finds, once it has the lock, that
+  // it is gone.
   if (session != nullptr && EncodeName(name, &file) &&
       HostIsSameFile(session->names, file.text, claim)) {
     unlinkat(session->names, file.text, 0);

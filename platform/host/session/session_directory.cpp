@@ -74,7 +74,7 @@ int OpenOwnDirectory(int parent, const char* name, const std::string& path, uid_
     const int reason = made_errno != 0 && made_errno != EEXIST ? made_errno : errno;
     const bool seen = fstatat(parent, name, &info, AT_SYMLINK_NOFOLLOW) == 0;
     const bool link = seen && S_ISLNK(info.st_mode);
-    // Nothing is wrong with the directory when this process or the machine has run short.
+    // A shortage in this process or on the machine is not a fault of the directory.
     if (!link && IsShortage(reason)) {
       *problem = "session directory " + path + " cannot be opened now: " + strerror(reason);
     } else {

@@ -2,12 +2,12 @@
 
 #include <string>
 
-// This room knows what all processes of a user share: the session directory and the port names in
-// it.
+// This room has the things that all processes of a session share: the session directory and the
+// port names in it.
 //
 // The session directory with its folders names/ and ports/. It is opened and checked once, and from
-// then on used through its file descriptors only, so that nobody can put another one in its place.
-// Any thread.
+// then on used through its file descriptors only, so that it cannot be replaced by another one. Any
+// thread.
 
 struct HostSessionDirectory {
   int directory = -1;  // these are file descriptors, open as long as the process lives
@@ -18,11 +18,11 @@ struct HostSessionDirectory {
   std::string source;  // "XDG_RUNTIME_DIR", "/run/user" or "/tmp"
 };
 
-// The session, or null when its directory cannot be used: a refusal is logged once for each
-// distinct reason and tried again at the next call.
+// Returns the session directory, or null if it cannot be used. A refusal is logged once for each
+// distinct reason, and the next call tries again.
 const HostSessionDirectory* HostGetSessionDirectory();
 
-// Does the same as HostGetSessionDirectory without the log line. Stores path, owner, mode and
-// remedy in `problem`.
+// Does the same without the log line. Stores the directory's path and where it comes from, and, if
+// it cannot be used, path, owner, mode and remedy in `problem`.
 const HostSessionDirectory* HostTrySessionDirectory(std::string* path, std::string* source,
                                                     std::string* problem);

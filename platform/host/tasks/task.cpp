@@ -40,7 +40,7 @@ constinit thread_local OSStatus sTaskStatus = noErr;
 
 void* AsPointer(OSStatus status) { return reinterpret_cast<void*>(intptr_t{status}); }
 
-// Registered first, hence the last to run: whoever receives the message finds everything else that
+// Registered first, hence the last to run: the receiver of the message finds everything else that
 // the thread held given back, its run loop too.
 constinit thread_local Plan sPlan = {};
 void EndTask() {

@@ -35,7 +35,7 @@ extern "C" {
 
 // Shows the record's text, once for each call, in place of the record's earlier notice. The
 // response routine is called once for each notice when that is over (dismissed, replaced, or
-// written to the log because nobody could see it), possibly before this returns, on the main run
+// written to the log because it could not be shown), possibly before this returns, on the main run
 // loop while that runs or on another thread; the record is still installed then. Waits for no
 // desktop. nmTypErr for another queue type or null.
 OSErr NMInstall(NMRecPtr record);

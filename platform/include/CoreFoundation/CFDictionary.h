@@ -5,7 +5,7 @@
 // Tables from keys to values, both pointers, as a rule to counted objects. One class, immutable or
 // mutable: a function that changes does nothing to an immutable dictionary. Immutable ones may be
 // used from any thread, a mutable one from one thread at a time (reading it from several is fine
-// while nobody changes it). A null key or value is never stored: it is refused in silence.
+// while nobody changes it). A null key or value is never stored: the call does nothing.
 //
 // Pairs keep the order in which their keys came in; callers must not depend on it.
 

@@ -17,7 +17,7 @@ CFTypeID CFUUIDGetTypeID(void);
 CFUUIDRef CFUUIDCreateFromUUIDBytes(CFAllocatorRef allocator, CFUUIDBytes bytes);
 CFUUIDBytes CFUUIDGetUUIDBytes(CFUUIDRef uuid);  // zeros for null
 
-// The one constant object of these bytes; lives for ever, so nobody needs to release it.
+// Returns the one constant object of these bytes. It lives for ever and need not be released.
 CFUUIDRef CFUUIDGetConstantUUIDWithBytes(CFAllocatorRef allocator, UInt8 byte0, UInt8 byte1,
                                          UInt8 byte2, UInt8 byte3, UInt8 byte4, UInt8 byte5,
                                          UInt8 byte6, UInt8 byte7, UInt8 byte8, UInt8 byte9,

@@ -13,13 +13,13 @@ enum : OSType { kLSUnknownCreator = 0 };
 #pragma GCC visibility push(default)
 extern "C" {
 
-// The application that has the bundle identifier, else the creator signature, else the file name
-// (with its extension). A criterion of 0 or null is not given; letter case does not count in texts.
-// Of several matches the highest version wins, then the folder that is searched first, then the
-// path.
+// Finds the application that has the bundle identifier, else the creator signature, else the file
+// name (with its extension). A criterion of 0 or null is not given; letter case does not count in
+// texts. If several applications match, the one with the highest version is chosen, then the one in
+// the folder that is searched first, then the first by path.
 //
-// outRef, outURL  either may be null; the URL is the caller's to release. Unchanged on failure
-// Result          0; kLSApplicationNotFoundErr; paramErr when no criterion is given
+// outRef, outURL  either may be null; the caller releases the URL. Unchanged on failure
+// Result          0; kLSApplicationNotFoundErr; paramErr if no criterion is given
 OSStatus LSFindApplicationForInfo(OSType creator, CFStringRef bundleID, CFStringRef name,
                                   FSRef* outRef, CFURLRef* outURL);
 

@@ -32,7 +32,7 @@ using ProcessInfoRecPtr = ProcessInfoRec*;
 #pragma GCC visibility push(default)
 extern "C" {
 
-// procNotFound when the system does not tell about processes; paramErr for null.
+// procNotFound if the system does not give information about processes; paramErr for null.
 OSErr GetCurrentProcess(ProcessSerialNumber* psn);
 
 // The next number of the list, by increasing pid; { 0, kNoProcess } begins. procNotFound with
