@@ -20,7 +20,7 @@ const char* NameOr(const char* name, const char* standard) {
   return name != nullptr && name[0] != 0 ? name : standard;
 }
 
-// All of it: a signal that is handled meanwhile does not shorten the pause.
+// Sleeps the whole second, even if a signal is handled meanwhile.
 void SleepOneSecond() {
   std::this_thread::sleep_until(std::chrono::steady_clock::now() + std::chrono::seconds(1));
 }

@@ -65,7 +65,7 @@ OSStatus VLTAppleEventWrapper::sendEvent(SInt32 sendMode, SInt32 timeoutTicks, S
   if (result != 0 || replyMode == kAENoReply) return result;
 
   // The server's error number becomes the result. One that is not a long of 4 bytes, also after
-  // coercion, counts as 0: part of it would be another number on hosts of the other byte order.
+  // coercion, counts as 0: part of it would be another number in the other byte order.
   SInt32 number = 0;
   Size size = 0;
   const OSErr err =

@@ -8,7 +8,7 @@
 namespace {
 
 // Copies one parameter to memory that is allocated once its size is known: `room` is called with
-// that size and sets the address, OSStatus(Size bytes, void*& place).
+// that size and sets the address, OSStatus(Size bytes, void*& address).
 struct ParamCopy {
   const AEDesc* event;
   AEKeyword key;

@@ -9,7 +9,7 @@
 // option without its value, are ignored. Stores the pointers; the texts are not copied.
 void ParseSessionDaemonOptions(int argc, char** argv);
 
-// The place where a daemon would choose its log file. This one leaves the default and returns 0.
+// Hook for choosing the log file. Leaves the default and returns 0.
 OSStatus SetSessionDaemonLogfileName();
 
 // Starts the daemon, runs the event loop until the quit event, and cleans up. If the start fails,

@@ -7,7 +7,8 @@
 
 #include "platform/host/events/storage.h"
 
-// Coerces any bytes, called any type, to every type. The first byte chooses the type.
+// Coerces arbitrary bytes to every type. The first byte of the input chooses the type that they
+// have.
 
 namespace {
 

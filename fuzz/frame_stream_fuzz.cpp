@@ -22,7 +22,7 @@ void Require(bool condition) {
   if (!condition) abort();
 }
 
-// Takes what has arrived. False when the stream is broken.
+// Takes the frames that have arrived. Returns false if the stream is broken.
 bool TakeFrames(HostFrameReader& reader, size_t received, size_t* taken) {
   for (;;) {
     HostFrameHeader header;

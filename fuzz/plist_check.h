@@ -42,8 +42,8 @@ inline void CheckAgain(const FuzzSink& written, FuzzReader read,
   CFRelease(again);
 }
 
-// Reads with `read`, writes, reads again. True when the bytes were accepted; a refusal has a reason
-// and a place inside of them.
+// Reads with `read`, writes, reads again. Returns true if the bytes were accepted. Requires that a
+// refusal has a reason and an offset inside of them.
 inline bool CheckList(const uint8_t* data, size_t size, FuzzReader read) {
   HostPropertyListError error;
   CFPropertyListRef list =

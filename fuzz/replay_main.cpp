@@ -7,7 +7,7 @@
 #include <vector>
 
 // Runs a fuzz target once over each seed of the folders named by the arguments: the same inputs in
-// a build without libFuzzer. Fails when a folder holds none, for then nothing would be tried.
+// a build without libFuzzer. Fails if a folder has no seeds, because then nothing would be tested.
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 

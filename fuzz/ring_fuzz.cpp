@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr size_t kStepSize = 4;  // what to do, and three bytes of how
+constexpr size_t kStepSize = 4;  // the action, and three bytes of its arguments
 constexpr size_t kMostSize = 512;
 constexpr uint8_t kGuardByte = 0xA5;
 constexpr size_t kPeriod = 251;
@@ -26,7 +26,7 @@ constexpr size_t kReadAt[] = {256, 640};
 alignas(128) uint8_t sLane[kHostLaneSize];
 alignas(128) uint8_t sStatusPage[kHostStatusPageSize];
 uint8_t sBytes[kHostRingSize + 1];
-uint8_t sPattern[kPeriod + kHostRingSize];  // what the stream consists of, from any offset on
+uint8_t sPattern[kPeriod + kHostRingSize];  // the bytes of the stream, from any offset on
 
 void Require(bool condition) {
   if (!condition) abort();
@@ -94,7 +94,7 @@ class Session {
         return Interfere(kWrittenAt[direction], step[3]);
       case 12:
         return Interfere(kReadAt[direction], step[3]);
-      case 13:  // near what is there
+      case 13:  // near the present value
         return MoveWord(number % 2 == 0 ? kWrittenAt[direction] : kReadAt[direction], step[1],
                         step[2]);
       case 14:

@@ -5,7 +5,7 @@
 #include <utility>
 
 // OwnedRef owns the reference that a Create or Copy call returned, or null. One scope or one object
-// owns it; one thread at a time. For the reference wrappers that clients see, plist/type_ref.h.
+// owns it; one thread at a time. Clients use the reference wrappers of plist/type_ref.h instead.
 template <class Ref>
 class OwnedRef {
  public:

@@ -13,7 +13,7 @@
 #include "util/user_session.h"
 
 // A device monitor in some eight hundred lines, as an example of a server that uses this library.
-// The tests of the clients talk to it.
+// The tests of the clients use it as their server.
 
 namespace {
 

@@ -86,7 +86,7 @@ void VisibleLaunch::DescribePreferences(LaunchPlan& plan) {
                                                                : ": " + ErrorSentence(plan.err));
 }
 
-// The first key that the launcher refuses, and what its value has to be.
+// Returns the first key that the launcher refuses, and the type that its value has to have.
 std::string VisibleLaunch::WrongKey(VLTDictionary& dict) {
   const auto isWrong = [](OSStatus err) { return err != 0 && err != errAEDescNotFound; };
   for (const char* key :

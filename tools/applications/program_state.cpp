@@ -44,7 +44,7 @@ void AddProcess(ProgramState& state, pid_t pid) {
   }
 }
 
-// Reads what the program said. The openers' own lines begin with "-- ".
+// Reads the end of the program's output. The openers' own lines begin with "-- ".
 void AddLog(ProgramState& state, const std::string& program) {
   if (program.empty()) return;
   const std::string path = HostProgramLogPath(program);

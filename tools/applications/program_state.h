@@ -7,7 +7,7 @@
 #include "tools/table.h"
 #include "tools/values/json_value.h"
 
-// Whether a program runs, what it takes, and how it ended. One thread.
+// Whether a program runs, which resources it uses, and how it ended. One thread.
 
 struct ProgramState {
   HostProcessInfo process;             // pid 0: it does not run

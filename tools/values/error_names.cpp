@@ -6,7 +6,7 @@
 
 namespace {
 
-// Texts that would say nothing to someone who does not know the server.
+// Whether the error's text would not help a user who does not know the server.
 bool IsVague(OSStatus status) { return VLTStatusName(status)[0] == 0 || status == noErr; }
 
 }  // namespace

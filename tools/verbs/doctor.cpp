@@ -196,7 +196,7 @@ bool HasCloseRange() { return syscall(SYS_close_range, ~0U, ~0U, 0) == 0; }
 
 bool HasProcesses() { return access("/proc/self/fd", X_OK) == 0; }
 
-// Each is tried, not taken from the kernel's version.
+// Tries each feature instead of relying on the kernel's version.
 void CheckKernel(Findings& findings) {
   const struct {
     const char* name;

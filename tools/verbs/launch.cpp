@@ -173,7 +173,7 @@ JsonValue ResultModel(const Result& result, bool explain) {
   return model;
 }
 
-// The last words of a program that ended.
+// Prints the last lines of output of a program that has ended.
 void SayLastLines(const Result& result) {
   constexpr size_t kLines = 5;
   if (std::string(result.outcome) != "ended" || result.info.log.empty()) return;

@@ -109,7 +109,7 @@ bool ParseRequest(const CommandLine& line, Request& request, std::string& proble
       return problem = "the key " + Quoted(CodeText(value.key)) + " is given twice", false;
     }
   }
-  // A request that is named has to be whole; by its codes it may lack what it likes.
+  // A request that is named has to be complete; one that is given by its codes may lack parameters.
   for (size_t i = 0; taken == 2 && i < event->parameters.size(); ++i) {
     const EventParameter& parameter = event->parameters[i];
     FourCharCode key = 0;

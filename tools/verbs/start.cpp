@@ -14,8 +14,8 @@
 
 namespace {
 
-// Why the daemon could not be started: each way, the switches, and the last words of a program that
-// was started.
+// Why the daemon could not be started: each way, the switches, and the last lines of output of a
+// program that was started.
 std::vector<std::string> HintsFor(const LaunchPlan& plan) {
   std::vector<std::string> hints;
   if (!plan.problem.empty()) hints.push_back(plan.problem);

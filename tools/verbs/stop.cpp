@@ -34,7 +34,8 @@ constexpr int kDefaultTicks = 10 * 60;
 constexpr int kTicksPerSecond = 60;
 constexpr auto kAfterSignal = std::chrono::seconds(2);
 
-// A process that no other can be mistaken for.
+// A process that is held by a file descriptor, so that a later one with the same pid is not
+// mistaken for it.
 class HeldProcess {
  public:
   explicit HeldProcess(pid_t pid) : descriptor(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))) {}
@@ -160,7 +161,7 @@ bool WaitForPort(const std::string& name, Clock::time_point end) {
   }
 }
 
-// Opens what ran before, or what was named.
+// Opens the program that ran before, or the application that was named.
 Outcome OpenAgain(const Target& target, int ticks, pid_t* pid) {
   const HostApplicationInfo& app = target.state.application;
   const std::string path = !app.path.empty() ? app.path : target.state.process.program;
