@@ -174,10 +174,10 @@ bool Desktop::AskToShow(bool hasBody, bool hasMarkup) {
          // No icon, no actions, no hints; stays until it is dismissed.
          sd_bus_message_append(question.message, "susssasa{sv}i", appName.c_str(), replaced, "",
                                title, hasBody ? body.c_str() : "", 0, 0, 0) >= 0 &&
-         sd_bus_call_async(bus, &call, question.message, ShowingAnswered, this, UINT64_MAX) >= 0;
+         sd_bus_call_async(bus, &call, question.message, ShowReplied, this, UINT64_MAX) >= 0;
 }
 
-int Desktop::ShowingAnswered(sd_bus_message* reply, void* pointer, sd_bus_error*) {
+int Desktop::ShowReplied(sd_bus_message* reply, void* pointer, sd_bus_error*) {
   Desktop& desktop = DesktopOf(pointer);
   desktop.call = sd_bus_slot_unref(desktop.call);
   uint32_t serviceID = 0;

@@ -49,7 +49,7 @@ class Desktop {
   };
 
   static int CapabilitiesCame(sd_bus_message* reply, void* desktop, sd_bus_error* error);
-  static int ShowingAnswered(sd_bus_message* reply, void* desktop, sd_bus_error* error);
+  static int ShowReplied(sd_bus_message* reply, void* desktop, sd_bus_error* error);
   static int NoticeClosed(sd_bus_message* signal, void* desktop, sd_bus_error* error);
   static int OwnerChanged(sd_bus_message* signal, void* desktop, sd_bus_error* error);
   static int BusEnded(sd_bus_message* signal, void* desktop, sd_bus_error* error);

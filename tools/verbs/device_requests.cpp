@@ -75,7 +75,7 @@ int TellDeviceFailure(const std::string& verb, OSStatus err, const std::string& 
   } else {
     Say(verb + ": " + object + RequestErrorSentence(err));
   }
-  return ExitForAnswer(err);
+  return ExitForReply(err);
 }
 
 bool ParseWhole(const std::string& text, SInt32& number) {

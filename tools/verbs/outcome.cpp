@@ -22,14 +22,14 @@ const char* TextFor(const std::string& outcome) {
 
 }  // namespace
 
-ExitStatus ExitForAnswer(OSStatus err) {
+ExitStatus ExitForReply(OSStatus err) {
   const ExitStatus exit = ExitForStatus(err);
   return exit == kExitGeneral ? kExitRefused : exit;
 }
 
 std::string RequestErrorSentence(OSStatus err) {
   // The text of a number that a server chose may mean something else there.
-  if (ExitForAnswer(err) != kExitRefused) return ErrorSentence(err);
+  if (ExitForReply(err) != kExitRefused) return ErrorSentence(err);
   return "the request was refused " + ErrorNumber(err);
 }
 

@@ -28,7 +28,7 @@ void SayOutcome(const std::string& port, const Outcome& outcome);
 
 // Like ExitForStatus, for the result of a request to a server: an error that is not known as one of
 // the transport is the server's reply, so it gives kExitRefused.
-ExitStatus ExitForAnswer(OSStatus err);
+ExitStatus ExitForReply(OSStatus err);
 
 // ErrorSentence for such a request.
 std::string RequestErrorSentence(OSStatus err);

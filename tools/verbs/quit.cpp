@@ -57,7 +57,7 @@ Outcome Quit(const std::string& name, int timeoutTicks) {
   if (err == paramErr) return {"failed", err, kExitUsage};
   if (err == 0) err = SendQuit(name, timeoutTicks);
   if (err == BOOTSTRAP_UNKNOWN_SERVICE) return {"notRunning"};
-  if (err != 0) return {"failed", err, ExitForAnswer(err)};
+  if (err != 0) return {"failed", err, ExitForReply(err)};
   if (!WaitUntilGone(name.c_str(), asked, end)) return {"stillRunning", 0, kExitTimeout};
   return {"quit"};
 }

@@ -120,7 +120,7 @@ Outcome Stop(const Target& target, int ticks, bool force) {
   } else {
     err = AskToQuit(target.port, ticks);
     const bool isSent = err == 0 || IsBootstrapError(err) || err == connectionInvalid;
-    if (!isSent && !force) return {"failed", err, ExitForAnswer(err)};
+    if (!isSent && !force) return {"failed", err, ExitForReply(err)};
     if (isSent && process.WaitForEnd(end)) return {"stopped"};
   }
   if (!force) {

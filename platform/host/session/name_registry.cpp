@@ -139,12 +139,12 @@ std::optional<OwnerLine> ReadOwnerLine(int fd) {
   const ssize_t size = pread(fd, text, sizeof text - 1, 0);
   if (size <= 0) return std::nullopt;
   text[size] = 0;
-  OwnerLine record;
-  if (sscanf(text, "pid %10ld uid %10lu start %10" SCNu32 " port %16" SCNx64, &record.pid,
-             &record.uid, &record.startTicks, &record.portId) != 4) {
+  OwnerLine line;
+  if (sscanf(text, "pid %10ld uid %10lu start %10" SCNu32 " port %16" SCNx64, &line.pid, &line.uid,
+             &line.startTicks, &line.portId) != 4) {
     return std::nullopt;
   }
-  return record;
+  return line;
 }
 
 bool WriteOwnerLine(int fd, uint64_t portId) {
@@ -262,12 +262,12 @@ kern_return_t TakeOwnership(const HostSessionDirectory& session, const char* fil
   }
 }
 
-// Whether `record` is the owner line of a hidden name whose process has ended.
-bool IsOfEndedProcess(const std::optional<OwnerLine>& record) {
+// Whether `line` is the owner line of a hidden name whose process has ended.
+bool IsOfEndedProcess(const std::optional<OwnerLine>& line) {
   ProcessSerialNumber psn = {0, 0};
-  if (!record || record->pid <= 0) return false;
-  return !HostSerialNumberOfPid(static_cast<pid_t>(record->pid), &psn) ||
-         psn.highLongOfPSN != record->startTicks;
+  if (!line || line->pid <= 0) return false;
+  return !HostSerialNumberOfPid(static_cast<pid_t>(line->pid), &psn) ||
+         psn.highLongOfPSN != line->startTicks;
 }
 
 // Removes a file without an owner if it has not been changed for a day, or is the hidden name of a
@@ -285,7 +285,7 @@ bool RemoveIfStale(const HostSessionDirectory& session, const char* file) {
   const bool ours = (isOld || IsOfEndedProcess(ReadOwnerLine(fd))) && HostTryLockByte(fd, 0) &&
                     HostIsSameFile(session.names, file, fd);
   if (ours) {
-    if (const auto record = ReadOwnerLine(fd)) RemoveSocket(session, record->portId);
+    if (const auto line = ReadOwnerLine(fd)) RemoveSocket(session, line->portId);
     unlinkat(session.names, file, 0);
   }
   close(fd);
@@ -338,8 +338,8 @@ class LastLookUp {
 
   bool IsOf(const NameFile& file) const { return strcmp(name.text, file.text) == 0; }
   uint64_t Ask();
-  kern_return_t OpenAndAsk(const HostSessionDirectory& session, const NameFile& file,
-                           uint64_t* portId);
+  kern_return_t OpenAndQuery(const HostSessionDirectory& session, const NameFile& file,
+                             uint64_t* portId);
 
  private:
   void Close();
@@ -366,8 +366,8 @@ uint64_t LastLookUp::Ask() {
 }
 
 // Does the same as HostFindName.
-kern_return_t LastLookUp::OpenAndAsk(const HostSessionDirectory& session, const NameFile& file,
-                                     uint64_t* portId) {
+kern_return_t LastLookUp::OpenAndQuery(const HostSessionDirectory& session, const NameFile& file,
+                                       uint64_t* portId) {
   const bool isAgain = IsOf(file);
   Close();
   generation = HostForkGeneration();
@@ -401,10 +401,10 @@ bool IsFound(const HostSessionDirectory& session, const char* file, uint64_t por
   return found == portId;
 }
 
-// The pid in the record, 0 unless the record is that of the port that is published.
-pid_t PublishedOwner(uint64_t port, const std::optional<OwnerLine>& record) {
-  const bool isCurrent = port != 0 && record && record->portId == port && record->pid > 0;
-  return isCurrent ? static_cast<pid_t>(record->pid) : 0;
+// The pid in the owner line, or 0 if that line does not belong to the published port.
+pid_t PublishedOwner(uint64_t port, const std::optional<OwnerLine>& line) {
+  const bool isCurrent = port != 0 && line && line->portId == port && line->pid > 0;
+  return isCurrent ? static_cast<pid_t>(line->pid) : 0;
 }
 
 std::optional<HostNameInfo> ReadNameFile(const HostSessionDirectory& session, const char* file) {
@@ -413,7 +413,7 @@ std::optional<HostNameInfo> ReadNameFile(const HostSessionDirectory& session, co
   const int fd = OpenToLook(session, file);
   if (fd < 0) return std::nullopt;
   const uint64_t port = PublishedPort(fd);
-  const auto record = ReadOwnerLine(fd);
+  const auto line = ReadOwnerLine(fd);
   struct stat info = {};
   fstat(fd, &info);
   close(fd);
@@ -424,9 +424,9 @@ std::optional<HostNameInfo> ReadNameFile(const HostSessionDirectory& session, co
   result.hidden = (*name)[0] == 1;
   result.portID = port;
   result.ageSeconds = std::max<double>(0, difftime(time(nullptr), info.st_mtime));
-  if (const pid_t owner = PublishedOwner(port, record); owner != 0) {
+  if (const pid_t owner = PublishedOwner(port, line); owner != 0) {
     result.ownerPid = owner;
-    result.ownerUid = static_cast<uid_t>(record->uid);
+    result.ownerUid = static_cast<uid_t>(line->uid);
     result.program = HostProgramPath(result.ownerPid);
   }
   return result;
@@ -450,7 +450,7 @@ kern_return_t HostClaimName(const char* name, uint64_t portId, int* claim) {
   int fd = -1;
   if (const kern_return_t err = TakeOwnership(*session, file.text, &fd); err != 0) return err;
 
-  if (const auto record = ReadOwnerLine(fd)) RemoveSocket(*session, record->portId);
+  if (const auto line = ReadOwnerLine(fd)) RemoveSocket(*session, line->portId);
   fchmod(fd, kNameFileMode);  // whatever the umask is
   // Published last: from here on others find the port.
   if (!WriteOwnerLine(fd, portId) || !HostTryLockByte(fd, OffsetOf(portId))) {
@@ -496,7 +496,7 @@ kern_return_t HostFindName(const char* name, uint64_t* portId) {
       return BOOTSTRAP_SUCCESS;
     }
   }
-  return last.OpenAndAsk(*session, file, portId);
+  return last.OpenAndQuery(*session, file, portId);
 }
 
 std::string HostFindNameOwnedBy(const std::function<bool(pid_t)>& isOwner) {
