@@ -200,7 +200,7 @@ inline bool BinaryReader::ReadCount(Head* head) {
   const UInt8 marker = head->content < table ? bytes[head->content] : UInt8{0};
   const size_t size = size_t{1} << (marker & 0x0F);
   if ((marker & 0xF0) != kHostPlistInteger || size > 8) {
-    return Fail(head->content, "a count is due here");
+    return Fail(head->content, "expected a count here");
   }
   ++head->content;
   if (size > table - head->content) return FailLength(head->at);

@@ -108,8 +108,8 @@ bool TextReader::ReadText(bool asKey) {
   const UInt8* const from = at;
   while (at < end && IsBare(*at)) ++at;
   if (at == from) {
-    return Fail(at, asKey ? "a key is due here" : "a value is due here",
-                "text with other characters than letters, digits and _$/:.- stands in quotation "
+    return Fail(at, asKey ? "expected a key here" : "expected a value here",
+                "put text with other characters than letters, digits and _$/:.- into quotation "
                 "marks");
   }
   return AddASCII(from, static_cast<size_t>(at - from), asKey);
@@ -242,10 +242,10 @@ bool TextReader::FinishItem() {
     if (*at == ',')
       ++at;
     else if (*at != ')')
-      return Fail(at, ", or ) is due here");
+      return Fail(at, "expected \",\" or \")\" here");
     return true;
   }
-  if (*at != ';') return Fail(at, "; is due here");
+  if (*at != ';') return Fail(at, "expected \";\" here");
   ++at;
   return true;
 }
@@ -261,7 +261,7 @@ bool TextReader::ReadKey() {
   if (!ReadText(true) || !Skip()) return false;
   if (at == end) return FailAtEnd();
   if (*at == ';' && !builder.AddKeyAsValue()) return FailBuilding(at);
-  if (*at != ';' && *at != '=') return Fail(at, "= or ; is due here");
+  if (*at != ';' && *at != '=') return Fail(at, "expected \"=\" or \";\" here");
   ++at;
   return true;
 }

@@ -65,7 +65,7 @@ bool HostXMLMarkup::ReadUnusualEndTag(HostXMLElement element) {
   at += 2;
   const std::string_view found = TakeName();
   if (found != name && at < end) {
-    return Fail(from, EndTag(found) + " where " + EndTag(name) + " is due");
+    return Fail(from, EndTag(found) + " where " + EndTag(name) + " was expected");
   }
   SkipBlanks();
   if (at == end) return FailAtEnd(EndTag(name));

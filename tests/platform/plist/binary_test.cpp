@@ -111,7 +111,7 @@ TEST(PlistBinary, RefusesFalseSizesAndPositionsWithTheirOffset) {
       {OneObject("\x51\x80"), 8, "not ASCII"},
       {OneObject("\x62xxx"), 8, "longer than the file"},
       {OneObject("\x6F\x13\x40\0\0\0\0\0\0\0"sv), 8, "longer than the file"},
-      {OneObject("\x4F"), 9, "a count is due"},
+      {OneObject("\x4F"), 9, "expected a count"},
       {OneObject("\x4F\x13\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"), 8, "longer than the file"},
       {OneObject("\x4F\x12x"), 8, "longer than the file"},
       {OneObject("\xAF\x13\x20\0\0\0\0\0\0\0"sv), 8, "longer than the file"},

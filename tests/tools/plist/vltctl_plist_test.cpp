@@ -94,11 +94,11 @@ TEST(VltctlPlist, ReportsTheFaultOfTheFormatWhoseReaderGotFurther) {
   const ScratchFolder folder;
   const std::tuple<const char*, const char*, const char*> rows[] = {
       {"print", "{ a = b; ", "line 1, column 10: the file ends too early"},
-      {"print", "{ \"a\" = (b }", "line 1, column 12: , or ) is due"},
+      {"print", "{ \"a\" = (b }", "line 1, column 12: expected \",\" or \")\" here"},
       {"print", "{\"a\":1", "JSON line 1, column 7: expected \",\" or \"}\""},
       {"print", "[1,", "JSON line 1, column 4: expected a value"},
-      {"lint", "{\"a\":1}", ":1:5: = or ; is due here (this is JSON"},
-      {"lint", "{\"a\":1", ":1:5: = or ; is due here\n"},
+      {"lint", "{\"a\":1}", ":1:5: expected \"=\" or \";\" here (this is JSON"},
+      {"lint", "{\"a\":1", ":1:5: expected \"=\" or \";\" here\n"},
   };
   for (const auto& [verb, text, said] : rows) {
     const ProgramResult result = Plist({verb, folder.File("list", text)});
