@@ -121,6 +121,8 @@ void HostIntake::SetQueued(HostAccount& account, size_t bytes) {
 
 // Brings the list up to date after a change of `account`.
 void HostIntake::List(HostAccount& account) {
+  mutex.AssertHeld();
+  assert(partialInAll.load() >= account.partial && queuedInAll.load() >= account.queued);
   const bool holds = account.partial > 0 || account.queued > 0;
   if (holds == account.isListed) return;
   account.isListed = holds;
@@ -142,6 +144,7 @@ bool HostIntake::IsOverLimit() const {
 }
 
 void HostIntake::Tick() {
+  mutex.AssertHeld();
   const int64_t now = HostNow();
   clock += std::min(now - lastTick, kLongestTick);
   lastTick = now;
@@ -166,6 +169,7 @@ bool HostIntake::MayReadOn(const HostAccount& account) {
 // Choosing a connection to close.
 
 const HostAccount* HostIntake::Fullest() const {
+  mutex.AssertHeld();
   const HostAccount* fullest = nullptr;
   for (const HostAccount* each = first; each != nullptr; each = each->next) {
     if (fullest == nullptr || each->queued > fullest->queued) fullest = each;
@@ -174,6 +178,7 @@ const HostAccount* HostIntake::Fullest() const {
 }
 
 const HostAccount* HostIntake::HeaviestStalled() const {
+  mutex.AssertHeld();
   std::unordered_map<pid_t, size_t> held;
   for (const HostAccount* each = first; each != nullptr; each = each->next) {
     held[each->pid] += each->partial;

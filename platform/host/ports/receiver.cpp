@@ -76,6 +76,7 @@ bool HostReceiver::IsForeign() const { return generation != HostForkGeneration()
 
 // Handling one message looks its connection up several times, so the last one found is kept.
 HostConnection* HostReceiver::Find(uint32_t number) {
+  mutex.AssertHeld();
   if (found != nullptr && found->number == number) return found;
   const auto place = connections.find(number);
   if (place == connections.end()) return nullptr;
@@ -297,7 +298,8 @@ bool HostReceiver::MakeSpare() {
 }
 
 void HostReceiver::Admit(int fd, const HostPeer& peer) {
-  assert(!spare.empty());
+  mutex.AssertHeld();
+  assert(!spare.empty() && fd >= 0);
   HostWidenSocket(fd);
   do {
     lastConnection++;
@@ -487,6 +489,7 @@ void HostReceiver::FinishMessage(const HostMessage& message) {
 
 // Returns whether there is more that can be read at once.
 bool HostReceiver::VisitLanes() {
+  mutex.AssertHeld();
   bool isMore = false;
   for (HostConnection* each = lanes.FirstVisit(); each != nullptr; each = lanes.NextVisit()) {
     isMore |= Visit(*each);
@@ -602,6 +605,7 @@ mach_port_t HostReceiver::ExchangeReplyRight(uint32_t number, mach_port_t right)
 // Ending connections.
 
 void HostReceiver::Drop(HostConnection& connection) {
+  mutex.AssertHeld();
   interest.Change(connection.descriptor, connection.number, connection.interest, 0);
   HostCloseDescriptor(connection.descriptor);
   connection.interest = 0;
