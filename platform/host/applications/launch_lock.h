@@ -9,7 +9,8 @@
 
 // Only one process of a session at a time opens a program: the one that holds the lock on a file in
 // the session directory whose name is made from the program's path. The kernel releases the lock
-// when its holder ends. The file says what became of the last start. One thread per object.
+// when its holder ends. The file contains the launch entry, which has the result of the last start.
+// One thread per object.
 
 // As many early ends as an entry counts.
 constexpr int kHostMaxEarlyEnds = 1000;

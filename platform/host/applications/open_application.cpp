@@ -336,7 +336,7 @@ OSStatus StartAndWait(HostLaunchLock& lock, const HostLaunchEntry& past, HostOpe
   entry.lastEarlyEnd = past.lastEarlyEnd;
   lock.Write(entry);  // of no process until one has been started
   const ProgramLog log(info);
-  log.Note("starting " + info->program);  // before anything that the program says
+  log.Note("starting " + info->program);  // before any output of the program
   HostEndWatch watch;
   HostStartedProgram started;
   entry.started = HostNow();

@@ -24,7 +24,7 @@ struct HostOpeningInfo {
   HostOpening outcome = HostOpening::kSilent;
   pid_t pid = 0;         // of the process that was started or runs; 0 if it is not known
   std::string port;      // the name of one of its ports, or ""
-  std::string log = {};  // the file with what it says, or "" if it has none
+  std::string log = {};  // the file with its output, or "" if it has none
   std::optional<int> waitStatus = {};  // of kEnded, as waitpid gives it, if it is known
 };
 
@@ -32,7 +32,7 @@ struct HostOpeningInfo {
 //
 // A program that ended within 2 s of its start five times in a row is started again only after a
 // pause of 1 s, and of twice as long after each further early end, up to 10 s. Until then the
-// result is kLSServerCommunicationErr; the log says once when the pause ends.
+// result is kLSServerCommunicationErr; the log reports once when the pause ends.
 //
 // The program's standard output and error go to its log (program_log.h), or to /dev/null with a
 // line in the system log if that cannot be opened. How it ended is written there and into the

@@ -21,7 +21,8 @@
 // Any thread may use these objects; a loop is run only by the thread that it belongs to. Lock
 // order: a loop's mutex, then a source's, then a receiver's. None is held during a callout.
 
-// A mode is what a loop serves together. Its ports enter their file descriptors into its epoll set.
+// A mode is a set of sources, timers and ports that a loop serves together. The ports enter their
+// file descriptors into its epoll set.
 struct HostRunLoopMode {
   struct SourceEntry {
     HostRetained<__CFRunLoopSource> source;
@@ -75,7 +76,7 @@ struct __CFRunLoop final : HostCFObject {
   bool IsWaiting() const { return waiting.load(std::memory_order_acquire); }
   std::atomic<int> runs{0};  // under way, nested ones too; counted by the callers of Run
   void BelongToThisThread() { owner.store(pthread_self()); }
-  bool IsForeign() const;  // of a process that forked us
+  bool IsForeign() const;  // inherited from the parent by a fork
 
   void AddCommonMode(HostCFString* mode);
   // `mode` may be the pseudo-mode of all common modes.

@@ -10,7 +10,7 @@
 #include "platform/host/base/thread_object.h"
 #include "platform/host/loop/run_loop.h"
 
-// Which thread has which loop, and running it.
+// The loops of threads, and running the calling thread's loop.
 
 namespace {
 

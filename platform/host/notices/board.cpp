@@ -16,7 +16,8 @@ namespace {
 constinit std::atomic<HostNoticeBoard*> sBoard{nullptr};
 constinit HostNoticeBoard* sInherited = nullptr;
 
-// The helper is the parent's, and so are the locks.
+// A forked child gives up the board: its helper is the parent's, and its locks may be held by
+// threads that do not exist here.
 void ForgetInChild() { sInherited = sBoard.exchange(nullptr); }
 
 }  // namespace
@@ -33,7 +34,7 @@ HostNoticeBoard& HostNoticeBoard::Get() {
   return *board;
 }
 
-// Every Mac Roman byte has a form in UTF-8. Zeros would end the text early.
+// Every Mac Roman byte has a form in UTF-8. NULs would end the text early.
 std::string HostNoticeBoard::TextOf(ConstStr255Param text) {
   std::vector<UInt8> bytes;
   HostConvertText(kCFStringEncodingMacRoman, text + 1, text[0], kCFStringEncodingUTF8, bytes);

@@ -91,7 +91,8 @@ bool MakeDescriptors(Descriptors* made) {
   return false;
 }
 
-// Starts a thread that runs no signal handler of the host program's. Returns false if that fails.
+// Starts a thread with all signals blocked, so that it runs no signal handler of the program.
+// Returns false if that fails.
 template <class Body>
 bool StartQuietThread(Body body) {
   sigset_t all, before;

@@ -2,7 +2,7 @@
 
 #include <string>
 
-// Tells where a notice would go now. For tools, benchmarks and tests only. Any thread.
+// Reports where a notice would be shown now. For tools, benchmarks and tests only. Any thread.
 
 struct HostNoticeWay {
   std::string sink;         // the file that takes notices instead of the desktop, or ""

@@ -74,7 +74,7 @@ size_t __CFReadStream::ExpectedRest() const {
 namespace {
 
 // Reads a file until `wanted` bytes are there or it ends, into a block that grows if the file is
-// longer than its size says.
+// longer than its reported size.
 HostStreamRead ReadFile(__CFReadStream& stream, size_t wanted, HostStreamRest& rest) {
   size_t room = 0;
   while (rest.count < wanted && stream.status == kCFStreamStatusOpen) {

@@ -215,10 +215,10 @@ class CommitLock {
   int fd = -1;
 };
 
-// The result of applying changes to what a file says.
+// The result of applying changes to the content of a file.
 struct Merged {
   HostRetained<HostCFDictionary> values;
-  bool differs = false;       // from what the file says
+  bool differs = false;       // from the content of the file
   size_t left = 0;            // changes that were not applied
   CFStringRef key = nullptr;  // one of them; borrowed from the changes
 };

@@ -24,11 +24,11 @@ struct HostPreferencesChanges {
   HostRetained<HostCFDictionary> unread;
 };
 
-// Applies `changes`, whose values must not be null, to what the file says at that moment, under its
-// lock, and waits for the disk. Creates missing folders. What a privileged program creates in a
-// user's folder belongs to that user.
+// Applies `changes`, whose values must not be null, to the content that the file has at that
+// moment, under its lock, and waits for the disk. Creates missing folders. What a privileged
+// program creates in a user's folder belongs to that user.
 //
-// Returns true and stores what the file says now in `*content`, and in `*problem` "" or, in one
+// Returns true and stores the file's new content in `*content`, and in `*problem` "" or, in one
 // line, which changes were not applied. Returns false and stores the reason in `*problem`, in one
 // line: then the old file is there or, if only its folder could not be synced, the new one. A file
 // that cannot be read is never changed.

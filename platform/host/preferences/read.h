@@ -49,9 +49,9 @@ struct HostPreferencesContent {
   bool isSettled = false;
 };
 
-// Returns what the file at `path` says now, if it can be trusted. `name` is the path by which it is
-// known, perhaps a symbolic link to `path`: it appears in a problem, and its folder's owner is the
-// user for whom a privileged program may read the file.
+// Returns the content that the file at `path` has now, if it can be trusted. `name` is the path by
+// which it is known, perhaps a symbolic link to `path`: it appears in a problem, and its folder's
+// owner is the user for whom a privileged program may read the file.
 HostPreferencesContent HostReadPreferences(const std::string& path, const std::string& name);
 
 // Returns whether two values have the same content bit for bit, so that a file with one of them

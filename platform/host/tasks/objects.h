@@ -16,16 +16,16 @@
 
 #include "platform/host/base/clock.h"
 
-// The room of Multiprocessing Services: tasks, queues and what else has an id.
+// The room of Multiprocessing Services: tasks, queues and all other objects with an id.
 //
 // Each kind of id has a table of objects, which are constructed once and never destroyed, only used
 // again. An id that was deleted can therefore be looked up, and the object's mutex locked, without
 // counting references. The object's own `id` shows whether the id is still valid.
 //
-// An id's bits, from below: index plus 1 (31; 18 on a 32-bit host), kind (3), generation (the rest
-// of a pointer). A table hands freed objects out in the order in which they were freed. There are
-// ids for whatever memory can hold, except on a 32-bit host: a program may lose ids for as long as
-// it runs.
+// An id's bits, from the lowest: index plus 1 (31; 18 on a 32-bit architecture), kind (3),
+// generation (the rest of a pointer). A table hands freed objects out in the order in which they
+// were freed. There are ids for whatever memory can hold, except on a 32-bit architecture: a
+// program may lose ids for as long as it runs.
 //
 // Lock order: an object's mutex, then its table's. Any thread.
 

@@ -13,7 +13,8 @@
 // Tasks are detached threads.
 //
 // created --the thread runs--> running --entry returns or MPExit--> its thread's objects are
-// destroyed --> id dead, message posted. Nothing of the creator's is touched after its entry.
+// destroyed --> id dead, message posted. After its entry the task uses nothing that belongs to its
+// creator.
 
 namespace {
 

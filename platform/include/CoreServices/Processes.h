@@ -5,7 +5,7 @@
 #include <sys/types.h>
 
 // Process serial numbers, and the list of processes. A number is never given to another process,
-// also when its pid is. Only live processes of our own user are known. Any thread.
+// also when its pid is. Only live processes of the caller's user are known. Any thread.
 
 // Low words of the special numbers; their high word is 0.
 enum : UInt32 { kNoProcess = 0, kSystemProcess = 1, kCurrentProcess = 2 };
