@@ -23,8 +23,8 @@ class VLTAppleEventDestinationAddress {
 class VLTPortDestinationAddress : public VLTAppleEventDestinationAddress {
  public:
   VLTPortDestinationAddress() = default;
-  // Null, and a name over 127 bytes, count as an empty name: a name is never cut, because that
-  // could make it another server's.
+  // A null name and a name over 127 bytes count as empty: a name is never cut, because that could
+  // make it another server's.
   explicit VLTPortDestinationAddress(const char* name);
 
   // Looks the name up now. Returns 0; -1 if the name is empty; BOOTSTRAP_UNKNOWN_SERVICE if no

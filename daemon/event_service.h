@@ -28,6 +28,6 @@ bool checkPortRegistered(const char* portName);
 OSStatus SMAEDispatchCallback(UInt32 eventClass, UInt32 eventID, const AEDesc* event, AEDesc* reply,
                               void* refcon);
 
-// Ends the application event loop, whoever the sender is. The reply is sent before the loop ends.
-// Returns 0.
+// Ends the application event loop, from any sender. The reply is sent before the loop ends. Returns
+// 0.
 OSErr AEQuitHandler(const AppleEvent* event, AppleEvent* reply, SInt32 refcon);

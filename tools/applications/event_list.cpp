@@ -31,7 +31,7 @@ class Entry {
   bool IsTrue(CFStringRef key) const {
     return CFDictionaryGetValue(dictionary, key) == kCFBooleanTrue;
   }
-  // Null if there is no such array. `isWrong` is set if the value is not an array.
+  // Returns null if there is no such array. Sets `isWrong` if the value is not an array.
   CFArrayRef Array(CFStringRef key, bool& isWrong) const {
     const CFTypeRef value = CFDictionaryGetValue(dictionary, key);
     isWrong = value != nullptr && CFGetTypeID(value) != CFArrayGetTypeID();

@@ -11,7 +11,7 @@
 
 namespace {
 
-// null for a process without a bundle, because only bundles have codes.
+// Returns null for a process without a bundle, because only bundles have codes.
 JsonValue Code(const HostProcessInfo& info, OSType code) {
   return info.bundle.empty() ? JsonValue() : JsonValue(CodeText(code));
 }

@@ -155,7 +155,7 @@ class Process {
   Process() = default;
   explicit Process(const HostStartedProgram& started)
       : pid(started.pid), descriptor(started.descriptor) {}
-  // The process of an entry; nobody if it has ended.
+  // The process of an entry, unless it has ended.
   explicit Process(const HostLaunchEntry& entry) {
     if (entry.pid == 0) return;
     descriptor = HostAboveStandard(static_cast<int>(syscall(SYS_pidfd_open, entry.pid, 0)));
@@ -171,7 +171,7 @@ class Process {
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
 
-  pid_t Pid() const { return pid; }  // 0: nobody
+  pid_t Pid() const { return pid; }  // 0: it has ended
 
   // Waits for its end, also across signals. Returns false if the time passes first.
   bool HasEnded(int64_t nanoseconds) const {
@@ -273,8 +273,8 @@ int64_t PauseAfter(int earlyEnds) {
   return std::min(kHostSecond << doublings, kLongestPause);
 }
 
-// Counts the end of the entry's process, which has been seen now. An end that nobody saw within
-// kEarly of the start counts for nothing: it may have been early or not.
+// Counts the end of the entry's process, which has been seen now. An end that no opener saw within
+// kEarly of the start does not count, because it may have been early or not.
 void CountEnd(const std::string& program, HostLaunchEntry* entry) {
   const int64_t now = HostNow();
   if (entry->pid == 0 || entry->lastEarlyEnd >= entry->started) return;  // counted already

@@ -12,9 +12,9 @@
 
 class HostIntake;
 
-// What one connection uses of the process's limits: bytes of an incomplete frame, and bytes of
-// replies that its peer has not read. Part of the connection. HostIntake writes it while it holds
-// its own lock and its caller holds the receiver's, so either lock is enough to read it.
+// One connection's part of the process's limits: bytes of an incomplete frame, and bytes of replies
+// that its peer has not read. Part of the connection. HostIntake writes it while it holds its own
+// lock and its caller holds the receiver's, so either lock is enough to read it.
 struct HostAccount {
   class HostIntakeMember* member = nullptr;
   uint32_t number = 0;  // of the connection, within its member

@@ -20,7 +20,7 @@ struct HostPortCounts {
 };
 HostPortCounts HostCountPorts();
 
-// What the kernel reports about another process's port; a member is empty if the kernel does not
+// The kernel's information about another process's port; a member is empty if the kernel does not
 // report it.
 struct HostPortUse {
   std::optional<size_t> connections;  // accepted, or waiting to be

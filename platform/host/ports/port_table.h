@@ -38,7 +38,7 @@ struct HostReplyTarget {
   std::shared_ptr<HostLocalWaiter> waiter;  // the sender is a thread of this process
 };
 
-// What a right number means as a destination.
+// The destination that a right number stands for.
 struct HostDestination {
   enum class Kind { kNone, kOwn, kRemote, kReply };
   Kind kind = Kind::kNone;
@@ -47,7 +47,7 @@ struct HostDestination {
 };
 HostDestination HostResolvePort(mach_port_t name);
 
-// Makes the object behind the receive right `name`.
+// Makes the object that serves the receive right `name`.
 using HostPortObjectMaker = std::shared_ptr<HostPortObject> (*)(mach_port_t name);
 
 // Makes a receive right, which is an entry only: `maker` makes its object on first use. All calls

@@ -18,7 +18,7 @@ class HostReceiverOutput {
  public:
   explicit HostReceiverOutput(HostIntake& limits) : intake(limits) {}
 
-  // What became of a frame. After the last three the caller drops the connection.
+  // The outcome of writing a frame. After the last three the caller drops the connection.
   enum class Outcome {
     kWritten,  // all of it
     kQueued,   // the rest waits, or all of it

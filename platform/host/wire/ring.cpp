@@ -66,7 +66,7 @@ void CopyOut(const uint8_t* ring, uint32_t position, void* into, size_t count) {
   memcpy(into, ring + run.offset, run.size);
   if (run.again > 0) memcpy(static_cast<uint8_t*>(into) + run.size, ring, run.again);
   // The peer may change the ring while the copy is examined. Without this the compiler may assume
-  // that nobody does, and load from the ring again instead of from the copy.
+  // that no other thread does, and load from the ring again instead of from the copy.
   std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
@@ -126,8 +126,8 @@ bool HostRingProducer::Look() {
   // Sequentially consistent, as every load here: this may be the look after an announcement. It
   // also orders the consumer's copying before what will be written there next.
   const uint32_t now = peerPosition->Load();
-  // What the consumer has not read yet only shrinks between two publications; a position that goes
-  // back, or beyond what was published, makes it larger.
+  // Between two publications the bytes that the consumer has not read yet only become fewer; a
+  // position that goes back, or beyond what was published, makes it larger.
   if (published - now > published - peerRead) {
     broken = true;
     return false;

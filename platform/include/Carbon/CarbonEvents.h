@@ -10,8 +10,8 @@ extern "C" {
 // number get the reply errAEEventNotHandled. Main thread only.
 void RunApplicationEventLoop(void);
 
-// Marks the loop as finished and wakes it; the loop ends after the callback in progress. Kept when
-// the loop has not started yet. Any number of times.
+// Marks the loop as finished and wakes it; the loop ends after the callback in progress. If the
+// loop has not started yet, it ends at its start. May be called any number of times.
 void QuitApplicationEventLoop(void);
 
 }  // extern "C"

@@ -36,13 +36,13 @@ extern "C" {
 // Shows the record's text, once for each call, in place of the record's earlier notice. The
 // response routine is called once for each notice when that is over (dismissed, replaced, or
 // written to the log because it could not be shown), possibly before this returns, on the main run
-// loop while that runs or on another thread; the record is still installed then. Waits for no
-// desktop. nmTypErr for another queue type or null.
+// loop while that runs or on another thread; the record is still installed then. Does not wait for
+// the desktop. Returns nmTypErr for null or another queue type.
 OSErr NMInstall(NMRecPtr record);
 
 // Withdraws the record's notices. No response of it begins after this, and one that is running on
-// another thread has returned: hold no lock that the routine takes. qErr for a record that is not
-// installed, nmTypErr for another queue type or null.
+// another thread has returned: hold no lock that the routine takes. Returns qErr if the record is
+// not installed, and nmTypErr for null or another queue type.
 OSErr NMRemove(NMRecPtr record);
 
 NMUPP NewNMUPP(NMProcPtr routine);

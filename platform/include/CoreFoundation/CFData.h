@@ -16,8 +16,8 @@ CFTypeID CFDataGetTypeID(void);
 CFDataRef CFDataCreate(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length);
 
 // Uses the caller's bytes, which must not change any more. `deallocator` frees them when the object
-// is destroyed: kCFAllocatorNull does not, any other, also null, does so as CFAllocatorDeallocate.
-// After a failure (as above) the bytes stay the caller's.
+// is destroyed: kCFAllocatorNull leaves them alone; any other, also null, frees them as
+// CFAllocatorDeallocate does. After a failure (as above) the bytes still belong to the caller.
 CFDataRef CFDataCreateWithBytesNoCopy(CFAllocatorRef allocator, const UInt8* bytes, CFIndex length,
                                       CFAllocatorRef deallocator);
 

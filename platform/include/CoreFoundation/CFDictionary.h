@@ -5,7 +5,7 @@
 // Tables from keys to values, both pointers, as a rule to counted objects. One class, immutable or
 // mutable: a function that changes does nothing to an immutable dictionary. Immutable ones may be
 // used from any thread, a mutable one from one thread at a time (reading it from several is fine
-// while nobody changes it). A null key or value is never stored: the call does nothing.
+// while it is not changed). A null key or value is never stored: the call does nothing.
 //
 // Pairs keep the order in which their keys came in; callers must not depend on it.
 
@@ -57,22 +57,23 @@ CFDictionaryRef CFDictionaryCreateCopy(CFAllocatorRef allocator, CFDictionaryRef
 CFMutableDictionaryRef CFDictionaryCreateMutable(CFAllocatorRef allocator, CFIndex capacity,
                                                  const CFDictionaryKeyCallBacks* keyCallBacks,
                                                  const CFDictionaryValueCallBacks* valueCallBacks);
-// With the original's callbacks; keys and values are retained, not copied.
+// Makes a copy with the original's callbacks; keys and values are retained, not copied.
 CFMutableDictionaryRef CFDictionaryCreateMutableCopy(CFAllocatorRef allocator, CFIndex capacity,
                                                      CFDictionaryRef dictionary);
 
 CFIndex CFDictionaryGetCount(CFDictionaryRef dictionary);
 Boolean CFDictionaryContainsKey(CFDictionaryRef dictionary, const void* key);
-// Borrowed: valid while the dictionary holds it. Null when absent.
+// Returns the value, borrowed: it is valid while the dictionary holds it. Null if the key is
+// absent.
 const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key);
-// `value` may be null; nothing is stored when the key is absent.
+// `value` may be null; nothing is stored if the key is absent.
 Boolean CFDictionaryGetValueIfPresent(CFDictionaryRef dictionary, const void* key,
                                       const void** value);
-// Both in the same order; either may be null.
+// Stores keys and values in the same order; either list may be null.
 void CFDictionaryGetKeysAndValues(CFDictionaryRef dictionary, const void** keys,
                                   const void** values);
-// Calls `apply` for every pair there is at the beginning and still is when its turn comes. The
-// dictionary may be changed meanwhile, and even be released.
+// Calls `apply` for every pair that exists at the beginning and still exists when its turn comes.
+// The dictionary may be changed meanwhile, and even be released.
 void CFDictionaryApplyFunction(CFDictionaryRef dictionary, CFDictionaryApplierFunction apply,
                                void* context);
 

@@ -31,8 +31,8 @@ CFTypeID CFMachPortGetTypeID(void);
 CFMachPortRef CFMachPortCreate(CFAllocatorRef allocator, CFMachPortCallBack callout,
                                CFMachPortContext* context, Boolean* shouldFreeInfo);
 
-// Returns the object of `port`, whose right stays the caller's. If the object exists already,
-// retains it, sets `*shouldFreeInfo` to true and ignores the context.
+// Returns the object of `port`, whose right still belongs to the caller. If the object exists
+// already, retains it, sets `*shouldFreeInfo` to true and ignores the context.
 CFMachPortRef CFMachPortCreateWithPort(CFAllocatorRef allocator, mach_port_t port,
                                        CFMachPortCallBack callout, CFMachPortContext* context,
                                        Boolean* shouldFreeInfo);
@@ -46,8 +46,8 @@ void CFMachPortInvalidate(CFMachPortRef port);
 // invalid already. Null removes the callback.
 void CFMachPortSetInvalidationCallBack(CFMachPortRef port, CFMachPortInvalidationCallBack callout);
 
-// Returns the port's version-1 source, retained; the same one as long as it is valid. Null for an
-// invalid port.
+// Returns the port's version-1 source, retained: the same one as long as it is valid. Returns null
+// for an invalid port.
 CFRunLoopSourceRef CFMachPortCreateRunLoopSource(CFAllocatorRef allocator, CFMachPortRef port,
                                                  CFIndex order);
 

@@ -29,8 +29,9 @@ enum : HRESULT {
   E_ACCESSDENIED = static_cast<HRESULT>(0x80000009),
 };
 
-// QueryInterface: S_OK and the interface with one reference added for the caller, or E_NOINTERFACE
-// and null. AddRef and Release: the new count; the object is gone when Release reports 0.
+// QueryInterface returns S_OK and stores the interface, with one reference added for the caller, or
+// returns E_NOINTERFACE and stores null. AddRef and Release return the new count; the object no
+// longer exists when Release returns 0.
 #define IUNKNOWN_C_GUTS                                           \
   void* _reserved;                                                \
   HRESULT (*QueryInterface)(void* self, REFIID iid, LPVOID* ppv); \

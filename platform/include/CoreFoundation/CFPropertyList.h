@@ -6,9 +6,9 @@
 
 // Property lists: strings, data, dates, numbers, booleans, arrays, and dictionaries whose keys are
 // strings, to and from bytes. Three forms are read, recognised from the content: XML, binary, and
-// the old text form; XML and binary are written. Integers come back 64 bits wide, reals as
-// Float64, bit for bit. Lists nest 512 containers deep at most, both ways. Any thread, as long as
-// nobody changes the list meanwhile.
+// the old text form; XML and binary are written. Integers come back 64 bits wide, reals as Float64,
+// bit for bit. Lists nest 512 containers deep at most, both ways. Any thread, as long as the list
+// is not changed meanwhile.
 //
 // Any permitted type may be the root: a list that was read is not always a dictionary.
 

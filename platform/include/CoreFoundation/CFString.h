@@ -93,7 +93,7 @@ CFStringRef __CFStringMakeConstantString(const char* text);
 }  // extern "C"
 #pragma GCC visibility pop
 
-// A constant string of a literal; bytes over 127 are read as Mac Roman. Nobody owns it; retaining
+// A constant string of a literal; bytes over 127 are read as Mac Roman. It has no owner; retaining
 // and releasing have no effect.
 #define CFSTR(literal)                                                            \
   ([]() {                                                                         \

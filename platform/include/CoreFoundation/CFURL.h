@@ -23,12 +23,12 @@ CFTypeID CFURLGetTypeID(void);
 
 // The path's bytes are the string's Mac Roman form if every character has one, else its UTF-8: a
 // path that came in as bytes and was read as Mac Roman names the same file again. A relative path
-// is taken relative to the working directory of this moment. Null for an empty path, one with a NUL
-// inside, another style, or without a working directory.
+// is taken relative to the working directory of this moment. Returns null for an empty path, one
+// with a NUL inside, another style, or without a working directory.
 CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef allocator, CFStringRef path,
                                        CFURLPathStyle style, Boolean isDirectory);
 
-// The byte form: for callers that have bytes, or UTF-8. As above in all else.
+// Does the same with the path's bytes, for callers that have bytes or UTF-8.
 CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8* bytes,
                                                  CFIndex count, Boolean isDirectory);
 
@@ -37,13 +37,13 @@ CFURLRef CFURLCreateFromFSRef(CFAllocatorRef allocator, const FSRef* ref);
 // Looks the item up, which must exist.
 Boolean CFURLGetFSRef(CFURLRef url, FSRef* ref);
 
-// The path, without a slash at its end unless it is "/". The bytes are read as Mac Roman, so that
-// the string makes the same address again; the caller releases it.
+// Returns the path, without a slash at its end unless it is "/". The bytes are read as Mac Roman,
+// so that the string makes the same address again; the caller releases it.
 CFStringRef CFURLCopyFileSystemPath(CFURLRef url, CFURLPathStyle style);
 
-// Exactly the bytes of the path, without a slash at its end unless it is "/", and a NUL, in `size`
-// bytes. False, with an empty text if there is room for one, when they do not fit. Paths are always
-// absolute, so `resolveAgainstBase` makes no difference.
+// Stores the bytes of the path, without a slash at its end unless it is "/", and a NUL in `size`
+// bytes. If they do not fit, returns false and stores an empty text if there is room for it. Paths
+// are always absolute, so `resolveAgainstBase` makes no difference.
 Boolean CFURLGetFileSystemRepresentation(CFURLRef url, Boolean resolveAgainstBase, UInt8* buffer,
                                          CFIndex size);
 

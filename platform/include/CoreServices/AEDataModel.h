@@ -157,18 +157,19 @@ OSErr AEGetDescData(const AEDesc* desc, void* buffer, Size maxSize);
 // becomes a new one. A failure changes nothing.
 OSErr AEReplaceDescData(DescType type, const void* data, Size size, AEDesc* desc);
 
-// Coercion: to the same type, typeWildCard or typeBest is a copy. errAECoercionFail when the value
-// has no form of the wanted type (wrong size, out of range, a character that cannot be encoded).
+// Coerces a value. To its own type, typeWildCard or typeBest, makes a copy. Returns
+// errAECoercionFail if the value has no form of the wanted type (wrong size, out of range, a
+// character that cannot be encoded).
 OSErr AECoerceDesc(const AEDesc* source, DescType toType, AEDesc* dst);
 OSErr AECoercePtr(DescType type, const void* data, Size size, DescType toType, AEDesc* dst);
 
-// Lists. An index is 1-based; where one is read, outside 1..count is errAEDescNotFound.
+// Lists. An index is 1-based; reading at an index outside 1..count gives errAEDescNotFound.
 
 // `factoring` is accepted for compatibility and has no effect.
 OSErr AECreateList(const void* factoring, Size factoredSize, Boolean isRecord, AEDescList* dst);
 // Items of a list or record, parameters of an event.
 OSErr AECountItems(const AEDescList* list, SInt32* count);
-// Index 0 or count + 1 appends, 1..count replaces, anything else is errAEIllegalIndex.
+// Index 0 or count + 1 appends, 1..count replaces, any other gives errAEIllegalIndex.
 OSErr AEPutPtr(AEDescList* list, SInt32 index, DescType type, const void* data, Size size);
 OSErr AEPutDesc(AEDescList* list, SInt32 index, const AEDesc* desc);
 // Reading into a buffer: copies at most maxSize bytes and stores the full size of the value, after
@@ -179,12 +180,12 @@ OSErr AEGetNthPtr(const AEDescList* list, SInt32 index, DescType desiredType, AE
                   DescType* type, void* buffer, Size maxSize, Size* actualSize);
 OSErr AEGetNthDesc(const AEDescList* list, SInt32 index, DescType desiredType, AEKeyword* key,
                    AEDesc* dst);
-// The stored type and size. Either output may be null.
+// Stores the type and size that the item has. Either output may be null.
 OSErr AESizeOfNthItem(const AEDescList* list, SInt32 index, DescType* type, Size* size);
 OSErr AEDeleteItem(AEDescList* list, SInt32 index);
 
-// Parameters of an event, fields of a record. Putting replaces what is there under the keyword;
-// reading what is not there is errAEDescNotFound. Reading by pointer is as for AEGetNthPtr.
+// Parameters of an event, fields of a record. Putting replaces an existing value under the keyword;
+// reading a missing one gives errAEDescNotFound. Reading by pointer is as for AEGetNthPtr.
 OSErr AEPutParamPtr(AppleEvent* event, AEKeyword key, DescType type, const void* data, Size size);
 OSErr AEPutParamDesc(AppleEvent* event, AEKeyword key, const AEDesc* desc);
 OSErr AEGetParamPtr(const AppleEvent* event, AEKeyword key, DescType desiredType,
@@ -211,8 +212,9 @@ Boolean AECheckIsRecord(const AEDesc* desc);  // a record of any type, or an eve
 // 65534.
 OSErr AECreateAppleEvent(AEEventClass eventClass, AEEventID eventID, const AEAddressDesc* target,
                          AEReturnID returnID, AETransactionID transactionID, AppleEvent* dst);
-// Attributes: shapes and rules as for parameters. An attribute with a type of its own coerces what
-// is put; "repq" and "esrc" are set by sending alone, and putting them is errAEWrongDataType.
+// Attributes: calls and rules are those of parameters. An attribute with a type of its own coerces
+// the value that is put. Only sending sets "repq" and "esrc"; putting them gives
+// errAEWrongDataType.
 OSErr AEPutAttributePtr(AppleEvent* event, AEKeyword key, DescType type, const void* data,
                         Size size);
 OSErr AEPutAttributeDesc(AppleEvent* event, AEKeyword key, const AEDesc* desc);
@@ -221,8 +223,8 @@ OSErr AEGetAttributePtr(const AppleEvent* event, AEKeyword key, DescType desired
 OSErr AEGetAttributeDesc(const AppleEvent* event, AEKeyword key, DescType desiredType, AEDesc* dst);
 OSErr AESizeOfAttribute(const AppleEvent* event, AEKeyword key, DescType* type, Size* size);
 
-// A text for people (Mac Roman, no terminator) in a new handle, which the caller disposes of; the
-// spelling is not a contract. On failure *out is null.
+// Makes a text for people (Mac Roman, no terminator) in a new handle, which the caller disposes of;
+// the spelling is not a contract. After a failure *out is null.
 OSStatus AEPrintDescToHandle(const AEDesc* desc, Handle* out);
 
 }  // extern "C"

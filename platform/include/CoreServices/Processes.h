@@ -32,11 +32,13 @@ using ProcessInfoRecPtr = ProcessInfoRec*;
 #pragma GCC visibility push(default)
 extern "C" {
 
-// procNotFound if the system does not give information about processes; paramErr for null.
+// Returns procNotFound if the system does not give information about processes, and paramErr for
+// null.
 OSErr GetCurrentProcess(ProcessSerialNumber* psn);
 
-// The next number of the list, by increasing pid; { 0, kNoProcess } begins. procNotFound with
-// { 0, kNoProcess } at the end. What starts during a pass may be left out of it; what ends is.
+// Stores the next number of the list, by increasing pid; { 0, kNoProcess } begins. At the end
+// returns procNotFound and stores { 0, kNoProcess }. A process that starts during a pass may be
+// left out of it; one that ends is left out.
 OSErr GetNextProcess(ProcessSerialNumber* psn);
 
 // Fills `info`. Returns paramErr for null and for a wrong length, procNotFound for a process that

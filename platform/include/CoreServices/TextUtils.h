@@ -8,8 +8,8 @@
 #pragma GCC visibility push(default)
 extern "C" {
 
-// -1, 0 or 1 by the bytes, the shorter string first when it is a prefix. Without `caseSensitive`
-// letters are raised to upper case first, without `diacSensitive` their marks are left out.
+// Returns -1, 0 or 1 by the bytes; a prefix comes before the longer string. Without
+// `caseSensitive`, compares letters as upper case; without `diacSensitive`, leaves out their marks.
 SInt16 RelString(ConstStr255Param a, ConstStr255Param b, Boolean caseSensitive,
                  Boolean diacSensitive);
 Boolean EqualString(ConstStr255Param a, ConstStr255Param b, Boolean caseSensitive,
