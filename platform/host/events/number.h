@@ -29,7 +29,7 @@ bool HostIsNumberType(DescType type);
 // Returns false if `size` is not the size of the type.
 bool HostReadNumber(DescType type, const void* bytes, size_t size, HostNumber* out);
 
-// Writes the number as a `type`. False when it does not fit.
+// Writes the number as a `type`. Returns false if it does not fit.
 inline constexpr size_t kHostNumberSize = 16;
 bool HostWriteNumber(const HostNumber& number, DescType type, uint8_t (&bytes)[kHostNumberSize],
                      size_t* size);
@@ -40,5 +40,5 @@ bool HostWriteNumber(const HostNumber& number, DescType type, uint8_t (&bytes)[k
 bool HostParseNumber(const char* text, size_t size, DescType type, HostNumber* out);
 
 // Writes the shortest decimal text that reads back as the same value of this type; beyond 21 digits
-// with an exponent. False when `size` is not the type's own or the value is not finite.
+// with an exponent. Returns false if `size` is not the type's own or the value is not finite.
 bool HostFormatNumber(DescType type, const void* bytes, size_t size, std::string* out);

@@ -16,11 +16,11 @@
 void HostFailRequest(const HostReplyTarget& target, mach_port_t right, const HostReplyIDs& ids,
                      OSStatus error);
 
-// HostCallout is one message under way in a port's callout: the message that the callout is
-// given, and the events that AEDecodeMessage made of it. Lives on the stack of the run loop that
-// serves the port; a thread's callouts form a stack, one level for each nested run. When it ends,
-// also by an exception, what was decoded is reclaimed and the receiver learns that the request is
-// through.
+// HostCallout is one message under way in a port's callout: the message that the callout is given,
+// and the events that AEDecodeMessage made of it. Lives on the stack of the run loop that serves
+// the port; a thread's callouts form a stack, one level for each nested run. When it ends, also by
+// an exception, it disposes of what was decoded and reports to the receiver that the request has
+// been handled.
 class HostCallout {
  public:
   // Borrows the message.
@@ -29,12 +29,12 @@ class HostCallout {
   HostCallout(const HostCallout&) = delete;
   HostCallout& operator=(const HostCallout&) = delete;
 
-  // The callout of the calling thread that was given `header`, or null.
+  // Returns the callout of the calling thread that was given `header`, or null.
   static HostCallout* Find(const mach_msg_header_t* header);
 
   mach_msg_header_t* Header() { return &header; }
-  // Results of AEDecodeMessage. A request that wants a reply and cannot be decoded for lack of
-  // memory has got memFullErr as its reply.
+  // Returns the results of AEDecodeMessage. If a request that wants a reply cannot be decoded for
+  // lack of memory, sends memFullErr as the reply.
   OSStatus Decode(AppleEvent* event, AppleEvent* reply);
 
  private:

@@ -18,7 +18,7 @@ class HostInterest {
   };
 
   void Add(const Watcher& watcher) { watchers.push_back(watcher); }
-  bool Remove(int epollSet);  // false when it does not watch
+  bool Remove(int epollSet);  // false if it does not watch
   void RemoveAll() { watchers.clear(); }
 
   // Changes the epoll events that `fd` is watched for in all sets, from `before` to `after`; 0

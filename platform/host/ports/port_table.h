@@ -63,7 +63,8 @@ std::shared_ptr<HostPortObject> HostPortObjectOf(mach_port_t name);
 // is full.
 mach_port_t HostInsertSendRight(uint64_t portID);
 
-// A reply right: used up by HostTakeReplyRight, removed when its sender has gone.
+// A reply right is made with its target, used up by HostTakeReplyRight, and removed when its sender
+// has gone.
 mach_port_t HostInsertReplyRight(HostReplyTarget target);
 bool HostTakeReplyRight(mach_port_t name, HostReplyTarget* target);
 void HostRemoveReplyRight(mach_port_t name);

@@ -54,10 +54,11 @@ class HostReceiver final : public std::enable_shared_from_this<HostReceiver>,
   mach_port_t Name() const { return name; }
   uint64_t PortID() const override { return endpoint.PortID(); }
 
-  // Claims `service` and makes the port reachable under it. Results of bootstrap_register.
+  // Claims `service` and makes the port reachable under it. Returns the results of
+  // bootstrap_register.
   kern_return_t Register(const char* service);
   bool IsRegisteredAs(const char* service);
-  bool Unregister(const char* service);  // false when it is not registered so
+  bool Unregister(const char* service);  // false if it is not registered
 
   // Enters the receiver's file descriptors into a run loop's epoll set. The data of their events
   // has `tag` in its high half and the connection's number in its low half, 0 for the listening

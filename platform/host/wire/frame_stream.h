@@ -38,8 +38,8 @@ class HostPassedPair {
 
 // HostFrameReader divides the bytes of a connection into frames. The bytes of a frame are handed
 // out where they were received, without a copy. A frame's buffer grows as it fills, whatever length
-// its header claims, so a peer cannot make this process allocate more than about twice what it
-// sends.
+// its header claims, so a peer cannot make this process allocate more than twice what it sends, or
+// one block.
 class HostFrameReader {
  public:
   // The treatment of file descriptors that the peer passes.
