@@ -152,7 +152,8 @@ Kept ReadBundle(const std::string& path) {
   const HostRetained<const HostCFObject> list(static_cast<const HostCFObject*>(
       HostReadPlist(reinterpret_cast<const UInt8*>(bytes.data()), bytes.size(),
                     {kCFPropertyListImmutable}, &format, &error)));
-  if (error.IsNoMemory()) throw std::bad_alloc();  // else the bundle would be taken for none
+  if (error.IsNoMemory())
+    throw std::bad_alloc();  // else the folder would not be taken for a bundle
   if (const auto* description = HostCast<HostCFDictionary>(list.Get())) {
     kept.isBundle = true;
     kept.bundle.path = path;
@@ -161,7 +162,7 @@ Kept ReadBundle(const std::string& path) {
   return kept;
 }
 
-// Why a description that exists is not used.
+// Returns the reason why a description that exists is not used.
 std::string DescriptionProblem(const std::string& path) {
   std::string bytes;
   FileState state;

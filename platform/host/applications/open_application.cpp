@@ -39,10 +39,10 @@
 // opened, start it, and wait until it can be reached. Only the holder of the program's launch lock
 // takes the last three, so if many processes open a program at once, one of them starts it.
 //
-// The others wait for the lock, at most kPatience. Who gets it after the holder has started the
-// program reports that a launch is in progress; who gets it after the holder has failed to start
-// the program tries itself. The launch entry, the content of the lock file, tells the two cases
-// apart.
+// The others wait for the lock, at most kPatience. A process that gets it after the holder has
+// started the program reports that a launch is in progress; one that gets it after the holder has
+// failed to start the program tries itself. The launch entry, the content of the lock file, shows
+// which of the two it was.
 //
 // A program runs already if a process that runs its file owns a port, or if the process of the last
 // start or one of that process's POSIX session does. The process of the last start also counts
@@ -56,7 +56,7 @@ namespace {
 
 constexpr OSType kApplicationType = FourCC('A', 'P', 'P', 'L');
 
-constexpr int64_t kPatience = 2 * kHostSecond;  // for whatever opening waits for
+constexpr int64_t kPatience = 2 * kHostSecond;  // the limit of each wait during an opening
 
 // A program that ends within kEarly of its start five times in a row is not started again at once:
 // 1, 2, 4, 8 and then 10 s have to pass each time. A run of early ends is forgotten when the
@@ -376,8 +376,8 @@ OSStatus OpenProgram(HostOpeningInfo* info) {
     if (entry.opened == 0) info->pid = entry.pid;  // of the start that is still under way
     return kLSLaunchInProgressErr;
   }
-  // The holder before has started the program, whatever has become of it since. A holder that could
-  // not start it leaves an entry without a process.
+  // The holder before has started the program, even if it has ended since. A holder that could not
+  // start it leaves an entry without a process.
   if (hadToWait && entry.pid != 0 && entry.opened >= arrived) {
     info->pid = entry.pid;
     return kLSLaunchInProgressErr;

@@ -52,13 +52,13 @@ int ReadPids(std::vector<pid_t>* pids) {
   return 0;
 }
 
-// Finds the first pid above `after`, or 0 at the end of the list. `anew` is set for the first step
-// of a pass, which always reads the list again. Returns 0 or an errno value.
-int FindNextPid(pid_t after, bool anew, pid_t* pid) {
+// Finds the first pid above `after`, or 0 at the end of the list. `isFirst` is set for the first
+// step of a pass, which always reads the list again. Returns 0 or an errno value.
+int FindNextPid(pid_t after, bool isFirst, pid_t* pid) {
   Pids& known = KnownPids();
   const std::lock_guard<std::mutex> lock(known.mutex);
   const int64_t now = HostNow();
-  if (anew || known.readAt == 0 || now - known.readAt > kPidsFreshFor) {
+  if (isFirst || known.readAt == 0 || now - known.readAt > kPidsFreshFor) {
     known.readAt = 0;
     if (const int error = ReadPids(&known.pids); error != 0) return error;
     known.readAt = now;
@@ -107,7 +107,7 @@ OSErr NextProcess(ProcessSerialNumber* psn) {
   return procNotFound;
 }
 
-// Allocates before it sets the first field, so that a failure leaves the record unchanged.
+// Allocates before it sets the first field, so that a failure leaves `*info` unchanged.
 OSErr Inform(const HostProcess& process, ProcessInfoRec* info) {
   std::string program;
   HostBundle bundle;

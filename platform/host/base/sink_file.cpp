@@ -13,7 +13,7 @@
 bool HostAppendToSink(const char* variable, std::string_view line) {
   const char* path = secure_getenv(variable);
   if (path == nullptr || path[0] == 0) return false;
-  // Comes before the file is opened, because it may throw.
+  // Made before the file is opened, because this may throw.
   std::string text(line);
   std::replace(text.begin(), text.end(), '\n', ' ');
   text.push_back('\n');

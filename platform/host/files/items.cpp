@@ -237,7 +237,7 @@ OSErr HostPathOfFolder(SInt32 number, std::string* path) {
   OSErr err = NodeOf(number, &knownPath, &known);
   if (err == noErr && !known.isFolder) err = dirNFErr;
   if (err == noErr) err = Identify(knownPath.c_str(), &found);
-  // If a folder on the way has become a file, the numbered folder is gone.
+  // If a folder on the path has become a file, the numbered folder does not exist any more.
   if (err == dirNFErr && known.isFolder) err = fnfErr;
   if (err == noErr && !known.IsSameItem(found)) err = fnfErr;
   if (err == noErr) *path = std::move(knownPath);

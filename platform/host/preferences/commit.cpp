@@ -49,7 +49,7 @@ constexpr int64_t kMaxLockWait = 30 * kHostSecond;
 constexpr int kMaxLinks = 40;
 constexpr int kMaxAttempts = 100;  // at a lock that others remove
 
-// Where the file is, after its links, and what its folder is like.
+// The path of the file after its links, and its folder.
 struct Target {
   std::string folder;
   std::string file;
@@ -90,7 +90,7 @@ bool Sync(int fd, bool isFolder) {
   return true;
 }
 
-// As openat; signals do not make it fail.
+// Calls openat again if a signal interrupts it.
 int OpenAt(int directory, const char* name, int flags, mode_t mode = 0) {
   int fd;
   do {

@@ -11,7 +11,7 @@ std::vector<HostPreferencesSource> HostPreferencesSources(CFStringRef applicatio
   HostVisitPreferencesDomains(application, [&](CFStringRef of, CFStringRef user, CFStringRef host) {
     HostPreferencesSource source;
     const HostPreferencesPlace place = HostFindPreferencesPlace(of, user, host);
-    // The last one again, under another name.
+    // It is the last one again, under another name.
     if (place.path.empty() || (!sources.empty() && sources.back().path == place.path)) return false;
     HostPreferencesFile& file = HostPreferencesFile::At(place);
     source.path = place.path;

@@ -34,8 +34,8 @@ bool MayChangeUser() {
   return (data[0].permitted & (UInt32{1} << CAP_SETUID)) != 0;
 }
 
-// A process that has only one user id and no privilege to change it keeps that id; only for others
-// is the kernel asked each time.
+// A process that has only one user id and no privilege to change it keeps that id. For other
+// processes each read gets the id from the kernel.
 uid_t Reader() {
   static const uid_t constant = [] {
     uid_t real = 0, effective = 0, saved = 0;
@@ -100,7 +100,8 @@ bool IsPassing(int error) {
   }
 }
 
-// All bytes of the file, which may be longer or shorter by now than it was. Null with errno.
+// Returns all bytes of the file, which may be longer or shorter by now than it was; null with errno
+// after a failure.
 std::unique_ptr<UInt8[]> ReadAll(int fd, size_t expected, size_t* count) {
   const size_t room = expected + 1;
   std::unique_ptr<UInt8[]> bytes(new (std::nothrow) UInt8[room]);
@@ -121,7 +122,7 @@ std::unique_ptr<UInt8[]> ReadAll(int fd, size_t expected, size_t* count) {
   return bytes;
 }
 
-// The dictionary that the bytes are; null with the reason.
+// Returns the dictionary that the bytes contain; null with the reason if they contain none.
 HostCFDictionary* Parse(const UInt8* bytes, size_t count, std::string* reason, bool* isPassing) {
   HostPropertyListError error;
   CFPropertyListFormat format = 0;
@@ -140,7 +141,7 @@ HostCFDictionary* Parse(const UInt8* bytes, size_t count, std::string* reason, b
   return nullptr;
 }
 
-// Why the system refused, by errno.
+// Returns the reason of the system's refusal, by errno.
 std::string SystemRefusal(int error, HostPreferencesContent* content) {
   content->isPassing = IsPassing(error);
   content->isMemoryShort = error == ENOMEM;

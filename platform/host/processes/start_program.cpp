@@ -28,7 +28,7 @@
 //
 // If the caller wants to know how the program ends, the intermediate process does not exit but
 // waits for that end and puts the status into the shared memory. It then runs beside the caller. So
-// it makes system calls that cannot fail only, because a failure would store into the caller's
+// it only makes system calls that cannot fail, because a failure would store into the caller's
 // errno; it gives up its copies of all file descriptors, or the caller's ports and locks would
 // outlive the caller; and the kernel kills it when the caller's thread ends.
 //
@@ -188,8 +188,8 @@ void WaitForIntermediate(pid_t pid) {
   }
 }
 
-// Waits until the program runs, or the intermediate process has ended without a word. Returns
-// whether the intermediate process is still there.
+// Waits until the program runs, or the intermediate process has ended without starting it. Returns
+// whether the intermediate process still exists.
 bool WaitForBegin(Start* start, pid_t pid) {
   constexpr timespec kBetweenLooks = {0, 50'000'000};
   while (__atomic_load_n(&start->isBegun, __ATOMIC_ACQUIRE) == 0) {

@@ -57,7 +57,7 @@ bool HostLogSocket::Send(int priority, std::string_view text) {
   return SendToLog(entry, head + text.size());
 }
 
-// A socket for each entry: whichever log daemon is at the path gets it, also after a restart.
+// Opens a socket for each entry, so that the log daemon gets it also after a restart.
 bool HostLogSocket::SendToLog(const char* bytes, size_t size) const {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;

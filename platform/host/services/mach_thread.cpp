@@ -30,8 +30,7 @@ mach_port_t PortOfThread(pid_t thread) {
   return (number >> kLowBits) << kHighShift | kThreadMark | low;
 }
 
-// The scheduling of a thread that has called mach_thread_self. The records of live threads form a
-// list.
+// The scheduling of a thread that has called mach_thread_self. Those of live threads form a list.
 struct ThreadRecord {
   ThreadRecord();
   ~ThreadRecord();

@@ -361,7 +361,7 @@ uint64_t LastLookUp::Ask() {
   if (descriptor < 0 || generation != HostForkGeneration()) return 0;
   const uint64_t port = PublishedPort(descriptor);
   struct stat info;
-  // Looked at after the lock: an owner that took the name since has another file.
+  // Checked after the lock: if another owner has taken the name since, it has another file.
   return port != 0 && fstat(descriptor, &info) == 0 && info.st_nlink > 0 ? port : 0;
 }
 
