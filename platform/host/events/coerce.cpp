@@ -13,8 +13,8 @@ namespace {
 
 using Item = HostAEItem;
 
-// Each rule makes `*out`, which is a null value with no key, of `from`, which is of another type
-// and one that the rule's row names. It fails with errAECoercionFail.
+// Each rule makes `*out`, which is a null value without a key, from `from`, which has another type
+// that the rule's row names. It fails with errAECoercionFail.
 
 OSStatus Fail() { return errAECoercionFail; }
 

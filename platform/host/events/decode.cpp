@@ -169,7 +169,7 @@ void Decoder::ReadValue(HostAEItem* item, size_t size) {
   }
 }
 
-// Takes the item over also when it fails.
+// Takes the item over even if it fails.
 OSStatus Decoder::AddItem(Level& level, const HostAEItem& item) {
   const HostAttributeRow* row = level.attributes ? HostFindAttributeRow(item.key) : nullptr;
   if (row == nullptr) {

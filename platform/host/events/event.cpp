@@ -37,7 +37,8 @@ constexpr HostAttributeRow kRows[] = {
     {keyOriginalAddressAttr, typeWildCard, offsetof(Fields, originalAddress), 0, kPrinted},
 };
 
-// The bits of the rows that travel, which are all of the kind that an event has when it was set.
+// The bits of the attributes that are sent as items. An event has each of these only after it was
+// set.
 constexpr uint16_t TravellingBits() {
   uint16_t bits = 0;
   for (size_t index = 0; index < std::size(kRows); ++index) {
@@ -73,13 +74,13 @@ constexpr uint16_t BitOfKey(AEKeyword key) {
   return 0;
 }
 
-// The address of an event that has none yet.
+// Sets the address of an event that has none yet.
 void SetPortAddress(HostAEEvent* event, UInt32 port) {
   event->fields.address.Release();
   event->fields.address.SetBytes(typeMachPort, &port, sizeof port);
 }
 
-// Takes the item over also when it fails.
+// Takes the item over even if it fails.
 OSStatus SetField(HostAEEvent* event, const HostAttributeRow& row, HostAEItem* item) {
   OSStatus err = 0;
   if (row.width == 0) {
@@ -97,8 +98,8 @@ OSStatus SetField(HostAEEvent* event, const HostAttributeRow& row, HostAEItem* i
   return err;
 }
 
-// The common case of putting an attribute: what has a field, in the field's own form. False when it
-// is not that, with nothing done.
+// Handles the common case of putting an attribute: one with a field, in the field's own form.
+// Returns false and does nothing in all other cases.
 bool PutFieldBytes(AppleEvent* desc, AEKeyword key, DescType type, const void* data, Size size) {
   const HostAttributeRow* row = HostFindAttributeRow(key);
   if (row == nullptr || (row->flags & kSending) != 0 || data == nullptr || size <= 0) return false;
@@ -107,7 +108,7 @@ bool PutFieldBytes(AppleEvent* desc, AEKeyword key, DescType type, const void* d
          HostSetAttributeField(event, *row, type, data, static_cast<size_t>(size));
 }
 
-// Likewise for getting: a field that the event has, read whole as what it is.
+// Handles the common case of getting: a field that the event has, read whole and in its own type.
 bool ReadField(const AppleEvent* desc, AEKeyword key, DescType desired, DescType* type,
                void* buffer, Size maxSize, Size* actualSize) {
   const HostAttributeRow* row = HostFindAttributeRow(key);
@@ -121,7 +122,7 @@ bool ReadField(const AppleEvent* desc, AEKeyword key, DescType desired, DescType
   return true;
 }
 
-// Takes the item over also when it fails.
+// Takes the item over even if it fails.
 OSStatus SetAttribute(AppleEvent* desc, AEKeyword key, HostAEItem* item) {
   HostAEEvent* event = nullptr;
   OSStatus err = HostFindEvent(desc, &event);
@@ -141,7 +142,7 @@ OSStatus SetAttribute(AppleEvent* desc, AEKeyword key, HostAEItem* item) {
   return SetField(event, *row, item);
 }
 
-// Result  0 with a view that borrows from the event; paramErr, errAENotAEDesc, errAENotAppleEvent,
+// Returns 0 and a view that borrows from the event; paramErr, errAENotAEDesc, errAENotAppleEvent,
 //         errAEDescNotFound.
 OSStatus FindAttribute(const AppleEvent* desc, AEKeyword key, HostAEItem* view) {
   HostAEEvent* event = nullptr;

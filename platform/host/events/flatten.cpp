@@ -67,7 +67,7 @@ OSStatus WriteContent(const HostAEItem& item, HostGather& out) {
   return WriteItems(item.items, out);
 }
 
-// Most items are small values: all of one is written at once.
+// Writes a whole small value at once, because most items are small values.
 OSStatus WriteSmallValue(const HostAEItem& item, HostGather& out) {
   uint8_t* head = out.Extend(kHostItemHeadSize + item.size);
   HostStoreBig32(head + kHostKeyAt, item.key);

@@ -27,7 +27,7 @@ OSStatus FindNth(const AEDescList* list, SInt32 index, HostAEItem** item) {
   return 0;
 }
 
-// Takes the item over also when it fails.
+// Takes the item over even if it fails.
 OSStatus PutNth(AEDescList* list, SInt32 index, HostAEItem* item) {
   HostAEItems* items = nullptr;
   OSStatus err = HostFindItems(list, kHostListBit, &items);

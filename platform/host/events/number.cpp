@@ -93,7 +93,7 @@ void Normalise(Wide value, int exponent, HostNumber* out) {
   out->exponent = exponent - shift;
 }
 
-// Bytes to one number of up to 128 bits, and back.
+// Convert bytes to one number of up to 128 bits, and back.
 Wide LoadWide(const uint8_t* bytes, size_t width, bool bigEndian) {
   Wide value = {0, 0};
   for (size_t i = 0; i < width; ++i) {
@@ -169,7 +169,7 @@ void ReadFloat(const FloatFormat& format, const uint8_t* bytes, HostNumber* out)
   Normalise(fraction, (field == 0 ? 1 : field) - layout.bias - (format.precision - 1), out);
 }
 
-// The stored bits of a finite number, sign left out. False when it is too large.
+// Makes the stored bits of a finite number, without the sign. Returns false if it is too large.
 bool PackFinite(const HostNumber& number, const FloatFormat& format, Wide* bits) {
   const FloatLayout layout(format);
   *bits = {0, 0};

@@ -75,7 +75,7 @@ void SetInteger(UInt64 magnitude, bool negative, HostNumber* out) {
   out->negative = negative;
 }
 
-// The nearest integer, halves to even. False over 64 bits.
+// Rounds to the nearest integer, halves to even. Returns false over 64 bits.
 bool RoundDecimal(const Decimal& decimal, HostNumber* out) {
   const std::string& digits = decimal.digits;
   if (digits.empty() || decimal.point < 0) {

@@ -21,8 +21,9 @@ constinit thread_local Dying* tDying = nullptr;
 
 // ---- Comparing ----
 
-// Containers that were taken to be equal already, in classes. Only what is shared needs to be
-// entered: a container with one holder comes up as often as its holder does.
+// Containers that were taken to be equal already, in classes. Only containers with several
+// references need to be entered: one with a single reference comes up as often as the container
+// that it is in.
 class EqualClasses {
  public:
   // Puts the two into one class. Returns false if they were in one class already.
@@ -48,8 +49,8 @@ class EqualClasses {
   std::unordered_map<const HostContainer*, const HostContainer*> leaders;
 };
 
-// Two containers are equal when no difference is found anywhere below: that also settles those that
-// hold themselves.
+// Two containers are equal if no difference is found in anything inside them. This rule also covers
+// containers that contain themselves.
 class EqualWalk final : public HostEqualWalk {
  public:
   bool Run(const HostContainer& a, const HostContainer& b) {
@@ -218,8 +219,8 @@ bool HostContainer::Equal(const HostCFObject& other) const {
   return EqualWalk().Run(*this, static_cast<const HostContainer&>(other));
 }
 
-// The number of items, and what a few leaves add. Nothing is taken from containers inside, which
-// would go on without end in those that hold themselves.
+// Combines the number of items and the hashes of a few leaves. Leaves out inner containers, because
+// the walk through one that contains itself would not end.
 CFHashCode HostContainer::Hash() const {
   constexpr size_t kMaxHashed = 8;
   UInt64 sum = ItemCount();

@@ -29,8 +29,8 @@
 //              can wait for the first search, which never comes for many lists from files
 //   built      slots set
 // Only a search turns postponed into built, on any thread: each thread that finds no table makes
-// one, and the first to store it wins. Everything else that changes a dictionary is the caller's to
-// serialise. A search that has no memory for the table looks at the pairs one by one.
+// one, and the first to store it wins. The caller serialises everything else that changes a
+// dictionary. A search that has no memory for the table looks at the pairs one by one.
 //
 // References: Take owns those of its pair; Detach takes a pair out completely before its references
 // are released, because a foreign release callback may change this very dictionary.
@@ -59,7 +59,8 @@ struct KeyText {
   }
 };
 
-// Keys of a small dictionary, by their ends, where most differ. Equal ends are left to the search.
+// Whether the keys are few and differ in their last characters or in their length, as most keys do.
+// If not, they may still differ.
 bool AreFewAndEndApart(const HostPair* pairs, size_t count) {
   UInt64 marks[8];
   if (count > std::size(marks)) return false;
@@ -79,7 +80,7 @@ bool AreFewAndEndApart(const HostPair* pairs, size_t count) {
   return true;
 }
 
-// Sorted, as most programs write them.
+// Whether the keys are sorted, as most programs write them.
 bool AreAscending(const HostPair* pairs, size_t count) {
   constexpr size_t kAhead = 8;
   KeyText last(pairs[0].key);
@@ -93,7 +94,7 @@ bool AreAscending(const HostPair* pairs, size_t count) {
   return true;
 }
 
-// So few that a table of their hashes fits on the stack.
+// Whether the keys differ and are so few that a table of their hashes fits on the stack.
 bool AreFewAndHashApart(const HostPair* pairs, size_t count) {
   constexpr size_t kMost = 128;
   if (count > kMost) return false;
@@ -161,8 +162,8 @@ __CFDictionary* __CFDictionary::CreateTaking(const HostPair* pairs, size_t count
   return dictionary;
 }
 
-// Calls put(pair, hash) for each pair of a list that has a key. In batches: the next keys, and the
-// slots of a large index, come from memory meanwhile.
+// Calls put(pair, hash) for each pair of a list that has a key. Works in batches, so that the next
+// keys, and the slots of a large index, are fetched from memory meanwhile.
 template <class Put>
 void __CFDictionary::WithHashes(const HostPair* list, size_t size, const Slot* index,
                                 Put put) const {
@@ -226,7 +227,7 @@ void __CFDictionary::ReleasePair(const HostPair& pair) const {
 
 // ---- Finding ----
 
-// A foreign hash may be any number, an address for one: it is mixed, so that the low bits differ.
+// A foreign hash may be any number, such as an address. It is mixed, so that the low bits differ.
 UInt32 __CFDictionary::HashOf(const void* key) const {
   const auto hash = Callbacks().key.hash;
   if (hash == CFHash) {
@@ -313,7 +314,7 @@ void __CFDictionary::DropIndex() {
   slotMask = 0;
 }
 
-// Into an empty index with slotMask + 1 slots.
+// Enters all pairs into an empty index with slotMask + 1 slots.
 void __CFDictionary::EnterAll(Slot* index) const {
   WithHashes(pairs, used, index, [this, index](const HostPair& pair, UInt32 hash) {
     Enter(index, hash, static_cast<UInt32>(&pair - pairs));
@@ -360,7 +361,7 @@ void __CFDictionary::Pack() {
   EnterAll(index);
 }
 
-// Room for one more pair and its slot.
+// Makes room for one more pair and its slot.
 bool __CFDictionary::MakeRoom() {
   if (used == capacity && used - count > capacity / 4 &&
       walkers.load(std::memory_order_relaxed) == 0) {

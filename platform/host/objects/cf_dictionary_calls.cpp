@@ -33,7 +33,7 @@ HostCFDictionary* CreateFilled(const HostCFDictionary& source, size_t room, bool
   return copy.Give();
 }
 
-// Keeps pairs and dictionary while a callback has them.
+// Walk retains the dictionary, and HeldPair one pair, while a callback uses them.
 class Walk {
  public:
   explicit Walk(HostCFDictionary* walked)

@@ -43,7 +43,7 @@ Whole WholeOf(const HostCFNumber& number) {
 constexpr double kTwoTo63 = 9223372036854775808.0;
 constexpr double kTwoTo64 = 18446744073709551616.0;
 
-// `real` without its fraction; false for NaN and beyond the range.
+// Stores `real` without its fraction. Returns false for NaN and beyond the range.
 bool Truncate(double real, Whole* whole) {
   if (!(real >= -kTwoTo63 && real < kTwoTo64)) return false;
   if (real < 0) {
@@ -55,7 +55,7 @@ bool Truncate(double real, Whole* whole) {
   return true;
 }
 
-// The nearest real.
+// Returns the nearest real.
 double Round(const Whole& whole) {
   return whole.isNegative ? static_cast<double>(static_cast<SInt64>(whole.bits))
                           : static_cast<double>(whole.bits);
@@ -80,7 +80,7 @@ CFComparisonResult Order(const HostCFNumber& a, const HostCFNumber& b) {
   return Order(WholeOf(a), WholeOf(b));
 }
 
-// The nearest integer within the range of T; true when it is the very same.
+// Stores the nearest integer within the range of T. Returns true if it is equal.
 template <class T>
 bool Clamp(const Whole& whole, T* integer) {
   constexpr auto kLowest = std::numeric_limits<T>::min();

@@ -6,7 +6,7 @@
 
 #include <CoreFoundation/CFString.h>
 
-// Which allocator it is makes a difference only where bytes are handed over.
+// Allocators differ only in what they do with bytes that are handed over.
 struct __CFAllocator final : HostCFObject {
   static constexpr HostTypeID kClass = kHostTypeAllocator;
   constexpr __CFAllocator() : HostCFObject(kClass, Constant::kYes) {}

@@ -18,7 +18,7 @@ constexpr size_t kMaxUnits = INT32_MAX;  // the largest CFIndex
 
 bool IsUTF16(CFStringEncoding encoding) { return HostMaxBytesPerUnit(encoding) == 2; }
 
-// The form a text is stored in: the smaller one that holds every unit.
+// The form in which a text is stored: the smallest one that holds every unit.
 struct Form {
   bool isASCII = true;
   bool isWide = false;
@@ -64,8 +64,8 @@ ConstantTable& Constants() {
 
 }  // namespace
 
-// The object and its units, which the caller fills; the terminator is there. (Always inline: most
-// callers know the form.)
+// Allocates the object with its units, which the caller fills, and writes the terminator. (Always
+// inline: most callers know the form.)
 [[gnu::always_inline]] inline __CFString* __CFString::Allocate(bool ascii, bool wide, size_t units,
                                                                Constant constant,
                                                                HostObjectPool* pool) {

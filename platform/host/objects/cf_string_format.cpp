@@ -83,7 +83,7 @@ int HostFormatter::ReadNumber() {
   return number;
 }
 
-// A number or a star with its argument.
+// Reads a number, or a star with its argument.
 int HostFormatter::ReadField() {
   if (Peek() != '*') return ReadNumber();
   ++at;
@@ -222,7 +222,7 @@ void HostFormatter::PutText(const Conversion& conversion, HostTextView text) {
   if (conversion.IsLeft()) out.insert(out.end(), padding, ' ');
 }
 
-// Leaves one number to the C library, with the field already numeric.
+// Formats one number with the C library; width and precision are numbers already.
 template <class Value>
 void HostFormatter::PutPrinted(const Conversion& conversion, const char* modifier, Value value) {
   std::string text = "%" + conversion.flags + "*";

@@ -28,7 +28,7 @@ std::string_view WithoutEndSlashes(std::string_view path) {
   return path;
 }
 
-// All of `text` in an encoding; false when a character has no form there.
+// Encodes all of `text`. Returns false if a character has no form in the encoding.
 bool Encode(CFStringEncoding encoding, HostTextView text, std::vector<UInt8>& bytes) {
   bytes.resize(text.length * HostMaxBytesPerUnit(encoding));
   size_t used = 0;
@@ -81,8 +81,8 @@ bool __CFURL::Equal(const HostCFObject& object) const {
 
 CFHashCode __CFURL::Hash() const { return HostHashBytes(Path(), length); }
 
-// Read as UTF-8 where the string then leads back to these bytes, else as Mac Roman, which always
-// does.
+// Reads the bytes as UTF-8 if the string then gives the same bytes back, else as Mac Roman, which
+// always does.
 CFStringRef __CFURL::CopyPath() const {
   const auto* bytes = reinterpret_cast<const UInt8*>(Path());
   HostRetained<HostCFString> text(

@@ -230,7 +230,7 @@ const HostCFObject* BinaryReader::MakeInteger(const Head& head, size_t size) {
   return Fail(head.at, "this integer does not fit into 64 bits"), nullptr;
 }
 
-// Not every processor keeps the bits of a NaN that it widens: a short one is the usual one.
+// Some CPUs change the bits of a NaN when they widen it, so a short NaN is read as the usual one.
 const HostCFObject* BinaryReader::MakeReal(const Head& head, size_t size) {
   const UInt8* const content = bytes + head.content;
   double real = std::bit_cast<double>(HostLoadBig64(content));
@@ -266,8 +266,8 @@ const HostCFObject* BinaryReader::MakeUTF16(const Head& head) {
   return HostCFString::Create(HostTextView{nullptr, units.get(), head.count});
 }
 
-// A leaf with one reference and what it takes, or null: the error is in place unless there was no
-// memory.
+// Makes a leaf with one reference and stores its size in memory. Returns null after a failure; the
+// error is stored unless memory ran out.
 inline const HostCFObject* BinaryReader::MakeLeaf(const Head& head, size_t* size) {
   const size_t numberSize = size_t{1} << (head.count & 0x0F);
   *size = sizeof(HostCFNumber);
@@ -373,7 +373,7 @@ BinaryReader::Added BinaryReader::AddObject(size_t index, bool asKey, size_t ref
   return asKey && object->TypeID() != kHostTypeString ? FailKey(at) : Added::kLeaf;
 }
 
-// The items of the innermost container, until there is another one inside; or its end.
+// Adds the items of the innermost container until one of them is a container, or closes it.
 bool BinaryReader::ReadItems() {
   const size_t depth = frames.size();
   const Frame frame = frames.back();

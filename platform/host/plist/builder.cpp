@@ -19,7 +19,8 @@ constexpr size_t kSmallestWithPool = 1024;
 
 size_t StringSize(size_t count) { return sizeof(HostCFString) + count + 1; }
 
-// For what is made beside the file. A part of the 4 MiB is left for what is not counted.
+// The limit of the memory besides the file. A part of the 4 MiB is left for memory that is not
+// counted.
 size_t MemoryLimit(size_t inputSize, size_t factor) {
   const uint64_t limit = uint64_t{inputSize} * (factor - 1) + (uint64_t{3} << 20);
   return static_cast<size_t>(std::min<uint64_t>(limit, PTRDIFF_MAX));
@@ -46,7 +47,7 @@ bool AreSame(const UInt8* a, const UInt8* b, size_t count) {
   return true;
 }
 
-// Small lists may move.
+// The first capacity of the list of items; a small list may have to grow.
 size_t FirstCapacity(size_t inputSize, size_t leastItem) {
   constexpr size_t kSmall = 64 * 1024;
   return inputSize < kSmall ? kLeastValues : inputSize / leastItem + 1;

@@ -101,7 +101,7 @@ bool HasOnlyTextTypes(CFPropertyListRef list) {
   return walk.Fault() == nullptr;
 }
 
-// Stores the text of an error; null without memory for it. `error` may be null.
+// Stores the text of an error, or null without memory for it. `error` may be null.
 void Report(const HostPropertyListError& why, CFStringRef* error) {
   if (error == nullptr) return;
   HostGuard([&] {
@@ -112,8 +112,8 @@ void Report(const HostPropertyListError& why, CFStringRef* error) {
   });
 }
 
-// `length` bytes, or all there are for 0. False with `*error` when the stream refuses, ends early
-// or has too many.
+// Reads `length` bytes, or all there are if it is 0. Returns false with `*error` if the stream
+// refuses, ends early or has too many.
 bool ReadAll(CFReadStreamRef stream, CFIndex length, HostStreamRest& rest,
              HostPropertyListError* error) {
   const auto wanted = static_cast<size_t>(std::max<CFIndex>(length, 0));

@@ -22,7 +22,8 @@ size_t SequenceSize(const UInt8* at, size_t count) {
 
 constexpr UInt32 kNoScalar = 0xFFFFFFFF;
 
-// Reads a character at `*at` of `count` bytes in UTF-16; kNoScalar when it is cut or half a pair.
+// Reads a character at `*at` of `count` bytes in UTF-16. Returns kNoScalar if it is cut or half of
+// a pair.
 UInt32 TakeUTF16(const UInt8* bytes, size_t count, bool isBig, size_t* at) {
   const auto unit = [&](size_t i) -> UInt32 {
     return isBig ? UInt32{bytes[i]} << 8 | bytes[i + 1] : UInt32{bytes[i + 1]} << 8 | bytes[i];

@@ -94,7 +94,7 @@ bool TextReader::Skip() {
 
 // Strings.
 
-// Short ones tend to come again, and are shared.
+// Short texts often occur again, so they are shared.
 bool TextReader::AddASCII(const UInt8* text, size_t count, bool asKey) {
   constexpr size_t kShort = 16;
   const bool added =
@@ -222,7 +222,7 @@ bool TextReader::ReadData() {
 
 // Values.
 
-// A leaf with what separates it from the next one, or the beginning of a container.
+// Reads a leaf and the separator after it, or the beginning of a container.
 bool TextReader::ReadValue() {
   if (at == end) return FailAtEnd();
   if (*at == '{' || *at == '(') {
@@ -255,7 +255,7 @@ bool TextReader::Close() {
   return (builder.Close() || FailBuilding(at)) && FinishItem();
 }
 
-// In a dictionary where a key is due: the key with its = or ;, or the end.
+// Reads a key of a dictionary with the = or ; after it, or the end of the dictionary.
 bool TextReader::ReadKey() {
   if (*at == '}' && !(isBareDictionary && builder.Depth() == 1)) return Close();
   if (!ReadText(true) || !Skip()) return false;
@@ -266,7 +266,7 @@ bool TextReader::ReadKey() {
   return true;
 }
 
-// All that is inside the containers that are open.
+// Reads the items of the open containers until all of these are closed.
 bool TextReader::ReadItems() {
   while (builder.IsInside()) {
     if (!Skip()) return false;

@@ -22,7 +22,7 @@
 // 64-bit words first (KeyOrder), because the strings are scattered in memory and most keys
 // differ early.
 //
-// Most of the time goes into waiting for memory. The prefetches ask for what the next steps need.
+// Most of the time is spent waiting for memory, so objects that the next steps need are prefetched.
 
 namespace {
 
@@ -48,7 +48,7 @@ const HostCFString* KeyOf(const HostPair& pair) {
   }
 }
 
-// Two texts whose first `from` units are the same.
+// Compares two texts whose first `from` units are the same.
 int Compare(HostTextView a, HostTextView b, size_t from) {
   const size_t common = std::min(a.length, b.length);
   if (a.narrow != nullptr && b.narrow != nullptr) {
@@ -71,7 +71,7 @@ size_t CommonUnits(HostTextView a, HostTextView b, size_t count, size_t limit) {
   return count;
 }
 
-// The units from `from` on as one number, as many as it holds.
+// Returns the units from `from` on, as many as fit, as one number.
 UInt64 PrefixOf(HostTextView text, size_t from, bool anyWide) {
   const size_t left = text.length - std::min(from, text.length);
   if (!anyWide && text.length >= sizeof(UInt64)) {
@@ -261,7 +261,7 @@ bool HostPlistWalk::Fail(const char* why) {
   return false;
 }
 
-// Into `sorted`, after those that are there.
+// Appends the dictionary's pairs to `sorted` and sorts them.
 bool HostPlistWalk::Sort(const HostCFDictionary& dictionary) {
   const size_t first = sorted.size();
   sorted.resize(first + dictionary.Count());

@@ -72,8 +72,8 @@ bool HasSpecial(uint64_t word) {
           HostZeroBytes((word | kHostOnes * 2) ^ kHostOnes * '>')) != 0;
 }
 
-// The beginning of a line: eight tabs at once, as few lists are nested deeper. There is room for
-// kHostPlistDepth and some more.
+// Writes the tabs at the beginning of a line, eight at once, because few lists are nested deeper.
+// There is room for kHostPlistDepth and some more.
 UInt8* CopyTabs(UInt8* at, size_t count) {
   for (size_t done = 0; done < count; done += 8) std::memcpy(at + done, "\t\t\t\t\t\t\t\t", 8);
   return at + count;
@@ -101,7 +101,7 @@ UInt8* XMLWriter::PutScalar(UInt32 scalar, UInt8* at) {
   }
 }
 
-// One after the other; null when XML cannot carry them.
+// Writes the characters one after the other. Returns null if XML cannot carry one.
 UInt8* XMLWriter::PutEach(const UInt8* units, size_t count, UInt8* at) {
   for (size_t i = 0; i < count; ++i) {
     if (units[i] == 0) return Fail("a text has a NUL character, which XML cannot carry"), nullptr;
@@ -163,7 +163,7 @@ void XMLWriter::PutTag(size_t level, const char (&tag)[N]) {
   out.Advance(static_cast<size_t>(Copy(CopyTabs(start, level), tag) - start));
 }
 
-// A line with a text between two tags.
+// Writes a line with a text between two tags.
 template <size_t N, size_t M>
 bool XMLWriter::PutTextLine(size_t level, const char (&open)[N], HostTextView text,
                             const char (&close)[M]) {
