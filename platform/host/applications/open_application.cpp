@@ -320,8 +320,8 @@ class ProgramLog {
     Note("process " + std::to_string(info.pid) + " ended: " + how + ", " +
          std::to_string(milliseconds) + " ms after its start");
     syslog(LOG_WARNING, "%s ended with %s, %lld ms after its start and before it had a port%s%s",
-           info.program.c_str(), how.c_str(), milliseconds, info.log.empty() ? "" : "; it says in ",
-           info.log.c_str());
+           info.program.c_str(), how.c_str(), milliseconds,
+           info.log.empty() ? "" : "; its output is in ", info.log.c_str());
   }
 
  private:
