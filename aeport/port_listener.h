@@ -9,9 +9,9 @@
 #include "aeport/port_name.h"
 
 // Handles one event. Gets its class and id, the request, the reply to fill (the null descriptor if
-// the sender wants none) and the listener's refcon. Both descriptors are valid until the callback
-// returns; duplicate one to keep it longer. The sender's send returns a result other than 0. The
-// callback may delete the listener.
+// the sender does not want a reply) and the listener's refcon. Both descriptors are valid until the
+// callback returns; duplicate one to keep it longer. If the callback returns a number other than 0,
+// the sender's call returns it, too. The callback may delete the listener.
 using VLTAEDispatchCallback = OSStatus (*)(UInt32 eventClass, UInt32 eventID, const AEDesc* event,
                                            AEDesc* reply, void* refcon);
 
@@ -46,9 +46,8 @@ class VLTPortAEMachPortListener {
   //         errors of the kernel and the bootstrap server, for example BOOTSTRAP_NAME_IN_USE if
   //         another process claimed the name first. After a failure call Deallocate, or try again.
   //
-  // Meant, although it surprises: a listener that was deallocated and listens again under a name
-  // that another listener of this process owns by now takes the name over, because both see one
-  // right.
+  // Meant: if a deallocated listener listens again under a name that another listener of this
+  // process owns by then, it takes the name over, because both use the same right.
   virtual OSStatus ListenOnPort(const char* name, CFRunLoopRef loop, VLTAEDispatchCallback callback,
                                 void* refcon);
 
@@ -63,7 +62,7 @@ class VLTPortAEMachPortListener {
   // return it. May be repeated.
   OSStatus Deallocate(OSStatus err);
 
-  // Stores the bootstrap server's port, which is requested from the kernel only once in a process.
+  // Stores the bootstrap server's port, which a process gets from the kernel only once.
   static OSStatus GetBootstrapPort(mach_port_t& port);
 
   // Stores the port that is registered under `name` and returns 0. Otherwise stores MACH_PORT_NULL

@@ -94,7 +94,7 @@ OSStatus DMGetDeviceMonitorSignature(OSType& signature);
 OSStatus DMSetDeviceMonitorExecutable(FSSpec* spec);
 // Starts the daemon if it does not run and may be started; see VLTLaunch::findAndLaunch.
 OSStatus DMVerifyDaemonRunning();
-// Only looks; see VLTLaunch::find.
+// Looks the daemon up and never starts it; see VLTLaunch::find.
 OSStatus DMCheckDaemonRunning();
 
 // Sends the quit event without waiting for a reply. Never starts the daemon; returns 0 if it does

@@ -11,7 +11,7 @@ constexpr SInt32 kMonitorTimeoutTicks = 30000;
 // Returns 0 if the server does not run. Other failures on the client's side are logged under
 // `failureName`.
 //
-// lookUpTells  Whether a bootstrap code means, too, that the server does not run. For a client that
-//              does not look for its server before it creates an event.
+// lookUpTells  Whether a bootstrap code also means that the server does not run. True for a client
+//              that does not look its server up before it creates an event.
 // Result       0, or the error of creating or sending the event.
 OSStatus SendQuitRequest(VLTAEClientSupport& client, bool lookUpTells, const char* failureName);

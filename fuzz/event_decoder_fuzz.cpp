@@ -9,8 +9,8 @@
 #include "platform/host/events/codec.h"
 #include "platform/host/events/storage.h"
 
-// Decodes, prints, flattens and decodes again: an event that was accepted once must stay the same
-// from then on, and no storage may leak.
+// Decodes, prints, flattens and decodes again. An event that was accepted once must stay the same
+// from then on, and nothing may leak.
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <iterator>
 #include <vector>
 
-// Runs a fuzz target once over each seed of the folders named by the arguments: the same inputs in
-// a build without libFuzzer. Fails if a folder has no seeds, because then nothing would be tested.
+// Runs a fuzz target, in a build without libFuzzer, with each seed of the folders that the
+// arguments name. Fails if a folder has no seeds, because then nothing would be tried.
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 

@@ -45,8 +45,8 @@ class VLTDictionary : public VLTDictionaryBase {
  private:
   struct Taking;
 
-  // There was no memory for the dictionary: setting and loading then fail, where one that was
-  // destroyed takes everything and keeps nothing.
+  // Returns true if there was no memory for the dictionary, so that setting and loading fail. After
+  // destroyContents it returns false, and they do nothing.
   bool IsLost() const { return dictionary == nullptr && !isDestroyed; }
 
   CFMutableDictionaryRef dictionary;  // null after destroyContents, and without memory

@@ -24,7 +24,7 @@ OSStatus VLTDictionaryBase::remove(StackCFString key) {
   return key.IsLost() ? OSStatus{memFullErr} : _remove(key);
 }
 
-// `isLost`: there is a value, but no memory for it.
+// `isLost` is true if there was no memory to make the value.
 OSStatus VLTDictionaryBase::Set(StackCFString& key, CFTypeRef value, bool isLost) {
   return key.IsLost() || isLost ? OSStatus{memFullErr} : _set(key, value);
 }
@@ -151,7 +151,7 @@ OSStatus VLTDictionaryBase::getNumberValue(StackCFString key, CFNumberType type,
   CFNumberRef number = nullptr;
   OSStatus err = GetReference(key, CFNumberGetTypeID(), number);
   const auto size = static_cast<UInt32>(CFNumberGetByteSize(number));
-  // Meant: the stored width counts, and a buffer that is larger is refused.
+  // Meant: a buffer that is larger than the stored number is refused, because callers rely on it.
   if (err == 0 && size < bufferSize) err = paramErr;
   if (err != 0) return err;
   CFNumberGetValue(number, type, buffer);
@@ -172,7 +172,7 @@ OSStatus VLTDictionaryBase::getCString(StackCFString key, char* buffer, UInt32 s
     length = static_cast<UInt32>(CFStringGetLength(string));
     return 0;
   }
-  // A text that does not fit is a terminated prefix.
+  // Of a text that does not fit, the buffer gets the beginning and a NUL.
   const auto room = static_cast<CFIndex>(std::min<UInt32>(size, INT32_MAX));
   CFStringGetCString(string, buffer, room, kCFStringEncodingMacRoman);
   length = static_cast<UInt32>(std::strlen(buffer));
@@ -201,7 +201,8 @@ OSStatus VLTDictionaryBase::getData(StackCFString key, char* buffer, UInt32 size
     length = static_cast<UInt32>(whole);
     return 0;
   }
-  // Meant: compared as signed numbers, so of a huge `size` nothing is copied.
+  // Meant: `size` counts as a signed number, so a huge one copies nothing, because callers rely on
+  // it.
   const SInt32 count = std::min(static_cast<SInt32>(size), whole);
   if (count > 0) std::memcpy(buffer, CFDataGetBytePtr(data), static_cast<size_t>(count));
   length = static_cast<UInt32>(count);
@@ -215,7 +216,7 @@ OSStatus VLTDictionaryBase::getDataAlloc(StackCFString key, char*& buffer, Alloc
   const auto data = static_cast<CFDataRef>(value);
   const CFIndex length = CFDataGetLength(data);
   char* const block = (alloc != nullptr ? alloc : PtrAllocator)(length);
-  // Meant: another code than that of getCStringAlloc, because callers rely on it.
+  // Meant: the status differs from that of getCStringAlloc, because callers rely on it.
   if (block == nullptr) return mFulErr;
   if (length > 0) std::memcpy(block, CFDataGetBytePtr(data), static_cast<size_t>(length));
   buffer = block;

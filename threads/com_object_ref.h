@@ -51,11 +51,11 @@ class VLTCOMObjectRef {
   // that comes with a negative result is not released.
   SInt32 SetToQueryInterfaceResult(SInt32 result, void* interface, CFUUIDBytes iid, UInt32 flags);
 
-  // Meant, although it is unsafe, because callers rely on the counts: adds a reference to the
-  // other's object and copies the other's flags without bit 1, but keeps this object's own pointer,
-  // and releases that one unless the other's flags have bit 1. Afterwards this object may point to
-  // a destroyed object, and the other's object has a reference too many. Prefer
-  // SetObjectPtr(other.NewRef(), 1).
+  // Unsafe; prefer SetObjectPtr(other.NewRef(), 1). Adds a reference to the other's held object and
+  // copies the other's flags without bit 1. Keeps this object's own pointer, and releases that one
+  // unless the other's flags have bit 1. Afterwards this pointer may lead to a destroyed object,
+  // and the other's object has a reference too many. Meant: it stays so, because callers rely on
+  // the counts.
   void CopyFrom(const VLTCOMObjectRef& other);
 
   // Adds `delta` references to the held object or, if negative, releases as many. Returns the count

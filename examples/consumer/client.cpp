@@ -22,8 +22,8 @@ constexpr VLTLaunchSpec kGreeter = {
     .prefsDomain = nullptr,          // where administrators may change these values
     .prefsKey = nullptr,             // the dictionary in that domain
     .reserved = 0,
-    .launchBySignature = false,  // search the bundle by its signature
-    .launchByBundleID = true,    // search the bundle by its identifier
+    .launchBySignature = false,  // search for the bundle by its signature
+    .launchByBundleID = true,    // search for the bundle by its identifier
     .findBySignature = false,    // find the running server in the process list
     .findByPortName = true,      // find the running server by its port
 };

@@ -59,7 +59,7 @@ void PutTwoDigits(char* out, int value) {
 // Writes whole numbers and those with halves, quarters or eighths, whose digits are few and exact;
 // most settings are such numbers. Returns null for all others.
 char* PutFewDigits(double value, char* out) {
-  constexpr double kLimit = 1e13;  // with three more digits that is 17 at most
+  constexpr double kLimit = 1e13;  // with three decimals, at most 17 digits
   if (value == 0 || !(std::fabs(value) < kLimit)) return nullptr;  // -0 has its sign
   const auto eighths = static_cast<SInt64>(value * 8);
   if (static_cast<double>(eighths) != value * 8) return nullptr;

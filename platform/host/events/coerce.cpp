@@ -13,8 +13,9 @@ namespace {
 
 using Item = HostAEItem;
 
-// Each rule makes `*out`, which is a null value without a key, from `from`, which has another type
-// that the rule's row names. It fails with errAECoercionFail.
+// Each rule converts `from` into `*out`, which is a null value without a key. The type of `from` is
+// one that the rule's row names and differs from the wanted one. A rule that fails returns
+// errAECoercionFail.
 
 OSStatus Fail() { return errAECoercionFail; }
 
@@ -186,9 +187,9 @@ constexpr Types Codes =
 constexpr Types CodesWithText = OneOf<typeType, typeEnumerated>;
 constexpr Types Constants = OneOf<typeTrue, typeFalse>;
 
-// The first row that fits decides; if none does, the coercion fails. A remark gives the case in
-// which the row's function fails. Every scalar must have the size of its type. A list of one item
-// counts as that item.
+// The first row that fits decides; if none does, the coercion fails. The comment after a row names
+// the case in which the row's function fails. Every scalar must have the size of its type. A list
+// of one item counts as that item.
 struct Row {
   Types from;
   Types to;
@@ -198,7 +199,7 @@ constexpr Row kRows[] = {
     {OneOf<typeNull>, OneOf<typeAEList>, NullToList},
     {Anything, OneOf<typeAEList>, AnyToList},  // nested too deep
     {Numbers, Numbers, NumberToNumber},        // does not fit after rounding
-    {Texts, Numbers, TextToNumber},            // no decimal number, or does not fit
+    {Texts, Numbers, TextToNumber},            // not a decimal number, or does not fit
     {Numbers, Texts, NumberToText},            // not finite
     {Texts, Texts, HostTextToText},            // not well formed, or not encodable
     {Constants, OneOf<typeBoolean>, ConstantToBoolean},
@@ -220,7 +221,8 @@ constexpr Row kRows[] = {
 OSStatus ApplyTable(const Item& from, DescType toType, Item* out) {
   for (const Row& row : kRows) {
     if (!row.from(from.type) || !row.to(toType)) continue;
-    // A record may bear a type code that is otherwise unknown; a value that does has no rule.
+    // A record may have a type code that is otherwise unknown. A value with such a code has no
+    // rule.
     if (row.rule == Retag && from.form != HostAEForm::kRecord) continue;
     return row.rule(from, toType, out);
   }

@@ -37,8 +37,7 @@ constexpr HostAttributeRow kRows[] = {
     {keyOriginalAddressAttr, typeWildCard, offsetof(Fields, originalAddress), 0, kPrinted},
 };
 
-// The bits of the attributes that are sent as items. An event has each of these only after it was
-// set.
+// The bits of the rows with kTravels. An event has such an attribute only if it was set.
 constexpr uint16_t TravellingBits() {
   uint16_t bits = 0;
   for (size_t index = 0; index < std::size(kRows); ++index) {
@@ -74,13 +73,13 @@ constexpr uint16_t BitOfKey(AEKeyword key) {
   return 0;
 }
 
-// Sets the address of an event that has none yet.
+// Makes a port the event's address.
 void SetPortAddress(HostAEEvent* event, UInt32 port) {
   event->fields.address.Release();
   event->fields.address.SetBytes(typeMachPort, &port, sizeof port);
 }
 
-// Takes the item over even if it fails.
+// Takes the item over, even if it fails.
 OSStatus SetField(HostAEEvent* event, const HostAttributeRow& row, HostAEItem* item) {
   OSStatus err = 0;
   if (row.width == 0) {
@@ -98,8 +97,8 @@ OSStatus SetField(HostAEEvent* event, const HostAttributeRow& row, HostAEItem* i
   return err;
 }
 
-// Handles the common case of putting an attribute: one with a field, in the field's own form.
-// Returns false and does nothing in all other cases.
+// Puts an attribute in the common case: it has a field, and its type and size are those of the
+// field. Returns false, and changes nothing, in any other case.
 bool PutFieldBytes(AppleEvent* desc, AEKeyword key, DescType type, const void* data, Size size) {
   const HostAttributeRow* row = HostFindAttributeRow(key);
   if (row == nullptr || (row->flags & kSending) != 0 || data == nullptr || size <= 0) return false;
@@ -108,7 +107,8 @@ bool PutFieldBytes(AppleEvent* desc, AEKeyword key, DescType type, const void* d
          HostSetAttributeField(event, *row, type, data, static_cast<size_t>(size));
 }
 
-// Handles the common case of getting: a field that the event has, read whole and in its own type.
+// Reads an attribute in the common case: it has a field, which is read whole and without
+// conversion. Returns false, and stores nothing, in any other case.
 bool ReadField(const AppleEvent* desc, AEKeyword key, DescType desired, DescType* type,
                void* buffer, Size maxSize, Size* actualSize) {
   const HostAttributeRow* row = HostFindAttributeRow(key);
@@ -122,7 +122,7 @@ bool ReadField(const AppleEvent* desc, AEKeyword key, DescType desired, DescType
   return true;
 }
 
-// Takes the item over even if it fails.
+// Takes the item over, even if it fails.
 OSStatus SetAttribute(AppleEvent* desc, AEKeyword key, HostAEItem* item) {
   HostAEEvent* event = nullptr;
   OSStatus err = HostFindEvent(desc, &event);
@@ -142,8 +142,8 @@ OSStatus SetAttribute(AppleEvent* desc, AEKeyword key, HostAEItem* item) {
   return SetField(event, *row, item);
 }
 
-// Returns 0 and a view that borrows from the event; paramErr, errAENotAEDesc, errAENotAppleEvent,
-//         errAEDescNotFound.
+// Returns 0, and stores a view that borrows from the event; otherwise returns paramErr,
+// errAENotAEDesc, errAENotAppleEvent or errAEDescNotFound.
 OSStatus FindAttribute(const AppleEvent* desc, AEKeyword key, HostAEItem* view) {
   HostAEEvent* event = nullptr;
   const OSStatus err = HostFindEvent(desc, &event);
@@ -231,18 +231,18 @@ void HostSetInteraction(HostAEEvent* event, SInt32 level) {
   event->fields.present |= BitOfKey(keyInteractLevelAttr);
 }
 
-OSStatus HostMakeReply(const HostAEEvent& request, UInt32 replyPort, AppleEvent* reply) {
+OSStatus HostMakeAnswer(const HostAEEvent& request, UInt32 replyPort, AppleEvent* answer) {
   const OSStatus err =
       AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, request.fields.returnID,
-                         request.fields.transactionID, reply);
+                         request.fields.transactionID, answer);
   if (err != 0) return err;
   HostAEEvent* made = nullptr;
-  const OSStatus found = HostFindEvent(reply, &made);
+  const OSStatus found = HostFindEvent(answer, &made);
   assert(found == 0);  // made a moment ago
   (void)found;
   if (replyPort != 0) SetPortAddress(made, replyPort);
   if (made->parameters.ReserveForErrorNumber()) return 0;
-  AEDisposeDesc(reply);
+  AEDisposeDesc(answer);
   return memFullErr;
 }
 

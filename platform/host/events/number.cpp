@@ -43,7 +43,7 @@ const Format* FindFormat(const Format (&formats)[count], DescType type) {
   return nullptr;
 }
 
-// A magnitude of 128 bits. Shift counts are 0 and up.
+// A magnitude of 128 bits. Shift counts are not negative.
 struct Wide {
   uint64_t high;
   uint64_t low;
@@ -73,7 +73,7 @@ Wide Increment(Wide value) {
   return {value.high + (value.low == 0), value.low};
 }
 
-// value / 2^count, to the nearest, halves to even.
+// Returns value / 2^count, rounded to the nearest number, halves to the even one.
 Wide RoundingShiftRight(Wide value, int count) {
   if (count == 0) return value;
   if (count > 128) return {0, 0};
@@ -93,7 +93,7 @@ void Normalise(Wide value, int exponent, HostNumber* out) {
   out->exponent = exponent - shift;
 }
 
-// Convert bytes to one number of up to 128 bits, and back.
+// These convert bytes to a number of up to 128 bits, and back.
 Wide LoadWide(const uint8_t* bytes, size_t width, bool bigEndian) {
   Wide value = {0, 0};
   for (size_t i = 0; i < width; ++i) {
@@ -169,7 +169,7 @@ void ReadFloat(const FloatFormat& format, const uint8_t* bytes, HostNumber* out)
   Normalise(fraction, (field == 0 ? 1 : field) - layout.bias - (format.precision - 1), out);
 }
 
-// Makes the stored bits of a finite number, without the sign. Returns false if it is too large.
+// Stores the bits of a finite number, without its sign. Returns false if it is too large.
 bool PackFinite(const HostNumber& number, const FloatFormat& format, Wide* bits) {
   const FloatLayout layout(format);
   *bits = {0, 0};

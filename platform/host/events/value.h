@@ -19,14 +19,14 @@
 struct HostAEEvent;
 struct HostAEItem;
 
-// The numbers are also those on the wire.
+// A frame contains the same numbers.
 enum class HostAEForm : uint8_t { kValue = 0, kList = 1, kRecord = 2, kEvent = 3 };
 
 // Returns whether an item of this form may have this type code. A record may have any code that
 // does not mean a value.
 bool HostFormFits(HostAEForm form, DescType type);
 
-// Copies at most 16 bytes, without a call; the runs do not overlap.
+// Copies at most 16 bytes, without a call. The runs must not overlap.
 inline void HostCopyShort(void* to, const void* from, size_t count) {
   auto* target = static_cast<uint8_t*>(to);
   auto* source = static_cast<const uint8_t*>(from);
@@ -62,7 +62,7 @@ struct HostAEItems {
   // Returns false without memory. Otherwise a reply's error number can be appended without memory,
   // whatever is appended before. A reply without it would be taken for success.
   bool ReserveForErrorNumber();
-  // Takes `item` over. Returns false without memory, and does not take it over then.
+  // Takes `item` over. Without memory, returns false and does not take it over.
   bool Append(const HostAEItem& item);
   // Takes `item` over and releases what was there.
   void Replace(uint32_t index, const HostAEItem& item);
@@ -75,7 +75,7 @@ struct HostAEItems {
 
   // Levels of nesting, this array being the first: 1 when it holds values only.
   int Height() const { return 1 + (block == nullptr ? 0 : block->tallestItem); }
-  // A child has grown after it was appended.
+  // To be called when an item has grown after it was appended.
   void NoteHeight(int itemHeight);
 
  private:
@@ -106,8 +106,9 @@ struct HostAEItem {
     uint8_t inlineBytes[kInlineSize];  // values up to this size
     struct {
       const uint8_t* bytes;
-      // Null: the root event's frame, or the caller's memory, keeps the bytes. Set only where the
-      // run is at least half of the buffer, since every copy keeps the whole.
+      // The buffer with the bytes; null if they are in the root event's frame or in the caller's
+      // memory. Set only if the run is at least half of the buffer, because each copy of the item
+      // keeps the whole buffer.
       HostFrameBuffer* owner;
     } run;              // longer values
     HostAEItems items;  // lists, records
@@ -133,7 +134,7 @@ struct HostAEItem {
     SetBorrowed(newType, bytes, count);
     return 0;
   }
-  // Short bytes are copied, longer ones pointed at; they must outlive the item. Never released.
+  // Copies short bytes. Refers to longer ones, which must outlive the item and are never released.
   void SetBorrowed(DescType newType, const void* bytes, size_t count) {
     type = newType;
     size = static_cast<uint32_t>(count);
@@ -148,7 +149,8 @@ struct HostAEItem {
     SetEmpty(typeAppleEvent, HostAEForm::kEvent);
     event = taken;
   }
-  // A deep copy that borrows nothing. Large runs are shared. On failure a null value.
+  // Makes this item a deep copy that borrows nothing; large runs are shared. After a failure it is
+  // a null value.
   OSStatus CopyFrom(const HostAEItem& source);
 
   void Release() {  // leaves a null value
@@ -195,7 +197,7 @@ struct HostAEEventFields {
   SInt16 returnID;
   SInt16 source;
   UInt8 replyRequested;
-  bool ownsReturnID;  // made here, not to be made again while this event exists
+  bool ownsReturnID;  // generated here; not generated again while this event exists
   UInt16 present;     // bit n: row n of the table has been set
   HostAEItem address;
   HostAEItem originalAddress;
@@ -205,14 +207,14 @@ struct HostAEEvent {
   HostAEEventFields fields;
   HostAEItems attributes;  // those without a field
   HostAEItems parameters;
-  HostFrameRef frame;  // what borrowed runs of this tree point into
+  HostFrameRef frame;  // the memory into which borrowed runs of this tree point
   HostAEEvent* next;   // while unused
 
   int Height() const;
 };
 
-// A deep copy that borrows nothing, with the same return id, which it does not own. Returns 0, or
-// memFullErr with `*out` null.
+// Makes a deep copy that borrows nothing. It has the same return id, which it does not own. Returns
+// 0, or memFullErr with `*out` null.
 OSStatus HostCopyEvent(const HostAEEvent& source, HostAEEvent** out);
 
 inline HostAEItem* HostAEItems::begin() const {

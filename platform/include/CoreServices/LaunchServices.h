@@ -14,12 +14,12 @@ enum : OSType { kLSUnknownCreator = 0 };
 extern "C" {
 
 // Finds the application that has the bundle identifier, else the creator signature, else the file
-// name (with its extension). A criterion of 0 or null is not given; letter case does not count in
-// texts. If several applications match, the one with the highest version is chosen, then the one in
-// the folder that is searched first, then the first by path.
+// name (with its extension). A criterion that is 0 or null is not used. Letter case does not count
+// in texts. If there are several matches, the highest version decides, then the folder that is
+// searched first, then the path.
 //
-// outRef, outURL  either may be null; the caller releases the URL. Unchanged on failure
-// Result          0; kLSApplicationNotFoundErr; paramErr if no criterion is given
+// outRef, outURL  either may be null; the URL is the caller's to release. Unchanged on failure
+// Result          0; kLSApplicationNotFoundErr; paramErr when no criterion is given
 OSStatus LSFindApplicationForInfo(OSType creator, CFStringRef bundleID, CFStringRef name,
                                   FSRef* outRef, CFURLRef* outURL);
 
@@ -27,9 +27,10 @@ OSStatus LSFindApplicationForInfo(OSType creator, CFStringRef bundleID, CFString
 // claimed its first port, entered its event loop or ended, but after two seconds at the latest. A
 // program that ends soon is not an error. An application that runs already is left as it is.
 //
-// The program inherits the caller's environment and nothing else. It has the file descriptors 0 to
-// 2, on /dev/null, a POSIX session of its own, and no blocked or ignored signal. It is not a child
-// of the caller, which gets no SIGCHLD and has nothing to wait for.
+// The program inherits the caller's environment and nothing else. Its file descriptor 0 is on
+// /dev/null, and 1 and 2 are on its log. It has a POSIX session of its own and no blocked or
+// ignored signal. It is not a child of the caller, which gets no SIGCHLD and has nothing to wait
+// for, unless the caller is its nearest subreaper.
 //
 // outLaunched  null, or receives the application
 // Result       0; kLSLaunchInProgressErr if another process opens the same application (this call
