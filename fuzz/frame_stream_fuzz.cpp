@@ -12,9 +12,9 @@
 #include "platform/host/events/storage.h"
 #include "platform/host/wire/frame_stream.h"
 
-// Feeds the frame reader with arbitrary bytes. The first byte of the input is the size of the
-// portions, the rest is the stream. It goes through a socket into the reader, and each frame's body
-// into the decoder. A frame must not reach beyond the bytes that were sent, and no memory may leak.
+// Receives a stream in portions. The first byte of the input selects the portions; the rest is the
+// stream. It goes through a socket into the reader, and each frame's body into the decoder. No
+// frame may reach beyond the bytes that were sent, and nothing may leak.
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include "platform/host/plist/xml_read.h"
 #include "platform/host/plist/xml_write.h"
 
-// The common part of the fuzz targets of the property-list readers: a list that was accepted once
-// is written in both forms and read again, and must stay the same from then on.
+// The check that the fuzz targets of the property-list readers share: a list that was accepted once
+// must survive both written forms and stay the same from then on.
 
 inline void RequireThat(bool condition) {
   if (!condition) abort();
@@ -32,7 +32,7 @@ class FuzzSink final : public HostPlistSink {
 using FuzzReader = CFPropertyListRef (*)(const UInt8*, size_t, const HostPlistRequest&,
                                          HostPropertyListError*);
 
-// The list is compared as it is written in the same form: XML has no parts of seconds.
+// Compares the lists in one written form, because XML has no fractions of seconds.
 inline void CheckAgain(const FuzzSink& written, FuzzReader read,
                        bool (*write)(CFPropertyListRef, HostPlistSink&, HostPropertyListError*)) {
   HostPropertyListError error;
@@ -42,8 +42,8 @@ inline void CheckAgain(const FuzzSink& written, FuzzReader read,
   CFRelease(again);
 }
 
-// Reads with `read`, writes, reads again. Returns true if the bytes were accepted. Requires that a
-// refusal has a reason and an offset inside of them.
+// Reads with `read`, writes, and reads again. Returns true if the bytes were accepted. A refusal
+// has to give a reason and an offset within the bytes.
 inline bool CheckList(const uint8_t* data, size_t size, FuzzReader read) {
   HostPropertyListError error;
   CFPropertyListRef list =
@@ -52,7 +52,7 @@ inline bool CheckList(const uint8_t* data, size_t size, FuzzReader read) {
     RequireThat(!error.text.empty() && error.offset <= size + size / 2);
     return false;
   }
-  // The other forms may have text that XML cannot carry.
+  // The other forms can contain text that XML cannot.
   FuzzSink xml;
   const bool asXML = HostWritePlistXML(list, xml, &error);
   RequireThat(asXML || read != HostReadPlistXML);

@@ -13,7 +13,7 @@ void ReleaseIfAny(CFTypeRef object) {
   if (object != nullptr) CFRelease(object);
 }
 
-// The three ways to name a file, for loading and for saving: each passes the address to `use`.
+// The three ways to name a file, for loading and for saving. Each passes the file's URL to `use`.
 
 template <class Use>
 OSStatus WithPath(const char* path, Use use) {
@@ -45,7 +45,8 @@ OSStatus WithSpec(const FSSpec* file, Use use) {
   return err == 0 ? use(&ref) : err;
 }
 
-// Opens `stream` (may be null), writes, closes. fnfErr when one of them fails.
+// Opens `stream`, writes the list and closes the stream. Returns fnfErr if one of these fails or if
+// `stream` is null.
 OSStatus WriteList(CFWriteStreamRef stream, CFDictionaryRef list, CFPropertyListFormat format) {
   if (stream == nullptr || !CFWriteStreamOpen(stream)) return fnfErr;
   CFStringRef problem = nullptr;
@@ -68,7 +69,8 @@ OSStatus WriteFile(CFURLRef file, CFDictionaryRef list, CFPropertyListFormat for
   return err;
 }
 
-// Stores what a memory stream took as a string, if it is UTF-8 text; else null, with result 0.
+// Stores the bytes that a memory stream has received as a string, or null if they are not UTF-8
+// text. Returns 0 in both cases, or memFullErr.
 OSStatus CopyWrittenText(CFWriteStreamRef stream, CFPropertyListFormat format, CFStringRef* text) {
   const CFTypeRef written = CFWriteStreamCopyProperty(stream, kCFStreamPropertyDataWritten);
   // Null is a lack of memory, not an empty list.
@@ -80,7 +82,7 @@ OSStatus CopyWrittenText(CFWriteStreamRef stream, CFPropertyListFormat format, C
   return *text == nullptr && format == kCFPropertyListXMLFormat_v1_0 ? memFullErr : 0;
 }
 
-// The text as UTF-8 in new memory. Nothing is stored for an empty text.
+// Stores the text as UTF-8 in new memory. Stores nothing if the text is empty.
 OSStatus StoreText(CFStringRef text, char** buffer, UInt32* length) {
   const CFIndex units = CFStringGetLength(text);
   const CFIndex size = CFStringGetMaximumSizeForEncoding(units, kCFStringEncodingUTF8);
@@ -114,7 +116,7 @@ OSStatus WriteMemory(char** buffer, UInt32* length, CFDictionaryRef list,
 
 OSStatus VLTDictionaryBase::TakeList(CFPropertyListRef list, bool merge) {
   if (list == nullptr) return fnfErr;
-  // Meant: also a list that is not a dictionary is taken, and adds nothing, because callers rely on
+  // Meant: a list that is not a dictionary is accepted and adds nothing, because callers rely on
   // it.
   const OSStatus err = _takeContents(static_cast<CFDictionaryRef>(list), merge);
   CFRelease(list);

@@ -34,9 +34,9 @@ bool IsLink(const std::filesystem::path& path) {
   return std::filesystem::is_symlink(path, ignored);
 }
 
-// The path at the end of a chain of symbolic links, whether or not anything is there; "" when the
-// chain is too long or cannot be followed. A link in /dev ends it: it stands for what is open, and
-// leads there only when it is opened.
+// Returns the path at the end of a chain of symbolic links, whether or not it exists, or "" if the
+// chain is too long or cannot be followed. A link in /dev ends the chain, because it stands for an
+// open file and leads there only when it is opened.
 std::filesystem::path FollowLinks(std::filesystem::path path) {
   std::error_code failure;
   for (int i = 0; IsLink(path) && !path.native().starts_with("/dev/"); i++) {
@@ -140,8 +140,7 @@ void TakeOver(const char* path, const struct stat& old) {
 
 }  // namespace
 
-// All texts are made here, so that nothing later needs memory: neither the way to the new file's
-// place nor its removal.
+// Makes all texts, so that neither renaming the new file nor removing it needs memory later.
 VLTFileReplacement::VLTFileReplacement(CFURLRef file) {
   try {
     Prepare(file);
@@ -175,8 +174,8 @@ VLTFileReplacement::~VLTFileReplacement() {
   close(openFolder);
 }
 
-// Another process may take the new folder for one that was left, until it is locked: then a second
-// one is made.
+// Until the new folder is locked, another process may take it for one that was left and remove it.
+// Then a second one is made.
 void VLTFileReplacement::MakeFolder() {
   const std::string pattern = (parent == "/" ? "" : parent) + "/" + kFolderPattern;
   target.reserve(pattern.size() + 1 + sizeof kNewName);
@@ -213,7 +212,8 @@ CFURLRef VLTFileReplacement::CopyTarget() const {
 
 bool VLTFileReplacement::PutInPlace() {
   if (folder.empty() && !isPlain) return true;
-  // To append, because reading need not be allowed; and before the old file's mode may forbid it.
+  // Opened to append, because reading may not be allowed, and before TakeOver, because the old
+  // file's mode may forbid writing.
   const OpenFile file(target, O_WRONLY | O_CREAT | O_APPEND);
   if (folder.empty()) return file.WaitForDisk();
   struct stat old;

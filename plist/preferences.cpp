@@ -31,7 +31,8 @@ OSStatus VLTPreferences::_set(CFStringRef key, const void* value) {
 }
 
 OSStatus VLTPreferences::_get(CFStringRef key, const void*&) {
-  // Meant: tells only whether there is a value, stores none, and leaves its reference outstanding.
+  // Meant: reports only whether there is a value and leaves a reference to it unreleased, because
+  // callers rely on it (preferences.h).
   return _get(key) != nullptr ? 0 : paramErr;
 }
 

@@ -29,7 +29,7 @@ uint64_t Now() {
   return uint64_t(now.tv_sec) * 1'000'000 + uint64_t(now.tv_nsec) / 1000;
 }
 
-// A message that is given back.
+// A message that is released at the end of the scope.
 struct StackMessage {
   sd_bus_message* message = nullptr;
   ~StackMessage() { sd_bus_message_unref(message); }
@@ -75,7 +75,8 @@ int Desktop::BusEnded(sd_bus_message*, void* desktop, sd_bus_error*) {
   return 0;
 }
 
-// Whatever is on screen was shown by the service before. (At its first start nothing is.)
+// The service has a new owner, and all notices on screen were shown by the one before. (At the
+// service's first start there are none.)
 int Desktop::OwnerChanged(sd_bus_message*, void* desktop, sd_bus_error*) {
   DesktopOf(desktop).LoseAll();
   return 0;
@@ -146,7 +147,7 @@ int Desktop::CapabilitiesCame(sd_bus_message* reply, void* pointer, sd_bus_error
   bool hasMarkup = false;
   bool isShowing = !desktop.waiting.front().isRemoved;
   if (sd_bus_message_is_method_error(reply, nullptr) != 0) {
-    // A service that does not report its capabilities may show notices nevertheless.
+    // A service without this query may show notices nevertheless.
     isShowing &= sd_bus_message_is_method_error(reply, SD_BUS_ERROR_UNKNOWN_METHOD) != 0;
   } else if (sd_bus_message_enter_container(reply, 'a', "s") >= 0) {
     for (const char* word = ""; sd_bus_message_read(reply, "s", &word) > 0;) {

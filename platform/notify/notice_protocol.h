@@ -8,7 +8,7 @@
 // Each packet is one message. When either side ends, the other reads end of file. The functions
 // below are pure: any thread.
 //
-// | Byte | What |
+// | Byte | Contents |
 // |---|---|
 // | 0 | kind |
 // | 1-4 | notice: a number that its process uses once, most significant byte first |

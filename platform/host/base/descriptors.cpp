@@ -37,7 +37,8 @@ void CloseKind(HostDescriptorKind kind, int highest) {
   }
 }
 
-// Only closes. Unlocking, EPOLL_CTL_DEL, shutdown and unlink would act on what the parent shares.
+// Closes the file descriptors and does nothing else: unlocking, EPOLL_CTL_DEL, shutdown and unlink
+// would affect the parent, too.
 void GiveUpInChild() {
   const int highest = sHighest.load(std::memory_order_relaxed);
   CloseKind(HostDescriptorKind::kEpoll, highest);

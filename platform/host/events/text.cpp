@@ -7,7 +7,7 @@
 
 namespace {
 
-// The size of script and language, which precede international text; both are 0 for Roman.
+// Script and language before international text; both 0 for Roman.
 constexpr size_t kIntlHeaderSize = 4;
 
 struct TextType {

@@ -95,8 +95,8 @@ void __CFRunLoopSource::Left(__CFRunLoop* loop, HostCFString* mode) {
 
 void __CFRunLoopSource::Invalidate() {
   if (!valid.exchange(false, std::memory_order_acq_rel)) return;
-  // One at a time, since tear-down must not need memory. One that another thread is removing at
-  // this moment is still listed, so each is marked and taken once.
+  // Leaves one loop at a time, because a list of them would need memory. A membership that another
+  // thread is removing at this moment is still listed, so each is marked and taken once.
   for (;;) {
     Membership leaving;
     {
@@ -149,7 +149,7 @@ void __CFRunLoopTimer::Invalidate() {
   nextFire.store(kHostNever, std::memory_order_release);
 }
 
-// The documented calls.
+// The platform calls.
 
 CFTypeID CFRunLoopSourceGetTypeID(void) { return kHostTypeRunLoopSource; }
 

@@ -2,8 +2,8 @@
 
 #include <CoreServices/MacTypes.h>
 
-// The date and the place of the machine, for telling them to people: steps of the wall clock show
-// here. What measures time is in DriverServices.h. Any thread.
+// The date and the location of the machine, to be shown to people: the date changes with each step
+// of the wall clock. Use DriverServices.h to measure time. Any thread.
 
 // The machine's location. The offset is a number on every CPU: its low 24 bits are the present
 // seconds east of Greenwich as a signed number, and its high byte is the daylight byte.
@@ -27,8 +27,8 @@ static_assert(sizeof(MachineLocation) == 12);
 #pragma GCC visibility push(default)
 extern "C" {
 
-// The local time in seconds since the beginning of 1904, until 2040; 0 or the greatest value
-// outside of that.
+// Stores the local time in seconds since the beginning of 1904, which reaches to 2040; 0 before and
+// the greatest value after that.
 void GetDateTime(UInt32* seconds);
 
 // Uses the time zone of the process's environment. Latitude and longitude are not known.

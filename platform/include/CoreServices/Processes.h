@@ -5,7 +5,8 @@
 #include <sys/types.h>
 
 // Process serial numbers, and the list of processes. A number is never given to another process,
-// also when its pid is. Only live processes of the caller's user are known. Any thread.
+// even if the pid is. Only live processes with the caller's effective user id are known. Any
+// thread.
 
 // Low words of the special numbers; their high word is 0.
 enum : UInt32 { kNoProcess = 0, kSystemProcess = 1, kCurrentProcess = 2 };
@@ -32,13 +33,13 @@ using ProcessInfoRecPtr = ProcessInfoRec*;
 #pragma GCC visibility push(default)
 extern "C" {
 
-// Returns procNotFound if the system does not give information about processes, and paramErr for
-// null.
+// Returns procNotFound if the system gives no information about processes, and paramErr for null.
 OSErr GetCurrentProcess(ProcessSerialNumber* psn);
 
-// Stores the next number of the list, by increasing pid; { 0, kNoProcess } begins. At the end
-// returns procNotFound and stores { 0, kNoProcess }. A process that starts during a pass may be
-// left out of it; one that ends is left out.
+// Replaces the number by the next one of the list, which is in ascending order of pid. After { 0,
+// kNoProcess } comes the first one. At the end of the list stores { 0, kNoProcess } and returns
+// procNotFound. A process that starts during a pass may be missing in it; one that has ended is
+// left out.
 OSErr GetNextProcess(ProcessSerialNumber* psn);
 
 // Fills `info`. Returns paramErr for null and for a wrong length, procNotFound for a process that
@@ -46,8 +47,8 @@ OSErr GetNextProcess(ProcessSerialNumber* psn);
 // spec, the one that is stored has an empty name and the parID 0.
 OSErr GetProcessInformation(const ProcessSerialNumber* psn, ProcessInfoRec* info);
 
-// { 0, kCurrentProcess } is the caller itself. paramErr for null; the result is by number, whether
-// or not such processes exist.
+// { 0, kCurrentProcess } stands for the caller. Compares the numbers only, whether or not such
+// processes exist. Returns paramErr for null.
 OSErr SameProcess(const ProcessSerialNumber* a, const ProcessSerialNumber* b, Boolean* result);
 
 // These return paramErr for null, and procNotFound for a process that has ended or belongs to

@@ -34,8 +34,8 @@ extern "C" {
 //         space), KERN_FAILURE
 kern_return_t bootstrap_register(mach_port_t bp, const name_t name, mach_port_t port);
 
-// A send right to the port that is registered under `name`, or BOOTSTRAP_UNKNOWN_SERVICE with
-// `*port` null. Wakes no other process.
+// Stores a send right to the port that is registered under `name` and returns 0, or stores null and
+// returns BOOTSTRAP_UNKNOWN_SERVICE. Wakes no other process.
 kern_return_t bootstrap_look_up(mach_port_t bp, const name_t name, mach_port_t* port);
 
 }  // extern "C"
