@@ -1,5 +1,5 @@
 # GoogleTest from its Debian source package, built with this preset's flags and sanitizers but
-# without our warnings.
+# without this project's warnings.
 set(VLT_GTEST_SOURCE /usr/src/googletest/googletest CACHE PATH "GoogleTest's sources")
 if(NOT EXISTS ${VLT_GTEST_SOURCE}/src/gtest-all.cc)
   message(FATAL_ERROR "GoogleTest's sources are missing: apt install googletest")

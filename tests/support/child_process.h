@@ -8,18 +8,18 @@
 #include <string>
 #include <vector>
 
-// A program started by a test. The object owns the process: the destructor kills and reaps it, so
-// that no test leaves one behind. Not thread-safe; any thread, one at a time.
+// A program started by a test. The object owns the process: the destructor kills and reaps it. Any
+// thread, one at a time.
 
 using namespace std::chrono_literals;
 
-// What stands before a program of this build when it is started: empty, or the emulator's path.
+// The start of a command that runs a program of this build: empty, or the emulator's path.
 std::vector<std::string> TestLauncher();
 
 struct ChildOptions {
   std::vector<std::string> arguments;              // the first is the program's path
-  std::map<std::string, std::string> environment;  // added to ours
-  std::map<int, int> descriptors;                  // the child's number -> ours; beyond 0, 1, 2
+  std::map<std::string, std::string> environment;  // added to this process's
+  std::map<int, int> descriptors;                  // the child's -> this process's; above 2
   bool capture = false;                            // standard output and error into files
 };
 
@@ -30,18 +30,18 @@ class ChildProcess {
   ChildProcess& operator=(const ChildProcess&) = delete;
   ~ChildProcess();
 
-  // Once per object. False when the program cannot be started.
+  // Once per object. Returns false if the program cannot be started.
   bool Start(const ChildOptions& options);
 
   pid_t Pid() const { return pid; }  // 0 when not started; kept after the end
-  void Signal(int number);           // nothing once the child has been reaped
+  void Signal(int number);           // does nothing once the child has been reaped
 
-  // The exit status, or the negated number of the signal that ended it; empty when it is still
-  // running after `limit`.
+  // Returns the exit status, or the negated number of the signal that ended it; empty if it still
+  // runs after `limit`.
   std::optional<int> Wait(std::chrono::milliseconds limit);
   bool KillAndWait(std::chrono::milliseconds limit);
 
-  // What the child has written until now. Only with ChildOptions::capture.
+  // The child's output until now. Only with ChildOptions::capture.
   std::string Output() const;
   std::string Errors() const;
 
@@ -55,7 +55,7 @@ class ChildProcess {
 
 // Runs a program of this build (through TestLauncher) to its end.
 struct ProgramResult {
-  int status = -1;  // as ChildProcess::Wait; -1000 when it did not start or did not end in time
+  int status = -1;  // as ChildProcess::Wait; -1000 if it did not start or did not end in time
   std::string output;
   std::string errors;
 };

@@ -14,8 +14,8 @@
 #include <map>
 #include <new>
 
-// The functions below take the place of the C library's in the whole program, from its first
-// instruction on, so their state has to be complete without any code that runs at start.
+// The functions below replace the C library's in the whole program, from its first instruction on,
+// so their state has to be complete without any code that runs at start.
 
 #ifdef VLT_ABOVE_ADDRESS_SANITIZER
 #define UNDERLYING(name) __interceptor_##name
@@ -205,7 +205,7 @@ namespace {
 
 const char* sSwept = "";
 
-// Without it an exception in the wrong place would end the test without a word about which.
+// Otherwise a stray exception would end the test without a report of its allocation.
 [[noreturn]] void TellAndAbort() {
   DisarmAllocationFailure();
   std::fprintf(stderr, "%s: std::terminate with allocation %d failing\n%s", sSwept, sNumber.load(),

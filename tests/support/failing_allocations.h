@@ -12,17 +12,17 @@
 // sanitizer the layer stands on the C library's functions, with it on the sanitizer's, so both
 // work together. It does not stand on those of the thread sanitizer.
 //
-// Tests of one thread call SweepAllocations. A role of a two-process test arms the layer itself.
+// Tests of one thread call Sweep. A role of a two-process test arms the layer itself.
 
-// Which allocations fail: the n-th alone, or it and all later ones. The first kind finds the place
-// that does not expect a failure, the second one the clean-up that needs memory itself.
+// Which allocations fail: the n-th alone, or it and all later ones. The first kind finds code that
+// does not expect a failure, the second kind clean-up code that needs memory itself.
 enum class AllocationFailure { kOne, kAllFromThere };
 
 // From now on the `number`-th allocation (from 1) of the calling thread fails, as `kind` says.
 // Fails nothing when `number` is 0, and ends what was armed before.
 void ArmAllocationFailure(int number, AllocationFailure kind);
-// As above for the allocations of all threads together, until the process has ended. Whenever one
-// fails "failed" is written to `descriptor`, a line for each.
+// As above for the allocations of all threads together, until the process has ended. Each failure
+// writes a line "failed" to the file descriptor `descriptor`.
 void ArmAllocationFailureOfProcess(int number, AllocationFailure kind, int descriptor);
 void DisarmAllocationFailure();
 
@@ -37,16 +37,23 @@ long LiveAllocations();
 
 struct AllocationSweep {
   const char* name;
-  // What is done while an allocation fails. It undoes what it did, so that it can be done again.
+  // Runs while an allocation fails. It undoes what it did, so that it can run again.
   std::function<OSStatus()> work;
-  // What it may return when an allocation has failed, beside 0.
+  // The statuses that it may return when an allocation has failed, beside 0.
   std::set<OSStatus> refusals;
-  // Looks, with memory, whether nothing is torn. Gets what `work` returned. May be empty.
+  // Checks the state afterwards, with memory. Gets the status of `work`. May be empty.
   std::function<void(OSStatus)> check = {};
 };
 
-// Does the work with the first allocation failing, the second, and so on until none fails any
-// more, and all that once for each kind of failure. Expects: a permitted status, no exception, no
+// Does the work with the first allocation failing, then the second, and so on until no allocation
+// fails, once for each kind of failure. Expects: a permitted status, no exception, no
 // block that is lost (an allocation that stays once is a cache, one that stays at each repetition
 // is a leak), a state that passes the check, and 0 in the last round. Prints a line of outcomes.
 void SweepAllocations(const AllocationSweep& sweep);
+
+// The same in one call. Without `refusals` memFullErr is permitted.
+inline void Sweep(const char* name, std::function<OSStatus()> work,
+                  std::set<OSStatus> refusals = {memFullErr},
+                  std::function<void(OSStatus)> check = {}) {
+  SweepAllocations({name, std::move(work), std::move(refusals), std::move(check)});
+}

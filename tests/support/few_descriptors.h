@@ -5,7 +5,7 @@
 
 #include <vector>
 
-// While it lives, this process can open exactly so many more file descriptors.
+// While it lives, this process can open exactly `count` more file descriptors.
 class FewDescriptors {
  public:
   explicit FewDescriptors(size_t count) {

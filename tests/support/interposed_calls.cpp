@@ -24,7 +24,7 @@ enum class Call { kQuick, kInterruptible, kFsync, kClose };
 
 std::optional<Call> sOnly;  // others are not counted
 
-// What this call meets.
+// Counts the call and returns its fault.
 CallFault Enter(Call call = Call::kQuick) {
   if (sOnly.has_value() ? call != *sOnly : call == Call::kClose) return CallFault::kNone;
   if (++sCalls != sNumber) return CallFault::kNone;
@@ -39,7 +39,7 @@ CallFault Enter(Call call = Call::kQuick) {
   return sFault;
 }
 
-// The C library's function that one of ours hides.
+// Returns the C library's function that one of this file hides.
 template <class Function>
 Function* Hidden(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -102,7 +102,7 @@ extern "C" ssize_t readlink(const char* path, char* bytes, size_t size) noexcept
   return Enter() == CallFault::kError ? -1 : hidden(path, bytes, size);
 }
 
-// A mode that is not among the arguments is not looked at.
+// The mode is ignored if it is not among the arguments.
 #define INTERPOSE_OPEN(name, parameters, arguments)                                  \
   extern "C" int name parameters {                                                   \
     static auto* const hidden = Hidden<int parameters>(#name);                       \

@@ -4,7 +4,7 @@
 // can make one of them fail, in this process alone and without tracing. A test program that lists
 // interposed_calls.cpp among its sources has the layer: its functions take the place of the C
 // library's (open, openat, stat, fstat, fstatat, read, write, fsync, renameat..., see there). For
-// native, dynamically linked test programs. Meant for one thread at a time.
+// native, dynamically linked test programs. One thread at a time.
 
 enum class CallFault {
   kNone,        // counts only
@@ -15,7 +15,7 @@ enum class CallFault {
   kInterrupt    // a call that signals can interrupt fails with EINTR; others go through
 };
 
-// From now on the `number`-th call (from 1) meets `fault`; 0: none does.
+// From now on the `number`-th call (from 1) meets `fault`; with 0 no call does.
 void ArmCallFault(CallFault fault, int number, int error = 0);
 
 // As above for the `number`-th fsync alone, or for the `number`-th close alone, which is made and
@@ -23,10 +23,10 @@ void ArmCallFault(CallFault fault, int number, int error = 0);
 void ArmFsyncFault(CallFault fault, int number);
 void ArmCloseFault(int number);
 
-// Every look at the monotonic clock from now on finds it so many seconds further than the last; it
-// never goes back. 0: time passes as it does.
+// From now on each query of the monotonic clock advances it by `seconds` for good; with 0 time
+// passes normally.
 void LeapClock(int seconds);
-// How far the clock has leapt in all.
+// Returns how far the clock has been advanced in all.
 int LeaptSeconds();
 
 // Calls since the fault was armed.

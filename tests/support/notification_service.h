@@ -17,7 +17,7 @@ class PrivateBus {
   PrivateBus& operator=(const PrivateBus&) = delete;
 
   const std::string& Address() const { return address; }
-  void Stop();  // SIGSTOP: takes connections and answers nothing
+  void Stop();  // SIGSTOP: it accepts connections but does not reply
   void Resume();
   void Kill();
 
@@ -28,10 +28,10 @@ class PrivateBus {
   ChildProcess daemon;
 };
 
-// What a notification service was asked for, in order.
+// A call to a notification service.
 struct NotificationCall {
   std::string method;  // "Notify" or "CloseNotification"
-  uint32_t id = 0;     // Notify: what it was given
+  uint32_t id = 0;     // Notify: the id in the reply
   uint32_t replaced = 0;
   std::string appName;
   std::string title;
@@ -44,11 +44,11 @@ class NotificationService {
  public:
   struct Options {
     std::vector<std::string> capabilities = {"body", "body-markup"};
-    bool refuses = false;   // answers Notify with an error
-    bool isSilent = false;  // never answers anything
+    bool refuses = false;   // replies to Notify with an error
+    bool isSilent = false;  // never replies
     bool neverReplaces = false;
-    bool closesFirst = false;  // dismisses a notice before it answers Notify
-    bool givesNoID = false;    // answers Notify with 0
+    bool closesFirst = false;  // dismisses a notice before the reply to Notify
+    bool givesNoID = false;    // replies to Notify with the id 0
   };
 
   // Returns once it has its name on the bus.
@@ -58,7 +58,7 @@ class NotificationService {
   NotificationService(const NotificationService&) = delete;
   NotificationService& operator=(const NotificationService&) = delete;
 
-  // All calls until now, once there are `count`; fewer after 10 seconds.
+  // Returns all calls until now, once there are `count`; fewer after 10 seconds.
   std::vector<NotificationCall> Calls(size_t count);
   void Close(uint32_t id);  // the user has dismissed it
 

@@ -17,7 +17,7 @@ bool HasChildren() {
   return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
 }
 
-// What this thread keeps of the name it looked up last goes with the next one.
+// Another look-up closes the file that this thread keeps open for its last one.
 void LookUpNobody() {
   mach_port_t bootstrap = MACH_PORT_NULL;
   mach_port_t port = MACH_PORT_NULL;

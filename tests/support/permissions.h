@@ -2,9 +2,8 @@
 
 #include <string>
 
-// What some tests need beyond the rights of an ordinary user. Each function tries it in a child
-// process and returns why the system refuses, or "" if it does not. A test that needs it begins
-// with
+// Rights that some tests need beyond those of an ordinary user. Each function tries one in a child
+// process and returns why the system refuses it, or "". A test that needs it begins with
 //
 //   SKIP_IF(NoMounts());
 //
@@ -12,13 +11,13 @@
 
 // Mounts in a mount namespace of the process's own.
 std::string NoMounts();
-// Acting as another user, and files of other users. User 0 may.
+// Acting as another user, and files of other users, as user 0 may.
 std::string NoOtherUsers();
 
 // Skips the test, or all tests of a fixture whose SetUp it is in, for a reason that is not "".
 #define SKIP_IF(reason) \
   if (const std::string refusal = (reason); !refusal.empty()) GTEST_SKIP() << refusal
 
-// Gives up this process's right to use files without regard to their modes, so that they mean for
-// user 0 what they mean for others. Returns false if the kernel refuses.
+// Gives up this process's right to ignore the modes of files, which user 0 has. Returns false if
+// the kernel refuses.
 bool ObeyFileModes();

@@ -6,7 +6,7 @@
 #include <atomic>
 
 // While it lives, this process gets a signal a thousand times a second, with a handler and without
-// SA_RESTART: no wait may become shorter or fail by that.
+// SA_RESTART. No wait may become shorter or fail by that.
 class RepeatedSignals {
  public:
   RepeatedSignals() {

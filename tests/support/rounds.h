@@ -3,13 +3,12 @@
 #include <chrono>
 
 // Counts the rounds of a test in which threads race or take turns: `most` of them, or as many as
-// begin within ten seconds, but at least 50. On a busy machine one turn may take as long as the
-// turns of all other processes.
+// begin within ten seconds, but at least 50, since a turn may take long on a busy machine.
 class Rounds {
  public:
   explicit Rounds(int most) : limit(most) {}
 
-  // Whether there is another round, which then counts.
+  // Returns whether there is another round, and counts it.
   bool Next() {
     if (count == limit || (count >= 50 && std::chrono::steady_clock::now() >= end)) return false;
     count++;

@@ -2,8 +2,8 @@
 
 #include <string>
 
-// A folder of a test's own, removed with all in it at the end. Everything is made by names below
-// it, the folders on the way too; each function returns the absolute path. One thread.
+// A temporary folder that the destructor removes. Its functions make items by their relative names,
+// and the folders on the way, too, and return the absolute path. One thread.
 class ScratchFolder {
  public:
   ScratchFolder();
@@ -17,26 +17,26 @@ class ScratchFolder {
   std::string Folder(const std::string& name) const;
   std::string File(const std::string& name, const std::string& text = "") const;
   std::string Link(const std::string& name, const std::string& target) const;
-  // A copy of a program that can be run.
+  // Makes an executable copy of a program.
   std::string Program(const std::string& name, const std::string& original) const;
 
  private:
   std::string path;
 };
 
-// All bytes of a file; none when it cannot be read.
+// Returns all bytes of a file; "" if it cannot be read.
 std::string ReadFile(const std::string& path);
-// Its permissions, twelve bits; 0xFFFF when there is no such file.
+// Returns its permissions, twelve bits; 0xFFFF if there is no such file.
 unsigned ModeOf(const std::string& path);
 
-// Waits until the times of a file tell its state from every later one: the kernel's clock for them
+// Waits until a change of the file is sure to change its times, since the kernel's clock for them
 // moves in steps. Returns false if that takes too long.
 bool WaitUntilTimesTell(const std::string& path);
 
-// The number of entries of a folder, also of one that changes or goes meanwhile.
+// Returns the number of entries of a folder, also if it changes or disappears meanwhile.
 size_t EntriesOf(const std::string& folder);
 
-// An application bundle. Empty fields are left out of its description.
+// The description of an application bundle, without its empty fields.
 struct TestBundle {
   std::string identifier = {};
   std::string signature = {};
@@ -45,12 +45,12 @@ struct TestBundle {
   std::string version = {};
 };
 
-// Makes the description of bundle `name` ("X.app") in `folder`; returns the bundle's path. Its
-// program, if it is to have one, belongs into Contents/Linux.
+// Makes the bundle `name` ("X.app") in `folder`, with a description but without a program, and
+// returns its path.
 std::string MakeTestBundle(const ScratchFolder& folder, const std::string& name,
                            const TestBundle& bundle);
 
-// A variable of the environment while the object lives; null: not set.
+// Sets a variable of the environment while the object lives; null unsets it.
 class ScopedVariable {
  public:
   ScopedVariable(const char* name, const char* value);

@@ -4,9 +4,9 @@
 
 #include "tests/support/scratch_folder.h"
 
-// A session of the test program's own: folders that hold its ports, settings and logs instead of
-// the user's, for itself and the processes it starts, removed with the object. Made in main,
-// before anything asks for the session directory; a role inherits its test's.
+// A session of the test program's own: folders for its ports, settings and logs, for itself and the
+// processes it starts. The destructor removes them. Made in main, before the first use of the
+// session directory; a role inherits its test's.
 class TestSessionDirectory {
  public:
   TestSessionDirectory();
@@ -17,6 +17,6 @@ class TestSessionDirectory {
   const ScratchFolder folder;
 };
 
-// Where this test's log lines and notices go.
+// The text of this test's log.
 std::string TestLogText();
 void ClearTestLog();

@@ -6,9 +6,9 @@
 
 #include "tests/support/open_descriptor_check.h"
 
-// The helpers that other tests trust to notice a fault.
+// The helpers by which other tests notice a fault.
 
-TEST(OpenDescriptorCheck, NoticesADescriptor) {
+TEST(OpenDescriptorCheck, NoticesADescriptorThatStaysOpen) {
   static int leaked = -1;
   EXPECT_NONFATAL_FAILURE(
       {

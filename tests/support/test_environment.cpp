@@ -23,8 +23,8 @@ void SetTestVariables() {
 }
 
 #ifdef VLT_LEAK_OPTIONS
-// For the programs of this build that a test starts; the sanitizer asks the test program itself
-// for them before main.
+// For the programs of this build that a test starts; in the test program itself the sanitizer calls
+// the function below before main.
 static const TestVariable sLeakOptions("LSAN_OPTIONS", VLT_LEAK_OPTIONS);
 
 extern "C" const char* __lsan_default_options() { return VLT_LEAK_OPTIONS; }

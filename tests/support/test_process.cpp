@@ -30,8 +30,8 @@ std::vector<std::string> OtherBuilds() {
   return folders;
 }
 
-// The command that starts this test program as `peer`. Only a build that knows other hosts' builds
-// registers tests that need them.
+// Returns the command that starts this test program as `peer`. Only a build that knows builds for
+// other architectures registers tests that need them.
 std::vector<std::string> PeerCommand(TestPeer peer) {
   const std::string own = std::filesystem::read_symlink("/proc/self/exe");
   if (peer == TestPeer::kSameHost) {

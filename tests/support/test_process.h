@@ -9,21 +9,21 @@
 
 #include "tests/support/child_process.h"
 
-// Where a role's program comes from: this very program, or the same program from one of the builds
-// for other kinds of machine that this build knows (VLT_PEER_BUILDS), started through its emulator.
-// Numbers from kOtherHost on stand for those, in their order.
+// The program of a role: this program, or the same program from one of the builds for other CPU
+// architectures (VLT_PEER_BUILDS), started through its emulator. Numbers from kOtherHost on are
+// those builds, in their order.
 enum class TestPeer { kSameHost = 0, kOtherHost = 1 };
 
 std::vector<TestPeer> AllHosts();  // kSameHost first
 
-// A process of this test that plays a role (see test_role.h). The process ends with this object at
-// the latest. Not thread-safe.
+// A process of this test that plays a role (see test_role.h). The destructor ends it. Not
+// thread-safe.
 
 class TestProcess {
  public:
   explicit TestProcess(const std::string& role, std::vector<std::string> arguments = {},
                        TestPeer peer = TestPeer::kSameHost);
-  // A role that uses a name of the test's choice, for instance another process's.
+  // A role with a port name that the test chooses, for instance another process's.
   TestProcess(const std::string& role, const char* portName, std::vector<std::string> arguments,
               TestPeer peer = TestPeer::kSameHost);
   ~TestProcess();
@@ -35,7 +35,7 @@ class TestProcess {
   void Signal(int number) { child.Signal(number); }
 
   bool WaitReady(std::chrono::milliseconds limit) { return Hear(limit) == "ready"; }
-  // The role's next line; empty when it ended or `limit` has passed.
+  // Returns the role's next line; empty if it has ended or `limit` has passed.
   std::optional<std::string> Hear(std::chrono::milliseconds limit);
   bool Tell(const std::string& line);
 
@@ -53,14 +53,14 @@ class TestProcess {
   std::string heard;
 };
 
-// A role that is ready once the object has been made; else the test fails.
+// A role whose constructor waits until it is ready, or fails the test.
 class ReadyProcess : public TestProcess {
  public:
   explicit ReadyProcess(const std::string& role, std::vector<std::string> arguments = {});
   ReadyProcess(const std::string& role, const char* portName, std::vector<std::string> arguments);
 };
 
-// So many that play one role under one name, with the same arguments.
+// Starts `count` processes of one role with the same port name and arguments.
 using TestProcesses = std::vector<std::unique_ptr<TestProcess>>;
 TestProcesses StartProcesses(int count, const std::string& role, const char* portName,
                              const std::vector<std::string>& arguments = {});
@@ -71,14 +71,14 @@ void ExpectDone(TestProcesses& processes);
 // A port name that no other test uses.
 std::string UniquePortName();
 
-// Waits for what only a question tells: asks every other millisecond, at most `limit`.
+// Polls `condition` every 2 ms until it holds, at most for `limit`. Returns whether it holds.
 bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit);
 
-// Whether `work` takes less than `limit` at least once in a few attempts. For work that waits
-// longer than that when the code is wrong: a busy machine delays single attempts, a fault all.
+// Returns whether `work` takes less than `limit` at least once in ten attempts. For work that waits
+// longer than that if the code is wrong: a busy machine delays single attempts, a fault all.
 bool IsDoneWithin(std::chrono::milliseconds limit, const std::function<void()>& work);
 bool WaitForPort(const std::string& name, std::chrono::milliseconds limit);    // published
 bool WaitForNoPort(const std::string& name, std::chrono::milliseconds limit);  // owned by nobody
 
-// Runs the calling thread's run loop until `condition` holds after a callout, at most `limit`.
+// Runs the calling thread's run loop until `condition` holds after a callout, at most for `limit`.
 bool RunLoopUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit);

@@ -16,9 +16,9 @@ std::map<std::string, TestRoleBody>& Roles() {
   return roles;
 }
 
-// Holds SIGPIPE off this thread and drops one that comes meanwhile: the other end of a pipe between
-// a test and its role may have ended. Everywhere else the signal keeps its effect, so that a test
-// notices when the code under test raises it.
+// Blocks SIGPIPE for this thread and drops one that comes meanwhile, since the other end of a pipe
+// between a test and its role may have ended. Everywhere else the signal keeps its effect, so that
+// a test fails if the code under test raises it.
 class NoPipeSignal {
  public:
   NoPipeSignal() {

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-// Roles: what the other processes of a test do. A test program that is started with a role's name
-// runs that role instead of its tests, and talks to its test over two pipes, line by line. The
-// role's body is written next to the test that uses it:
+// Roles are the other processes of a test. A test program that is started with a role's name runs
+// that role instead of its tests, and exchanges lines with its test over two pipes. The role's body
+// is written next to the test that uses it:
 //
 //   TEST_ROLE(NameHolder) {
 //     ...
@@ -19,7 +19,8 @@
 
 enum { kRoleDone = 0, kRoleFailed = 99 };
 
-// For a role that cannot go on: says where, and errno, on standard error. Returns kRoleFailed.
+// For a role that cannot go on: prints the position and errno to standard error and returns
+// kRoleFailed.
 int RoleFailed(std::source_location where = std::source_location::current());
 
 class TestRole {
@@ -36,7 +37,7 @@ class TestRole {
   void SignalReady() { Tell("ready"); }
   void Tell(const std::string& line);
   int Pipe() const { return toTest; }  // what Tell writes to
-  // The test's next line; empty when it ended or `limit` has passed.
+  // Returns the test's next line; empty if the test has ended or `limit` has passed.
   std::optional<std::string> Hear(std::chrono::milliseconds limit);
 
  private:
@@ -59,10 +60,10 @@ struct TestRoleEntry {
   static const TestRoleEntry sRole##Name(#Name, RoleBody##Name); \
   static int RoleBody##Name([[maybe_unused]] TestRole& role)
 
-// When the command line names a role, runs it and returns its exit status.
+// If the command line names a role, runs it and returns its exit status.
 std::optional<int> RunRoleOfCommandLine(int argc, char** argv);
 
-// One line from a descriptor, with what was read beyond it kept in `pending`.
+// Returns one line from a file descriptor, and keeps bytes after it in `pending`.
 std::optional<std::string> ReadLine(int descriptor, std::string& pending,
                                     std::chrono::milliseconds limit);
 bool WriteLine(int descriptor, const std::string& line);

@@ -6,8 +6,8 @@
 
 #include "tests/support/scratch_folder.h"
 
-// TestSink is a file that one of the host layer's sink variables names while the object lives, and
-// what was written to it.
+// TestSink is a file for one of the host layer's sink variables while the object lives. Lines
+// returns its contents.
 class TestSink {
  public:
   explicit TestSink(const char* name) : variable(name, folder.Path("sink").c_str()) {}
