@@ -164,12 +164,13 @@ TEST_F(ClientSupport, TheBusyBitDoesNotSuppressTheNextNotice) {
   TestClient client;
   TestClient::sNotificationFlags = 4;
   client.NotifyServerDisabled(client.PrepareNotifyMessage("one"));
-  EXPECT_EQ(4u, TestClient::sNotificationFlags);  // meant: written back
+  // Meant: written back, because clients rely on it.
+  EXPECT_EQ(4u, TestClient::sNotificationFlags);
   TestClient::sNotificationFlags = 5;
   client.NotifyServerDisabled(client.PrepareNotifyMessage("two"));
   EXPECT_EQ(Lines{"one"}, NoticeLines());
   TestClient::NotifyServerDisabledCompletion(&TestClient::sNotificationRecord);
-  EXPECT_EQ(5u, TestClient::sNotificationFlags);  // meant, here too
+  EXPECT_EQ(5u, TestClient::sNotificationFlags);  // Meant, as above.
   TestClient::sNotificationFlags = 0;
   EXPECT_EQ(noErr, NMRemove(&TestClient::sNotificationRecord));  // nobody else removes it
 }

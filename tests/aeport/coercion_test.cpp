@@ -21,7 +21,7 @@ TEST_F(TypeLists, ChoosesTheTypeItselfOrWhatStandsForAWildCard) {
   const std::tuple<const char*, DescType, std::vector<DescType>, DescType> rows[] = {
       {"in the list", typeChar, {typeSInt32, typeChar}, typeChar},
       {"anything", typeWildCard, {typeSInt32}, kWild},
-      // Meant: the first entry that differs decides.
+      // Meant: the first entry that differs decides, because callers rely on it.
       {"an equal later entry", typeBest, {typeSInt32, typeBest}, kBest},
       {"a wildcard entry is no match", typeChar, {typeWildCard, typeBest}, 0},
   };
@@ -33,7 +33,7 @@ TEST_F(TypeLists, ChoosesTheTypeItselfOrWhatStandsForAWildCard) {
   EXPECT_EQ(0u, OSTypeInList(typeChar, &one, -1, kWild, kBest));
 }
 
-// What a coercion leaves in a destination that held the text "old".
+// The result of a coercion, and the contents of a destination that held the text "old".
 struct Outcome {
   OSStatus err;
   Raw held;
@@ -57,11 +57,11 @@ TEST_F(Coercions, AFailureLeavesTheDestinationAlone) {
       {Text("abc"), typePString, {0, PText("abc")}},
       {Text(std::string(256, 'x')), typePString, kRefused},
       {Text("abc"), typeCString, {0, CText("abc")}},
-      // By way of a text, which has no direct form of these.
+      // By way of a text, since there is no direct coercion.
       {Long(-12), typePString, {0, PText("-12")}},
       {Code(typeType, 0x61626364), typeCString, {0, CText("abcd")}},
       {CText("e\x8E"), typeUnicodeText, {0, UTF16(u"e\u00E9")}},
-      // The way through text ends: once, not for ever.
+      // The coercion through text is tried once.
       {Text("abc"), typeEncodedString, kRefused},
       {UTF8("\xE4\xB8\xAD"), typePString, kRefused},  // no Mac Roman character
       {Bool(1), typePString, kRefused},               // no text
@@ -131,7 +131,7 @@ TEST_F(Coercions, ListsOfOneItemCountAsThatItem) {
   ASSERT_EQ(0, AEPutPtr(&list, 0, typeChar, "13", 2));
   EXPECT_EQ(errAECoercionFail, AECoerceDescToType(list, typePString, destination));
 
-  // And the other way.
+  // The reverse makes a list of one item.
   SInt32 count = 0;
   const SInt32 five = 5;
   EXPECT_EQ(0, AECoercePtrToDesc(typeSInt32, &five, 4, typeAEList, destination));
@@ -168,7 +168,7 @@ TEST_F(Coercions, RefuseNullDescriptorsAndBadSizes) {
   }
 }
 
-// Two records of one storage: neither is used after the other's disposal.
+// Two descriptors share one storage: neither is used after the other has been disposed of.
 TEST_F(Coercions, MayWriteToTheSourceItself) {
   for (const DescType target : {typeSInt32, typeSInt16, typeWildCard, typePString}) {
     StDesc source;

@@ -98,7 +98,6 @@ TEST_F(PortAppleEvent, CannotBeMadeWithoutADestination) {
   EXPECT_EQ(typeNull, lost.event.descriptorType);
 }
 
-// What the reply's error number says, in every form that it may have.
 TEST_F(PortAppleEvent, TheReplysErrorNumberIsTheResultIfItIsALong) {
   // `put`: null: nothing.
   const std::tuple<const char*, Raw, OSStatus, OSStatus, bool> rows[] = {
@@ -127,12 +126,11 @@ TEST_F(PortAppleEvent, TheReplysErrorNumberIsTheResultIfItIsALong) {
   }
 }
 
-// The mode of the constructor counts, and the reply bits of the send do not.
 TEST_F(PortAppleEvent, TheConstructorsReplyModeWins) {
   const std::tuple<SInt32, SInt32, OSStatus, bool, bool> rows[] = {
       {kAENoReply, kAEWaitReply, 0, false, false},
       {kAEWaitReply, kAENoReply | kAECanSwitchLayer, -7, true, true},
-      // Nothing to read yet, which is not the same as a reply without an error number.
+      // No reply has come yet, which differs from a reply without an error number.
       {kAEQueueReply, kAEWaitReply, 0, true, true},
       {0, kAEWaitReply, errAEUnknownSendMode, false, false},
   };
@@ -152,7 +150,7 @@ TEST_F(PortAppleEvent, TheConstructorsReplyModeWins) {
   }
 }
 
-// Both ends see the interaction level of the send, and an earlier one when a send brings none.
+// Both ends see the interaction level of the send, or of an earlier send if this one has no level.
 TEST_F(PortAppleEvent, SendingSetsTheInteractionLevel) {
   const auto levelOf = [](const AEDesc& event) {
     SInt32 level = -1;

@@ -15,7 +15,7 @@ constexpr AEKeyword kKey = FourCC('d', 'a', 't', 'a');
 constexpr AEKeyword kListKey = FourCC('l', 'i', 's', 't');
 constexpr SInt32 kUnset = -77;
 
-// Blocks from malloc, counted; or none.
+// Allocates with malloc and stores the size.
 SInt32 sAsked = 0;
 char* TestAllocator(SInt32 size) {
   sAsked = size;
@@ -51,7 +51,8 @@ const Row kRows[] = {
     {"as it is", kKey, Text("abc"), typeWildCard, false, 0, true, "abc", typeChar},
     {"empty", kKey, Text(""), typeChar, true, 0, true, "", typeChar},
     {"coerced", kKey, Short(-7), typeSInt32, true, 0, true, Long(-7).bytes, typeSInt16},
-    // Meant: delivered and yet refused, for the caller did not ask for the own type.
+    // Meant: delivered and yet refused, because callers that do not ask for the own type rely on
+    // it.
     {"coerced, unasked", kKey, Short(-7), typeSInt32, false, errAECoercionFail, true,
      Long(-7).bytes, typeSInt16},
     {"impossible", kKey, Text("abc"), typeSInt32, true, errAECoercionFail, false, "", typeChar},
@@ -98,7 +99,7 @@ TEST_F(ParamCopy, AHandleGetsTheSizeOfTheValueAndZeroAfterAFailure) {
     DescType actual = 1;
     EXPECT_EQ(row.err, AECopyParamDataToHandle(&event, row.key, row.desired, handle,
                                                row.asksType ? &actual : nullptr));
-    // Unlike a block, a handle keeps nothing of what was refused.
+    // Unlike a block, a handle keeps no refused value.
     const std::string left = row.err == 0 ? row.bytes : "";
     ASSERT_EQ(static_cast<Size>(left.size()), GetHandleSize(handle));
     EXPECT_EQ(Hex(left), Hex({*handle, left.size()}));

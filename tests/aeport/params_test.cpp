@@ -20,7 +20,7 @@ struct TestEvent : StEvent {
   void Put(const Raw& value) {
     ASSERT_EQ(0, AEPutParamPtr(this, kKey, value.type, value.bytes.data(), value.ByteCount()));
   }
-  // What the parameter holds, uncoerced.
+  // Returns the parameter uncoerced.
   Raw Held() const {
     StDesc desc;
     EXPECT_EQ(0, AEGetParamDesc(this, kKey, typeWildCard, &desc));
@@ -28,7 +28,7 @@ struct TestEvent : StEvent {
   }
 };
 
-// A helper that puts one value, and what the event must hold then.
+// Calls of the put functions with a value.
 template <class Value>
 auto Putting(OSErr (*put)(AEDesc*, AEKeyword, const Value*), Value value) {
   return [put, value](AEDesc* event) { return put(event, kKey, &value); };
@@ -55,7 +55,7 @@ TEST_F(Params, EachHelperPutsItsTypeAndWidth) {
       {"C text", [](AEDesc* e) { return PutAECString(e, kKey, "abc"); }, Text("abc")},
       {"text of a size", PuttingArray<unsigned char>(PutAEText, {'a', 0, 'c'}, 3),
        Text({"a\0c", 3})},
-      {"P text",  // as long as its length byte says
+      {"P text",  // its length byte is 3
        [](AEDesc* e) { return PutAEPString(e, kKey, reinterpret_cast<const UInt8*>("\3abcd")); },
        Text("abc")},
       {"nothing", PuttingArray<unsigned char>(PutAEText, {}, 0), Text("")},
@@ -75,7 +75,7 @@ TEST_F(Params, EachHelperPutsItsTypeAndWidth) {
   }
 }
 
-// Reads with a helper; the result beside the value, which starts as 77.
+// Reads with a get function; the value is 77 if nothing was stored.
 template <class Value>
 auto Getting(OSErr (*get)(const AEDesc*, AEKeyword, Value*)) {
   return [get](const AEDesc* event, AEKeyword key, double* value) {
@@ -111,7 +111,7 @@ TEST_F(Params, EachHelperGetsItsTypeOrWhatCanBecomeIt) {
     double value;
   } rows[] = {
       {flag, Bool(1), 0, 1},
-      {flag, Bool(0x80), 0, 1},  // any non-zero byte
+      {flag, Bool(0x80), 0, 1},  // any byte but 0
       {flag, {typeTrue, ""}, 0, 1},
       {flag, {typeBoolean, ""}, 0, 0},          // no byte at all
       {flag, {typeBoolean, "\x00\x01"}, 0, 0},  // the first counts
@@ -124,7 +124,7 @@ TEST_F(Params, EachHelperGetsItsTypeOrWhatCanBecomeIt) {
       {longer, {typeSInt32, Long(7).bytes + Long(8).bytes}, 0, 7},  // the first of two
       {longer, {typeSInt32, ""}, 0, 77},                            // not one byte to store
       {comp, UComp(0x8000000000000000), errAECoercionFail, 77},
-      {uint64, Comp(5), 0, 77},  // meant: never written
+      {uint64, Comp(5), 0, 77},  // Meant: never stored, because callers rely on it.
       {uint64, Text("x"), errAECoercionFail, 77},
       {code, Text("abcd"), 0, 0x61626364},
       {code, Long(5), errAECoercionFail, 77},
@@ -145,20 +145,24 @@ TEST_F(Params, EachHelperGetsItsTypeOrWhatCanBecomeIt) {
   }
 }
 
-// Texts of 0 to 300 characters into buffers of every kind: what the two text helpers leave.
 TEST_F(Params, TextsAreCutToTheBufferExceptForTheRequiredNul) {
   const std::tuple<SInt32, SInt32, SInt32, SInt32, int> rows[] = {
-      {0, 1, 0, 0, 0},           {3, 10, 3, 3, 3},          {3, 4, 3, 3, 3},
-      {5, 3, 2, 5, 5},  // meant: the NUL at the full length, the length byte unclamped
-      {5, 1, 0, 5, 5},  // meant, as above
-      {255, 256, 255, 255, 255}, {300, 256, 255, 300, 255},  // meant: 255 is the cap, whatever was
-                                                             // stored
+      {0, 1, 0, 0, 0},
+      {3, 10, 3, 3, 3},
+      {3, 4, 3, 3, 3},
+      // Meant: the NUL is written at the full length and the length byte is not clamped, because
+      // callers rely on both.
+      {5, 3, 2, 5, 5},
+      {5, 1, 0, 5, 5},
+      {255, 256, 255, 255, 255},
+      {300, 256, 255, 300, 255},  // meant: 255 is the cap, whatever was
+                                  // stored
   };
   for (const auto& [length, size, stored, nulAt, lengthByte] : rows) {
     SCOPED_TRACE(testing::Message() << length << " into " << size);
     TestEvent event;
     event.Put(Text(std::string(static_cast<size_t>(length), 'x')));
-    // Larger than what the helper is told of: a C text's NUL may come behind it.
+    // Larger than the size that is passed, since the NUL of a C text may come after it.
     std::string c(400, '#');
     EXPECT_EQ(0, GetAECString(&event, kKey, c.data(), size));
     std::string expected(400, '#');
@@ -280,7 +284,7 @@ TEST_F(Params, ExistenceIsTheResultAlone) {
     EXPECT_EQ(0, AEPutParamDesc(&event, kKey, &list));
     EXPECT_EQ(1, GetAEParamExists(&event, kKey, exists));
     EXPECT_EQ(0, GetAEParamExists(nullptr, kKey, exists));
-    EXPECT_EQ(before, exists);  // meant: the result alone tells
+    EXPECT_EQ(before, exists);  // Meant: only the result is set, because callers rely on it.
   }
 }
 

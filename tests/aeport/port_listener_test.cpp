@@ -20,7 +20,7 @@ bool IsRegistered(const std::string& name) {
          port != MACH_PORT_NULL;
 }
 
-// Counts what arrives and answers with a fixed result.
+// Counts the requests and replies with a fixed result.
 struct Counter {
   EventHandler handler;
   OSStatus result;
@@ -37,7 +37,7 @@ struct Counter {
   }
 };
 
-// Shows what only subclasses see.
+// Makes protected members public.
 class OpenListener : public VLTPortAEMachPortListener {
  public:
   mach_port_t Port() const { return port; }
@@ -99,7 +99,7 @@ TEST_F(PortListener, ListeningAgainRepairsAnInvalidPortOrSource) {
   Counter counter(0);
   OpenListener listener;
   ASSERT_EQ(0, counter.Listen(listener, name));
-  mach_port_destroy(mach_task_self(), listener.Port());  // behind its back
+  mach_port_destroy(mach_task_self(), listener.Port());  // without the listener's knowledge
   EXPECT_EQ(1, listener.invalidations);
   EXPECT_FALSE(IsRegistered(name));
   EXPECT_EQ(0, counter.Listen(listener, name));
@@ -127,7 +127,8 @@ TEST_F(PortListener, ASecondListenerOfTheProcessIsRefused) {
   EXPECT_EQ(1, second.count);
 }
 
-// Meant: rights coalesce in a process, so the repair step of the one destroys the other's.
+// Meant: the repair of one listener destroys the other's port, because rights coalesce in a
+// process.
 TEST_F(PortListener, ATornDownListenerTakesItsNameOver) {
   Counter first(0), second(0);
   VLTPortAEMachPortListener old;
@@ -183,7 +184,7 @@ TEST_F(PortListener, TheHandlerGetsClassIdAndWhetherAReplyIsWanted) {
   EXPECT_EQ(1, replyWanted);
   EXPECT_NE(typeNull, replyType);
 
-  // Nobody wants this one's result, although the event carries a reply port.
+  // No reply is wanted here, although the event has a reply port.
   EXPECT_EQ(0, Ask(name, kPing, kAENoReply).status);
   replyWanted = 9;
   EXPECT_TRUE(RunLoopUntil([&] { return replyWanted != 9; }, 10s));

@@ -10,8 +10,9 @@
 #include "aeport/event.h"
 #include "aeport/port_listener.h"
 #include "tests/support/test_process.h"
+#include "tests/support/test_role.h"
 
-// A server and its client in one process: the test's thread serves, a second one asks.
+// A server and its client in one process: the test's thread serves, a second thread sends.
 
 struct ServedEvent {
   UInt32 eventClass;
@@ -41,6 +42,17 @@ inline OSStatus CallHandler(UInt32 eventClass, UInt32 eventID, const AEDesc* eve
   return (*static_cast<EventHandler*>(refcon))({eventClass, eventID, event, reply});
 }
 
+// The life of a role: serves its port with `handle` until the test kills it.
+inline int ServeForEver(TestRole& role, VLTAEDispatchCallback handle, void* refcon = nullptr) {
+  VLTPortAEMachPortListener listener;
+  if (listener.ListenOnPort(role.PortName(), CFRunLoopGetCurrent(), handle, refcon) != 0) {
+    return RoleFailed();
+  }
+  role.SignalReady();
+  CFRunLoopRun();
+  return RoleFailed();
+}
+
 // Runs `client` on a thread of its own and this thread's run loop until it has ended.
 inline void ServeWhile(const std::function<void()>& client) {
   std::atomic<bool> done = false;
@@ -54,13 +66,13 @@ inline void ServeWhile(const std::function<void()>& client) {
   thread.join();
 }
 
-// One finished request. The reply's error number as sendEvent gives it.
+// The outcome of a request: the reply's error number as sendEvent returns it.
 struct Answer {
   OSStatus status = 0;
   bool hasError = false;
 };
 
-// Sends ('test', id) to a name and waits for the answer.
+// Sends ('test', id) to a port name and waits for the reply.
 inline Answer Ask(const std::string& port, UInt32 eventID, SInt32 mode = kAEWaitReply,
                   SInt32 timeoutTicks = 20 * 60) {
   VLTPortDestinationAddress address(port.c_str());

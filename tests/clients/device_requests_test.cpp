@@ -14,15 +14,15 @@
 #include "tests/support/test_role.h"
 #include "tools/values/value_types.h"
 
-// Each request of the device monitor's clients as it goes over the wire to another process, and
-// what becomes of each kind of answer, right and wrong ones.
+// Each request of the device monitor's clients as it reaches another process, and the results of
+// right and wrong replies.
 
 namespace {
 
 constexpr char kPort[] = "com.veltrane.vltdeviced.1.1";
 constexpr DescType kWeird = FourCC('A', 'B', 'C', 'D');
 
-// What a request says, in one line: its result, then its outputs.
+// Describes a request's outcome in one line: its result, then its outputs.
 template <class... Outputs>
 std::string Said(OSStatus err, const Outputs&... outputs) {
   std::ostringstream text;
@@ -110,7 +110,7 @@ struct Row {
   const char* name;
   std::function<std::string()> call;
   const char* event;    // as it arrives
-  const char* answer;   // as the peer is told
+  const char* answer;   // in the form of RecordingPeer::Answer
   const char* outcome;  // as Said
 };
 
@@ -152,7 +152,8 @@ std::vector<Row> Requests() {
        "CmoN GtPf wait DvI#:long=7|PKey:text=gain", "PVal:text=loud", "0 loud-- 4 TEXT"},
       {"DMGetDeviceAttribute", [] { return IntoBuffer(kGetAttribute, typeChar, 64, false, false); },
        "CmoN GtAt wait DvI#:long=7|PKey:text=gain", "PVal:text=loud", "0 loud-- -1 null"},
-      // Meant: with an allocator both ask for the preference, with a handle both for the attribute.
+      // Meant: with an allocator both send the request for the preference, with a handle both that
+      // for the attribute, because callers rely on it.
       {"DMGetDevicePreference", [] { return IntoBlock(kCopyPreference, typeChar); },
        "CmoN GtPf wait DvI#:long=7|PKey:text=gain", "PVal:text=loud", "0 loud TEXT"},
       {"DMGetDeviceAttribute", [] { return IntoBlock(kCopyAttribute, typeChar); },
@@ -284,7 +285,7 @@ TEST(DeviceRequests, WithoutADaemonFailUnderTheirNames) {
     EXPECT_TRUE(row.call().starts_with("-600"));
     EXPECT_EQ(Logged(row.name, procNotFound, "fffffda8"), TestLogText());
   }
-  // Nobody to quit is no failure; a launcher that has no way to look is one, and is the client's.
+  // A daemon that does not run counts as success; a launcher without a way to look one up does not.
   ClearTestLog();
   EXPECT_EQ(0, DMQuitDaemon());
   EXPECT_EQ("", TestLogText());
@@ -307,8 +308,7 @@ TEST(DeviceRequests, ADaemonThatEndsIsToldAtOnce) {
          peer.Answer("die");
          return DMGetDeviceIDs(nullptr, 0, &count);
        }},
-      {"between making and sending",
-       [](RecordingPeer& peer) {
+      {"between making and sending", [](RecordingPeer& peer) {
          VLTPortDestinationAddress address;
          VLTPortAppleEvent event(FourCC('C', 'm', 'o', 'N'), FourCC('G', 't', 'I', 's'),
                                  kAEWaitReply, nullptr, kAutoGenerateReturnID, 0);
@@ -317,8 +317,7 @@ TEST(DeviceRequests, ADaemonThatEndsIsToldAtOnce) {
          const OSStatus err = GetDMClient().SendEvent(event, 0, 5, 0);
          GetDMClient().HandleResult(err, &event, "DMGetDeviceIDs", nullptr);
          return err;
-       }},
-  };
+       }}};
   for (const auto& [when, call] : rows) {
     SCOPED_TRACE(when);
     GetDMClient().ResetSendFailures();
@@ -330,8 +329,8 @@ TEST(DeviceRequests, ADaemonThatEndsIsToldAtOnce) {
   }
 }
 
-// Each attempt waits a tenth of a second here, and each that times out is followed by one second,
-// the last one too. A daemon that sends the number of a time-out is taken at its word.
+// Each attempt waits a tenth of a second, and a second follows each time-out, also the last one.
+// The number of a time-out in a reply counts as a time-out.
 TEST(DeviceRequests, ASilentDaemonIsAskedFiveTimesWithPauses) {
   const std::tuple<std::vector<const char*>, const char*, int> rows[] = {
       {{"silent", "silent", "silent", "silent", "silent"}, "-1712 -1 -1 -1 -1 -1", 5},
@@ -363,7 +362,7 @@ TEST(DeviceConnection, RefusesWhatNamesNothing) {
   EXPECT_EQ(FourCC('C', 'm', 'o', 'N'), signature);
   EXPECT_EQ(paramErr, DMSetDeviceMonitorExecutable(nullptr));
   EXPECT_EQ(procNotFound, DMCheckDaemonRunning());
-  EXPECT_EQ(procNotFound, DMVerifyDaemonRunning());  // and starts nothing unless told to
+  EXPECT_EQ(procNotFound, DMVerifyDaemonRunning());  // starts nothing by default
 }
 
 TEST(DeviceConnection, ANameMayLieInsideTheOneThatItReplaces) {
@@ -386,8 +385,7 @@ TEST(DeviceConnection, ALauncherFreesTheNamesThatItHasStored) {
   EXPECT_LT(mallinfo2().uordblks, before + 5 * large.size());
 }
 
-// A monitor for this session alone is found when there is none for all, and found again when it
-// comes back under the other name.
+// Clients prefer the monitor for all sessions and use this session's when the other is gone.
 TEST(DeviceConnection, FollowsTheDaemonThroughItsNames) {
   const std::string ours = std::string(kPort) + ".abc123";  // of this test's session id
   const auto ask = [](RecordingPeer& peer, const std::string& expected) {
@@ -410,7 +408,7 @@ TEST(DeviceConnection, FollowsTheDaemonThroughItsNames) {
   const char* name = "x";
   EXPECT_EQ(0, DMGetDeviceMonitorPortName(name));
   EXPECT_EQ(nullptr, name);
-  const std::string tooLong(120, 'n');  // with the session id it is no name any more
+  const std::string tooLong(120, 'n');  // with the session id it exceeds 127 bytes
   EXPECT_EQ(0, DMSetDeviceMonitorPortName(tooLong.c_str()));
   EXPECT_EQ(procNotFound, DMCheckDaemonRunning());
   EXPECT_EQ(0, DMSetDeviceMonitorPortName(kPort));

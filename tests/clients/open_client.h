@@ -2,8 +2,8 @@
 
 #include "aeport/client_support.h"
 
-// What only a client itself may set: whether its failures are shown and logged. Puts the client
-// back as it was.
+// Sets whether a client's failures are shown and logged, which only subclasses may. The destructor
+// restores the client.
 class OpenClient : public VLTAEClientSupport {
  public:
   explicit OpenClient(VLTAEClientSupport& opened)

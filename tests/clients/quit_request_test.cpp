@@ -8,7 +8,7 @@
 
 namespace {
 
-// A client that fails to tell where its server is.
+// A client whose server has no address.
 class LostClient : public VLTAEClientSupport {
  public:
   explicit LostClient(OSStatus theReason)
@@ -20,28 +20,24 @@ class LostClient : public VLTAEClientSupport {
   const OSStatus reason;
 };
 
-TEST(QuitRequest, NobodyToQuitIsNoFailure) {
-  const struct {
-    OSStatus reason;
-    bool lookUpTells;
-    OSStatus result;
-  } rows[] = {
+TEST(QuitRequest, SucceedsIfTheServerDoesNotRun) {
+  const std::tuple<OSStatus, bool, OSStatus> rows[] = {
       {procNotFound, false, 0}, {1100, true, 0},
       {1102, true, 0},          {1105, true, 0},
       {1106, true, 1106},       {1102, false, 1102},
       {paramErr, true, -50},    {errAETimeout, true, -1712},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.reason);
+  for (const auto& [reason, lookUpTells, result] : rows) {
+    SCOPED_TRACE(reason);
     ClearTestLog();
-    LostClient client(row.reason);
-    EXPECT_EQ(row.result, SendQuitRequest(client, row.lookUpTells, "Quit"));
-    const std::string start = "404 Quit() - Error " + std::to_string(row.result) + " ";
-    EXPECT_TRUE(row.result == 0 ? TestLogText().empty() : TestLogText().starts_with(start));
+    LostClient client(reason);
+    EXPECT_EQ(result, SendQuitRequest(client, lookUpTells, "Quit"));
+    const std::string start = "404 Quit() - Error " + std::to_string(result) + " ";
+    EXPECT_TRUE(result == 0 ? TestLogText().empty() : TestLogText().starts_with(start));
   }
 }
 
-// A client that records how it is told to send, and sends nothing.
+// A client that records the arguments of a send and sends nothing.
 class SendingClient : public VLTAEClientSupport {
  public:
   OSStatus SendEvent(VLTAppleEventWrapper&, SInt32 mode, int retries, int timeoutTicks) override {

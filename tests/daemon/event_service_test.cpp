@@ -9,7 +9,7 @@
 
 namespace {
 
-TEST(EventService, OpensClosesAndRemembers) {
+TEST(EventService, OpensAndClosesItsPortAndReportsThatItHadOne) {
   EXPECT_EQ(0, removeAEHandlers());
   EXPECT_FALSE(isAEHandlerRegistered());
   for (const char* name : {kSessionDaemonPortName, "", static_cast<const char*>(nullptr)}) {
@@ -25,16 +25,15 @@ TEST(EventService, OpensClosesAndRemembers) {
     EXPECT_EQ(0, removeAEHandlers());
   }
   EXPECT_FALSE(checkPortRegistered(kSessionDaemonPortName));
-  EXPECT_TRUE(isAEHandlerRegistered());  // meant: it tells that there was a service
+  // Meant: stays true after a removal, because the running check relies on it.
+  EXPECT_TRUE(isAEHandlerRegistered());
 }
 
-// A quit that came before the loop ends it at once, and would hang this test if it did not.
+// A quit event before the loop ends it at once; otherwise this test would not end.
 TEST(EventService, OnlyTheQuitEventEndsTheLoop) {
-  const std::tuple<UInt32, UInt32> rows[] = {
-      {kCoreEventClass, kAEOpenApplication},
-      {FourCC('A', 'E', 'V', 'T'), kAEQuitApplication},
-      {kCoreEventClass, FourCC('Q', 'U', 'I', 'T')},
-  };
+  const std::tuple<UInt32, UInt32> rows[] = {{kCoreEventClass, kAEOpenApplication},
+                                             {FourCC('A', 'E', 'V', 'T'), kAEQuitApplication},
+                                             {kCoreEventClass, FourCC('Q', 'U', 'I', 'T')}};
   for (const auto& [eventClass, eventID] : rows) {
     EXPECT_EQ(errAEEventNotHandled,
               SMAEDispatchCallback(eventClass, eventID, nullptr, nullptr, nullptr));

@@ -9,7 +9,7 @@
 
 namespace {
 
-// What only the manager itself sees.
+// Makes protected members visible.
 class OpenManager : public SessionManager {
  public:
   static const char* LoadName(const SessionManager& manager) {
@@ -27,7 +27,7 @@ TEST(SessionDaemonOptions, FileNamesAreTakenWholeAndTheLastWins) {
     std::vector<std::string> words;
     const char *load, *save;
   } rows[] = {
-      {{"-lp"}, "(none)", "(none)"},  // no value: passed over
+      {{"-lp"}, "(none)", "(none)"},  // ignored without a value
       {{"-loadPrefs", "a", "-lp", "b", "-savePrefs", "c"}, "b", "c"},
       {{"-sp", "-q"}, "(none)", "-q"},  // a value, whatever it looks like
       {{"-LP", "a", "--lp", "b", "-l", "c", "-lpx", "d"}, "(none)", "(none)"},

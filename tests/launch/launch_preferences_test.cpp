@@ -15,7 +15,7 @@
 #include "tests/launch/open_launch.h"
 #include "util/ostype_text.h"
 
-// The launch preferences, through real files in this test's own folders.
+// The launch preferences, in real files of this test's own folders.
 
 namespace {
 
@@ -83,7 +83,7 @@ std::vector<std::string> StateOf(OpenLaunch& launch) {
   };
 }
 
-// `changes` in place of the entries that begin with the same word.
+// Returns `state` with `changes` in place of the entries that begin with the same word.
 std::vector<std::string> Changed(std::vector<std::string> state,
                                  const std::vector<std::string>& changes) {
   for (const std::string& change : changes) {
@@ -103,7 +103,7 @@ std::string Text(const std::string& name, const std::string& value) {
   return Key(name, "<string>" + value + "</string>");
 }
 
-TEST(LaunchPreferences, KeyByKey) {
+TEST(LaunchPreferences, EachKeyChangesItsValueAndAWrongTypeIsAnError) {
   const std::string number = "<integer>1</integer>";
   const std::string port = Text("portName", "other.port");
   const std::string ones(300, '1');
@@ -133,7 +133,7 @@ TEST(LaunchPreferences, KeyByKey) {
       {Key("findByPortName", "<false/>") + Key("findBySignature", "<true/>"),
        0,
        {"findPort 0", "findSignature 1"}},
-      // What was read before a mistake stays; the order is the table's, not the file's.
+      // Values read before a wrong one stay. The order is fixed, not the file's.
       {port + Key("launchBySignature", number) + Key("launchRetries", "<integer>7</integer>"),
        paramErr,
        {"retries 7"}},
@@ -152,7 +152,7 @@ TEST(LaunchPreferences, KeyByKey) {
   }
 }
 
-// Bytes of the heap that are in use; a sanitizer's heap does not tell.
+// Returns the bytes in use of the heap (0 under a sanitizer).
 size_t HeapInUse() { return mallinfo2().uordblks; }
 
 TEST(LaunchPreferences, TextsThatAreReplacedAreFreed) {
@@ -168,7 +168,7 @@ TEST(LaunchPreferences, TextsThatAreReplacedAreFreed) {
     StoreKeys(keys);
     size_t before = 0;
     for (int round = 0; round < 12; round++) {
-      if (round == 2) before = HeapInUse();  // what is kept once is there by now
+      if (round == 2) before = HeapInUse();  // caches are filled by now
       OpenLaunch launch(spec);
       launch.prepare();
       launch.setPortName("short");
@@ -192,7 +192,7 @@ TEST(LaunchPreferences, AreReadOnce) {
   EXPECT_STREQ("mine", launch.portName);
 }
 
-TEST(LaunchPreferences, ADictionaryThatIsNoneIsAnErrorOnce) {
+TEST(LaunchPreferences, AValueThatIsNotADictionaryIsAnErrorOnce) {
   StorePreferences("<string>no dictionary</string>");
   OpenLaunch launch(TestSpec());
   EXPECT_EQ(paramErr, launch.prepare());
@@ -201,7 +201,7 @@ TEST(LaunchPreferences, ADictionaryThatIsNoneIsAnErrorOnce) {
   EXPECT_STREQ("test.port", launch.portName);
 }
 
-TEST(LaunchPreferences, AFileThatStrangersMayWriteSaysNothing) {
+TEST(LaunchPreferences, AFileThatOthersMayWriteOrThatIsDamagedIsIgnored) {
   for (const mode_t mode : {mode_t{0664}, mode_t{0646}}) {
     StorePreferences("<dict>" + Text("executablePath", "/usr") + "</dict>", mode);
     OpenLaunch launch(TestSpec());
@@ -216,7 +216,7 @@ TEST(LaunchPreferences, AFileThatStrangersMayWriteSaysNothing) {
   EXPECT_EQ(0, OpenLaunch(TestSpec()).prepare());
 }
 
-TEST(LaunchPreferences, CommitAndReadBack) {
+TEST(LaunchPreferences, ACommitIsReadBackAndNeedsDomainAndKey) {
   std::filesystem::remove(PreferencesFile());
   OpenLaunch launch(TestSpec());
   VLTDictionary dict;
@@ -241,7 +241,7 @@ TEST(LaunchPreferences, CommitAndReadBack) {
   }
 }
 
-// Writes a key of its own, or refuses to.
+// Writes a key and returns the given result.
 class SavingLaunch : public OpenLaunch {
  public:
   explicit SavingLaunch(OSStatus theResult) : OpenLaunch(TestSpec()), result(theResult) {}
@@ -254,7 +254,7 @@ class SavingLaunch : public OpenLaunch {
   OSStatus result;
 };
 
-TEST(LaunchPreferences, WhatWasSavedIsNotReadOver) {
+TEST(LaunchPreferences, AreNotReadAgainAfterASaveThatSucceeded) {
   StoreKeys(Key("launchRetries", "<integer>5</integer>"));
   SavingLaunch failing(ioErr);
   EXPECT_EQ(ioErr, failing.savePreferences());

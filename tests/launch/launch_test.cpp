@@ -13,11 +13,11 @@
 
 namespace {
 
-// No application of any test has these: the process list shows those of other tests that run now.
+// Signatures that no test's application has, since the process list shows those of other tests.
 constexpr OSType kSignature = FourCC('L', 'c', 'h', 'T');
 constexpr OSType kNobody = FourCC('L', 'c', 'h', 'N');
 
-// Nothing by which anything could be found or started.
+// No way to find or start anything.
 VLTLaunchSpec EmptySpec() { return {}; }
 
 VLTLaunchSpec PortSpec(const char* port) {
@@ -28,7 +28,7 @@ VLTLaunchSpec PortSpec(const char* port) {
   return spec;
 }
 
-// Answers one after the other, the last one again and again, and counts.
+// Returns the results in turn, then the last one repeatedly, and counts its calls.
 struct Probe {
   std::vector<OSStatus> answers;
   int count = 0;
@@ -41,26 +41,20 @@ struct Probe {
   }
 };
 
-TEST(WaitForLaunch, AsksUntilThereIsAnAnswer) {
-  const struct {
-    std::vector<OSStatus> answers;
-    int retries, sleepSeconds;
-    OSStatus err;
-    int count;
-  } rows[] = {
+TEST(WaitForLaunch, ProbesUntilTheResultIsNotProcNotFoundOrTriesRunOut) {
+  const std::tuple<std::vector<OSStatus>, int, int, OSStatus, int> rows[] = {
       {{0}, 20, 1, 0, 1},
       {{procNotFound, procNotFound, 0}, 20, 0, 0, 3},
       {{procNotFound, ioErr, 0}, 20, 0, ioErr, 2},
       {{procNotFound}, 5, 0, procNotFound, 5},
       {{procNotFound}, 3, INT_MIN, procNotFound, 3},
-      {{0}, 0, 1, 0, 0},                            // succeeds without asking
-      {{procNotFound, 0}, -1, 0, procNotFound, 1},  // meant: once
+      {{0}, 0, 1, 0, 0},                            // succeeds without a probe
+      {{procNotFound, 0}, -1, 0, procNotFound, 1},  // one probe
   };
-  for (const auto& row : rows) {
-    Probe probe = {row.answers};
-    EXPECT_EQ(row.err,
-              VLTLaunch::waitForLaunch(Probe::Ask, &probe, nullptr, row.sleepSeconds, row.retries));
-    EXPECT_EQ(row.count, probe.count);
+  for (const auto& [answers, retries, sleepSeconds, err, count] : rows) {
+    Probe probe = {answers};
+    EXPECT_EQ(err, VLTLaunch::waitForLaunch(Probe::Ask, &probe, nullptr, sleepSeconds, retries));
+    EXPECT_EQ(count, probe.count);
   }
   EXPECT_EQ(paramErr, VLTLaunch::waitForLaunch(nullptr, nullptr, nullptr, 0, 0));
   EXPECT_EQ(paramErr, VLTLaunch::waitForPort("", 0, 0));
@@ -78,7 +72,7 @@ TEST(WaitForLaunch, SleepsWholeSecondsAfterEachProbeAlsoTheLast) {
   EXPECT_GE(std::chrono::steady_clock::now() - start, 1900ms);
 }
 
-// Each step answers as told and leaves its letter.
+// Each step returns its given result and appends its letter.
 class ToldLaunch : public OpenLaunch {
  public:
   ToldLaunch() : OpenLaunch(EmptySpec()) {}
@@ -106,37 +100,33 @@ class ToldLaunch : public OpenLaunch {
 TEST(FindAndLaunch, TakesItsStepsInOrder) {
   constexpr OSStatus kNone = procNotFound;
   constexpr OSStatus kUnderWay = kLSLaunchInProgressErr;
-  const struct {
-    OSStatus found;
-    bool start;
-    OSStatus specified, byBundle, bySignature, waited, err;
-    const char* steps;
-  } rows[] = {
-      {0, true, 0, 0, 0, 0, 0, "f"},
-      {ioErr, true, 0, 0, 0, 0, ioErr, "f"},
-      {kNone, false, 0, 0, 0, 0, kNone, "f"},
-      {kNone, true, 0, kNone, kNone, 0, 0, "fpw"},
-      {kNone, true, kNone, 0, kNone, 0, 0, "fpbw"},
-      {kNone, true, kNone, kNone, 0, 0, 0, "fpbsw"},
-      {kNone, true, kNone, kNone, kNone, 0, kNone, "fpbs"},
-      {kNone, true, kUnderWay, 0, 0, 0, 0, "fpw"},  // counts as started
-      {kNone, true, ioErr, 0, 0, 0, ioErr, "fp"},
-      {kNone, true, 0, 0, 0, ioErr, ioErr, "fpw"},
-  };
-  for (const auto& row : rows) {
+  const std::tuple<OSStatus, bool, OSStatus, OSStatus, OSStatus, OSStatus, OSStatus, const char*>
+      rows[] = {
+          {0, true, 0, 0, 0, 0, 0, "f"},
+          {ioErr, true, 0, 0, 0, 0, ioErr, "f"},
+          {kNone, false, 0, 0, 0, 0, kNone, "f"},
+          {kNone, true, 0, kNone, kNone, 0, 0, "fpw"},
+          {kNone, true, kNone, 0, kNone, 0, 0, "fpbw"},
+          {kNone, true, kNone, kNone, 0, 0, 0, "fpbsw"},
+          {kNone, true, kNone, kNone, kNone, 0, kNone, "fpbs"},
+          {kNone, true, kUnderWay, 0, 0, 0, 0, "fpw"},  // counts as started
+          {kNone, true, ioErr, 0, 0, 0, ioErr, "fp"},
+          {kNone, true, 0, 0, 0, ioErr, ioErr, "fpw"},
+      };
+  for (const auto& [found, start, specified, byBundle, bySignature, waited, err, steps] : rows) {
     ToldLaunch launch;
-    launch.found = row.found;
-    launch.setLaunchIfNotRunning(row.start);
-    launch.specified = row.specified;
-    launch.byBundle = row.byBundle;
-    launch.bySignature = row.bySignature;
-    launch.waited = row.waited;
-    EXPECT_EQ(row.err, launch.findAndLaunch()) << row.steps;
-    EXPECT_EQ(row.steps, launch.steps);
+    launch.found = found;
+    launch.setLaunchIfNotRunning(start);
+    launch.specified = specified;
+    launch.byBundle = byBundle;
+    launch.bySignature = bySignature;
+    launch.waited = waited;
+    EXPECT_EQ(err, launch.findAndLaunch()) << steps;
+    EXPECT_EQ(steps, launch.steps);
   }
 }
 
-TEST(Launch, DefaultsAndMasks) {
+TEST(Launch, WaysWithoutTheirValueAreTurnedOffAndRetriesBecomeZero) {
   OpenLaunch launch(EmptySpec());
   EXPECT_EQ(0, launch.initParams());
   EXPECT_EQ(2, launch.launchRetrySleepInterval);
@@ -160,7 +150,7 @@ TEST(Launch, DefaultsAndMasks) {
                masked.findByPortName);
   masked.setPortName("test.nobody");
   EXPECT_EQ(procNotFound, masked.find());
-  EXPECT_EQ(0, masked.launchRetries);  // meant: zero for good
+  EXPECT_EQ(0, masked.launchRetries);  // Meant: 0 from now on, because callers rely on it.
 }
 
 TEST(Launch, SettersCountFromTheNextLookUpOn) {
@@ -169,7 +159,8 @@ TEST(Launch, SettersCountFromTheNextLookUpOn) {
   launch.setSignature(FourCC('e', 'a', 'r', 'l'));
   launch.setLaunchIfNotRunning(true);
   EXPECT_EQ(procNotFound, launch.find());
-  EXPECT_STREQ("test.spec", launch.portName);  // meant: the first look-up has the last word
+  // Meant: the first look-up replaces an earlier name, because callers rely on it.
+  EXPECT_STREQ("test.spec", launch.portName);
   EXPECT_EQ(kSignature, launch.getSignature());
   EXPECT_TRUE(launch.launchIfNotFound);
 
@@ -190,7 +181,7 @@ TEST(Launch, SettersCountFromTheNextLookUpOn) {
   EXPECT_EQ(paramErr, launch.find());
 }
 
-TEST(Launch, TheExecutableIsBehindItsAliases) {
+TEST(Launch, TheExecutableIsTheTargetOfItsAliases) {
   ScratchFolder folder;
   const std::string file = folder.File("program");
   folder.Link("first", file);
@@ -225,7 +216,7 @@ TEST(Launch, TheExecutableIsBehindItsAliases) {
   EXPECT_EQ(paramErr, VLTLaunch::PathToFileSpec(app, ""));
 }
 
-TEST(Find, ReportsWhoIsThereAndKeepsNoRightOfThem) {
+TEST(Find, FindsAPortByNameOnlyAndKeepsNoRight) {
   const std::string name = UniquePortName();
   EXPECT_EQ(paramErr, VLTLaunch::findPort(""));
   EXPECT_EQ(procNotFound, VLTLaunch::findPort(name.c_str()));
@@ -236,7 +227,7 @@ TEST(Find, ReportsWhoIsThereAndKeepsNoRightOfThem) {
     const auto nothing = [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) { return OSStatus{0}; };
     ASSERT_EQ(0, listener.ListenOnPort(name.c_str(), CFRunLoopGetCurrent(), nothing, nullptr));
     EXPECT_EQ(0, VLTLaunch::waitForPort(name.c_str(), 1, 20));
-    // A port that is there does not count when only the signature does.
+    // The port does not count if only the signature is to be found.
     VLTLaunchSpec bySignature = PortSpec(name.c_str());
     bySignature.findByPortName = false;
     bySignature.findBySignature = true;

@@ -2,7 +2,7 @@
 
 #include "launch/launch.h"
 
-// A launcher whose state a test can see.
+// A launcher with public state.
 class OpenLaunch : public VLTLaunch {
  public:
   using VLTLaunch::VLTLaunch;
