@@ -21,7 +21,7 @@ constexpr CFPropertyListFormat kBinary = kCFPropertyListBinaryFormat_v1_0;
 
 class DictionaryFiles : public testing::Test {
  protected:
-  // A list as somebody with an editor would leave it.
+  // Writes a list like an editor.
   void Write(const std::string& text) const { folder.File("list.plist", text); }
 
   const ScratchFolder folder;
@@ -135,7 +135,7 @@ TEST_F(DictionaryFiles, MemoryTakesTextOnlyAndGivesBackTheSameEntries) {
   dictionary.remove("self");
 }
 
-TEST_F(DictionaryFiles, SavingReplacesWholeFilesBehindLinks) {
+TEST_F(DictionaryFiles, SavingReplacesTheTargetOfALinkAndKeepsItsMode) {
   VLTDictionary dictionary;
   dictionary.setInteger("n", 5);
   Write("old");
@@ -158,7 +158,7 @@ TEST_F(DictionaryFiles, SavingReplacesWholeFilesBehindLinks) {
   EXPECT_EQ(0, dictionary.save(dangling.c_str(), kXML));
   EXPECT_TRUE(std::filesystem::exists(folder.Path("later.plist")));
 
-  // What is no plain file is written to and stays.
+  // A device is written to and not replaced.
   EXPECT_EQ(0, dictionary.save("/dev/null", kXML));
   EXPECT_EQ(fnfErr, dictionary.save("/dev/full", kXML));
   EXPECT_FALSE(std::filesystem::is_regular_file("/dev/null"));
@@ -184,7 +184,7 @@ TEST_F(DictionaryFiles, SavingRemovesWhatAKilledSaveHasLeftAndNothingElse) {
   EXPECT_EQ(0, dictionary.save(path.c_str(), kXML));
   EXPECT_FALSE(std::filesystem::exists(folder.Path(".vlt-AAAAAA")));
   EXPECT_FALSE(std::filesystem::exists(folder.Path(".vlt-BBBBBB")));
-  EXPECT_EQ(5u, EntriesOf(folder.Path()));  // the three others, the live one, the file
+  EXPECT_EQ(5u, EntriesOf(folder.Path()));  // three other folders, the live one, the file
   CFRelease(url);
 }
 
@@ -207,7 +207,7 @@ TEST_F(DictionaryFiles, SavingSyncsTheNewFileThenReplacesTheOldOneThenSyncsTheFo
   using States = std::vector<std::string>;
   const States once = {"file old", "folder <?xml"};
   EXPECT_EQ(std::pair(OSStatus{0}, once), save(0, 0));
-  // One that was interrupted is made again; a file system may have nothing to wait for.
+  // An interrupted sync is repeated; EINVAL means that the file system cannot sync.
   EXPECT_EQ(std::pair(OSStatus{0}, States{"file old", "file old", "folder <?xml"}), save(1, EINTR));
   EXPECT_EQ(std::pair(OSStatus{0}, States{"file old", "folder <?xml", "folder <?xml"}),
             save(2, EINTR));

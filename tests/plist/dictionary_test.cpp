@@ -16,7 +16,7 @@ char* CountingAllocator(SInt32 size) {
   return VLTDictionaryBase::PtrAllocator(size);
 }
 
-// Reaches the slots, as a storage of another kind would.
+// Makes the slots public, as for another kind of storage.
 struct OpenDictionary : VLTDictionary {
   using VLTDictionary::_get;
   using VLTDictionary::_set;
@@ -123,7 +123,7 @@ TEST(Dictionary, TextAndDataFillBuffersExactlyAndAreCutToFit) {
   EXPECT_EQ(0, dictionary.getDataAlloc("data", block, CountingAllocator));
   EXPECT_EQ(3, sAskedSize);
   VLTDictionaryBase::PtrFree(block);
-  // Two codes for the same reason: callers tell them apart.
+  // Meant: two errors for one reason, because callers rely on them.
   block = buffer;
   EXPECT_EQ(memFullErr, dictionary.getCStringAlloc("text", block, NoMemory));
   EXPECT_EQ(mFulErr, dictionary.getDataAlloc("data", block, NoMemory));
@@ -183,7 +183,7 @@ TEST(Dictionary, ReplaceContentsCopiesAndIgnoresItself) {
   EXPECT_EQ(paramErr, second.save("/nowhere", kCFPropertyListXMLFormat_v1_0));
 }
 
-// Its name is in tests/leaks.supp: what copyContents leaves behind is left behind on purpose.
+// Its name is in tests/leaks.supp, since copyContents leaks the old contents.
 [[gnu::noinline]] void LeaveContentsBehind(CFIndex* count) {
   VLTDictionary dictionary, other;
   const void* const old = dictionary;
@@ -193,6 +193,7 @@ TEST(Dictionary, ReplaceContentsCopiesAndIgnoresItself) {
   CFRelease(old);
 }
 
+// Meant: the old contents are not released, because callers rely on it.
 TEST(Dictionary, CopyContentsDoesNotReleaseTheOldOnes) {
   CFIndex count = 0;
   LeaveContentsBehind(&count);

@@ -23,6 +23,7 @@
 #include "tests/support/permissions.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/support/session_directory.h"
+#include "util/owned_ref.h"
 
 namespace {
 
@@ -35,7 +36,7 @@ std::string SharedFolder() {
   return std::string(std::getenv("XDG_CONFIG_DIRS")) + "/veltrane/preferences/";
 }
 
-// A list with one number, as somebody with an editor would leave it.
+// Returns a list with one number.
 std::string ListOf(const char* key, int number) {
   return "<plist><dict><key>" + std::string(key) + "</key><integer>" + std::to_string(number) +
          "</integer></dict></plist>";
@@ -54,12 +55,12 @@ struct OpenPreferences : VLTPreferences {
 
 // Reads without leaving a reference.
 int IntegerOf(const char* key, CFStringRef user = kCFPreferencesCurrentUser) {
-  const CFPropertyListRef value =
+  const OwnedRef<CFPropertyListRef> value =
       CFPreferencesCopyValue(Ref(StackCFString(key)), kDomainString, user, kCFPreferencesAnyHost);
   int number = -1;
-  if (value == nullptr) return number;
-  CFNumberGetValue(static_cast<CFNumberRef>(value), kCFNumberIntType, &number);
-  CFRelease(value);
+  if (value != nullptr) {
+    CFNumberGetValue(static_cast<CFNumberRef>(CFPropertyListRef{value}), kCFNumberIntType, &number);
+  }
   return number;
 }
 
@@ -71,7 +72,7 @@ class Preferences : public testing::Test {
     ClearTestLog();
   }
 
-  // Replaces the file as an editor does that writes into it.
+  // Overwrites the file in place, like an editor.
   void WriteByHand(const std::string& text) {
     std::filesystem::create_directories(UserFolder());
     std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
@@ -108,11 +109,11 @@ TEST_F(Preferences, EachDomainHasItsFile) {
     EXPECT_EQ(mode, ModeOf(path));
   }
   umask(mask);
-  // Any user's on any host is the same file.
+  // The values of any user on any host are in the same file.
   EXPECT_EQ(5, IntegerOf("n", kCFPreferencesAnyUser));
 }
 
-TEST_F(Preferences, NamesOfNoFileAreRefused) {
+TEST_F(Preferences, NamesThatCannotBeFileNamesAreRefused) {
   const std::string tooLong(201, 'n');
   for (const char* name : {"", "..", "a..b", "../x", "a/b", "/etc/x", tooLong.c_str()}) {
     VLTPreferences domain(name, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
@@ -125,10 +126,9 @@ TEST_F(Preferences, NamesOfNoFileAreRefused) {
   EXPECT_EQ(paramErr, elsewhere.commit());
   // A NUL does not end a name early.
   const UniChar units[] = {'a', 0, 'b'};
-  const CFStringRef cut = CFStringCreateWithCharacters(nullptr, units, 3);
+  const OwnedRef<CFStringRef> cut = CFStringCreateWithCharacters(nullptr, units, 3);
   CFPreferencesSetAppValue(CFSTR("n"), kCFBooleanTrue, cut);
   EXPECT_FALSE(CFPreferencesSynchronize(cut, kCFPreferencesCurrentUser, kCFPreferencesAnyHost));
-  CFRelease(cut);
   EXPECT_FALSE(std::filesystem::exists(UserFolder()));
   VLTPreferences longest(tooLong.substr(1).c_str(), kCFPreferencesCurrentUser,
                          kCFPreferencesAnyHost);
@@ -143,12 +143,12 @@ TEST_F(Preferences, GettersTellAbsentFromWrongTypeAndNullRemoves) {
   preferences.setCString("text", "seven");
   EXPECT_EQ(paramErr, preferences.getInteger("text", number));
   EXPECT_EQ(7, number);
-  // Tells whether there is a value, and stores none.
+  // Reports whether there is a value, and stores none.
   const void* value = this;
   EXPECT_EQ(0, preferences._get(CFSTR("text"), value));
   EXPECT_EQ(this, value);
   EXPECT_EQ(paramErr, preferences._get(CFSTR("none"), value));
-  // A value that cannot be made removes, unlike in memory.
+  // A null value removes the key, unlike in a dictionary.
   EXPECT_EQ(0, preferences.setCString("text", nullptr));
   EXPECT_EQ(nullptr, preferences.getKeys());
   EXPECT_EQ(0, preferences.commit());
@@ -180,14 +180,14 @@ TEST_F(Preferences, LoadingMergesOrReplacesAndSavingGivesAllEntries) {
   const CFDictionaryRef none = preferences.getMultiple(nullptr);
   EXPECT_EQ(0, CFDictionaryGetCount(none));
   CFRelease(none);
-  EXPECT_EQ(2, IntegerOf("both") + 3);  // -1: removed here, though the file still has it
+  EXPECT_EQ(-1, IntegerOf("both"));  // removed in this process, though the file still has it
   EXPECT_NE(std::string::npos, ReadFile(path).find("both"));
 }
 
-TEST_F(Preferences, WhatOthersWriteIsSeenAndWhatIsSetHereWinsUntilItIsWritten) {
+TEST_F(Preferences, ChangesOfOthersAreSeenAndOwnChangesWinUntilTheyAreWritten) {
   WriteByHand(ListOf("n", 1));
   EXPECT_EQ(1, IntegerOf("n"));
-  // Of the same size, at the same moment.
+  // The files have the same size and possibly the same times.
   for (int i = 1; i < 100; i++) {
     WriteByHand(ListOf("n", i % 9));
     EXPECT_EQ(i % 9, IntegerOf("n"));
@@ -219,7 +219,7 @@ TEST_F(Preferences, ReadsLeaveReferencesToOneObjectForEachValue) {
   EXPECT_EQ(0, preferences.getString("s", again));
   EXPECT_EQ(first, again);
   EXPECT_EQ(count + 1, CFGetRetainCount(first));
-  // Values that come and go, with their references left behind, stay these two objects.
+  // Values that alternate stay the same two objects, although their references are leaked.
   CFStringRef second = nullptr;
   for (int i = 0; i < 200; i++) {
     preferences.setCString("s", i % 2 == 0 ? "two" : "one");
@@ -231,7 +231,7 @@ TEST_F(Preferences, ReadsLeaveReferencesToOneObjectForEachValue) {
     if (i == 0) second = now;
     EXPECT_EQ(i % 2 == 0 ? second : first, now);
   }
-  // Also one that is replaced before it was ever written.
+  // The same holds for a value that is replaced before it was written.
   CFStringRef unwritten = nullptr;
   preferences.setCString("s", "three");
   EXPECT_EQ(0, preferences.getString("s", unwritten));
@@ -241,7 +241,7 @@ TEST_F(Preferences, ReadsLeaveReferencesToOneObjectForEachValue) {
   EXPECT_EQ(unwritten, again);
 }
 
-// What is the same is not written anew, and keeps its object.
+// A value that is the same is not written again and keeps its object.
 TEST(PreferenceValues, AreTheSameOnlyIfTheyAreBitForBit) {
   const std::tuple<const char*, const char*, bool> rows[] = {
       {"<array><integer>1</integer></array>", "<array><integer>1</integer></array>", true},
@@ -259,18 +259,14 @@ TEST(PreferenceValues, AreTheSameOnlyIfTheyAreBitForBit) {
       {"()", "{}", false},
   };
   const auto listOf = [](const char* text) {
-    const CFDataRef data = CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(text),
-                                        static_cast<CFIndex>(std::strlen(text)));
-    const CFTypeRef list = CFPropertyListCreateFromXMLData(nullptr, data, 0, nullptr);
-    CFRelease(data);
-    return list;
+    const OwnedRef<CFDataRef> data = CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(text),
+                                                  static_cast<CFIndex>(std::strlen(text)));
+    return OwnedRef<CFTypeRef>(CFPropertyListCreateFromXMLData(nullptr, data, 0, nullptr));
   };
   for (const auto& [left, right, isSame] : rows) {
-    const CFTypeRef a = listOf(left), b = listOf(right);
+    const OwnedRef<CFTypeRef> a = listOf(left), b = listOf(right);
     EXPECT_EQ(isSame, HostIsSamePreference(a, b)) << left << " " << right;
     EXPECT_EQ(isSame, HostIsSamePreference(b, a)) << right << " " << left;
-    CFRelease(a);
-    CFRelease(b);
   }
 }
 
@@ -315,7 +311,7 @@ TEST_F(Preferences, ACommitSyncsTheNewFileThenReplacesTheOldOneThenSyncsTheFolde
   EXPECT_EQ(std::pair(OSStatus{0}, States{newFile, inPlace}), commit(2, EINVAL));
 }
 
-TEST_F(Preferences, ACommitWhoseSyncFailsSaysSoAndTheNextOneTriesAgain) {
+TEST_F(Preferences, ACommitWhoseSyncFailsReturnsAnErrorAndTheNextOneTriesAgain) {
   for (const int failing : {1, 2}) {
     WriteByHand(ListOf("n", 1));
     preferences.setInteger("n", 2);
@@ -331,8 +327,8 @@ TEST_F(Preferences, ACommitWhoseSyncFailsSaysSoAndTheNextOneTriesAgain) {
   }
 }
 
-// The file's times at the end of the commit are those of the other's change.
-TEST_F(Preferences, WhatAnotherWritesWhileACommitWaitsForTheDiskIsSeen) {
+// The file's times at the end of the commit are those of the other process's change.
+TEST_F(Preferences, AChangeByAnotherDuringACommitsSyncIsSeen) {
   WriteByHand(ListOf("n", 1));
   ASSERT_TRUE(WaitUntilTimesTell(path));
   preferences.setInteger("n", 2);
@@ -345,7 +341,7 @@ TEST_F(Preferences, WhatAnotherWritesWhileACommitWaitsForTheDiskIsSeen) {
   EXPECT_EQ(3, IntegerOf("n"));
 }
 
-TEST_F(Preferences, WhatIsSetWhileACommitWaitsForTheDiskIsKeptForTheNextOne) {
+TEST_F(Preferences, AValueSetDuringACommitsSyncIsKeptForTheNextCommit) {
   preferences.setInteger("n", 1);
   preferences.setInteger("gone", 1);
   ObserveSyncs([&](const std::string&) {
@@ -362,14 +358,14 @@ TEST_F(Preferences, WhatIsSetWhileACommitWaitsForTheDiskIsKeptForTheNextOne) {
   EXPECT_EQ(std::string::npos, ReadFile(path).find("<key>gone</key>"));
 }
 
-TEST_F(Preferences, WhatXMLDoesNotHaveGoesIntoABinaryFile) {
+TEST_F(Preferences, ValuesThatXMLCannotHoldMakeTheFileBinary) {
   const UniChar half[] = {0xD800};
   // `start`: of the file.
   const std::pair<CFTypeRef, const char*> rows[] = {
       {CFDateCreate(nullptr, -1), "<?xml"},
       {CFDateCreate(nullptr, -0.25), "bplist00"},
       {CFStringCreateWithCharacters(nullptr, half, 1), "bplist00"},
-      {CFDateCreate(nullptr, 1), "<?xml"},  // as soon as it may
+      {CFDateCreate(nullptr, 1), "<?xml"},  // XML again when it can
   };
   for (const auto& [value, start] : rows) {
     CFPreferencesSetValue(CFSTR("value"), value, kDomainString, kCFPreferencesCurrentUser,
@@ -386,8 +382,8 @@ TEST_F(Preferences, WhatXMLDoesNotHaveGoesIntoABinaryFile) {
   }
 }
 
-// A file with `text`, of this mode and owner, is neither read nor written, and `said` is logged
-// once.
+// Expects that a file with `text`, of this mode and owner, is neither read nor written, and that
+// `said` is logged once.
 void Preferences::ExpectLeftAlone(const std::string& text, mode_t mode, uid_t owner,
                                   const char* said) {
   SCOPED_TRACE(said);
@@ -438,7 +434,6 @@ TEST_F(Preferences, FilesThatCannotBeTrustedOrReadAreLeftAlone) {
   EXPECT_EQ(0, preferences.commit());
 }
 
-// The other user's id is nobody's.
 class OtherUsersPreferences : public Preferences {
  protected:
   static constexpr uid_t kOther = 12345;
@@ -464,11 +459,11 @@ class OtherUsersPreferences : public Preferences {
   const std::filesystem::path config = std::getenv("XDG_CONFIG_HOME");
 };
 
-TEST_F(OtherUsersPreferences, AreLeftAlone) {
+TEST_F(OtherUsersPreferences, AreNeitherReadNorWritten) {
   ExpectLeftAlone(good, 0600, kOther, "another user owns it");
 }
 
-TEST_F(OtherUsersPreferences, AnAnswerIsNotKeptForAnotherEffectiveUser) {
+TEST_F(OtherUsersPreferences, AValueReadAsOneUserIsNotGivenToAnother) {
   const std::tuple<uid_t, mode_t, int, int> rows[] = {
       {kOther, 0600, -1, 1}, {0, 0644, 1, 1}, {0, 0600, 1, -1}};
   for (const auto& [owner, mode, byRoot, byOther] : rows) {
@@ -488,7 +483,7 @@ TEST_F(OtherUsersPreferences, AnAnswerIsNotKeptForAnotherEffectiveUser) {
   }
 }
 
-TEST_F(OtherUsersPreferences, WhatRootMakesInAUsersFolderBelongsToThatUserAndBothReadIt) {
+TEST_F(OtherUsersPreferences, FilesThatRootMakesBelongToTheUserAndBothReadThem) {
   ASSERT_EQ(0, chown(config.c_str(), kOther, kOther));
   VLTPreferences onHost(kDomain, kCFPreferencesCurrentUser, kCFPreferencesCurrentHost);
   onHost.setInteger("n", 1);
@@ -509,14 +504,14 @@ TEST_F(OtherUsersPreferences, WhatRootMakesInAUsersFolderBelongsToThatUserAndBot
     preferences.setInteger("n", i);
     EXPECT_EQ(0, preferences.commit());
     Become(0);
-    WriteByHand(ListOf("n", i));  // so that nothing is known of it
+    WriteByHand(ListOf("n", i));  // so that it is read again
     EXPECT_EQ(i, IntegerOf("n"));
     preferences.setInteger("n", i + 1);
     EXPECT_EQ(0, preferences.commit());
   }
 }
 
-TEST_F(Preferences, ValuesThatNoFileCanHaveShowAtTheNextCommit) {
+TEST_F(Preferences, ValuesThatNoFileCanHoldFailTheNextCommitOnly) {
   preferences.setInteger("n", 1);
   CFPreferencesSetValue(CFSTR("url"), kCFPreferencesAnyUser, kDomainString,
                         kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
@@ -530,13 +525,13 @@ TEST_F(Preferences, ValuesThatNoFileCanHaveShowAtTheNextCommit) {
   EXPECT_EQ(0, preferences.setDictionary("deep", nest));
   EXPECT_EQ(paramErr, preferences.commit());
   EXPECT_EQ(0, preferences.commit());
-  // What was set beside it is written all the same.
+  // The other changes of that commit are written.
   preferences.setDictionary("deep", nest);
   preferences.setInteger("n", 2);
   EXPECT_EQ(paramErr, preferences.commit());
   EXPECT_NE(std::string::npos, ReadFile(path).find("<integer>2</integer>"));
   EXPECT_EQ(0, preferences.commit());
-  // What is set is a copy.
+  // The stored value is a copy.
   VLTDictionary inner;
   inner.setInteger("n", 1);
   preferences.setDictionary("inner", inner);
@@ -562,12 +557,11 @@ TEST_F(Preferences, ApplicationValuesComeFromTheStrongestDomain) {
   };
   int rank = 0;
   for (const auto& row : weakestFirst) {
-    const CFNumberRef number = CFNumberCreate(nullptr, kCFNumberIntType, &++rank);
+    const OwnedRef<CFNumberRef> number = CFNumberCreate(nullptr, kCFNumberIntType, &++rank);
     CFPreferencesSetValue(CFSTR("n"), number, row.application, row.user, row.host);
-    const CFPropertyListRef found = CFPreferencesCopyAppValue(CFSTR("n"), app);
-    EXPECT_TRUE(CFEqual(number, found)) << rank;
-    CFRelease(found);
-    CFRelease(number);
+    EXPECT_TRUE(
+        CFEqual(number, OwnedRef<CFPropertyListRef>(CFPreferencesCopyAppValue(CFSTR("n"), app))))
+        << rank;
   }
   EXPECT_TRUE(CFPreferencesAppSynchronize(app));
   EXPECT_EQ(5, IntegerOf("n"));

@@ -69,7 +69,6 @@ TEST(ReferenceSlots, AssignReleaseAndAdjustChangeTheCountByWhatTheyPromise) {
   CFRelease(a);
 }
 
-// The old object may hold the only other reference to the new one.
 TEST(ReferenceSlots, AssigningRetainsTheNewObjectBeforeItReleasesTheOldOne) {
   static CFIndex countAtRelease = 0;
   const CFStringRef inner = NewString("inner");
@@ -130,8 +129,7 @@ TEST(TypeDictionary, AddKeepsAndSetReplaces) {
   EXPECT_EQ(nullptr, dictionary.PreflightModify());
 }
 
-// What each type gets for 300.5 and for 10^300, without a default: nothing that a caller could take
-// for the value.
+// The outputs of each type for 10^300 without a default, which no caller can mistake for the value.
 TEST(NumberRule, WhatDoesNotFitIsTheTopBitOrNotANumber) {
   const VLTCFFloat64 huge(1e300);
   const std::pair<CFNumberType, UInt64> rows[] = {
@@ -139,7 +137,8 @@ TEST(NumberRule, WhatDoesNotFitIsTheTopBitOrNotANumber) {
       {kCFNumberSInt16Type, 0x8000},
       {kCFNumberSInt32Type, 0x80000000},
       {kCFNumberSInt64Type, 0x8000000000000000},
-      {kCFNumberFloat32Type, 0x80000000},  // meant: -0.0, and only `float` is not a number
+      // Meant: -0.0 here and not a number for `float` only, because callers rely on both.
+      {kCFNumberFloat32Type, 0x80000000},
       {kCFNumberCharType, 0x80},
       {kCFNumberShortType, 0x8000},
       {kCFNumberIntType, 0x80000000},
@@ -191,7 +190,8 @@ TEST(Number, AccessorsRefuseWhatDoesNotFitAndTwoReadOneByteOrNothing) {
   EXPECT_EQ(300.0f, number.AsFloat32());
   EXPECT_EQ(300.0, number.AsFloat64());
 
-  // These two are kept as they are: 8 bits in the top byte, and nothing.
+  // Meant: AsSInt64 reads 8 bits into the top byte and AsCFIndex reads none, because callers rely
+  // on both.
   EXPECT_EQ(INT64_MIN, number.AsSInt64());
   EXPECT_EQ(SInt64{-2} * (SInt64{1} << 56), VLTCFSInt32(-2).AsSInt64());
   EXPECT_EQ(SInt64{7} << 56, VLTCFSInt64(7).AsSInt64());

@@ -8,8 +8,8 @@
 #include <thread>
 #include <vector>
 
-// Operations that wait for ever are tried here: runs `body`, and ends the program when that has not
-// returned in time, so that what hangs is reported where it hangs.
+// Runs `body`, and aborts the program if that does not return in time, so that a fault that hangs
+// is reported where it hangs.
 inline void WithinTime(const std::function<void()>& body,
                        std::chrono::seconds limit = std::chrono::seconds(100)) {
   std::promise<void> done;
@@ -25,7 +25,7 @@ inline void WithinTime(const std::function<void()>& body,
   thread.join();
 }
 
-// `count` threads that run `body` with their number, to their ends, also within the time.
+// Runs `body` in `count` threads with their number, also within the time.
 inline void InThreads(int count, const std::function<void(int)>& body) {
   WithinTime([&] {
     std::vector<std::thread> threads;

@@ -8,8 +8,8 @@
 
 namespace {
 
-// Counts what is asked of it. Never goes away, so that references which are kept too long or
-// released too often show in the count only.
+// Counts its calls. It is never destroyed, so that a wrong number of references shows in the count
+// only.
 struct Fake {
   IUnknownVTbl* table = &sTable;
   std::atomic<int> count{1000};
@@ -49,8 +49,9 @@ TEST(COMObjectRef, FlagsDecideWhoseTheReferenceIs) {
   } rows[] = {
       {0, 1, 0, 0},
       {1, 0, 0, -1},  // handed over: released once
-      {2, 1, 2, 1},   // meant: added, yet never given back
-      {3, 0, 2, 0},   // borrowed
+      // Meant: added, yet never released, because callers rely on it.
+      {2, 1, 2, 1},
+      {3, 0, 2, 0},  // borrowed
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.flags);
@@ -103,7 +104,7 @@ TEST(COMObjectRef, TakesTheResultOfAQuery) {
   }
 }
 
-TEST(COMObjectRef, CountsAndNull) {
+TEST(COMObjectRef, CountsAreAdjustedAndNullGivesNull) {
   Fake fake;
   Ref ref;
   SInt32 result = 0;
@@ -118,7 +119,8 @@ TEST(COMObjectRef, CountsAndNull) {
   EXPECT_EQ(2, fake.Added());
 }
 
-// Meant: the old pointer stays and is released, unless the other's flags say borrowed.
+// Meant: the old pointer stays and is released unless the other's flags have bit 1, because callers
+// rely on both.
 TEST(COMObjectRef, CopyFromKeepsTheOldPointer) {
   const std::tuple<UInt32, int> rows[] = {{0, 0}, {0x42, 1}};
   for (const auto& [theirFlags, oldAdded] : rows) {
@@ -144,12 +146,10 @@ TEST(COMObjectRef, SlotsExchangeAndCount) {
     Ref::Object (*call)(Ref::Object*, Ref::Object);
     int newAdded, oldAdded;
     bool returnsOld;
-  } rows[] = {
-      {Ref::_SwapObjectPtr, 0, 0, true},
-      {Ref::_SwapObjectPtrNewRef, 1, 0, true},
-      {Ref::_SetObjectPtr, 0, -1, false},
-      {Ref::_SetObjectPtrNewRef, 1, -1, false},
-  };
+  } rows[] = {{Ref::_SwapObjectPtr, 0, 0, true},
+              {Ref::_SwapObjectPtrNewRef, 1, 0, true},
+              {Ref::_SetObjectPtr, 0, -1, false},
+              {Ref::_SetObjectPtrNewRef, 1, -1, false}};
   for (const auto& row : rows) {
     Fake old, fresh;
     Ref::Object slot = old.Object();
@@ -160,7 +160,7 @@ TEST(COMObjectRef, SlotsExchangeAndCount) {
   }
 }
 
-TEST(COMObjectRef, SwappedFromEightThreads) {
+TEST(COMObjectRef, SwapsFromEightThreadsLoseNoReference) {
   Fake fakes[4];
   {
     Ref ref;
@@ -182,9 +182,7 @@ TEST(COMObjectRef, SwappedFromEightThreads) {
   for (const Fake& fake : fakes) EXPECT_EQ(0, fake.Added());
 }
 
-// Two references that copy each other from many threads: nobody waits for ever, and every copy adds
-// exactly one reference and releases exactly one.
-TEST(COMObjectRef, CopiedBothWaysFromEightThreads) {
+TEST(COMObjectRef, CopiesBothWaysFromEightThreadsEndAndAddAndReleaseOnce) {
   Fake left, right;
   Ref a, b;
   a.SetObjectPtr(left.Object(), 1);

@@ -20,7 +20,7 @@ TEST(AtomicLockSet, LocksAreBitsOfTheLowSixBitsNumber) {
   }
 }
 
-TEST(AtomicLockSet, OneOfManyAcquires) {
+TEST(AtomicLockSet, OneOfManyThreadsAcquiresALock) {
   AtomicLockSet locks;
   std::atomic<int> acquired{0};
   int guarded = 0;

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr Duration kLong = 60'000;  // a failing test's end, never waited for
+constexpr Duration kLong = 60'000;  // ends a failing test
 
 void* Number(intptr_t number) { return reinterpret_cast<void*>(number); }
 
@@ -29,7 +29,7 @@ struct Queue {
 TEST(MPQueue, GivesMessagesInTheirOrder) {
   Queue queue;
   intptr_t taken = 0;
-  // More than the ring's first size, and never quite empty, so that it wraps round and grows.
+  // More than the ring's first size, and never empty, so that it wraps and grows.
   for (intptr_t posted = 0; posted < 5000;) {
     for (int i = 0; i < 7; i++) EXPECT_EQ(noErr, queue.Post(posted++));
     for (int i = 0; i < 4; i++) EXPECT_EQ(taken++, queue.Take());
@@ -143,7 +143,7 @@ struct ThreadObject {
   ~ThreadObject() { gThreadObjectsGone++; }
 };
 
-// What a task does before it ends in its own way; its parameter gets its id.
+// The body of a task. Its parameter gets the task's id.
 void BeATask(void* seen) {
   thread_local ThreadObject object;
   object.used = true;
@@ -151,9 +151,8 @@ void BeATask(void* seen) {
   EXPECT_TRUE(MPTaskIsPreemptive(MPCurrentTaskID()));
 }
 
-// The result of a return and of MPExit; either way what the thread held is gone before its end is
-// told, and the id is no task any more.
-TEST(MPTask, TellsItsResultAfterItsThreadsObjectsAreGone) {
+// The result of a return and of MPExit. The id is invalid afterwards.
+TEST(MPTask, ReportsItsResultAfterItsThreadsObjectsAreDestroyed) {
   const struct {
     TaskProc entry;
     ByteCount stackSize;
@@ -191,7 +190,7 @@ TEST(MPEvent, TheWholeWordGoesToOneWaiter) {
   EXPECT_EQ(0x80000005u, flags);
   EXPECT_EQ(kMPTimeoutErr, MPWaitForEvent(event, nullptr, 0));
 
-  // No flag is lost and none seen twice, whoever sets and takes.
+  // Each flag is seen once.
   std::atomic<int> set{0}, taken{0};
   std::atomic<bool> isOver{false};
   InThreads(4, [&](int number) {
@@ -214,8 +213,8 @@ TEST(MPEvent, TheWholeWordGoesToOneWaiter) {
   EXPECT_EQ(kMPInvalidIDErr, MPWaitForEvent(event, nullptr, kDurationForever));
 }
 
-// Some objects are never deleted, as the event group of a run-loop thread: what that costs is
-// memory and, on a 32-bit host, ids.
+// Some objects are never deleted, such as the event group of a run-loop thread. That takes memory
+// and, on a 32-bit architecture, ids.
 TEST(MPEvent, LostOnesLeaveIdsForOthers) {
   constexpr size_t kWanted = 300'000;
   std::vector<MPEventID> events;

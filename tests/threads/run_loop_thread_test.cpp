@@ -35,7 +35,7 @@ SInt32 Add(void* a, void* b) {
 }
 void* Number(intptr_t number) { return reinterpret_cast<void*>(number); }
 
-TEST(RunLoopThread, ResultsOfCalls) {
+TEST(RunLoopThread, ACallReturnsItsResultAndZeroForOneFromOutside) {
   Thread thread;
   EXPECT_EQ(paramErr, thread.CallSynchronous(nullptr, nullptr, nullptr, 0));
   const std::tuple<SInt32, SInt32> rows[] = {{0, 0}, {1, 0}, {2, 2}, {INT32_MIN, INT32_MIN}};
@@ -52,7 +52,7 @@ TEST(RunLoopThread, ResultsOfCalls) {
   }
 }
 
-TEST(RunLoopThread, TellsItsIdentity) {
+TEST(RunLoopThread, GivesItsPortHandleAndLoop) {
   Thread thread;
   mach_port_t port = MACH_PORT_NULL;
   pthread_t handle = {};
@@ -67,11 +67,11 @@ TEST(RunLoopThread, TellsItsIdentity) {
     return 0;
   }));
   EXPECT_EQ(0, thread.StopThread());
-  EXPECT_EQ(0, thread.RemoveSource(nullptr, kCFRunLoopDefaultMode));  // no loop is no error
+  EXPECT_EQ(0, thread.RemoveSource(nullptr, kCFRunLoopDefaultMode));  // also without a loop
   EXPECT_FALSE(thread.Runs());
 }
 
-TEST(RunLoopThread, AThreadThatGivesUpAtItsStart) {
+TEST(RunLoopThread, AThreadThatGivesUpAtItsStartReturnsItsErrorAndCanBeStartedLater) {
   WithinTime([] {
     Thread thread;
     thread.createdResult = -5;
@@ -107,7 +107,7 @@ TEST(RunLoopThread, ACallWhoseStartFailsLeavesNothingPending) {
   EXPECT_EQ(9, thread.CallSynchronous(Add, Number(2), Number(7), 0));
 }
 
-// Meant: where the quantum applies, the result of the policy hides that of adding.
+// Meant: the result of the policy hides that of AddSource, because callers rely on it.
 TEST(RunLoopThread, TheResultOfThePolicyHidesAddSources) {
   mach_msg_type_number_t count = POLICY_RR_INFO_COUNT;
   policy_rr_info_data_t info = {};
@@ -120,7 +120,7 @@ TEST(RunLoopThread, TheResultOfThePolicyHidesAddSources) {
   EXPECT_EQ(refused, thread.AddPrioritySource(nullptr, kCFRunLoopDefaultMode, 3));
 }
 
-// Meant: lock 4 goes first, so the event group stays.
+// Meant: lock 4 is released first, so the event group stays, because callers rely on it.
 TEST(RunLoopThread, FinalizeLeavesTheEventGroup) {
   Thread thread;
   EXPECT_EQ(0, thread.StartThread());
@@ -130,7 +130,7 @@ TEST(RunLoopThread, FinalizeLeavesTheEventGroup) {
   EXPECT_EQ(noErr, MPDeleteEvent(group));
 }
 
-TEST(RunLoopThread, StartedAndStoppedThousandsOfTimes) {
+TEST(RunLoopThread, ThousandsOfStartsAndStopsLoseNoCallAndNoDescriptor) {
   OpenDescriptorCheck noLeaks;
   int calls = 0, expectedCalls = 0;
   WithinTime([&] {
@@ -183,9 +183,8 @@ TEST(RunLoopThread, ACallThatIsPendingAtTheStopIsServed) {
   EXPECT_EQ(600, served);
 }
 
-// Callers start it, and start it again, while others stop it at any time of its start and of a
-// call: every call is run once and answered.
-TEST(RunLoopThread, CallsAndStopsAllAtOnce) {
+// Callers start it again and again while others stop it at any time of its start and of a call.
+TEST(RunLoopThread, EachCallRunsOnceWhileOthersStopTheThread) {
   Thread thread;
   std::atomic<int> asked{0}, served{0}, left{4};
   InThreads(6, [&](int number) {
@@ -214,9 +213,7 @@ struct Source {
   CFRunLoopSourceRef ref;
 };
 
-// After the source was invalidated and the thread has answered one call, no callout may come: it
-// would find its object gone.
-TEST(RunLoopThread, SourcesAddedAndRemovedWhileTheyFire) {
+TEST(RunLoopThread, AnInvalidatedSourceDoesNotFireAfterTheNextCall) {
   Thread thread;
   CFRunLoopRef loop = nullptr;
   ASSERT_EQ(0, thread.GetCFRunLoop(loop));
@@ -250,7 +247,6 @@ TEST(RunLoopThread, SourcesAddedAndRemovedWhileTheyFire) {
   EXPECT_GE(fired, 100);
 }
 
-// A stop ends the whole run, also when it meets a run of the loop within a callout.
 TEST(RunLoopThread, AStopDuringANestedRunEndsTheThread) {
   enum class From { kCall, kSource, kTimer };
   for (const From from : {From::kCall, From::kSource, From::kTimer}) {
@@ -294,8 +290,6 @@ TEST(RunLoopThread, AStopDuringANestedRunEndsTheThread) {
   }
 }
 
-// Code that runs the loop until something has happened is stopped again and again, and gets it all
-// the same.
 TEST(RunLoopThread, ANestedRunThatIgnoresTheStopIsStillServed) {
   Thread thread;
   std::atomic<bool> isInside{false}, hasHappened{false};

@@ -55,7 +55,7 @@ TEST(AbsoluteTime, SumsSaturateAndDifferencesEndAtZero) {
   }
   const AbsoluteTime time = Wide(5'000'000);
   EXPECT_EQ(8'000'000u, Value(AddDurationToAbsolute(3, time)));
-  EXPECT_EQ(5'003'000u, Value(AddDurationToAbsolute(-3, time)));  // later all the same
+  EXPECT_EQ(5'003'000u, Value(AddDurationToAbsolute(-3, time)));  // -3 is 3 microseconds
   EXPECT_EQ(0u, Value(SubDurationFromAbsolute(6, time)));
 }
 
@@ -89,7 +89,7 @@ TEST(MachThread, HasAPortThatIsItsOwn) {
             thread_info(other, THREAD_SCHED_RR_INFO, &info.max_priority, &count));
 }
 
-TEST(MachThread, PoliciesAreRecordedOrRefused) {
+TEST(MachThread, PoliciesAreStoredOrRefused) {
   std::thread([] {
     const mach_port_t self = mach_thread_self();
     const struct {
@@ -99,13 +99,11 @@ TEST(MachThread, PoliciesAreRecordedOrRefused) {
       boolean_t setLimit;
       kern_return_t result;
       integer_t max, priority, quantum;  // afterwards
-    } rows[] = {
-        {POLICY_RR, {63, 5}, 2, false, KERN_SUCCESS, 63, 63, 5},
-        {POLICY_RR, {64, 9}, 2, false, KERN_POLICY_LIMIT, 63, 63, 5},
-        {3, {1, 9}, 2, false, KERN_INVALID_POLICY, 63, 63, 5},
-        {POLICY_RR, {-1, 9}, 2, false, KERN_INVALID_ARGUMENT, 63, 63, 5},
-        {POLICY_TIMESHARE, {20, 0}, 1, true, KERN_SUCCESS, 20, 20, 0},
-    };
+    } rows[] = {{POLICY_RR, {63, 5}, 2, false, KERN_SUCCESS, 63, 63, 5},
+                {POLICY_RR, {64, 9}, 2, false, KERN_POLICY_LIMIT, 63, 63, 5},
+                {3, {1, 9}, 2, false, KERN_INVALID_POLICY, 63, 63, 5},
+                {POLICY_RR, {-1, 9}, 2, false, KERN_INVALID_ARGUMENT, 63, 63, 5},
+                {POLICY_TIMESHARE, {20, 0}, 1, true, KERN_SUCCESS, 20, 20, 0}};
     for (const auto& row : rows) {
       policy_rr_base_data_t base = row.base;
       EXPECT_EQ(row.result,
@@ -125,7 +123,7 @@ TEST(MachThread, PoliciesAreRecordedOrRefused) {
   }).join();
 }
 
-TEST(CFUUID, IsItsBytes) {
+TEST(CFUUID, KeepsAndComparesItsBytes) {
   const CFUUIDBytes bytes = CFUUIDGetUUIDBytes(IUnknownUUID);
   EXPECT_EQ(0xC0, bytes.byte8);
   const CFUUIDRef made = CFUUIDCreateFromUUIDBytes(kCFAllocatorDefault, bytes);

@@ -60,7 +60,7 @@ struct Worker : VLTStdMPThread {
   bool missesStart = false;
 };
 
-TEST(Worker, StatusesOfItsRuns) {
+TEST(Worker, ReportsTheResultOfEachRun) {
   for (const SInt32 result : {0, 1, INT32_MIN}) {
     SCOPED_TRACE(result);
     Worker worker([result](Worker&) { return result; });
@@ -84,7 +84,7 @@ TEST(Worker, ATaskThatEndsBeforeItsStartIsSeen) {
   EXPECT_TRUE(worker.OwnsQueue());
 }
 
-TEST(Worker, WaitsEndInTime) {
+TEST(Worker, WaitsForARunningTaskTimeOut) {
   MPSemaphoreID go = kInvalidID;
   ASSERT_EQ(noErr, MPCreateSemaphore(1, 0, &go));
   Worker worker([go](Worker&) { return MPWaitOnSemaphore(go, kDurationForever); });
@@ -127,7 +127,7 @@ TEST(Worker, MessagesReachTheOwnersHandler) {
   EXPECT_EQ(0, post(kAdmin, kEnd, -60));
   EXPECT_EQ(0, worker.WaitOnThreadNotification(nullptr, &kind, &value, 0));
   EXPECT_EQ(-60, worker.Status());
-  // Meant: without a place for kind and value the handler finds null there.
+  // Meant: without outputs for kind and value the handler gets null, because handlers rely on it.
   EXPECT_EQ(0, post(kAdmin, kEnd, -61));
   EXPECT_EQ(0, worker.WaitOnThreadNotification(&tag, nullptr, nullptr, 0));
   EXPECT_EQ(-60, worker.Status());
@@ -139,8 +139,7 @@ TEST(Worker, MessagesReachTheOwnersHandler) {
   EXPECT_EQ(Code(7), worker.received);
 }
 
-// The end of a run must not be taken for the end of the next one.
-TEST(Worker, ThousandsOfRunsInATightLoop) {
+TEST(Worker, TheEndOfARunIsNotMistakenForTheEndOfTheNext) {
   OpenDescriptorCheck noLeaks;
   int runs = 0;
   WithinTime([&] {
@@ -158,7 +157,7 @@ TEST(Worker, ThousandsOfRunsInATightLoop) {
   });
 }
 
-TEST(Worker, DestroyedRightAfterItsCompletion) {
+TEST(Worker, MayBeDestroyedRightAfterItsCompletion) {
   std::atomic<int> runs{0}, expectedRuns{0};
   WithinTime([&] {
     for (Rounds rounds(2000); rounds.Next();) {
@@ -171,9 +170,9 @@ TEST(Worker, DestroyedRightAfterItsCompletion) {
   EXPECT_EQ(expectedRuns, runs);
 }
 
-// One thread stops the worker as often as it takes until the others have seen a run end: whoever
-// starts it after a stop begins a new run.
-TEST(Worker, StartedAndAwaitedFromManyThreads) {
+// One thread stops the worker until the others have seen a run end, since a start after a stop
+// begins a new run.
+TEST(Worker, ManyThreadsMayStartAndAwaitIt) {
   std::atomic<int> runs{0};
   for (int round = 0; round < 300; round++) {
     Worker worker([&](Worker& self) {
@@ -197,7 +196,7 @@ TEST(Worker, StartedAndAwaitedFromManyThreads) {
   EXPECT_GE(runs, 300);
 }
 
-TEST(Worker, StartsItselfAnewWhenItHearsOfItsEnd) {
+TEST(Worker, MayBeStartedAgainByTheHandlerOfItsEnd) {
   std::atomic<int> runs{0};
   WithinTime([&] {
     Worker worker([&](Worker&) { return ++runs; });
@@ -212,9 +211,7 @@ TEST(Worker, StartsItselfAnewWhenItHearsOfItsEnd) {
   EXPECT_EQ(5, runs);
 }
 
-// A handler on one thread starts the worker, whose end it handles, while another thread starts it
-// as well.
-TEST(Worker, StartedByAHandlerAndAnotherThreadAtOnce) {
+TEST(Worker, MayBeStartedByTheHandlerOfItsEndAndAnotherThreadAtOnce) {
   std::atomic<int> runs{0}, restarts{0};
   Worker worker([&](Worker&) { return ++runs, 0; });
   worker.terminated = [&](Worker& self) {
@@ -231,7 +228,7 @@ TEST(Worker, StartedByAHandlerAndAnotherThreadAtOnce) {
   EXPECT_GE(runs, 300);
 }
 
-// Whoever handles the report of the start must not wait for it.
+// A handler of the start report must not wait for that report.
 TEST(Worker, AHandlerOfItsStartFindsItRunning) {
   std::atomic<int> runs{0};
   Worker worker([&](Worker& self) {
@@ -247,13 +244,12 @@ TEST(Worker, AHandlerOfItsStartFindsItRunning) {
   EXPECT_EQ(1, runs);
 }
 
-// The wait for another thread's turn counts as part of the time.
-TEST(Worker, WaitersAtOnceEachWaitOnce) {
+TEST(Worker, WaitersAtOnceWaitSideBySide) {
   Worker worker;
   ASSERT_EQ(0, worker.StartThread());
   ASSERT_EQ(0, worker.StopThread());
   worker.TakeEnd();
-  // If they waited one after the other, the last would be done after 1500 ms.
+  // If they waited one after the other, the last would end after 1500 ms.
   EXPECT_TRUE(IsDoneWithin(std::chrono::milliseconds(950), [&worker] {
     InThreads(3, [&worker](int) {
       const auto start = std::chrono::steady_clock::now();

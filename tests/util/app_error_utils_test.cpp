@@ -75,13 +75,14 @@ TEST_F(AppErrorUtils, NoticesArePostedUnlessTheBusyBitIsSet) {
       "first",
                 second[] = "\x06second";
   EXPECT_EQ(0, VLTAppErrorUtils::userNotify(first));
-  EXPECT_EQ(0u, VLTAppErrorUtils::sNotificationFlags);  // meant: the busy bit is undone at once
+  // Meant: the busy bit is cleared at once, because callers rely on it.
+  EXPECT_EQ(0u, VLTAppErrorUtils::sNotificationFlags);
   EXPECT_EQ(first, VLTAppErrorUtils::sNotificationRecord.nmStr);
   EXPECT_EQ(0, VLTAppErrorUtils::userNotify(second));
   VLTAppErrorUtils::sNotificationFlags = 3;  // a busy bit that is set stays
   EXPECT_EQ(0, VLTAppErrorUtils::userNotify(first));
   EXPECT_EQ((Lines{"first", "second"}), notices.Lines());
-  // Meant: completion stores the word from before it cleared the bit.
+  // Meant: completion stores the word from before it cleared the bit, because callers rely on it.
   VLTAppErrorUtils::notifyNMCompletion(&VLTAppErrorUtils::sNotificationRecord);
   EXPECT_EQ(3u, VLTAppErrorUtils::sNotificationFlags);
 }

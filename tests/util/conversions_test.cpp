@@ -17,7 +17,8 @@ TEST(CFStrings, TextsAreReadAsMacRoman) {
   EXPECT_EQ(1, CFGetRetainCount(fromC));
   EXPECT_NE(nullptr, fromEmpty);
   EXPECT_EQ(0, CFStringGetLength(fromEmpty));
-  EXPECT_EQ(nullptr, PStringToCFString(empty));  // meant: unlike the empty C string
+  // Meant: null, unlike for an empty C string, because callers rely on it.
+  EXPECT_EQ(nullptr, PStringToCFString(empty));
   EXPECT_EQ(nullptr, PStringToCFString(nullptr));
   for (CFStringRef string : {fromC, fromP, fromEmpty}) CFRelease(string);
 }

@@ -29,7 +29,7 @@ std::string PathOf(const FSSpec& spec) {
   return err == noErr ? path : std::to_string(err);
 }
 
-// A record below a folder, whether or not there is such an item.
+// Returns the spec of an item in a folder, whether or not it exists.
 FSSpec Below(const std::string& folder, const char* name) {
   FSSpec spec = SpecOf(folder);
   SInt32 number = 0;
@@ -52,9 +52,11 @@ TEST_F(FileUtils, APathFitsItsBufferOrGivesAnError) {
   const std::tuple<const FSSpec*, size_t, OSErr, std::string> rows[] = {
       {&present, folder.size(), pathTooLongErr, ""},
       {&present, folder.size() + 1, noErr, folder},
-      {&absent, joined.size() + 1, paramErr, ""},  // meant: a byte more than it needs
+      // Meant: a byte more than needed is required, because callers rely on it.
+      {&absent, joined.size() + 1, paramErr, ""},
       {&absent, joined.size() + 2, noErr, joined},
-      {&inRoot, 100, noErr, "//vlt-no-such-item"},  // meant
+      // Meant: two slashes, because callers rely on it.
+      {&inRoot, 100, noErr, "//vlt-no-such-item"},
       {&bad, 100, bdNamErr, ""},
   };
   for (const auto& [spec, size, err, expectedPath] : rows) {
@@ -84,7 +86,7 @@ TEST_F(FileUtils, StepsIntoFoldersWhichAreMadeWhenMissing) {
     EXPECT_EQ(0, std::memcmp(&start, &at, sizeof at)) << bad;
   }
   EXPECT_EQ(paramErr, FindOrCreateSubDirectory(at, nullptr));
-  // A file is stepped into, and only the next step finds out.
+  // A file is stepped into, and only the next step fails.
   EXPECT_EQ(noErr, FindOrCreateSubDirectory(at, cpstrcpy(name, "file", sizeof name)));
   EXPECT_EQ(dirNFErr, FindOrCreateSubDirectory(at, cpstrcpy(name, "x", sizeof name)));
   EXPECT_EQ(scratch.Path("file"), PathOf(at));
@@ -130,7 +132,7 @@ TEST_F(FileUtils, StandardFoldersAreFoundByEitherSystemsDomain) {
   FSSpec spec = {};
   EXPECT_EQ(fnfErr, GetFindFolderSpec(&spec, kLocalDomain, kDomainLibraryFolderType, name, false));
   scratch.Folder("local/Library");
-  // Meant: `create` is for the folder around it.
+  // Meant: `create` applies to the parent folder only, because callers rely on it.
   EXPECT_EQ(noErr, GetFindFolderSpec(&spec, kLocalDomain, kDomainLibraryFolderType, name, false));
   EXPECT_TRUE(std::filesystem::is_directory(scratch.Path("local/Library/sub")));
 }

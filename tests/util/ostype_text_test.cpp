@@ -37,10 +37,11 @@ TEST(OSTypeText, NumbersComeBeforeCharacters) {
       {"1234", 0, 1234},  // bare digits are a number
       {"-1", 0, 0xFFFFFFFF},
       {" 12ab", 0, 12},
-      {"0x1234", 0, 1234},           // meant: decimal in spite of the prefix
+      // Meant: decimal in spite of the prefix, because callers rely on it.
+      {"0x1234", 0, 1234},
       {"0x123456789", 0, 12345678},  // eight digits are read
       {"99999999999", 0, 0x7FFFFFFF},
-      {"0xff", 0, 0},        // meant: no decimal behind the prefix, so the "0" before the "x"
+      {"0xff", 0, 0},        // Meant, as above: no decimal digits after the prefix.
       {"abc", paramErr, 7},  // too short
       {"", paramErr, 7},
       {nullptr, paramErr, 7},

@@ -10,7 +10,7 @@ namespace {
 
 constexpr size_t kRoom = 600;
 
-// A destination that shows every byte a call touched: '#' before, and guarded behind.
+// A destination that shows every byte that a call changed; all are '#' before.
 struct Buffer {
   Buffer() { memset(bytes, '#', sizeof bytes); }
   explicit Buffer(const std::string& start) : Buffer() {
@@ -45,12 +45,14 @@ TEST(Strings, CopyingAndAppendingTouchNoByteBeyondTheSize) {
   const std::string ten = "0123456789", long250(250, 'x'), long300(300, 'x');
   const std::tuple<std::string, std::string, std::string, int, std::string> rows[] = {
       {"pstrcpy", "", P(ten), 11, P(ten)},
-      {"pstrcpy", "", P(ten), 5, "\n0123"},  // meant: the length stays 10
+      // Meant: the length stays 10, because callers rely on it.
+      {"pstrcpy", "", P(ten), 5, "\n0123"},
       {"pstrcpy", "", P(ten), 0, ""},
       {"pcstrcpy", "", P(ten), 5, C("0123")},
       {"cpstrcpy", "", C(ten), 10, P("012345678")},
       {"cpstrcpy", "", C(long300), 1000, P(std::string(255, 'x'))},
-      {"cstrcpy", "", C("abcdef"), 4, "abcd"},  // meant: cut without a terminator
+      // Meant: cut without a NUL, because callers rely on it.
+      {"cstrcpy", "", C("abcdef"), 4, "abcd"},
       {"cstrcpy", "", C("abcdef"), 1, C("")},
       {"cstrcpy", "", C("abcdef"), 2, "ab"},
       {"cstrcpy", "", C("abcdef"), 7, C("abcdef")},
@@ -66,12 +68,13 @@ TEST(Strings, CopyingAndAppendingTouchNoByteBeyondTheSize) {
       {"cstrcat", C("ab"), C("cde"), 6, C("abcde")},
       {"pstrcat", P("abcdef"), P("g"), 4, "\3abcdef"},  // longer than it may be: cut
       {"pstrcat", P("ab"), P("cde"), 0, P("ab")},
-      {"pstrcat", P(long250), P(ten), 400, "\4" + long250 + ten},  // meant: the length wraps
+      // Meant: the length byte wraps, because callers rely on it.
+      {"pstrcat", P(long250), P(ten), 400, "\4" + long250 + ten},
       {"cpstrcat", P("ab"), C("cde"), 5, P("abcd")},
       {"cpstrcat", P("abcdef"), C("g"), 4, "\3abcdef"},
       {"pcstrcat", C("ab"), P("cde"), 5, C("abcd")},
       {"pcstrcat", C("abcdef"), P("g"), 4, C("abc") + C("ef")},
-      {"cstrcat", C("ab"), C("cde"), 5, "abcde"},  // meant: cut without a terminator
+      {"cstrcat", C("ab"), C("cde"), 5, "abcde"},  // Meant, as for cstrcpy.
       {"cstrcat", C("ab"), C("cde"), INT32_MIN, C("ab")},
   };
   for (const auto& [function, start, from, size, touched] : rows) {
@@ -154,15 +157,16 @@ TEST(Strings, BufToCStringDropsTheLastByte) {
 }
 
 TEST(Strings, DumpsReadOnlyTheBytesTheyPrint) {
-  // No byte beyond the last one's may be read, so the data end where they are needed.
+  // The data end at the last byte that may be read.
   // `count`: digits or characters.
   const std::tuple<bool, std::string, int, UInt32, std::string> rows[] = {
       {true, "\x12\xAB", 3, 2, C("12A")},
-      {true, "\x12\xAB", 4, 1, "12AB"},  // meant: the other dump's bit
+      // Meant: each dump ignores the other's bit, because callers rely on it.
+      {true, "\x12\xAB", 4, 1, "12AB"},
       {true, "\x01\x23\x45\x67\x89\xAB\xCD\xEF\xFF", 17, 3, C("0123456789ABCDEFF")},
       {true, "", -4, 2, C("")},
       {false, " ~\x7F\x1F\x80\xFF", 6, 1, C(" ~....")},
-      {false, "ab", 2, 2, "ab"},  // meant: the other dump's bit
+      {false, "ab", 2, 2, "ab"},
   };
   for (const auto& [isHex, input, count, flags, touched] : rows) {
     SCOPED_TRACE(touched);
@@ -180,7 +184,8 @@ TEST(Strings, TruncToCStrSearchesExactlyTheSize) {
       {C("a.b"), '.', 1, C("a.b")},         // not within the size
       {C("ab."), '.', 3, C("ab") + C("")},  // its last byte
       {C("ab."), '.', 2, C("ab.")},
-      {C("a") + C("b.c"), '.', 6, C("a") + C("b") + C("c")},  // meant: looks through zeros
+      // Meant: the search continues after a NUL, because callers rely on it.
+      {C("a") + C("b.c"), '.', 6, C("a") + C("b") + C("c")},
   };
   for (const auto& [given, stop, size, result] : rows) {
     std::string text = given;

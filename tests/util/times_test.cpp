@@ -62,7 +62,8 @@ TEST(Times, AStopwatchAddsUpFromTheSameStart) {
   timer.Stop();
   const double once = timer.AsSeconds();
   EXPECT_GE(once, 0.020);
-  timer.Stop();  // meant: since the same start, once more
+  // Meant: adds the time since the same start again, because callers rely on it.
+  timer.Stop();
   const double all = std::chrono::duration<double>(Clock::now() - before).count();
   EXPECT_GE(timer.AsSeconds(), 2 * once);
   EXPECT_LE(timer.AsSeconds(), 2 * all);
@@ -119,7 +120,7 @@ TEST(Times, AThrottleKeepsCallsApart) {
     EXPECT_EQ(noErr, throttle.DelayIfNeeded());
     EXPECT_GE(Clock::now() - before, call * 25ms) << call;  // the first does not wait: see below
   }
-  // What would wait for weeks if it waited once.
+  // One wait of `slow` would take weeks.
   MPCallThrottle slow(durationForever), none(0);
   EXPECT_EQ(noErr, slow.DelayIfNeeded());
   for (int call = 0; call < 1000; ++call) EXPECT_EQ(noErr, none.DelayIfNeeded());

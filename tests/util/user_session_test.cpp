@@ -38,14 +38,14 @@ TEST(UserSession, ARefusedChangeByNumberIsReportedInTheFlags) {
   EXPECT_EQ(own, previous);
   EXPECT_TRUE(succeeded);
   EXPECT_FALSE(changed);
-  // Only user 0 may.
+  // Only user 0 may change.
   EXPECT_EQ(noErr, SetUserID(kOther, previous, succeeded, changed));
   EXPECT_EQ(own, previous);
   EXPECT_TRUE(changed);
   EXPECT_EQ(own == 0, succeeded);
   EXPECT_EQ(own == 0 ? kOther : own, geteuid());
   if (own == 0) {
-    // Refused now, to become a third user.
+    // The change to a third user is refused.
     EXPECT_EQ(noErr, SetUserID(kOther + 1, previous, succeeded, changed));
     EXPECT_TRUE(changed);
     EXPECT_FALSE(succeeded);

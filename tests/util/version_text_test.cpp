@@ -10,8 +10,9 @@ TEST(VersionText, PrintsEveryPackedVersion) {
       {0x01208000, false, "1.2"},
       {0x12346005, true, "12.3.4b5"},
       {0x01004001, true, "1.0a1"},
-      {0x01000000, true, std::string("1.0\0\x30", 5)},  // meant: a zero for an unknown stage
-      {0xABCD8001, true, ":;.<.=f1"},                   // meant: digits run on behind "9"
+      // Meant: a NUL for an unknown stage and ":" after "9", because callers rely on both.
+      {0x01000000, true, std::string("1.0\0\x30", 5)},
+      {0xABCD8001, true, ":;.<.=f1"},
       {0xFFFF20FF, true, "\?\?.?.?d255"},
   };
   for (const auto& [version, withStage, given] : rows) {
