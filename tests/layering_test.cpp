@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
-// Every include of the tree against the picture of which folder may use which: root-relative
-// includes let any file name any other, so only this keeps the direction. Also the seam to the
-// host: the upper folders see documented interfaces only, and no condition on a host.
+// Compares every include of the tree with the table of which folder may use which: root-relative
+// includes let any file name any other, so only this test keeps the direction. The upper folders
+// may include the platform interfaces only and have no host-dependent #if.
 
 namespace {
 
@@ -18,8 +18,8 @@ using Folders = std::set<std::string>;
 
 const std::string kHost = "platform/host/";
 
-// The rooms of the host layer, bottom first, each with the rooms that it may use. These must stand
-// above it here: EachRoomUsesOnlyRoomsAboveIt looks.
+// The rooms of the host layer, bottom first, each with the rooms that it may use, which must be
+// above it here (EachRoomUsesOnlyRoomsAboveIt).
 const std::vector<std::pair<std::string, Folders>>& RoomsOfTheHost() {
   static const std::vector<std::pair<std::string, Folders>> rooms = {
       {"base", {}},
@@ -47,7 +47,7 @@ Folders InHost(const Folders& rooms) {
   return folders;
 }
 
-// What a folder may include besides itself. Folders that are not listed may include nothing.
+// The folders that each folder may include besides itself. Others may include nothing.
 const std::map<std::string, Folders>& AllowedIncludes() {
   static const std::map<std::string, Folders> allowed = [] {
     std::map<std::string, Folders> rows = {
@@ -63,7 +63,7 @@ const std::map<std::string, Folders>& AllowedIncludes() {
         {"platform/include", {}},
         {"platform/notify", {}},
     };
-    // What tries and measures the rest may use it all.
+    // Tests and benchmarks may use everything.
     Folders everything = {"util",   "plist",    "threads", "aeport",          "launch", "clients",
                           "daemon", "examples", "tools",   "platform/notify", "tests"};
     for (const auto& [room, uses] : RoomsOfTheHost()) {
@@ -81,12 +81,12 @@ const std::map<std::string, Folders>& AllowedIncludes() {
 const Folders kUpperFolders = {"daemon", "examples", "clients", "launch",
                                "aeport", "plist",    "threads", "util"};
 
-// The private headers that show what no documented interface tells, one a room, and who above the
-// host layer may look.
+// The rooms' private headers for information that no platform interface provides, and the folders
+// above the host layer that may include them.
 constexpr char kIntrospection[] = "/introspect.h";
 const Folders kMayIntrospect = {"tools", "bench", "tests"};
 
-// Documented interfaces that the upper folders may name, each folder by its umbrella.
+// The umbrella headers of the platform interfaces, for the upper folders.
 const Folders kPlatformHeaders = {"CoreFoundation/CoreFoundation.h",
                                   "CoreServices/CoreServices.h",
                                   "Carbon/Carbon.h",
@@ -95,9 +95,8 @@ const Folders kPlatformHeaders = {"CoreFoundation/CoreFoundation.h",
                                   "servers/bootstrap.h",
                                   "syslog.h"};
 
-// C headers that the upper folders may name: those of the language, and POSIX where documented
-// behaviour names a call (identity, folders, file modes and locks,
-// waiting, threads).
+// C headers for the upper folders, beside those of the language: POSIX calls that documented
+// behaviour names (identity, folders, file modes and locks, waiting, threads).
 const Folders kPlainHeaders = {"dirent.h",   "fcntl.h",    "pthread.h",   "pwd.h",   "stdint.h",
                                "sys/file.h", "sys/stat.h", "sys/types.h", "unistd.h"};
 
@@ -111,7 +110,7 @@ std::string FolderOf(const std::string& path) {
   return path.substr(0, path.find('/', second + 1));  // of a room
 }
 
-// What is wrong with a line of a file of `folder`, or "".
+// Returns what is wrong with a line of a file of `folder`, or "".
 std::string Complaint(const std::string& folder, const std::string& line) {
   size_t hash = line.find_first_not_of(" \t");
   if (hash == std::string::npos || line[hash] != '#') return "";
@@ -137,7 +136,7 @@ std::string Complaint(const std::string& folder, const std::string& line) {
       return "";
     }
     const auto allowed = AllowedIncludes().find(folder);
-    if (allowed == AllowedIncludes().end()) return "a folder that the picture does not have";
+    if (allowed == AllowedIncludes().end()) return "a folder that is not in the table";
     if (target == folder || allowed->second.contains(target)) return "";
     return "includes upward, sideways, or not from the root";
   }
@@ -147,12 +146,8 @@ std::string Complaint(const std::string& folder, const std::string& line) {
   return "a header that the upper folders may not see";
 }
 
-TEST(Layering, TheRulesNoticeWhatTheyForbid) {
-  const struct {
-    const char* folder;
-    const char* line;
-    bool isFine;
-  } rows[] = {
+TEST(Layering, ComplaintsComeForForbiddenIncludesAndConditionsOnly) {
+  const std::tuple<const char*, const char*, bool> rows[] = {
       {"aeport", "#include \"util/strings.h\"", true},
       {"aeport", "#include \"plist/dictionary.h\"", false},
       {"util", "#include \"aeport/event.h\"", false},
@@ -179,9 +174,8 @@ TEST(Layering, TheRulesNoticeWhatTheyForbid) {
       {"elsewhere", "#include \"util/strings.h\"", false},
       {"util", "int x;  // #include \"aeport/event.h\"", true},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(row.isFine, Complaint(row.folder, row.line).empty())
-        << row.folder << ": " << row.line;
+  for (const auto& [folder, line, isFine] : rows) {
+    EXPECT_EQ(isFine, Complaint(folder, line).empty()) << folder << ": " << line;
   }
 }
 
@@ -211,7 +205,7 @@ std::vector<std::filesystem::path> SourceFiles(const std::filesystem::path& root
   return files;
 }
 
-TEST(Layering, EveryIncludePointsDownThePicture) {
+TEST(Layering, EveryIncludeOfTheTreeIsPermitted) {
   const std::filesystem::path root = VLT_SOURCE_DIR;
   Folders seen;
   for (const auto& path : SourceFiles(root)) {

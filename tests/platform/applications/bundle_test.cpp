@@ -16,19 +16,13 @@ namespace {
 constexpr OSType kNone = FourCC('?', '?', '?', '?');
 constexpr OSType kApplication = FourCC('A', 'P', 'P', 'L');
 
-TEST(Bundle, SaysWhatItsDescriptionSays) {
+TEST(Bundle, HasTheValuesOfItsDescriptionOrDefaults) {
   const ScratchFolder scratch;
   const std::string head = "<plist version=\"1.0\">", tail = "</plist>";
   const auto entry = [](const std::string& key, const std::string& value) {
     return "<key>" + key + "</key>" + value;
   };
-  const struct {
-    std::string text;
-    bool isBundle;
-    const char* identifier;
-    OSType signature, type;
-    const char* executable;
-  } rows[] = {
+  const std::tuple<std::string, bool, const char*, OSType, OSType, const char*> rows[] = {
       {"<dict>" + entry("CFBundleIdentifier", "<string>com.x</string>") +
            entry("CFBundleSignature", "<string>SmoN</string>") +
            entry("CFBundlePackageType", "<string>BNDL</string>") +
@@ -47,17 +41,17 @@ TEST(Bundle, SaysWhatItsDescriptionSays) {
       {"<dict/>" + std::string(1 << 20, ' '), false, "", 0, 0, ""},
   };
   const OpenDescriptorCheck noLeaks;
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text.substr(0, 200));
-    scratch.File("X.app/Contents/Info.plist", head + row.text + tail);
+  for (const auto& [text, isBundle, identifier, signature, type, executable] : rows) {
+    SCOPED_TRACE(text.substr(0, 200));
+    scratch.File("X.app/Contents/Info.plist", head + text + tail);
     HostBundle bundle;
-    ASSERT_EQ(row.isBundle, HostReadBundle(scratch.Path("X.app/"), &bundle));
-    if (!row.isBundle) continue;
+    ASSERT_EQ(isBundle, HostReadBundle(scratch.Path("X.app/"), &bundle));
+    if (!isBundle) continue;
     EXPECT_EQ(scratch.Path("X.app"), bundle.path);
-    EXPECT_EQ(row.identifier, bundle.identifier);
-    EXPECT_EQ(row.signature, bundle.signature);
-    EXPECT_EQ(row.type, bundle.packageType);
-    EXPECT_EQ(row.executable, bundle.executable);
+    EXPECT_EQ(identifier, bundle.identifier);
+    EXPECT_EQ(signature, bundle.signature);
+    EXPECT_EQ(type, bundle.packageType);
+    EXPECT_EQ(executable, bundle.executable);
   }
   std::filesystem::remove(scratch.Path("X.app/Contents/Info.plist"));
   HostBundle bundle;
@@ -69,12 +63,10 @@ TEST(Bundle, SaysWhatItsDescriptionSays) {
 TEST(Bundle, IsFoundByItsProgramsPath) {
   const ScratchFolder scratch;
   const std::string app = MakeTestBundle(scratch, "X.app", {.executable = "run"});
-  const std::tuple<std::string, bool> rows[] = {
-      {app + "/Contents/Linux/run", true},
-      {app + "/Contents/Linux/run (deleted)", true},
-      {app + "/Contents/Linux/sub/run", false},
-      {"/.app/Contents/Linux/run", false},
-  };
+  const std::tuple<std::string, bool> rows[] = {{app + "/Contents/Linux/run", true},
+                                                {app + "/Contents/Linux/run (deleted)", true},
+                                                {app + "/Contents/Linux/sub/run", false},
+                                                {"/.app/Contents/Linux/run", false}};
   for (const auto& [program, found] : rows) {
     HostBundle bundle;
     EXPECT_EQ(found, HostBundleOfProgram(program, &bundle)) << program;
@@ -84,7 +76,7 @@ TEST(Bundle, IsFoundByItsProgramsPath) {
   }
 }
 
-// Applications below the folders where they are looked for.
+// Applications in the folders that are searched.
 class Applications : public testing::Test {
  protected:
   std::vector<std::string> Names() const {
@@ -100,7 +92,7 @@ class Applications : public testing::Test {
   const ScopedVariable dirs{"XDG_DATA_DIRS", (scratch.Path("b") + ":" + scratch.Path("a")).c_str()};
 };
 
-TEST_F(Applications, AreListedFolderByFolder) {
+TEST_F(Applications, AreListedFolderByFolderWithoutHiddenDeepAndBrokenOnes) {
   EXPECT_TRUE(Names().empty());
   for (const char* name :
        {"a/veltrane/Applications/Z.app", "b/veltrane/Applications/Z.app",
@@ -111,7 +103,7 @@ TEST_F(Applications, AreListedFolderByFolder) {
   }
   scratch.Folder("a/veltrane/Applications/NoBundle.app");
   scratch.Link("a/veltrane/Applications/L.app", scratch.Path("elsewhere/E.app"));
-  // What it leads to could not be opened.
+  // The target of this link could not be opened.
   MakeTestBundle(scratch, "elsewhere/F.app", {});
   std::filesystem::rename(scratch.Path("elsewhere/F.app"), scratch.Path("elsewhere/plain"));
   scratch.Link("a/veltrane/Applications/M.app", scratch.Path("elsewhere/plain"));
@@ -126,7 +118,7 @@ TEST_F(Applications, AreListedFolderByFolder) {
       Names());
 }
 
-TEST_F(Applications, AreFoundByCreator) {
+TEST_F(Applications, AreFoundByCreatorNewestFirst) {
   MakeTestBundle(scratch, "a/veltrane/Applications/Old.app", {.signature = "CmoN"});
   MakeTestBundle(scratch, "own/veltrane/Applications/New.app", {.signature = "CmoN"});
   MakeTestBundle(scratch, "a/veltrane/Applications/" + std::string(60, 'n') + ".app",
@@ -141,13 +133,11 @@ TEST_F(Applications, AreFoundByCreator) {
     SInt16 index;
     OSErr err;
     const char* name;
-  } rows[] = {
-      {FourCC('C', 'm', 'o', 'N'), 0, noErr, "New.app"},
-      {FourCC('C', 'm', 'o', 'N'), 2, noErr, "Old.app"},
-      {FourCC('C', 'm', 'o', 'N'), 3, afpItemNotFound, ""},
-      {FourCC('C', 'm', 'o', 'N'), -1, paramErr, ""},
-      {FourCC('c', 'm', 'o', 'n'), 0, afpItemNotFound, ""},
-  };
+  } rows[] = {{FourCC('C', 'm', 'o', 'N'), 0, noErr, "New.app"},
+              {FourCC('C', 'm', 'o', 'N'), 2, noErr, "Old.app"},
+              {FourCC('C', 'm', 'o', 'N'), 3, afpItemNotFound, ""},
+              {FourCC('C', 'm', 'o', 'N'), -1, paramErr, ""},
+              {FourCC('c', 'm', 'o', 'n'), 0, afpItemNotFound, ""}};
   DTPBRec block = {};
   block.ioVRefNum = -7;
   EXPECT_EQ(nsvErr, PBDTGetPath(&block));

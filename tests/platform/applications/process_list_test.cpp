@@ -19,8 +19,8 @@
 
 namespace {
 
-// The process list shows the applications of every test that runs now, so each run of this program
-// has signatures of its own: a letter, and what tells its process from others.
+// The process list shows the applications of every running test, so each run of this program has
+// signatures of its own: a letter, and a text of its process id.
 std::string OwnSignature(char letter) {
   std::string text(1, letter);
   for (pid_t rest = getpid(); text.size() < 4; rest /= 60) {
@@ -62,7 +62,7 @@ class SleeperBundle {
   const std::string path;
 };
 
-// The numbers of the processes that a search finds, one after the other.
+// Returns the serial numbers of the processes that a search finds, in order.
 std::vector<ProcessSerialNumber> AllOf(OSType signature, OSType type) {
   std::vector<ProcessSerialNumber> found;
   ProcessSerialNumber psn;
@@ -114,14 +114,13 @@ TEST(ProcessList, FindsApplicationsWhileTheyRun) {
   EXPECT_EQ(noErr, FSSpecToPath(&spec, path, sizeof path));
   EXPECT_EQ(bundle.path, path);
   EXPECT_GT(info.processLaunchDate, 0u);
-  // A program that merely lies in the bundle is not the application.
+  // Another program in the bundle is not the application.
   ASSERT_EQ(noErr, GetProcessForPID(helper.Pid(), &psn));
   ASSERT_EQ(noErr, Inform(psn, &info));
   EXPECT_EQ(FourCC('?', '?', '?', '?'), info.processSignature);
   EXPECT_EQ("helper", std::string(reinterpret_cast<char*>(name) + 1, name[0]));
 
-  // A program that was replaced still runs out of its bundle; one that has ended does not, waited
-  // for or not.
+  // A process whose program was removed still counts; a zombie does not.
   std::filesystem::remove(bundle.path + "/Contents/Linux/sleeper");
   EXPECT_EQ(2u, AllOf(kSignature, kType).size());
   first.Signal(SIGKILL);
@@ -142,7 +141,7 @@ TEST(ProcessList, FollowsChangesOfABundle) {
   EXPECT_EQ(1u, AllOf(CodeOf(OwnSignature('2')), FourCC('B', 'N', 'D', 'L')).size());
 }
 
-TEST(ProcessList, APassHasWhatHasStartedSinceTheOneBefore) {
+TEST(ProcessList, APassContainsProcessesThatStartedSinceTheLastPass) {
   for (int round = 0; round < 10; ++round) {
     ProcessSerialNumber psn = {0, kNoProcess};
     ASSERT_EQ(noErr, GetNextProcess(&psn));
@@ -156,8 +155,8 @@ TEST(ProcessList, APassHasWhatHasStartedSinceTheOneBefore) {
   }
 }
 
-// Every pass ends, by increasing pid, whatever starts and stops meanwhile; it has ourselves, and
-// nobody else's processes.
+// Each pass goes by increasing pid and ends, although processes start and end. It contains this
+// process and only processes of this user.
 TEST(ProcessList, PassesEndWhileProcessesComeAndGo) {
   const OpenDescriptorCheck noLeaks;
   ProcessSerialNumber own;
@@ -165,13 +164,13 @@ TEST(ProcessList, PassesEndWhileProcessesComeAndGo) {
   for (int round = 0; round < 20; ++round) {
     ProcessSerialNumber psn = {0, kNoProcess};
     UInt32 last = 0;
-    bool sawOurselves = false;
+    bool sawOwn = false;
     int steps = 0;
     OSErr err;
     while ((err = GetNextProcess(&psn)) == noErr) {
       ASSERT_GT(psn.lowLongOfPSN, last);
       last = psn.lowLongOfPSN;
-      sawOurselves = sawOurselves || AreSame(psn, own);
+      sawOwn = sawOwn || AreSame(psn, own);
       if (++steps % 3 == 0) {
         ChildProcess shortLived;
         ASSERT_TRUE(StartProgram(shortLived, {"/bin/true"}));
@@ -189,7 +188,7 @@ TEST(ProcessList, PassesEndWhileProcessesComeAndGo) {
     }
     EXPECT_EQ(procNotFound, err);
     EXPECT_TRUE(psn.highLongOfPSN == 0 && psn.lowLongOfPSN == kNoProcess);
-    EXPECT_TRUE(sawOurselves);
+    EXPECT_TRUE(sawOwn);
   }
   ProcessInfoRec tooShort = {};
   EXPECT_EQ(paramErr, GetProcessInformation(&own, &tooShort));

@@ -5,10 +5,7 @@
 namespace {
 
 TEST(InstallPrefix, OnlyInstalledProgramsAndHeadersHaveOne) {
-  const struct {
-    const char* path;
-    const char* expected;
-  } programs[] = {
+  const std::pair<const char*, const char*> programs[] = {
       {"/usr/bin/vltctl", "/usr"},
       {"/bin/vltctl", ""},
       {"/opt/vlt/libexec/veltrane/vlt-notify", "/opt/vlt"},
@@ -19,7 +16,7 @@ TEST(InstallPrefix, OnlyInstalledProgramsAndHeadersHaveOne) {
       {"bin/vltctl", ""},
       {"", ""},
   };
-  for (const auto& row : programs) EXPECT_EQ(row.expected, HostPrefixOfProgram(row.path));
+  for (const auto& [path, expected] : programs) EXPECT_EQ(expected, HostPrefixOfProgram(path));
 
   const std::string header = "/include/vlt/platform/include/CoreServices/MacTypes.h";
   EXPECT_EQ("/opt/vlt", HostPrefixOfHeader("/opt/vlt" + header));

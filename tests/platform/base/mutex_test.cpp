@@ -9,9 +9,9 @@
 
 namespace {
 
-// Stands first: until a thread is started here the process has one only. What was taken then keeps
-// others out.
-TEST(HostMutex, HeldWhileTheFirstThreadStarts) {
+// The first test, since the process has only one thread until now. A mutex that was locked then
+// must keep the second thread out.
+TEST(HostMutex, StaysLockedWhileTheFirstThreadStarts) {
   HostMutex mutex;
   int value = 0, seen = 0;
   mutex.lock();
@@ -26,8 +26,8 @@ TEST(HostMutex, HeldWhileTheFirstThreadStarts) {
   EXPECT_EQ(1, seen);
 }
 
-// More threads than processors, so that some have to sleep for it.
-TEST(HostMutex, OneAtATime) {
+// With more threads than processors some have to sleep.
+TEST(HostMutex, LetsOneThreadInAtATime) {
   constexpr int kThreads = 8;
   constexpr int kRounds = 2000;  // on a busy machine each of the yields may take milliseconds
   HostMutex mutex;

@@ -11,7 +11,7 @@ using Units = std::vector<UniChar>;
 
 const UInt8* Bytes(const std::string& text) { return reinterpret_cast<const UInt8*>(text.data()); }
 
-// The decoded units; `valid` tells whether the bytes were.
+// Returns the decoded units. `valid` becomes whether the bytes were valid.
 Units Decode(CFStringEncoding encoding, const std::string& bytes, bool external, bool* valid) {
   Units units(bytes.size() + 1, 0xDEAD);
   size_t length = 0;
@@ -53,7 +53,7 @@ TEST(TextCodec, EveryMacRomanByteSurvives) {
   EXPECT_EQ(-1, HostUnicodeToMacRoman(0x1F600));
 }
 
-TEST(TextCodec, Decoding) {
+TEST(TextCodec, DecodingRefusesBytesThatAreNotInTheEncoding) {
   const std::tuple<CFStringEncoding, std::string, bool, bool, Units> rows[] = {
       {kUTF8, "\xF0\x9F\x98\x80", false, true, {0xD83D, 0xDE00}},
       {kUTF8, std::string("a\0b", 3), false, true, {'a', 0, 'b'}},

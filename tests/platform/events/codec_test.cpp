@@ -12,7 +12,7 @@ using Decoding = DescTest;
 
 constexpr AEKeyword kKey = FourCC('k', 'e', 'y', '1');
 
-// The body of the frame that an event makes.
+// Returns the body of the event's frame.
 std::string Flatten(const AppleEvent& event) {
   HostGather frame;
   frame.Clear();
@@ -62,7 +62,7 @@ void MakeRichEvent(AppleEvent* event) {
   ASSERT_EQ(0, AEPutParamDesc(event, FourCC('e', 'v', 't', '1'), &inner));
 }
 
-// What it must be on the wire, on every host.
+// Its bytes on the wire, on every CPU architecture.
 const char kRichEvent[] =
     "636c7373 69646964 fffe 01 00 01020304 00000002 00000003"  // head
     "74696d6f 6c6f6e67 00000004 0000003c"                      // attribute timo, long
@@ -76,7 +76,7 @@ const char kRichEvent[] =
     "  61657674 616e7372 0003 01 00 00000004 00000000 00000001"
     "  6572726e 6c6f6e67 00000004 fffff954";
 
-TEST_F(Codec, BytesAreTheSameOnEveryHost) {
+TEST_F(Codec, BytesAreTheSameOnEveryArchitecture) {
   StDesc event, decoded;
   MakeRichEvent(&event);
   EXPECT_EQ(Hex(FromHex(kRichEvent)), Hex(Flatten(event)));
@@ -104,7 +104,7 @@ TEST_F(Codec, EveryTypeArrivesInTheReceiversOrder) {
   }
 }
 
-TEST_F(Codec, WhatIsTakenOutOutlivesTheFrame) {
+TEST_F(Codec, ValuesTakenOutOfAnEventOutliveItsFrame) {
   const Raw large = {typeChar, std::string(size_t{4} << 20, 'L')};
   const Raw small = {typeChar, std::string(100, 's')};
   StDesc largeCopy, smallCopy, listCopy, eventCopy;
@@ -133,7 +133,6 @@ TEST_F(Codec, WhatIsTakenOutOutlivesTheFrame) {
   EXPECT_FALSE(frame->IsShared());  // a small one must not keep it
 }
 
-// The container stays as it was, and what was to be put is let go.
 TEST_F(Codec, APutThatFailsKeepsNothing) {
   HostFrameRef frame;
   StDesc source, large, value;
@@ -149,7 +148,7 @@ TEST_F(Codec, APutThatFailsKeepsNothing) {
   StEvent event;
   ASSERT_EQ(0, AEPutDesc(&inner, 0, &large));
   {
-    // Addresses go with their event.
+    // An event releases its addresses.
     StEvent addressed;
     ASSERT_EQ(0, AEPutAttributeDesc(&addressed, keyAddressAttr, &large));
     ASSERT_EQ(0, AEPutAttributeDesc(&addressed, keyOriginalAddressAttr, &large));
@@ -168,7 +167,7 @@ TEST_F(Codec, APutThatFailsKeepsNothing) {
   StDesc target;
   EXPECT_EQ(errAEWrongDataType, AECreateAppleEvent(1, 1, &inner, 1, 0, &target));
   EXPECT_TRUE(frame->IsShared());
-  // What replaces a value, is deleted or disposed of lets go of it as well.
+  // Values that are replaced, deleted or disposed of are released as well.
   ASSERT_EQ(0, AEPutParamDesc(&event, kKey, &inner));
   ASSERT_EQ(0, AEPutAttributeDesc(&event, kKey, &inner));
   ASSERT_EQ(0, PutRaw(&event, kKey, Long(1)));
@@ -266,14 +265,14 @@ TEST_F(Decoding, NestingIsLimited) {
     if (expected == 0) {
       EXPECT_EQ(NestedBody(levels), Flatten(event));
       EXPECT_EQ(0, AEDuplicateDesc(&event, &copy));
-      // As deep as it came, it counts when it is put somewhere.
+      // Its depth counts when it is put into another event.
       const OSErr err = AEPutParamDesc(&copy, kKey, &event);
       EXPECT_EQ(levels == 63 ? errAEBadListItem : 0, err);
     }
   }
 }
 
-TEST_F(Decoding, RefusesWhatIsNoEvent) {
+TEST_F(Decoding, RefusesBytesThatAreNotAnEvent) {
   const std::string head = "61657674 616e7372 0001 01 00 00000000 ";
   const std::string one = head + "00000000 00000001 ", two = head + "00000000 00000002 ";
   const struct {
@@ -359,7 +358,6 @@ TEST_F(Decoding, ManyKeysAreStillCompared) {
   }
 }
 
-// A server takes in one event after another: nothing may be left of those before.
 TEST_F(Decoding, RecycledEventsAreEmpty) {
   const std::string plain = FromHex("61657674 616e7372 0001 01 00 00000000 00000000 00000000");
   StDesc fresh;

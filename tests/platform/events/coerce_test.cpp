@@ -63,19 +63,17 @@ void CheckFailures(const std::vector<std::pair<Raw, DescType>>& rows) {
 Raw Extended(std::string_view hex) { return {typeExtended, FromHex(hex)}; }
 Raw Quad(std::string_view hex) { return {type128BitFloatingPoint, FromHex(hex)}; }
 
-TEST_F(Coerce, NumbersThatFit) {
-  CheckTable({
-      {Short(-50), Long(-50)},
-      {Comp(INT64_MIN), Double(-9223372036854775808.0)},
-      {Comp(INT64_MAX), UComp(INT64_MAX)},
-      {UComp(UINT64_MAX), Extended("403e ffffffffffffffff")},
-      {Comp(INT64_MAX), Quad("403dfffffffffffffffc000000000000")},
-      {Long(16777216), Float(16777216)},
-      {Double(-0.5), FixedPoint(-0x8000)},
-      {Short(-32768), FixedPoint(INT32_MIN)},
-      {Double(5e-324), Quad("3bcd0000000000000000000000000000")},
-      {Double(-0.0), Quad("80000000000000000000000000000000")},
-  });
+TEST_F(Coerce, NumbersThatFitAreExact) {
+  CheckTable({{Short(-50), Long(-50)},
+              {Comp(INT64_MIN), Double(-9223372036854775808.0)},
+              {Comp(INT64_MAX), UComp(INT64_MAX)},
+              {UComp(UINT64_MAX), Extended("403e ffffffffffffffff")},
+              {Comp(INT64_MAX), Quad("403dfffffffffffffffc000000000000")},
+              {Long(16777216), Float(16777216)},
+              {Double(-0.5), FixedPoint(-0x8000)},
+              {Short(-32768), FixedPoint(INT32_MIN)},
+              {Double(5e-324), Quad("3bcd0000000000000000000000000000")},
+              {Double(-0.0), Quad("80000000000000000000000000000000")}});
 }
 
 TEST_F(Coerce, NumbersAreRoundedToTheNearest) {
@@ -92,7 +90,7 @@ TEST_F(Coerce, NumbersAreRoundedToTheNearest) {
   });
 }
 
-TEST_F(Coerce, NumbersThatDoNotFit) {
+TEST_F(Coerce, NumbersThatDoNotFitAreRefused) {
   CheckFailures({
       {Long(32768), typeSInt16},
       {UComp(uint64_t{1} << 63), typeSInt64},
@@ -115,38 +113,30 @@ TEST_F(Coerce, NumbersThatDoNotFit) {
   EXPECT_TRUE(std::isnan(value));
 }
 
-TEST_F(Coerce, NumbersAndText) {
-  CheckTable({
-      {UComp(UINT64_MAX), Text("18446744073709551615")},
-      {Float(0.1f), Text("0.1")},
-      {Double(1e20), Text("100000000000000000000")},
-      {Double(1e21), Text("1e+21")},
-      {Double(1.7976931348623157e308), Text("1.7976931348623157e+308")},
-      {Long(-50), Raw{typeUTF16ExternalRepresentation, std::string("\0-\0005\0000", 6)}},
-  });
+TEST_F(Coerce, NumbersAreWrittenAsTextAndReadFromTextIfAllOfItIsANumber) {
+  CheckTable({{UComp(UINT64_MAX), Text("18446744073709551615")},
+              {Float(0.1f), Text("0.1")},
+              {Double(1e20), Text("100000000000000000000")},
+              {Double(1e21), Text("1e+21")},
+              {Double(1.7976931348623157e308), Text("1.7976931348623157e+308")},
+              {Long(-50), Raw{typeUTF16ExternalRepresentation, std::string("\0-\0005\0000", 6)}}});
   const auto read = [](std::string_view text, const Raw& to) { return Row{Text(text), to, false}; };
-  CheckTable({
-      read(" \t+12 ", Long(12)),
-      read("2.500000000000000000000000000001", Long(3)),
-      read("9223372036854775807.4", Comp(INT64_MAX)),
-      read("0.000000000000000000000000000000000000001e39", Long(1)),
-      read("1e-999999999999999999999", Double(0)),
-      read("16777217", Float(16777216)),
-  });
-  CheckFailures({
-      {Text(""), typeSInt32},
-      {Text("1 2"), typeSInt32},
-      {Text("1e"), typeSInt32},
-      {Text("nan"), typeIEEE64BitFloatingPoint},
-      {Text(std::string_view("1\0", 2)), typeSInt32},
-      {Text("18446744073709551616"), typeUInt64},
-      {Text("1e309"), typeIEEE64BitFloatingPoint},
-      {Double(kInfinity), typeChar},
-      {{typeSInt32, std::string(8, 0)}, typeChar},
-  });
+  CheckTable({read(" \t+12 ", Long(12)), read("2.500000000000000000000000000001", Long(3)),
+              read("9223372036854775807.4", Comp(INT64_MAX)),
+              read("0.000000000000000000000000000000000000001e39", Long(1)),
+              read("1e-999999999999999999999", Double(0)), read("16777217", Float(16777216))});
+  CheckFailures({{Text(""), typeSInt32},
+                 {Text("1 2"), typeSInt32},
+                 {Text("1e"), typeSInt32},
+                 {Text("nan"), typeIEEE64BitFloatingPoint},
+                 {Text(std::string_view("1\0", 2)), typeSInt32},
+                 {Text("18446744073709551616"), typeUInt64},
+                 {Text("1e309"), typeIEEE64BitFloatingPoint},
+                 {Double(kInfinity), typeChar},
+                 {{typeSInt32, std::string(8, 0)}, typeChar}});
 }
 
-TEST_F(Coerce, TextEncodings) {
+TEST_F(Coerce, TextIsConvertedBetweenEncodingsOrRefused) {
   const Raw littleMark = {typeUTF16ExternalRepresentation, FromHex("fffe 6100 e400")};
   CheckTable({
       {Text("a\x8A"), UTF8("a\xC3\xA4")},
@@ -183,28 +173,24 @@ TEST_F(Coerce, StyledTextIsARecord) {
   EXPECT_EQ(errAECoercionFail, AECoerceDesc(&styled, typeChar, &back));
 }
 
-TEST_F(Coerce, BooleansAndCodes) {
+TEST_F(Coerce, BooleansAndCodesBecomeOnlyEachOtherAndText) {
   const UInt32 abcd = FourCC('a', 'b', 'c', 'd');
-  CheckTable({
-      {Bool(1), Raw{typeTrue, ""}},
-      {Bool(0), Raw{typeFalse, ""}},
-      {Bool(1), Code(typeEnumerated, typeTrue)},
-      {Bool(1), Short(1)},
-      {Bool(7), Short(1), false},
-      {Code(typeKeyword, abcd), Code(typeApplSignature, abcd)},
-      {Code(typeType, abcd), Text("abcd")},
-      {Code(typeType, 0x8A616263), UTF8("\xC3\xA4\x61\x62\x63")},
-  });
-  CheckFailures({
-      {Short(2), typeBoolean},
-      {Code(typeEnumerated, abcd), typeBoolean},
-      {Bool(1), typeFalse},
-      {{typeBoolean, ""}, typeSInt16},
-      {Text("abc"), typeType},
-      {Code(typeType, abcd), typeSInt32},
-      {{typeProcessSerialNumber, std::string(8, 0)}, typeKernelProcessID},
-      {{FourCC('x', 'y', 'z', 'w'), "x"}, FourCC('x', 'y', 'z', 'v')},
-  });
+  CheckTable({{Bool(1), Raw{typeTrue, ""}},
+              {Bool(0), Raw{typeFalse, ""}},
+              {Bool(1), Code(typeEnumerated, typeTrue)},
+              {Bool(1), Short(1)},
+              {Bool(7), Short(1), false},
+              {Code(typeKeyword, abcd), Code(typeApplSignature, abcd)},
+              {Code(typeType, abcd), Text("abcd")},
+              {Code(typeType, 0x8A616263), UTF8("\xC3\xA4\x61\x62\x63")}});
+  CheckFailures({{Short(2), typeBoolean},
+                 {Code(typeEnumerated, abcd), typeBoolean},
+                 {Bool(1), typeFalse},
+                 {{typeBoolean, ""}, typeSInt16},
+                 {Text("abc"), typeType},
+                 {Code(typeType, abcd), typeSInt32},
+                 {{typeProcessSerialNumber, std::string(8, 0)}, typeKernelProcessID},
+                 {{FourCC('x', 'y', 'z', 'w'), "x"}, FourCC('x', 'y', 'z', 'v')}});
 }
 
 TEST_F(Coerce, WildcardsAndTheSameTypeCopy) {
@@ -216,8 +202,8 @@ TEST_F(Coerce, WildcardsAndTheSameTypeCopy) {
   }
 }
 
-TEST_F(Coerce, Lists) {
-  // `from`: n null, v value, 1 list of a value, 2 of two, r record, e event.
+TEST_F(Coerce, ListsOfOneItemAreThatItemAndRecordsChangeTheirType) {
+  // `from`: n null, v value, 1 list of one value, 2 list of two, r record, e event.
   const std::tuple<const char*, DescType, OSErr, const char*> rows[] = {
       {"n", typeAEList, 0, "[ ]"},
       {"v", typeAEList, 0, "[ 1 ]"},

@@ -76,8 +76,7 @@ TEST_F(Descriptor, ARecordsTypeCodeMustFitItsStorage) {
   AEDisposeDesc(&out);
 }
 
-// As programs write them by hand.
-TEST_F(Descriptor, WithoutStorageIsAnEmptyValue) {
+TEST_F(Descriptor, WrittenByHandWithoutStorageIsAnEmptyValue) {
   AEDesc emptyText = {typeChar, nullptr};
   AEDesc noList = {typeAEList, nullptr};
   StDesc copy;
@@ -100,8 +99,8 @@ TEST_F(Descriptor, ReplacingKeepsTheNumber) {
   EXPECT_TRUE(desc.IsNull());
 }
 
-// Of two that dispose of one number at once, one does it: the slot must not be handed out twice.
-TEST_F(DescriptorThreads, RacingDisposals) {
+// Two threads dispose of one descriptor at once. Its slot must not be handed out twice.
+TEST_F(DescriptorThreads, RacingDisposalsFreeASlotOnce) {
   constexpr int kRounds = 5000;
   std::vector<AEDesc> shared(kRounds);
   for (int i = 0; i < kRounds; ++i) Make(Long(i), &shared[i]);
@@ -133,8 +132,7 @@ TEST_F(DescriptorThreads, RacingDisposals) {
   for (int i = 0; i < 2 * kRounds; ++i) EXPECT_EQ(Long(i), Contents(*descs[i]));
 }
 
-// What one thread makes another may dispose of, and a thread's end loses nothing.
-TEST_F(DescriptorThreads, HandedOver) {
+TEST_F(DescriptorThreads, MayDisposeOfEventsThatAnotherThreadMade) {
   for (int round = 0; round < 20; ++round) {
     std::vector<AEDesc> made(500);
     std::thread([&made] {

@@ -37,7 +37,7 @@ Raw Attribute(const AppleEvent* event, AEKeyword key) {
   return raw;
 }
 
-TEST_F(Event, PuttingAttributes) {
+TEST_F(Event, AttributesAreCoercedToTheirTypeOrRefused) {
   const std::string psn(8, 'p');
   const std::tuple<AEKeyword, Raw, OSErr, Raw> rows[] = {
       {keyReplyPortAttr, Code(typeMachPort, 9), 0, Code(typeMachPort, 9)},
@@ -91,8 +91,8 @@ SInt16 ReturnID(const AppleEvent* event) {
   return HostFindEvent(event, &found) == 0 ? found->fields.returnID : SInt16{0};
 }
 
-TEST_F(ReturnIDs, AreDistinctUntilTheyRunOutWhichIsNoFailure) {
-  // An id that its event gave up is no longer in use; one of two copies is.
+TEST_F(ReturnIDs, AreDistinctUntilTheyRunOutAndThenRepeat) {
+  // An id is free when its event has another one, but not while a copy of the event has it.
   StDesc renamed, kept, copy;
   MakeEvent(&kept, nullptr, kAutoGenerateReturnID);
   MakeEvent(&renamed, nullptr, kAutoGenerateReturnID);

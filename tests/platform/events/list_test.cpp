@@ -30,11 +30,11 @@ std::vector<SInt32> Values(const AEDescList& list) {
   return values;
 }
 
-TEST_F(List, IndexesOfPutAndDelete) {
+TEST_F(List, PutAndDeleteRefuseIndexesOutOfRange) {
   using Ints = std::vector<SInt32>;
   const std::tuple<bool, SInt32, OSErr, Ints> rows[] = {
       {true, 0, 0, {1, 2, 3, 9}},  // appends
-      {true, 4, 0, {1, 2, 3, 9}},  // one behind the last appends too
+      {true, 4, 0, {1, 2, 3, 9}},  // the index after the last appends, too
       {true, 1, 0, {9, 2, 3}},     // replaces
       {true, 5, errAEIllegalIndex, {1, 2, 3}},
       {false, 1, 0, {2, 3}},
@@ -91,8 +91,8 @@ TEST_F(Record, KeysAreReplacedNotRepeated) {
   }
 }
 
-// So many that different keys look alike at first glance, in whatever order they are asked for.
-TEST_F(Record, ManyKeysInAnyOrder) {
+// So many keys that their short hashes collide.
+TEST_F(Record, FindsEachOfManyKeysInAnyOrder) {
   constexpr SInt32 kCount = 200;
   StDesc record;
   ASSERT_EQ(0, AECreateList(nullptr, 0, true, &record));
@@ -120,7 +120,7 @@ TEST_F(Record, ManyKeysInAnyOrder) {
   EXPECT_EQ(errAEDescNotFound, AESizeOfKeyDesc(&copy, kCount - 2, nullptr, nullptr));
 }
 
-TEST_F(Param, ReadingWithALimit) {
+TEST_F(Param, ReadingCutsTheValueToTheLimitAndGivesItsFullSize) {
   StEvent event;
   const SInt16 five[] = {1, 2, 3, 4, 5};
   ASSERT_EQ(0, AEPutParamPtr(&event, kKey, typeSInt16, five, sizeof five));
@@ -158,7 +158,7 @@ TEST_F(Param, ReadingWithALimit) {
 }
 
 // Sizes around those that are kept or copied in another way, buffers around each size.
-TEST_F(Param, NothingIsWrittenBehindABuffer) {
+TEST_F(Param, NothingIsWrittenAfterABuffersEnd) {
   for (const size_t size : {1, 2, 3, 4, 7, 8, 9, 15, 16, 17, 200}) {
     std::string bytes;
     for (size_t i = 0; i < size; i++) bytes += static_cast<char>('a' + i % 26);
@@ -198,7 +198,7 @@ TEST_F(Param, NothingIsWrittenBehindABuffer) {
   }
 }
 
-TEST_F(Param, WrongKindsOfContainer) {
+TEST_F(Param, WrongKindsOfContainerGetTheirErrors) {
   StDesc null, value, list, record;
   Make(Long(1), &value);
   MakeList({1}, &list);
@@ -227,10 +227,10 @@ TEST_F(Param, WrongKindsOfContainer) {
   }
 }
 
-TEST_F(Nesting, StopsAtTheLimit) {
+TEST_F(Nesting, BeyondTheLimitIsRefused) {
   StDesc deep, event, record;
   MakeList({1}, &deep);
-  // Around and around, until the list has as many levels as are allowed.
+  // Until the list has as many levels as are allowed.
   for (int levels = 1; levels < kHostNestingLimit; ++levels) {
     StDesc outer;
     MakeList({}, &outer);
@@ -253,7 +253,7 @@ TEST_F(Nesting, StopsAtTheLimit) {
   EXPECT_EQ(0, AECoerceDesc(&deep, typeChar, &coerced));
   EXPECT_EQ(Text("1"), Contents(coerced));
 
-  // What was deep and is not any more may be put again.
+  // A list that is no longer deep may be put.
   EXPECT_EQ(0, AEPutPtr(&deep, 1, typeBoolean, "\1", 1));
   EXPECT_EQ(0, AEPutDesc(&outer, 0, &deep));
   EXPECT_EQ("[ 1, [ 'true' ] ]", Printed(outer));

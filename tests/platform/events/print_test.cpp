@@ -4,7 +4,7 @@ namespace {
 
 using Print = DescTest;
 
-TEST_F(Print, NumbersTextsAndCodesAreReadableAndOtherBytesHexadecimal) {
+TEST_F(Print, ValuesAreShownByTypeAndOthersAsBytes) {
   const std::pair<Raw, std::string> rows[] = {
       {{typeNull, ""}, "'null'()"},
       {Short(-2), "-2"},

@@ -10,7 +10,7 @@
 
 #include "platform/host/events/storage.h"
 
-// What the tests of the Apple Event Manager's data share.
+// Shared by the tests of the Apple Event Manager's data.
 
 // A descriptor for the length of a scope.
 struct StDesc : AEDesc {
@@ -39,7 +39,7 @@ struct StList : StDesc {
   StList() { EXPECT_EQ(0, AECreateList(nullptr, 0, false, this)); }
 };
 
-// A value outside of any descriptor, for tables. Numbers are in the host's order.
+// A value outside of any descriptor, for tables. Numbers are in native byte order.
 struct Raw {
   DescType type = typeNull;
   std::string bytes;
@@ -111,8 +111,8 @@ inline Raw Several(DescType type, const std::vector<Raw>& values) {
   return raw;
 }
 
-// Values of every type that travels: numbers in the order of the host, several of them in one
-// value, bytes that are no number, and some that do not fit where small ones are kept.
+// Values of every type that is transmitted: numbers in native byte order, several in one value,
+// bytes that are not a number, and values that are too large to be stored inline.
 inline std::vector<Raw> ValuesOfEveryType() {
   return {
       {typeNull, ""},
@@ -126,7 +126,7 @@ inline std::vector<Raw> ValuesOfEveryType() {
       Comp(-0x0102030405060708),
       UComp(0xFEDCBA9876543210),
       Float(1.5e10f),
-      // An infinity, a NaN and a zero by their bits, whatever the host.
+      // An infinity, a NaN and a zero by their bits.
       Number(typeIEEE32BitFloatingPoint, UInt32{0x7F800000}),
       Number(typeIEEE32BitFloatingPoint, UInt32{0x7FC00001}),
       Double(-0.1),
@@ -157,7 +157,7 @@ inline std::vector<Raw> ValuesOfEveryType() {
       {typeApplicationBundleID, "com.veltrane.test"},
       {typeFSRef, std::string(80, '\x11')},
       {typeAlias, std::string(300, '\x33')},
-      // Several numbers in one value, and bytes that are no number.
+      // Several numbers in one value, and bytes that are not a number.
       Several(typeSInt16, {Short(1), Short(2), Short(-3)}),
       Several(typeSInt32, {Long(1), Long(-2), Long(0x01020304)}),
       Several(typeIEEE64BitFloatingPoint, {Double(1), Double(0.1)}),
@@ -180,7 +180,7 @@ inline void Make(const Raw& raw, AEDesc* desc) {
   ASSERT_EQ(0, AECreateDesc(raw.type, raw.bytes.data(), raw.ByteCount(), desc));
 }
 
-// What a value descriptor holds.
+// Returns the contents of a value descriptor.
 inline Raw Contents(const AEDesc& desc) {
   Raw raw = {desc.descriptorType, std::string(static_cast<size_t>(AEGetDescDataSize(&desc)), 0)};
   if (desc.descriptorType != typeNull) {

@@ -16,7 +16,7 @@
 #include "tests/support/permissions.h"
 #include "tests/support/scratch_folder.h"
 
-// Records of files and folders: from paths and back, and what they say when the disk has changed.
+// File specs and file references: from paths and back, and after changes on the disk.
 
 namespace {
 
@@ -43,7 +43,7 @@ OSErr SpecOfPath(const std::string& path, FSSpec* spec) {
   return FSGetCatalogInfo(&ref, kFSCatInfoNone, nullptr, nullptr, spec, nullptr);
 }
 
-// The path of a reference, or its status as a text.
+// Returns the path of a file reference, or its error.
 std::string PathOfRef(const FSRef& ref) {
   UInt8 path[5000];
   const OSStatus err = FSRefMakePath(&ref, path, sizeof path);
@@ -77,7 +77,7 @@ class FileRecords : public testing::Test {
   const ScratchFolder scratch;
 };
 
-TEST_F(FileRecords, PathsLeadToRecordsAndBack) {
+TEST_F(FileRecords, PathsLeadToReferencesAndSpecsAndBack) {
   const std::string tooLong(64, 'n');
   scratch.File("folder/file");
   scratch.File("folder/\xff: \x01");
@@ -142,7 +142,7 @@ TEST_F(FileRecords, RelativePathsAndTheDefaultFolderAreTheWorkingFolder) {
   std::filesystem::current_path(before);
 }
 
-TEST_F(FileRecords, SpecsTellWhatIsThere) {
+TEST_F(FileRecords, SpecsAreMadeForItemsAndForMissingNamesOnly) {
   scratch.File("folder/file");
   scratch.Link("folder/nowhere", "missing");
   const SInt32 folder = NumberOf(scratch.Path("folder"));
@@ -179,7 +179,7 @@ TEST_F(FileRecords, SpecsTellWhatIsThere) {
   }
 }
 
-TEST_F(FileRecords, NumbersAndReferencesDieWithWhatTheyName) {
+TEST_F(FileRecords, NumbersAndReferencesBecomeInvalidWhenTheirItemIsReplaced) {
   for (const char* name : {"deleted", "moved", "replaced", "linked", "filed", "way/inner"}) {
     scratch.File(std::string(name) + "/file");
   }
@@ -216,7 +216,7 @@ TEST_F(FileRecords, NumbersAndReferencesDieWithWhatTheyName) {
     FSRef ref;
     EXPECT_EQ(fnfErr, MakeSpec(row.number, "file", &spec));
     EXPECT_EQ(fnfErr, FSpMakeFSRef(&row.file, &ref));
-    // What is the very same file at the same place is as good as in its old folder.
+    // The same file under the same path is valid.
     const bool isSame = std::string(row.name) == "linked";
     EXPECT_EQ(isSame ? scratch.Path("linked/file") : "-43", PathOfRef(row.fileRef));
     spec = row.file;
@@ -224,13 +224,13 @@ TEST_F(FileRecords, NumbersAndReferencesDieWithWhatTheyName) {
     EXPECT_EQ(fnfErr, FSpDirCreate(&spec, smSystemScript, nullptr));
     EXPECT_EQ(fnfErr, FSpDelete(&row.file));
   }
-  // A reference's record is where it was, which the disk is not asked for; all else is.
+  // The spec of a reference is made without the disk; all else needs it.
   FSSpec lost;
   HFSUniStr255 name;
   EXPECT_EQ(noErr, FSGetCatalogInfo(&rows[0].fileRef, 0, nullptr, nullptr, &lost, nullptr));
   EXPECT_EQ(0, std::memcmp(&lost, &rows[0].file, sizeof lost));
   EXPECT_EQ(fnfErr, FSGetCatalogInfo(&rows[0].fileRef, 0, nullptr, &name, &lost, nullptr));
-  // The name alone is in the reference of a folder too: what has it now is meant.
+  // The reference of a folder leads to the present folder of its name.
   EXPECT_EQ(scratch.Path("replaced"), PathOfRef(rows[2].folderRef));
   EXPECT_NE(rows[2].number, NumberOf(scratch.Path("replaced")));
   FSSpec again = {};
@@ -256,7 +256,6 @@ TEST_F(FileRecords, ANewFolderUnderTheOldInodeNumberIsAnotherFolder) {
   EXPECT_EQ(scratch.Path("f/file"), PathOfSpec(again));
 }
 
-// A path that was looked up before is not resolved again, unless that would matter.
 TEST_F(FileRecords, KnownPathsFollowWhatHasChanged) {
   scratch.File("a/b/file");
   scratch.File("a/b/other");
@@ -321,7 +320,7 @@ TEST_F(FileRecords, ForgedReferencesAreRefused) {
     if (PathOfRef(forged) == "-1401") ++refused;
   }
   EXPECT_GE(refused, 4);
-  // Every byte in turn: refused, or a name that is not there, but never a way out of the folder.
+  // With any byte changed it is refused or names a missing item, but never leads out of the folder.
   for (size_t at = 0; at < sizeof good; ++at) {
     for (const int value : {0x00, 0x2F, 0x2E, 0x40, 0xFF}) {
       forged = good;
@@ -334,7 +333,7 @@ TEST_F(FileRecords, ForgedReferencesAreRefused) {
   }
 }
 
-TEST_F(FileRecords, NamesAndParents) {
+TEST_F(FileRecords, NamesAndParentsAreThoseOfTheItemAndBadNamesAreRefused) {
   const std::string longName(100, 'n');
   scratch.File("f\xc3\xa4/\xff");
   scratch.File(longName);
@@ -366,7 +365,7 @@ TEST_F(FileRecords, NamesAndParents) {
   FSRef root;
   ASSERT_EQ(noErr, RefOfPath("/", &root));
   EXPECT_EQ(dirNFErr, FSGetCatalogInfo(&root, 0, nullptr, nullptr, nullptr, &parent));
-  // Both are the first inode of their file systems.
+  // Both have the inode number 1.
   ASSERT_EQ(noErr, RefOfPath("/proc", &ref));
   ASSERT_EQ(noErr, RefOfPath("/sys", &found));
   EXPECT_EQ(errFSRefsDifferent, FSCompareFSRefs(&ref, &found));
@@ -399,7 +398,7 @@ TEST_F(FileRecords, AddressesLeadToReferencesAndBack) {
   }
 }
 
-TEST_F(FileRecords, MakingAndDeleting) {
+TEST_F(FileRecords, ItemsAreMadeOnceAndAFolderIsDeletedOnlyWhenEmpty) {
   scratch.Link("link", "/nowhere");
   const SInt32 root = NumberOf(scratch.Path());
   FSSpec folder, file, link;
@@ -416,19 +415,19 @@ TEST_F(FileRecords, MakingAndDeleting) {
   EXPECT_EQ(noErr, FSpDelete(&file));
   EXPECT_EQ(noErr, FSpDelete(&folder));
   EXPECT_FALSE(std::filesystem::exists(scratch.Path("folder")));
-  // A link without a target is something, and nothing is made behind it.
+  // A link without a target exists, and nothing is made at its target.
   ASSERT_EQ(noErr, MakeSpec(root, "link", &link));
   EXPECT_EQ(dupFNErr, FSpCreate(&link, 0, 0, smSystemScript));
   EXPECT_EQ(dupFNErr, FSpDirCreate(&link, smSystemScript, nullptr));
   EXPECT_EQ(noErr, FSpDelete(&link));
 }
 
-TEST_F(FileRecords, CatalogueTellsKindsAndSizes) {
+TEST_F(FileRecords, TheCatalogueGivesKindSizesAndLockByNameOrIndex) {
   const std::string path = scratch.File("folder/b", "hello");
   scratch.File("folder/a");
   const std::string longest(63, 'n');
   chmod(scratch.File("folder/" + longest).c_str(), 0444);
-  scratch.File("folder/" + longest + "n");  // has no record, so no index either
+  scratch.File("folder/" + longest + "n");  // too long for a spec, so it has no index
   const std::string huge = scratch.File("huge");
   ASSERT_EQ(0, truncate(huge.c_str(), off_t{3} << 30));
   const bool hasFork =
@@ -444,17 +443,15 @@ TEST_F(FileRecords, CatalogueTellsKindsAndSizes) {
     std::string found;  // out
     bool isFolder;
     SInt32 data, resource;
-  } rows[] = {
-      {0, folder, "b", 0, "b", false, 5, hasFork ? 7 : 0},
-      {0, NumberOf(scratch.Path()), "huge", 0, "huge", false, 0x7FFFFFFF, 0},
-      {0, folder, "", 0, "", true, 0, 0},
-      {-1, folder, "ignored", 0, "folder", true, 0, 0},
-      {1, folder, "", 0, "a", false, 0, 0},
-      {2, folder, "", 0, "b", false, 5, hasFork ? 7 : 0},
-      {3, folder, "", 0, longest, false, 0, 0},
-      {4, folder, "", fnfErr, "", false, 0, 0},
-      {1, folder + 1000000, "", dirNFErr, "", false, 0, 0},
-  };
+  } rows[] = {{0, folder, "b", 0, "b", false, 5, hasFork ? 7 : 0},
+              {0, NumberOf(scratch.Path()), "huge", 0, "huge", false, 0x7FFFFFFF, 0},
+              {0, folder, "", 0, "", true, 0, 0},
+              {-1, folder, "ignored", 0, "folder", true, 0, 0},
+              {1, folder, "", 0, "a", false, 0, 0},
+              {2, folder, "", 0, "b", false, 5, hasFork ? 7 : 0},
+              {3, folder, "", 0, longest, false, 0, 0},
+              {4, folder, "", fnfErr, "", false, 0, 0},
+              {1, folder + 1000000, "", dirNFErr, "", false, 0, 0}};
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::PrintToString(row.name) + " " + std::to_string(row.index));
     Str63 name = {};
@@ -507,20 +504,18 @@ TEST_F(FileRecords, AliasesAreResolvedStepByStepOrToTheEnd) {
     const char* name;
     bool chains;
     OSErr err;
-    std::string path;  // of the record afterwards; "" when it is not looked at
+    std::string path;  // of the spec afterwards; "" if it is not checked
     bool isFolder, wasAliased;
-  } rows[] = {
-      {"one", true, 0, scratch.Path("folder/file"), false, true},
-      {"two", false, 0, scratch.Path("one"), false, true},
-      {"absolute", true, 0, scratch.Path("folder/file"), false, true},
-      {"up", true, 0, scratch.Path("folder"), true, true},
-      {"dots", true, 0, scratch.Path(), true, true},
-      {"missing", true, fnfErr, "-43", false, false},
-      {"lost", true, dirNFErr, "", false, false},
-      {"long", true, bdNamErr, "", false, false},
-      {"loop", true, fnfErr, scratch.Path("loop"), false, false},
-      {"loop", false, 0, scratch.Path("loop2"), false, true},
-  };
+  } rows[] = {{"one", true, 0, scratch.Path("folder/file"), false, true},
+              {"two", false, 0, scratch.Path("one"), false, true},
+              {"absolute", true, 0, scratch.Path("folder/file"), false, true},
+              {"up", true, 0, scratch.Path("folder"), true, true},
+              {"dots", true, 0, scratch.Path(), true, true},
+              {"missing", true, fnfErr, "-43", false, false},
+              {"lost", true, dirNFErr, "", false, false},
+              {"long", true, bdNamErr, "", false, false},
+              {"loop", true, fnfErr, scratch.Path("loop"), false, false},
+              {"loop", false, 0, scratch.Path("loop2"), false, true}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     FSSpec spec = {};
@@ -541,9 +536,9 @@ TEST_F(FileRecords, AliasesAreResolvedStepByStepOrToTheEnd) {
   EXPECT_EQ(NumberOf(scratch.Path("folder")), +spec.parID);
 }
 
-TEST_F(FileRecords, WhatMayNotBeSearchedIsDenied) {
+TEST_F(FileRecords, ItemsInAFolderThatMayNotBeSearchedAreDenied) {
   const uid_t own = geteuid();
-  if (own == 0) SKIP_IF(NoOtherUsers());  // nothing is closed to user 0
+  if (own == 0) SKIP_IF(NoOtherUsers());  // user 0 may search every folder
   const std::string path = scratch.File("closed/file");
   FSSpec spec = {};
   FSRef ref, found;

@@ -14,7 +14,7 @@
 #include "tests/support/permissions.h"
 #include "tests/support/scratch_folder.h"
 
-// Standard folders, system version and login session: what the environment decides.
+// Standard folders, system version and login session, which depend on the environment.
 
 namespace {
 
@@ -28,7 +28,7 @@ std::string FolderPath(SInt16 volume, SInt32 number) {
   return err == noErr ? reinterpret_cast<char*>(path) : std::to_string(err);
 }
 
-TEST(Folders, DomainsAndTypes) {
+TEST(Folders, EachDomainAndTypeHasItsFolderWhichIsMadeIfWanted) {
   const ScratchFolder scratch;
   const ScopedVariable local("VLTHOST_LOCAL_ROOT", scratch.Path("local").c_str());
   const ScopedVariable data("XDG_DATA_HOME", scratch.Path("data").c_str());
@@ -39,15 +39,13 @@ TEST(Folders, DomainsAndTypes) {
     SInt16 domain;
     OSType type;
     const char* path;  // in the scratch folder; null: fnfErr
-  } rows[] = {
-      {kLocalDomain, kDomainLibraryFolderType, "local/Library"},
-      {kLocalDomain, kPreferencesFolderType, "local/Library/Preferences"},
-      {kLocalDomain, kApplicationsFolderType, "share1/veltrane/Applications"},
-      {kUserDomain, kDomainTopLevelFolderType, "data/veltrane"},
-      {kUserDomain, kCurrentUserFolderType, "home"},
-      {kLocalDomain, FourCC('n', 'o', 'n', 'e'), nullptr},
-      {kNetworkDomain, kDomainLibraryFolderType, nullptr},
-  };
+  } rows[] = {{kLocalDomain, kDomainLibraryFolderType, "local/Library"},
+              {kLocalDomain, kPreferencesFolderType, "local/Library/Preferences"},
+              {kLocalDomain, kApplicationsFolderType, "share1/veltrane/Applications"},
+              {kUserDomain, kDomainTopLevelFolderType, "data/veltrane"},
+              {kUserDomain, kCurrentUserFolderType, "home"},
+              {kLocalDomain, FourCC('n', 'o', 'n', 'e'), nullptr},
+              {kNetworkDomain, kDomainLibraryFolderType, nullptr}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.path != nullptr ? row.path : "none");
     SInt16 volume = 7;
@@ -83,7 +81,7 @@ TEST(Folders, AFolderThatSeveralMakeAtOnceIsFoundByAll) {
   }
 }
 
-TEST(Folders, WhatRootMakesInAUsersFolderBelongsToTheUser) {
+TEST(Folders, FoldersThatRootMakesInAUsersFolderBelongToTheUser) {
   SKIP_IF(NoOtherUsers());
   constexpr uid_t kUser = 65534;
   const OpenDescriptorCheck noLeaks;
@@ -101,7 +99,7 @@ TEST(Folders, WhatRootMakesInAUsersFolderBelongsToTheUser) {
   }
 }
 
-TEST(Folders, WhatIsInTheWayIsTold) {
+TEST(Folders, AFileOnTheWayIsAnErrorAndALinkIsFollowed) {
   const ScratchFolder scratch;
   scratch.File("file");
   scratch.Link("linked", "target");
@@ -130,22 +128,16 @@ TEST(Folders, UsersFoldersHaveDefaults) {
   }
 }
 
-TEST(Gestalt, SystemVersion) {
-  const struct {
-    const char* value;
-    OSErr err;
-    SInt32 version;
-  } rows[] = {
-      {nullptr, noErr, 0x1040},
-      {"0x0922", noErr, 0x922},
-      {"4169", noErr, 0x1049},
-      {"0x10000", gestaltUndefSelectorErr, 7},
-  };
-  for (const auto& row : rows) {
-    const ScopedVariable version("VLTHOST_GESTALT_SYSV", row.value);
+TEST(Gestalt, TheSystemVersionIsTheVariablesOrTheDefault) {
+  const std::tuple<const char*, OSErr, SInt32> rows[] = {{nullptr, noErr, 0x1040},
+                                                         {"0x0922", noErr, 0x922},
+                                                         {"4169", noErr, 0x1049},
+                                                         {"0x10000", gestaltUndefSelectorErr, 7}};
+  for (const auto& [value, err, expectedVersion] : rows) {
+    const ScopedVariable version("VLTHOST_GESTALT_SYSV", value);
     SInt32 response = 7;
-    EXPECT_EQ(row.err, Gestalt(gestaltSystemVersion, &response));
-    EXPECT_EQ(row.version, response);
+    EXPECT_EQ(err, Gestalt(gestaltSystemVersion, &response));
+    EXPECT_EQ(expectedVersion, response);
   }
   SInt32 response = 7;
   EXPECT_EQ(gestaltUndefSelectorErr, Gestalt(FourCC('n', 'o', 'n', 'e'), &response));
@@ -154,15 +146,13 @@ TEST(Gestalt, SystemVersion) {
 TEST(SecuritySession, IsTheCallersOwnOnly) {
   const struct {
     const char *id, *bits, *display, *wayland;
-    SecuritySessionId expectedId;  // 0: whatever the system says
+    SecuritySessionId expectedId;  // 0: any
     SessionAttributeBits expectedBits;
-  } rows[] = {
-      {"0x1234ABCD", "0", ":0", nullptr, 0x1234ABCD, 0},
-      {"5", "junk", nullptr, "wayland-0", 5, sessionHasGraphicAccess},
-      {"010", "020", nullptr, nullptr, 10, 20},
-      {"0xFFFFFFFF", "1", nullptr, nullptr, 0, sessionIsRoot},
-      {"4294967296", "1", nullptr, nullptr, 0, sessionIsRoot},
-  };
+  } rows[] = {{"0x1234ABCD", "0", ":0", nullptr, 0x1234ABCD, 0},
+              {"5", "junk", nullptr, "wayland-0", 5, sessionHasGraphicAccess},
+              {"010", "020", nullptr, nullptr, 10, 20},
+              {"0xFFFFFFFF", "1", nullptr, nullptr, 0, sessionIsRoot},
+              {"4294967296", "1", nullptr, nullptr, 0, sessionIsRoot}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.id);
     const ScopedVariable id("VLTHOST_SESSION_ID", row.id), bits("VLTHOST_SESSION_BITS", row.bits);

@@ -23,7 +23,7 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
-constexpr CFTimeInterval kLong = 20;  // a failing test's end, never waited for
+constexpr CFTimeInterval kLong = 20;  // ends a failing test
 
 CFRunLoopRef Current() { return CFRunLoopGetCurrent(); }
 
@@ -154,8 +154,8 @@ TEST(RunLoop, SourcesFireByOrderThenAgeOncePerPass) {
   EXPECT_EQ("12=3", log);
 }
 
-// A callout that ends another source's membership, or the run, is obeyed at once: although that
-// source was signalled before.
+// A callout that takes another source out of the loop, or stops the run, is obeyed at once,
+// although that source has been signalled.
 TEST(RunLoop, ACalloutStopsTheNextOneOfItsRound) {
   const std::tuple<const char*, std::function<void(Action&)>, bool> rows[] = {
       {"invalidates", [](Action& victim) { CFRunLoopSourceInvalidate(victim.source); }, true},
@@ -217,7 +217,7 @@ TEST(RunLoop, ANestedRunEndsAlone) {
   EXPECT_EQ("oiO", log);
 }
 
-TEST(RunLoop, ModesAreServedApart) {
+TEST(RunLoop, AModeServesItsOwnAndTheCommonSourcesAndTimersOnly) {
   const CFStringRef mode = CFSTR("a mode of one's own");
   Action other, common;
   CFRunLoopAddSource(Current(), other.source, mode);
@@ -263,7 +263,7 @@ TEST(RunLoop, AnExceptionPassesThroughAndTheLoopGoesOn) {
 }
 
 // Signals from another thread, each awaited: a lost wake-up would hang the pair.
-TEST(RunLoop, WakesFromAnotherThread) {
+TEST(RunLoop, WakesForEachSignalOfAnotherThread) {
   std::promise<CFRunLoopRef> started;
   Action action;
   std::atomic<int> seen{0};
@@ -304,9 +304,9 @@ TEST(RunLoop, ATimerNeverFiresEarlyAndEndsTheRunWithItsEnd) {
   EXPECT_EQ(5, fired);
 }
 
-// A timer that is called late fires next at the next multiple of its interval, not an interval
-// after the late call. Another timer a quarter of an interval after that multiple tells the two
-// apart, however late everything is.
+// A timer that fires late fires next at the next multiple of its interval, not an interval after
+// the late call. Another timer, a quarter of an interval after that multiple, shows the difference
+// however late everything is.
 TEST(RunLoop, ATimerThatWasLateKeepsItsRhythm) {
   constexpr Milliseconds kInterval = 200ms;
   for (int attempt = 0; attempt < 50; attempt++) {
@@ -331,8 +331,7 @@ TEST(RunLoop, ATimerThatWasLateKeepsItsRhythm) {
   GTEST_SKIP() << "no timer could be made within 20 ms";
 }
 
-// Timers that are due together: the earlier first, none that the earlier one has removed,
-// invalidated or (in a run of its own) fired already.
+// The earlier of two due timers may remove, invalidate or (in a nested run) fire the other.
 TEST(RunLoop, TimersDueTogetherFireInTurn) {
   const struct {
     const char* text;
@@ -383,7 +382,6 @@ TEST(RunLoop, PortsAreServedInTurnAndOneMessageEndsAReturningRun) {
   EXPECT_EQ("+ababab", log);
 }
 
-// What a loop lets go of is released while no lock is held, and nothing that is invalid stays.
 TEST(RunLoop, InvalidSourcesAndTimersAreReleased) {
   static int sReleased = 0;
   sReleased = 0;
@@ -410,7 +408,6 @@ TEST(RunLoop, InvalidSourcesAndTimersAreReleased) {
   EXPECT_FALSE(CFRunLoopContainsSource(Current(), common.source, kCFRunLoopCommonModes));
 }
 
-// The loop sleeps in the kernel until something is due: neither short sleeps nor a spin.
 TEST(RunLoop, AnIdleLoopTakesNoProcessorTime) {
   std::string log;
   const LetterPort port(&log, 'p');
@@ -429,7 +426,6 @@ TEST(RunLoop, AnIdleLoopTakesNoProcessorTime) {
   EXPECT_LE(microseconds(after) - microseconds(before), 20'000);
 }
 
-// Interrupted waits go on: the time is neither cut nor drawn out.
 TEST(RunLoop, SignalsDoNotEndAWait) {
   Action action;
   action.Add();
@@ -441,7 +437,6 @@ TEST(RunLoop, SignalsDoNotEndAWait) {
   EXPECT_EQ(0, action.performed);
 }
 
-// The callbacks of a port's context may use ports themselves.
 TEST(MachPort, ARetainCallbackMayMakeAnotherPort) {
   WithinTime([] {
     CFMachPortContext context = {};

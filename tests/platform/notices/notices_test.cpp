@@ -58,7 +58,7 @@ TEST(Notices, TheResponseDecidesHowLongARecordStays) {
   EXPECT_TRUE(notices.Lines().empty());  // records without a text show nothing
 }
 
-// After NMRemove has returned, the record may be destroyed: its response does not run any more.
+// After NMRemove has returned, the response does not run any more, so the record may be destroyed.
 TEST(Notices, RemovingWaitsForTheResponseOfAnotherThread) {
   static std::atomic<bool> sIsInside, sMayReturn, sHasReturned;
   sIsInside = sMayReturn = sHasReturned = false;
@@ -66,7 +66,7 @@ TEST(Notices, RemovingWaitsForTheResponseOfAnotherThread) {
   NMRec record = MakeRecord(nullptr, [](NMRecPtr) {
     sIsInside = true;
     while (!sMayReturn) std::this_thread::yield();
-    // Time for a removal that does not wait, to show itself.
+    // Gives a removal that does not wait the time to return.
     for (int i = 0; i < 1000; ++i) std::this_thread::yield();
     sHasReturned = true;
   });

@@ -32,7 +32,7 @@ std::vector<SInt32> IntsOf(CFArrayRef array) {
   return values;
 }
 
-// Foreign items that count how often they are held. Equal when their letters are.
+// Foreign items that count their references. They are equal if their letters are.
 struct Letter {
   char letter;
   int held = 0;
@@ -127,8 +127,8 @@ TEST(Array, ForeignValuesAreRetainedComparedAndReleasedByTheirCallbacks) {
   EXPECT_EQ(0, a.held + alsoA.held + b.held);
 }
 
-// Random changes, beside a map of the language's own. It begins as a reader of files makes it: keys
-// may repeat, and what is to be searched is made ready only when something asks or changes.
+// It begins as a reader of files makes it: keys may repeat, and the index for searches is built
+// only at the first search or change.
 TEST(Dictionary, RandomChangesGiveTheSameEntriesAsAStdMap) {
   std::mt19937 random(1);
   for (unsigned round = 0; round < 40; ++round) {
@@ -190,8 +190,7 @@ TEST(Dictionary, RandomChangesGiveTheSameEntriesAsAStdMap) {
   }
 }
 
-// Keys in order, in no order, few and many, of both widths, and with a repeated one at either end:
-// whatever way the keys of a new dictionary are told apart, all searches find the same.
+// Keys sorted and unsorted, few and many, of both widths, and with a repeated one at either end.
 TEST(Dictionary, ManyThreadsMaySearchANewDictionaryAtOnce) {
   for (const size_t count : {9u, 100u, 128u, 129u, 3000u}) {
     for (const bool sorted : {true, false}) {
@@ -261,7 +260,7 @@ TEST(Dictionary, KeysAreComparedAndHashedByTheirCallbacks) {
   CFDictionarySetValue(copied, Number(1), "no string");
   EXPECT_EQ(1, CFDictionaryGetCount(copied));
 
-  // Bare pointers are told apart by address alone, here those of characters.
+  // Without callbacks keys are compared by address.
   const char text[] = "0123456789abcdefghijklmnop0";
   const OwnedRef<CFMutableDictionaryRef> pointers(
       CFDictionaryCreateMutable(nullptr, 0, nullptr, nullptr));
@@ -288,12 +287,12 @@ TEST(Dictionary, KeysAreComparedAndHashedByTheirCallbacks) {
   EXPECT_EQ(0, alsoC.held);
 }
 
-// Each pair takes itself out and puts another in; the second time one of them puts many in, and a
-// later one takes all out. The last dictionary is released by the first of its two pairs.
+// Each call removes its pair and adds another. In the second round one call adds many and a later
+// one removes all. The last dictionary is released in the call for the first of its two pairs.
 TEST(Dictionary, AFunctionThatIsAppliedMayChangeTheDictionary) {
   struct Context {
     CFMutableDictionaryRef dictionary;
-    int turn, newest;  // the latter of the keys that are told
+    int turn, newest;  // `newest` is the largest key that may be passed
   };
   const auto change = [](const void* key, const void* value, void* given) {
     auto* context = static_cast<Context*>(given);
@@ -304,7 +303,7 @@ TEST(Dictionary, AFunctionThatIsAppliedMayChangeTheDictionary) {
     add(1000 + ++context->turn);
     for (int i = 2000; context->turn == 110 && i < 2500; ++i) add(i);
     if (context->turn == 115) CFDictionaryRemoveAllValues(context->dictionary);
-    EXPECT_EQ(IntOf(key), IntOf(value));  // they are still there
+    EXPECT_EQ(IntOf(key), IntOf(value));  // both are alive
     EXPECT_LE(IntOf(key), context->newest);
   };
   const OwnedRef<CFMutableDictionaryRef> dictionary(MutableDictionary());
@@ -331,8 +330,7 @@ TEST(Dictionary, AFunctionThatIsAppliedMayChangeTheDictionary) {
       last);
 }
 
-// Keys that a plain hash of the text would put together: a file with them must not take for ever.
-// With one chain this would be 2 * 10^10 comparisons.
+// With equal hashes a file of these keys would take 2 * 10^10 comparisons.
 TEST(Dictionary, KeysThatAMultiplyingHashPutsTogetherHaveDifferentHashes) {
   constexpr UInt32 kPrime = 16777619;
   constexpr size_t kKeys = 200000;

@@ -16,7 +16,7 @@ constexpr size_t kSmallStack = 512 * 1024;  // its frames and thread data are mu
 constexpr size_t kSmallStack = 64 * 1024;
 #endif
 
-// Runs `body` on a thread whose stack a recursion of any length would overflow.
+// Runs `body` on a thread with a small stack, which a deep recursion would overflow.
 void OnSmallStack(std::function<void()> body) {
   pthread_attr_t attributes;
   ASSERT_EQ(0, pthread_attr_init(&attributes));
@@ -83,7 +83,7 @@ TEST(Nesting, ForeignReleasesAndKeysNeedNoStackEither) {
   });
 }
 
-// 2^60 leaves when every way to them is gone.
+// The array has 2^60 leaves along its paths.
 TEST(Nesting, PartsThatOccurOftenAreComparedOnce) {
   auto make = [](const void* leaf) {
     OwnedRef<CFTypeRef> inner(CFRetain(leaf));
@@ -113,7 +113,7 @@ TEST(Nesting, AnArrayThatContainsItselfCanBeComparedAndDescribed) {
   CFArrayAppendValue(b, CFSTR("third"));
   CFArrayAppendValue(a, CFSTR("last"));
   EXPECT_FALSE(CFEqual(a, b));
-  CFArrayRemoveAllValues(a);  // else they would hold themselves for ever
+  CFArrayRemoveAllValues(a);  // breaks the cycle
   CFArrayRemoveAllValues(b);
 }
 

@@ -62,7 +62,7 @@ TEST(Number, EveryTypeIsStoredAsItsCanonicalOne) {
   EXPECT_EQ(7, value);
 }
 
-TEST(Number, IntegersSaturateAndSaySo) {
+TEST(Number, IntegersSaturateAndReportALoss) {
   const std::tuple<OwnedRef<CFNumberRef>, SInt8, bool, SInt64, bool> rows[] = {
       {Integer(128), 127, false, 128, true},
       {Integer(INT64_MIN), -128, false, INT64_MIN, true},
@@ -83,7 +83,7 @@ TEST(Number, IntegersSaturateAndSaySo) {
   }
 }
 
-TEST(Number, RealsAreRoundedAndSaySo) {
+TEST(Number, RealsAreRoundedAndReportALoss) {
   const std::tuple<OwnedRef<CFNumberRef>, float, bool, double, bool> rows[] = {
       {Integer((1LL << 53) + 1), static_cast<float>(kTwoTo53), false, kTwoTo53, false},
       {Unsigned(UINT64_MAX), static_cast<float>(2 * kTwoTo63), false, 2 * kTwoTo63, false},
@@ -104,7 +104,7 @@ TEST(Number, RealsAreRoundedAndSaySo) {
   EXPECT_TRUE(nan.isExact && std::isnan(nan.value));
 }
 
-// Every number against every other: in ascending order, equal ones on one line.
+// Ascending lines of equal numbers; each is compared with every other.
 TEST(Number, OrderEqualityAndHashAgreeAcrossTypes) {
   const float third = 1.0f / 3;
   const OwnedRef<CFNumberRef> lines[][2] = {

@@ -109,14 +109,7 @@ TEST(CFString, WrongObjectsAndRangesAreNeutral) {
 
 TEST(CFString, GetBytesStopsBeforeWhatDoesNotFitOrHasNoForm) {
   const Text string = String("a\xC3\xA9\xE2\x82\xAC\xE4\xB8\x80");
-  const struct {
-    CFRange range;
-    CFStringEncoding encoding;
-    UInt8 lossByte;
-    bool external;
-    CFIndex max, converted;
-    std::string bytes;
-  } rows[] = {
+  const std::tuple<CFRange, CFStringEncoding, UInt8, bool, CFIndex, CFIndex, std::string> rows[] = {
       {{0, 4}, kCFStringEncodingUTF8, 0, false, 20, 4, "a\xC3\xA9\xE2\x82\xAC\xE4\xB8\x80"},
       {{0, 4}, kCFStringEncodingMacRoman, 0, false, 20, 3, "a\x8E\xDB"},
       {{0, 4}, kCFStringEncodingMacRoman, '_', false, 20, 4, "a\x8E\xDB_"},
@@ -124,13 +117,13 @@ TEST(CFString, GetBytesStopsBeforeWhatDoesNotFitOrHasNoForm) {
       {{0, 1}, kCFStringEncodingUTF16BE, 0, true, 2, 1, std::string("\0a", 2)},
       {{0, 1}, kCFStringEncodingUnicode, 0, true, 1, 0, ""},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(testing::PrintToString(row.bytes));
+  for (const auto& [range, encoding, lossByte, external, max, converted, bytes] : rows) {
+    SCOPED_TRACE(testing::PrintToString(bytes));
     UInt8 buffer[20];
     CFIndex used = -1;
-    EXPECT_EQ(row.converted, CFStringGetBytes(string, row.range, row.encoding, row.lossByte,
-                                              row.external, buffer, row.max, &used));
-    EXPECT_EQ(row.bytes, std::string(buffer, buffer + used));
+    EXPECT_EQ(converted,
+              CFStringGetBytes(string, range, encoding, lossByte, external, buffer, max, &used));
+    EXPECT_EQ(bytes, std::string(buffer, buffer + used));
   }
   // A mark in front, in native order, and back again.
   UInt8 marked[4];

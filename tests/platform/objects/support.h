@@ -8,7 +8,7 @@
 #include "platform/host/objects/cf_object.h"
 #include "util/owned_ref.h"
 
-// What the tests of counted objects share.
+// Shared by the tests of counted objects.
 
 inline std::string TextOf(CFStringRef string) {
   char buffer[4096];

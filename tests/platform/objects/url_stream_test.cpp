@@ -58,7 +58,7 @@ TEST(URL, HoldsThePathsBytes) {
 
 TEST(URL, AStringIsMacRomanBytesIfItCanBe) {
   EXPECT_EQ("/caf\x8E", PathOf(URLOfString(String("/caf\xC3\xA9"))));  // each character has a byte
-  const std::string mixed = "/caf\xC3\xA9\xE6\x97\xA5";  // one has none: all of it is UTF-8
+  const std::string mixed = "/caf\xC3\xA9\xE6\x97\xA5";  // one has no byte: all of it is UTF-8
   EXPECT_EQ(mixed, PathOf(URLOfString(String(mixed))));
   // Bytes that were read as Mac Roman come out as they came in.
   const OwnedRef<CFStringRef> bytes(
@@ -66,7 +66,7 @@ TEST(URL, AStringIsMacRomanBytesIfItCanBe) {
   EXPECT_EQ("/caf\xC3\xA9", PathOf(URLOfString(bytes)));
 }
 
-TEST(URL, RefusesWhatIsNoPathAndComparesByPath) {
+TEST(URL, RefusesBytesThatAreNotAPathAndComparesByPath) {
   const UniChar half[] = {'/', 0xD800};
   EXPECT_EQ(nullptr,
             URLOfString(OwnedRef<CFStringRef>(CFStringCreateWithCharacters(nullptr, half, 2))));
@@ -119,7 +119,7 @@ TEST(Streams, AFileIsWrittenReadAndAppendedTo) {
   EXPECT_STREQ("abcdef", reinterpret_cast<const char*>(buffer));
   const Writer again(CFWriteStreamCreateWithFile(nullptr, url));
   EXPECT_TRUE(CFWriteStreamOpen(again));
-  EXPECT_EQ("", ReadFile(path));  // cut to nothing
+  EXPECT_EQ("", ReadFile(path));  // opening empties the file
 }
 
 TEST(Streams, AFileThatCannotBeOpenedReadOrWrittenIsAnErrorWithErrno) {
@@ -187,7 +187,7 @@ TEST(Streams, TheRestIsReadAtOnceWithinALimit) {
       EXPECT_EQ(0, std::memcmp(text.data(), rest.bytes, rest.count));
     }
   }
-  // A file that says it is empty and is not.
+  // A file with the size 0 that is not empty.
   const Reader status(CFReadStreamCreateWithFile(nullptr, URLOfBytes("/proc/self/status")));
   ASSERT_TRUE(CFReadStreamOpen(status));
   HostStreamRest rest;

@@ -55,7 +55,7 @@ TEST(PlistBinary, ReadsEveryKindAndWidth) {
     const std::string file = OneObject(row.text);
     ExpectRead({file, row.body}, kCFPropertyListBinaryFormat_v1_0);
   }
-  // A short NaN has the same bytes on every host afterwards.
+  // A short NaN has the same bytes on every CPU architecture afterwards.
   EXPECT_EQ(WriteBinary(ReadList("<real>nan</real>").Get()),
             WriteBinary(ReadList(OneObject("\x22\x7F\x98\x48\x7C")).Get()));
 }
@@ -138,7 +138,7 @@ TEST(PlistBinary, FindsTheOneByteThatIsNotASCII) {
   for (size_t length = 0; length < 15; ++length) {
     const std::string text = std::string("abcdefghijklmn").substr(0, length);
     const std::string marker(1, static_cast<char>(0x50 + length));
-    // What follows is nobody's.
+    // The bytes after the string do not matter.
     const ReadList good(OneObject(marker + text + "\x80\x80\x80\x80\x80\x80\x80\x80"));
     EXPECT_EQ("<string>" + text + "</string>", BodyOf(good.Get()));
     for (size_t at = 0; at < length; ++at) {
@@ -149,7 +149,6 @@ TEST(PlistBinary, FindsTheOneByteThatIsNotASCII) {
   }
 }
 
-// What is referred to twice is there twice, so a change of one is not seen in the other.
 TEST(PlistBinary, GivesEveryReferrerAContainerOfItsOwn) {
   const File file = {{"\xA2\1\1", "\xD0"}};
   const ReadList list(file.Bytes(), kCFPropertyListMutableContainers);
@@ -159,7 +158,7 @@ TEST(PlistBinary, GivesEveryReferrerAContainerOfItsOwn) {
   EXPECT_NE(first, CFArrayGetValueAtIndex(array, 1));
 }
 
-// What the first of two equal keys had is let go of, and then referred to once more.
+// The value of the first of two equal keys is released and referred to again.
 TEST(PlistBinary, ARepeatedKeyLosesNoSharedObject) {
   const File file = {{"\xA2\1\5", "\xD2\2\3\5\4", "\x51\x61", "\x51\x61", "\x09", "\x53old"}};
   ExpectRead({file.Bytes(), "<array><dict><key>a</key><true/></dict><string>old</string></array>"},

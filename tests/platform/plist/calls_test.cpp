@@ -27,15 +27,13 @@ TEST(PropertyList, ReadingAStreamGivesTheFormOrTheReason) {
     CFIndex length;
     CFPropertyListFormat format;  // 0: refused
     const char* error;
-  } rows[] = {
-      {"<plist><true/></plist>", 0, kCFPropertyListXMLFormat_v1_0, ""},
-      {"<true/>rest", 7, kCFPropertyListXMLFormat_v1_0, ""},
-      {WriteBinary(kCFBooleanTrue), 0, kCFPropertyListBinaryFormat_v1_0, ""},
-      {"{}", 0, kCFPropertyListOpenStepFormat, ""},
-      {"<true/>", 8, 0, "the stream ends before the bytes that are asked for"},
-      {"<plist>\n</plist>", 0, 0, "line 2, column 1: <plist> has no value in it"},
-      {"bplist00", 0, 0, "byte 8: the file is too short (it may have been cut short)"},
-  };
+  } rows[] = {{"<plist><true/></plist>", 0, kCFPropertyListXMLFormat_v1_0, ""},
+              {"<true/>rest", 7, kCFPropertyListXMLFormat_v1_0, ""},
+              {WriteBinary(kCFBooleanTrue), 0, kCFPropertyListBinaryFormat_v1_0, ""},
+              {"{}", 0, kCFPropertyListOpenStepFormat, ""},
+              {"<true/>", 8, 0, "the stream ends before the bytes that are asked for"},
+              {"<plist>\n</plist>", 0, 0, "line 2, column 1: <plist> has no value in it"},
+              {"bplist00", 0, 0, "byte 8: the file is too short (it may have been cut short)"}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.bytes);
     const OwnedRef<CFReadStreamRef> stream(CFReadStreamCreateWithBytesNoCopy(
@@ -93,7 +91,6 @@ TEST(PropertyList, WritingToAStreamGivesTheNumberOfBytesOrTheReason) {
   CFRelease(error);
 }
 
-// A bracket that opens one level, what stands within the innermost, and the closing bracket.
 TEST(PropertyList, NestsToItsLimitAndNoFurther) {
   const std::tuple<const char*, const char*, const char*> rows[] = {
       {"<array>", "<array/>", "</array>"}, {"(", "()", ")"}, {"{a=", "{}", ";}"}};
@@ -110,7 +107,6 @@ TEST(PropertyList, NestsToItsLimitAndNoFurther) {
   }
 }
 
-// Every beginning of a good file is refused, with a place inside of it.
 TEST(PropertyList, RefusesEveryFileThatIsCutShort) {
   const std::string xml =
       "<?xml version='1.0'?><!DOCTYPE plist><plist><dict><key>a</key><array><string>&amp;\xC3\xA9"

@@ -15,7 +15,7 @@
 #include "platform/host/objects/cf_number.h"
 #include "platform/host/objects/cf_string.h"
 
-// Random lists, the same for the same seed on every host. The caller releases what it gets.
+// Random lists, the same for the same seed on every CPU architecture. The caller releases them.
 class RandomList {
  public:
   enum class Text { kAll, kWellFormed };  // the latter: without the character 1

@@ -12,7 +12,7 @@
 #include "platform/host/plist/introspect.h"
 #include "platform/host/plist/xml_write.h"
 
-// A list that was read from bytes, or why there is none.
+// A list that was read from bytes, or the reason of the failure.
 class ReadList {
  public:
   explicit ReadList(std::string_view bytes, CFOptionFlags mutability = kCFPropertyListImmutable)
@@ -60,7 +60,7 @@ inline constexpr std::string_view kXMLHead =
     "<plist version=\"1.0\">\n";
 inline constexpr std::string_view kXMLFoot = "</plist>\n";
 
-// What stands between head and foot, without line breaks and tabs; or the reason in brackets.
+// Returns the text between head and foot without line breaks and tabs, or the reason in brackets.
 inline std::string BodyOf(CFPropertyListRef list) {
   std::string text = WriteXML(list);
   if (text.starts_with(kXMLHead) && text.ends_with(kXMLFoot)) {
@@ -70,7 +70,7 @@ inline std::string BodyOf(CFPropertyListRef list) {
   return text;
 }
 
-// What a file of the form is read as.
+// A file and the list that it is read as.
 struct PlistRead {
   std::string_view text;
   std::string_view body;  // as XML

@@ -42,7 +42,7 @@ TEST(PlistText, ReadsEveryConstructOfTheOldForm) {
   for (const PlistRead& row : rows) ExpectRead(row, kCFPropertyListOpenStepFormat);
 }
 
-TEST(PlistText, RefusesWithPlaceAndReason) {
+TEST(PlistText, RefusesBadFilesWithPositionAndReason) {
   const PlistRefused rows[] = {
       {"", 1, 1, "nothing in the file"},
       {"{a=1;", 1, 6, "too early"},

@@ -56,11 +56,11 @@ TEST(PlistXML, AcceptsAndWritesInOneForm) {
       {"<dict><!-- c --></dict>", "<dict/>"},
       {"<dict><key>b</key><true/><key>a</key><false/><key/><array/></dict>",
        "<dict><key></key><array/><key>a</key><false/><key>b</key><true/></dict>"},
-      // What is dropped for a repeated key may have had the only use of another key.
+      // The value dropped for a repeated key may have the only use of another key.
       {"<array><dict><key>a</key><dict><key>x</key><true/></dict><key>a</key><true/></dict>"
        "<dict><key>x</key><true/></dict></array>",
        "<array><dict><key>a</key><true/></dict><dict><key>x</key><true/></dict></array>"},
-      // By code unit: a surrogate comes before U+FF5E, and a prefix before what it begins.
+      // By code unit: a surrogate comes before U+FF5E, and a prefix before longer keys.
       {"<dict><key>\xEF\xBD\x9E</key><true/><key>\xF0\x9F\x98\x80</key><true/><key>zz</key><true/>"
        "<key>\xC3\xA9</key><true/><key>z</key><true/></dict>",
        "<dict><key>z</key><true/><key>zz</key><true/><key>\xC3\xA9</key><true/>"
@@ -73,7 +73,7 @@ TEST(PlistXML, AcceptsAndWritesInOneForm) {
   for (const PlistRead& row : rows) ExpectRead(row, kCFPropertyListXMLFormat_v1_0);
 }
 
-TEST(PlistXML, RefusesWithPlaceAndReason) {
+TEST(PlistXML, RefusesBadFilesWithPositionAndReason) {
   const PlistRefused rows[] = {
       // The envelope.
       {"<plist></plist>", 1, 8, "has no value"},
@@ -228,7 +228,7 @@ TEST(PlistXML, EscapesSpecialCharactersAtEveryPosition) {
   }
 }
 
-// So many of each kind that they meet the end of the writer's buffer, with the longest of each.
+// Enough values to reach the end of the writer's buffer at different bytes.
 TEST(PlistXML, WritesEveryKindOfValueAcrossTheEndOfItsBuffer) {
   const std::string kinds[] = {
       "<true/>",
@@ -268,7 +268,7 @@ TEST(PlistXML, SortsFewAndManyKeysAlike) {
   }
 }
 
-// The deeper, the shorter: 76 characters less 8 for each level, and 4 at the least.
+// A line has 76 characters less 8 for each level, but at least 4.
 TEST(PlistXML, BreaksDataIntoLinesByLevel) {
   for (const size_t level : {0, 1, 8, 9, 40}) {
     SCOPED_TRACE(level);

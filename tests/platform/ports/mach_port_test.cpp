@@ -33,7 +33,7 @@ mach_port_t NewReceiveRight() {
   return port;
 }
 
-TEST(MachPort, WrongNamesAndRightsGetTheirCodes) {
+TEST(MachPort, WrongRightNumbersAndRightsGetTheirErrors) {
   mach_port_t port = MACH_PORT_NULL;
   EXPECT_EQ(KERN_INVALID_ARGUMENT, task_get_special_port(mach_task_self(), TASK_HOST_PORT, &port));
   EXPECT_EQ(KERN_INVALID_VALUE, mach_port_allocate(mach_task_self(), MACH_PORT_RIGHT_SEND, &port));
@@ -50,7 +50,7 @@ TEST(MachPort, WrongNamesAndRightsGetTheirCodes) {
   EXPECT_EQ(KERN_SUCCESS, mach_port_destroy(mach_task_self(), port));
 }
 
-TEST(MachPort, NamesAreNotReusedSoon) {
+TEST(MachPort, RightNumbersAreNotReusedSoon) {
   std::set<mach_port_t> seen;
   const size_t before = HostCountPorts().portNames;
   for (int i = 0; i < 100000; i++) {
@@ -62,8 +62,8 @@ TEST(MachPort, NamesAreNotReusedSoon) {
   EXPECT_EQ(before, HostCountPorts().portNames);
 }
 
-// Also once its place in the table is another right's.
-TEST(MachPort, AFreedNameIsInvalidForEveryCall) {
+// The right number stays invalid when another right has its slot in the table.
+TEST(MachPort, AFreedRightNumberIsInvalidForEveryCall) {
   const mach_port_t freed = NewReceiveRight();
   EXPECT_EQ(KERN_SUCCESS, mach_port_destroy(mach_task_self(), freed));
   std::vector<mach_port_t> others;
@@ -81,7 +81,7 @@ TEST(MachPort, AFreedNameIsInvalidForEveryCall) {
   for (const mach_port_t each : others) mach_port_destroy(mach_task_self(), each);
 }
 
-// A right that is given up in any way lets go of who waits for its reply.
+// However a reply right is given up, the waiter for the reply is released.
 TEST(MachPort, AReplyRightKeepsNothingWhenItGoes) {
   HostReplyTarget taken;
   const std::function<void(mach_port_t)> ways[] = {
@@ -106,12 +106,11 @@ TEST(MachPort, AReplyRightKeepsNothingWhenItGoes) {
   }
 }
 
-// Ports that were looked up once and have died meanwhile do not fill the table.
 TEST(MachPort, SendRightsToDeadPortsGoWhenThereAreMany) {
   const mach_port_t owner = NewReceiveRight();
   ASSERT_EQ(0, bootstrap_register(Bootstrap(), "the.living", owner));
   const std::string ports = HostGetSessionDirectory()->path + "/ports/";
-  std::ofstream(ports + "0000000000000001");  // what tells that port 1 lives
+  std::ofstream(ports + "0000000000000001");  // port 1 is alive while it has this file
   const mach_port_t living = HostInsertSendRight(1);
   const size_t before = HostCountPorts().portNames;
   for (uint64_t port = 2; port < 10000; port++) HostInsertSendRight(port);
@@ -124,8 +123,7 @@ TEST(MachPort, SendRightsToDeadPortsGoWhenThereAreMany) {
   mach_port_destroy(mach_task_self(), owner);
 }
 
-// A right counts its references, and none of them is given up for another's.
-TEST(MachPort, SendRightsOfOnePortAreOne) {
+TEST(MachPort, SendRightsOfOnePortAreOneRightThatCountsItsReferences) {
   mach_port_t found = MACH_PORT_NULL;
   const mach_port_t owner = NewReceiveRight();
   ASSERT_EQ(0, bootstrap_register(Bootstrap(), "counted", owner));

@@ -31,7 +31,7 @@ SInt32 NumberOf(const AppleEvent* event) {
   return number;
 }
 
-// A port on the loop of the thread that makes it. The function gets each request and its reply.
+// A port on the loop of the thread that makes it. The handler gets each request and its reply.
 class Server {
  public:
   using Handler = std::function<void(const AppleEvent&, AppleEvent&)>;
@@ -64,7 +64,7 @@ class Server {
   static void Receive(CFMachPortRef, void* message, CFIndex, void* info) {
     AppleEvent event, reply;
     ASSERT_EQ(0, AEDecodeMessage(static_cast<mach_msg_header_t*>(message), &event, &reply));
-    // A message is decoded once; neither that nor a copy that is disposed of twice does harm.
+    // A message is decoded once. Disposing of a copy of the event as well is harmless.
     AppleEvent second;
     EXPECT_EQ(errAENotAppleEvent,
               AEDecodeMessage(static_cast<mach_msg_header_t*>(message), &second, nullptr));
@@ -79,7 +79,7 @@ class Server {
   CFRunLoopSourceRef source;
 };
 
-TEST(Messages, OnesOwnQueueNeverWaitsAndKeepsTheOrder) {
+TEST(Messages, SendingToOneselfNeverWaitsAndKeepsTheOrder) {
   std::vector<SInt32> seen;
   Server server([&](const AppleEvent& event, AppleEvent& reply) {
     seen.push_back(NumberOf(&event));
@@ -101,7 +101,7 @@ TEST(Messages, OnesOwnQueueNeverWaitsAndKeepsTheOrder) {
   for (SInt32 i = 0; i < 300; i++) EXPECT_EQ(i, seen[static_cast<size_t>(i)]);
 }
 
-TEST(Messages, OnesOwnQueueHasALimitAndServingItMakesRoomAgain) {
+TEST(Messages, TheQueueToOneselfHasALimitAndServingItMakesRoomAgain) {
   size_t seen = 0;
   Server server([&](const AppleEvent&, AppleEvent&) { seen++; });
   const std::string large(size_t{15} << 20, 'x');
@@ -134,12 +134,11 @@ TEST(Messages, WaitingOnTheServingThreadTimesOut) {
   EXPECT_EQ(errAETimeout, AESendMessage(&event, &reply, kAEWaitReply, kShortTicks));
   EXPECT_GE(std::chrono::steady_clock::now() - start, 199ms);
   EXPECT_EQ(typeNull, reply.descriptorType);
-  // The late answer reaches nobody and leaves nothing behind.
+  // The late reply is dropped and its right is freed.
   EXPECT_TRUE(Server::Run([&] { return handled == 1; }));
   EXPECT_EQ(before, HostCountPorts().portNames);
 }
 
-// Whether its request is still queued, has been seen and not answered, or is being handled.
 TEST(Messages, TheDeathOfThePortEndsTheWait) {
   enum class When { kQueued, kSeen, kInTheCallout };
   for (const When when : {When::kQueued, When::kSeen, When::kInTheCallout}) {
@@ -166,7 +165,7 @@ TEST(Messages, TheDeathOfThePortEndsTheWait) {
   }
 }
 
-TEST(Messages, AnAnswerThatCannotBeSentSaysSo) {
+TEST(Messages, AReplyThatCannotBeSentReturnsAnErrorToBothSides) {
   Server server([](const AppleEvent&, AppleEvent& reply) {
     const std::string large(size_t{17} << 20, 'x');
     EXPECT_EQ(0, AEPutParamPtr(&reply, kNumberKey, typeChar, large.data(),
@@ -187,7 +186,7 @@ TEST(Messages, AnAnswerThatCannotBeSentSaysSo) {
   EXPECT_EQ(memFullErr, asking.get());
 }
 
-TEST(Messages, BadSendsGetTheirCodes) {
+TEST(Messages, BadSendsReturnTheirErrors) {
   Server server([](const AppleEvent&, AppleEvent&) {});
   StDesc good, reply;
   MakeEvent(server.Port(), 1, &good);
@@ -196,12 +195,10 @@ TEST(Messages, BadSendsGetTheirCodes) {
   const struct {
     Raw address;
     OSStatus err;
-  } rows[] = {
-      {Code(typeMachPort, 4711), connectionInvalid},
-      {Several(typeProcessSerialNumber, {ULong(1), ULong(2)}), procNotFound},
-      {Code(typeKernelProcessID, 0x7FFFFFFF), procNotFound},
-      {Long(1), errAEUnknownAddressType},
-  };
+  } rows[] = {{Code(typeMachPort, 4711), connectionInvalid},
+              {Several(typeProcessSerialNumber, {ULong(1), ULong(2)}), procNotFound},
+              {Code(typeKernelProcessID, 0x7FFFFFFF), procNotFound},
+              {Long(1), errAEUnknownAddressType}};
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::PrintToString(row.address));
     StDesc address, event;
@@ -211,7 +208,7 @@ TEST(Messages, BadSendsGetTheirCodes) {
   }
 }
 
-TEST(Messages, TheProcessItselfAnswersThatNothingIsHandled) {
+TEST(Messages, AnEventToTheProcessItselfIsNotHandled) {
   const ProcessSerialNumber self = {0, kCurrentProcess};
   StDesc address, event, reply;
   ASSERT_EQ(0, AECreateDesc(typeProcessSerialNumber, &self, sizeof self, &address));

@@ -21,7 +21,7 @@ bool AreSame(const ProcessSerialNumber& a, const ProcessSerialNumber& b) {
 
 }  // namespace
 
-TEST(ProcessManager, OurselvesByEveryName) {
+TEST(ProcessManager, ThisProcessIsFoundByEveryNumber) {
   ProcessSerialNumber own = {}, byPid = {};
   const ProcessSerialNumber current = {0, kCurrentProcess};
   ASSERT_EQ(noErr, GetCurrentProcess(&own));
@@ -37,12 +37,12 @@ TEST(ProcessManager, OurselvesByEveryName) {
   EXPECT_EQ(getpid(), pid);
 }
 
-TEST(ProcessManager, UnknownProcesses) {
+TEST(ProcessManager, UnknownProcessesAreNotFound) {
   ProcessSerialNumber own = {};
   ASSERT_EQ(noErr, GetCurrentProcess(&own));
   const ProcessSerialNumber rows[] = {
       {0, kNoProcess},
-      {own.highLongOfPSN + 1, own.lowLongOfPSN},  // an earlier owner of our pid
+      {own.highLongOfPSN + 1, own.lowLongOfPSN},  // an earlier process with this pid
       {own.highLongOfPSN, 0x80000000u | own.lowLongOfPSN},
   };
   for (const ProcessSerialNumber& row : rows) {
@@ -53,8 +53,8 @@ TEST(ProcessManager, UnknownProcesses) {
   for (pid_t pid : {0, -1, INT32_MAX}) EXPECT_EQ(procNotFound, GetProcessForPID(pid, &own));
 }
 
-// A child whose name is made to confuse a reader of its status: it gets a number of its own, the
-// one that others see, and is gone the moment it has ended, waited for or not.
+// The child's name resembles the fields of its status. It has a serial number of its own, the same
+// for all, and is gone as soon as it is a zombie.
 TEST(ProcessManager, AChildHasTheNumberThatItsParentSees) {
   ProcessSerialNumber own = {}, told = {}, seen = {};
   ASSERT_EQ(noErr, GetCurrentProcess(&own));

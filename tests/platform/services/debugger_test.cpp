@@ -9,7 +9,7 @@ namespace {
 
 constexpr int kChildDone = 42;
 
-// Waits for the next stop of `child`; the signal that stopped it, 0 when it ended instead.
+// Waits for the next stop of `child`. Returns the signal, or 0 if the child has ended.
 int NextStop(pid_t child, int* status) {
   EXPECT_EQ(child, waitpid(child, status, 0));
   return WIFSTOPPED(*status) ? WSTOPSIG(*status) : 0;
@@ -17,8 +17,7 @@ int NextStop(pid_t child, int* status) {
 
 }  // namespace
 
-// The tracer here is none that keeps signals to itself, as a debugger does: it passes on what it
-// sees, and the process must survive that too.
+// Unlike a debugger, this tracer passes signals on. The process must survive that, too.
 TEST(DebuggerStop, StopsInTheTracerAndGoesOn) {
   const pid_t child = fork();
   ASSERT_GE(child, 0);

@@ -19,7 +19,7 @@ std::string TextOf(Handle handle) {
 
 }  // namespace
 
-TEST(MemoryManager, BlocksOfEverySize) {
+TEST(MemoryManager, BlocksOfEverySizeAreClearedAndAligned) {
   for (const Size size : {0, 17, 100000}) {
     SCOPED_TRACE(size);
     Ptr block = NewPtrClear(size);
@@ -51,17 +51,15 @@ TEST(MemoryManager, DeadAndForeignBlocksAreRefused) {
   DisposeHandle(handle);
 
   using Call = void (*)(Handle);
-  constexpr Call kCalls[] = {
-      DisposeHandle,
-      HLock,
-      EmptyHandle,
-      [](Handle dead) { SetHandleSize(dead, 4); },
-      [](Handle dead) { EXPECT_EQ(0, GetHandleSize(dead)); },
-      [](Handle dead) { EXPECT_EQ(0, HGetState(dead)); },
-      [](Handle dead) { EXPECT_NE(noErr, PtrAndHand("a", dead, 1)); },
-      [](Handle dead) { EXPECT_NE(noErr, HandAndHand(dead, dead)); },
-      [](Handle dead) { EXPECT_NE(noErr, HandToHand(&dead)); },
-  };
+  constexpr Call kCalls[] = {DisposeHandle,
+                             HLock,
+                             EmptyHandle,
+                             [](Handle dead) { SetHandleSize(dead, 4); },
+                             [](Handle dead) { EXPECT_EQ(0, GetHandleSize(dead)); },
+                             [](Handle dead) { EXPECT_EQ(0, HGetState(dead)); },
+                             [](Handle dead) { EXPECT_NE(noErr, PtrAndHand("a", dead, 1)); },
+                             [](Handle dead) { EXPECT_NE(noErr, HandAndHand(dead, dead)); },
+                             [](Handle dead) { EXPECT_NE(noErr, HandToHand(&dead)); }};
   for (const Call& call : kCalls) {
     for (Handle dead : {handle, &foreign, Handle{nullptr}}) {
       DisposePtr(NewPtr(1));
@@ -127,7 +125,7 @@ TEST(MemoryManager, AnEmptiedHandleIsRefilled) {
   EXPECT_EQ(noErr, MemError());
 }
 
-TEST(MemoryManager, CopiesAndAppends) {
+TEST(MemoryManager, CopiesAreIndependentAndABlockMayBeAppendedToItself) {
   Handle handle = MakeHandle("abc");
   Handle copy = handle;
   EXPECT_EQ(0, HandToHand(&copy));

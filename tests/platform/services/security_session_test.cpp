@@ -20,8 +20,8 @@ std::string OwnSession() {
          std::to_string(bits & sessionIsRoot);
 }
 
-// Tells its session without file descriptors, with them, and without them again. Its login is the
-// one in the file that its argument names.
+// Reports its session without file descriptors, with them, and without them again. The file in its
+// argument has the login session.
 TEST_ROLE(LoggedIn) {
   unsetenv("VLTHOST_SESSION_ID");
   unsetenv("VLTHOST_SESSION_BITS");

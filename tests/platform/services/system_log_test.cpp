@@ -23,7 +23,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-// What a log daemon is to those who write: a datagram socket at a path.
+// A log daemon: a datagram socket at a path.
 class LogDaemon {
  public:
   explicit LogDaemon(const std::string& path) {
@@ -55,8 +55,8 @@ std::string OwnName() {
   return std::string(program_invocation_short_name) + "[" + std::to_string(getpid()) + "]: ";
 }
 
-// The entry without the time after its priority, which has 16 characters: "Nov  2 04:05:06 ".
-// Unchanged without one.
+// Returns the entry without the time after its priority ("Nov  2 04:05:06 ", 16 characters), if it
+// has one.
 std::string WithoutTime(const std::string& entry) {
   const size_t start = entry.find('>') + 1;
   tm time = {};
@@ -81,9 +81,8 @@ TEST(SystemLog, AnEntryBearsPriorityTimeProgramAndProcess) {
   EXPECT_TRUE(entries[2].ends_with("]:  [31mred   <0>.\xC3\xA9")) << entries[2];
 }
 
-// Entries are written while nobody reads, until the socket takes no more; what was lost then is
-// reported once.
-TEST(SystemLog, AStuckLogLosesEntriesAndIsToldHowMany) {
+// Writes entries until the socket is full. The number of lost entries is logged once.
+TEST(SystemLog, AStuckLogLosesEntriesAndGetsTheirNumber) {
   const ScratchFolder folder;
   const std::string path = folder.Path("log");
   HostLogSocket log(path.c_str());
@@ -108,8 +107,7 @@ TEST(SystemLog, AStuckLogLosesEntriesAndIsToldHowMany) {
   EXPECT_TRUE(taken[2].ends_with("]: second"));
 }
 
-// In a file system of its own, where /dev/log is this role's: with nobody who reads it, whatever
-// logs returns.
+// In a mount namespace of its own, where /dev/log is this role's socket, which nobody reads.
 TEST_ROLE(LogsToNobody) {
   unsetenv("VLTHOST_LOG");
   unsetenv("VLTHOST_NOTICES");
@@ -139,7 +137,7 @@ TEST_ROLE(LogsToNobody) {
   return kRoleDone;
 }
 
-TEST(SystemLog, AStuckLogDaemonStopsNobody) {
+TEST(SystemLog, AStuckLogDaemonBlocksNeitherLogEntriesNorNotices) {
   SKIP_IF(NoMounts());
   TestProcess process("LogsToNobody");
   EXPECT_EQ("ready", process.Hear(20s));

@@ -20,7 +20,7 @@ std::string TextOf(ConstStr255Param text) {
 
 }  // namespace
 
-TEST(TextUtils, Comparison) {
+TEST(TextUtils, ComparisonIgnoresCaseAndMarksIfTold) {
   const struct {
     const char *a, *b;
     // By [case sensitive][marks sensitive].
@@ -55,7 +55,7 @@ TEST(TextUtils, Comparison) {
   }
 }
 
-TEST(TextUtils, UpperCase) {
+TEST(TextUtils, UpperCaseKeepsOrStripsMarks) {
   PString kept("az\x8E\xBE{");
   UpperString(kept.bytes, true);
   EXPECT_EQ("AZ\x83\xAE{", TextOf(kept.bytes));
@@ -64,22 +64,20 @@ TEST(TextUtils, UpperCase) {
   EXPECT_EQ("AZEA{", TextOf(stripped.bytes));
 }
 
-TEST(TextUtils, Numbers) {
+TEST(TextUtils, NumbersAreReadUpToTheFirstOtherCharacterAndWritten) {
   const struct {
     const char* text;
     SInt32 number;
     bool isWritten;  // of the number
-  } rows[] = {
-      {"0", 0, true},
-      {"2147483647", INT32_MAX, true},
-      {"-2147483648", INT32_MIN, true},
-      {"", 0, false},
-      {"+12", 12, false},
-      {"-", 0, false},
-      {"12x3", 12, false},
-      {"4294967297", 1, false},
-      {" 1", 0, false},
-  };
+  } rows[] = {{"0", 0, true},
+              {"2147483647", INT32_MAX, true},
+              {"-2147483648", INT32_MIN, true},
+              {"", 0, false},
+              {"+12", 12, false},
+              {"-", 0, false},
+              {"12x3", 12, false},
+              {"4294967297", 1, false},
+              {" 1", 0, false}};
   for (const auto& row : rows) {
     SInt32 number = 7;
     StringToNum(PString(row.text).bytes, &number);
@@ -90,7 +88,7 @@ TEST(TextUtils, Numbers) {
   }
 }
 
-TEST(TextUtils, FormsOfText) {
+TEST(TextUtils, CAndPascalTextsAreConvertedInPlaceAndCut) {
   const std::string longText(300, 'x');
   Str255 pascal;
   CopyCStringToPascal(longText.c_str(), pascal);

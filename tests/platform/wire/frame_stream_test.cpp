@@ -87,8 +87,7 @@ TEST(FrameReader, EverySplitOfAFrameGivesTheSameBytes) {
   }
 }
 
-// A frame that is still held by an event must not change while later ones arrive.
-TEST(FrameReader, SlicesOutliveWhatFollows) {
+TEST(FrameReader, AFrameThatIsHeldDoesNotChangeWhileLaterOnesArrive) {
   SocketPair sockets;
   HostFrameReader reader;
   std::vector<HostFrameSlice> slices;
@@ -113,18 +112,16 @@ TEST(FrameReader, SlicesOutliveWhatFollows) {
   for (size_t i = 0; i < bodies.size(); i++) EXPECT_EQ(bodies[i], TextOf(slices[i])) << i;
 }
 
-TEST(FrameReader, WhatIsNoFrameEndsTheStream) {
-  const std::tuple<const char*, size_t, Bytes> rows[] = {
-      {"magic", 0, {'x'}},
-      {"version", 4, {2}},
-      {"kind 0", 5, {0}},
-      {"kind 6", 5, {6}},
-      {"an offer with a body", 5, {3}},
-      {"unknown flag", 6, {0x80, 0}},
-      {"limit + 1", 8, {0x01, 0, 0, 0}},
-      {"2^32 - 1", 8, {0xFF, 0xFF, 0xFF, 0xFF}},
-      {"reserved", 12, {0, 0, 0, 1}},
-  };
+TEST(FrameReader, AnInvalidHeaderEndsTheStream) {
+  const std::tuple<const char*, size_t, Bytes> rows[] = {{"magic", 0, {'x'}},
+                                                         {"version", 4, {2}},
+                                                         {"kind 0", 5, {0}},
+                                                         {"kind 6", 5, {6}},
+                                                         {"an offer with a body", 5, {3}},
+                                                         {"unknown flag", 6, {0x80, 0}},
+                                                         {"limit + 1", 8, {0x01, 0, 0, 0}},
+                                                         {"2^32 - 1", 8, {0xFF, 0xFF, 0xFF, 0xFF}},
+                                                         {"reserved", 12, {0, 0, 0, 1}}};
   for (const auto& [what, offset, bytes] : rows) {
     SCOPED_TRACE(what);
     SocketPair sockets;
@@ -140,9 +137,9 @@ TEST(FrameReader, WhatIsNoFrameEndsTheStream) {
   }
 }
 
-// Descriptors are taken with the two kinds of frames that carry them, and never kept otherwise.
+// Two kinds of frames carry file descriptors, which are closed in all other cases.
 
-// The reading end tells when nobody has the writing end any more.
+// The reading end shows whether the writing end is still open.
 struct Pipe {
   Pipe() { EXPECT_EQ(0, pipe2(ends, O_CLOEXEC | O_NONBLOCK)); }
   ~Pipe() { close(ends[0]); }
@@ -193,7 +190,7 @@ TEST(PassedDescriptors, ComeInPairsWithFramesThatCarryThem) {
   for (const auto& [what, bytes, count, isTaken] : rows) {
     for (const size_t before :
          {size_t{0}, size_t{68} * 1024 - 42}) {  // of the block it is read into
-      SCOPED_TRACE(testing::Message() << what << " behind " << before);
+      SCOPED_TRACE(testing::Message() << what << " after " << before);
       SocketPair sockets;
       Pipe pipe;
       HostFrameReader reader(HostFrameReader::Passing::kTake);
@@ -228,7 +225,7 @@ TEST(PassedDescriptors, AreMissedInAnOfferWithoutThem) {
   EXPECT_EQ(HostFrameReader::Next::kBad, reader.Take(&header, &slice));
 }
 
-// Pieces of all sizes, more than the kernel takes in one call.
+// Pieces of all sizes.
 struct ManyPieces {
   explicit ManyPieces(size_t count) {
     for (size_t i = 0; i < count; i++) parts.push_back(PatternOf(i * 37 % 5000));
@@ -242,7 +239,7 @@ struct ManyPieces {
   std::string whole;
 };
 
-// What the socket holds, at most so many bytes.
+// Reads what the socket holds, at most `most` bytes.
 std::string ReadSome(int fd, size_t most) {
   std::string text(most, '\0');
   size_t got = 0;
@@ -254,7 +251,6 @@ std::string ReadSome(int fd, size_t most) {
   return text;
 }
 
-// The socket takes what it has room for, so writing stops and goes on in the middle of pieces.
 TEST(WritePieces, AnyNumberOfPiecesArriveInOrderThroughAFullSocket) {
   for (const size_t count : {1u, 2u, 63u, 64u, 65u, 128u, 300u}) {
     SCOPED_TRACE(count);
@@ -287,8 +283,7 @@ TEST(WritePieces, AClosedSocketIsAnErrorAndNoSignal) {
   EXPECT_EQ(EPIPE, queue.Flush(sockets.ends[0]));
 }
 
-// Hundreds of frames wait, are read a few at a time, and others join them meanwhile. The first was
-// begun before it was queued, at any point.
+// The first frame was partly written before it was queued.
 TEST(OutQueue, HundredsOfFramesLeaveItInOrder) {
   for (const size_t begun : {0u, 1u, 36u, 37u, 38u, 5000u}) {
     SCOPED_TRACE(begun);
@@ -297,7 +292,7 @@ TEST(OutQueue, HundredsOfFramesLeaveItInOrder) {
     ManyPieces frame(20);
     std::string expected = frame.whole.substr(begun), got;
     ASSERT_TRUE(queue.Append(frame.pieces, begun));
-    EXPECT_EQ(0u, queue.WaitingSize());  // nothing waits behind the frame that is being written
+    EXPECT_EQ(0u, queue.WaitingSize());  // the frame that is being written does not count
     for (size_t i = 0; i < 400; i++) {
       std::string text = PatternOf(3000 + i);
       const iovec piece = {text.data(), text.size()};

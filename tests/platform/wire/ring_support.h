@@ -10,7 +10,7 @@
 
 #include "platform/host/wire/ring.h"
 
-// What the tests of the rings share.
+// Shared by the tests of the rings.
 
 using Bytes = std::vector<uint8_t>;
 
@@ -21,7 +21,7 @@ inline Bytes StreamBytes(size_t offset, size_t count) {
   return bytes;
 }
 
-// Rings and waits through a pipe or an event descriptor that is never read empty by anyone else.
+// Rings and waits through a pipe or an eventfd that only this test reads.
 class Doorbell {
  public:
   explicit Doorbell(int descriptor) : fd(descriptor) {}
@@ -29,7 +29,7 @@ class Doorbell {
     const uint64_t one = 1;
     return write(fd, &one, sizeof one) == sizeof one;
   }
-  // False when nobody rang within `limitMs`: a wake-up was lost.
+  // Returns false if there was no ring within `limitMs`: a wake-up was lost.
   bool Wait(int limitMs = 30000) const {
     pollfd entry = {fd, POLLIN, 0};
     uint64_t rings = 0;
@@ -40,7 +40,7 @@ class Doorbell {
   int fd;
 };
 
-// Writes all of `bytes`, sleeping while the ring is full. Rings `peer` as the ring demands.
+// Writes all of `bytes` and sleeps while the ring is full. Rings `peer` if the ring requires it.
 inline bool WriteAll(HostRingProducer& ring, const Bytes& bytes, Doorbell peer, Doorbell own) {
   const iovec piece = {const_cast<uint8_t*>(bytes.data()), bytes.size()};
   size_t done = 0;
@@ -57,7 +57,7 @@ inline bool WriteAll(HostRingProducer& ring, const Bytes& bytes, Doorbell peer, 
   }
 }
 
-// Reads at least one and at most `most` bytes, sleeping while the ring is empty; none at a failure.
+// Reads 1 to `most` bytes and sleeps while the ring is empty. Returns no bytes after a failure.
 inline Bytes ReadSome(HostRingConsumer& ring, size_t most, HostSleeper& sleeper, Doorbell peer,
                       Doorbell own) {
   while (ring.Available() == 0) {

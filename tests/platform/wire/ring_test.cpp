@@ -22,8 +22,8 @@ using namespace std::chrono_literals;
 constexpr size_t kSize = kHostRingSize;
 constexpr uint32_t kFirst = kHostRingFirstPosition;
 
-// A lane, and one direction of it with both ends in this process. The words are reached as another
-// implementation would, by their documented offsets.
+// A lane, and one direction of it with both ends in this process. The test reaches the words as
+// another implementation would, by their documented offsets.
 struct Lane {
   alignas(128) uint8_t memory[kHostLaneSize] = {};
   alignas(128) uint8_t statusPage[kHostStatusPageSize] = {};
@@ -75,7 +75,7 @@ class Ring : public testing::Test {
 TEST_F(Ring, BytesArriveInOrderAtEveryOffsetAndAcrossTheWrapOfPositions) {
   EXPECT_TRUE(HostIsLane(lane->memory));
   EXPECT_EQ(0, memcmp(lane->memory, "vltL\0\0\0\1\0\4\0", 12));
-  // The first 64 KiB end where positions pass 2^32 and the ring begins again.
+  // The first 64 KiB end where positions pass 2^32 and the ring wraps.
   for (const size_t count : {1, 65533, 1, 2, 262143, 262144, 100000, 262144, 162143, 1, 1}) {
     SCOPED_TRACE(count);
     Pass(count);
@@ -161,7 +161,7 @@ TEST_F(Ring, PiecesGoThroughInPartsWhereTheyDoNotFitWhole) {
 }
 
 TEST_F(Ring, PeekCopiesWithoutTakingAndOnlyWhatIsThereWhole) {
-  Pass(65530);  // the ring begins again 6 bytes on
+  Pass(65530);  // the ring wraps 6 bytes on
   const Bytes bytes = StreamBytes(0, 32);
   producer.Write(bytes.data(), 31);
   EXPECT_FALSE(producer.Publish());
@@ -189,25 +189,23 @@ TEST_F(Ring, AnImpossiblePositionBreaksTheEndThatReadsItForGood) {
     size_t word;
     uint32_t value;
     bool isPossible;
-  } rows[] = {
-      {"nothing new", kWrittenAt, kBase + 300, true},
-      {"more", kWrittenAt, kBase + 301, true},
-      {"a full ring", kWrittenAt, kBase + 100 + uint32_t{kSize}, true},
-      {"more than was released", kWrittenAt, kBase + 101 + uint32_t{kSize}, false},
-      {"more than a ring", kWrittenAt, kBase + 201 + uint32_t{kSize}, false},
-      {"one byte fewer", kWrittenAt, kBase + 299, false},
-      {"fewer than were read", kWrittenAt, kBase + 150, false},
-      {"fewer than were released", kWrittenAt, kBase + 99, false},
-      {"half of all positions on", kWrittenAt, kBase + 0x80000000, false},
-      {"nothing new", kReadAt, kBase + 100, true},
-      {"one more", kReadAt, kBase + 101, true},
-      {"all that was published", kReadAt, kBase + 300, true},
-      {"what is not published", kReadAt, kBase + 301, false},
-      {"what is not written", kReadAt, kBase + 351, false},
-      {"back by one", kReadAt, kBase + 99, false},
-      {"back by a ring", kReadAt, kBase + 100 - uint32_t{kSize}, false},
-      {"half of all positions on", kReadAt, kBase + 0x80000000, false},
-  };
+  } rows[] = {{"nothing new", kWrittenAt, kBase + 300, true},
+              {"more", kWrittenAt, kBase + 301, true},
+              {"a full ring", kWrittenAt, kBase + 100 + uint32_t{kSize}, true},
+              {"more than was released", kWrittenAt, kBase + 101 + uint32_t{kSize}, false},
+              {"more than a ring", kWrittenAt, kBase + 201 + uint32_t{kSize}, false},
+              {"one byte fewer", kWrittenAt, kBase + 299, false},
+              {"fewer than were read", kWrittenAt, kBase + 150, false},
+              {"fewer than were released", kWrittenAt, kBase + 99, false},
+              {"half of all positions on", kWrittenAt, kBase + 0x80000000, false},
+              {"nothing new", kReadAt, kBase + 100, true},
+              {"one more", kReadAt, kBase + 101, true},
+              {"all that was published", kReadAt, kBase + 300, true},
+              {"what is not published", kReadAt, kBase + 301, false},
+              {"what is not written", kReadAt, kBase + 351, false},
+              {"back by one", kReadAt, kBase + 99, false},
+              {"back by a ring", kReadAt, kBase + 100 - uint32_t{kSize}, false},
+              {"half of all positions on", kReadAt, kBase + 0x80000000, false}};
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message() << (row.word == kReadAt ? "read " : "written ") << row.what);
     lane = std::make_unique<Lane>();
@@ -282,41 +280,6 @@ TEST_F(Ring, AProducerThatWaitsForRoomIsRungOnceHalfOfTheRingIsFree) {
   EXPECT_FALSE(consumer.Release());
 }
 
-// Small portions with a sleep for nearly each, then portions that fill the ring. A wake-up that
-// gets lost ends the test at the limit of a wait.
-TEST_F(Ring, TwoThreadsThatSleepLoseNeitherBytesNorWakeUps) {
-  const struct { size_t total, most; } rows[] = {{60000, 3}, {64 * kSize, kSize + 77}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.most);
-    lane = std::make_unique<Lane>();
-    HostSharedWord* word = HostServerSleepWord(lane->statusPage);
-    producer = HostRingProducer(lane->memory, HostRingDirection::kToServer, word);
-    const int bells[] = {eventfd(0, EFD_CLOEXEC), eventfd(0, EFD_CLOEXEC)};
-    const Doorbell producerBell(bells[0]), consumerBell(bells[1]);
-    std::thread thread([&, memory = lane->memory] {
-      HostRingConsumer ring(memory, HostRingDirection::kToServer);
-      HostSleeper sleeper(word);
-      size_t taken = 0;
-      while (taken < row.total) {
-        const size_t most = 1 + taken % row.most;
-        const Bytes bytes = ReadSome(ring, most, sleeper, producerBell, consumerBell);
-        if (bytes.empty() || bytes != StreamBytes(taken, bytes.size())) break;
-        taken += bytes.size();
-      }
-      EXPECT_EQ(row.total, taken);
-    });
-    size_t given = 0;
-    while (given < row.total) {
-      const size_t count = std::min(1 + given % row.most, row.total - given);
-      if (!WriteAll(producer, StreamBytes(given, count), consumerBell, producerBell)) break;
-      given += count;
-    }
-    EXPECT_EQ(row.total, given);
-    thread.join();
-    for (const int bell : bells) close(bell);
-  }
-}
-
 // Lets two threads go on at nearly the same moment.
 class Meeting {
  public:
@@ -337,8 +300,9 @@ class Meeting {
   std::atomic<unsigned> came{0};
 };
 
-// One side publishes while the other one reports its sleep: at least one of them notices. A missing
-// fence shows only while both threads run, so the number of rounds depends on the time they get.
+// One side publishes while the other one announces its sleep: at least one of them notices. A
+// missing fence shows only while both threads run, so the number of rounds depends on the time they
+// get.
 TEST_F(Ring, AWakeUpIsNotLostWhenBothSidesActAtTheSameMoment) {
   constexpr int kRounds = 300000;
   const auto end = std::chrono::steady_clock::now() + 1s;
