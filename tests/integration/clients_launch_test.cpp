@@ -45,9 +45,9 @@ TEST(ClientsLaunch, TheToolStartsAndEndsTheSessionDaemon) {
   ExpectRuns({}, {{{"quit", "--json"}, 0, json + "quit" + end, ""}, {{"quit"}, 0, "", absent}});
 }
 
-TEST(ClientsLaunch, TheSessionDaemonIsStartedByWhoNeedsIt) {
+TEST(ClientsLaunch, TheSessionDaemonIsStartedByVerifyIfLaunchingIsOn) {
   StartedDaemons cleanUp;
-  EXPECT_EQ(procNotFound, SMCheckDaemonRunning());  // a check starts nothing
+  EXPECT_EQ(procNotFound, SMCheckDaemonRunning());  // never starts the daemon
   EXPECT_EQ(0, SMSetLaunchIfNotRunning(false));
   EXPECT_EQ(procNotFound, SMVerifyDaemonRunning());
   EXPECT_EQ(0, SMSetLaunchIfNotRunning(true));
@@ -56,7 +56,7 @@ TEST(ClientsLaunch, TheSessionDaemonIsStartedByWhoNeedsIt) {
   EXPECT_EQ(0, SMCheckDaemonRunning());
 }
 
-// Asks for the number of devices, having switched launching on if its argument says so.
+// Requests the number of devices, with launching switched on if its argument is "launch".
 TEST_ROLE(DeviceClient) {
   SInt32 count = -1;
   if (role.Argument(0) == "launch") DMSetLaunchIfNotRunning(true);

@@ -15,12 +15,11 @@
 #include "tests/support/session_directory.h"
 #include "tests/support/test_role.h"
 
-// The daemon as a program: its command line, its one port, its exit status; and as its clients, of
-// which it is one itself, see it.
+// The daemon as a program (command line, port, exit status) and through its clients' functions.
 
 namespace {
 
-// The session daemon as a program. Killed at the end at the latest.
+// The session daemon as a program. The destructor kills it.
 class Daemon {
  public:
   explicit Daemon(const std::vector<std::string>& words = {}) {
@@ -34,7 +33,7 @@ class Daemon {
   bool HasPort() const { return WaitForPort(kSessionDaemonPortName, 20s); }
   bool IsRunning() { return !child.Wait(0ms); }
   void Kill() { child.KillAndWait(20s); }
-  // Waits for its end by itself, with status 0 and without a word.
+  // Waits until it has ended by itself, with status 0 and without output.
   void ExpectSilentEnd() {
     EXPECT_EQ(0, child.Wait(20s));
     EXPECT_EQ("", child.Output() + child.Errors());
@@ -88,7 +87,7 @@ TEST(Daemon, ASecondCopyLeavesInSilence) {
   ClearTestLog();
   Daemon first;
   ASSERT_TRUE(first.HasPort());
-  // Also one that would quit at once: it must not reach the first.
+  // The quit event of the second with "-q" must not reach the first.
   for (const std::vector<std::string>& words : {std::vector<std::string>{}, {"-q"}}) {
     Daemon second(words);
     second.ExpectSilentEnd();
@@ -177,7 +176,7 @@ TEST(RunningCheck, AFailedLookUpIsReported) {
   EXPECT_EQ(kRoleDone, checker.Wait(20s));
 }
 
-// The last test: this process becomes the daemon, and stays one that has been it.
+// The last test, since this process becomes the daemon and counts as it from then on.
 TEST(RunningCheck, TellsThisProcessFromOthers) {
   EXPECT_EQ("0 not elsewhere 1", Found());
   {

@@ -13,8 +13,8 @@
 #include "tests/support/test_role.h"
 #include "tests/tools/verbs/verb_runner.h"
 
-// The reference device monitor as a program, talked to with the clients' functions and with the
-// command-line tool.
+// The example device monitor as a program, used with the clients' functions and the command-line
+// tool.
 
 namespace {
 
@@ -36,8 +36,8 @@ constexpr char kList[] = R"(<?xml version="1.0" encoding="UTF-8"?>
 </array></dict></plist>
 )";
 
-// A monitor of two devices, 1 from a list and 2 a camera on the USB as the kernel would show it,
-// with its second entry. Killed at the end at the latest.
+// A monitor of two devices: 1 is from a list, 2 is a camera on the USB with two entries, as the
+// kernel shows it. The destructor kills it.
 class Monitor {
  public:
   explicit Monitor(const std::vector<std::string>& words = {}, const char* port = kPort) {
@@ -82,7 +82,7 @@ Value ValueOf(const char* key, OSType type, T value) {
   return {key, type, std::string(reinterpret_cast<const char*>(&value), sizeof value)};
 }
 
-// A value as it is, or the error.
+// Returns the value uncoerced, or the error.
 std::string Read(SInt32 id, const Value& value, bool isAttribute) {
   std::string bytes(70000, '-');
   SInt32 size = 0;
@@ -97,7 +97,7 @@ std::string Read(SInt32 id, const Value& value, bool isAttribute) {
   return type == value.type ? bytes : "of another type";
 }
 
-TEST(DeviceMonitor, KnowsItsDevices) {
+TEST(DeviceMonitor, FindsDevicesOfTheListAndOfTheUSB) {
   OpenDescriptorCheck noLeaks;
   Monitor monitor;
   RunOnThread([] {
@@ -115,13 +115,11 @@ TEST(DeviceMonitor, KnowsItsDevices) {
     const struct {
       SInt32 id;
       Value value;
-    } rows[] = {
-        {1, {"name", typeChar, "Old camera"}},
-        {1, ValueOf("zoom", typeIEEE64BitFloatingPoint, 1.5)},
-        {1, ValueOf("big", typeSInt64, SInt64{5000000000})},
-        {1, ValueOf("flags", typeSInt16, SInt16{-3})},
-        {2, {"name", typeChar, "New camera"}},
-    };
+    } rows[] = {{1, {"name", typeChar, "Old camera"}},
+                {1, ValueOf("zoom", typeIEEE64BitFloatingPoint, 1.5)},
+                {1, ValueOf("big", typeSInt64, SInt64{5000000000})},
+                {1, ValueOf("flags", typeSInt16, SInt16{-3})},
+                {2, {"name", typeChar, "New camera"}}};
     for (const auto& row : rows) {
       EXPECT_EQ(row.value.bytes, Read(row.id, row.value, true)) << row.value.key;
     }
@@ -131,7 +129,7 @@ TEST(DeviceMonitor, KnowsItsDevices) {
   EXPECT_TRUE(WaitForNoPort(kPort, 0s));
 }
 
-TEST(DeviceMonitor, KeepsSettingsOfEveryType) {
+TEST(DeviceMonitor, KeepsSettingsOfEveryTypeAcrossARestart) {
   const Value values[] = {
       ValueOf("float", typeIEEE32BitFloatingPoint, 1.1f),
       ValueOf("code", typeType, OSType{kWeird}),
@@ -160,7 +158,7 @@ TEST(DeviceMonitor, KeepsSettingsOfEveryType) {
   }
 }
 
-TEST(DeviceMonitor, RefusesWhatItCannotKeep) {
+TEST(DeviceMonitor, RefusesSettingsThatItCannotStore) {
   Monitor monitor;
   const std::string tooLarge(64 * 1024 + 1, 'x');
   const std::string longKey(256, 'k');
@@ -177,7 +175,7 @@ TEST(DeviceMonitor, RefusesWhatItCannotKeep) {
   ProcessSerialNumber nobody = {1, 1};
   EXPECT_EQ(paramErr, DMRegisterForDeviceStatusNotification(&nobody, "port", 0, 0, &list));
   EXPECT_EQ(errAEEventNotHandled, Ask(kPort, kPing).status);
-  // A folder that cannot be written: the sender hears of it, and the old value stands.
+  // If the folder cannot be written to, the sender gets an error and the old value stays.
   EXPECT_EQ(0, set(1, "k", "old"));
   const fs::path store = fs::path(getenv("XDG_CONFIG_HOME")) / "veltrane/preferences";
   ASSERT_TRUE(fs::exists(store));
@@ -192,7 +190,7 @@ TEST(DeviceMonitor, RefusesWhatItCannotKeep) {
   EXPECT_EQ("new", Read(1, {"k", typeChar, ""}, false));
 }
 
-// What this process heard of a device's status: "param id bits".
+// Describes a notification of a device's status: "param id bits".
 std::string HeardStatus(const ServedEvent& served) {
   SInt16 param = 0;
   SInt32 id = 0;
@@ -228,7 +226,7 @@ TEST_ROLE(Digitizer) {
   return kRoleDone;
 }
 
-TEST(DeviceMonitor, TellsThoseWhoHaveRegistered) {
+TEST(DeviceMonitor, NotifiesRegisteredProcessesOfAChangeOnce) {
   Monitor monitor;
   const std::string port = UniquePortName();
   std::vector<std::string> heard;
@@ -255,7 +253,7 @@ TEST(DeviceMonitor, TellsThoseWhoHaveRegistered) {
   digitizer.KillAndWait(20s);
   EXPECT_EQ(0x10, StatusOfFirst());  // in use as long as its user lives
 
-  // Who is gone is forgotten, and costs nobody anything.
+  // A process that is gone is forgotten and delays nobody.
   listener.Deallocate(0);
   EXPECT_EQ(0, DMSetDevicePreference(2, "k", typeChar, "y", 1));
   EXPECT_EQ(2u, heard.size());
@@ -274,10 +272,10 @@ TEST(DeviceMonitor, ServesOneSessionUnderItsOwnName) {
   everyones.ExpectEnd();
   EXPECT_EQ(0, DMQuitDaemon());
   mine.ExpectEnd();
-  EXPECT_EQ(0, DMQuitDaemon());  // nobody is there, which counts as done
+  EXPECT_EQ(0, DMQuitDaemon());  // no daemon to quit counts as success
 }
 
-TEST(DeviceMonitor, AnswersTheCommandLineTool) {
+TEST(DeviceMonitor, ServesTheCommandLineTool) {
   Monitor monitor;
   const std::vector<VerbRun> runs = {
       {{"devices"}, 0, "1  Old camera\n2  New camera\n", ""},

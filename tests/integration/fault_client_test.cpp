@@ -12,15 +12,15 @@
 #include "platform/host/ports/introspect.h"
 #include "tests/integration/raw_peer.h"
 
-// What servers and signals can do to a client. The test is the server, byte by byte; the client is
-// another process that sends with the library.
+// Servers and signals that disturb a client. The test is the server and reads and writes its bytes
+// itself; the client is another process that sends with the library.
 
 namespace {
 
 constexpr size_t kLarge = size_t{4} << 20;  // more than a socket's buffers take
 constexpr SInt32 kShortTicks = 18;          // 0.3 s
 
-// Reads one request and answers it with its number.
+// Reads one request and replies with `number`.
 void Serve(RawPeer& peer, SInt32 number) {
   const auto request = peer.ReadFrame();
   ASSERT_TRUE(request.has_value());
@@ -29,16 +29,16 @@ void Serve(RawPeer& peer, SInt32 number) {
 
 TestRole* sSignalledRole = nullptr;
 
-// Does what the test says, a line each:
-//   ask NAME NUMBER SIZE TICKS   sends a request with so many bytes; tells status, number, ms
-//   rights                       tells how many port rights it has
-// After a SIGUSR1, which interrupts every system call that waits, it tells "!".
+// Obeys the test's lines:
+//   ask NAME NUMBER SIZE TICKS   sends a request with so many bytes; reports status, number, ms
+//   rights                       reports how many port rights it has
+// After a SIGUSR1, which interrupts every system call that waits, it reports "!".
 TEST_ROLE(Client) {
   sSignalledRole = &role;
   struct sigaction action = {};
   action.sa_handler = [](int) { sSignalledRole->Tell("!"); };  // too short to need memory
   sigaction(SIGUSR1, &action, nullptr);
-  signal(SIGPIPE, SIG_DFL);  // test programs ignore it; who uses the library need not
+  signal(SIGPIPE, SIG_DFL);  // users of the library need not ignore it
   role.SignalReady();
   while (const auto line = role.Hear(60s)) {
     std::istringstream words(*line);
@@ -61,7 +61,7 @@ TEST_ROLE(Client) {
 class ClientFaults : public testing::Test {
  protected:
   struct Result {
-    OSStatus status = 1;  // nothing was told
+    OSStatus status = 1;  // no report
     SInt32 number = 0;
     int64_t elapsedMs = 0;
   };
@@ -87,7 +87,7 @@ class ClientFaults : public testing::Test {
     client->Tell("rights");
     return std::stoul(client->Hear(20s).value_or("0"));
   }
-  // Asks and serves one request whose connection exists already.
+  // Sends and serves one request on an existing connection.
   void Exchange(const RawPort& port, RawPeer& peer, SInt32 number) {
     Ask(port, number);
     Serve(peer, number);
@@ -105,7 +105,7 @@ class ClientFaults : public testing::Test {
   bool WaitAsleep() {
     return WaitUntil([this] { return ProcessStateOf(client->Pid()) == 'S'; }, 20s);
   }
-  // Interrupts a wait; empty when the handler has run, else what the client told instead.
+  // Interrupts a wait. Returns "" if the handler has run, else the client's report.
   std::string Interrupt() {
     EXPECT_TRUE(WaitAsleep());
     client->Signal(SIGUSR1);
@@ -120,7 +120,7 @@ class ClientFaults : public testing::Test {
 enum class Wait { kConnect, kSend, kReceive };
 constexpr Wait kWaits[] = {Wait::kConnect, Wait::kSend, Wait::kReceive};
 
-// A port at which a request with kLarge bytes waits in the way that is asked for.
+// A port at which a client's request waits at one stage.
 struct Obstacle {
   explicit Obstacle(Wait way) : port(way == Wait::kConnect ? 0 : 64) {
     if (way == Wait::kConnect) filler = std::make_unique<RawPeer>(port.Name());
@@ -128,7 +128,7 @@ struct Obstacle {
   size_t Size(Wait way) const { return way == Wait::kSend ? kLarge : 0; }
 
   RawPort port;
-  std::unique_ptr<RawPeer> filler;  // takes the only place in the queue of connections
+  std::unique_ptr<RawPeer> filler;  // fills the queue of connections
 };
 
 TEST_F(ClientFaults, SignalsInterruptNoRequest) {
@@ -171,7 +171,7 @@ TEST_F(ClientFaults, ATimeOutHoldsWithAndWithoutSignals) {
   }
 }
 
-// Bytes without end, whether the client waits for room or for its reply.
+// The server never stops sending while the client waits for room or for its reply.
 TEST_F(ClientFaults, ATimeOutHoldsWhateverTheServerSends) {
   std::string small;
   while (small.size() < size_t{1} << 18) small += RawFrame(RawReply(4711), kAEAnswer, 1);
@@ -206,7 +206,7 @@ TEST_F(ClientFaults, ATimeOutHoldsWhateverTheServerSends) {
   }
 }
 
-// The time runs out in the middle of a frame, with and without an answer that comes too late.
+// The time runs out in the middle of a frame, with and without a reply that comes too late.
 TEST_F(ClientFaults, AFrameThatWasBegunIsFinishedBeforeTheNext) {
   const std::string data = PatternBytes(kLarge);
   for (const bool isAnswered : {false, true}) {
@@ -215,7 +215,7 @@ TEST_F(ClientFaults, AFrameThatWasBegunIsFinishedBeforeTheNext) {
     Ask(port, 1, kLarge, kShortTicks);
     EXPECT_EQ(errAETimeout, Told().status);
     RawPeer peer = port.Accept();
-    // Another waits for room behind the first, in vain: none of it is sent.
+    // The second request waits for room and times out: none of it is sent.
     Ask(port, 2, kLarge, kShortTicks);
     EXPECT_EQ(errAETimeout, Told().status);
     Ask(port, 3);
@@ -231,86 +231,50 @@ TEST_F(ClientFaults, AFrameThatWasBegunIsFinishedBeforeTheNext) {
   }
 }
 
-// Each server has answered one request on its connection; the second one it meets in its own way.
+// Each server has served one request on its connection and then acts by its script; "ask" sends
+// request 2.
 TEST_F(ClientFaults, ARequestIsSentAgainOnceUnlessItWasReceivedWhole) {
-  const auto hangUp = [](RawPeer& peer) { peer = RawPeer(-1); };
-  std::unique_ptr<RawPeer> again;
-  const std::tuple<const char*, OSStatus, std::function<void(RawPort&, RawPeer&)>> rows[] = {
-      {"gave up the idle connection", 0,
-       [&](RawPort& port, RawPeer& peer) {
-         hangUp(peer);
-         Ask(port, 2);
-         RawPeer next = port.Accept();
-         Serve(next, 2);
-       }},
-      {"ends in the middle of the frame", 0,
-       [&](RawPort& port, RawPeer& peer) {
-         Ask(port, 2, kLarge);
-         EXPECT_TRUE(WaitAsleep());
-         hangUp(peer);
-         RawPeer next = port.Accept();
-         Serve(next, 2);
-       }},
+  const std::tuple<const char*, OSStatus, const char*> rows[] = {
+      {"gives up the idle connection", 0, "hang-up ask accept serve"},
+      {"ends in the middle of the frame", 0, "ask-large sleeps hang-up accept serve"},
       {"ends in the middle of a frame whose time is up", 0,
-       [&](RawPort& port, RawPeer& peer) {
-         Ask(port, 1, kLarge, kShortTicks);
-         EXPECT_EQ(errAETimeout, Told().status);
-         hangUp(peer);
-         Ask(port, 2);
-         RawPeer next = port.Accept();
-         Serve(next, 2);  // nothing of the frame before
-       }},
-      {"ends, then does not answer in time", errAETimeout,
-       [&](RawPort& port, RawPeer& peer) {
-         Ask(port, 1, 0, kShortTicks);
-         Serve(peer, 1);
-         EXPECT_EQ(0, Told().status);
-         hangUp(peer);
-         Ask(port, 2, 0, kShortTicks);
-         again = std::make_unique<RawPeer>(port.Accept());
-         EXPECT_TRUE(again->ReadFrame().has_value());
-       }},
+       "ask-briefly-large times-out hang-up ask accept serve"},
+      {"ends, then does not reply in time", errAETimeout,
+       "ask-briefly serve succeeds hang-up ask-briefly accept read"},
       {"ends twice in the middle of the frame", connectionInvalid,
-       [&](RawPort& port, RawPeer& peer) {
-         Ask(port, 2, kLarge);
-         EXPECT_TRUE(WaitAsleep());
-         hangUp(peer);
-         RawPeer next = port.Accept();
-         EXPECT_TRUE(WaitAsleep());
-       }},
-      {"ends with the whole frame", connectionInvalid,
-       [&](RawPort& port, RawPeer& peer) {
-         Ask(port, 2);
-         EXPECT_TRUE(peer.ReadFrame().has_value());
-         hangUp(peer);
-       }},
-      {"sends what is no frame", errAECorruptData,
-       [&](RawPort& port, RawPeer& peer) {
-         Ask(port, 2);
-         EXPECT_TRUE(peer.ReadFrame().has_value());
-         peer.Write(std::string(64, 'x'));
-         EXPECT_TRUE(peer.WaitHungUp());
-       }},
-      {"is gone", connectionInvalid,
-       [&](RawPort& port, RawPeer& peer) {
-         port.StopListening();
-         hangUp(peer);
-         Ask(port, 2);
-       }},
+       "ask-large sleeps hang-up accept sleeps hang-up"},
+      {"ends with the whole frame", connectionInvalid, "ask read hang-up"},
+      {"sends bytes that are not a frame", errAECorruptData, "ask read babble"},
+      {"is gone", connectionInvalid, "stop hang-up ask"},
   };
   const size_t rights = Rights();
-  for (const auto& [what, status, meet] : rows) {
+  for (const auto& [what, status, script] : rows) {
     SCOPED_TRACE(what);
     RawPort port;
     RawPeer peer = Connect(port, 1);
-    meet(port, peer);
+    std::istringstream steps(script);
+    for (std::string step; steps >> step;) {
+      bool isDone = true;
+      if (step == "ask") Ask(port, 2);
+      if (step == "ask-large") Ask(port, 2, kLarge);
+      if (step == "ask-briefly") Ask(port, 2, 0, kShortTicks);
+      if (step == "ask-briefly-large") Ask(port, 1, kLarge, kShortTicks);
+      if (step == "times-out") isDone = Told().status == errAETimeout;
+      if (step == "succeeds") isDone = Told().status == 0;
+      if (step == "sleeps") isDone = WaitAsleep();
+      if (step == "accept") peer = port.Accept();
+      if (step == "read") isDone = peer.ReadFrame().has_value();
+      if (step == "serve") Serve(peer, 2);
+      if (step == "hang-up") peer = RawPeer(-1);
+      if (step == "babble") isDone = peer.Write(std::string(64, 'x')) && peer.WaitHungUp();
+      if (step == "stop") port.StopListening();
+      EXPECT_TRUE(isDone) << step;
+    }
     const Result result = Told();
     EXPECT_EQ(status, result.status);
-    if (status == 0) {
-      EXPECT_EQ(2, result.number);
-    }
+    EXPECT_TRUE(status != 0 || result.number == 2) << result.number;
     EXPECT_FALSE(port.HasCaller());
-    again.reset();
+    peer = RawPeer(-1);
     if (port.IsListening()) {
       Connect(port, 3);  // whatever happened, a new connection works
       port.StopListening();
@@ -321,8 +285,8 @@ TEST_F(ClientFaults, ARequestIsSentAgainOnceUnlessItWasReceivedWhole) {
   }
 }
 
-// The connections of a thread: at most eight; those that have hung up go first, then the one that
-// was not used for longest, but none in the middle of a frame.
+// A thread keeps at most eight connections. Those that have hung up are closed first, then the
+// least recently used one, but no connection in the middle of a frame.
 TEST_F(ClientFaults, TheLeastUsefulOfEightConnectionsIsClosed) {
   constexpr int kMost = 8;
   std::vector<std::unique_ptr<RawPort>> ports;
@@ -348,14 +312,12 @@ TEST_F(ClientFaults, TheLeastUsefulOfEightConnectionsIsClosed) {
   expectOpen({3});
 
   peers[5] = RawPeer(-1);  // hangs up
-  add();                   // in the place of that one
+  add();                   // replaces that one
   for (size_t i : {0, 2, 4, 6, 7, 8, 9}) Exchange(*ports[i], peers[i], 6);
   Ask(*ports[1], 7);
   ASSERT_TRUE(peers[1].ReadFrame().has_value());  // the frame that was begun
   Serve(peers[1], 7);
   EXPECT_EQ(7, Told().number);
 }
-
-// A server that counts its own port rights.
 
 }  // namespace

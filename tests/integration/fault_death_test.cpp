@@ -6,15 +6,15 @@
 #include "platform/host/base/clock.h"
 #include "tests/integration/fault_server.h"
 
-// A server that is killed or stopped while many wait for it.
+// A server that is killed or stopped while many clients wait for it.
 
 namespace {
 
 using ServerStop = FaultTest;
 
 constexpr int kClients = 50;
-// Within some ten milliseconds. A busy machine may take longer, but not in every round, as it would
-// if clients found out because they look again after a second or two.
+// Clients learn it within some ten milliseconds. A busy machine may take longer, but not in every
+// round, as clients would that only poll.
 constexpr int64_t kMostUntilTold = kHostSecond;
 
 TEST(ServerDeath, EveryWaitingClientIsToldAtOnce) {
@@ -41,7 +41,7 @@ TEST(ServerDeath, EveryWaitingClientIsToldAtOnce) {
   EXPECT_LT(lastTold, kMostUntilTold);  // in the last round
 }
 
-// Sends so many marks, beginning with the number in its argument, when its test says so.
+// Sends so many marks, from the number in its argument on, at its test's signal.
 TEST_ROLE(Marker) {
   mach_port_t port = MACH_PORT_NULL;
   if (LookUpPort(role.PortName(), &port) != 0 || AskPort(port, kEchoID).status != 0)

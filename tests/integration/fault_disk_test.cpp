@@ -13,11 +13,11 @@
 #include "tests/support/permissions.h"
 #include "tests/support/session_directory.h"
 
-// A session directory that takes nothing more, may not be changed, or is gone.
+// A session directory that is full, may not be changed, or is gone.
 
 namespace {
 
-// Tells its test "what status".
+// Reports "what status" to its test.
 void TellStatus(TestRole& role, const std::string& what, OSStatus status) {
   role.Tell(what + " " + std::to_string(status));
 }
@@ -34,7 +34,7 @@ void TellClaim(TestRole& role, const std::string& what) {
     err = ListenUnder(listener, name.c_str());
     if (err == 0) err = LookUpPort(name.c_str());
   }
-  // A failure must leave neither half a claim nor a descriptor behind.
+  // A failure must leave neither half a claim nor an open file descriptor.
   const bool clean =
       LookUpPort(name.c_str()) == BOOTSTRAP_UNKNOWN_SERVICE && OpenDescriptors().size() == before;
   TellStatus(role, what + (clean ? "" : " (something is left)"), err);
@@ -45,7 +45,7 @@ void TellAsking(TestRole& role, const TestProcess& server) {
   RunOnThread([&] { TellStatus(role, "asking", AskServer(server.PortName()).status); });
 }
 
-// A process that comes now: how it fares with asking the server and with a claim of its own.
+// A new process reports the status of a request to the server and of a claim.
 void TellNewcomer(TestRole& role, const std::string& server) {
   TestProcess newcomer("Newcomer", server.c_str(), {});
   role.Tell("newcomer " + newcomer.Hear(20s).value_or("nothing"));
@@ -60,7 +60,7 @@ TEST_ROLE(Newcomer) {
   return kRoleDone;
 }
 
-// Mounts are the role's own: they end with it and nobody else sees them.
+// The role's mounts end with it, and no other process sees them.
 bool UseFileSystem(const std::string& folder, const char* options) {
   return unshare(CLONE_NEWNS) == 0 &&
          mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
@@ -68,7 +68,7 @@ bool UseFileSystem(const std::string& folder, const char* options) {
          chmod(folder.c_str(), 0700) == 0 && setenv("XDG_RUNTIME_DIR", folder.c_str(), 1) == 0;
 }
 
-// Makes files until no more can be made. Their folder.
+// Makes files until no more can be made. Returns their folder.
 std::string FillWithFiles(const std::string& folder) {
   const std::string path = folder + "/fillers";
   mkdir(path.c_str(), 0700);
@@ -130,7 +130,7 @@ TEST_ROLE(OnVanishedDisk) {
   std::filesystem::remove_all(folder + "/veltrane");
   TellClaim(role, "vanished");
   TellStatus(role, "looking up", LookUpPort(server.PortName()));
-  TellNewcomer(role, server.PortName());  // it makes the folders anew
+  TellNewcomer(role, server.PortName());  // it makes the folders again
   std::filesystem::remove_all(folder);
   TellNewcomer(role, server.PortName());
   return kRoleDone;
@@ -158,17 +158,19 @@ void ExpectTold(const std::string& roleName, const std::vector<std::string>& lin
   OpenDescriptorCheck noLeaks;
   const ScratchFolder folder;
   TestProcess role(roleName, {folder.Path()});
-  for (const std::string& line : lines) EXPECT_EQ(line, role.Hear(30s).value_or("the end"));
+  for (const std::string& line : lines) {
+    EXPECT_EQ(line, role.Hear(30s).value_or("the role ended without a report"))
+        << "after a disk fault";
+  }
   EXPECT_EQ(kRoleDone, role.Wait(20s));
 }
 
-// What the statuses of a line are called.
 const std::string kAbsent = std::to_string(BOOTSTRAP_UNKNOWN_SERVICE);
 const std::string kRefused = std::to_string(BOOTSTRAP_NOT_PRIVILEGED);
 const std::string kNoRoom = std::to_string(BOOTSTRAP_NO_MEMORY);
 const std::string kFailure = std::to_string(KERN_FAILURE);
 
-TEST(SessionDisk, AVanishedOneIsMadeAgainByThoseWhoCome) {
+TEST(SessionDisk, AVanishedOneIsMadeAgainByTheNextProcess) {
   ExpectTold("OnVanishedDisk",
              {"before 0", "vanished " + kFailure, "looking up " + kAbsent,
               "newcomer " + kAbsent + " 0", "newcomer " + kFailure + " " + kFailure});
@@ -178,7 +180,7 @@ TEST(SessionDisk, ClaimsFailWhereItsFoldersMayNotBeChanged) {
   ExpectTold("OnForbiddenDisk", {"before 0", "names " + kRefused, "ports " + kRefused, "after 0"});
 }
 
-TEST(SessionDisk, FullOrReadOnlyItStillLeadsToTheServersThere) {
+TEST(SessionDisk, AFullOrReadOnlyOneStillLeadsToItsServers) {
   SKIP_IF(NoMounts());
   ExpectTold("OnFullDisk", {"before 0", "full " + kNoRoom, "asking 0", "newcomer 0 " + kNoRoom,
                             "after 0", "newcomer 0 0"});

@@ -4,8 +4,8 @@
 #include "platform/host/wire/gather.h"
 #include "tests/integration/raw_peer.h"
 
-// Peers that hold as much of a server as they may, so that nothing would be left for others. The
-// server has two ports: its limits are those of the process, whichever port a connection is to.
+// Peers that hold as much of a server as they may, so that little is left for others. The server
+// has two ports: its limits apply to the process, whichever port a connection is to.
 
 namespace {
 
@@ -77,7 +77,7 @@ size_t HungUp(std::vector<RawPeer>& peers) {
                                            [](RawPeer& peer) { return peer.WaitHungUp(0ms); }));
 }
 
-// A request of a megabyte is answered on both ports.
+// Both ports serve a request of a megabyte.
 void ExpectLargeRequestsServed(const ServerProcess& server, const std::string& second) {
   const std::string large = PatternBytes(kMegabyte);
   RunOnThread([&] {
@@ -86,8 +86,7 @@ void ExpectLargeRequestsServed(const ServerProcess& server, const std::string& s
   });
 }
 
-// Many honest clients send the largest frames at once: together more than the server may hold of
-// them, yet each arrives.
+// Clients that send the largest frames at once, together more than the server may hold.
 TEST_ROLE(LargeAsker) {
   const std::string large = PatternBytes(15 << 20);
   role.SignalReady();
@@ -119,7 +118,7 @@ TEST_F(TwoPorts, PeersStuckInLargeFramesDelayNobody) {
   EXPECT_LE(CountsOf(server.PortName()).partialBytes, size_t{65} << 20);
   EXPECT_LE(HungUp(peers), 2u);  // no more go than room is needed for
   peers.clear();
-  ExpectLargeFramesArrive(server);  // also where frames have stalled before
+  ExpectLargeFramesArrive(server);  // also after stalled frames
 }
 
 // Forty stop after a few hundred kilobytes each, some in the server and some still in the socket.
@@ -137,7 +136,7 @@ TEST_F(TwoPorts, ManyPeersStuckInFramesDelayNobody) {
   ExpectLargeRequestsServed(server, second);
 }
 
-// Whoever writes a byte now and then makes progress, and must not hold the others up either.
+// Peers that write a byte now and then must not delay others either.
 TEST_F(TwoPorts, PeersThatTrickleDelayNobody) {
   const std::string header = RawHeader((16 << 20) - 32);
   std::vector<RawPeer> peers;

@@ -18,7 +18,7 @@ using HostilePeers = FaultTest;
 
 constexpr size_t kBodyLimit = kHostFrameLimit - kHostFrameHeaderSize;
 
-// A list in a list in a list, ten thousand deep, each claiming to hold the next.
+// Lists within lists, ten thousand deep.
 std::string NestedBody() {
   std::string body(20, '\0');
   for (int i = 0; i < 10000; i++) body += std::string("****list\0\0\xFF\xFF\0\0\0\x01", 16);
@@ -32,7 +32,7 @@ std::string HeaderOfOnes() {
   return header;
 }
 
-TEST_F(HostilePeers, LiesAndSilenceCostNoMemory) {
+TEST_F(HostilePeers, FalseLengthsAndSilenceCostNoMemory) {
   const std::string nested = NestedBody();
   std::string wrongMagic = RawHeader(0);
   wrongMagic[0] = 'X';
@@ -45,7 +45,7 @@ TEST_F(HostilePeers, LiesAndSilenceCostNoMemory) {
       {"a random body", RawHeader(1024) + PatternBytes(1024), false},
       {"wrong magic", wrongMagic, true},
       {"nested", RawHeader(static_cast<uint32_t>(nested.size())) + nested, false},
-      {"0", RawHeader(0), false},  // no event, but a sound frame
+      {"0", RawHeader(0), false},  // a valid frame without an event
       {"the limit", RawHeader(kBodyLimit), false},
       {"the limit + 1", RawHeader(kBodyLimit + 1), true},
       {"2^31", RawHeader(0x80000000), true},
@@ -76,7 +76,7 @@ TEST_F(HostilePeers, LiesAndSilenceCostNoMemory) {
   EXPECT_EQ("", TestLogText());
 }
 
-// The reading end of a pipe tells when nobody has the writing end any more.
+// Returns whether no process has the writing end of a pipe any more.
 bool NobodyHas(int readingEnd) {
   pollfd entry = {readingEnd, POLLIN, 0};
   return poll(&entry, 1, 20000) == 1 && (entry.revents & POLLHUP) != 0;
@@ -117,8 +117,7 @@ TEST(PassedDescriptors, AreRefusedAndNeverKept) {
   }
 }
 
-// What is answered whole before the intruding frame is answered all the same.
-TEST_F(HostilePeers, SpoilOnlyWhatFollows) {
+TEST_F(HostilePeers, GetTheRepliesToRequestsBeforeABadFrame) {
   RawPeer peer(server.PortName());
   ASSERT_TRUE(peer.Write(RawFrame(RawRequest(1), kEchoID, 1)));
   const auto answer = peer.ReadFrame();

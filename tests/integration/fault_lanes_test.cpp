@@ -22,9 +22,9 @@
 #include "platform/host/session/name_registry.h"
 #include "tests/integration/raw_peer.h"
 
-// Lanes between processes: when they begin, what may be offered, and what becomes of both ends when
-// one of them dies, stops, forks or may not have what a lane needs. What holds for connections of
-// all kinds is tested with lanes by the other fault tests (see tests_faults.cmake).
+// Lanes between processes: when they begin, which offers are accepted, and how both ends go on when
+// one of them dies, stops, forks or lacks the means for a lane. The other fault tests run with
+// lanes, too (see tests_faults.cmake).
 
 namespace {
 
@@ -35,7 +35,7 @@ constexpr size_t kLarge = size_t{1} << 20;
 constexpr SInt32 kShortTicks = 18;
 constexpr size_t kLanesOfAReceiver = 64;
 
-// What the server counts, by a request of this thread.
+// Returns the server's own count of its lanes, by a request of this thread.
 size_t LanesOf(mach_port_t port) {
   size_t counts[5] = {};
   const std::string data = AskPort(port, kSelfID).data;
@@ -50,13 +50,13 @@ mach_port_t PortOf(const char* name) {
   return port;
 }
 
-// So many requests on this thread's connection, the last one answered by its lane.
+// Sends so many requests on this thread's connection that the last one uses a lane.
 void WarmUp(mach_port_t port) {
   for (int i = 0; i < kBeforeLane + 3; i++) ASSERT_EQ(i, AskPort(port, kEchoID, i).number);
 }
 
-// A client of its own process. It warms up, reports that it is ready, and then does what it hears:
-// "ask ID NUMBER SIZE TICKS" or "send NUMBER TICKS", and tells the status and the number.
+// A client process. It warms up, reports that it is ready, and then obeys its test's lines, "ask ID
+// NUMBER SIZE TICKS" or "send NUMBER TICKS", and reports the status and the number.
 TEST_ROLE(LaneClient) {
   const mach_port_t port = PortOf(role.PortName());
   for (int i = 0; i < role.NumberArgument(0); i++) {
@@ -100,15 +100,13 @@ std::string Told(OSStatus status, SInt32 number) {
   return std::to_string(status) + " " + std::to_string(number);
 }
 
-// When there is a lane.
-
 TEST_F(Lanes, BeginAfterSixteenRequestsOrBeforeALargeOne) {
   RunOnThread([&] {
     const mach_port_t port = PortOf(server.PortName());
     for (int i = 0; i < kBeforeLane; i++) EXPECT_EQ(0u, LanesOf(port));
-    LanesOf(port);  // comes behind the offer
+    LanesOf(port);  // comes after the offer
     EXPECT_EQ(1u, LanesOf(port));
-    // Others see it, too.
+    // The lane is visible from outside, too.
     uint64_t portID = 0;
     ASSERT_EQ(0, HostFindName(server.PortName(), &portID));
     const HostPortUse use = HostUseOfPort(server.Pid(), portID);
@@ -125,20 +123,8 @@ TEST_F(Lanes, BeginAfterSixteenRequestsOrBeforeALargeOne) {
   });
 }
 
-// Also across the move from the socket to the lane, where nobody reads.
-TEST_F(Lanes, KeepTheOrderOfWhatAThreadSends) {
-  constexpr SInt32 kCount = 5000;
-  RunOnThread([&] {
-    const mach_port_t port = PortOf(server.PortName());
-    for (SInt32 i = 0; i < kCount; i++) ASSERT_EQ(0, SendOneWay(port, kMarkID, i));
-    const std::vector<SInt32> marks = AskPort(port, kTellID).Marks();
-    EXPECT_EQ(1u, LanesOf(port));
-    ASSERT_EQ(static_cast<size_t>(kCount), marks.size());
-    EXPECT_TRUE(std::is_sorted(marks.begin(), marks.end()));
-  });
-}
-
-// What was sent by the socket before the lane was used comes first, however late it is read.
+// Requests sent by the socket before the lane was used are served first, however late they are
+// read.
 TEST_F(Lanes, AreReadWhenTheSocketIsEmpty) {
   constexpr SInt32 kCount = 1000;  // more than one receive call takes
   RawPeer peer(server.PortName());
@@ -193,7 +179,7 @@ TEST(FewDescriptors, AreNotUsedUpByLanes) {
   }
 }
 
-// An idle lane gives its descriptors to a newcomer. Its client notices nothing.
+// An idle lane's file descriptors go to a newcomer. Its client notices nothing.
 TEST(FewDescriptors, OfAnIdleLaneAreGivenUpAndItsClientComesBack) {
   OpenDescriptorCheck noLeaks;
   ServerProcess server("NarrowFaultServer", {"32"});
@@ -239,8 +225,6 @@ TEST(FewDescriptors, OfAnIdleLaneAreGivenUpWithAWord) {
   server.ExpectUnchanged();
 }
 
-// Offers.
-
 int MemoryFile(size_t size, int seals) {
   const int fd = memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING);
   EXPECT_EQ(0, ftruncate(fd, static_cast<off_t>(size)));
@@ -250,7 +234,7 @@ int MemoryFile(size_t size, int seals) {
 
 TEST_F(Lanes, ThatAreOfferedInAWrongWayEndTheConnection) {
   constexpr int kShape = F_SEAL_SHRINK | F_SEAL_GROW;
-  // In its place, and otherwise right.
+  // Each replaces one file of an offer that is otherwise right.
   const auto file = [](int made) {
     return [made](RawOffer& offer) {
       char lane[kHostLaneControlSize] = {};
@@ -311,7 +295,6 @@ TEST_F(Lanes, ThatAreOfferedInAWrongWayEndTheConnection) {
   RunOnThread([&] { WarmUp(PortOf(server.PortName())); });
 }
 
-// The other end of a lane writes anywhere at any time.
 TEST_F(Lanes, WithImpossiblePositionsEndTheConnectionAndNoOther) {
   for (size_t at = 0; at < kHostLaneControlSize; at += 4) {
     RawPeer peer(server.PortName());
@@ -350,7 +333,7 @@ TEST_F(Lanes, WithBytesOnTheSocketEndTheConnection) {
   EXPECT_TRUE(peer.WaitHungUp());
 }
 
-// What a server accepts with is checked as well. The client goes on by socket.
+// The client checks the acceptance as well, and goes on by socket.
 TEST(FalseAcceptance, LeavesTheClientOnTheSocket) {
   OpenDescriptorCheck noLeaks;
   constexpr int kShape = F_SEAL_SHRINK | F_SEAL_GROW;
@@ -384,7 +367,7 @@ TEST(FalseAcceptance, LeavesTheClientOnTheSocket) {
   }
 }
 
-// The server hangs up without having taken the request, which was whole in the lane.
+// The server hangs up without having taken the request, which is complete in the lane.
 TEST(LaneServers, ThatTookNothingGetTheRequestAgain) {
   OpenDescriptorCheck noLeaks;
   const int bell = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -397,7 +380,7 @@ TEST(LaneServers, ThatTookNothingGetTheRequestAgain) {
   header.kind = HostFrameKind::kLaneAccepted;
   SInt32 number = 0;
   const auto serve = [&] {
-    const auto request = peer.ReadFrame();  // behind the offer, if there was one
+    const auto request = peer.ReadFrame();  // after the offer, if there was one
     if (number == kBeforeLane) HostSendPassing(peer.Socket(), header, bell, page);
     return request && peer.Reply(request->header.requestNumber, number++);
   };
@@ -412,8 +395,6 @@ TEST(LaneServers, ThatTookNothingGetTheRequestAgain) {
   close(bell);
   close(page);
 }
-
-// Deaths.
 
 TEST_F(Lanes, OfClientsThatAreKilledLeaveNothingBehind) {
   const std::string frame = RawFrame(RawRequest(1), kMarkID, 1);
@@ -485,8 +466,7 @@ TEST(LaneServers, ThatAreKilledEndWhatTheirClientsWaitFor) {
   }
 }
 
-// A server that stops reading: the time runs out in the middle of a frame, which is finished before
-// the next one.
+// The server stops reading, and the time runs out in the middle of a frame.
 TEST_F(Lanes, FinishAFrameWhoseTimeRanOutBeforeTheNext) {
   LaneClient client(server.PortName());
   server.Signal(SIGSTOP);
@@ -498,14 +478,12 @@ TEST_F(Lanes, FinishAFrameWhoseTimeRanOutBeforeTheNext) {
   server.Signal(SIGCONT);
   client.Ask(kMarkID, 3);
   EXPECT_EQ(Told(0, 3), client.Hear(20s));
-  // Of the second nothing was sent.
+  // Nothing was sent of the second request.
   RunOnThread([&] {
     EXPECT_EQ((std::vector<SInt32>{1, 3}), AskServer(server.PortName(), kTellID).Marks());
   });
   ASSERT_TRUE(client.KillAndWait(20s));
 }
-
-// Forks.
 
 TEST_ROLE(ForkingClient) {
   const mach_port_t port = PortOf(role.PortName());
@@ -530,16 +508,12 @@ TEST_F(Lanes, StayWithTheParentOfAForkedChild) {
   EXPECT_EQ(kRoleDone, client.Wait(20s));
 }
 
-// Refused calls.
-
 // From now on this process gets EPERM for the system call.
 bool Refuse(int call) {
-  sock_filter steps[] = {
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-  };
+  sock_filter steps[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1),
+                         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+                         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
   const sock_fprog program = {static_cast<unsigned short>(std::size(steps)), steps};
   return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
          prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
@@ -578,26 +552,6 @@ TEST_F(Lanes, AreNotNeededWhereTheirCallsAreRefused) {
     });
     refused.ExpectUnchanged();
   }
-}
-
-// Growth.
-
-TEST_F(Lanes, HoldNoMoreAfterManyRequests) {
-  RunOnThread([&] {
-    const mach_port_t port = PortOf(server.PortName());
-    WarmUp(port);
-    for (int i = 0; i < 1000; i++) ASSERT_EQ(i, AskPort(port, kEchoID, i).number);
-    const ProcessUse early = UseOf(server.Pid()), own = UseOf(getpid());
-    for (int i = 0; i < 20000 * TestScale(); i++) ASSERT_EQ(i, AskPort(port, kEchoID, i).number);
-    const ProcessUse late = UseOf(server.Pid());
-    EXPECT_EQ(early.descriptors, late.descriptors);
-    EXPECT_EQ(early.threads, late.threads);
-    EXPECT_EQ(own.descriptors, UseOf(getpid()).descriptors);
-    if (kMemoryTells) {
-      EXPECT_LE(late.memory, early.memory + (size_t{1} << 20));
-    }
-    EXPECT_EQ(1u, LanesOf(port));
-  });
 }
 
 // A server without requests makes no system call, also when it has lanes.

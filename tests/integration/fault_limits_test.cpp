@@ -13,7 +13,7 @@
 #include "tests/support/permissions.h"
 #include "tests/support/scratch_folder.h"
 
-// What one process may hold of a server, and what becomes of those who hold too much.
+// The limits of what one process may hold of a server, and what the server does at each of them.
 
 namespace {
 
@@ -76,6 +76,26 @@ TEST_F(Unread, RepliesOfAllPeersTakeSixtyFourMegabytesAndTheLargestGoes) {
   }
 }
 
+// The allocator may keep room for a large reply once it has made some; it must not keep more with
+// every client that leaves.
+TEST_F(Unread, RepliesOfClientsThatLeaveAreFreed) {
+  size_t early = 0;
+  for (int round = 0; round < 20 * TestScale(); round++) {
+    std::vector<RawPeer> greedy;
+    for (int i = 0; i < 4; i++) {
+      greedy.emplace_back(server.PortName());
+      ASSERT_TRUE(greedy.back().Write(Fill(10 * kMegabyte)));
+    }
+    Settle(server);
+    greedy.clear();
+    ExpectBackAt(before, server.Pid());
+    if (round == 3) early = UseOf(server.Pid()).memory;
+  }
+  if (kMemoryTells) {
+    EXPECT_LT(UseOf(server.Pid()).memory, early + (size_t{4} << 20));
+  }
+}
+
 TEST_F(AbandonedRequests, LeaveNoReplyRightsBehind) {
   const std::string hold = RawFrame(RawRequest(1), kHoldID, 1);
   const size_t names = CountsOf(server.PortName()).portNames;
@@ -94,7 +114,7 @@ TEST_F(AbandonedRequests, LeaveNoReplyRightsBehind) {
   EXPECT_TRUE(WaitUntil([&] { return CountsOf(server.PortName()).portNames == names + 1; }, 20s));
 }
 
-// The reply meets a closed socket: that must neither end the server nor anything of another's.
+// The reply meets a closed socket, which must end neither the server nor another connection.
 TEST_F(AbandonedRequests, OfPeersThatAskAndCloseAtOnceAreServed) {
   const SInt32 sizes[] = {0, 100, kMegabyte};
   RawPeer bystander(server.PortName());
@@ -162,12 +182,10 @@ TEST_F(PartialFrames, OlderThanHalfAMinuteEndTheirConnectionAndNoOther) {
   leaping.ExpectUnchanged();
 }
 
-// Few descriptors.
-
 constexpr int kFewDescriptors = 32;
 
-// Everybody who is connected waits for a reply, and nobody has more than his share: a newcomer has
-// to wait, the server must not spin, and the first place that comes free is the newcomer's.
+// Every connected client waits for a reply, and none has more than its share. A newcomer has to
+// wait, the server must not spin, and the first descriptor that comes free is the newcomer's.
 TEST(FewDescriptors, WithNobodyToGiveUpTheServerWaitsWithoutSpinning) {
   OpenDescriptorCheck noLeaks;
   ServerProcess server("NarrowFaultServer", {std::to_string(kFewDescriptors)});
@@ -218,8 +236,8 @@ TEST(FewDescriptors, AreTakenFromTheConnectionThatHasBeenSilentLongest) {
   server.ExpectUnchanged();
 }
 
-// More client threads than the server has descriptors, each with a connection of its own: it is
-// given up again and again, and no request notices.
+// There are more client threads than the server has descriptors. It gives up their connections
+// again and again, and no request fails.
 TEST(FewDescriptors, LeaveNoRequestOfAnIdleClientUnserved) {
   OpenDescriptorCheck noLeaks;
   ServerProcess server("NarrowFaultServer", {std::to_string(kFewDescriptors)});
@@ -244,9 +262,7 @@ TEST_ROLE(TurnClient) {
   return kRoleDone;
 }
 
-// Other users.
-
-// Changes who asks and who owns a socket; files stay as open to this process as they are to root.
+// Changes the user that owns new sockets; files stay as accessible to this process as to root.
 bool BecomeUser(uid_t user) {
   if (seteuid(user) != 0) return false;
   setfsuid(0);
@@ -259,7 +275,7 @@ TEST_ROLE(ServerOfUser) {
   return listener.ServeForEver();
 }
 
-// Finds the port as its owner and asks as another user.
+// Looks the port up as its owner's user and sends the request as another user.
 TEST_ROLE(ClientOfUser) {
   if (seteuid(static_cast<uid_t>(role.NumberArgument(0))) != 0) return RoleFailed();
   mach_port_t port = MACH_PORT_NULL;

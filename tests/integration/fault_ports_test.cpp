@@ -2,19 +2,18 @@
 
 #include "tests/integration/fault_server.h"
 
-// Ports that end, and run loops that are entered again, in the middle of a request while others
-// wait.
+// Ports that end, and run loops that are run again, in the middle of a request while others wait.
 
 namespace {
 
 constexpr int kWaiting = 20;
 constexpr size_t kLastReply = 4 << 20;  // bytes of the last reply of a port
 
-// What an event asks the server to do with itself.
+// The events of this test's server.
 enum : AEEventID {
-  kDestroyID = FourCC('d', 's', 't', 'r'),  // destroy the port, answer, go on without it
-  kDeleteID = FourCC('d', 'e', 'l', 'e'),   // delete the listener, answer
-  kNestID = FourCC('n', 'e', 's', 't'),     // run the loop until so many others are served
+  kDestroyID = FourCC('d', 's', 't', 'r'),  // destroys the port and replies
+  kDeleteID = FourCC('d', 'e', 'l', 'e'),   // deletes the listener and replies
+  kNestID = FourCC('n', 'e', 's', 't'),     // runs the loop until so many others are served
 };
 
 class FragileListener : public FaultListener {
@@ -58,7 +57,7 @@ class FragileListener : public FaultListener {
   int served = 0;
 };
 
-// Listens anew whenever its listener has come to an end, as long as the test says "again".
+// Listens again when its listener has ended, as long as the test sends "again".
 TEST_ROLE(FragileServer) {
   do {
     bool deleted = false;
@@ -89,7 +88,7 @@ TEST(PortsEnd, InTheMiddleOfARequest) {
     for (int i = 0; i < kWaiting; i++) EXPECT_EQ("held", server.Hear(20s));
     RunOnThread([&] {
       const FaultAnswer last = AskServer(server.PortName(), way, 77);
-      EXPECT_EQ(0, last.status);  // its callout was running: it is still answered
+      EXPECT_EQ(0, last.status);  // its callout was running, so it still gets a reply
       EXPECT_EQ(77, last.number);
       EXPECT_TRUE(PatternBytes(kLastReply) == last.data);
     });
@@ -102,7 +101,6 @@ TEST(PortsEnd, InTheMiddleOfARequest) {
   EXPECT_EQ(kRoleDone, server.Wait(20s));
 }
 
-// Asks kEchoID so many times; a wrong answer fails.
 TEST_ROLE(Echoer) {
   for (SInt32 i = 0; i < role.NumberArgument(0); i++) {
     if (AskServer(role.PortName(), kEchoID, i).number != i) return RoleFailed();

@@ -1,15 +1,15 @@
 #include "tests/integration/raw_peer.h"
 
-// Answers that nobody asked for, and questions that cross.
+// Replies without a request, and requests that cross.
 
 namespace {
 
 using FalseReplies = FaultTest;
 
-constexpr SInt32 kFalse = -77;  // what a false answer says
+constexpr SInt32 kFalse = -77;  // the number of a false reply
 
-// Answers every request rightly with the running count of requests, and surrounds each right answer
-// with false ones.
+// Replies to each request with the running count of requests, and surrounds each right reply with
+// false ones.
 TEST_ROLE(LyingServer) {
   RawPort port(8, role.PortName());
   role.SignalReady();
@@ -23,10 +23,10 @@ TEST_ROLE(LyingServer) {
       if (guess != number) peer.Reply(guess, kFalse);
     }
     peer.Reply(before, kFalse);                                   // late, and repeated
-    peer.Write(RawFrame(RawRequest(number), kAEAnswer, kFalse));  // a question, no answer
+    peer.Write(RawFrame(RawRequest(number), kAEAnswer, kFalse));  // a request, not a reply
     peer.Reply(number, ++count);
     peer.Reply(number, kFalse);
-    // What the next ones are likely to be called, before they are asked.
+    // The likely numbers of the next requests.
     for (uint64_t next = 1; next <= 3; next++) peer.Reply(number + next, kFalse);
     // The distance to the one before, kept.
     if (before != 0) peer.Reply(number + (number - before), kFalse);
@@ -35,7 +35,7 @@ TEST_ROLE(LyingServer) {
   return kRoleDone;
 }
 
-TEST(LyingServers, AreNeverTakenForTheAnswer) {
+TEST(LyingServers, GetNoFalseReplyAccepted) {
   OpenDescriptorCheck noLeaks;
   ReadyProcess server("LyingServer");
   RunOnThread([&] {
@@ -48,8 +48,7 @@ TEST(LyingServers, AreNeverTakenForTheAnswer) {
   EXPECT_EQ(kRoleDone, server.Wait(20s));
 }
 
-// A client that answers instead of asking is hung up on, and what it says reaches nobody.
-TEST_F(FalseReplies, OfAClientEndItsConnection) {
+TEST_F(FalseReplies, OfAClientEndItsConnectionAndReachNobody) {
   for (uint64_t number = 0; number < 50; number++) {
     RawPeer peer(server.PortName());
     peer.Reply(number, kFalse);
@@ -58,7 +57,7 @@ TEST_F(FalseReplies, OfAClientEndItsConnection) {
   RunOnThread([&] { EXPECT_EQ(4, AskServer(server.PortName(), kEchoID, 4).number); });
 }
 
-// A server whose handler asks another server.
+// A server whose handler sends a request to another server.
 class CrossingListener : public FaultListener {
  public:
   CrossingListener(TestRole* owner, std::string peer, SInt32 patience)

@@ -13,7 +13,7 @@ int FaultListener::ServeForEver() {
   if (Listen() != 0) return RoleFailed();
   role->SignalReady();
   CFRunLoopRun();
-  return RoleFailed();  // the test kills us first
+  return RoleFailed();  // the test kills this process first
 }
 
 TEST_ROLE(FaultServer) {
@@ -26,7 +26,6 @@ TEST_ROLE(NarrowFaultServer) {
   return HaveFewDescriptors(role.NumberArgument(0)) ? listener.ServeForEver() : RoleFailed();
 }
 
-// Asks for what is never answered on so many connections, until the test ends it.
 TEST_ROLE(Holder) {
   std::vector<RawPeer> peers;
   for (int i = 0; i < role.NumberArgument(0); i++) {
@@ -38,8 +37,6 @@ TEST_ROLE(Holder) {
   return kRoleDone;
 }
 
-// Asks what is never answered; tells how that ended, then how a new request fares with the port
-// that it knew and with the name.
 TEST_ROLE(Waiter) {
   mach_port_t port = MACH_PORT_NULL;
   if (LookUpPort(role.PortName(), &port) != 0) return RoleFailed();
@@ -51,7 +48,7 @@ TEST_ROLE(Waiter) {
 
 bool HaveFewDescriptors(int most) {
   const rlimit limit = {static_cast<rlim_t>(most), static_cast<rlim_t>(most)};
-  // A descriptor above the limit, inherited from whoever runs the tests, would not count.
+  // An inherited descriptor above the limit would not count.
   return setrlimit(RLIMIT_NOFILE, &limit) == 0 &&
          close_range(static_cast<unsigned>(most), ~0u, 0) == 0;
 }

@@ -14,29 +14,29 @@
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 
-// The server that the fault tests talk to, and how they ask it. Every event has a number and data.
+// The server of the fault tests and the requests to it. Every event has a number and data.
 //
-// It runs as the role "FaultServer", and as "NarrowFaultServer" with no more descriptors than its
-// first argument says. The role "Waiter" asks it what is never answered, and tells how that ended
-// and then how new requests fare: with the port that it knew, and with the name. The role "Holder"
-// asks it the same on as many connections as its argument says, and keeps them until it ends.
+// It runs as the role "FaultServer", and as "NarrowFaultServer" with the number of file descriptors
+// in its first argument. The role "Waiter" sends a request that gets no reply; it reports the
+// status of that, then of a request to the same right, then of one to the port name. The role
+// "Holder" sends such requests on as many connections as its argument says, and keeps them until it
+// ends.
 
 inline constexpr AEEventClass kFaultClass = FourCC('f', 'a', 'u', 'l');
 inline constexpr AEKeyword kNumberKey = FourCC('n', 'u', 'm', 'b');
 inline constexpr AEKeyword kDataKey = FourCC('d', 'a', 't', 'a');
 
 enum : AEEventID {
-  kEchoID = FourCC('e', 'c', 'h', 'o'),  // answered with its number and data
-  kMarkID = FourCC('m', 'a', 'r', 'k'),  // remembered, and answered with its number
-  kTellID = FourCC('t', 'e', 'l', 'l'),  // answered with what was remembered
-  kFillID = FourCC('f', 'i', 'l', 'l'),  // answered with as many bytes as its number says
-  kHoldID = FourCC('h', 'o', 'l', 'd'),  // never answered; the role tells its test "held"
-  kDropID = FourCC('d', 'r', 'o', 'p'),  // counted only: for those who want no answer
-  kSelfID = FourCC('s', 'e', 'l', 'f'),  // answered with HostCountPorts() of the server
+  kEchoID = FourCC('e', 'c', 'h', 'o'),  // reply: its number and data
+  kMarkID = FourCC('m', 'a', 'r', 'k'),  // stored; reply: its number
+  kTellID = FourCC('t', 'e', 'l', 'l'),  // reply: the stored numbers
+  kFillID = FourCC('f', 'i', 'l', 'l'),  // reply: so many bytes
+  kHoldID = FourCC('h', 'o', 'l', 'd'),  // no reply; the role tells its test "held"
+  kDropID = FourCC('d', 'r', 'o', 'p'),  // no reply; for one-way events
+  kSelfID = FourCC('s', 'e', 'l', 'f'),  // reply: HostCountPorts() of the server
 };
 
-// What the server holds for its ports, as it counts itself while it answers. The connection that
-// asks, and its reply right, are not counted.
+// The server's own counts for its ports, without the connection and the reply right of the request.
 struct ServerCounts {
   size_t portNames = 0;
   size_t connections = 0;
@@ -46,7 +46,7 @@ struct ServerCounts {
 };
 ServerCounts CountsOf(const char* name);  // asks over a new connection
 
-// Lets this process have no more descriptors than `most`. False when that cannot be.
+// Limits this process to `most` file descriptors. Returns false if that fails.
 bool HaveFewDescriptors(int most);
 
 // A server of a test's own. ExpectUnchanged fails unless the server still runs and soon holds no
@@ -73,10 +73,10 @@ class FaultTest : public testing::Test {
   ProcessUse& before = server.before;
 };
 
-// Listens on this thread's run loop, with nothing to say.
+// Listens on this thread's run loop with an empty handler.
 OSStatus ListenUnder(VLTPortAEMachPortListener& listener, const char* name);
 
-// Serves one message after the other, until `Serve` of a subclass does otherwise.
+// Serves one message after the other, unless a subclass overrides `Serve`.
 class FaultListener : public VLTPortAEMachPortListener {
  public:
   explicit FaultListener(TestRole* owner) : role(owner) {}
@@ -84,7 +84,7 @@ class FaultListener : public VLTPortAEMachPortListener {
   int ServeForEver();  // the role's whole life; the test kills it
 
  protected:
-  // Fills `reply`. False when the request is not to be answered.
+  // Fills `reply`. Returns false if the request gets no reply.
   virtual bool Serve(AEEventID eventID, SInt32 number, const AppleEvent& event, AppleEvent* reply);
 
   TestRole* role;
@@ -95,7 +95,7 @@ class FaultListener : public VLTPortAEMachPortListener {
   std::vector<SInt32> marks;
 };
 
-// A new event to `address` (null: to nobody). The caller disposes of it.
+// Makes an event to `address` (null: without one). The caller disposes of it.
 OSStatus MakeFaultEvent(const AEDesc* address, AEEventID eventID, SInt32 number,
                         const std::string& data, AppleEvent* event);
 SInt32 NumberOf(const AppleEvent& event);  // -1 without one
@@ -103,16 +103,16 @@ std::string DataOf(const AppleEvent& event);
 
 // One finished request.
 struct FaultAnswer {
-  OSStatus status = 0;  // of looking up and sending; the answer's content only when it is 0
+  OSStatus status = 0;  // of looking up and sending; the rest is valid if it is 0
   SInt32 number = -1;
   std::string data;
   int64_t elapsed = 0;  // nanoseconds from before the look-up
 
-  // What was remembered, of an answer to kTellID.
+  // The stored numbers, from a reply to kTellID.
   std::vector<SInt32> Marks() const;
 };
 
-// Sends ('faul', id) and waits at most `ticks` for the answer.
+// Sends ('faul', id) and waits at most `ticks` for the reply.
 FaultAnswer AskServer(const char* name, AEEventID eventID = kEchoID, SInt32 number = 0,
                       const std::string& data = "", SInt32 ticks = 20 * 60);
 FaultAnswer AskPort(mach_port_t port, AEEventID eventID, SInt32 number = 0,

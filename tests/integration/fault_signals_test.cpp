@@ -3,7 +3,7 @@
 #include "tests/integration/raw_peer.h"
 #include "tests/support/interrupted_calls.h"
 
-// System calls of a server that are interrupted by a signal without SA_RESTART, or fail.
+// A server's system calls that are interrupted by a signal without SA_RESTART, or fail.
 
 namespace {
 
@@ -34,7 +34,7 @@ TEST(InterruptedServers, ServeEveryRequest) {
   }
 }
 
-// For each line from the test: lets so many of the calls fail that make a connection.
+// For each line from the test, makes a call of the next connection's set-up fail.
 TEST_ROLE(FailingServer) {
   FaultListener listener(&role);
   if (listener.Listen() != 0) return RoleFailed();
@@ -49,7 +49,6 @@ TEST_ROLE(FailingServer) {
   }
 }
 
-// Its peer must not wait for a server that will never read.
 TEST(FailingServers, CloseAConnectionThatCannotBeMadeWhole) {
   OpenDescriptorCheck noLeaks;
   ServerProcess server("FailingServer");

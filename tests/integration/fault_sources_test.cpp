@@ -1,4 +1,3 @@
-#include <array>
 #include <atomic>
 #include <future>
 
@@ -8,8 +7,8 @@
 #include "tests/integration/raw_peer.h"
 #include "tests/support/few_descriptors.h"
 
-// The run-loop source of a port that changes its loop while the port is asked. One process, so that
-// the thread sanitizer sees all of it.
+// The run-loop source of a port that changes its loop while clients send. One process, so that the
+// thread sanitizer sees all of it.
 
 namespace {
 
@@ -52,51 +51,102 @@ void AnswerEcho(CFMachPortRef, void* message, CFIndex, void* info) {
   static_cast<std::atomic<int>*>(info)->fetch_add(1);
 }
 
-// A port's source leaves the loop and comes back, is made anew, moves to another loop: no request
-// is lost, and none is served twice.
-TEST(PortSources, ComeAndGoWhileThePortIsAsked) {
-  OpenDescriptorCheck noLeaks;
-  const size_t names = HostCountPorts().portNames;
-  std::atomic<int> served{0};
-  constexpr int kAskers = 3;
-  const int each = 300 * TestScale();
-  {
-    LoopThread one, other;
+// A port that echoes, asked by several threads: no request may be lost or be served twice.
+class AskedPort {
+ public:
+  AskedPort() {
     CFMachPortContext context = {};
     context.info = &served;
-    CFMachPortRef port = CFMachPortCreate(kCFAllocatorDefault, AnswerEcho, &context, nullptr);
-    std::atomic<int> running{kAskers};
-    std::atomic<int> answered{0};
-    const auto ask = [&] {
-      for (SInt32 i = 0; i < each; i++) {
-        const FaultAnswer answer = AskPort(CFMachPortGetPort(port), kEchoID, i);
-        answered += answer.status == 0 && answer.number == i;
-      }
-      running--;
-    };
-    std::array<std::thread, kAskers> askers = {std::thread(ask), std::thread(ask),
-                                               std::thread(ask)};
-    for (int turn = 0; running > 0; turn++) {
-      const CFRunLoopRef loop = turn % 2 == 0 ? one.Loop() : other.Loop();
-      CFRunLoopSourceRef source = CFMachPortCreateRunLoopSource(kCFAllocatorDefault, port, 0);
-      CFRunLoopAddSource(loop, source, kCFRunLoopDefaultMode);
-      const int until = answered + 1;
-      EXPECT_TRUE(WaitUntil([&] { return answered >= until || running == 0; }, 20s));
-      CFRunLoopRemoveSource(loop, source, kCFRunLoopDefaultMode);
-      if (turn % 3 == 0) CFRunLoopSourceInvalidate(source);
-      CFRelease(source);
-    }
-    for (auto& asker : askers) asker.join();
-    EXPECT_EQ(kAskers * each, answered);
+    port = CFMachPortCreate(kCFAllocatorDefault, AnswerEcho, &context, nullptr);
+  }
+  ~AskedPort() {
     CFMachPortInvalidate(port);
     CFRelease(port);
   }
-  EXPECT_EQ(kAskers * each, served);
-  EXPECT_EQ(names, HostCountPorts().portNames);
+
+  // Each thread asks `each` requests with a number from 0 on; `ask` returns whether the reply was
+  // right. `disturb` is called on this thread until all have ended.
+  void AskWhile(int each, const std::function<std::function<bool(SInt32)>()>& newAsker,
+                const std::function<void()>& disturb) {
+    constexpr int kAskers = 3;
+    std::vector<std::thread> askers;
+    running = kAskers;
+    for (int i = 0; i < kAskers; i++) {
+      askers.emplace_back([&] {
+        const std::function<bool(SInt32)> ask = newAsker();
+        for (SInt32 number = 0; number < each; number++) answered += ask(number);
+        running--;
+      });
+    }
+    while (running > 0) disturb();
+    for (std::thread& asker : askers) asker.join();
+    EXPECT_EQ(kAskers * each, answered);
+    EXPECT_EQ(kAskers * each, served);
+  }
+
+  CFMachPortRef port;
+  std::atomic<int> served{0}, answered{0}, running{0};
+};
+
+TEST(PortSources, ComeAndGoWhileThePortIsAsked) {
+  OpenDescriptorCheck noLeaks;
+  const size_t rights = HostCountPorts().portNames;
+  {
+    LoopThread one, other;
+    AskedPort asked;
+    const auto newAsker = [&] {
+      return [&](SInt32 number) {
+        const FaultAnswer answer = AskPort(CFMachPortGetPort(asked.port), kEchoID, number);
+        return answer.status == 0 && answer.number == number;
+      };
+    };
+    int turn = 0;
+    asked.AskWhile(300 * TestScale(), newAsker, [&] {
+      const CFRunLoopRef loop = turn % 2 == 0 ? one.Loop() : other.Loop();
+      CFRunLoopSourceRef source = CFMachPortCreateRunLoopSource(nullptr, asked.port, 0);
+      CFRunLoopAddSource(loop, source, kCFRunLoopDefaultMode);
+      const int until = asked.answered + 1;
+      EXPECT_TRUE(WaitUntil([&] { return asked.answered >= until || asked.running == 0; }, 20s));
+      CFRunLoopRemoveSource(loop, source, kCFRunLoopDefaultMode);
+      if (turn++ % 3 == 0) CFRunLoopSourceInvalidate(source);
+      CFRelease(source);
+    });
+  }
+  EXPECT_EQ(rights, HostCountPorts().portNames);
 }
 
-// With few file descriptors left, listening either fails, and its name is free again, or the port
-// answers.
+// Two loops watch the port, and one of them comes and goes. Each client begins and ends lanes. A
+// wake-up that gets lost leaves a request without a reply.
+TEST(PortSources, ServeLanesOnSeveralLoops) {
+  OpenDescriptorCheck noLeaks;
+  LoopThread one, other;
+  AskedPort asked;
+  const std::string name = UniquePortName();
+  mach_port_t bootstrap = MACH_PORT_NULL;
+  ASSERT_EQ(0, task_get_special_port(mach_task_self(), TASK_BOOTSTRAP_PORT, &bootstrap));
+  ASSERT_EQ(0, bootstrap_register(bootstrap, name.c_str(), CFMachPortGetPort(asked.port)));
+  CFRunLoopSourceRef source = CFMachPortCreateRunLoopSource(nullptr, asked.port, 0);
+  CFRunLoopAddSource(one.Loop(), source, kCFRunLoopDefaultMode);
+  const int perLane = 100 * TestScale();
+  const auto newAsker = [&] {
+    return [&, peer = std::shared_ptr<RawPeer>()](SInt32 number) mutable {
+      if (number % perLane == 0) {
+        peer = std::make_shared<RawPeer>(name.c_str());
+        if (!peer->HasLane()) peer->TakeLane();
+      }
+      const auto answer = peer->Ask(RawFrame(RawRequest(1), kEchoID, number));
+      return answer && answer->number == number;
+    };
+  };
+  asked.AskWhile(4 * perLane, newAsker, [&] {
+    CFRunLoopAddSource(other.Loop(), source, kCFRunLoopDefaultMode);
+    std::this_thread::yield();
+    CFRunLoopRemoveSource(other.Loop(), source, kCFRunLoopDefaultMode);
+  });
+  CFRelease(source);
+}
+
+// Afterwards the name is free in both cases.
 TEST(PortSources, AListenerThatLacksFileDescriptorsFailsOrAnswers) {
   OpenDescriptorCheck noLeaks;
   int failures = 0, answers = 0;
@@ -130,53 +180,6 @@ TEST(PortSources, AListenerThatLacksFileDescriptorsFailsOrAnswers) {
   }
   EXPECT_GT(failures, 0);
   EXPECT_GT(answers, 0);
-}
-
-// Clients with lanes ask a port that two loops watch, one of which comes and goes; a lane begins
-// and ends with each client. No wake-up is lost, whichever loop sleeps.
-TEST(PortSources, ServeLanesOnSeveralLoops) {
-  OpenDescriptorCheck noLeaks;
-  std::atomic<int> served{0};
-  constexpr int kAskers = 3, kRounds = 4;
-  const int each = 100 * TestScale();
-  {
-    LoopThread one, other;
-    CFMachPortContext context = {};
-    context.info = &served;
-    CFMachPortRef port = CFMachPortCreate(kCFAllocatorDefault, AnswerEcho, &context, nullptr);
-    const std::string name = UniquePortName();
-    mach_port_t bootstrap = MACH_PORT_NULL;
-    ASSERT_EQ(0, task_get_special_port(mach_task_self(), TASK_BOOTSTRAP_PORT, &bootstrap));
-    ASSERT_EQ(0, bootstrap_register(bootstrap, name.c_str(), CFMachPortGetPort(port)));
-    CFRunLoopSourceRef source = CFMachPortCreateRunLoopSource(kCFAllocatorDefault, port, 0);
-    CFRunLoopAddSource(one.Loop(), source, kCFRunLoopDefaultMode);
-    std::atomic<int> running{kAskers};
-    std::atomic<int> answered{0};
-    const auto ask = [&] {
-      for (int round = 0; round < kRounds; round++) {
-        RawPeer peer(name.c_str());
-        if (!peer.HasLane()) peer.TakeLane();
-        for (SInt32 i = 0; i < each; i++) {
-          const auto answer = peer.Ask(RawFrame(RawRequest(1), kEchoID, i));
-          answered += answer && answer->number == i;
-        }
-      }
-      running--;
-    };
-    std::array<std::thread, kAskers> askers = {std::thread(ask), std::thread(ask),
-                                               std::thread(ask)};
-    while (running > 0) {
-      CFRunLoopAddSource(other.Loop(), source, kCFRunLoopDefaultMode);
-      std::this_thread::yield();
-      CFRunLoopRemoveSource(other.Loop(), source, kCFRunLoopDefaultMode);
-    }
-    for (std::thread& asker : askers) asker.join();
-    EXPECT_EQ(kAskers * kRounds * each, answered);
-    EXPECT_EQ(kAskers * kRounds * each, served);
-    CFMachPortInvalidate(port);
-    CFRelease(source);
-    CFRelease(port);
-  }
 }
 
 }  // namespace

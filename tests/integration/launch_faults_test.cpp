@@ -21,7 +21,7 @@
 #include "tests/support/session_directory.h"
 #include "tests/support/test_role.h"
 
-// Programs that do not do what a daemon should, and what a start leaves behind.
+// Programs that do not behave as a daemon should, and the traces that a start leaves.
 
 namespace {
 
@@ -46,6 +46,12 @@ std::string AddApp(LaunchedApplications& apps, const std::string& name, const st
   return apps.AddBundle(name, {"com.test", "LFts", "APPL", "program", "1"}, plan);
 }
 
+class LaunchFaults : public testing::Test {
+ protected:
+  LaunchedApplications apps;
+};
+using LaunchPauses = LaunchFaults;
+
 // Pages that this process has mapped.
 size_t MappedPages() {
   size_t pages = 0;
@@ -53,8 +59,7 @@ size_t MappedPages() {
   return pages;
 }
 
-TEST(LaunchFaults, WhatCannotBeOpenedIsSaidAtOnce) {
-  LaunchedApplications apps;
+TEST_F(LaunchFaults, ATargetThatCannotBeOpenedIsReportedAtOnce) {
   const ScratchFolder& folder = apps.Folder();
   const auto bundle = [&](const char* name, const char* executable, const char* type = "APPL") {
     return MakeTestBundle(folder, name, {"com.test", "LFts", type, executable, "1"});
@@ -83,11 +88,11 @@ TEST(LaunchFaults, WhatCannotBeOpenedIsSaidAtOnce) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.path);
-    // It is not waited for.
+    // The opener does not wait for it.
     EXPECT_TRUE(IsDoneWithin(2s, [&row] { EXPECT_EQ(0, Open(row.path, row.err).pid); }));
     EXPECT_EQ(procNotFound, VLTLaunch(SpecOf(row.path, "test.nobody")).findAndLaunch());
   }
-  // A program that somebody is still writing.
+  // A program that is open for writing.
   const std::string written = apps.AddProgram("written", "");
   const int writer = open(written.c_str(), O_WRONLY | O_CLOEXEC);
   Open(written, kLSNoExecutableErr);
@@ -101,7 +106,7 @@ TEST(LaunchFaults, WhatCannotBeOpenedIsSaidAtOnce) {
   EXPECT_EQ(fnfErr, LSOpenFSRef(&gone, nullptr));
 }
 
-TEST(LaunchFaults, ProgramsThatDoNotBehave) {
+TEST(LaunchedPrograms, ThatMisbehaveHaveTheirOwnOutcomesAndAreNotStartedTwice) {
   const std::string port = UniquePortName();
   const std::string other = port + ".other";
   const struct {
@@ -125,7 +130,7 @@ TEST(LaunchFaults, ProgramsThatDoNotBehave) {
     const std::string path =
         AddApp(apps, std::string(row.name) + ".app", apps.NoteStep("it") + plan);
     const HostOpeningInfo info = Open(path, 0);
-    // One that dies may do so before its port is seen, or after.
+    // The program that dies may do so before or after its port is seen.
     const bool dies = std::string(row.name) == "dies";
     if (!dies || info.outcome != HostOpening::kEnded) {
       EXPECT_EQ(row.outcome, info.outcome);
@@ -135,7 +140,7 @@ TEST(LaunchFaults, ProgramsThatDoNotBehave) {
     const OSStatus err = VLTLaunch(SpecOf(path, port)).findAndLaunch();
     if (dies) continue;
     EXPECT_EQ(row.isFound ? 0 : procNotFound, err);
-    // One that still runs is not started again.
+    // A program that still runs is not started again.
     if (row.outcome != HostOpening::kEnded) {
       EXPECT_EQ(HostOpening::kRunning, Open(path, 0).outcome);
       EXPECT_EQ(1u, apps.Starts("it").size());
@@ -151,14 +156,13 @@ std::string DumpedBy(LaunchedApplications& apps, const std::string& name) {
 
 std::atomic<int> sChildSignals{0};
 
-TEST(LaunchFaults, TheProgramInheritsTheEnvironmentAndNothingElse) {
-  LaunchedApplications apps;
+TEST_F(LaunchFaults, TheProgramInheritsTheEnvironmentAndNothingElse) {
   const std::string port = UniquePortName();
   const std::string path = AddApp(
       apps, "Dump.app", "dump " + apps.Folder().Path("dump") + "\nclaim " + port + "\nloop\n");
 
-  // Everything that could be handed down: descriptors without close-on-exec, a locked file,
-  // blocked, ignored and caught signals, children that run and that have ended.
+  // All that a program could inherit: descriptors without close-on-exec, a locked file, blocked,
+  // ignored and caught signals, children that run and that have ended.
   const std::string lockPath = apps.Folder().File("locked");
   const int locked = open(lockPath.c_str(), O_RDWR);
   ASSERT_EQ(0, flock(locked, LOCK_EX));
@@ -189,7 +193,7 @@ TEST(LaunchFaults, TheProgramInheritsTheEnvironmentAndNothingElse) {
   EXPECT_EQ(HostOpening::kClaimed, Open(path, 0).outcome);
 
   EXPECT_EQ(0, sChildSignals.load());
-  EXPECT_EQ(0, waitpid(-1, nullptr, WNOHANG | __WALL));  // our child runs, and it is the only one
+  EXPECT_EQ(0, waitpid(-1, nullptr, WNOHANG | __WALL));  // this process has one child, which runs
   sigprocmask(SIG_SETMASK, nullptr, &maskAfter);
   for (const int number : {SIGTERM, SIGUSR1, SIGINT, SIGCHLD}) {
     EXPECT_EQ(sigismember(&mask, number), sigismember(&maskAfter, number));
@@ -206,7 +210,7 @@ TEST(LaunchFaults, TheProgramInheritsTheEnvironmentAndNothingElse) {
   close(ends[0]);
   close(locked);
   const int again = open(lockPath.c_str(), O_RDWR | O_CLOEXEC);
-  EXPECT_EQ(0, flock(again, LOCK_EX | LOCK_NB)) << "the program holds our lock";
+  EXPECT_EQ(0, flock(again, LOCK_EX | LOCK_NB)) << "the program holds this process's lock";
   close(again);
 
   const std::string dump = DumpedBy(apps, "dump");
@@ -228,8 +232,7 @@ TEST(LaunchFaults, TheProgramInheritsTheEnvironmentAndNothingElse) {
   EXPECT_TRUE(QuitAndWait(port));
 }
 
-TEST(LaunchFaults, StandardDescriptorsMayBeClosed) {
-  LaunchedApplications apps;
+TEST_F(LaunchFaults, StandardDescriptorsMayBeClosed) {
   const std::string path = apps.AddProgram("dump", "dump " + apps.Folder().Path("closed") + "\n");
   const FSRef ref = RefOf(path);
   const pid_t child = fork();
@@ -247,7 +250,7 @@ TEST(LaunchFaults, StandardDescriptorsMayBeClosed) {
       << dump;
 }
 
-// Opens a path and tells the status.
+// Opens a path and reports the status.
 TEST_ROLE(Opener) {
   FSRef ref = RefOf(role.Argument(0));
   role.SignalReady();
@@ -255,7 +258,7 @@ TEST_ROLE(Opener) {
   return kRoleDone;
 }
 
-// What a start leaves for the next opener, and an opener that is in the midst of it, by hand.
+// The traces that a start, or an opener in the middle of one, leaves for the next opener.
 HostLaunchEntry EntryOf(pid_t pid) {
   HostLaunchEntry entry;
   ProcessSerialNumber psn = {};
@@ -273,7 +276,7 @@ void Record(const std::string& bundle, const HostLaunchEntry& entry) {
   lock.Write(entry);
 }
 
-// An opener that has started its own process and gets no further, as if it were stopped.
+// An opener that has recorded its own process as started and gets no further.
 TEST_ROLE(StuckOpener) {
   HostLaunchLock lock(role.Argument(0));
   if (!lock.Try()) return RoleFailed();
@@ -286,8 +289,7 @@ TEST_ROLE(StuckOpener) {
   return kRoleDone;
 }
 
-TEST(LaunchFaults, AStuckOpenerHoldsNobodyUpForLong) {
-  LaunchedApplications apps;
+TEST_F(LaunchFaults, AStuckOpenerHoldsNobodyUpForLong) {
   const std::string path = AddApp(apps, "Slow.app", apps.NoteStep("slow") + "exit 0\n");
   ReadyProcess stuck("StuckOpener", {ProgramIn(path)});
   std::atomic<OSStatus> ofThread{1};
@@ -301,13 +303,13 @@ TEST(LaunchFaults, AStuckOpenerHoldsNobodyUpForLong) {
   EXPECT_TRUE(third.WaitReady(20s));
   EXPECT_EQ(std::to_string(kLSLaunchInProgressErr), third.Hear(20s));
   EXPECT_EQ(0u, apps.Starts("slow").size());
-  // Its end frees the program for the next opener.
+  // When it ends, the next opener may start the program.
   stuck.KillAndWait(20s);
   Open(path, 0);
   EXPECT_EQ(1u, apps.Starts("slow").size());
 }
 
-// Whether an opener sleeps with the lock file open, so that it waits for its turn.
+// Returns whether the process sleeps with the lock file open.
 bool WaitsForItsTurn(pid_t pid) {
   for (const auto& entry :
        std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
@@ -318,26 +320,25 @@ bool WaitsForItsTurn(pid_t pid) {
   return false;
 }
 
-TEST(LaunchFaults, WhoWaitedForAnotherOpenerStartsNothing) {
-  LaunchedApplications apps;
+TEST_F(LaunchFaults, AnOpenerThatWaitedForAnotherStartsNothing) {
   const std::string path = AddApp(apps, "Ends.app", apps.NoteStep("it") + "exit 0\n");
   ReadyProcess first("StuckOpener", {ProgramIn(path)});
   ReadyProcess second("Opener", {path});
   EXPECT_TRUE(WaitUntil([&] { return WaitsForItsTurn(second.Pid()); }, 20s));
-  first.Tell("go on");  // it ends, and so does what it is said to have started
+  first.Tell("go on");  // it ends, and it is the process that it has recorded
   EXPECT_EQ(std::to_string(kLSLaunchInProgressErr), second.Hear(20s));
   EXPECT_EQ(kRoleDone, first.Wait(20s));
   EXPECT_EQ(0u, apps.Starts("it").size());
 }
 
-TEST(LaunchFaults, ARecordedProcessIsKnownByItsStartToo) {
+TEST(LaunchedPrograms, ARecordedProcessIsRecognisedByItsStartTimeToo) {
   for (const bool isReused : {false, true}) {
     SCOPED_TRACE(isReused);
     LaunchedApplications apps;
     const std::string path =
         AddApp(apps, "Reused.app", apps.NoteStep("it") + "claim " + UniquePortName() + "\nloop\n");
     HostLaunchEntry entry = EntryOf(getpid());
-    if (isReused) entry.startTicks--;  // an earlier process had our pid
+    if (isReused) entry.startTicks--;  // an earlier process with this pid
     Record(path, entry);
     const HostOpeningInfo info = Open(path, 0);
     EXPECT_EQ(isReused ? HostOpening::kClaimed : HostOpening::kRunning, info.outcome);
@@ -346,10 +347,8 @@ TEST(LaunchFaults, ARecordedProcessIsKnownByItsStartToo) {
   }
 }
 
-// A record of an earlier start would make the next opener wait for a process that has nothing to do
-// with it.
-TEST(LaunchFaults, AnEntryIsOfTheLastStartOfThisProgram) {
-  LaunchedApplications apps;
+// An entry of an earlier start would make the next opener wait for an unrelated process.
+TEST_F(LaunchFaults, AnEntryIsOfTheLastStartOfThisProgram) {
   const std::string path = AddApp(apps, "Broken.app", apps.NoteStep("it") + "exit 0\n");
   EXPECT_EQ(HostOpening::kEnded, Open(path, 0).outcome);
   EXPECT_EQ(apps.Starts("it").at(0), HostLaunchLock(ProgramIn(path)).Read().pid);
@@ -359,7 +358,7 @@ TEST(LaunchFaults, AnEntryIsOfTheLastStartOfThisProgram) {
       if (target.find("/launch-") == std::string::npos) continue;
       EXPECT_EQ(0, truncate(target.c_str(), static_cast<off_t>(ReadFile(target).size() - 2)));
     }
-    EXPECT_EQ(0, lock.Read().pid);  // another program's, or written in part only
+    EXPECT_EQ(0, lock.Read().pid);  // incomplete
   }
   EXPECT_EQ(HostOpening::kEnded, Open(path, 0).outcome);
   std::filesystem::remove(ProgramIn(path));
@@ -370,7 +369,7 @@ TEST(LaunchFaults, AnEntryIsOfTheLastStartOfThisProgram) {
   EXPECT_EQ(0, HostLaunchLock(ProgramIn(path) + ".other").Read().pid);
 }
 
-// Opens a path as a tool does that a person runs.
+// Opens a path like a tool that a person runs.
 TEST_ROLE(PersonsOpener) {
   const FSRef ref = RefOf(role.Argument(0));
   HostOpenDespitePauses();
@@ -378,8 +377,8 @@ TEST_ROLE(PersonsOpener) {
   return kRoleDone;
 }
 
-// One that ends before it has a port, and one that has had one.
-TEST(LaunchPauses, AProgramThatEndsEarlyFiveTimesInARowIsNotStartedAgainAtOnce) {
+// The program ends before it claims a port, or after.
+TEST(LaunchedPrograms, ThatEndEarlyFiveTimesInARowAreNotStartedAgainAtOnce) {
   for (const bool claims : {false, true}) {
     SCOPED_TRACE(claims);
     ClearTestLog();
@@ -392,7 +391,7 @@ TEST(LaunchPauses, AProgramThatEndsEarlyFiveTimesInARowIsNotStartedAgainAtOnce) 
       Open(path, 0);
       ASSERT_EQ(i, apps.Starts("it").size());
       EXPECT_TRUE(WaitForEnd(apps.Starts("it").back()));
-      // The opener that saw the end has counted it, however late the next one comes.
+      // The opener that saw the end has counted it.
       const int counted = HostLaunchLock(ProgramIn(path)).Read().earlyEnds;
       EXPECT_GE(counted, static_cast<int>(claims ? i - 1 : i));
     }
@@ -410,8 +409,7 @@ TEST(LaunchPauses, AProgramThatEndsEarlyFiveTimesInARowIsNotStartedAgainAtOnce) 
   }
 }
 
-TEST(LaunchPauses, GrowToTenSecondsAndEndWhenTheProgramLives) {
-  LaunchedApplications apps;
+TEST_F(LaunchPauses, GrowToTenSecondsAndEndWhenTheProgramLives) {
   const std::string path = AddApp(apps, "Ends.app", apps.NoteStep("it") + "exit 0\n");
   const pid_t dead = fork();
   if (dead == 0) _exit(0);
@@ -423,27 +421,25 @@ TEST(LaunchPauses, GrowToTenSecondsAndEndWhenTheProgramLives) {
     int earlyEnds;
     int lastEnd;  // seconds ago; -1: not seen
     bool starts;
-  } rows[] = {
-      {"four", 0, 3, 4, 0, true},
-      {"five, at once", 0, 3, 5, 0, false},
-      {"five, later", 0, 3, 5, 1, true},
-      {"six, at once", 0, 3, 6, 1, false},
-      {"six, later", 0, 3, 6, 2, true},
-      {"seven, at once", 0, 9, 7, 2, false},
-      {"seven, later", 0, 9, 7, 4, true},
-      {"eight, at once", 0, 9, 8, 6, false},
-      {"eight, later", 0, 9, 8, 8, true},
-      {"nine, at once", 0, 20, 9, 8, false},
-      {"nine, later", 0, 20, 9, 10, true},
-      {"many, at once", 0, 20, kHostMaxEarlyEnds, 8, false},
-      {"many, later", 0, 20, kHostMaxEarlyEnds, 10, true},
-      {"the fifth is seen now", dead, 0, 4, -1, false},
-      {"the fifth lived longer", dead, 2, 4, -1, true},
-      {"it was counted already", dead, 1, 4, 0, true},
-      {"long ago", 0, 70, 1000, 61, true},
-      {"seen lately", 0, 70, 9, 0, false},
-      {"before the machine was restarted", 0, -1000, 9, -1000, true},
-  };
+  } rows[] = {{"four", 0, 3, 4, 0, true},
+              {"five, at once", 0, 3, 5, 0, false},
+              {"five, later", 0, 3, 5, 1, true},
+              {"six, at once", 0, 3, 6, 1, false},
+              {"six, later", 0, 3, 6, 2, true},
+              {"seven, at once", 0, 9, 7, 2, false},
+              {"seven, later", 0, 9, 7, 4, true},
+              {"eight, at once", 0, 9, 8, 6, false},
+              {"eight, later", 0, 9, 8, 8, true},
+              {"nine, at once", 0, 20, 9, 8, false},
+              {"nine, later", 0, 20, 9, 10, true},
+              {"many, at once", 0, 20, kHostMaxEarlyEnds, 8, false},
+              {"many, later", 0, 20, kHostMaxEarlyEnds, 10, true},
+              {"the fifth is seen now", dead, 0, 4, -1, false},
+              {"the fifth lived longer", dead, 2, 4, -1, true},
+              {"it was counted already", dead, 1, 4, 0, true},
+              {"long ago", 0, 70, 1000, 61, true},
+              {"seen lately", 0, 70, 9, 0, false},
+              {"before the machine was restarted", 0, -1000, 9, -1000, true}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     const int64_t now = HostNow();
@@ -468,7 +464,7 @@ TEST(LaunchPauses, GrowToTenSecondsAndEndWhenTheProgramLives) {
   EXPECT_EQ(0, HostLaunchLock(ProgramIn(path)).Read().earlyEnds);
 }
 
-// Opens with more and more file descriptors allowed, until it succeeds. Tells the statuses.
+// Opens with more and more file descriptors allowed, until it succeeds. Reports the statuses.
 TEST_ROLE(ShortOfDescriptors) {
   const FSRef ref = RefOf(role.Argument(0));
   OSStatus err = 1;
@@ -476,13 +472,12 @@ TEST_ROLE(ShortOfDescriptors) {
     const FewDescriptors few(left);
     err = LSOpenFSRef(&ref, nullptr);
     role.Tell(std::to_string(err));
-    role.Hear(20s);  // until the test has looked what was started
+    role.Hear(20s);  // until the test has counted the starts
   }
   return kRoleDone;
 }
 
-TEST(LaunchFaults, WithoutDescriptorsNothingIsStartedAndTheOpenerIsTold) {
-  LaunchedApplications apps;
+TEST_F(LaunchFaults, WithoutDescriptorsNothingIsStartedAndTheOpenerIsTold) {
   const std::string path =
       AddApp(apps, "Dear.app", apps.NoteStep("it") + "claim " + UniquePortName() + "\nloop\n");
   TestProcess opener("ShortOfDescriptors", {path});
@@ -504,8 +499,7 @@ TEST(LaunchFaults, WithoutDescriptorsNothingIsStartedAndTheOpenerIsTold) {
   EXPECT_EQ(1u, apps.Starts("it").size());
 }
 
-TEST(LaunchFaults, AnOpenerThatIsKilledBlocksNobody) {
-  LaunchedApplications apps;
+TEST_F(LaunchFaults, AnOpenerThatIsKilledBlocksNobody) {
   const std::string path =
       AddApp(apps, "Killed.app", apps.NoteStep("slow") + apps.WaitStep("never"));
   TestProcess opener("Opener", {path});
@@ -521,12 +515,11 @@ TEST(LaunchFaults, AnOpenerThatIsKilledBlocksNobody) {
 
 std::atomic<int> sInterruptions{0};
 
-// The one that is on its way out is waited for, also by a thread that gets signals all the time.
-TEST(LaunchFaults, OneThatIsLeavingIsReplacedAfterItsEnd) {
+// The opener waits for the end of the leaving process, although its thread gets signals.
+TEST_F(LaunchFaults, AProcessThatIsLeavingIsReplacedAfterItsEnd) {
   struct sigaction onSignal = {}, before = {};
   onSignal.sa_handler = [](int) { sInterruptions++; };
   sigaction(SIGUSR2, &onSignal, &before);
-  LaunchedApplications apps;
   const std::string port = UniquePortName();
   const std::string path = AddApp(apps, "Leaving.app",
                                   apps.NoteStep("it") + "claim " + port + "\nloop\nlet-go\n" +
@@ -550,7 +543,7 @@ TEST(LaunchFaults, OneThatIsLeavingIsReplacedAfterItsEnd) {
   sigaction(SIGUSR2, &before, nullptr);
 }
 
-// Asks for the daemon at each path that it hears, and tells what became of it.
+// Finds or starts the daemon at each path from the test, and reports the status.
 TEST_ROLE(Client) {
   role.SignalReady();
   while (const auto path = role.Hear(120s)) {
@@ -561,17 +554,16 @@ TEST_ROLE(Client) {
   return kRoleDone;
 }
 
-TEST(LaunchFaults, ManyClientsStartOneDaemon) {
+TEST_F(LaunchFaults, ManyClientsStartOneDaemon) {
   const int scale = TestScale();
   const int clients = scale > 1 ? 200 : 50;
   const int rounds = scale > 1 ? 100 : 5;
   RaiseDescriptorLimit();
-  LaunchedApplications apps;
   const std::string port = UniquePortName();
   TestProcesses processes = StartProcesses(clients, "Client", "", {port});
   ExpectReady(processes);
   for (int round = 1; round <= rounds; round++) {
-    // One program would be seen to end early each time.
+    // A new program each time, since one program would count as ending early.
     const std::string path = AddApp(apps, "Daemon" + std::to_string(round) + ".app",
                                     apps.NoteStep("daemon") + "claim " + port + "\nloop\n");
     for (auto& process : processes) process->Tell(path);

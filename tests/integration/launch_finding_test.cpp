@@ -3,7 +3,7 @@
 #include "launch/launch.h"
 #include "tests/integration/launch_support.h"
 
-// Which application is found and started, and when none is.
+// Which application is found and started, and when nothing is.
 
 namespace {
 
@@ -15,7 +15,7 @@ std::string PathOf(const FSRef& ref) {
   return reinterpret_cast<char*>(path);
 }
 
-// What a look-up finds, by its path; "" for nothing.
+// Returns the path of the application that a look-up finds, or "".
 std::string Find(OSType creator, const char* identifier, const char* name) {
   const auto string = [](const char* text) {
     return text == nullptr ? nullptr
@@ -61,18 +61,16 @@ TEST(FindApplication, ByIdentifierThenSignatureThenName) {
     OSType creator;
     const char *identifier, *name;
     std::string found;
-  } rows[] = {
-      {0, "com.test.one", nullptr, newest},
-      {FourCC('O', 'n', 'e', ' '), nullptr, nullptr, newest},
-      {0, "com.test.two", nullptr, same},
-      {0, "com.test.three", nullptr, second},
-      {FourCC('O', 'n', 'e', ' '), "com.test.two", "b.app", same},
-      {FourCC('T', 'w', 'o', ' '), "com.test.none", "b.app", same},
-      {FourCC('X', 'X', 'X', 'X'), "com.test.none", "b.APP", first},
-      {0, nullptr, "B", ""},
-      {0, "com.test.on", nullptr, ""},
-      {0, "com.test.far", nullptr, apps.Folder().Path("elsewhere/H.app")},
-  };
+  } rows[] = {{0, "com.test.one", nullptr, newest},
+              {FourCC('O', 'n', 'e', ' '), nullptr, nullptr, newest},
+              {0, "com.test.two", nullptr, same},
+              {0, "com.test.three", nullptr, second},
+              {FourCC('O', 'n', 'e', ' '), "com.test.two", "b.app", same},
+              {FourCC('T', 'w', 'o', ' '), "com.test.none", "b.app", same},
+              {FourCC('X', 'X', 'X', 'X'), "com.test.none", "b.APP", first},
+              {0, nullptr, "B", ""},
+              {0, "com.test.on", nullptr, ""},
+              {0, "com.test.far", nullptr, apps.Folder().Path("elsewhere/H.app")}};
   for (const auto& row : rows) {
     EXPECT_EQ(row.found, Find(row.creator, row.identifier, row.name));
   }
@@ -106,7 +104,7 @@ class Ways {
     return spec;
   }
 
-  // The names of those that were started since the last call; what was started is ended.
+  // Returns the names of those that were started since the last call, and ends them.
   std::string Started() {
     std::string names;
     for (const char* name : {"Path", "Identifier", "Signature"}) {
@@ -149,7 +147,7 @@ TEST(Launching, ByPathThenIdentifierThenSignature) {
   EXPECT_EQ("", ways.Started());
 }
 
-TEST(Launching, NothingIsStartedForWhoOnlyLooksOrFinds) {
+TEST(Launching, NothingIsStartedByALookUpOrWhileTheDaemonRuns) {
   Ways ways;
   VLTLaunchSpec spec = ways.Spec();
   spec.launchIfNotFound = false;

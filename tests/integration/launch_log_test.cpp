@@ -17,7 +17,7 @@
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 
-// What started programs say and how they end.
+// The output of started programs and the status with which they end.
 
 namespace {
 
@@ -26,12 +26,6 @@ HostOpeningInfo Open(const std::string& path) {
   HostOpeningInfo info;
   EXPECT_EQ(0, HostOpenApplication(&ref, &info)) << path;
   return info;
-}
-
-std::string TextOf(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
 }
 
 TEST(ProgramLog, HoldsWhatAProgramSaidAndHowItEndedWhileItsOpenerWaited) {
@@ -44,7 +38,7 @@ TEST(ProgramLog, HoldsWhatAProgramSaidAndHowItEndedWhileItsOpenerWaited) {
       {"log.exits", "exit 3\n", "exit status 3"},
       {"log.succeeds", "exit 0\n", "exit status 0"},
       {"log.killed", "kill 9\n", "signal 9 (Killed)"},
-      // The file is below the folder of logs, whatever the identifier is.
+      // The file is in the folder of logs, whatever the identifier is.
       {"../log/a%b", "exit 1\n", "exit status 1"},
   };
   for (const auto& row : rows) {
@@ -60,7 +54,7 @@ TEST(ProgramLog, HoldsWhatAProgramSaidAndHowItEndedWhileItsOpenerWaited) {
     EXPECT_EQ(info.log, HostProgramLogPath(path + "/Contents/Linux/program"));
     EXPECT_EQ(std::string(getenv("XDG_STATE_HOME")) + "/veltrane/log",
               std::filesystem::path(info.log).parent_path());
-    const std::string log = TextOf(info.log);
+    const std::string log = ReadFile(info.log);
     const std::string pid = std::to_string(info.pid);
     EXPECT_NE(std::string::npos, log.find("program\nout\nerr\n-- ")) << log;
     EXPECT_NE(std::string::npos, log.find(" starting " + path + "/Contents")) << log;
@@ -83,7 +77,7 @@ TEST(ProgramLog, IsCutToItsLastMebibyteAtTheNextStart) {
   EXPECT_EQ(log, Open(path).log);
   EXPECT_EQ(1u << 20, std::filesystem::file_size(log + ".1"));
   EXPECT_LT(std::filesystem::file_size(log), 1024u);
-  const std::string older = TextOf(log + ".1");
+  const std::string older = ReadFile(log + ".1");
   EXPECT_EQ(std::string::npos, older.find("first"));
   EXPECT_NE(std::string::npos, older.find("\nlast\n"));
   const std::vector<std::string> lines =
@@ -108,7 +102,7 @@ TEST(ProgramLog, ThatIsALinkOrNotAFileIsRefusedWithALogLine) {
     const HostOpeningInfo info = Open(path);
     EXPECT_EQ("", info.log);
     EXPECT_TRUE(info.waitStatus.has_value());
-    EXPECT_EQ("kept", TextOf(target));
+    EXPECT_EQ("kept", ReadFile(target));
     EXPECT_NE(std::string::npos, TestLogText().find("its log " + log + " cannot be opened"))
         << TestLogText();
     ASSERT_EQ(0, unlink(log.c_str()));
@@ -116,7 +110,7 @@ TEST(ProgramLog, ThatIsALinkOrNotAFileIsRefusedWithALogLine) {
   }
 }
 
-// A process that starts a program, tells its pid and the watching one's, and dies or goes on.
+// A process that starts a program and reports its pid.
 TEST_ROLE(Watcher) {
   HostEndWatch watch;
   HostStartedProgram started;

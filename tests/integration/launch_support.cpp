@@ -79,7 +79,7 @@ std::string LaunchedApplications::WaitStep(const std::string& name) {
 
 bool LaunchedApplications::LetGoOn(const std::string& name) {
   int fifo = -1;
-  // Once it is there to read.
+
   if (!WaitUntil(
           [&] {
             fifo = open(folder.Path(name + ".go").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
@@ -109,7 +109,7 @@ bool WaitForEnd(pid_t pid) {
 
 bool QuitAndWait(const std::string& port) {
   OSStatus err = 0;
-  // On a thread that ends, so that no connection stays.
+  // The thread's end closes its connection.
   std::thread([&] {
     VLTPortDestinationAddress address(port.c_str());
     VLTPortAppleEvent event(kCoreEventClass, kAEQuitApplication, kAEWaitReply, &address,

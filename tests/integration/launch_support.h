@@ -12,9 +12,9 @@
 #include "tests/support/scratch_folder.h"
 #include "tests/support/test_process.h"
 
-// Applications for the launch tests: bundles and plain programs that do what a plan tells (see
-// launched_program.cpp), in a folder of the test's own that is also where applications are looked
-// for. The object ends all processes of theirs, and counts what a test must give back. One thread.
+// Applications for the launch tests: bundles and single programs that follow a plan (see
+// launched_program.cpp), in a folder of the test's own in which applications are searched for. The
+// destructor ends their processes and counts what a test must give back. One thread.
 class LaunchedApplications {
  public:
   LaunchedApplications();
@@ -47,7 +47,7 @@ class LaunchedApplications {
 
 FSRef RefOf(const std::string& path);
 
-// Waits for the process, which is not a child of ours, to end.
+// Waits for the end of a process that is not a child of this one.
 bool WaitForEnd(pid_t pid);
 
 // Sends the quit event and waits until nobody owns the port.

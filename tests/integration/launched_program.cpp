@@ -14,21 +14,21 @@
 
 #include "aeport/port_listener.h"
 
-// What the launch tests start: a program that gets no arguments, and so does what the file beside
-// it, with ".plan" behind its name, tells line by line:
+// The program that the launch tests start. It gets no arguments, so it follows the plan in the file
+// with its name and ".plan", line by line:
 //
 //   note FILE    appends its pid to FILE
-//   dump FILE    writes what it was given: descriptors, signals, session, folder
-//   say TEXT     prints a line; complain TEXT, to standard error
+//   dump FILE    writes what it inherited: descriptors, signals, session, folder
+//   say TEXT     prints a line; complain TEXT: to standard error
 //   fill N       prints N lines of 1,024 bytes
-//   claim NAME   claims a port, which answers the quit event and 'test' events
+//   claim NAME   claims a port, which replies to the quit event and 'test' events
 //   let-go       gives the port up
-//   wait FIFO    until somebody has written a line there
-//   background   goes on as a child
-//   loop         until the quit event comes
+//   wait FIFO    waits for a line from FIFO
+//   background   continues as a child
+//   loop         runs the event loop until the quit event comes
 //   exit N, kill N
 //
-// Signals are reset by nobody here, so what a dump shows is what it was started with.
+// It resets no signals, so a dump shows the inherited ones.
 
 namespace {
 
@@ -52,8 +52,8 @@ std::string LinkTarget(const std::string& path) {
   return std::string(target, size > 0 ? static_cast<size_t>(size) : 0);
 }
 
-// "descriptor 0 /dev/null", "SigBlk: 0...", "session own", ... Written beside and renamed, so that
-// whoever sees the file sees all of it.
+// Writes "descriptor 0 /dev/null", "SigBlk: 0...", "session own", ... to a new file and renames it,
+// so that the file is complete when it appears.
 void Dump(const std::string& path) {
   std::ostringstream text;
   DIR* folder = opendir("/proc/self/fd");
@@ -123,7 +123,7 @@ int main() {
   std::stringstream plan;
   plan << std::ifstream(OwnPath() + ".plan").rdbuf();
   for (std::string line; std::getline(plan, line);) {
-    const size_t blank = line.find(' ');
-    Do(line.substr(0, blank), blank != std::string::npos ? line.substr(blank + 1) : "");
+    const size_t space = line.find(' ');
+    Do(line.substr(0, space), space != std::string::npos ? line.substr(space + 1) : "");
   }
 }

@@ -24,8 +24,7 @@
 
 namespace {
 
-// Files that stayed open under a standard number until they were closed, without having been given
-// a number above first.
+// How many files were closed under a standard number, except where a copy above had been made.
 int sStandardUsed = 0;
 int sMoved = -1;  // the number that was given up last
 
@@ -77,8 +76,8 @@ class CallsWithoutMemory : public testing::Test {
   OSStatus UseFiles();
 };
 
-// Every call of the File, Folder and Alias Manager once, on items in `inner`. They are found by
-// their paths, so that the folders' numbers are asked for, too.
+// Makes every call of the File, Folder and Alias Manager once, on items in `inner`. They are found
+// by path, so that the folders' numbers are looked up, too.
 OSStatus CallsWithoutMemory::UseFiles() {
   const auto* path = reinterpret_cast<const UInt8*>(inner.c_str());
   FSRef ref, parent, child;
@@ -163,27 +162,25 @@ TEST_F(CallsWithoutMemory, FilesGiveTheirMemoryErrorAndLeaveNothing) {
     const std::string path = folder.Path("fresh" + std::to_string(round)) + "/new";
     EXPECT_EQ(err == 0, std::filesystem::exists(path));
   }
-  SweepAllocations({"files", [&] { return UseFiles(); }, {memFullErr}, isWhole});
+  Sweep(
+      "files", [&] { return UseFiles(); }, {memFullErr}, isWhole);
 }
 
 TEST_F(CallsWithoutMemory, ProcessesGiveTheirMemoryErrorAndLeaveTheRecord) {
-  SweepAllocations({"processes",
-                    [&] {
-                      ProcessSerialNumber psn = {0, kNoProcess};
-                      OSStatus err = GetNextProcess(&psn);
-                      Str31 name;
-                      FSSpec spec;
-                      ProcessInfoRec info = {};
-                      info.processInfoLength = sizeof info;
-                      info.processName = name;
-                      info.processAppSpec = &spec;
-                      psn = {0, kCurrentProcess};
-                      if (err == 0) err = GetProcessInformation(&psn, &info);
-                      EXPECT_EQ(err == 0, info.processActiveTime != 0 ||
-                                              info.processNumber.lowLongOfPSN != 0);
-                      return err;
-                    },
-                    {memFullErr}});
+  Sweep("processes", [] {
+    ProcessSerialNumber psn = {0, kNoProcess};
+    OSStatus err = GetNextProcess(&psn);
+    Str31 name;
+    FSSpec spec;
+    ProcessInfoRec info = {};
+    info.processInfoLength = sizeof info;
+    info.processName = name;
+    info.processAppSpec = &spec;
+    psn = {0, kCurrentProcess};
+    if (err == 0) err = GetProcessInformation(&psn, &info);
+    EXPECT_EQ(err == 0, info.processActiveTime != 0 || info.processNumber.lowLongOfPSN != 0);
+    return err;
+  });
 }
 
 int sResponses = 0;
@@ -195,15 +192,13 @@ TEST_F(CallsWithoutMemory, ANoticeIsShownOrRefused) {
   const Str255 text = "\4text";
   record.nmStr = const_cast<StringPtr>(text);
   record.nmResp = [](NMRecPtr) { sResponses++; };
-  SweepAllocations({"a notice",
-                    [&] {
-                      sResponses = 0;
-                      const OSStatus err = NMInstall(&record);
-                      EXPECT_EQ(err == 0 ? 1 : 0, sResponses);
-                      EXPECT_EQ(err == 0 ? noErr : qErr, NMRemove(&record));
-                      return err;
-                    },
-                    {memFullErr}});
+  Sweep("a notice", [&] {
+    sResponses = 0;
+    const OSStatus err = NMInstall(&record);
+    EXPECT_EQ(err == 0 ? 1 : 0, sResponses);
+    EXPECT_EQ(err == 0 ? noErr : qErr, NMRemove(&record));
+    return err;
+  });
 }
 
 // The thread's end closes the loop and gives up the thread's record, also without memory.
@@ -227,7 +222,7 @@ TEST_F(CallsWithoutMemory, AThreadWithARunLoopEnds) {
       hasFailed = FailedAllocations() > 0;
       DisarmAllocationFailure();
       if (number == 1) before = LiveAllocations();
-      // What is made once stays.
+      // The first round made what stays.
       EXPECT_TRUE(hasFailed || before + 2 >= LiveAllocations());
     }
   }
@@ -248,10 +243,8 @@ TEST_F(CallsWithoutMemory, AnApplicationIsOpenedOnceOrNot) {
       applications.AddBundle("Memory.app", {"com.test", "LFts", "APPL", "program", "1"},
                              applications.NoteStep("Memory") + "loop\n");
   const FSRef ref = RefOf(path);
-  SweepAllocations({"open an application",
-                    [&] { return LSOpenFSRef(&ref, nullptr); },
-                    {memFullErr},
-                    [&](OSStatus) { EXPECT_EQ(0, LSOpenFSRef(&ref, nullptr)); }});
+  const auto open = [&] { return LSOpenFSRef(&ref, nullptr); };
+  Sweep("open an application", open, {memFullErr}, [&](OSStatus) { EXPECT_EQ(0, open()); });
   EXPECT_EQ(1u, applications.Starts("Memory").size());
 }
 

@@ -7,8 +7,9 @@
 #include "tests/support/failing_allocations.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/scratch_folder.h"
+#include "util/owned_ref.h"
 
-// What one thread does with property lists and preferences while an allocation fails.
+// Property lists and preferences of one thread while an allocation fails.
 
 namespace {
 
@@ -47,81 +48,60 @@ TEST_F(ListsWithoutMemory, SettingLeavesAValueOldOrNew) {
   VLTDictionary dictionary;
   ASSERT_EQ(0, dictionary.setCString("text", "old"));
   bool isNew = false;
-  SweepAllocations({"set in a dictionary",
-                    [&] {
-                      const OSStatus err = dictionary.setCString("text", isNew ? "old" : "new");
-                      if (err == 0) isNew = !isNew;
-                      return err;
-                    },
-                    {memFullErr},
-                    [&](OSStatus) {
-                      char text[8] = "";
-                      UInt32 length = 0;
-                      EXPECT_EQ(0, dictionary.getCString("text", text, sizeof text, length));
-                      EXPECT_STREQ(isNew ? "new" : "old", text);
-                    }});
+  const auto set = [&] {
+    const OSStatus err = dictionary.setCString("text", isNew ? "old" : "new");
+    if (err == 0) isNew = !isNew;
+    return err;
+  };
+  Sweep("set in a dictionary", set, {memFullErr}, [&](OSStatus) {
+    char text[8] = "";
+    UInt32 length = 0;
+    EXPECT_EQ(0, dictionary.getCString("text", text, sizeof text, length));
+    EXPECT_STREQ(isNew ? "new" : "old", text);
+  });
 }
 
-TEST_F(ListsWithoutMemory, SavingReplacesTheFileOrLeavesIt) {
+TEST_F(ListsWithoutMemory, SavingAndLoadingReplaceAllOrNothing) {
   VLTDictionary dictionary;
   ASSERT_EQ(0, Fill(dictionary, 100));
   for (const CFPropertyListFormat format : {kXML, kBinary}) {
+    SCOPED_TRACE(format);
     ASSERT_EQ(0, VLTDictionary().save(path.c_str(), kXML));
     const std::string before = ReadFile(path);
-    const CFURLRef url = NewURL(path);
-    SweepAllocations({format == kXML ? "save XML" : "save binary",
-                      [&] { return dictionary.save(url, format); },
-                      {memFullErr, fnfErr},
-                      [&](OSStatus err) {
-                        EXPECT_EQ(1u, EntriesOf(folder.Path()));
-                        if (err != 0) return;
-                        VLTDictionary read;
-                        int value = 0;
-                        EXPECT_EQ(0, read.load(path.c_str(), false));
-                        EXPECT_EQ(dictionary.getCount(), read.getCount());
-                        EXPECT_EQ(0, read.getInteger("key 11", value));
-                        EXPECT_EQ(111, value);
-                        EXPECT_EQ(0, VLTDictionary().save(path.c_str(), kXML));
-                      }});
+    const OwnedRef<CFURLRef> url = NewURL(path);
+    Sweep(
+        "save", [&] { return dictionary.save(url, format); }, {memFullErr, fnfErr},
+        [&](OSStatus err) {
+          EXPECT_EQ(1u, EntriesOf(folder.Path()));
+          if (err != 0) return;
+          VLTDictionary read;
+          int value = 0;
+          EXPECT_EQ(0, read.load(path.c_str(), false));
+          EXPECT_EQ(dictionary.getCount(), read.getCount());
+          EXPECT_EQ(0, read.getInteger("key 11", value));
+          EXPECT_EQ(111, value);
+          EXPECT_EQ(0, VLTDictionary().save(path.c_str(), kXML));
+        });
     EXPECT_EQ(before, ReadFile(path));
-    CFRelease(url);
+    ASSERT_EQ(0, dictionary.save(url, format));
+    const auto load = [&] {
+      VLTDictionary loaded;
+      if (const OSStatus set = loaded.setInteger("old", 1); set != 0) return set;
+      const OSStatus err = loaded.load(url, false);
+      EXPECT_EQ(err == 0 ? dictionary.getCount() : 1, loaded.getCount());
+      return err;
+    };
+    Sweep("load", load, {memFullErr, fnfErr});
   }
-}
-
-TEST_F(ListsWithoutMemory, SavingToMemoryGivesAllOrAnError) {
-  VLTDictionary dictionary;
-  ASSERT_EQ(0, Fill(dictionary, 100));
-  SweepAllocations({"save to memory",
-                    [&] {
-                      char* bytes = nullptr;
-                      UInt32 length = 0;
-                      const OSStatus err = dictionary.save(&bytes, &length, kXML);
-                      EXPECT_TRUE(err != 0 || length > 500u);
-                      VLTDictionaryBase::PtrFree(bytes);
-                      return err;
-                    },
-                    {memFullErr, fnfErr}});
-}
-
-TEST_F(ListsWithoutMemory, LoadingReplacesAllOrNothing) {
-  VLTDictionary written;
-  ASSERT_EQ(0, Fill(written, 100));
-  for (const CFPropertyListFormat format : {kXML, kBinary}) {
-    const CFURLRef url = NewURL(path);
-    ASSERT_EQ(0, written.save(url, format));
-    SweepAllocations({format == kXML ? "load XML" : "load binary",
-                      [&] {
-                        VLTDictionary dictionary;
-                        const OSStatus set = dictionary.setInteger("old", 1);
-                        if (set != 0) return set;
-                        const OSStatus err = dictionary.load(url, false);
-                        const CFIndex expected = err == 0 ? written.getCount() : 1;
-                        EXPECT_EQ(expected, dictionary.getCount());
-                        return err;
-                      },
-                      {memFullErr, fnfErr}});
-    CFRelease(url);
-  }
+  const auto saveToMemory = [&] {
+    char* bytes = nullptr;
+    UInt32 length = 0;
+    const OSStatus err = dictionary.save(&bytes, &length, kXML);
+    EXPECT_TRUE(err != 0 || length > 500u);
+    VLTDictionaryBase::PtrFree(bytes);
+    return err;
+  };
+  Sweep("save to memory", saveToMemory, {memFullErr, fnfErr});
 }
 
 // Preferences of the current user, in a folder of the test's.
@@ -132,8 +112,7 @@ class PreferencesWithoutMemory : public ListsWithoutMemory {
 
 const char* const kApplication = "com.example.memory";
 
-// What a read cannot find for lack of memory, the next one finds.
-TEST_F(PreferencesWithoutMemory, Reading) {
+TEST_F(PreferencesWithoutMemory, AReadAfterOneThatFailedFindsTheValue) {
   VLTPreferences preferences(kApplication, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
   int value = 0;
   const auto read = [&] { return preferences.getInteger("number", value); };
@@ -145,11 +124,11 @@ TEST_F(PreferencesWithoutMemory, Reading) {
   std::filesystem::create_directories(folder.Path("veltrane/preferences"));
   int number = 1;
   change(number);
-  SweepAllocations({"read a preference", read, {memFullErr, fnfErr}, [&](OSStatus) {
-                      EXPECT_EQ(0, read());
-                      EXPECT_EQ(number, value);
-                      change(number = 3 - number);
-                    }});
+  Sweep("read a preference", read, {memFullErr, fnfErr}, [&](OSStatus) {
+    EXPECT_EQ(0, read());
+    EXPECT_EQ(number, value);
+    change(number = 3 - number);
+  });
 }
 
 // Each round reads a file for the first time.
@@ -190,36 +169,30 @@ TEST_F(PreferencesWithoutMemory, ADefaultAfterAReadThatFailedOverwritesNothing) 
   EXPECT_LT(8, unread);
 }
 
-TEST_F(PreferencesWithoutMemory, SettingAndCommitting) {
-  {
+TEST_F(PreferencesWithoutMemory, ACommitKeepsTheOtherValuesAndReportsALostOne) {
+  const auto change = [](const char* text, bool isFirst) {
     VLTPreferences preferences(kApplication, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
-    ASSERT_EQ(0, preferences.setInteger("kept", 5));
-    ASSERT_EQ(0, preferences.setCString("changed", "at first"));
-    ASSERT_EQ(0, preferences.commit());
-  }
+    OSStatus err = isFirst ? preferences.setInteger("kept", 5) : 0;
+    if (err == 0) err = preferences.setCString("changed", text);
+    return err == 0 ? preferences.commit() : err;
+  };
+  ASSERT_EQ(0, change("at first", true));
   int number = 0;
-  SweepAllocations(
-      {"set and commit",
-       [&] {
-         VLTPreferences preferences(kApplication, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
-         OSStatus err = preferences.setCString(
-             "changed", number++ % 2 == 0 ? "some longer text" : "another text");
-         if (err == 0) err = preferences.commit();
-         return err;
-       },
-       {memFullErr, fnfErr, paramErr},
-       [&](OSStatus err) {
-         VLTPreferences preferences(kApplication, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
-         int kept = 0;
-         EXPECT_EQ(0, preferences.getInteger("kept", kept));
-         EXPECT_EQ(5, kept);
-         char text[32] = "";
-         UInt32 length = 0;
-         EXPECT_EQ(0, preferences.getCString("changed", text, sizeof text, length));
-         EXPECT_NE(0u, length);
-         // A value that was lost is reported by the next commit that gets as far.
-         EXPECT_TRUE(err == 0 || preferences.commit() == 0 || preferences.commit() == 0);
-       }});
+  const auto work = [&] {
+    return change(number++ % 2 == 0 ? "some longer text" : "another text", false);
+  };
+  Sweep("set and commit", work, {memFullErr, fnfErr, paramErr}, [&](OSStatus err) {
+    VLTPreferences preferences(kApplication, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+    int kept = 0;
+    EXPECT_EQ(0, preferences.getInteger("kept", kept));
+    EXPECT_EQ(5, kept);
+    char text[32] = "";
+    UInt32 length = 0;
+    EXPECT_EQ(0, preferences.getCString("changed", text, sizeof text, length));
+    EXPECT_NE(0u, length);
+    // A value that was lost is reported by the next commit that gets as far.
+    EXPECT_TRUE(err == 0 || preferences.commit() == 0 || preferences.commit() == 0);
+  });
 }
 
 }  // namespace

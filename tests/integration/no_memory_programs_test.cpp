@@ -39,9 +39,9 @@ void Print(const char* name, AllocationFailure kind, int allocations, const Outc
   std::printf("\n");
 }
 
-// The server's side. Signals arm and disarm it, so that nothing but the request is in between:
-// SIGUSR1 makes the next allocation in order fail, each time one further on than the last time;
-// SIGUSR2 ends that and tells whether one has failed. SIGHUP begins again with the other kind.
+// The server's side. Signals arm and disarm the layer, so that only the request is in between:
+// SIGUSR1 makes an allocation fail, each time the next one in order; SIGUSR2 ends that and reports
+// whether an allocation has failed; SIGHUP starts again with the other kind of failure.
 
 int sPipe = -1;
 int sNumber = 0;
@@ -122,7 +122,7 @@ void SweepServer(const char* name, bool onNewConnection) {
   for (const AllocationFailure kind : kKinds) {
     Outcomes outcomes;
     int number = 1;
-    // A frame that needs more room waits for as long as there is none.
+    // A frame that needs more room waits until there is memory.
     length = kind == AllocationFailure::kOne ? 100000 : 3000;
     for (;; number++) {
       SCOPED_TRACE(std::string(name) + ", " + NameOf(kind) + " from " + std::to_string(number));
@@ -148,12 +148,11 @@ TEST(ServerWithoutMemory, AnswersTheRequestWithAMemoryErrorAndServesTheNext) {
   SweepServer("dispatch", false);
 }
 
-TEST(ClientWithoutMemory, GetsAnAnswerOrAMemoryError) {
+TEST(ClientWithoutMemory, GetsAReplyOrAMemoryError) {
   ReadyProcess server("ServerWithoutMemory");
   const std::string text(100, 't');
-  SweepAllocations({"look up and ask",
-                    [&] { return AskForEcho(server.PortName(), text); },
-                    {memFullErr, BOOTSTRAP_NO_MEMORY, KERN_RESOURCE_SHORTAGE}});
+  Sweep("look up and ask", [&] { return AskForEcho(server.PortName(), text); },
+        {memFullErr, BOOTSTRAP_NO_MEMORY, KERN_RESOURCE_SHORTAGE});
 }
 
 TEST(ServerWithoutMemory, AcceptsAConnectionLaterWithoutLosingIt) {
@@ -183,7 +182,7 @@ TEST_ROLE(QuittingDaemon) {
   }
 }
 
-// What follows is a command line of the tool.
+// The arguments after those two are a command line of the tool.
 TEST_ROLE(Tool) {
   std::vector<std::string> words;
   for (int i = 2; i < role.NumberOfArguments(); i++) words.push_back(role.Argument(i));
@@ -206,8 +205,8 @@ struct ProgramSweep {
   bool mayNeedQuit = false;               // else it ends by itself
 };
 
-// Waits for a program's end. One that lost its own quit event for lack of memory serves on, as any
-// server does after an event that nobody waits for: it gets the memory back and another one.
+// Waits for a program's end. A daemon that lost its own quit event for lack of memory goes on, like
+// any server after an event without a reply: it gets the memory back and another quit event.
 std::optional<int> WaitForEnd(const ProgramSweep& sweep, TestProcess& program, Outcomes& outcomes) {
   if (sweep.mayNeedQuit) {
     if (const std::optional<int> status = program.Wait(500ms)) return status;

@@ -9,8 +9,8 @@
 #include "tests/integration/notice_support.h"
 #include "tests/support/test_role.h"
 
-// Notices that reach no desktop, or not for long: the text goes to the log once, the response comes
-// once, and who installs waits for nothing.
+// Notices that never reach a desktop, or not for long: the text is logged once, the response comes
+// once, and NMInstall does not wait.
 
 namespace {
 
@@ -24,7 +24,7 @@ void ExpectLoggedOnce(TestNotice& notice, const std::string& text) {
   EXPECT_EQ(1, LinesInLog("")) << TestLogText();
 }
 
-TEST_F(NoticeTest, WithoutADesktopTheLogHasIt) {
+TEST_F(NoticeTest, ANoticeWithoutADesktopIsLoggedOnce) {
   const NoHelpersLeft noLeaks;
   for (const char* address : {static_cast<const char*>(nullptr), "unix:path=/nowhere/bus"}) {
     const ScopedVariable bus(kBusVariable, address);
@@ -39,7 +39,7 @@ TEST_F(NoticeTest, WithoutADesktopTheLogHasIt) {
   }
 }
 
-TEST_F(NoticeTest, ServicesThatDoNotShowNotices) {
+TEST_F(NoticeTest, ANoticeThatNoServiceShowsIsLoggedOnce) {
   const NoHelpersLeft noLeaks;
   const std::tuple<const char*, bool, bool, bool, bool> rows[] = {
       {"nobody", false, false, false, false},
@@ -59,7 +59,7 @@ TEST_F(NoticeTest, ServicesThatDoNotShowNotices) {
     if (isBusStopped) bus.Stop();
     TestNotice notice(text);
     EXPECT_EQ(noErr, notice.Install());
-    // Installing cannot have waited for a service that never answers.
+    // Installing has not waited for a service that never replies.
     const bool canBeAnswered = !isSilent && !isBusStopped;
     EXPECT_LE(notice.Responses(), canBeAnswered ? 1 : 0);
     ExpectLoggedOnce(notice, text);
@@ -67,18 +67,16 @@ TEST_F(NoticeTest, ServicesThatDoNotShowNotices) {
   }
 }
 
-TEST_F(NoticeTest, WhatIsOnScreenMayBeLost) {
+TEST_F(NoticeTest, ANoticeThatIsLostFromTheScreenIsLoggedOnce) {
   const NoHelpersLeft noLeaks;
   const std::tuple<const char*,
                    std::function<void(PrivateBus&, std::unique_ptr<NotificationService>&)>>
-      rows[] = {
-          {"the service ends", [](PrivateBus&, auto& service) { service.reset(); }},
-          {"the helper is killed",
-           [](PrivateBus&, auto&) {
-             for (const pid_t helper : NoticeHelpers()) kill(helper, SIGKILL);
-           }},
-          {"the bus ends", [](PrivateBus& bus, auto&) { bus.Kill(); }},
-      };
+      rows[] = {{"the service ends", [](PrivateBus&, auto& service) { service.reset(); }},
+                {"the helper is killed",
+                 [](PrivateBus&, auto&) {
+                   for (const pid_t helper : NoticeHelpers()) kill(helper, SIGKILL);
+                 }},
+                {"the bus ends", [](PrivateBus& bus, auto&) { bus.Kill(); }}};
   for (const auto& [text, fault] : rows) {
     SCOPED_TRACE(text);
     ClearTestLog();
@@ -87,13 +85,13 @@ TEST_F(NoticeTest, WhatIsOnScreenMayBeLost) {
     TestNotice notice(text);
     EXPECT_EQ(noErr, notice.Install());
     ASSERT_EQ(1u, service->Calls(1).size());
-    // The helper's word that it is on screen may still be under way.
+    // The helper's report that it is on screen may still be under way.
     fault(bus, service);
     ExpectLoggedOnce(notice, text);
   }
 }
 
-// Goes on as the program `path`, with the same arguments.
+// Replaces this program by `path`, with the same arguments.
 void BecomeCopy(const std::string& path) {
   std::ifstream file("/proc/self/cmdline");
   std::vector<std::string> words;
@@ -104,7 +102,7 @@ void BecomeCopy(const std::string& path) {
   execv(path.c_str(), arguments.data());
 }
 
-// Installs a notice in a copy of this program, beside which the helper is looked for.
+// Installs a notice in a copy of this program. The helper is searched for next to that copy.
 TEST_ROLE(InstallBesideHelper) {
   const std::string copy = role.Argument(1);
   if (std::filesystem::read_symlink("/proc/self/exe") != copy) BecomeCopy(copy);
@@ -114,7 +112,7 @@ TEST_ROLE(InstallBesideHelper) {
   return notice->WaitForResponses(1, 30s) && notice->Responses() == 1 ? kRoleDone : RoleFailed();
 }
 
-// A copy of this program and something as its notice helper, in folders of one installation.
+// A copy of this program and the path of its notice helper, in folders of one installation.
 struct TestInstallation {
   TestInstallation(const std::string& programFolder, const std::string& helperFolder)
       : program(folder.Program(programFolder + "/notice_faults_test", "/proc/self/exe")),
@@ -125,11 +123,8 @@ struct TestInstallation {
   const std::string helper;
 };
 
-TEST_F(NoticeTest, ProgramsThatAreNoHelpers) {
-  const struct {
-    const char *text, *helper;
-    bool isAtOnce;
-  } rows[] = {
+TEST_F(NoticeTest, ANoticeIsLoggedOnceIfTheHelperIsAnotherProgram) {
+  const std::tuple<const char*, const char*, bool> rows[] = {
       {"no program",
        "\x7F"
        "ELF garbage",
@@ -139,19 +134,19 @@ TEST_F(NoticeTest, ProgramsThatAreNoHelpers) {
       {"hangs", "#!/bin/sh\nexec /bin/sleep 300\n", false},
   };
   const PrivateBus bus;
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
+  for (const auto& [text, helper, isAtOnce] : rows) {
+    SCOPED_TRACE(text);
     ClearTestLog();
     const TestInstallation installation("here", "here");
-    std::ofstream(installation.helper) << row.helper;
+    std::ofstream(installation.helper) << helper;
     chmod(installation.helper.c_str(), 0755);
-    TestProcess role("InstallBesideHelper", {row.text, installation.program});
+    TestProcess role("InstallBesideHelper", {text, installation.program});
     const std::optional<std::string> answered = role.Hear(30s);
-    if (row.isAtOnce) {
+    if (isAtOnce) {
       EXPECT_EQ("at once", answered);
     }
     EXPECT_EQ(kRoleDone, role.Wait(40s));
-    EXPECT_EQ(1, LinesInLog(row.text)) << TestLogText();
+    EXPECT_EQ(1, LinesInLog(text)) << TestLogText();
   }
 }
 

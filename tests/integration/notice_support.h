@@ -15,7 +15,7 @@
 #include "tests/support/session_directory.h"
 #include "tests/support/test_process.h"
 
-// A record with a text of its own, and what became of its notice. Removed with the object.
+// A notice record with a text of its own that counts its responses. The destructor removes it.
 class TestNotice {
  public:
   explicit TestNotice(const std::string& text);
@@ -41,7 +41,7 @@ class TestNotice {
   std::thread::id thread;
 };
 
-// Notices go to the desktop instead of a file while it lives; the log is empty at first.
+// While it lives, notices go to the desktop instead of a file. The log is empty at first.
 class NoticeTest : public testing::Test {
  protected:
   NoticeTest() { ClearTestLog(); }
@@ -50,14 +50,14 @@ class NoticeTest : public testing::Test {
   const ScopedVariable noSink{"VLTHOST_NOTICES", nullptr};
 };
 
-// How many lines of the log have `text`.
+// Returns how many lines of the log contain `text`.
 int LinesInLog(const std::string& text);
 
-// The notice helpers of this test's session, without ended ones that nobody has reaped.
+// Returns the notice helpers of this test's session, without zombies.
 std::vector<pid_t> NoticeHelpers();
 
-// Declared first in a test, it waits at its end for the last helper and the thread that listened to
-// it, and counts descriptors as OpenDescriptorCheck does.
+// Declared first in a test, it waits at the end for the last helper and the thread that listens to
+// it, and counts file descriptors like OpenDescriptorCheck.
 class NoHelpersLeft {
  public:
   NoHelpersLeft();

@@ -18,7 +18,7 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-// A run loop with nothing to do ends at once.
+// A source, since a run loop without one ends at once.
 class SomethingToWaitFor {
  public:
   explicit SomethingToWaitFor(CFStringRef mode) {
@@ -92,12 +92,12 @@ TEST_F(NoticeTest, ARecordReplacesItsEarlierNotice) {
     EXPECT_TRUE(notice.WaitForResponses(3));
     EXPECT_EQ(0, other.Responses());
     EXPECT_EQ(noErr, other.Remove());
-    // The next service is not to hear of this one's.
+    // The next service must not get this one's calls.
     EXPECT_TRUE(WaitUntil([] { return NoticeHelpers().empty(); }, 20s));
   }
 }
 
-TEST_F(NoticeTest, RemovingWithdraws) {
+TEST_F(NoticeTest, RemovingANoticeWithdrawsItFromTheScreen) {
   const PrivateBus bus;
   NotificationService service(bus);
   TestNotice notice("text"), stays("stays");
@@ -115,7 +115,7 @@ TEST_F(NoticeTest, RemovingWithdraws) {
   EXPECT_EQ(0, notice.Responses());
 }
 
-// What a service may do, although it should not. The notice is answered once in each case.
+// A service may do either, although it should not.
 TEST_F(NoticeTest, ANoticeWhoseDismissalCannotBeToldIsAnsweredOnce) {
   const NoHelpersLeft noLeaks;
   const std::tuple<const char*, bool, bool, int> rows[] = {
@@ -136,7 +136,7 @@ TEST_F(NoticeTest, ANoticeWhoseDismissalCannotBeToldIsAnsweredOnce) {
   }
 }
 
-// The time limit is for coming to the screen. Afterwards a notice stays until it is dismissed.
+// The time limit applies until the notice is on screen. Then it stays until it is dismissed.
 TEST_F(NoticeTest, ANoticeStaysOnScreenForAnyTime) {
   const NoHelpersLeft noLeaks;
   const PrivateBus bus;
@@ -280,7 +280,7 @@ TEST_F(NoticeTest, AForkedChildHasAHelperOfItsOwn) {
   EXPECT_EQ(2u, service.Calls(2).size());  // nothing was withdrawn
 }
 
-// Installs its argument's text and ends at once.
+// Installs a notice with the text of its argument and ends at once.
 TEST_ROLE(InstallAndEnd) {
   TestNotice* notice = new TestNotice(role.Argument(0));  // never removed
   return notice->Install() == noErr ? kRoleDone : RoleFailed();

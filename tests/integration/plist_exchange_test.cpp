@@ -10,8 +10,8 @@
 #include "tools/values/json_value.h"
 #include "tools/values/port_text.h"
 
-// Property lists to and from another implementation: Python's plistlib, run by plist_exchange.py.
-// Its time zone, which is an odd one, plays no part.
+// Property lists to and from another implementation: Python's plistlib, run by plist_exchange.py in
+// a time zone that must not matter.
 
 namespace {
 

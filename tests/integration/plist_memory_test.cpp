@@ -11,8 +11,8 @@
 
 #include "tests/platform/plist/support.h"
 
-// What reading takes at its worst: 8 times the file (binary: 16 times), the file included, and 4
-// MiB. Measured as the process's resident memory, in a program of its own.
+// The most memory that reading takes: 8 times the file (binary: 16 times), the file included, and 4
+// MiB. Measured as resident memory, in a program of its own.
 
 namespace {
 
@@ -20,7 +20,7 @@ using namespace std::literals;
 
 constexpr size_t kMiB = size_t{1} << 20;
 
-// A line of /proc/self/status, in bytes.
+// Returns a value of /proc/self/status in bytes.
 size_t StatusBytes(const char* name) {
   std::ifstream file("/proc/self/status");
   std::string word;
@@ -31,7 +31,7 @@ size_t StatusBytes(const char* name) {
   return 0;
 }
 
-// How much more than before was resident at the most while `work` ran.
+// Returns by how much `work` raised the peak of the resident memory.
 size_t PeakOf(const std::function<void()>& work) {
   malloc_trim(0);
   std::ofstream("/proc/self/clear_refs") << "5" << std::flush;  // forgets the earlier peak
@@ -53,8 +53,8 @@ std::string Counted(std::string_view begin, std::string_view before, std::string
   return text.append(end);
 }
 
-// An array of `references` to object 1, which is `object`; `count` objects in the table, all but
-// the first at the same place.
+// An array of `references` to `object`. The table has `count` objects, all but the first at the
+// same offset.
 std::string Binary(size_t references, size_t count, std::string_view object, bool oneEach) {
   std::string bytes = "bplist00\xAF\x12" + Big(references, 4);
   for (size_t i = 0; i < references; ++i) bytes += Big(oneEach ? 1 + i % (count - 1) : 1, 4);
@@ -133,8 +133,7 @@ TEST(PlistMemory, BinaryIsBounded) {
   }
 }
 
-// A reader that keeps one changed value after each change of a file keeps those values only, not
-// what was read with them.
+// A reader keeps one value of each version of a file. The other values of those versions are freed.
 TEST(PreferencesMemory, KeptValuesKeepNothingElse) {
   const std::string folder = std::string(std::getenv("XDG_CONFIG_HOME")) + "/veltrane/preferences";
   std::filesystem::create_directories(folder);

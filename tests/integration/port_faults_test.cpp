@@ -31,9 +31,7 @@ namespace {
 
 OSStatus Ask(const char* name) { return AskServer(name).status; }
 
-// Racing for a name.
-
-// Each line from the test is the instant at which all try to claim; empty means let go.
+// A line from the test is "free", "end", or the instant at which all racers claim the name.
 TEST_ROLE(Racer) {
   VLTPortAEMachPortListener listener;
   role.SignalReady();
@@ -81,9 +79,7 @@ TEST(PortRace, OneOfFiftyWinsEachOfAHundredRounds) {
   ExpectDone(racers);
 }
 
-// Death of the owner.
-
-// Also a name that is looked up again and again, whose file stays open, leads to the owner of now.
+// The file of a name that is looked up repeatedly stays open, but leads to the present owner.
 TEST(PortOwner, LookUpsFollowTheName) {
   OpenDescriptorCheck noLeaks;
   const std::string name = UniquePortName();
@@ -131,7 +127,7 @@ size_t EntriesIn(const char* folder) {
   return EntriesOf(HostGetSessionDirectory()->path + "/" + folder);
 }
 
-// A child that the owner forked and that lives on must keep neither name nor port.
+// A forked child that outlives the owner must keep neither its name nor its port.
 TEST_ROLE(ForkingServer) {
   VLTPortAEMachPortListener listener;
   if (ListenUnder(listener, role.PortName()) != 0) return RoleFailed();
@@ -139,10 +135,10 @@ TEST_ROLE(ForkingServer) {
   if (child == 0) {
     const bool ends = role.Argument(0) == "ends";
     if (!ends) {
-      role.SignalReady();  // here, where the copies of what the parent owns have been given up
-      role.Hear(60s);      // until the test is through
+      role.SignalReady();  // in the child, which has closed its copies by now
+      role.Hear(60s);      // until the test ends
     }
-    exit(0);  // with all that runs at an exit
+    exit(0);  // runs the exit handlers
   }
   if (role.Argument(0) == "ends") {
     waitpid(child, nullptr, 0);
@@ -165,8 +161,8 @@ TEST(PortOwner, AForkedChildKeepsNothingAliveAndItsEndLeavesThePortAlone) {
   }
 }
 
-// Forks while another thread is in the middle of finding a right or a name. Neither needs memory,
-// which not every heap could lend to such a child.
+// Forks while another thread looks up a right or a name. Neither allocates, which is not safe in
+// such a child with every heap.
 TEST_ROLE(ForksAmongThreads) {
   const auto find = [] {
     return mach_port_deallocate(mach_task_self(), 0x70003) == KERN_INVALID_NAME &&
@@ -199,12 +195,12 @@ TEST(PortOwner, AChildForkedAmongThreadsCanUseItsRights) {
 }
 
 TEST_ROLE(ChildOfAClient) {
-  // The connection that the parent has is not the child's; each has its own conversation. Nor is
-  // what the parent keeps of a name that it looked up twice.
+  // The child uses neither the parent's connection nor the file that the parent keeps open for a
+  // name that it looked up twice.
   if (Ask(role.PortName()) != 0 || Ask(role.PortName()) != 0) return RoleFailed();
   const pid_t child = fork();
   if (child == 0) {
-    // Take the numbers that the parent's connections have.
+    // Take the descriptor numbers of the parent's connections.
     int taken[8];
     for (int& each : taken) each = open("/dev/null", O_RDONLY | O_CLOEXEC);
     for (int i = 0; i < 20; i++) {
@@ -232,8 +228,8 @@ TEST(PortClient, ParentAndForkedChildSpeakForThemselves) {
   EXPECT_EQ(kRoleDone, client.Wait(20s));
 }
 
-// More ports than a thread keeps conversations: the first is closed and made anew while its server
-// has read nothing yet.
+// More ports than a thread keeps connections: the first connection is closed and made again before
+// its server has read anything.
 
 constexpr int kManyPorts = 10;
 
@@ -291,8 +287,6 @@ TEST(PortClient, KeepsItsOrderThroughNewConnections) {
   EXPECT_EQ(kRoleDone, server.Wait(20s));
 }
 
-// The files of names.
-
 std::string NameFile(const std::string& name) {
   std::string path = HostGetSessionDirectory()->path + "/names/";
   for (const char byte : name)
@@ -315,7 +309,7 @@ TEST(NameFiles, ReleasingANameWhoseFileIsGoneLeavesTheNextOwnerAlone) {
   EXPECT_EQ(BOOTSTRAP_UNKNOWN_SERVICE, HostFindName(name.c_str(), &port));
 }
 
-// Claims a name and looks it up; tells both results. "full": as if the disk were. "mode 0": as a
+// Claims a name and looks it up; reports both results. "full": as on a full disk. "mode 0": as a
 // user who may not open that file.
 TEST_ROLE(NameUser) {
   if (role.Argument(0) == "full") {
@@ -332,7 +326,6 @@ TEST_ROLE(NameUser) {
   return kRoleDone;
 }
 
-// Whatever lies where a name's file belongs, nobody waits; one log line says what to remove.
 TEST(NameFiles, WhatCannotBeUsedIsRefusedWithOneLogLine) {
   const std::tuple<const char*, std::function<int(const char*)>, kern_return_t, const char*>
       rows[] = {
@@ -350,7 +343,7 @@ TEST(NameFiles, WhatCannotBeUsedIsRefusedWithOneLogLine) {
              return HostTryLockByte(fd, 5) ? 0 : -1;
            },
            KERN_FAILURE, "has locked"},
-          {"full", nullptr, BOOTSTRAP_NO_MEMORY, nullptr},  // nor can the test's log grow
+          {"full", nullptr, BOOTSTRAP_NO_MEMORY, nullptr},  // the log cannot grow either
           {"mode 0", [](const char* path) { return mknod(path, S_IFREG, 0); },
            BOOTSTRAP_NOT_PRIVILEGED, "Permission"},
       };
@@ -394,8 +387,8 @@ TEST_ROLE(Application) {
   return RoleFailed();
 }
 
-// What killed processes left goes with the claims of others: at once if nobody can claim it again,
-// else after a day; however much there is, wherever it lies.
+// The claims of others remove the files of killed processes: at once if nobody can claim the name
+// again, else after a day.
 TEST(NameFiles, LeftoversAreRemovedByTheClaimsOfOthers) {
   OpenDescriptorCheck noLeaks;
   const std::string name = UniquePortName();
@@ -414,7 +407,7 @@ TEST(NameFiles, LeftoversAreRemovedByTheClaimsOfOthers) {
   EXPECT_EQ(before, EntriesIn("names"));
   EXPECT_EQ(ports, EntriesIn("ports"));
 
-  // Names of live owners, or young: they stay.
+  // Young files stay.
   constexpr int kYoung = 300, kOld = 500;
   const auto path = [](const std::string& text) {
     return HostGetSessionDirectory()->path + "/" + text;
@@ -447,7 +440,7 @@ TEST(NameFiles, LeftoversAreRemovedByTheClaimsOfOthers) {
   for (const std::string& file : staying) EXPECT_TRUE(std::filesystem::remove(file));
 }
 
-// A program whose standard descriptors are closed does not print into what the library opens.
+// A program whose standard descriptors are closed does not print into files of the library.
 TEST_ROLE(ClosedStandard) {
   for (const int fd : {0, 1, 2}) close(fd);
   VLTPortAEMachPortListener listener;
@@ -480,8 +473,6 @@ TEST(Descriptors, StayAboveTheStandardOnes) {
   EXPECT_EQ(kRoleDone, closed.Wait(20s));
 }
 
-// The session directory.
-
 TEST_ROLE(Visitor) {
   setenv("XDG_RUNTIME_DIR", role.Argument(0).c_str(), 1);
   mach_port_t port = MACH_PORT_NULL;
@@ -491,24 +482,19 @@ TEST_ROLE(Visitor) {
   return kRoleDone;
 }
 
-struct UnusableSession {
-  std::string part;  // of what is said
-  std::function<int(const char*)> make;
-};
-
-void ExpectRefused(const UnusableSession& row) {
-  SCOPED_TRACE(row.part);
+void ExpectRefused(const char* part, const std::function<int(const char*)>& make) {
+  SCOPED_TRACE(part);
   const ScratchFolder runtime;
   const std::string session = runtime.Path("veltrane");
-  const std::string named = row.make != nullptr ? runtime.Path() : runtime.Path("absent");
-  ASSERT_EQ(0, row.make != nullptr ? row.make(session.c_str()) : 0);
+  const std::string named = make != nullptr ? runtime.Path() : runtime.Path("absent");
+  ASSERT_EQ(0, make != nullptr ? make(session.c_str()) : 0);
   ClearTestLog();
   TestProcess visitor("Visitor", {named});
   EXPECT_EQ(std::to_string(KERN_FAILURE), visitor.Hear(20s));
   const std::string problem = visitor.Hear(20s).value_or("");
-  EXPECT_NE(std::string::npos, problem.find(named + "/veltrane")) << problem;
-  EXPECT_NE(std::string::npos, problem.find(row.part)) << problem;
-  EXPECT_NE(std::string::npos, problem.find("chmod")) << problem;
+  for (const std::string& text : {named + "/veltrane", std::string(part), std::string("chmod")}) {
+    EXPECT_NE(std::string::npos, problem.find(text)) << problem;
+  }
   EXPECT_EQ(kRoleDone, visitor.Wait(20s));
   const std::string log = TestLogText();
   EXPECT_NE(std::string::npos, log.find(problem)) << log;
@@ -516,21 +502,19 @@ void ExpectRefused(const UnusableSession& row) {
 }
 
 TEST(SessionDirectory, AnUnusableOneIsRefusedWithTheReason) {
-  const UnusableSession rows[] = {
-      {"mode 0755", [](const char* path) { return mkdir(path, 0700) || chmod(path, 0755); }},
-      {"symbolic link", [](const char* path) { return symlink("/tmp", path); }},
-      {"Not a directory", [](const char* path) { return mknod(path, S_IFREG | 0600, 0); }},
-      {"No such file", nullptr},
-  };
-  for (const auto& row : rows) ExpectRefused(row);
+  ExpectRefused("mode 0755",
+                [](const char* path) { return mkdir(path, 0700) || chmod(path, 0755); });
+  ExpectRefused("symbolic link", [](const char* path) { return symlink("/tmp", path); });
+  ExpectRefused("Not a directory", [](const char* path) { return mknod(path, S_IFREG | 0600, 0); });
+  ExpectRefused("No such file", nullptr);
 }
 
 TEST(SessionDirectory, AnotherUsersIsRefusedWithTheReason) {
   SKIP_IF(NoOtherUsers());
-  ExpectRefused({"owner 12345",
-                 [](const char* path) { return mkdir(path, 0700) || chown(path, 12345, 12345); }});
+  ExpectRefused("owner 12345",
+                [](const char* path) { return mkdir(path, 0700) || chown(path, 12345, 12345); });
 }
-// Nothing is to be removed or changed where nothing is wrong.
+// Opens the session directory under a shortage or umask, then again; reports both problems.
 TEST_ROLE(HinderedVisitor) {
   if (!ObeyFileModes()) return RoleFailed();
   const bool isShort = role.Argument(1) == "descriptors";
@@ -575,8 +559,6 @@ TEST(SessionDirectory, ALongPathWorks) {
   EXPECT_EQ(kRoleDone, client.Wait(20s));
 }
 
-// What reaches another process, and in which order.
-
 using Delivery = FaultTest;
 
 std::vector<SInt32> MarksAt(const TestProcess& server) {
@@ -592,7 +574,7 @@ TEST_F(Delivery, OneWayEventsArriveInOrderAlsoOfAThreadThatHasEnded) {
       EXPECT_EQ(0, SendOneWay(port, kMarkID, i));
       sent.push_back(i);
       if (i == 199) {
-        EXPECT_EQ(sent, MarksAt(server));  // asked behind them, answered behind them
+        EXPECT_EQ(sent, MarksAt(server));  // requested and replied after them
       }
     }
   });

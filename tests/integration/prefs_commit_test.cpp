@@ -28,8 +28,8 @@
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 
-// Committing preferences, and saving dictionaries, while every single system call fails, or is the
-// process's last one, by the layer of tests/support/interposed_calls.h inside the process.
+// Commits of preferences and saves of dictionaries while each system call in turn fails or is the
+// process's last one (tests/support/interposed_calls.h).
 
 namespace {
 
@@ -43,8 +43,8 @@ VLTPreferences& Domain() {
 
 std::string SavedPath() { return std::string(std::getenv("HOME")) + "/saved.plist"; }
 
-// Changes what its first argument says, with a fault of the layer in this process: its kind, its
-// number and its errno. Says how that went and how many calls it took.
+// Commits or saves, as its first argument says, with a fault in one system call: kind, number and
+// errno. Reports the outcome and the number of calls.
 TEST_ROLE(Changer) {
   const std::string what = role.Argument(0);
   const auto fault = static_cast<CallFault>(role.NumberArgument(1));
@@ -64,8 +64,7 @@ TEST_ROLE(Changer) {
   return kRoleDone;
 }
 
-// Reads a value until the file's times are old enough to be trusted, then so many times between two
-// lines.
+// Reads a value until the file's times are reliable, then so many times between two lines.
 TEST_ROLE(Reader) {
   const auto end = std::chrono::steady_clock::now() + 100ms;
   int value = 0;
@@ -78,14 +77,14 @@ TEST_ROLE(Reader) {
   return value == 1 ? kRoleDone : RoleFailed();
 }
 
-// Why the last commit failed.
+// Returns why the last commit failed.
 std::string ProblemOfDomain() {
   const StackCFString domain(kDomain);
   return HostPreferencesProblem(static_cast<CFStringRef>(static_cast<CFTypeRef>(domain)),
                                 kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
 }
 
-// This program in a role that talks to its standard output.
+// Runs this program in a role that reports to standard output.
 ProgramResult RunRole(const std::string& role, const std::vector<std::string>& arguments) {
   std::vector<std::string> words = {std::filesystem::read_symlink("/proc/self/exe"),
                                     "--role=" + role, "--port-name=", "--pipes=1,0"};
@@ -99,7 +98,7 @@ ProgramResult Change(const std::string& what, CallFault fault = CallFault::kNone
                              std::to_string(error)});
 }
 
-// The first line, and the number in the second one.
+// Returns the first line of a report. CallsOf returns the number in the second line.
 std::string Said(const ProgramResult& result) {
   return result.output.substr(0, result.output.find('\n'));
 }
@@ -117,7 +116,7 @@ class PreferencesFaults : public testing::Test {
 
   std::string Path(const std::string& name) const { return folder + "/" + name; }
 
-  // A file with a mode of its own, behind a link; nobody has locked it yet.
+  // Writes a file with an unusual mode, reached through a link and without a lock file.
   void WriteOld() {
     std::error_code ignored;
     std::filesystem::remove(path, ignored);
@@ -128,7 +127,7 @@ class PreferencesFaults : public testing::Test {
     ASSERT_EQ(0, chmod(real.c_str(), 0640));
   }
 
-  // What the file says: "old", "new", or what is wrong with it.
+  // Returns the contents of the file, "old" or "new", or what is wrong with it.
   std::string StateOfFile() const {
     VLTDictionary list;
     if (list.load(path.c_str(), false) != 0) return "it cannot be read";
@@ -144,7 +143,6 @@ class PreferencesFaults : public testing::Test {
     return old == 3 && added == 2 ? "new" : "a mixture";
   }
 
-  // The last number that was committed as "next".
   void ExpectNextInFile() const {
     VLTDictionary list;
     int found = 0;
@@ -164,7 +162,7 @@ class PreferencesFaults : public testing::Test {
     } else {
       EXPECT_EQ(-SIGKILL, result.status) << result.errors;
     }
-    // The next one works, and clears what a dead one has left.
+    // The next commit works, and removes the temporary file of a killed one.
     Domain().setInteger("next", ++next);
     EXPECT_EQ(0, Domain().commit());
     ExpectNextInFile();
@@ -185,7 +183,6 @@ constexpr struct {
                {CallFault::kError, EROFS}, {CallFault::kError, EINTR},  {CallFault::kShortWrite, 0},
                {CallFault::kInterrupt, 0}};
 
-// Neither is a failure.
 bool MustSucceed(CallFault fault) {
   return fault == CallFault::kShortWrite || fault == CallFault::kInterrupt;
 }
@@ -212,7 +209,7 @@ TEST_F(PreferencesFaults,
   EXPECT_EQ(calls, killed);
 }
 
-// Whether a save has left its temporary folder.
+// Returns whether a save has left its temporary folder.
 bool LeavesFolder() {
   const auto home = std::filesystem::directory_iterator(std::getenv("HOME"));
   return std::any_of(begin(home), end(home), [](const auto& entry) {
@@ -271,8 +268,8 @@ TEST(SavingFaults, ANewFileWhoseCloseFailsDoesNotReplaceTheOldOne) {
   EXPECT_LE(1, failures);
 }
 
-// A program that found nothing, because the read failed, and commits its default leaves the user's
-// value. The next read finds that, and a value that is set then is written.
+// A program that finds nothing because its read failed, and commits its default, must not overwrite
+// the user's value. The next read finds that value, and a value that is set then is written.
 TEST_F(PreferencesFaults,
        AReadThatFailsForAPassingReasonIsTriedAgainAndItsDefaultOverwritesNothing) {
   const OpenDescriptorCheck noLeaks;

@@ -22,8 +22,7 @@
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 
-// Many processes that commit keys of their own into one file, some of which are killed in the
-// middle: every key whose commit succeeded is there.
+// Many processes commit keys of their own to one file, and some are killed in the middle.
 
 namespace {
 
@@ -54,7 +53,7 @@ TEST_ROLE(Writer) {
   return kRoleDone;
 }
 
-// Stops in the middle of writing, with the lock.
+// Stops in the middle of writing while it holds the lock.
 TEST_ROLE(Victim) {
   ArmFsyncFault(CallFault::kStop, 1);
   CommitKey("victim." + role.Argument(0), 1);
@@ -82,7 +81,6 @@ bool HasOpen(pid_t process, int fd) {
   return false;
 }
 
-// A lock file that was replaced while a writer waited for it guards nothing any more.
 TEST(PreferencesWriters, AWriterWaitsForTheLockFileThatIsThereWhenItGetsTheLock) {
   OpenDescriptorCheck noLeaks;
   ASSERT_EQ(0, CommitKey("first", 1));
@@ -123,7 +121,7 @@ TEST(PreferencesWriters, EveryCommittedKeyIsThere) {
     ASSERT_TRUE(WaitUntil([&] { return ProcessStateOf(victim.Pid()) == 'T'; }, 60s));
     ASSERT_TRUE(victim.KillAndWait(10s));
   }
-  // A victim holds the others up, but makes none of them fail.
+  // A victim delays the others, but no commit fails.
   for (auto& writer : writers) EXPECT_EQ(kRoleDone, writer->Wait(300s));
 
   const std::string path =

@@ -21,11 +21,8 @@ std::string ProcFolder(pid_t pid) { return "/proc/" + std::to_string(pid); }
 void ReadMemory(pid_t pid, ProcessUse* use) {
   std::ifstream file(ProcFolder(pid) + "/smaps_rollup");
   for (std::string word; file >> word;) {
-    size_t* const field = word == "Private_Dirty:" ? &use->memory
-                          : word == "Rss:"         ? &use->resident
-                                                   : nullptr;
     size_t kilobytes = 0;
-    if (field != nullptr && file >> kilobytes) *field = kilobytes * 1024;
+    if (word == "Private_Dirty:" && file >> kilobytes) use->memory = kilobytes * 1024;
   }
 }
 

@@ -21,7 +21,7 @@ namespace {
 constexpr int kAnswerLimit = 20'000;  // ms
 constexpr size_t kMostPassed = 8;
 
-// Reads one frame header and the descriptors that come with it. False without an acceptance.
+// Reads one frame header and its file descriptors. Returns false if it is not an acceptance.
 bool ReadAcceptance(int socket, int descriptors[2]) {
   pollfd entry = {socket, POLLIN, 0};
   if (poll(&entry, 1, kAnswerLimit) != 1) return false;
@@ -97,7 +97,7 @@ std::unique_ptr<RawLane> RawLane::On(int socket) {
   if (!offer.SendOn(socket) || !ReadAcceptance(socket, descriptors)) return nullptr;
   made->lane = mmap(nullptr, kHostLaneSize, PROT_READ | PROT_WRITE, MAP_SHARED, offer.file, 0);
   made->status = mmap(nullptr, kHostStatusPageSize, PROT_READ, MAP_SHARED, descriptors[1], 0);
-  // Nobody but the server may write to its page.
+  // Only the server may write to its page.
   EXPECT_EQ(MAP_FAILED, mmap(nullptr, kHostStatusPageSize, PROT_READ | PROT_WRITE, MAP_SHARED,
                              descriptors[1], 0));
   EXPECT_NE(0, mprotect(made->status, kHostStatusPageSize, PROT_READ | PROT_WRITE));

@@ -8,14 +8,14 @@
 
 #include "platform/host/wire/ring.h"
 
-// What an offer of a lane consists of, made by the test itself, in the right way or in a wrong one.
+// The parts of a lane's offer, made by the test itself, right or wrong.
 struct RawOffer {
   RawOffer() = default;
   RawOffer(RawOffer&& other) noexcept;
   ~RawOffer();
   // A sealed memfd with a lane in it, and an eventfd.
   static RawOffer Make();
-  // Sends the frame of an offer with so many of the descriptors, the last one repeated.
+  // Sends the frame of an offer with so many file descriptors; the last one is repeated.
   bool SendOn(int socket, size_t count = 2) const;
 
   int file = -1;
@@ -31,18 +31,18 @@ class RawLane {
   static std::unique_ptr<RawLane> On(int socket);
   ~RawLane();
 
-  // The next three wait neither for room nor for bytes.
+  // The next three do not wait.
   size_t Write(const void* bytes, size_t size);
-  void WriteUnrung(const void* bytes, size_t size);  // as who dies before it rings
+  void WriteUnrung(const void* bytes, size_t size);  // like a client that dies before it rings
   size_t Read(void* bytes, size_t size);
   bool IsAllTaken() { return out.Look() && out.Room() == kHostRingSize; }
 
-  // Waits until there may be bytes, or room. False when the other end has hung up, or at `end`.
+  // Waits until there may be bytes, or room. Returns false if the peer has hung up, or at `end`.
   bool Wait(int socket, bool forRoom, int64_t end);
 
   void* Memory() { return lane; }
   void Ring();          // the server's doorbell
-  bool FillDoorbell();  // so that its counter takes nothing more
+  bool FillDoorbell();  // fills its counter
 
  private:
   RawLane() = default;

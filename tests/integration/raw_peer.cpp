@@ -152,7 +152,7 @@ std::optional<RawPeer::Frame> RawPeer::ReadFrame(std::chrono::milliseconds limit
   const auto* bytes = reinterpret_cast<const uint8_t*>(head.data());
   if (!HostDecodeFrameHeader(bytes, &frame.header)) return std::nullopt;
   if (!Read(frame.header.bodySize, &frame.body, limit)) return std::nullopt;
-  if (frame.header.kind == HostFrameKind::kLaneOffer) return ReadFrame(limit);  // not answered
+  if (frame.header.kind == HostFrameKind::kLaneOffer) return ReadFrame(limit);  // no reply
   return frame;
 }
 
@@ -236,7 +236,7 @@ HostFrameHeader RawReply(uint64_t requestNumber) {
 
 RawPort::RawPort(int backlog, const std::string& itsName) : name(itsName) {
   static uint64_t sLast = static_cast<uint64_t>(getpid()) << 20;
-  portID = ++sLast;  // those of the host layer are random
+  portID = ++sLast;  // the host layer's port ids are random
   sockaddr_un address = {};
   socklen_t size = 0;
   listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
@@ -255,7 +255,7 @@ RawPeer RawPort::Accept() {
   pollfd entry = {listener, POLLIN, 0};
   EXPECT_EQ(1, poll(&entry, 1, 20000)) << "nobody connected";
   const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-  // As much as the machine allows, so that a reader does not find the end of a flood.
+  // As much as the machine allows, so that a reader never catches up with a flood.
   const int buffer = 8 << 20;
   if (setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &buffer, sizeof buffer) != 0) {
     setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &buffer, sizeof buffer);

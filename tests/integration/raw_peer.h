@@ -13,9 +13,8 @@
 #include "tests/integration/raw_lane.h"
 #include "tests/support/test_process.h"
 
-// RawPeer is one end of a connection whose bytes the test writes and reads itself: what a broken or
-// hostile program might do to a server, or as a server to its clients. Every wait is bounded. One
-// thread at a time; the destructor hangs up.
+// RawPeer is one end of a connection whose bytes the test writes and reads itself, like a broken or
+// hostile client or server. Every wait is bounded. One thread at a time; the destructor hangs up.
 //
 // With VLT_TEST_LANES in the environment every peer that connects takes a lane, unless the server
 // refuses it or cannot answer because it is stopped or is the test itself. Then all bytes go by the
@@ -28,15 +27,15 @@ class RawPeer {
   RawPeer& operator=(RawPeer&& other) noexcept;
   ~RawPeer();
 
-  // False when the other end has hung up, or took nothing for 20 s.
+  // Returns false if the peer has hung up, or took nothing for 20 s.
   bool Write(const std::string& bytes);
   // Writes as much as the socket takes without waiting.
   void WriteAtOnce(const std::string& bytes);
   bool HasLane() const { return lane != nullptr; }
   RawLane& Lane() { return *lane; }
-  bool TakeLane();  // false when it is not accepted
+  bool TakeLane();  // false if it is declined
   int Socket() const { return fd; }
-  // The bytes with a descriptor beside them, by the socket.
+  // Writes the bytes and passes a file descriptor with them, by the socket.
   bool WriteWithDescriptor(const std::string& bytes, int passed);
   // Waits until the other end has taken all that was written.
   bool WaitTaken(std::chrono::milliseconds limit = 20s);
@@ -45,17 +44,17 @@ class RawPeer {
     HostFrameHeader header;
     std::string body;
   };
-  // The next frame, offers of lanes passed over; empty at the end of the stream, for what is no
-  // frame, and after `limit`.
+  // Returns the next frame that is not an offer of a lane; empty at the end of the stream, for
+  // bytes that are not a frame, and after `limit`.
   std::optional<Frame> ReadFrame(std::chrono::milliseconds limit = 20s);
   // Writes a request and reads its reply: the number and data of that event (see fault_server.h).
   std::optional<FaultAnswer> Ask(const std::string& frame, std::chrono::milliseconds limit = 20s);
-  // Writes the answer to a request: kAEAnswer with a number.
+  // Writes the reply to a request: kAEAnswer with a number.
   bool Reply(uint64_t requestNumber, SInt32 number);
 
-  // Waits until the other end hangs up; whatever comes before is dropped.
+  // Waits until the peer hangs up, and drops the bytes before that.
   bool WaitHungUp(std::chrono::milliseconds limit = 20s);
-  // Whether the other end has hung up already. Reads nothing.
+  // Returns whether the peer has hung up. Reads nothing.
   bool HasHungUp() const;
 
  private:
@@ -69,8 +68,8 @@ class RawPeer {
 // The header of a request whose body claims to have this many bytes.
 std::string RawHeader(uint32_t bodySize);
 
-// One whole frame with an event in it: its id, its number and its data (see fault_server.h).
-// `header` tells all but the size.
+// Returns one complete frame with an event: its id, number and data (see fault_server.h). `header`
+// has all fields but the size.
 std::string RawFrame(HostFrameHeader header, AEEventID eventID, SInt32 number,
                      const std::string& data = "");
 HostFrameHeader RawRequest(uint64_t requestNumber);
@@ -85,7 +84,7 @@ class RawPort {
   bool IsListening() const { return listener >= 0; }
   bool HasCaller() const;
   RawPeer Accept();
-  void StopListening();  // the name stays claimed, as an owner's that has not noticed yet
+  void StopListening();  // the name stays claimed
   void Die();
 
  private:

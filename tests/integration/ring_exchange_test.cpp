@@ -11,9 +11,9 @@
 #include "tests/support/test_process.h"
 #include "tests/support/test_role.h"
 
-// Two processes, or two CPU architectures, at the ends of one lane. Messages are a size of four
-// bytes and so many bytes; the server sends each back once it has it whole. Both sleep whenever
-// there is nothing to do, so a wake-up that gets lost ends the test at the limit of a wait.
+// Two processes, also of two CPU architectures, at the ends of one lane. A message is a size of
+// four bytes and so many bytes; the server sends each complete message back. Both sleep whenever
+// there is nothing to do, so a lost wake-up ends the test at the limit of a wait.
 
 namespace {
 
@@ -38,7 +38,7 @@ class Mapping {
   size_t size;
 };
 
-// Both ends of a conversation, and what this side sleeps and is rung by.
+// One side of a lane: its rings and the doorbells of both sides.
 struct Side {
   HostRingProducer out;
   HostRingConsumer in;
@@ -108,7 +108,7 @@ void Exchange(TestPeer peer) {
   ASSERT_EQ(0, mkfifo(folder.Path("server").c_str(), 0600));
   const Doorbells bells(folder.Path());
   Mapping lane(folder.Path("lane"), kHostLaneSize, PROT_READ | PROT_WRITE);
-  // Reading the server's word takes no more access than this.
+  // Read access is enough for the server's word.
   Mapping status(folder.Path("status"), kHostStatusPageSize, PROT_READ);
   ASSERT_NE(nullptr, lane.memory);
   ASSERT_NE(nullptr, status.memory);
@@ -122,14 +122,12 @@ void Exchange(TestPeer peer) {
   TestProcess server("EchoServer", {folder.Path()}, peer);
   ASSERT_TRUE(server.WaitReady(60s));
 
-  const struct {
-    size_t size;
-    int count;
-  } rows[] = {{1, 2000}, {160, 2000}, {65536, 20}, {kHostRingSize, 8}, {kLargest, 8}, {0, 1}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.size);
-    for (int i = 0; i < row.count; ++i) {
-      const Bytes body = StreamBytes(static_cast<size_t>(i), row.size);
+  const std::pair<size_t, int> rows[] = {{1, 2000},          {160, 2000},   {65536, 20},
+                                         {kHostRingSize, 8}, {kLargest, 8}, {0, 1}};
+  for (const auto& [size, count] : rows) {
+    SCOPED_TRACE(size);
+    for (int i = 0; i < count; ++i) {
+      const Bytes body = StreamBytes(static_cast<size_t>(i), size);
       ASSERT_TRUE(side.Send(body));
       Bytes answer;
       ASSERT_TRUE(side.Receive(&answer));
@@ -139,7 +137,7 @@ void Exchange(TestPeer peer) {
   EXPECT_EQ(kRoleDone, server.Wait(20s));
 }
 
-// With a process of each kind of CPU that this build knows a build for.
+// With a process of each build that this build knows.
 TEST(RingExchange, TwoProcessesLoseNeitherBytesNorWakeUps) {
   for (const TestPeer peer : AllHosts()) Exchange(peer);
 }

@@ -20,7 +20,7 @@
 
 namespace {
 
-// The service manager's socket. `name` is as in NOTIFY_SOCKET.
+// The service manager's socket. `name` has the form of NOTIFY_SOCKET.
 class Manager {
  public:
   explicit Manager(const std::string& name) {
@@ -45,7 +45,7 @@ class Manager {
     return {text, static_cast<size_t>(count > 0 ? count : 0)};
   }
 
-  // Until it takes no more.
+  // Fills the socket's queue.
   void Fill() {
     while (sendto(socket, "x", 1, MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&own), size) == 1) {
     }
@@ -57,7 +57,7 @@ class Manager {
   socklen_t size;
 };
 
-TEST(ServiceManager, HearsWhenTheDaemonOwnsItsPortAndWhenItStops) {
+TEST(ServiceManager, IsNotifiedWhenTheDaemonOwnsItsPortAndWhenItStops) {
   const ScratchFolder scratch;
   for (const std::string& name :
        {scratch.Path("notify"), "@vlt-test-" + std::to_string(getpid())}) {
@@ -79,7 +79,6 @@ TEST(ServiceManager, HearsWhenTheDaemonOwnsItsPortAndWhenItStops) {
   }
 }
 
-// Hangs, or leaks the socket, if the loop does.
 TEST(ServiceManager, NeitherAFullNorAnUnusableSocketDelaysTheLoop) {
   const ScratchFolder scratch;
   Manager busy(scratch.Path("busy"));

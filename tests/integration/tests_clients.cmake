@@ -12,9 +12,3 @@ if(TARGET clients_launch_test)
     VLT_BUILD_SHARE="${PROJECT_BINARY_DIR}/share" VLTCTL_PROGRAM="$<TARGET_FILE:vltctl>")
   add_dependencies(clients_launch_test vltsessiond device_monitor vltctl)
 endif()
-
-if(TARGET vlt_notice_support)
-  vlt_add_test(NAME clients_notice_test LABEL integration SOURCES clients_notice_test.cpp
-    LIBS vlt_clients vlt_notice_support NATIVE_ONLY)
-  add_dependencies(clients_notice_test vlt-notify)
-endif()

@@ -8,8 +8,7 @@ if(CMAKE_CROSSCOMPILING)
   return()
 endif()
 
-foreach(fault IN ITEMS client death slow_peers frames replies churn ports sources disk fairness
-    lanes)
+foreach(fault IN ITEMS client death frames replies ports sources disk fairness lanes)
   vlt_add_test(NAME fault_${fault}_test LABEL integration SOURCES fault_${fault}_test.cpp
     LIBS vlt_fault_support TIMEOUT 120 NATIVE_ONLY)
 endforeach()
@@ -27,7 +26,7 @@ set_property(TEST fault_sources_test APPEND PROPERTY LABELS platform)
 
 # The same tests once more, with peers that take lanes (raw_peer.h). Left out are those that count
 # the descriptors of a connection, or pass some.
-foreach(fault IN ITEMS slow_peers frames replies ports limits fairness)
+foreach(fault IN ITEMS frames replies ports limits fairness)
   add_test(NAME fault_${fault}_lanes_test
     COMMAND ${VLT_TEST_LAUNCHER} $<TARGET_FILE:fault_${fault}_test>)
   math(EXPR timeout "120 * ${VLT_TEST_SLOWNESS}")

@@ -1,4 +1,4 @@
-# Processes of several kinds of machine in one session. The programs of the other kinds come from
+# Processes of several CPU architectures in one session. The programs of the others come from
 # their own builds, and only where one is known is there anything to test.
 set(mixed_hosts_entry PROGRAM_ONLY)
 if(VLT_PEER_BUILDS)
