@@ -26,8 +26,8 @@ ProgramResult Vltctl(const std::vector<std::string>& words,
 
 constexpr UInt32 kTest = FourCC('t', 'e', 's', 't');
 
-// Answers ('test', 'echo') with what was asked, ('test', 'fail') with an error, ('test', 'hang')
-// never, and dies of ('test', 'die ').
+// Replies to ('test', 'echo') with its parameters and to ('test', 'fail') with an error; stops at
+// ('test', 'hang') and dies of ('test', 'die ').
 OSStatus Answer(UInt32 eventClass, UInt32 eventID, const AEDesc* event, AEDesc* reply, void*) {
   if (eventClass != kTest) return errAEEventNotHandled;
   switch (eventID) {
@@ -44,15 +44,7 @@ OSStatus Answer(UInt32 eventClass, UInt32 eventID, const AEDesc* event, AEDesc* 
   }
 }
 
-TEST_ROLE(Service) {
-  VLTPortAEMachPortListener listener;
-  if (listener.ListenOnPort(role.PortName(), CFRunLoopGetCurrent(), Answer, nullptr) != 0) {
-    return RoleFailed();
-  }
-  role.SignalReady();
-  CFRunLoopRun();
-  return kRoleDone;
-}
+TEST_ROLE(Service) { return ServeForEver(role, Answer); }
 
 TEST(Vltctl, HelpGoesToStandardOutputWithStatusZeroOnLinesOfAtMostEightyColumns) {
   const auto expectHelp = [](const std::vector<std::string>& words, const std::string& verb) {
@@ -73,8 +65,7 @@ TEST(Vltctl, HelpGoesToStandardOutputWithStatusZeroOnLinesOfAtMostEightyColumns)
 
 TEST(Vltctl, SendPrintsTheParametersOfTheReplyAndReportsEachFailure) {
   OpenDescriptorCheck noLeaks;
-  TestProcess service("Service");
-  ASSERT_TRUE(service.WaitReady(20s));
+  ReadyProcess service("Service");
   const std::string port = service.PortName();
   const std::vector<VerbRun> runs = {
       {{port, "test", "echo", "----:text=Gr\xc3\xbc\xc3\x9f", "numb:comp=-5", "flag:bool=true"},
@@ -101,15 +92,14 @@ TEST(Vltctl, SendPrintsTheParametersOfTheReplyAndReportsEachFailure) {
 
 TEST(Vltctl, SendPrintsOneJsonObjectWithOrWithoutAReply) {
   OpenDescriptorCheck noLeaks;
-  TestProcess service("Service");
-  ASSERT_TRUE(service.WaitReady(20s));
+  ReadyProcess service("Service");
   const std::string port = service.PortName();
   const std::string attributes =
       ",\"attributes\":{\"repq\":{\"type\":\"bool\",\"value\":false},"
       "\"evcl\":{\"type\":\"type\",\"value\":\"aevt\"},"
       "\"evid\":{\"type\":\"type\",\"value\":\"ansr\"},";
-  // `error`: number and name.
-  // `rest`: behind the attributes that depend on the sender; null: no reply came.
+  // `error`: number and name. `rest`: after the attributes that depend on the sender; "" if no
+  // reply came.
   const std::tuple<std::vector<std::string>, int, std::string, std::string> rows[] = {
       {{port, "test", "echo", "a\"b\\:text=Gr\xc3\xbc\n", "numb:comp=-9223372036854775808",
         "list:long=1,-2", "weed:'ABCD'=00ff"},
@@ -151,13 +141,11 @@ TEST(Vltctl, PortsShowsEveryByteOfANameAndItsOwner) {
     const struct {
       std::vector<std::string> words;
       std::string starts[2], end;
-    } rows[] = {
-        {{"ports"}, {"a\\x20\"n\\x5cme\"  " + pids[0] + "  ", "b\\xff"}, ""},
-        {{"ports", "--json"},
-         {"{\"name\":\"a \\\"n\\\\me\\\"\",\"pid\":" + pids[0] + owner,
-          "{\"name\":\"b\xef\xbf\xbd\",\"nameHex\":\"62ff\",\"pid\":" + pids[1] + owner},
-         ",\"connections\":0,\"lanes\":0,\"hidden\":false}"},
-    };
+    } rows[] = {{{"ports"}, {"a\\x20\"n\\x5cme\"  " + pids[0] + "  ", "b\\xff"}, ""},
+                {{"ports", "--json"},
+                 {"{\"name\":\"a \\\"n\\\\me\\\"\",\"pid\":" + pids[0] + owner,
+                  "{\"name\":\"b\xef\xbf\xbd\",\"nameHex\":\"62ff\",\"pid\":" + pids[1] + owner},
+                 ",\"connections\":0,\"lanes\":0,\"hidden\":false}"}};
     for (const auto& row : rows) {
       const ProgramResult result = Vltctl(row.words);
       EXPECT_EQ(0, result.status);

@@ -35,11 +35,11 @@ std::string Hex(std::string_view digits) {
   return value.bytes;
 }
 
-// Every row is the same on every host.
+// Every row is the same on every CPU architecture.
 constexpr struct {
   DescType type;
   const char* hex;
-  const char* members;  // behind the type
+  const char* members;  // after the type
 } kValues[] = {
     {typeBoolean, "01", "\"value\":true"},
     {typeBoolean, "02", "\"value\":true,\"hex\":\"02\""},
@@ -126,7 +126,7 @@ TEST(DescModel, ShowsContainersAndNestedEventsCompletely) {
       lines[0]);
 }
 
-// Reads the bytes back from nothing but the model: hex, else text, else as the command line does.
+// Reads the bytes back from the model alone: from hex, else from text, else as the command line.
 std::string BytesOf(const JsonValue& parameters) {
   const JsonValue& model = parameters.AsObject()->at(0).second;
   ParameterValue value;

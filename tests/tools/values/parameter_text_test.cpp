@@ -27,7 +27,6 @@ TEST(ParseCode, AcceptsFourCharactersOrEightHexadecimalDigitsOnly) {
   }
 }
 
-// What is sent is printed as it was given: text -> parameter -> event -> text.
 TEST(ParameterText, APrintedParameterReadsBackAsTheSameBytes) {
   // `shown`: null: as given.
   const std::tuple<const char*, DescType, Size, const char*> rows[] = {
@@ -47,7 +46,7 @@ TEST(ParameterText, APrintedParameterReadsBackAsTheSameBytes) {
       {"a:=b:bool=true", typeBoolean, 1, "0x613a3d62:bool=true"},
       // A type by code whose bytes are not of its size.
       {"keyy:'long'=00ff", typeSInt32, 2, nullptr},
-      // Numbers from the most significant byte on, on every host.
+      // Numbers have their most significant byte first on every CPU architecture.
       {"keyy:'long'=0000012c", typeSInt32, 4, "keyy:long=300"},
   };
   for (const auto& [given, type, size, shown] : rows) {
@@ -74,7 +73,7 @@ TEST(ParameterText, RefusesEverythingElseWithAMessage) {
         "keyy:long=1x", "keyy:long=2147483648", "keyy:ushort=-1", "keyy:long=1,",
         "keyy:type=aevt,abc", "keyy:utf8=\xff", "keyy:bool=1", "keyy:float=1.5f",
         "keyy:double=1e999", "keyy:data=0", "keyy:text=\xe2\x82",
-        "keyy:text=\xe6\x97\xa5"}) {  // the last one is no Mac Roman character
+        "keyy:text=\xe6\x97\xa5"}) {  // the last one is not in Mac Roman
     ParameterValue value;
     std::string problem;
     EXPECT_FALSE(ParseParameter(text, value, problem)) << text;

@@ -11,6 +11,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include "aeport/port_listener.h"
+#include "tests/aeport/serving.h"
 #include "tests/integration/launch_support.h"
 #include "tests/support/open_descriptor_check.h"
 #include "tests/support/test_role.h"
@@ -39,6 +40,19 @@ void ExpectTexts(const std::vector<AppRun>& runs) {
   }
 }
 
+class Applications : public testing::Test {
+ protected:
+  // Adds NAME.app with a program, under the signature that its name begins with.
+  std::string Add(const std::string& name, const std::string& identifier, const std::string& plan,
+                  const std::string& type = "APPL", const std::string& version = "1") {
+    return apps.AddBundle(
+        name + ".app", {identifier, (name + "App").substr(0, 4), type, "program", version}, plan);
+  }
+
+  LaunchedApplications apps;
+  const std::string port = UniquePortName();
+};
+
 void WriteDescription(const std::string& bundle, const std::string& events) {
   std::ofstream(bundle + "/Contents/Info.plist")
       << "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key><string>com.test.it</string>"
@@ -46,32 +60,28 @@ void WriteDescription(const std::string& bundle, const std::string& events) {
       << events << "</dict></plist>";
 }
 
-TEST(Applications, AreListedWithWhatIsWrongWithBrokenOnes) {
-  OpenDescriptorCheck noLeaks;
-  LaunchedApplications apps;
+TEST_F(Applications, AreListedWithWhatIsWrongWithBrokenOnes) {
   const ScratchFolder& folder = apps.Folder();
-  const std::string good =
-      apps.AddBundle("A.app", {"com.test.a", "AppA", "APPL", "program", "2"}, "loop\n");
+  const std::string good = Add("A", "com.test.a", "loop\n", "APPL", "2");
   const std::string place = "data/veltrane/Applications/";
-  MakeTestBundle(folder, place + "B.app", {"com.test.b", "AppB", "APPL", "program", "1"});
+  MakeTestBundle(folder, place + "B.app", {"com.test.b", "BApp", "APPL", "program", "1"});
   folder.Folder(place + "C.app");
   folder.File(place + "D.app/Contents/Info.plist", "<plist version=\"1.0\"><dict><key>x</dict>");
-  const std::string closed =
-      apps.AddBundle("E.app", {"com.test.e", "AppE", "APPL", "program", "1"}, "loop\n");
+  const std::string closed = Add("E", "com.test.e", "loop\n");
   ASSERT_EQ(0, chmod((closed + "/Contents/Linux/program").c_str(), 0600));
-  apps.AddBundle("F.app", {"com.test.f", "AppF", "BNDL", "program", "1"}, "loop\n");
+  Add("F", "com.test.f", "loop\n", "BNDL");
   folder.File(place + "G.app/Contents/Info.plist", "<plist version=\"1.0\"><array/></plist>");
   ExpectTexts(
       {{{"apps"},
         0,
-        {"com.test.a  AppA  -       " + good + "\n", "com.test.b  AppB  broken  ",
+        {"com.test.a  AApp  -       " + good + "\n", "com.test.b  BApp  broken  ",
          "B.app: Contents/Linux/program: No such file", "C.app: Contents/Info.plist: No such file",
          "D.app: Contents/Info.plist is damaged: ",
          "E.app: Contents/Linux/program is not executable",
          "F.app: CFBundlePackageType is not APPL", "G.app: Contents/Info.plist has no dictionary"}},
        {{"apps", "--json"},
         0,
-        {"{\"identifier\":\"com.test.a\",\"signature\":\"AppA\",\"version\":\"2\",\"bundle\":\"" +
+        {"{\"identifier\":\"com.test.a\",\"signature\":\"AApp\",\"version\":\"2\",\"bundle\":\"" +
              good + "\",\"folder\":\"" + folder.Path("data/veltrane/Applications") +
              "\",\"program\":\"" + good +
              "/Contents/Linux/program\",\"pid\":null,\"problem\":null}",
@@ -84,16 +94,10 @@ TEST(Applications, AreListedWithWhatIsWrongWithBrokenOnes) {
         {"\"broken\":[\"", "\"problem\":\"Contents/Linux/program is not executable"}}});
 }
 
-TEST(Applications, StatusTellsWhatRunsAndHowTheOthersEnded) {
-  OpenDescriptorCheck noLeaks;
-  LaunchedApplications apps;
-  const std::string port = UniquePortName();
+TEST_F(Applications, StatusTellsWhatRunsAndHowTheOthersEnded) {
   const std::string runs =
-      apps.AddBundle("Runs.app", {"com.test.runs", "Runs", "APPL", "program", "1"},
-                     apps.NoteStep("it") + "claim " + port + "\nloop\n");
-  const std::string ends =
-      apps.AddBundle("Ends.app", {"com.test.ends.1", "Ends", "APPL", "program", "1"},
-                     "say first words\ncomplain last words\nexit 3\n");
+      Add("Runs", "com.test.runs", apps.NoteStep("it") + "claim " + port + "\nloop\n");
+  Add("Ends", "com.test.ends.1", "say first words\ncomplain last words\nexit 3\n");
   ExpectTexts(
       {{{"status", "com.test.runs"}, 3, {"com.test.runs is not running", "program      " + runs}},
        {{"launch", "com.test.runs"}, 0, {}},
@@ -125,17 +129,12 @@ TEST(Applications, StatusTellsWhatRunsAndHowTheOthersEnded) {
   EXPECT_TRUE(QuitAndWait(port));
 }
 
-TEST(Applications, StopAndRestartActOnTheProcess) {
-  OpenDescriptorCheck noLeaks;
-  LaunchedApplications apps;
-  const std::string port = UniquePortName(), stubborn = UniquePortName();
-  apps.AddBundle("Runs.app", {"com.test.runs", "Runs", "APPL", "program", "1"},
-                 apps.NoteStep("it") + "claim " + port + "\nloop\n");
-  apps.AddBundle("Mute.app", {"com.test.mute", "Mute", "APPL", "program", "1"},
-                 apps.NoteStep("mute") + apps.WaitStep("for ever"));
-  // It gives its port up and lives on, which the end of the port does not show.
-  apps.AddBundle(
-      "Stays.app", {"com.test.stays", "Stay", "APPL", "program", "1"},
+TEST_F(Applications, StopAndRestartActOnTheProcess) {
+  const std::string stubborn = UniquePortName();
+  Add("Runs", "com.test.runs", apps.NoteStep("it") + "claim " + port + "\nloop\n");
+  Add("Mute", "com.test.mute", apps.NoteStep("mute") + apps.WaitStep("for ever"));
+  // The process outlives its port.
+  Add("Stays", "com.test.stays",
       apps.NoteStep("stays") + "claim " + stubborn + "\nloop\nlet-go\n" + apps.WaitStep("longer"));
   ExpectTexts({{{"stop", "com.test.runs"}, 0, {"is not running"}},
                {{"restart", "com.test.runs"}, 0, {}},
@@ -158,13 +157,9 @@ TEST(Applications, StopAndRestartActOnTheProcess) {
   EXPECT_TRUE(WaitForEnd(apps.Starts("stays").at(0)));
 }
 
-TEST(Applications, WaitEndsWhenTheNameIsClaimedOrGivenUp) {
-  OpenDescriptorCheck noLeaks;
-  LaunchedApplications apps;
-  const std::string port = UniquePortName();
+TEST_F(Applications, WaitEndsWhenTheNameIsClaimedOrGivenUp) {
   const std::string path =
-      apps.AddBundle("Late.app", {"com.test.late", "Late", "APPL", "program", "1"},
-                     apps.WaitStep("claim") + "claim " + port + "\nloop\n");
+      Add("Late", "com.test.late", apps.WaitStep("claim") + "claim " + port + "\nloop\n");
   ExpectTexts(
       {{{"wait", port, "--timeout", "20ms"}, 4, {"no process claimed this port name in time"}},
        {{"wait", port, "--gone"}, 0, {}}});
@@ -187,12 +182,9 @@ TEST(Applications, WaitEndsWhenTheNameIsClaimedOrGivenUp) {
   EXPECT_EQ(0, gone.status) << gone.errors;
 }
 
-TEST(Applications, OnlyAWordWithASlashIsAPath) {
-  OpenDescriptorCheck noLeaks;
-  LaunchedApplications apps;
+TEST_F(Applications, OnlyAWordWithASlashIsAPath) {
   const std::string planted = apps.AddProgram("com.test.real", apps.NoteStep("planted"));
-  apps.AddBundle("Real.app", {"com.test.real", "Real", "APPL", "program", "1"},
-                 apps.NoteStep("real") + "exit 0\n");
+  Add("Real", "com.test.real", apps.NoteStep("real") + "exit 0\n");
   const std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(apps.Folder().Path());
   ExpectTexts(
@@ -209,28 +201,16 @@ TEST(Applications, OnlyAWordWithASlashIsAPath) {
 
 // A program that owns a port of the given name.
 TEST_ROLE(Stranger) {
-  VLTPortAEMachPortListener listener;
-  const auto refuse = [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) -> OSStatus {
-    return -1708;
-  };
-  if (listener.ListenOnPort(role.PortName(), CFRunLoopGetCurrent(), refuse, nullptr) != 0) {
-    return RoleFailed();
-  }
-  role.SignalReady();
-  CFRunLoopRun();
-  return kRoleDone;
+  return ServeForEver(role, [](UInt32, UInt32, const AEDesc*, AEDesc*, void*) -> OSStatus {
+    return errAEEventNotHandled;
+  });
 }
 
-TEST(Applications, AStrangersPortIsNotTheStartedPrograms) {
-  OpenDescriptorCheck noLeaks;
-  LaunchedApplications apps;
-  TestProcess stranger("Stranger");
-  ASSERT_TRUE(stranger.WaitReady(20s));
-  const std::string port = UniquePortName();
-  // A child that the program leaves behind counts, because it is of the same POSIX session.
-  apps.AddBundle("Heir.app", {"com.test.heir", "Heir", "APPL", "program", "1"},
-                 "background\nclaim " + port + "\nloop\n");
-  apps.AddBundle("Other.app", {"com.test.other", "Othr", "APPL", "program", "1"}, "loop\n");
+TEST_F(Applications, AStrangersPortIsNotTheStartedPrograms) {
+  ReadyProcess stranger("Stranger");
+  // A child that outlives the program counts, because it is in the same POSIX session.
+  Add("Heir", "com.test.heir", "background\nclaim " + port + "\nloop\n");
+  Add("Other", "com.test.other", "loop\n");
   const std::string owner = std::to_string(stranger.Pid());
   ExpectTexts({{{"launch", "com.test.other", "--port", stranger.PortName(), "--wait", "50ms"},
                 4,
@@ -239,11 +219,8 @@ TEST(Applications, AStrangersPortIsNotTheStartedPrograms) {
   EXPECT_TRUE(QuitAndWait(port));
 }
 
-TEST(Applications, DescribeRefusesWhatItCannotRead) {
-  OpenDescriptorCheck noLeaks;
-  LaunchedApplications apps;
-  const std::string path =
-      apps.AddBundle("It.app", {"com.test.it", "It  ", "APPL", "program", "1"}, "loop\n");
+TEST_F(Applications, DescribeRefusesWhatItCannotRead) {
+  const std::string path = Add("It", "com.test.it", "loop\n");
   const std::string start =
       "<key>VLTEvents</key><array><dict><key>class</key><string>test</string>"
       "<key>id</key><string>echo</string><key>name</key>";
@@ -263,8 +240,7 @@ TEST(Applications, DescribeRefusesWhatItCannotRead) {
     WriteDescription(path, events);
     ExpectTexts({{{"describe", "com.test.it"}, status, {text}}});
   }
-  TestProcess stranger("Stranger");
-  ASSERT_TRUE(stranger.WaitReady(20s));
+  ReadyProcess stranger("Stranger");
   ExpectTexts({{{"describe", stranger.PortName()}, 3, {"does not belong to an application bundle"}},
                {{"describe", "nobody.there"}, 3, {"neither a port", "looked in "}}});
 }

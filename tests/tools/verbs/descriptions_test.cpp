@@ -13,7 +13,7 @@
 #include "tools/applications/event_list.h"
 #include "tools/values/value_types.h"
 
-// What the bundles say about their requests, against what their programs do.
+// The descriptions of requests in the bundles, compared with what the programs do.
 
 namespace {
 
@@ -24,10 +24,10 @@ const char kDevices[] =
     "<string>Desk</string></dict><key>preferences</key><dict><key>name</key><string>Desk</string>"
     "</dict></dict></array></dict></plist>";
 
-// The number of the error that a request gives, with the keys of its reply.
+// The exit status of `vltctl send`, and its output and messages.
 struct Answer {
   int status = -1;
-  std::string text;  // output and messages
+  std::string text;
 };
 
 Answer Send(const std::string& port, const EventDescription& event,
@@ -40,7 +40,7 @@ Answer Send(const std::string& port, const EventDescription& event,
 
 bool IsHandled(const Answer& answer) { return answer.text.find("-1708") == std::string::npos; }
 
-// Values that the example device monitor takes, by the parameters' names.
+// Returns a value that the example device monitor accepts for a parameter.
 std::string ValueOf(const EventParameter& parameter) {
   static const std::map<std::string, std::string> values = {
       {"device", "1"},          {"key", "name"},  {"value", "text=Desk"}, {"bus", "USB"},
@@ -75,7 +75,7 @@ class Running {
   ChildProcess child;
 };
 
-// Each described request is handled, and none that the protocol has is missing.
+// Each described request is handled, and each request of the protocol is described.
 void ExpectComplete(const std::string& port, const std::vector<EventDescription>& events,
                     const std::vector<std::pair<AEEventClass, AEEventID>>& protocol) {
   std::set<std::pair<std::string, std::string>> described;
@@ -137,7 +137,7 @@ TEST(Descriptions, OfTheDeviceMonitorNameEveryRequestParameterAndReply) {
     }
     for (const char c : whole.text) lines += c == '\n';
     EXPECT_EQ(event.reply.size(), lines) << whole.text;
-    // Each required parameter is missed. The optional ones of a bus belong to that bus.
+    // The request fails without any of its required parameters.
     for (size_t i = 0; i < all.size(); ++i) {
       if (event.parameters[i].isOptional) continue;
       std::vector<std::string> others = all;

@@ -16,8 +16,8 @@
 #include "tests/tools/verbs/verb_runner.h"
 #include "tools/values/error_names.h"
 
-// A table of verb by outcome: exit status, JSON, and what standard error says. What a file or an
-// application brings about is in the tests of plist, prefs and launch.
+// A table of verb by outcome: exit status, JSON and standard error. Outcomes that depend on a file
+// or an application are in the tests of plist, prefs and launch.
 
 namespace {
 
@@ -69,20 +69,17 @@ std::string OutcomeLine(const std::string& port, const char* outcome, const std:
 constexpr struct {
   const char* number;
   const char* name;
-  int sendStatus;   // of a reply with this error number
-  int otherStatus;  // of a request that a verb makes of its own
-} kReplies[] = {
-    {"-50", "paramErr", 5, 5},
-    {"-31999", nullptr, 5, 5},
-    {"-1708", "errAEEventNotHandled", 5, 5},
-    {"-600", "procNotFound", 5, 3},
-    {"1100", "BOOTSTRAP_NOT_PRIVILEGED", 5, 5},
-    {"-1702", "errAECorruptData", 5, 7},
-    {"-1706", "errAENewerVersion", 5, 7},
-    {"-108", "memFullErr", 5, 7},
-};
+  int sendStatus;   // of `vltctl send` when the reply has this error number
+  int otherStatus;  // of other verbs
+} kReplies[] = {{"-50", "paramErr", 5, 5},
+                {"-31999", nullptr, 5, 5},
+                {"-1708", "errAEEventNotHandled", 5, 5},
+                {"-600", "procNotFound", 5, 3},
+                {"1100", "BOOTSTRAP_NOT_PRIVILEGED", 5, 5},
+                {"-1702", "errAECorruptData", 5, 7},
+                {"-1706", "errAENewerVersion", 5, 7},
+                {"-108", "memFullErr", 5, 7}};
 
-// Of looking a port up and of sending, also those that no process here can bring about.
 TEST(VerbOutcomes, EachFailureOfTheTransportHasItsOwnStatus) {
   const std::pair<OSStatus, int> rows[] = {{noErr, 0},
                                            {BOOTSTRAP_UNKNOWN_SERVICE, 3},
@@ -103,8 +100,7 @@ TEST(VerbOutcomes, AnErrorReplyGivesTheStatusOfItsNumber) {
   const std::string start = UniquePortName();
   std::vector<std::string> ports;
   for (const auto& row : kReplies) ports.insert(ports.end(), {start + row.number, row.number});
-  TestProcess server("Behaving", ports);
-  ASSERT_TRUE(server.WaitReady(20s));
+  ReadyProcess server("Behaving", ports);
   for (const auto& row : kReplies) {
     SCOPED_TRACE(row.number);
     const std::string port = start + row.number;
@@ -121,12 +117,11 @@ TEST(VerbOutcomes, QuitSucceedsHoweverThePortGoes) {
   const std::string start = UniquePortName();
   const std::string leaves = start + "a", changes = start + "b", stays = start + "c";
   const std::string dies = start + "d";
-  TestProcess server("Behaving",
-                     {leaves, "leaves", changes, "changes", stays, "stays", dies, "dies"});
-  ASSERT_TRUE(server.WaitReady(20s));
+  ReadyProcess server("Behaving",
+                      {leaves, "leaves", changes, "changes", stays, "stays", dies, "dies"});
   const std::vector<VerbRun> runs = {
       {{leaves, "--json"}, 0, OutcomeLine(leaves, "quit", "null"), ""},
-      // Somebody else has the name by the time of the first look.
+      // Another process owns the name by the time of the first look-up.
       {{changes, "--json", "--timeout", "5"}, 0, OutcomeLine(changes, "quit", "null"), ""},
       {{stays, "--json", "--timeout", "0.1"}, 4, OutcomeLine(stays, "stillRunning", "null"), stays},
       {{stays, "--timeout=0.1"}, 4, "", stays + ": did not end"},
@@ -138,8 +133,7 @@ TEST(VerbOutcomes, QuitSucceedsHoweverThePortGoes) {
   };
   ExpectRuns({"quit"}, runs);
   const std::string hangs = start + "e", timeout = Error("-1712", "errAETimeout");
-  TestProcess silent("Behaving", {hangs, "hangs"});
-  ASSERT_TRUE(silent.WaitReady(20s));
+  ReadyProcess silent("Behaving", {hangs, "hangs"});
   ExpectRuns({"quit"}, {{{hangs, "--timeout=0.2", "--json"},
                          4,
                          OutcomeLine(hangs, "failed", timeout),
@@ -177,8 +171,7 @@ TEST(VerbOutcomes, StatusAndStartTellWhetherTheSessionDaemonRuns) {
   ExpectStart({"status", "com.veltrane.vltsessiond"}, 3, "",
               {"looked in ", "(from XDG_RUNTIME_DIR"});
   {
-    TestProcess daemon("Behaving", {port, "stays"});
-    ASSERT_TRUE(daemon.WaitReady(20s));
+    ReadyProcess daemon("Behaving", {port, "stays"});
     const std::string pid = std::to_string(daemon.Pid());
     ExpectStart({"status"}, 0, port + " is running\nprocess      " + pid + "\n",
                 {"descriptors  ", "connections  0\n", "memory ", "ports        " + port});
@@ -189,7 +182,7 @@ TEST(VerbOutcomes, StatusAndStartTellWhetherTheSessionDaemonRuns) {
         {{"start", "--json"}, 0, OutcomeLine(port, "alreadyRunning", "null"), port},
     };
     ExpectRuns({}, running);
-    // Somebody else's name that is nearly the right one.
+    // A mistyped name.
     ExpectStart({"send", "com.veltrane.vltsesiond.1.1", "test", "test"}, 3, "",
                 {"did you mean " + port + "?", "which has 1 name"});
     ExpectStart({"send", "VLTSESSIOND", "test", "test"}, 3, "", {"did you mean " + port + "?"});
@@ -234,12 +227,10 @@ TEST(VerbOutcomes, DeviceVerbsGiveTheStatusOfTheMonitorsReply) {
   for (const auto& row : kReplies) {
     if (row.otherStatus == 3) continue;
     SCOPED_TRACE(row.number);
-    TestProcess server("Behaving", {monitor, row.number});
-    ASSERT_TRUE(server.WaitReady(20s));
+    ReadyProcess server("Behaving", {monitor, row.number});
     expect(row.otherStatus, Error(row.number, row.name), row.number);
   }
-  TestProcess server("Behaving", {monitor, "dies"});
-  ASSERT_TRUE(server.WaitReady(20s));
+  ReadyProcess server("Behaving", {monitor, "dies"});
   ExpectRuns({}, {{{"device", "7", "get", "k"}, 6, "", "-609"}});
 }
 

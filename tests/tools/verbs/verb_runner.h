@@ -10,7 +10,7 @@
 
 // The command-line tool as people and scripts meet it, for programs that know its VLTCTL_PROGRAM.
 
-// Runs a verb (empty: none) with its words to the end.
+// Runs a verb (none if empty) with its arguments to its end.
 inline ProgramResult RunVerb(const std::vector<std::string>& verb,
                              const std::vector<std::string>& words,
                              const std::map<std::string, std::string>& environment = {}) {
@@ -20,12 +20,12 @@ inline ProgramResult RunVerb(const std::vector<std::string>& verb,
   return RunProgram(all, 60s, environment);
 }
 
-// One run and what is to come of it.
+// One run and its expected outcome.
 struct VerbRun {
   std::vector<std::string> words;
   int status;
   std::string output;
-  std::string errors;  // a part of what is said; empty: nothing is said
+  std::string errors;  // a part of standard error; if empty, nothing is printed there
 };
 
 inline void ExpectRuns(const std::vector<std::string>& verb, const std::vector<VerbRun>& runs) {

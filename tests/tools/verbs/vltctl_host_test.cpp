@@ -10,11 +10,11 @@
 #include "tests/support/test_process.h"
 #include "tests/tools/verbs/verb_runner.h"
 
-// What the tool tells about processes and the session.
+// The verbs that show processes and the session.
 
 namespace {
 
-// The line of the output that has `text` in it; "" for none.
+// Returns the first line of the output that contains `text`, or "".
 std::string LineWith(const std::string& output, const std::string& text) {
   std::istringstream lines(output);
   for (std::string line; std::getline(lines, line);) {

@@ -14,7 +14,6 @@
 namespace {
 
 TEST(VltctlLaunch, EachOutcomeHasItsStatusTextAndJson) {
-  OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
   const std::string port = UniquePortName();
   const std::string path =
@@ -37,7 +36,7 @@ TEST(VltctlLaunch, EachOutcomeHasItsStatusTextAndJson) {
       {{"It  ", "--port", port}, 0, "signature", "alreadyRunning", "", true},
       {{"'It  '", "--port", "test.nobody", "--wait", "0.1"}, 4, "signature", "noPort", "in time"},
       {{"Ends", "--port", "test.nobody"}, 6, "signature", "ended", "ended with exit status 1"},
-      // Its event loop's own port is not one to wait for, and without --wait none is missed.
+      // The port of its event loop does not count, and without --wait no port is expected.
       {{"com.test.loop"}, 0, "identifier", "started", ""},
       {{"com.test.loop", "--wait", "0.1"}, 4, "identifier", "noPort", "in time"},
   };
@@ -72,7 +71,6 @@ TEST(VltctlLaunch, EachOutcomeHasItsStatusTextAndJson) {
 }
 
 TEST(VltctlLaunch, WaitsTenSecondsForAPortThatWasNamed) {
-  OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
   const std::string first = UniquePortName(), second = UniquePortName();
   const std::string path = apps.AddBundle(
@@ -90,7 +88,6 @@ TEST(VltctlLaunch, WaitsTenSecondsForAPortThatWasNamed) {
 }
 
 TEST(VltctlLaunch, SaysThatAnotherProcessOpensTheApplication) {
-  OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
   const std::string path =
       apps.AddBundle("It.app", {"com.test.it", "It  ", "APPL", "program", "2.1"}, "exit 0\n");
@@ -102,7 +99,6 @@ TEST(VltctlLaunch, SaysThatAnotherProcessOpensTheApplication) {
 }
 
 TEST(VltctlLaunch, ExplainShowsTheResultOfEachWay) {
-  OpenDescriptorCheck noLeaks;
   LaunchedApplications apps;
   apps.AddBundle("It.app", {"com.test.it", "It  ", "APPL", "program", "2.1"}, "exit 0\n");
   const std::tuple<const char*, int, std::vector<const char*>> rows[] = {
