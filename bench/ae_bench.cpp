@@ -9,7 +9,7 @@
 #include "platform/host/events/event.h"
 #include "platform/host/events/storage.h"
 
-// What a request and its reply cost apart from the kernel: building, flattening, decoding and
+// Measures a request and its reply apart from the kernel: building, flattening, decoding and
 // reading, in one thread.
 
 namespace {
@@ -17,7 +17,7 @@ namespace {
 constexpr AEKeyword kDataKey = FourCC('d', 'a', 't', 'a');
 constexpr size_t kBlockSize = size_t{64} << 10;
 
-// Receives frames as a connection does: many behind one another in one block.
+// Receives frames like a connection: many one after another in one block.
 class Receiver {
  public:
   AppleEvent Decode(HostGather& frame) {
@@ -53,7 +53,7 @@ AppleEvent MakeRequest(UInt32 port, const std::vector<UInt8>& data) {
   return event;
 }
 
-// The server's part: reads three attributes and the data, and answers with a number.
+// The server's part: reads three attributes and the data, and replies with a number.
 AppleEvent Answer(AppleEvent& request, std::vector<UInt8>& buffer) {
   UInt32 eventClass = 0;
   UInt32 eventID = 0;

@@ -15,7 +15,7 @@
 #include "examples/device_monitor/device_service.h"
 #include "launch/launch_spec.h"
 
-// What a request costs a client of the two monitors, which looks its daemon up twice on the way,
+// Measures a request by a client of a daemon, which looks the daemon up twice on the way,
 // beside the bare socket and a plain event to a port. The rows take turns within each round.
 
 namespace {
@@ -27,7 +27,7 @@ class MonitorClient : public IpcClient {
  public:
   bool Connect() override { return true; }
 
-  // The value is what was stored at the first time; the answer is the value.
+  // The value is the one stored in the first run; the reply is the value.
   bool Request(const Bytes& payload, Bytes* answer) override {
     const auto size = static_cast<SInt32>(payload.size());
     if (!isStored) {

@@ -16,14 +16,14 @@
 #include "bench/ipc_report.h"
 #include "util/file_utils.h"
 
-// What records of files and the process list cost, in one thread, beside the system calls that
-// anybody needs for the same answers. The rows take turns within each round; the time is the
+// Measures file specs and the process list, in one thread, beside the system calls that any program
+// needs for the same results. The rows take turns within each round; the time is the
 // processor's.
 //
 //   realpath    resolves a path with seven components, or with three (short-path).
 //   there-back  the same path to an FSSpec and the FSSpec to its path.
 //   bare        reads /proc: the folder, and each own process's stat and exe.
-//   pass        FindPSN over all processes, for a signature that none has.
+//   pass        FindPSN over all processes, for a signature that no process has.
 
 namespace {
 
@@ -78,7 +78,7 @@ struct PathRows {
   std::string shortPath;
 };
 
-// The least that tells which of our processes run which programs.
+// The fewest calls that show which program each process of this user runs.
 void ReadProcBare() {
   DIR* directory = opendir("/proc");
   if (directory == nullptr) Fail("no /proc");

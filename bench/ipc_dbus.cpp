@@ -5,7 +5,7 @@
 #include "bench/ipc_dbus_daemon.h"
 #include "bench/ipc_transport.h"
 
-// What a user would pick instead: method calls through a message bus. The data is an array of
+// The alternative: method calls through a message bus. The data is an array of
 // bytes, which the library lends to its reader without a copy.
 
 namespace {
@@ -30,7 +30,7 @@ Bus ConnectTo(const std::string& address) {
   if (err >= 0) err = sd_bus_set_bus_client(raw, 1);
   if (err >= 0) err = sd_bus_start(raw);
   const char* name = nullptr;
-  if (err >= 0) err = sd_bus_get_unique_name(raw, &name);  // waits until the bus has greeted us
+  if (err >= 0) err = sd_bus_get_unique_name(raw, &name);  // waits for the greeting of the bus
   return err >= 0 ? std::move(bus) : nullptr;
 }
 

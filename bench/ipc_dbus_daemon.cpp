@@ -62,7 +62,7 @@ bool IpcDBusDaemon::Start(const IpcProcessors& processors) {
                    ends[1], errors);
   close(ends[1]);
   if (errors >= 0) close(errors);
-  // It says its address when it listens; an end of file means that it gave up.
+  // It prints its address when it listens; an end of file means that it gave up.
   char first = 0;
   const bool listens =
       started && IpcWaitReadable(ends[0], kStartMs) && read(ends[0], &first, 1) == 1;

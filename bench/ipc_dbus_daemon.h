@@ -5,7 +5,7 @@
 #include "bench/ipc_process.h"
 
 // A message bus for these measurements alone: the reference implementation with a configuration
-// and a socket in a temporary folder of ours, where also descriptions of services that it is to
+// and a socket in a temporary folder, where also descriptions of services that it is to
 // start may lie. The object owns the process.
 class IpcDBusDaemon {
  public:

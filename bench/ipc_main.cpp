@@ -13,7 +13,7 @@
 #include "bench/ipc_system.h"
 #include "bench/session_folder.h"
 
-// What talking between processes costs here, beside the bare socket and a message bus. The rows
+// Measures communication between processes, beside the bare socket and a message bus. The rows
 // take turns within each round, so that what else the machine does hits all of them.
 
 namespace {
@@ -118,7 +118,7 @@ class Bench {
 
   void RunFigure(const Figure& figure, const IpcPlacement& placement) {
     const std::string metric = std::string(figure.name) + "-" + placement.name;
-    // What two processes make of free choice differs from run to run.
+    // Without pinning the result differs from run to run.
     if (placement.IsFree() && figure.work.clients == 1) return;
     for (const auto& transport : transports) {
       if (!IsWanted(metric)) continue;
@@ -147,7 +147,7 @@ class Bench {
     if (&figure == &kFigures[0]) {
       report.Add(row, "first-" + metric + "-us", meeting.FirstNanoseconds() / 1e3);
     }
-    if (!meeting.MeasureCount(1, &nanoseconds)) return false;  // behind it, the start is over
+    if (!meeting.MeasureCount(1, &nanoseconds)) return false;  // completes the start
     const int64_t before = Switches(meeting.ServingPids());
     if (!meeting.Measure(options.budget, &nanoseconds) || nanoseconds <= 0) return false;
     const int64_t after = Switches(meeting.ServingPids());
@@ -193,7 +193,7 @@ class Bench {
     IpcProgram program;
   };
 
-  // A bus that is measured has its own folder: the transport's bus lives in ours.
+  // A bus that is measured has its own folder; the transport's bus is in this session's.
   std::string SystemFolder() const {
     std::string path = folder + "/system";
     mkdir(path.c_str(), 0700);

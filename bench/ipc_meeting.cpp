@@ -7,7 +7,7 @@
 
 namespace {
 
-// What the first number of a command asks of a client.
+// The first number of a command to a client.
 enum Command { kForTime, kForCount, kForWindow, kLatency, kFlood, kLeave };
 
 constexpr int kWindowLeadMs = 50;              // for all clients to be at work
@@ -97,7 +97,7 @@ class Worker {
     return done;
   }
 
-  // The warm-up, in growing steps, also tells how many make up the time to measure.
+  // The warm-up, in growing steps, also gives the number of requests for the time to measure.
   bool MeasureTime(double warmUpMs, double measureMs, double* nanoseconds) {
     double each = 1;
     const double warmUp = warmUpMs * kHostMillisecond;

@@ -40,7 +40,7 @@ class IpcMeeting {
   bool Measure(const IpcBudget& budget, double* nanoseconds);
   bool MeasureCount(uint64_t count, double* nanoseconds);
 
-  // All clients send requests; each one's number of answers within `windowMs`.
+  // All clients send requests. Gives each client's number of replies within `windowMs`.
   bool MeasureAll(int windowMs, std::vector<double>* answers);
 
   // All clients but the first send a request every few milliseconds; the median of their 99th

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-// What the kernel says about one process, now.
+// The kernel's information about one process at this moment.
 struct IpcProcSnapshot {
   int64_t wakeUps = 0;   // voluntary context switches: each is a wait that ended
   int64_t switches = 0;  // all: one that is kept busy is pushed aside before it waits
@@ -15,5 +15,5 @@ struct IpcProcSnapshot {
   int64_t descriptors = 0;
 };
 
-// False when there is no such process or it is not ours to look at.
+// Returns false if there is no such process or this user may not read it.
 bool IpcReadProcess(pid_t pid, IpcProcSnapshot* snapshot);

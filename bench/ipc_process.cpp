@@ -99,14 +99,14 @@ bool IpcProcess::Prepare() {
       mmap(nullptr, sizeof *execTime, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (page == MAP_FAILED) return false;
   execTime = new (page) int64_t(0);
-  fflush(nullptr);  // what is buffered is printed once, by us
+  fflush(nullptr);  // so that the child does not print buffered text again
   return true;
 }
 
 void IpcProcess::EnterChild(pid_t parent, const IpcProcessors& processors) {
   SetSignals(SIG_DFL);
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (getppid() != parent) _exit(126);  // it was gone before we asked to be told
+  if (getppid() != parent) _exit(126);  // it ended before the signal was requested
   if (!IpcPin(0, processors)) _exit(126);
 }
 

@@ -28,7 +28,7 @@ class IpcChannel {
 
   // False when the other side has gone.
   bool Tell(const std::vector<double>& numbers);
-  // False when the other side has gone or said nothing in time, or when we are to end.
+  // Returns false if the other side is gone or silent too long, or if this process is to end.
   bool Hear(std::vector<double>* numbers, int patienceMs = kPatienceMs);
 
  private:

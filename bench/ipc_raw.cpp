@@ -53,7 +53,7 @@ bool ReceiveAll(int descriptor, uint8_t* bytes, size_t size) {
   return true;
 }
 
-// One lock on a file stands for the name, as the cheapest query that no process answers.
+// A lock on a file replaces the name, as the cheapest query that needs no other process.
 bool LockName(const std::string& path) {
   const int descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   struct flock lock = {};

@@ -10,7 +10,7 @@ class IpcReport {
   // others are compared with.
   void Add(const std::string& row, const std::string& metric, double value);
 
-  // For counts where a ratio says nothing.
+  // For counts without a meaningful ratio.
   void AddIncomparable(const std::string& row, const std::string& metric, double value);
 
   // Markdown: median, least and greatest of each row's values, and the median of the ratios to the

@@ -21,7 +21,7 @@ constexpr int kStartMs = 10'000;
 constexpr int kSettleStepMs = 50;
 constexpr int kSettleSteps = 100;
 
-// A program that starts, and ends when it is told to. Used in a process of its own, for the session
+// A program that starts, and ends on request. Used in a process of its own, for the session
 // daemon is watched through the library.
 class Subject {
  public:
@@ -144,7 +144,7 @@ bool Settle(pid_t pid, IpcProcSnapshot* now) {
   return false;
 }
 
-// Runs `body` with a subject in a process of its own; `answer` is what it tells.
+// Runs `body` with a subject in a process of its own; `answer` is its report.
 bool WithSubject(IpcProgram program, const IpcPlacement& placement, const std::string& folder,
                  const std::function<bool(Subject&, IpcChannel&)>& body,
                  std::vector<double>* answer) {

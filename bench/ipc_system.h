@@ -4,12 +4,12 @@
 
 #include "bench/ipc_meeting.h"
 
-// What a running daemon costs: its start, and its rest.
+// Measures the start of a daemon and its rest.
 
 enum class IpcProgram {
   kEmpty,          // a C++ program with nothing in main; it has started when it has ended
   kSessionDaemon,  // has started when its port can be looked up
-  kDBusDaemon,     // has started when it says its address
+  kDBusDaemon,     // has started when it prints its address
 };
 
 // From the exec until the program has started, in microseconds. `folder` is for temporary files.

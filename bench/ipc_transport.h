@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-// What is measured: one way for two processes to talk. Each row of the results is one transport.
+// A transport is one way for two processes to communicate, and one row of the results.
 
 enum class IpcKind {
   kRequest,  // the payload goes there, a small number comes back
@@ -32,8 +32,8 @@ class IpcClient {
   virtual ~IpcClient() = default;
   virtual bool Connect() = 0;
 
-  // Sends the payload and waits. kRequest: true when the server says that it read as many bytes.
-  // kEcho: `answer` (as large as the payload) gets what came back.
+  // Sends the payload and waits. kRequest: returns true if the server reports that it read as many
+  // bytes. kEcho: `answer` (as large as the payload) gets the reply.
   virtual bool Request(const Bytes& payload, Bytes* answer) = 0;
 
   virtual bool Post(const Bytes& payload) = 0;

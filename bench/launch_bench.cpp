@@ -48,7 +48,7 @@ bool WaitUntil(const std::function<bool()>& condition) {
   return true;
 }
 
-// The session daemon knows no event but the quit event, and says so: an answer like another.
+// The session daemon handles only the quit event. Its error reply to others counts as a reply.
 OSStatus Ask(UInt32 eventClass, UInt32 eventID) {
   VLTPortDestinationAddress address(gSessionMonitorLaunchSpec.portName);
   VLTPortAppleEvent event(eventClass, eventID, kAEWaitReply, &address, kAutoGenerateReturnID,
@@ -107,7 +107,7 @@ int AnswerCall(sd_bus_message* call, void* stopped, sd_bus_error*) {
   return sd_bus_reply_method_return(call, "i", static_cast<int32_t>(getpid()));
 }
 
-// What the bus starts: as little as a service can be.
+// The smallest service that the bus can start.
 int RunService() {
   sd_bus* bus = nullptr;
   bool stopped = false;

@@ -15,7 +15,7 @@
 #include "bench/ipc_report.h"
 #include "platform/host/events/codec.h"
 
-// What ten scalar parameters cost, in one thread, beside the same ten values in a message of
+// Measures ten scalar parameters, in one thread, beside the same ten values in a message of
 // sd-bus. The rows take turns within each round; the time is the processor's.
 //
 // Within memory:
@@ -152,7 +152,7 @@ class OurRows {
  private:
   static constexpr size_t kBlockSize = size_t{64} << 10;
 
-  // As between two processes; frames lie one behind the other in the receiver's block.
+  // As between two processes; the receiver's block has frames one after another.
   AppleEvent Transfer(const AppleEvent& event) {
     frame.Clear();
     if (HostFlattenEvent(&event, frame) != 0) Fail("not flattened");
@@ -282,7 +282,7 @@ class SdBusRow {
   uint32_t serial = 0;
 };
 
-// Of this thread's processor time: one thread does it all, and others' work does not count.
+// This thread's processor time, so that other threads do not count.
 double ProcessorNanoseconds() {
   timespec time = {};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);

@@ -245,7 +245,7 @@ void PeerWrite(plist_t list, bool asBinary) {
 }
 #endif
 
-// In a process of its own, so that no row works in the heap that another one has left behind; and
+// In a process of its own, so that no row uses the heap of an earlier one; and
 // once before it counts. Small files are done many times.
 double TimeApart(const Row& row, int repeats) {
   int ends[2];

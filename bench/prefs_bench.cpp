@@ -14,11 +14,11 @@
 #include "bench/ipc_report.h"
 #include "plist/preferences.h"
 
-// What preferences cost. Rows take turns within each round, so the ratios compare what was measured
+// Measures preferences. Rows take turns within each round, so the ratios compare what was measured
 // right after each other.
 //
 //   read    one value of a file of 100 keys that has not changed, microseconds. bare is the stat
-//           that tells so.
+//           that shows it.
 //   commit  one changed key of that file, microseconds. bare writes as many bytes beside it, waits
 //           for the disk, renames and waits for the folder.
 

@@ -19,7 +19,7 @@
 #include "bench/ipc_report.h"
 #include "threads/std_mp_run_loop_thread.h"
 
-// What the thread classes cost beside the bare primitives under them. Rows take turns within each
+// Measures the thread classes beside the bare primitives below them. Rows take turns within each
 // round, so the ratios compare what was measured right after each other.
 //
 //   call    a function run on another thread and waited for, microseconds: bare is a mutex, a
@@ -27,7 +27,7 @@
 //           event loop must.
 //   queue   posting and taking triples, millions a second: alone on one thread, and from one
 //           thread to another. bare is a mutex, a condition and a deque.
-//   pairs   100,000 times start and stop, microseconds each, and what they leave behind.
+//   pairs   100,000 times start and stop, microseconds each, and the memory that stays.
 
 namespace {
 
@@ -212,7 +212,7 @@ void MeasureQueue(IpcReport& report, const char* row) {
   report.Add(row, "queue, across threads, millions/s", kMessages / across / 1e6);
 }
 
-// KiB; 0 when the system does not tell.
+// KiB; 0 if unknown.
 double ResidentKiB() {
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);) {
@@ -239,7 +239,7 @@ void StartAndStop(VLTStdMPRunLoopThread& thread, int pairs) {
   }
 }
 
-// What a bare thread with a descriptor of its own costs, started and joined.
+// Measures a bare thread with a file descriptor of its own, started and joined.
 void StartAndJoin(int pairs) {
   for (int i = 0; i < pairs; i++) {
     std::thread([] { close(eventfd(0, EFD_CLOEXEC)); }).join();
