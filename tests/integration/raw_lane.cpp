@@ -15,11 +15,11 @@
 
 #include "platform/host/base/clock.h"
 #include "platform/host/wire/frame.h"
+#include "tests/support/passed_descriptors.h"
 
 namespace {
 
 constexpr int kAnswerLimit = 20'000;  // ms
-constexpr size_t kMostPassed = 8;
 
 // Reads one frame header and its file descriptors. Returns false if it is not an acceptance.
 bool ReadAcceptance(int socket, int descriptors[2]) {
@@ -69,25 +69,11 @@ RawOffer RawOffer::Make() {
 bool RawOffer::SendOn(int socket, size_t count) const {
   HostFrameHeader header;
   header.kind = HostFrameKind::kLaneOffer;
-  uint8_t bytes[kHostFrameHeaderSize];
-  HostEncodeFrameHeader(header, bytes);
-  iovec piece = {bytes, sizeof bytes};
-  int passed[kMostPassed];
-  for (size_t i = 0; i < kMostPassed; i++) passed[i] = i == 0 ? file : bell;
-  alignas(cmsghdr) char control[CMSG_SPACE(sizeof passed)] = {};
-  msghdr message = {};
-  message.msg_iov = &piece;
-  message.msg_iovlen = 1;
-  if (count > 0) {
-    message.msg_control = control;
-    message.msg_controllen = CMSG_SPACE(count * sizeof(int));
-    cmsghdr* const rights = CMSG_FIRSTHDR(&message);
-    rights->cmsg_level = SOL_SOCKET;
-    rights->cmsg_type = SCM_RIGHTS;
-    rights->cmsg_len = CMSG_LEN(count * sizeof(int));
-    std::memcpy(CMSG_DATA(rights), passed, count * sizeof(int));
-  }
-  return sendmsg(socket, &message, MSG_NOSIGNAL) == static_cast<ssize_t>(sizeof bytes);
+  char bytes[kHostFrameHeaderSize];
+  HostEncodeFrameHeader(header, reinterpret_cast<uint8_t*>(bytes));
+  std::vector<int> passed(count, bell);
+  if (count > 0) passed[0] = file;
+  return SendPassing(socket, {bytes, sizeof bytes}, passed) == ssize_t{sizeof bytes};
 }
 
 std::unique_ptr<RawLane> RawLane::On(int socket) {

@@ -20,6 +20,7 @@
 #include "platform/host/session/name_registry.h"
 #include "platform/host/session/port_address.h"
 #include "platform/host/session/session_directory.h"
+#include "tests/support/passed_descriptors.h"
 
 namespace {
 
@@ -95,20 +96,7 @@ void RawPeer::WriteAtOnce(const std::string& bytes) {
 }
 
 bool RawPeer::WriteWithDescriptor(const std::string& bytes, int passed) {
-  std::string copy = bytes;
-  iovec piece = {copy.data(), copy.size()};
-  alignas(cmsghdr) char control[CMSG_SPACE(sizeof passed)] = {};
-  msghdr message = {};
-  message.msg_iov = &piece;
-  message.msg_iovlen = 1;
-  message.msg_control = control;
-  message.msg_controllen = sizeof control;
-  cmsghdr* const rights = CMSG_FIRSTHDR(&message);
-  rights->cmsg_level = SOL_SOCKET;
-  rights->cmsg_type = SCM_RIGHTS;
-  rights->cmsg_len = CMSG_LEN(sizeof passed);
-  std::memcpy(CMSG_DATA(rights), &passed, sizeof passed);
-  return sendmsg(fd, &message, MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+  return SendPassing(fd, bytes, {passed}) == static_cast<ssize_t>(bytes.size());
 }
 
 bool RawPeer::WaitTaken(std::chrono::milliseconds limit) {

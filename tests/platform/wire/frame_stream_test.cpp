@@ -9,7 +9,10 @@
 
 #include <algorithm>
 #include <string>
+#include <string_view>
 #include <vector>
+
+#include "tests/support/passed_descriptors.h"
 
 namespace {
 
@@ -151,21 +154,9 @@ struct Pipe {
 };
 
 void WritePassing(int fd, const Bytes& bytes, Pipe& pipe, size_t count) {
-  Bytes copy = bytes;
-  iovec piece = {copy.data(), copy.size()};
-  const int passed[2] = {pipe.ends[1], pipe.ends[1]};
-  alignas(cmsghdr) char control[CMSG_SPACE(sizeof passed)] = {};
-  msghdr message = {};
-  message.msg_iov = &piece;
-  message.msg_iovlen = 1;
-  message.msg_control = control;
-  message.msg_controllen = CMSG_SPACE(count * sizeof(int));
-  cmsghdr* const rights = CMSG_FIRSTHDR(&message);
-  rights->cmsg_level = SOL_SOCKET;
-  rights->cmsg_type = SCM_RIGHTS;
-  rights->cmsg_len = CMSG_LEN(count * sizeof(int));
-  memcpy(CMSG_DATA(rights), passed, count * sizeof(int));
-  ASSERT_EQ(static_cast<ssize_t>(copy.size()), sendmsg(fd, &message, 0));
+  const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  ASSERT_EQ(static_cast<ssize_t>(bytes.size()),
+            SendPassing(fd, text, std::vector<int>(count, pipe.ends[1])));
   close(pipe.ends[1]);
 }
 
