@@ -172,6 +172,7 @@ TEST_ROLE(QuittingDaemon) {
   char option[] = "-q";
   char* words[] = {name, option, nullptr};
   signal(SIGUSR2, [](int) { DisarmAllocationFailure(); });
+  role.SignalReady();
   ArmAsTold(role);
   try {
     ParseSessionDaemonOptions(2, words);
@@ -209,6 +210,7 @@ struct ProgramSweep {
 // any server after an event without a reply: it gets the memory back and another quit event.
 std::optional<int> WaitForEnd(const ProgramSweep& sweep, TestProcess& program, Outcomes& outcomes) {
   if (sweep.mayNeedQuit) {
+    EXPECT_TRUE(program.WaitReady(20s));  // from here on it bears the signal
     if (const std::optional<int> status = program.Wait(500ms)) return status;
     outcomes[kQuitAgain]++;
     program.Signal(SIGUSR2);

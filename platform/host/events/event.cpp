@@ -231,18 +231,18 @@ void HostSetInteraction(HostAEEvent* event, SInt32 level) {
   event->fields.present |= BitOfKey(keyInteractLevelAttr);
 }
 
-OSStatus HostMakeAnswer(const HostAEEvent& request, UInt32 replyPort, AppleEvent* answer) {
+OSStatus HostMakeReply(const HostAEEvent& request, UInt32 replyPort, AppleEvent* reply) {
   const OSStatus err =
       AECreateAppleEvent(kCoreEventClass, kAEAnswer, nullptr, request.fields.returnID,
-                         request.fields.transactionID, answer);
+                         request.fields.transactionID, reply);
   if (err != 0) return err;
   HostAEEvent* made = nullptr;
-  const OSStatus found = HostFindEvent(answer, &made);
+  const OSStatus found = HostFindEvent(reply, &made);
   assert(found == 0);  // made a moment ago
   (void)found;
   if (replyPort != 0) SetPortAddress(made, replyPort);
   if (made->parameters.ReserveForErrorNumber()) return 0;
-  AEDisposeDesc(answer);
+  AEDisposeDesc(reply);
   return memFullErr;
 }
 
