@@ -15,7 +15,7 @@ struct HostPeer {
 // HostEndpoint is what other processes see of a port: a listening socket and the port names that
 // lead to it. The socket is opened with the first name and lives until Close.
 //
-// Guarded by its receiver's lock, all but PortID, which never changes.
+// Guarded by its receiver's lock, except PortID, which never changes.
 class HostEndpoint {
  public:
   HostEndpoint();

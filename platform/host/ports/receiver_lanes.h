@@ -20,7 +20,7 @@
 // because no client rings then. It has them visited, too, when the doorbell wakes it. Each round of
 // visits begins one lane further than the one before.
 //
-// Guarded by its receiver's lock, all but IsOpen.
+// Guarded by its receiver's lock, except IsOpen.
 class HostReceiverLanes {
  public:
   // Borrows the run loops that watch the receiver.
@@ -32,7 +32,7 @@ class HostReceiverLanes {
 
   // Accepts the offer that `connection` has received and gives it a lane. Returns 0; EBADMSG if
   // what was offered is not a lane; another error number if there can be no lane now. May throw
-  // std::bad_alloc, which leaves everything as it was.
+  // std::bad_alloc; the connection then has no lane.
   int Accept(HostConnection& connection);
   // A connection, with or without a lane, is about to be destroyed.
   void Leave(HostConnection& connection);
