@@ -23,7 +23,8 @@ vlt_add_test(NAME platform_streams_test LABEL unit
   SOURCES objects/data_test.cpp objects/url_stream_test.cpp
   LIBS vlt_platform)
 vlt_add_test(NAME platform_plist_test LABEL unit
-  SOURCES plist/binary_test.cpp plist/calls_test.cpp plist/text_test.cpp plist/xml_test.cpp
+  SOURCES plist/binary_test.cpp plist/calls_test.cpp plist/key_order_test.cpp plist/text_test.cpp
+    plist/xml_test.cpp
   LIBS vlt_platform)
 
 vlt_add_test(NAME frame_stream_test LABEL unit SOURCES wire/frame_stream_test.cpp

@@ -38,6 +38,10 @@ CFPropertyListFormat HostRecognisePlist(const UInt8* bytes, size_t count) {
   if (count >= kMagic.size() && std::memcmp(bytes, kMagic.data(), kMagic.size()) == 0) {
     return kCFPropertyListBinaryFormat_v1_0;
   }
+  // The usual beginnings of files need no closer look.
+  if (count > 1 && bytes[0] == '<' && (bytes[1] == '?' || bytes[1] == '!')) {
+    return kCFPropertyListXMLFormat_v1_0;
+  }
   const std::string text = FirstCharacters(bytes, count);
   if (text.empty() || text[0] != '<') return kCFPropertyListOpenStepFormat;
   // The name of every element has a letter that is not a hexadecimal digit.

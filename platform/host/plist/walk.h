@@ -7,6 +7,7 @@
 
 #include "platform/host/objects/cf_dictionary.h"
 #include "platform/host/objects/cf_string.h"
+#include "platform/host/plist/key_order.h"
 
 // HostPlistWalk visits an object and all that it contains, in the order in which they are written,
 // and checks on the way that it is a property list: only the permitted classes, keys that are
@@ -43,19 +44,12 @@ class HostPlistWalk {
     size_t end;        // indexes there are
     size_t firstPair;  // in `sorted`, of a sorted dictionary
   };
-  struct SortedPair {
-    UInt64 prefix;  // of the key, as a number that compares as the characters do
-    HostPair pair;
-  };
-
-  class KeyOrder;
 
   bool Fail(const char* why);
   bool Enter(const HostCFObject* container);
   bool Visit(const void* item);
   bool NextPair(Frame& frame);
   void FetchAhead(size_t index) const;
-  bool Sort(const HostCFDictionary& dictionary);
 
   const Order order;
   Step step = Step::kLeaf;
@@ -65,5 +59,6 @@ class HostPlistWalk {
   const char* fault = nullptr;
   bool atRoot = true;
   std::vector<Frame> frames;
-  std::vector<SortedPair> sorted;  // of all dictionaries that are open
+  std::vector<const HostPair*> sorted;  // of all dictionaries that are open
+  HostKeyOrder keyOrder;
 };

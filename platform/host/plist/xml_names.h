@@ -30,6 +30,19 @@ enum class HostXMLElement : UInt8 {
 inline constexpr std::string_view kHostXMLNames[] = {
     "key", "true", "real", "data", "date", "dict", "false", "array", "plist", "string", "integer"};
 
+// How nearly all files begin; the first is what the writer writes. (Others mean the same: the
+// reader only has less to do for these.)
+inline constexpr std::string_view kHostXMLHeads[] = {
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<!DOCTYPE plist PUBLIC \"-//Apple Computer//DTD PLIST 1.0//EN\" "
+    "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+    "<plist version=\"1.0\">\n",
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+    "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+    "<plist version=\"1.0\">\n",
+};
+
 inline std::string_view HostXMLNameOf(HostXMLElement element) {
   return kHostXMLNames[static_cast<size_t>(element)];
 }

@@ -30,6 +30,7 @@ class XMLReader : private HostXMLMarkup {
   }
 
   bool ReadEnvelope();
+  bool ReadInsideOfPlist();
   void SkipIndentation();
   bool ReadValue();
   bool ReadElement(const StartTag& tag);
@@ -192,6 +193,11 @@ bool XMLReader::AddData(const StartTag& tag, const Text& text, const UInt8* from
 }
 
 bool XMLReader::ReadEnvelope() {
+  for (const std::string_view usual : kHostXMLHeads) {
+    if (!Follows(usual)) continue;
+    at += usual.size();
+    return ReadInsideOfPlist();
+  }
   if (Follows("<?xml") && Left() > 5 && IsBlank(at[5]) && !ReadDeclaration()) return false;
   if (!SkipMisc(true)) return false;
   if (at == end) return FailAtEnd("a value");
@@ -203,6 +209,11 @@ bool XMLReader::ReadEnvelope() {
     return ReadValue() && SkipMisc();
   }
   if (tag.isEmpty) return Fail(tag.begin, "<plist> has no value in it");
+  return ReadInsideOfPlist();
+}
+
+// From behind <plist> to the end of the file.
+bool XMLReader::ReadInsideOfPlist() {
   if (!SkipMisc()) return false;
   if (Follows("</")) return Fail(at, "<plist> has no value in it");
   if (!ReadValue() || !SkipMisc()) return false;

@@ -13,14 +13,10 @@
 #include "platform/host/plist/characters.h"
 #include "platform/host/plist/output.h"
 #include "platform/host/plist/walk.h"
+#include "platform/host/plist/xml_names.h"
 
 namespace {
 
-constexpr std::string_view kHead =
-    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-    "<!DOCTYPE plist PUBLIC \"-//Apple Computer//DTD PLIST 1.0//EN\" "
-    "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
-    "<plist version=\"1.0\">\n";
 constexpr std::string_view kFoot = "</plist>\n";
 
 // XMLWriter writes the steps of a walk as text. A function that writes text returns false if XML
@@ -289,7 +285,7 @@ void XMLWriter::PutContainer(const HostPlistWalk& walk) {
 }
 
 bool XMLWriter::Write(CFPropertyListRef list, HostPropertyListError* error) {
-  out.Put(kHead);
+  out.Put(kHostXMLHeads[0]);
   HostPlistWalk walk(list, HostPlistWalk::Order::kSorted);
   while (walk.Next() && WriteStep(walk) && out.IsGood()) {
   }
