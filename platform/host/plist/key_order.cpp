@@ -31,6 +31,7 @@ namespace {
 
 constexpr size_t kFew = 16;         // pairs that are placed by counting those before them
 constexpr ptrdiff_t kAhead = 32;    // keys that are fetched from memory meanwhile
+constexpr size_t kMostKept = 4096;  // items for which memory is kept
 constexpr size_t kBatch = 256;      // runs that wait for their next units
 constexpr unsigned kLeastBits = 4;  // of a number that choose the bucket
 constexpr unsigned kMostBits = 10;
@@ -135,22 +136,37 @@ void HostKeyOrder::PlaceFew(const Run& run) {
 // so the strings that are fetched ahead belong to later runs, too.
 void HostKeyOrder::LoadUnloaded() {
   const size_t known = kNumberBytes / (anyWide ? sizeof(UniChar) : 1);
-  size_t nextRun = 0, nextItem = 0;
-  const auto fetchNext = [&] {
-    if (nextRun == unloaded.size()) return;
-    const Run& run = unloaded[nextRun];
-    const auto* key = static_cast<const UInt8*>(list.first[run.items[nextItem].position].key);
+  struct Cursor {
+    const Run* run;
+    size_t item = 0;
+  };
+  Cursor pairs{unloaded.data()}, keys{unloaded.data()};
+  const Run* const end = unloaded.data() + unloaded.size();
+  const auto advance = [end](Cursor& cursor) {
+    if (++cursor.item < cursor.run->count) return;
+    cursor.item = 0;
+    ++cursor.run;
+  };
+  const auto fetchPair = [&] {
+    if (pairs.run == end) return;
+    __builtin_prefetch(&list.first[pairs.run->items[pairs.item].position]);
+    advance(pairs);
+  };
+  const auto fetchKey = [&] {
+    if (keys.run == end) return;
+    const Run& run = *keys.run;
+    const auto* key = static_cast<const UInt8*>(list.first[run.items[keys.item].position].key);
     __builtin_prefetch(key);
     __builtin_prefetch(key + sizeof(HostCFString) + (anyWide ? 2 * run.from : run.from));
-    if (++nextItem < run.count) return;
-    nextItem = 0;
-    ++nextRun;
+    advance(keys);
   };
-  for (size_t i = 0; i < kAhead; ++i) fetchNext();
+  for (size_t i = 0; i < 2 * kAhead; ++i) fetchPair();
+  for (size_t i = 0; i < kAhead; ++i) fetchKey();
   for (Run& run : unloaded) {
     size_t longest = 0;
     for (Item* item = run.items; item < run.items + run.count; ++item) {
-      fetchNext();
+      fetchPair();
+      fetchKey();
       const HostTextView text = TextOf(*item);
       Load(item, text, run.from);
       longest = std::max(longest, text.length);
@@ -300,6 +316,10 @@ bool HostKeyOrder::Sort(HostCFDictionary::PairList pairs, const HostPair** sorte
     const Run run = runs.back();
     runs.pop_back();
     SortRun(run);
+  }
+  if (capacity > kMostKept) {
+    items.reset();
+    capacity = 0;
   }
   return true;
 }
