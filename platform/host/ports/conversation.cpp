@@ -459,6 +459,9 @@ OSStatus Conversation::AwaitReply(uint64_t requestNumber, int64_t deadline, int6
     }
     if (stage == Stage::kInUse) {
       error = ReceiveFromLane();
+      if (error == EAGAIN && inOfLane.PartialBytes() > 0 && lane->AwaitBytes()) {
+        error = ReceiveFromLane();
+      }
       if (error == EAGAIN && (error = WaitOnLane(left)) == 0) error = ReceiveFromLane();
     } else {
       error = ReceiveWithin(left);

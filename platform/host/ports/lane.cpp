@@ -137,6 +137,7 @@ int HostLaneEnd::PutAll(Put put) {
     const int error = put();
     if (out.Publish()) Ring();
     if (error != EAGAIN) return error;
+    if (brief.Wait([this] { return !out.Look() || out.Room() >= kPart; })) continue;
     out.AnnounceWait();
     waitsForRoom = true;
     if (!out.Look()) return EBADMSG;

@@ -3,6 +3,7 @@
 #include <sys/epoll.h>
 #include <sys/types.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +11,7 @@
 #include <span>
 #include <string>
 
+#include "platform/host/base/clock.h"
 #include "platform/host/wire/frame_stream.h"
 #include "platform/host/wire/ring.h"
 
@@ -74,6 +76,37 @@ class HostLaneShare {
   uint32_t generation = 0;
 };
 
+// A wait in the middle of a large frame. The peer is at work on it, too, and if it runs on another
+// processor, its next step takes less time than to sleep and be woken. If it does not run, looking
+// for that step is in vain: after that as many waits are left out as have failed lately, and more.
+// One thread at a time.
+class HostBriefWait {
+ public:
+  // Looks again and again for at most kMost whether `isReady`. Returns the last answer, or false at
+  // once if this wait is left out.
+  template <class Ready>
+  bool Wait(Ready isReady) {
+    if (skipped < toSkip) {
+      ++skipped;
+      return false;
+    }
+    const int64_t end = HostNow() + kMost;
+    bool isGood = false;
+    do isGood = isReady();
+    while (!isGood && HostNow() < end);
+    skipped = 0;
+    toSkip = isGood ? toSkip / 4 : std::min(2 * toSkip + 1, kSkipMost);
+    return isGood;
+  }
+
+ private:
+  static constexpr int64_t kMost = 20'000;  // ns
+  static constexpr uint32_t kSkipMost = 255;
+
+  uint32_t toSkip = 0;
+  uint32_t skipped = 0;
+};
+
 // HostLaneEnd is one end of a lane: a ring in each direction and the eventfd that wakes the peer.
 // Never waits. One thread at a time.
 class HostLaneEnd {
@@ -86,6 +119,12 @@ class HostLaneEnd {
   ssize_t Receive(HostFrameReader& reader);
   // Whether Receive would return something else than EAGAIN.
   bool HasBytes() { return !in.Look() || in.Available() > 0; }
+
+  // For the reader of a frame of which only a part has come: whether the next bytes come within
+  // microseconds.
+  bool AwaitBytes() {
+    return brief.Wait([this] { return HasBytes(); });
+  }
 
   // Both write like HostWritePieces and HostOutQueue::Flush. After EAGAIN the peer rings when there
   // is room.
@@ -109,6 +148,7 @@ class HostLaneEnd {
   int PutAll(Put put);
   void Ring();
 
+  HostBriefWait brief;
   bool waitsForRoom = false;
 };
 

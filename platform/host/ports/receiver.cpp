@@ -47,6 +47,7 @@ constexpr int64_t kRetryAfter = 50 * kHostMillisecond;
 constexpr int64_t kUnreadAge = kHostSecond;  // unread replies this old make a connection silent
 constexpr int64_t kDestroyGrace = kHostSecond;
 constexpr int kReadsPerVisit = 8;  // of a lane, each of as much as its ring holds
+constexpr int kBriefWaits = 16;    // for the rest of a frame, before sockets are looked at
 
 // Counts the reads and connections of all receivers: a larger number is a later sign of life.
 constinit std::atomic<uint64_t> sActivity{0};
@@ -194,7 +195,8 @@ bool HostReceiver::PrepareToSleep(int epollSet) {
   {
     const std::lock_guard<HostMutex> lock(mutex);
     if (IsForeign() || IsDestroyed() || !lanes.IsOpen()) return HasMessages();
-    if (!HasMessages()) lanes.ReportSleep(epollSet);
+    for (int i = 0; i < kBriefWaits && !HasMessages() && lanes.AwaitRest(); i++) VisitLanes();
+    if (!HasMessages() && lanes.IsOpen()) lanes.ReportSleep(epollSet);
     isMoreToCome = VisitLanes() || HasMessages();
     if (isMoreToCome) lanes.RevokeSleep(epollSet);
   }

@@ -77,6 +77,14 @@ HostConnection* HostReceiverLanes::NextVisit() {
   return nullptr;
 }
 
+bool HostReceiverLanes::AwaitRest() {
+  for (HostConnection* connection : all) {
+    const bool mayRead = connection->readsLane && !connection->paused && !connection->ended;
+    if (mayRead && connection->in.PartialBytes() > 0) return connection->lane->AwaitBytes();
+  }
+  return false;
+}
+
 // Sleeping and waking.
 
 void HostReceiverLanes::ReportSleep(int epollSet) {

@@ -42,6 +42,10 @@ class HostReceiverLanes {
   HostConnection* FirstVisit();
   HostConnection* NextVisit();
 
+  // Waits for microseconds at most, if only a part of a frame has come by a lane. Returns whether
+  // more has come.
+  bool AwaitRest();
+
   // A run loop is about to sleep; it does not sleep after all; it has woken.
   void ReportSleep(int epollSet);
   void RevokeSleep(int epollSet);
