@@ -565,4 +565,21 @@ TEST_F(Lanes, ThatAreIdleWakeNobody) {
   });
 }
 
+TEST(BriefWait, EndsAndIsLeftOutMoreOftenTheMoreItWasInVain) {
+  HostBriefWait wait;
+  int looks = 0;
+  const auto isReady = [&looks] { return ++looks, false; };
+  for (int leftOut : {0, 1, 3, 7}) {
+    for (looks = 0; leftOut > 0; leftOut--) EXPECT_FALSE(wait.Wait(isReady));
+    EXPECT_EQ(0, looks);
+    EXPECT_FALSE(wait.Wait(isReady));
+    EXPECT_LT(0, looks);
+  }
+  const auto isReadyAtOnce = [] { return true; };
+  for (int leftOut : {15, 3, 0}) {  // each success makes waits more frequent again
+    for (; leftOut > 0; leftOut--) EXPECT_FALSE(wait.Wait(isReadyAtOnce));
+    EXPECT_TRUE(wait.Wait(isReadyAtOnce));
+  }
+}
+
 }  // namespace

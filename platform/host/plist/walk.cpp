@@ -110,6 +110,7 @@ bool HostPlistWalk::Visit(const void* item) {
   if (index + kStep < end) FetchItems(sorted[index + kStep]->value);
   if (index + 2 * kStep < end) {
     __builtin_prefetch(static_cast<const UInt8*>(sorted[index + 2 * kStep]->value) + 64);
+    __builtin_prefetch(static_cast<const UInt8*>(sorted[index + 2 * kStep]->value) + 128);
   }
   if (index + 3 * kStep < end) {
     __builtin_prefetch(sorted[index + 3 * kStep]->key);

@@ -76,14 +76,13 @@ class HostLaneShare {
   uint32_t generation = 0;
 };
 
-// A wait in the middle of a large frame. The peer is at work on it, too, and if it runs on another
-// processor, its next step takes less time than to sleep and be woken. If it does not run, looking
-// for that step is in vain: after that as many waits are left out as have failed lately, and more.
-// One thread at a time.
+// HostBriefWait is a wait in the middle of a large frame. If the peer runs on another processor,
+// its next step comes sooner than a sleeping thread could be woken. If it does not run, the wait is
+// in vain, so each vain wait leaves out more of the next ones. One thread at a time.
 class HostBriefWait {
  public:
-  // Looks again and again for at most kMost whether `isReady`. Returns the last answer, or false at
-  // once if this wait is left out.
+  // Calls isReady() again and again, for kMost at most, until it returns true. Returns false after
+  // that time, and at once if this wait is left out.
   template <class Ready>
   bool Wait(Ready isReady) {
     if (skipped < toSkip) {
@@ -108,7 +107,7 @@ class HostBriefWait {
 };
 
 // HostLaneEnd is one end of a lane: a ring in each direction and the eventfd that wakes the peer.
-// Never waits. One thread at a time.
+// Waits for microseconds at most, in the middle of a large frame. One thread at a time.
 class HostLaneEnd {
  public:
   HostLaneEnd() = default;
