@@ -30,6 +30,7 @@
 //      new one, because a lock on a removed file excludes no other process.
 //   3. Read the file again and apply this process's changes to it, except under keys whose
 //      values the process could not read before (unread.h). If nothing differs, end here.
+//      So too if the file does not have the values that the changes expect.
 //   4. Write .ID.plist.new with the old file's owner and mode, and sync it.
 //   5. Rename it over the file, and sync the folder.
 //
@@ -63,7 +64,7 @@ struct Target {
 
 // Returns the text of a failure, with errno's reason.
 std::string Failure(const char* what, const std::string& path) {
-  return std::string("preferences ") + path + " not written: " + what + ": " + strerror(errno);
+  return std::string("preferences ") + path + " not written: " + what + ": " + HostErrorText(errno);
 }
 
 // Replaces `*path` by the path that its links lead to. Returns false with errno if that cannot be
@@ -256,14 +257,32 @@ Merged Merge(const HostCFDictionary* old, const HostPreferencesChanges& changes)
   return result;
 }
 
+// For messages: "" if it is too long for them.
+std::string KeyText(CFStringRef key) {
+  char text[256];
+  return CFStringGetCString(key, text, sizeof text, kCFStringEncodingUTF8) ? text : "";
+}
+
 std::string ProblemOf(const Merged& merged, const Target& target) {
   if (merged.left == 0) return "";
-  char key[256];
-  if (!CFStringGetCString(merged.key, key, sizeof key, kCFStringEncodingUTF8)) key[0] = '\0';
   const std::string others =
       merged.left == 1 ? "" : " and " + std::to_string(merged.left - 1) + " more";
-  return "preferences " + target.Path() + ": \"" + key + "\"" + others +
+  return "preferences " + target.Path() + ": \"" + KeyText(merged.key) + "\"" + others +
          " not replaced: the file could not be read when the program asked for the old value";
+}
+
+// Returns a key, borrowed from the changes, under which the file does not have what is expected, or
+// null. `old` may be null.
+CFStringRef UnexpectedKey(const HostCFDictionary* old, const HostPreferencesChanges& changes) {
+  if (!changes.expected) return nullptr;
+  for (const HostPair& pair : changes.expected->Pairs()) {
+    if (pair.key == nullptr) continue;
+    const HostPair* const found = old != nullptr ? old->Find(pair.key) : nullptr;
+    const bool isAsExpected = found == nullptr ? pair.value == &gHostRemovedPreference
+                                               : HostIsSamePreference(found->value, pair.value);
+    if (!isAsExpected) return static_cast<CFStringRef>(pair.key);
+  }
+  return nullptr;
 }
 
 class VectorSink final : public HostPlistSink {
@@ -400,6 +419,10 @@ bool HostCommitPreferences(const HostPreferencesPlace& place, const HostPreferen
     if (content->isMemoryShort) throw std::bad_alloc();
     *problem = content->problem;
     return false;
+  }
+  if (const CFStringRef key = UnexpectedKey(content->values.Get(), changes)) {
+    *problem = "preferences " + target.Path() + ": \"" + KeyText(key) + "\" has another value now";
+    return true;
   }
   const Merged merged = Merge(content->values.Get(), changes);
   std::string left = ProblemOf(merged, target);

@@ -22,6 +22,9 @@ struct HostPreferencesChanges {
   // Keys of `values` that this process could not read before it set them. If the file has another
   // value for one of them, that value stays. Null: there are none.
   HostRetained<HostCFDictionary> unread;
+  // Keys of `values` with what the file must have under them for any change to be made: a value, or
+  // the one above for none. Null: whatever it has.
+  HostRetained<HostCFDictionary> expected;
 };
 
 // Applies `changes`, whose values must not be null, to the content that the file has at that
@@ -29,8 +32,8 @@ struct HostPreferencesChanges {
 // program creates in a user's folder belongs to that user.
 //
 // Returns true and stores the file's new content in `*content`, and in `*problem` "" or, in one
-// line, which changes were not applied. Returns false and stores the reason in `*problem`, in one
-// line: then the old file is there or, if only its folder could not be synced, the new one. A file
-// that cannot be read is never changed.
+// line, which changes were not applied: all, if one value is not as expected. Returns false and
+// stores the reason in `*problem`, in one line: then the old file is there or, if only its folder
+// could not be synced, the new one. A file that cannot be read is never changed.
 bool HostCommitPreferences(const HostPreferencesPlace& place, const HostPreferencesChanges& changes,
                            HostPreferencesContent* content, std::string* problem);

@@ -3,10 +3,12 @@
 #include <string>
 #include <vector>
 
+#include "platform/host/preferences/watch.h"
+
 struct __CFString;
 
-// Tells where preferences come from and why a file is not used. For tools, benchmarks and tests
-// only. Any thread.
+// Tells where preferences come from and why a file is not used, watches their files (watch.h),
+// and changes them depending on what they have. For tools, benchmarks and tests only. Any thread.
 
 // One of the files in which the preferences of an application are searched.
 struct HostPreferencesSource {
@@ -38,3 +40,27 @@ bool HostPreferencesIsUnread(const __CFString* key, const __CFString* applicatio
 // Whether the reason is a lack of memory: another try may succeed.
 bool HostPreferencesLackMemory(const __CFString* application, const __CFString* user,
                                const __CFString* host);
+
+// The new value of a key, and the one that it must have until then; null: none.
+struct HostPreferencesChange {
+  const __CFString* key = nullptr;
+  const void* before = nullptr;
+  const void* after = nullptr;
+};
+
+enum class HostPreferencesCommit {
+  kWritten,
+  kOutdated,  // a key has another value than `before`: nothing was changed
+  kFailed
+};
+
+// Makes all changes or none, and waits for the disk. The values are compared under the file's lock,
+// so no other process's change is overwritten unseen. If they were not written, `*problem` has the
+// reason in one line. Throws std::bad_alloc without memory.
+HostPreferencesCommit HostReplacePreferences(const std::vector<HostPreferencesChange>& changes,
+                                             const __CFString* application, const __CFString* user,
+                                             const __CFString* host, std::string* problem);
+
+// Returns the user's folder for what programs keep from run to run, $XDG_STATE_HOME/veltrane, or ""
+// if there is none.
+std::string HostPreferencesStateFolder();

@@ -81,7 +81,8 @@ const char* Distrust(const HostFileStamp& stamp) {
   if (stamp.owner != 0 && stamp.owner != stamp.reader && !isFolderOwners) {
     return "another user owns it";
   }
-  if ((stamp.mode & kForeignWriters) != 0) return "its group or others may write it";
+  if ((stamp.mode & kForeignWriters) != 0)
+    return "its group or others may write it (chmod go-w makes it usable)";
   if (stamp.size > kHostMaxPreferencesBytes) return "it has more than 64 MiB";
   return nullptr;
 }
@@ -146,7 +147,7 @@ std::string SystemRefusal(int error, HostPreferencesContent* content) {
   content->isPassing = IsPassing(error);
   content->isMemoryShort = error == ENOMEM;
   content->isSettled = false;
-  return strerror(error);
+  return HostErrorText(error);
 }
 
 // Returns the reason of a refusal, or "".
@@ -197,6 +198,12 @@ bool IsSameStep(const HostPlistWalk& a, const HostPlistWalk& b) {
 }
 
 }  // namespace
+
+std::string HostErrorText(int error) {
+  const char* const name = strerrorname_np(error);
+  return std::string(strerror(error)) + " (" + std::to_string(error) +
+         (name != nullptr ? std::string(", ") + name : "") + ")";
+}
 
 HostFileStamp HostStampOfFile(const std::string& path) {
   struct stat info;

@@ -54,6 +54,10 @@ struct HostPreferencesContent {
 // owner is the user for whom a privileged program may read the file.
 HostPreferencesContent HostReadPreferences(const std::string& path, const std::string& name);
 
+// Returns the reason for which the system refused something, for a message: "Permission denied (13,
+// EACCES)".
+std::string HostErrorText(int error);
+
 // Returns whether two values have the same content bit for bit, so that a file with one of them
 // need not be changed to hold the other: 1 is not 1.0, and 0.0 is not -0.0.
 bool HostIsSamePreference(CFTypeRef a, CFTypeRef b);
