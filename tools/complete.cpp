@@ -3,14 +3,13 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <set>
 
 #include "platform/host/applications/introspect.h"
-#include "platform/host/preferences/introspect.h"
 #include "platform/host/session/introspect.h"
 #include "tools/output.h"
 #include "tools/plist/leaf.h"
+#include "tools/preferences/domains.h"
 #include "tools/values/value_types.h"
 #include "tools/verbs/verb.h"
 #include "util/owned_ref.h"
@@ -60,19 +59,11 @@ Candidates Applications() {
   return applications;
 }
 
-// The preferences domains that have a file, of the user or of the machine.
 Candidates Domains() {
-  std::set<std::string> names;
-  for (const HostPreferencesSource& source : HostPreferencesSources(CFSTR("any"), nullptr)) {
-    const auto folder = std::filesystem::path(source.path).parent_path();
-    std::error_code error;
-    for (std::filesystem::directory_iterator file(folder, error), end; !error && file != end;
-         file.increment(error)) {
-      const std::string name = file->path().stem();
-      if (file->path().extension() == ".plist" && name[0] != '.') names.insert(name);
-    }
-  }
-  return Words({names.begin(), names.end()});
+  Candidates domains;
+  std::vector<std::string> ignored;
+  for (const PrefsDomain& domain : ListPrefsDomains(ignored)) domains.push_back({domain.name, ""});
+  return domains;
 }
 
 Candidates Keys(const std::string& domain) {
@@ -148,9 +139,12 @@ Candidates ForArgument(const std::string& name, const std::vector<std::string>& 
   return all;
 }
 
-// The candidates for the value of an option.
-Candidates ForOption(const OptionSpec& option) {
+// The candidates for the value of an option, with the arguments before it.
+Candidates ForOption(const OptionSpec& option, const std::vector<std::string>& before) {
   const std::string kind = option.valueName;
+  if (kind == "PATH") return before.size() >= 2 ? Keys(before[1]) : Candidates();
+  if (kind == "FORMAT") return Words({"xml", "binary", "json"});
+  if (kind == "SIDE") return Words({"ours", "theirs"});
   if (kind == "NAME" || kind == "PORT") return Ports();
   if (kind == "FILE" || kind == "OUT") return {{kFiles, ""}};
   // The types of property lists are in the option's help.
@@ -174,7 +168,7 @@ Candidates ForVerb(const Verb& verb, const std::vector<std::string>& words) {
   for (size_t i = 1; i + 1 < words.size(); ++i) {
     const OptionSpec* option = FindOption(verb, words[i]);
     const bool takesNext = option != nullptr && option->valueName != nullptr;
-    if (takesNext && i + 2 == words.size()) return ForOption(*option);
+    if (takesNext && i + 2 == words.size()) return ForOption(*option, before);
     if (takesNext) ++i;
     if (words[i] == "-" || !IsOption(words[i])) before.push_back(words[i]);
   }

@@ -18,8 +18,13 @@ void Print(std::string_view text) {
   }
 }
 
-int TakeOutputError() {
+bool FlushOutput() {
   if (sError == 0 && std::fflush(stdout) != 0) sError = errno;
+  return sError == 0;
+}
+
+int TakeOutputError() {
+  FlushOutput();
   if (sIsTaken || sError == 0) return 0;
   sIsTaken = true;
   return sError;

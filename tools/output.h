@@ -8,6 +8,9 @@
 // Buffered. Does nothing after a failure.
 void Print(std::string_view text);
 
+// Writes what is buffered. Returns false if that or an earlier output failed.
+bool FlushOutput();
+
 // Writes what is buffered. Returns errno of the first failure since the start, once; 0 when there
 // was none or it has been returned before.
 int TakeOutputError();

@@ -22,6 +22,12 @@ endif()
 vlt_add_test(NAME prefs_verb_test LABEL integration SOURCES verbs/prefs_test.cpp LIBS vlt_platform)
 target_compile_definitions(prefs_verb_test PRIVATE VLTCTL_PROGRAM="$<TARGET_FILE:vltctl>")
 add_dependencies(prefs_verb_test vltctl)
+vlt_add_test(NAME prefs_watch_test LABEL integration NATIVE_ONLY
+  SOURCES verbs/prefs_watch_test.cpp LIBS vlt_platform TIMEOUT 300)
+if(TARGET prefs_watch_test)
+  target_compile_definitions(prefs_watch_test PRIVATE VLTCTL_PROGRAM="$<TARGET_FILE:vltctl>")
+  add_dependencies(prefs_watch_test vltctl)
+endif()
 if(TARGET vlt_failing_allocations)
   vlt_add_test(NAME vltctl_memory_test LABEL unit NATIVE_ONLY
     SOURCES plist/vltctl_memory_test.cpp LIBS vlt_failing_allocations vlt_tools)

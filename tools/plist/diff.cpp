@@ -108,3 +108,11 @@ void DiffPlists(CFTypeRef before, CFTypeRef after,
                 const std::function<void(const PlistDifference&)>& tell) {
   Comparison(tell).Run(before, after);
 }
+
+bool IsSamePlist(CFTypeRef a, CFTypeRef b) {
+  if (a == b) return true;
+  if (a == nullptr || b == nullptr) return false;
+  bool isSame = true;
+  DiffPlists(a, b, [&](const PlistDifference&) { isSame = false; });
+  return isSame;
+}

@@ -18,3 +18,6 @@ struct PlistDifference {
 // One thread.
 void DiffPlists(CFTypeRef before, CFTypeRef after,
                 const std::function<void(const PlistDifference&)>& tell);
+
+// Whether there is no difference. Null, for no value, is equal to null only.
+bool IsSamePlist(CFTypeRef a, CFTypeRef b);

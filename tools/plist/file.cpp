@@ -1,5 +1,7 @@
 #include "tools/plist/file.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -16,22 +18,32 @@ namespace {
 bool Fail(PlistProblem& problem, ExitStatus exit, std::string text) {
   problem.exit = exit;
   problem.text = std::move(text);
+  problem.error = 0;
   return false;
 }
 
-bool FailWithError(PlistProblem& problem, int error) {
+bool FailWithError(PlistProblem& problem, int error, const char* what) {
   const bool isRefused = error == EACCES || error == EPERM || error == EROFS;
   const bool isAbsent = error == ENOENT || error == ENOTDIR;
-  return Fail(problem,
-              isAbsent    ? kExitNotFound
-              : isRefused ? kExitRefused
-                          : kExitGeneral,
-              std::strerror(error));
+  Fail(problem,
+       isAbsent    ? kExitNotFound
+       : isRefused ? kExitRefused
+                   : kExitGeneral,
+       std::string(what) + ErrnoText(error));
+  problem.error = error;
+  return false;
 }
+
+constexpr char kNotRead[] = "cannot be read: ";
+constexpr char kNotWritten[] = "cannot be written: ";
 
 bool ReadAll(FILE* file, std::string& bytes) {
   constexpr size_t kRoom = kHostMaxPlistBytes + 1;
   constexpr size_t kStep = 1 << 16;
+  struct stat info;
+  const bool isSized = fstat(fileno(file), &info) == 0 && S_ISREG(info.st_mode);
+  // One byte more shows the end, and spares a second, larger block.
+  if (isSized) bytes.resize(std::min(static_cast<size_t>(info.st_size) + 1, kRoom));
   size_t count = 0;
   for (size_t got = 1; got > 0 && count < kRoom; count += got) {
     if (count == bytes.size()) bytes.resize(std::min(2 * count + kStep, kRoom));
@@ -77,10 +89,32 @@ const char* FormatName(CFPropertyListFormat format) {
   }
 }
 
+bool FormatNamed(const std::string& name, CFPropertyListFormat& format) {
+  if (name == "xml")
+    format = kCFPropertyListXMLFormat_v1_0;
+  else if (name == "binary")
+    format = kCFPropertyListBinaryFormat_v1_0;
+  else if (name == "json")
+    format = kJsonFormat;
+  else
+    return false;
+  return true;
+}
+
+std::string UnknownFormat(const std::string& name) {
+  return "unknown format " + Quoted(name) + " (xml, binary or json)";
+}
+
+std::string ErrnoText(int error) {
+  const char* const name = strerrorname_np(error);
+  return std::string(std::strerror(error)) + " (" + std::to_string(error) +
+         (name != nullptr ? std::string(", ") + name : "") + ")";
+}
+
 bool ReadPlistFile(const std::string& name, bool orJson, PlistFile& file, PlistProblem& problem) {
   problem.file = name == "-" ? "standard input" : name;
   std::string bytes;
-  if (!ReadBytes(name, bytes)) return FailWithError(problem, errno);
+  if (!ReadBytes(name, bytes)) return FailWithError(problem, errno, kNotRead);
   if (bytes.size() > kHostMaxPlistBytes) return Fail(problem, kExitBadData, "more than 256 MiB");
   file.list = HostReadPropertyList(reinterpret_cast<const UInt8*>(bytes.data()), bytes.size(),
                                    kCFPropertyListMutableContainers, &file.format, &problem.place);
@@ -99,7 +133,7 @@ bool ReadPlistFile(const std::string& name, bool orJson, PlistFile& file, PlistP
     // Both formats may begin like this. Report the one whose reader got further.
     if (orJson && reached >= problem.place.offset) return Fail(problem, kExitBadData, fault);
   }
-  if (problem.place.text == kHostPlistNoMemory) return FailWithError(problem, ENOMEM);
+  if (problem.place.text == kHostPlistNoMemory) return FailWithError(problem, ENOMEM, kNotRead);
   std::string text = problem.place.Sentence();
   if (!problem.place.hint.empty()) text += " (" + problem.place.hint + ")";
   return Fail(problem, kExitBadData, text);
@@ -108,7 +142,9 @@ bool ReadPlistFile(const std::string& name, bool orJson, PlistFile& file, PlistP
 bool PlistBytes(CFTypeRef list, CFPropertyListFormat format, std::string& bytes,
                 PlistProblem& problem) {
   if (format == kJsonFormat) {
-    bytes = JsonText(JsonOfPlist(list)) + "\n";
+    bytes.clear();
+    WritePlistJson(list, [&](std::string_view piece) { bytes += piece; });
+    bytes += '\n';
     return true;
   }
   const OwnedRef<CFWriteStreamRef> stream(
@@ -119,13 +155,13 @@ bool PlistBytes(CFTypeRef list, CFPropertyListFormat format, std::string& bytes,
   const OwnedRef<CFStringRef> why(error);
   if (count == 0) {
     // Either the format cannot hold the list, or the stream could not grow.
-    if (CFPropertyListIsValid(list, format)) return FailWithError(problem, ENOMEM);
+    if (CFPropertyListIsValid(list, format)) return FailWithError(problem, ENOMEM, kNotWritten);
     return Fail(problem, kExitBadData, TextOf(why));
   }
   const OwnedRef<CFTypeRef> written(
       Made(CFWriteStreamCopyProperty(stream, kCFStreamPropertyDataWritten)));
   const auto* data = static_cast<CFDataRef>(static_cast<CFTypeRef>(written));
-  if (CFDataGetLength(data) != count) return FailWithError(problem, ENOMEM);
+  if (CFDataGetLength(data) != count) return FailWithError(problem, ENOMEM, kNotWritten);
   bytes.assign(reinterpret_cast<const char*>(CFDataGetBytePtr(data)),
                static_cast<size_t>(CFDataGetLength(data)));
   return true;
@@ -133,13 +169,18 @@ bool PlistBytes(CFTypeRef list, CFPropertyListFormat format, std::string& bytes,
 
 bool WritePlistFile(const std::string& name, const std::string& bytes, PlistProblem& problem) {
   problem.file = name == "-" ? "standard output" : name;
-  if (name == "-") return WriteOut(bytes) || FailWithError(problem, errno);
+  if (name == "-") {
+    if (WriteOut(bytes)) return true;
+    const int error = errno;
+    FailWithError(problem, error, "");
+    return problem.text = std::strerror(error), false;  // as for all other output
+  }
   const OwnedRef<CFURLRef> url(Made(CFURLCreateFromFileSystemRepresentation(
       kCFAllocatorDefault, reinterpret_cast<const UInt8*>(name.data()),
       static_cast<CFIndex>(name.size()), false)));
-  if (CFURLHasDirectoryPath(url)) return FailWithError(problem, EISDIR);
+  if (CFURLHasDirectoryPath(url)) return FailWithError(problem, EISDIR, kNotWritten);
   VLTFileReplacement replacement(url);
-  if (replacement.Error() != 0) return FailWithError(problem, replacement.Error());
+  if (replacement.Error() != 0) return FailWithError(problem, replacement.Error(), kNotWritten);
   const OwnedRef<CFURLRef> target(Made(replacement.CopyTarget()));
   const OwnedRef<CFWriteStreamRef> stream(
       Made(CFWriteStreamCreateWithFile(kCFAllocatorDefault, target)));
@@ -153,9 +194,10 @@ bool WritePlistFile(const std::string& name, const std::string& bytes, PlistProb
     if (replacement.PutInPlace()) return true;
     // The name led to a folder a moment ago: what is missing now is not what was asked for.
     const int error = errno;
-    return error == ENOENT ? Fail(problem, kExitGeneral, std::strerror(error))
-                           : FailWithError(problem, error);
+    FailWithError(problem, error, kNotWritten);
+    if (error == ENOENT) problem.exit = kExitGeneral;
+    return false;
   }
   const SInt32 error = CFWriteStreamGetError(stream).error;
-  return FailWithError(problem, error != 0 ? error : EIO);
+  return FailWithError(problem, error != 0 ? error : EIO, kNotWritten);
 }

@@ -14,6 +14,12 @@ inline constexpr CFPropertyListFormat kJsonFormat = 1000;  // in addition to the
 
 // "XML", "binary", "text", "JSON".
 const char* FormatName(CFPropertyListFormat format);
+// Reads "xml", "binary" or "json". Returns false, changing nothing, if it is another name.
+bool FormatNamed(const std::string& name, CFPropertyListFormat& format);
+std::string UnknownFormat(const std::string& name);  // the message about that
+
+// The reason for a failed system call: "No such file or directory (2, ENOENT)".
+std::string ErrnoText(int error);
 
 struct PlistFile {
   OwnedRef<CFTypeRef> list;  // mutable containers
@@ -25,6 +31,7 @@ struct PlistProblem {
   ExitStatus exit = kExitOk;
   std::string file;             // the file that was read or written last, as shown to people; or ""
   std::string text;             // one line, without the file's name
+  int error = 0;                // errno, if the system refused something
   HostPropertyListError place;  // of invalid data; its text is "" otherwise
 
   std::string Sentence() const { return file.empty() ? text : file + ": " + text; }

@@ -3,12 +3,19 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <deque>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "tools/plist/leaf.h"
 #include "tools/plist/walk.h"
 
 namespace {
+
+// As for the other forms of files.
+constexpr size_t kMemoryFactor = 8;
+constexpr size_t kFreeMemory = size_t{4} << 20;
 
 JsonValue JsonOfLeaf(CFTypeRef leaf) {
   switch (KindOf(leaf)) {
@@ -31,10 +38,13 @@ JsonValue JsonOfLeaf(CFTypeRef leaf) {
   }
 }
 
-// Reads JSON strictly by its grammar. For one use.
+// Reads JSON strictly by its grammar. For one use. Keeps the items of open containers in a list of
+// its own, which never moves, and makes each container when it ends, in its final size. Everything
+// that this takes, and the text itself, is charged against the limit.
 class Reader {
  public:
-  explicit Reader(std::string_view text) : whole(text), rest(text) {}
+  explicit Reader(std::string_view text)
+      : whole(text), rest(text), memoryLeft((kMemoryFactor - 1) * text.size() + kFreeMemory) {}
 
   CFTypeRef Read(std::string& problem) {
     OwnedRef<CFTypeRef> root = Document();
@@ -47,11 +57,15 @@ class Reader {
 
  private:
   static constexpr size_t kMaxDepth = 512;
+  static constexpr size_t kMaxKnown = 1024;
+  static constexpr size_t kMaxKnownSize = 32;
+  // What objects take, generously.
+  static constexpr size_t kArrayCost = 72, kItemCost = 8, kNumberCost = 48;
+  static constexpr size_t kDictionaryCost = 96, kPairCost = 24, kStringCost = 72;
 
   struct Frame {
-    OwnedRef<CFMutableArrayRef> array;
-    OwnedRef<CFMutableDictionaryRef> dictionary;  // exactly one of the two is set
-    OwnedRef<CFStringRef> key;                    // of the next value
+    size_t first;  // index of its first item
+    bool isDictionary;
   };
 
   OwnedRef<CFTypeRef> Document() {
@@ -59,12 +73,12 @@ class Reader {
     do {
       OwnedRef<CFTypeRef> value = Begin();
       // A complete value may complete the containers around it.
-      while (static_cast<CFTypeRef>(value) != nullptr) {
+      while (value != nullptr) {
         if (open.empty()) {
           done = std::move(value);
           break;
         }
-        Put(value);
+        Put(std::move(value));
         value = End();
       }
     } while (fault.empty() && !open.empty());
@@ -87,33 +101,21 @@ class Reader {
 
   OwnedRef<CFTypeRef> Open(bool isDictionary) {
     if (open.size() == kMaxDepth) return Fail("more than 512 levels");
-    Frame frame;
-    if (isDictionary) {
-      frame.dictionary =
-          Made(CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks,
-                                         &kCFTypeDictionaryValueCallBacks));
-    } else {
-      frame.array = Made(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
-    }
-    open.push_back(std::move(frame));
+    open.push_back({items.size(), isDictionary});
     SkipBlanks();
     if (Take(isDictionary ? '}' : ']')) return Pop();
     if (isDictionary) Key();
     return nullptr;
   }
 
-  void Put(CFTypeRef value) {
-    Frame& frame = open.back();
-    if (static_cast<CFTypeRef>(frame.array) != nullptr) {
-      InsertInArray(frame.array, CFArrayGetCount(frame.array), value);
-    } else {
-      SetInDictionary(frame.dictionary, frame.key, value);
-    }
+  void Put(OwnedRef<CFTypeRef> value) {
+    if (Charge(kItemCost)) items.push_back(std::move(value));
   }
 
   // Returns the innermost container if it ends after its last value; otherwise null.
   OwnedRef<CFTypeRef> End() {
-    const bool isDictionary = static_cast<CFTypeRef>(open.back().dictionary) != nullptr;
+    if (!fault.empty()) return nullptr;
+    const bool isDictionary = open.back().isDictionary;
     SkipBlanks();
     if (Take(isDictionary ? '}' : ']')) return Pop();
     if (!Take(','))
@@ -122,22 +124,82 @@ class Reader {
     return nullptr;
   }
 
+  // Makes the innermost container, in its final size.
   OwnedRef<CFTypeRef> Pop() {
-    Frame& frame = open.back();
-    OwnedRef<CFTypeRef> closed(static_cast<CFTypeRef>(frame.array) != nullptr
-                                   ? CFRetain(frame.array)
-                                   : CFRetain(frame.dictionary));
+    const Frame frame = open.back();
+    const size_t count = items.size() - frame.first;
+    if (!Charge(frame.isDictionary ? kDictionaryCost + count / 2 * kPairCost
+                                   : kArrayCost + count * kItemCost)) {
+      return nullptr;
+    }
+    OwnedRef<CFTypeRef> made =
+        frame.isDictionary ? MakeDictionary(frame.first) : MakeArray(frame.first);
+    items.resize(frame.first);
+    memoryLeft += count * kItemCost;
     open.pop_back();
-    return closed;
+    return made;
+  }
+
+  OwnedRef<CFTypeRef> MakeArray(size_t first) {
+    const auto count = static_cast<CFIndex>(items.size() - first);
+    CFMutableArrayRef array =
+        Made(CFArrayCreateMutable(kCFAllocatorDefault, count, &kCFTypeArrayCallBacks));
+    OwnedRef<CFTypeRef> owner(array);
+    for (CFIndex i = 0; i < count; ++i) {
+      InsertInArray(array, i, items[first + static_cast<size_t>(i)]);
+    }
+    return owner;
+  }
+
+  OwnedRef<CFTypeRef> MakeDictionary(size_t first) {
+    const auto count = static_cast<CFIndex>((items.size() - first) / 2);
+    CFMutableDictionaryRef dictionary =
+        Made(CFDictionaryCreateMutable(kCFAllocatorDefault, count, &kCFTypeDictionaryKeyCallBacks,
+                                       &kCFTypeDictionaryValueCallBacks));
+    OwnedRef<CFTypeRef> owner(dictionary);
+    for (size_t i = first; i < items.size(); i += 2) {
+      CFTypeRef key = items[i];
+      SetInDictionary(dictionary, static_cast<CFStringRef>(key), items[i + 1]);
+    }
+    return owner;
   }
 
   void Key() {
     SkipBlanks();
     if (!rest.starts_with('"')) return static_cast<void>(Fail("expected a key in quotation marks"));
-    const OwnedRef<CFTypeRef> key = String();
-    open.back().key = static_cast<CFStringRef>(CFRetain(key));
+    const size_t end = rest.find_first_of("\"\\", 1);
+    const bool isPlain = end != rest.npos && rest[end] == '"';
+    const std::string_view text = isPlain ? rest.substr(0, end + 1) : std::string_view();
+    OwnedRef<CFTypeRef> key = Known(text);
+    if (key != nullptr) {
+      rest.remove_prefix(text.size());
+    } else {
+      key = String();
+      if (key != nullptr) Remember(text, key);
+    }
+    if (key == nullptr) return;
+    Put(std::move(key));
     SkipBlanks();
     if (fault.empty() && !Take(':')) Fail("expected \":\"");
+  }
+
+  // Equal keys and short numbers share one object.
+  OwnedRef<CFTypeRef> Known(std::string_view text) const {
+    const auto found = known.find(text);
+    return found != known.end() ? CFRetain(found->second) : nullptr;
+  }
+
+  void Remember(std::string_view text, CFTypeRef object) {
+    if (text.empty() || text.size() > kMaxKnownSize || known.size() == kMaxKnown) return;
+    OwnedRef<CFTypeRef> shared(CFRetain(object));
+    known.emplace(text, std::move(shared));
+  }
+
+  bool Charge(size_t cost) {
+    if (cost > memoryLeft)
+      return Fail("the list takes too much memory for a file of this size"), false;
+    memoryLeft -= cost;
+    return true;
   }
 
   OwnedRef<CFTypeRef> String() {
@@ -160,6 +222,8 @@ class Reader {
       if (Take('"')) break;
       if (!Escape(units)) return Fail("unknown escape in a string");
     }
+    const bool isWide = std::ranges::any_of(units, [](UniChar unit) { return unit > 0x7F; });
+    if (!Charge(kStringCost + units.size() * (isWide ? sizeof(UniChar) : 1))) return nullptr;
     return Made(CFStringCreateWithCharacters(kCFAllocatorDefault, units.data(),
                                              static_cast<CFIndex>(units.size())));
   }
@@ -207,10 +271,15 @@ class Reader {
       end = Digits(exponent);
       if (end == exponent) return Fail("expected digits in the exponent");
     }
-    std::string problem;
-    OwnedRef<CFTypeRef> number(
-        CreateLeaf(isReal ? PlistKind::kReal : PlistKind::kInteger, rest.substr(0, end), problem));
-    if (static_cast<CFTypeRef>(number) == nullptr) return Fail(problem);
+    const std::string_view text = rest.substr(0, end);
+    OwnedRef<CFTypeRef> number = Known(text);
+    if (number == nullptr) {
+      std::string problem;
+      if (!Charge(kNumberCost)) return nullptr;
+      number = CreateLeaf(isReal ? PlistKind::kReal : PlistKind::kInteger, text, problem);
+      if (number == nullptr) return Fail(problem);
+      Remember(text, number);
+    }
     rest.remove_prefix(end);
     return number;
   }
@@ -250,6 +319,9 @@ class Reader {
   const std::string_view whole;
   std::string_view rest;
   std::vector<Frame> open;
+  std::deque<OwnedRef<CFTypeRef>> items;  // of all open containers, keys and values in turn
+  std::unordered_map<std::string_view, OwnedRef<CFTypeRef>> known;
+  size_t memoryLeft;
   std::string fault;
 };
 
@@ -277,6 +349,26 @@ JsonValue JsonOfPlist(CFTypeRef list) {
     if (step.what == PlistStep::kOpen) open.push_back(placed);
   }
   return root;
+}
+
+void WritePlistJson(CFTypeRef list, const std::function<void(std::string_view)>& write) {
+  PlistStep step;
+  bool isFirst = true;
+  for (PlistWalk walk(list); walk.Next(step);) {
+    std::string text;
+    if (step.what == PlistStep::kClose) {
+      text = step.IsDictionary() ? "}" : "]";
+    } else {
+      if (!isFirst) text = ",";
+      if (step.key != nullptr) text += JsonText(TextOf(step.key)) + ":";
+      if (step.what == PlistStep::kLeaf)
+        text += JsonText(JsonOfLeaf(step.object));
+      else
+        text += step.IsDictionary() ? "{" : "[";
+    }
+    isFirst = step.what == PlistStep::kOpen;
+    write(text);
+  }
 }
 
 CFTypeRef CreateFromJson(std::string_view text, std::string& problem, size_t* reached) {

@@ -3,6 +3,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -14,11 +15,13 @@
 // Keeps the order of dictionaries. Integers beyond +-(2^53 - 1), NaN and the infinities become
 // strings, as in all JSON of this program.
 JsonValue JsonOfPlist(CFTypeRef list);
+// Writes the same as text, in pieces, so that a long list does not take memory a second time.
+void WritePlistJson(CFTypeRef list, const std::function<void(std::string_view)>& write);
 
 // Reads JSON as a list with mutable containers; the caller releases it. Whole numbers become
-// integers
-// (-2^63 to 2^64 - 1), numbers with a dot or an exponent become reals. Returns null with a message
-// and its position if the text is not valid JSON, contains null (which property lists do not have)
-// or has more than 512 levels. `reached`, unless null, receives the number of bytes read until
-// then.
+// integers (-2^63 to 2^64 - 1), numbers with a dot or an exponent become reals. Returns null with a
+// message and its position if the text is not valid JSON, contains null (which property lists do
+// not have), has more than 512 levels, or if the list would take more memory than 8 times the text,
+// which is a part of that, and 4 MiB. `reached`, unless null, receives the number of bytes read
+// until then.
 CFTypeRef CreateFromJson(std::string_view text, std::string& problem, size_t* reached = nullptr);

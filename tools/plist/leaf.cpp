@@ -4,6 +4,7 @@
 
 #include "platform/host/plist/introspect.h"
 #include "tools/command_line.h"
+#include "tools/plist/date_text.h"
 #include "tools/plist/json.h"
 #include "tools/values/json_value.h"
 
@@ -19,7 +20,7 @@ constexpr KindRow kKinds[] = {
     {PlistKind::kInteger, "integer", HostPlistLeaf::kInteger},
     {PlistKind::kReal, "real", HostPlistLeaf::kReal},
     {PlistKind::kBoolean, "bool"},
-    {PlistKind::kDate, "date", HostPlistLeaf::kDate},
+    {PlistKind::kDate, "date"},
     {PlistKind::kData, "data", HostPlistLeaf::kData},
     {PlistKind::kArray, "array"},
     {PlistKind::kDictionary, "dict"},
@@ -76,6 +77,29 @@ CFTypeRef CreateFromList(std::string_view text, std::string& problem) {
   if (value == nullptr && error.text == kHostPlistNoMemory) throw std::bad_alloc();
   if (value == nullptr) problem = "the value is not a property list: " + error.Sentence();
   return value;
+}
+
+// Whether a text begins as no ordinary text does, but JSON or XML.
+bool IsMeantAsContainer(std::string_view text) {
+  const size_t start = text.find_first_not_of(" \t\r\n");
+  if (start == text.npos) return false;
+  text.remove_prefix(start);
+  for (const char* beginning : {"{", "[", "<?xml", "<!DOCTYPE", "<plist", "<dict", "<array"}) {
+    if (text.starts_with(beginning)) return true;
+  }
+  return false;
+}
+
+// The message when such a text is to replace a string.
+std::string WhyNoString(std::string_view text) {
+  std::string problem;
+  const OwnedRef<CFTypeRef> value(CreateValue(text, problem));
+  const std::string what = value != nullptr ? "the value would replace a string by " +
+                                                  std::string(KindName(KindOf(value)))
+                                            : problem;
+  return what + " (--type string stores it as text" +
+         (value != nullptr ? ", --type " + std::string(KindName(KindOf(value))) + " as such)"
+                           : ")");
 }
 
 }  // namespace
@@ -157,6 +181,8 @@ std::string LeafText(CFTypeRef leaf) {
       CFNumberGetValue(static_cast<CFNumberRef>(leaf), kCFNumberDoubleType, &value);
       return JsonValue::Real(value).Plain();
     }
+    case PlistKind::kDate:
+      return DateText(static_cast<CFDateRef>(leaf));
     default:
       return HostPlistLeafText(leaf);
   }
@@ -164,6 +190,7 @@ std::string LeafText(CFTypeRef leaf) {
 
 CFTypeRef CreateLeaf(PlistKind kind, std::string_view text, std::string& problem) {
   if (kind == PlistKind::kBoolean) return CreateBoolean(text, problem);
+  if (kind == PlistKind::kDate) return CreateDate(text, problem);
   if (kind == PlistKind::kString) {
     CFTypeRef string = CreateString(text);
     if (string == nullptr) problem = "the value is not UTF-8";
@@ -199,6 +226,10 @@ CFTypeRef CreateValueOfType(const std::string& type, std::string_view text, CFTy
     return nullptr;
   }
   if (type.empty() && kind == PlistKind::kNone) return CreateValue(text, problem);
+  if (type.empty() && kind == PlistKind::kString && IsMeantAsContainer(text)) {
+    problem = WhyNoString(text);
+    return nullptr;
+  }
   if (!IsContainer(kind)) return CreateLeaf(kind, text, problem);
   const CFTypeRef value = CreateValue(text, problem);
   if (value == nullptr || KindOf(value) == kind) return value;

@@ -54,8 +54,8 @@ std::string TextOf(CFStringRef string);
 CFStringRef CreateString(std::string_view utf8);
 
 // Returns a leaf as people write it: a string's characters, digits, true or false, a date in UTC
-// (2005-03-01T12:34:56Z), data as base64 on one line. The digits of a real number read back as the
-// same value. A container gives "".
+// (2005-03-01T12:34:56Z, with a fraction if it has one), data as base64 on one line. The digits of
+// a real number read back as the same value. A container gives "".
 std::string LeafText(CFTypeRef leaf);
 
 // Makes a leaf from such a text; the caller releases it. Returns null with a message if the text is
@@ -69,6 +69,7 @@ CFTypeRef CreateValue(std::string_view text, std::string& problem);
 
 // Makes a value of a known kind: `type` is the kind's name, or "" for the kind of the value that is
 // replaced. If that is null, any kind will do. Also returns null if the type does not exist or the
-// value has another one.
+// value has another one, and if the kind is that of a replaced string but the text begins like a
+// dictionary or array, which nobody means as a string.
 CFTypeRef CreateValueOfType(const std::string& type, std::string_view text, CFTypeRef replaced,
                             std::string& problem);

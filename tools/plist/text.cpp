@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "tools/output.h"
+#include "tools/plist/json.h"
 #include "tools/plist/leaf.h"
 #include "tools/plist/walk.h"
 #include "tools/values/json_value.h"
@@ -38,13 +40,12 @@ std::string LeafLine(CFTypeRef leaf) {
 
 }  // namespace
 
-std::string PlistText(CFTypeRef list) {
-  std::string text;
+void WritePlistText(CFTypeRef list, const std::function<void(std::string_view)>& write) {
   PlistStep step;
   for (PlistWalk walk(list); walk.Next(step);) {
-    text.append(2 * step.depth, ' ');
+    std::string text(2 * step.depth, ' ');
     if (step.what == PlistStep::kClose) {
-      text += step.IsDictionary() ? "}\n" : "]\n";
+      write(text + (step.IsDictionary() ? "}\n" : "]\n"));
       continue;
     }
     if (step.key != nullptr) {
@@ -55,9 +56,13 @@ std::string PlistText(CFTypeRef list) {
       text += LeafLine(step.object) + "\n";
     else
       text += step.IsDictionary() ? "{\n" : "[\n";
+    write(text);
   }
-  return text;
 }
+
+void PrintPlistText(CFTypeRef list) { WritePlistText(list, Print); }
+
+void PrintPlistJson(CFTypeRef list) { WritePlistJson(list, Print); }
 
 std::string PlistLine(CFTypeRef value) {
   switch (KindOf(value)) {

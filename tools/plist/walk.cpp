@@ -9,29 +9,32 @@ bool PlistWalk::Next(PlistStep& step) {
   }
   if (open.empty()) return false;
   Frame& frame = open.back();
-  if (frame.next == frame.values.size()) {
+  if (frame.next == frame.count) {
     step = {PlistStep::kClose, frame.container, frame.key, open.size() - 1};
     open.pop_back();
     return true;
   }
   const size_t index = frame.next++;
-  const auto* key = frame.keys.empty() ? nullptr : static_cast<CFStringRef>(frame.keys[index]);
-  Enter(frame.values[index], key, step);
+  if (frame.keys.empty()) {
+    const auto* array = static_cast<CFArrayRef>(frame.container);
+    Enter(CFArrayGetValueAtIndex(array, static_cast<CFIndex>(index)), nullptr, step);
+  } else {
+    Enter(frame.values[index], static_cast<CFStringRef>(frame.keys[index]), step);
+  }
   return true;
 }
 
 void PlistWalk::Enter(CFTypeRef object, CFStringRef key, PlistStep& step) {
   step = {PlistStep::kLeaf, object, key, open.size()};
-  Frame frame = {object, key, {}, {}, 0};
+  Frame frame = {object, key, {}, {}, 0, 0};
   if (CFGetTypeID(object) == CFDictionaryGetTypeID()) {
     const auto* dictionary = static_cast<CFDictionaryRef>(object);
-    frame.keys.resize(static_cast<size_t>(CFDictionaryGetCount(dictionary)));
-    frame.values.resize(frame.keys.size());
+    frame.count = static_cast<size_t>(CFDictionaryGetCount(dictionary));
+    frame.keys.resize(frame.count);
+    frame.values.resize(frame.count);
     CFDictionaryGetKeysAndValues(dictionary, frame.keys.data(), frame.values.data());
   } else if (CFGetTypeID(object) == CFArrayGetTypeID()) {
-    const auto* array = static_cast<CFArrayRef>(object);
-    frame.values.resize(static_cast<size_t>(CFArrayGetCount(array)));
-    CFArrayGetValues(array, CFRangeMake(0, CFArrayGetCount(array)), frame.values.data());
+    frame.count = static_cast<size_t>(CFArrayGetCount(static_cast<CFArrayRef>(object)));
   } else {
     return;
   }

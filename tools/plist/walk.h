@@ -29,8 +29,9 @@ class PlistWalk {
   struct Frame {
     CFTypeRef container;
     CFStringRef key;
-    std::vector<const void*> keys;  // empty for an array
+    std::vector<const void*> keys;  // of a dictionary, and its values
     std::vector<const void*> values;
+    size_t count;
     size_t next;
   };
 

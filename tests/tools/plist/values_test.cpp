@@ -1,11 +1,16 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <random>
 #include <string>
+#include <vector>
 
+#include "tools/plist/date_text.h"
 #include "tools/plist/diff.h"
 #include "tools/plist/json.h"
 #include "tools/plist/leaf.h"
+#include "tools/plist/merge.h"
 #include "tools/plist/path.h"
 #include "tools/plist/text.h"
 #include "tools/values/json_value.h"
@@ -21,6 +26,12 @@ OwnedRef<CFTypeRef> List(const std::string& json) {
 }
 
 std::string Json(CFTypeRef list) { return list != nullptr ? JsonText(JsonOfPlist(list)) : "none"; }
+
+std::string Text(CFTypeRef list) {
+  std::string text;
+  WritePlistText(list, [&](std::string_view piece) { text += piece; });
+  return text;
+}
 
 OwnedRef<CFTypeRef> Leaf(PlistKind kind, const char* text) {
   std::string problem;
@@ -71,6 +82,45 @@ TEST(PlistJson, AcceptsExactlyTheGrammarAndReportsThePositionOfAFault) {
   }
 }
 
+TEST(PlistJson, WritesInPiecesWhatItWritesAsAWhole) {
+  for (const char* json :
+       {"1", "[]", "{}", "[[],{},[1,[2]],3]", "{\"a\":{\"b\":[],\"c\":1},\"d\\n\":2}"}) {
+    std::string text;
+    const OwnedRef<CFTypeRef> list(List(json));
+    WritePlistJson(list, [&](std::string_view piece) { text += piece; });
+    EXPECT_EQ(json, text);
+    EXPECT_EQ(json, Json(list));
+  }
+}
+
+TEST(PlistJson, RefusesAListThatTakesMoreMemoryThanEightTimesItsText) {
+  const auto many = [](const std::string& item, size_t bytes) {
+    std::string text = "[" + item;
+    while (text.size() < bytes) text += "," + item;
+    return text + "]";
+  };
+  // `isFine`: with 4 MiB that are free; a short text is always read.
+  const std::tuple<const char*, size_t, bool> rows[] = {
+      {"[]", 50000, true},
+      {"[]", 1 << 20, false},
+      {"{}", 1 << 20, false},
+      {"{\"a\":1}", 1 << 20, false},
+      {"\"\"", 1 << 20, false},
+      {"1", 1 << 20, true},
+      // Lists as they are in practice, of any length.
+      {"123456789", 4 << 20, true},
+      {"{\"first\":\"a text\",\"second\":12345.5}", 4 << 20, true},
+      {"\"a text that is a little longer than others\"", 4 << 20, true},
+  };
+  for (const auto& [item, bytes, isFine] : rows) {
+    SCOPED_TRACE(item);
+    std::string problem;
+    const OwnedRef<CFTypeRef> list(CreateFromJson(many(item, bytes), problem));
+    EXPECT_EQ(isFine, list != nullptr) << problem;
+    EXPECT_EQ(isFine, problem.find("takes too much memory") == std::string::npos) << problem;
+  }
+}
+
 TEST(PlistJson, RefusesMoreThan512LevelsWithoutRecursion) {
   auto nested = [](size_t levels) { return std::string(levels, '[') + std::string(levels, ']'); };
   EXPECT_EQ(nested(512), Json(List(nested(512))));
@@ -93,6 +143,16 @@ TEST(PlistLeaf, TextOfEveryKindReadsBackAsTheSameLeaf) {
       {PlistKind::kBoolean, "yes", "true"},
       {PlistKind::kBoolean, "TRUE", nullptr},
       {PlistKind::kDate, "2005-03-01T12:34:56Z", "2005-03-01T12:34:56Z"},
+      {PlistKind::kDate, "2005-03-01T12:34:56.1250Z", "2005-03-01T12:34:56.125Z"},
+      {PlistKind::kDate, "2005-03-01T12:34:56.000Z", "2005-03-01T12:34:56Z"},
+      // Before 2001 seconds count backwards.
+      {PlistKind::kDate, "1999-12-31T23:59:59.9Z", "1999-12-31T23:59:59.9Z"},
+      {PlistKind::kDate, "2000-12-31T23:59:59.3Z", "2000-12-31T23:59:59.3Z"},
+      {PlistKind::kDate, "2001-01-01T00:00:00.0001Z", "2001-01-01T00:00:00.0001Z"},
+      {PlistKind::kDate, "2005-03-01T12:34:56.Z", nullptr},
+      {PlistKind::kDate, "2005-03-01T12:34:56.1xZ", nullptr},
+      {PlistKind::kDate, "2005-03-01T12:34.5:56Z", nullptr},
+      {PlistKind::kDate, "2005-03-01T12:34:56.5", nullptr},
       {PlistKind::kDate, "2005-03-01", nullptr},
       {PlistKind::kData, "AAEC/w==", "AAEC/w=="},
       {PlistKind::kArray, "[]", nullptr},
@@ -201,12 +261,88 @@ TEST(PlistDiff, ReportsEachDifferenceOnceInOrder) {
   }
 }
 
+// Every time of a double reads back from its text, and two times that differ have two texts.
+TEST(PlistDate, TextKeepsAllDigitsOfATime) {
+  std::mt19937_64 random(20010101);
+  for (int i = 0; i < 2000; i++) {
+    const double scale = std::pow(10, static_cast<int>(random() % 18) - 7);
+    double time = (static_cast<double>(random() % 2000001) - 1e6) / 1e6 * scale;
+    if (i % 3 == 0) time = std::nextafter(time, 0);
+    const OwnedRef<CFDateRef> date(CFDateCreate(nullptr, time));
+    std::string problem;
+    const OwnedRef<CFDateRef> again(CreateDate(DateText(date), problem));
+    ASSERT_NE(nullptr, static_cast<CFDateRef>(again)) << time << " " << DateText(date);
+    ASSERT_EQ(time, CFDateGetAbsoluteTime(again)) << DateText(date);
+    ASSERT_EQ(HasFraction(date), DateText(date).find('.') != std::string::npos);
+  }
+}
+
+TEST(PlistMerge, TakesTheChangesOfBothSidesAndListsConflicts) {
+  const struct {
+    const char* base;
+    const char* ours;
+    const char* theirs;
+    const char* merged;  // with the values of ours where both differ
+    const char* conflicts;
+  } rows[] = {
+      {"{\"a\":1}", "{\"a\":1}", "{\"a\":2}", "{\"a\":2}", ""},
+      {"{\"a\":1}", "{\"a\":2}", "{\"a\":1}", "{\"a\":2}", ""},
+      {"{\"a\":1}", "{\"a\":2}", "{\"a\":2}", "{\"a\":2}", ""},
+      {"{\"a\":1}", "{\"a\":2}", "{\"a\":3}", "{\"a\":2}", "a=1,2,3 "},
+      {"{\"a\":1}", "{\"a\":1.0}", "{\"a\":1}", "{\"a\":1.0}", ""},  // 1 is not 1.0
+      {"{\"a\":0.0}", "{\"a\":0.0}", "{\"a\":-0.0}", "{\"a\":-0.0}", ""},
+      {"{}", "{\"a\":1}", "{\"b\":2}", "{\"a\":1,\"b\":2}", ""},
+      {"{}", "{\"a\":{\"x\":1}}", "{\"a\":{\"y\":2}}", "{\"a\":{\"x\":1,\"y\":2}}", ""},
+      {"{}", "{\"a\":1}", "{\"a\":2}", "{\"a\":1}", "a=none,1,2 "},
+      {"{\"a\":1,\"b\":2}", "{\"b\":2}", "{\"a\":1}", "{}", ""},
+      {"{\"a\":1}", "{}", "{\"a\":2}", "{}", "a=1,none,2 "},
+      {"{\"a\":{\"x\":1}}", "{}", "{\"a\":{\"x\":1}}", "{}", ""},
+      {"{\"a\":{\"x\":1}}", "{}", "{\"a\":{\"x\":2}}", "{}", "a={\"x\":1},none,{\"x\":2} "},
+      {"[1,2,3]", "[4,2,3]", "[1,2,5]", "[4,2,5]", ""},
+      {"[1,{\"x\":1}]", "[1,{\"x\":2}]", "[2,{\"x\":3}]", "[2,{\"x\":2}]", "1.x=1,2,3 "},
+      {"[1,2]", "[1,2,3]", "[1,2]", "[1,2,3]", ""},
+      {"[1,2]", "[1,2,3]", "[0,2]", "[1,2,3]", "=[1,2],[1,2,3],[0,2] "},
+      {"{\"a.b\":1}", "{\"a.b\":2}", "{\"a.b\":[]}", "{\"a.b\":2}", "a\\.b=1,2,[] "},
+      {"1", "{\"a\":1}", "{\"a\":2}", "{\"a\":1}", "=1,{\"a\":1},{\"a\":2} "},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::string(row.base) + " " + row.ours + " " + row.theirs);
+    const OwnedRef<CFTypeRef> base(List(row.base)), ours(List(row.ours)), theirs(List(row.theirs));
+    for (const bool prefersTheirs : {false, true}) {
+      std::vector<PlistConflict> conflicts;
+      const OwnedRef<CFTypeRef> merged(MergePlists(base, ours, theirs, prefersTheirs, conflicts));
+      std::string told;
+      for (const PlistConflict& conflict : conflicts) {
+        told += conflict.path + "=" + Json(conflict.base) + "," + Json(conflict.ours) + "," +
+                Json(conflict.theirs) + " ";
+      }
+      EXPECT_EQ(row.conflicts, told);
+      EXPECT_TRUE(Json(merged) == row.merged || (prefersTheirs && !conflicts.empty()))
+          << Json(merged);
+      // With theirs preferred, it is the same the other way round.
+      std::vector<PlistConflict> turned;
+      const OwnedRef<CFTypeRef> other(MergePlists(base, theirs, ours, !prefersTheirs, turned));
+      EXPECT_TRUE(IsSamePlist(merged, other)) << Json(merged) << Json(other);
+    }
+  }
+}
+
+TEST(PlistMerge, ASortedListHasItsKeysInOrderAtEveryDepth) {
+  const OwnedRef<CFTypeRef> list(
+      List("{\"b\":[{\"z\":1,\"a\":2}],\"a\":{\"d\":1,\"c\":[2,1]},\"\\uff61\":1,"
+           "\"\\ud83d\\ude00\":2,\"B\":3}"));
+  EXPECT_EQ(
+      "{\"B\":3,\"a\":{\"c\":[2,1],\"d\":1},\"b\":[{\"a\":2,\"z\":1}],"
+      "\"\xF0\x9F\x98\x80\":2,\"\xEF\xBD\xA1\":1}",
+      Json(SortedPlist(list)));
+}
+
 TEST(PlistText, PrintsEachValueOnALineOfItsOwn) {
   const OwnedRef<CFTypeRef> list(List("{\"a b\":[1,\"x\\ny\",{}],\"c\":{\"d\":0.5}}"));
   EXPECT_EQ(
       "{\n  \"a b\" = [\n    1\n    \"x\\ny\"\n    {\n    }\n  ]\n"
       "  c = {\n    d = 0.5\n  }\n}\n",
-      PlistText(list));
-  EXPECT_EQ("<00ff>\n", PlistText(Leaf(PlistKind::kData, "AP8=")));
+      Text(list));
+  EXPECT_EQ("<00ff>\n", Text(Leaf(PlistKind::kData, "AP8=")));
   EXPECT_EQ("{...} (2)", PlistLine(list));
 }
