@@ -56,7 +56,9 @@ bool HostPreferencesWatch::WatchPath(const std::string& path, int links) {
     if (length > 0 && length < static_cast<ssize_t>(sizeof next) && links < kMaxLinks) {
       const std::string link(next, static_cast<size_t>(length));
       const std::string rest = end == std::string::npos ? "" : path.substr(end);
-      return WatchPath((link[0] == '/' ? link : path.substr(0, at) + "/" + link) + rest, links + 1);
+      std::string target = link[0] == '/' ? "" : path.substr(0, at) + "/";
+      target.append(link).append(rest);
+      return WatchPath(target, links + 1);
     }
     at = end;
   }

@@ -117,14 +117,26 @@ TEST(VltctlPlist, OutputThatCannotBeWrittenIsStatusOneWithItsReason) {
   const std::string longList = folder.Path("long.plist");
   EXPECT_EQ(0, Plist({"convert", "xml", longFile, "-o", longList}).status);
   EXPECT_EQ(0, RunVerb({"prefs", "import", "full.test"}, {longFile}).status);
-  for (const std::string& words :
-       {"plist print " + shortFile, "plist print " + longFile, "plist print --json " + longFile,
-        "plist extract " + longFile + " a", "plist convert xml " + shortFile,
-        "plist convert xml " + longFile, "plist lint " + shortFile,
-        "plist remove - list < " + shortFile, std::string("prefs read full.test"),
-        std::string("prefs read full.test a --json"), std::string("prefs export full.test"),
-        std::string("prefs where full.test"), std::string("session"), std::string("ps --json"),
-        std::string("help"), std::string("help send")}) {
+  for (const std::string& words : {"plist print " + shortFile,
+                                   "plist print " + longFile,
+                                   "plist print --json " + longFile,
+                                   "plist extract " + longFile + " a",
+                                   "plist convert xml " + shortFile,
+                                   "plist convert xml " + longFile,
+                                   "plist lint " + shortFile,
+                                   "plist remove - list < " + shortFile,
+                                   std::string("prefs read full.test"),
+                                   std::string("prefs read full.test a --json"),
+                                   std::string("prefs export full.test"),
+                                   std::string("prefs where full.test"),
+                                   std::string("prefs domains"),
+                                   std::string("prefs read full.test --effective"),
+                                   "plist canonical " + longFile,
+                                   "plist merge " + longFile + " " + longFile + " " + shortFile,
+                                   std::string("session"),
+                                   std::string("ps --json"),
+                                   std::string("help"),
+                                   std::string("help send")}) {
     SCOPED_TRACE(words);
     const std::string command = VLTCTL_PROGRAM " " + words;
     for (const auto& [target, reason] :

@@ -272,8 +272,12 @@ TEST_F(PrefsVerb, UndoFindsEveryWriteOfProcessesThatWriteAtOnce) {
     for (int i = 0; i < kWriters; i++) {
       const std::string number = std::to_string(i);
       ChildOptions options;
-      options.arguments = {VLTCTL_PROGRAM, "prefs", "write", "w.d", isOneKey ? "n" : "n" + number,
-                           number};
+      options.arguments = TestLauncher();
+      for (const std::string& word :
+           {std::string(VLTCTL_PROGRAM), std::string("prefs"), std::string("write"),
+            std::string("w.d"), isOneKey ? "n" : "n" + number, number}) {
+        options.arguments.push_back(word);
+      }
       options.capture = true;
       ASSERT_TRUE(writers[i].Start(options));
     }
