@@ -168,7 +168,8 @@ Verb PrefsVerb() {
           "problem; for domains an object for each with domain, files and scopes; for\n"
           "watch an object for each difference, as for plist diff.\n"
           "\n"
-          "Exit status of its own: 5 if undo refuses.\n",
+          "Exit status of its own: 5 if undo refuses; watch ends with the signal, for\n"
+          "Ctrl-C 130 in a shell.\n",
           {{"--any-user", nullptr, "the preferences of all users"},
            {"--current-host", nullptr, "the preferences for this host only"},
            {"--effective", nullptr, "of read, export: what the application sees"},

@@ -64,7 +64,10 @@ std::string Note(PrefsJournal& journal, const PrefsRequest& request, Changes cha
   write.file = FileOf(request);
   write.isForAnyUser = request.user == kCFPreferencesAnyUser;
   write.isForThisHost = request.host == kCFPreferencesCurrentHost;
-  write.changes = std::move(changes);
+  for (PrefsKeyChange& change : changes) {
+    if (!IsSamePlist(change.before, change.after)) write.changes.push_back(std::move(change));
+  }
+  if (write.changes.empty()) return "";
   std::string problem;
   return journal.Add(write, problem) ? "" : problem;
 } catch (const std::bad_alloc&) {
@@ -86,13 +89,14 @@ int Commit(const PrefsRequest& request, const Plan& plan) {
   for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
     Changes changes;
     if (const int exit = plan(changes); exit != kExitOk) return exit;
+    if (changes.empty()) return TellPrefs(request, "written", kExitOk);
     std::string problem;
     const HostPreferencesCommit result = Replace(request, changes, problem);
     if (result == HostPreferencesCommit::kOutdated) continue;
     if (result == HostPreferencesCommit::kFailed) {
       return TellPrefs(request, "failed", RefusalExit(request), problem);
     }
-    if (unnoted.empty() && !changes.empty()) unnoted = Note(journal, request, std::move(changes));
+    if (unnoted.empty()) unnoted = Note(journal, request, std::move(changes));
     if (!unnoted.empty()) SayUnnoted(unnoted);
     return TellPrefs(request, "written", kExitOk);
   }

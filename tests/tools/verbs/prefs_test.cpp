@@ -232,6 +232,7 @@ TEST_F(PrefsVerb, UndoTakesBackTheLastWriteIfTheValueIsStillThat) {
       {{"write", "u.d", "n", "1"}, 0, "", ""},
       {{"write", "u.d", "n", "1.0", "--type", "real"}, 0, "", ""},
       {{"write", "u.d", "l", "[1,2]"}, 0, "", ""},
+      {{"write", "u.d", "l", "[1,2]"}, 0, "", ""},  // changes nothing
       {{"write", "--any-user", "u.d", "n", "5"}, 0, "", ""},
       {{"write", "o.d", "n", "9"}, 0, "", ""},
       {{"delete", "u.d"}, 0, "", ""},
@@ -248,9 +249,11 @@ TEST_F(PrefsVerb, UndoTakesBackTheLastWriteIfTheValueIsStillThat) {
            "\",\"keys\":[\"l\"]}\n",
        ""},
       {{"undo", "u.d"}, 0, "- l = [...] (2)\n", ""},
+      {{"delete", "none.d"}, 0, "", ""},  // leaves neither a file nor a note
   };
   ExpectRuns({"prefs"}, runs);
   EXPECT_EQ("{\"n\":1.0}\n", Prefs({"read", "u.d", "--json"}).output);
+  EXPECT_FALSE(std::filesystem::exists(Folder("XDG_CONFIG_HOME") + ".none.d.plist.lock"));
   // 1 is not 1.0: somebody else wrote it. All keys of a change go back together, or none.
   const std::string others = "<plist><dict><key>n</key><integer>1</integer></dict></plist>";
   std::ofstream(path) << others;
