@@ -127,6 +127,12 @@ TEST_F(Applications, StatusTellsWhatRunsAndHowTheOthersEnded) {
                  "exit status 3", "\"pid\":null"}},
                {{"apps"}, 0, {"com.test.runs    Runs  " + pid + "  "}}});
   EXPECT_TRUE(QuitAndWait(port));
+  // The next start discards the earlier output and end.
+  apps.Folder().File("data/veltrane/Applications/Ends.app/Contents/Linux/program.plan", "loop\n");
+  ExpectTexts(
+      {{{"launch", "com.test.ends.1"}, 0, {}},
+       {{"stop", "com.test.ends.1", "--force"}, 0, {}},
+       {{"status", "com.test.ends.1", "--json"}, 3, {"\"lastEnd\":null", "\"lastLines\":[]"}}});
 }
 
 TEST_F(Applications, StopAndRestartActOnTheProcess) {
