@@ -119,7 +119,7 @@ class HostLaneEnd {
   // Whether Receive would return something else than EAGAIN.
   bool HasBytes() { return !in.Look() || in.Available() > 0; }
 
-  // For the reader of a frame of which only a part has come: whether the next bytes come within
+  // Called when only a part of a frame has come. Returns whether the next bytes come within
   // microseconds.
   bool AwaitBytes() {
     return brief.Wait([this] { return HasBytes(); });

@@ -47,7 +47,7 @@ constexpr int64_t kRetryAfter = 50 * kHostMillisecond;
 constexpr int64_t kUnreadAge = kHostSecond;  // unread replies this old make a connection silent
 constexpr int64_t kDestroyGrace = kHostSecond;
 constexpr int kReadsPerVisit = 8;  // of a lane, each of as much as its ring holds
-constexpr int kBriefWaits = 16;    // for the rest of a frame, before sockets are looked at
+constexpr int kBriefWaits = 16;    // for the rest of a frame, before the sockets are polled
 
 // Counts the reads and connections of all receivers: a larger number is a later sign of life.
 constinit std::atomic<uint64_t> sActivity{0};
