@@ -142,7 +142,7 @@ void HostKeyOrder::LoadUnloaded() {
   };
   Cursor pairs{unloaded.data()}, keys{unloaded.data()};
   const Run* const end = unloaded.data() + unloaded.size();
-  const auto advance = [end](Cursor& cursor) {
+  const auto advance = [](Cursor& cursor) {
     if (++cursor.item < cursor.run->count) return;
     cursor.item = 0;
     ++cursor.run;
