@@ -1,6 +1,6 @@
 # Faults of peers and of the machine, each with real processes. What they share is built once; as
 # objects, so that its roles are in every program.
-add_library(vlt_fault_support OBJECT integration/fault_server.cpp integration/process_use.cpp
+add_library(vlt_fault_support OBJECT EXCLUDE_FROM_ALL integration/fault_server.cpp integration/process_use.cpp
   integration/raw_lane.cpp integration/raw_peer.cpp)
 target_link_libraries(vlt_fault_support PUBLIC vlt_aeport vlt_test_support PRIVATE vlt_warnings)
 
