@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Types unfinished command lines into a bash that has the completion of vltctl, and presses Tab.
 
-  completion_test.py VLTCTL SHARE     the program, and the folder with its build's applications
+  completion_test.py VLTCTL SHARE [FILE]     the program, the folder with its applications, and what
+                                             bash reads; default: packaging/completion/vltctl.bash
 """
 import os, pty, re, select, shutil, subprocess, sys, tempfile, time
 from pathlib import Path
@@ -40,13 +41,13 @@ LINES = [
 
 
 class Shell:
-    def __init__(self, folder, environment):
+    def __init__(self, folder, environment, file):
         self.pid, self.terminal = pty.fork()
         if self.pid == 0:
             os.chdir(folder)
             os.execve("/bin/bash", ["bash", "--noprofile", "--norc", "-i"], environment)
         self.enter("bind 'set bell-style none'; bind 'set enable-bracketed-paste off'; stty -echo")
-        self.enter(f"source {FOLDER}/vltctl.bash")
+        self.enter(f"source {file}")
 
     def enter(self, keys):
         """Types the keys, then prints the words of the line; returns them."""
@@ -74,7 +75,7 @@ class Shell:
 
 
 def main():
-    vltctl, share = (str(Path(word).resolve()) for word in sys.argv[1:])
+    vltctl, share, *files = (str(Path(word).resolve()) for word in sys.argv[1:])
     problems = []
     with tempfile.TemporaryDirectory(prefix="vlt-tab-") as name:
         folder = Path(name)
@@ -89,13 +90,14 @@ def main():
 
         run("start")
         run("prefs", "write", "com.example.tab", "greeting", "Hello")
-        shell = Shell(folder, environment)
-        if "complete -F _vltctl vltctl" not in shell.enter("complete -p vltctl"):
-            problems.append("complete -p does not know vltctl")
+        shell = Shell(folder, environment, files[0] if files else FOLDER / "vltctl.bash")
         for line, expected in LINES:
             actual = shell.completed(line)
             if actual != expected:
                 problems.append(f"\"vltctl {line}\" became {actual}, not {expected}")
+        # After the lines: bash-completion reads the file of a command at its first Tab.
+        if "complete -F _vltctl vltctl" not in shell.enter("complete -p vltctl"):
+            problems.append("complete -p does not know vltctl")
         shell.close()
 
         verbs = set(re.findall(r"(?m)^  vltctl ([a-z][\w-]*)", run("help"))) - {"help"}
