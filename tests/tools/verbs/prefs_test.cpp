@@ -238,8 +238,8 @@ TEST_F(PrefsVerb, UndoTakesBackTheLastWriteIfTheValueIsStillThat) {
       {{"delete", "u.d"}, 0, "", ""},
       {{"write", "u.d", "n", "[", "--type", "integer"}, 2, "", "not an integer"},  // not one
       {{"undo", "none.d"}, 3, "", "\"none.d\": no change"},
+      {{"undo", "u.d", "--any-user"}, 0, "- n = 5\n", ""},  // not the last one
       {{"undo", "u.d"}, 0, "+ l = [...] (2)\n+ n = 1.0\n", ""},
-      {{"undo", "u.d", "--any-user"}, 0, "- n = 5\n", ""},
       {{"read", "u.d", "--json"}, 0, "{\"l\":[1,2],\"n\":1.0}\n", ""},
       {{"undo"}, 0, "o.d:\n- n = 9\n", ""},
       {{"write", "u.d", "l", "[1,3]"}, 0, "", ""},
