@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -85,6 +86,36 @@ TEST(ProgramLog, IsCutToItsLastMebibyteAtTheNextStart) {
   ASSERT_EQ(4u, lines.size());
   EXPECT_NE(std::string::npos, lines[0].find(" ended: exit status 0"));
   EXPECT_EQ("quiet", lines[2]);
+}
+
+// A program that runs for long is not opened again, so others' openings and the tools cut its log.
+TEST(ProgramLog, OfARunningProgramIsCutWhenAnyLogIsLookedAtAndTheProgramWritesOn) {
+  LaunchedApplications apps;
+  const std::string loud = apps.AddBundle("Loud.app", {"log.runs", "LogT", "APPL", "program", "1"},
+                                          "fill 1100\nsay filled\n" + apps.NoteStep("filled") +
+                                              apps.WaitStep("go") + "say on\nexit 0\n");
+  const std::string quiet =
+      apps.AddBundle("Quiet.app", {"log.quiet", "LogT", "APPL", "program", "1"}, "exit 0\n");
+  const std::string log = HostProgramLogPath(loud + "/Contents/Linux/program");
+  std::thread opener([&] { Open(loud); });
+  ASSERT_TRUE(apps.WaitForStart("filled"));
+  EXPECT_GT(std::filesystem::file_size(log), 1100u * 1024);
+  // Somebody who is cutting the log is not disturbed.
+  const int cutter = open(log.c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_EQ(0, flock(cutter, LOCK_EX));
+  HostCutProgramLogs();
+  EXPECT_GT(std::filesystem::file_size(log), 1100u * 1024);
+  close(cutter);
+  Open(quiet);
+  EXPECT_EQ(0u, std::filesystem::file_size(log));
+  EXPECT_EQ(1u << 20, std::filesystem::file_size(log + ".1"));
+  EXPECT_TRUE(ReadFile(log + ".1").ends_with("\nfilled\n"));
+  HostCutProgramLogs();  // what was cut is not replaced by nothing
+  EXPECT_EQ(1u << 20, std::filesystem::file_size(log + ".1"));
+  EXPECT_TRUE(apps.LetGoOn("go"));
+  opener.join();
+  EXPECT_TRUE(WaitUntil([&] { return ReadFile(log).find("on\n") != std::string::npos; }, 20s))
+      << ReadFile(log);
 }
 
 // A log that cannot be used costs the output, not the start.

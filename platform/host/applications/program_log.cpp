@@ -1,6 +1,7 @@
 #include "platform/host/applications/program_log.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 
 #include "platform/host/applications/bundle.h"
 #include "platform/host/base/descriptors.h"
@@ -73,7 +75,7 @@ bool WriteAll(int fd, const std::string& bytes) {
 // Moves the last part into the older file. Programs go on writing at the new end, because all of
 // them append; what one writes between the two steps is lost. If there is no room for the older
 // file, the log is emptied all the same.
-void Cut(int fd, const std::string& path, off_t size) {
+void MoveLastPart(int fd, const std::string& path, off_t size) {
   const std::string fresh = path + ".1.new";
   const int older =
       open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
@@ -83,6 +85,32 @@ void Cut(int fd, const std::string& path, off_t size) {
     if (!isWhole || rename(fresh.c_str(), (path + ".1").c_str()) != 0) unlink(fresh.c_str());
   }
   (void)!ftruncate(fd, 0);
+}
+
+// Cuts a log that is too long, unless another process is cutting it: a second cut would replace the
+// older file by the little that was written since the first. The lock belongs to the open file,
+// which the started program inherits, so it has to end here.
+void Cut(int fd, const std::string& path) {
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0) return;
+  struct stat info;
+  if (fstat(fd, &info) == 0 && info.st_size > kHostMostLogBytes) {
+    MoveLastPart(fd, path, info.st_size);
+  }
+  flock(fd, LOCK_UN);
+}
+
+// Opens a log that is a regular file of this user. Returns -1 with the reason in `problem`, or with
+// errno in it.
+int OpenOwnFile(const std::string& path, int flags, std::string* problem) {
+  int fd = open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0600);
+  fd = fd >= 0 ? HostAboveStandard(fd) : fd;
+  if (fd < 0) return *problem = strerror(errno), -1;
+  struct stat info;
+  if (fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_uid == geteuid()) return fd;
+  *problem = "it is not a regular file of this user";
+  close(fd);
+  errno = EPERM;
+  return -1;
 }
 
 std::string TailOf(const std::string& path) {
@@ -111,20 +139,32 @@ std::string HostProgramLogPath(const std::string& program) {
 int HostOpenProgramLog(const std::string& path, std::string* problem) {
   *problem = "there is no home folder";
   if (path.empty()) return -1;
-  const int flags = O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
-  int fd = open(path.c_str(), flags, 0600);
-  if (fd < 0 && errno == ENOENT && MakeFolders(path)) fd = open(path.c_str(), flags, 0600);
-  fd = fd >= 0 ? HostAboveStandard(fd) : fd;
-  if (fd < 0) return *problem = strerror(errno), -1;
-  struct stat info;
-  if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || info.st_uid != geteuid()) {
-    *problem = "it is not a regular file of this user";
-    close(fd);
-    return -1;
-  }
+  const int flags = O_RDWR | O_APPEND | O_CREAT;
+  int fd = OpenOwnFile(path, flags, problem);
+  if (fd < 0 && errno == ENOENT && MakeFolders(path)) fd = OpenOwnFile(path, flags, problem);
+  if (fd < 0) return -1;
   fcntl(fd, F_SETFL, O_APPEND);  // blocking, as programs expect of their output
-  if (info.st_size > kHostMostLogBytes) Cut(fd, path, info.st_size);
+  Cut(fd, path);
+  HostCutProgramLogs();
   return fd;
+}
+
+void HostCutProgramLogs() {
+  std::error_code error;
+  std::filesystem::directory_iterator file(HostStateFolder() + "/veltrane/log", error), end;
+  for (; !error && file != end; file.increment(error)) {
+    const std::string path = file->path();
+    struct stat info;
+    if (!path.ends_with(".log") || lstat(path.c_str(), &info) != 0 ||
+        info.st_size <= kHostMostLogBytes) {
+      continue;
+    }
+    std::string ignored;
+    const int fd = OpenOwnFile(path, O_RDWR | O_APPEND, &ignored);
+    if (fd < 0) continue;
+    Cut(fd, path);
+    close(fd);
+  }
 }
 
 void HostNoteInProgramLog(int log, const std::string& text) {

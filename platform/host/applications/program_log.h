@@ -8,8 +8,10 @@
 // openers write lines about starts and ends into it that begin with "-- ". Any thread.
 
 // A file that has grown beyond this is cut: its last part becomes IDENTIFIER.log.1, which replaces
-// the older one. The process that opens the log does that, so a running program may exceed the
-// limit meanwhile.
+// the older one. The program writes to the file itself, since a process between the two would have
+// to run as long as the program, and its end would end the program's output. So logs are cut
+// whenever an application is opened and whenever a tool looks at one; between two such moments the
+// log of a running program may be longer.
 inline constexpr long long kHostMostLogBytes = 1 << 20;
 
 // Returns the path of the log of a program, by the identifier of its bundle or else by its file
@@ -17,9 +19,14 @@ inline constexpr long long kHostMostLogBytes = 1 << 20;
 std::string HostProgramLogPath(const std::string& program);
 
 // Opens the log for appending, creates its folders (mode 0700) and the file (mode 0600) if they are
-// missing, and cuts it if it is too long. Returns a file descriptor that the caller closes, or -1
-// with the reason in `problem`. A log that is not a regular file of this user is refused.
+// missing, and cuts it and all other logs that are too long. Returns a file descriptor that the
+// caller closes, or -1 with the reason in `problem`. A log that is not a regular file of this user
+// is refused.
 int HostOpenProgramLog(const std::string& path, std::string* problem);
+
+// Cuts all logs that are too long, also those of running programs, which go on writing to the same
+// files. A log that cannot be opened, or that another process is cutting, is left alone.
+void HostCutProgramLogs();
 
 // Appends a line "-- TIME TEXT" in one write. A failure has no effect.
 void HostNoteInProgramLog(int log, const std::string& text);
