@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include "clients/device_protocol.h"
+#include "plist/preferences.h"
 
 namespace {
 
@@ -29,6 +30,8 @@ void AddListedDevice(CFDictionaryRef listed, std::vector<Device>& devices) {
   device.productID = static_cast<SInt16>(NumberOf(entry, "productID"));
   device.location = NumberOf(entry, "location");
   device.serial = TextOf(entry, "serial");
+  UInt32 typeID = 0;
+  if (device.serial.empty() && entry.getType("serial", typeID, nullptr) == 0) return;
   LoadSettings(entry, "attributes", device.attributes);
   devices.push_back(device);
 }
@@ -74,12 +77,33 @@ Device VideoDevice(const fs::path& entry) {
     device.bus = "video";
     device.serial = interface.filename();
   }
-  device.attributes["name"] = TextSetting(LineOf(entry / "name"));
-  device.attributes["node"] = TextSetting("/dev/" + entry.filename().string());
+  device.attributes["name"] = TextSettingOfBytes(LineOf(entry / "name"));
+  device.attributes["node"] = TextSettingOfBytes("/dev/" + entry.filename().string());
   return device;
 }
 
+// The entry of a device that has gone may outlive its node for a moment.
+bool HasNode(const std::string& folder, const fs::path& entry) {
+  std::error_code ignored;
+  return folder.empty() || fs::exists(folder / entry.filename(), ignored);
+}
+
+void AddVideoDevices(const DeviceSources& sources, std::vector<Device>& devices) {
+  std::error_code failed;
+  std::vector<fs::path> entries;
+  fs::directory_iterator entry(sources.videoFolder, failed), end;
+  for (; !failed && entry != end; entry.increment(failed)) entries.push_back(entry->path());
+  std::sort(entries.begin(), entries.end());
+  for (const fs::path& each : entries) {
+    // A device has more entries for data other than pictures; only the first one counts.
+    const bool isFirst = Parse(LineOf(each / "index"), 10) == 0;
+    if (isFirst && HasNode(sources.nodeFolder, each)) devices.push_back(VideoDevice(each));
+  }
+}
+
 }  // namespace
+
+const char kDeviceMonitorDomain[] = "com.veltrane.devicemonitor.1.1";
 
 std::string Device::Identity() const {
   if (bus != kDMUSBBus) return bus + " " + serial;
@@ -102,13 +126,16 @@ void AddListedDevices(VLTDictionaryBase& list, std::vector<Device>& devices) {
   }
 }
 
-void AddVideoDevices(const std::string& folder, std::vector<Device>& devices) {
-  std::error_code failed;
-  std::vector<fs::path> entries;
-  for (const auto& entry : fs::directory_iterator(folder, failed)) entries.push_back(entry.path());
-  std::sort(entries.begin(), entries.end());
-  for (const fs::path& entry : entries) {
-    // A device has more entries for data other than pictures; only the first one counts.
-    if (Parse(LineOf(entry / "index"), 10) == 0) devices.push_back(VideoDevice(entry));
+OSStatus FindDevices(const DeviceSources& sources, std::vector<Device>& devices) {
+  OSStatus err = 0;
+  if (sources.listFile.empty()) {
+    VLTPreferences list(kDeviceMonitorDomain, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
+    AddListedDevices(list, devices);
+  } else {
+    VLTDictionary list;
+    err = list.load(sources.listFile.c_str(), false);
+    AddListedDevices(list, devices);
   }
+  AddVideoDevices(sources, devices);
+  return err;
 }

@@ -19,16 +19,29 @@ struct Device {
   SettingTable preferences;
   SettingTable attributes;
   ProcessSerialNumber digitizer = {0, kNoProcess};  // the process that captures pictures from it
+  bool isPresent = true;  // a device that has gone keeps its id, in case that it comes back
 
   // Returns the key under which the device's settings are stored. It is the same at every start.
   std::string Identity() const;
 };
 
+// The preferences domain of the settings, and of "devices" if no list file is given.
+extern const char kDeviceMonitorDomain[];
+
+// Where devices are found.
+struct DeviceSources {
+  std::string listFile;     // a property list; "": the preferences
+  std::string videoFolder;  // the kernel's list of video devices: a folder for each device, with a
+                            // file "name" and a link "device" to the bus's description
+  std::string nodeFolder;   // where the devices' nodes are; "": not looked at
+};
+
+// Adds the devices of the list and then those of the machine. Returns the error of reading the list
+// file.
+OSStatus FindDevices(const DeviceSources& sources, std::vector<Device>& devices);
+
 // Adds the devices of the property list's array "devices". Each is a dictionary with "bus"; with
 // "vendorID", "productID" and "location" on the USB, else with "serial"; and with "attributes", a
-// dictionary of settings. Entries without a bus are ignored.
+// dictionary of settings. Entries without a bus are ignored. So are those whose bus or serial is
+// not Mac Roman text, since no client could name them.
 void AddListedDevices(VLTDictionaryBase& list, std::vector<Device>& devices);
-
-// Adds the machine's video devices. `folder` is the kernel's list: a folder for each device, with a
-// file "name" and a link "device" to the bus's description. Adds nothing if it does not exist.
-void AddVideoDevices(const std::string& folder, std::vector<Device>& devices);

@@ -3,6 +3,7 @@
 #include <Carbon/Carbon.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <utility>
 
 #include "aeport/event.h"
@@ -17,6 +18,7 @@ namespace {
 
 constexpr size_t kLongestText = 255;
 constexpr size_t kMostRegistrations = 64;
+constexpr size_t kMostGone = 256;   // devices that are remembered after they have gone
 constexpr SInt32 kNotifyTicks = 6;  // 1/60 s
 
 // Reads the value with the type that it has in the event.
@@ -56,26 +58,25 @@ bool IsAlive(const ProcessSerialNumber& psn) {
 }
 
 UInt32 StatusOf(const Device& device) {
-  return kStatusPresent | (IsAlive(device.digitizer) ? UInt32{kStatusInUse} : 0);
+  return (device.isPresent ? UInt32{kStatusPresent} : 0) |
+         (IsAlive(device.digitizer) ? UInt32{kStatusInUse} : 0);
 }
 
 OSStatus PutStatus(AEDesc& record, const Device& device, UInt32 bits) {
   const auto status = static_cast<SInt32>(bits);
   const auto found = device.attributes.find("name");
-  const std::string name =
-      found != device.attributes.end() && found->second.type == typeChar ? found->second.bytes : "";
+  Setting name = found != device.attributes.end() ? found->second : Setting();
+  if (name.type != typeChar && name.type != typeUTF8Text) name = {typeChar, ""};
   OSStatus err = PutAELong(&record, keyDMDeviceID, &device.id);
   if (err == 0) err = PutAELong(&record, keyStatusBits, &status);
   if (err == 0) {
-    err = AEPutParamPtr(&record, keyStatusName, typeChar, name.data(),
-                        static_cast<Size>(name.size()));
+    err = AEPutParamPtr(&record, keyStatusName, name.type, name.bytes.data(),
+                        static_cast<Size>(name.bytes.size()));
   }
   return err;
 }
 
 }  // namespace
-
-const char kDeviceMonitorDomain[] = "com.veltrane.devicemonitor.1.1";
 
 // All events that the service handles.
 const DeviceService::Row DeviceService::kRows[] = {
@@ -90,16 +91,55 @@ const DeviceService::Row DeviceService::kRows[] = {
     {kDMEventClass, kDMRegisterForStatus, &DeviceService::RegisterForStatus},
 };
 
-DeviceService::DeviceService(std::vector<Device> found)
-    : devices(std::move(found)),
-      store(kDeviceMonitorDomain, kCFPreferencesCurrentUser, kCFPreferencesAnyHost) {
-  for (Device& device : devices) {
-    device.id = static_cast<SInt32>(&device - devices.data()) + 1;
-    VLTDictionary stored;
-    if (store.getDictionary(device.Identity().c_str(), stored) != 0) continue;
-    LoadSettings(stored, "preferences", device.preferences);
-    LoadSettings(stored, "attributes", device.attributes);
+DeviceService::DeviceService()
+    : store(kDeviceMonitorDomain, kCFPreferencesCurrentUser, kCFPreferencesAnyHost) {}
+
+void DeviceService::Restore(Device& device) {
+  VLTDictionary stored;
+  if (store.getDictionary(device.Identity().c_str(), stored) != 0) return;
+  LoadSettings(stored, "preferences", device.preferences);
+  LoadSettings(stored, "attributes", device.attributes);
+}
+
+void DeviceService::Update(std::vector<Device> found) {
+  const size_t known = devices.size();
+  std::vector<bool> isFound(known);
+  std::vector<SInt32> changed;
+  for (Device& each : found) {
+    size_t at = 0;
+    while (at < known && (isFound[at] || devices[at].Identity() != each.Identity())) ++at;
+    if (at < known) isFound[at] = true;
+    if (at < known && devices[at].isPresent) continue;
+    each.id = at < known ? devices[at].id : ++lastID;
+    Restore(each);
+    changed.push_back(each.id);
+    if (at < known) {
+      devices[at] = std::move(each);
+    } else {
+      devices.push_back(std::move(each));
+    }
   }
+  for (size_t at = 0; at < known; ++at) {
+    if (isFound[at] || !devices[at].isPresent) continue;
+    devices[at].isPresent = false;
+    devices[at].digitizer = {0, kNoProcess};
+    changed.push_back(devices[at].id);
+  }
+  for (const Device& device : devices) {
+    if (std::find(changed.begin(), changed.end(), device.id) != changed.end()) {
+      Notify(device, kStatusPresent);
+    }
+  }
+  ForgetOldest();
+}
+
+// Removes the devices with the lowest ids among those that have gone, if there are too many.
+void DeviceService::ForgetOldest() {
+  const auto isGone = [](const Device& device) { return !device.isPresent; };
+  auto surplus = std::count_if(devices.begin(), devices.end(), isGone);
+  std::erase_if(devices, [&](const Device& device) {
+    return isGone(device) && surplus-- > static_cast<ptrdiff_t>(kMostGone);
+  });
 }
 
 // If this returns 0, the sender gets the reply as the handler filled it. Any other number becomes
@@ -122,7 +162,9 @@ OSStatus DeviceService::Quit(const AEDesc&, AEDesc&) {
 
 OSStatus DeviceService::GetDeviceIDs(const AEDesc&, AEDesc& reply) {
   std::vector<SInt32> ids;
-  for (const Device& device : devices) ids.push_back(device.id);
+  for (const Device& device : devices) {
+    if (device.isPresent) ids.push_back(device.id);
+  }
   ids.reserve(1);  // also an empty array needs a pointer
   return PutAELongArray(&reply, keyDMDeviceIDs, ids.data(), static_cast<SInt32>(ids.size()));
 }
@@ -139,7 +181,7 @@ OSStatus DeviceService::GetDeviceID(const AEDesc& event, AEDesc& reply) {
   }
   if (err != 0) return err;
   for (const Device& device : devices) {
-    if (device.Identity() == wanted.Identity()) {
+    if (device.isPresent && device.Identity() == wanted.Identity()) {
       return PutAELong(&reply, keyDMDeviceID, &device.id);
     }
   }
@@ -151,9 +193,12 @@ OSStatus DeviceService::FindDevice(const AEDesc& event, Device*& found) {
   SInt32 id = 0;
   const OSStatus err = GetAELong(&event, keyDMDeviceID, &id);
   if (err != 0) return err;
-  if (id < 1 || static_cast<size_t>(id) > devices.size()) return paramErr;
-  found = &devices[static_cast<size_t>(id) - 1];
-  return 0;
+  for (Device& device : devices) {
+    if (device.id != id || !device.isPresent) continue;
+    found = &device;
+    return 0;
+  }
+  return paramErr;
 }
 
 OSStatus DeviceService::FindSetting(const AEDesc& event, Device*& device, std::string& key) {
@@ -264,6 +309,7 @@ OSStatus DeviceService::ListStatus(AEDesc& reply) {
   AEDescList list;
   OSStatus err = AECreateList(nullptr, 0, false, &list);
   for (const Device& device : devices) {
+    if (!device.isPresent) continue;
     AERecord record = {typeNull, nullptr};
     if (err == 0) err = AECreateList(nullptr, 0, true, &record);
     if (err == 0) err = PutStatus(record, device, StatusOf(device));
@@ -278,6 +324,7 @@ OSStatus DeviceService::ListStatus(AEDesc& reply) {
 // Notifies the processes whose mask has a bit of `changed`. Removes the registration of a process
 // that has ended or does not take the notification.
 void DeviceService::Notify(const Device& device, UInt32 changed) {
+  const UInt32 bits = StatusOf(device) | (changed & kStatusSettingsChanged);
   std::erase_if(registrations, [&](const Registration& each) {
     if ((each.mask & changed) == 0) return false;
     VLTPortDestinationAddress address(each.portName.c_str());
@@ -286,7 +333,7 @@ void DeviceService::Notify(const Device& device, UInt32 changed) {
     OSStatus err = address.initialize();
     if (err == 0) err = event.createEvent();
     if (err == 0) err = PutAEShort(&event.event, keyDMStatusParam, &each.param);
-    if (err == 0) err = PutStatus(event.event, device, StatusOf(device) | changed);
+    if (err == 0) err = PutStatus(event.event, device, bits);
     if (err == 0) err = event.sendEvent(0, kNotifyTicks, kAENormalPriority);
     event.finalizeEvent();
     return err != 0;

@@ -12,12 +12,12 @@
 // The parameters of status lists and notifications besides keyDMDeviceID.
 enum : AEKeyword {
   keyStatusBits = FourCC('D', 'v', 'S', 't'),  // long
-  keyStatusName = FourCC('D', 'v', 'N', 'm'),  // TEXT: the attribute "name", or ""
+  keyStatusName = FourCC('D', 'v', 'N', 'm'),  // TEXT or utf8: the attribute "name", or ""
 };
 
 // Bits of a status, and of the mask that selects the changes a registered process is notified of.
 enum : UInt32 {
-  kStatusPresent = 0x10,
+  kStatusPresent = 0x10,          // also selects the devices that come and go
   kStatusInUse = 0x20,            // a process captures pictures from it
   kStatusSettingsChanged = 0x40,  // in notifications only
 };
@@ -30,8 +30,12 @@ constexpr AEEventID kStatusChangedEvent = FourCC('D', 'v', 'S', 'C');
 // whose run loop its listener is attached to.
 class DeviceService {
  public:
-  // Restores the stored settings of `found` and gives the devices the ids 1, 2, ... in this order.
-  explicit DeviceService(std::vector<Device> found);
+  DeviceService();
+
+  // Makes `found` the devices that are present. New ones get the next ids, from 1 on, and their
+  // stored settings. A device that has gone keeps its id until the monitor ends, for when it comes
+  // back, unless very many others have gone since. Notifies the registered processes of both.
+  void Update(std::vector<Device> found);
 
   // The listener's dispatch callback. `refcon` is the service.
   static OSStatus Dispatch(UInt32 eventClass, UInt32 eventID, const AEDesc* event, AEDesc* reply,
@@ -62,6 +66,8 @@ class DeviceService {
   OSStatus RegisterForStatus(const AEDesc& event, AEDesc& reply);
   OSStatus Quit(const AEDesc& event, AEDesc& reply);
 
+  void Restore(Device& device);
+  void ForgetOldest();
   OSStatus FindDevice(const AEDesc& event, Device*& found);
   OSStatus FindSetting(const AEDesc& event, Device*& device, std::string& key);
   OSStatus Get(Table table, const AEDesc& event, AEDesc& reply);
@@ -73,10 +79,8 @@ class DeviceService {
 
   static const Row kRows[];
 
-  std::vector<Device> devices;
+  std::vector<Device> devices;  // by id; also those that have gone
+  SInt32 lastID = 0;
   std::vector<Registration> registrations;
   VLTPreferences store;
 };
-
-// The preferences domain of the settings, and of "devices" if no list file is given.
-extern const char kDeviceMonitorDomain[];

@@ -9,10 +9,11 @@
 #include "aeport/port_listener.h"
 #include "aeport/port_name.h"
 #include "examples/device_monitor/device_service.h"
+#include "examples/device_monitor/hotplug.h"
 #include "launch/launch_spec.h"
 #include "util/user_session.h"
 
-// A device monitor in some eight hundred lines, as an example of a server that uses this library.
+// A device monitor in about a thousand lines, as an example of a server that uses this library.
 // The tests of the clients use it as their server.
 
 namespace {
@@ -24,8 +25,7 @@ constexpr char kUsage[] =
     "  --session  serve this login session only, under its own port name\n";
 
 struct Options {
-  std::string listFile;
-  std::string videoFolder = "/sys/class/video4linux";
+  DeviceSources sources = {"", "/sys/class/video4linux", "/dev"};
   bool isForSession = false;
 };
 
@@ -36,28 +36,15 @@ bool ParseOptions(int argc, char** argv, Options& options) {
     if (name == "--session") {
       options.isForSession = true;
     } else if (name == "--devices" && hasValue) {
-      options.listFile = argv[++i];
+      options.sources.listFile = argv[++i];
     } else if (name == "--video" && hasValue) {
-      options.videoFolder = argv[++i];
+      options.sources.videoFolder = argv[++i];
+      options.sources.nodeFolder = "";
     } else {
       return false;
     }
   }
   return true;
-}
-
-OSStatus FindDevices(const Options& options, std::vector<Device>& devices) {
-  OSStatus err = 0;
-  if (options.listFile.empty()) {
-    VLTPreferences list(kDeviceMonitorDomain, kCFPreferencesCurrentUser, kCFPreferencesAnyHost);
-    AddListedDevices(list, devices);
-  } else {
-    VLTDictionary list;
-    err = list.load(options.listFile.c_str(), false);
-    AddListedDevices(list, devices);
-  }
-  AddVideoDevices(options.videoFolder, devices);
-  return err;
 }
 
 // One monitor serves all login sessions, or each login session has its own. Clients look for the
@@ -86,9 +73,14 @@ int main(int argc, char** argv) {
   if (!ParseOptions(argc, argv, options)) return std::fputs(kUsage, stderr), 2;
 
   std::vector<Device> devices;
-  OSStatus err = FindDevices(options, devices);
+  OSStatus err = FindDevices(options.sources, devices);
   if (err != 0) return Fail("cannot read the list of devices", err);
-  DeviceService service(std::move(devices));
+  DeviceService service;
+  service.Update(std::move(devices));
+  Hotplug hotplug(options.sources, service);
+  if (!hotplug.Start()) {
+    std::fputs("device_monitor: devices that come and go will not be noticed\n", stderr);
+  }
 
   char name[kVLTPortNameSize];
   VLTPortAEMachPortListener listener;

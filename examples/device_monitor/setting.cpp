@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "util/ostype_text.h"
+#include "util/owned_ref.h"
 
 namespace {
 
@@ -39,6 +40,26 @@ bool ReadAs(const Setting& setting, DescType type, T& value) {
   return true;
 }
 
+// Returns null for a text that a property list cannot hold.
+OwnedRef<CFStringRef> StringOf(const Setting& setting) {
+  if (setting.bytes.find('\0') != std::string::npos) return OwnedRef<CFStringRef>(nullptr);
+  const CFStringEncoding encoding =
+      setting.type == typeChar ? kCFStringEncodingMacRoman : kCFStringEncodingUTF8;
+  return OwnedRef<CFStringRef>(CFStringCreateWithBytes(
+      kCFAllocatorDefault, reinterpret_cast<const UInt8*>(setting.bytes.data()), ByteCount(setting),
+      encoding, false));
+}
+
+// Stores the whole text in an encoding. Returns false if that lacks one of its characters.
+bool Encode(CFStringRef text, CFStringEncoding encoding, std::string& bytes) {
+  const CFRange whole = {0, CFStringGetLength(text)};
+  CFIndex size = 0;
+  CFStringGetBytes(text, whole, encoding, 0, false, nullptr, 0, &size);
+  bytes.resize(static_cast<size_t>(size));
+  return CFStringGetBytes(text, whole, encoding, 0, false, reinterpret_cast<UInt8*>(bytes.data()),
+                          size, &size) == whole.length;
+}
+
 OSStatus StoreValue(VLTDictionaryBase& entry, const Setting& setting) {
   bool isTrue = false;
   SInt64 integer = 0;
@@ -57,8 +78,9 @@ OSStatus StoreValue(VLTDictionaryBase& entry, const Setting& setting) {
       if (ReadAs(setting, typeIEEE64BitFloatingPoint, real)) return entry.setDouble("value", real);
       break;
     case typeChar:
-      if (setting.bytes.find('\0') == std::string::npos) {
-        return entry.setCString("value", setting.bytes.c_str());
+    case typeUTF8Text:
+      if (const OwnedRef<CFStringRef> text = StringOf(setting)) {
+        return entry.setString("value", text);
       }
       break;
   }
@@ -87,7 +109,9 @@ bool LoadNatural(VLTDictionaryBase& list, const char* key, Setting& out) {
       out = SettingOf(typeIEEE64BitFloatingPoint, real);
     }
   } else if (typeID == CFStringGetTypeID()) {
-    out = TextSetting(TextOf(list, key));
+    CFStringRef text = nullptr;
+    if (list.getString(key, text) != 0) return false;
+    out = TextSetting(text);
   } else if (typeID == CFDataGetTypeID()) {
     UInt32 size = 0;
     list.getData(key, nullptr, 0, size);
@@ -113,14 +137,25 @@ bool LoadSetting(VLTDictionaryBase& list, const char* key, Setting& out) {
 
 }  // namespace
 
-Setting TextSetting(const std::string& text) { return {typeChar, text}; }
+Setting TextSetting(CFStringRef text) {
+  Setting setting = {typeChar, ""};
+  if (!Encode(text, kCFStringEncodingMacRoman, setting.bytes)) {
+    setting.type = typeUTF8Text;
+    Encode(text, kCFStringEncodingUTF8, setting.bytes);
+  }
+  return setting;
+}
+
+Setting TextSettingOfBytes(const std::string& bytes) {
+  const OwnedRef<CFStringRef> text = StringOf({typeUTF8Text, bytes});
+  return text != nullptr ? TextSetting(text) : Setting{typeChar, bytes};
+}
 
 std::string TextOf(VLTDictionaryBase& list, const char* key) {
-  char* text = nullptr;
-  if (list.getCStringAlloc(key, text, nullptr) != 0) return "";
-  std::string copy = text;
-  VLTDictionaryBase::PtrFree(text);
-  return copy;
+  CFStringRef text = nullptr;
+  if (list.getString(key, text) != 0) return "";
+  const Setting setting = TextSetting(text);
+  return setting.type == typeChar ? setting.bytes : "";
 }
 
 OSStatus StoreSettings(VLTDictionaryBase& list, const char* key, const SettingTable& settings) {
