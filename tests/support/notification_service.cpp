@@ -55,6 +55,7 @@ struct NotificationService::Worker {
   bool isEnding = false;
   std::vector<NotificationCall> calls;
   std::vector<uint32_t> toClose;
+  std::vector<std::pair<uint32_t, std::string>> toPress;
   uint32_t lastID = 40;
 
   ~Worker() { close(wake); }
@@ -104,9 +105,14 @@ void NotificationService::Worker::Run() {
 
 void NotificationService::Worker::SendClosed(sd_bus* bus) {
   std::vector<uint32_t> closing;
+  std::vector<std::pair<uint32_t, std::string>> pressed;
   {
     const std::lock_guard<std::mutex> lock(mutex);
     closing.swap(toClose);
+    pressed.swap(toPress);
+  }
+  for (const auto& [id, button] : pressed) {
+    sd_bus_emit_signal(bus, kPath, kName, "ActionInvoked", "us", id, button.c_str());
   }
   for (const uint32_t id : closing) {
     sd_bus_emit_signal(bus, kPath, kName, "NotificationClosed", "uu", id, kDismissed);
@@ -145,7 +151,14 @@ int NotificationService::Worker::Notify(sd_bus_message* call) {
   const int read =
       sd_bus_message_read(call, "susss", &appName, &noted.replaced, &icon, &title, &body);
   EXPECT_GE(read, 0);
-  EXPECT_GE(sd_bus_message_skip(call, "asa{sv}"), 0);
+  char** buttons = nullptr;
+  EXPECT_GE(sd_bus_message_read_strv(call, &buttons), 0);
+  for (char** each = buttons; each != nullptr && *each != nullptr; ++each) {
+    noted.buttons.push_back(*each);
+    free(*each);
+  }
+  free(buttons);
+  EXPECT_GE(sd_bus_message_skip(call, "a{sv}"), 0);
   EXPECT_GE(sd_bus_message_read(call, "i", &noted.expireTimeout), 0);
   noted.appName = appName;
   noted.title = title;
@@ -202,6 +215,14 @@ void NotificationService::Close(uint32_t id) {
   {
     const std::lock_guard<std::mutex> lock(worker->mutex);
     worker->toClose.push_back(id);
+  }
+  worker->Wake();
+}
+
+void NotificationService::Press(uint32_t id, const std::string& button) {
+  {
+    const std::lock_guard<std::mutex> lock(worker->mutex);
+    worker->toPress.emplace_back(id, button);
   }
   worker->Wake();
 }

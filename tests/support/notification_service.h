@@ -37,6 +37,7 @@ struct NotificationCall {
   std::string title;
   std::string body;
   int32_t expireTimeout = 0;
+  std::vector<std::string> buttons = {};  // key, label, key, label ...
 };
 
 // NotificationService runs on a thread of its own until it is destroyed.
@@ -60,7 +61,8 @@ class NotificationService {
 
   // Returns all calls until now, once there are `count`; fewer after 10 seconds.
   std::vector<NotificationCall> Calls(size_t count);
-  void Close(uint32_t id);  // the user has dismissed it
+  void Close(uint32_t id);                             // the user has dismissed it
+  void Press(uint32_t id, const std::string& button);  // the user has pressed a button of it
 
  private:
   struct Worker;
