@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <optional>
 
 namespace {
 
@@ -16,9 +17,42 @@ bool IsOption(std::string_view word) {
 }
 
 const OptionSpec* FindOption(const std::vector<OptionSpec>& specs, std::string_view name) {
-  const auto found = std::find_if(specs.begin(), specs.end(),
-                                  [&](const OptionSpec& spec) { return spec.name == name; });
+  const auto found = std::find_if(specs.begin(), specs.end(), [&](const OptionSpec& spec) {
+    return spec.name == name || (spec.shortName != nullptr && spec.shortName == name);
+  });
   return found != specs.end() ? &*found : nullptr;
+}
+
+// A word of the command line that is an option.
+struct GivenOption {
+  const OptionSpec* spec = nullptr;  // null: unknown
+  std::string name;                  // as the user gave it
+  std::optional<std::string> value;  // what follows it in the same word
+
+  bool TakesNextWord() const {
+    return spec != nullptr && spec->valueName != nullptr && !value.has_value();
+  }
+};
+
+// Returns nothing if the word is an argument. A short option is one only if the verb has it.
+std::optional<GivenOption> OptionIn(const std::vector<OptionSpec>& specs, const std::string& word) {
+  GivenOption given;
+  if (!word.starts_with("--")) {
+    given.name = word.substr(0, 2);
+    given.spec = FindOption(specs, given.name);
+    if (given.spec == nullptr) return std::nullopt;
+    if (word.size() == 2) return given;
+    // "-o" may also be the only name of an option, which then stands alone.
+    if (given.spec->shortName == nullptr || given.spec->valueName == nullptr) return std::nullopt;
+    given.value = word.substr(word[2] == '=' ? 3 : 2);
+    return given;
+  }
+  if (!IsOption(word)) return std::nullopt;
+  const size_t equals = word.find('=');
+  given.name = word.substr(0, equals);
+  given.spec = FindOption(specs, given.name);
+  if (equals != std::string::npos) given.value = word.substr(equals + 1);
+  return given;
 }
 
 std::string UnknownOption(const std::vector<OptionSpec>& specs, const std::string& name) {
@@ -54,31 +88,39 @@ bool ParseCommandLine(const std::vector<OptionSpec>& specs, const std::vector<st
       onlyWords = true;
       continue;
     }
-    // A short option, such as "-o", is one only if the verb has it.
-    if (onlyWords || (!IsOption(word) && FindOption(specs, word) == nullptr)) {
+    const std::optional<GivenOption> option = onlyWords ? std::nullopt : OptionIn(specs, word);
+    if (!option) {
       line.words.push_back(word);
       continue;
     }
-    const size_t equals = word.find('=');
-    const std::string name = word.substr(0, equals);
-    const OptionSpec* spec = FindOption(specs, name);
-    if (spec == nullptr) return problem = UnknownOption(specs, name), false;
+    const OptionSpec* spec = option->spec;
+    if (spec == nullptr) return problem = UnknownOption(specs, option->name), false;
+    const std::string name = spec->name;
     if (line.Has(name) && !spec->isRepeatable) {
       return problem = name + " is given twice", false;
     }
     std::string& value = line.options[name];
     if (spec->valueName == nullptr) {
-      if (equals != std::string::npos) return problem = name + " takes no value", false;
-    } else if (equals != std::string::npos) {
-      value = word.substr(equals + 1);
+      if (option->value) return problem = name + " takes no value", false;
+    } else if (option->value) {
+      value = *option->value;
     } else if (++i < words.size()) {
       value = words[i];
     } else {
-      return problem = name + " needs a value: " + spec->valueName, false;
+      return problem = option->name + " needs a value: " + spec->valueName, false;
     }
     if (spec->isRepeatable) line.repeated[name].push_back(value);
   }
   return true;
+}
+
+bool AsksForHelp(const std::vector<OptionSpec>& specs, const std::vector<std::string>& words) {
+  for (size_t i = 0; i < words.size() && words[i] != "--"; ++i) {
+    if (words[i] == "--help" || words[i] == "-h") return true;
+    const std::optional<GivenOption> option = OptionIn(specs, words[i]);
+    if (option && option->TakesNextWord()) ++i;
+  }
+  return false;
 }
 
 std::string NearestWord(std::string_view word, const std::vector<std::string_view>& candidates) {

@@ -24,7 +24,8 @@ struct OptionSpec {
   const char* name;       // "--timeout"
   const char* valueName;  // "SECONDS"; null for an option without a value
   const char* help;
-  bool isRepeatable = false;  // may be given several times
+  bool isRepeatable = false;        // may be given several times
+  const char* shortName = nullptr;  // "-t"; null for none
 };
 
 // The arguments after a verb, separated.
@@ -37,9 +38,14 @@ struct CommandLine {
 };
 
 // Parses the arguments after a verb. Options may be anywhere before "--", with their value after a
-// space or "=". Returns false with a message for a wrong argument.
+// space or "="; the value of a short one may follow it at once. Returns false with a message for a
+// wrong argument.
 bool ParseCommandLine(const std::vector<OptionSpec>& specs, const std::vector<std::string>& words,
                       CommandLine& line, std::string& problem);
+
+// Whether one of the arguments is --help or -h, and neither an option's value nor after "--". The
+// other arguments may be wrong.
+bool AsksForHelp(const std::vector<OptionSpec>& specs, const std::vector<std::string>& words);
 
 // Returns the candidate with the smallest edit distance to `word`, or "" if all are too different.
 std::string NearestWord(std::string_view word, const std::vector<std::string_view>& candidates);

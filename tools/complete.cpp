@@ -31,7 +31,7 @@ Candidates Verbs() {
 }
 
 Candidates Options(const Verb& verb) {
-  Candidates options = {{"--help", "Describes the command."}};
+  Candidates options = {{kHelpOption.name, kHelpOption.help}};
   for (const OptionSpec& option : verb.options) options.push_back({option.name, option.help});
   return options;
 }
@@ -154,7 +154,9 @@ Candidates ForOption(const OptionSpec& option, const std::vector<std::string>& b
 
 const OptionSpec* FindOption(const Verb& verb, const std::string& name) {
   for (const OptionSpec& option : verb.options) {
-    if (name == option.name) return &option;
+    if (name == option.name || (option.shortName != nullptr && name == option.shortName)) {
+      return &option;
+    }
   }
   return nullptr;
 }
@@ -169,7 +171,10 @@ Candidates ForVerb(const Verb& verb, const std::vector<std::string>& words) {
     const OptionSpec* option = FindOption(verb, words[i]);
     const bool takesNext = option != nullptr && option->valueName != nullptr;
     if (takesNext && i + 2 == words.size()) return ForOption(*option, before);
-    if (takesNext) ++i;
+    if (takesNext) {
+      ++i;
+      continue;
+    }
     if (words[i] == "-" || !IsOption(words[i])) before.push_back(words[i]);
   }
   if (IsOption(current)) return Options(verb);
@@ -183,12 +188,12 @@ Candidates ForVerb(const Verb& verb, const std::vector<std::string>& words) {
 Candidates ForLine(const std::vector<std::string>& words) {
   if (words.size() < 2) {
     Candidates verbs = Verbs();
-    verbs.push_back({"help", "Describes one command."});
     verbs.push_back({"--help", "Lists the commands."});
+    verbs.push_back({"--json", "Prints JSON."});
     verbs.push_back({"--version", "Prints the versions."});
     return verbs;
   }
-  if (words[0] == "help") return words.size() == 2 ? Verbs() : Candidates();
+  if (words[0] == "--json") return ForLine({words.begin() + 1, words.end()});
   for (const Verb& verb : AllVerbs()) {
     if (words[0] == verb.name) return ForVerb(verb, words);
   }

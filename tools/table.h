@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -12,8 +13,12 @@ using TableRow = std::vector<std::string>;
 
 void PrintTable(const std::vector<TableRow>& rows);
 
-// Prints the heading, too, if standard output is a terminal and there are rows.
+// On a terminal, prints the heading, too, if there are rows, and shortens paths in the last column
+// to the terminal's width.
 void PrintTable(const TableRow& heading, std::vector<TableRow> rows);
+
+// Replaces the middle of a path by "..." if it is longer than `columns`. Pure function.
+std::string ShortenedPath(const std::string& path, size_t columns);
 
 // A scalar without spaces; "?" for null.
 std::string TableCell(const JsonValue& value);

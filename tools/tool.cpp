@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
+#include <sstream>
 
 #include "platform/host/session/introspect.h"
 #include "tools/complete.h"
 #include "tools/output.h"
+#include "tools/terminal.h"
 #include "tools/verbs/verb.h"
 
 namespace {
@@ -37,26 +40,49 @@ std::string Synopsis(const Verb& verb, size_t indent) {
   return text.substr(0, text.find_last_not_of(' ') + 1) + "\n";
 }
 
+// Makes the words that begin a paragraph about something else bold, on a terminal.
+std::string Emphasised(const std::string& text) {
+  std::string result;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    for (const char* const heading : {"Exit status:", "Examples:", "Example:", "JSON:"}) {
+      if (!line.starts_with(heading)) continue;
+      line = Painted(Paint::kBold, heading) + line.substr(std::strlen(heading));
+      break;
+    }
+    result += line + "\n";
+  }
+  return result;
+}
+
 std::string Overview() {
   std::string text =
       "vltctl lists ports, sends events, starts and stops programs, and reads and\nchanges property lists and preferences.\n\n";
   for (const Verb& verb : AllVerbs()) {
     text += Synopsis(verb, 2) + "      " + verb.summary + "\n";
   }
-  return text + "  vltctl --help | help [COMMAND]\n      Describes one command.\n\n" + kExitHelp;
+  return Emphasised(text + "\n" + kExitHelp);
+}
+
+// The option as the user writes it: "-t, --timeout SECONDS".
+std::string NameOf(const OptionSpec& option) {
+  return (option.shortName != nullptr ? std::string(option.shortName) + ", " : "") + option.name +
+         (option.valueName != nullptr ? std::string(" ") + option.valueName : "");
 }
 
 std::string HelpOf(const Verb& verb) {
-  constexpr size_t kNameWidth = 20;
+  constexpr size_t kNameWidth = 21;
   std::string text = Synopsis(verb, 0) + verb.summary + "\n";
   if (verb.details[0]) text += std::string("\n") + verb.details;
-  if (!verb.options.empty()) text += "\n";
-  for (const OptionSpec& option : verb.options) {
-    std::string name = option.name + (option.valueName ? std::string(" ") + option.valueName : "");
+  text += "\n";
+  std::vector<OptionSpec> options = verb.options;
+  options.push_back(kHelpOption);
+  for (const OptionSpec& option : options) {
+    std::string name = NameOf(option);
     name.resize(std::max(name.size(), kNameWidth), ' ');
-    text += "  " + name + " " + option.help + "\n";
+    text += "  " + name + "  " + option.help + "\n";
   }
-  return text + "\n" + kExitHelp;
+  return Emphasised(text + "\n" + kExitHelp);
 }
 
 const Verb* FindVerb(const std::string& name) {
@@ -67,29 +93,23 @@ const Verb* FindVerb(const std::string& name) {
 }
 
 int UnknownVerb(const std::string& name) {
-  std::vector<std::string_view> names = {"help"};
+  std::vector<std::string_view> names;
   for (const Verb& verb : AllVerbs()) names.push_back(verb.name);
   const std::string near = NearestWord(name, names);
   Say("unknown command " + Quoted(name) + (near.empty() ? "" : "; did you mean " + near + "?"));
   return kExitUsage;
 }
 
-int Help(const std::vector<std::string>& words) {
-  if (words.size() < 2) {
-    Print(Overview());
-    return kExitOk;
-  }
-  const Verb* verb = FindVerb(words[1]);
-  if (verb == nullptr) return UnknownVerb(words[1]);
+int RunHelp(const CommandLine& line) {
+  if (line.words.empty()) return Print(Overview()), kExitOk;
+  const Verb* verb = FindVerb(line.words[0]);
+  if (verb == nullptr) return UnknownVerb(line.words[0]);
   Print(HelpOf(*verb));
   return kExitOk;
 }
 
 int RunVerb(const Verb& verb, const std::vector<std::string>& words) {
-  for (const std::string& word : words) {
-    if (word == "--") break;
-    if (word == "--help") return Print(HelpOf(verb)), kExitOk;
-  }
+  if (AsksForHelp(verb.options, words)) return Print(HelpOf(verb)), kExitOk;
   CommandLine line;
   std::string problem;
   if (ParseCommandLine(verb.options, words, line, problem)) {
@@ -109,14 +129,37 @@ int RunVerb(const Verb& verb, const std::vector<std::string>& words) {
 
 }  // namespace
 
-int RunTool(const std::vector<std::string>& words) {
+Verb HelpVerb() {
+  return {"help",
+          "[COMMAND]",
+          "Describes a command, or lists all of them.",
+          "vltctl COMMAND --help and vltctl COMMAND -h print the same.\n"
+          "\n"
+          "Colours are used on a terminal only, and not if NO_COLOR is set.\n"
+          "\n"
+          "Example: vltctl help send\n",
+          {},
+          0,
+          1,
+          RunHelp,
+          false};
+}
+
+int RunTool(const std::vector<std::string>& given) {
+  std::vector<std::string> words = given;
+  // --json may also stand before the verb.
+  const bool isJson = !words.empty() && words[0] == "--json";
+  if (isJson) words.erase(words.begin());
   if (words.empty()) {
     std::fputs(Overview().c_str(), stderr);
     return kExitUsage;
   }
-  if (words[0] == "--help" || words[0] == "-h" || words[0] == "help") return Help(words);
   if (words[0] == "__complete") return CompleteWords({words.begin() + 1, words.end()});
-  const Verb* verb = FindVerb(words[0] == "--version" ? "version" : words[0]);
+  if (words[0] == "--help" || words[0] == "-h") words[0] = "help";
+  if (words[0] == "--version") words[0] = "version";
+  const Verb* verb = FindVerb(words[0]);
   if (verb == nullptr) return UnknownVerb(words[0]);
-  return RunVerb(*verb, {words.begin() + 1, words.end()});
+  words.erase(words.begin());
+  if (isJson) words.insert(words.begin(), "--json");
+  return RunVerb(*verb, words);
 }

@@ -36,6 +36,9 @@ LINES = [
     ("device 1 set gain flo", ["device", "1", "set", "gain", "float"]),
     ("plist print odd", ["plist", "print", "odd name.plist"]),
     ("quit nobody.has.this", ["quit", "nobody.has.this"]),
+    ("--json notif", ["--json", "notify"]),
+    ("devices --wa", ["devices", "--watch"]),
+    ("quit -t 3 com.velt", ["quit", "-t", "3", PORT]),
     ("nonsense x", ["nonsense", "x"]),
 ]
 

@@ -1,3 +1,6 @@
+#include <signal.h>
+
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -61,6 +64,32 @@ class Monitor {
     EXPECT_TRUE(child.Start(options));
     EXPECT_TRUE(WaitForPort(port, 20s)) << child.Errors();
   }
+  // A device that comes is there with all its files at once.
+  void Plug(const std::string& name) {
+    const std::string away = "sys/away/" + name;
+    folder.File(away + "/name",
+                "K\xC3\xBC"
+                "che\n");
+    folder.File(away + "/index", "0\n");
+    folder.Link(away + "/device", folder.Folder("sys/bus/" + name));
+    fs::rename(folder.Path(away), folder.Path("sys/video/" + name));
+  }
+  void Unplug(const std::string& name) {
+    fs::rename(folder.Path("sys/video/" + name), folder.Path("sys/gone" + name));
+    fs::remove_all(folder.Path("sys/gone" + name));
+  }
+  void WriteList(const std::string& text) { folder.File("devices.plist", text); }
+  // More changes than the kernel keeps for one who does not read them.
+  void OverflowQueue() {
+    size_t most = 16384;
+    std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> most;
+    const std::string name = folder.Path("sys/video/other");
+    for (size_t i = 0; i < most / 2 + 8; ++i) {  // two changes each
+      std::ofstream file(name);
+      fs::remove(name);
+    }
+  }
+  void Signal(int number) { child.Signal(number); }
   void ExpectEnd() {
     EXPECT_EQ(0, child.Wait(20s));
     EXPECT_EQ("", child.Output() + child.Errors());
@@ -259,6 +288,178 @@ TEST(DeviceMonitor, NotifiesRegisteredProcessesOfAChangeOnce) {
   EXPECT_EQ(2u, heard.size());
 }
 
+// What `vltctl devices --watch` prints.
+class WatchingTool {
+ public:
+  explicit WatchingTool(std::vector<std::string> words) {
+    ChildOptions options;
+    options.arguments = TestLauncher();
+    options.arguments.push_back(VLTCTL_PROGRAM);
+    options.arguments.insert(options.arguments.end(), words.begin(), words.end());
+    options.capture = true;
+    EXPECT_TRUE(child.Start(options));
+  }
+  // Waits until as many lines are there, and returns all that have come.
+  std::string Output(std::ptrdiff_t lines) {
+    EXPECT_TRUE(WaitUntil(
+        [&] {
+          const std::string text = child.Output();
+          return std::count(text.begin(), text.end(), '\n') >= lines;
+        },
+        60s))
+        << child.Output() << child.Errors();
+    return child.Output();
+  }
+  ChildProcess child;
+};
+
+TEST(DeviceMonitor, NoticesDevicesThatComeAndGoAndTellsThoseWhoWatch) {
+  OpenDescriptorCheck noLeaks;
+  Monitor monitor;
+  WatchingTool devices({"devices", "--watch"});
+  std::string expected = "present  1  Old camera\npresent  2  New camera\n";
+  EXPECT_EQ(expected, devices.Output(2));
+  WatchingTool status({"device-status", "--watch", "--mask", "0x10", "--count", "4"});
+  status.Output(2);
+
+  monitor.Plug("video2");
+  EXPECT_EQ(expected +=
+            "added    3  K\xC3\xBC"
+            "che\n",
+            devices.Output(3));
+  SInt32 id = 0;
+  EXPECT_EQ(0, DMGetDeviceID("video", "video2", id));
+  EXPECT_EQ(3, id);
+  EXPECT_EQ(0, DMSetDevicePreference(3, "k", typeChar, "x", 1));
+  monitor.Unplug("video2");
+  EXPECT_EQ(expected +=
+            "removed  3  K\xC3\xBC"
+            "che\n",
+            devices.Output(4));
+  EXPECT_EQ(0, status.child.Wait(60s));
+  EXPECT_EQ(
+      "DvI#:long=1  DvSt:long=16  DvNm:text=Old camera\n"
+      "DvI#:long=2  DvSt:long=16  DvNm:text=New camera\n"
+      "DvI#:long=3  DvSt:long=16  DvNm:text=K\xC3\xBC"
+      "che\n"
+      "DvI#:long=3  DvSt:long=0  DvNm:text=K\xC3\xBC"
+      "che\n",
+      status.child.Output());
+  // A device that has gone cannot be used, and gets its number and its settings back.
+  EXPECT_EQ(fnfErr, DMGetDeviceID("video", "video2", id));
+  EXPECT_EQ("error -50", Read(3, {"k", typeChar, ""}, false));
+  SInt32 count = 0;
+  EXPECT_EQ(0, DMGetDeviceIDs(nullptr, 0, &count));
+  EXPECT_EQ(2, count);
+  monitor.Plug("video2");
+  EXPECT_EQ(expected +=
+            "added    3  K\xC3\xBC"
+            "che\n",
+            devices.Output(5));
+  EXPECT_EQ("x", Read(3, {"k", typeChar, ""}, false));
+  // A name that changes.
+  EXPECT_EQ(0, DMSetDeviceAttribute(3, "name", typeChar, "Bath", 4));
+  EXPECT_EQ(expected += "renamed  3  Bath\n", devices.Output(6));
+  EXPECT_EQ(0, DMSetDeviceAttribute(3, "name", typeChar,
+                                    "K\x9F"
+                                    "che",
+                                    5));
+  EXPECT_EQ(expected +=
+            "renamed  3  K\xC3\xBC"
+            "che\n",
+            devices.Output(7));
+
+  // Nothing is lost with the kernel's events. The list is read again once it has been written, and
+  // one that cannot be read changes nothing.
+  monitor.Signal(SIGSTOP);
+  monitor.OverflowQueue();
+  monitor.Unplug("video2");
+  monitor.Signal(SIGCONT);
+  EXPECT_EQ(expected +=
+            "removed  3  K\xC3\xBC"
+            "che\n",
+            devices.Output(8));
+  monitor.WriteList("no property list");
+  monitor.WriteList("<plist version=\"1.0\"><dict><key>devices</key><array/></dict></plist>");
+  EXPECT_EQ(expected += "removed  1  Old camera\n", devices.Output(9));
+
+  // Another monitor has other devices.
+  EXPECT_EQ(0, DMQuitDaemon());
+  EXPECT_EQ(expected += "removed  2  New camera\n", devices.Output(10));
+  EXPECT_TRUE(WaitUntil([&] { return !devices.child.Errors().empty(); }, 60s));
+  EXPECT_EQ("vltctl: devices: the device monitor has ended; waiting for another one\n",
+            devices.child.Errors());
+  const Monitor other;
+  EXPECT_EQ(expected += "added    1  Old camera\nadded    2  New camera\n", devices.Output(12));
+  EXPECT_EQ(0,
+            RunVerb({"quit"}, {"com.veltrane.vltctl.watch." + std::to_string(devices.child.Pid())})
+                .status);
+  EXPECT_EQ(0, devices.child.Wait(60s));
+}
+
+TEST(DeviceMonitor, AWatchThatIsInterruptedLeavesNothing) {
+  OpenDescriptorCheck noLeaks;
+  const Monitor monitor;
+  WatchingTool devices({"devices", "--watch", "--json"});
+  EXPECT_EQ(
+      "{\"change\":\"present\",\"id\":1,\"name\":\"Old camera\"}\n"
+      "{\"change\":\"present\",\"id\":2,\"name\":\"New camera\"}\n",
+      devices.Output(2));
+  devices.child.Signal(SIGINT);
+  EXPECT_EQ(-SIGINT, devices.child.Wait(60s));
+  EXPECT_TRUE(
+      WaitForNoPort("com.veltrane.vltctl.watch." + std::to_string(devices.child.Pid()), 60s));
+  EXPECT_EQ(0, DMSetDevicePreference(2, "k", typeChar, "z", 1));
+}
+
+TEST(DeviceMonitor, KeepsEveryCharacterOfATextOrRefusesIt) {
+  constexpr char kTexts[] = R"(<plist version="1.0"><dict><key>devices</key><array>
+    <dict><key>bus</key><string>a</string><key>serial</key><string>1</string>
+      <key>attributes</key><dict><key>name</key><string>Küche</string></dict></dict>
+    <dict><key>bus</key><string>a</string><key>serial</key><string>2</string>
+      <key>attributes</key><dict><key>name</key><string>Küche 日本</string></dict></dict>
+    <dict><key>bus</key><string>a</string><key>serial</key><string>日本</string></dict>
+    <dict><key>bus</key><string>日本</string></dict>
+    </array></dict></plist>)";
+  const ScratchFolder folder;
+  std::vector<Device> devices;
+  const DeviceSources sources = {folder.File("list.plist", kTexts), folder.Folder("video"),
+                                 folder.Folder("nodes")};
+  for (const char* const name : {"video0", "video1"}) {
+    folder.File("video/" + std::string(name) + "/name", "\xC3\xBC\xE6\x97\xA5\n");
+  }
+  folder.File("nodes/video1");
+  EXPECT_EQ(0, FindDevices(sources, devices));
+  // No client could name the others of the list, and a device without a node has gone.
+  ASSERT_EQ(3u, devices.size());
+  const Setting names[] = {{typeChar,
+                            "K\x9F"
+                            "che"},
+                           {typeUTF8Text,
+                            "K\xC3\xBC"
+                            "che \xE6\x97\xA5\xE6\x9C\xAC"},
+                           {typeUTF8Text, "\xC3\xBC\xE6\x97\xA5"}};
+  VLTDictionary stored;
+  for (size_t i = 0; i < 3; ++i) {
+    const Setting& name = devices[i].attributes["name"];
+    EXPECT_EQ(names[i].type, name.type);
+    EXPECT_EQ(names[i].bytes, name.bytes);
+    SettingTable again;
+    EXPECT_EQ(0, StoreSettings(stored, "attributes", devices[i].attributes));
+    LoadSettings(stored, "attributes", again);
+    EXPECT_EQ(names[i].type, again["name"].type);
+    EXPECT_EQ(names[i].bytes, again["name"].bytes);
+  }
+  // Kept in a form that people can read and write.
+  VLTDictionary table, entry;
+  EXPECT_EQ(0, stored.getDictionary("attributes", table));
+  EXPECT_EQ(0, table.getDictionary("name", entry));
+  CFStringRef text = nullptr;
+  EXPECT_EQ(0, entry.getString("value", text));
+  EXPECT_EQ("\xC3\xBC\xE6\x97\xA5", TextSettingOfBytes("\xC3\xBC\xE6\x97\xA5").bytes);
+  EXPECT_EQ("\xFF", TextSettingOfBytes("\xFF").bytes);
+}
+
 TEST(DeviceMonitor, ServesOneSessionUnderItsOwnName) {
   const std::string port = std::string(kPort) + ".abc123";
   Monitor mine({"--session"}, port.c_str());
@@ -301,8 +502,19 @@ TEST(DeviceMonitor, ServesTheCommandLineTool) {
        "DvI#:long=1  DvSt:long=16  DvNm:text=Old camera\n"
        "DvI#:long=2  DvSt:long=16  DvNm:text=New camera\n",
        ""},
+      {{"device", "1", "set", "name", "text", "\xE6\x97\xA5", "--attribute"}, 2, "", "use utf8"},
+      {{"device", "1", "set", "name", "utf8", "\xE6\x97\xA5", "--attribute"}, 0, "", ""},
+      {{"devices"}, 0, "1  \xE6\x97\xA5\n2  New camera\n", ""},
+      {{"device-status"},
+       0,
+       "DvI#:long=1  DvSt:long=16  DvNm:utf8=\xE6\x97\xA5\n"
+       "DvI#:long=2  DvSt:long=16  DvNm:text=New camera\n",
+       ""},
+      {{"device", "1", "set", "name", "text", "Old camera", "--attribute"}, 0, "", ""},
+      {{"devices", "--watch", "--count", "0"}, 2, "", "\"0\" is not a number above 0"},
       {{"device", "1", "set", "k", "long", "many"}, 2, "", "\"many\" is not a value of type long"},
       {{"quit", kPort}, 0, "", ""},
+      {{"devices", "--watch"}, 3, "", "the device monitor (com.veltrane.vltdeviced.1.1) is not"},
       {{"devices"}, 3, "", "the device monitor (com.veltrane.vltdeviced.1.1) is not running"},
   };
   // Longer than the room of the tool's first attempt.

@@ -25,6 +25,7 @@
 //   let-go       gives the port up
 //   wait FIFO    waits for a line from FIFO
 //   background   continues as a child
+//   run PROGRAM  starts another program, in its POSIX session
 //   loop         runs the event loop until the quit event comes
 //   exit N, kill N
 //
@@ -92,6 +93,12 @@ void GoIntoTheBackground() {
   if (fork() != 0) _exit(0);
 }
 
+void Run(const std::string& program) {
+  if (fork() != 0) return;
+  execl(program.c_str(), program.c_str(), nullptr);
+  _exit(1);
+}
+
 std::unique_ptr<VLTPortAEMachPortListener> sListener;
 
 void Claim(const std::string& name) {
@@ -112,6 +119,7 @@ void Do(const std::string& step, const std::string& what) {
   if (step == "let-go") sListener.reset();
   if (step == "wait") std::ifstream(what).get();
   if (step == "background") GoIntoTheBackground();
+  if (step == "run") Run(what);
   if (step == "loop") RunApplicationEventLoop();
   if (step == "exit") _exit(std::stoi(what));
   if (step == "kill") kill(getpid(), std::stoi(what));

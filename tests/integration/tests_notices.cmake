@@ -15,3 +15,8 @@ foreach(test IN ITEMS notice notice_faults)
     LIBS vlt_notice_support TIMEOUT 120 NATIVE_ONLY)
   add_dependencies(${test}_test vlt-notify)
 endforeach()
+
+vlt_add_test(NAME notify_verb_test LABEL integration NATIVE_ONLY
+  SOURCES ../tools/verbs/notify_test.cpp LIBS vlt_notice_support TIMEOUT 120)
+target_compile_definitions(notify_verb_test PRIVATE VLTCTL_PROGRAM="$<TARGET_FILE:vltctl>")
+add_dependencies(notify_verb_test vltctl vlt-notify)

@@ -8,7 +8,7 @@ namespace {
 
 TEST(CommandLine, SeparatesOptionsFromArgumentsAndQuotesAFault) {
   const std::vector<OptionSpec> specs = {
-      {"--all", nullptr, ""}, {"--timeout", "SECONDS", ""}, {"-o", "FILE", ""}};
+      {"--all", nullptr, ""}, {"--timeout", "SECONDS", "", false, "-t"}, {"-o", "FILE", ""}};
   const std::tuple<std::vector<std::string>, const char*, std::vector<std::string>,
                    std::map<std::string, std::string>>
       rows[] = {
@@ -19,6 +19,10 @@ TEST(CommandLine, SeparatesOptionsFromArgumentsAndQuotesAFault) {
           {{"--", "--all", "--"}, "", {"--all", "--"}, {}},
           {{"----:long=1", "-", "-x", "---"}, "", {"----:long=1", "-", "-x", "---"}, {}},
           {{"-o", "-", "-ox"}, "", {"-ox"}, {{"-o", "-"}}},
+          {{"-t", "3", "-o=x"}, "", {"-o=x"}, {{"--timeout", "3"}}},
+          {{"-t3", "--", "-t4"}, "", {"-t4"}, {{"--timeout", "3"}}},
+          {{"-t=3"}, "", {}, {{"--timeout", "3"}}},
+          {{"-t", "3", "--timeout=3"}, "--timeout is given twice", {}, {}},
           {{"--timeout"}, "--timeout needs a value: SECONDS", {}, {}},
           {{"--all=1"}, "--all takes no value", {}, {}},
           {{"--all", "--all"}, "--all is given twice", {}, {}},
@@ -34,6 +38,23 @@ TEST(CommandLine, SeparatesOptionsFromArgumentsAndQuotesAFault) {
     if (expectedProblem[0] != 0) continue;
     EXPECT_EQ(words, line.words);
     EXPECT_EQ(options, line.options);
+  }
+}
+
+TEST(CommandLine, HelpIsNeitherAValueNorAfterTwoHyphens) {
+  const std::vector<OptionSpec> specs = {{"--all", nullptr, ""},
+                                         {"--timeout", "SECONDS", "", false, "-t"}};
+  const std::pair<std::vector<std::string>, bool> rows[] = {{{"-h"}, true},
+                                                            {{"a", "--help"}, true},
+                                                            {{"--all", "-h"}, true},
+                                                            {{"--wrong", "-h"}, true},
+                                                            {{"--timeout=1", "-h"}, true},
+                                                            {{"-t", "-h"}, false},
+                                                            {{"--timeout", "--help"}, false},
+                                                            {{"--", "-h"}, false},
+                                                            {{"help", "-help"}, false}};
+  for (const auto& [words, isHelp] : rows) {
+    EXPECT_EQ(isHelp, AsksForHelp(specs, words)) << testing::PrintToString(words);
   }
 }
 

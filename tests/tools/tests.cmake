@@ -34,6 +34,13 @@ if(TARGET vlt_failing_allocations)
 endif()
 vlt_add_test(NAME descriptions_test LABEL integration NATIVE_ONLY
   SOURCES verbs/descriptions_test.cpp verbs/serve_test.cpp LIBS vlt_tools)
+vlt_add_test(NAME every_verb_test LABEL integration NATIVE_ONLY
+  SOURCES verbs/every_verb_test.cpp verbs/terminal_test.cpp LIBS vlt_tools TIMEOUT 180)
+if(TARGET every_verb_test)
+  target_compile_definitions(every_verb_test PRIVATE VLTCTL_PROGRAM="$<TARGET_FILE:vltctl>"
+    DEVICE_MONITOR_BUNDLE="$<TARGET_FILE_DIR:device_monitor>/../..")
+  add_dependencies(every_verb_test vltctl device_monitor)
+endif()
 if(TARGET descriptions_test)
   target_compile_definitions(descriptions_test PRIVATE VLTCTL_PROGRAM="$<TARGET_FILE:vltctl>"
     SESSION_DAEMON_BUNDLE="$<TARGET_FILE_DIR:vltsessiond>/../.."

@@ -47,6 +47,7 @@ void AddProcess(ProgramState& state, pid_t pid) {
 // Reads the end of the program's output. The openers' own lines begin with "-- ".
 void AddLog(ProgramState& state, const std::string& program) {
   if (program.empty()) return;
+  HostCutProgramLogs();
   const std::string path = HostProgramLogPath(program);
   std::vector<std::string> said;
   bool exists = false;

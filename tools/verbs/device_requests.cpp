@@ -7,6 +7,7 @@
 #include "tools/applications/launch_plan.h"
 #include "tools/values/desc_model.h"
 #include "tools/values/error_names.h"
+#include "tools/values/parameter_text.h"
 #include "tools/verbs/outcome.h"
 #include "tools/verbs/verb.h"
 
@@ -14,7 +15,37 @@ namespace {
 
 constexpr int kDefaultTicks = 10 * 60;
 constexpr size_t kFirstRoom = 4096;
-constexpr int kTries = 3;  // the value may grow between two attempts
+constexpr int kTries = 3;        // a value or the list may grow between two attempts
+constexpr SInt32 kSpareIDs = 8;  // for devices that are added between two requests
+
+OSStatus ListIDs(std::vector<SInt32>& ids) {
+  OSStatus err = 0;
+  for (int i = 0; i < kTries; ++i) {
+    SInt32 count = 0;
+    err = DMGetDeviceIDs(nullptr, 0, &count);
+    if (err != 0) return err;
+    ids.resize(static_cast<size_t>(count + kSpareIDs));
+    err = DMGetDeviceIDs(ids.data(), count + kSpareIDs, &count);
+    if (err == 0) ids.resize(static_cast<size_t>(count));
+    if (err != paramErr) return err;
+  }
+  return err;
+}
+
+// Returns the error of a monitor that cannot be asked. What it replies means that there is no name;
+// `isCertain` becomes false unless it says that the device has none.
+OSStatus ReadName(SInt32 id, JsonValue& name, bool& isCertain) {
+  DeviceSetting setting;
+  const OSStatus err = ReadDeviceSetting(id, "name", true, setting);
+  if (err != 0 && ExitForReply(err) != kExitRefused) return err;
+  if (err == 0) {
+    const JsonValue model = SettingModel(setting);
+    const JsonValue* const text = model.Find("text");
+    if (text != nullptr) name = *text;
+  }
+  isCertain = isCertain && (err == 0 || err == errAEDescNotFound);
+  return 0;
+}
 
 }  // namespace
 
@@ -45,6 +76,35 @@ JsonValue SettingModel(const DeviceSetting& setting) {
   JsonValue model = DescModel(desc);
   AEDisposeDesc(&desc);
   return model;
+}
+
+OSStatus ListDevices(std::vector<NamedDevice>& devices) {
+  OSStatus err = 0;
+  for (int i = 0; i < kTries; ++i) {
+    std::vector<SInt32> ids, after;
+    bool isCertain = true;
+    err = ListIDs(ids);
+    devices.clear();
+    for (const SInt32 id : ids) {
+      devices.push_back({id, JsonValue()});
+      if (err == 0) err = ReadName(id, devices.back().name, isCertain);
+    }
+    if (err != 0 || isCertain) return err;
+    // A device without a name may have gone since the list was made.
+    err = ListIDs(after);
+    if (err != 0 || ids == after) return err;
+  }
+  return err;
+}
+
+std::string StatusText(const JsonValue& entry) {
+  std::string text;
+  const JsonValue* fields = entry.Find("fields");
+  const JsonValue::Object alone = {{"----", entry}};
+  for (const std::string& each : ParameterLines(fields != nullptr ? *fields : alone)) {
+    text += (text.empty() ? "" : "  ") + each;
+  }
+  return text;
 }
 
 bool SetDeviceTimeout(const CommandLine& line) {

@@ -3,6 +3,7 @@
 #include <CoreServices/CoreServices.h>
 
 #include <string>
+#include <vector>
 
 #include "tools/command_line.h"
 #include "tools/values/json_value.h"
@@ -19,6 +20,16 @@ struct DeviceSetting {
 OSStatus ReadDeviceSetting(SInt32 deviceID, const std::string& key, bool isAttribute,
                            DeviceSetting& setting);
 JsonValue SettingModel(const DeviceSetting& setting);
+
+// Lists all devices, however many there are, in the monitor's order: the id and the attribute
+// "name", null without one.
+struct NamedDevice {
+  SInt32 id = 0;
+  JsonValue name;
+};
+OSStatus ListDevices(std::vector<NamedDevice>& devices);
+// Returns an entry of the status list as KEY:TYPE=VALUE, on one line.
+std::string StatusText(const JsonValue& entry);
 
 // Sets the time-out for each attempt of later requests: the value of --timeout, or ten seconds.
 // Returns false, after a message, if the value is not a number of seconds.

@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,9 +24,12 @@
 #include "platform/host/session/introspect.h"
 #include "tools/applications/launch_plan.h"
 #include "tools/applications/program_state.h"
+#include "tools/preferences/domains.h"
 #include "tools/table.h"
+#include "tools/terminal.h"
 #include "tools/values/port_text.h"
 #include "tools/verbs/verb.h"
+#include "util/owned_ref.h"
 
 // Checks what the library needs from the machine and the user's session.
 
@@ -54,6 +58,11 @@ const char* NameOf(Health health) {
     default:
       return "failure";
   }
+}
+
+Paint PaintOf(Health health) {
+  if (health == Health::kOk) return Paint::kGreen;
+  return health == Health::kWarning ? Paint::kYellow : Paint::kRed;
 }
 
 void CheckSession(Findings& findings) {
@@ -113,13 +122,24 @@ void CheckApplications(Findings& findings) {
   findings.push_back({"applications", Health::kOk, std::to_string(good) + " can be opened"});
 }
 
-// The files of the package's own domains and those of any application.
+// The files of all domains, and those of any application.
 void CheckPreferences(Findings& findings) {
+  std::set<std::string> seen;
   size_t good = 0;
-  for (const CFStringRef domain :
-       {CFSTR("com.veltrane.common.1.1"), CFSTR("com.veltrane.devicemonitor.1.1")}) {
+  std::vector<std::string> problems;
+  std::set<std::string> names = {
+      "any"};  // without a domain, there are the files of any application
+  for (const PrefsDomain& domain : ListPrefsDomains(problems)) names.insert(domain.name);
+  for (const std::string& text : problems) {
+    findings.push_back(
+        {"preferences", Health::kFailure, text, "correct the folder's mode or owner"});
+  }
+  for (const std::string& name : names) {
+    const OwnedRef<CFStringRef> domain(
+        CFStringCreateWithCString(nullptr, name.c_str(), kCFStringEncodingUTF8));
+    if (domain == nullptr) continue;
     for (const HostPreferencesSource& source : HostPreferencesSources(domain, nullptr)) {
-      if (!source.exists) continue;
+      if (!source.exists || !seen.insert(source.path).second) continue;
       if (source.problem.empty()) {
         ++good;
       } else {
@@ -128,7 +148,9 @@ void CheckPreferences(Findings& findings) {
       }
     }
   }
-  findings.push_back({"preferences", Health::kOk, std::to_string(good) + " files are in use"});
+  const std::string count = std::to_string(good);
+  findings.push_back(
+      {"preferences", Health::kOk, count + (good == 1 ? " file is in use" : " files are in use")});
 }
 
 void CheckNotices(Findings& findings) {
@@ -259,7 +281,8 @@ static int RunDoctor(const CommandLine& line) {
       PrintJson(model);
       continue;
     }
-    rows.push_back({each.check, NameOf(each.health), OneLine(each.text)});
+    rows.push_back(
+        {each.check, Painted(PaintOf(each.health), NameOf(each.health)), OneLine(each.text)});
     if (!each.remedy.empty()) rows.push_back({"", "", "-> " + OneLine(each.remedy)});
   }
   PrintTable(rows);

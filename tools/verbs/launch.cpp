@@ -10,6 +10,7 @@
 
 #include "platform/host/applications/introspect.h"
 #include "platform/host/session/introspect.h"
+#include "tools/applications/launch_plan.h"
 #include "tools/applications/search.h"
 #include "tools/table.h"
 #include "tools/values/absence.h"
@@ -149,7 +150,15 @@ Result Launch(const std::string& word, const std::string& port, double waitSecon
   return result;
 }
 
-JsonValue ResultModel(const Result& result, bool explain) {
+// The launch specification of the daemon that is being opened; null for any other application. Only
+// daemons have launch preferences, which the launcher follows and this verb does not.
+const VLTLaunchSpec* SpecificationOf(const Result& result, const std::string& word) {
+  const VLTLaunchSpec* specification = LaunchSpecificationOf(word);
+  if (specification != nullptr || !result.search.Found()) return specification;
+  return LaunchSpecificationOf(FoundApplication(result.search).identifier);
+}
+
+JsonValue ResultModel(const Result& result, const VLTLaunchSpec* specification, bool explain) {
   JsonValue model = JsonValue::Object();
   const auto addBytes = [&](const char* name, const std::string& bytes) {
     AddBytesOrNull(model, name, bytes);
@@ -170,6 +179,8 @@ JsonValue ResultModel(const Result& result, bool explain) {
   model.Add("ways", SearchModel(result.search));
   model.Add("broken", BrokenModel(result.search));
   addBytes("problem", FoundApplication(result.search).problem);
+  model.Add("launch",
+            specification != nullptr ? PlanModel(PlanLaunch(*specification)) : JsonValue());
   return model;
 }
 
@@ -262,10 +273,12 @@ static int RunLaunch(const CommandLine& line) {
   const Result result = Launch(line.words[0], port, waitSeconds);
   const bool explain = line.Has("--explain");
   const bool found = result.search.Found();
+  const VLTLaunchSpec* specification = explain ? SpecificationOf(result, line.words[0]) : nullptr;
   if (line.Has("--json")) {
-    PrintJson(ResultModel(result, explain));
+    PrintJson(ResultModel(result, specification, explain));
   } else {
     if (explain) PrintSearch(result.search);
+    if (specification != nullptr) PrintTable(PlanRows(PlanLaunch(*specification)));
     if (found) PrintResult(result);
   }
   if (!found) SayNotFound(result.search, line.words[0], explain);
@@ -298,7 +311,8 @@ Verb LaunchVerb() {
           "port) or noPort (not in time). end says how a program ended, and log is the\n"
           "file with its output; both are null if unknown. With --explain also ways, an\n"
           "array of objects with way, found and text, broken, an array of texts about\n"
-          "broken bundles, and problem, why the program cannot run, or null.\n",
+          "broken bundles, problem, why the program cannot run, or null, and launch: for\n"
+          "one of the package's daemons, its launch preferences as for status, else null.\n",
           {{"--port", "NAME", "the port to wait for"},
            {"--wait", "SECONDS", "the longest time to wait for the port"},
            {"--explain", nullptr, "show why each way did or did not find it"},

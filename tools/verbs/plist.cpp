@@ -249,63 +249,65 @@ static int RunPlist(const CommandLine& line) {
 }
 
 Verb PlistVerb() {
-  return {
-      "plist",
-      "print|lint|convert|canonical|extract|set|insert|remove|diff|merge [FILE ...] [--json]",
-      "Prints, checks, converts, changes, compares and merges property lists.",
-      "  print FILE                 prints the whole list for people\n"
-      "  lint FILE ...              prints FILE:LINE:COLUMN: FAULT (HINT)\n"
-      "  convert xml|binary|json FILE [-o OUT]\n"
-      "                             writes to OUT, or to standard output\n"
-      "  canonical FILE [-o OUT]    writes the one form that all equal lists have\n"
-      "  extract FILE PATH          prints one value\n"
-      "  set FILE PATH VALUE        replaces a value, or adds it under a new key\n"
-      "  insert FILE PATH VALUE     adds a new key, or a value before an array index\n"
-      "  remove FILE PATH           removes a key or an array item\n"
-      "  diff FILE FILE             prints removed (-) and added (+) values\n"
-      "  merge BASE OURS THEIRS [-o OUT]\n"
-      "                             writes a list with the changes of both sides, or\n"
-      "                             prints the conflicts and writes nothing\n"
-      "\n"
-      "FILE may be -, for standard input (and output). All commands read XML, binary\n"
-      "and old-style text; lint, set, insert and remove do not read JSON. set, insert,\n"
-      "remove and merge write a binary file back as binary and any other as XML, to a\n"
-      "new file that then replaces the old one. canonical writes XML with sorted keys,\n"
-      "or the binary form if XML would lose something.\n"
-      "\n"
-      "merge goes key by key, and item by item in arrays of which all three have the\n"
-      "same number of items. A value that both sides changed, differently, is a\n"
-      "conflict, unless --prefer says whose value is taken.\n"
-      "\n"
-      "PATH is keys and array indexes, separated by dots: a.b.0.c is key c in the\n"
-      "first item of array b in a. A backslash makes the next character part of the\n"
-      "key: com\\.example. For set and insert, the number of items is the index after\n"
-      "the last item.\n"
-      "\n"
-      "VALUE is read as the type given with --type, or else as the type of the value\n"
-      "that it replaces. Under a new key and without --type, a VALUE that begins like\n"
-      "JSON or a property list, or is a number, true or false, is read as such; any\n"
-      "other is a string. Dates are 2005-03-01T12:34:56Z, in UTC, with a fraction of a\n"
-      "second if there is one. Data is base64. A VALUE that begins like JSON or XML but\n"
-      "cannot be read is refused.\n"
-      "\n"
-      "JSON: for print and extract the value itself, with dates and data as strings;\n"
-      "for lint an object for each file with file, ok, format, line, column, offset,\n"
-      "problem, hint and errno; for diff an object for each difference with path,\n"
-      "beforeType, before, afterType and after; for merge one for each conflict with\n"
-      "path, baseType, base, oursType, ours, theirsType and theirs, and one with\n"
-      "outcome, conflicts, to, out and bytes if it wrote; for the others one object\n"
-      "with file and what was done. Reals read back bit for bit; integers beyond\n"
-      "2^53 - 1, NaN, Infinity and -Infinity are strings.\n"
-      "\n"
-      "Exit status of its own: diff exits with 1 if there are differences, merge if\n"
-      "there are conflicts.\n",
-      {{"-o", "OUT", "the file that convert, canonical and merge write"},
-       {"--prefer", "SIDE", "of merge: ours or theirs, whose value a conflict gets"},
-       {"--type", "TYPE", "string, integer, real, bool, date, data, array, dict"},
-       kJsonOption},
-      2,
-      SIZE_MAX,
-      RunPlist,
-      false};
+  return {"plist",
+          "print|lint|convert|canonical|extract|set|insert|remove|diff|merge [FILE ...] [--json]",
+          "Prints, checks, converts, changes, compares and merges property lists.",
+          "  print FILE                 prints the whole list for people\n"
+          "  lint FILE ...              prints FILE:LINE:COLUMN: FAULT (HINT)\n"
+          "  convert xml|binary|json FILE [-o OUT]\n"
+          "                             writes to OUT, or to standard output\n"
+          "  canonical FILE [-o OUT]    writes the one form that all equal lists have\n"
+          "  extract FILE PATH          prints one value\n"
+          "  set FILE PATH VALUE        replaces a value, or adds it under a new key\n"
+          "  insert FILE PATH VALUE     adds a new key, or a value before an array index\n"
+          "  remove FILE PATH           removes a key or an array item\n"
+          "  diff FILE FILE             prints removed (-) and added (+) values\n"
+          "  merge BASE OURS THEIRS [-o OUT]\n"
+          "                             writes a list with the changes of both sides, or\n"
+          "                             prints the conflicts and writes nothing\n"
+          "\n"
+          "FILE may be -, for standard input (and output). All commands read XML, binary\n"
+          "and old-style text; lint, set, insert and remove do not read JSON. set, insert,\n"
+          "remove and merge write a binary file back as binary and any other as XML, to a\n"
+          "new file that then replaces the old one. canonical writes XML with sorted keys,\n"
+          "or the binary form if XML would lose something.\n"
+          "\n"
+          "merge goes key by key, and item by item in arrays of which all three have the\n"
+          "same number of items. A value that both sides changed, differently, is a\n"
+          "conflict, unless --prefer says whose value is taken.\n"
+          "\n"
+          "PATH is keys and array indexes, separated by dots: a.b.0.c is key c in the\n"
+          "first item of array b in a. A backslash makes the next character part of the\n"
+          "key: com\\.example. For set and insert, the number of items is the index after\n"
+          "the last item.\n"
+          "\n"
+          "VALUE is read as the type given with --type, or else as the type of the value\n"
+          "that it replaces. Under a new key and without --type, a VALUE that begins like\n"
+          "JSON or a property list, or is a number, true or false, is read as such; any\n"
+          "other is a string. Dates are 2005-03-01T12:34:56Z, in UTC, with a fraction of a\n"
+          "second if there is one. Data is base64. A VALUE that begins like JSON or XML but\n"
+          "cannot be read is refused.\n"
+          "\n"
+          "Examples: vltctl plist lint Info.plist\n"
+          "          vltctl plist set Info.plist CFBundleVersion 2.0\n"
+          "\n"
+          "JSON: for print and extract the value itself, with dates and data as strings;\n"
+          "for lint an object for each file with file, ok, format, line, column, offset,\n"
+          "problem, hint and errno; for diff an object for each difference with path,\n"
+          "beforeType, before, afterType and after; for merge one for each conflict with\n"
+          "path, baseType, base, oursType, ours, theirsType and theirs, and one with\n"
+          "outcome, conflicts, to, out and bytes if it wrote; for the others one object\n"
+          "with file and what was done. Reals read back bit for bit; integers beyond\n"
+          "2^53 - 1, NaN, Infinity and -Infinity are strings.\n"
+          "\n"
+          "Exit status of its own: diff exits with 1 if there are differences, merge if\n"
+          "there are conflicts.\n",
+          {{"-o", "OUT", "the file that convert, canonical and merge write"},
+           {"--prefer", "SIDE", "of merge: ours or theirs, whose value a conflict gets"},
+           {"--type", "TYPE", "string, integer, real, bool, date, data, array, dict"},
+           kJsonOption},
+          2,
+          SIZE_MAX,
+          RunPlist,
+          false};
 }

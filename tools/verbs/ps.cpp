@@ -82,6 +82,8 @@ Verb PsVerb() {
           "signature, type and identifier of its application bundle, and the program. A\n"
           "dash stands for a missing value.\n"
           "\n"
+          "Example: vltctl ps --apps\n"
+          "\n"
           "JSON: one object for each process with high, low, pid, signature, type,\n"
           "identifier, bundle and program. A missing value is null. If a path is not\n"
           "UTF-8, bundleHex or programHex has its bytes.\n",

@@ -83,6 +83,9 @@ Verb QuitVerb() {
           "Without PORT, the event goes to the session daemon. If no process owns the\n"
           "port, that counts as success.\n"
           "\n"
+          "Examples: vltctl quit\n"
+          "          vltctl quit com.veltrane.vltdeviced.1.1 --timeout 3\n"
+          "\n"
           "JSON: one object with port, outcome and error. The outcome is quit,\n"
           "notRunning, failed or stillRunning (the server replied but did not end in\n"
           "time). error is null unless the outcome is failed.\n",

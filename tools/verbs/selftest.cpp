@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "tools/table.h"
+#include "tools/terminal.h"
 #include "tools/values/port_text.h"
 #include "tools/verbs/verb.h"
 #include "util/notice_post.h"
@@ -299,7 +300,7 @@ static int RunSelftest(const CommandLine& line) {
       model.Add("problem", problem.empty() ? JsonValue() : JsonValue(problem));
       PrintJson(model);
     } else {
-      PrintTable({{problem.empty() ? "pass" : "FAIL",
+      PrintTable({{problem.empty() ? Painted(Paint::kGreen, "pass") : Painted(Paint::kRed, "FAIL"),
                    step.name + (problem.empty() ? "" : ": " + OneLine(problem))}});
     }
   }

@@ -92,6 +92,8 @@ Verb SessionVerb() {
           "root session, whether it has graphic access, the user, and the session\n"
           "directory. The source of each fact is in parentheses.\n"
           "\n"
+          "Example: vltctl session\n"
+          "\n"
           "JSON: one object with session, root, graphicAccess, user and directory, each\n"
           "an object with value and source (directory also with usable and problem), and\n"
           "hex, the session id with 0x as it is in port names.\n",

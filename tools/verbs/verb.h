@@ -25,7 +25,8 @@ struct Verb {
 // All verbs, in the order of the help.
 const std::vector<Verb>& AllVerbs();
 
-// Options that several verbs have.
+// Options that several verbs have. Every verb has kHelpOption without naming it.
+extern const OptionSpec kHelpOption;
 extern const OptionSpec kJsonOption;
 extern const OptionSpec kTimeoutOption;
 extern const OptionSpec kDeviceTimeoutOption;
@@ -56,6 +57,8 @@ Verb DeviceVerb();
 Verb DeviceStatusVerb();
 Verb PsVerb();
 Verb SessionVerb();
+Verb NotifyVerb();
 Verb PlistVerb();
 Verb PrefsVerb();
 Verb VersionVerb();
+Verb HelpVerb();  // in tool.cpp, beside the texts

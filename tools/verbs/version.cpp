@@ -42,6 +42,8 @@ Verb VersionVerb() {
           "The session daemon is the one that vltctl start would find by its bundle\n"
           "identifier. vltctl --version does the same.\n"
           "\n"
+          "Example: vltctl version\n"
+          "\n"
           "JSON: one object with vltctl (the version) and daemon, an object with version\n"
           "and bundle (its path), or null if it is not installed. If the path is not\n"
           "UTF-8, bundleHex has its bytes.\n",

@@ -97,7 +97,8 @@ TEST_F(Applications, AreListedWithWhatIsWrongWithBrokenOnes) {
 TEST_F(Applications, StatusTellsWhatRunsAndHowTheOthersEnded) {
   const std::string runs =
       Add("Runs", "com.test.runs", apps.NoteStep("it") + "claim " + port + "\nloop\n");
-  Add("Ends", "com.test.ends.1", "say first words\ncomplain last words\nexit 3\n");
+  const std::string ends =
+      Add("Ends", "com.test.ends.1", "say first words\ncomplain last words\nexit 3\n");
   ExpectTexts(
       {{{"status", "com.test.runs"}, 3, {"com.test.runs is not running", "program      " + runs}},
        {{"launch", "com.test.runs"}, 0, {}},
@@ -126,6 +127,17 @@ TEST_F(Applications, StatusTellsWhatRunsAndHowTheOthersEnded) {
                 {"\"outcome\":\"notRunning\"", "\"lastLines\":[\"first words\",\"last words\"]",
                  "exit status 3", "\"pid\":null"}},
                {{"apps"}, 0, {"com.test.runs    Runs  " + pid + "  "}}});
+  // Of a program that was started again, only what it said and how it ended since then.
+  const std::string plan = ends + "/Contents/Linux/program.plan";
+  std::ofstream(plan) << "say other words\nexit 4\n";
+  ExpectTexts({{{"launch", "com.test.ends.1"}, 6, {"exit status 4", "it said: other words"}},
+               {{"status", "com.test.ends.1", "--json"},
+                3,
+                {"\"lastLines\":[\"other words\"]", "ended: exit status 4"}}});
+  std::ofstream(plan) << "loop\n";
+  ExpectTexts(
+      {{{"launch", "com.test.ends.1"}, 0, {}},
+       {{"status", "com.test.ends.1", "--json"}, 0, {"\"lastEnd\":null,\"lastLines\":[]"}}});
   EXPECT_TRUE(QuitAndWait(port));
   // The next start discards the earlier output and end.
   apps.Folder().File("data/veltrane/Applications/Ends.app/Contents/Linux/program.plan", "loop\n");
@@ -216,13 +228,20 @@ TEST_F(Applications, AStrangersPortIsNotTheStartedPrograms) {
   ReadyProcess stranger("Stranger");
   // A child that outlives the program counts, because it is in the same POSIX session.
   Add("Heir", "com.test.heir", "background\nclaim " + port + "\nloop\n");
+  // So does another program that it starts.
+  const std::string helped = UniquePortName();
+  const std::string helper = apps.AddProgram("helper", "claim " + helped + "\nloop\n");
+  Add("Starter", "com.test.starter", "run " + helper + "\n" + apps.WaitStep("on"));
   Add("Other", "com.test.other", "loop\n");
   const std::string owner = std::to_string(stranger.Pid());
   ExpectTexts({{{"launch", "com.test.other", "--port", stranger.PortName(), "--wait", "50ms"},
                 4,
                 {"did not claim the port in time", "; process " + owner + " ("}},
-               {{"launch", "com.test.heir", "--port", port}, 0, {port}}});
+               {{"launch", "com.test.heir", "--port", port}, 0, {port}},
+               {{"launch", "com.test.starter", "--port", helped, "--wait", "60"}, 0, {helped}}});
+  EXPECT_TRUE(apps.LetGoOn("on"));
   EXPECT_TRUE(QuitAndWait(port));
+  EXPECT_TRUE(QuitAndWait(helped));
 }
 
 TEST_F(Applications, DescribeRefusesWhatItCannotRead) {

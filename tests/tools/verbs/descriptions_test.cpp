@@ -156,6 +156,11 @@ TEST(Descriptions, OfTheDeviceMonitorNameEveryRequestParameterAndReply) {
       {{{port, "get-attribute", "device=1", "PKey=name"}, 0, "PVal:text=Desk\n", ""},
        {{port, "get-attribute", "device:short=1", "key:text=name"}, 0, "PVal:text=Desk\n", ""},
        {{port, "CmoN", "GtAt", "device=1", "key=name"}, 0, "PVal:text=Desk\n", ""},
+       // Without an optional parameter.
+       {{port, "find-device", "bus=USB", "vendor=1", "product=2", "location=3"},
+        0,
+        "DvI#:long=1\n",
+        ""},
        {{port, "get-atribute", "device=1"}, 2, "", "did you mean get-attribute?"},
        {{port, "get-attribute", "device=1"}, 2, "", "get-attribute needs key=VALUE (text)"},
        {{port, "get-attribute", "devise=1", "key=name"}, 2, "", "vltctl describe lists the"},

@@ -135,6 +135,15 @@ TEST(Doctor, NamesWhatIsWrongWithItsRemedy) {
   EXPECT_NE(std::string::npos, fine.output.find("{\"check\":\"daemon\",\"result\":\"failure\","))
       << fine.output;
   EXPECT_NE(std::string::npos, fine.output.find("XDG_DATA_DIRS")) << fine.output;
+  // A file of any domain that is not used, by its path.
+  folder.File("config/veltrane/preferences/com.test.broken.plist", "<plist");
+  folder.File("config/veltrane/preferences/ByHost/com.test.good.plist",
+              "<plist version=\"1.0\"><dict/></plist>");
+  const ProgramResult files = RunVerb({"doctor"}, {}, {{"XDG_CONFIG_HOME", folder.Path("config")}});
+  for (const char* const text :
+       {"preferences   failure  ", "com.test.broken.plist", "1 file is in use"}) {
+    EXPECT_NE(std::string::npos, files.output.find(text)) << text << files.output;
+  }
   const std::string session = folder.Folder("veltrane");
   ASSERT_EQ(0, chmod(session.c_str(), 0755));
   const ProgramResult wrong =

@@ -98,6 +98,38 @@ TEST(VltctlLaunch, SaysThatAnotherProcessOpensTheApplication) {
   EXPECT_NE(std::string::npos, result.output.find("\"outcome\":\"underWay\"")) << result.output;
 }
 
+// What the launcher would do differently from this verb: its preferences, also if they are wrong.
+TEST(VltctlLaunch, ExplainShowsTheLaunchPreferencesOfADaemon) {
+  OpenDescriptorCheck noLeaks;
+  LaunchedApplications apps;
+  const std::string path = apps.AddBundle(
+      "Daemon.app", {"com.veltrane.sessionmonitor.1.1", "SmoN", "APPL", "program", "1"},
+      "exit 0\n");
+  const std::vector<std::string> write = {"prefs", "write", "--any-user", "com.veltrane.common.1.1",
+                                          "sessionMonitor"};
+  const std::tuple<const char*, std::vector<std::string>, std::vector<std::string>> rows[] = {
+      {"{\"launchIfNotFound\":false}",
+       {"com.veltrane.common.1.1.plist\n", "launch       if not found off",
+        "launchIfNotFound is off"},
+       {"\"launch\":{\"preferences\":\"/", "\"launchIfNotFound\":false"}},
+      {"{\"launchRetries\":\"many\"}",
+       {"problem      /", ".plist: sessionMonitor.launchRetries has to be a number"},
+       {"\"problem\":\"/"}},
+  };
+  for (const auto& [value, lines, members] : rows) {
+    std::vector<std::string> words = write;
+    words.push_back(value);
+    ExpectRuns({}, {{words, 0, "", ""}});
+    for (const std::string& word : {path, std::string("SmoN")}) {
+      const std::string text = RunVerb({"launch"}, {word, "--explain"}).output;
+      for (const std::string& line : lines) EXPECT_NE(std::string::npos, text.find(line)) << text;
+      const std::string json = RunVerb({"launch"}, {word, "--explain", "--json"}).output;
+      for (const std::string& each : members) EXPECT_NE(std::string::npos, json.find(each)) << json;
+    }
+  }
+  ExpectRuns({}, {{{"prefs", "delete", write[2], write[3], write[4]}, 0, "", ""}});
+}
+
 TEST(VltctlLaunch, ExplainShowsTheResultOfEachWay) {
   LaunchedApplications apps;
   apps.AddBundle("It.app", {"com.test.it", "It  ", "APPL", "program", "2.1"}, "exit 0\n");
