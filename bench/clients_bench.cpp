@@ -60,7 +60,8 @@ class MonitorTransport : public IpcTransport {
   bool Serve(const IpcWork&, const std::string&, const std::function<void()>& ready) override {
     Device device;
     device.bus = "bench";
-    DeviceService service({device});
+    DeviceService service;
+    service.Update({device});
     VLTPortAEMachPortListener listener;
     if (installAEHandlers() != 0 ||
         listener.ListenOnPort(gDeviceMonitorLaunchSpec.portName, CFRunLoopGetCurrent(),
