@@ -8,6 +8,7 @@
 #include <ctime>
 #include <utility>
 
+#include "platform/notify/bus_names.h"
 #include "platform/notify/client.h"
 #include "platform/notify/notice_text.h"
 
@@ -15,25 +16,12 @@ namespace {
 
 constexpr uint64_t kScreenLimit = 5'000'000;  // microseconds
 constexpr uint64_t kTimerAccuracy = 10'000;
-constexpr char kService[] = "org.freedesktop.Notifications";
-constexpr char kPath[] = "/org/freedesktop/Notifications";
-constexpr char kInterface[] = "org.freedesktop.Notifications";
-constexpr char kOwnerChanges[] =
-    "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
-    "interface='org.freedesktop.DBus',member='NameOwnerChanged',"
-    "arg0='org.freedesktop.Notifications'";
 
 uint64_t Now() {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
   return uint64_t(now.tv_sec) * 1'000'000 + uint64_t(now.tv_nsec) / 1000;
 }
-
-// A message that is released at the end of the scope.
-struct StackMessage {
-  sd_bus_message* message = nullptr;
-  ~StackMessage() { sd_bus_message_unref(message); }
-};
 
 Desktop& DesktopOf(void* pointer) { return *static_cast<Desktop*>(pointer); }
 

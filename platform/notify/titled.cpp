@@ -13,24 +13,13 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/notify/bus_names.h"
 #include "platform/notify/notice_text.h"
 #include "platform/notify/titled_notice.h"
 
 namespace {
 
 constexpr uint64_t kCallLimit = 5'000'000;  // microseconds
-constexpr char kService[] = "org.freedesktop.Notifications";
-constexpr char kPath[] = "/org/freedesktop/Notifications";
-constexpr char kInterface[] = "org.freedesktop.Notifications";
-constexpr char kOwnerChanges[] =
-    "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
-    "interface='org.freedesktop.DBus',member='NameOwnerChanged',"
-    "arg0='org.freedesktop.Notifications'";
-
-struct StackMessage {
-  sd_bus_message* message = nullptr;
-  ~StackMessage() { sd_bus_message_unref(message); }
-};
 
 // The notice, from the client's message to its end. One thread.
 class TitledShow {

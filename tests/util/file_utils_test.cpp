@@ -29,7 +29,7 @@ std::string PathOf(const FSSpec& spec) {
   return err == noErr ? path : std::to_string(err);
 }
 
-// Returns the spec of an item in a folder, whether or not it exists.
+// Returns the file spec of an item in a folder, whether or not the item exists.
 FSSpec Below(const std::string& folder, const char* name) {
   FSSpec spec = SpecOf(folder);
   SInt32 number = 0;

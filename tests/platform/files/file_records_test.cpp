@@ -504,7 +504,7 @@ TEST_F(FileRecords, AliasesAreResolvedStepByStepOrToTheEnd) {
     const char* name;
     bool chains;
     OSErr err;
-    std::string path;  // of the spec afterwards; "" if it is not checked
+    std::string path;  // where it leads; "" if that is not checked
     bool isFolder, wasAliased;
   } rows[] = {{"one", true, 0, scratch.Path("folder/file"), false, true},
               {"two", false, 0, scratch.Path("one"), false, true},
